@@ -1,0 +1,39 @@
+# The three kinds of targets: a folder of the library, a program beside it, a test.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+
+# What every file of this project is compiled with.
+add_library(kl_build_flags INTERFACE)
+target_compile_options(kl_build_flags INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor -Werror -fno-omit-frame-pointer)
+if(KL_SANITIZE)
+  target_compile_options(kl_build_flags INTERFACE -fsanitize=${KL_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(kl_build_flags INTERFACE -fsanitize=${KL_SANITIZE})
+endif()
+
+configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_DIR}/generated/fixed_paths.h" @ONLY)
+
+# kl_component(NAME SOURCE...): one folder of the library.  Its sources see the public headers, the
+# fixed paths and, by their path from the root, the internal headers of their own folder.
+function(kl_component name)
+  add_library(kl_${name} OBJECT ${ARGN})
+  target_link_libraries(kl_${name} PRIVATE kl_build_flags)
+  target_include_directories(kl_${name} PRIVATE
+    "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
+  set_target_properties(kl_${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
+endfunction()
+
+# kl_program(NAME SOURCE...): a program that uses the library as any user would.  Its includes are
+# relative to its own folder.
+function(kl_program name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE kl kl_build_flags)
+  target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+endfunction()
