@@ -1,0 +1,229 @@
+#pragma once
+// kl/records.h: a read-only walk over the records of a flattened message, without building the message.
+//
+// A flattened message is the two bytes "M2" and then one record per field, back to back: a 32-bit
+// little-endian id and a payload whose shape follows from the id's type bits.  Whoever routes, prints or
+// counts messages needs a few of their fields and none of their tables; this walk gives them where they lie:
+//
+//     kl::RecordWalk walk(bytes);
+//     for (kl::Record record; walk.next(record);)
+//       if (record.id() == kl::SYS_CMD) command = record.u32();
+//     if (!walk.ok()) return refuse();        // the bytes did not end where a record ends
+//
+// The walk accepts exactly what kl::message::unflatten accepts of this format; the older format is not
+// walked.
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+namespace kl {
+
+// What a field holds, one value each.
+enum class RecordKind : unsigned char { kBool, kU32, kU64, kAddr6, kString, kMessage, kRaw };
+
+// Numbers as the format has them, whatever the host's order.  Needs: so many bytes at `at`.
+constexpr unsigned int readLe16(const unsigned char* at) {
+  return static_cast<unsigned int>(at[0]) | static_cast<unsigned int>(at[1]) << 8;
+}
+constexpr unsigned int readLe32(const unsigned char* at) { return readLe16(at) | readLe16(at + 2) << 16; }
+constexpr unsigned long long readLe64(const unsigned char* at) {
+  return readLe32(at) | static_cast<unsigned long long>(readLe32(at + 4)) << 32;
+}
+
+// One record, as a view of the bytes that it was found in.
+//
+// Errors:    asking for a value of another kind gives 0, false or an empty text, never a read outside the
+// record. Ownership: borrows the walked bytes; a record is of use as long as they are. Threads:   a value;
+// any number of threads may read one. Cost:      every operation takes constant time, and none allocates.
+class Record {
+ public:
+  // The field id, with bit 24 (which belongs to the format) cleared.
+  unsigned int id() const { return id_; }
+  RecordKind kind() const { return static_cast<RecordKind>(id_ >> 27 & 15); }
+  bool isArray() const { return (id_ & 0x80000000) != 0; }
+
+  // The whole record, id included, as it stands in the message.
+  std::span<const unsigned char> bytes() const { return bytes_; }
+
+  // The value alone: 1 or 4 bytes of a u32, the 8 or 16 of a u64 or an address, the bytes of a string, a
+  // nested message or raw data without their length, nothing for a bool.  Of an array what follows its count.
+  std::span<const unsigned char> payload() const { return bytes_.subspan(header_); }
+
+  // Elements of an array; 1 for a single value.
+  unsigned int count() const { return count_; }
+
+  // The value of a single field of the kind in the name.
+  bool boolean() const { return is(RecordKind::kBool) && flag_; }
+  unsigned int u32() const {
+    if (!is(RecordKind::kU32)) return 0;
+    return flag_ ? payload()[0] : readLe32(payload().data());
+  }
+  unsigned long long u64() const { return is(RecordKind::kU64) ? readLe64(payload().data()) : 0; }
+  std::string_view text() const {
+    if (!is(RecordKind::kString)) return {};
+    return {reinterpret_cast<const char*>(payload().data()), payload().size()};
+  }
+
+  // Element `index` of a u32 array; 0 beyond its end.
+  unsigned int u32At(unsigned int index) const {
+    if (kind() != RecordKind::kU32 || !isArray() || index >= count_) return 0;
+    return readLe32(payload().data() + std::size_t{4} * index);
+  }
+
+ private:
+  friend class RecordWalk;
+
+  bool is(RecordKind kind) const { return !bytes_.empty() && !isArray() && this->kind() == kind; }
+
+  std::span<const unsigned char> bytes_;
+  unsigned int id_ = 0;
+  unsigned int count_ = 0;
+  unsigned char header_ = 0;  // bytes in front of the payload: the id, and a length or a count
+  bool flag_ = false;         // bit 24 of the id as written: a bool's value, or the short form
+};
+
+// Walks the records of one flattened message in the order in which they stand.  A field that stands twice is
+// met twice: the walk reports what is there and judges nothing.
+//
+// Errors:    next() is false at the end and at the first record that does not fit; ok() tells them apart.
+// Ownership: borrows the bytes.
+// Threads:   belongs to one thread.
+// Cost:      a few instructions a record and no allocation; elements of string, message and raw arrays are
+//            stepped over one by one.
+class RecordWalk {
+ public:
+  explicit RecordWalk(std::span<const unsigned char> message)
+      : at_(message.data()), end_(message.data() + message.size()) {
+    ok_ = message.size() >= 2 && at_[0] == 0x4d && at_[1] == 0x32;
+    if (ok_) at_ += 2;
+  }
+
+  // Steps to the next record.  False when there is none, or none that lies wholly inside the message.
+  bool next(Record& record) {
+    if (!ok_ || at_ == end_) return false;
+    ok_ = read(record);
+    return ok_;
+  }
+
+  // True as long as everything up to here was well-formed; after next() said false: the whole message was.
+  bool ok() const { return ok_; }
+
+ private:
+  std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+
+  bool read(Record& record) {
+    if (left() < 4) return false;
+    const unsigned int written = readLe32(at_);
+    record.id_ = written & ~0x01000000U;
+    record.flag_ = (written & 0x01000000) != 0;
+    std::size_t payload = 0;
+    if (!measure(record, payload) || left() - record.header_ < payload) return false;
+    record.bytes_ = {at_, record.header_ + payload};
+    at_ += record.header_ + payload;
+    return true;
+  }
+
+  // Finds the header's and the payload's length.  False for an unknown type or a header that is cut off.
+  bool measure(Record& record, std::size_t& payload) const {
+    record.header_ = 4;
+    record.count_ = 1;
+    if (record.isArray()) return measureArray(record, payload);
+    switch (record.kind()) {
+      case RecordKind::kBool: payload = 0; return true;
+      case RecordKind::kU32: payload = record.flag_ ? 1 : 4; return true;
+      case RecordKind::kU64: payload = 8; return true;
+      case RecordKind::kAddr6: payload = 16; return true;
+      case RecordKind::kString:
+      case RecordKind::kMessage:
+      case RecordKind::kRaw: return measureBytes(record, payload);
+    }
+    return false;
+  }
+
+  bool measureBytes(Record& record, std::size_t& payload) const {
+    record.header_ = record.flag_ ? 5 : 6;
+    if (left() < record.header_) return false;
+    payload = record.flag_ ? at_[4] : readLe16(at_ + 4);
+    return true;
+  }
+
+  bool measureArray(Record& record, std::size_t& payload) const {
+    record.header_ = 6;
+    if (left() < 6) return false;
+    record.count_ = readLe16(at_ + 4);
+    switch (record.kind()) {
+      case RecordKind::kBool: payload = record.count_; return true;
+      case RecordKind::kU32: payload = std::size_t{4} * record.count_; return true;
+      case RecordKind::kU64: payload = std::size_t{8} * record.count_; return true;
+      case RecordKind::kAddr6: payload = std::size_t{16} * record.count_; return true;
+      case RecordKind::kString:
+      case RecordKind::kMessage:
+      case RecordKind::kRaw: return measureElements(record.count_, payload);
+    }
+    return false;
+  }
+
+  bool measureElements(unsigned int count, std::size_t& payload) const {
+    const std::size_t room = left() - 6;
+    payload = 0;
+    for (unsigned int i = 0; i < count; ++i) {
+      if (room - payload < 2) return false;
+      const std::size_t length = readLe16(at_ + 6 + payload);
+      if (room - payload - 2 < length) return false;
+      payload += 2 + length;
+    }
+    return true;
+  }
+
+  const unsigned char* at_;
+  const unsigned char* end_;
+  bool ok_;
+};
+
+// Walks the elements of an array record, of whatever kind: each is the bytes of one value, without its
+// length. A single value counts as an array of one.
+//
+// Errors:    none; the record was checked when it was found.
+// Ownership: borrows what the record borrows.
+// Threads:   belongs to one thread.
+// Cost:      constant time an element, no allocation.
+class ElementWalk {
+ public:
+  explicit ElementWalk(const Record& record)
+      : rest_(record.payload()), left_(record.count()), fixed_(elementBytes(record)) {}
+
+  // Steps to the next element; false when there is none.
+  bool next(std::span<const unsigned char>& element) {
+    if (left_ == 0) return false;
+    --left_;
+    const std::size_t prefix = fixed_ == kPrefixed ? 2 : 0;
+    const std::size_t length = fixed_ == kPrefixed ? readLe16(rest_.data()) : fixed_;
+    element = rest_.subspan(prefix, length);
+    rest_ = rest_.subspan(prefix + length);
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t kPrefixed = ~std::size_t{0};
+
+  static std::size_t elementBytes(const Record& record) {
+    if (!record.isArray()) return record.payload().size();
+    switch (record.kind()) {
+      case RecordKind::kBool: return 1;
+      case RecordKind::kU32: return 4;
+      case RecordKind::kU64: return 8;
+      case RecordKind::kAddr6: return 16;
+      case RecordKind::kString:
+      case RecordKind::kMessage:
+      case RecordKind::kRaw: break;
+    }
+    return kPrefixed;
+  }
+
+  std::span<const unsigned char> rest_;
+  unsigned int left_;
+  std::size_t fixed_;
+};
+
+}  // namespace kl
