@@ -1,0 +1,161 @@
+// Every workload goes through the same operations.  Before anything is timed, both sides must have
+// written the same bytes, read the same sum from them and found equal what is equal: a limit that
+// does less than the product would be none.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include "bench/message/limit.h"
+#include "bench/message/product.h"
+#include "bench/support/paired.h"
+
+namespace {
+
+using benchmark::DoNotOptimize;
+using Bytes = std::vector<unsigned char>;
+using Read = std::function<unsigned long long(const kl::message&)>;
+
+// What the operations of one workload share, made once and kept to the end.
+template <class Struct, class Source>
+struct Workload {
+  Source source;
+  Bytes bytes;                           // flattened
+  std::unique_ptr<Struct> plain, other;  // the same contents twice
+  std::unique_ptr<Struct> scratch;
+  std::unique_ptr<unsigned char[]> buffer;
+};
+
+void require(bool holds, const std::string& name, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "message_bench: %s: product and limit differ in %s\n", name.c_str(), what);
+  std::exit(1);
+}
+
+template <class Struct, class Source>
+Workload<Struct, Source>& makeWorkload(const Source& source) {
+  auto& made = *new Workload<Struct, Source>{source,
+                                             {},
+                                             std::make_unique<Struct>(),
+                                             std::make_unique<Struct>(),
+                                             std::make_unique<Struct>(),
+                                             std::make_unique<unsigned char[]>(bench::limit::kBufferRoom)};
+  bench::limit::build(*made.plain, source);
+  bench::limit::build(*made.other, source);
+  const std::size_t size = bench::limit::flatten(*made.plain, made.buffer.get());
+  made.bytes.assign(made.buffer.get(), made.buffer.get() + size);
+  return made;
+}
+
+template <class Work, class ReadValue, class ReadReference>
+void verify(const std::string& name, Work& work, ReadValue readValue, ReadReference readReference) {
+  kl::message built;
+  bench::product::build(built, work.source);
+  Bytes flat;
+  built.flatten(flat);
+  require(flat == work.bytes, name, "the bytes written");
+
+  require(bench::limit::parse(*work.scratch, flat.data(), flat.size()), name, "what can be parsed");
+  const kl::message parsed(flat);
+  const unsigned long long sum = bench::limit::read(*work.scratch);
+  require(readValue(parsed) == sum && readReference(parsed) == sum, name, "the sum of the values read");
+  require(parsed == built && bench::limit::equal(*work.scratch, *work.other), name, "what is equal");
+}
+
+template <class Work>
+void addBuilding(const std::string& name, Work& work) {
+  bench::addPair(name + "/build", bench::repeated([&work] {
+                   kl::message built;
+                   bench::product::build(built, work.source);
+                   DoNotOptimize(built);
+                 }),
+                 bench::repeated([&work] {
+                   bench::limit::build(*work.scratch, work.source);
+                   DoNotOptimize(*work.scratch);
+                 }));
+  bench::addPair(name + "/build+flatten", bench::repeated([&work, flat = Bytes()]() mutable {
+                   kl::message built;
+                   bench::product::build(built, work.source);
+                   built.flatten(flat);
+                   DoNotOptimize(flat.data());
+                   benchmark::ClobberMemory();
+                 }),
+                 bench::repeated([&work] {
+                   bench::limit::build(*work.scratch, work.source);
+                   DoNotOptimize(bench::limit::flatten(*work.scratch, work.buffer.get()));
+                   benchmark::ClobberMemory();
+                 }));
+}
+
+template <class Work, class ReadValue, class ReadReference>
+void addParsing(const std::string& name, Work& work, ReadValue readValue, ReadReference readReference) {
+  const auto limitParseAndRead = bench::repeated([&work] {
+    DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
+    DoNotOptimize(bench::limit::read(*work.scratch));
+  });
+  bench::addPair(name + "/parse", bench::repeated([&work] {
+                   const kl::message parsed(work.bytes);
+                   DoNotOptimize(parsed);
+                 }),
+                 bench::repeated([&work] {
+                   DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
+                   benchmark::ClobberMemory();
+                 }));
+  bench::addPair(name + "/parse+read", bench::repeated([&work, readValue] {
+                   const kl::message parsed(work.bytes);
+                   DoNotOptimize(readValue(parsed));
+                 }),
+                 limitParseAndRead);
+  bench::addPair(name + "/parse+read by reference", bench::repeated([&work, readReference] {
+                   const kl::message parsed(work.bytes);
+                   DoNotOptimize(readReference(parsed));
+                 }),
+                 limitParseAndRead);
+}
+
+template <class Work>
+void addCopyAndCompare(const std::string& name, Work& work) {
+  const auto parsed = std::make_shared<const kl::message>(work.bytes);
+  const auto other = std::make_shared<const kl::message>(work.bytes);
+  bench::addPair(name + "/copy of a parsed message", bench::repeated([parsed] {
+                   const kl::message copy(*parsed);
+                   DoNotOptimize(copy);
+                 }),
+                 bench::repeated([&work] {
+                   const auto copy = bench::limit::copy(*work.plain);
+                   DoNotOptimize(copy.get());
+                   benchmark::ClobberMemory();
+                 }));
+  bench::addPair(name + "/compare", bench::repeated([parsed, other] { DoNotOptimize(*parsed == *other); }),
+                 bench::repeated([&work] { DoNotOptimize(bench::limit::equal(*work.plain, *work.other)); }));
+}
+
+template <class Struct, class Source, class ReadValue, class ReadReference>
+void add(const std::string& name, const Source& source, ReadValue readValue, ReadReference readReference) {
+  auto& work = makeWorkload<Struct>(source);
+  verify(name, work, readValue, readReference);
+  addBuilding(name, work);
+  addParsing(name, work, readValue, readReference);
+  addCopyAndCompare(name, work);
+}
+
+void addFlat(unsigned int fields) {
+  using namespace bench::product;
+  add<bench::limit::Flat>(
+      "flat " + std::to_string(fields), bench::flatSource(fields),
+      [fields](const kl::message& in) { return readFlat(in, fields); },
+      [fields](const kl::message& in) { return readFlatByReference(in, fields); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace bench::product;
+  add<bench::limit::W1>("W1", bench::w1Source(1), readW1, readW1ByReference);
+  add<bench::limit::W2>("W2", bench::w2Source(1), readW2, readW2ByReference);
+  add<bench::limit::W3>("W3", bench::w3Source(), readW3, readW3ByReference);
+  for (const unsigned int fields : {10U, 100U, 1000U, 5000U}) addFlat(fields);
+  return bench::run(argc, argv);
+}

@@ -1,0 +1,29 @@
+#pragma once
+// paired.h: measures the product and its limit in turns, so that what the machine does meanwhile
+// meets both.
+
+#include <functional>
+#include <string>
+
+namespace bench {
+
+// Runs one operation `times` times, back to back.
+using Batch = std::function<void(unsigned times)>;
+
+template <class Operation>
+Batch repeated(Operation operation) {
+  return [operation](unsigned times) mutable {
+    for (unsigned i = 0; i < times; ++i) operation();
+  };
+}
+
+// Adds the case `name` to those that run() measures.  Its figures, as counters of the benchmark:
+// product_ns and limit_ns (medians over the batches, for one operation), ratio, and what one
+// operation of the product takes from the heap: allocations, heap_bytes.
+void addPair(const std::string& name, Batch product, Batch limit);
+
+// The main program: `--instructions` runs each case a few times for a simulator that counts
+// (callgrind) and dumps the counts between the cases; everything else is Google Benchmark's.
+int run(int argc, char** argv);
+
+}  // namespace bench

@@ -1,0 +1,166 @@
+#!/usr/bin/env python3
+"""Prints what the benchmarks measured, as tables with the aims beside the figures.
+
+usage: table.py [--message JSON] [--counts DIR] [--router JSON] [--sizes FILE] [--text BYTES]
+
+JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
+A figure that misses its aim is marked with "<-".
+"""
+
+import argparse
+import json
+import pathlib
+import re
+import statistics
+import sys
+
+MISSED = "<-"
+
+# What the product aims at, as a ratio to the limit, and in allocations for one operation.
+MESSAGE_AIMS = {
+    "W1/build+flatten": 16, "W1/parse": 4, "W1/parse+read": 4, "W1/parse+read by reference": 4,
+    "W2/build+flatten": 12, "W2/parse+read": 5, "W2/parse+read by reference": 5,
+    "W2/copy of a parsed message": 5,
+    "W3/parse+read": 5, "W3/parse+read by reference": 5,
+    "flat 5000/build+flatten": 6, "flat 5000/parse+read": 5, "flat 5000/parse+read by reference": 5,
+}
+ALLOCATION_AIMS = {"W1/parse": 1, "W2/parse": 1}
+GROWTH_AIM = 1.5
+TEXT_AIM = 160 * 1024
+SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
+             "first block of a message with one number": 1032}
+
+# Router figures: the ratio to the relay, and whether more is better.
+ROUTER_AIMS = {
+    "round trip": (1.5, False), "round trip, 16 KiB": (1.35, False), "64 outstanding": (2.0, True),
+    "fan-out to 100": (1.2, False), "connect and register": (3, False),
+    "system calls a round trip": (14, False), "idle service, private KiB": (200, False),
+}
+
+
+def medians(path):
+    """Counter medians by case: {case: {counter: median over the repetitions}}."""
+    runs = {}
+    for run in json.loads(pathlib.Path(path).read_text())["benchmarks"]:
+        if run["run_type"] != "iteration":
+            continue
+        name = re.sub(r"/(manual_time|iterations:\d+|repeats:\d+|min_time:[\d.]+)", "", run["name"])
+        runs.setdefault(name, []).append(run)
+    counters = {}
+    for name, repeated in runs.items():
+        numbers = [key for key, value in repeated[0].items() if isinstance(value, (int, float))]
+        counters[name] = {key: statistics.median(run[key] for run in repeated) for key in numbers}
+        counters[name]["repetitions"] = len(repeated)
+    return counters
+
+
+def instruction_counts(folder):
+    """Instructions by "CASE/side" from the dumps of one run over kCountedRuns operations."""
+    counted_runs = 4
+    counts = {}
+    for dump in pathlib.Path(folder).iterdir():
+        text = dump.read_text(errors="replace")
+        name = re.search(r"^desc: Trigger: Client Request: (.*)$", text, re.M)
+        total = re.search(r"^(?:summary|totals): (\d+)", text, re.M)
+        if name and total:
+            counts[name.group(1)] = int(total.group(1)) / counted_runs
+    return counts
+
+
+def number(value, digits=3):
+    if value is None:
+        return ""
+    if value >= 1000 or value == int(value):
+        return f"{value:,.0f}"
+    return f"{value:.{max(0, digits - len(str(int(value))))}f}"
+
+
+def mark(value, aim, more_is_better=False):
+    if aim is None:
+        return ""
+    return MISSED if (value < aim if more_is_better else value > aim) else ""
+
+
+def print_table(title, head, rows):
+    print(f"\n{title}\n")
+    widths = [max(len(str(row[i])) for row in [head, *rows]) for i in range(len(head))]
+    for row in [head, ["-" * width for width in widths], *rows]:
+        cells = [str(row[0]).ljust(widths[0])]
+        cells += [str(cell).rjust(width) for cell, width in zip(row[1:], widths[1:])]
+        print("  ".join(cells).rstrip())
+
+
+def print_messages(measured, counts):
+    head = ["case", "ratio", "aim", "", "allocations", "aim", "", "heap bytes", "product ns", "limit ns"]
+    if counts:
+        head += ["instructions", "of the limit"]
+    rows = []
+    for case, figures in measured.items():
+        aim, most = MESSAGE_AIMS.get(case), ALLOCATION_AIMS.get(case)
+        row = [case, number(figures["ratio"]), number(aim), mark(figures["ratio"], aim),
+               number(figures["allocations"]), number(most), mark(figures["allocations"], most),
+               number(figures["heap_bytes"]), number(figures["product_ns"]), number(figures["limit_ns"])]
+        if counts:
+            row += [number(counts.get(f"{case}/{side}")) for side in ("product", "limit")]
+        rows.append(row)
+    repetitions = max(figures["repetitions"] for figures in measured.values())
+    print_table(f"Messages: cost of one operation, beside a hand-written limit "
+                f"(medians of {repetitions:.0f} repetitions)", head, rows)
+
+
+def print_growth(measured):
+    rows = []
+    for operation in ("build+flatten", "parse", "parse+read", "copy of a parsed message", "compare"):
+        small, large = measured.get(f"flat 100/{operation}"), measured.get(f"flat 5000/{operation}")
+        if small and large:
+            growth = (large["product_ns"] / 5000) / (small["product_ns"] / 100)
+            rows.append([operation, number(small["product_ns"] / 100), number(large["product_ns"] / 5000),
+                         number(growth), number(GROWTH_AIM), mark(growth, GROWTH_AIM)])
+    if rows:
+        print_table("Long lists: cost of one field",
+                    ["operation", "ns at 100", "ns at 5,000", "growth", "aim", ""], rows)
+
+
+def print_router(measured):
+    rows = []
+    for case, figures in measured.items():
+        aim, more = ROUTER_AIMS.get(case, (None, False))
+        value = figures.get("ratio", figures.get("value"))
+        rows.append([case, number(value), number(aim), mark(value, aim, more),
+                     number(figures.get("product")), number(figures.get("limit")), number(figures.get("spread"))])
+    print_table("Router: beside a raw relay of frames of the same size",
+                ["case", "figure", "aim", "", "product", "relay", "spread"], rows)
+
+
+def print_sizes(path, text_bytes):
+    rows = []
+    if text_bytes is not None:
+        rows.append(["libkl.so, text, stripped", number(text_bytes), number(TEXT_AIM), mark(text_bytes, TEXT_AIM)])
+    for line in pathlib.Path(path).read_text().splitlines() if path else []:
+        name, value = line.split("\t")
+        aim = SIZE_AIMS.get(name)
+        rows.append([name, number(int(value)), number(aim), mark(int(value), aim)])
+    if rows:
+        print_table("Sizes in bytes", ["what", "bytes", "aim", ""], rows)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--message")
+    parser.add_argument("--counts")
+    parser.add_argument("--router")
+    parser.add_argument("--sizes")
+    parser.add_argument("--text", type=int)
+    options = parser.parse_args()
+    if options.message:
+        measured = medians(options.message)
+        print_messages(measured, instruction_counts(options.counts) if options.counts else {})
+        print_growth(measured)
+    if options.router:
+        print_router(medians(options.router))
+    print_sizes(options.sizes, options.text)
+    print(f'\nA figure marked "{MISSED}" misses its aim.')
+
+
+if __name__ == "__main__":
+    sys.exit(main())
