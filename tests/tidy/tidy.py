@@ -1,0 +1,272 @@
+#!/usr/bin/env python3
+"""Checks the source tree itself: what CONTRIBUTING.md asks for and a machine can see.
+
+usage: tidy.py [--root DIR] [--compiler CXX] [CHECK...]
+
+Without a name all checks run; --list names them.  Each finding is one line, "FILE:LINE: what is
+wrong".  Exit status: 0 nothing found, 1 findings, 2 usage.
+"""
+
+import argparse
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+LIBRARY = ("message", "loop", "conventions", "looper", "log", "store", "util")
+PROGRAMS = ("services", "tools", "examples")  # each folder below them is a program of its own
+NOT_OURS = {".git", "build", "__pycache__"}
+EXCEPTIONS = "tests/tidy/exceptions.txt"
+
+# Public headers include only headers of a layer below their own.
+LAYERS = (
+    {"export", "bind"},
+    {"message"},
+    {"field", "records"},
+    {"conventions", "runner"},
+    {"backtrace", "services", "logger", "store", "allocator", "utilities"},
+    {"looper"},
+    {"reget"},
+)
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
+TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
+COMMENT = re.compile(r"^[ \t]*//[^\n]*(?:\n[ \t]*//[^\n]*)*", re.M)
+TEST_NAME = re.compile(r"\b([A-Z]\w*)\.([A-Z]\w*)\b")
+
+
+class Tree:
+    """The files of a source tree, by their path from its root."""
+
+    def __init__(self, root, compiler="c++"):
+        self.root = pathlib.Path(root).resolve()
+        self.compiler = compiler
+        self.files = sorted(self._walk())
+        self._texts = {}
+
+    def _walk(self):
+        for folder, folders, names in os.walk(self.root):
+            folders[:] = [name for name in folders if name not in NOT_OURS]
+            for name in set(names) - NOT_OURS:
+                yield (pathlib.Path(folder) / name).relative_to(self.root).as_posix()
+
+    def text(self, path):
+        if path not in self._texts:
+            self._texts[path] = (self.root / path).read_text(encoding="utf-8", errors="replace")
+        return self._texts[path]
+
+    def code(self):
+        return [path for path in self.files if path.endswith((".cpp", ".h"))]
+
+    def includes(self, path):
+        for line, text in enumerate(self.text(path).splitlines(), 1):
+            match = INCLUDE.match(text)
+            if match:
+                yield line, match.group(1)
+
+
+def top(path):
+    return path.split("/", 1)[0]
+
+
+def home(path):
+    """The folder that a file belongs to: a library folder, or a program's own folder."""
+    parts = path.split("/")
+    return "/".join(parts[:2]) if parts[0] in PROGRAMS and len(parts) > 2 else parts[0]
+
+
+def line_of(text, position):
+    return text.count("\n", 0, position) + 1
+
+
+# --- the checks; each yields (file, line, what is wrong)
+
+
+def check_tests(tree):
+    """Each source has its test file; the exceptions are listed with their reasons."""
+    exceptions = {}
+    if EXCEPTIONS in tree.files:
+        for line, text in enumerate(tree.text(EXCEPTIONS).splitlines(), 1):
+            if text.strip() and not text.startswith("#"):
+                path, _, reason = text.partition(" ")
+                exceptions[path] = line
+                if not reason.strip():
+                    yield EXCEPTIONS, line, f"no reason for {path}"
+    files = set(tree.files)
+    for path in tree.files:
+        if top(path) not in LIBRARY + PROGRAMS or not path.endswith(".cpp"):
+            continue
+        test = f"tests/{path[:-len('.cpp')]}_test.cpp"
+        line = exceptions.pop(path, None)
+        if test in files and line:
+            yield EXCEPTIONS, line, f"{path} has its test: no exception is needed"
+        elif test not in files and not line:
+            yield path, 1, f"no {test}, and no reason in {EXCEPTIONS}"
+    for path, line in exceptions.items():
+        yield EXCEPTIONS, line, f"no source {path}"
+
+
+def resolve(tree, path, included):
+    """The file that an include names, from the root or from the including file's folder or program."""
+    candidates = [included, os.path.normpath(os.path.join(os.path.dirname(path), included)),
+                  f"{home(path)}/{included}", f"include/{included}"]
+    return next((name for name in candidates if name in tree.files), None)
+
+
+def check_includes(tree):
+    """Folders meet only in include/kl: an internal header stays with its folder and its tests."""
+    for path in tree.code():
+        for line, included in tree.includes(path):
+            target = resolve(tree, path, included)
+            if target is None or target.startswith("include/kl/"):
+                continue
+            owner = home(target)
+            shared = owner == "tests" and target.startswith("tests/support/")
+            if top(path) == "tests":
+                mine = target.startswith("tests/") or path.startswith(f"tests/{owner}/")
+            else:
+                mine = home(path) == owner and not shared
+            if not mine:
+                yield path, line, f"{target} is internal to {owner}/"
+
+
+def check_programs(tree):
+    """Companions, tools and examples use the public headers and their own, as any user would."""
+    for path in tree.code():
+        if top(path) not in PROGRAMS:
+            continue
+        for line, included in tree.includes(path):
+            target = resolve(tree, path, included)
+            if target is None:
+                yield path, line, f'"{included}" is neither a public header nor one of {home(path)}/'
+
+
+def check_layers(tree):
+    """Public headers include each other only downwards."""
+    layer = {name: level for level, names in enumerate(LAYERS) for name in names}
+    for path in tree.files:
+        match = re.fullmatch(r"include/kl/(\w+)\.h", path)
+        if not match:
+            continue
+        if match.group(1) not in layer:
+            yield path, 1, "this public header has no layer: give it one in tests/tidy/tidy.py"
+            continue
+        for line, included in tree.includes(path):
+            below = re.fullmatch(r"kl/(\w+)\.h", included)
+            if not below or below.group(1) not in layer:
+                yield path, line, f'"{included}" is not a public header'
+            elif layer[below.group(1)] >= layer[match.group(1)]:
+                yield path, line, f"{included} does not lie below kl/{match.group(1)}.h"
+
+
+def check_headers(tree):
+    """Each public header compiles alone."""
+    headers = [path for path in tree.files if re.fullmatch(r"include/kl/\w+\.h", path)]
+
+    def compile_alone(path):
+        command = [tree.compiler, "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wconversion", "-Wshadow",
+                   "-Wnon-virtual-dtor", "-Werror", "-I", str(tree.root / "include"), "-x", "c++", "-"]
+        source = f'#include "{path[len("include/"):]}"\n' * 2
+        return subprocess.run(command, input=source, capture_output=True, text=True, check=False)
+
+    with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
+        for path, result in zip(headers, pool.map(compile_alone, headers)):
+            if result.returncode != 0:
+                first = next((text for text in result.stderr.splitlines() if "error" in text), result.stderr.strip())
+                yield path, 1, f"does not compile alone: {first}"
+
+
+def check_held_by(tree):
+    """Each "Held by" names a real test, and what is kept on purpose says by which it is held."""
+    tests = {match.groups() for path in tree.files if path.startswith("tests/") and path.endswith(".cpp")
+             for match in TEST.finditer(tree.text(path))}
+    for path in tree.code():
+        text = tree.text(path)
+        for comment in COMMENT.finditer(text):
+            words = re.sub(r"\n[ \t]*//", lambda match: " " * len(match.group()), comment.group())
+            held = list(re.finditer(r"Held\s+by\b", words))
+            kept = re.search(r"Kept\s+on\s+purpose", words)
+            if kept and not held:
+                yield path, line_of(text, comment.start() + kept.start()), "kept on purpose, but held by no test"
+            for note in held:
+                sentence = re.split(r"\.(?:\s|$)", words[note.end():], maxsplit=1)[0]
+                names = [match.groups() for match in TEST_NAME.finditer(sentence)]
+                line = line_of(text, comment.start() + note.start())
+                if not names:
+                    yield path, line, 'a "Held by" without a Suite.Test'
+                for suite, name in names:
+                    if (suite, name) not in tests:
+                        yield path, line, f"no test {suite}.{name}"
+
+
+def check_man_pages(tree):
+    """Man pages are formatted without a warning."""
+    pages = [path for path in tree.files if re.search(r"\.[1-8]$", path) and not path.startswith("tests/")]
+    if pages and not shutil.which("groff"):
+        yield pages[0], 1, "groff is missing: install it with scripts/bootstrap test"
+        return
+    for path in pages:
+        result = subprocess.run(["groff", "-man", "-ww", "-z", "-Tutf8", str(tree.root / path)],
+                                capture_output=True, text=True, check=False)
+        for text in result.stderr.splitlines():
+            where = re.search(r":(\d+): (.*)", text)
+            yield path, int(where.group(1)) if where else 1, where.group(2) if where else text
+
+
+def check_words(tree):
+    """Nothing speaks of one developer's machine, of work undone or of an unfinished merge."""
+    unwanted = (
+        (re.compile(r"(?<![\w.$}])/(?:home|Users|work|root)/\w"), "a path of one machine"),
+        (re.compile(r"\b(?:TO" r"DO|FIX" r"ME|XX" r"X)\b"), "work undone"),
+        (re.compile(r"^(?:<{7}|={7}|>{7})(?: |$)"), "an unfinished merge"),
+        (re.compile(r"[ \t]+$"), "blanks at the end"),
+    )
+    for path in tree.files:
+        if path.endswith((".bin", ".png")) or path.startswith(("fuzz/corpus/", "tests/golden/", "tests/tidy/")):
+            continue
+        for line, text in enumerate(tree.text(path).splitlines(), 1):
+            for pattern, what in unwanted:
+                if pattern.search(text):
+                    yield path, line, f"{what}: {text.strip()[:60]}"
+
+
+CHECKS = {
+    "tests": check_tests,
+    "includes": check_includes,
+    "programs": check_programs,
+    "layers": check_layers,
+    "headers": check_headers,
+    "held-by": check_held_by,
+    "man-pages": check_man_pages,
+    "words": check_words,
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--root", default=pathlib.Path(__file__).resolve().parents[2])
+    parser.add_argument("--compiler", default="c++")
+    parser.add_argument("--list", action="store_true", help="name the checks")
+    parser.add_argument("check", nargs="*")
+    options = parser.parse_args()
+    unknown = [name for name in options.check if name not in CHECKS]
+    if unknown:
+        parser.error(f"no check {unknown[0]}")
+    if options.list:
+        for name, check in CHECKS.items():
+            print(f"{name:10} {check.__doc__.splitlines()[0]}")
+        return 0
+    tree = Tree(options.root, options.compiler)
+    found = 0
+    for name in options.check or CHECKS:
+        for path, line, text in CHECKS[name](tree):
+            print(f"{path}:{line}: {text}")
+            found += 1
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

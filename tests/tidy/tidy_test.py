@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""Each check of tidy.py finds the fault that it is there for, and nothing in a sound tree."""
+
+import pathlib
+import shutil
+import tempfile
+import textwrap
+import unittest
+
+import tidy
+
+SOUND = {
+    "include/kl/export.h": "#pragma once\n",
+    "include/kl/message.h": '#pragma once\n#include "kl/export.h"\n',
+    "message/rep.h": "#pragma once\n",
+    "message/rep.cpp": """\
+        #include "message/rep.h"
+        #include "kl/message.h"
+        // Kept on purpose: the newest comes first.  Held by
+        // Rep.NewestComesFirst.
+        """,
+    "tests/message/rep_test.cpp": '#include "message/rep.h"\nTEST(Rep, NewestComesFirst) {}\n',
+    "services/loader/router.h": "#pragma once\n",
+    "services/loader/router.cpp": '#include "router.h"\n#include "kl/message.h"\n',
+    "tests/services/loader/router_test.cpp": '#include "services/loader/router.h"\n',
+    "docs/man/klctl.1": '.TH KLCTL 1 2026-01-01 kelo Commands\n.SH NAME\nklctl \\- a client\n',
+}
+
+
+class TidyTest(unittest.TestCase):
+    def findings(self, check, changes=None):
+        with tempfile.TemporaryDirectory() as folder:
+            for name, text in {**SOUND, **(changes or {})}.items():
+                if text is not None:
+                    path = pathlib.Path(folder, name)
+                    path.parent.mkdir(parents=True, exist_ok=True)
+                    path.write_text(textwrap.dedent(text))
+            found = tidy.CHECKS[check](tidy.Tree(folder))
+            return [f"{path}:{line}: {text}" for path, line, text in found]
+
+    def test_nothing_is_found_in_a_sound_tree(self):
+        for check in tidy.CHECKS:
+            with self.subTest(check):
+                self.assertEqual(self.findings(check), [])
+
+    def test_a_source_without_its_test(self):
+        self.assertEqual(self.findings("tests", {"tests/message/rep_test.cpp": None}),
+                         ["message/rep.cpp:1: no tests/message/rep_test.cpp, and no reason in tests/tidy/exceptions.txt"])
+
+    def test_an_exception_needs_a_reason(self):
+        self.assertEqual(self.findings("tests", {"tests/message/rep_test.cpp": None,
+                                                 tidy.EXCEPTIONS: "message/rep.cpp\n"}),
+                         ["tests/tidy/exceptions.txt:1: no reason for message/rep.cpp"])
+
+    def test_an_exception_that_is_not_needed(self):
+        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "# why\nmessage/rep.cpp is odd\n"}),
+                         ["tests/tidy/exceptions.txt:2: message/rep.cpp has its test: no exception is needed"])
+
+    def test_an_exception_for_a_source_that_is_gone(self):
+        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "message/gone.cpp is odd\n"}),
+                         ["tests/tidy/exceptions.txt:1: no source message/gone.cpp"])
+
+    def test_an_internal_header_in_another_folder(self):
+        self.assertEqual(self.findings("includes", {"loop/timers.cpp": '#include "message/rep.h"\n'}),
+                         ["loop/timers.cpp:1: message/rep.h is internal to message/"])
+
+    def test_an_internal_header_in_another_folders_tests(self):
+        self.assertEqual(self.findings("includes", {"tests/loop/timers_test.cpp": '\n#include "message/rep.h"\n'}),
+                         ["tests/loop/timers_test.cpp:2: message/rep.h is internal to message/"])
+
+    def test_a_public_header_that_includes_an_internal_one(self):
+        self.assertEqual(self.findings("includes", {"include/kl/field.h": '#include "message/rep.h"\n'}),
+                         ["include/kl/field.h:1: message/rep.h is internal to message/"])
+
+    def test_a_program_that_includes_anothers_header(self):
+        self.assertEqual(self.findings("includes", {"tools/klctl/main.cpp": '#include "services/loader/router.h"\n'}),
+                         ["tools/klctl/main.cpp:1: services/loader/router.h is internal to services/loader/"])
+
+    def test_a_program_that_includes_what_only_the_build_makes(self):
+        self.assertEqual(self.findings("programs", {"tools/klctl/main.cpp": '#include "fixed_paths.h"\n'}),
+                         ['tools/klctl/main.cpp:1: "fixed_paths.h" is neither a public header nor one of tools/klctl/'])
+
+    def test_a_public_header_that_includes_upwards(self):
+        self.assertEqual(self.findings("layers", {"include/kl/looper.h": "",
+                                                  "include/kl/runner.h": '#include "kl/looper.h"\n'}),
+                         ["include/kl/runner.h:1: kl/looper.h does not lie below kl/runner.h"])
+
+    def test_a_public_header_without_a_layer(self):
+        self.assertEqual(self.findings("layers", {"include/kl/novel.h": ""}),
+                         ["include/kl/novel.h:1: this public header has no layer: give it one in tests/tidy/tidy.py"])
+
+    def test_a_public_header_that_needs_another_before_it(self):
+        found = self.findings("headers", {"include/kl/message.h": "#pragma once\nstd::string text;\n"})
+        self.assertEqual(len(found), 1)
+        self.assertIn("include/kl/message.h:1: does not compile alone: ", found[0])
+
+    def test_a_note_that_names_no_real_test(self):
+        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "\n// Held by Rep.Oldest.\nint x;\n"}),
+                         ["message/rep.cpp:2: no test Rep.Oldest"])
+
+    def test_a_note_without_a_name(self):
+        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "// Held by the tests.\n"}),
+                         ['message/rep.cpp:1: a "Held by" without a Suite.Test'])
+
+    def test_what_is_kept_on_purpose_names_its_test(self):
+        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "int y;\n// Kept on\n// purpose: so.\n"}),
+                         ["message/rep.cpp:2: kept on purpose, but held by no test"])
+
+    @unittest.skipUnless(shutil.which("groff"), "groff is missing")
+    def test_a_man_page_with_an_unknown_macro(self):
+        found = self.findings("man-pages", {"docs/man/klctl.1": ".TH KLCTL 1\n.SH NAME\n.XYZ\nklctl\n"})
+        self.assertEqual(len(found), 1)
+        self.assertRegex(found[0], r"^docs/man/klctl\.1:3: .*XYZ")
+
+    def test_unwanted_words(self):
+        self.assertEqual(self.findings("words", {"loop/a.cpp": "// see /" + "home/me/notes\n"}),
+                         ["loop/a.cpp:1: a path of one machine: // see /" + "home/me/notes"])
+        self.assertEqual(self.findings("words", {"loop/a.cpp": "// TO" + "DO later\n"}),
+                         ["loop/a.cpp:1: work undone: // TO" + "DO later"])
+
+
+if __name__ == "__main__":
+    unittest.main()
