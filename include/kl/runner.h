@@ -3,6 +3,7 @@
 
 #include <poll.h>
 
+#include <cstddef>
 #include <forward_list>
 #include <map>
 #include <memory>
@@ -160,14 +161,14 @@ class KL_API ThinRunner {
     HookCallback callback;
   };
 
-  TimerInfo* newTimer(void* data, TimerCallback cb, unsigned int expiry, unsigned int heapIndex);
+  TimerInfo* newTimer(void* data, TimerCallback cb, unsigned int expiry);
   void addTimerBlock();
   void freeTimer(TimerInfo* timer);
   void pushTimer(TimerInfo* timer, unsigned int now);
   void placeTimerInHeap(TimerInfo* timer, unsigned int index, unsigned int now);
-  void put(HeapEntry entry, std::size_t position);
-  std::size_t siftUp(HeapEntry entry, std::size_t hole, unsigned int reference);
-  std::size_t siftDown(HeapEntry entry, std::size_t hole, unsigned int reference);
+  void put(const HeapEntry& entry, std::size_t position);
+  std::size_t siftUp(const HeapEntry& entry, std::size_t hole, unsigned int reference);
+  std::size_t siftDown(const HeapEntry& entry, std::size_t hole, unsigned int reference);
   void removeTimer(TimerInfo* timer);
   void cancelTimer(TimerInfo* timer);
   TimerInfo* findTimer(void* data, TimerCallback cb) const;
@@ -176,8 +177,7 @@ class KL_API ThinRunner {
   void adoptDelayedTimers(unsigned int now);
   void dropTimers();
 
-  bool keepsSleepTime() const;
-  bool isReadAhead(const pollfd& entry, const SockInfo& socket) const;
+  bool isReadAhead(std::size_t index) const;
   bool someoneReadsAhead() const;
   int mergeReadAhead(int ready);
   void dispatchSockets(int ready);
@@ -185,6 +185,8 @@ class KL_API ThinRunner {
 
   void runBeforeSleep();
   void dropHooks();
+
+  bool sleepTimeNeedsClock() const;
 
   SocketMap sockets_;
   std::vector<pollfd> polls_;                     // one per watched socket
@@ -200,7 +202,7 @@ class KL_API ThinRunner {
   std::size_t readAheadCount_ = 0;
   TimerInfo* freeTimers_ = nullptr;  // linked by their data
   std::vector<std::unique_ptr<TimerInfo[]>> timerBlocks_;
-  const void* ownSleepTime_;  // see keepsSleepTime
+  const void* ownSleepTime_;  // see sleepTimeNeedsClock
 };
 
 using TimerPtr = ThinRunner::TimerPtr;

@@ -1,0 +1,44 @@
+// The one Runner of a process: who it is, and what its construction sets up.
+
+#include "kl/runner.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <iostream>
+
+#include "loop/crash_report.h"
+#include "loop/signal_table.h"
+
+namespace kl {
+namespace {
+
+constexpr std::uintptr_t kPageBytes = 4096;
+
+Runner* currentRunner = nullptr;
+
+// The end of the page that a stack frame begins in.
+const char* stackTopAbove(const void* frame) {
+  const auto address = reinterpret_cast<std::uintptr_t>(frame);
+  return reinterpret_cast<const char*>((address & ~(kPageBytes - 1)) + kPageBytes);
+}
+
+}  // namespace
+
+Runner::Runner() {
+  stackTop = stackTopAbove(__builtin_frame_address(0));
+  if (currentRunner != nullptr) {
+    // Kept on purpose: the text says "more than two", the rule is that there is one.
+    // Held by Runner.ASecondOneEndsTheProcessWithStatusOne.
+    std::cout << "ERROR: created more than two runners" << std::endl;
+    std::exit(1);
+  }
+  currentRunner = this;
+  installCrashReporter();
+  resetSignalTable();
+}
+
+Runner::~Runner() { currentRunner = nullptr; }
+
+Runner* getRunner() { return currentRunner; }
+
+}  // namespace kl
