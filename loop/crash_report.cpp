@@ -3,6 +3,7 @@
 #include "loop/crash_report.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace kl {
 

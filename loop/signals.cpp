@@ -105,8 +105,10 @@ bool Runner::removeSighandler(int sig, bool restore) {
 // A record is below PIPE_BUF and therefore read whole or not at all.
 void Runner::onSignal(int fd, unsigned int events) {
   if ((events & POLLIN) == 0) return;
+  const int pipeAtStart = pipeReadEnd;
   int sig = 0;
-  while (::read(fd, &sig, sizeof sig) == sizeof sig) {
+  // A handler may close the pipe, and its number may be somebody else's by then.
+  while (pipeReadEnd == pipeAtStart && ::read(fd, &sig, sizeof sig) == sizeof sig) {
     const SignalEntry* entry = findEntry(sig);
     if (entry == nullptr || entry->action != SIGACTION_HANDLE || entry->handler == nullptr) continue;
     entry->handler(entry->data, sig);
