@@ -161,7 +161,33 @@ class Cursor {
   const unsigned char* end_;
 };
 
-bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W1& out) {
+// What becomes of the bytes of a nested message: decoded in its place of the struct, or kept as they
+// are.
+struct Decode {
+  template <class Struct>
+  bool operator()(Struct& out, const unsigned char* bytes, std::size_t size) {
+    return parse(out, bytes, size);
+  }
+};
+
+struct Keep {
+  template <class Struct>
+  bool operator()(Struct& /*out*/, const unsigned char* bytes, std::size_t size) {
+    std::memcpy(at, bytes, size);
+    at += size;
+    return true;
+  }
+  unsigned char* at;
+};
+
+template <class Struct, class Nested>
+bool takeNested(Cursor& in, bool shortForm, Struct& out, Nested& nested) {
+  const unsigned char* bytes = nullptr;
+  std::size_t size = 0;
+  return in.takeBytes(shortForm, bytes, size) && nested(out, bytes, size);
+}
+
+bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W1& out, Decode& /*nested*/) {
   switch (field) {
     case id::kReplyExpected: out.replyExpected = shortForm; return true;
     case id::kType: return in.takeNumber(shortForm, out.type);
@@ -177,18 +203,13 @@ bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W1& out) {
   }
 }
 
-bool takeOrigin(Cursor& in, bool shortForm, W1& out) {
-  const unsigned char* bytes = nullptr;
-  std::size_t size = 0;
-  return in.takeBytes(shortForm, bytes, size) && parse(out, bytes, size);
-}
-
-bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W2& out) {
+template <class Nested>
+bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W2& out, Nested& nested) {
   switch (field) {
     case id::kBytesIn: return in.takeFixed(&out.bytesIn, 8);
     case id::kAddress: return in.takeFixed(out.address, 16);
     case id::kKey: return in.takeText(shortForm, out.key);
-    case id::kOrigin: return takeOrigin(in, shortForm, out.origin);
+    case id::kOrigin: return takeNested(in, shortForm, out.origin, nested);
     default: break;
   }
   if (field - id::kNumber < 8) return in.takeNumber(shortForm, out.numbers[field - id::kNumber]);
@@ -198,30 +219,28 @@ bool takeField(Cursor& in, std::uint32_t field, bool shortForm, W2& out) {
   return true;
 }
 
-bool takeField(Cursor& in, std::uint32_t field, bool /*shortForm*/, W3& out) {
+template <class Nested>
+bool takeField(Cursor& in, std::uint32_t field, bool /*shortForm*/, W3& out, Nested& nested) {
   if (field != id::kObjects || !in.takeCount(out.size) || out.size > std::size(out.objects)) return false;
-  for (unsigned int i = 0; i < out.size; ++i) {
-    const unsigned char* bytes = nullptr;
-    std::size_t size = 0;
-    if (!in.takeBytes(false, bytes, size) || !parse(out.objects[i], bytes, size)) return false;
-  }
+  for (unsigned int i = 0; i < out.size; ++i)
+    if (!takeNested(in, false, out.objects[i], nested)) return false;
   return true;
 }
 
-bool takeField(Cursor& in, std::uint32_t field, bool shortForm, Flat& out) {
+bool takeField(Cursor& in, std::uint32_t field, bool shortForm, Flat& out, Decode& /*nested*/) {
   const std::uint32_t place = field - id::kFlat;
   if (place >= std::size(out.texts)) return false;
   out.size = std::max(out.size, place + 1);
   return in.takeText(shortForm, out.texts[place]);
 }
 
-template <class Struct>
-bool parseFields(Struct& out, const unsigned char* bytes, std::size_t size) {
+template <class Struct, class Nested>
+bool parseFields(Struct& out, const unsigned char* bytes, std::size_t size, Nested nested) {
   Cursor in(bytes, size);
   if (!in.takeMagic()) return false;
   while (in.left() >= kLeastRecordBytes) {
     const std::uint32_t record = in.takeId();
-    if (!takeField(in, record & ~kShortForm, (record & kShortForm) != 0, out)) return false;
+    if (!takeField(in, record & ~kShortForm, (record & kShortForm) != 0, out, nested)) return false;
   }
   return in.left() == 0;
 }
@@ -343,12 +362,31 @@ std::size_t flatten(const Flat& in, unsigned char* buffer) {
   return static_cast<std::size_t>(at - buffer);
 }
 
-bool parse(W1& out, const unsigned char* bytes, std::size_t size) { return parseFields(out, bytes, size); }
-bool parse(W2& out, const unsigned char* bytes, std::size_t size) { return parseFields(out, bytes, size); }
-bool parse(W3& out, const unsigned char* bytes, std::size_t size) { return parseFields(out, bytes, size); }
+bool parse(W1& out, const unsigned char* bytes, std::size_t size) {
+  return parseFields(out, bytes, size, Decode());
+}
+bool parse(W2& out, const unsigned char* bytes, std::size_t size) {
+  return parseFields(out, bytes, size, Decode());
+}
+bool parse(W3& out, const unsigned char* bytes, std::size_t size) {
+  return parseFields(out, bytes, size, Decode());
+}
 bool parse(Flat& out, const unsigned char* bytes, std::size_t size) {
   out.size = 0;
-  return parseFields(out, bytes, size);
+  return parseFields(out, bytes, size, Decode());
+}
+
+bool parseOuter(W1& out, const unsigned char* bytes, std::size_t size, unsigned char* /*nested*/) {
+  return parse(out, bytes, size);
+}
+bool parseOuter(W2& out, const unsigned char* bytes, std::size_t size, unsigned char* nested) {
+  return parseFields(out, bytes, size, Keep{nested});
+}
+bool parseOuter(W3& out, const unsigned char* bytes, std::size_t size, unsigned char* nested) {
+  return parseFields(out, bytes, size, Keep{nested});
+}
+bool parseOuter(Flat& out, const unsigned char* bytes, std::size_t size, unsigned char* /*nested*/) {
+  return parse(out, bytes, size);
 }
 
 unsigned long long read(const W1& in) {

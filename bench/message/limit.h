@@ -73,6 +73,12 @@ bool parse(W2& out, const unsigned char* bytes, std::size_t size);
 bool parse(W3& out, const unsigned char* bytes, std::size_t size);
 bool parse(Flat& out, const unsigned char* bytes, std::size_t size);
 
+// Reads them as a message is parsed: nested ones stay bytes, copied to `nested`.
+bool parseOuter(W1& out, const unsigned char* bytes, std::size_t size, unsigned char* nested);
+bool parseOuter(W2& out, const unsigned char* bytes, std::size_t size, unsigned char* nested);
+bool parseOuter(W3& out, const unsigned char* bytes, std::size_t size, unsigned char* nested);
+bool parseOuter(Flat& out, const unsigned char* bytes, std::size_t size, unsigned char* nested);
+
 // Looks at every value: the sum of all numbers, and of size, first and last byte of whatever has a
 // length.
 unsigned long long read(const W1& in);

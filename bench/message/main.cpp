@@ -100,7 +100,8 @@ void addParsing(const std::string& name, Work& work, ReadValue readValue, ReadRe
                    DoNotOptimize(parsed);
                  }),
                  bench::repeated([&work] {
-                   DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
+                   DoNotOptimize(bench::limit::parseOuter(*work.scratch, work.bytes.data(), work.bytes.size(),
+                                                          work.buffer.get()));
                    benchmark::ClobberMemory();
                  }));
   bench::addPair(name + "/parse+read", bench::repeated([&work, readValue] {
