@@ -35,6 +35,7 @@ namespace kl {
 
 class FrameSocket;
 class Looper;
+class Timeout;
 
 // The rights that each command needs.  A request carries its rights as bits in SYS_POLICY; one
 // without that field carries all of them.  A command is allowed when every bit that it needs is there.
@@ -269,8 +270,13 @@ class KL_API Handler {
  private:
   friend class Looper;
 
+  message carryOut(const message& request, unsigned int command);
   void endPost(std::map<unsigned int, ReplyHandler>::iterator post, const message& reply);
   const ReplyHandler* findPost(unsigned int id) const;
+  void removeSubscription(const message& record);
+  std::vector<message> collectChanges(const std::set<unsigned int>& ids);
+  const message* sendObjects(const message* first, const message* last,
+                             const std::vector<unsigned int>& originator);
 
   std::map<unsigned int, ReplyHandler> replyHandlers_;
   unsigned int id_ = BADID;
@@ -394,17 +400,21 @@ class KL_API Looper : public Handler, public Runner {
   const message& getLoaderData() const { return loaderData_; }
 
  private:
+  friend class Handler;
+
   void registerProcess(const std::vector<unsigned int>& values);
   void awaitReady();
-  void declareReadAhead();
-  bool takeMessage();
-  void handleCtrl(unsigned int code);
-  void leave();
   void deliverLocally(message& m);
   void sendMulti(message& m);
   void reportFullQueue() const;
-  void dispatchTo(Handler& handler, message& m);
-  void breakPath(Handler& handler, message& m);
+  bool takeMessage();
+  void handleCtrl(unsigned int code);
+  void leave();
+  void deliverTo(Handler& handler, message& m);
+  void breakPath(Handler& handler, const message& m);
+  bool readMessage(message& m, Timeout& timeout);
+  void declareReadAhead();
+  void keepForLater(const message& m);
   bool isAnswer(const message& reply, unsigned int id, const std::vector<unsigned int>& from,
                 const message& request) const;
 

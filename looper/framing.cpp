@@ -1,0 +1,186 @@
+// Messages as frames on the loader's socket.
+//
+// Reading:
+// F1  a reader that may wait and knows that the socket was empty polls before it reads: no read is made
+//     only to be told that there is nothing
+// F2  a time-out runs only until the first byte of a frame: what has begun is completed
+// F3  the buffer never holds more than twice the bytes that really came, or kSmallBuffer
+//
+// The frame of a message with the boolean 0x00000003: 06 00 00 00 | 4d 32 03 00 00 01.
+
+#include "looper/framing.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "looper/diagnostics.h"
+
+namespace kl {
+namespace {
+
+constexpr std::size_t kLengthBytes = 4;
+constexpr std::size_t kFrameLimit = 65536;            // the first length that is not sent
+constexpr std::size_t kSmallBuffer = 16384;           // holds what usually comes at once
+constexpr std::size_t kKeptBuffer = 2 * kFrameLimit;  // a buffer above that is given back
+
+unsigned int getLength(const unsigned char* p) {
+  return p[0] | static_cast<unsigned int>(p[1]) << 8 | static_cast<unsigned int>(p[2]) << 16 |
+         static_cast<unsigned int>(p[3]) << 24;
+}
+
+void putLength(unsigned char* p, unsigned int length) {
+  for (std::size_t i = 0; i < kLengthBytes; ++i) p[i] = static_cast<unsigned char>(length >> 8 * i);
+}
+
+// As poll(2) answers for one descriptor.
+int waitFor(int fd, short events, int milliseconds) {
+  pollfd entry{fd, events, 0};
+  return ::poll(&entry, 1, milliseconds);
+}
+
+std::string describe(ssize_t result, int error) {
+  return std::to_string(result) + ", errno: " + std::to_string(error);
+}
+
+}  // namespace
+
+unsigned int FrameSocket::read(unsigned char* bytes, unsigned int count, Timeout& timeout) {
+  if (count == 0 || (!holdsBytes() && !receive(timeout, count))) return 0;
+  unsigned int done = 0;
+  while (done < count) {
+    complete(1);
+    const auto part = static_cast<unsigned int>(std::min<std::size_t>(count - done, end_ - begin_));
+    std::memcpy(bytes + done, &buffer_[begin_], part);
+    consume(part);
+    done += part;
+  }
+  return done;
+}
+
+bool FrameSocket::readFrame(message& m, Timeout& timeout) {
+  if (!holdsBytes() && !receive(timeout, kLengthBytes)) return false;
+  complete(kLengthBytes);
+  const unsigned int length = getLength(&buffer_[begin_]);
+  consume(kLengthBytes);
+  complete(length);
+  m = message(buffer_.get() + begin_, length);
+  consume(length);
+  return true;
+}
+
+void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
+  while (count > 0) {
+    const ssize_t written = ::send(fd_, bytes, count, MSG_NOSIGNAL);
+    if (written > 0) {
+      bytes += written;
+      count -= static_cast<std::size_t>(written);
+    } else if (written == 0) {
+      endProcess("LOOPER: write_raw write failed: EOF");
+    } else if (errno == EAGAIN) {
+      awaitRoom();
+    } else if (errno != EINTR) {
+      endProcess("LOOPER: write_raw write failed: " + describe(written, errno));
+    }
+  }
+}
+
+void FrameSocket::writeFrame(const message& m) {
+  unsigned int length = m.max_length();
+  unsigned char* const frame = roomToFlatten(kLengthBytes + length);
+  m.flatten(frame + kLengthBytes, &length);
+  if (length < kFrameLimit) {
+    putLength(frame, length);
+    write(frame, kLengthBytes + length);
+  }
+  if (outCapacity_ > kKeptBuffer) roomToFlatten(0);
+}
+
+// Waits until so many bytes are held.  F2
+void FrameSocket::complete(std::size_t wanted) {
+  Timeout noLimit(-1);
+  while (end_ - begin_ < wanted) receive(noLimit, wanted);
+}
+
+// Reads what has come, at least one byte, of a run of `wanted` bytes that begins with those that are held.
+// False when the time-out passed first.
+bool FrameSocket::receive(Timeout& timeout, std::size_t wanted) {
+  if (drained_ && timeout.waits() && !awaitBytes(timeout)) return false;  // F1
+  makeRoom(wanted);
+  while (true) {
+    const std::size_t room = capacity_ - end_;
+    const ssize_t got = ::read(fd_, &buffer_[end_], room);
+    if (got > 0) {
+      end_ += static_cast<std::size_t>(got);
+      drained_ = static_cast<std::size_t>(got) < room;
+      return true;
+    }
+    if (got == 0) endProcess("LOOPER: read_raw read failed: EOF");
+    if (errno == EAGAIN) {
+      drained_ = true;
+      if (!timeout.waits() || !awaitBytes(timeout)) return false;
+    } else if (errno != EINTR) {
+      endProcess("LOOPER: read_raw read failed: " + describe(got, errno));
+    }
+  }
+}
+
+bool FrameSocket::awaitBytes(Timeout& timeout) {
+  while (true) {
+    const int ready = waitFor(fd_, POLLIN, timeout.milliseconds());
+    if (ready >= 0) return ready > 0;
+    if (errno != EINTR) endProcess("LOOPER:: read_raw pool failed: errno=" + std::to_string(errno));
+  }
+}
+
+// A poll that fails is no reason to stop: the write that follows says what is wrong.
+void FrameSocket::awaitRoom() { (void)waitFor(fd_, POLLOUT, -1); }
+
+// Sees to at least one byte of room behind the bytes that are held.  F3: the buffer grows when it is full of
+// bytes that came, by doubling.
+void FrameSocket::makeRoom(std::size_t wanted) {
+  const std::size_t held = end_ - begin_;
+  if (capacity_ == 0 || held == capacity_) return moveBytes(std::max(kSmallBuffer, 2 * capacity_));
+  if (wanted > capacity_ - begin_) moveBytes(capacity_);
+}
+
+// Moves the bytes to the front of the buffer, or of one of another capacity.
+void FrameSocket::moveBytes(std::size_t capacity) {
+  const std::size_t held = end_ - begin_;
+  if (capacity != capacity_) {
+    auto larger = std::make_unique_for_overwrite<unsigned char[]>(capacity);
+    std::copy_n(buffer_.get() + begin_, held, larger.get());
+    buffer_ = std::move(larger);
+    capacity_ = capacity;
+  } else if (begin_ != 0) {
+    std::memmove(buffer_.get(), &buffer_[begin_], held);
+  }
+  begin_ = 0;
+  end_ = held;
+}
+
+void FrameSocket::consume(std::size_t count) {
+  begin_ += count;
+  if (holdsBytes()) return;
+  begin_ = end_ = 0;
+  if (capacity_ <= kKeptBuffer) return;
+  buffer_.reset();
+  capacity_ = 0;
+}
+
+// Room to put a frame together in, never zero-filled; 0 gives it back.
+unsigned char* FrameSocket::roomToFlatten(std::size_t count) {
+  if (count == 0 || count > outCapacity_) {
+    out_.reset();
+    outCapacity_ = count == 0 ? 0 : std::max(kSmallBuffer, count);
+    if (outCapacity_ > 0) out_ = std::make_unique_for_overwrite<unsigned char[]>(outCapacity_);
+  }
+  return out_.get();
+}
+
+}  // namespace kl

@@ -1,0 +1,67 @@
+#pragma once
+// framing.h: messages as frames on the loader's socket.
+//
+//     offset  size  content
+//     0       4     length L of the body, little-endian
+//     4       L     the message in its byte format
+//
+// Reading ahead: one read(2) takes what has come, whole frames and parts of one, and frames are then
+// served from the buffer.  A length is a claim and not a fact: the buffer grows with the bytes that
+// come, never with what a length promises.
+
+#include <cstddef>
+#include <memory>
+
+#include "kl/message.h"
+#include "looper/timeout.h"
+
+namespace kl {
+
+// The connection to the loader as bytes and as frames.  It is vital: end of file and every error that is
+// not a reason to try again end the process, with one line on the standard error stream and status 1.
+// The descriptor is non-blocking and borrowed.
+class FrameSocket {
+ public:
+  explicit FrameSocket(int fd) : fd_(fd) {}
+
+  // Reads exactly count bytes and returns count, or 0 when the time-out passed before the first of them.
+  // What has begun is completed, however long that takes.
+  unsigned int read(unsigned char* bytes, unsigned int count, Timeout& timeout);
+
+  // Reads one frame; false when the time-out passed before its first byte.
+  bool readFrame(message& m, Timeout& timeout);
+
+  // Bytes that were read and not yet taken.
+  bool holdsBytes() const { return begin_ != end_; }
+
+  // Writes everything, however long that takes.
+  void write(const unsigned char* bytes, std::size_t count);
+
+  // Writes one frame in one call.  A message of 65536 bytes or more is dropped.
+  void writeFrame(const message& m);
+
+ private:
+  void complete(std::size_t wanted);
+  bool receive(Timeout& timeout, std::size_t wanted);
+  bool awaitBytes(Timeout& timeout);
+  void awaitRoom();
+  void makeRoom(std::size_t wanted);
+  void moveBytes(std::size_t capacity);
+  void consume(std::size_t count);
+  unsigned char* roomToFlatten(std::size_t count);
+
+  int fd_;
+
+  // The bytes read ahead are buffer_[begin_..end_).
+  std::unique_ptr<unsigned char[]> buffer_;
+  std::size_t capacity_ = 0;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  bool drained_ = true;  // the last read took everything that had come
+
+  // Frames are put together here, so that each of them leaves in one piece.
+  std::unique_ptr<unsigned char[]> out_;
+  std::size_t outCapacity_ = 0;
+};
+
+}  // namespace kl
