@@ -1,0 +1,71 @@
+#include "message/node_list.h"
+
+#include <new>
+
+namespace kl::container {
+
+void NodeList::push(Node* node, Memory& memory) {
+  ++count_;
+  filter_ |= filterBit(node->id);
+  node->next = head_;
+  if (index_ == nullptr && count_ > kWalked) makeIndex(4 * kWalked, memory);
+  if (index_ != nullptr) {
+    if (2 * count_ > index_->size()) makeIndex(2 * index_->size(), memory);
+    if (head_ != nullptr) index_->find(head_->id)->previous = node;
+    index_->add({node->id, node, nullptr});
+  }
+  head_ = node;
+}
+
+void NodeList::remove(const Place& place) {
+  Node* const next = place.node->next;
+  (place.previous != nullptr ? place.previous->next : head_) = next;
+  --count_;
+  if (index_ == nullptr) return;
+  index_->remove(index_->find(place.node->id));
+  if (next != nullptr) index_->find(next->id)->previous = place.previous;
+}
+
+void NodeList::replace(const Place& place, Node* node) {
+  node->next = place.node->next;
+  (place.previous != nullptr ? place.previous->next : head_) = node;
+  if (index_ == nullptr) return;
+  index_->find(node->id)->node = node;
+  if (node->next != nullptr) index_->find(node->next->id)->previous = node;
+}
+
+std::size_t NodeList::growthCost() const {
+  const std::size_t entries = index_ != nullptr ? 2 * index_->size() : 4 * kWalked;
+  return Memory::arenaCost(roundedUp(sizeof(Index))) + Memory::arenaCost(entries * sizeof(Entry));
+}
+
+void NodeList::check() const {
+  unsigned int nodes = 0;
+  const Node* previous = nullptr;
+  for (const Node* node = head_; node != nullptr; previous = node, node = node->next, ++nodes) {
+    KL_INVARIANT((filter_ & filterBit(node->id)) != 0);  // L2
+    const Place place = find(node->id);
+    KL_INVARIANT(place.node == node);          // L1
+    KL_INVARIANT(place.previous == previous);  // L3
+  }
+  KL_INVARIANT(nodes == count_);
+}
+
+NodeList::Place NodeList::lookUp(unsigned int id) const {
+  const Entry* entry = index_->find(id);
+  if (entry == nullptr) return {nullptr, nullptr};
+  return {entry->node, entry->previous};
+}
+
+// L3: over all nodes that are linked.
+void NodeList::makeIndex(std::size_t size, Memory& memory) {
+  auto* entries = static_cast<Entry*>(memory.take(size * sizeof(Entry)));
+  if (index_ == nullptr) index_ = static_cast<Index*>(memory.take(roundedUp(sizeof(Index))));
+  else memory.give(index_->entries(), index_->size() * sizeof(Entry));
+  new (index_) Index(entries, size);
+  Node* previous = nullptr;
+  for (Node* node = head_; node != nullptr; previous = node, node = node->next)
+    index_->add({node->id, node, previous});
+}
+
+}  // namespace kl::container

@@ -1,0 +1,299 @@
+// The representation: where it begins, how fields enter and leave it, how it is copied and ends.
+
+#include "message/rep.h"
+
+#include <new>
+#include <optional>
+
+#include "message/block_stock.h"
+
+namespace kl {
+
+using container::Arena;
+using container::destroyObject;
+using container::encode;
+using container::encodedSize;
+using container::giveNode;
+using container::kBlockBytes;
+using container::kindOf;
+using container::Object;
+using container::objectOf;
+using container::takeNode;
+using container::withObjectKind;
+
+constinit const message::Rep RepAccess::nilRep;
+
+// --- Life ------------------------------------------------------------------------------------------------
+
+message::Rep* message::Rep::make() { return makeIn(container::takeBlock(), kBlockBytes, nullptr); }
+
+message::Rep* message::Rep::make(Arena& arena) {
+  return makeIn(arena.take(arenaBytes()), arenaBytes(), &arena);
+}
+
+std::size_t message::Rep::arenaBytes() {
+  return container::roundedUp(sizeof(Rep)) + htable<unsigned int>::kFirstBytes + Memory::kLargestSmall;
+}
+
+message::Rep* message::Rep::makeIn(void* block, std::size_t bytes, Arena* arena) {
+  auto* begin = static_cast<unsigned char*>(block);
+  return new (block) Rep(begin + container::roundedUp(sizeof(Rep)), begin + bytes, arena);
+}
+
+message::Rep* message::Rep::copyOf(const Rep& source) {
+  Rep* copy = make();
+  copy->boolId = source.boolId;
+  copy->boolValue = source.boolValue;
+  if (source.bools != nullptr) {
+    copy->makeBoolTable();
+    copy->bools->copyFrom(*source.bools, copy->memory);
+  }
+  copy->u32s.copyFrom(source.u32s, copy->memory);
+  copy->copyList(copy->fields, source.fields);
+  copy->copyList(copy->arrays, source.arrays);
+  if (source.kept != nullptr) copy->kept = new std::vector<unsigned char>(*source.kept);
+  return copy;
+}
+
+void message::Rep::destroy(Rep* rep) noexcept {
+  if (rep->hasObjects.load(std::memory_order_relaxed)) {
+    rep->destroyObjects(rep->fields);
+    rep->destroyObjects(rep->arrays);
+  }
+  delete rep->kept;
+  rep->memory.releaseAll();
+  if (rep->memory.arena() == nullptr) container::giveBlock(rep);
+}
+
+void message::Rep::destroyObjects(const NodeList& list) noexcept {
+  for (Node* node = list.head(); node != nullptr; node = node->next) destroyObject(*node);
+}
+
+// --- Bools -----------------------------------------------------------------------------------------------
+
+const bool* message::Rep::findBool(unsigned int id) const {
+  if (boolId != kNoBool) return boolId == id ? &boolValue : nullptr;
+  return bools != nullptr ? bools->get(id) : nullptr;
+}
+
+bool& message::Rep::boolRef(unsigned int id) {
+  if (boolId == id) return boolValue;
+  if (boolId == kNoBool && bools == nullptr) {
+    boolId = id;
+    boolValue = false;
+    return boolValue;
+  }
+  if (boolId != kNoBool) makeBoolTable();
+  return bools->get_ref(id, memory);
+}
+
+// R2: the inline bool, if there is one, moves in.
+void message::Rep::makeBoolTable() {
+  constexpr std::size_t head = container::roundedUp(sizeof(htable<bool>));
+  auto* bytes = static_cast<unsigned char*>(memory.take(head + htable<bool>::kFirstBytes));
+  bools = new (bytes) htable<bool>(bytes + head);
+  if (boolId != kNoBool) bools->get_ref(boolId, memory) = boolValue;
+  boolId = kNoBool;
+}
+
+void message::Rep::removeBool(unsigned int id) {
+  if (boolId == id) boolId = kNoBool;
+  else if (boolId == kNoBool && bools != nullptr) bools->erase(id);
+}
+
+// --- Fields and arrays -----------------------------------------------------------------------------------
+
+void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                            std::size_t count, bool borrowing) {
+  NodeList& list = listOf(kind);
+  const NodeList::Place place = list.find(id);
+  if (place.node != nullptr && place.node->kind == kind && place.node->hasObject()) {
+    withObjectKind(kind,
+                   [&]<Kind k>() { container::decode(*place.node->objectIfAny<k>(), from, bytes, count); });
+    return resized(*place.node, bytes);
+  }
+  Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
+  if (borrowing) node.borrow(from);
+  else container::copyBytes(node.room(), from, bytes);
+  setFilled(node, bytes, count);
+}
+
+template <message::Rep::Kind k>
+void message::Rep::putObject(unsigned int id, const Object<k>& v) {
+  NodeList& list = listOf(k);
+  const NodeList::Place place = list.find(id);
+  std::optional<Object<k>> copy;  // `v` may be the object of the node that is replaced
+  if (place.node != nullptr && place.node->kind != k) copy = v;
+  const Object<k>& value = copy.has_value() ? *copy : v;
+  if (place.node != nullptr && place.node->kind == k && place.node->hasObject())
+    return assign<k>(*place.node, value);
+  const bool inBytes = container::fitsBytes(value);
+  Node& node = putRoom(list, place, k, id, inBytes ? encodedSize(value) : 0);
+  if (inBytes) {
+    encode(node.room(), value);
+    return setFilled(node, encodedSize(value), container::elementCount(value));
+  }
+  setFilled(node, 0, 0);
+  node.object.store(new Object<k>(value), std::memory_order_release);
+  hasObjects.store(true, std::memory_order_relaxed);
+  lengthsOpen = true;
+}
+
+template void message::Rep::putObject<container::Kind::string>(unsigned int, const std::string&);
+template void message::Rep::putObject<container::Kind::message>(unsigned int, const flat_message&);
+template void message::Rep::putObject<container::Kind::raw>(unsigned int, const container::Bytes&);
+template void message::Rep::putObject<container::Kind::boolArray>(unsigned int, const std::vector<bool>&);
+template void message::Rep::putObject<container::Kind::u32Array>(unsigned int,
+                                                                 const std::vector<unsigned int>&);
+template void message::Rep::putObject<container::Kind::u64Array>(unsigned int,
+                                                                 const std::vector<unsigned long long>&);
+template void message::Rep::putObject<container::Kind::addr6Array>(unsigned int, const std::vector<IPAddr6>&);
+template void message::Rep::putObject<container::Kind::stringArray>(unsigned int,
+                                                                    const std::vector<std::string>&);
+template void message::Rep::putObject<container::Kind::messageArray>(unsigned int,
+                                                                     const std::vector<flat_message>&);
+template void message::Rep::putObject<container::Kind::rawArray>(unsigned int,
+                                                                 const std::vector<container::Bytes>&);
+
+template <message::Rep::Kind k>
+void message::Rep::assign(Node& node, const Object<k>& v) {
+  Object<k>& object = *node.objectIfAny<k>();
+  if (&object != &v) object = v;
+  resized(node, encodedSize(object));
+}
+
+message::Rep::Node& message::Rep::putRoom(NodeList& list, const NodeList::Place& place, Kind kind,
+                                          unsigned int id, std::size_t bytes) {
+  Node* old = place.node;
+  if (old != nullptr && old->kind == kind && !old->borrows && old->roomBytes() >= bytes) {
+    listBytes -= recordBytes(*old, old->size);
+    return *old;
+  }
+  Node* node = takeNode(memory, kind, id, bytes);
+  putNode(list, place, node);
+  return *node;
+}
+
+void message::Rep::putNode(NodeList& list, const NodeList::Place& place, Node* node) {
+  if (place.node == nullptr) return list.push(node, memory);
+  list.replace(place, node);
+  listBytes -= recordBytes(*place.node, place.node->size);
+  giveNode(memory, place.node);
+}
+
+void message::Rep::setFilled(Node& node, std::size_t bytes, std::size_t count) {
+  node.size = static_cast<unsigned int>(bytes);
+  node.count = static_cast<unsigned int>(count);
+  listBytes += recordBytes(node, bytes);
+}
+
+// The node's object was changed by one of our operations.
+void message::Rep::resized(Node& node, std::size_t bytes) {
+  listBytes += bytes - node.size;
+  node.size = static_cast<unsigned int>(bytes);
+}
+
+void message::Rep::putCopy(const Node& source) {
+  if (source.hasObject()) {
+    withObjectKind(source.kind, [&]<Kind k>() { putObject<k>(source.id, *source.objectIfAny<k>()); });
+    return;
+  }
+  putBytes(source.kind, source.id, source.content(), source.size, source.count);
+}
+
+message::Rep::Node& message::Rep::nodeRef(Kind kind, unsigned int id) {
+  NodeList& list = listOf(kind);
+  const NodeList::Place place = list.find(id);
+  if (place.node != nullptr && place.node->kind == kind) return *place.node;
+  const std::size_t bytes = kind == Kind::u64 ? 8 : kind == Kind::addr6 ? 16 : 0;
+  Node& node = putRoom(list, place, kind, id, bytes);
+  std::memset(node.room(), 0, bytes);
+  setFilled(node, bytes, 0);
+  return node;
+}
+
+template <message::Rep::Kind k>
+Object<k>* message::Rep::objectRef(unsigned int id) {
+  Node& node = nodeRef(k, id);
+  hasObjects.store(true, std::memory_order_relaxed);
+  lengthsOpen = true;
+  return objectOf<k>(node);
+}
+
+template std::string* message::Rep::objectRef<container::Kind::string>(unsigned int);
+template message::flat_message* message::Rep::objectRef<container::Kind::message>(unsigned int);
+template container::Bytes* message::Rep::objectRef<container::Kind::raw>(unsigned int);
+template std::vector<bool>* message::Rep::objectRef<container::Kind::boolArray>(unsigned int);
+template std::vector<unsigned int>* message::Rep::objectRef<container::Kind::u32Array>(unsigned int);
+template std::vector<unsigned long long>* message::Rep::objectRef<container::Kind::u64Array>(unsigned int);
+template std::vector<IPAddr6>* message::Rep::objectRef<container::Kind::addr6Array>(unsigned int);
+template std::vector<std::string>* message::Rep::objectRef<container::Kind::stringArray>(unsigned int);
+template std::vector<message::flat_message>* message::Rep::objectRef<container::Kind::messageArray>(
+    unsigned int);
+template std::vector<container::Bytes>* message::Rep::objectRef<container::Kind::rawArray>(unsigned int);
+
+void message::Rep::remove(NodeList& list, unsigned int id) {
+  const NodeList::Place place = list.find(id);
+  if (place.node == nullptr) return;
+  list.remove(place);
+  listBytes -= recordBytes(*place.node, place.node->size);
+  giveNode(memory, place.node);
+}
+
+void message::Rep::removeIdMask(NodeList& list, unsigned int id, unsigned int mask) {
+  for (Node* node = list.head(); node != nullptr;) {
+    Node* const next = node->next;
+    if ((node->id & mask) == id) remove(list, node->id);
+    node = next;
+  }
+}
+
+// --- Copying ---------------------------------------------------------------------------------------------
+
+// Kept on purpose: each copied node becomes the head, so a copy's lists run the other way round, and
+// so do the records that it is written as.
+// Held by Clone.ReversesTheListsAndThereforeTheirRecords.
+void message::Rep::copyList(NodeList& to, const NodeList& from) {
+  for (const Node* node = from.head(); node != nullptr; node = node->next)
+    if (node->agrees()) pushCopy(to, *node);
+}
+
+void message::Rep::pushCopy(NodeList& to, const Node& source) {
+  if (source.hasObject()) return putCopy(source);
+  Node* node = takeNode(memory, source.kind, source.id, source.size);
+  container::copyBytes(node->room(), source.content(), source.size);
+  setFilled(*node, source.size, source.count);
+  to.push(node, memory);
+}
+
+// --- Measures --------------------------------------------------------------------------------------------
+
+std::size_t message::Rep::maxLength() const {
+  std::size_t bytes = 2 + std::size_t{4} * boolCount() + std::size_t{8} * u32s.count();
+  if (!lengthsOpen) return bytes + listBytes;  // R4
+  for (const NodeList* list : {&fields, &arrays})
+    for (const Node* node = list->head(); node != nullptr; node = node->next)
+      bytes += recordBytes(*node, valueBytes(*node));
+  return bytes;
+}
+
+std::size_t message::Rep::arenaCostOfField() const {
+  const std::size_t boolCost = bools != nullptr
+                                   ? bools->growthCost()
+                                   : Memory::arenaCost(sizeof(htable<bool>) + htable<bool>::kFirstBytes);
+  return boolCost + u32s.growthCost() + fields.growthCost() + arrays.growthCost() +
+         Memory::arenaCost(sizeof(Node) + sizeof(IPAddr6));
+}
+
+void message::Rep::check() const {
+  KL_INVARIANT(boolId == kNoBool || bools == nullptr);  // R2
+  fields.check();
+  arrays.check();
+  std::size_t bytes = 0;
+  for (const NodeList* list : {&fields, &arrays})
+    for (const Node* node = list->head(); node != nullptr; node = node->next)
+      bytes += recordBytes(*node, valueBytes(*node));
+  KL_INVARIANT(lengthsOpen || bytes == listBytes);  // R4
+}
+
+}  // namespace kl
