@@ -87,7 +87,7 @@ class Levels<Dumper> {
     if (arena_.room() < levelBytes + message::Rep::arenaBytes()) return nullptr;
     auto* level = new (arena_.take(levelBytes)) Level{outer, nullptr, outer->indent + 1};
     message::Rep* rep = message::Rep::make(arena_);
-    if (!hasRoomForField(*rep, 0)) return arena_.rewind(mark), nullptr;
+    if (!container::hasRoomForField(*rep, 0)) return arena_.rewind(mark), nullptr;
     level->isCut =
         readFormat(*rep, bytes.data, bytes.size, message::normal, Reading::borrowing) == Outcome::noRoom;
     level->rep = rep;
