@@ -69,7 +69,7 @@ bool FrameSocket::readFrame(message& m, Timeout& timeout) {
   const unsigned int length = getLength(&buffer_[begin_]);
   consume(kLengthBytes);
   complete(length);
-  m = message(buffer_.get() + begin_, length);
+  m.assign(buffer_.get() + begin_, length);
   consume(length);
   return true;
 }

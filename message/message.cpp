@@ -54,6 +54,12 @@ message& message::operator=(const flat_message& bytes) {
   return *this;
 }
 
+void message::assign(const unsigned char* data, unsigned int len) {
+  message fresh(data, len);
+  fresh.rep_->becomeItsCopy();
+  swap(fresh);
+}
+
 void message::clone() {
   Rep* copy = rep_ == nullptr ? Rep::make() : Rep::copyOf(*rep_);
   if (rep_ != nullptr) release(rep_);

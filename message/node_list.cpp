@@ -34,9 +34,19 @@ void NodeList::replace(const Place& place, Node* node) {
   if (node->next != nullptr) index_->find(node->next->id)->previous = node;
 }
 
+void NodeList::reverse() {
+  Node* reversed = nullptr;
+  for (Node* node = head_; node != nullptr;) {
+    Node* const next = node->next;
+    if (index_ != nullptr) index_->find(node->id)->previous = next;
+    node->next = reversed;
+    reversed = node;
+    node = next;
+  }
+  head_ = reversed;
+}
+
 std::size_t NodeList::growthCost() const {
-  const bool grows = index_ == nullptr ? count_ >= kWalked : 2 * (count_ + 1) > index_->size();
-  if (!grows) return 0;
   const std::size_t entries = index_ != nullptr ? 2 * index_->size() : 4 * kWalked;
   return Memory::arenaCost(roundedUp(sizeof(Index))) + Memory::arenaCost(entries * sizeof(Entry));
 }

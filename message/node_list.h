@@ -43,6 +43,9 @@ class NodeList {
   // Puts a node of the same id where the place's node is.
   void replace(const Place& place, Node* node);
 
+  // Makes the last node the first.
+  void reverse();
+
   // What the next push() takes from an arena at most, the node aside.
   std::size_t growthCost() const;
 

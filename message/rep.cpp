@@ -258,6 +258,15 @@ void message::Rep::copyList(NodeList& to, const NodeList& from) {
     if (node->agrees()) pushCopy(to, *node);
 }
 
+// Nobody holds a reference into it yet, so it may be shared from here on.  What received no field is not
+// unshareable, is therefore not copied in assigning, and stays as it is.
+void message::Rep::becomeItsCopy() {
+  if (!unshareable) return;
+  unshareable = false;
+  fields.reverse();
+  arrays.reverse();
+}
+
 void message::Rep::pushCopy(NodeList& to, const Node& source) {
   if (source.hasObject()) return putCopy(source);
   Node* node = takeNode(memory, source.kind, source.id, source.size);

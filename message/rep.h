@@ -35,6 +35,8 @@ struct message::Rep {
   static std::size_t arenaBytes();
   // A deep copy with the lists reversed.
   static Rep* copyOf(const Rep& source);
+  // Turns a representation that was just read from bytes into what the copy made in assigning it would be.
+  void becomeItsCopy();
   // Needs: nobody else refers to it.
   static void destroy(Rep* rep) noexcept;
 

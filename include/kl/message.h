@@ -137,6 +137,9 @@ class KL_API message {
 
   message& operator=(const message& other);
   message& operator=(const flat_message& bytes);
+  // What `*this = message(data, len)` gives, without the copy in between: the lists run the other way round than
+  // in a message made of the bytes, and copies share.
+  void assign(const unsigned char* data, unsigned int len);
   void swap(message& other) noexcept { std::swap(rep_, other.rep_); }
 
   // --- Getters by value: a copy of the value, or `def` where the field is absent. -----------------
