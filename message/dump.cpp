@@ -1,13 +1,378 @@
-#include "message/rep.h"
+// The text dump.
+//
+// One template makes the lines for both kinds of output; they differ in how numbers are written and lines end.
+// Nested messages are rebuilt from their bytes, which stay where they are in the outer message, and walked
+// by a chain of levels instead of a recursion: the depth is that of the data, which may come from a peer.
+//
+// D1  on a Dumper nothing is taken from the heap: representations and levels lie in one fixed arena, which
+//     the first dump takes and any other one that interrupts it does without
+// D2  what has no room in the arena is named in a line; everything before and after it is there
+// D3  a level's arena is free again when the level ends
+
+#include <atomic>
+#include <new>
+#include <optional>
+
+#include "kl/conventions.h"
+#include "message/dump_names.h"
+#include "message/wire.h"
 
 namespace kl {
+namespace {
+
+using container::Arena;
+using container::Elements;
+using container::Kind;
+using container::kNameBytes;
+using container::Node;
+using container::Outcome;
+using container::Reading;
+using container::Span;
+
+constexpr std::size_t kArenaBytes = 64 * 1024;
+alignas(16) unsigned char arenaBytes[kArenaBytes];
+constinit std::atomic<bool> arenaIsTaken{false};
+
+// The arena for as long as it lives, or none where somebody else has it.
+class ArenaLease {
+ public:
+  ArenaLease() : hasIt_(!arenaIsTaken.exchange(true, std::memory_order_acquire)) {}
+  ~ArenaLease() {
+    if (hasIt_) arenaIsTaken.store(false, std::memory_order_release);
+  }
+  ArenaLease(const ArenaLease&) = delete;
+  ArenaLease& operator=(const ArenaLease&) = delete;
+
+  std::size_t bytes() const { return hasIt_ ? kArenaBytes : 0; }
+
+ private:
+  bool hasIt_;
+};
+
+// One message in the chain from the outermost to the one whose lines are being written.
+struct Level {
+  Level* outer;
+  const message::Rep* rep;
+  unsigned int indent;
+  bool isCut = false;                  // fields are missing for want of room
+  const Node* field = nullptr;         // the next of the field list
+  const Node* array = nullptr;         // the next of the array list
+  std::optional<Elements> elements{};  // of the message array that is being written
+  unsigned char* arenaMark = nullptr;
+};
+
+// Where levels and the representations of nested messages come from: the heap for a stream ...
+template <class S>
+class Levels {
+ public:
+  Level* nested(Level* outer, Span bytes) {
+    message::Rep* rep = message::Rep::make();
+    (void)readFormat(*rep, bytes.data, bytes.size, message::normal, Reading::borrowing);
+    return new Level{outer, rep, outer->indent + 1};
+  }
+  void end(Level* level) {
+    message::Rep::destroy(const_cast<message::Rep*>(level->rep));
+    delete level;
+  }
+};
+
+// ... the arena for a Dumper (D1).
+template <>
+class Levels<Dumper> {
+ public:
+  // Null where there is no room.  Async-signal-safe.
+  Level* nested(Level* outer, Span bytes) {
+    constexpr std::size_t levelBytes = container::roundedUp(sizeof(Level));
+    unsigned char* const mark = arena_.mark();
+    if (arena_.room() < levelBytes + message::Rep::arenaBytes()) return nullptr;
+    auto* level = new (arena_.take(levelBytes)) Level{outer, nullptr, outer->indent + 1};
+    message::Rep* rep = message::Rep::make(arena_);
+    if (!container::hasRoomForField(*rep, 0)) return arena_.rewind(mark), nullptr;
+    level->isCut =
+        readFormat(*rep, bytes.data, bytes.size, message::normal, Reading::borrowing) == Outcome::noRoom;
+    level->rep = rep;
+    level->arenaMark = mark;
+    return level;
+  }
+  void end(Level* level) { arena_.rewind(level->arenaMark); }  // D3
+
+ private:
+  ArenaLease lease_;
+  Arena arena_{arenaBytes, lease_.bytes()};
+};
+
+// Async-signal-safe where S is a Dumper.
+template <class S>
+class Dump {
+ public:
+  Dump(S& out, const char* prefix) : out_(out), prefix_(prefix) {}
+
+  void write(const message::Rep& rep, unsigned int indent);
+
+ private:
+  void begin(Level& level);
+  bool next(Level& level, Span& nested);
+  bool nextField(Level& level, Span& nested);
+  bool nextArray(Level& level, Span& nested);
+  Level* enter(Level* level, Span nested);
+  Level* leave(Level* level);
+
+  void writeBools(const Level& level);
+  void writeU32s(const Level& level);
+  void writeField(const Level& level, const Node& node);
+  void writeArray(const Level& level, const Node& node);
+  void writeElement(const Node& node, const Elements& element, bool isFirst);
+
+  void head(const Level& level) { head(level.indent); }
+  void head(unsigned int indent);
+  void title(const Level& level, const char* word, unsigned int id, const char* after);
+  S& text(const char* s) {
+    out_ << s;
+    return out_;
+  }
+  void characters(Span bytes) {
+    out_.write(reinterpret_cast<const char*>(bytes.data), static_cast<unsigned int>(bytes.size));
+  }
+  template <class Number>
+  void number(Number v) {
+    decimal();
+    out_ << v;
+  }
+  void size(std::size_t bytes) {
+    text("#");
+    number(static_cast<unsigned int>(bytes));
+  }
+  void decimal() {
+    if constexpr (std::is_same_v<S, std::ostream>) out_.setf(std::ios_base::dec, std::ios_base::basefield);
+  }
+  void endLine() { doEndl<S>(out_); }
+
+  S& out_;
+  const char* prefix_;
+  Levels<S> levels_;
+};
+
+template <class S>
+void Dump<S>::write(const message::Rep& rep, unsigned int indent) {
+  Level outermost{nullptr, &rep, indent};
+  begin(outermost);
+  for (Level* level = &outermost; level != nullptr;) {
+    Span nested;
+    level = next(*level, nested) ? enter(level, nested) : leave(level);
+  }
+}
+
+template <class S>
+void Dump<S>::begin(Level& level) {
+  head(level);
+  text("--- kl::message --------");
+  endLine();
+  writeBools(level);
+  writeU32s(level);
+  level.field = level.rep->fields.head();
+  level.array = level.rep->arrays.head();
+}
+
+// Writes lines of the level up to the next nested message.  False at the level's end.
+template <class S>
+bool Dump<S>::next(Level& level, Span& nested) {
+  return nextField(level, nested) || nextArray(level, nested);
+}
+
+template <class S>
+bool Dump<S>::nextField(Level& level, Span& nested) {
+  while (level.field != nullptr) {
+    const Node& node = *level.field;
+    level.field = node.next;
+    if (!node.agrees()) continue;
+    if (node.kind != Kind::message) {
+      writeField(level, node);
+      continue;
+    }
+    title(level, "message", node.id, "]...");
+    endLine();
+    nested = bytesOf(node);
+    return true;
+  }
+  return false;
+}
+
+template <class S>
+bool Dump<S>::nextArray(Level& level, Span& nested) {
+  while (level.array != nullptr) {
+    const Node& node = *level.array;
+    if (node.agrees() && node.kind == Kind::messageArray) {
+      if (!level.elements.has_value()) {
+        title(level, "message[]", node.id, "]..");
+        endLine();
+        level.elements.emplace(node);
+      }
+      if (!level.elements->atEnd()) {
+        nested = level.elements->bytes();
+        level.elements->next();
+        return true;
+      }
+      level.elements.reset();
+      endLine();
+    } else if (node.agrees()) {
+      writeArray(level, node);
+    }
+    level.array = node.next;
+  }
+  return false;
+}
+
+// D2
+template <class S>
+Level* Dump<S>::enter(Level* level, Span nested) {
+  Level* inner = levels_.nested(level, nested);
+  if (inner != nullptr) {
+    begin(*inner);
+    return inner;
+  }
+  head(level->indent + 1);
+  text("--- no room for a message of ");
+  size(nested.size);
+  endLine();
+  return level;
+}
+
+template <class S>
+Level* Dump<S>::leave(Level* level) {
+  if (level->isCut) {
+    head(*level);
+    text("--- no room for more fields");
+    endLine();
+  }
+  head(*level);
+  text("------------------------");
+  endLine();
+  Level* const outer = level->outer;
+  if (outer != nullptr) levels_.end(level);
+  return outer;
+}
+
+template <class S>
+void Dump<S>::writeBools(const Level& level) {
+  level.rep->forEachBool([&](unsigned int id, bool v) {
+    title(level, "bool", id, "]=");
+    text(v ? "true" : "false");
+    endLine();
+  });
+}
+
+template <class S>
+void Dump<S>::writeU32s(const Level& level) {
+  char room[kNameBytes];
+  const htable<unsigned int>& u32s = level.rep->u32s;
+  for (unsigned int i = u32s.next(u32s.kNoSlot); i < u32s.capacity(); i = u32s.next(i)) {
+    title(level, "u32", u32s.key(i), "]=");
+    decimal();
+    text(container::valueName(u32s.key(i), u32s.value(i), room));
+    endLine();
+  }
+}
+
+// Needs: no message.
+template <class S>
+void Dump<S>::writeField(const Level& level, const Node& node) {
+  char room[kNameBytes];
+  switch (node.kind) {
+    case Kind::string:
+      title(level, "string", node.id, "]=");
+      characters(bytesOf(node));
+      break;
+    case Kind::raw:
+      title(level, "raw", node.id, "]=");
+      size(bytesOf(node).size);
+      break;
+    case Kind::addr6:
+      title(level, "addr6", node.id, "]=");
+      text(container::addressText(node.addr6()->bytes, room));
+      break;
+    default:
+      title(level, "u64", node.id, "]=");
+      number(*node.u64());
+      break;
+  }
+  endLine();
+}
+
+const char* arrayWord(Kind kind) {
+  switch (kind) {
+    case Kind::addr6Array: return "addr6[]";
+    case Kind::stringArray: return "string[]";
+    case Kind::rawArray: return "raw[]";
+    case Kind::u32Array: return "u32[]";
+    case Kind::u64Array: return "u64[]";
+    default: return "bool[]";
+  }
+}
+
+// Needs: no message array.
+template <class S>
+void Dump<S>::writeArray(const Level& level, const Node& node) {
+  title(level, arrayWord(node.kind), node.id, "]=");
+  bool isFirst = true;
+  for (Elements element(node); !element.atEnd(); element.next()) {
+    writeElement(node, element, isFirst);
+    text(", ");
+    isFirst = false;
+  }
+  endLine();
+}
+
+bool isPath(unsigned int id) {
+  constexpr unsigned int kWithoutType = 0x00FFFFFF;
+  return (id & kWithoutType) == (SYS_TO & kWithoutType) || (id & kWithoutType) == (SYS_FROM & kWithoutType);
+}
+
+template <class S>
+void Dump<S>::writeElement(const Node& node, const Elements& element, bool isFirst) {
+  char room[kNameBytes];
+  switch (node.kind) {
+    case Kind::addr6Array: text(container::addressText(element.bytes().data, room)); break;
+    case Kind::stringArray: characters(element.bytes()); break;
+    case Kind::rawArray: size(element.bytes().size); break;
+    case Kind::boolArray: text(element.number() != 0 ? "true" : "false"); break;
+    case Kind::u64Array: number(element.number()); break;
+    default: {
+      const auto v = static_cast<unsigned int>(element.number());
+      number(v);
+      const char* service = isFirst && isPath(node.id) ? findServiceName(v) : nullptr;
+      if (service != nullptr) text("(") << service << ")";
+      break;
+    }
+  }
+}
+
+template <class S>
+void Dump<S>::head(unsigned int indent) {
+  constexpr unsigned int kAtOnce = 16;
+  text(prefix_);
+  for (; indent >= kAtOnce; indent -= kAtOnce)
+    out_.write("                                                                ", 4 * kAtOnce);
+  for (; indent > 0; --indent) out_.write("    ", 4);
+}
+
+template <class S>
+void Dump<S>::title(const Level& level, const char* word, unsigned int id, const char* after) {
+  char room[kNameBytes];
+  head(level);
+  text(" ") << word << " [" << container::fieldName(id, room) << after;
+}
+
+}  // namespace
 
 template <class S>
 requires(std::is_same_v<S, std::ostream> ||
-         std::is_same_v<S, Dumper>) void message::dump2(S&, const char*, unsigned int) const {}
+         std::is_same_v<S, Dumper>) void message::dump2(S& out, const char* prefix,
+                                                        unsigned int indent) const {
+  Dump<S>(out, prefix).write(RepAccess::read(*this), indent);
+}
 
-template void message::dump2<std::ostream>(std::ostream&, const char*, unsigned int) const;
-template void message::dump2<Dumper>(Dumper&, const char*, unsigned int) const;
+template KL_API void message::dump2<std::ostream>(std::ostream&, const char*, unsigned int) const;
+template KL_API void message::dump2<Dumper>(Dumper&, const char*, unsigned int) const;
 
 std::ostream& operator<<(std::ostream& out, const message& m) {
   m.dump2(out, "", 0);

@@ -93,8 +93,10 @@ class htable {
   void merge(const htable& other, container::Memory& memory);
   void removeIdMask(std::uint32_t id, std::uint32_t mask);
 
-  // What the next growth takes from an arena at most.
-  std::size_t growthCost() const { return container::Memory::arenaCost(bytesFor(2 * capacity_)); }
+  // What the next get_ref() takes from an arena at most.
+  std::size_t growthCost() const {
+    return count_ + 1 > growthThreshold() ? container::Memory::arenaCost(bytesFor(2 * capacity_)) : 0;
+  }
 
  private:
   struct SlotEntry {

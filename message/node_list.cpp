@@ -47,6 +47,8 @@ void NodeList::reverse() {
 }
 
 std::size_t NodeList::growthCost() const {
+  const bool grows = index_ == nullptr ? count_ >= kWalked : 2 * (count_ + 1) > index_->size();
+  if (!grows) return 0;
   const std::size_t entries = index_ != nullptr ? 2 * index_->size() : 4 * kWalked;
   return Memory::arenaCost(roundedUp(sizeof(Index))) + Memory::arenaCost(entries * sizeof(Entry));
 }

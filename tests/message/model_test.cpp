@@ -291,7 +291,7 @@ TEST_P(Model, RandomStepsAgreeWithThePlainRules) {
   const unsigned int seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed) + ", ids up to " + std::to_string(GetParam()));
   RandomLife life(seed, GetParam());
-  for (int i = 0; i < 1500; ++i) {
+  for (int i = 0; i < 600; ++i) {
     life.step();
     if (i % 3 == 0) life.check();
     if (testing::Test::HasFailure()) return;
