@@ -1,0 +1,38 @@
+#include <gtest/gtest.h>
+
+#include "kl/looper.h"
+#include "tests/support/real_loader.h"
+
+namespace {
+
+constexpr unsigned int kHello = 34;
+constexpr int kPatienceTicks = 2000;
+
+class HelloService : public testing::Test {
+ protected:
+  kl::message ask(unsigned int command, kl::message m = {}) {
+    m.insert(kl::SYS_TO, {kHello, 0});
+    return client_.exchangeCmd(m, command, kPatienceTicks);
+  }
+
+  kl::test::RealLoader loader_{KL_BIN_DIR,
+                               "[[service]]\nname = \"hello\"\ncommand = [\"" KL_BIN_DIR "/hello\"]\n"};
+  kl::Looper client_{kl::Looper::kConnect};
+};
+
+}  // namespace
+
+TEST_F(HelloService, SaysHelloAndThenWhatItIsTold) {
+  EXPECT_EQ(ask(kl::CMD_GET).get(kl::STD_DESCR, ""), "hello");
+  kl::message change;
+  change.insert(kl::STD_DESCR, "good day");
+  EXPECT_FALSE(kl::isError(ask(kl::CMD_SET, change)));
+  EXPECT_EQ(ask(kl::CMD_GET).get(kl::STD_DESCR, ""), "good day");
+}
+
+TEST_F(HelloService, MissesATextThatIsNotGiven) {
+  unsigned int code = 0;
+  EXPECT_TRUE(kl::isError(ask(kl::CMD_SET), &code));
+  EXPECT_EQ(code, kl::ERROR_MISSING);
+  EXPECT_EQ(ask(kl::CMD_GET).get(kl::STD_DESCR, ""), "hello");
+}
