@@ -1,0 +1,121 @@
+#include "tools/klctl/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/tools/klctl/expect_failure.h"
+
+namespace klctl {
+namespace {
+
+std::variant<CommandLine, std::string> parse(std::vector<const char*> words) {
+  words.insert(words.begin(), "klctl");
+  return parseCommandLine(static_cast<int>(words.size()), words.data());
+}
+
+CommandLine line(const std::vector<const char*>& words) { return std::get<CommandLine>(parse(words)); }
+
+std::string refusal(const std::vector<const char*>& words) {
+  const Told told = failureOf([&] { (void)parse(words); });
+  EXPECT_EQ(told.status, 2);
+  return told.sentence;
+}
+
+}  // namespace
+
+TEST(CommandLineWords, ServicesNeedsNothingElse) {
+  const CommandLine services = line({"services"});
+  EXPECT_EQ(services.verb, Verb::kServices);
+  EXPECT_EQ(services.timeout.count(), 5000);
+  EXPECT_FALSE(services.json);
+  EXPECT_TRUE(services.fields.ends_with("share/kl/fields")) << services.fields;
+}
+
+TEST(CommandLineWords, ARequestHasAPathACommandAndFields) {
+  const CommandLine get = line({"get", "netif/3:2", "CMD_GETCOUNT", "descr=a b", "u32:5=-"});
+  EXPECT_EQ(get.verb, Verb::kGet);
+  EXPECT_EQ(get.path.service, "netif");
+  EXPECT_EQ(get.path.handlers, std::vector<unsigned int>{3});
+  EXPECT_EQ(get.path.object, 2u);
+  EXPECT_EQ(get.command, 0xfe0015u);
+  EXPECT_EQ(get.assignments, (std::vector<std::string>{"descr=a b", "u32:5=-"}));
+  EXPECT_EQ(line({"getall", "24"}).verb, Verb::kGetAll);
+  EXPECT_EQ(line({"set", "netif", "--id", "0x10", "descr=x"}).path.object, 16u);
+  EXPECT_EQ(line({"send", "netif", "0x60001"}).command, 0x60001u);
+}
+
+TEST(CommandLineWords, ACommandMayBeNamedLikeASubcommand) {
+  const CommandLine send = line({"send", "netif", "get"});
+  EXPECT_EQ(send.verb, Verb::kSend);
+  EXPECT_EQ(send.command, 0xfe000du);
+  EXPECT_EQ(line({"get", "services"}).path.service, "services");
+  EXPECT_EQ(line({"get", "get", "set", "u32:1=1"}).command, 0xfe000eu);
+}
+
+TEST(CommandLineWords, AFieldNeedsNoCommandBeforeIt) {
+  const CommandLine set = line({"set", "netif:2", "descr=x"});
+  EXPECT_FALSE(set.command.has_value());
+  EXPECT_EQ(set.assignments, std::vector<std::string>{"descr=x"});
+}
+
+TEST(CommandLineWords, OptionsStandAnywhere) {
+  EXPECT_EQ(line({"--timeout", "0.25", "get", "netif"}).timeout.count(), 250);
+  EXPECT_EQ(line({"get", "--timeout=2", "netif", "--json"}).timeout.count(), 2000);
+  EXPECT_TRUE(line({"get", "netif", "--json", "descr=x"}).json);
+  EXPECT_TRUE(line({"--json", "services"}).json);
+  EXPECT_EQ(line({"services", "--fields", "/x"}).fields, "/x");
+  EXPECT_TRUE(line({"send", "--no-reply", "netif"}).noReply);
+}
+
+TEST(CommandLineWords, WhatBeginsWithADashCanBeAValue) {
+  EXPECT_EQ(line({"set", "netif:2", "descr=--json"}).assignments, std::vector<std::string>{"descr=--json"});
+  EXPECT_EQ(line({"set", "netif:2", "--", "descr=x"}).assignments, std::vector<std::string>{"descr=x"});
+}
+
+TEST(CommandLineWords, MistakesAreUsage) {
+  EXPECT_NE(refusal({}), "");
+  EXPECT_NE(refusal({"fetch", "netif"}), "");
+  EXPECT_NE(refusal({"get"}).find("PATH"), std::string::npos);
+  EXPECT_NE(refusal({"services", "extra"}), "");
+  EXPECT_NE(refusal({"get", "netif", "--bogus"}), "");
+  EXPECT_NE(refusal({"get", "netif", "--no-reply"}), "");
+  EXPECT_NE(refusal({"get", "netif", "--timeout"}), "");
+  EXPECT_EQ(refusal({"get", "netif", "nothing"}), "there is no command 'nothing' (a number names any)");
+  EXPECT_EQ(refusal({"get", "netif:x"}), "'netif:x' is no path: a number must follow ':'");
+  EXPECT_EQ(refusal({"get", "netif:1", "--id", "2"}),
+            "the object is given twice, in the path and behind --id");
+}
+
+TEST(CommandLineWords, ATimeoutIsAPositiveNumberOfSeconds) {
+  for (const char* text : {"0", "-1", "x", "", "nan", "inf", "1e9", "5s"})
+    EXPECT_NE(refusal({"services", "--timeout", text}).find("--timeout"), std::string::npos) << text;
+}
+
+TEST(CommandLineWords, AnObjectIdIsANumber) {
+  for (const char* text : {"x", "-1", "4294967296", ""})
+    EXPECT_NE(refusal({"get", "netif", "--id", text}).find("--id"), std::string::npos) << text;
+}
+
+TEST(CommandLineWords, DumpTakesAFileAndItsFormat) {
+  const CommandLine dump = line({"dump", "-"});
+  EXPECT_EQ(dump.verb, Verb::kDump);
+  EXPECT_EQ(dump.file, "-");
+  EXPECT_EQ(dump.format, FileFormat::kGuess);
+  EXPECT_EQ(line({"dump", "x.dat", "--format", "store"}).format, FileFormat::kStore);
+  EXPECT_EQ(line({"dump", "--format=framed", "x"}).format, FileFormat::kFramed);
+  EXPECT_NE(refusal({"dump"}).find("FILE"), std::string::npos);
+  EXPECT_NE(refusal({"dump", "x", "--format", "tape"}).find("--format"), std::string::npos);
+  EXPECT_NE(refusal({"dump", "x", "--format", "7"}).find("--format"), std::string::npos);
+}
+
+TEST(CommandLineWords, RepliesAreShownInOneWayOnly) {
+  EXPECT_TRUE(line({"get", "netif", "--dump"}).dump);
+  EXPECT_NE(refusal({"get", "netif", "--dump", "--json"}).find("--json"), std::string::npos);
+}
+
+TEST(CommandLineWords, HelpAndVersionAreResults) {
+  EXPECT_NE(std::get<std::string>(parse({"--help"})).find("getall"), std::string::npos);
+  EXPECT_NE(std::get<std::string>(parse({"get", "--help"})).find("PATH"), std::string::npos);
+  EXPECT_TRUE(std::get<std::string>(parse({"--version"})).starts_with("klctl "));
+}
+
+}  // namespace klctl

@@ -1,0 +1,55 @@
+#pragma once
+// scripted_loader.h: a process that plays the loader for one connection as a test tells it to.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "tests/support/loader_double.h"
+
+namespace klctl {
+
+class ScriptedLoader {
+ public:
+  using Script = std::function<void(kl::test::LoaderDouble&)>;
+
+  explicit ScriptedLoader(const Script& script) : pid_(::fork()) {
+    if (pid_ != 0) return;
+    {
+      kl::test::LoaderDouble connection(listening_.accept());
+      script(connection);
+    }
+    ::_exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+
+  // Waits for the end of the script.
+  ~ScriptedLoader() {
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+    EXPECT_EQ(status, 0);
+  }
+  ScriptedLoader(const ScriptedLoader&) = delete;
+  ScriptedLoader& operator=(const ScriptedLoader&) = delete;
+
+ private:
+  kl::test::ListeningLoader listening_;
+  pid_t pid_;
+};
+
+// For scripts: takes the registration and confirms it.
+inline void confirm(kl::test::LoaderDouble& connection) {
+  (void)connection.receive();
+  connection.sendReady();
+}
+
+// For scripts: does nothing until the client ends.
+inline void awaitEnd(const kl::test::LoaderDouble& connection) {
+  unsigned char bytes[4096];
+  while (::recv(connection.fd(), bytes, sizeof bytes, 0) > 0) {
+  }
+}
+
+}  // namespace klctl

@@ -1,0 +1,141 @@
+// The command line, by CLI11; what its words mean is checked here.
+
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include "dictionary.h"
+#include "failure.h"
+#include "field_id.h"
+#include "field_names.h"
+#include "kl/conventions.h"
+
+namespace klctl {
+namespace {
+constexpr double kShortestTimeout = 0.01;
+constexpr double kLongestTimeout = 1e6;
+
+struct Words {
+  std::string path;
+  std::vector<std::string> rest;  // [CMD] [field=value ...]
+  std::optional<unsigned int> id;
+  double timeoutSeconds = 5;
+};
+
+class Parser {
+ public:
+  Parser() : app_("Asks and tells the services of this machine.", "klctl") {
+    app_.require_subcommand(1);
+    app_.fallthrough();
+    app_.set_version_flag("--version", "klctl " KLCTL_VERSION);
+    app_.add_option("--timeout", words_.timeoutSeconds, "How long to wait for each reply (default 5)")
+        ->type_name("SECONDS");
+    CLI::Option* json = app_.add_flag("--json", line_.json, "Print JSON");
+    app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came")->excludes(json);
+    app_.add_option("--fields", line_.fields, "Where the field dictionaries are")->type_name("DIR");
+    app_.footer("Exit status: 0 done, 1 error reply, 2 usage, 3 time-out, 4 no loader.  See klctl(1).");
+    addVerb(Verb::kServices, "services", "List the services");
+    addRequest(Verb::kGet, "get", "Read settings, or one object");
+    addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
+    addRequest(Verb::kSet, "set", "Change settings, or one object");
+    CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
+    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
+    addDump();
+  }
+
+  std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (const CLI::CallForVersion&) {
+      return app_.version() + "\n";
+    } catch (const CLI::Success&) {  // --help
+      return app_.help();
+    } catch (const CLI::ParseError& error) {
+      throw usage(std::string(error.what()) + " (klctl --help shows what there is)");
+    }
+    interpret();
+    return line_;
+  }
+
+ private:
+  CLI::App* addVerb(Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = app_.add_subcommand(name, about);
+    verbApp->final_callback([this, verb] { line_.verb = verb; });
+    return verbApp;
+  }
+
+  CLI::App* addRequest(Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = addVerb(verb, name, about);
+    verbApp->add_option("PATH", words_.path, "A service, as netif, 24, netif/3 or netif:2 (object 2)")
+        ->required()
+        ->type_name("");
+    verbApp->add_option("words", words_.rest, "[CMD] [field=value ...]")->type_name("");
+    verbApp
+        ->add_option_function<std::string>(
+            "--id", [this](const std::string& text) { readId(text); }, "The object, as in PATH:ID")
+        ->type_name("ID");
+    return verbApp;
+  }
+
+  void addDump() {
+    CLI::App* dump = addVerb(Verb::kDump, "dump", "Print the messages in a file");
+    dump->add_option("FILE", line_.file, "The file; - is the standard input")->required()->type_name("");
+    dump->add_option_function<std::string>(
+            "--format", [this](const std::string& word) { readFormat(word); },
+            "What is in the file, when klctl guesses wrong")
+        ->type_name("bare|framed|store");
+  }
+
+  void readFormat(const std::string& word) {
+    if (word == "bare") line_.format = FileFormat::kBare;
+    else if (word == "framed") line_.format = FileFormat::kFramed;
+    else if (word == "store") line_.format = FileFormat::kStore;
+    else throw usage("--format takes bare, framed or store, not '" + word + "'");
+  }
+
+  void readId(const std::string& text) {
+    const auto id = parseNumber(text, kl::BADID);
+    if (!id) throw usage("--id takes a number, not '" + text + "'");
+    words_.id = static_cast<unsigned int>(*id);
+  }
+
+  void interpret() {
+    if (!(words_.timeoutSeconds >= kShortestTimeout && words_.timeoutSeconds <= kLongestTimeout)) {
+      throw usage("--timeout takes seconds, from 0.01 to 1000000");
+    }
+    line_.timeout = std::chrono::milliseconds(static_cast<long long>(words_.timeoutSeconds * 1000));
+    if (line_.fields.empty()) line_.fields = dictionaryFolder();
+    if (line_.verb == Verb::kServices || line_.verb == Verb::kDump) return;
+    line_.path = parsePath(words_.path);
+    interpretId();
+    interpretRest();
+  }
+
+  void interpretId() {
+    if (!words_.id) return;
+    if (line_.path.object) throw usage("the object is given twice, in the path and behind --id");
+    line_.path.object = words_.id;
+  }
+
+  void interpretRest() {
+    auto word = words_.rest.begin();
+    if (word != words_.rest.end() && word->find('=') == std::string::npos) {
+      line_.command = parseCommand(*word);
+      if (!line_.command) throw usage("there is no command '" + *word + "' (a number names any)");
+      ++word;
+    }
+    line_.assignments.assign(word, words_.rest.end());
+  }
+
+  CLI::App app_;
+  Words words_;
+  CommandLine line_;
+};
+
+}  // namespace
+
+std::variant<CommandLine, std::string> parseCommandLine(int argc, const char* const* argv) {
+  return Parser().parse(argc, argv);
+}
+
+}  // namespace klctl

@@ -1,0 +1,145 @@
+// From words to a request, from a reply to text.
+
+#include "commands.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "assignment.h"
+#include "dictionary.h"
+#include "failure.h"
+#include "fetch.h"
+#include "json.h"
+#include "kl/conventions.h"
+#include "table.h"
+
+namespace klctl {
+namespace {
+constexpr int kJsonIndent = 2;
+
+// What `services` shows of the loader's table; `getall loader` shows all.
+const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
+                                                  "user", "starts", "messages_in", "messages_out"};
+
+std::string pathText(const PathWord& path) {
+  std::string text = path.service;
+  for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
+  if (path.object) text += ":" + std::to_string(*path.object);
+  return text;
+}
+
+unsigned int commandOf(const CommandLine& line) {
+  if (line.command) return *line.command;
+  switch (line.verb) {
+    case Verb::kServices:
+    case Verb::kGetAll: return kl::CMD_GETALL;
+    case Verb::kGet: return line.path.object ? kl::CMD_GETOBJ : kl::CMD_GET;
+    case Verb::kSet: return line.path.object ? kl::CMD_SETOBJ : kl::CMD_SET;
+    case Verb::kSend:
+    case Verb::kDump: break;
+  }
+  return kl::CMD_NOOP;
+}
+
+kl::message requestFor(const CommandLine& line, const FieldNames& names) {
+  kl::message request;
+  request.insert(kl::SYS_CMD, commandOf(line));
+  if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
+  for (const std::string& word : line.assignments) assign(request, word, names);
+  return request;
+}
+
+void addressTo(kl::message& request, const PathWord& path, const Exchange& exchange) {
+  std::vector<unsigned int> to = {serviceId(path.service, exchange)};
+  to.insert(to.end(), path.handlers.begin(), path.handlers.end());
+  request.insert(kl::SYS_TO, to);
+}
+
+std::string print(const Json& value) {
+  return value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+// The columns of a table: every field that at least one object has.
+std::vector<std::string> columnsOf(const std::vector<Json>& objects, const FieldNames& names) {
+  std::vector<unsigned int> ids;
+  for (const Json& object : objects)
+    for (const auto& [name, value] : object.items()) ids.push_back(names.find(name).value_or(kl::BADID));
+  names.sort(ids);
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+  std::vector<std::string> columns;
+  for (const unsigned int id : ids) columns.push_back(names.nameOf(id));
+  return columns;
+}
+
+std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, const FieldNames& names) {
+  std::vector<Json> result;
+  for (const auto& object : objects) result.push_back(klctl::toJson(kl::message(object), names));
+  return result;
+}
+
+std::string showObjects(const CommandLine& line, const std::vector<kl::message::flat_message>& messages,
+                        const FieldNames& names) {
+  const std::vector<Json> objects = toJson(messages, names);
+  if (line.json) return print(Json(objects));
+  const bool isServices = line.verb == Verb::kServices;
+  return objectsTable(objects, isServices ? kServiceColumns : columnsOf(objects, names), lineWidth());
+}
+
+std::string dumpText(const kl::message& m) {
+  std::ostringstream text;
+  m.dump2(text, "", 0);
+  return text.str();
+}
+
+// A reply without what belongs to its journey.  A table in it is shown as one.
+std::string showReply(const CommandLine& line, kl::message reply, const FieldNames& names) {
+  kl::cleanSys(reply);
+  if (line.json) return print(klctl::toJson(reply, names));
+  const auto objects = toJson(reply.get(kl::STD_OBJS, {}), names);
+  reply.remove(kl::STD_OBJS);
+  return objectTable(klctl::toJson(reply, names)) +
+         objectsTable(objects, columnsOf(objects, names), lineWidth());
+}
+
+}  // namespace
+
+std::string run(const CommandLine& words, const Exchange& exchange, const Send& send) {
+  CommandLine line = words;
+  if (line.verb == Verb::kServices) line.path.service = "loader";
+  const FieldNames names = namesFor(serviceName(line.path.service, exchange), line.fields);
+  kl::message request = requestFor(line, names);
+  addressTo(request, line.path, exchange);
+  if (line.noReply) return send(request), "";
+
+  std::string dumped;
+  const auto noted = [&](const kl::message& m) {
+    kl::message reply = exchange(m);
+    if (line.dump) dumped += dumpText(reply);
+    return reply;
+  };
+  const bool isTable = line.verb == Verb::kServices || line.verb == Verb::kGetAll;
+  const std::string path = pathText(line.path);
+  const std::string shown = isTable ? showObjects(line, fetchAll(request, path, noted), names)
+                                    : showReply(line, fetch(request, path, noted), names);
+  return line.dump ? dumped : shown;
+}
+
+Dumped dumpFile(const CommandLine& line) {
+  const MessageFile file = readMessageFile(line.file, line.format);
+  Dumped dumped{"", file.fault};
+  Json all = Json::array();
+  for (const FoundMessage& found : file.messages) {
+    kl::message m;
+    const bool isWhole =
+        m.unflatten(found.bytes.data(), static_cast<unsigned int>(found.bytes.size()), kl::message::normal);
+    if (!isWhole && dumped.fault.empty())
+      dumped.fault = (found.title.empty() ? "the message" : found.title) + " is damaged";
+    if (line.json) all.push_back({{"at", found.title}, {"message", klctl::toJson(m, FieldNames())}});
+    else dumped.text += (found.title.empty() ? "" : found.title + "\n") + dumpText(m);
+  }
+  if (line.json) dumped.text = print(all);
+  if (!dumped.fault.empty()) dumped.fault = line.file + ": " + dumped.fault;
+  return dumped;
+}
+
+}  // namespace klctl

@@ -1,0 +1,38 @@
+#pragma once
+// path.h: the word that says whom a request is for.
+//
+//     netif        the service netif
+//     netif/3      handler 3 in it;  24/0  handler 0 of service 24
+//     netif:2      object 2 of the service;  24/0:2  object 2 of a handler
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kl/message.h"
+
+namespace klctl {
+
+// Sends a request and gives the reply, which may be an error reply.
+using Exchange = std::function<kl::message(const kl::message& request)>;
+
+struct PathWord {
+  std::string service;                 // a name or a number
+  std::vector<unsigned int> handlers;  // what follows it
+  std::optional<unsigned int> object;
+};
+
+// Throws Failure(kUsage) when the word is no path.
+PathWord parsePath(const std::string& word);
+
+// The name of the service that a word means: the word itself, or what the loader calls the number.  Empty when
+// nobody knows the number.
+std::string serviceName(const std::string& word, const Exchange& exchange);
+
+// The number of the service that a word means: the number itself, known or not, or what the loader's table has
+// under the name.  Throws Failure(kRefused) for a name that no service has or that several have, and for a loader
+// that does not show its table.
+unsigned int serviceId(const std::string& word, const Exchange& exchange);
+
+}  // namespace klctl
