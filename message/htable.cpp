@@ -14,7 +14,7 @@ void htable<T>::copyFrom(const htable& source, container::Memory& memory) {
     return;
   }
   std::memcpy(keys_, source.keys_, slotBytes(capacity_));
-  const std::size_t words = bits_.large->words;
+  const auto words = static_cast<std::size_t>(bits_.large->words);
   std::memcpy(bits_.large->live(), source.bits_.large->live(), 2 * words * sizeof(std::uint64_t));
   for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i)) bits_.large->index.add({key(i), i});
 }

@@ -8,7 +8,10 @@
 namespace kl::container {
 namespace {
 
-constinit std::atomic<std::uint64_t> factor{0};
+// In halves, because a 32-bit processor has no atomic access to 64 bits.  The lower one is odd, so 0 says that the
+// number is not there yet.
+constinit std::atomic<std::uint32_t> factorLow{0};
+constinit std::atomic<std::uint32_t> factorHigh{0};
 
 // The kernel gives every process 16 random bytes.  They do not change, so it does not matter which
 // thread comes first.
@@ -22,11 +25,11 @@ std::uint64_t randomOddNumber() {
 }  // namespace
 
 std::uint64_t idHashFactor() {
-  std::uint64_t number = factor.load(std::memory_order_relaxed);
-  if (number == 0) {
-    number = randomOddNumber();
-    factor.store(number, std::memory_order_relaxed);
-  }
+  const std::uint64_t low = factorLow.load(std::memory_order_acquire);
+  if (low != 0) return std::uint64_t{factorHigh.load(std::memory_order_relaxed)} << 32 | low;
+  const std::uint64_t number = randomOddNumber();
+  factorHigh.store(static_cast<std::uint32_t>(number >> 32), std::memory_order_relaxed);
+  factorLow.store(static_cast<std::uint32_t>(number), std::memory_order_release);
   return number;
 }
 
