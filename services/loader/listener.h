@@ -1,0 +1,50 @@
+#pragma once
+// listener.h: the socket that processes connect to.
+
+#include <string>
+
+#include "connection.h"
+
+namespace loader {
+
+// Takes the connections that come.
+class ListenerHost {
+ public:
+  virtual void onConnection(Descriptor socket, Applicant who) = 0;
+
+ protected:
+  ~ListenerHost() = default;
+};
+
+// The loader's socket, and the folders that the system's fixed paths lie in.
+//
+// Errors:    open() says what went wrong.  When no descriptor is left, nobody is accepted until one is free again.
+// Ownership: owns the socket and its file, which goes with it.
+// Threads:   belongs to one thread.
+// Cost:      two system calls for each connection.
+class Listener {
+ public:
+  Listener(kl::ThinRunner& runner, ListenerHost& host) : runner_(runner), host_(host) {}
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+  ~Listener() { close(); }
+
+  // Opens the socket; an empty text, or what went wrong.  A file that a killed loader left behind is replaced, a
+  // loader that lives is not.
+  std::string open();
+  void close();
+
+  // A descriptor has become free.
+  void resume();
+
+ private:
+  void onConnect(int fd, unsigned int events);
+
+  kl::ThinRunner& runner_;
+  ListenerHost& host_;
+  Descriptor socket_;
+  std::string path_;
+  bool isPaused_ = false;
+};
+
+}  // namespace loader

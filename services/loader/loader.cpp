@@ -1,0 +1,174 @@
+#include "loader.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+
+namespace loader {
+namespace {
+
+constexpr unsigned int kTicksPerSecond = 100;
+
+std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
+
+// Read from a page that the kernel shares: no system call.
+unsigned int coarseSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<unsigned int>(now.tv_sec);
+}
+
+std::string nameOf(const Connection& connection) {
+  if (connection.service() != nullptr) return describe(*connection.service());
+  if (connection.who().startedAs != nullptr) return describe(*connection.who().startedAs);
+  return "pid " + std::to_string(connection.who().pid);
+}
+
+}  // namespace
+
+Loader::Loader(const Configuration& configuration, Log& log)
+    : configuration_(configuration),
+      log_(log),
+      ids_(counterFile(configuration), log),
+      outbox_(configuration.queueLimit),
+      supervisor_(loop_, table_, log, *this),
+      own_(loop_, table_, outbox_, supervisor_, *this),
+      router_(table_, requests_, outbox_, own_),
+      registration_(table_, ids_, users_, configuration),
+      listener_(loop_, *this) {
+  table_.setListener(&own_);
+  addOwnRow();
+  for (const ServiceConfiguration& service : configuration.services) addConfigured(service);
+}
+
+std::string Loader::start() {
+  std::error_code error;
+  std::filesystem::create_directories(configuration_.stateFolder, error);
+  if (error) log_.line(configuration_.stateFolder + ": cannot be made: " + error.message());
+  if (std::string problem = listener_.open(); !problem.empty()) return problem;
+  loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
+  loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  supervisor_.startAll();
+  return {};
+}
+
+void Loader::run() { loop_.run(); }
+
+void Loader::addOwnRow() {
+  Service& own = table_.add(kl::SERVICE_LOADER);
+  own.name = "loader";
+  own.pid = ::getpid();
+  own.user = users_.nameOf(::geteuid());
+  own.starts = 1;
+  own.hasRegistered = true;
+  own.state = kl::SVC_STATE_RUNNING;
+}
+
+void Loader::addConfigured(const ServiceConfiguration& configured) {
+  Service& service = table_.add(configured.id);
+  service.name = configured.name;
+  service.user = configured.user.empty() ? users_.nameOf(::geteuid()) : configured.user;
+  service.configuration = &configured;
+  if (!configured.command.empty()) supervisor_.supervise(service);
+}
+
+void Loader::onConnection(Descriptor socket, Applicant who) { addConnection(std::move(socket), who); }
+
+// The credentials of a socket pair are those of whoever made it, that is the loader; the process is known anyway.
+void Loader::adopt(Service& service, Descriptor connection) {
+  (void)::fcntl(connection.get(), F_SETFL, O_NONBLOCK);
+  const std::string& user = service.configuration->user;
+  addConnection(std::move(connection),
+                {service.pid, user.empty() ? ::geteuid() : Users::numberOf(user), &service});
+}
+
+void Loader::addConnection(Descriptor socket, Applicant who) {
+  const Patience patience{configuration_.queueLimit, configuration_.stallSeconds * kTicksPerSecond};
+  ConnectionHost& host = *this;
+  connections_.push_back(std::make_unique<Connection>(loop_, host, area_, std::move(socket), who, patience));
+}
+
+void Loader::onBatch() { router_.setNow(coarseSeconds()); }
+
+const char* Loader::onFrame(Connection& connection, std::span<const unsigned char> body) {
+  if (connection.service() == nullptr) return enroll(connection, body);
+  return router_.route(*connection.service(), body);
+}
+
+// The first frame of a connection must register it.  What was held for the service goes out behind its
+// confirmation.
+const char* Loader::enroll(Connection& connection, std::span<const unsigned char> body) {
+  Envelope e;
+  if (const char* fault = readEnvelope(body, e)) return fault;
+  const bool isForLoader = e.path().size() == 1 && e.path()[0] == kl::SERVICE_LOADER;
+  if (!e.isControl || e.control != kl::CTRL_HELLO || !isForLoader)
+    return "sent a message before its registration";
+  Service* service = registration_.admit(connection.who(), e, refusal_);
+  if (service == nullptr) return refusal_.c_str();
+  if (connection.who().startedAs == nullptr) supervisor_.strangerCame(*service);
+  outbox_.sendFirst(*service, Registration::readyMessage(*service));
+  connection.becomes(*service);
+  table_.setState(*service, kl::SVC_STATE_REGISTERED);
+  return nullptr;
+}
+
+void Loader::onEnd(Connection& connection, const std::string& reason) {
+  if (!connection.isOpen()) return;
+  if (!reason.empty()) log_.line(nameOf(connection) + ": " + reason + "; disconnected");
+  Service* service = connection.service();
+  Service* startedAs = connection.who().startedAs;
+  connection.end();
+  someoneEnded_ = true;
+  if (service != nullptr) endService(*service);
+  else if (startedAs != nullptr) supervisor_.connectionEnded(*startedAs);
+}
+
+void Loader::endService(Service& service) {
+  own_.dropSubscriptionsOf(service);
+  router_.endOf(service);
+  if (service.isConfigured()) supervisor_.connectionEnded(service);
+  else table_.remove(service.id);
+}
+
+// A process that never registered has no connection in its row; it is found by what it was started as.
+void Loader::processEnded(Service& service) {
+  for (std::size_t i = 0; i < connections_.size(); ++i) {
+    Connection& connection = *connections_[i];
+    if (!connection.isOpen() || connection.who().startedAs != &service) continue;
+    connection.drain();
+    onEnd(connection, "");
+  }
+  router_.breakRequestsTo(service);
+  outbox_.forget(service);
+  service.out.clear();
+}
+
+void Loader::allEnded() { loop_.stop(); }
+
+void Loader::settle() {
+  outbox_.eachWithNews([](Service& service) {
+    if (service.isConnected()) service.connection->onNews();
+  });
+  if (!someoneEnded_) return;
+  someoneEnded_ = false;
+  std::erase_if(connections_, [](const auto& connection) { return !connection->isOpen(); });
+  listener_.resume();
+}
+
+void Loader::onChildSignal(int) {
+  supervisor_.reap();
+  settle();
+}
+
+void Loader::onEndSignal(int sig) {
+  log_.line("ends because of signal " + std::to_string(sig));
+  listener_.close();
+  supervisor_.endAll();
+  settle();
+}
+
+}  // namespace loader

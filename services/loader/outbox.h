@@ -1,0 +1,66 @@
+#pragma once
+// outbox.h: what waits to be written, and for whom.
+
+#include <vector>
+
+#include "kl/message.h"
+#include "service.h"
+
+namespace loader {
+
+// How far a service's queue may fill before something for it is lost.
+enum class Urgency : unsigned char {
+  kOrdinary,  // up to the queue limit
+  kReply,     // up to kMaxQueueBytes: whoever asked must get his answer, whoever depends must hear of an end
+};
+
+// Puts messages into the queues of services and remembers who has something new, so that everything that one read
+// brought leaves with one write for each destination.
+//
+// Errors:    what a full queue cannot take is dropped and counted in the service's traffic.
+// Ownership: borrows services; forget() one before it goes.
+// Threads:   belongs to one thread.
+// Cost:      a copy of the bytes.
+class Outbox {
+ public:
+  static constexpr std::size_t kMaxQueueBytes = 16 * 1024 * 1024;
+
+  explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit) {}
+
+  // True when nothing but replies is taken for the service.
+  bool isFull(const Service& to) const { return to.out.size() >= queueLimit_; }
+
+  // Queues a frame on its way from `from`; false when it was dropped.
+  bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency);
+
+  // Queues a message of the loader's own; false when it was dropped.
+  bool send(Service& to, const kl::message& m, Urgency urgency);
+
+  // Queues a message of the loader's own in front of what is held.
+  void sendFirst(Service& to, const kl::message& m);
+
+  // Hands out the services that have something new, each once.  Calling it ends their having news.
+  template <class Function>
+  void eachWithNews(Function function) {
+    for (std::size_t i = 0; i < news_.size(); ++i) {  // the function may add some
+      Service* service = news_[i];
+      if (service == nullptr) continue;
+      service->hasNews = false;
+      function(*service);
+    }
+    news_.clear();
+  }
+  void forget(Service& service);
+
+ private:
+  bool takes(Service& to, std::size_t bytes, Urgency urgency);
+  void queued(Service& to, std::size_t bytes);
+
+  std::size_t queueLimit_;
+  std::vector<Service*> news_;
+};
+
+// Appends a message as a frame.
+void appendFrame(Buffer& out, const kl::message& m);
+
+}  // namespace loader

@@ -1,0 +1,256 @@
+#include "services/loader/configuration.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "kl/utilities.h"
+
+namespace {
+
+using loader::Configuration;
+using loader::Mistake;
+using loader::RestartRule;
+using loader::Rights;
+
+Configuration read(const std::string& text) {
+  std::vector<Mistake> mistakes;
+  Configuration c = loader::parseConfiguration(text, "test.toml", mistakes);
+  for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
+  return c;
+}
+
+// The mistakes of a text, one a line.
+std::string mistakesIn(const std::string& text) {
+  std::vector<Mistake> mistakes;
+  (void)loader::parseConfiguration(text, "test.toml", mistakes);
+  std::string result;
+  for (const Mistake& m : mistakes) result += (result.empty() ? "" : "\n") + m.describe();
+  return result;
+}
+
+constexpr char kService[] = "[[service]]\nname = \"x\"\nid = 32\n";
+
+std::string mistakesInService(const std::string& lines) { return mistakesIn(kService + lines); }
+
+TEST(Configuration, AnEmptyFileIsTheBuiltInConfiguration) {
+  const Configuration c = read("");
+  const Configuration builtIn = loader::defaultConfiguration();
+  EXPECT_EQ(c.stateFolder, builtIn.stateFolder);
+  EXPECT_EQ(c.queueLimit, 1024u * 1024);
+  EXPECT_EQ(c.stallSeconds, 10u);
+  EXPECT_EQ(c.defaultRights, (Rights{false, 64}));
+  EXPECT_TRUE(c.services.empty());
+  EXPECT_EQ(c.stateFolder + "/", kl::runFolderPath().substr(0, kl::runFolderPath().size() - 3) + "loader/");
+}
+
+TEST(Configuration, EveryKeyIsRead) {
+  const Configuration c = read(R"(
+[loader]
+state_folder = "/var/lib/kelo"
+queue_limit = 65536
+stall_seconds = 0
+
+[rights]
+default = "read"
+root = "all"
+daemon = ["read", "change", "control"]
+bin = 0x41
+
+[[service]]
+name = "netif"
+id = 0x20
+command = ["/usr/bin/netif", "--quiet"]
+user = "daemon"
+folder = "/tmp"
+environment = { LANG = "C" }
+rights = ["read"]
+restart = "never"
+start = false
+
+[service.settings]
+0x08000007 = 1000
+
+[[service]]
+name = "other"
+id = 33
+)");
+  EXPECT_EQ(c.stateFolder, "/var/lib/kelo");
+  EXPECT_EQ(c.queueLimit, 65536u);
+  EXPECT_EQ(c.stallSeconds, 0u);
+  EXPECT_TRUE(c.rightsOf("root").all);
+  EXPECT_EQ(c.rightsOf("daemon"), (Rights{false, 64 | 128 | 512}));
+  EXPECT_EQ(c.rightsOf("bin"), (Rights{false, 0x41}));
+  EXPECT_EQ(c.rightsOf("sys"), (Rights{false, 64}));
+  ASSERT_EQ(c.services.size(), 2u);
+  const loader::ServiceConfiguration& s = c.services[0];
+  EXPECT_EQ(s.id, 32u);
+  EXPECT_EQ(s.name, "netif");
+  EXPECT_EQ(s.command, (std::vector<std::string>{"/usr/bin/netif", "--quiet"}));
+  EXPECT_EQ(s.user, "daemon");
+  EXPECT_EQ(s.folder, "/tmp");
+  EXPECT_EQ(s.environment.at("LANG"), "C");
+  EXPECT_EQ(s.rights, (Rights{false, 64}));
+  EXPECT_EQ(s.restart, RestartRule::kNever);
+  EXPECT_FALSE(s.startsAtBoot);
+  EXPECT_EQ(kl::message(s.settings).get_u32(0x08000007, 0), 1000u);
+  EXPECT_TRUE(c.services[1].command.empty());
+  EXPECT_TRUE(c.services[1].rights.all);
+  EXPECT_TRUE(c.services[1].startsAtBoot);
+  EXPECT_EQ(c.services[1].restart, RestartRule::kAfterCrash);
+  EXPECT_TRUE(c.services[1].settings.empty());
+}
+
+TEST(Configuration, SettingsHoldEveryTypeOfField) {
+  const Configuration c = read(std::string(kService) + R"(
+[service.settings]
+0x00000001 = true
+0x08000002 = 4294967295
+0x10000003 = 9223372036854775807
+0x18000004 = "2001:db8::1"
+0x20000005 = "text"
+0x28000006 = { 0x08000001 = 5 }
+0x30000007 = "00ff"
+0x80000001 = [true, false]
+0x88000002 = [1, 2]
+0x90000003 = [3]
+0x98000004 = ["::1"]
+0xa0000005 = ["a", ""]
+0xa8000006 = [{ 0x08000001 = 6 }]
+0xb0000007 = ["", "2a"]
+)");
+  const kl::message m(c.services.at(0).settings);
+  EXPECT_TRUE(m.get_bool(0x00000001, false));
+  EXPECT_EQ(m.get_u32(0x08000002, 0), 4294967295u);
+  EXPECT_EQ(m.get_u64(0x10000003, 0), 9223372036854775807ull);
+  EXPECT_EQ(m.get_addr6(0x18000004, kl::IPAddr6::zero).bytes[15], 1);
+  EXPECT_EQ(m.get_string(0x20000005, ""), "text");
+  EXPECT_EQ(kl::message(m.get_message(0x28000006, {})).get_u32(0x08000001, 0), 5u);
+  EXPECT_EQ(m.get_raw(0x30000007, {}), (std::vector<unsigned char>{0, 0xff}));
+  EXPECT_EQ(m.get_bool_array(0x80000001), (std::vector<bool>{true, false}));
+  EXPECT_EQ(m.get_u32_array(0x88000002), (std::vector<unsigned int>{1, 2}));
+  EXPECT_EQ(m.get_u64_array(0x90000003), (std::vector<unsigned long long>{3}));
+  EXPECT_EQ(m.size_addr6_array(0x98000004), 1u);
+  EXPECT_EQ(m.get_string_array(0xa0000005), (std::vector<std::string>{"a", ""}));
+  EXPECT_EQ(kl::message(m.get_message_array(0xa8000006).at(0)).get_u32(0x08000001, 0), 6u);
+  EXPECT_EQ(m.get_raw_array(0xb0000007), (std::vector<std::vector<unsigned char>>{{}, {0x2a}}));
+}
+
+TEST(Configuration, AKnownNameNeedsNoId) {
+  EXPECT_EQ(read("[[service]]\nname = \"system\"\n").services.at(0).id, 24u);
+}
+
+TEST(Configuration, MistakesNameFileLineAndWhatWasExpected) {
+  EXPECT_EQ(mistakesIn("[loader]\nqueue_limit = \"much\"\n"),
+            "test.toml:2: [loader] queue_limit: expected a number from 4096 to 16777216, found \"much\"");
+  EXPECT_EQ(mistakesIn("\n\n[loader]\nqueue_limit = 1\n"),
+            "test.toml:4: [loader] queue_limit: expected a number from 4096 to 16777216, found 1");
+  EXPECT_EQ(mistakesInService("start = 1\n"),
+            "test.toml:4: [service] start: expected true or false, found 1");
+  EXPECT_EQ(mistakesInService("command = \"/bin/x\"\n"),
+            "test.toml:4: [service] command: expected a list of texts: the program and its arguments, found "
+            "\"/bin/x\"");
+  EXPECT_EQ(mistakesInService("restart = \"maybe\"\n"),
+            "test.toml:4: [service] restart: expected \"crash\", \"always\" or \"never\", found \"maybe\"");
+  EXPECT_EQ(
+      mistakesInService("user = \"no such user\"\n"),
+      "test.toml:4: [service] user: expected the name of a user of this system, found \"no such user\"");
+  EXPECT_EQ(mistakesInService("rights = \"some\"\n"),
+            "test.toml:4: [service] rights: expected \"all\", \"read\", \"change\", \"control\", a list of "
+            "these, or a "
+            "number of policy bits, found \"some\"");
+  EXPECT_EQ(mistakesInService("environment = { A = 1 }\n"),
+            "test.toml:4: [environment] A: expected a text, found 1");
+}
+
+TEST(Configuration, ASyntaxMistakeHasItsLine) {
+  const std::string text = mistakesIn("[loader]\nqueue_limit = \n");
+  EXPECT_EQ(text.rfind("test.toml:2: expected TOML: ", 0), 0u) << text;
+}
+
+TEST(Configuration, AnUnknownKeyIsAMistake) {
+  EXPECT_EQ(mistakesIn("[loader]\nqueue_limits = 4096\n"),
+            "test.toml:2: [loader] queue_limits: expected one of the keys queue_limit, stall_seconds, "
+            "state_folder");
+  EXPECT_EQ(mistakesIn("\n[services]\n"),
+            "test.toml:2: services: expected one of the keys loader, rights, service");
+  EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")
+                .find("test.toml:4: [service] comand: expected one of the keys command, "),
+            std::string::npos);
+  EXPECT_NE(mistakesIn("[rights]\nnobodyknowsme = \"all\"\n")
+                .find("test.toml:2: [rights] nobodyknowsme: expected a key"),
+            std::string::npos);
+}
+
+TEST(Configuration, EveryMistakeIsReported) {
+  const std::string all = mistakesIn("[loader]\na = 1\nb = 2\n[rights]\ndefault = 1.5\n");
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 2) << all;
+}
+
+TEST(Configuration, AServiceNeedsANameAndAnId) {
+  EXPECT_EQ(mistakesIn("[[service]]\nid = 3\n"), "test.toml:1: [service]: expected a name for this service");
+  EXPECT_EQ(
+      mistakesIn("[[service]]\nname = \"x y\"\n"),
+      "test.toml:1: [service]: expected an id: the name \"x y\" is not one that the system has a number for");
+}
+
+TEST(Configuration, SomeIdsCannotBeConfigured) {
+  for (const char* id : {"0", "1", "0xff0001", "0xff0002", "0xff0003", "0xffffffff"})
+    EXPECT_NE(mistakesIn("[[service]]\nname = \"x\"\nid = " + std::string(id) + "\n")
+                  .find("test.toml:3: [service] id: expected a service id"),
+              std::string::npos)
+        << id;
+  EXPECT_EQ(read("[[service]]\nname = \"x\"\nid = 0xfffffffe\n").services.at(0).id, 0xfffffffeu);
+}
+
+TEST(Configuration, IdsAndNamesAreEachTheirOwn) {
+  EXPECT_EQ(mistakesIn("[[service]]\nname = \"x\"\nid = 3\n[[service]]\nname = \"x\"\nid = 3\n"),
+            "test.toml:4: [service]: expected an id of its own: another service has it\n"
+            "test.toml:4: [service]: expected a name of its own: another service has it");
+}
+
+TEST(Configuration, SettingsMustFitTheirFieldIds) {
+  const auto mistakes = [](const std::string& line) {
+    return mistakesInService("[service.settings]\n" + line + "\n");
+  };
+  EXPECT_EQ(mistakes("0x08000007 = -1"),
+            "test.toml:5: [service] 0x08000007: expected a number from 0 to 4294967295, found -1");
+  EXPECT_EQ(mistakes("0x08000007 = \"1\""),
+            "test.toml:5: [service] 0x08000007: expected a number from 0 to 4294967295, found \"1\"");
+  EXPECT_EQ(mistakes("speed = 1"),
+            "test.toml:5: [service] speed: expected a key that is a field id, like 0x08000007, found 1");
+  for (const char* key : {"0x09000007", "0x38000001", "0x", "0x1g", "08000007", "0x108000007", "0xffffffff"})
+    EXPECT_NE(mistakes(std::string(key) + " = 1").find("a key that is a field id"), std::string::npos) << key;
+  EXPECT_NE(mistakes("0x88000007 = [1, \"2\"]").find("a list, each of its elements a number"),
+            std::string::npos);
+  EXPECT_NE(mistakes("0x18000007 = \"10.0.0.1\"").find("an IPv6 address as text"), std::string::npos);
+  EXPECT_NE(mistakes("0x30000007 = \"0\"").find("hexadecimal digits"), std::string::npos);
+  EXPECT_NE(mistakes("0x30000007 = \"0g\"").find("hexadecimal digits"), std::string::npos);
+  EXPECT_NE(mistakes("0x28000007 = 1").find("a table of field ids"), std::string::npos);
+}
+
+TEST(Configuration, AFileThatCannotBeReadIsAMistake) {
+  std::vector<Mistake> mistakes;
+  (void)loader::readConfiguration("/nowhere/kl-loader.toml", mistakes);
+  ASSERT_EQ(mistakes.size(), 1u);
+  EXPECT_EQ(mistakes[0].describe(),
+            "/nowhere/kl-loader.toml: expected a file that can be read: No such file or directory");
+}
+
+TEST(Configuration, AnEmptyFileIsRight) {
+  std::vector<Mistake> mistakes;
+  (void)loader::readConfiguration("/dev/null", mistakes);
+  EXPECT_TRUE(mistakes.empty());
+}
+
+TEST(Configuration, TheExampleIsRight) {
+  std::vector<Mistake> mistakes;
+  const Configuration c =
+      loader::readConfiguration(KL_SOURCE_DIR "/services/loader/kl-loader.toml", mistakes);
+  for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
+  EXPECT_FALSE(c.services.empty());
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+#pragma once
+// fixture.h: services without processes, for tests of what happens between them.
+
+#include <string>
+#include <vector>
+
+#include "kl/message.h"
+#include "services/loader/frame_reader.h"
+#include "services/loader/outbox.h"
+#include "services/loader/service_table.h"
+
+namespace loader::test {
+
+using Ids = std::vector<unsigned int>;
+
+// A service that counts as connected; what is queued for it is taken from its queue.
+inline Service& connected(ServiceTable& table, unsigned int id) {
+  static char nobody;  // never followed: only its being there counts
+  Service& service = table.add(id);
+  service.name = "s" + std::to_string(id);
+  service.connection = reinterpret_cast<Connection*>(&nobody);
+  service.state = kl::SVC_STATE_RUNNING;
+  service.hasRegistered = true;
+  return service;
+}
+
+inline std::vector<unsigned char> flat(const kl::message& m) {
+  std::vector<unsigned char> bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+// The bodies of the frames in a queue, in order; the queue is empty afterwards.
+inline std::vector<std::vector<unsigned char>> takeFrames(Service& service) {
+  std::vector<std::vector<unsigned char>> frames;
+  std::span<const unsigned char> rest = service.out.bytes();
+  while (rest.size() >= kPrefixBytes) {
+    const std::size_t length = kl::readLe32(rest.data());
+    const auto body = rest.subspan(kPrefixBytes, length);
+    frames.emplace_back(body.begin(), body.end());
+    rest = rest.subspan(kPrefixBytes + length);
+  }
+  service.out.clear();
+  return frames;
+}
+
+inline std::vector<kl::message> takeMessages(Service& service) {
+  std::vector<kl::message> messages;
+  for (const auto& frame : takeFrames(service)) messages.emplace_back(frame);
+  return messages;
+}
+
+// The one message in a queue; an empty one when there is not exactly one.
+inline kl::message takeOnly(Service& service) {
+  const std::vector<kl::message> all = takeMessages(service);
+  return all.size() == 1 ? all[0] : kl::message();
+}
+
+inline kl::message request(const Ids& to, unsigned int command, unsigned int id, const Ids& from = {}) {
+  kl::message m;
+  m.insert(kl::SYS_TO, to);
+  if (!from.empty()) m.insert(kl::SYS_FROM, from);
+  m.insert(kl::SYS_CMD, command);
+  m.insert(kl::SYS_REQID, id);
+  m.insert(kl::SYS_REPLYEXP, true);
+  return m;
+}
+
+inline kl::message notification(const Ids& to, const Ids& from = {}) {
+  kl::message m;
+  m.insert(kl::SYS_TO, to);
+  if (!from.empty()) m.insert(kl::SYS_FROM, from);
+  m.insert(kl::SYS_CMD, kl::CMD_NOTIFY);
+  return m;
+}
+
+inline kl::message reply(const Ids& to, unsigned int id, const Ids& from = {}) {
+  kl::message m;
+  m.insert(kl::SYS_TO, to);
+  if (!from.empty()) m.insert(kl::SYS_FROM, from);
+  m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  m.insert(kl::SYS_REQID, id);
+  return m;
+}
+
+inline unsigned int errorOf(const kl::message& m) {
+  unsigned int code = kl::ERROR_OK;
+  (void)kl::isError(m, &code);
+  return code;
+}
+
+}  // namespace loader::test

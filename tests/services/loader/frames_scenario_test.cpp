@@ -1,0 +1,197 @@
+// What comes in at the loader's socket: whole frames, cut frames and garbage.
+
+#include <gtest/gtest.h>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "tests/support/hex.h"
+#include "tests/support/loader_process.h"
+#include "tests/support/raw_peer.h"
+
+namespace {
+
+using kl::test::bytes;
+using kl::test::frameOf;
+using kl::test::hello;
+using kl::test::LoaderProcess;
+using kl::test::notification;
+using kl::test::RawPeer;
+using kl::test::replyTo;
+using kl::test::request;
+using Bytes = std::vector<unsigned char>;
+
+class FramesScenario : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(witness_.connect());
+    ASSERT_EQ(witness_.registerAs(500), 500u);
+  }
+  void TearDown() override {
+    // Whatever came in, the loader still routes.
+    RawPeer late;
+    ASSERT_TRUE(late.connect());
+    ASSERT_NE(late.registerAs(0), 0u);
+    ASSERT_TRUE(late.send(request({500, 1}, kl::CMD_GET, 77)));
+    const auto asked = witness_.receiveCommand(kl::CMD_GET);
+    ASSERT_TRUE(asked);
+    ASSERT_TRUE(witness_.send(replyTo(*asked)));
+    EXPECT_TRUE(late.receiveReply(77));
+  }
+
+  RawPeer registered(unsigned int id) {
+    RawPeer peer;
+    EXPECT_TRUE(peer.connect());
+    EXPECT_EQ(peer.registerAs(id), id);
+    return peer;
+  }
+
+  // A registered peer that sends this is disconnected, everybody is told, and the log says why.
+  void expectGarbage(std::span<const unsigned char> stream, const std::string& reason) {
+    RawPeer peer = registered(600);
+    ASSERT_TRUE(peer.sendBytes(stream));
+    EXPECT_TRUE(peer.isDisconnected());
+    const auto told = witness_.receiveCommand(kl::CMD_DISCONNECTED);
+    ASSERT_TRUE(told);
+    EXPECT_EQ(told->get(kl::SYS_FROM, {}), std::vector<unsigned int>{600});
+    EXPECT_TRUE(loader_.logs(reason)) << loader_.log();
+  }
+  void expectGarbage(const kl::message& m, const std::string& reason) { expectGarbage(frameOf(m), reason); }
+
+  LoaderProcess loader_;
+  RawPeer witness_;
+};
+
+TEST_F(FramesScenario, FramesSplitAtEveryByteAreCarried) {
+  const Bytes first = frameOf(hello(600));
+  for (std::size_t split = 1; split < first.size(); split += 7) {
+    RawPeer peer;
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.sendBytes({first.data(), split}));
+    ASSERT_TRUE(peer.isQuiet(1));
+    ASSERT_TRUE(peer.sendBytes({first.data() + split, first.size() - split}));
+    ASSERT_TRUE(peer.receive()) << "split at " << split;
+    peer.close();
+    ASSERT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED));
+  }
+  RawPeer peer = registered(600);
+  for (const unsigned char byte : frameOf(request({500, 1}, kl::CMD_GET, 5, {7})))
+    ASSERT_TRUE(peer.sendBytes({&byte, 1}));
+  const auto got = witness_.receive();
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->get(kl::SYS_FROM, {}), (std::vector<unsigned int>{600, 7}));
+}
+
+TEST_F(FramesScenario, ManyFramesInOneWriteAreAllCarriedInOrder) {
+  RawPeer peer = registered(600);
+  Bytes stream;
+  for (unsigned int id = 0; id < 500; ++id) {
+    const Bytes frame = frameOf(request({500, 1}, kl::CMD_GET, id, {7}));
+    stream.insert(stream.end(), frame.begin(), frame.end());
+  }
+  ASSERT_TRUE(peer.sendBytes(stream));
+  for (unsigned int id = 0; id < 500; ++id) {
+    const auto got = witness_.receive();
+    ASSERT_TRUE(got);
+    EXPECT_EQ(got->get(kl::SYS_REQID, 0), id);
+  }
+}
+
+TEST_F(FramesScenario, ALengthAloneKeepsNobodyWaiting) {
+  RawPeer peer = registered(600);
+  ASSERT_TRUE(peer.sendBytes(bytes("10000000")));
+  EXPECT_TRUE(peer.isQuiet(50));
+  peer.close();
+  EXPECT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED));
+  EXPECT_TRUE(loader_.logs("ended within a frame"));
+}
+
+TEST_F(FramesScenario, ALengthPastTheEndOfTheStreamEndsItsSender) {
+  RawPeer peer = registered(600);
+  ASSERT_TRUE(peer.sendBytes(bytes("ff000000 4d32 0100ff88")));
+  peer.halfClose();
+  EXPECT_TRUE(peer.isDisconnected());
+  EXPECT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED));
+  EXPECT_TRUE(loader_.logs("ended within a frame"));
+}
+
+TEST_F(FramesScenario, BodiesOf65535And65536BytesAndMoreAreCarried) {
+  RawPeer peer = registered(600);
+  for (const std::size_t size : {65535, 65536, 200000}) {
+    kl::message m = notification({500, 1}, {7});
+    Bytes body;
+    m.flatten(body);
+    for (std::size_t left = size - body.size(); left > 0;) {  // raw fields of at most 60000 bytes
+      const std::size_t piece = left > 60006 + 6 + 256 ? 60006 : left;
+      const std::size_t value = piece - 6;
+      const Bytes header{
+          1, 0, 0, 0x30, static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
+      body.insert(body.end(), header.begin(), header.end());
+      body.resize(body.size() + value, 0x5a);
+      left -= piece;
+    }
+    ASSERT_EQ(body.size(), size);
+    ASSERT_TRUE(peer.sendBody(body));
+    const auto got = witness_.receiveBody();
+    ASSERT_TRUE(got);
+    EXPECT_EQ(got->size(), size);  // one hop less, one more on the way back
+    EXPECT_EQ(kl::message(*got).get(kl::SYS_FROM, {}), (std::vector<unsigned int>{600, 7}));
+    EXPECT_TRUE(std::equal(got->end() - 50000, got->end(), body.end() - 50000));
+  }
+}
+
+TEST_F(FramesScenario, ALengthOfZeroIsGarbage) {
+  expectGarbage(bytes("00000000"), "sent bytes that are no message");
+}
+
+TEST_F(FramesScenario, ALengthOver16MiBIsGarbage) {
+  expectGarbage(bytes("01000001"), "announced a frame of more than 16 MiB");
+}
+
+TEST_F(FramesScenario, BytesThatDoNotUnflattenAreGarbage) {
+  expectGarbage(bytes("03000000 4d32 00"), "sent bytes that are no message");
+}
+
+TEST_F(FramesScenario, TheOlderFormatIsGarbage) {
+  expectGarbage(bytes("02000000 0000"), "sent bytes that are no message");
+}
+
+TEST_F(FramesScenario, ASystemFieldThatStandsTwiceIsGarbage) {
+  expectGarbage(bytes("16000000 4d32 0100ff88 0100 f4010000 0700ff09 01 0700ff09 02"),
+                "sent a system field twice");
+}
+
+TEST_F(FramesScenario, AMessageWithoutAPathIsGarbage) {
+  expectGarbage(kl::errorMsg(kl::ERROR_FAILED, ""), "sent a message without a path");
+}
+
+TEST_F(FramesScenario, PathsThatLeadNowhereAreGarbage) {
+  expectGarbage(notification({kl::PATH_SELF, 1}), "sent a path that begins with PATH_SELF");
+  expectGarbage(notification(std::vector<unsigned int>(33, 500)), "sent a path of more than 32 hops");
+}
+
+TEST_F(FramesScenario, AControlMessageForSomebodyElseIsGarbage) {
+  for (const std::vector<unsigned int>& path : {std::vector<unsigned int>{500}, {kl::PATH_ALL}, {1, 0}}) {
+    kl::message m;
+    m.insert(kl::SYS_TO, path);
+    m.insert(kl::SYS_CTRL, kl::CTRL_LEAVE);
+    expectGarbage(m, "sent a control message for somebody else");
+    EXPECT_TRUE(witness_.isQuiet(20));
+  }
+}
+
+TEST_F(FramesScenario, WhoRegistersTwiceIsDisconnected) {
+  expectGarbage(hello(601), "sent a second registration");
+}
+
+TEST_F(FramesScenario, ManyBadPeersCostNothingThatStays) {
+  const std::size_t before = loader_.descriptors();
+  for (int i = 0; i < 300; ++i) {
+    RawPeer peer;
+    ASSERT_TRUE(peer.connect());
+    ASSERT_TRUE(peer.sendBytes(bytes("05000000 ffffffffff")));
+    ASSERT_TRUE(peer.isDisconnected());
+  }
+  EXPECT_EQ(loader_.descriptors(), before);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+#include "services/loader/outbox.h"
+
+#include <gtest/gtest.h>
+
+#include "fixture.h"
+
+namespace {
+
+using loader::Outbox;
+using loader::Service;
+using loader::ServiceTable;
+using loader::Urgency;
+using namespace loader::test;
+
+constexpr std::size_t kLimit = 1000;
+
+kl::message ofBytes(std::size_t size) {
+  kl::message m;
+  m.insert_raw(0x30000001, std::vector<unsigned char>(size - 8));  // magic, id and a 2-byte length
+  return m;
+}
+
+class OutboxTest : public testing::Test {
+ protected:
+  ServiceTable table_;
+  Outbox outbox_{kLimit};
+  Service& a_ = connected(table_, 10);
+  Service& b_ = connected(table_, 11);
+};
+
+TEST_F(OutboxTest, AMessageBecomesAFrame) {
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(500), Urgency::kOrdinary));
+  EXPECT_EQ(a_.out.size(), 504u);
+  EXPECT_EQ(a_.traffic.messagesIn, 1u);
+  EXPECT_EQ(a_.traffic.bytesIn, 504u);
+  EXPECT_EQ(takeFrames(a_), (std::vector<std::vector<unsigned char>>{flat(ofBytes(500))}));
+}
+
+TEST_F(OutboxTest, WhoHasNewsIsHandedOutOnce) {
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(a_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  std::vector<unsigned int> ids;
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids, (std::vector<unsigned int>{11, 10}));
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids.size(), 2u);
+}
+
+TEST_F(OutboxTest, WhoIsForgottenIsNotHandedOut) {
+  (void)outbox_.send(a_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  outbox_.forget(a_);
+  std::vector<unsigned int> ids;
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids, (std::vector<unsigned int>{11}));
+}
+
+TEST_F(OutboxTest, AFullQueueTakesOnlyRepliesAndCountsWhatItLoses) {
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(900), Urgency::kOrdinary));
+  EXPECT_FALSE(outbox_.isFull(a_));
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(5000), Urgency::kOrdinary));  // below its limit it takes any size
+  EXPECT_TRUE(outbox_.isFull(a_));
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(10), Urgency::kOrdinary));
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(10), Urgency::kOrdinary));
+  EXPECT_EQ(a_.traffic.drops, 2u);
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(10), Urgency::kReply));
+  EXPECT_TRUE(outbox_.send(b_, ofBytes(10), Urgency::kOrdinary));
+}
+
+TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {
+  const kl::message large = ofBytes(60000);
+  std::size_t taken = 0;
+  while (outbox_.send(a_, large, Urgency::kReply)) ++taken;
+  EXPECT_EQ(taken, Outbox::kMaxQueueBytes / 60004);
+  EXPECT_LE(a_.out.size(), Outbox::kMaxQueueBytes);
+  EXPECT_EQ(a_.traffic.drops, 1u);
+}
+
+TEST_F(OutboxTest, WhatIsHeldStaysBehindTheFirst) {
+  (void)outbox_.send(a_, ofBytes(100), Urgency::kOrdinary);
+  (void)outbox_.send(a_, ofBytes(200), Urgency::kOrdinary);
+  outbox_.sendFirst(a_, ofBytes(50));
+  const auto frames = takeFrames(a_);
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(frames[0], flat(ofBytes(50)));
+  EXPECT_EQ(frames[1], flat(ofBytes(100)));
+  EXPECT_EQ(frames[2], flat(ofBytes(200)));
+}
+
+}  // namespace

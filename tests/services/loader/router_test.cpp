@@ -1,0 +1,390 @@
+#include "services/loader/router.h"
+
+#include <gtest/gtest.h>
+
+#include "fixture.h"
+
+namespace {
+
+using namespace loader::test;
+using loader::OpenRequests;
+using loader::Outbox;
+using loader::Rights;
+using loader::Router;
+using loader::Service;
+using loader::ServiceTable;
+
+// Notes what is asked of the loader.
+class Recorder final : public loader::LocalService {
+ public:
+  void handle(Service& asker, const kl::message& request) override {
+    askers.push_back(asker.id);
+    requests.push_back(request);
+  }
+  Ids askers;
+  std::vector<kl::message> requests;
+};
+
+constexpr std::size_t kLimit = 4000;
+
+class RouterTest : public testing::Test {
+ protected:
+  std::string route(Service& from, const kl::message& m) { return routeBytes(from, flat(m)); }
+  std::string routeBytes(Service& from, const std::vector<unsigned char>& body) {
+    const char* fault = router_.route(from, body);
+    return fault == nullptr ? "" : fault;
+  }
+
+  // Fills the queue of a service whose process does not read.
+  void fill(Service& service) {
+    kl::message m = notification({service.id});
+    m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
+    while (!outbox_.isFull(service)) ASSERT_EQ(route(other_, m), "");
+  }
+
+  loader::ServiceConfiguration configuration(const std::vector<std::string>& command) {
+    loader::ServiceConfiguration c;
+    c.command = command;
+    return c;
+  }
+
+  ServiceTable table_;
+  OpenRequests requests_;
+  Outbox outbox_{kLimit};
+  Recorder local_;
+  Router router_{table_, requests_, outbox_, local_};
+  Service& a_ = connected(table_, 10);
+  Service& b_ = connected(table_, 24);
+  Service& other_ = connected(table_, 30);
+};
+
+TEST_F(RouterTest, ARequestArrivesWithItsPathCutAndItsReturnPathLengthened) {
+  EXPECT_EQ(route(a_, request({24, 0}, kl::CMD_GET, 5, {7})), "");
+  const kl::message got = takeOnly(b_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{0});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+}
+
+TEST_F(RouterTest, TheReplyComesBackToTheHandlerThatAsked) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(route(b_, reply({10, 7}, 5, {0})), "");
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{24, 0}));
+  EXPECT_TRUE(kl::isReply(got));
+}
+
+TEST_F(RouterTest, AReplyThatNobodyAskedForIsNotDelivered) {
+  EXPECT_EQ(route(b_, reply({10, 7}, 5)), "");
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  (void)takeMessages(b_);
+  (void)route(b_, reply({10, 7}, 6));      // another id
+  (void)route(b_, reply({10, 8}, 5));      // another handler
+  (void)route(other_, reply({10, 7}, 5));  // another service
+  (void)route(b_, reply({99, 7}, 5));      // nobody: no error about a reply
+  EXPECT_TRUE(takeMessages(a_).empty());
+  EXPECT_TRUE(takeMessages(b_).empty());
+  (void)route(b_, reply({10, 7}, 5));
+  (void)route(b_, reply({10, 7}, 5));  // once only
+  EXPECT_EQ(takeMessages(a_).size(), 1u);
+}
+
+TEST_F(RouterTest, AForgedReturnPathBeginsWithTheTruth) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {30, 7}));
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_FROM, {}), (Ids{10, 30, 7}));
+}
+
+TEST_F(RouterTest, AProcessMayAddressItselfByItsId) {
+  (void)route(a_, request({10, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{3});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  (void)route(a_, reply({10, 7}, 5, {3}));
+  EXPECT_TRUE(kl::isReply(takeOnly(a_)));
+}
+
+TEST_F(RouterTest, PathAllReachesEveryOtherProcess) {
+  (void)route(a_, notification({kl::PATH_ALL, 4}, {7}));
+  for (Service* s : {&b_, &other_}) {
+    const kl::message got = takeOnly(*s);
+    EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{4});
+    EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  }
+  EXPECT_TRUE(a_.out.empty());
+}
+
+TEST_F(RouterTest, EachCopyOfARequestToAllMayBeAnswered) {
+  (void)route(a_, request({kl::PATH_ALL}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, reply({10, 7}, 5));
+  (void)route(other_, reply({10, 7}, 5));
+  (void)route(other_, reply({10, 7}, 5));
+  EXPECT_EQ(takeMessages(a_).size(), 2u);
+}
+
+TEST_F(RouterTest, PathMultiReachesEachSubPathWithItsOwnPath) {
+  (void)route(a_, notification({kl::PATH_MULTI, 2, 24, 5, 1, 30, 3, 24, 6, 7}, {8}));
+  const std::vector<kl::message> got = takeMessages(b_);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].get(kl::SYS_TO, {}), Ids{5});
+  EXPECT_EQ(got[1].get(kl::SYS_TO, {}), (Ids{6, 7}));
+  EXPECT_EQ(got[1].get(kl::SYS_FROM, {}), (Ids{10, 8}));
+  EXPECT_EQ(takeOnly(other_).get(kl::SYS_TO, Ids{9}), Ids{});
+}
+
+TEST_F(RouterTest, AMalformedPathMultiDeliversNothing) {
+  const Ids tooLong = [] {
+    Ids path{kl::PATH_MULTI, 1, 24, 33};
+    path.resize(path.size() + 33, 24);
+    return path;
+  }();
+  for (const Ids& path :
+       {Ids{kl::PATH_MULTI, 2, 24, 5, 0}, Ids{kl::PATH_MULTI, 2, 24, 5, 2, 30},
+        Ids{kl::PATH_MULTI, 1, 24, 1, kl::PATH_SELF}, Ids{kl::PATH_MULTI, 1, 24, 1, kl::PATH_ALL},
+        Ids{kl::PATH_MULTI, 1, 24, 2, kl::PATH_MULTI, 1}, Ids{kl::PATH_MULTI, 1, 24, 0xffffffff},
+        Ids{kl::PATH_MULTI, 0}, Ids{kl::PATH_MULTI}, tooLong}) {
+    EXPECT_EQ(route(a_, notification(path)), "");
+    EXPECT_TRUE(takeMessages(b_).empty());
+    EXPECT_TRUE(takeMessages(other_).empty());
+    EXPECT_TRUE(takeMessages(a_).empty());
+  }
+}
+
+TEST_F(RouterTest, AnUnknownFirstHopIsABrokenPath) {
+  (void)route(a_, request({99, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_TRUE(kl::isReply(got));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{99, 3}));
+}
+
+TEST_F(RouterTest, WhoExpectsNoReplyGetsANotice) {
+  (void)route(a_, notification({99, 3}, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_FALSE(got.has(kl::SYS_TYPE));
+  EXPECT_FALSE(got.has(kl::SYS_REQID));
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{99, 3}));
+}
+
+TEST_F(RouterTest, NothingIsSentAboutANotice) {
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {99});
+  (void)route(a_, notice);
+  EXPECT_TRUE(takeMessages(a_).empty());
+}
+
+TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  kl::message silent = request({24, 0}, kl::CMD_GET, 6, {7});
+  silent.remove(kl::SYS_REPLYEXP);
+  (void)route(a_, silent);
+  b_.connection = nullptr;
+  router_.endOf(b_);
+  const std::vector<kl::message> got = takeMessages(a_);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(errorOf(got[0]), kl::ERROR_BRKPATH);
+  EXPECT_EQ(got[0].get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got[0].get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got[0].get(kl::SYS_FROM, {}), (Ids{24, 0}));
+  EXPECT_EQ(got[1].get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(got[1].get(kl::SYS_FROM, {}), Ids{24});
+  EXPECT_EQ(takeOnly(other_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(requests_.size(), 0u);
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 7, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  a_.connection = nullptr;
+  router_.endOf(a_);
+  EXPECT_EQ(requests_.size(), 0u);
+  (void)takeMessages(b_);
+  (void)route(b_, reply({10, 7}, 5));
+  EXPECT_TRUE(a_.out.empty());
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
+TEST_F(RouterTest, ControlMessagesAreForTheLoaderAlone) {
+  kl::message m;
+  m.insert(kl::SYS_CTRL, 6);
+  for (const Ids& path : {Ids{24}, Ids{1, 0}, Ids{kl::PATH_ALL}, Ids{kl::PATH_MULTI, 1, 1}}) {
+    m.insert(kl::SYS_TO, path);
+    EXPECT_EQ(route(a_, m), "sent a control message for somebody else");
+  }
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
+TEST_F(RouterTest, ASecondRegistrationIsAFault) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {1});
+  m.insert(kl::SYS_CTRL, kl::CTRL_HELLO);
+  EXPECT_EQ(route(a_, m), "sent a second registration");
+}
+
+TEST_F(RouterTest, ControlCodesChangeTheRowAndUnknownOnesNothing) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {1});
+  m.insert(kl::SYS_CTRL, kl::CTRL_LEAVE_VALUE);
+  m.insert(kl::SYS_CTRL_ARG, 9);
+  EXPECT_EQ(route(a_, m), "");
+  EXPECT_EQ(a_.leaveValue, 9u);
+  a_.state = kl::SVC_STATE_REGISTERED;
+  m.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
+  EXPECT_EQ(route(a_, m), "");
+  EXPECT_EQ(a_.state, kl::SVC_STATE_RUNNING);
+  for (const unsigned int code : {1u, 2u, 3u, 4u, 8u, 77u}) {
+    m.insert(kl::SYS_CTRL, code);
+    EXPECT_EQ(route(a_, m), "") << code;
+  }
+}
+
+TEST_F(RouterTest, GarbageIsNamed) {
+  EXPECT_EQ(routeBytes(a_, {}), "sent bytes that are no message");
+  EXPECT_EQ(route(a_, kl::message()), "sent a message without a path");
+}
+
+TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
+  (void)route(a_, request({1}, kl::CMD_GETALL, 5, {7}));
+  (void)route(a_, request({1, 0}, kl::CMD_GETALL, 6, {7}));
+  ASSERT_EQ(local_.requests.size(), 2u);
+  EXPECT_EQ(local_.askers, (Ids{10, 10}));
+  EXPECT_EQ(local_.requests[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  EXPECT_EQ(local_.requests[0].get(kl::SYS_TO, Ids{5}), Ids{});
+}
+
+TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
+  (void)route(a_, request({1, 5}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_TRUE(local_.requests.empty());
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{1, 5}));
+}
+
+TEST_F(RouterTest, RepliesAndNoticesToTheLoaderVanish) {
+  (void)route(a_, reply({1}, 5));
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {1});
+  (void)route(a_, notice);
+  EXPECT_TRUE(local_.requests.empty());
+  EXPECT_TRUE(takeMessages(a_).empty());
+}
+
+TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
+  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  kl::message m = request({24}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_USER, "root");
+  m.insert(kl::SYS_POLICY, 0xffffffff);
+  (void)route(a_, m);
+  (void)route(a_, request({24}, kl::CMD_SET, 6));
+  for (const kl::message& got : takeMessages(b_)) {
+    EXPECT_EQ(got.get(kl::SYS_USER, ""), "bob");
+    EXPECT_EQ(got.get(kl::SYS_POLICY, 0), 64u);
+  }
+  m.insert(kl::SYS_TO, {1});
+  (void)route(a_, m);
+  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_POLICY, 0), 64u);
+  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_USER, ""), "bob");
+}
+
+TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsAreCounted) {
+  (void)route(b_, request({30, 1}, kl::CMD_GET, 9, {2}));
+  fill(b_);
+  const std::size_t full = b_.out.size();
+  (void)route(a_, request({24, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BUSY);
+  EXPECT_TRUE(kl::isReply(got));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{24, 3}));
+  EXPECT_EQ(requests_.size(), 1u);  // only the one that b_ asked
+  (void)route(a_, notification({24}));
+  EXPECT_EQ(b_.traffic.drops, 1u);
+  EXPECT_EQ(b_.out.size(), full);
+  (void)route(other_, reply({24, 2}, 9));
+  EXPECT_GT(b_.out.size(), full);
+}
+
+TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {
+  router_.setNow(1000);
+  for (unsigned int i = 0; i < Router::kMaxOpenRequests; ++i) {
+    (void)route(a_, request({24}, kl::CMD_GET, i, {7}));
+    (void)takeMessages(b_);
+  }
+  router_.setNow(1600);
+  (void)route(a_, request({24}, kl::CMD_GET, 5000, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BUSY);
+  EXPECT_TRUE(takeMessages(b_).empty());
+
+  router_.setNow(1601);
+  (void)route(a_, request({24, 2}, kl::CMD_GET, 5000, {7}));
+  const kl::message old = takeOnly(a_);
+  EXPECT_EQ(errorOf(old), kl::ERROR_TIMEOUT);
+  EXPECT_EQ(old.get(kl::SYS_REQID, 77), 0u);
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_REQID, 0), 5000u);
+  EXPECT_EQ(a_.requests.askedCount, Router::kMaxOpenRequests);
+  (void)route(other_, request({24}, kl::CMD_GET, 1, {7}));  // others are not concerned
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+TEST_F(RouterTest, SubscribingOpensNoRequest) {
+  (void)route(a_, request({24}, kl::CMD_SUBSCRIBE, 5, {7}));
+  (void)route(a_, request({24}, kl::CMD_UNSUBSCRIBE, 6, {7}));
+  EXPECT_EQ(takeMessages(b_).size(), 2u);
+  EXPECT_EQ(requests_.size(), 0u);
+}
+
+TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  late.state = kl::SVC_STATE_STARTING;
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
+  (void)route(a_, reply({40, 1}, 5));
+  EXPECT_TRUE(a_.out.empty());
+  EXPECT_EQ(takeOnly(late).get(kl::SYS_FROM, {}), (Ids{10, 7}));
+
+  late.hasRegistered = true;  // later starts do not hold
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, HeldRequestsAreBounded) {
+  const loader::ServiceConfiguration configured = configuration({});  // somebody else starts it
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  kl::message m = request({40}, kl::CMD_NOOP, 5, {7});
+  m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
+  for (int i = 0; i < 10; ++i) (void)route(a_, m);
+  EXPECT_LT(late.out.size(), kLimit + 1100);
+  EXPECT_EQ(errorOf(takeMessages(a_).back()), kl::ERROR_BUSY);
+}
+
+TEST_F(RouterTest, DuringACrashDelayRequestsBreak) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  late.state = kl::SVC_STATE_STARTING;
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
+  late.state = kl::SVC_STATE_DELAYED;
+  router_.breakRequestsTo(late);
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, TrafficIsCountedOnBothSides) {
+  const kl::message m = request({24, 0}, kl::CMD_GET, 5, {7});
+  (void)route(a_, m);
+  EXPECT_EQ(a_.traffic.messagesOut, 1u);
+  EXPECT_EQ(a_.traffic.bytesOut, 4 + flat(m).size());
+  EXPECT_EQ(b_.traffic.messagesIn, 1u);
+  EXPECT_EQ(b_.traffic.bytesIn, b_.out.size());
+  EXPECT_EQ(b_.requests.servingCount, 1u);
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+// kl-test-service BEHAVIOUR [ARGUMENT]: a service for the loader to start.  It speaks on descriptor 3 without the
+// library's loop, so that it can also do what no proper service does.
+//
+//     serve           registers, answers every request with what it got, ends with the status that CMD_SHUTDOWN
+//                     carries in u32 0x08000001
+//     late MS         waits so long, then serves
+//     crash           registers and ends with status 3
+//     hide            never registers and never ends
+//     stubborn        serves, and ignores SIGTERM
+//     hangup          registers, closes its connection and never ends
+//     environment     serves; its replies carry its working directory and $KL_TEST
+//     impostor ID     asks for another id than its own, then waits
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "tests/support/raw_peer.h"
+
+namespace {
+
+using kl::test::RawPeer;
+
+constexpr int kForever = INT_MAX;
+
+void addSurroundings(kl::message& m) {
+  char folder[PATH_MAX] = "";
+  const char* word = std::getenv("KL_TEST");
+  m.insert_string(0x20000001, ::getcwd(folder, sizeof folder) != nullptr ? folder : "");
+  m.insert_string(0x20000002, word != nullptr ? word : "");
+}
+
+int serve(RawPeer& loader, const std::string& behaviour) {
+  kl::message running;
+  running.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  running.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
+  (void)loader.send(running);
+  while (const auto asked = loader.receive(kForever)) {
+    const unsigned int command = asked->get(kl::SYS_CMD, kl::CMD_NOOP);
+    if (command == kl::CMD_SHUTDOWN) return static_cast<int>(asked->get_u32(0x08000001, 0));
+    if (kl::isReply(*asked) || !kl::getRequestID(*asked) || command == kl::CMD_POLL)
+      continue;  // POLL is never answered
+    kl::message answer = kl::test::replyTo(*asked);
+    answer.insert(kl::STD_OBJS, {[&] {
+                    kl::message::flat_message copy;
+                    asked->flatten(copy);
+                    return copy;
+                  }()});
+    if (behaviour == "environment") addSurroundings(answer);
+    if (loader.ready().has(kl::READY_CONFIGURATION))
+      answer.insert(kl::READY_CONFIGURATION, loader.ready().get(kl::READY_CONFIGURATION, {}));
+    (void)loader.send(answer);
+  }
+  return 1;
+}
+
+[[noreturn]] void waitForEver() {
+  while (true) ::pause();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string behaviour = argc > 1 ? argv[1] : "serve";
+  const std::string argument = argc > 2 ? argv[2] : "";
+  RawPeer loader(3);
+  if (behaviour == "hide") waitForEver();
+  if (behaviour == "stubborn") (void)::signal(SIGTERM, SIG_IGN);
+  if (behaviour == "late") ::usleep(static_cast<useconds_t>(std::atoi(argument.c_str())) * 1000);
+  const unsigned int id =
+      behaviour == "impostor" ? static_cast<unsigned int>(std::atoi(argument.c_str())) : 0;
+  if (loader.registerAs(id) == 0) waitForEver();
+  if (behaviour == "crash") return 3;
+  if (behaviour == "hangup") {
+    loader.close();
+    waitForEver();
+  }
+  return serve(loader, behaviour);
+}

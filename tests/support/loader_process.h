@@ -1,0 +1,42 @@
+#pragma once
+// loader_process.h: a kl-loader of the test's own.  Needs: a private root.
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace kl::test {
+
+// Runs the loader with a configuration of the test's choice, and ends it with the test.
+class LoaderProcess {
+ public:
+  // Writes the configuration to a file, starts the loader and waits until it takes connections.
+  explicit LoaderProcess(const std::string& configuration = "");
+  LoaderProcess(const LoaderProcess&) = delete;
+  LoaderProcess& operator=(const LoaderProcess&) = delete;
+  ~LoaderProcess();
+
+  pid_t pid() const { return pid_; }
+
+  void signal(int sig) const;
+  // Waits for its end: the exit status, 128 + the signal's number, or -1 when it does not end in time.
+  int waitForEnd(int deadlineMs = 10000);
+
+  // What it has written to its standard error stream so far.
+  std::string log() const;
+  // Waits until the log holds the text.
+  bool logs(const std::string& text, int deadlineMs = 5000) const;
+
+  // Descriptors that it has open, and bytes of memory that are its own.
+  std::size_t descriptors() const;
+  std::size_t memory() const;
+
+ private:
+  void start();
+  bool hasEnded() const;
+
+  std::string folder_;
+  pid_t pid_ = -1;
+};
+
+}  // namespace kl::test
