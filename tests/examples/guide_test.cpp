@@ -1,0 +1,45 @@
+// The guide quotes the examples; a quotation that is no longer true must not stay.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+std::string textOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(std::string(KL_SOURCE_DIR) + "/" + file).rdbuf();
+  return text.str();
+}
+
+struct Quotation {
+  std::string file;
+  std::string text;
+};
+
+// The blocks that name their file behind the language.
+std::vector<Quotation> quotationsIn(const std::string& guide) {
+  static constexpr char kFence[] = "```";
+  static constexpr char kNamed[] = "```cpp examples/";
+  std::vector<Quotation> quotations;
+  std::istringstream lines(textOf(guide));
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with(kNamed)) continue;
+    Quotation quotation{line.substr(sizeof "```cpp " - 1), ""};
+    while (std::getline(lines, line) && line != kFence) quotation.text += line + "\n";
+    quotations.push_back(quotation);
+  }
+  return quotations;
+}
+
+}  // namespace
+
+TEST(Guide, QuotesTheExamplesAsTheyAre) {
+  const auto quotations = quotationsIn("docs/guide.md");
+  EXPECT_GE(quotations.size(), 7u);
+  for (const Quotation& quotation : quotations)
+    EXPECT_NE(textOf(quotation.file).find("\n" + quotation.text), std::string::npos)
+        << quotation.file << " has no\n"
+        << quotation.text;
+}
