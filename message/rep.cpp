@@ -15,7 +15,6 @@ using container::encode;
 using container::encodedSize;
 using container::giveNode;
 using container::kBlockBytes;
-using container::kindOf;
 using container::Object;
 using container::objectOf;
 using container::takeNode;
