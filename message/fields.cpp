@@ -1,5 +1,8 @@
 // Getters, inserts and removals of single values.
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "message/access.h"
 
 namespace kl {
@@ -21,6 +24,11 @@ T* scratchValue() {
 }
 
 }  // namespace
+
+void reportMissing(unsigned int id) {
+  std::fprintf(stderr, "message: const reference to field 0x%08x, which the message does not hold\n", id);
+  std::abort();
+}
 
 // --- Getters by value ------------------------------------------------------------------------------------
 

@@ -153,6 +153,11 @@ unsigned char* encode(unsigned char* to, const std::vector<Element>& v) {
   return to;
 }
 
+// Any byte but 0 is true, and 1 once it is ours.
+inline void copyBools(unsigned char* to, const unsigned char* from, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) to[i] = from[i] != 0 ? 1 : 0;
+}
+
 // Each fills an empty object from the bytes of a value of `count` elements.
 inline void decode(std::string& v, const unsigned char* at, std::size_t bytes, std::size_t) {
   v.assign(reinterpret_cast<const char*>(at), bytes);

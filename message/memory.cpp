@@ -39,6 +39,13 @@ void Memory::releaseAll() noexcept {
   while (chunks_ != nullptr) freeChunk(chunks_);
 }
 
+std::size_t Memory::bytes() const {
+  std::size_t bytes = 0;
+  for (const Chunk* chunk = chunks_; chunk != nullptr; chunk = chunk->next)
+    bytes += sizeof(Chunk) + chunk->bytes;
+  return bytes;
+}
+
 void* Memory::takeLarge(std::size_t bytes) { return newChunk(bytes) + 1; }
 
 void* Memory::takeFreed(std::size_t bytes) {

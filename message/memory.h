@@ -69,10 +69,13 @@ class Memory {
   // Frees everything taken but the first region, which is its owner's.
   void releaseAll() noexcept;
 
+  // What was taken from the heap or the arena and not freed.
+  std::size_t bytes() const;
+
   Arena* arena() const { return arena_; }
   // An upper bound of what a take() of that size costs the arena.
   static constexpr std::size_t arenaCost(std::size_t bytes) {
-    return bytes + sizeof(Chunk) + kArenaRegionBytes + sizeof(Freed);
+    return bytes + kArenaRegionBytes + sizeof(Freed) + 2 * sizeof(Chunk);
   }
 
  private:

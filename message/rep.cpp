@@ -113,6 +113,7 @@ void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* fro
   }
   Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
   if (borrowing) node.borrow(from);
+  else if (kind == Kind::boolArray) container::copyBools(node.room(), from, bytes);
   else container::copyBytes(node.room(), from, bytes);
   setFilled(node, bytes, count);
 }
