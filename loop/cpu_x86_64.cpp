@@ -29,7 +29,7 @@ constexpr NamedRegister kGeneral[] = {
 };
 
 constexpr std::uintptr_t kWord = sizeof(std::uintptr_t);
-constexpr std::uintptr_t kLongestSearch = 64 * 1024;  // bytes of stack
+constexpr std::uintptr_t kLongestSearch = 65536;  // bytes of stack
 constexpr std::size_t kLongestCall = 7;
 
 struct Frame {
