@@ -8,7 +8,13 @@
 
 namespace {
 
-__attribute__((noinline)) void doNothing() { asm volatile(""); }
+// On some processors a return address is only saved by a function that makes calls, and in its caller's frame.
+__attribute__((noinline)) void doNothingAtAll() { asm volatile(""); }
+
+__attribute__((noinline)) void doNothing() {
+  doNothingAtAll();
+  asm volatile("");
+}
 
 __attribute__((noinline)) void breakDown(const char* how) {
   doNothing();

@@ -113,7 +113,7 @@ class ModelReader {
   void element(IPAddr6& v) { std::memcpy(v.bytes, take(16).data(), 16); }
   template <class Long>
   void element(Long& v) {
-    const Bytes bytes = take(number(2));
+    const Bytes bytes = take(static_cast<std::size_t>(number(2)));
     v.assign(bytes.begin(), bytes.end());
   }
   template <class Element>
@@ -149,7 +149,7 @@ Value readValue(ModelReader& in, unsigned int type, bool flag) {
     case 0xB0000000: return in.array<Bytes>();
     default: break;
   }
-  const Bytes bytes = in.take(in.number(flag ? 1 : 2));
+  const Bytes bytes = in.take(static_cast<std::size_t>(in.number(flag ? 1 : 2)));
   if (type == 0x20000000) return std::string(bytes.begin(), bytes.end());
   if (type == 0x28000000) return Flat(bytes);
   return bytes;
