@@ -6,7 +6,10 @@ namespace kl {
 
 template <class T>
 void htable<T>::copyFrom(const htable& source, container::Memory& memory) {
-  if (source.capacity_ != capacity_) takeSlots(source.capacity_, memory);
+  if (source.capacity_ != capacity_) {
+    memory.giveAsRegion(keys_, kFirstBytes);
+    takeSlots(source.capacity_, memory);
+  }
   count_ = source.count_;
   if (isSmall()) {
     bits_ = source.bits_;
@@ -40,6 +43,14 @@ void htable<T>::removeIdMask(std::uint32_t id, std::uint32_t mask) {
     if ((key(i) & mask) == id) eraseSlot(i);
 }
 
+// The division by a constant is a multiplication; the first two capacities are nearly all there is.
+template <class T>
+unsigned int htable<T>::home(std::uint32_t key) const {
+  if (capacity_ == kFirstCapacity) return key % kFirstCapacity;
+  if (capacity_ == 2 * kFirstCapacity) return key % (2 * kFirstCapacity);
+  return key % capacity_;
+}
+
 template <class T>
 unsigned int htable<T>::find(std::uint32_t key) const {
   if (!isSmall()) {
@@ -48,7 +59,7 @@ unsigned int htable<T>::find(std::uint32_t key) const {
   }
   const std::uint64_t live = bits_.small.live;
   const std::uint64_t everUsed = live | bits_.small.erased;
-  unsigned int slot = key % capacity_;
+  unsigned int slot = home(key);
   for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
     if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
     if (++slot == capacity_) slot = 0;
@@ -56,17 +67,52 @@ unsigned int htable<T>::find(std::uint32_t key) const {
   return kNoSlot;
 }
 
+// Mostly the home slot was never used, and that is the end of it.
+template <class T>
+T& htable<T>::smallRef(std::uint32_t key) {
+  const unsigned int slot = find(key);
+  return slot == kNoSlot ? placeSmall(key, T{}) : value(slot);
+}
+
+template <class T>
+T& htable<T>::largeRef(std::uint32_t key) {
+  const unsigned int slot = find(key);
+  return slot == kNoSlot ? placeLarge(key, T{}) : value(slot);
+}
+
 // Needs: the key is not in the table, and the table has a free slot.
 template <class T>
 T& htable<T>::place(std::uint32_t key, const T& v) {
-  const unsigned int slot = firstFreeSlot(key % capacity_);
-  markLive(key, slot);
+  return isSmall() ? placeSmall(key, v) : placeLarge(key, v);
+}
+
+// H1: the first slot that is not live, from the home slot to the last and then from the first.
+template <class T>
+T& htable<T>::placeSmall(std::uint32_t key, const T& v) {
+  unsigned int slot = home(key);
+  while ((bits_.small.live >> slot & 1) != 0)
+    if (++slot == capacity_) slot = 0;
+  const std::uint64_t bit = std::uint64_t{1} << slot;
+  bits_.small.live |= bit;
+  bits_.small.erased &= ~bit;
   keys_[slot] = key;
   ++count_;
   return value(slot) = v;
 }
 
-// H1: the first slot that is not live, from the home slot to the last and then from the first.
+template <class T>
+T& htable<T>::placeLarge(std::uint32_t key, const T& v) {
+  const unsigned int slot = firstFreeSlot(home(key));
+  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
+  bits_.large->live()[slot / 64] |= bit;
+  bits_.large->erased()[slot / 64] &= ~bit;
+  bits_.large->index.add({key, slot});
+  keys_[slot] = key;
+  ++count_;
+  return value(slot) = v;
+}
+
+// H1 for large tables, 64 slots at a time.
 template <class T>
 unsigned int htable<T>::firstFreeSlot(unsigned int home) const {
   const auto words = static_cast<unsigned int>(wordsFor(capacity_));
@@ -78,19 +124,6 @@ unsigned int htable<T>::firstFreeSlot(unsigned int home) const {
     }
     if (++word == words) word = 0;
     free = ~liveWord(word);
-  }
-}
-
-template <class T>
-void htable<T>::markLive(std::uint32_t key, unsigned int slot) {
-  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
-  if (isSmall()) {
-    bits_.small.live |= bit;
-    bits_.small.erased &= ~bit;
-  } else {
-    bits_.large->live()[slot / 64] |= bit;
-    bits_.large->erased()[slot / 64] &= ~bit;
-    bits_.large->index.add({key, slot});
   }
 }
 

@@ -63,8 +63,7 @@ class htable {
   // Finds or inserts with value zero.  The reference is good until the next call.
   T& get_ref(std::uint32_t key, container::Memory& memory) {
     if (count_ + 1 > growthThreshold()) rehash(memory);
-    const unsigned int slot = find(key);
-    return slot == kNoSlot ? place(key, T{}) : value(slot);
+    return isSmall() ? smallRef(key) : largeRef(key);
   }
   void erase(std::uint32_t key) {
     const unsigned int slot = find(key);
@@ -147,9 +146,13 @@ class htable {
   unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
 
   unsigned int find(std::uint32_t key) const;
+  T& smallRef(std::uint32_t key);
+  T& largeRef(std::uint32_t key);
   T& place(std::uint32_t key, const T& v);
+  T& placeSmall(std::uint32_t key, const T& v);
+  T& placeLarge(std::uint32_t key, const T& v);
   unsigned int firstFreeSlot(unsigned int home) const;
-  void markLive(std::uint32_t key, unsigned int slot);
+  unsigned int home(std::uint32_t key) const;
   void eraseSlot(unsigned int slot);
   void rehash(container::Memory& memory);
   void takeSlots(unsigned int capacity, container::Memory& memory);

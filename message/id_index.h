@@ -24,7 +24,7 @@ class IdIndex {
  public:
   constexpr IdIndex() = default;
   // Needs: `size` is a power of two above 1.  All entries become free.
-  IdIndex(Entry* entries, std::size_t size) : entries_(entries), size_(size) {
+  IdIndex(Entry* entries, std::size_t size) : entries_(entries), size_(size), factor_(idHashFactor()) {
     for (std::size_t i = 0; i < size; ++i) entries_[i] = Entry{};
     for (std::size_t n = size; n > 1; n /= 2) --shift_;
   }
@@ -34,16 +34,21 @@ class IdIndex {
 
   // Null where the id is not.
   Entry* find(std::uint32_t id) const {
-    for (std::size_t i = home(id);; i = next(i)) {
-      if (entries_[i].isFree()) return nullptr;
-      if (entries_[i].id == id) return &entries_[i];
-    }
+    Entry* entry = findOrFree(id);
+    return entry->isFree() ? nullptr : entry;
+  }
+  // Where the id is, or else the free entry that it may be put into.
+  Entry* findOrFree(std::uint32_t id) const {
+    std::size_t i = home(id);
+    while (!entries_[i].isFree() && entries_[i].id != id) i = next(i);
+    return &entries_[i];
   }
   // Needs: the id is not in the index, and half of the entries are free.
-  void add(const Entry& entry) {
+  Entry* add(const Entry& entry) {
     std::size_t i = home(entry.id);
     while (!entries_[i].isFree()) i = next(i);
     entries_[i] = entry;
+    return &entries_[i];
   }
   // Later entries of the run move up, so that a run has no holes.  Needs: `entry` came from find().
   void remove(Entry* entry) {
@@ -57,14 +62,13 @@ class IdIndex {
   }
 
  private:
-  std::size_t home(std::uint32_t id) const {
-    return static_cast<std::size_t>((id + 1) * idHashFactor() >> shift_);
-  }
+  std::size_t home(std::uint32_t id) const { return static_cast<std::size_t>((id + 1) * factor_ >> shift_); }
   std::size_t next(std::size_t i) const { return (i + 1) & (size_ - 1); }
   std::size_t distance(std::size_t from, std::size_t to) const { return (to - from) & (size_ - 1); }
 
   Entry* entries_ = nullptr;
   std::size_t size_ = 0;
+  std::uint64_t factor_ = 1;
   unsigned int shift_ = 64;
 };
 

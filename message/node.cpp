@@ -1,22 +1,6 @@
 #include "message/node.h"
 
-#include <algorithm>
-#include <new>
-
 namespace kl::container {
-
-Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t valueBytes) {
-  // Room for a pointer at least, so that every node can borrow.
-  const std::size_t whole = sizeof(Node) + roundedUp(std::max(valueBytes, sizeof(void*)));
-  Node* node = new (memory.take(whole)) Node;
-  node->object.store(nullptr, std::memory_order_relaxed);
-  node->id = id;
-  node->kind = kind;
-  node->roomGrains =
-      whole > Memory::kLargestSmall ? 0 : static_cast<unsigned char>((whole - sizeof(Node)) / kGrain);
-  node->borrows = false;
-  return node;
-}
 
 void giveNode(Memory& memory, Node* node) {
   destroyObject(*node);

@@ -2,6 +2,7 @@
 // node.h: one field of a message's lists.
 
 #include <atomic>
+#include <new>
 
 #include "message/kind.h"
 #include "message/memory.h"
@@ -53,7 +54,18 @@ struct alignas(kGrain) Node {
 };
 
 // A node with room for a value of so many bytes.  Only next, size, count and the bytes are left to the caller.
-Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t valueBytes);
+inline Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t valueBytes) {
+  // Room for a pointer at least, so that every node can borrow.
+  const std::size_t room = roundedUp(valueBytes < sizeof(void*) ? sizeof(void*) : valueBytes);
+  const std::size_t whole = sizeof(Node) + room;
+  Node* node = new (memory.take(whole)) Node;
+  node->object.store(nullptr, std::memory_order_relaxed);
+  node->id = id;
+  node->kind = kind;
+  node->roomGrains = whole > Memory::kLargestSmall ? 0 : static_cast<unsigned char>(room / kGrain);
+  node->borrows = false;
+  return node;
+}
 // Frees the node and its object.
 void giveNode(Memory& memory, Node* node);
 void destroyObject(Node& node);

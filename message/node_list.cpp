@@ -4,24 +4,12 @@
 
 namespace kl::container {
 
-void NodeList::push(Node* node, Memory& memory) {
-  ++count_;
-  filter_ |= filterBit(node->id);
-  node->next = head_;
-  if (index_ == nullptr && count_ > kWalked) makeIndex(4 * kWalked, memory);
-  if (index_ != nullptr) {
-    if (2 * count_ > index_->size()) makeIndex(2 * index_->size(), memory);
-    if (head_ != nullptr) index_->find(head_->id)->previous = node;
-    index_->add({node->id, node, nullptr});
-  }
-  head_ = node;
-}
-
 void NodeList::remove(const Place& place) {
   Node* const next = place.node->next;
   (place.previous != nullptr ? place.previous->next : head_) = next;
   --count_;
   if (index_ == nullptr) return;
+  index_->headEntry = nullptr;  // entries move up
   index_->remove(index_->find(place.node->id));
   if (next != nullptr) index_->find(next->id)->previous = place.previous;
 }
@@ -35,6 +23,7 @@ void NodeList::replace(const Place& place, Node* node) {
 }
 
 void NodeList::reverse() {
+  if (index_ != nullptr) index_->headEntry = nullptr;
   Node* reversed = nullptr;
   for (Node* node = head_; node != nullptr;) {
     Node* const next = node->next;
@@ -49,7 +38,7 @@ void NodeList::reverse() {
 std::size_t NodeList::growthCost() const {
   const bool grows = index_ == nullptr ? count_ >= kWalked : 2 * (count_ + 1) > index_->size();
   if (!grows) return 0;
-  const std::size_t entries = index_ != nullptr ? 2 * index_->size() : 4 * kWalked;
+  const std::size_t entries = index_ != nullptr ? 4 * index_->size() : 4 * kWalked;
   return Memory::arenaCost(roundedUp(sizeof(Index))) + Memory::arenaCost(entries * sizeof(Entry));
 }
 
@@ -66,12 +55,26 @@ void NodeList::check() const {
 }
 
 NodeList::Place NodeList::lookUp(unsigned int id) const {
-  const Entry* entry = index_->find(id);
-  if (entry == nullptr) return {nullptr, nullptr};
-  return {entry->node, entry->previous};
+  Entry* entry = index_->findOrFree(id);
+  if (entry->isFree()) return {nullptr, nullptr, entry};
+  return {entry->node, entry->previous, nullptr};
 }
 
-// L3: over all nodes that are linked.
+// L3: the node that becomes the head; it is counted and linked already.
+void NodeList::enter(const Place& place, Node* node, Memory& memory) {
+  Entry* entry = place.free;
+  if (index_ == nullptr || 2 * count_ > index_->size()) {
+    makeIndex(index_ == nullptr ? 4 * kWalked : 4 * index_->size(), memory);
+    entry = nullptr;
+  }
+  if (head_ != nullptr)
+    (index_->headEntry != nullptr ? index_->headEntry : index_->find(head_->id))->previous = node;
+  if (entry != nullptr) *entry = {node->id, node, nullptr};
+  else entry = index_->add({node->id, node, nullptr});
+  index_->headEntry = entry;
+}
+
+// Over the nodes from the head.
 void NodeList::makeIndex(std::size_t size, Memory& memory) {
   auto* entries = static_cast<Entry*>(memory.take(size * sizeof(Entry)));
   if (index_ == nullptr) index_ = static_cast<Index*>(memory.take(roundedUp(sizeof(Index))));

@@ -2,7 +2,7 @@
 // node_list.h: the two lists of a message, most recently added field first.
 //
 // L1  an id occurs at most once; a new node is the head
-// L2  the filter has the bit of every id in the list
+// L2  the filter has the bit of every id in the list; it is asked while there is no index
 // L3  a list that ever had more than kWalked nodes has an index of all its nodes and their predecessors
 
 #include <cstdint>
@@ -20,9 +20,18 @@ namespace kl::container {
 // Cost:      every operation takes constant time.
 class NodeList {
  public:
+  struct Entry;
   struct Place {
     Node* node;      // null where the id is not in the list
     Node* previous;  // null at the head
+    Entry* free;     // of an id that is not in the list, where its index would have it
+  };
+
+  struct Entry {
+    unsigned int id = 0;
+    Node* node = nullptr;
+    Node* previous = nullptr;
+    bool isFree() const { return node == nullptr; }
   };
 
   constexpr NodeList() = default;
@@ -33,11 +42,17 @@ class NodeList {
   unsigned int count() const { return count_; }
 
   Place find(unsigned int id) const {
-    if ((filter_ & filterBit(id)) == 0) return {nullptr, nullptr};
-    return index_ == nullptr ? walkTo(id) : lookUp(id);
+    if (index_ != nullptr) return lookUp(id);
+    if ((filter_ & filterBit(id)) == 0) return {};
+    return walkTo(id);
   }
-  // Needs: the node's id is not in the list.
-  void push(Node* node, Memory& memory);
+  // Needs: the place was just found, and the node's id is not in the list.
+  void push(const Place& place, Node* node, Memory& memory) {
+    node->next = head_;
+    filter_ |= filterBit(node->id);
+    if (++count_ > kWalked || index_ != nullptr) enter(place, node, memory);
+    head_ = node;
+  }
   // Unlinks the node of a place just found.
   void remove(const Place& place);
   // Puts a node of the same id where the place's node is.
@@ -54,13 +69,11 @@ class NodeList {
  private:
   static constexpr unsigned int kWalked = 16;
 
-  struct Entry {
-    unsigned int id = 0;
-    Node* node = nullptr;
-    Node* previous = nullptr;
-    bool isFree() const { return node == nullptr; }
+  // The head's entry, where it is known, saves the search when the next node comes.
+  struct Index : IdIndex<Entry> {
+    using IdIndex<Entry>::IdIndex;
+    Entry* headEntry = nullptr;
   };
-  using Index = IdIndex<Entry>;
 
   static std::uint64_t filterBit(unsigned int id) {
     return std::uint64_t{1} << ((id ^ id >> 16 ^ id >> 27) & 63);
@@ -69,10 +82,11 @@ class NodeList {
   Place walkTo(unsigned int id) const {
     Node* previous = nullptr;
     for (Node* node = head_; node != nullptr; previous = node, node = node->next)
-      if (node->id == id) return {node, previous};
-    return {nullptr, nullptr};
+      if (node->id == id) return {node, previous, nullptr};
+    return {};
   }
   Place lookUp(unsigned int id) const;
+  void enter(const Place& place, Node* node, Memory& memory);
   void makeIndex(std::size_t size, Memory& memory);
 
   Node* head_ = nullptr;

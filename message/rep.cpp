@@ -102,10 +102,25 @@ void message::Rep::removeBool(unsigned int id) {
 
 // --- Fields and arrays -----------------------------------------------------------------------------------
 
+namespace {
+
+void copyValue(container::Node& node, const unsigned char* from, std::size_t bytes) {
+  if (node.kind == container::Kind::boolArray) container::copyBools(node.room(), from, bytes);
+  else container::copyBytes(node.room(), from, bytes);
+}
+
+}  // namespace
+
 void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
                             std::size_t count, bool borrowing) {
   NodeList& list = listOf(kind);
   const NodeList::Place place = list.find(id);
+  if (place.node == nullptr && !borrowing) {  // by far the most frequent case
+    Node* node = takeNode(memory, kind, id, bytes);
+    copyValue(*node, from, bytes);
+    setFilled(*node, bytes, count);
+    return list.push(place, node, memory);
+  }
   if (place.node != nullptr && place.node->kind == kind && place.node->hasObject()) {
     withObjectKind(kind,
                    [&]<Kind k>() { container::decode(*place.node->objectIfAny<k>(), from, bytes, count); });
@@ -113,8 +128,7 @@ void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* fro
   }
   Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
   if (borrowing) node.borrow(from);
-  else if (kind == Kind::boolArray) container::copyBools(node.room(), from, bytes);
-  else container::copyBytes(node.room(), from, bytes);
+  else copyValue(node, from, bytes);
   setFilled(node, bytes, count);
 }
 
@@ -175,16 +189,10 @@ message::Rep::Node& message::Rep::putRoom(NodeList& list, const NodeList::Place&
 }
 
 void message::Rep::putNode(NodeList& list, const NodeList::Place& place, Node* node) {
-  if (place.node == nullptr) return list.push(node, memory);
+  if (place.node == nullptr) return list.push(place, node, memory);
   list.replace(place, node);
   listBytes -= recordBytes(*place.node, place.node->size);
   giveNode(memory, place.node);
-}
-
-void message::Rep::setFilled(Node& node, std::size_t bytes, std::size_t count) {
-  node.size = static_cast<unsigned int>(bytes);
-  node.count = static_cast<unsigned int>(count);
-  listBytes += recordBytes(node, bytes);
 }
 
 // The node's object was changed by one of our operations.
@@ -272,7 +280,7 @@ void message::Rep::pushCopy(NodeList& to, const Node& source) {
   Node* node = takeNode(memory, source.kind, source.id, source.size);
   container::copyBytes(node->room(), source.content(), source.size);
   setFilled(*node, source.size, source.count);
-  to.push(node, memory);
+  to.push({}, node, memory);
 }
 
 // --- Measures --------------------------------------------------------------------------------------------

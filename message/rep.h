@@ -18,7 +18,8 @@
 
 namespace kl {
 
-struct message::Rep {
+// Hidden, though it is declared inside a class that is exported.
+struct [[gnu::visibility("hidden")]] message::Rep {
   using Memory = container::Memory;
   using Node = container::Node;
   using NodeList = container::NodeList;
@@ -31,14 +32,14 @@ struct message::Rep {
   // Empty, unshared, on the heap.
   static Rep* make();
   // Empty, in an arena that has room for arenaBytes().
-  static Rep* make(container::Arena& arena);
+  static Rep* make(container::Arena & arena);
   static std::size_t arenaBytes();
   // A deep copy with the lists reversed.
   static Rep* copyOf(const Rep& source);
   // Turns a representation that was just read from bytes into what the copy made in assigning it would be.
   void becomeItsCopy();
   // Needs: nobody else refers to it.
-  static void destroy(Rep* rep) noexcept;
+  static void destroy(Rep * rep) noexcept;
 
   Rep(const Rep&) = delete;
   Rep& operator=(const Rep&) = delete;
@@ -77,9 +78,13 @@ struct message::Rep {
   void putObject(unsigned int id, const container::Object<k>& v);
   // A node of that kind with room for so many bytes, which replaces what was there and which the caller
   // then fills.  Needs: the place was just found, and no object of that kind is in it.
-  Node& putRoom(NodeList& list, const NodeList::Place& place, Kind kind, unsigned int id, std::size_t bytes);
+  Node& putRoom(NodeList & list, const NodeList::Place& place, Kind kind, unsigned int id, std::size_t bytes);
   // What the caller of putRoom() filled in, which may be less than the room.
-  void setFilled(Node& node, std::size_t bytes, std::size_t count);
+  void setFilled(Node & node, std::size_t bytes, std::size_t count) {
+    node.size = static_cast<unsigned int>(bytes);
+    node.count = static_cast<unsigned int>(count);
+    listBytes += recordBytes(node, bytes);
+  }
   // Gives the field of the node's id the node's value.
   void putCopy(const Node& node);
   // The node of that kind, made with the value zero where it is absent.
@@ -88,8 +93,8 @@ struct message::Rep {
   template <Kind k>
   container::Object<k>* objectRef(unsigned int id);
 
-  void remove(NodeList& list, unsigned int id);
-  void removeIdMask(NodeList& list, unsigned int id, unsigned int mask);
+  void remove(NodeList & list, unsigned int id);
+  void removeIdMask(NodeList & list, unsigned int id, unsigned int mask);
 
   std::size_t maxLength() const;
 
@@ -122,12 +127,12 @@ struct message::Rep {
     if (!node.agrees()) return 0;
     return valueBytes + (isPlainValue(node.kind) ? 4 : 6);
   }
-  void putNode(NodeList& list, const NodeList::Place& place, Node* node);
+  void putNode(NodeList & list, const NodeList::Place& place, Node* node);
   template <Kind k>
-  void assign(Node& node, const container::Object<k>& v);
-  void resized(Node& node, std::size_t bytes);
-  void copyList(NodeList& to, const NodeList& from);
-  void pushCopy(NodeList& to, const Node& source);
+  void assign(Node & node, const container::Object<k>& v);
+  void resized(Node & node, std::size_t bytes);
+  void copyList(NodeList & to, const NodeList& from);
+  void pushCopy(NodeList & to, const Node& source);
   void destroyObjects(const NodeList& list) noexcept;
   static Rep* makeIn(void* block, std::size_t bytes, container::Arena* arena);
 };

@@ -23,7 +23,8 @@ TEST(IdIndex, AgreesWithAMapThroughRandomSteps) {
   kl::container::IdIndex<Entry> index(room.data(), room.size());
   std::map<unsigned int, int> expected;
   for (int i = 1; i < 20000; ++i) {
-    const auto id = static_cast<unsigned int>(random() % 100 == 0 ? 0xFFFFFFFF - random() % 3 : random() % 120);
+    const auto id =
+        static_cast<unsigned int>(random() % 100 == 0 ? 0xFFFFFFFF - random() % 3 : random() % 120);
     Entry* entry = index.find(id);
     ASSERT_EQ(entry != nullptr, expected.count(id) == 1);
     if (entry != nullptr) {
