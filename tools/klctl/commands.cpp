@@ -66,14 +66,15 @@ std::vector<std::string> columnsOf(const std::vector<Json>& objects, const Field
     for (const auto& [name, value] : object.items()) ids.push_back(names.find(name).value_or(kl::BADID));
   names.sort(ids);
   ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-  std::vector<std::string> columns;
-  for (const unsigned int id : ids) columns.push_back(names.nameOf(id));
+  std::vector<std::string> columns(ids.size());
+  std::transform(ids.begin(), ids.end(), columns.begin(), [&](unsigned int id) { return names.nameOf(id); });
   return columns;
 }
 
 std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, const FieldNames& names) {
-  std::vector<Json> result;
-  for (const auto& object : objects) result.push_back(klctl::toJson(kl::message(object), names));
+  std::vector<Json> result(objects.size());
+  std::transform(objects.begin(), objects.end(), result.begin(),
+                 [&](const auto& object) { return klctl::toJson(kl::message(object), names); });
   return result;
 }
 

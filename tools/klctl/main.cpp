@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <clocale>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <optional>
@@ -24,6 +25,18 @@ void occupyStandardDescriptors() {
     if (fd > STDERR_FILENO) ::close(fd);
     if (fd < 0 || fd > STDERR_FILENO) return;
   }
+}
+
+// A sentence may quote what a service said; a terminal must not obey it.
+std::string printable(const std::string& sentence) {
+  std::string text;
+  char code[8];
+  for (const char c : sentence) {
+    const auto byte = static_cast<unsigned char>(c);
+    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
+    text += byte < 0x20 || byte == 0x7f ? code : std::string(1, c);
+  }
+  return text;
 }
 
 void writeResults(const std::string& text) {
@@ -57,7 +70,7 @@ Status runProgram(int argc, const char* const* argv) {
     else carryOut(*line);
     return Status::kDone;
   } catch (const Failure& failure) {
-    std::cerr << "klctl: " << failure.what() << "\n";
+    std::cerr << "klctl: " << printable(failure.what()) << "\n";
     return failure.status();
   }
 }

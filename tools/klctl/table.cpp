@@ -15,9 +15,16 @@
 namespace klctl {
 namespace {
 
+// Text without the byte that would end it early; the library spells out the other unprintable ones itself.
+std::string withoutNul(const std::string& text) {
+  std::string result;
+  for (const char c : text) result += c == '\0' ? "\\0" : std::string(1, c);
+  return result;
+}
+
 // Text of one value.  The elements of an array stand below each other.
 std::string cellText(const Json& value) {
-  if (value.is_string()) return value.get<std::string>();
+  if (value.is_string()) return withoutNul(value.get<std::string>());
   if (!value.is_array()) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
   std::string text;
   for (const Json& element : value) {
@@ -75,10 +82,10 @@ std::string columnsTable(const std::vector<Json>& objects, const std::vector<std
     table.addColumn(name, isNumberColumn(objects, name) ? SCOLS_FL_RIGHT : 0);
   }
   for (const Json& object : objects) {
-    std::vector<std::string> cells;
-    for (const std::string& name : columns) {
-      cells.push_back(object.contains(name) ? cellText(object[name]) : "");
-    }
+    std::vector<std::string> cells(columns.size());
+    std::transform(columns.begin(), columns.end(), cells.begin(), [&](const std::string& name) {
+      return object.contains(name) ? cellText(object[name]) : "";
+    });
     table.addLine(cells);
   }
   return table.text();

@@ -199,6 +199,22 @@ TEST_F(Klctl, ResultsThatCannotBeWrittenAreAnError) {
   EXPECT_EQ(allClosed.exitStatus, 0);
 }
 
+TEST_F(Klctl, AnOrdinaryUserReadsWhatRootsLoaderLetsHimRead) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const auto asNobody = [](const std::string& command) {
+    return runProgram(
+        {"/bin/sh", "-c", "exec setpriv --reuid=65534 --regid=65534 --clear-groups " + command});
+  };
+  const std::string program = KL_BIN_DIR "/klctl ";
+  if (asNobody("test -x " + program).exitStatus != 0) GTEST_SKIP() << "others cannot reach " << program;
+  EXPECT_EQ(asNobody(program + "get netif:1 --json").exitStatus, 0);
+  const ChildResult refused = asNobody(program + "set netif:1 descr=x");
+  EXPECT_EQ(refused.exitStatus, 1);
+  EXPECT_EQ(refused.err, "klctl: netif:1: std failure: not allowed (9)\n");
+  EXPECT_EQ(asNobody(program + "set loader:32 action=stop").err,
+            "klctl: loader:32: std failure: not allowed (9)\n");
+}
+
 TEST_F(Klctl, ABrokenDictionaryIsToldWithFileAndLine) {
   std::filesystem::create_directory("/ram/fields");
   std::ofstream("/ram/fields/netif.toml") << "fields = [\n  { name = \"x\" },\n]\n";
@@ -267,6 +283,19 @@ TEST(KlctlAlone, ALoaderThatDiesInTheMiddleIsStatusFour) {
     (void)connection.receive();
   });
   EXPECT_TRUE(failed(4, {"services"}).ends_with("klctl: the loader went away\n"));
+}
+
+TEST(KlctlAlone, ATerminalIsNotMadeToObeyAnErrorText) {
+  const ScriptedLoader loader([](kl::test::LoaderDouble& connection) {
+    confirm(connection);
+    const kl::message request = connection.receive();
+    kl::message reply = kl::errorMsg(kl::ERROR_FAILED, "\x1b[2J\n\x07");
+    kl::setType(reply, kl::TYPE_REPLY);
+    kl::setRequestID(reply, request.get(kl::SYS_REQID, 0));
+    connection.send(reply);
+    awaitEnd(connection);
+  });
+  EXPECT_EQ(failed(1, {"services"}), "klctl: loader: \\x1b[2J\\x0a\\x07 (6)\n");
 }
 
 TEST(KlctlAlone, AFloodOfMessagesDoesNotReachTheResults) {

@@ -68,9 +68,10 @@ TEST(TableForm, AMessageInAMessageIsShownAsJson) {
 
 TEST(TableForm, BytesThatATerminalMustNotGetAreSpelledOut) {
   Json object;
-  object["name"] = "a\x1b[2Jb\xff";
+  object["name"] = std::string("a\x1b[2Jb\xff\0c", 9);
   EXPECT_EQ(objectTable(object).find('\x1b'), std::string::npos);
   EXPECT_NE(objectTable(object).find("\\x1b"), std::string::npos) << objectTable(object);
+  EXPECT_NE(objectTable(object).find("\\0c"), std::string::npos) << objectTable(object);
 }
 
 }  // namespace klctl
