@@ -16,7 +16,6 @@
 #include <cstring>
 #include <string>
 
-#include "courier.h"
 #include "failure.h"
 #include "kl/conventions.h"
 #include "kl/utilities.h"
@@ -158,14 +157,14 @@ void Session::awaitRegistration() {
   throw noLoader("the loader refused the registration");
 }
 
-Bytes Session::carry(int kind, const kl::message& m) {
+Bytes Session::carry(Order::Kind kind, const kl::message& m) {
   if (const std::size_t size = sentBytes(m); size > kLargestFrame) {
     throw usage("the request is too big: " + std::to_string(size) + " bytes, and a frame carries " +
                 std::to_string(kLargestFrame));
   }
   Bytes bytes;
   m.flatten(bytes);
-  const Order order{static_cast<Order::Kind>(kind), ticks(timeout_)};
+  const Order order{kind, ticks(timeout_)};
   const bool sent = sendBytes(socket_, withOrder(order, bytes));
   const Received received =
       sent ? receiveBytes(socket_, bytes, steady_clock::now() + timeout_ + kGrace) : Received::kEnded;
@@ -184,6 +183,7 @@ void Session::end() {
   while (::waitpid(courier_, nullptr, 0) < 0 && errno == EINTR) {
   }
   courier_ = -1;
+  socket_ = -1;
 }
 
 }  // namespace klctl

@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "courier.h"
 #include "kl/message.h"
 #include "pipe.h"
 
@@ -38,7 +39,7 @@ class Session {
  private:
   void start(int loaderSocket);
   void awaitRegistration();
-  Bytes carry(int kind, const kl::message& m);
+  Bytes carry(Order::Kind kind, const kl::message& m);
   void end();
 
   std::chrono::milliseconds timeout_;
