@@ -21,9 +21,7 @@ container::Object<k> valueOr(const message& m, unsigned int id, const container:
   const container::Node* node = RepAccess::read(m).find(k, id);
   if (node == nullptr) return def;
   if (const container::Object<k>* object = node->objectIfAny<k>(); object != nullptr) return *object;
-  container::Object<k> value;
-  container::decode(value, node->content(), node->size, node->count);
-  return value;
+  return container::decoded<k>(*node);
 }
 
 inline const container::Node& nodeOf(const message& m, container::Kind kind, unsigned int id) {

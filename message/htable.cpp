@@ -7,8 +7,9 @@ namespace kl {
 template <class T>
 void htable<T>::copyFrom(const htable& source, container::Memory& memory) {
   if (source.capacity_ != capacity_) {
-    memory.giveAsRegion(keys_, kFirstBytes);
+    void* const first = keys_;
     takeSlots(source.capacity_, memory);
+    memory.giveAsRegion(first, kFirstBytes);
   }
   count_ = source.count_;
   if (isSmall()) {
@@ -43,63 +44,49 @@ void htable<T>::removeIdMask(std::uint32_t id, std::uint32_t mask) {
     if ((key(i) & mask) == id) eraseSlot(i);
 }
 
-// The division by a constant is a multiplication; the first two capacities are nearly all there is.
 template <class T>
-unsigned int htable<T>::home(std::uint32_t key) const {
-  if (capacity_ == kFirstCapacity) return key % kFirstCapacity;
-  if (capacity_ == 2 * kFirstCapacity) return key % (2 * kFirstCapacity);
-  return key % capacity_;
-}
-
-template <class T>
-unsigned int htable<T>::find(std::uint32_t key) const {
-  if (!isSmall()) {
-    const SlotEntry* entry = bits_.large->index.find(key);
-    return entry == nullptr ? kNoSlot : entry->slot;
-  }
-  const std::uint64_t live = bits_.small.live;
-  const std::uint64_t everUsed = live | bits_.small.erased;
-  unsigned int slot = home(key);
-  for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
-    if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
-    if (++slot == capacity_) slot = 0;
-  }
-  return kNoSlot;
+unsigned int htable<T>::findLarge(std::uint32_t key) const {
+  const SlotEntry* entry = bits_.large->index.find(key);
+  return entry == nullptr ? kNoSlot : entry->slot;
 }
 
 // Mostly the home slot was never used, and that is the end of it.
 template <class T>
 T& htable<T>::smallRef(std::uint32_t key) {
-  const unsigned int slot = find(key);
-  return slot == kNoSlot ? placeSmall(key, T{}) : value(slot);
-}
-
-template <class T>
-T& htable<T>::largeRef(std::uint32_t key) {
-  const unsigned int slot = find(key);
-  return slot == kNoSlot ? placeLarge(key, T{}) : value(slot);
-}
-
-// Needs: the key is not in the table, and the table has a free slot.
-template <class T>
-T& htable<T>::place(std::uint32_t key, const T& v) {
-  return isSmall() ? placeSmall(key, v) : placeLarge(key, v);
-}
-
-// H1: the first slot that is not live, from the home slot to the last and then from the first.
-template <class T>
-T& htable<T>::placeSmall(std::uint32_t key, const T& v) {
+  const std::uint64_t live = bits_.small.live;
+  const std::uint64_t erased = bits_.small.erased;
   unsigned int slot = home(key);
-  while ((bits_.small.live >> slot & 1) != 0)
+  unsigned int target = kNoSlot;
+  for (unsigned int round = 0; round < capacity_; ++round) {
+    if ((live >> slot & 1) != 0) {
+      if (keys_[slot] == key) return value(slot);
+    } else {
+      if (target == kNoSlot) target = slot;
+      if ((erased >> slot & 1) == 0) break;
+    }
     if (++slot == capacity_) slot = 0;
+  }
+  return enterSmall(target, key);
+}
+
+// Needs: the slot is not live.
+template <class T>
+T& htable<T>::enterSmall(unsigned int slot, std::uint32_t key) {
   const std::uint64_t bit = std::uint64_t{1} << slot;
   bits_.small.live |= bit;
   bits_.small.erased &= ~bit;
   keys_[slot] = key;
   ++count_;
-  return value(slot) = v;
+  return value(slot) = T{};
 }
 
+template <class T>
+T& htable<T>::largeRef(std::uint32_t key) {
+  const unsigned int slot = findLarge(key);
+  return slot == kNoSlot ? placeLarge(key, T{}) : value(slot);
+}
+
+// Needs: the key is not in the table, and the table has a free slot.
 template <class T>
 T& htable<T>::placeLarge(std::uint32_t key, const T& v) {
   const unsigned int slot = firstFreeSlot(home(key));
@@ -149,10 +136,30 @@ void htable<T>::rehash(container::Memory& memory) {
   old.capacity_ = capacity_;
   old.bits_ = bits_;
   takeSlots(2 * capacity_, memory);
-  count_ = 0;
-  for (unsigned int i = old.next(kNoSlot); i < old.capacity_; i = old.next(i))
-    place(old.key(i), old.value(i));
+  if (isSmall()) {
+    enterAllOfSmall(old);
+  } else {
+    count_ = 0;
+    for (unsigned int i = old.next(kNoSlot); i < old.capacity_; i = old.next(i))
+      placeLarge(old.key(i), old.value(i));
+  }
   old.giveSlots(memory);
+}
+
+// Needs: all slots are empty, and both tables are small.
+template <class T>
+void htable<T>::enterAllOfSmall(const htable& old) {
+  std::uint64_t live = 0;
+  for (std::uint64_t left = old.bits_.small.live; left != 0; left &= left - 1) {
+    const auto from = static_cast<unsigned int>(std::countr_zero(left));
+    unsigned int slot = home(old.keys_[from]);
+    while ((live >> slot & 1) != 0)
+      if (++slot == capacity_) slot = 0;
+    live |= std::uint64_t{1} << slot;
+    keys_[slot] = old.keys_[from];
+    value(slot) = old.value(from);
+  }
+  bits_.small.live = live;
 }
 
 // All slots are empty afterwards; the count is left to the caller.

@@ -145,16 +145,32 @@ class htable {
   }
   unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
 
-  unsigned int find(std::uint32_t key) const;
+  unsigned int find(std::uint32_t key) const { return isSmall() ? findSmall(key) : findLarge(key); }
+  unsigned int findSmall(std::uint32_t key) const {
+    const std::uint64_t live = bits_.small.live;
+    const std::uint64_t everUsed = live | bits_.small.erased;
+    unsigned int slot = home(key);
+    for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
+      if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
+      if (++slot == capacity_) slot = 0;
+    }
+    return kNoSlot;
+  }
+  unsigned int findLarge(std::uint32_t key) const;
   T& smallRef(std::uint32_t key);
   T& largeRef(std::uint32_t key);
-  T& place(std::uint32_t key, const T& v);
-  T& placeSmall(std::uint32_t key, const T& v);
+  T& enterSmall(unsigned int slot, std::uint32_t key);
   T& placeLarge(std::uint32_t key, const T& v);
   unsigned int firstFreeSlot(unsigned int home) const;
-  unsigned int home(std::uint32_t key) const;
+  // A division by a constant is a multiplication, and the first two capacities are nearly all there is.
+  unsigned int home(std::uint32_t key) const {
+    if (capacity_ == kFirstCapacity) return key % kFirstCapacity;
+    if (capacity_ == 2 * kFirstCapacity) return key % (2 * kFirstCapacity);
+    return key % capacity_;
+  }
   void eraseSlot(unsigned int slot);
   void rehash(container::Memory& memory);
+  void enterAllOfSmall(const htable& old);
   void takeSlots(unsigned int capacity, container::Memory& memory);
   void giveSlots(container::Memory& memory);
   void* block() const;

@@ -134,8 +134,7 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
   const Node* node = rep_.find(kind, id);
   if (node == nullptr || !node->hasObject()) return appendBytes(node, kind, id, bytes, count);
   withObjectKind(kind, [&]<Kind k>() {
-    Object<k> more;
-    decode(more, at_, bytes, count);
+    const Object<k> more = Decoded<Object<k>>::from(at_, bytes, count);
     Object<k> all = *node->objectIfAny<k>();
     all.insert(all.end(), more.begin(), more.end());
     rep_.putObject<k>(id, all);

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace kl::container {
 
@@ -29,8 +30,8 @@ void Memory::give(void* piece, std::size_t bytes) {
 }
 
 void Memory::giveAsRegion(void* piece, std::size_t bytes) {
-  spareAt_ = static_cast<unsigned char*>(piece);
-  spareEnd_ = spareAt_ + bytes;
+  spareAt_ = std::exchange(at_, static_cast<unsigned char*>(piece));
+  spareEnd_ = std::exchange(end_, at_ + bytes);
 }
 
 std::size_t Memory::largeBytes(const void* piece) { return (static_cast<const Chunk*>(piece) - 1)->bytes; }

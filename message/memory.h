@@ -60,7 +60,8 @@ class Memory {
   }
   // Takes back a piece of that size.
   void give(void* piece, std::size_t bytes);
-  // Takes back a piece for pieces of any smaller size.  Only the last one is remembered.
+  // Takes back a piece as the region to take from next.  The region before it comes after it; an older one is
+  // forgotten.
   void giveAsRegion(void* piece, std::size_t bytes);
 
   // The size with which a large piece was taken.

@@ -17,8 +17,7 @@ void destroyObject(Node& node) {
 template <Kind k>
 Object<k>* objectOf(const Node& node) {
   if (Object<k>* object = node.objectIfAny<k>(); object != nullptr) return object;
-  auto* fresh = new Object<k>;
-  decode(*fresh, node.content(), node.size, node.count);
+  auto* fresh = new Object<k>(decoded<k>(node));
   void* published = nullptr;
   if (node.object.compare_exchange_strong(published, fresh, std::memory_order_acq_rel)) return fresh;
   delete fresh;

@@ -70,6 +70,12 @@ inline Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t va
 void giveNode(Memory& memory, Node* node);
 void destroyObject(Node& node);
 
+// Needs: the value is in bytes.
+template <Kind k>
+Object<k> decoded(const Node& node) {
+  return Decoded<Object<k>>::from(node.content(), node.size, node.count);
+}
+
 // The value as an object, made and published where there is none yet.
 template <Kind k>
 Object<k>* objectOf(const Node& node);

@@ -122,8 +122,9 @@ void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* fro
     return list.push(place, node, memory);
   }
   if (place.node != nullptr && place.node->kind == kind && place.node->hasObject()) {
-    withObjectKind(kind,
-                   [&]<Kind k>() { container::decode(*place.node->objectIfAny<k>(), from, bytes, count); });
+    withObjectKind(kind, [&]<Kind k>() {
+      *place.node->objectIfAny<k>() = container::Decoded<Object<k>>::from(from, bytes, count);
+    });
     return resized(*place.node, bytes);
   }
   Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
