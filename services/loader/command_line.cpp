@@ -2,12 +2,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "build.h"
-
 namespace loader {
 namespace {
 
 constexpr int kUsageStatus = 2;
+constexpr char kDefaultFile[] = KL_CONFIGURATION_FILE;
 
 }  // namespace
 
@@ -15,7 +14,7 @@ std::optional<CommandLine> readCommandLine(int argc, const char* const* argv, in
   CommandLine line;
   line.file = kDefaultFile;
   CLI::App app("Starts the services of the system and carries the messages between them.", "kl-loader");
-  app.set_version_flag("--version", std::string("kl-loader ") + kVersion);
+  app.set_version_flag("--version", "kl-loader " KL_VERSION);
   const CLI::Option* file = app.add_option("--config", line.file, "The configuration file")
                                 ->type_name("FILE")
                                 ->capture_default_str();

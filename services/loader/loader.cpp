@@ -66,6 +66,7 @@ void Loader::addOwnRow() {
   own.starts = 1;
   own.hasRegistered = true;
   own.state = kl::SVC_STATE_RUNNING;
+  outbox_.setSender(own);
 }
 
 void Loader::addConfigured(const ServiceConfiguration& configured) {

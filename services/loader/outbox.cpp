@@ -17,7 +17,9 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   if (!takes(to, m.max_length(), urgency)) return false;
   const std::size_t before = to.out.size();
   appendFrame(to.out, m);
-  queued(to, to.out.size() - before);
+  const std::size_t bytes = to.out.size() - before;
+  queued(to, bytes);
+  sent(bytes);
   return true;
 }
 
@@ -25,7 +27,14 @@ void Outbox::sendFirst(Service& to, const kl::message& m) {
   const Buffer held = std::exchange(to.out, Buffer());
   appendFrame(to.out, m);
   queued(to, to.out.size());
+  sent(to.out.size());
   to.out.append(held.bytes());
+}
+
+void Outbox::sent(std::size_t bytes) {
+  if (sender_ == nullptr) return;
+  ++sender_->traffic.messagesOut;
+  sender_->traffic.bytesOut += bytes;
 }
 
 // A queue below its limit takes a frame of any size, or a large one might never get through.

@@ -27,6 +27,9 @@ class Outbox {
 
   explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit) {}
 
+  // Whose messages send() and sendFirst() carry: the loader's own row, which outlives this.
+  void setSender(Service& loader) { sender_ = &loader; }
+
   // True when nothing but replies is taken for the service.
   bool isFull(const Service& to) const { return to.out.size() >= queueLimit_; }
 
@@ -53,10 +56,12 @@ class Outbox {
   void forget(Service& service);
 
  private:
+  void sent(std::size_t bytes);
   bool takes(Service& to, std::size_t bytes, Urgency urgency);
   void queued(Service& to, std::size_t bytes);
 
   std::size_t queueLimit_;
+  Service* sender_ = nullptr;
   std::vector<Service*> news_;
 };
 

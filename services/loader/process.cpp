@@ -49,6 +49,7 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   const bool isInPlace = connection == kConnection;
   if ((isInPlace ? ::fcntl(connection, F_SETFD, 0) : ::dup2(connection, kConnection)) < 0)
     giveUp(service, "no connection");
+  (void)::close_range(kConnection + 1, ~0U, 0);  // whatever the loader itself has inherited
 }
 
 [[noreturn]] void becomeProgram(const ServiceConfiguration& service) {

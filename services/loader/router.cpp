@@ -141,6 +141,10 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   scratch_.clear();
   appendDelivered(scratch_, e, Path(), sender.id, sender.rights);
   const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
+  if (Service* own = table_.find(kl::SERVICE_LOADER)) {
+    ++own->traffic.messagesIn;
+    own->traffic.bytesIn += scratch_.size();
+  }
   local_.handle(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
 }
 

@@ -77,6 +77,14 @@ TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {
   EXPECT_EQ(a_.traffic.drops, 1u);
 }
 
+TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {
+  outbox_.setSender(b_);
+  (void)outbox_.send(a_, ofBytes(500), Urgency::kOrdinary);
+  outbox_.sendFirst(a_, ofBytes(400));
+  EXPECT_EQ(b_.traffic.messagesOut, 2u);
+  EXPECT_EQ(b_.traffic.bytesOut, 908u);
+}
+
 TEST_F(OutboxTest, WhatIsHeldStaysBehindTheFirst) {
   (void)outbox_.send(a_, ofBytes(100), Urgency::kOrdinary);
   (void)outbox_.send(a_, ofBytes(200), Urgency::kOrdinary);

@@ -2,16 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <functional>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
-#include "kl/utilities.h"
 #include "tests/support/loader_process.h"
 #include "tests/support/raw_peer.h"
 
@@ -91,17 +88,6 @@ TEST(RegistrationScenario, PickedIdsAreNotUsedAgainSoonNotEvenByTheNextLoader) {
       highest = id;
     }
   }
-}
-
-TEST(RegistrationScenario, TheSocketIsOpenToEverybodyAndItsFoldersAreMade) {
-  std::filesystem::remove_all("/kelo/run");
-  std::filesystem::remove_all("/kelo/logs");
-  const LoaderProcess loader;
-  struct stat info {};
-  ASSERT_EQ(::stat(kl::loaderSocketPath().c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 07777, 0666u);
-  EXPECT_TRUE(std::filesystem::is_directory(kl::runFolderPath()));
-  EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(kl::logSocketPath()).parent_path()));
 }
 
 TEST(RegistrationScenario, TwoHundredPeersAtOnceAreServedAndLeaveNothingBehind) {

@@ -249,9 +249,11 @@ TEST_F(RouterTest, GarbageIsNamed) {
 }
 
 TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
+  table_.add(1);
   (void)route(a_, request({1}, kl::CMD_GETALL, 5, {7}));
   (void)route(a_, request({1, 0}, kl::CMD_GETALL, 6, {7}));
   ASSERT_EQ(local_.requests.size(), 2u);
+  EXPECT_EQ(table_.find(1)->traffic.messagesIn, 2u);
   EXPECT_EQ(local_.askers, (Ids{10, 10}));
   EXPECT_EQ(local_.requests[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
   EXPECT_EQ(local_.requests[0].get(kl::SYS_TO, Ids{5}), Ids{});

@@ -20,7 +20,7 @@ using kl::test::replyTo;
 using kl::test::request;
 using Bytes = std::vector<unsigned char>;
 
-class FramesScenario : public testing::Test {
+class Frames : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(witness_.connect());
@@ -61,7 +61,7 @@ class FramesScenario : public testing::Test {
   RawPeer witness_;
 };
 
-TEST_F(FramesScenario, FramesSplitAtEveryByteAreCarried) {
+TEST_F(Frames, FramesSplitAtEveryByteAreCarried) {
   const Bytes first = frameOf(hello(600));
   for (std::size_t split = 1; split < first.size(); split += 7) {
     RawPeer peer;
@@ -81,7 +81,7 @@ TEST_F(FramesScenario, FramesSplitAtEveryByteAreCarried) {
   EXPECT_EQ(got->get(kl::SYS_FROM, {}), (std::vector<unsigned int>{600, 7}));
 }
 
-TEST_F(FramesScenario, ManyFramesInOneWriteAreAllCarriedInOrder) {
+TEST_F(Frames, ManyFramesInOneWriteAreAllCarriedInOrder) {
   RawPeer peer = registered(600);
   Bytes stream;
   for (unsigned int id = 0; id < 500; ++id) {
@@ -96,7 +96,7 @@ TEST_F(FramesScenario, ManyFramesInOneWriteAreAllCarriedInOrder) {
   }
 }
 
-TEST_F(FramesScenario, ALengthAloneKeepsNobodyWaiting) {
+TEST_F(Frames, ALengthAloneKeepsNobodyWaiting) {
   RawPeer peer = registered(600);
   ASSERT_TRUE(peer.sendBytes(bytes("10000000")));
   EXPECT_TRUE(peer.isQuiet(50));
@@ -105,7 +105,7 @@ TEST_F(FramesScenario, ALengthAloneKeepsNobodyWaiting) {
   EXPECT_TRUE(loader_.logs("ended within a frame"));
 }
 
-TEST_F(FramesScenario, ALengthPastTheEndOfTheStreamEndsItsSender) {
+TEST_F(Frames, ALengthPastTheEndOfTheStreamEndsItsSender) {
   RawPeer peer = registered(600);
   ASSERT_TRUE(peer.sendBytes(bytes("ff000000 4d32 0100ff88")));
   peer.halfClose();
@@ -114,7 +114,7 @@ TEST_F(FramesScenario, ALengthPastTheEndOfTheStreamEndsItsSender) {
   EXPECT_TRUE(loader_.logs("ended within a frame"));
 }
 
-TEST_F(FramesScenario, BodiesOf65535And65536BytesAndMoreAreCarried) {
+TEST_F(Frames, BodiesOf65535And65536BytesAndMoreAreCarried) {
   RawPeer peer = registered(600);
   for (const std::size_t size : {65535, 65536, 200000}) {
     kl::message m = notification({500, 1}, {7});
@@ -139,37 +139,35 @@ TEST_F(FramesScenario, BodiesOf65535And65536BytesAndMoreAreCarried) {
   }
 }
 
-TEST_F(FramesScenario, ALengthOfZeroIsGarbage) {
-  expectGarbage(bytes("00000000"), "sent bytes that are no message");
-}
+TEST_F(Frames, ALengthOfZeroIsGarbage) { expectGarbage(bytes("00000000"), "sent bytes that are no message"); }
 
-TEST_F(FramesScenario, ALengthOver16MiBIsGarbage) {
+TEST_F(Frames, ALengthOver16MiBIsGarbage) {
   expectGarbage(bytes("01000001"), "announced a frame of more than 16 MiB");
 }
 
-TEST_F(FramesScenario, BytesThatDoNotUnflattenAreGarbage) {
+TEST_F(Frames, BytesThatDoNotUnflattenAreGarbage) {
   expectGarbage(bytes("03000000 4d32 00"), "sent bytes that are no message");
 }
 
-TEST_F(FramesScenario, TheOlderFormatIsGarbage) {
+TEST_F(Frames, TheOlderFormatIsGarbage) {
   expectGarbage(bytes("02000000 0000"), "sent bytes that are no message");
 }
 
-TEST_F(FramesScenario, ASystemFieldThatStandsTwiceIsGarbage) {
+TEST_F(Frames, ASystemFieldThatStandsTwiceIsGarbage) {
   expectGarbage(bytes("16000000 4d32 0100ff88 0100 f4010000 0700ff09 01 0700ff09 02"),
                 "sent a system field twice");
 }
 
-TEST_F(FramesScenario, AMessageWithoutAPathIsGarbage) {
+TEST_F(Frames, AMessageWithoutAPathIsGarbage) {
   expectGarbage(kl::errorMsg(kl::ERROR_FAILED, ""), "sent a message without a path");
 }
 
-TEST_F(FramesScenario, PathsThatLeadNowhereAreGarbage) {
+TEST_F(Frames, PathsThatLeadNowhereAreGarbage) {
   expectGarbage(notification({kl::PATH_SELF, 1}), "sent a path that begins with PATH_SELF");
   expectGarbage(notification(std::vector<unsigned int>(33, 500)), "sent a path of more than 32 hops");
 }
 
-TEST_F(FramesScenario, AControlMessageForSomebodyElseIsGarbage) {
+TEST_F(Frames, AControlMessageForSomebodyElseIsGarbage) {
   for (const std::vector<unsigned int>& path : {std::vector<unsigned int>{500}, {kl::PATH_ALL}, {1, 0}}) {
     kl::message m;
     m.insert(kl::SYS_TO, path);
@@ -179,11 +177,9 @@ TEST_F(FramesScenario, AControlMessageForSomebodyElseIsGarbage) {
   }
 }
 
-TEST_F(FramesScenario, WhoRegistersTwiceIsDisconnected) {
-  expectGarbage(hello(601), "sent a second registration");
-}
+TEST_F(Frames, WhoRegistersTwiceIsDisconnected) { expectGarbage(hello(601), "sent a second registration"); }
 
-TEST_F(FramesScenario, ManyBadPeersCostNothingThatStays) {
+TEST_F(Frames, ManyBadPeersCostNothingThatStays) {
   const std::size_t before = loader_.descriptors();
   for (int i = 0; i < 300; ++i) {
     RawPeer peer;

@@ -36,7 +36,7 @@ std::string service(const std::string& name, unsigned int id, const std::string&
          "]\n" + more + "\n";
 }
 
-class SupervisionScenario : public testing::Test {
+class Supervision : public testing::Test {
  protected:
   void connect() {
     ASSERT_TRUE(a_.connect());
@@ -102,7 +102,7 @@ class SupervisionScenario : public testing::Test {
   unsigned int nextId_ = 1;
 };
 
-TEST_F(SupervisionScenario, AConfiguredServiceIsStartedWithItsConnectionAndItsSettings) {
+TEST_F(Supervision, AConfiguredServiceIsStartedWithItsConnectionAndItsSettings) {
   const LoaderProcess loader(service("echo", 32, "serve", "[service.settings]\n0x08000007 = 1000\n"));
   connect();
   const auto answer = ask({32, 3});
@@ -119,7 +119,7 @@ TEST_F(SupervisionScenario, AConfiguredServiceIsStartedWithItsConnectionAndItsSe
   EXPECT_TRUE(reachesState(32, kl::SVC_STATE_RUNNING));
 }
 
-TEST_F(SupervisionScenario, FolderAndEnvironmentAreAsConfigured) {
+TEST_F(Supervision, FolderAndEnvironmentAreAsConfigured) {
   const LoaderProcess loader(
       service("echo", 32, "environment", "folder = \"/kelo\"\nenvironment = { KL_TEST = \"a word\" }"));
   connect();
@@ -129,7 +129,7 @@ TEST_F(SupervisionScenario, FolderAndEnvironmentAreAsConfigured) {
   EXPECT_EQ(answer->get_string(0x20000002, ""), "a word");
 }
 
-TEST_F(SupervisionScenario, AServiceRunsAsItsUser) {
+TEST_F(Supervision, AServiceRunsAsItsUser) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";
   const LoaderProcess loader(service("echo", 32, "serve", "user = \"nobody\""));
   connect();
@@ -140,7 +140,7 @@ TEST_F(SupervisionScenario, AServiceRunsAsItsUser) {
   EXPECT_NE(text.find("Uid:\t65534\t65534\t65534\t65534"), std::string::npos);
 }
 
-TEST_F(SupervisionScenario, RequestsWaitForAServiceThatIsStartingForTheFirstTime) {
+TEST_F(Supervision, RequestsWaitForAServiceThatIsStartingForTheFirstTime) {
   const LoaderProcess loader(service("slow", 32, "late 300"));
   connect();
   EXPECT_NE(row(32).get(kl::SVC_STATE, 0), kl::SVC_STATE_RUNNING);
@@ -149,7 +149,7 @@ TEST_F(SupervisionScenario, RequestsWaitForAServiceThatIsStartingForTheFirstTime
   EXPECT_FALSE(kl::isError(*answer));
 }
 
-TEST_F(SupervisionScenario, AServiceKilledWithinAnExchangeBreaksThePathAndComesAgain) {
+TEST_F(Supervision, AServiceKilledWithinAnExchangeBreaksThePathAndComesAgain) {
   const LoaderProcess loader(service("echo", 32, "serve"));
   connect();
   RawPeer b;
@@ -172,7 +172,7 @@ TEST_F(SupervisionScenario, AServiceKilledWithinAnExchangeBreaksThePathAndComesA
   EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
 }
 
-TEST_F(SupervisionScenario, ACrashingServiceComesAgainAfterGrowingDelays) {
+TEST_F(Supervision, ACrashingServiceComesAgainAfterGrowingDelays) {
   const LoaderProcess loader(service("bad", 32, "crash"));
   const auto begin = Clock::now();
   for (const char* delay : {"0.1 s", "0.2 s", "0.4 s", "0.8 s"})
@@ -183,13 +183,13 @@ TEST_F(SupervisionScenario, ACrashingServiceComesAgainAfterGrowingDelays) {
   EXPECT_EQ(row(32).get(kl::SVC_STATE, 0), kl::SVC_STATE_DELAYED);
 }
 
-TEST_F(SupervisionScenario, AProgramThatIsNotThereCountsAsCrashed) {
+TEST_F(Supervision, AProgramThatIsNotThereCountsAsCrashed) {
   const LoaderProcess loader("[[service]]\nname = \"x\"\nid = 32\ncommand = [\"/nowhere/program\"]\n");
   EXPECT_TRUE(loader.logs("kl-loader: x: /nowhere/program: No such file or directory"));
   EXPECT_TRUE(loader.logs("ended with status 127; starts again in 0.1 s"));
 }
 
-TEST_F(SupervisionScenario, AServiceThatEndsWithSuccessStaysDownUnlessConfigured) {
+TEST_F(Supervision, AServiceThatEndsWithSuccessStaysDownUnlessConfigured) {
   const LoaderProcess loader(service("once", 32, "serve") +
                              service("ever", 33, "serve", "restart = \"always\"") +
                              service("never", 34, "serve", "restart = \"never\""));
@@ -205,7 +205,7 @@ TEST_F(SupervisionScenario, AServiceThatEndsWithSuccessStaysDownUnlessConfigured
   EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
 }
 
-TEST_F(SupervisionScenario, AServiceIsStoppedStartedAndRestartedOnDemand) {
+TEST_F(Supervision, AServiceIsStoppedStartedAndRestartedOnDemand) {
   const LoaderProcess loader(service("echo", 32, "serve") + service("idle", 33, "serve", "start = false"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
@@ -230,7 +230,7 @@ TEST_F(SupervisionScenario, AServiceIsStoppedStartedAndRestartedOnDemand) {
   EXPECT_EQ(act(500, kl::SVC_STOP), kl::ERROR_FAILED);  // the loader did not start it
 }
 
-TEST_F(SupervisionScenario, AnEndedServiceIsTriedAgainAtOnceWhenTold) {
+TEST_F(Supervision, AnEndedServiceIsTriedAgainAtOnceWhenTold) {
   const LoaderProcess loader(service("bad", 32, "crash"));
   ASSERT_TRUE(loader.logs("starts again in 0.8 s"));
   connect();
@@ -242,13 +242,13 @@ TEST_F(SupervisionScenario, AnEndedServiceIsTriedAgainAtOnceWhenTold) {
   EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), starts + 1);
 }
 
-TEST_F(SupervisionScenario, AServiceThatClosesItsConnectionIsKilledAndComesAgain) {
+TEST_F(Supervision, AServiceThatClosesItsConnectionIsKilledAndComesAgain) {
   const LoaderProcess loader(service("odd", 32, "hangup"));
   EXPECT_TRUE(loader.logs("does not end, is killed"));
   EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
 }
 
-TEST_F(SupervisionScenario, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
+TEST_F(Supervision, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
   const LoaderProcess loader(service("hidden", 32, "hide") + service("greedy", 33, "impostor 77"));
   RawPeer stranger;
   ASSERT_TRUE(stranger.connect());
@@ -257,7 +257,7 @@ TEST_F(SupervisionScenario, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
   EXPECT_TRUE(loader.logs("asks for the id 77, which is not the one configured for it"));
 }
 
-TEST_F(SupervisionScenario, AStoppedServicesPlaceMayBeTakenByItsUser) {
+TEST_F(Supervision, AStoppedServicesPlaceMayBeTakenByItsUser) {
   const LoaderProcess loader(service("echo", 32, "serve"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
@@ -273,7 +273,7 @@ TEST_F(SupervisionScenario, AStoppedServicesPlaceMayBeTakenByItsUser) {
   EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
 }
 
-TEST_F(SupervisionScenario, SubscribersHearOfStartsAndEnds) {
+TEST_F(Supervision, SubscribersHearOfStartsAndEnds) {
   const LoaderProcess loader(service("echo", 32, "serve"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
@@ -294,7 +294,7 @@ TEST_F(SupervisionScenario, SubscribersHearOfStartsAndEnds) {
   }
 }
 
-TEST_F(SupervisionScenario, SigtermEndsTheServicesAndThenTheLoader) {
+TEST_F(Supervision, SigtermEndsTheServicesAndThenTheLoader) {
   for (const int sig : {SIGTERM, SIGINT}) {
     LoaderProcess loader(service("one", 32, "serve") + service("two", 33, "serve"));
     connect();
@@ -312,7 +312,7 @@ TEST_F(SupervisionScenario, SigtermEndsTheServicesAndThenTheLoader) {
   }
 }
 
-TEST_F(SupervisionScenario, AStubbornServiceIsKilledAfterTwoSeconds) {
+TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
   LoaderProcess loader(service("rock", 32, "stubborn"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
@@ -324,7 +324,7 @@ TEST_F(SupervisionScenario, AStubbornServiceIsKilledAfterTwoSeconds) {
   EXPECT_LT(took, std::chrono::milliseconds(3500));
 }
 
-TEST_F(SupervisionScenario, ASecondSignalDoesNotWait) {
+TEST_F(Supervision, ASecondSignalDoesNotWait) {
   LoaderProcess loader(service("rock", 32, "stubborn"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
@@ -334,33 +334,6 @@ TEST_F(SupervisionScenario, ASecondSignalDoesNotWait) {
   loader.signal(SIGINT);
   EXPECT_EQ(loader.waitForEnd(), 0);
   EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1500));
-}
-
-TEST_F(SupervisionScenario, ASecondLoaderDoesNotStart) {
-  const LoaderProcess loader;
-  connect();
-  LoaderProcess second;
-  EXPECT_EQ(second.waitForEnd(), 1);
-  EXPECT_NE(second.log().find(": a loader is running already"), std::string::npos) << second.log();
-  EXPECT_TRUE(ask({1}, kl::CMD_NOOP));
-}
-
-TEST_F(SupervisionScenario, TheSocketOfAKilledLoaderIsReplaced) {
-  LoaderProcess loader;
-  loader.signal(SIGKILL);
-  EXPECT_EQ(loader.waitForEnd(), 128 + SIGKILL);
-  EXPECT_TRUE(std::filesystem::exists(kl::loaderSocketPath()));
-  const LoaderProcess next;
-  connect();
-  EXPECT_TRUE(ask({1}, kl::CMD_NOOP));
-}
-
-TEST_F(SupervisionScenario, AMistakeInTheConfigurationEndsTheLoaderWithStatus2) {
-  LoaderProcess loader("[loader]\nqueue_limit = 1\n");
-  EXPECT_EQ(loader.waitForEnd(), 2);
-  EXPECT_NE(loader.log().find("kl-loader.toml:2: [loader] queue_limit: expected a number from 4096"),
-            std::string::npos)
-      << loader.log();
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ kl::message large(kl::message m) {
   return m;
 }
 
-class PeersScenario : public testing::Test {
+class Peers : public testing::Test {
  protected:
   void connectAll() {
     for (auto& [peer, id] : {std::pair<RawPeer*, unsigned int>{&a_, 500}, {&b_, 501}, {&mute_, 502}}) {
@@ -70,7 +70,7 @@ class PeersScenario : public testing::Test {
   RawPeer mute_;
 };
 
-TEST_F(PeersScenario, APeerThatNeverReadsSlowsNobodyAndItsLossesAreCounted) {
+TEST_F(Peers, APeerThatNeverReadsSlowsNobodyAndItsLossesAreCounted) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
   fillQueueOfMute();
@@ -87,7 +87,7 @@ TEST_F(PeersScenario, APeerThatNeverReadsSlowsNobodyAndItsLossesAreCounted) {
   EXPECT_TRUE(mute_.receiveCommand(kl::CMD_NOTIFY));  // it is still connected and may catch up
 }
 
-TEST_F(PeersScenario, APeerThatCatchesUpGetsWhatWaited) {
+TEST_F(Peers, APeerThatCatchesUpGetsWhatWaited) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
   fillQueueOfMute();
@@ -99,7 +99,7 @@ TEST_F(PeersScenario, APeerThatCatchesUpGetsWhatWaited) {
   EXPECT_TRUE(mute_.receiveCommand(kl::CMD_GET));
 }
 
-TEST_F(PeersScenario, APeerThatDoesNotReadForTooLongIsDisconnected) {
+TEST_F(Peers, APeerThatDoesNotReadForTooLongIsDisconnected) {
   const LoaderProcess loader(kImpatient);
   connectAll();
   fillQueueOfMute();
@@ -110,7 +110,7 @@ TEST_F(PeersScenario, APeerThatDoesNotReadForTooLongIsDisconnected) {
   EXPECT_TRUE(mute_.isDisconnected());
 }
 
-TEST_F(PeersScenario, APeerThatReadsALittleIsNotDisconnected) {
+TEST_F(Peers, APeerThatReadsALittleIsNotDisconnected) {
   const LoaderProcess loader(kImpatient);
   connectAll();
   fillQueueOfMute();
@@ -123,14 +123,14 @@ TEST_F(PeersScenario, APeerThatReadsALittleIsNotDisconnected) {
   EXPECT_EQ(loader.log().find("disconnected"), std::string::npos) << loader.log();
 }
 
-TEST_F(PeersScenario, APeerThatSendsHalfAFrameHoldsNobodyUp) {
+TEST_F(Peers, APeerThatSendsHalfAFrameHoldsNobodyUp) {
   const LoaderProcess loader;
   connectAll();
   ASSERT_TRUE(mute_.sendBytes(kl::test::bytes("00f00000 4d32 0100ff88")));
   for (unsigned int i = 0; i < 50; ++i) roundTrip(i);
 }
 
-TEST_F(PeersScenario, AFloodReachesItsBoundAndNotTheOthers) {
+TEST_F(Peers, AFloodReachesItsBoundAndNotTheOthers) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
   const pid_t flooder = ::fork();
@@ -151,7 +151,7 @@ TEST_F(PeersScenario, AFloodReachesItsBoundAndNotTheOthers) {
   ::waitpid(flooder, nullptr, 0);
 }
 
-TEST_F(PeersScenario, AFloodOfRequestsIsAnsweredBusyUpToABound) {
+TEST_F(Peers, AFloodOfRequestsIsAnsweredBusyUpToABound) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
   const std::vector<unsigned char> frame = frameOf(request({502}, kl::CMD_GET, 1, {7}));
@@ -160,7 +160,7 @@ TEST_F(PeersScenario, AFloodOfRequestsIsAnsweredBusyUpToABound) {
   EXPECT_LE(row(502, kl::SVC_REQUESTS), 4096u);
 }
 
-TEST_F(PeersScenario, APeerThatDiesWithAFullQueueLeavesNothingBehind) {
+TEST_F(Peers, APeerThatDiesWithAFullQueueLeavesNothingBehind) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
   fillQueueOfMute();

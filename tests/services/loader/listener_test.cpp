@@ -1,0 +1,125 @@
+#include "services/loader/listener.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "kl/utilities.h"
+#include "tests/support/loader_process.h"
+#include "tests/support/raw_peer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kl::test::LoaderProcess;
+using kl::test::RawPeer;
+using loader::Applicant;
+using loader::Descriptor;
+using loader::Listener;
+
+class Host final : public loader::ListenerHost {
+ public:
+  void onConnection(Descriptor socket, Applicant who) override {
+    sockets.push_back(std::move(socket));
+    last = who;
+  }
+  std::vector<Descriptor> sockets;
+  Applicant last;
+};
+
+class ListenerTest : public testing::Test {
+ protected:
+  void onePass() { runner_.runSocks(kl::getJiffies()); }
+
+  kl::ThinRunner runner_;
+  Host host_;
+  Listener listener_{runner_, host_};
+};
+
+TEST_F(ListenerTest, FoldersAreMadeAndTheSocketIsOpenToEverybody) {
+  for (const char* folder : {"/kelo/run", "/kelo/logs"}) fs::remove_all(folder);
+  ASSERT_EQ(listener_.open(), "");
+  struct stat info {};
+  ASSERT_EQ(::stat(kl::loaderSocketPath().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0666u);
+  EXPECT_TRUE(fs::is_directory(fs::path(kl::logSocketPath()).parent_path()));
+  ASSERT_EQ(::stat(kl::runFolderPath().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 01777u);  // services of any user mark their first start in it
+}
+
+TEST_F(ListenerTest, AConnectionComesWithItsProcessAndItsUser) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  onePass();
+  ASSERT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(host_.last.pid, ::getpid());
+  EXPECT_EQ(host_.last.uid, ::geteuid());
+  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
+#endif
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  Descriptor highest(::dup(0));
+  rlimit tight = before;
+  tight.rlim_cur = static_cast<rlim_t>(highest.get()) + 1;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  onePass();
+  EXPECT_TRUE(host_.sockets.empty());
+  runner_.addTimer(
+      nullptr, [](void*) {}, 5);
+  const unsigned int begin = kl::getJiffies();
+  onePass();  // the waiting connection does not wake it
+  EXPECT_GE(kl::getJiffies() - begin, 4u);
+  highest.close();
+  listener_.resume();
+  onePass();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+  (void)::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_F(ListenerTest, ClosingItRemovesItsFile) {
+  ASSERT_EQ(listener_.open(), "");
+  listener_.close();
+  EXPECT_FALSE(fs::exists(kl::loaderSocketPath()));
+}
+
+TEST_F(ListenerTest, AFolderThatCannotBeMadeIsTold) {
+  fs::remove_all("/kelo/run");
+  ASSERT_TRUE(Descriptor(::open("/kelo/run", O_CREAT | O_WRONLY, 0600)).isOpen());
+  EXPECT_EQ(listener_.open().rfind("/kelo/run: cannot be made: ", 0), 0u);
+  fs::remove("/kelo/run");
+}
+
+TEST_F(ListenerTest, ASecondLoaderDoesNotStart) {
+  const LoaderProcess first;
+  LoaderProcess second;
+  EXPECT_EQ(second.waitForEnd(), 1);
+  EXPECT_NE(second.log().find(": a loader is running already"), std::string::npos) << second.log();
+  EXPECT_EQ(listener_.open(), kl::loaderSocketPath() + ": a loader is running already");
+  EXPECT_TRUE(RawPeer().connect());
+}
+
+TEST_F(ListenerTest, TheSocketOfAKilledLoaderIsReplaced) {
+  LoaderProcess killed;
+  killed.signal(SIGKILL);
+  EXPECT_EQ(killed.waitForEnd(), 128 + SIGKILL);
+  EXPECT_TRUE(fs::exists(kl::loaderSocketPath()));
+  EXPECT_EQ(listener_.open(), "");
+}
+
+}  // namespace

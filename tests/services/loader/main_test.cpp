@@ -1,0 +1,47 @@
+// The program as a whole: its exit statuses.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/loader_process.h"
+
+namespace {
+
+using kl::test::LoaderProcess;
+
+int statusOf(const std::string& arguments) {
+  const int status = std::system((KL_BIN_DIR "/kl-loader " + arguments + " >/dev/null 2>&1").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(LoaderMain, HelpVersionAndAGoodCheckEndWithStatus0) {
+  EXPECT_EQ(statusOf("--help"), 0);
+  EXPECT_EQ(statusOf("--version"), 0);
+  EXPECT_EQ(statusOf("--check --config " KL_SOURCE_DIR "/services/loader/kl-loader.toml"), 0);
+}
+
+TEST(LoaderMain, AMistakeEndsWithStatus2) {
+  EXPECT_EQ(statusOf("--nonsense"), 2);
+  EXPECT_EQ(statusOf("--check --config /nowhere/kl-loader.toml"), 2);
+  EXPECT_EQ(statusOf("--check --config " KL_SOURCE_DIR "/LICENSE"), 2);
+}
+
+TEST(LoaderMain, AMistakeInTheConfigurationIsToldAndNothingIsStarted) {
+  LoaderProcess loader("[loader]\nqueue_limit = 1\n");
+  EXPECT_EQ(loader.waitForEnd(), 2);
+  EXPECT_NE(loader.log().find("kl-loader.toml:2: [loader] queue_limit: expected a number from 4096"),
+            std::string::npos)
+      << loader.log();
+}
+
+TEST(LoaderMain, AnOrderlyEndHasStatus0) {
+  LoaderProcess loader;
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+#include "services/loader/service_table.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using loader::Service;
+using loader::ServiceTable;
+
+class Listener final : public loader::TableListener {
+ public:
+  void rowChanged(unsigned int id) override { ids.push_back(id); }
+  std::vector<unsigned int> ids;
+};
+
+TEST(ServiceTable, ServicesAreFoundByIdAndWalkedInOrder) {
+  ServiceTable table;
+  Service& b = table.add(20);
+  Service& a = table.add(10);
+  EXPECT_EQ(table.find(10), &a);
+  EXPECT_EQ(table.find(20), &b);
+  EXPECT_EQ(table.find(30), nullptr);
+  EXPECT_EQ(table.all().begin()->first, 10u);
+  table.remove(10);
+  EXPECT_EQ(table.find(10), nullptr);
+  EXPECT_EQ(table.all().size(), 1u);
+}
+
+TEST(ServiceTable, TheListenerHearsOfEveryChange) {
+  ServiceTable table;
+  Listener listener;
+  table.setListener(&listener);
+  Service& s = table.add(10);
+  table.setState(s, kl::SVC_STATE_STARTING);
+  table.setState(s, kl::SVC_STATE_STARTING);  // a new pid, say
+  table.remove(10);
+  EXPECT_EQ(listener.ids, (std::vector<unsigned int>{10, 10, 10}));
+}
+
+TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
+  Service s(32);
+  s.name = "netif";
+  EXPECT_EQ(describe(s), "netif (32)");
+  s.pid = 4711;
+  EXPECT_EQ(describe(s), "netif (32, pid 4711)");
+}
+
+TEST(ServiceTable, OnlyAServiceOnItsFirstWayUpHoldsRequests) {
+  loader::ServiceConfiguration started;
+  started.command = {"x"};
+  const loader::ServiceConfiguration foreign;
+  Service s(32);
+  EXPECT_FALSE(s.holdsRequests());  // nobody configured it
+  s.configuration = &started;
+  EXPECT_FALSE(s.holdsRequests());  // nobody starts it
+  s.state = kl::SVC_STATE_STARTING;
+  EXPECT_TRUE(s.holdsRequests());
+  s.state = kl::SVC_STATE_DELAYED;
+  EXPECT_FALSE(s.holdsRequests());
+  s.state = kl::SVC_STATE_STARTING;
+  s.hasRegistered = true;
+  EXPECT_FALSE(s.holdsRequests());
+  Service other(33);
+  other.configuration = &foreign;
+  EXPECT_TRUE(other.holdsRequests());
+}
+
+}  // namespace
