@@ -23,6 +23,12 @@ T* scratchValue() {
   return &scratch;
 }
 
+message::flat_message flattened(const message& m) {
+  message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
 }  // namespace
 
 void reportMissing(unsigned int id) {
@@ -169,13 +175,12 @@ void message::insert_message(unsigned int id, const flat_message& v) {
 }
 
 void message::insert_message(unsigned int id, const message& nested) {
+  // As it is now: in becoming private its lists would turn round.
+  if (this == &nested) return insert_message(id, flattened(nested));
   Rep& rep = RepAccess::own(*this);
   const NodeList::Place place = rep.fields.find(id);
-  if (&rep == nested.rep_ || (place.node != nullptr && place.node->hasObject())) {
-    flat_message bytes;
-    nested.flatten(bytes);
-    return rep.putObject<Kind::message>(id, bytes);
-  }
+  if (place.node != nullptr && place.node->hasObject())
+    return rep.putObject<Kind::message>(id, flattened(nested));
   unsigned int bytes = nested.max_length();
   Node& node = rep.putRoom(rep.fields, place, Kind::message, id, bytes);
   nested.flatten(node.room(), &bytes);

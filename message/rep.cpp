@@ -198,8 +198,9 @@ void message::Rep::putNode(NodeList& list, const NodeList::Place& place, Node* n
 
 // The node's object was changed by one of our operations.
 void message::Rep::resized(Node& node, std::size_t bytes) {
-  listBytes += bytes - node.size;
+  listBytes -= recordBytes(node, node.size);
   node.size = static_cast<unsigned int>(bytes);
+  listBytes += recordBytes(node, bytes);
 }
 
 void message::Rep::putCopy(const Node& source) {

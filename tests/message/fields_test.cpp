@@ -362,6 +362,20 @@ TEST(Nested, AMessageMayBePutIntoItself) {
   EXPECT_EQ(flatHex(m), "4d32 0500 0009 0701 0000 2907 4d32 0500 0009 07");
 }
 
+TEST(Nested, AMessagePutIntoItselfIsTheSameSharedOrNot) {
+  message alone;
+  alone.insert_string(0x20000001, "a");
+  alone.insert_string(0x20000002, "b");
+  message shared(alone);
+  const message other(shared);
+  alone.clone();
+  alone.clone();
+  alone.insert_message(0x28000001, alone);
+  shared.insert_message(0x28000001, shared);
+  EXPECT_EQ(hex(alone.get_message(0x28000001, {})), "4d32 0200 0021 0162 0100 0021 0161");
+  EXPECT_EQ(hex(shared.get_message(0x28000001, {})), "4d32 0200 0021 0162 0100 0021 0161");
+}
+
 TEST(Nested, AMessageReplacesOneThatIsReferredTo) {
   message m;
   const message inner;

@@ -150,6 +150,19 @@ TEST(Wire, MaxLengthAddsUpTheTable) {
                                                (6 + 3 + 4));
 }
 
+TEST(Wire, MaxLengthNeverCountsAFieldThatDisagreesWithItsId) {
+  message m;
+  m.insert_string(0x20000001, "ab");
+  m.insert_string(0x08000001, std::string(100, 'x'));
+  static_cast<const message&>(m).get_string_ref(0x08000001);
+  EXPECT_EQ(m.max_length(), 2u + 8);
+  m.insert_string(0x08000001, "");
+  EXPECT_EQ(m.max_length(), 2u + 8);
+  m.remove_field(0x08000001);
+  EXPECT_EQ(m.max_length(), 2u + 8);
+  EXPECT_EQ(flatHex(m), grouped("4d32 01000021 02 6162"));
+}
+
 TEST(Wire, RecordsComeInTheOrderOfTheRepresentation) {
   message m;
   m.insert_u32_array(0x88000001, {});
