@@ -25,6 +25,8 @@ function(kl_component name)
   target_link_libraries(kl_${name} PRIVATE kl_build_flags)
   target_include_directories(kl_${name} PRIVATE
     "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
+  # Nobody replaces one function of the library by another of its name, so its own calls may be direct and inlined.
+  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition)
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
