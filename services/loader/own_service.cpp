@@ -133,8 +133,16 @@ kl::message OwnService::setObject(const kl::message& request) {
 void OwnService::subscribe(Service& asker, const kl::message& request) {
   kl::message record = recordOf(request);
   for (const Subscription& s : subscriptions_)
-    if (s.record == record) return;
-  subscriptions_.push_back({&asker, record});
+    if (s.subscriber == &asker && s.record == record) return;
+  if (hasRoomFor(asker, record)) subscriptions_.push_back({&asker, record});
+}
+
+// Nobody needs many, and each costs memory and time at every change.  One too many is passed over: subscribing is
+// never answered.
+bool OwnService::hasRoomFor(const Service& asker, const kl::message& record) const {
+  const auto isOfAsker = [&](const Subscription& s) { return s.subscriber == &asker; };
+  return record.max_length() <= kMostSubscriptionBytes &&
+         std::count_if(subscriptions_.begin(), subscriptions_.end(), isOfAsker) < kMostSubscriptions;
 }
 
 void OwnService::unsubscribe(const kl::message& request) {

@@ -39,6 +39,9 @@ class OwnServiceHost {
 // Cost:      a timer runs only while a batch waits.
 class OwnService final : public LocalService, public TableListener {
  public:
+  static constexpr std::ptrdiff_t kMostSubscriptions = 64;      // of one service
+  static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
+
   OwnService(kl::ThinRunner& runner, ServiceTable& table, Outbox& outbox, ServiceActions& actions,
              OwnServiceHost& host)
       : runner_(runner), table_(table), outbox_(outbox), actions_(actions), host_(host) {}
@@ -65,6 +68,7 @@ class OwnService final : public LocalService, public TableListener {
   kl::message getCount() const;
   kl::message setObject(const kl::message& request);
   void subscribe(Service& asker, const kl::message& request);
+  bool hasRoomFor(const Service& asker, const kl::message& record) const;
   void unsubscribe(const kl::message& request);
   void reply(Service& asker, const kl::message& request, kl::message answer);
   void notify(const std::vector<kl::message::flat_message>& objects);

@@ -269,6 +269,35 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
   EXPECT_TRUE(a_.out.empty());
 }
 
+TEST_F(OwnServiceTest, OnlySoManySubscriptionsOfOneServiceAreKept) {
+  Service& b = connected(table_, 24);
+  for (unsigned int i = 0; i < 1000; ++i) {
+    kl::message m;
+    m.insert(kl::SYS_FROM, Ids{10, i});
+    m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+    own_.handle(a_, m);
+  }
+  kl::message m;
+  m.insert(kl::SYS_FROM, Ids{24});
+  m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+  own_.handle(b, m);
+  table_.setState(a_, kl::SVC_STATE_RUNNING);
+  own_.sendChanges();
+  EXPECT_EQ(std::ssize(takeMessages(a_)), OwnService::kMostSubscriptions);
+  EXPECT_EQ(takeMessages(b).size(), 1u);  // others are not concerned
+}
+
+TEST_F(OwnServiceTest, ASubscriptionWithALotInItIsNotKept) {
+  kl::message m;
+  m.insert(kl::SYS_FROM, Ids{10, 7});
+  m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+  m.insert_raw(0x30000001, std::vector<unsigned char>(60000));
+  own_.handle(a_, m);
+  table_.setState(a_, kl::SVC_STATE_RUNNING);
+  own_.sendChanges();
+  EXPECT_TRUE(a_.out.empty());
+}
+
 TEST_F(OwnServiceTest, AHundredChangesDoNotWait) {
   subscribe();
   for (unsigned int id = 100; id < 199; ++id) table_.setState(connected(table_, id), kl::SVC_STATE_RUNNING);
