@@ -56,7 +56,7 @@ const char* faultOfPaths(const Envelope& e) {
   if (e.to.bytes().empty() || path.empty()) return "sent a message without a path";
   if (path[0] == kl::PATH_SELF) return "sent a path that begins with PATH_SELF";
   if (path[0] != kl::PATH_MULTI && path.size() > kMaxPathLength) return "sent a path of more than 32 hops";
-  if (e.returnPath().size() > kMaxPathLength) return "sent a return path of more than 32 hops";
+  if (e.returnPath().size() > kMaxReturnPathLength) return "sent a return path of more than 31 hops";
   return nullptr;
 }
 

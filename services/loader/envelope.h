@@ -10,6 +10,8 @@ namespace loader {
 
 // The longest single path that is carried.
 inline constexpr unsigned int kMaxPathLength = 32;
+// The longest return path that is taken: with its sender in front it must still do as the path of the reply.
+inline constexpr unsigned int kMaxReturnPathLength = kMaxPathLength - 1;
 
 // A path as it stands in a frame: so many little-endian ids.  Borrows the frame's bytes.
 class Path {
@@ -76,7 +78,8 @@ struct Envelope {
   bool wantsAnswer() const { return !isReply() && !isNotice() && (expectsReply || isTracked()); }
   // A request whose reply will come by; subscribing is never answered.
   bool isTracked() const {
-    return !isReply() && hasRequestId && command != kl::CMD_SUBSCRIBE && command != kl::CMD_UNSUBSCRIBE;
+    return !isReply() && !isNotice() && hasRequestId && command != kl::CMD_SUBSCRIBE &&
+           command != kl::CMD_UNSUBSCRIBE;
   }
 };
 

@@ -9,6 +9,8 @@
 
 #include "router.h"
 
+#include <utility>
+
 #include "frame_reader.h"
 
 namespace loader {
@@ -120,10 +122,14 @@ void Router::deliverToAll(Service& sender, const Envelope& e) {
     if (service->isConnected() && service.get() != &sender) deliverCopy(sender, e, *service, rest);
 }
 
+// The loader takes one copy of a frame: it works on a request at once, and thousands in one frame would keep all
+// others waiting.
 void Router::deliverToEach(Service& sender, const Envelope& e) {
   if (!isWellFormedMulti(e.path())) return;
   SubPaths walk(e.path());
-  for (Path path; walk.next(path);) deliver(sender, e, path);
+  bool hasReachedLoader = false;
+  for (Path path; walk.next(path);)
+    if (path[0] != kl::SERVICE_LOADER || !std::exchange(hasReachedLoader, true)) deliver(sender, e, path);
 }
 
 void Router::deliver(Service& sender, const Envelope& e, Path path) {

@@ -89,6 +89,15 @@ TEST(Envelope, AnErrorWithoutCommandIsANotice) {
   EXPECT_FALSE(e.isNotice());
 }
 
+TEST(Envelope, ANoticeIsNotTracked) {
+  Envelope e;
+  const auto notice =
+      bytes(std::string("4d32 0400ff09 02 0600ff09 2a") + kTo);  // STATUS_ERROR with a request id
+  ASSERT_EQ(readEnvelope(notice, e), nullptr);
+  EXPECT_TRUE(e.isNotice());
+  EXPECT_FALSE(e.isTracked());
+}
+
 TEST(Envelope, SubscribingIsNotTracked) {
   for (const char* command : {"0700ff08 1200fe00", "0700ff08 1300fe00"}) {
     Envelope e;
@@ -131,10 +140,12 @@ TEST(Envelope, APathMayHave32HopsAndNoMore) {
 
 TEST(Envelope, AListOfPathsMayBeLonger) { EXPECT_EQ(faultOf(pathOf(300, kl::PATH_MULTI)), ""); }
 
-TEST(Envelope, AReturnPathMayHave32HopsAndNoMore) {
-  std::string from = pathOf(33, 7);
-  from.replace(4, 4, "0200");  // SYS_FROM in the place of SYS_TO
-  EXPECT_EQ(faultOf(from + kTo), "sent a return path of more than 32 hops");
+TEST(Envelope, AReturnPathMayHave31HopsBecauseItsSenderIsPutInFront) {
+  const auto returnPathOf = [](unsigned int hops) {
+    return pathOf(hops, 7).replace(4, 4, "0200");  // SYS_FROM in the place of SYS_TO
+  };
+  EXPECT_EQ(faultOf(returnPathOf(31) + kTo), "");
+  EXPECT_EQ(faultOf(returnPathOf(32) + kTo), "sent a return path of more than 31 hops");
 }
 
 TEST(Envelope, EveryPrefixOfAMessageIsGarbageOrEndsWhereARecordEnds) {

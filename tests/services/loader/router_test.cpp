@@ -95,6 +95,14 @@ TEST_F(RouterTest, AForgedReturnPathBeginsWithTheTruth) {
   EXPECT_EQ(takeOnly(b_).get(kl::SYS_FROM, {}), (Ids{10, 30, 7}));
 }
 
+TEST_F(RouterTest, AReplyToTheLongestReturnPathIsNoGarbage) {
+  EXPECT_EQ(route(a_, request({24}, kl::CMD_GET, 5, Ids(31, 7))), "");
+  EXPECT_EQ(route(b_, reply(takeOnly(b_).get(kl::SYS_FROM, {}), 5)), "");
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_TO, {}), Ids(31, 7));
+  EXPECT_NE(route(a_, request({24}, kl::CMD_GET, 6, Ids(32, 7))), "");  // the reply's path would be too long
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
 TEST_F(RouterTest, AProcessMayAddressItselfByItsId) {
   (void)route(a_, request({10, 3}, kl::CMD_GET, 5, {7}));
   const kl::message got = takeOnly(a_);
@@ -177,6 +185,19 @@ TEST_F(RouterTest, NothingIsSentAboutANotice) {
   EXPECT_TRUE(takeMessages(a_).empty());
 }
 
+TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {24});
+  notice.insert(kl::SYS_REQID, 5);
+  notice.insert(kl::SYS_REPLYEXP, true);
+  (void)route(a_, notice);
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+  EXPECT_EQ(requests_.size(), 0u);
+  b_.connection = nullptr;
+  router_.endOf(b_);
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
+}
+
 TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   kl::message silent = request({24, 0}, kl::CMD_GET, 6, {7});
@@ -257,6 +278,12 @@ TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
   EXPECT_EQ(local_.askers, (Ids{10, 10}));
   EXPECT_EQ(local_.requests[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
   EXPECT_EQ(local_.requests[0].get(kl::SYS_TO, Ids{5}), Ids{});
+}
+
+TEST_F(RouterTest, AListOfPathsReachesTheLoaderOnce) {
+  (void)route(a_, request({kl::PATH_MULTI, 1, 1, 2, 1, 0, 1, 24, 1, 1}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_EQ(local_.requests.size(), 1u);
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
 }
 
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
