@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "fixture.h"
 
 namespace {
@@ -318,6 +320,74 @@ TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
   (void)route(a_, m);
   EXPECT_EQ(local_.requests.at(0).get(kl::SYS_POLICY, 0), 64u);
   EXPECT_EQ(local_.requests.at(0).get(kl::SYS_USER, ""), "bob");
+}
+
+// Frames of records that nobody would write, some of them with a byte changed or their end cut off.
+class RandomFrames {
+ public:
+  explicit RandomFrames(unsigned int seed) : random_(seed) {}
+
+  std::vector<unsigned char> next() {
+    std::vector<unsigned char> frame{0x4d, 0x32};
+    addPath(frame);
+    for (unsigned int records = below(6); records > 0; --records) addRecord(frame);
+    const auto size = static_cast<unsigned int>(frame.size());
+    if (below(4) == 0) frame[below(size)] = static_cast<unsigned char>(below(256));
+    if (below(8) == 0) frame.resize(below(size));
+    return frame;
+  }
+
+ private:
+  unsigned int below(unsigned int end) { return static_cast<unsigned int>(random_() % end); }
+
+  void add(std::vector<unsigned char>& frame, unsigned int value, int bytes = 4) {
+    for (int i = 0; i < bytes; ++i) frame.push_back(static_cast<unsigned char>(value >> 8 * i));
+  }
+
+  void addPath(std::vector<unsigned char>& frame) {
+    const Ids hops{24, 30, 10, 1, 99, kl::PATH_ALL, kl::PATH_MULTI, kl::PATH_SELF};
+    add(frame, kl::SYS_TO);
+    const unsigned int size = below(5);
+    add(frame, size, 2);
+    for (unsigned int i = 0; i < size; ++i) add(frame, below(2) == 0 ? hops[below(8)] : 1 + below(2));
+  }
+
+  // Any system field, also with the type of another.
+  void addRecord(std::vector<unsigned char>& frame) {
+    const Ids types{0x08000000, 0x20000000, 0x00000000, 0x88000000};
+    const unsigned int type = types[below(4)];
+    add(frame, type | 0x01000000 * (type < 0x80000000 ? 1U : 0U) | 0xff0000 | (1 + below(18)));
+    if (type == 0x08000000) add(frame, 1 + below(2), 1);
+    if (type == 0x20000000) add(frame, 0x6101, 2);  // "a"
+    if (type == 0x88000000) add(frame, 1, 2), add(frame, below(3));
+  }
+
+  std::minstd_rand random_;
+};
+
+TEST_F(RouterTest, RandomFramesAreGarbageOrArriveUnderTheRightsAndTheNameOfTheirSender) {
+  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  RandomFrames random(4711);
+  int arrived = 0;
+  for (int i = 0; i < 20000; ++i) {
+    (void)routeBytes(a_, random.next());
+    (void)takeFrames(a_);  // errors, and what it sent to itself
+    for (Service* to : {&b_, &other_})
+      for (const std::vector<unsigned char>& frame : takeFrames(*to)) {
+        kl::RecordWalk walk(frame);
+        for (kl::Record ignored; walk.next(ignored);) {
+        }
+        ASSERT_TRUE(walk.ok()) << "frame " << i;
+        const kl::message got(frame);
+        ASSERT_EQ(got.get(kl::SYS_FROM, {}).at(0), 10u) << "frame " << i;
+        ASSERT_FALSE(got.has(kl::SYS_CTRL)) << "frame " << i;
+        ++arrived;
+        if (kl::isReply(got) || !got.has(kl::SYS_CMD)) continue;
+        ASSERT_EQ(got.get(kl::SYS_USER, ""), "bob") << "frame " << i;
+        ASSERT_EQ(got.get(kl::SYS_POLICY, 0), 64u) << "frame " << i;
+      }
+  }
+  EXPECT_GT(arrived, 1000);
 }
 
 TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsAreCounted) {
