@@ -193,7 +193,6 @@ TEST(Dump, NestedLegacyMessagesAreShown) {
   m.insert_message(0x28000001, Flat(bytes("0300 02 0500 00 03 0100 0000 2a000000"
                                           "02 0700 00 00 0200 0000 01000000 02000000"
                                           "02 0700 00 00 0200 0000 03000000 04000000")));
-  const std::string lines = "     u32 [sys(5)]";
   for (const std::string& text : {onStream(m), onDumper(m)}) {
     EXPECT_NE(text.find("     u32 [SYS_REPLYEXP]=42 0x2a 0.0.0.42\n"), std::string::npos) << text;
     EXPECT_EQ(occurrences(text, "u32[] [global(7)]="), 1u);
