@@ -125,7 +125,7 @@ void Loader::onEnd(Connection& connection, const std::string& reason) {
   connection.end();
   someoneEnded_ = true;
   if (service != nullptr) endService(*service);
-  else if (startedAs != nullptr) supervisor_.connectionEnded(*startedAs);
+  else if (startedAs != nullptr && !startedAs->isConnected()) supervisor_.connectionEnded(*startedAs);
 }
 
 void Loader::endService(Service& service) {
@@ -135,11 +135,13 @@ void Loader::endService(Service& service) {
   else table_.remove(service.id);
 }
 
-// A process that never registered has no connection in its row; it is found by what it was started as.
+// A process that never registered has no connection in its row; it is found by what it was started as.  One that
+// registered at the socket has two connections.
 void Loader::processEnded(Service& service) {
   for (std::size_t i = 0; i < connections_.size(); ++i) {
     Connection& connection = *connections_[i];
-    if (!connection.isOpen() || connection.who().startedAs != &service) continue;
+    const bool isOfService = connection.who().startedAs == &service || connection.service() == &service;
+    if (!connection.isOpen() || !isOfService) continue;
     connection.drain();
     onEnd(connection, "");
   }

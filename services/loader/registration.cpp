@@ -22,6 +22,11 @@ bool readHello(const Envelope& hello, unsigned int& id) {
 
 bool isGivable(unsigned int id) { return isConfigurable(id); }
 
+// The process that the loader started for a service, be it within its connection or at the socket.
+bool isProcessOf(const Applicant& who, const Service& service) {
+  return who.startedAs == &service || (service.pid > 0 && service.pid == who.pid);
+}
+
 // The user that a configured service belongs to.
 bool isUser(uid_t uid, const std::string& name) {
   if (name.empty()) return uid == ::geteuid();
@@ -75,7 +80,7 @@ std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
 }
 
 std::string Registration::whyNotConfigured(const Applicant& who, const Service& service) const {
-  if (who.startedAs == &service) return {};
+  if (isProcessOf(who, service)) return {};
   const std::string owner = "is configured for " + service.name;
   if (service.pid > 0) return owner + ", whose process runs";
   if (!isUser(who.uid, service.configuration->user)) return owner + " and not for this user";
@@ -90,10 +95,10 @@ unsigned int Registration::pickId() {
 }
 
 void Registration::fill(Service& service, const Applicant& who) {
+  if (!isProcessOf(who, service)) ++service.starts;
   service.pid = who.pid;
   service.user = users_.nameOf(who.uid);
   service.hasRegistered = true;
-  if (who.startedAs == nullptr) ++service.starts;
   if (service.name.empty()) service.name = programName(who.pid);
   Rights rights =
       service.isConfigured() ? service.configuration->rights : configuration_.rightsOf(service.user);

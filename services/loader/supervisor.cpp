@@ -116,13 +116,13 @@ Supervisor::Process* Supervisor::find(const Service& service) {
 }
 
 void Supervisor::launch(Process& p) {
+  p.startTick = kl::getJiffies();  // an attempt that fails counts as a short life
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     return startLater(p, cannotStart(p.service));
   Descriptor mine(ends[0]);
   const Descriptor its(ends[1]);
   ++p.service.starts;
-  p.startTick = kl::getJiffies();
   p.isTold = p.startsAgain = false;
   const pid_t pid = startProcess(*p.service.configuration, its.get());
   if (pid < 0) return startLater(p, cannotStart(p.service));
@@ -140,10 +140,12 @@ void Supervisor::tellToEnd(Process& p) {
   if (!p.killTimer) p.killTimer = runner_.addTimer(&p, kl::bind<Process, &Process::onKill>(), kKillTicks);
 }
 
-// The whole group, so that what a stuck service has started goes with it.
+// The whole group, so that what a stuck service has started goes with it; and the process, which may have joined
+// another group.
 void Supervisor::kill(Process& p) {
   log_.line(describe(p.service) + ": does not end, is killed");
   (void)::kill(-p.service.pid, SIGKILL);
+  (void)::kill(p.service.pid, SIGKILL);
 }
 
 void Supervisor::Process::onKill() {

@@ -7,11 +7,14 @@
 //     crash           registers and ends with status 3
 //     hide            never registers and never ends
 //     stubborn        serves, and ignores SIGTERM
+//     defector        as stubborn, and leaves its process group
 //     hangup          registers, closes its connection and never ends
 //     environment     serves; its replies carry its working directory and $KL_TEST
+//     outside ID      connects to the socket, registers there under its id, and serves
 //     impostor ID     asks for another id than its own, then waits
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <climits>
@@ -63,6 +66,16 @@ int serve(RawPeer& loader, const std::string& behaviour) {
   while (true) ::pause();
 }
 
+// The group of a process made for that; it ends with this one.
+bool joinAnotherGroup() {
+  const pid_t other = ::fork();
+  if (other == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    waitForEver();
+  }
+  return other > 0 && ::setpgid(other, other) == 0 && ::setpgid(0, other) == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,10 +83,12 @@ int main(int argc, char** argv) {
   const std::string argument = argc > 2 ? argv[2] : "";
   RawPeer loader(3);
   if (behaviour == "hide") waitForEver();
-  if (behaviour == "stubborn") (void)::signal(SIGTERM, SIG_IGN);
+  if (behaviour == "stubborn" || behaviour == "defector") (void)::signal(SIGTERM, SIG_IGN);
+  if (behaviour == "defector" && !joinAnotherGroup()) return 1;
   if (behaviour == "late") ::usleep(static_cast<useconds_t>(std::atoi(argument.c_str())) * 1000);
-  const unsigned int id =
-      behaviour == "impostor" ? static_cast<unsigned int>(std::atoi(argument.c_str())) : 0;
+  if (behaviour == "outside" && !loader.connect()) return 1;
+  const bool asksForId = behaviour == "impostor" || behaviour == "outside";
+  const unsigned int id = asksForId ? static_cast<unsigned int>(std::atoi(argument.c_str())) : 0;
   if (loader.registerAs(id) == 0) waitForEver();
   if (behaviour == "crash") return 3;
   if (behaviour == "hangup") {

@@ -257,6 +257,20 @@ TEST_F(Supervision, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
   EXPECT_TRUE(loader.logs("asks for the id 77, which is not the one configured for it"));
 }
 
+TEST_F(Supervision, AServiceMayRegisterAtTheSocketInsteadOfItsConnection) {
+  const LoaderProcess loader(service("echo", 32, "outside 32"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 1u);
+  ASSERT_EQ(::kill(static_cast<pid_t>(row(32).get(kl::SVC_PID, 0)), SIGKILL), 0);
+  const auto told = a_.receiveCommand(kl::CMD_DISCONNECTED);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->get(kl::SYS_FROM, {}), Ids{32});
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+}
+
 TEST_F(Supervision, AStoppedServicesPlaceMayBeTakenByItsUser) {
   const LoaderProcess loader(service("echo", 32, "serve"));
   connect();
@@ -322,6 +336,16 @@ TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
   const auto took = Clock::now() - begin;
   EXPECT_GE(took, std::chrono::milliseconds(1900));
   EXPECT_LT(took, std::chrono::milliseconds(3500));
+}
+
+TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
+  LoaderProcess loader(service("rock", 32, "defector"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  loader.signal(SIGTERM);
+  ASSERT_TRUE(loader.logs("ends because of signal 15"));
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
 }
 
 TEST_F(Supervision, ASecondSignalDoesNotWait) {
