@@ -1,5 +1,6 @@
 #include "descriptors.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 
 namespace loader {
@@ -9,6 +10,12 @@ rlimit before{};
 bool isRaised = false;
 
 }  // namespace
+
+// A new descriptor gets the lowest number that is free.
+void openStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+    if (::fcntl(fd, F_GETFD) < 0) (void)::open("/dev/null", O_RDWR);
+}
 
 void raiseDescriptorLimit() {
   if (::getrlimit(RLIMIT_NOFILE, &before) != 0) return;

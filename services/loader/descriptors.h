@@ -30,6 +30,9 @@ class Descriptor {
   int fd_;
 };
 
+// Sees to it that the three standard descriptors are open, so that nothing else takes their numbers.
+void openStandardDescriptors();
+
 // Lets this process open as many descriptors as it may; the processes that it starts get the limit of before.
 void raiseDescriptorLimit();
 void restoreDescriptorLimit();

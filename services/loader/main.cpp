@@ -37,6 +37,7 @@ int run(const loader::Configuration& configuration) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  loader::openStandardDescriptors();
   int status = 0;
   const auto line = loader::readCommandLine(argc, argv, status);
   if (!line) return status;

@@ -34,6 +34,16 @@ TEST(Descriptors, MovingHandsItOver) {
   ::close(fd);
 }
 
+TEST(Descriptors, AMissingStandardDescriptorIsReplaced) {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const Descriptor kept(::dup(fd));
+    ::close(fd);
+    loader::openStandardDescriptors();
+    EXPECT_TRUE(isOpen(fd)) << fd;
+    ::dup2(kept.get(), fd);
+  }
+}
+
 TEST(Descriptors, TheLimitIsRaisedAndGivenBack) {
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
