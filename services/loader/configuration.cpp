@@ -61,7 +61,7 @@ Rights readRights(Section& section, const std::string& key, Rights otherwise) {
 bool userExists(const std::string& name) { return ::getpwnam(name.c_str()) != nullptr; }
 
 std::string readUser(Section& section) {
-  const std::string user = section.text("user", "");
+  std::string user = section.text("user", "");
   if (!user.empty() && !userExists(user))
     section.expected(*section.find("user"), "user", "the name of a user of this system");
   return user;

@@ -36,7 +36,9 @@ class Path {
   std::span<const unsigned char> bytes() const { return {at_, std::size_t{4} * size_}; }
 
  private:
-  const unsigned char* at_ = nullptr;
+  static constexpr unsigned char kNothing[1] = {};
+
+  const unsigned char* at_ = kNothing;
   unsigned int size_ = 0;
 };
 

@@ -179,8 +179,8 @@ TEST_F(Supervision, ACrashingServiceComesAgainAfterGrowingDelays) {
     ASSERT_TRUE(loader.logs("ended with status 3; starts again in " + std::string(delay))) << loader.log();
   EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(650));
   connect();
-  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);  // during the delay
-  EXPECT_EQ(row(32).get(kl::SVC_STATE, 0), kl::SVC_STATE_DELAYED);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_DELAYED));
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
 }
 
 TEST_F(Supervision, AProgramThatIsNotThereCountsAsCrashed) {
@@ -318,7 +318,7 @@ TEST_F(Supervision, SigtermEndsTheServicesAndThenTheLoader) {
     const auto begin = Clock::now();
     loader.signal(sig);
     EXPECT_EQ(loader.waitForEnd(), 0);
-    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1500));
+    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
     EXPECT_NE(::kill(one, 0), 0);
     EXPECT_FALSE(std::filesystem::exists(kl::loaderSocketPath()));
     EXPECT_TRUE(a_.isDisconnected());
@@ -335,7 +335,7 @@ TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
   EXPECT_EQ(loader.waitForEnd(), 0);
   const auto took = Clock::now() - begin;
   EXPECT_GE(took, std::chrono::milliseconds(1900));
-  EXPECT_LT(took, std::chrono::milliseconds(3500));
+  EXPECT_LT(took, std::chrono::milliseconds(5000));
 }
 
 TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
@@ -357,7 +357,7 @@ TEST_F(Supervision, ASecondSignalDoesNotWait) {
   ASSERT_TRUE(loader.logs("ends because of signal 15"));
   loader.signal(SIGINT);
   EXPECT_EQ(loader.waitForEnd(), 0);
-  EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1500));
+  EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
 }
 
 }  // namespace

@@ -1,0 +1,95 @@
+// The examples of docs/protocol.md, as they stand there.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+
+#include "fixture.h"
+#include "services/loader/registration.h"
+#include "services/loader/rewrite.h"
+#include "tests/support/hex.h"
+
+namespace {
+
+using kl::test::bytes;
+using kl::test::hex;
+
+std::string page() {
+  std::ifstream in(KL_SOURCE_DIR "/docs/protocol.md");
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// The bytes of the page's example number `index`: the pairs of digits at the beginning of its lines.
+std::vector<unsigned char> example(unsigned int index) {
+  const std::string text = page();
+  std::size_t at = 0;
+  for (unsigned int fence = 0; fence <= 2 * index; ++fence) at = text.find("```\n", at) + 4;
+  const std::string block = text.substr(at, text.find("```", at) - at);
+  std::string digits;
+  static const std::regex head(R"((^|\n)((?:[0-9a-f]{2} {1,2})*[0-9a-f]{2}(?=\s|$)))");
+  for (std::sregex_iterator it(block.begin(), block.end(), head), end; it != end; ++it)
+    digits += (*it)[2].str();
+  return bytes(digits);
+}
+
+// True when the bytes are whole frames of well-formed messages.
+bool areFrames(std::span<const unsigned char> stream) {
+  while (stream.size() >= 4) {
+    const std::size_t length = kl::readLe32(stream.data());
+    if (stream.size() - 4 < length) return false;
+    kl::RecordWalk walk(stream.subspan(4, length));
+    for (kl::Record record; walk.next(record);) {
+    }
+    if (!walk.ok()) return false;
+    stream = stream.subspan(4 + length);
+  }
+  return stream.empty();
+}
+
+TEST(ProtocolPage, TheFirstExampleIsAFrame) {
+  EXPECT_EQ(hex(example(0)), hex(bytes("11000000 4d32 0d00ff09 06 0100ff88 0100 01000000")));
+  EXPECT_TRUE(areFrames(example(0)));
+}
+
+TEST(ProtocolPage, TheConfirmationIsTheLoaders) {
+  loader::Service service(500);
+  service.starts = 1;
+  const std::vector<unsigned char> registration = example(1);
+  // The values are cut short on the page; what is behind them is the confirmation.
+  const std::vector<unsigned char> shown(registration.end() - 4 - 0x26, registration.end());
+  ASSERT_TRUE(areFrames(shown));
+  const kl::message m(std::vector<unsigned char>(shown.begin() + 4, shown.end()));
+  EXPECT_TRUE(m == loader::Registration::readyMessage(service));
+}
+
+TEST(ProtocolPage, TheRoutedRequestIsRewrittenAsShown) {
+  const std::vector<unsigned char> sent = bytes(
+      "4d32 0500ff01 0600ff09 05 0700ff08 0d00fe00 0200ff88 0100 07000000 0100ff88 0200 18000000 00000000");
+  loader::Envelope e;
+  ASSERT_EQ(readEnvelope(sent, e), nullptr);
+  loader::Buffer out;
+  appendDelivered(out, e, e.path().withoutFirst(), 500, {});
+  EXPECT_EQ(hex({out.bytes().begin(), out.bytes().end()}),
+            hex(bytes("2b000000 4d32 0500ff01 0600ff09 05 0700ff08 0d00fe00 "
+                      "0200ff88 0200 f4010000 07000000 0100ff88 0100 00000000")));
+  EXPECT_NE(page().find("02 00 ff 88  02 00  f4 01 00 00  07 00 00 00   SYS_FROM"), std::string::npos);
+  EXPECT_NE(page().find("01 00 ff 88  01 00  00 00 00 00      SYS_TO"), std::string::npos);
+}
+
+TEST(ProtocolPage, TheRightsAreThoseOfBob) {
+  EXPECT_EQ(hex(example(3)), hex(loader::rightsRecords("bob", {false, 64})));
+}
+
+TEST(ProtocolPage, TheLastExampleStopsService32) {
+  const std::vector<unsigned char> frame = example(4);
+  ASSERT_TRUE(areFrames(frame)) << hex(frame);
+  const kl::message m(std::vector<unsigned char>(frame.begin() + 4, frame.end()));
+  EXPECT_EQ(m.get(kl::SYS_CMD, 0), kl::CMD_SETOBJ);
+  EXPECT_EQ(m.get(kl::STD_ID, 0), 32u);
+  EXPECT_EQ(m.get(kl::SVC_ACTION, 0), kl::SVC_STOP);
+}
+
+}  // namespace
