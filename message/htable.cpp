@@ -66,6 +66,7 @@ T& htable<T>::smallRef(std::uint32_t key) {
     }
     if (++slot == capacity_) slot = 0;
   }
+  KL_INVARIANT(target != kNoSlot);  // H2: about half of the slots are free
   return enterSmall(target, key);
 }
 
