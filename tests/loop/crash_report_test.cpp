@@ -193,9 +193,11 @@ bool writeFile(const char* path, const std::string& text) {
 
 // Gives the child mounts of its own; an ordinary user becomes the root of a user namespace for that.
 bool ownMounts() {
-  const std::string user = std::to_string(::geteuid());
+  const std::string user = "0 " + std::to_string(::geteuid()) + " 1";
+  const std::string group = "0 " + std::to_string(::getegid()) + " 1";
   if (::unshare(CLONE_NEWNS) == 0) return true;
-  return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeFile("/proc/self/uid_map", "0 " + user + " 1");
+  return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeFile("/proc/self/uid_map", user) &&
+         writeFile("/proc/self/setgroups", "deny") && writeFile("/proc/self/gid_map", group);
 }
 
 // Puts an empty folder over one of the child's; false where the host does not allow it.
