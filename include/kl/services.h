@@ -38,8 +38,7 @@ inline constexpr field<unsigned long long> SVC_DROPS{0x1000000c};  // messages f
 inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};
 
 // Values of SVC_STATE.
-inline constexpr unsigned int SVC_STATE_STOPPED =
-    1;  // it does not run and nothing will start it but an action
+inline constexpr unsigned int SVC_STATE_STOPPED = 1;     // only an action starts it
 inline constexpr unsigned int SVC_STATE_STARTING = 2;    // its process runs and has not registered
 inline constexpr unsigned int SVC_STATE_REGISTERED = 3;  // it can be talked to
 inline constexpr unsigned int SVC_STATE_RUNNING = 4;     // it has said that it entered its loop
