@@ -44,14 +44,15 @@ Loader::Loader(const Configuration& configuration, Log& log)
   for (const ServiceConfiguration& service : configuration.services) addConfigured(service);
 }
 
+// The signals' handlers stand before the socket: whoever sees it may end the loader at once.
 std::string Loader::start() {
   std::error_code error;
   std::filesystem::create_directories(configuration_.stateFolder, error);
   if (error) log_.line(configuration_.stateFolder + ": cannot be made: " + error.message());
-  if (std::string problem = listener_.open(); !problem.empty()) return problem;
   loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  if (std::string problem = listener_.open(); !problem.empty()) return problem;
   supervisor_.startAll();
   return {};
 }
