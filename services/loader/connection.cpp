@@ -79,10 +79,15 @@ void Connection::write() {
   const std::span<const unsigned char> bytes = service_->out.bytes();
   const ssize_t written = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   if (written > 0) service_->out.dropFront(static_cast<std::size_t>(written));
-  else if (written < 0 && errno != EAGAIN && errno != EINTR)
-    service_->out.clear();  // reading will meet its end
+  else if (written < 0 && errno != EAGAIN && errno != EINTR) giveUpWriting();
   setBlocked(!service_->out.empty());
   watchProgress(written > 0);
+}
+
+// The process has ended, or reads no more for good.  What it has sent before is still read, and then the end is met.
+void Connection::giveUpWriting() {
+  service_->out.clear();
+  (void)::shutdown(socket_.get(), SHUT_RD);
 }
 
 void Connection::setBlocked(bool isBlocked) {

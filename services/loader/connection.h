@@ -72,6 +72,7 @@ class Connection {
   bool readOnce();
   void handleFrames();
   void write();
+  void giveUpWriting();
   void setBlocked(bool isBlocked);
   void watchProgress(bool hasProgress);
   void onStall();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -108,6 +109,18 @@ TEST_F(Peers, APeerThatDoesNotReadForTooLongIsDisconnected) {
   EXPECT_EQ(told->get(kl::SYS_FROM, {}), std::vector<unsigned int>{502});
   EXPECT_TRUE(loader.logs("reads nothing while its queue is full; disconnected"));
   EXPECT_TRUE(mute_.isDisconnected());
+}
+
+TEST_F(Peers, APeerThatHasClosedItsReadingEndIsDisconnected) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  ASSERT_EQ(::shutdown(mute_.fd(), SHUT_RD), 0);
+  ASSERT_TRUE(a_.send(request({502, 3}, kl::CMD_GET, 5, {7})));
+  const auto answer = a_.receiveReply(5);
+  ASSERT_TRUE(answer);
+  unsigned int code = kl::ERROR_OK;
+  EXPECT_TRUE(kl::isError(*answer, &code));
+  EXPECT_EQ(code, kl::ERROR_BRKPATH);
 }
 
 TEST_F(Peers, APeerThatReadsALittleIsNotDisconnected) {
