@@ -1,5 +1,6 @@
 #include "message/htable.h"
 
+#include <algorithm>
 #include <new>
 
 namespace kl {
@@ -18,8 +19,7 @@ void htable<T>::copyFrom(const htable& source, container::Memory& memory) {
     return;
   }
   std::memcpy(keys_, source.keys_, slotBytes(capacity_));
-  const auto words = static_cast<std::size_t>(bits_.large->words);
-  std::memcpy(bits_.large->live(), source.bits_.large->live(), 2 * words * sizeof(std::uint64_t));
+  std::memcpy(bits_.large->live(), source.bits_.large->live(), flagBytes(capacity_));
   for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i)) bits_.large->index.add({key(i), i});
 }
 
@@ -94,25 +94,43 @@ T& htable<T>::placeLarge(std::uint32_t key, const T& v) {
   const std::uint64_t bit = std::uint64_t{1} << slot % 64;
   bits_.large->live()[slot / 64] |= bit;
   bits_.large->erased()[slot / 64] &= ~bit;
+  if (freeSlotsOf(slot / 64) == 0) bits_.large->full()[slot / 4096] |= std::uint64_t{1} << slot / 64 % 64;
   bits_.large->index.add({key, slot});
   keys_[slot] = key;
   ++count_;
   return value(slot) = v;
 }
 
-// H1 for large tables, 64 slots at a time.
+// H1 for large tables: the rest of the home slot's word, then the first word with room, 4096 slots at a time.
 template <class T>
 unsigned int htable<T>::firstFreeSlot(unsigned int home) const {
-  const auto words = static_cast<unsigned int>(wordsFor(capacity_));
-  std::uint64_t free = ~liveWord(home / 64) >> home % 64 << home % 64;
-  for (unsigned int word = home / 64;;) {
-    if (free != 0) {
-      const unsigned int slot = word * 64 + static_cast<unsigned int>(std::countr_zero(free));
-      if (slot < capacity_) return slot;
-    }
-    if (++word == words) word = 0;
-    free = ~liveWord(word);
+  unsigned int word = home / 64;
+  std::uint64_t free = freeSlotsOf(word) >> home % 64 << home % 64;
+  if (free == 0) {
+    word = firstWordWithRoom(word + 1);
+    if (word == wordsFor(capacity_)) word = firstWordWithRoom(0);
+    free = freeSlotsOf(word);
   }
+  return word * 64 + static_cast<unsigned int>(std::countr_zero(free));
+}
+
+// Bits beyond the last slot stand for none.
+template <class T>
+std::uint64_t htable<T>::freeSlotsOf(unsigned int word) const {
+  const std::uint64_t free = ~bits_.large->live()[word];
+  return word == capacity_ / 64 ? free & ((std::uint64_t{1} << capacity_ % 64) - 1) : free;
+}
+
+// The number of words where there is none.
+template <class T>
+unsigned int htable<T>::firstWordWithRoom(unsigned int from) const {
+  const auto words = static_cast<unsigned int>(wordsFor(capacity_));
+  for (unsigned int i = from / 64; i * 64 < words; ++i) {
+    std::uint64_t withRoom = ~bits_.large->full()[i];
+    if (i == from / 64) withRoom = withRoom >> from % 64 << from % 64;
+    if (withRoom != 0) return std::min(words, i * 64 + static_cast<unsigned int>(std::countr_zero(withRoom)));
+  }
+  return words;
 }
 
 template <class T>
@@ -124,6 +142,7 @@ void htable<T>::eraseSlot(unsigned int slot) {
   } else {
     bits_.large->live()[slot / 64] &= ~bit;
     bits_.large->erased()[slot / 64] |= bit;
+    bits_.large->full()[slot / 4096] &= ~(std::uint64_t{1} << slot / 64 % 64);
     bits_.large->index.remove(bits_.large->index.find(keys_[slot]));
   }
   --count_;
@@ -173,7 +192,7 @@ void htable<T>::takeSlots(unsigned int capacity, container::Memory& memory) {
   if (isSmall()) return;
   auto* entries = reinterpret_cast<SlotEntry*>(reinterpret_cast<unsigned char*>(keys_) + slotBytes(capacity));
   bits_.large = new (bytes) Large{{entries, indexSize(capacity)}, wordsFor(capacity)};
-  std::memset(bits_.large->live(), 0, 2 * wordsFor(capacity) * sizeof(std::uint64_t));
+  std::memset(bits_.large->live(), 0, flagBytes(capacity));
 }
 
 template <class T>

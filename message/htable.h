@@ -103,12 +103,14 @@ class htable {
     unsigned int slot = kNoSlot;
     bool isFree() const { return slot == kNoSlot; }
   };
-  // In front of the slots of a table of more than 64: the index, then the words of live and erased bits.
+  // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
+  // bit for each word of live ones that says that it is full: runs of colliding keys may be long.
   struct Large {
     container::IdIndex<SlotEntry> index;
     std::uint64_t words;
     std::uint64_t* live() { return reinterpret_cast<std::uint64_t*>(this + 1); }
     std::uint64_t* erased() { return live() + words; }
+    std::uint64_t* full() { return erased() + words; }
   };
   struct Small {
     std::uint64_t live;
@@ -125,9 +127,12 @@ class htable {
     return container::roundedUp(capacity * (sizeof(std::uint32_t) + sizeof(T)));
   }
   static constexpr std::size_t largeBytes(unsigned int capacity) {
-    return isSmallCapacity(capacity)
-               ? 0
-               : container::roundedUp(sizeof(Large)) + 2 * wordsFor(capacity) * sizeof(std::uint64_t);
+    return isSmallCapacity(capacity) ? 0 : container::roundedUp(sizeof(Large)) + flagBytes(capacity);
+  }
+  // The live, erased and full bits.
+  static constexpr std::size_t flagBytes(unsigned int capacity) {
+    const std::size_t words = wordsFor(capacity);
+    return (2 * words + (words + 63) / 64) * sizeof(std::uint64_t);
   }
   // At most half of the index is used: see growthThreshold().
   static constexpr std::size_t indexSize(unsigned int capacity) {
@@ -162,6 +167,8 @@ class htable {
   T& enterSmall(unsigned int slot, std::uint32_t key);
   T& placeLarge(std::uint32_t key, const T& v);
   unsigned int firstFreeSlot(unsigned int home) const;
+  std::uint64_t freeSlotsOf(unsigned int word) const;
+  unsigned int firstWordWithRoom(unsigned int from) const;
   // A division by a constant is a multiplication, and the first two capacities are nearly all there is.
   unsigned int home(std::uint32_t key) const {
     if (capacity_ == kFirstCapacity) return key % kFirstCapacity;

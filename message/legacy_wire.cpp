@@ -135,9 +135,9 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
   if (node == nullptr || !node->hasObject()) return appendBytes(node, kind, id, bytes, count);
   withObjectKind(kind, [&]<Kind k>() {
     const Object<k> more = Decoded<Object<k>>::from(at_, bytes, count);
-    Object<k> all = *node->objectIfAny<k>();
+    Object<k>& all = *node->objectIfAny<k>();
     all.insert(all.end(), more.begin(), more.end());
-    rep_.putObject<k>(id, all);
+    rep_.putObject<k>(id, all);  // its length is counted anew
   });
   return Outcome::ok;
 }

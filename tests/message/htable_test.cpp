@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -150,6 +151,32 @@ TEST_F(Htable, RemovesByMaskInPlace) {
   EXPECT_EQ(table.capacity(), capacity);
   EXPECT_EQ(table.get(5), nullptr);
   EXPECT_EQ(*table.get(6), 6u);
+}
+
+// Capacities whose last word of slots is whole, and others.
+TEST_F(Htable, LongRunsOfALargeTableWrapAroundAndTakeErasedSlotsFirst) {
+  for (const unsigned int capacity : {352u, 704u, 5632u}) {
+    for (unsigned int key = 0; table.capacity() < capacity; ++key) ref(key);
+    table.removeIdMask(0, 0);
+    std::vector<unsigned int> expected(capacity, 0xFFFFFFFF);
+    const auto enter = [&](unsigned int home, unsigned int n) {
+      const unsigned int key = home + n * capacity;
+      unsigned int slot = home;
+      while (expected[slot] != 0xFFFFFFFF) slot = (slot + 1) % capacity;
+      expected[slot] = key;
+      ref(key) = n;
+      ASSERT_EQ(table.count(), static_cast<unsigned int>(
+                                   capacity - std::count(expected.begin(), expected.end(), 0xFFFFFFFF)));
+      ASSERT_EQ(table.key(slot), key);
+    };
+    for (unsigned int n = 1; n < capacity / 2; ++n) enter(capacity - 40 + n % 3, n);
+    for (unsigned int slot = 0; slot < capacity / 4; slot += 7) {
+      table.erase(expected[slot]);
+      expected[slot] = 0xFFFFFFFF;
+    }
+    for (unsigned int n = 0; n < capacity / 32; ++n) enter(n * 5 % capacity, capacity + n);
+    EXPECT_EQ(table.capacity(), capacity);
+  }
 }
 
 }  // namespace
