@@ -4,7 +4,7 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
+#include <sstream>
 #include <string>
 
 #include "fixture.h"
@@ -22,16 +22,21 @@ std::string page() {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
+bool isHexPair(const std::string& word) {
+  return word.size() == 2 && word.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
 // The bytes of the page's example number `index`: the pairs of digits at the beginning of its lines.
 std::vector<unsigned char> example(unsigned int index) {
   const std::string text = page();
   std::size_t at = 0;
   for (unsigned int fence = 0; fence <= 2 * index; ++fence) at = text.find("```\n", at) + 4;
-  const std::string block = text.substr(at, text.find("```", at) - at);
+  std::istringstream lines(text.substr(at, text.find("```", at) - at));
   std::string digits;
-  static const std::regex head(R"((^|\n)((?:[0-9a-f]{2} {1,2})*[0-9a-f]{2}(?=\s|$)))");
-  for (std::sregex_iterator it(block.begin(), block.end(), head), end; it != end; ++it)
-    digits += (*it)[2].str();
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    for (std::string word; words >> word && isHexPair(word);) digits += word;
+  }
   return bytes(digits);
 }
 
