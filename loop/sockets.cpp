@@ -67,7 +67,9 @@ bool ThinRunner::setReadAhead(int fd, bool holdsBytes) {
 void ThinRunner::runSocks(unsigned int now) {
   const int timeoutMs = sleepTime(now);
   // A poll that fails (a signal interrupts it) reports nothing ready: the pass goes on with the timers.
-  int ready = ::poll(polls_.data(), polls_.size(), someoneReadsAhead() ? 0 : timeoutMs);
+  // Nobody may wake a loop that a hook has ended, so it does not sleep.
+  const bool stays = someoneReadsAhead() || stop_;
+  int ready = ::poll(polls_.data(), polls_.size(), stays ? 0 : timeoutMs);
   ready = mergeReadAhead(ready);
   runTimers();
   dispatchSockets(ready);

@@ -269,6 +269,7 @@ class KL_API Handler {
 
  private:
   friend class Looper;
+  friend class HandlerProbe;  // the tests' hand on the counter
 
   message carryOut(const message& request, unsigned int command);
   void endPost(std::map<unsigned int, ReplyHandler>::iterator post, const message& reply);

@@ -73,6 +73,14 @@ TEST(ThinRunner, ThePollWaitsForTheFirstTimer) {
   EXPECT_EQ(poll.timeouts(), (std::vector<int>{300, 100}));
 }
 
+TEST(ThinRunner, AHookThatSetsTheStopFlagEndsTheLoopWithoutSleeping) {
+  Loop loop;
+  loop.addBeforeSleep(&loop, [](void* data) { static_cast<Loop*>(data)->stop(); });
+  test::ScriptedPoll poll([](const std::vector<pollfd*>&) { return 0; });
+  loop.run();
+  EXPECT_EQ(poll.timeouts(), std::vector<int>{0});
+}
+
 TEST(ThinRunner, RunDoesNothingOnceTheStopFlagIsSet) {
   Loop loop;
   loop.stop();

@@ -116,6 +116,7 @@ void LoaderDouble::shrinkBuffers() {
 }
 
 void LoaderDouble::close() {
+  if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);  // for whoever has a copy of it after a fork, too
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
 }
@@ -130,7 +131,11 @@ std::vector<unsigned char> frameOf(const message& m) {
   return frame;
 }
 
-ListeningLoader::ListeningLoader() : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+// Its descriptor keeps clear of 3, which is not its own.
+ListeningLoader::ListeningLoader() {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  fd_ = ::fcntl(fd, F_DUPFD_CLOEXEC, kInherited + 1);
+  ::close(fd);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, "/ram/kelosock", sizeof address.sun_path - 1);

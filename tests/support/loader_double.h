@@ -64,7 +64,7 @@ class ListeningLoader {
   int accept();
 
  private:
-  int fd_;
+  int fd_ = -1;
 };
 
 }  // namespace kl::test
