@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "frame_reader.h"
+#include "kl/conventions.h"
 
 namespace loader {
 
@@ -37,10 +38,15 @@ void Outbox::sent(std::size_t bytes) {
   sender_->traffic.bytesOut += bytes;
 }
 
-// A queue below its limit takes a frame of any size, or a large one might never get through.
+// A queue below its limit takes the whole frame, or a large one might never get through.
+unsigned int Outbox::obstacleFor(const Service& to, std::size_t bytes) const {
+  if (bytes > kMaxOrdinaryBytes) return kl::ERROR_TOOBIG;
+  return isFull(to) ? kl::ERROR_BUSY : kl::ERROR_OK;
+}
+
 bool Outbox::takes(Service& to, std::size_t bytes, Urgency urgency) {
-  const bool fits =
-      urgency == Urgency::kReply ? to.out.empty() || to.out.size() + bytes <= kMaxQueueBytes : !isFull(to);
+  const bool fits = urgency == Urgency::kReply ? to.out.empty() || to.out.size() + bytes <= kMaxQueueBytes
+                                               : obstacleFor(to, bytes) == kl::ERROR_OK;
   if (!fits) ++to.traffic.drops;
   return fits;
 }

@@ -165,8 +165,9 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 }
 
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
-  if (outbox_.isFull(to) && e.wantsAnswer()) return answerBusy(sender, e, to, rest);
-  if (e.isTracked() && !makeRoom(sender)) return answerBusy(sender, e, to, rest);
+  const unsigned int obstacle = outbox_.obstacleFor(to, e.body.size());
+  if (obstacle != kl::ERROR_OK && e.wantsAnswer()) return refuse(sender, e, to, rest, obstacle);
+  if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
   if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary) && e.isTracked())
     requests_.add(sender, to, e, rest, now_);
 }
@@ -189,8 +190,8 @@ void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
   (void)outbox_.send(sender, m, e.expectsReply ? Urgency::kReply : Urgency::kOrdinary);
 }
 
-void Router::answerBusy(Service& sender, const Envelope& e, const Service& to, Path rest) {
-  kl::message m = errorAbout(inFrontOf(to.id, idsOf(rest)), idsOf(e.returnPath()), kl::ERROR_BUSY);
+void Router::refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code) {
+  kl::message m = errorAbout(inFrontOf(to.id, idsOf(rest)), idsOf(e.returnPath()), code);
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   if (e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
   (void)outbox_.send(sender, m, Urgency::kReply);

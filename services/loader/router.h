@@ -65,7 +65,7 @@ class Router {
   bool makeRoom(Service& asker);
 
   void reportBrokenPath(Service& sender, const Envelope& e, Path path);
-  void answerBusy(Service& sender, const Envelope& e, const Service& to, Path rest);
+  void refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code);
   void answerOpen(const OpenRequest& request, unsigned int code);
   void announceEnd(const Service& gone);
 
