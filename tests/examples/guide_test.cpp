@@ -1,4 +1,4 @@
-// The guide quotes the examples; a quotation that is no longer true must not stay.
+// The guide and the README quote the examples; a quotation that is no longer true must not stay.
 
 #include <gtest/gtest.h>
 
@@ -33,13 +33,17 @@ std::vector<Quotation> quotationsIn(const std::string& guide) {
   return quotations;
 }
 
-}  // namespace
-
-TEST(Guide, QuotesTheExamplesAsTheyAre) {
-  const auto quotations = quotationsIn("docs/guide.md");
-  EXPECT_GE(quotations.size(), 7u);
+void expectTrueQuotations(const std::string& document, std::size_t atLeast) {
+  const auto quotations = quotationsIn(document);
+  EXPECT_GE(quotations.size(), atLeast);
   for (const Quotation& quotation : quotations)
     EXPECT_NE(textOf(quotation.file).find("\n" + quotation.text), std::string::npos)
         << quotation.file << " has no\n"
         << quotation.text;
 }
+
+}  // namespace
+
+TEST(Guide, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/guide.md", 7); }
+
+TEST(Readme, ShowsTheSmallestServiceAsItIs) { expectTrueQuotations("README.md", 1); }
