@@ -14,6 +14,8 @@ target_compile_options(kl_build_flags INTERFACE
 if(KL_SANITIZE)
   target_compile_options(kl_build_flags INTERFACE -fsanitize=${KL_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(kl_build_flags INTERFACE -fsanitize=${KL_SANITIZE})
+  # The check of virtual tables opens a pipe each time, for which some tests leave no descriptor.
+  target_compile_options(kl_build_flags INTERFACE -fno-sanitize=vptr)
 endif()
 
 configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_DIR}/generated/fixed_paths.h" @ONLY)
@@ -26,10 +28,16 @@ function(kl_component name)
   target_include_directories(kl_${name} PRIVATE
     "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
   # Nobody replaces one function of the library by another of its name, so its own calls may be direct and inlined.
-  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition)
+  # It throws nothing, so it carries no code to clean up after an exception.
+  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition -fno-exceptions)
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
+endfunction()
+
+# kl_rarely_runs(SOURCE...): sources of this folder in which memory counts for more than time.
+function(kl_rarely_runs)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo,Release>:-Os>)
 endfunction()
 
 # kl_program(NAME SOURCE...): a program that uses the library as any user would.  Its includes are

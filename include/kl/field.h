@@ -12,6 +12,9 @@ namespace kl {
 template <class T>
 struct field_operations;
 
+// Has no body and is never called: naming it where a constant is needed is the compile error.
+void theTypeBitsOfTheIdAreNotThoseOfTheType();
+
 // A field id of type T: bool, unsigned int, unsigned long long, IPAddr6, std::string,
 // message::flat_message, std::vector<unsigned char>, or a std::vector of one of these.
 //
@@ -27,8 +30,7 @@ template <class T>
 class field {
  public:
   explicit consteval field(unsigned int id) : id_(id) {
-    if ((id & 0xF9000000) != field_operations<T>::typeBits)
-      throw "the id's type bits are not those of this type";
+    if ((id & 0xF9000000) != field_operations<T>::typeBits) theTypeBitsOfTheIdAreNotThoseOfTheType();
   }
   constexpr operator unsigned int() const { return id_; }
 
