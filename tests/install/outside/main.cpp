@@ -20,5 +20,6 @@ int main() {
   std::vector<unsigned char> bytes;
   m.flatten(bytes);
   const kl::message read(bytes);
-  std::printf("%zu bytes, speed %u, name %s\n", bytes.size(), read.get(kSpeed, 0), read.get(kName, "").c_str());
+  std::printf("%zu bytes, speed %u, name %s\n", bytes.size(), read.get(kSpeed, 0),
+              read.get(kName, "").c_str());
 }
