@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured, as tables with the aims beside the figures.
 
-usage: table.py [--message JSON] [--counts DIR] [--router JSON] [--sizes FILE] [--text BYTES]
+usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--router JSON] [--sizes FILE] [--text BYTES]
 
 JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
 A figure that misses its aim is marked with "<-".
@@ -90,13 +90,13 @@ def print_table(title, head, rows):
         print("  ".join(cells).rstrip())
 
 
-def print_messages(measured, counts):
+def print_pairs(title, measured, aims, counts):
     head = ["case", "ratio", "aim", "", "allocations", "aim", "", "heap bytes", "product ns", "limit ns"]
     if counts:
         head += ["instructions", "of the limit"]
     rows = []
     for case, figures in measured.items():
-        aim, most = MESSAGE_AIMS.get(case), ALLOCATION_AIMS.get(case)
+        aim, most = aims.get(case), ALLOCATION_AIMS.get(case)
         row = [case, number(figures["ratio"]), number(aim), mark(figures["ratio"], aim),
                number(figures["allocations"]), number(most), mark(figures["allocations"], most),
                number(figures["heap_bytes"]), number(figures["product_ns"]), number(figures["limit_ns"])]
@@ -104,7 +104,7 @@ def print_messages(measured, counts):
             row += [number(counts.get(f"{case}/{side}")) for side in ("product", "limit")]
         rows.append(row)
     repetitions = max(figures["repetitions"] for figures in measured.values())
-    print_table(f"Messages: cost of one operation, beside a hand-written limit "
+    print_table(f"{title}: cost of one operation, beside a hand-written limit "
                 f"(medians of {repetitions:.0f} repetitions)", head, rows)
 
 
@@ -126,8 +126,9 @@ def print_router(measured):
     for case, figures in measured.items():
         aim, more = ROUTER_AIMS.get(case, (None, False))
         value = figures.get("ratio", figures.get("value"))
+        spread = f'{number(figures["low"])} to {number(figures["high"])}' if "low" in figures else ""
         rows.append([case, number(value), number(aim), mark(value, aim, more),
-                     number(figures.get("product")), number(figures.get("limit")), number(figures.get("spread"))])
+                     number(figures.get("product")), number(figures.get("limit")), spread])
     print_table("Router: beside a raw relay of frames of the same size",
                 ["case", "figure", "aim", "", "product", "relay", "spread"], rows)
 
@@ -148,14 +149,17 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--message")
     parser.add_argument("--counts")
+    parser.add_argument("--loop")
     parser.add_argument("--router")
     parser.add_argument("--sizes")
     parser.add_argument("--text", type=int)
     options = parser.parse_args()
     if options.message:
         measured = medians(options.message)
-        print_messages(measured, instruction_counts(options.counts) if options.counts else {})
+        print_pairs("Messages", measured, MESSAGE_AIMS, instruction_counts(options.counts) if options.counts else {})
         print_growth(measured)
+    if options.loop:
+        print_pairs("Event loop", medians(options.loop), {}, {})
     if options.router:
         print_router(medians(options.router))
     print_sizes(options.sizes, options.text)
