@@ -130,7 +130,7 @@ def print_router(measured):
         rows.append([case, number(value), number(aim), mark(value, aim, more),
                      number(figures.get("product")), number(figures.get("limit")), spread])
     print_table("Router: beside a raw relay of frames of the same size",
-                ["case", "figure", "aim", "", "product", "relay", "spread"], rows)
+                ["case", "figure", "aim", "", "product", "relay", "low to high"], rows)
 
 
 def print_sizes(path, text_bytes):
@@ -156,7 +156,8 @@ def main():
     options = parser.parse_args()
     if options.message:
         measured = medians(options.message)
-        print_pairs("Messages", measured, MESSAGE_AIMS, instruction_counts(options.counts) if options.counts else {})
+        counts = instruction_counts(options.counts) if options.counts else {}
+        print_pairs("Messages", measured, MESSAGE_AIMS, counts)
         print_growth(measured)
     if options.loop:
         print_pairs("Event loop", medians(options.loop), {}, {})
