@@ -77,4 +77,20 @@ inline constexpr field<message::flat_message> READY_DATA{0x28000004};  // what t
 inline constexpr field<message::flat_message> READY_CONFIGURATION{
     0x28000005};  // its settings, if there are any
 
+// Topics of log lines (kl/logger.h).  1 to 8 say how much a line matters, the others who writes it; topics of
+// services of your own begin at 256.
+inline constexpr unsigned int TOPIC_EMERGENCY = 1;  // the system cannot be used
+inline constexpr unsigned int TOPIC_ALERT = 2;      // somebody must act at once
+inline constexpr unsigned int TOPIC_CRITICAL = 3;   // a part has failed
+inline constexpr unsigned int TOPIC_ERROR = 4;      // something could not be done
+inline constexpr unsigned int TOPIC_WARNING = 5;    // something may fail later
+inline constexpr unsigned int TOPIC_NOTICE = 6;     // normal, and worth keeping
+inline constexpr unsigned int TOPIC_INFO = 7;       // what is going on
+inline constexpr unsigned int TOPIC_DEBUG = 8;      // for whoever looks for a fault
+inline constexpr unsigned int TOPIC_LOADER = 16;
+inline constexpr unsigned int TOPIC_UNDO = 17;
+inline constexpr unsigned int TOPIC_SYSTEM = 18;
+inline constexpr unsigned int TOPIC_LOGD = 19;  // the log service
+inline constexpr unsigned int TOPIC_NETIF = 32;
+
 }  // namespace kl
