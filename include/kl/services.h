@@ -93,4 +93,66 @@ inline constexpr unsigned int TOPIC_SYSTEM = 18;
 inline constexpr unsigned int TOPIC_LOGD = 19;  // the log service
 inline constexpr unsigned int TOPIC_NETIF = 32;
 
+// The log service, kl-logd.  It answers with two tables.
+//
+// Under [SERVICE_LOG] stand the lines that it has in memory: one object per line, its STD_ID the line's running
+// number (from 1 to 0xfffffffe, then again from 1).  CMD_GETALL reads them in chunks from the oldest on,
+// CMD_GETOBJ one of them, CMD_GETCOUNT counts those that the request's filter lets through, CMD_SUBSCRIBE follows
+// what comes; CMD_GET tells figures of the service itself.  A filter is made of the fields of the line: the
+// request asks for lines that have one of its LOG_TOPICS, exactly its LOG_PROCESS, LOG_PID and LOG_SOURCE, and
+// for what LOG_SINCE and LOG_CONTAINS say; what it leaves out lets everything through.
+//
+// Under [SERVICE_LOG, LOG_RULES] stand the topics that have a name or are muted, their STD_ID the topic, and from
+// LOG_FIRST_FILE on the files that the configuration names.  CMD_SETOBJ with LOG_MUTED mutes a topic or takes that
+// back; CMD_SUBSCRIBE follows the changes:
+//
+//     kl::message m;
+//     m.insert(kl::SYS_TO, {kl::SERVICE_LOG, kl::LOG_RULES});
+//     m.insert(kl::STD_ID, kl::TOPIC_DEBUG);
+//     m.insert(kl::LOG_MUTED, true);
+//     const kl::message answer = handler.exchangeCmd(m, kl::CMD_SETOBJ, 500);
+inline constexpr unsigned int SERVICE_LOG = 18;
+inline constexpr unsigned int LOG_RULES = 1;             // the handler of the rules
+inline constexpr unsigned int LOG_FIRST_FILE = 0x10000;  // the object of the first file; topics lie below
+
+// Fields of a line.
+inline constexpr field<unsigned long long> LOG_TIME{0x10000001};  // when it came, in ns since 1970
+inline constexpr field<std::string> LOG_PROCESS{0x20000002};      // the name of its process
+inline constexpr field<unsigned int> LOG_PID{0x08000003};
+inline constexpr field<unsigned int> LOG_SOURCE{
+    0x08000004};  // the source's id in its process; 0: the log service
+inline constexpr field<std::vector<unsigned int>> LOG_TOPICS{0x88000005};
+inline constexpr field<std::string> LOG_TEXT{0x20000006};
+
+// In a request, beside fields of the line: the filter.
+inline constexpr field<unsigned long long> LOG_SINCE{0x10000007};  // LOG_TIME is not before this
+inline constexpr field<std::string> LOG_CONTAINS{0x20000008};      // LOG_TEXT has this in it
+
+// In a notification: so many lines that the filter lets through are left out before the first of this one,
+// because more came than followers are sent.  CMD_GETALL still has them.
+inline constexpr field<unsigned int> LOG_SKIPPED{0x08000009};
+
+// Fields of a rule: of a topic,
+inline constexpr field<std::string> LOG_TOPIC_NAME{0x2000000a};
+inline constexpr field<bool> LOG_MUTED{0x0000000b};
+// and of a file; LOG_TOPICS are those whose lines go there, absent when all do.
+inline constexpr field<std::string> LOG_FILE{0x2000000c};
+inline constexpr field<unsigned long long> LOG_FILE_BYTES{0x1000000d};  // it never gets bigger
+inline constexpr field<unsigned int> LOG_FILE_COUNT{0x0800000e};        // together with the older ones
+inline constexpr field<unsigned int> LOG_FILE_SYNC{0x0800000f};         // LOG_SYNC_...
+inline constexpr field<std::string> LOG_FILE_FAILURE{0x20000010};  // why nothing is written; absent: it is
+inline constexpr field<unsigned long long> LOG_FILE_LOST{0x10000011};  // lines that were not written
+
+// In the reply to CMD_GET.
+inline constexpr field<unsigned int> LOG_CLIENTS{0x08000012};        // connected now
+inline constexpr field<unsigned long long> LOG_LINES{0x10000013};    // taken since the start
+inline constexpr field<unsigned long long> LOG_DROPPED{0x10000014};  // not taken: their client wrote too fast
+inline constexpr field<unsigned long long> LOG_TORN{0x10000015};     // ended with their client, half written
+inline constexpr field<unsigned int> LOG_MEMORY{0x08000016};         // bytes that lines have in memory now
+
+// Values of LOG_FILE_SYNC: when what was written is on the disk for certain.
+inline constexpr unsigned int LOG_SYNC_NEVER = 0;   // when the system sees fit
+inline constexpr unsigned int LOG_SYNC_SECOND = 1;  // within a second
+inline constexpr unsigned int LOG_SYNC_LINE = 2;    // before the next line is read
+
 }  // namespace kl

@@ -111,4 +111,33 @@ TEST(ShippedDictionaries, TheLoadersAgreeWithItsHeader) {
   EXPECT_EQ(names.findValue(kl::SVC_ACTION, "leave"), kl::SVC_LEAVE);
 }
 
+TEST(ShippedDictionaries, TheLogServicesAgreeWithItsHeader) {
+  const FieldNames names = namesFor("log", kShipped);
+  EXPECT_EQ(names.find("time"), kl::LOG_TIME);
+  EXPECT_EQ(names.find("process"), kl::LOG_PROCESS);
+  EXPECT_EQ(names.find("pid"), kl::LOG_PID);
+  EXPECT_EQ(names.find("source"), kl::LOG_SOURCE);
+  EXPECT_EQ(names.find("topics"), kl::LOG_TOPICS);
+  EXPECT_EQ(names.find("text"), kl::LOG_TEXT);
+  EXPECT_EQ(names.find("since"), kl::LOG_SINCE);
+  EXPECT_EQ(names.find("contains"), kl::LOG_CONTAINS);
+  EXPECT_EQ(names.find("skipped"), kl::LOG_SKIPPED);
+  EXPECT_EQ(names.find("topic"), kl::LOG_TOPIC_NAME);
+  EXPECT_EQ(names.find("muted"), kl::LOG_MUTED);
+  EXPECT_EQ(names.find("file"), kl::LOG_FILE);
+  EXPECT_EQ(names.find("size"), kl::LOG_FILE_BYTES);
+  EXPECT_EQ(names.find("files"), kl::LOG_FILE_COUNT);
+  EXPECT_EQ(names.find("sync"), kl::LOG_FILE_SYNC);
+  EXPECT_EQ(names.find("failure"), kl::LOG_FILE_FAILURE);
+  EXPECT_EQ(names.find("lost"), kl::LOG_FILE_LOST);
+  EXPECT_EQ(names.find("clients"), kl::LOG_CLIENTS);
+  EXPECT_EQ(names.find("lines"), kl::LOG_LINES);
+  EXPECT_EQ(names.find("dropped"), kl::LOG_DROPPED);
+  EXPECT_EQ(names.find("torn"), kl::LOG_TORN);
+  EXPECT_EQ(names.find("memory"), kl::LOG_MEMORY);
+  EXPECT_EQ(names.findValue(kl::LOG_FILE_SYNC, "never"), kl::LOG_SYNC_NEVER);
+  EXPECT_EQ(names.findValue(kl::LOG_FILE_SYNC, "second"), kl::LOG_SYNC_SECOND);
+  EXPECT_EQ(names.findValue(kl::LOG_FILE_SYNC, "line"), kl::LOG_SYNC_LINE);
+}
+
 }  // namespace klctl
