@@ -155,4 +155,68 @@ inline constexpr unsigned int LOG_SYNC_NEVER = 0;   // when the system sees fit
 inline constexpr unsigned int LOG_SYNC_SECOND = 1;  // within a second
 inline constexpr unsigned int LOG_SYNC_LINE = 2;    // before the next line is read
 
+// The undo service answers as service 17 (kl::SERVICE_UNDO), on the path [17].  A service that changed
+// something on request says so with Handler::sendUndo; each such report is a record, the newest comes first:
+//
+//     CMD_ADDOBJ     a report, with UNDO_REQUEST, UNDO_MESSAGE, UNDO_DESCRIPTION, UNDO_USER and UNDO_RIGHTS; the
+//                    reply, if one is asked for, names the record in STD_ID
+//     CMD_SETOBJ     the report of an undo: UNDO_MESSAGE and UNDO_RIGHTS of the record STD_ID become these, so
+//                    that what was undone can be done again; only from the service that made the record
+//     CMD_GETALL     the records from STD_GETALLID on, in descending order of their ids, at most STD_GETALLNO
+//     CMD_GETOBJ     the record STD_ID
+//     CMD_GETCOUNT   how many there are, in STD_GETALLNO
+//     CMD_REMOVEOBJ  forgets the record STD_ID
+//     CMD_START      undoes the record STD_ID, or does it again: sends UNDO_MESSAGE to UNDO_SOURCE with the user
+//                    and the rights of the asker and with STD_UNDOID.  ERROR_NOTALLOWED unless the asker has all
+//                    of UNDO_RIGHTS, ERROR_BUSY while the record is being undone, else what the service answers:
+//                    nothing, or its error
+//     CMD_SUBSCRIBE  follows the records; one that is gone has STD_DEAD
+//
+//     kl::message m;
+//     m.insert(kl::SYS_TO, {kl::SERVICE_UNDO});
+//     m.insert(kl::STD_ID, 5);
+//     const kl::message answer = handler.exchangeCmd(m, kl::CMD_START, 3000);
+inline constexpr field<message::flat_message> UNDO_REQUEST{0x28000001};  // what was asked
+inline constexpr field<message::flat_message> UNDO_MESSAGE{0x28000002};  // what takes it back
+inline constexpr field<std::string> UNDO_DESCRIPTION{0x20000003};        // for people
+inline constexpr field<unsigned int> UNDO_RIGHTS{0x08000005};            // what the request needed
+inline constexpr field<std::string> UNDO_USER{0x20000006};               // who asked; may be empty
+// What the undo service adds.
+inline constexpr field<unsigned long long> UNDO_TIME{0x10000007};           // seconds since 1970, UTC
+inline constexpr field<std::vector<unsigned int>> UNDO_SOURCE{0x88000008};  // the path of who made the record
+inline constexpr field<bool> UNDO_UNDONE{0x00000009};  // it is undone now; UNDO_MESSAGE does it again
+
+// Settings of the undo service (READY_CONFIGURATION).
+inline constexpr field<unsigned int> UNDO_LIMIT{
+    0x08000001};  // records that are kept; 100 where it does not say
+inline constexpr field<std::string> UNDO_FOLDER{0x20000002};  // where they are kept; "/kelo/undo"
+
+// The system service answers as service 24 (kl::SERVICE_SYSTEM).  On the path [24, 0] it is the local time
+// zone: CMD_GET gives SYSTEM_TIMEZONE, and whoever subscribed with SYS_NOTIFYCMD SYSTEM_TIMEZONE_CHANGED is sent
+// that command with SYSTEM_TIMEZONE when it changes.  Looper::getTimezone does both.
+//
+// On the path [24] it is a table of the figures below, one object for each kind: STD_ID is SYSTEM_OBJECT_...,
+// STD_DESCR its name.  CMD_GETALL, CMD_GETOBJ and CMD_GETCOUNT read it, CMD_SUBSCRIBE follows it; CMD_GET gives
+// all figures in one message.
+inline constexpr field<std::string> SYSTEM_HOSTNAME{0x20000001};
+inline constexpr field<std::string> SYSTEM_VERSION{0x20000002};  // of the installed system; may be empty
+inline constexpr field<unsigned int> SYSTEM_UPTIME{0x08000003};  // seconds since boot
+inline constexpr field<unsigned long long> SYSTEM_MEMORY_TOTAL{0x10000004};  // bytes
+inline constexpr field<unsigned long long> SYSTEM_MEMORY_AVAILABLE{
+    0x10000005};  // bytes that programs can still get
+inline constexpr field<std::vector<unsigned int>> SYSTEM_LOAD{
+    0x88000006};  // hundredths: averages over 1, 5 and 15 minutes
+inline constexpr field<unsigned int> SYSTEM_TIMEZONE{0x0800001b};  // seconds east of UTC, an int
+
+// The objects of the table.
+inline constexpr unsigned int SYSTEM_OBJECT_TIMEZONE = 0;
+inline constexpr unsigned int SYSTEM_OBJECT_HOST = 1;
+inline constexpr unsigned int SYSTEM_OBJECT_VERSION = 2;
+inline constexpr unsigned int SYSTEM_OBJECT_UPTIME = 3;
+inline constexpr unsigned int SYSTEM_OBJECT_MEMORY = 4;
+inline constexpr unsigned int SYSTEM_OBJECT_LOAD = 5;
+
+// The command of notifications about the time zone.
+inline constexpr unsigned int SYSTEM_TIMEZONE_CHANGED = 0x60001;
+
 }  // namespace kl
