@@ -30,6 +30,7 @@ LAYERS = (
     {"backtrace", "services", "logger", "store", "allocator", "utilities"},
     {"looper"},
     {"reget"},
+    {"watcher"},
 )
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')

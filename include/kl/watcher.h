@@ -1,0 +1,89 @@
+#pragma once
+// kl/watcher.h: follows the table of objects of one service, whatever happens to the service.
+
+#include <set>
+#include <vector>
+
+#include "kl/export.h"
+#include "kl/looper.h"
+#include "kl/reget.h"
+
+namespace kl {
+
+// A handler that knows a service's table: it subscribes, fetches the whole table beside the loop, and takes the
+// notifications from then on.  When the service has crashed, when its path is broken or its answer an error, it tries
+// again until the service answers, and what has gone meanwhile is told as removed.
+//
+//     class Links : public kl::Watcher {
+//       void objectChanged(const kl::message& link) override { names_[link.get(kl::STD_ID, 0)] = link.get(NAME, ""); }
+//       void objectRemoved(unsigned int id) override { names_.erase(id); }
+//       void tableComplete() override { show(names_); }
+//       std::map<unsigned int, std::string> names_;
+//     };
+//
+//     Links links;
+//     looper.addHandler(1, &links);                  // a number of its own: notifications come to it
+//     links.watch({32});
+//     looper.run();
+//
+// An object may be told several times, with or without a change; what is told last holds.  A service that leaves in
+// order keeps its subscribers and is not lost.  A change that this very handler asks for is not told to it: whoever
+// changes objects and watches them asks from another handler.
+//
+// Errors:    every error of the service is told once by providerLost() and tried again, after 50 ms at first and after
+//            a second in the end.  A notification that the loader drops because this process does not read is lost.
+// Ownership: belongs to the service, as any handler.  The destructor unsubscribes.
+// Threads:   as any handler.  The operations that are called back may do everything but destroy the watcher.
+// Cost:      remembers the id of each object, not the object; a walk is one request for each chunk.
+class KL_API Watcher : public Handler {
+ public:
+  Watcher();
+  ~Watcher() override;
+
+  // Begins to follow the table at a path; a table that was followed before is forgotten.  `extra` holds what the
+  // service takes as a filter: it goes into the subscription and into the requests.
+  // Needs: a Looper that this handler was added to.
+  void watch(const std::vector<unsigned int>& path, const message& extra = message());
+
+  // Unsubscribes and forgets what it knows.  Nothing is called back from then on.
+  void stop();
+
+  // How long each reply of the service may take, in ticks; a minute at first.
+  void setTimeout(unsigned int ticks) { timeout_ = ticks; }
+
+  // Is everything known that the service has told?
+  bool isComplete() const { return complete_; }
+
+  // What is told.  The defaults do nothing.
+  virtual void objectChanged(const message& object);  // new, changed, or the same as before
+  virtual void objectRemoved(unsigned int id);        // one that was told before is gone
+  virtual void tableComplete();  // the whole table was fetched, also after each time it was lost
+  virtual void providerLost(
+      const message& reason);  // the error, or CMD_DISCONNECTED: what is known may be old
+
+  void handleCmd(const message& request, unsigned int command) override;
+  void handleBrkpath(const message& notice) override;
+  void cmdDisconnected(const message& m) override;
+
+ private:
+  bool isFromProvider(const message& m) const;
+  void fetchTable();
+  void take(const message& object);
+  void onFetched(const message& reply);
+  void removeStale();
+  void tryLater(const message& reason);
+
+  std::vector<unsigned int> path_;  // empty: nothing is watched
+  message extra_;
+  unsigned int timeout_ = 6000;
+  unsigned int retryTicks_ = 0;
+  unsigned int run_ = 0;  // how often watch and stop were called: a loop over hooks ends when it changes
+  bool complete_ = false;
+  bool lost_ = false;
+  std::set<unsigned int> known_;  // told since the last fetch began
+  std::set<unsigned int> stale_;  // told before, and not again so far
+  TimerPtr retryTimer_;
+  AsyncReget reget_;
+};
+
+}  // namespace kl
