@@ -1,0 +1,52 @@
+// What the log service says: which sources it does not want to hear.
+//
+// Records are taken as one read brings them.  One that a read cuts in two is not put together again, it ends the
+// connection: the service has little to say, and a connection that begins anew knows where a record begins.
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "kl/logger.h"
+#include "log/diagnostics.h"
+#include "log/log_records.h"
+
+namespace kl {
+namespace {
+
+constexpr unsigned int kReadBytes = 256;
+
+}  // namespace
+
+void Logger::onSocket(int fd, unsigned int /*events*/) {
+  if (fd != socket_) return logging::printLine("wrong alarm");
+  unsigned char bytes[kReadBytes];
+  const ssize_t count = ::read(fd, bytes, sizeof bytes);
+  if (count > 0) return obeyMuteRecords(bytes, static_cast<unsigned int>(count));
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  // A service that closes without having read everything makes the read fail.
+  logging::printLine("EOF");
+  closeConnection();
+}
+
+void Logger::obeyMuteRecords(const unsigned char* bytes, unsigned int count) {
+  const char* fault = nullptr;
+  for (; count > 0; bytes += logging::kMuteRecordBytes, count -= logging::kMuteRecordBytes) {
+    if (count < logging::kMuteRecordBytes) {
+      fault = "msg too short, dropping";
+      break;
+    }
+    const logging::MuteRecord record = logging::readMuteRecord(bytes);
+    if (record.length != logging::kMuteRecordBytes) {
+      fault = "msg has bad len, dropping";
+      break;
+    }
+    const bool isKnown = record.sourceId > 0 && record.sourceId <= table_.size();
+    if (isKnown) table_[record.sourceId - 1]->muted = record.mutes;
+  }
+  if (fault == nullptr) return;
+  logging::printLine(fault);
+  closeConnection();
+}
+
+}  // namespace kl

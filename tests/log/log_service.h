@@ -1,0 +1,37 @@
+#pragma once
+// log_service.h: the other end of the log socket, played by the test.
+
+#include <string>
+#include <vector>
+
+namespace kl::test {
+
+// Listens at the log service's socket while it lives.  Client and service are one thread, so whatever the client
+// has written is there when receive() looks.
+class LogService {
+ public:
+  explicit LogService(int backlog = 4);
+  ~LogService();
+  LogService(const LogService&) = delete;
+  LogService& operator=(const LogService&) = delete;
+
+  // Takes the connection that the client has made; false if it has made none.
+  bool accept();
+  // What has come since the last call, as bytes or in hexadecimal digits.
+  std::vector<unsigned char> receive();
+  std::string received();
+  // True when the client has ended the connection and nothing of it is left to read.
+  bool isLeft();
+  // Sends the bytes that the hexadecimal digits name.
+  void send(const std::string& digits);
+  void hangUp();
+
+ private:
+  int listener_ = -1;
+  int connection_ = -1;
+};
+
+// The open descriptors of this process.
+std::vector<int> openDescriptors();
+
+}  // namespace kl::test
