@@ -46,7 +46,7 @@ bool lstreambuf::flushBuffer() {
   return true;
 }
 
-void lstreambuf::copyToEcho(std::streamsize count) {
+void lstreambuf::copyToEcho(unsigned int count) {
   echo_->sputn(text_, count);
   echo_->sputc('\n');
   echo_->pubsync();

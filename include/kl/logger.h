@@ -121,7 +121,7 @@ class KL_API lstreambuf : public std::streambuf {
   void addTopic(unsigned int topic);
   void addTopics(std::va_list rest);
   void emptyPutArea();
-  void copyToEcho(std::streamsize count);
+  void copyToEcho(unsigned int count);
 
   static constexpr std::size_t kTextBytes = 256;
 

@@ -23,12 +23,14 @@ SPECIAL = re.compile(r"^(?:vtable for|typeinfo for|typeinfo name for|VTT for|con
                      r"guard variable for|non-virtual thunk to|virtual thunk to|reference temporary #\d+ for) ")
 STRING = re.compile(r"std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> ?>")
 STREAM = re.compile(r"std::basic_(i|o|io)stream<char, std::char_traits<char> ?>")
+VA_LIST = re.compile(r"__va_list_tag ?\*|std::__va_list")
 ALLOCATOR = re.compile(r", std::allocator<(?:[^<>]|<(?:[^<>]|<[^<>]*>)*>)*>(?= ?>)")
 
 
 def plain(name):
     """A demangled name without what the standard library adds to its own types."""
     name = STREAM.sub(r"std::\1stream", STRING.sub("std::string", name))
+    name = VA_LIST.sub("va_list", name)
     while ALLOCATOR.search(name):
         name = ALLOCATOR.sub("", name)
     return name.replace(" >", ">")
