@@ -1,4 +1,4 @@
-// The courier: one Looper that exchanges what it is given.
+// The courier: one Looper that exchanges what it is given, or that does a job.
 
 #include "courier.h"
 
@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstring>
 
-#include "kl/looper.h"
 #include "pipe.h"
 
 namespace klctl {
@@ -54,6 +53,22 @@ void runCourier(int loaderSocket, int klctlSocket) {
   bool connected = sendBytes(klctl, bytes);
   while (connected && receiveBytes(klctl, bytes, {}) == Received::kWhole && bytes.size() >= sizeof(Order))
     connected = sendBytes(klctl, carryOut(courier, bytes));
+  ::_exit(0);
+}
+
+void runJob(int loaderSocket, int klctlSocket, const Job& job) {
+  const int klctl = settle(loaderSocket, klctlSocket);
+  JobLooper looper;
+  const auto giveBytes = [klctl](const Bytes& bytes) {
+    if (!sendBytes(klctl, bytes)) ::_exit(0);
+  };
+  giveBytes({});
+  job(looper, [&](const kl::message& m) {
+    Bytes bytes;
+    m.flatten(bytes);
+    giveBytes(bytes);
+  });
+  giveBytes({});
   ::_exit(0);
 }
 

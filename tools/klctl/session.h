@@ -1,11 +1,10 @@
 #pragma once
 // session.h: klctl's conversation with the loader.
 
-#include <sys/types.h>
-
 #include <chrono>
 
 #include "courier.h"
+#include "courier_process.h"
 #include "kl/message.h"
 #include "pipe.h"
 
@@ -26,9 +25,6 @@ class Session {
  public:
   // The time-out holds for the registration, and for each exchange anew.
   explicit Session(std::chrono::milliseconds timeout);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
 
   // Sends a request and returns its reply, which may be an error reply.
   kl::message exchange(const kl::message& request);
@@ -37,14 +33,13 @@ class Session {
   void send(const kl::message& m);
 
  private:
-  void start(int loaderSocket);
-  void awaitRegistration();
   Bytes carry(Order::Kind kind, const kl::message& m);
-  void end();
 
   std::chrono::milliseconds timeout_;
-  pid_t courier_ = -1;
-  int socket_ = -1;
+  CourierProcess courier_;
 };
+
+// Throws Failure(kUsage) for a request that no frame can carry.
+void refuseOversized(const kl::message& m);
 
 }  // namespace klctl
