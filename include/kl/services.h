@@ -219,4 +219,8 @@ inline constexpr unsigned int SYSTEM_OBJECT_LOAD = 5;
 // The command of notifications about the time zone.
 inline constexpr unsigned int SYSTEM_TIMEZONE_CHANGED = 0x60001;
 
+// Setting of the system service (READY_CONFIGURATION): ticks between two looks at the figures while somebody follows
+// them; 500 where it does not say.
+inline constexpr field<unsigned int> SYSTEM_LOOK_TICKS{0x08000001};
+
 }  // namespace kl

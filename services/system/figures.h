@@ -1,0 +1,36 @@
+#pragma once
+// figures.h: what the system service knows of the machine, and what of it is worth telling.
+
+#include <array>
+#include <istream>
+#include <string>
+
+namespace kl_system {
+
+struct Memory {
+  unsigned long long total = 0;  // bytes; 0 when it is not known
+  unsigned long long available = 0;
+};
+
+struct Figures {
+  std::string hostname;
+  std::string version;
+  unsigned int uptime = 0;  // seconds since boot
+  Memory memory;
+  std::array<unsigned int, 3> load{};  // hundredths, over 1, 5 and 15 minutes
+  int timezone = 0;                    // seconds east of UTC
+};
+
+// The machine as it is now, the time zone excepted.
+Figures readFigures();
+
+// From the lines of /proc/meminfo.  A kernel that does not say what is available is taken at what is free or could
+// be freed.
+Memory memoryFrom(std::istream& lines);
+
+// Has an object of the table (SYSTEM_OBJECT_...) changed so much that whoever follows it wants to know?  The host,
+// the version and the time zone always; the uptime after a minute; the memory after a 32nd of it all; the load after
+// a tenth.
+bool isWorthTelling(unsigned int object, const Figures& told, const Figures& now);
+
+}  // namespace kl_system

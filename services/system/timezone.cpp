@@ -1,0 +1,28 @@
+#include "timezone.h"
+
+#include "kl/services.h"
+#include "zone.h"
+
+namespace kl_system {
+
+Timezone::Timezone(kl::Runner& loop, void* context, void (*changed)(void*))
+    : context_(context),
+      changed_(changed),
+      watch_(loop, zoneFile(), this, kl::bind<Timezone, &Timezone::onChange>()) {}
+
+kl::message Timezone::cmdGet(const kl::message&) {
+  kl::message reply;
+  reply.insert(kl::SYSTEM_TIMEZONE, static_cast<unsigned int>(offset()));
+  return reply;
+}
+
+// The offset stands in the notification itself: whoever gets it need not look into objects.
+void Timezone::onChange() {
+  kl::message m;
+  m.insert(kl::SYS_CMD, kl::SYSTEM_TIMEZONE_CHANGED);
+  m.insert(kl::SYSTEM_TIMEZONE, static_cast<unsigned int>(offset()));
+  sendNotify(m);
+  changed_(context_);
+}
+
+}  // namespace kl_system
