@@ -1,62 +1,142 @@
-// netif: shows the machine's network interfaces to other services.
+// netif: shows the machine's network interfaces to other services, and tells them what changes.
 //
-// The whole service is one Looper: it answers what is sent to its path, [32], from the kernel's own tables, read
-// anew for each request.  Only the descriptions are its own; they live as long as it does.
+// The whole service is one Looper, on the path [32].  What the kernel knows it is asked for: each request is
+// answered from the kernel's own tables, read anew, and the kernel's news (link_monitor.h) become notifications.
+// Only the descriptions are netif's own; they outlive the process in a handler of their own (memory.h).
 
 #include "netif.h"
 
-#include <algorithm>
+#include <set>
 
 #include "kl/looper.h"
-#include "links.h"
+#include "link_monitor.h"
+#include "memory.h"
 
 namespace {
 constexpr unsigned int kVersion = 0x00010000;
+constexpr unsigned int kMemory = 1;           // the number of the handler with the lasting data
+constexpr unsigned int kMayLeave = 1;         // any value but 0 says so
+constexpr unsigned int kRetryTicks = 100;     // until the kernel is asked again that did not answer
 constexpr std::size_t kChunkBytes = 16384;    // of objects in one reply; a frame could carry four times that
-constexpr std::size_t kAddressesShown = 512;  // of one interface, for the same reason
+constexpr std::size_t kAddressesShown = 512;  // of one interface and kind, for the same reason
 constexpr std::size_t kLongestDescription = 255;
 
 class Netif : public kl::Looper {
  public:
-  Netif() : kl::Looper(kAny, netif::SERVICE, kVersion) {}
+  Netif() : kl::Looper(kAny, netif::SERVICE, kVersion) {
+    addHandler(kMemory, &memory_);  // now it has what the last leave saved
+    addSocket(monitor_.fd(), this, kl::bind<Netif, &Netif::onNews>(), POLLIN);
+    retryIfStale();
+    notifyWhatMayHaveChanged();
+    setupLeave(kMayLeave);
+  }
 
  private:
+  // --- requests
+
   kl::message cmdGetObj(const kl::message&, unsigned int id) override {
     const auto links = readLinks();
-    const auto link = links.find(id);
-    return link == links.end() ? kl::errorMsg(kl::ERROR_UNKNOWNID, "") : object(id, link->second);
+    if (!links) return noAnswer();
+    const auto link = links->find(id);
+    return link == links->end() ? kl::errorMsg(kl::ERROR_UNKNOWNID, "") : object(id, link->second);
   }
 
   kl::message cmdGetAll(const kl::message&, unsigned int start, unsigned int count) override {
     const auto links = readLinks();
-    auto next = start == kl::BADID ? links.begin() : links.lower_bound(start);
+    if (!links) return noAnswer();
+    auto next = start == kl::BADID ? links->begin() : links->lower_bound(start);
     std::vector<kl::message::flat_message> objects;
     std::size_t bytes = 0;
-    while (next != links.end() && bytes < kChunkBytes && (count == 0 || objects.size() < count)) {
+    while (next != links->end() && bytes < kChunkBytes && (count == 0 || objects.size() < count)) {
       object(next->first, next->second).flatten(objects.emplace_back());
       bytes += objects.back().size();
       ++next;
     }
     kl::message reply;
     reply.insert(kl::STD_OBJS, objects);
-    if (next != links.end()) reply.insert(kl::STD_GETALLID, next->first);
+    if (next != links->end()) reply.insert(kl::STD_GETALLID, next->first);
     return reply;
   }
 
   kl::message cmdGetCount(const kl::message&) override {
+    takeNews();
     kl::message reply;
-    reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(readLinks().size()));
+    reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(monitor_.links().size()));
     return reply;
   }
 
   kl::message cmdSetObj(const kl::message& request, unsigned int id) override {
-    if (!readLinks().contains(id)) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+    takeNews();
+    const auto link = monitor_.links().find(id);
+    if (link == monitor_.links().end()) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
     if (!request.has(kl::STD_DESCR)) return kl::errorMsg(kl::ERROR_MISSING, "");
-    const std::string description = request.get(kl::STD_DESCR, "");
-    if (description.size() > kLongestDescription) return kl::errorMsg(kl::ERROR_TOOBIG, "");
-    if (description.empty()) descriptions_.erase(id);
-    else descriptions_[id] = description;
+    const std::string text = request.get(kl::STD_DESCR, "");
+    if (text.size() > kLongestDescription) return kl::errorMsg(kl::ERROR_TOOBIG, "");
+    const std::string& name = link->second.name;
+    const std::string before = memory_.description(name);
+    if (text == before) return {};
+    if (!describe(name, text)) return kl::errorMsg(kl::ERROR_FAILED, "no room for more descriptions");
+    reportChange(request, id, "description of " + name, before);
     return {};
+  }
+
+  // What takes the change back is the same request with the text from before; where there was none, it is empty.
+  void reportChange(const kl::message& request, unsigned int id, const std::string& what,
+                    const std::string& before) {
+    kl::message undo;
+    undo.insert(kl::STD_ID, id);
+    undo.insert(kl::STD_DESCR, before);
+    sendUndo(request, undo, what, kl::CMD_SETOBJ);
+    notifyChange(id, request);  // everybody but the one who asked
+  }
+
+  // Those whose interface is not there make room when it is needed.
+  bool describe(const std::string& name, const std::string& text) {
+    if (memory_.describe(name, text)) return true;
+    std::set<std::string> names;
+    for (const auto& [id, link] : monitor_.links()) names.insert(link.name);
+    memory_.forgetAllBut(names);
+    return memory_.describe(name, text);
+  }
+
+  static kl::message noAnswer() { return kl::errorMsg(kl::ERROR_FAILED, "the kernel does not answer"); }
+
+  // --- notifications
+
+  void onNews(int, unsigned int) { takeNews(); }
+
+  void takeNews() {
+    for (const auto& [id, before] : monitor_.takeNews()) {
+      if (!before.name.empty() && !getSubscriptions().empty()) names_[id] = before.name;
+      notifyChange(id);
+    }
+    retryIfStale();
+  }
+
+  void retryIfStale() {
+    removeTimer(retry_);
+    if (monitor_.isStale()) retry_ = addTimer(this, kl::bind<Netif, &Netif::takeNews>(), kRetryTicks);
+  }
+
+  // An interface as subscribers hear of it.  The kernel is asked once for the whole batch.
+  kl::message getObject(unsigned int id) override {
+    if (!batch_) batch_ = readLinks().value_or(monitor_.links());
+    const auto link = batch_->find(id);
+    return link == batch_->end() ? deadObject(id) : object(id, link->second);
+  }
+
+  kl::message deadObject(unsigned int id) const {
+    kl::message m;
+    m.insert(kl::STD_ID, id);
+    m.insert(kl::STD_DEAD, 1);
+    if (const auto known = names_.find(id); known != names_.end()) m.insert(netif::NAME, known->second);
+    return m;
+  }
+
+  // Now everybody knows who is gone.
+  void notifiesSent() override {
+    batch_.reset();
+    names_.clear();
   }
 
   kl::message object(unsigned int id, const Link& link) const {
@@ -64,21 +144,55 @@ class Netif : public kl::Looper {
     m.insert(kl::STD_ID, id);
     m.insert(netif::NAME, link.name);
     if (!link.hardwareAddress.empty()) m.insert(netif::HWADDR, link.hardwareAddress);
-    m.insert(netif::ADDRESSES, {link.addresses.begin(),
-                                link.addresses.begin() + std::min(link.addresses.size(), kAddressesShown)});
+    m.insert(netif::ADDRESSES, shownAddresses(link, false));
+    m.insert(netif::ADDRESSES4, shownAddresses(link, true));
     m.insert(netif::MTU, link.mtu);
     m.insert(netif::UP, link.up);
-    m.insert(netif::RX_BYTES, link.rxBytes);
-    m.insert(netif::TX_BYTES, link.txBytes);
-    m.insert(netif::RX_PACKETS, link.rxPackets);
-    m.insert(netif::TX_PACKETS, link.txPackets);
-    if (const auto known = descriptions_.find(id); known != descriptions_.end()) {
-      m.insert(kl::STD_DESCR, known->second);
-    }
+    m.insert(netif::RUNNING, link.running);
+    m.insert(netif::RX_BYTES, link.counters.rxBytes);
+    m.insert(netif::TX_BYTES, link.counters.txBytes);
+    m.insert(netif::RX_PACKETS, link.counters.rxPackets);
+    m.insert(netif::TX_PACKETS, link.counters.txPackets);
+    const std::string description = memory_.description(link.name);
+    if (!description.empty()) m.insert(kl::STD_DESCR, description);
     return m;
   }
 
-  std::map<unsigned int, std::string> descriptions_;
+  // The set is ordered by the own address, so one that serves towards several neighbours is shown once.
+  static std::vector<kl::IPAddr6> shownAddresses(const Link& link, bool wantIPv4) {
+    std::vector<kl::IPAddr6> shown;
+    for (const Address& address : link.addresses) {
+      if (address.isIPv4() != wantIPv4 || (!shown.empty() && shown.back() == address.own)) continue;
+      if (shown.size() < kAddressesShown) shown.push_back(address.own);
+    }
+    return shown;
+  }
+
+  // --- leaving
+
+  void savePermData(kl::message& data) override {
+    takeNews();
+    memory_.setKnown(getSubscriptions().empty() ? std::vector<unsigned int>() : indexes());
+    Looper::savePermData(data);
+  }
+
+  // Nobody saw what happened while the process was not there, so those who subscribed are told everything.
+  void notifyWhatMayHaveChanged() {
+    for (const unsigned int id : memory_.known()) notifyChange(id);
+    for (const unsigned int id : indexes()) notifyChange(id);
+  }
+
+  std::vector<unsigned int> indexes() const {
+    std::vector<unsigned int> result;
+    for (const auto& [id, link] : monitor_.links()) result.push_back(id);
+    return result;
+  }
+
+  LinkMonitor monitor_;
+  Memory memory_;
+  kl::TimerPtr retry_;
+  std::optional<Links> batch_;                 // the interfaces while a batch of notifications is made
+  std::map<unsigned int, std::string> names_;  // of those that changed since the last batch
 };
 
 }  // namespace

@@ -34,6 +34,17 @@ inline std::map<unsigned int, std::string> names() {
   return result;
 }
 
+// IFF_... of one interface; /sys leaves some of them out.
+inline unsigned int flags(const std::string& interface) {
+  unsigned int result = 0;
+  ifaddrs* all = nullptr;
+  if (::getifaddrs(&all) != 0) return result;
+  for (const ifaddrs* one = all; one != nullptr; one = one->ifa_next)
+    if (interface == one->ifa_name) result = one->ifa_flags;
+  ::freeifaddrs(all);
+  return result;
+}
+
 inline std::string addressText(const void* address) {
   char text[INET6_ADDRSTRLEN];
   return ::inet_ntop(AF_INET6, address, text, sizeof text);

@@ -4,19 +4,37 @@
 
 #include "tests/examples/kernel_view.h"
 
+namespace {
+
+Links allLinks() {
+  const auto links = readLinks();
+  EXPECT_TRUE(links);
+  return links.value_or(Links());
+}
+
+std::set<std::string> addressesOf(const Link& link) {
+  std::set<std::string> result;
+  for (const Address& address : link.addresses)
+    if (!address.isIPv4()) result.insert(kernel::addressText(&address.own));
+  return result;
+}
+
+}  // namespace
+
 TEST(Links, AreAllInterfacesInTheOrderOfTheirIndexes) {
   std::map<unsigned int, std::string> names;
-  for (const auto& [index, link] : readLinks()) names[index] = link.name;
+  for (const auto& [index, link] : allLinks()) names[index] = link.name;
   EXPECT_EQ(names, kernel::names());
   EXPECT_FALSE(names.empty());
 }
 
 TEST(Links, HaveWhatTheKernelSaysElsewhere) {
-  for (const auto& [index, link] : readLinks()) {
+  for (const auto& [index, link] : allLinks()) {
+    EXPECT_EQ(link.running, (kernel::flags(link.name) & IFF_RUNNING) != 0) << link.name;
     EXPECT_EQ(link.mtu, kernel::sysNumber(link.name, "mtu")) << link.name;
     EXPECT_EQ(link.up, (kernel::sysNumber(link.name, "flags") & IFF_UP) != 0) << link.name;
     EXPECT_EQ(kernel::hardwareText(link.hardwareAddress), kernel::sysText(link.name, "address")) << link.name;
-    EXPECT_EQ(kernel::textOf(link.addresses), kernel::addresses(link.name)) << link.name;
+    EXPECT_EQ(addressesOf(link), kernel::addresses(link.name)) << link.name;
   }
 }
 
@@ -28,8 +46,9 @@ TEST(Links, CountersLieBetweenAReadingBeforeAndOneAfter) {
   };
   std::map<std::string, std::vector<unsigned long long>> before;
   for (const auto& [index, name] : kernel::names()) before[name] = counters(name);
-  for (const auto& [index, link] : readLinks()) {
-    const std::vector<unsigned long long> now = {link.rxBytes, link.txBytes, link.rxPackets, link.txPackets};
+  for (const auto& [index, link] : allLinks()) {
+    const std::vector<unsigned long long> now = {link.counters.rxBytes, link.counters.txBytes,
+                                                 link.counters.rxPackets, link.counters.txPackets};
     const auto after = counters(link.name);
     for (std::size_t i = 0; i < now.size(); ++i) {
       EXPECT_GE(now[i], before.at(link.name)[i]) << link.name << " counter " << i;
@@ -46,4 +65,22 @@ TEST(Links, ReadingLeavesNoDescriptorOpen) {
   const int after = ::dup(0);
   ::close(after);
   EXPECT_EQ(after, before);
+}
+
+TEST(Links, LookAlikeWhateverTheirCountersSay) {
+  const Link link = allLinks().begin()->second;
+  Link other = link;
+  other.counters.rxBytes += 1000;
+  EXPECT_TRUE(link.looksLike(other));
+  const auto differs = [&link](auto change) {
+    Link changed = link;
+    change(changed);
+    return !link.looksLike(changed) && !changed.looksLike(link);
+  };
+  EXPECT_TRUE(differs([](Link& l) { l.name += "x"; }));
+  EXPECT_TRUE(differs([](Link& l) { l.hardwareAddress.push_back(1); }));
+  EXPECT_TRUE(differs([](Link& l) { l.addresses.insert({{{1}}, {{2}}, 64}); }));
+  EXPECT_TRUE(differs([](Link& l) { l.mtu += 1; }));
+  EXPECT_TRUE(differs([](Link& l) { l.up = !l.up; }));
+  EXPECT_TRUE(differs([](Link& l) { l.running = !l.running; }));
 }

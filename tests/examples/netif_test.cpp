@@ -4,79 +4,13 @@
 
 #include <csignal>
 
-#include "kl/looper.h"
-#include "kl/services.h"
-#include "tests/examples/kernel_view.h"
-#include "tests/support/real_loader.h"
+#include "tests/examples/netif_service.h"
 
 namespace {
 
-constexpr int kPatienceTicks = 2000;
-
-std::string configured(const std::string& command) {
-  return "[[service]]\nname = \"netif\"\nrestart = \"always\"\ncommand = [" + command + "]\n";
-}
-
-// netif, started by the real loader, and a process that asks it.
-class NetifService : public testing::Test {
+// What happens to a request when netif ends.
+class KilledNetif : public NetifService {
  protected:
-  explicit NetifService(const std::string& command = "\"" KL_BIN_DIR "/netif\"")
-      : loader_(KL_BIN_DIR, configured(command)), client_(kl::Looper::kConnect) {}
-
-  static kl::message to(unsigned int service) {
-    kl::message m;
-    m.insert(kl::SYS_TO, {service});
-    return m;
-  }
-
-  kl::message ask(unsigned int command, kl::message m = to(netif::SERVICE)) {
-    return client_.exchangeCmd(m, command, kPatienceTicks);
-  }
-
-  kl::message askFor(unsigned int command, unsigned int id) {
-    kl::message m = to(netif::SERVICE);
-    m.insert(kl::STD_ID, id);
-    return ask(command, m);
-  }
-
-  kl::message describe(unsigned int id, const std::string& description) {
-    kl::message m = to(netif::SERVICE);
-    m.insert(kl::STD_ID, id);
-    m.insert(kl::STD_DESCR, description);
-    return ask(kl::CMD_SETOBJ, m);
-  }
-
-  kl::message getAll(unsigned int start, unsigned int count) {
-    kl::message m = to(netif::SERVICE);
-    m.insert(kl::STD_GETALLID, start);
-    m.insert(kl::STD_GETALLNO, count);
-    return ask(kl::CMD_GETALL, m);
-  }
-
-  static std::vector<unsigned int> idsOf(const kl::message& reply) {
-    std::vector<unsigned int> ids;
-    for (const kl::message object : reply.get(kl::STD_OBJS, {})) ids.push_back(object.get(kl::STD_ID, 0));
-    return ids;
-  }
-
-  static std::vector<unsigned int> kernelIds() {
-    std::vector<unsigned int> ids;
-    for (const auto& [index, name] : kernel::names()) ids.push_back(index);
-    return ids;
-  }
-
-  static unsigned int errorOf(const kl::message& reply) {
-    unsigned int code = kl::ERROR_OK;
-    (void)kl::isError(reply, &code);
-    return code;
-  }
-
-  pid_t pid() {
-    kl::message m = to(kl::SERVICE_LOADER);
-    m.insert(kl::STD_ID, netif::SERVICE);
-    return static_cast<pid_t>(ask(kl::CMD_GETOBJ, m).get(kl::SVC_PID, 0));
-  }
-
   // Kills netif while a request to it is open, and gives back how the request ended.
   kl::message askAndKill() {
     EXPECT_FALSE(kl::isError(ask(kl::CMD_NOOP)));
@@ -84,7 +18,7 @@ class NetifService : public testing::Test {
     EXPECT_EQ(::kill(process, SIGSTOP), 0);  // it takes the request and does not answer
     kl::message m = to(netif::SERVICE);
     m.insert(kl::SYS_CMD, kl::CMD_GETCOUNT);
-    client_.postMessage(m, this, kl::bind<NetifService, &NetifService::onReply>(), {}, kPatienceTicks);
+    client_.postMessage(m, this, kl::bind<KilledNetif, &KilledNetif::onReply>(), {}, kPatienceTicks);
     EXPECT_FALSE(kl::isError(ask(kl::CMD_NOOP, to(kl::SERVICE_LOADER))));  // the loader has the request
     EXPECT_EQ(::kill(process, SIGKILL), 0);
     client_.run();
@@ -96,9 +30,6 @@ class NetifService : public testing::Test {
     client_.shutdown();
   }
 
-  const unsigned int lo_ = ::if_nametoindex("lo");
-  kl::test::RealLoader loader_;
-  kl::Looper client_;
   kl::message late_;
 };
 
@@ -189,7 +120,7 @@ TEST_F(NetifService, WhatItDoesNotOfferIsNotImplemented) {
   EXPECT_EQ(errorOf(ask(0x4711)), kl::ERROR_NOTIMP);
 }
 
-TEST_F(NetifService, KilledInTheMiddleOfARequestTheAskerIsTold) {
+TEST_F(KilledNetif, InTheMiddleOfARequestItsAskerIsTold) {
   EXPECT_EQ(errorOf(askAndKill()), kl::ERROR_BRKPATH);
 }
 

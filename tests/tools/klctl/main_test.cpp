@@ -98,8 +98,9 @@ TEST_F(Klctl, EveryFieldOfNetifHasAName) {
   const Json lo = doneJson({"get", kLo});
   std::vector<std::string> names;
   for (const auto& [name, value] : lo.items()) names.push_back(name);
-  EXPECT_EQ(names, (std::vector<std::string>{"addresses", "descr", "hwaddr", "id", "mtu", "name", "rx_bytes",
-                                             "rx_packets", "tx_bytes", "tx_packets", "up"}));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"addresses", "addresses4", "descr", "hwaddr", "id", "mtu", "name",
+                                      "running", "rx_bytes", "rx_packets", "tx_bytes", "tx_packets", "up"}));
 }
 
 TEST_F(Klctl, EveryFieldOfTheLoaderHasAName) {

@@ -1,0 +1,19 @@
+#pragma once
+// link_messages.h: takes what the kernel says about interfaces and their addresses into a table.
+
+#include <span>
+
+#include "links.h"
+
+// What the messages of a buffer said beside that.
+struct LinkNews {
+  bool isEnd = false;           // the answer to a question is complete
+  bool isError = false;         // the kernel refused
+  bool wasInterrupted = false;  // the table changed while the kernel described it: ask again
+};
+
+// Takes netlink messages, as one read from the socket brings them: new and changed interfaces, those that are gone,
+// and addresses that came and went.  The answer to a question and the news of a change are the same messages.
+//
+// A message that is cut off or contradicts itself changes nothing and ends the reading.
+LinkNews takeLinkMessages(Links& links, std::span<const unsigned char> bytes);
