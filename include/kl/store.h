@@ -1,0 +1,153 @@
+#pragma once
+// kl/store.h: messages kept on disk, each under a number, for the next start of the service.
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kl/export.h"
+#include "kl/message.h"
+#include "kl/runner.h"
+
+namespace kl {
+
+// A set of messages, each under a 32-bit id, in two files.  What is set is there again after a restart:
+//
+//     kl::Store routes("/kelo/routes/table", 3);       // creates /kelo/routes, loads what is there
+//     routes.set(17, m);
+//     for (const auto& [id, entry] : routes.entries()) use(id, routes.get(id));
+//     routes.age();                                    // what was not stored or touched three times ago goes
+//
+// P being the path, the files are P.idx, P.dat and P.lock; docs/store.md has their bytes.  Changes go to the
+// files at once and are made durable by one pair of fsync(2) half a second later (50 ticks); space that
+// removed and grown messages leave behind is used again, and given back by a compaction a minute (6000 ticks)
+// after the store became bloated: at least nine free slots that take more than an eighth of the data.  In a
+// process without a Runner both happen at once.
+//
+// Each entry has a lifetime counter that only age() counts; how often that is called is the owner's choice.
+//
+// Several processes may open the same files: each change is made under a lock on P.lock, for which a process
+// waits.  The lock keeps the files whole; what another process changed is seen when a store is constructed.
+//
+// Errors:    nothing is thrown.  What fails prints one line that begins with "STORE: " on standard output and
+//            gives a neutral result: false, an empty message, or nothing.
+// Ownership: owns its descriptors and its timers; the timers borrow the Store until it is destroyed.  A
+//            resource, so it is not copied.
+// Threads:   one thread uses a store; with a Runner the thread that runs it.
+// Cost:      set, get, remove and touch take a handful of system calls and time logarithmic in the number of
+//            entries and of free slots.  Memory: some 64 bytes an entry, some 40 a free slot.
+class KL_API Store {
+ public:
+  // Where an entry lies.  There is one for every slot, free or not.
+  struct Entry {
+    unsigned int offset = 0;    // of the slot in the data file, in bytes
+    unsigned int size = 0;      // of the slot in bytes; the record in it may be shorter
+    unsigned int slot = 0;      // its number in the index
+    unsigned int lifetime = 0;  // how many calls of age() it has left
+  };
+  using Entries = std::map<unsigned int, Entry>;
+
+  // Opens the store P = `path` or makes an empty one, parent directories included.  Files that disagree with
+  // each other, or that cannot be read, are replaced by empty ones.  `lifetime` is what an entry gets when it
+  // is first stored.
+  Store(const std::string& path, unsigned int lifetime);
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+  // Closes the files.  What was changed last is in them, but not made durable.
+  ~Store();
+
+  // Stores `m`, or replaces what is stored under `id`; the lifetime of an entry that is there stays.
+  // Id 0xFFFFFFFF marks free slots in the files and is refused with a line.
+  // Needs: at most 65,533 flattened bytes.  A longer message is written with a wrapped length and cannot be
+  // read back.
+  void set(unsigned int id, const message& m);
+
+  // The stored message; an empty one if there is none or it cannot be read.
+  message get(unsigned int id);
+
+  // False if there is none.
+  bool remove(unsigned int id);
+
+  // Gives an entry this many further calls of age().  Nothing happens if there is none.
+  void touch(unsigned int id, unsigned int lifetime);
+
+  // Counts the lifetime of each entry down by one; entries that have 1 or 0 are removed.
+  void age();
+
+  // The ids in ascending order, and where their messages lie.  Valid until the store is next changed.
+  const Entries& entries() const { return entries_; }
+
+  // Removes the three files.  For an owner that discards the store: the object stays as it was.
+  void deleteFiles();
+
+  // Makes the store and both files empty.
+  void restart();
+
+  // --- Mechanism.  An owner needs none of it. -------------------------------------------------------
+
+  // Makes both files durable: 50 ticks from now, or at once without a Runner.
+  void flush();
+  // Makes both files durable now.
+  void doFlush();
+
+  // Sees to a compaction in 6000 ticks, or at once without a Runner, if the store is bloated.
+  void checkForBloat();
+  // Compacts now if the store is bloated.
+  void doCompaction();
+  // Rewrites both files without their free slots.  With `convert` they are in the older, big-endian layout.
+  // A store whose files cannot be read or written half way through ends up empty.
+  void compact(bool convert);
+
+  // Rebuilds what is in memory from the index.  False, and an unfinished state, if it cannot be read or
+  // disagrees with the data file.  With `convert` the files are in the older layout and are rewritten;
+  // without, both layouts are tried.
+  bool readIndex(bool convert);
+
+  // The record at an offset of the data file; an empty message if it cannot be read.
+  message readMsg(unsigned int offset);
+  // Writes one record.  `bytes` is a flattened message.
+  bool writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes);
+  // Writes slot record e.slot as (id, e.size, e.lifetime).  Id 0xFFFFFFFF frees the slot.
+  bool writeIndexent(unsigned int id, Entry& e);
+
+  // Open a file that exists, once.
+  bool openIdx();
+  bool openData();
+  void closeIdx();
+  void closeData();
+
+  // Forgets all entries and slots; the files stay as they are.
+  void cleanup();
+
+ private:
+  struct Internals;  // the free slots and the lock
+  class Compaction;  // one pass over the files
+
+  void countFreed(const Entry& entry);
+  void placeEntry(Entry& entry, unsigned int needBytes);
+  void dropUnwritten(Entries::iterator entry);
+  message readRecord(unsigned int offset, unsigned int expectedBytes);
+  bool decodeIndex(bool convert);
+  void addSlot(unsigned int id, unsigned int size, unsigned int lifetime);
+  bool createEmpty(const char* suffix);
+  bool isBloated() const;
+  bool isPending(TimerPtr timer) const;
+  void startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks);
+  void cancelTimers();
+
+  Entries entries_;
+  int idxFd_ = -1;
+  int dataFd_ = -1;
+  unsigned int dataSize_ = 0;   // the sizes of all slots: the length of the data file
+  unsigned int slotCount_ = 0;  // of the index
+  unsigned int freeBytes_ = 0;  // of the free slots that count towards bloat
+  unsigned int freeCount_ = 0;
+  std::string path_;
+  unsigned int defaultLifetime_;
+  TimerPtr compactTimer_;
+  TimerPtr flushTimer_;
+  std::unique_ptr<Internals> internals_;
+};
+
+}  // namespace kl

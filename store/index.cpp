@@ -1,0 +1,85 @@
+// A store as a whole: loading it from its index, emptying it, removing its files.
+//
+// An index belongs to its data file if the sizes of its slots add up to that file's length.  If they do not,
+// the index may be one of the older layout; if they do not in that layout either, it is unusable.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "kl/store.h"
+#include "store/file_io.h"
+#include "store/format.h"
+#include "store/index_reader.h"
+#include "store/internals.h"
+#include "store/report.h"
+
+namespace kl {
+
+bool Store::readIndex(bool convert) {
+  cleanup();
+  if (!openIdx() || !decodeIndex(convert)) return false;
+  struct stat data;
+  if (::stat((path_ + ".dat").c_str(), &data) != 0) {
+    reportStore("STORE: readIndex stat failed");
+    return false;
+  }
+  if (data.st_size == static_cast<off_t>(dataSize_)) {
+    if (convert) compact(true);
+    return true;
+  }
+  if (!convert) return readIndex(true);
+  reportStore("STORE: readIndex size mismatch");
+  return false;
+}
+
+void Store::restart() {
+  const LockBracket bracket(internals_->lock);
+  closeIdx();
+  closeData();
+  cleanup();
+  if (!createEmpty(".dat")) reportStore("STORE: restart open .dat failed");
+  else if (!createEmpty(".idx")) reportStore("STORE: restart open .idx failed");
+}
+
+void Store::deleteFiles() {
+  const LockBracket bracket(internals_->lock);
+  for (const char* suffix : {".idx", ".dat", ".lock"}) (void)::unlink((path_ + suffix).c_str());
+}
+
+bool Store::decodeIndex(bool convert) {
+  const ByteOrder order = convert ? ByteOrder::kBig : ByteOrder::kLittle;
+  IndexReader index(idxFd_);
+  while (const unsigned char* bytes = index.next()) {
+    const SlotRecord record = decodeSlot(bytes, order);
+    addSlot(record.id, record.size, record.lifetime);
+  }
+  if (index.end() == IndexReader::End::kSeekFailed) reportStore("STORE: readIndex lseek failed");
+  if (index.end() == IndexReader::End::kReadFailed) reportStore("STORE: readIndex read failed");
+  return index.end() == IndexReader::End::kReached;
+}
+
+void Store::addSlot(unsigned int id, unsigned int size, unsigned int lifetime) {
+  const Entry entry{dataSize_, size, slotCount_, lifetime};
+  dataSize_ += size;
+  ++slotCount_;
+  if (id == kFreeId) {
+    internals_->freeSlots.pushBack(entry, true);
+    countFreed(entry);
+  } else {
+    // Kept on purpose: of two slots with one id the first one counts, the other one is neither free nor found.
+    // Held by StoreIndex.TheFirstOfTwoSlotsWithOneIdCounts.
+    entries_.try_emplace(entries_.end(), id, entry);
+  }
+}
+
+// A new, empty file.  Truncated in case the old one could not be removed.
+bool Store::createEmpty(const char* suffix) {
+  const std::string name = path_ + suffix;
+  (void)::unlink(name.c_str());
+  const int fd = openFile(name.c_str(), O_RDWR | O_CREAT | O_TRUNC);
+  if (fd >= 0) ::close(fd);
+  return fd >= 0;
+}
+
+}  // namespace kl

@@ -1,0 +1,68 @@
+// What a store does later: making its files durable, and compacting them.
+//
+//     first change since the last flush --50 ticks--> both files are synced
+//     bloat is seen --6000 ticks--> compaction, if the store is still bloated
+//
+// Without a Runner both happen at once.
+
+#include <unistd.h>
+
+#include "kl/bind.h"
+#include "kl/store.h"
+#include "store/internals.h"
+
+namespace kl {
+namespace {
+
+constexpr unsigned int kFlushDelayTicks = 50;
+constexpr unsigned int kCompactionDelayTicks = 6000;
+constexpr unsigned int kBloatedSlots = 9;
+constexpr unsigned int kBloatedShareShift = 3;  // an eighth
+
+}  // namespace
+
+void Store::flush() {
+  if (isPending(flushTimer_)) return;
+  if (getRunner() == nullptr) return doFlush();
+  startTimer(flushTimer_, bind<Store, &Store::doFlush>(), kFlushDelayTicks);
+}
+
+void Store::doFlush() {
+  flushTimer_ = TimerPtr();
+  (void)::fsync(idxFd_);
+  (void)::fsync(dataFd_);
+}
+
+void Store::checkForBloat() {
+  if (isPending(compactTimer_) || !isBloated()) return;
+  if (getRunner() == nullptr) return compact(false);
+  startTimer(compactTimer_, bind<Store, &Store::doCompaction>(), kCompactionDelayTicks);
+}
+
+void Store::doCompaction() {
+  compactTimer_ = TimerPtr();
+  if (isBloated()) compact(false);
+}
+
+bool Store::isBloated() const {
+  return freeBytes_ > dataSize_ >> kBloatedShareShift && freeCount_ >= kBloatedSlots;
+}
+
+// A timer that a Runner took with it when it ended is not pending.
+bool Store::isPending(TimerPtr timer) const {
+  return timer && internals_->timerRunner != nullptr && internals_->timerRunner == getRunner();
+}
+
+void Store::startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks) {
+  internals_->timerRunner = getRunner();
+  timer = internals_->timerRunner->addTimer(this, callback, ticks);
+}
+
+void Store::cancelTimers() {
+  for (TimerPtr* timer : {&compactTimer_, &flushTimer_}) {
+    if (isPending(*timer)) internals_->timerRunner->removeTimer(*timer);
+    *timer = TimerPtr();
+  }
+}
+
+}  // namespace kl

@@ -1,0 +1,98 @@
+// The two files of a store: opening them, and one record of each at a time.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "kl/store.h"
+#include "store/file_io.h"
+#include "store/format.h"
+#include "store/internals.h"
+#include "store/report.h"
+
+namespace kl {
+namespace {
+
+void closeOnce(int& fd) {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+}
+
+bool openOnce(int& fd, const std::string& path, const char* failure) {
+  if (fd < 0) fd = openFile(path.c_str(), O_RDWR);
+  if (fd < 0) reportStore(failure);
+  return fd >= 0;
+}
+
+message unreadable(const char* failure) {
+  reportStore(failure);
+  return message();
+}
+
+}  // namespace
+
+message Store::readMsg(unsigned int offset) { return readRecord(offset, 0); }
+
+bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes) {
+  const LockBracket bracket(internals_->lock);
+  if (!openData()) return false;
+  const LengthBytes length = encodeLength(bytes.size());
+  const ssize_t written = writeAt(dataFd_, {length.data(), length.size()}, {bytes.data(), bytes.size()},
+                                  static_cast<off_t>(offset));
+  if (hasWritten(written, length.size() + bytes.size())) {
+    flush();
+    return true;
+  }
+  if (written < 0 && isSeekError(errno)) reportStore("STORE: writeMsg lseek failed");
+  else if (written < static_cast<ssize_t>(length.size())) reportStore("STORE: writeMsg write header failed");
+  else reportStore("STORE: writeMsg write failed");
+  return false;
+}
+
+bool Store::writeIndexent(unsigned int id, Entry& e) {
+  const LockBracket bracket(internals_->lock);
+  (void)openIdx();
+  const SlotBytes record = encodeSlot({id, e.size, e.lifetime});
+  const off_t place = static_cast<off_t>(e.slot) * static_cast<off_t>(kSlotRecordBytes);
+  const ssize_t written = writeAt(idxFd_, {record.data(), record.size()}, place);
+  if (hasWritten(written, record.size())) {
+    flush();
+    return true;
+  }
+  if (written < 0 && isSeekError(errno)) reportStore("STORE: writeIndexent lseek failed");
+  else reportStore("STORE: writeIndexent write failed");
+  return false;
+}
+
+bool Store::openIdx() { return openOnce(idxFd_, path_ + ".idx", "STORE: openIdx failed"); }
+bool Store::openData() { return openOnce(dataFd_, path_ + ".dat", "STORE: openData failed"); }
+void Store::closeIdx() { closeOnce(idxFd_); }
+void Store::closeData() { closeOnce(dataFd_); }
+
+// Reads `expectedBytes` at once and what the record has more, if any, with a second call.
+message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
+  constexpr std::size_t kLongestRecord = 0xFFFF;
+  (void)openData();
+  std::vector<unsigned char> record(std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestRecord));
+  ssize_t got = readAt(dataFd_, record.data(), record.size(), static_cast<off_t>(offset));
+  if (got < 0 && isSeekError(errno)) return unreadable("STORE: readMsg lseek failed");
+  if (got < static_cast<ssize_t>(kLengthBytes)) return unreadable("STORE: readMsg read header failed");
+
+  const unsigned int length = decodeLength(record.data(), ByteOrder::kLittle);
+  if (length < kLengthBytes) {
+    reportStore("STORE: readMsg invalid header: msg len ", length);
+    return message();
+  }
+  if (length > record.size()) {
+    const std::size_t had = record.size();
+    record.resize(length);
+    got += std::max<ssize_t>(
+        0, readAt(dataFd_, record.data() + had, length - had, static_cast<off_t>(offset + had)));
+  }
+  if (got < static_cast<ssize_t>(length)) return unreadable("STORE: readMsg read failed");
+  return message(record.data() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));
+}
+
+}  // namespace kl

@@ -1,0 +1,142 @@
+// Messages kept on disk, each under a number.
+//
+//     index (P.idx)   | 17, 40 bytes | free, 24 bytes | 9, 32 bytes |
+//     data  (P.dat)   | record of 17 | left over      | record of 9 |
+//
+// Every slot of the index is either in entries_ or among the free slots.  A slot keeps its size until a
+// compaction, so the place of each one follows from the sizes of those before it, and the length of the data
+// file tells whether both files belong together.
+//
+// S1  slots lie in the data file in the order of the index, without gaps
+// S2  dataSize_ is the sum of all sizes, slotCount_ the number of slots
+// S3  freeBytes_ and freeCount_ belong to the free slots that are marked as counted
+
+#include "kl/store.h"
+
+#include <sys/stat.h>
+
+#include "store/format.h"
+#include "store/internals.h"
+#include "store/report.h"
+
+namespace kl {
+namespace {
+
+constexpr mode_t kOwnersFolder = 0700;
+
+void makeParentFolders(const std::string& path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
+    (void)::mkdir(path.substr(0, slash).c_str(), kOwnersFolder);
+}
+
+}  // namespace
+
+Store::Store(const std::string& path, unsigned int lifetime)
+    : path_(path), defaultLifetime_(lifetime), internals_(std::make_unique<Internals>(path)) {
+  makeParentFolders(path);
+  if (!readIndex(false)) restart();
+  checkForBloat();
+}
+
+Store::~Store() {
+  closeIdx();
+  closeData();
+  cancelTimers();
+}
+
+void Store::set(unsigned int id, const message& m) {
+  if (id == kFreeId) return reportStore("STORE: set: id 0xffffffff is reserved");
+  std::vector<unsigned char> bytes;
+  m.flatten(bytes);
+  const auto needBytes = static_cast<unsigned int>(bytes.size() + kLengthBytes);
+
+  const auto [place, isNew] = entries_.try_emplace(id);
+  Entry& entry = place->second;
+  if (isNew) {
+    entry.lifetime = defaultLifetime_;
+  } else if (entry.size >= needBytes) {
+    (void)writeMsg(entry.offset, bytes);
+    return;
+  } else {
+    (void)writeIndexent(kFreeId, entry);
+    internals_->freeSlots.pushBack(entry, true);
+    countFreed(entry);
+  }
+  placeEntry(entry, needBytes);
+  if (writeIndexent(id, entry) && writeMsg(entry.offset, bytes)) return checkForBloat();
+  dropUnwritten(place);
+}
+
+message Store::get(unsigned int id) {
+  const auto found = entries_.find(id);
+  if (found == entries_.end()) return message();
+  return readRecord(found->second.offset, found->second.size);
+}
+
+bool Store::remove(unsigned int id) {
+  const auto found = entries_.find(id);
+  if (found == entries_.end()) return false;
+  (void)writeIndexent(kFreeId, found->second);
+  // Kept on purpose: remove() frees to the front, set() and readIndex() to the back; the next search for a
+  // place meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
+  internals_->freeSlots.pushFront(found->second, true);
+  countFreed(found->second);
+  entries_.erase(found);
+  checkForBloat();
+  return true;
+}
+
+void Store::touch(unsigned int id, unsigned int lifetime) {
+  const auto found = entries_.find(id);
+  if (found == entries_.end()) return;
+  found->second.lifetime = lifetime;
+  (void)writeIndexent(id, found->second);
+}
+
+void Store::age() {
+  // Each step starts from the id, because removing may compact, and a compaction may empty the store.
+  for (auto at = entries_.begin(); at != entries_.end();) {
+    const unsigned int id = at->first;
+    const unsigned int lifetime = at->second.lifetime;
+    if (lifetime > 1) touch(id, lifetime - 1);
+    else remove(id);
+    at = entries_.upper_bound(id);
+  }
+}
+
+void Store::cleanup() {
+  entries_.clear();
+  internals_->freeSlots.clear();
+  dataSize_ = slotCount_ = freeBytes_ = freeCount_ = 0;
+}
+
+void Store::countFreed(const Entry& entry) {
+  ++freeCount_;
+  freeBytes_ += entry.size;
+}
+
+// First fit among the free slots, else a new slot behind the last one.
+void Store::placeEntry(Entry& entry, unsigned int needBytes) {
+  FreeSlots::Slot found;
+  if (internals_->freeSlots.takeFirstFit(needBytes, found)) {
+    entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
+    if (found.counted) {  // S3
+      --freeCount_;
+      freeBytes_ -= entry.size;
+    }
+  } else {
+    entry = {dataSize_, needBytes, slotCount_, entry.lifetime};
+    dataSize_ += needBytes;
+    ++slotCount_;
+  }
+}
+
+// Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is
+// gone, and so is what it held before.  Held by StoreFaults.ASetThatFailsLeavesAFreeSlotThatDoesNotCount.
+void Store::dropUnwritten(Entries::iterator entry) {
+  (void)writeIndexent(kFreeId, entry->second);
+  internals_->freeSlots.pushBack(entry->second, false);
+  entries_.erase(entry);
+}
+
+}  // namespace kl

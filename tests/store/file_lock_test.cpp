@@ -1,0 +1,77 @@
+#include "store/file_lock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/store/store_files.h"
+#include "tests/support/child.h"
+
+namespace {
+
+using kl::FileLock;
+using kl::LockBracket;
+using kl::test::linesOf;
+
+class StoreFileLock : public kl::test::StoreFiles {
+ protected:
+  // Asked in a process of its own, because a process does not see its own locks.
+  bool isFreeForOthers() const {
+    const auto result = kl::test::runInChild([this] {
+      const int fd = ::open((path + ".lock").c_str(), O_RDWR);
+      struct flock wanted = {};
+      wanted.l_type = F_WRLCK;
+      wanted.l_whence = SEEK_SET;
+      ::_exit(::fcntl(fd, F_SETLK, &wanted) == 0 ? 0 : 1);
+    });
+    return result.exitStatus == 0;
+  }
+};
+
+TEST_F(StoreFileLock, OthersWaitWhileABracketLives) {
+  FileLock lock(path);
+  {
+    const LockBracket bracket(lock);
+    EXPECT_FALSE(isFreeForOthers());
+  }
+  EXPECT_TRUE(isFreeForOthers());
+}
+
+TEST_F(StoreFileLock, AnInnerBracketKeepsTheOuterOnesLock) {
+  FileLock lock(path);
+  const LockBracket outer(lock);
+  { const LockBracket inner(lock); }
+  EXPECT_FALSE(isFreeForOthers());
+}
+
+TEST_F(StoreFileLock, TheFileIsTheOwnersAloneAndStaysEmpty) {
+  FileLock lock(path);
+  { const LockBracket bracket(lock); }
+  EXPECT_EQ(std::filesystem::status(path + ".lock").permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  EXPECT_EQ(std::filesystem::file_size(path + ".lock"), 0U);
+}
+
+TEST_F(StoreFileLock, ALockFileThatCannotBeOpenedIsReportedAndTheWorkGoesOn) {
+  std::filesystem::create_directory(path + ".lock");
+  FileLock lock(path);
+  EXPECT_EQ(linesOf([&] {
+              const LockBracket bracket(lock);
+              std::cout << "work\n";
+            }),
+            "STORE: lock open failed\nSTORE: lock fnctl failed\nwork\nSTORE: unlock fnctl failed\n");
+}
+
+TEST_F(StoreFileLock, WithoutTheLockEachInnerBracketReportsAsWell) {
+  std::filesystem::create_directory(path + ".lock");
+  FileLock lock(path);
+  const std::string each = "STORE: lock open failed\nSTORE: lock fnctl failed\n";
+  EXPECT_EQ(linesOf([&] {
+              const LockBracket outer(lock);
+              const LockBracket inner(lock);
+            }),
+            each + each + "STORE: unlock fnctl failed\nSTORE: unlock fnctl failed\n");
+}
+
+}  // namespace

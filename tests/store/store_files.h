@@ -1,0 +1,53 @@
+#pragma once
+// store_files.h: a folder for one test's store, its files as bytes, and the lines that a store prints.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kl/message.h"
+
+namespace kl::test {
+
+using Bytes = std::vector<unsigned char>;
+
+// A message that holds one number, and one that holds that many bytes, which depend on `seed`.
+message number(unsigned int value);
+message filled(unsigned int bytes, unsigned char seed = 1);
+
+// The bytes that a record of this message takes, its length included.
+unsigned int recordBytes(const message& m);
+
+Bytes readFile(const std::string& path);
+void writeFile(const std::string& path, const Bytes& bytes);
+bool exists(const std::string& path);
+
+// The lines that come to standard output while `body` runs.
+template <class Body>
+std::string linesOf(Body body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
+
+// Each test has a folder of its own; `path` is the base path of its store.
+class StoreFiles : public testing::Test {
+ protected:
+  StoreFiles();
+  ~StoreFiles() override;
+
+  // What the files hold, in hexadecimal digits as tests/support/hex.h groups them.
+  std::string idx() const;
+  std::string dat() const;
+  Bytes lockBytes() const { return readFile(path + ".lock"); }
+
+  void writeIdx(std::string_view hexDigits) const;
+  void writeDat(std::string_view hexDigits) const;
+
+  std::string folder;
+  std::string path;
+};
+
+}  // namespace kl::test
