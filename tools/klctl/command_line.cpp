@@ -37,6 +37,7 @@ class Parser {
     addVerb(Verb::kServices, "services", "List the services");
     addRequest(Verb::kGet, "get", "Read settings, or one object");
     addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
+    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it");
     addRequest(Verb::kSet, "set", "Change settings, or one object");
     CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
     send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
@@ -125,6 +126,8 @@ class Parser {
       ++word;
     }
     line_.assignments.assign(word, words_.rest.end());
+    if (line_.verb == Verb::kWatch && (line_.command || line_.path.object))
+      throw usage("watch follows a whole table: it takes no command and no object");
   }
 
   CLI::App app_;

@@ -12,7 +12,7 @@
 
 namespace klctl {
 
-enum class Verb { kServices, kGet, kGetAll, kSet, kSend, kDump };
+enum class Verb { kServices, kGet, kGetAll, kWatch, kSet, kSend, kDump };
 
 struct CommandLine {
   Verb verb = Verb::kServices;

@@ -2,21 +2,17 @@
 
 #include "commands.h"
 
-#include <algorithm>
-#include <sstream>
-
 #include "assignment.h"
 #include "dictionary.h"
 #include "failure.h"
 #include "fetch.h"
 #include "json.h"
 #include "kl/conventions.h"
+#include "show.h"
 #include "table.h"
 
 namespace klctl {
 namespace {
-constexpr int kJsonIndent = 2;
-
 // What `services` shows of the loader's table; `getall loader` shows all.
 const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
                                                   "user", "starts", "messages_in", "messages_out"};
@@ -32,6 +28,7 @@ unsigned int commandOf(const CommandLine& line) {
   if (line.command) return *line.command;
   switch (line.verb) {
     case Verb::kServices:
+    case Verb::kWatch:
     case Verb::kGetAll: return kl::CMD_GETALL;
     case Verb::kGet: return line.path.object ? kl::CMD_GETOBJ : kl::CMD_GET;
     case Verb::kSet: return line.path.object ? kl::CMD_SETOBJ : kl::CMD_SET;
@@ -55,47 +52,18 @@ void addressTo(kl::message& request, const PathWord& path, const Exchange& excha
   request.insert(kl::SYS_TO, to);
 }
 
-std::string print(const Json& value) {
-  return value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-// The columns of a table: every field that at least one object has.
-std::vector<std::string> columnsOf(const std::vector<Json>& objects, const FieldNames& names) {
-  std::vector<unsigned int> ids;
-  for (const Json& object : objects)
-    for (const auto& [name, value] : object.items()) ids.push_back(names.find(name).value_or(kl::BADID));
-  names.sort(ids);
-  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-  std::vector<std::string> columns(ids.size());
-  std::transform(ids.begin(), ids.end(), columns.begin(), [&](unsigned int id) { return names.nameOf(id); });
-  return columns;
-}
-
-std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, const FieldNames& names) {
-  std::vector<Json> result(objects.size());
-  std::transform(objects.begin(), objects.end(), result.begin(),
-                 [&](const auto& object) { return klctl::toJson(kl::message(object), names); });
-  return result;
-}
-
 std::string showObjects(const CommandLine& line, const std::vector<kl::message::flat_message>& messages,
                         const FieldNames& names) {
   const std::vector<Json> objects = toJson(messages, names);
-  if (line.json) return print(Json(objects));
+  if (line.json) return jsonText(Json(objects));
   const bool isServices = line.verb == Verb::kServices;
   return objectsTable(objects, isServices ? kServiceColumns : columnsOf(objects, names), lineWidth());
-}
-
-std::string dumpText(const kl::message& m) {
-  std::ostringstream text;
-  m.dump2(text, "", 0);
-  return text.str();
 }
 
 // A reply without what belongs to its journey.  A table in it is shown as one.
 std::string showReply(const CommandLine& line, kl::message reply, const FieldNames& names) {
   kl::cleanSys(reply);
-  if (line.json) return print(klctl::toJson(reply, names));
+  if (line.json) return jsonText(klctl::toJson(reply, names));
   const auto objects = toJson(reply.get(kl::STD_OBJS, {}), names);
   reply.remove(kl::STD_OBJS);
   return objectTable(klctl::toJson(reply, names)) +
@@ -104,13 +72,19 @@ std::string showReply(const CommandLine& line, kl::message reply, const FieldNam
 
 }  // namespace
 
-std::string run(const CommandLine& words, const Exchange& exchange, const Send& send) {
+Subject subjectOf(const CommandLine& words, const Exchange& exchange) {
   CommandLine line = words;
   if (line.verb == Verb::kServices) line.path.service = "loader";
-  const FieldNames names = namesFor(serviceName(line.path.service, exchange), line.fields);
-  kl::message request = requestFor(line, names);
-  addressTo(request, line.path, exchange);
+  Subject subject{pathText(line.path), namesFor(serviceName(line.path.service, exchange), line.fields), {}};
+  subject.request = requestFor(line, subject.names);
+  addressTo(subject.request, line.path, exchange);
+  return subject;
+}
+
+std::string run(const CommandLine& line, const Exchange& exchange, const Send& send, const Walk& walk) {
+  const auto& [path, names, request] = subjectOf(line, exchange);
   if (line.noReply) return send(request), "";
+  if (line.verb == Verb::kGetAll && !line.dump) return showObjects(line, walk(request, path), names);
 
   std::string dumped;
   const auto noted = [&](const kl::message& m) {
@@ -119,7 +93,6 @@ std::string run(const CommandLine& words, const Exchange& exchange, const Send& 
     return reply;
   };
   const bool isTable = line.verb == Verb::kServices || line.verb == Verb::kGetAll;
-  const std::string path = pathText(line.path);
   const std::string shown = isTable ? showObjects(line, fetchAll(request, path, noted), names)
                                     : showReply(line, fetch(request, path, noted), names);
   return line.dump ? dumped : shown;
@@ -138,7 +111,7 @@ Dumped dumpFile(const CommandLine& line) {
     if (line.json) all.push_back({{"at", found.title}, {"message", klctl::toJson(m, FieldNames())}});
     else dumped.text += (found.title.empty() ? "" : found.title + "\n") + dumpText(m);
   }
-  if (line.json) dumped.text = print(all);
+  if (line.json) dumped.text = jsonText(all);
   if (!dumped.fault.empty()) dumped.fault = line.file + ": " + dumped.fault;
   return dumped;
 }

@@ -82,6 +82,14 @@ int ticksOf(milliseconds duration) { return static_cast<int>((duration + kTick -
 
 Failure noLoader(const std::string& sentence) { return {Status::kNoLoader, sentence}; }
 
+Failure noReply(milliseconds timeout) {
+  return {Status::kTimeout, "no reply within " + secondsText(timeout)};
+}
+
+Failure stuckLoader() {
+  return {Status::kTimeout, "the loader does not read, or it began a frame that it did not end"};
+}
+
 CourierProcess::CourierProcess(milliseconds timeout, const Body& body) {
   const Descriptor loader(connectToLoader(timeout));
   start(loader.get(), body);

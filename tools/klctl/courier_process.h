@@ -42,7 +42,10 @@ class CourierProcess {
   int socket_ = -1;
 };
 
+// How the ends of a conversation are told.
 Failure noLoader(const std::string& sentence);
+Failure noReply(std::chrono::milliseconds timeout);
+Failure stuckLoader();
 
 // "0.2 s", "5 s".
 std::string secondsText(std::chrono::milliseconds duration);

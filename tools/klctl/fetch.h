@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "failure.h"
 #include "kl/message.h"
 #include "path.h"
 
@@ -17,5 +18,9 @@ std::vector<kl::message::flat_message> fetchAll(kl::message request, const std::
 
 // The reply itself.  Throws Failure(kRefused) for an error reply.
 kl::message fetch(const kl::message& request, const std::string& path, const Exchange& exchange);
+
+// How an error reply is told, and a table that goes on at one id for the second time.
+Failure refused(const std::string& path, const kl::message& reply);
+Failure endless(const std::string& path, unsigned int id);
 
 }  // namespace klctl

@@ -14,6 +14,8 @@
 #include "commands.h"
 #include "failure.h"
 #include "session.h"
+#include "walk.h"
+#include "watch.h"
 
 namespace klctl {
 namespace {
@@ -52,13 +54,28 @@ void dump(const CommandLine& line) {
   if (!dumped.fault.empty()) throw Failure(Status::kRefused, dumped.fault);
 }
 
-// Connects when something is first asked, so that mistakes in the words are told without a loader.
+void say(const std::string& sentence) { std::cerr << "klctl: " + printable(sentence) + "\n"; }
+
+void printWatched(const WatchReport::Text& text) {
+  if (!text.results.empty()) writeResults(text.results);
+  if (!text.remark.empty()) say(text.remark);
+}
+
+// Connects when something is first asked, so that mistakes in the words are told without a loader.  What reads a
+// table connects anew.
 void carryOut(const CommandLine& line) {
   std::optional<Session> session;
   const auto connected = [&]() -> Session& { return session ? *session : session.emplace(line.timeout); };
-  writeResults(run(
-      line, [&](const kl::message& request) { return connected().exchange(request); },
-      [&](const kl::message& m) { connected().send(m); }));
+  const Exchange exchange = [&](const kl::message& request) { return connected().exchange(request); };
+  const Send send = [&](const kl::message& m) { connected().send(m); };
+  const Walk walkAlone = [&](const kl::message& request, const std::string& path) {
+    session.reset();
+    return walk(request, path, line.timeout);
+  };
+  if (line.verb != Verb::kWatch) return writeResults(run(line, exchange, send, walkAlone));
+  const Subject subject = subjectOf(line, exchange);
+  session.reset();
+  watch(line, subject, printWatched);
 }
 
 Status runProgram(int argc, const char* const* argv) {
@@ -70,7 +87,7 @@ Status runProgram(int argc, const char* const* argv) {
     else carryOut(*line);
     return Status::kDone;
   } catch (const Failure& failure) {
-    std::cerr << "klctl: " << printable(failure.what()) << "\n";
+    say(failure.what());
     return failure.status();
   }
 }

@@ -47,7 +47,7 @@ Session::Session(milliseconds timeout) : timeout_(timeout), courier_(timeout, ru
 kl::message Session::exchange(const kl::message& request) {
   const kl::message reply(carry(Order::kExchange, request));
   // The library's own time-out comes as an error that is no reply; a service's is one.
-  if (!kl::isReply(reply)) throw Failure(Status::kTimeout, "no reply within " + secondsText(timeout_));
+  if (!kl::isReply(reply)) throw noReply(timeout_);
   return reply;
 }
 
@@ -70,9 +70,7 @@ Bytes Session::carry(Order::Kind kind, const kl::message& m) {
            : Received::kEnded;
   if (received == Received::kWhole) return bytes;
   courier_.end();
-  if (received == Received::kLate) {
-    throw Failure(Status::kTimeout, "the loader does not read, or it began a frame that it did not end");
-  }
+  if (received == Received::kLate) throw stuckLoader();
   throw noLoader("the loader went away");
 }
 

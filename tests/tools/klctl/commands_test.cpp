@@ -5,6 +5,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tools/klctl/fetch.h"
 #include "tools/klctl/json.h"
 
 namespace klctl {
@@ -24,8 +25,10 @@ class Commands : public testing::Test {
     words.insert(words.begin(), {"klctl", "--fields", dictionaries.c_str()});
     const auto line = std::get<CommandLine>(parseCommandLine(static_cast<int>(words.size()), words.data()));
     return klctl::run(
-        line, [this](const kl::message& m) { return answer(m); },
-        [this](const kl::message& m) { sent_ = m; });
+        line, [this](const kl::message& m) { return answer(m); }, [this](const kl::message& m) { sent_ = m; },
+        [this](const kl::message& m, const std::string& path) {
+          return fetchAll(m, path, [this](const kl::message& chunk) { return answer(chunk); });
+        });
   }
 
   kl::message answer(const kl::message& request) {

@@ -11,6 +11,7 @@
 
 #include "kl/conventions.h"
 #include "tests/support/real_loader.h"
+#include "tests/tools/klctl/running_program.h"
 #include "tests/tools/klctl/scripted_loader.h"
 
 namespace klctl {
@@ -180,6 +181,36 @@ TEST_F(Klctl, AServiceIsRestartedByAWordOfTheLoadersDictionary) {
   do after = doneJson({"get", "loader:32"});
   while (after["state"] != "running");
   EXPECT_EQ(after["starts"], before["starts"].get<int>() + 1);
+}
+
+TEST_F(Klctl, WatchShowsTheTableAndItsChangesUntilInterrupted) {
+  EXPECT_EQ(done({"send", "netif"}), "");
+  RunningProgram watch({KL_BIN_DIR "/klctl", "watch", "loader", "--json"});
+  Json row;
+  do row = Json::parse(watch.line());
+  while (row["name"] != "netif");
+  EXPECT_EQ(row["state"], "running");
+  EXPECT_EQ(done({"set", "loader:32", "action=restart"}), "");
+  do row = Json::parse(watch.line());
+  while (row["id"] != 32 || row["starts"] != 2 || row["state"] != "running");
+  EXPECT_EQ(watch.end(SIGINT), 0);
+}
+
+TEST_F(Klctl, WatchSaysWhenTheServiceIsGoneAndBack) {
+  EXPECT_EQ(done({"send", "netif"}), "");
+  RunningProgram watch({KL_BIN_DIR "/klctl", "watch", "netif"});
+  EXPECT_TRUE(watch.says("lo "));
+  ASSERT_EQ(::kill(doneJson({"get", "loader:32"})["pid"].get<pid_t>(), SIGKILL), 0);
+  EXPECT_TRUE(watch.remarks("klctl: netif is gone: it has ended; waiting for it\n"));
+  EXPECT_TRUE(watch.remarks("klctl: netif is back\n"));
+  EXPECT_EQ(watch.end(SIGINT), 0);
+}
+
+TEST_F(Klctl, WhatCannotBeWatchedIsToldAtOnce) {
+  EXPECT_EQ(failed(1, {"watch", "nobody"}),
+            "klctl: no service is called 'nobody' (klctl services lists them)\n");
+  EXPECT_EQ(failed(2, {"watch", kLo}),
+            "klctl: watch follows a whole table: it takes no command and no object\n");
 }
 
 TEST_F(Klctl, TwentyAtOnceAreServed) {

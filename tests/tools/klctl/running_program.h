@@ -1,0 +1,99 @@
+#pragma once
+// running_program.h: a program that a test talks to while it runs.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+namespace klctl {
+
+class RunningProgram {
+ public:
+  static constexpr int kPatienceMs = 20000;
+
+  explicit RunningProgram(const std::vector<std::string>& words) {
+    int out[2];
+    int err[2];
+    EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe2(err, O_CLOEXEC), 0);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(out[1], STDOUT_FILENO);
+      ::dup2(err[1], STDERR_FILENO);
+      std::vector<char*> arguments;
+      for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+      arguments.push_back(nullptr);
+      ::execv(arguments.front(), arguments.data());
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    ::close(err[1]);
+    out_.fd = out[0];
+    err_.fd = err[0];
+  }
+  ~RunningProgram() {
+    if (pid_ > 0) (void)end(SIGKILL);
+    ::close(out_.fd);
+    ::close(err_.fd);
+  }
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+
+  // Waits until the program has written the text, and forgets everything up to its end.  False when that does not come.
+  bool says(const std::string& text) { return awaits(out_, text); }
+  bool remarks(const std::string& text) { return awaits(err_, text); }
+
+  // The next whole line of results; empty when none comes.
+  std::string line() {
+    std::size_t end;
+    while ((end = out_.text.find('\n')) == std::string::npos)
+      if (!readSome(out_)) return {};
+    const std::string text = out_.text.substr(0, end);
+    out_.text.erase(0, end + 1);
+    return text;
+  }
+
+  // Sends the signal and waits for the end: the exit status, or 128 and the signal's number.
+  int end(int signal) {
+    (void)::kill(pid_, signal);
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+ private:
+  struct Stream {
+    int fd = -1;
+    std::string text;
+  };
+
+  static bool awaits(Stream& stream, const std::string& text) {
+    std::size_t at;
+    while ((at = stream.text.find(text)) == std::string::npos)
+      if (!readSome(stream)) return ADD_FAILURE() << "only this came: " << stream.text, false;
+    stream.text.erase(0, at + text.size());
+    return true;
+  }
+
+  static bool readSome(Stream& stream) {
+    pollfd watched{stream.fd, POLLIN, 0};
+    char bytes[4096];
+    if (::poll(&watched, 1, kPatienceMs) != 1) return false;
+    const ssize_t got = ::read(stream.fd, bytes, sizeof bytes);
+    if (got > 0) stream.text.append(bytes, static_cast<std::size_t>(got));
+    return got > 0;
+  }
+
+  pid_t pid_ = -1;
+  Stream out_;
+  Stream err_;
+};
+
+}  // namespace klctl

@@ -1,0 +1,36 @@
+#pragma once
+// progress.h: how far a long walk is, on one line of the terminal.
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+namespace klctl {
+
+// A line that says how many objects have come, shown from the second second on and wiped out at the end.  Where the
+// descriptor is no terminal, nothing is written.
+class Progress {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  Progress(int fd, std::string path, Time start);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // When look() next has something to write.
+  Time nextLook() const { return next_; }
+
+  // Writes the line if it is time.
+  void look(Time now, std::size_t objects);
+
+ private:
+  void write(const std::string& text) const;
+
+  int fd_;
+  std::string path_;
+  Time next_;
+  bool shown_ = false;
+};
+
+}  // namespace klctl
