@@ -32,6 +32,7 @@ std::string nameOf(const Connection& connection) {
 Loader::Loader(const Configuration& configuration, Log& log)
     : configuration_(configuration),
       log_(log),
+      logSender_(loop_, log),
       ids_(counterFile(configuration), log),
       outbox_(configuration.queueLimit),
       supervisor_(loop_, table_, log, *this),

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "listener.h"
+#include "log_sender.h"
 #include "own_service.h"
 #include "router.h"
 #include "supervisor.h"
@@ -62,6 +63,7 @@ class Loader final : private ConnectionHost,
   const Configuration& configuration_;
   Log& log_;
   Loop loop_;
+  LogSender logSender_;
   ReadArea area_;
   Users users_;
   IdCounter ids_;

@@ -5,9 +5,16 @@
 
 #include <limits.h>
 
+#include "log_sender.h"
+
 namespace loader {
 
 void Log::line(const std::string& text) {
+  writeLine(text);
+  if (sender_ != nullptr) sender_->line(text);
+}
+
+void Log::writeLine(const std::string& text) {
   if (!takesALine()) {
     ++dropped_;
     return;

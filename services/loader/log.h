@@ -5,13 +5,17 @@
 
 namespace loader {
 
+class LogSender;
+
 // Writes one line for each thing that an operator should know: "kl-loader: NAME (ID, pid PID): WHAT".
+//
+// They go to the descriptor and, while there is a LogSender, to the log service.
 //
 // The router must never wait for its log, so a line that the descriptor does not take at once is dropped; the next
 // line that gets through says how many were.
 //
 // Errors:    none; what cannot be written is counted.
-// Ownership: borrows the descriptor.
+// Ownership: borrows the descriptor, and the sender until it is set anew.
 // Threads:   belongs to one thread.
 // Cost:      two system calls a line.
 class Log {
@@ -19,13 +23,16 @@ class Log {
   explicit Log(int fd) : fd_(fd) {}
 
   void line(const std::string& text);
+  void setSender(LogSender* sender) { sender_ = sender; }
 
  private:
+  void writeLine(const std::string& text);
   bool takesALine() const;
   void write(std::string text);
 
   int fd_;
   unsigned int dropped_ = 0;
+  LogSender* sender_ = nullptr;
 };
 
 }  // namespace loader

@@ -9,8 +9,8 @@
 #include "kl/logger.h"
 #include "kl/runner.h"
 #include "kl/services.h"
-#include "tests/log/log_service.h"
 #include "tests/log/scripted_socket.h"
+#include "tests/support/log_service.h"
 
 namespace kl::test {
 

@@ -1,4 +1,4 @@
-#include "tests/log/log_service.h"
+#include "tests/support/log_service.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fixed_paths.h"
+#include "kl/utilities.h"
 #include "tests/support/hex.h"
 
 namespace kl::test {
@@ -20,20 +20,21 @@ namespace kl::test {
 LogService::LogService(int backlog) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, paths::kLogSocket, sizeof address.sun_path - 1);
-  ::unlink(paths::kLogSocket);
+  const std::string path = logSocketPath();
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  ::unlink(path.c_str());
   listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
       ::listen(listener_, backlog) == 0)
     return;
-  std::perror(paths::kLogSocket);
+  std::perror(path.c_str());
   std::abort();
 }
 
 LogService::~LogService() {
   hangUp();
   ::close(listener_);
-  ::unlink(paths::kLogSocket);
+  ::unlink(logSocketPath().c_str());
 }
 
 bool LogService::accept() {
