@@ -128,8 +128,8 @@ inline constexpr field<std::string> LOG_TEXT{0x20000006};
 inline constexpr field<unsigned long long> LOG_SINCE{0x10000007};  // LOG_TIME is not before this
 inline constexpr field<std::string> LOG_CONTAINS{0x20000008};      // LOG_TEXT has this in it
 
-// In a notification: so many lines that the filter lets through are left out before the first of this one,
-// because more came than followers are sent.  CMD_GETALL still has them.
+// In a notification: so many lines that the filter lets through were not sent since the notification before,
+// because more came than followers are sent.  CMD_GETALL has them while they are in memory.
 inline constexpr field<unsigned int> LOG_SKIPPED{0x08000009};
 
 // Fields of a rule: of a topic,
