@@ -6,9 +6,12 @@
 
 #include "netif.h"
 
+#include <ostream>
 #include <set>
 
+#include "kl/logger.h"
 #include "kl/looper.h"
+#include "kl/services.h"
 #include "link_monitor.h"
 #include "memory.h"
 
@@ -88,6 +91,7 @@ class Netif : public kl::Looper {
     undo.insert(kl::STD_DESCR, before);
     sendUndo(request, undo, what, kl::CMD_SETOBJ);
     notifyChange(id, request);  // everybody but the one who asked
+    log_ << what << (before.empty() ? " given" : " changed") << std::endl;
   }
 
   // Those whose interface is not there make room when it is needed.
@@ -109,8 +113,20 @@ class Netif : public kl::Looper {
     for (const auto& [id, before] : monitor_.takeNews()) {
       if (!before.name.empty() && !getSubscriptions().empty()) names_[id] = before.name;
       notifyChange(id);
+      logChange(id, before);
     }
     retryIfStale();
+  }
+
+  void logChange(unsigned int id, const Link& before) {
+    const auto link = monitor_.links().find(id);
+    if (link == monitor_.links().end()) {
+      log_ << before.name << " is gone" << std::endl;
+    } else {
+      log_ << link->second.name << (before.name.empty() ? " is new: " : ": ")
+           << (link->second.up ? "up" : "down") << (link->second.running ? ", running" : "") << ", MTU "
+           << link->second.mtu << ", addresses: " << link->second.addresses.size() << std::endl;
+    }
   }
 
   void retryIfStale() {
@@ -188,6 +204,7 @@ class Netif : public kl::Looper {
     return result;
   }
 
+  kl::lstream log_{kl::TOPIC_NETIF, kl::TOPIC_NOTICE, 0};
   LinkMonitor monitor_;
   Memory memory_;
   kl::TimerPtr retry_;

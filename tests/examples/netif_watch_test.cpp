@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/examples/log_socket.h"
 #include "tests/examples/netif_service.h"
 #include "tests/examples/own_network.h"
 
@@ -127,6 +128,20 @@ TEST_F(WatchedNetif, OfADescriptionEverybodyIsToldButWhoGaveIt) {
   const kl::message lo(notification.get(kl::STD_OBJS, {}).at(0));
   EXPECT_EQ(lo.get(netif::NAME, ""), "lo");
   EXPECT_EQ(lo.get(kl::STD_DESCR, ""), "to itself");
+}
+
+TEST_F(WatchedNetif, LogsWhatComesChangesAndGoesAndWhoIsDescribed) {
+  LogSocket log;
+  ASSERT_TRUE(network::addLink("made", pid_));
+  EXPECT_TRUE(log.gets("made is new: down, MTU 1500, addresses: 0"));
+  ASSERT_TRUE(ip("link set made mtu 1400"));
+  EXPECT_TRUE(log.gets("made: down, MTU 1400, addresses: 0"));
+  ASSERT_TRUE(ip("link del made"));
+  EXPECT_TRUE(log.gets("made is gone"));
+  EXPECT_FALSE(kl::isError(describe(1, "to itself")));
+  EXPECT_TRUE(log.gets("description of lo given"));
+  EXPECT_FALSE(kl::isError(describe(1, "")));
+  EXPECT_TRUE(log.gets("description of lo changed"));
 }
 
 TEST_F(UndoableNetif, ADescriptionIsReportedWithWhatTakesItBack) {
