@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured, as tables with the aims beside the figures.
 
-usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--router JSON] [--sizes FILE] [--text BYTES]
+usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--router JSON] [--sizes FILE] [--text BYTES]
 
 JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
 A figure that misses its aim is marked with "<-".
@@ -25,6 +25,9 @@ MESSAGE_AIMS = {
     "flat 5000/build+flatten": 6, "flat 5000/parse+read": 5, "flat 5000/parse+read by reference": 5,
 }
 ALLOCATION_AIMS = {"W1/parse": 1, "W2/parse": 1}
+LOG_AIMS = {"lstream, 48 characters": 1.25, "lstream, 200 characters": 1.25, "Logger::log, 48 characters": 1.25}
+MUTED_CASE = "muted line behind isMuted()"
+MUTED_NS_AIM = 10
 GROWTH_AIM = 1.5
 TEXT_AIM = 160 * 1024
 SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
@@ -121,6 +124,16 @@ def print_growth(measured):
                     ["operation", "ns at 100", "ns at 5,000", "growth", "aim", ""], rows)
 
 
+def print_log(measured):
+    muted = measured.pop(MUTED_CASE, None)
+    if measured:
+        print_pairs("Log", measured, LOG_AIMS, {})
+    if muted:
+        print_table("Log: a line that nobody wants", ["case", "ns", "aim", "", "allocations"],
+                    [[MUTED_CASE, number(muted["product_ns"]), number(MUTED_NS_AIM),
+                      mark(muted["product_ns"], MUTED_NS_AIM), number(muted["allocations"])]])
+
+
 def print_router(measured):
     rows = []
     for case, figures in measured.items():
@@ -150,6 +163,7 @@ def main():
     parser.add_argument("--message")
     parser.add_argument("--counts")
     parser.add_argument("--loop")
+    parser.add_argument("--log")
     parser.add_argument("--router")
     parser.add_argument("--sizes")
     parser.add_argument("--text", type=int)
@@ -161,6 +175,8 @@ def main():
         print_growth(measured)
     if options.loop:
         print_pairs("Event loop", medians(options.loop), {}, {})
+    if options.log:
+        print_log(medians(options.log))
     if options.router:
         print_router(medians(options.router))
     print_sizes(options.sizes, options.text)
