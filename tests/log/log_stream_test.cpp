@@ -1,80 +1,11 @@
 #include <sstream>
 
-#include "tests/log/fixture.h"
-#include "tests/support/hex.h"
+#include "tests/log/stream_fixture.h"
 
 namespace kl {
 namespace {
 
-// A record as it came: its source, and its text or, for a registration, its topics.
-struct Record {
-  bool isRegistration = false;
-  unsigned int source = 0;
-  std::string text;
-  std::vector<unsigned int> topics;
-};
-
-unsigned int fieldAt(const std::vector<unsigned char>& bytes, std::size_t at) {
-  return static_cast<unsigned int>(bytes.at(at) << 8 | bytes.at(at + 1));
-}
-
-Record recordAt(const std::vector<unsigned char>& bytes, std::size_t at) {
-  Record record;
-  const std::size_t end = at + fieldAt(bytes, at);
-  record.isRegistration = fieldAt(bytes, at + 2) == 0;
-  record.source = fieldAt(bytes, at + (record.isRegistration ? 6 : 2));
-  if (record.isRegistration)
-    for (at += 8; at < end; at += 2) record.topics.push_back(fieldAt(bytes, at));
-  else
-    for (at += 4; at < end; ++at) record.text += static_cast<char>(bytes.at(at));
-  return record;
-}
-
-// The process's Logger connects to the service of each test.
-class LogStream : public test::LogClient {
- protected:
-  LogStream() {
-    Logger::getLogger()->connectToLog();
-    EXPECT_TRUE(service.accept());
-    (void)output();
-  }
-  ~LogStream() override { Logger::getLogger()->closeConnection(); }
-
-  std::vector<Record> records() {
-    std::vector<Record> all;
-    const std::vector<unsigned char> bytes = service.receive();
-    for (std::size_t at = 0; at < bytes.size(); at += fieldAt(bytes, at)) all.push_back(recordAt(bytes, at));
-    return all;
-  }
-
-  // The texts of the lines that came, in brackets.
-  std::string lines() {
-    std::string all;
-    for (const Record& record : records())
-      if (!record.isRegistration) all += "[" + record.text + "]";
-    return all;
-  }
-
-  // The topics that a stream registers with its first line.
-  std::vector<unsigned int> topicsOf(lstream& stream) {
-    stream << "x" << std::flush;
-    const std::vector<Record> came = records();
-    EXPECT_TRUE(!came.empty() && came[0].isRegistration);
-    return came.empty() ? std::vector<unsigned int>{} : came[0].topics;
-  }
-
-  void mute(lstream& stream) {
-    stream << "who am I" << std::flush;
-    const std::vector<Record> came = records();
-    const unsigned int source = came.back().source;
-    service.send("0006" + test::hex({0, static_cast<unsigned char>(source)}) + "0001");
-    pass();
-  }
-
-  using Topics = std::vector<unsigned int>;
-
-  test::LogService service;
-};
+class LogStream : public test::StreamClient {};
 
 TEST_F(LogStream, TakesTopicsUpToTheClosingZero) {
   lstream two(3, 4, 0);
@@ -124,24 +55,6 @@ TEST_F(LogStream, TakesTopicsBehindAnEcho) {
   EXPECT_EQ(topicsOf(zero), (Topics{0, 34}));
 }
 
-lstreambuf* bufferOf(unsigned int topic, ...) {
-  std::va_list rest;
-  va_start(rest, topic);
-  auto* buffer = new lstreambuf(topic, rest);
-  va_end(rest);
-  return buffer;
-}
-
-TEST_F(LogStream, ItsBufferServesAnyStream) {
-  std::ostream stream(bufferOf(41, 42, 0));
-  stream << "abc" << std::endl;
-  delete stream.rdbuf(nullptr);
-  const std::vector<Record> came = records();
-  ASSERT_EQ(came.size(), 2u);
-  EXPECT_EQ(came[0].topics, (Topics{41, 42}));
-  EXPECT_EQ(came[1].text, "abc");
-}
-
 TEST_F(LogStream, EqualListsShareASource) {
   lstream a(51, 52, 0);
   lstream b(51, 52, 0);
@@ -149,112 +62,10 @@ TEST_F(LogStream, EqualListsShareASource) {
   a << "a" << std::endl;
   b << "b" << std::endl;
   c << "c" << std::endl;
-  const std::vector<Record> came = records();
+  const std::vector<test::Record> came = records();
   ASSERT_EQ(came.size(), 5u);
   EXPECT_EQ(came[1].source, came[2].source);
   EXPECT_EQ(came[4].source, came[1].source + 1);
-}
-
-TEST_F(LogStream, SaysNothingBeforeItsFirstFlush) {
-  lstream stream(61);
-  stream << "abc";
-  EXPECT_TRUE(service.receive().empty());
-}
-
-TEST_F(LogStream, AFlushIsALine) {
-  lstream stream(1);
-  stream << "abc" << std::endl;
-  EXPECT_EQ(lines(), "[abc]");
-  stream << "a" << 1 << ' ' << std::hex << 255 << std::flush;
-  EXPECT_EQ(lines(), "[a1 ff]");
-  stream.flush();
-  EXPECT_EQ(lines(), "");
-}
-
-TEST_F(LogStream, OneNewlineAtTheEndIsLeftOut) {
-  lstream stream(1);
-  stream << "abc\n" << std::flush;
-  EXPECT_EQ(lines(), "[abc]");
-  stream << "a\n\n" << std::flush;
-  EXPECT_EQ(lines(), "[a\n]");
-  stream << "a\nb" << std::flush;
-  EXPECT_EQ(lines(), "[a\nb]");
-  stream << std::endl;
-  EXPECT_EQ(lines(), "[]");
-}
-
-TEST_F(LogStream, ANewlineAloneSendsNothing) {
-  lstream stream(1);
-  stream << "abc\n";
-  EXPECT_EQ(lines(), "");
-}
-
-TEST_F(LogStream, The256thCharacterSendsTheLine) {
-  lstream stream(1);
-  stream << std::string(255, 'a');
-  EXPECT_EQ(lines(), "");
-  stream << "b";
-  EXPECT_EQ(lines(), "[" + std::string(255, 'a') + "b]");
-  stream << std::string(300, 'c');
-  EXPECT_EQ(lines(), "[" + std::string(256, 'c') + "]");
-  stream << std::flush;
-  EXPECT_EQ(lines(), "[" + std::string(44, 'c') + "]");
-}
-
-TEST_F(LogStream, AFullLineThatEndsInANewlineLosesIt) {
-  lstream stream(1);
-  stream << std::string(255, 'a') << '\n';
-  EXPECT_EQ(lines(), "[" + std::string(255, 'a') + "]");
-  stream << std::flush;
-  EXPECT_EQ(lines(), "");
-}
-
-TEST_F(LogStream, ItsEndSendsWhatIsLeft) {
-  {
-    lstream stream(1);
-    stream << "last words";
-  }
-  EXPECT_EQ(lines(), "[last words]");
-}
-
-TEST_F(LogStream, OverflowStoresItsCharacterAndFlushes) {
-  const unsigned int topics[] = {1, 0};
-  lstreambuf buffer(topics);
-  EXPECT_EQ(buffer.overflow(EOF), EOF);
-  EXPECT_EQ(lines(), "");
-  EXPECT_EQ(buffer.sputc('a'), 'a');
-  EXPECT_EQ(buffer.overflow('b'), 'b');
-  EXPECT_EQ(lines(), "[ab]");
-  EXPECT_EQ(buffer.sync(), 0);
-  EXPECT_TRUE(buffer.flushBuffer());
-}
-
-TEST_F(LogStream, AnyByteIsText) {
-  lstream stream(1);
-  const std::string text("\0\xff\x80 ", 4);
-  stream << text << std::flush;
-  EXPECT_EQ(lines(), "[" + text + "]");
-}
-
-TEST_F(LogStream, TheEchoGetsALineForEachFlush) {
-  std::ostringstream echo;
-  lstream stream(echo, 1, 2, 0);
-  stream << "abc" << std::endl;
-  EXPECT_EQ(echo.str(), "abc\n");
-  stream << "d" << std::flush;
-  EXPECT_EQ(echo.str(), "abc\nd\n");
-  EXPECT_EQ(lines(), "[abc][d]");
-}
-
-TEST_F(LogStream, TheEchoIsFlushedWithTheLine) {
-  struct Counting : std::stringbuf {
-    int sync() override { return ++syncs, 0; }
-    int syncs = 0;
-  } counting;
-  std::ostream echo(&counting);
-  lstream stream(echo, 1);
-  stream << "abc" << std::endl;
-  EXPECT_EQ(counting.syncs, 1);
 }
 
 TEST_F(LogStream, IsMutedOnceTheServiceSaysSo) {

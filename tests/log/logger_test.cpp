@@ -13,34 +13,8 @@ namespace {
 using test::say;
 
 constexpr unsigned int kMostTextBytes = 65531;
-constexpr std::size_t kMostTopics = 32763;
 
 class LoggerLines : public test::ConnectedLogClient {};
-
-TEST_F(LoggerLines, NumbersItsSourcesFromOne) {
-  EXPECT_EQ(logger.registerSource({5, 7})->id, 1u);
-  EXPECT_EQ(logger.registerSource({5})->id, 2u);
-  EXPECT_EQ(logger.registerSource({7, 5})->id, 3u);
-  EXPECT_EQ(logger.registerSource({})->id, 4u);
-}
-
-TEST_F(LoggerLines, GivesEqualListsTheSameSource) {
-  Source* first = logger.registerSource({5, 7});
-  logger.registerSource({6});
-  EXPECT_EQ(logger.registerSource({5, 7}), first);
-  EXPECT_EQ(first->id, 1u);
-  EXPECT_EQ(*first->topics, (std::vector<unsigned short>{5, 7}));
-}
-
-TEST_F(LoggerLines, RegistersANewSourceAtOnceAndOnlyThen) {
-  Source* source = logger.registerSource({5, 7});
-  EXPECT_TRUE(source->registered);
-  EXPECT_FALSE(source->muted);
-  EXPECT_EQ(service.received(), "000c 0000 0000 0001 0005 0007");
-  logger.registerSource({5, 7});
-  say(logger, source, "");
-  EXPECT_EQ(service.received(), "0004 0001");
-}
 
 TEST_F(LoggerLines, ALineIsItsNumberAndItsText) {
   logger.registerSource({1});
@@ -98,21 +72,6 @@ TEST_F(LoggerLines, ALongTextTakesLittleStack) {
   test::ScriptedSocket calls;
   say(logger, source, text);
   EXPECT_LT(calls.stackBelow(__builtin_frame_address(0)), 8192u);
-}
-
-TEST_F(LoggerLines, ALongListOfTopicsIsOneRecord) {
-  const std::vector<unsigned short> topics(kMostTopics, 0x1234);
-  EXPECT_TRUE(logger.registerSource(topics)->registered);
-  const std::vector<unsigned char> record = service.receive();
-  ASSERT_EQ(record.size(), 65534u);
-  EXPECT_EQ(test::hex({record.begin(), record.begin() + 10}), "fffe 0000 0000 0001 1234");
-}
-
-TEST_F(LoggerLines, AListThatNoRecordHoldsIsNeverRegistered) {
-  Source* source = logger.registerSource(std::vector<unsigned short>(kMostTopics + 1, 1));
-  say(logger, source, "abc");
-  EXPECT_EQ(service.received(), "");
-  EXPECT_EQ(output(), "registeration failed, dropping a line\n");
 }
 
 class LoggerAlone : public test::LogClient {};
