@@ -42,6 +42,7 @@ class Parser {
     CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
     send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
     addDump();
+    addUndo();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -60,7 +61,11 @@ class Parser {
 
  private:
   CLI::App* addVerb(Verb verb, const char* name, const char* about) {
-    CLI::App* verbApp = app_.add_subcommand(name, about);
+    return addVerb(app_, verb, name, about);
+  }
+
+  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = parent.add_subcommand(name, about);
     verbApp->final_callback([this, verb] { line_.verb = verb; });
     return verbApp;
   }
@@ -73,7 +78,7 @@ class Parser {
     verbApp->add_option("words", words_.rest, "[CMD] [field=value ...]")->type_name("");
     verbApp
         ->add_option_function<std::string>(
-            "--id", [this](const std::string& text) { readId(text); }, "The object, as in PATH:ID")
+            "--id", [this](const std::string& text) { readId("--id", text); }, "The object, as in PATH:ID")
         ->type_name("ID");
     return verbApp;
   }
@@ -87,6 +92,22 @@ class Parser {
         ->type_name("bare|framed|store");
   }
 
+  void addUndo() {
+    CLI::App* undo = app_.add_subcommand("undo", "Show what was changed, and undo it");
+    undo->require_subcommand(1);
+    addVerb(*undo, Verb::kUndoList, "list", "List the changes, the newest first");
+    addRecordId(addVerb(*undo, Verb::kUndoShow, "show", "Show one change with its messages"));
+    addRecordId(addVerb(*undo, Verb::kUndoRun, "run", "Undo a change, or do it again"));
+  }
+
+  void addRecordId(CLI::App* verbApp) {
+    verbApp
+        ->add_option_function<std::string>(
+            "ID", [this](const std::string& text) { readId("ID", text); }, "The record")
+        ->required()
+        ->type_name("");
+  }
+
   void readFormat(const std::string& word) {
     if (word == "bare") line_.format = FileFormat::kBare;
     else if (word == "framed") line_.format = FileFormat::kFramed;
@@ -94,9 +115,9 @@ class Parser {
     else throw usage("--format takes bare, framed or store, not '" + word + "'");
   }
 
-  void readId(const std::string& text) {
+  void readId(const std::string& option, const std::string& text) {
     const auto id = parseNumber(text, kl::BADID);
-    if (!id) throw usage("--id takes a number, not '" + text + "'");
+    if (!id) throw usage(option + " takes a number, not '" + text + "'");
     words_.id = static_cast<unsigned int>(*id);
   }
 
@@ -107,6 +128,10 @@ class Parser {
     line_.timeout = std::chrono::milliseconds(static_cast<long long>(words_.timeoutSeconds * 1000));
     if (line_.fields.empty()) line_.fields = dictionaryFolder();
     if (line_.verb == Verb::kServices || line_.verb == Verb::kDump) return;
+    if (isUndo(line_.verb)) {
+      line_.path.object = words_.id;
+      return;
+    }
     line_.path = parsePath(words_.path);
     interpretId();
     interpretRest();

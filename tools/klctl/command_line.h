@@ -12,7 +12,11 @@
 
 namespace klctl {
 
-enum class Verb { kServices, kGet, kGetAll, kWatch, kSet, kSend, kDump };
+enum class Verb { kServices, kGet, kGetAll, kWatch, kSet, kSend, kDump, kUndoList, kUndoShow, kUndoRun };
+
+inline bool isUndo(Verb verb) {
+  return verb == Verb::kUndoList || verb == Verb::kUndoShow || verb == Verb::kUndoRun;
+}
 
 struct CommandLine {
   Verb verb = Verb::kServices;

@@ -10,6 +10,7 @@
 #include "kl/conventions.h"
 #include "show.h"
 #include "table.h"
+#include "undo.h"
 
 namespace klctl {
 namespace {
@@ -32,8 +33,7 @@ unsigned int commandOf(const CommandLine& line) {
     case Verb::kGetAll: return kl::CMD_GETALL;
     case Verb::kGet: return line.path.object ? kl::CMD_GETOBJ : kl::CMD_GET;
     case Verb::kSet: return line.path.object ? kl::CMD_SETOBJ : kl::CMD_SET;
-    case Verb::kSend:
-    case Verb::kDump: break;
+    default: break;
   }
   return kl::CMD_NOOP;
 }
@@ -82,6 +82,7 @@ Subject subjectOf(const CommandLine& words, const Exchange& exchange) {
 }
 
 std::string run(const CommandLine& line, const Exchange& exchange, const Send& send, const Walk& walk) {
+  if (isUndo(line.verb)) return runUndo(line, exchange);
   const auto& [path, names, request] = subjectOf(line, exchange);
   if (line.noReply) return send(request), "";
   if (line.verb == Verb::kGetAll && !line.dump) return showObjects(line, walk(request, path), names);

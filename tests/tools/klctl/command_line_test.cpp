@@ -95,6 +95,20 @@ TEST(CommandLineWords, AnObjectIdIsANumber) {
     EXPECT_NE(refusal({"get", "netif", "--id", text}).find("--id"), std::string::npos) << text;
 }
 
+TEST(CommandLineWords, UndoHasVerbsOfItsOwn) {
+  EXPECT_EQ(line({"undo", "list"}).verb, Verb::kUndoList);
+  const CommandLine show = line({"undo", "show", "7", "--json"});
+  EXPECT_EQ(show.verb, Verb::kUndoShow);
+  EXPECT_EQ(show.path.object, 7u);
+  EXPECT_TRUE(show.json);
+  EXPECT_EQ(line({"undo", "run", "0x10", "--timeout", "1"}).path.object, 16u);
+  EXPECT_NE(refusal({"undo"}), "");
+  EXPECT_NE(refusal({"undo", "everything"}), "");
+  EXPECT_NE(refusal({"undo", "list", "7"}), "");
+  EXPECT_NE(refusal({"undo", "run"}).find("ID"), std::string::npos);
+  EXPECT_EQ(refusal({"undo", "run", "x"}), "ID takes a number, not 'x'");
+}
+
 TEST(CommandLineWords, DumpTakesAFileAndItsFormat) {
   const CommandLine dump = line({"dump", "-"});
   EXPECT_EQ(dump.verb, Verb::kDump);
