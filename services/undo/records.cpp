@@ -1,0 +1,92 @@
+// The store's entries: under 0 the counter, under each other id the record of that id, without STD_ID.
+//
+// R1  makers_ has exactly the ids of the records in the store
+// R2  nextId_ is greater than every id that was ever given, until it has come round after four billion records
+
+#include "records.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+
+namespace undo {
+namespace {
+
+constexpr unsigned int kCounter = 0;
+constexpr unsigned int kLifetime = 1;  // nothing here ages
+constexpr kl::field<unsigned int> kNextId{0x08000001};
+
+unsigned int makerOf(const kl::message& record) {
+  const auto source = record.get(kl::UNDO_SOURCE, {});
+  return source.empty() ? kl::BADID : source.front();
+}
+
+}  // namespace
+
+Records::Records(const std::string& folder) : store_(folder + "/records", kLifetime) { load(); }
+
+void Records::load() {
+  std::vector<unsigned int> unreadable;
+  for (const auto& [id, entry] : store_.entries()) {
+    if (id == kCounter) continue;
+    const unsigned int maker = makerOf(store_.get(id));
+    if (maker == kl::BADID) unreadable.push_back(id);
+    else makers_.emplace(id, maker);
+    nextId_ = std::max(nextId_, id + 1);
+  }
+  for (const unsigned int id : unreadable) store_.remove(id);  // R1
+  nextId_ = std::max(nextId_, store_.get(kCounter).get(kNextId, 1));
+}
+
+kl::message Records::get(unsigned int id) {
+  if (!makers_.contains(id)) return {};
+  kl::message record = store_.get(id);
+  record.insert(kl::STD_ID, id);
+  return record;
+}
+
+unsigned int Records::add(kl::message record) {
+  record.remove(kl::STD_ID);
+  const unsigned int id = takeId();
+  return write(id, record) ? id : kl::BADID;
+}
+
+bool Records::replace(unsigned int id, const kl::message& record) {
+  kl::message stored(record);
+  stored.remove(kl::STD_ID);
+  if (write(id, stored)) return true;
+  remove(id);
+  return false;
+}
+
+void Records::remove(unsigned int id) {
+  if (makers_.erase(id) != 0) store_.remove(id);
+}
+
+bool Records::write(unsigned int id, const kl::message& record) {
+  kl::message::flat_message bytes;
+  record.flatten(bytes);
+  if (bytes.size() > kMostBytes) return false;
+  store_.set(id, record);
+  if (!store_.entries().contains(id)) return false;
+  makers_[id] = makerOf(record);
+  return true;
+}
+
+// The counter is written first: a crash between the two loses an id and never gives one twice.  When it comes round,
+// the old records would be newer than the new ones, so they go.
+unsigned int Records::takeId() {
+  if (nextId_ >= kl::BADID - 1) {
+    while (!makers_.empty()) remove(makers_.begin()->first);
+    nextId_ = 1;
+  }
+  const unsigned int id = nextId_++;
+  kl::message counter;
+  counter.insert(kNextId, nextId_);
+  store_.set(kCounter, counter);
+  return id;
+}
+
+}  // namespace undo

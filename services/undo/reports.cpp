@@ -1,0 +1,70 @@
+#include "reports.h"
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+
+namespace undo {
+namespace {
+
+// A report that does not say what the request needed: only who may do everything may undo it.
+constexpr unsigned int kNobodysRights = 0x80000000;
+constexpr unsigned int kAllRights = 0xffffffff;
+
+bool isWhole(const kl::message::flat_message& bytes) {
+  kl::message m;
+  return m.unflatten(bytes.data(), static_cast<unsigned int>(bytes.size()), kl::message::normal);
+}
+
+template <class T>
+void copyField(kl::message& to, const kl::message& from, kl::field<T> field) {
+  if (from.has(field)) to.insert(field, from.get(field, {}));
+}
+
+}  // namespace
+
+kl::message faultOf(const kl::message& report) {
+  if (!report.has(kl::UNDO_MESSAGE)) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (!isWhole(report.get(kl::UNDO_MESSAGE, {})))
+    return kl::errorMsg(kl::ERROR_FAILED, "the undo message is damaged");
+  return {};
+}
+
+kl::message recordFrom(const kl::message& report, unsigned long long time) {
+  kl::message record;
+  copyField(record, report, kl::UNDO_REQUEST);
+  copyField(record, report, kl::UNDO_MESSAGE);
+  copyField(record, report, kl::UNDO_DESCRIPTION);
+  copyField(record, report, kl::UNDO_USER);
+  record.insert(kl::UNDO_RIGHTS, report.get(kl::UNDO_RIGHTS, kNobodysRights));
+  record.insert(kl::UNDO_TIME, time);
+  record.insert(kl::UNDO_SOURCE, report.get(kl::SYS_FROM, {}));
+  return record;
+}
+
+kl::message turnedRound(const kl::message& record, const kl::message& report) {
+  kl::message turned(record);
+  copyField(turned, report, kl::UNDO_MESSAGE);
+  copyField(turned, report, kl::UNDO_RIGHTS);
+  turned.insert(kl::UNDO_UNDONE, !record.get(kl::UNDO_UNDONE, false));
+  return turned;
+}
+
+// Whatever the record says about the journey is not believed: it goes to where the report came from.
+kl::message undoMessage(const kl::message& record, const kl::message& asker) {
+  kl::message m(record.get(kl::UNDO_MESSAGE, {}));
+  const unsigned int command = m.get(kl::SYS_CMD, kl::CMD_NOOP);
+  kl::cleanSys(m);
+  m.insert(kl::SYS_CMD, command);
+  m.insert(kl::SYS_TO, record.get(kl::UNDO_SOURCE, {}));
+  m.insert(kl::STD_UNDOID, record.get(kl::STD_ID, kl::BADID));
+  copyField(m, asker, kl::SYS_USER);
+  copyField(m, asker, kl::SYS_POLICY);
+  return m;
+}
+
+bool mayUndo(const kl::message& record, const kl::message& asker) {
+  const unsigned int needed = record.get(kl::UNDO_RIGHTS, kNobodysRights);
+  return (needed & asker.get(kl::SYS_POLICY, kAllRights)) == needed;
+}
+
+}  // namespace undo

@@ -1,0 +1,26 @@
+#pragma once
+// reports.h: from the reports of services to records, and from records to undo messages.
+
+#include <string>
+
+#include "kl/message.h"
+
+namespace undo {
+
+// Why a report cannot become a record, as the error that answers it; an empty message when it can.
+kl::message faultOf(const kl::message& report);
+
+// The record that a report of a change makes.  Needs: no fault, SYS_FROM.
+kl::message recordFrom(const kl::message& report, unsigned long long time);
+
+// The record after the report of its undoing: what was undone can be done again, and the other way round.
+// Needs: no fault.
+kl::message turnedRound(const kl::message& record, const kl::message& report);
+
+// The message that undoes a record in the name of the asker, with the asker's rights.
+kl::message undoMessage(const kl::message& record, const kl::message& asker);
+
+// Are the recorded rights among the asker's?
+bool mayUndo(const kl::message& record, const kl::message& asker);
+
+}  // namespace undo

@@ -1,0 +1,235 @@
+// A record and what becomes of it:
+//
+//     CMD_ADDOBJ --> done --CMD_START--> its service undoes it and reports --CMD_SETOBJ--> undone
+//                     ^                                                                      |
+//                     +---CMD_SETOBJ-- its service does it again and reports <---CMD_START---+
+//
+// U1  a record is turned round by its service's report only, so it always says what its service has done
+// U2  only the process that made a record reports about it and is sent its undo message: the loader puts the first
+//     element of a path back, so neither can be forged
+// U3  an undo message carries the rights of who asked for it, never those of this service
+// U4  records of an id that the loader picked are there only while that id is: nobody else is given their messages
+
+#include "undo_service.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "kl/logger.h"
+#include "kl/services.h"
+#include "reports.h"
+
+namespace undo {
+namespace {
+
+constexpr unsigned int kVersion = 0x01006600;
+constexpr char kFolder[] = "/kelo/undo";
+constexpr unsigned int kLimit = 100;
+constexpr unsigned int kMostLimit = 10000;
+constexpr unsigned int kFirstPicked = 0x10000;  // from here on ids are the loader's to give
+constexpr int kUndoTicks = 3000;
+constexpr int kLoaderTicks = 500;
+constexpr std::size_t kChunkBytes = 16384;  // of records in one reply, the first one excepted
+
+bool isPicked(unsigned int id) { return id >= kFirstPicked; }
+
+unsigned int senderOf(const kl::message& m) {
+  const auto from = m.get(kl::SYS_FROM, {});
+  return from.empty() ? kl::BADID : from.front();
+}
+
+void log(unsigned int topic, const std::string& text) {
+  kl::lstream line(kl::TOPIC_UNDO, topic, 0);
+  line << text << std::endl;
+}
+
+std::string recordText(unsigned int id) { return "record " + std::to_string(id); }
+std::string serviceText(unsigned int id) { return "service " + std::to_string(id); }
+
+}  // namespace
+
+// Whoever may do a thing may undo it: the record says what is needed for CMD_START, no policy in general.
+UndoService::UndoService()
+    : kl::Looper(kAny, kl::SERVICE_UNDO, kVersion),
+      limit_(std::clamp(getLoaderData().get(kl::UNDO_LIMIT, kLimit), 1U, kMostLimit)),
+      records_(getLoaderData().get(kl::UNDO_FOLDER, kFolder)) {
+  accessPolicies().set_policy(kl::CMD_START, 0);
+  dropRecordsOfTheGone();
+  dropSurplus();
+  log(kl::TOPIC_INFO, "keeps " + std::to_string(records_.makers().size()) + " undo records");
+}
+
+void UndoService::handleCmd(const kl::message& request, unsigned int command) {
+  if (command == kl::CMD_START) start(request);
+  else kl::Looper::handleCmd(request, command);
+}
+
+// A report that is not let in is an undo that somebody will miss.
+bool UndoService::checkPolicy(const kl::message& request) {
+  if (kl::Looper::checkPolicy(request)) return true;
+  const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
+  if (command == kl::CMD_ADDOBJ || command == kl::CMD_SETOBJ)
+    log(kl::TOPIC_WARNING,
+        "refuses a report of " + serviceText(senderOf(request)) + ", which may not change");
+  return false;
+}
+
+kl::message UndoService::cmdAddObj(const kl::message& request) {
+  const unsigned int maker = senderOf(request);
+  if (maker == kl::BADID) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (kl::message fault = faultOf(request); kl::isError(fault)) {
+    log(kl::TOPIC_WARNING, "refuses a report of " + serviceText(maker) + ": " + kl::getError(fault));
+    return fault;
+  }
+  const unsigned int id =
+      records_.add(recordFrom(request, static_cast<unsigned long long>(std::time(nullptr))));
+  if (id == kl::BADID) {
+    log(kl::TOPIC_WARNING, "drops a record of " + serviceText(maker) + ": it is too big or cannot be stored");
+    return kl::errorMsg(kl::ERROR_TOOBIG, "");
+  }
+  notifyChange(id, request);
+  dropSurplus();
+  kl::message reply;
+  reply.insert(kl::STD_ID, id);
+  return reply;
+}
+
+// U1, U2
+kl::message UndoService::cmdSetObj(const kl::message& request, unsigned int id) {
+  const auto record = records_.makers().find(id);
+  if (record == records_.makers().end()) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  if (senderOf(request) != record->second) {
+    log(kl::TOPIC_WARNING,
+        "refuses a report of " + serviceText(senderOf(request)) + " about " + recordText(id) + " of another");
+    return kl::errorMsg(kl::ERROR_NOTALLOWED, "");
+  }
+  if (kl::message fault = faultOf(request); kl::isError(fault)) return fault;
+  if (!records_.replace(id, turnedRound(records_.get(id), request))) {
+    log(kl::TOPIC_WARNING, "drops " + recordText(id) + ": its report is too big or cannot be stored");
+    notifyChange(id, request);
+    return kl::errorMsg(kl::ERROR_TOOBIG, "");
+  }
+  notifyChange(id, request);
+  return {};
+}
+
+kl::message UndoService::cmdGetObj(const kl::message&, unsigned int id) {
+  return records_.makers().contains(id) ? records_.get(id) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+}
+
+// A start that has gone by now is no matter: the next older record is meant.
+kl::message UndoService::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
+  const Records::Makers& all = records_.makers();
+  auto at = all.lower_bound(start);
+  std::vector<kl::message::flat_message> objects;
+  std::size_t bytes = 0;
+  for (; at != all.end() && (count == 0 || objects.size() < count); ++at) {
+    kl::message::flat_message object;
+    records_.get(at->first).flatten(object);
+    bytes += object.size();
+    if (bytes > kChunkBytes && !objects.empty()) break;
+    objects.push_back(object);
+  }
+  kl::message reply;
+  reply.insert(kl::STD_OBJS, objects);
+  if (at != all.end()) reply.insert(kl::STD_GETALLID, at->first);
+  return reply;
+}
+
+kl::message UndoService::cmdGetCount(const kl::message&) {
+  kl::message reply;
+  reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(records_.makers().size()));
+  return reply;
+}
+
+kl::message UndoService::cmdRemoveObj(const kl::message& request, unsigned int id) {
+  if (!records_.makers().contains(id)) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  records_.remove(id);
+  notifyChange(id, request);
+  return {};
+}
+
+// U4
+void UndoService::cmdDisconnected(const kl::message& m) {
+  kl::Looper::cmdDisconnected(m);
+  const auto gone = m.get(kl::SYS_FROM, {});
+  if (gone.size() == 1 && isPicked(gone.front())) dropRecordsOf(gone.front());
+}
+
+kl::message UndoService::getObject(unsigned int id) {
+  if (records_.makers().contains(id)) return records_.get(id);
+  kl::message dead;
+  dead.insert(kl::STD_ID, id);
+  dead.insert(kl::STD_DEAD, 1);
+  return dead;
+}
+
+// Not answered before the service has: the asker learns what became of it.  U3
+void UndoService::start(const kl::message& request) {
+  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
+  if (!records_.makers().contains(id)) return replyError(request, kl::ERROR_UNKNOWNID, "");
+  const kl::message record = records_.get(id);
+  if (!record.has(kl::UNDO_SOURCE)) return replyError(request, kl::ERROR_FAILED, "the record cannot be read");
+  if (!mayUndo(record, request)) {
+    log(kl::TOPIC_WARNING,
+        "refuses to undo " + recordText(id) + " for the user " + request.get(kl::SYS_USER, "(none)"));
+    return replyError(request, kl::ERROR_NOTALLOWED, "");
+  }
+  if (!running_.insert(id).second) return replyError(request, kl::ERROR_BUSY, "");
+  kl::message m = undoMessage(record, request);
+  postMessage(m, this, kl::bind<UndoService, &UndoService::onAnswer>(), request, kUndoTicks);
+}
+
+void UndoService::onAnswer(const kl::message& reply, const kl::message& request) {
+  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
+  running_.erase(id);
+  unsigned int code = kl::ERROR_OK;
+  std::string text;
+  if (!kl::isError(reply, &code, &text)) return replyMessage(request, {});
+  log(kl::TOPIC_NOTICE, recordText(id) + " could not be undone: " + kl::getError(reply));
+  replyError(request, code, text);
+}
+
+void UndoService::drop(unsigned int id, const std::string& reason) {
+  log(kl::TOPIC_INFO, "drops " + recordText(id) + ": " + reason);
+  records_.remove(id);
+  notifyChange(id);
+}
+
+void UndoService::dropSurplus() {
+  while (records_.makers().size() > limit_) drop(records_.makers().rbegin()->first, "there are newer ones");
+}
+
+void UndoService::dropRecordsOf(unsigned int maker) {
+  const Records::Makers all = records_.makers();
+  for (const auto& [id, its] : all)
+    if (its == maker) drop(id, serviceText(maker) + " has ended");
+}
+
+// While this service was away, nobody told it who ended.
+void UndoService::dropRecordsOfTheGone() {
+  std::set<unsigned int> makers;
+  for (const auto& [id, maker] : records_.makers())
+    if (isPicked(maker)) makers.insert(maker);
+  std::set<unsigned int> connected;
+  if (makers.empty() || !readServices(connected)) return;
+  for (const unsigned int maker : makers)
+    if (!connected.contains(maker)) dropRecordsOf(maker);
+}
+
+// The ids in the loader's table; false when it does not answer.
+bool UndoService::readServices(std::set<unsigned int>& connected) {
+  for (unsigned int next = 0;;) {
+    kl::message m;
+    m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+    m.insert(kl::STD_GETALLID, next);
+    const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, kLoaderTicks);
+    if (kl::isError(reply)) return false;
+    for (const kl::message service : reply.get(kl::STD_OBJS, {}))
+      connected.insert(service.get(kl::STD_ID, kl::BADID));
+    if (!reply.has(kl::STD_GETALLID)) return true;
+    next = reply.get(kl::STD_GETALLID, 0);
+  }
+}
+
+}  // namespace undo

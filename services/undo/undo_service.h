@@ -1,0 +1,47 @@
+#pragma once
+// undo_service.h: the process that keeps the undo records.
+
+#include <set>
+#include <string>
+
+#include "kl/looper.h"
+#include "records.h"
+
+namespace undo {
+
+// Service 17; kl/services.h says what it answers.
+//
+// Errors:    as kl::Looper.  What it refuses or drops it logs.
+// Ownership: one in a process.
+// Threads:   one.
+// Cost:      that of the records.
+class UndoService : public kl::Looper {
+ public:
+  UndoService();
+
+ private:
+  void handleCmd(const kl::message& request, unsigned int command) override;
+  kl::message cmdAddObj(const kl::message& request) override;
+  kl::message cmdSetObj(const kl::message& request, unsigned int id) override;
+  kl::message cmdGetObj(const kl::message& request, unsigned int id) override;
+  kl::message cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) override;
+  kl::message cmdGetCount(const kl::message& request) override;
+  kl::message cmdRemoveObj(const kl::message& request, unsigned int id) override;
+  void cmdDisconnected(const kl::message& m) override;
+  kl::message getObject(unsigned int id) override;
+  bool checkPolicy(const kl::message& request) override;
+
+  void start(const kl::message& request);
+  void onAnswer(const kl::message& reply, const kl::message& request);
+  void drop(unsigned int id, const std::string& reason);
+  void dropSurplus();
+  void dropRecordsOf(unsigned int maker);
+  void dropRecordsOfTheGone();
+  bool readServices(std::set<unsigned int>& connected);
+
+  std::size_t limit_;
+  Records records_;
+  std::set<unsigned int> running_;  // the records that are being undone
+};
+
+}  // namespace undo
