@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured, as tables with the aims beside the figures.
 
-usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--router JSON] [--sizes FILE] [--text BYTES]
+usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--allocator JSON]
+                [--router JSON] [--sizes FILE] [--text BYTES]
 
 JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
 A figure that misses its aim is marked with "<-".
@@ -32,6 +33,8 @@ GROWTH_AIM = 1.5
 TEXT_AIM = 160 * 1024
 SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
              "first block of a message with one number": 1032}
+
+ALLOCATOR_AIMS = {"1,000 free ranges": 5, "100,000 free ranges": 8}
 
 # Router figures: the ratio to the relay, and whether more is better.
 ROUTER_AIMS = {
@@ -164,6 +167,7 @@ def main():
     parser.add_argument("--counts")
     parser.add_argument("--loop")
     parser.add_argument("--log")
+    parser.add_argument("--allocator")
     parser.add_argument("--router")
     parser.add_argument("--sizes")
     parser.add_argument("--text", type=int)
@@ -177,6 +181,8 @@ def main():
         print_pairs("Event loop", medians(options.loop), {}, {})
     if options.log:
         print_log(medians(options.log))
+    if options.allocator:
+        print_pairs("Identifiers", medians(options.allocator), ALLOCATOR_AIMS, {})
     if options.router:
         print_router(medians(options.router))
     print_sizes(options.sizes, options.text)
