@@ -58,7 +58,7 @@ OWN_FRAME void writeToNull() {
 
 OWN_FRAME void runIllegalInstruction() {
   doNothing();
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
   asm volatile("ud2");
 #elif defined(__aarch64__)
   asm volatile(".inst 0");

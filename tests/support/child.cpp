@@ -54,6 +54,13 @@ void readBoth(int outFd, int errFd, ChildResult& result) {
   ::_exit(0);
 }
 
+// An emulator adds a line of its own when a signal ends the program.
+void removeEmulatorsLine(std::string& text) {
+  const auto begin = text.find("qemu: uncaught target signal ");
+  if (begin == std::string::npos) return;
+  text.erase(begin, text.find('\n', begin) + 1 - begin);
+}
+
 }  // namespace
 
 ChildResult runInChild(const std::function<void()>& body) {
@@ -74,6 +81,7 @@ ChildResult runInChild(const std::function<void()>& body) {
   }
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
+  removeEmulatorsLine(result.err);
   return result;
 }
 

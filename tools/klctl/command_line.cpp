@@ -3,6 +3,7 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 
 #include "dictionary.h"
 #include "failure.h"
@@ -125,7 +126,7 @@ class Parser {
     if (!(words_.timeoutSeconds >= kShortestTimeout && words_.timeoutSeconds <= kLongestTimeout)) {
       throw usage("--timeout takes seconds, from 0.01 to 1000000");
     }
-    line_.timeout = std::chrono::milliseconds(static_cast<long long>(words_.timeoutSeconds * 1000));
+    line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
     if (line_.fields.empty()) line_.fields = dictionaryFolder();
     if (line_.verb == Verb::kServices || line_.verb == Verb::kDump) return;
     if (isUndo(line_.verb)) {

@@ -44,8 +44,8 @@ class Descriptor {
 // A loader that accepts nobody fills its backlog and would block connect(): 0 switches the limit off again.
 void limitSending(int fd, milliseconds limit) {
   timeval time{};
-  time.tv_sec = limit.count() / 1000;
-  time.tv_usec = limit.count() % 1000 * 1000;
+  time.tv_sec = static_cast<time_t>(limit.count() / 1000);
+  time.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
   (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 

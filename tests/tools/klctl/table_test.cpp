@@ -48,7 +48,7 @@ TEST(TableForm, TheElementsOfAnArrayStandBelowEachOther) {
 TEST(TableForm, WhereTheLinesWouldNotFitObjectsStandBelowEachOther) {
   const std::vector<Json> objects = {Json::parse(R"({"id": 1, "name": "eth0", "hidden": 7})"),
                                      Json::parse(R"({"id": 2, "name": "\u00e9th1"})")};
-  ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+  if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "this C library has no C.UTF-8";
   const std::string beside = "id name\n 1 eth0\n 2 \xc3\xa9th1\n";
   EXPECT_EQ(objectsTable(objects, {"id", "name"}, 7), beside);
   EXPECT_EQ(objectsTable(objects, {"id", "name"}, 6),
