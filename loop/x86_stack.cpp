@@ -2,9 +2,9 @@
 //
 // A function with a frame pointer begins with pushing it, which leaves the address of its caller's frame beside its
 // own return address.  The C library is built without frame pointers and uses the register as it likes, so a signal
-// inside it (abort, above all) finds no chain there.  Then the stack is searched upward for the first frame of a
-// function that has one, and what looks like a return address on the way is shown: a word behind a call instruction.
-// A stale word may be among them; without them the function that called abort would be missing.
+// inside it (abort, above all) finds no chain there.  Then the stack is searched upward for the frames of functions
+// that have one, and what looks like a return address on the way is shown: a word behind a call instruction.  A
+// stale word may be among them; without them the function that called abort would be missing.
 //
 // A function that calls nothing has no frame of its own, and a call through a bad pointer ends before there is one: then
 // the return address still lies at the stack pointer.
@@ -17,6 +17,7 @@ namespace {
 constexpr std::uintptr_t kWord = sizeof(std::uintptr_t);
 constexpr std::uintptr_t kLongestSearch = 65536;  // bytes of stack
 constexpr std::size_t kLongestCall = 7;
+constexpr std::size_t kLongestChain = 256;  // frames
 
 struct Frame {
   std::uintptr_t next;
@@ -48,43 +49,66 @@ bool holdsReturnAddress(std::uintptr_t place, const SafeMemory& memory) {
   return memory.read(place, frame) && isReturnAddress(frame.returnAddress, memory);
 }
 
-// A frame and its caller's: one alone may be what an earlier call left behind.
-bool beginsChain(std::uintptr_t place, std::uintptr_t top, const SafeMemory& memory) {
+// Frames that lead from one to the next.
+struct Chain {
+  std::uintptr_t begin = 0;
+  std::uintptr_t next = 0;  // its second frame
+  std::uintptr_t end = 0;   // its last frame
+  std::size_t length = 0;
+};
+
+Chain chainFrom(std::uintptr_t place, std::uintptr_t top, const SafeMemory& memory) {
+  Chain chain;
+  chain.begin = place;
   Frame frame;
-  return memory.read(place, frame) && isPlace(frame.next, place + sizeof frame, top) &&
-         isReturnAddress(frame.returnAddress, memory) && holdsReturnAddress(frame.next, memory);
+  while (chain.length < kLongestChain && memory.read(place, frame) &&
+         isReturnAddress(frame.returnAddress, memory)) {
+    chain.end = place;
+    ++chain.length;
+    if (chain.length == 1) chain.next = frame.next;
+    if (!isPlace(frame.next, place + sizeof frame, top)) break;
+    place = frame.next;
+  }
+  return chain;
 }
 
-bool isFull(const WalkStart& start) { return start.callSiteCount == start.callSites.size(); }
+// One frame alone may be what an earlier call left behind.  So may a whole chain; but that ends sooner, or it leads
+// into the chain of the functions that run and leaves some of their frames out.
+bool isBetter(const Chain& chain, const Chain& other) {
+  if (chain.length < 2) return false;
+  return chain.end != other.end ? chain.end > other.end : chain.length >= other.length;
+}
 
-// What an earlier call left behind may lead into the chain, over the frames of those that run now.  A frame between
-// the two is nearer; the return address of the one that it replaces is kept.
-std::uintptr_t nearestFrame(std::uintptr_t found, std::uintptr_t end, std::uintptr_t top,
-                            const SafeMemory& memory, WalkStart& start) {
-  Frame frame;
-  if (!memory.read(found, frame)) return found;
-  for (std::uintptr_t place = found + sizeof frame; place < frame.next && place < end; place += kWord) {
-    if (!beginsChain(place, top, memory)) continue;
-    if (isFull(start)) return found;
-    start.callSites[start.callSiteCount++] = frame.returnAddress;
-    return nearestFrame(place, end, top, memory, start);
+Chain bestChain(std::uintptr_t begin, std::uintptr_t end, std::uintptr_t top, const SafeMemory& memory) {
+  Chain best;
+  std::uintptr_t member = 0;  // the next frame of the best chain, whose own chain is shorter
+  for (std::uintptr_t place = begin; place < end; place += kWord) {
+    Frame frame;
+    if (!memory.read(place, frame)) break;
+    if (place == member) {
+      member = frame.next;
+      continue;
+    }
+    if (!isPlace(frame.next, place + sizeof frame, top)) continue;
+    const Chain chain = chainFrom(place, top, memory);
+    if (!isBetter(chain, best)) continue;
+    best = chain;
+    member = chain.next;
   }
-  return found;
+  return best;
 }
 
 WalkStart searchStack(std::uintptr_t stackPointer, std::uintptr_t top, const SafeMemory& memory) {
+  const std::uintptr_t limit = top - stackPointer < kLongestSearch ? top : stackPointer + kLongestSearch;
   WalkStart start;
-  const std::uintptr_t end = top - stackPointer < kLongestSearch ? top : stackPointer + kLongestSearch;
+  start.frame = bestChain(stackPointer, limit, top, memory).begin;
+  const std::uintptr_t end = start.frame != 0 ? start.frame : limit;
   for (std::uintptr_t place = stackPointer; place < end; place += kWord) {
     std::uintptr_t word = 0;
     if (!memory.read(place, word)) break;
-    if (beginsChain(place, top, memory)) {
-      start.frame = nearestFrame(place, end, top, memory, start);
-      break;
-    }
     if (!isReturnAddress(word, memory)) continue;
     start.callSites[start.callSiteCount++] = word;
-    if (isFull(start)) break;
+    if (start.callSiteCount == start.callSites.size()) break;
   }
   return start;
 }
