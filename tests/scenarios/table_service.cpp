@@ -125,7 +125,11 @@ class Table : public kl::Handler {
 
   kl::message changeAtRandom(const kl::message& request) {
     std::uniform_int_distribution<unsigned int> any(0, request.get(table::FIRST, 1) - 1);
-    for (unsigned int n = request.get(table::COUNT, 0); n > 0; --n) raise(any(random_));
+    for (unsigned int n = request.get(table::COUNT, 0); n > 0; --n) {
+      const unsigned int id = any(random_);
+      objects_[id].insert(table::PAYLOAD, request.get(table::PAYLOAD, {}));
+      raise(id);
+    }
     sendChanges();
     return {};
   }

@@ -8,10 +8,13 @@
 //     CMD_SETOBJ      makes or changes the object; with HOLD only when the next CMD_SETOBJ without it comes
 //     CMD_GETCOUNT    STD_GETALLNO: how many objects; SUBSCRIPTIONS: how many records; HELD; DIGEST of the table
 //     CMD_SET         changes the objects from FIRST on, COUNT of them, one after the other
-//     CMD_START       COUNT changes of objects below FIRST, at random, and returns when all were told
+//     CMD_START       COUNT changes of objects below FIRST, at random, with this PAYLOAD; returns when all were told
 //     CMD_CANCEL      no further changes by itself
 //     NOTIFY_OWN      tells whoever subscribed with this command
 //     SEND_OBJECTS    tells the STD_OBJS of the request; STD_GETALLNO: how many of them one notification took
+//
+// kl-test-subscribers has handlers with the numbers from 1 on, each with a subscription and a copy of its own, and answers
+// CMD_GETCOUNT with the NOTIFICATIONS that came and the DIGEST of the copy.
 
 #include <map>
 
@@ -30,6 +33,8 @@ inline constexpr kl::field<unsigned int> COUNT{0x08000005};
 inline constexpr kl::field<unsigned long long> DIGEST{0x10000006};
 inline constexpr kl::field<unsigned int> SUBSCRIPTIONS{0x08000007};
 inline constexpr kl::field<unsigned int> HELD{0x08000008};
+
+inline constexpr kl::field<unsigned int> NOTIFICATIONS{0x08000009};
 
 inline constexpr unsigned int NOTIFY_OWN = 0x60001;
 inline constexpr unsigned int SEND_OBJECTS = 0x60002;
