@@ -1,5 +1,6 @@
 #include "line_text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -35,8 +36,8 @@ std::string textOf(const Line& line, const TopicNames& names) {
 }
 
 std::string harmless(const std::string& text) {
+  if (std::all_of(text.begin(), text.end(), isHarmless)) return text;
   std::string result;
-  result.reserve(text.size());
   char code[8];
   for (const char c : text) {
     if (isHarmless(c)) {
