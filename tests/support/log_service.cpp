@@ -43,6 +43,15 @@ bool LogService::accept() {
   return connection_ >= 0;
 }
 
+bool LogService::acceptNewest() {
+  const bool found = accept();
+  for (int newer; (newer = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
+    hangUp();
+    connection_ = newer;
+  }
+  return found;
+}
+
 std::vector<unsigned char> LogService::receive() {
   std::vector<unsigned char> all;
   std::vector<unsigned char> some(1 << 16);

@@ -17,6 +17,8 @@ class LogService {
 
   // Takes the connection that the client has made; false if it has made none.
   bool accept();
+  // The same with the last of the connections that clients have made; the others end.
+  bool acceptNewest();
   // What has come since the last call, as bytes or in hexadecimal digits.
   std::vector<unsigned char> receive();
   std::string received();
