@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "kl/store.h"
+#include "store/change.h"
+#include "store/descriptor.h"
 #include "store/file_io.h"
 #include "store/format.h"
 #include "store/index_reader.h"
@@ -72,10 +74,11 @@ void Store::compact(bool convert) {
     closeData();
     return;
   }
+  Change::catchUp(*this);
   NewFiles fresh(path_);
   if (!fresh.create()) return;
   if (!Compaction(*this, fresh, convert).copyLiveSlots()) return restart();
-  if (!fresh.commit()) {
+  if (!fresh.commit(internals_->lock, internals_->durability == Durability::kPowerLoss)) {
     reportStore("STORE: compact write failed");
     return restart();
   }
@@ -83,11 +86,13 @@ void Store::compact(bool convert) {
   closeData();
   idxFd_ = fresh.takeIdx();
   dataFd_ = fresh.takeData();
+  internals_->ids = {inodeOf(idxFd_), inodeOf(dataFd_)};
 }
 
 bool Store::Compaction::copyLiveSlots() {
   store_.freeBytes_ = store_.slotCount_ = store_.dataSize_ = store_.freeCount_ = 0;
   store_.internals_->freeSlots.clear();
+  store_.internals_->unwrittenSlots.clear();
   IndexReader index(store_.idxFd_);
   while (const unsigned char* bytes = index.next()) {
     const SlotRecord record = decodeSlot(bytes, order_);

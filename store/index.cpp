@@ -2,6 +2,9 @@
 //
 // An index belongs to its data file if the sizes of its slots add up to that file's length.  If they do not,
 // the index may be one of the older layout; if they do not in that layout either, it is unusable.
+//
+// A writer passes through states in which they do not.  So a store is first loaded without the lock and without a
+// word; only if that fails, the lock is taken, what was left half done is finished, and the store is loaded again.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,11 +15,36 @@
 #include "store/format.h"
 #include "store/index_reader.h"
 #include "store/internals.h"
+#include "store/new_files.h"
+#include "store/recovery.h"
 #include "store/report.h"
 
 namespace kl {
+namespace {
+
+// Nothing is under way: the lock file is empty, and there are no files of a compaction.
+bool isAtRest(const std::string& path) {
+  struct stat file;
+  return (::stat((path + ".lock").c_str(), &file) != 0 || file.st_size == 0) &&
+         ::stat((path + ".dat.new").c_str(), &file) != 0;
+}
+
+}  // namespace
 
 bool Store::readIndex(bool convert) {
+  const bool wasOpen = idxFd_ >= 0;
+  if (!convert && Internals::looksWhole(*this)) return true;
+  if (!wasOpen) closeIdx();  // it may have been replaced
+  const LockHold hold(internals_->lock);
+  if (!convert && internals_->lock.isHeld()) {
+    recoverLengths(path_, internals_->lock.fd());
+    internals_->lock.setDurableBytes(0);
+    NewFiles::removeLeftOvers(path_);
+  }
+  return loadIndex(convert);
+}
+
+bool Store::loadIndex(bool convert) {
   cleanup();
   if (!openIdx() || !decodeIndex(convert)) return false;
   struct stat data;
@@ -28,7 +56,7 @@ bool Store::readIndex(bool convert) {
     if (convert) compact(true);
     return true;
   }
-  if (!convert) return readIndex(true);
+  if (!convert) return loadIndex(true);
   reportStore("STORE: readIndex size mismatch");
   return false;
 }
@@ -38,6 +66,7 @@ void Store::restart() {
   closeIdx();
   closeData();
   cleanup();
+  if (internals_->lock.isHeld()) internals_->lock.dropRecords(0);
   if (!createEmpty(".dat")) reportStore("STORE: restart open .dat failed");
   else if (!createEmpty(".idx")) reportStore("STORE: restart open .idx failed");
 }
@@ -48,15 +77,28 @@ void Store::deleteFiles() {
 }
 
 bool Store::decodeIndex(bool convert) {
-  const ByteOrder order = convert ? ByteOrder::kBig : ByteOrder::kLittle;
-  IndexReader index(idxFd_);
+  const IndexReader::End end = Internals::readSlots(*this, convert ? ByteOrder::kBig : ByteOrder::kLittle);
+  if (end == IndexReader::End::kSeekFailed) reportStore("STORE: readIndex lseek failed");
+  if (end == IndexReader::End::kReadFailed) reportStore("STORE: readIndex read failed");
+  return end == IndexReader::End::kReached;
+}
+
+IndexReader::End Store::Internals::readSlots(Store& store, ByteOrder order) {
+  IndexReader index(store.idxFd_);
   while (const unsigned char* bytes = index.next()) {
     const SlotRecord record = decodeSlot(bytes, order);
-    addSlot(record.id, record.size, record.lifetime);
+    store.addSlot(record.id, record.size, record.lifetime);
   }
-  if (index.end() == IndexReader::End::kSeekFailed) reportStore("STORE: readIndex lseek failed");
-  if (index.end() == IndexReader::End::kReadFailed) reportStore("STORE: readIndex read failed");
-  return index.end() == IndexReader::End::kReached;
+  return index.end();
+}
+
+bool Store::Internals::looksWhole(Store& store) {
+  store.cleanup();
+  struct stat data;
+  return isAtRest(store.path_) && openIdx(store) &&
+         readSlots(store, ByteOrder::kLittle) == IndexReader::End::kReached &&
+         ::stat((store.path_ + ".dat").c_str(), &data) == 0 &&
+         data.st_size == static_cast<off_t>(store.dataSize_) && isAtRest(store.path_);
 }
 
 void Store::addSlot(unsigned int id, unsigned int size, unsigned int lifetime) {

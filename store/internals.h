@@ -2,19 +2,40 @@
 // internals.h: what a store holds beside what kl/store.h shows.
 
 #include <string>
+#include <vector>
 
 #include "kl/store.h"
 #include "store/file_lock.h"
 #include "store/free_slots.h"
+#include "store/index_reader.h"
+#include "store/intent.h"
 
 namespace kl {
 
 struct __attribute__((visibility("hidden"))) Store::Internals {
-  explicit Internals(const std::string& path) : lock(path) {}
+  Internals(const std::string& path, Durability wanted) : lock(path), durability(wanted) {}
+
+  // Open a file that exists, once, without a word.
+  static bool openIdx(Store& store);
+  static bool openData(Store& store);
+
+  // Loads the index without the lock and without a word.  False if anything is amiss.
+  static bool looksWhole(Store& store);
+  // Adds every slot of the index.
+  static IndexReader::End readSlots(Store& store, ByteOrder order);
 
   FreeSlots freeSlots;
   FileLock lock;
+  Durability durability;
+  FileIds ids;                    // of the files that are open
   Runner* timerRunner = nullptr;  // that the two timers belong to; only compared
+  unsigned int changes = 0;       // that are under way
+  bool isFlushWanted = false;     // at the end of the change, in a process without a Runner
+
+  // Free slots at the end that the index file has no record of yet, because it took no more.
+  std::vector<Entry> unwrittenSlots;
+  // Free slots that the index file still has under an id, because it took no write.
+  std::vector<Entry> unfreedSlots;
 };
 
 }  // namespace kl

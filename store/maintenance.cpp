@@ -23,14 +23,29 @@ constexpr unsigned int kBloatedShareShift = 3;  // an eighth
 
 void Store::flush() {
   if (isPending(flushTimer_)) return;
+  if (getRunner() == nullptr && internals_->changes > 0) {
+    internals_->isFlushWanted = true;
+    return;
+  }
   if (getRunner() == nullptr) return doFlush();
   startTimer(flushTimer_, bind<Store, &Store::doFlush>(), kFlushDelayTicks);
 }
 
 void Store::doFlush() {
   flushTimer_ = TimerPtr();
+  if (internals_->durability == Durability::kPowerLoss) return flushUnderLock();
   (void)::fsync(idxFd_);
   (void)::fsync(dataFd_);
+}
+
+// The durable record goes when the files' lengths are durable themselves, before anybody appends again.
+void Store::flushUnderLock() {
+  const LockHold hold(internals_->lock);
+  (void)::fsync(idxFd_);
+  (void)::fsync(dataFd_);
+  if (!internals_->lock.isHeld()) return;
+  internals_->lock.dropRecords(0);
+  (void)::fsync(internals_->lock.fd());
 }
 
 void Store::checkForBloat() {

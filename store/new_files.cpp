@@ -1,24 +1,48 @@
 // The pair of files that a compaction writes beside the old ones.
+//
+// Both are synced, then a record in the lock file says that they are whole, then they are renamed.  Without the record
+// the old pair counts, with it the new one.
 
 #include "store/new_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <utility>
 
+#include "store/descriptor.h"
 #include "store/file_io.h"
 #include "store/report.h"
 
 namespace kl {
+namespace {
+
+bool putInPlace(const std::string& basePath, const char* suffix) {
+  const std::string name = basePath + suffix;
+  return std::rename((name + ".new").c_str(), name.c_str()) == 0;
+}
+
+// 0, which no file has, if there is none.
+unsigned long long inodeOfPath(const std::string& path) {
+  struct stat file;
+  return ::stat(path.c_str(), &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+void syncFolder(const std::string& basePath) {
+  const std::size_t slash = basePath.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : basePath.substr(0, slash + 1);
+  const Descriptor opened(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  if (opened) (void)::fsync(opened.fd());
+}
+
+}  // namespace
 
 NewFiles::~NewFiles() {
   if (idxFd_ >= 0) ::close(idxFd_);
   if (dataFd_ >= 0) ::close(dataFd_);
-  if (areInPlace_) return;
-  (void)::unlink(name(".idx.new").c_str());
-  (void)::unlink(name(".dat.new").c_str());
+  if (!areInPlace_) removeLeftOvers(path_);
 }
 
 bool NewFiles::create() {
@@ -32,12 +56,33 @@ bool NewFiles::create() {
   return idxFd_ >= 0;
 }
 
-bool NewFiles::commit() {
+bool NewFiles::commit(FileLock& lock, bool isSynced) {
   (void)::fsync(idxFd_);
   (void)::fsync(dataFd_);
-  areInPlace_ = std::rename(name(".dat.new").c_str(), name(".dat").c_str()) == 0 &&
-                std::rename(name(".idx.new").c_str(), name(".idx").c_str()) == 0;
+  if (lock.isHeld()) {
+    const CommitBytes record = encodeCommit({inodeOf(idxFd_), inodeOf(dataFd_)});
+    (void)writeAt(lock.fd(), {record.data(), record.size()}, static_cast<off_t>(lock.durableBytes()));
+    if (isSynced) (void)::fsync(lock.fd());
+  }
+  areInPlace_ = putInPlace(path_, ".dat") && putInPlace(path_, ".idx");
+  syncFolder(path_);
+  if (lock.isHeld()) {
+    lock.dropRecords(0);
+    if (isSynced) (void)::fsync(lock.fd());
+  }
   return areInPlace_;
+}
+
+void NewFiles::finishCommit(const std::string& basePath, const FileIds& ids) {
+  if (inodeOfPath(basePath + ".dat.new") == ids.data) (void)putInPlace(basePath, ".dat");
+  if (inodeOfPath(basePath + ".idx.new") == ids.idx) (void)putInPlace(basePath, ".idx");
+  syncFolder(basePath);
+}
+
+// The data file last: it is the one that an opener looks for.
+void NewFiles::removeLeftOvers(const std::string& basePath) {
+  (void)::unlink((basePath + ".idx.new").c_str());
+  (void)::unlink((basePath + ".dat.new").c_str());
 }
 
 int NewFiles::takeIdx() { return std::exchange(idxFd_, -1); }

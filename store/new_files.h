@@ -3,6 +3,9 @@
 
 #include <string>
 
+#include "store/file_lock.h"
+#include "store/intent.h"
+
 namespace kl {
 
 // P.dat.new and P.idx.new.  They are removed again unless they took the places of P.dat and P.idx.
@@ -16,8 +19,14 @@ class NewFiles {
   // False, with a line, if one of the two cannot be made.
   bool create();
 
-  // Make both durable and put them in the places of the old files.  False if a file stayed where it was.
-  bool commit();
+  // Makes both durable and puts them in the places of the old files; killed half way through, whoever takes the
+  // lock next finishes it.  `isSynced`: that holds for a loss of power, too.  False if a file stayed where it was.
+  bool commit(FileLock& lock, bool isSynced);
+
+  // Finishes a commit of these files.  Needs: the lock.
+  static void finishCommit(const std::string& basePath, const FileIds& ids);
+  // Removes what a compaction that was killed before its commit left.  Needs: the lock.
+  static void removeLeftOvers(const std::string& basePath);
 
   // Descriptors that are the caller's from here on.
   int takeIdx();

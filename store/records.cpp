@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "kl/store.h"
+#include "store/descriptor.h"
 #include "store/file_io.h"
 #include "store/format.h"
 #include "store/internals.h"
@@ -20,10 +21,16 @@ void closeOnce(int& fd) {
   fd = -1;
 }
 
-bool openOnce(int& fd, const std::string& path, const char* failure) {
-  if (fd < 0) fd = openFile(path.c_str(), O_RDWR);
-  if (fd < 0) reportStore(failure);
+bool openOnce(int& fd, const std::string& path, unsigned long long& inode) {
+  if (fd >= 0) return true;
+  fd = openFile(path.c_str(), O_RDWR);
+  if (fd >= 0) inode = inodeOf(fd);
   return fd >= 0;
+}
+
+bool reportUnless(bool succeeded, const char* failure) {
+  if (!succeeded) reportStore(failure);
+  return succeeded;
 }
 
 message unreadable(const char* failure) {
@@ -54,10 +61,13 @@ bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& byte
 bool Store::writeIndexent(unsigned int id, Entry& e) {
   const LockBracket bracket(internals_->lock);
   (void)openIdx();
+  if (!internals_->unwrittenSlots.empty() && e.slot >= internals_->unwrittenSlots.front().slot)
+    return reportUnless(false, "STORE: writeIndexent write failed");  // it would leave a gap
   const SlotBytes record = encodeSlot({id, e.size, e.lifetime});
   const off_t place = static_cast<off_t>(e.slot) * static_cast<off_t>(kSlotRecordBytes);
   const ssize_t written = writeAt(idxFd_, {record.data(), record.size()}, place);
   if (hasWritten(written, record.size())) {
+    std::erase_if(internals_->unfreedSlots, [&e](const Entry& slot) { return slot.slot == e.slot; });
     flush();
     return true;
   }
@@ -66,10 +76,18 @@ bool Store::writeIndexent(unsigned int id, Entry& e) {
   return false;
 }
 
-bool Store::openIdx() { return openOnce(idxFd_, path_ + ".idx", "STORE: openIdx failed"); }
-bool Store::openData() { return openOnce(dataFd_, path_ + ".dat", "STORE: openData failed"); }
+bool Store::openIdx() { return reportUnless(Internals::openIdx(*this), "STORE: openIdx failed"); }
+bool Store::openData() { return reportUnless(Internals::openData(*this), "STORE: openData failed"); }
 void Store::closeIdx() { closeOnce(idxFd_); }
 void Store::closeData() { closeOnce(dataFd_); }
+
+bool Store::Internals::openIdx(Store& store) {
+  return openOnce(store.idxFd_, store.path_ + ".idx", store.internals_->ids.idx);
+}
+
+bool Store::Internals::openData(Store& store) {
+  return openOnce(store.dataFd_, store.path_ + ".dat", store.internals_->ids.data);
+}
 
 // Reads `expectedBytes` at once and what the record has more, if any, with a second call.
 message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {

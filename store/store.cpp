@@ -14,7 +14,9 @@
 #include "kl/store.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "store/change.h"
 #include "store/format.h"
 #include "store/internals.h"
 #include "store/report.h"
@@ -31,10 +33,13 @@ void makeParentFolders(const std::string& path) {
 
 }  // namespace
 
-Store::Store(const std::string& path, unsigned int lifetime)
-    : path_(path), defaultLifetime_(lifetime), internals_(std::make_unique<Internals>(path)) {
+Store::Store(const std::string& path, unsigned int lifetime, Durability durability)
+    : path_(path), defaultLifetime_(lifetime), internals_(std::make_unique<Internals>(path, durability)) {
   makeParentFolders(path);
-  if (!readIndex(false)) restart();
+  if (!Internals::looksWhole(*this)) {
+    const LockHold hold(internals_->lock);
+    if (!readIndex(false)) restart();
+  }
   checkForBloat();
 }
 
@@ -49,22 +54,10 @@ void Store::set(unsigned int id, const message& m) {
   std::vector<unsigned char> bytes;
   m.flatten(bytes);
   const auto needBytes = static_cast<unsigned int>(bytes.size() + kLengthBytes);
-
-  const auto [place, isNew] = entries_.try_emplace(id);
-  Entry& entry = place->second;
-  if (isNew) {
-    entry.lifetime = defaultLifetime_;
-  } else if (entry.size >= needBytes) {
-    (void)writeMsg(entry.offset, bytes);
-    return;
-  } else {
-    (void)writeIndexent(kFreeId, entry);
-    internals_->freeSlots.pushBack(entry, true);
-    countFreed(entry);
-  }
-  placeEntry(entry, needBytes);
-  if (writeIndexent(id, entry) && writeMsg(entry.offset, bytes)) return checkForBloat();
-  dropUnwritten(place);
+  const auto [entry, isNew] = entries_.try_emplace(id);
+  if (isNew) entry->second.lifetime = defaultLifetime_;
+  if (!isNew && entry->second.size >= needBytes) return rewrite(entry->second, bytes);
+  if (moveAndWrite(entry, isNew, bytes)) checkForBloat();
 }
 
 message Store::get(unsigned int id) {
@@ -76,7 +69,7 @@ message Store::get(unsigned int id) {
 bool Store::remove(unsigned int id) {
   const auto found = entries_.find(id);
   if (found == entries_.end()) return false;
-  (void)writeIndexent(kFreeId, found->second);
+  freeOnDisk(id, found->second);
   // Kept on purpose: remove() frees to the front, set() and readIndex() to the back; the next search for a
   // place meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
   internals_->freeSlots.pushFront(found->second, true);
@@ -90,6 +83,9 @@ void Store::touch(unsigned int id, unsigned int lifetime) {
   const auto found = entries_.find(id);
   if (found == entries_.end()) return;
   found->second.lifetime = lifetime;
+  Change change(*this);
+  change.willWriteSlot(id, found->second);
+  change.announce();
   (void)writeIndexent(id, found->second);
 }
 
@@ -107,6 +103,8 @@ void Store::age() {
 void Store::cleanup() {
   entries_.clear();
   internals_->freeSlots.clear();
+  internals_->unwrittenSlots.clear();
+  internals_->unfreedSlots.clear();
   dataSize_ = slotCount_ = freeBytes_ = freeCount_ = 0;
 }
 
@@ -115,28 +113,81 @@ void Store::countFreed(const Entry& entry) {
   freeBytes_ += entry.size;
 }
 
-// First fit among the free slots, else a new slot behind the last one.
-void Store::placeEntry(Entry& entry, unsigned int needBytes) {
+void Store::rewrite(const Entry& entry, const std::vector<unsigned char>& bytes) {
+  Change change(*this);
+  change.willWriteRecord(entry.offset, bytes);
+  change.announce();
+  (void)writeMsg(entry.offset, bytes);
+}
+
+void Store::freeOnDisk(unsigned int id, Entry& entry) {
+  Change change(*this);
+  change.willFreeSlot(id, entry);
+  change.announce();
+  change.freeSlot(entry);
+}
+
+// Gives the entry a place, leaving the old one if it has one, and writes it there.
+bool Store::moveAndWrite(Entries::iterator at, bool isNew, const std::vector<unsigned char>& bytes) {
+  const unsigned int id = at->first;
+  Entry& entry = at->second;
+  Entry left = entry;
+  Change change(*this);
+  if (!isNew) {
+    internals_->freeSlots.pushBack(left, true);
+    countFreed(left);
+    change.willFreeSlot(id, left);
+  }
+  const bool isAppended = placeEntry(entry, static_cast<unsigned int>(bytes.size() + kLengthBytes));
+  if (isAppended) change.willAppend(entry);
+  change.willWriteSlot(id, entry);
+  change.willWriteRecord(entry.offset, bytes);
+  change.announce();
+
+  if (!isNew) change.freeSlot(left);
+  const bool isIndexed = writeIndexent(id, entry);
+  if (isIndexed && writeMsg(entry.offset, bytes)) return true;
+  if (isAppended) dropAppended(entry, isIndexed);
+  else change.freeSlot(entry);
+  dropUnwritten(at);
+  return false;
+}
+
+// First fit among the free slots, else a new slot behind the last one.  Says whether it is a new one.
+bool Store::placeEntry(Entry& entry, unsigned int needBytes) {
   FreeSlots::Slot found;
-  if (internals_->freeSlots.takeFirstFit(needBytes, found)) {
-    entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
-    if (found.counted) {  // S3
-      --freeCount_;
-      freeBytes_ -= entry.size;
-    }
-  } else {
+  if (!internals_->freeSlots.takeFirstFit(needBytes, found)) {
     entry = {dataSize_, needBytes, slotCount_, entry.lifetime};
     dataSize_ += needBytes;
     ++slotCount_;
+    return true;
   }
+  entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
+  if (found.counted) {  // S3
+    --freeCount_;
+    freeBytes_ -= entry.size;
+  }
+  return false;
 }
 
 // Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is
 // gone, and so is what it held before.  Held by StoreFaults.ASetThatFailsLeavesAFreeSlotThatDoesNotCount.
-void Store::dropUnwritten(Entries::iterator entry) {
-  (void)writeIndexent(kFreeId, entry->second);
-  internals_->freeSlots.pushBack(entry->second, false);
-  entries_.erase(entry);
+void Store::dropUnwritten(Entries::iterator at) {
+  internals_->freeSlots.pushBack(at->second, false);
+  entries_.erase(at);
+}
+
+// Frees the last slot, which could not be filled.
+void Store::dropAppended(Entry& last, bool isIndexed) {
+  if (writeIndexent(kFreeId, last) || isIndexed) growDataOver(last);
+  else internals_->unwrittenSlots.push_back(last);
+}
+
+// The data file is as long as the index says although the last slot was never filled.
+void Store::growDataOver(const Entry& last) {
+  if (dataFd_ >= 0 && ::ftruncate(dataFd_, static_cast<off_t>(dataSize_)) == 0) return;
+  (void)::ftruncate(idxFd_, static_cast<off_t>(last.slot) * static_cast<off_t>(kSlotRecordBytes));
+  internals_->unwrittenSlots.push_back(last);
 }
 
 }  // namespace kl

@@ -48,10 +48,17 @@ class KL_API Store {
   };
   using Entries = std::map<unsigned int, Entry>;
 
+  // What a loss of power may cost.
+  enum class Durability {
+    kFlushed,  // whatever the file system loses of what was not synced; the store, if the files' lengths part
+    kPowerLoss,  // what was changed since the last flush, never the store.  One more sync with the first new slot
+                 // after a flush, one more with each flush.
+  };
+
   // Opens the store P = `path` or makes an empty one, parent directories included.  Files that disagree with
   // each other, or that cannot be read, are replaced by empty ones.  `lifetime` is what an entry gets when it
   // is first stored.
-  Store(const std::string& path, unsigned int lifetime);
+  Store(const std::string& path, unsigned int lifetime, Durability durability = Durability::kFlushed);
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
   // Closes the files.  What was changed last is in them, but not made durable.
@@ -123,14 +130,22 @@ class KL_API Store {
  private:
   struct Internals;  // the free slots and the lock
   class Compaction;  // one pass over the files
+  class Change;      // one set, remove or touch of the files
 
   void countFreed(const Entry& entry);
-  void placeEntry(Entry& entry, unsigned int needBytes);
-  void dropUnwritten(Entries::iterator entry);
+  void rewrite(const Entry& entry, const std::vector<unsigned char>& bytes);
+  void freeOnDisk(unsigned int id, Entry& entry);
+  bool moveAndWrite(Entries::iterator at, bool isNew, const std::vector<unsigned char>& bytes);
+  bool placeEntry(Entry& entry, unsigned int needBytes);
+  void dropUnwritten(Entries::iterator at);
+  void dropAppended(Entry& last, bool isIndexed);
+  void growDataOver(const Entry& last);
   message readRecord(unsigned int offset, unsigned int expectedBytes);
+  bool loadIndex(bool convert);
   bool decodeIndex(bool convert);
   void addSlot(unsigned int id, unsigned int size, unsigned int lifetime);
   bool createEmpty(const char* suffix);
+  void flushUnderLock();
   bool isBloated() const;
   bool isPending(TimerPtr timer) const;
   void startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks);

@@ -1,12 +1,23 @@
 // What a store does when its files take no more: the size of files is limited for the length of one call.
 // The limit holds for captured lines, too, so it is never a small one.
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <map>
+#include <random>
 
+#include "kl/runner.h"
 #include "kl/store.h"
 #include "tests/store/store_files.h"
+#include "tests/support/changing_calls.h"
+#include "tests/support/child.h"
 
 namespace {
 
@@ -38,6 +49,12 @@ class StoreFaults : public kl::test::StoreFiles {
  protected:
   void SetUp() override {
     linesOf([this] { Store(path, 3); });
+  }
+
+  // Opened beside the writer, the store has this many entries, and says nothing.
+  void expectOpens(std::size_t count) {
+    kl::Runner loop;
+    EXPECT_EQ(linesOf([&] { EXPECT_EQ(Store(path, 3).entries().size(), count); }), "");
   }
 
   // The lines of one set() with files of at most `limit` bytes.
@@ -74,6 +91,117 @@ TEST_F(StoreFaults, AnIndexThatTakesNoMoreIsReportedForTheEntryAndForItsSlot) {
             "STORE: writeIndexent write failed\nSTORE: writeIndexent write failed\n");
   EXPECT_EQ(store.entries().size(), 200U);
   EXPECT_TRUE(store.get(199) == number(1));
+}
+
+TEST_F(StoreFaults, AfterAnAppendThatFailedTheStoreOpensAgain) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 9; ++id) store.set(id, filled(20));
+  const auto full = kl::test::readFile(path + ".dat").size();
+  {
+    kl::test::ChangingCalls calls;
+    calls.failEveryWrite(3, ENOSPC);  // the announcement, the index, the data
+    EXPECT_EQ(linesOf([&] { store.set(100, filled(500)); }), "STORE: writeMsg write header failed\n");
+  }
+  EXPECT_EQ(kl::test::readFile(path + ".dat").size(), full + kl::test::recordBytes(filled(500)));
+  expectOpens(9);
+}
+
+TEST_F(StoreFaults, ASlotThatTheIndexHadNoRoomForIsWrittenBeforeTheNext) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 200; ++id) store.set(id, number(1));
+  linesOfSet(store, 200, filled(300), 2400);
+  linesOfSet(store, 201, filled(200), 2400);  // into the slot of the first, which has no record yet
+  expectOpens(200);
+  store.set(202, filled(500));
+  EXPECT_EQ(store.entries().at(202).slot, 201U);
+  expectOpens(201);
+  EXPECT_TRUE(Store(path, 3).get(202) == filled(500));
+}
+
+TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 200; ++id) store.set(id, number(1));
+  linesOfSet(store, 200, filled(300), 2400);
+  store.restart();
+  store.set(1, number(1));
+  expectOpens(1);
+}
+
+// What was asked for, and what failed, while every n-th write took nothing.
+class StoreFullDisk : public StoreFaults, public testing::WithParamInterface<unsigned int> {
+ protected:
+  // An entry may hold what it was given last; if that failed, what it held before as well.
+  void set(Store& store, unsigned int id, const message& m) {
+    const std::string lines = linesOf([&] { store.set(id, m); });
+    if (lines.empty()) allowed[id].clear();
+    allowed[id].push_back(m);
+  }
+
+  std::map<unsigned int, std::vector<message>> allowed;
+};
+
+TEST_P(StoreFullDisk, NothingIsLostButWhatCouldNotBeWritten) {
+  kl::Runner loop;  // so that nothing is compacted here
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 20; ++id) set(store, id, filled(20 + id));
+  {
+    kl::test::ChangingCalls calls;
+    calls.failEveryWrite(GetParam(), ENOSPC);
+    std::mt19937 random(GetParam());
+    for (unsigned int step = 0; step < 400; ++step) {
+      const auto id = static_cast<unsigned int>(random() % 30);
+      if (step % 4 == 3) linesOf([&] { store.remove(id); });
+      else
+        set(store, id, filled(static_cast<unsigned int>(random() % 200), static_cast<unsigned char>(step)));
+    }
+    EXPECT_GT(calls.failed(), 0U);
+  }
+  store.set(50, number(1));
+  EXPECT_EQ(linesOf([&] {
+              Store again(path, 3);
+              for (const auto& [id, entry] : store.entries()) {
+                if (id == 50) continue;
+                const auto& values = allowed[id];
+                EXPECT_NE(std::find(values.begin(), values.end(), again.get(id)), values.end())
+                    << "id " << id;
+              }
+              EXPECT_TRUE(again.get(50) == number(1));
+            }),
+            "");
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryNthWrite, StoreFullDisk, testing::Range(1U, 41U));
+
+// A file system of 64 KiB in memory, seen by this process alone; false where that is not allowed.
+bool mountTiny(const std::string& folder) {
+  if (::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         ::mount("kl", folder.c_str(), "tmpfs", 0, "size=64k") == 0;
+}
+
+TEST_F(StoreFaults, OnATinyFileSystemThatIsFullNothingThatWasStoredIsLost) {
+  constexpr int kNotAllowed = 9;
+  const auto result = kl::test::runInChild([this] {
+    std::filesystem::create_directory(folder + "/tiny");
+    if (!mountTiny(folder + "/tiny")) ::_exit(kNotAllowed);
+    path = folder + "/tiny/s";
+    std::size_t stored = 0;
+    {
+      Store store(path, 3);
+      for (unsigned int id = 0; id < 100; ++id) store.set(id, filled(1000));
+      store.remove(3);
+      store.set(3, filled(900));
+      stored = store.entries().size();
+    }
+    Store again(path, 3);
+    bool isWhole = stored > 30 && stored < 100 && again.entries().size() == stored;
+    for (const auto& [id, entry] : again.entries()) isWhole &= again.get(id) == filled(id == 3 ? 900 : 1000);
+    ::_exit(isWhole ? 0 : 1);
+  });
+  if (result.exitStatus == kNotAllowed) GTEST_SKIP() << "no file system may be mounted here";
+  EXPECT_EQ(result.exitStatus, 0) << result.out;
+  EXPECT_NE(result.out.find("STORE: writeMsg write"), std::string::npos);
+  EXPECT_EQ(result.out.find("mismatch"), std::string::npos);
 }
 
 }  // namespace

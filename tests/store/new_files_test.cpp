@@ -19,6 +19,8 @@ class StoreNewFiles : public kl::test::StoreFiles {
     writeIdx("01");
     writeDat("02");
   }
+
+  kl::FileLock lock{path};
 };
 
 TEST_F(StoreNewFiles, TheyGoAgainUnlessTheyAreCommitted) {
@@ -37,7 +39,7 @@ TEST_F(StoreNewFiles, ACommitPutsBothInPlace) {
   NewFiles fresh(path);
   ASSERT_TRUE(fresh.create());
   EXPECT_EQ(kl::writeAt(fresh.idxFd(), {"\x03", 1}, 0), 1);
-  EXPECT_TRUE(fresh.commit());
+  EXPECT_TRUE(fresh.commit(lock, false));
   EXPECT_EQ(idx(), "03");
   EXPECT_EQ(dat(), "");
   EXPECT_FALSE(exists(path + ".idx.new"));
@@ -47,7 +49,7 @@ TEST_F(StoreNewFiles, LeftOversOfAnEarlierPairAreOverwritten) {
   kl::test::writeFile(path + ".dat.new", {1, 2, 3});
   NewFiles fresh(path);
   ASSERT_TRUE(fresh.create());
-  EXPECT_TRUE(fresh.commit());
+  EXPECT_TRUE(fresh.commit(lock, false));
   EXPECT_EQ(dat(), "");
 }
 

@@ -1,0 +1,120 @@
+#include "store/change.h"
+
+#include <filesystem>
+
+#include "kl/runner.h"
+#include "tests/store/store_files.h"
+#include "tests/support/changing_calls.h"
+#include "tests/support/hex.h"
+
+namespace {
+
+using kl::Store;
+using kl::test::ChangingCalls;
+using kl::test::FileCall;
+using kl::test::filled;
+using kl::test::linesOf;
+using kl::test::number;
+
+// What a change does to the files, with the timers of a Runner so that nothing is synced at once.
+class StoreChange : public kl::test::StoreFiles {
+ protected:
+  void SetUp() override {
+    linesOf([this] { Store(path, 3); });
+    Store(path, 3).set(1, number(1));
+  }
+
+  // The changing calls in their order: "write", "truncate" and "sync" with the file's suffix.
+  template <class Body>
+  std::string callsOf(Body body) {
+    std::string log;
+    ChangingCalls calls;
+    calls.watch([&](const FileCall& call) {
+      if (call.kind == FileCall::kWrite) log += "write" + suffixOf(call.inode);
+      if (call.kind == FileCall::kTruncate) log += "truncate" + suffixOf(call.inode);
+      if (call.kind == FileCall::kSync) log += "sync" + suffixOf(call.inode);
+    });
+    body();
+    return log;
+  }
+
+  std::string suffixOf(unsigned long long inode) const {
+    for (const char* suffix : {".idx", ".dat", ".lock"}) {
+      struct stat file;
+      if (::stat((path + suffix).c_str(), &file) == 0 && file.st_ino == inode)
+        return std::string(suffix) + " ";
+    }
+    return ".? ";
+  }
+
+  kl::Runner loop;
+};
+
+TEST_F(StoreChange, IsAnnouncedBeforeItsWritesAndWithdrawnBehindThem) {
+  Store store(path, 3);
+  EXPECT_EQ(callsOf([&] { store.set(2, number(2)); }), "write.lock write.idx write.dat truncate.lock ");
+  EXPECT_EQ(callsOf([&] { store.set(2, number(3)); }), "write.lock write.dat truncate.lock ");
+  EXPECT_EQ(callsOf([&] { store.set(2, filled(50)); }),
+            "write.lock write.idx write.idx write.dat truncate.lock ");
+  EXPECT_EQ(callsOf([&] { store.touch(2, 3); }), "write.lock write.idx truncate.lock ");
+  EXPECT_EQ(callsOf([&] { store.remove(2); }), "write.lock write.idx truncate.lock ");
+}
+
+TEST_F(StoreChange, ABurstCostsTwoSyncs) {
+  Store store(path, 3);
+  EXPECT_EQ(callsOf([&] {
+              store.set(2, number(2));
+              store.set(3, number(2));
+              store.doFlush();
+            }),
+            "write.lock write.idx write.dat truncate.lock write.lock write.idx write.dat truncate.lock "
+            "sync.idx sync.dat ");
+}
+
+TEST_F(StoreChange, WithDurableLengthsABurstCostsFour) {
+  Store store(path, 3, Store::Durability::kPowerLoss);
+  EXPECT_EQ(callsOf([&] {
+              store.set(2, number(2));
+              store.set(3, number(2));
+              store.doFlush();
+            }),
+            "write.lock sync.lock write.lock write.idx write.dat truncate.lock "
+            "write.lock write.idx write.dat truncate.lock "
+            "sync.idx sync.dat truncate.lock sync.lock ");
+  EXPECT_TRUE(lockBytes().empty());
+}
+
+TEST_F(StoreChange, DurableLengthsStayUntilTheFlush) {
+  Store store(path, 3, Store::Durability::kPowerLoss);
+  store.set(2, number(2));
+  EXPECT_EQ(lockBytes().size(), 44U);
+  store.doFlush();
+  EXPECT_TRUE(lockBytes().empty());
+}
+
+TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {
+  Store store(path, 3);
+  ChangingCalls calls;
+  calls.failEveryWrite(4, ENOSPC);
+  EXPECT_EQ(linesOf([&] {
+              store.set(2, number(2));  // three writes
+              store.set(3, number(3));  // its announcement fails
+            }),
+            "");
+  EXPECT_EQ(Store(path, 3).entries().size(), 3U);
+  EXPECT_TRUE(lockBytes().empty());
+}
+
+TEST_F(StoreChange, WithoutTheLockEachBracketReportsAndTheFilesChangeAllTheSame) {
+  Store store(path, 3);
+  std::filesystem::remove(path + ".lock");
+  std::filesystem::create_directory(path + ".lock");
+  const std::string before = "STORE: lock open failed\nSTORE: lock fnctl failed\n";
+  const std::string behind = "STORE: unlock fnctl failed\n";
+  EXPECT_EQ(linesOf([&] { store.set(2, number(2)); }), before + behind + before + behind);
+  EXPECT_EQ(linesOf([&] { store.set(2, number(3)); }), before + behind);
+  EXPECT_EQ(linesOf([&] { store.remove(2); }), before + behind);
+  EXPECT_EQ(kl::test::readFile(path + ".idx").size(), 24U);
+}
+
+}  // namespace

@@ -1,0 +1,105 @@
+#include "store/intent.h"
+
+#include <fcntl.h>
+
+#include "store/descriptor.h"
+#include "tests/store/store_files.h"
+#include "tests/support/hex.h"
+
+namespace {
+
+using kl::FileIds;
+using kl::FileLengths;
+using kl::Intent;
+using kl::IntentReader;
+using kl::Step;
+using kl::test::Bytes;
+using kl::test::bytes;
+using kl::test::hex;
+
+class StoreIntent : public kl::test::StoreFiles {
+ protected:
+  // A set that appends slot 2 at 21 for id 9, and frees slot 0.
+  Bytes written() {
+    const Bytes payload = bytes("4d32");
+    Intent intent({0x11, 0x22});
+    intent.cutBackTo({24, 21});
+    intent.restoreSlot(0, {9, 3, 5});
+    intent.writeSlot(0, {kl::kFreeId, 3, 5});
+    intent.writeSlot(2, {9, 4, 5});
+    intent.writeRecord(21, payload);
+    return fileOf(intent);
+  }
+
+  Bytes fileOf(Intent& intent) {
+    const kl::Descriptor file(path.c_str(), O_RDWR | O_CREAT | O_TRUNC);
+    EXPECT_TRUE(intent.write(file.fd(), 0));
+    return kl::test::readFile(path);
+  }
+};
+
+TEST_F(StoreIntent, AnIntentInBytes) {
+  EXPECT_EQ(hex(written()), hex(bytes("4b4c494e 94000000 be54155d"
+                                      "1100000000000000 2200000000000000 1800000000000000 1500000000000000"
+                                      "03000000 0000000000000000 0c000000 09000000 03000000 05000000"
+                                      "00000000 0000000000000000 0c000000 ffffffff 03000000 05000000"
+                                      "00000000 1800000000000000 0c000000 09000000 04000000 05000000"
+                                      "01000000 1500000000000000 04000000 0400 4d32")));
+}
+
+TEST_F(StoreIntent, IsReadAsItWasWritten) {
+  const Bytes record = written();
+  IntentReader intent;
+  ASSERT_TRUE(intent.read(record.data(), record.size()));
+  EXPECT_EQ(intent.ids(), (FileIds{0x11, 0x22}));
+  EXPECT_EQ(intent.before().idx, 24U);
+  EXPECT_EQ(intent.before().data, 21U);
+  ASSERT_EQ(intent.items().size(), 4U);
+  EXPECT_EQ(intent.items()[0].step, Step::kRestore);
+  EXPECT_EQ(intent.items()[2].place, 24U);
+  const auto& last = intent.items()[3];
+  EXPECT_EQ(last.step, Step::kWriteData);
+  EXPECT_EQ(last.place, 21U);
+  const auto* data = static_cast<const unsigned char*>(last.bytes.data);
+  EXPECT_EQ(hex({data, data + last.bytes.size}), hex(bytes("0400 4d32")));
+}
+
+TEST_F(StoreIntent, NoPartOfARecordIsOne) {
+  const Bytes record = written();
+  IntentReader intent;
+  for (std::size_t size = 0; size < record.size(); ++size)
+    EXPECT_FALSE(intent.read(record.data(), size)) << size;
+}
+
+TEST_F(StoreIntent, ARecordWithAWrongByteIsNone) {
+  Bytes record = written();
+  IntentReader intent;
+  for (unsigned char& byte : record) {
+    byte = static_cast<unsigned char>(byte ^ 1);
+    EXPECT_FALSE(intent.read(record.data(), record.size()));
+    byte = static_cast<unsigned char>(byte ^ 1);
+  }
+}
+
+TEST_F(StoreIntent, CommitsAndDurableLengthsAreReadAsTheyWereWritten) {
+  FileIds ids;
+  FileLengths lengths;
+  const auto commit = kl::encodeCommit({7, 8});
+  EXPECT_EQ(hex({commit.begin(), commit.end()}),
+            hex(bytes("4b4c434f 1c000000 4a8b61b7 0700000000000000 0800000000000000")));
+  ASSERT_TRUE(kl::decodeCommit(commit.data(), commit.size(), ids));
+  EXPECT_EQ(ids, (FileIds{7, 8}));
+  const auto durable = kl::encodeDurable({1, 2}, {36, 99});
+  EXPECT_EQ(hex({durable.begin(), durable.end()}),
+            hex(bytes("4b4c4455 2c000000 21d65178"
+                      "0100000000000000 0200000000000000 2400000000000000 6300000000000000")));
+  ASSERT_TRUE(kl::decodeDurable(durable.data(), durable.size(), ids, lengths));
+  EXPECT_EQ(lengths.idx, 36U);
+  EXPECT_EQ(lengths.data, 99U);
+  for (std::size_t size = 0; size < commit.size(); ++size)
+    EXPECT_FALSE(kl::decodeCommit(commit.data(), size, ids));
+  for (std::size_t size = 0; size < durable.size(); ++size)
+    EXPECT_FALSE(kl::decodeDurable(durable.data(), size, ids, lengths));
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include "tests/support/changing_calls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+namespace {
+
+using kl::test::ChangingCalls;
+using kl::test::FileCall;
+using kl::test::When;
+
+struct Script {
+  bool isRunning = false;
+  unsigned int calls = 0;
+  unsigned int endAt = 0;
+  When when = When::kBefore;
+  unsigned int writes = 0;
+  unsigned int failEvery = 0;
+  int errorNumber = 0;
+  unsigned int failed = 0;
+  std::function<void(const FileCall&)> watcher;
+};
+
+Script script;
+
+#if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64
+#define KL_REAL(name) #name "64"
+#else
+#define KL_REAL(name) #name
+#endif
+
+// The C library's own function; this program's stands in front of it.
+template <class Function>
+Function* real(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+bool isTurn(When when) { return script.isRunning && script.calls == script.endAt && script.when == when; }
+
+void endIf(When when) {
+  if (isTurn(when)) ::_exit(ChangingCalls::kEndStatus);
+}
+
+void begin() {
+  if (!script.isRunning) return;
+  ++script.calls;
+  endIf(When::kBefore);
+}
+
+bool mustFail() {
+  if (!script.isRunning || script.failEvery == 0 || ++script.writes % script.failEvery != 0) return false;
+  ++script.failed;
+  errno = script.errorNumber;
+  return true;
+}
+
+unsigned long long inodeOf(int fd) {
+  struct stat file;
+  return ::fstat(fd, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+template <class Result>
+Result finish(Result result, FileCall call) {
+  const int errorNumber = errno;
+  if (script.isRunning && script.watcher && result >= 0) script.watcher(call);
+  endIf(When::kAfter);
+  errno = errorNumber;
+  return result;
+}
+
+// A call that cannot be cut in two.
+template <class Result, class Body>
+Result whole(FileCall call, Body body) {
+  begin();
+  endIf(When::kInside);
+  const Result result = body();
+  return finish(result, std::move(call));
+}
+
+std::vector<unsigned char> joined(const iovec* pieces, int count) {
+  std::vector<unsigned char> bytes;
+  for (int i = 0; i < count; ++i) {
+    const auto* start = static_cast<const unsigned char*>(pieces[i].iov_base);
+    bytes.insert(bytes.end(), start, start + pieces[i].iov_len);
+  }
+  return bytes;
+}
+
+using PWrite = ssize_t(int, const void*, size_t, off_t);
+
+ssize_t writeBytes(int fd, std::vector<unsigned char> bytes, off_t place) {
+  static PWrite* const realWrite = real<PWrite>(KL_REAL(pwrite));
+  begin();
+  if (mustFail()) return finish<ssize_t>(-1, {});
+  if (isTurn(When::kInside)) {
+    (void)!realWrite(fd, bytes.data(), bytes.size() / 2, place);
+    ::_exit(ChangingCalls::kEndStatus);
+  }
+  const ssize_t written = realWrite(fd, bytes.data(), bytes.size(), place);
+  return finish(written, {FileCall::kWrite, inodeOf(fd), static_cast<unsigned long long>(place),
+                          std::move(bytes), "", ""});
+}
+
+}  // namespace
+
+extern "C" ssize_t pwritev(int fd, const iovec* pieces, int count, off_t place) {
+  return writeBytes(fd, joined(pieces, count), place);
+}
+
+extern "C" ssize_t pwrite(int fd, const void* data, size_t size, off_t place) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  return writeBytes(fd, {bytes, bytes + size}, place);
+}
+
+extern "C" int ftruncate(int fd, off_t length) noexcept {
+  static auto* const realTruncate = real<int(int, off_t)>(KL_REAL(ftruncate));
+  return whole<int>({FileCall::kTruncate, inodeOf(fd), static_cast<unsigned long long>(length), {}, "", ""},
+                    [&] { return realTruncate(fd, length); });
+}
+
+extern "C" int fsync(int fd) {
+  static auto* const realSync = real<int(int)>("fsync");
+  return whole<int>({FileCall::kSync, inodeOf(fd), 0, {}, "", ""}, [&] { return realSync(fd); });
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  static auto* const realRename = real<int(const char*, const char*)>("rename");
+  return whole<int>({FileCall::kRename, 0, 0, {}, from, to}, [&] { return realRename(from, to); });
+}
+
+extern "C" int unlink(const char* path) noexcept {
+  static auto* const realUnlink = real<int(const char*)>("unlink");
+  return whole<int>({FileCall::kUnlink, 0, 0, {}, path, ""}, [&] { return realUnlink(path); });
+}
+
+extern "C" int open(const char* path, int flags, ...) {
+  static auto* const realOpen = real<int(const char*, int, ...)>(KL_REAL(open));
+  va_list more;
+  va_start(more, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
+  va_end(more);
+  if ((flags & (O_CREAT | O_TRUNC)) == 0) return realOpen(path, flags, mode);
+  return whole<int>({FileCall::kCreate, 0, 0, {}, path, ""}, [&] { return realOpen(path, flags, mode); });
+}
+
+namespace kl::test {
+
+ChangingCalls::ChangingCalls() {
+  script = Script();
+  script.isRunning = true;
+}
+ChangingCalls::~ChangingCalls() { script = Script(); }
+
+void ChangingCalls::endAt(unsigned int n, When when) {
+  script.endAt = n;
+  script.when = when;
+}
+
+void ChangingCalls::failEveryWrite(unsigned int n, int errorNumber) {
+  script.failEvery = n;
+  script.errorNumber = errorNumber;
+}
+
+void ChangingCalls::watch(std::function<void(const FileCall&)> watcher) {
+  script.watcher = std::move(watcher);
+}
+
+unsigned int ChangingCalls::calls() const { return script.calls; }
+unsigned int ChangingCalls::failed() const { return script.failed; }
+
+}  // namespace kl::test
