@@ -20,10 +20,11 @@ inline std::string configured(const std::string& command) {
 
 class NetifService : public testing::Test {
  protected:
-  // The client asks for a service number of its own if it is to be reached under one.
+  // The client asks for a service number of its own if it is to be reached under one; `others` are the services
+  // that run beside netif.
   explicit NetifService(const std::string& command = "\"" KL_BIN_DIR "/netif\"",
-                        unsigned int clientNumber = 0)
-      : loader_(KL_BIN_DIR, configured(command)), client_(kl::Looper::kConnect, clientNumber) {}
+                        unsigned int clientNumber = 0, const std::string& others = "")
+      : loader_(KL_BIN_DIR, configured(command) + others), client_(kl::Looper::kConnect, clientNumber) {}
 
   static kl::message to(unsigned int service) {
     kl::message m;
