@@ -17,6 +17,7 @@ class Lamp : public kl::Handler {
   static constexpr kl::field<unsigned int> BRIGHTNESS{0x08000001};
   static constexpr kl::field<std::string> CHANGED_BY{0x20000002};
   static constexpr unsigned int kBrightest = 100;
+  static constexpr unsigned int kTurnOff = 0x000042;
 
  private:
   kl::message cmdGet(const kl::message&) override {
@@ -35,6 +36,12 @@ class Lamp : public kl::Handler {
     changedBy_ = request.get(kl::SYS_USER, "nobody");
     sendUndo(request, undo, "brightness " + std::to_string(wanted), kl::CMD_SET);
     return {};
+  }
+
+  // A command that the table of rights does not name: it turns the lamp off.
+  kl::message cmdUnknown(const kl::message& request, unsigned int command) override {
+    if (command != kTurnOff) return kl::Handler::cmdUnknown(request, command);
+    return cmdSet(request);
   }
 
   unsigned int brightness_ = 0;

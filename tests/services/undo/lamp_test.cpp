@@ -111,6 +111,20 @@ TEST_F(Undoing, WhoMayOnlyReadUndoesNothing) {
   EXPECT_FALSE(isUndone(newest()));
 }
 
+TEST_F(Undoing, AChangeByACommandWithoutRightsIsEverybodysToUndo) {
+  EXPECT_FALSE(kl::isError(set(50)));
+  kl::message off;
+  off.insert(kl::SYS_TO, kLamp);
+  off.insert(kl::SYS_CMD, Lamp::kTurnOff);
+  EXPECT_FALSE(kl::isError(ask(user_, off)));
+  const unsigned int id = newest();
+  EXPECT_EQ(ask(user_, kl::CMD_GETOBJ, id).get(kl::UNDO_RIGHTS, 1), 0u);
+  EXPECT_EQ(errorOf(start(id, 0)), kl::ERROR_NOTALLOWED);  // the lamp's answer: its undo message is a CMD_SET
+  EXPECT_EQ(brightness(), 0u);
+  EXPECT_FALSE(kl::isError(start(id)));
+  EXPECT_EQ(brightness(), 50u);
+}
+
 TEST_F(Undoing, WhatIsRefusedIsNotReported) {
   EXPECT_EQ(errorOf(set(101)), kl::ERROR_FAILED);
   EXPECT_EQ(newest(), kl::BADID);

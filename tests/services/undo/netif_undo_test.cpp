@@ -1,0 +1,74 @@
+// The whole system from a shell: netif, the undo service and the client.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "tests/support/real_loader.h"
+
+namespace undo {
+namespace {
+
+constexpr char kServices[] =
+    "[[service]]\nname = \"netif\"\nid = 32\ncommand = [\"" KL_BIN_DIR
+    "/netif\"]\n[[service]]\nname = \"undo\"\nid = 17\ncommand = [\"" KL_BIN_DIR "/kl-undo\"]\n";
+constexpr char kLo[] = "netif:1";  // the loopback interface has the first index in every network namespace
+
+class NetifUndone : public testing::Test {
+ protected:
+  static std::string klctl(std::vector<std::string> words) {
+    words.insert(words.begin(), KL_BIN_DIR "/klctl");
+    const auto result = kl::test::runProgram(words);
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    return result.out;
+  }
+
+  static bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+  }
+
+  // Netif does not wait for its report to arrive.
+  static void awaitList(const std::string& part) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!has(klctl({"undo", "list"}), part)) {
+      ASSERT_LT(std::chrono::steady_clock::now(), end) << "the undo service is told nothing of " << part;
+      ::usleep(5000);
+    }
+  }
+
+  kl::test::RealLoader loader_{KL_BIN_DIR, kServices};
+};
+
+}  // namespace
+
+TEST_F(NetifUndone, ADescriptionIsTakenBackAndGivenAgain) {
+  klctl({"set", kLo, "descr=to itself"});
+  awaitList("description of lo");
+  klctl({"undo", "run", "1"});
+  EXPECT_FALSE(has(klctl({"get", kLo}), "to itself"));
+  EXPECT_TRUE(has(klctl({"undo", "show", "1"}), "what does it again:"));
+  klctl({"undo", "run", "1"});
+  EXPECT_TRUE(has(klctl({"get", kLo}), "to itself"));
+  EXPECT_TRUE(has(klctl({"undo", "show", "1"}), "what undoes it:"));
+  EXPECT_TRUE(has(klctl({"undo", "show", "1"}), "netif"));
+}
+
+TEST_F(NetifUndone, AnOrdinaryUserReadsTheListAndUndoesNothing) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const auto asNobody = [](const std::string& words) {
+    return kl::test::runProgram(
+        {"/bin/sh", "-c",
+         "exec setpriv --reuid=65534 --regid=65534 --clear-groups " KL_BIN_DIR "/klctl " + words});
+  };
+  if (asNobody("--version").exitStatus != 0) GTEST_SKIP() << "others cannot reach " << KL_BIN_DIR;
+  klctl({"set", kLo, "descr=to itself"});
+  awaitList("description of lo");
+  EXPECT_TRUE(has(asNobody("undo list").out, "description of lo"));
+  const auto refused = asNobody("undo run 1");
+  EXPECT_EQ(refused.exitStatus, 1);
+  EXPECT_EQ(refused.err, "klctl: undo:1: std failure: not allowed (9)\n");
+  EXPECT_TRUE(has(klctl({"get", kLo}), "to itself"));
+}
+
+}  // namespace undo
