@@ -76,6 +76,24 @@ RestartRule readRestart(Section& section) {
   return RestartRule::kAfterCrash;
 }
 
+// With the loader, by the first message for it, or by nothing but an action.
+void readStart(Section& section, ServiceConfiguration& service) {
+  const toml::node* node = section.find("start");
+  if (node == nullptr) return;
+  const auto word = node->value_exact<std::string>();
+  service.startsOnDemand = word && *word == "demand";
+  service.startsAtBoot = !service.startsOnDemand && node->value_or(true);
+  if (!node->is_boolean() && !service.startsOnDemand)
+    section.expected(*node, "start", "true, false or \"demand\"");
+}
+
+// Only a service that the loader can start again may be started by a message, or be asked to leave.
+void refuseWithoutCommand(Section& section, const ServiceConfiguration& service) {
+  if (!service.command.empty()) return;
+  if (service.startsOnDemand) section.mistake("expected a command: start is \"demand\"");
+  if (service.leaveIdleSeconds > 0) section.mistake("expected a command: leave_idle_seconds is not 0");
+}
+
 unsigned int idOfName(Section& section, const std::string& name) {
   const unsigned int known = kl::findServiceID(name);
   if (!isConfigurable(known))
@@ -104,7 +122,9 @@ ServiceConfiguration readService(Section& section) {
   service.environment = section.textTable("environment");
   service.rights = readRights(section, "rights", Rights{true, 0});
   service.restart = readRestart(section);
-  service.startsAtBoot = section.boolean("start", true);
+  readStart(section, service);
+  service.leaveIdleSeconds = static_cast<unsigned int>(section.number("leave_idle_seconds", 0, 0, 86400));
+  refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))
     service.settings = readSettings(section, *settings);
   section.refuseOthers();

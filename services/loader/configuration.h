@@ -27,6 +27,8 @@ struct ServiceConfiguration {
   Rights rights{true, 0};
   RestartRule restart = RestartRule::kAfterCrash;
   bool startsAtBoot = true;
+  bool startsOnDemand = false;          // the first message for it starts it
+  unsigned int leaveIdleSeconds = 0;    // after so long without work it is asked to leave; 0: never
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
 };
 

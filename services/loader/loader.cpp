@@ -10,16 +10,11 @@
 namespace loader {
 namespace {
 
+using Bytes = std::vector<unsigned char>;
+
 constexpr unsigned int kTicksPerSecond = 100;
 
 std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
-
-// Read from a page that the kernel shares: no system call.
-unsigned int coarseSeconds() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return static_cast<unsigned int>(now.tv_sec);
-}
 
 std::string nameOf(const Connection& connection) {
   if (connection.service() != nullptr) return describe(*connection.service());
@@ -35,9 +30,12 @@ Loader::Loader(const Configuration& configuration, Log& log)
       logSender_(loop_, log),
       ids_(counterFile(configuration), log),
       outbox_(configuration.queueLimit),
+      kept_(configuration.stateFolder + "/leave", log),
       supervisor_(loop_, table_, log, *this),
       own_(loop_, table_, outbox_, supervisor_, *this),
-      router_(table_, requests_, outbox_, own_),
+      leaving_(table_, requests_, outbox_, kept_, log, *this),
+      idleness_(loop_, *this),
+      router_(table_, requests_, outbox_, own_, leaving_),
       registration_(table_, ids_, users_, configuration),
       listener_(loop_, *this) {
   table_.setListener(&own_);
@@ -54,6 +52,8 @@ std::string Loader::start() {
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
+  kept_.open();
+  leaving_.restore();
   supervisor_.startAll();
   return {};
 }
@@ -95,15 +95,21 @@ void Loader::addConnection(Descriptor socket, Applicant who) {
   connections_.push_back(std::make_unique<Connection>(loop_, host, area_, std::move(socket), who, patience));
 }
 
-void Loader::onBatch() { router_.setNow(coarseSeconds()); }
+void Loader::onBatch() { router_.setNow(Loader::seconds()); }
+
+// Read from a page that the kernel shares: no system call.
+unsigned int Loader::seconds() const {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<unsigned int>(now.tv_sec);
+}
 
 const char* Loader::onFrame(Connection& connection, std::span<const unsigned char> body) {
   if (connection.service() == nullptr) return enroll(connection, body);
   return router_.route(*connection.service(), body);
 }
 
-// The first frame of a connection must register it.  What was held for the service goes out behind its
-// confirmation.
+// The first frame of a connection must register it.
 const char* Loader::enroll(Connection& connection, std::span<const unsigned char> body) {
   Envelope e;
   if (const char* fault = readEnvelope(body, e)) return fault;
@@ -113,10 +119,21 @@ const char* Loader::enroll(Connection& connection, std::span<const unsigned char
   Service* service = registration_.admit(connection.who(), e, refusal_);
   if (service == nullptr) return refusal_.c_str();
   if (connection.who().startedAs == nullptr) supervisor_.strangerCame(*service);
-  outbox_.sendFirst(*service, Registration::readyMessage(*service));
-  connection.becomes(*service);
-  table_.setState(*service, kl::SVC_STATE_REGISTERED);
+  confirm(connection, *service);
   return nullptr;
+}
+
+// Behind the confirmation goes what the service has missed: who ended since it saved its data, then what was held.
+void Loader::confirm(Connection& connection, Service& service) {
+  connection.becomes(service);
+  const Kept* kept = leaving_.comes(service);
+  (void)outbox_.send(service, Registration::readyMessage(service, kept != nullptr ? kept->data : Bytes()),
+                     Urgency::kReply);
+  if (kept != nullptr)
+    for (const unsigned int id : leaving_.endedSince(*kept)) router_.tellEnd(service, id);
+  outbox_.release(service);
+  requests_.release(service);
+  table_.setState(service, kl::SVC_STATE_REGISTERED);
 }
 
 void Loader::onEnd(Connection& connection, const std::string& reason) {
@@ -130,11 +147,36 @@ void Loader::onEnd(Connection& connection, const std::string& reason) {
   else if (startedAs != nullptr && !startedAs->isConnected()) supervisor_.connectionEnded(*startedAs);
 }
 
+// Whether a service that was asked to leave has left is known when its process has ended.
 void Loader::endService(Service& service) {
-  own_.dropSubscriptionsOf(service);
-  router_.endOf(service);
+  if (service.state == kl::SVC_STATE_LEAVING) return supervisor_.connectionEnded(service);
+  forgetService(service);
   if (service.isConfigured()) supervisor_.connectionEnded(service);
   else table_.remove(service.id);
+}
+
+void Loader::forgetService(Service& service) {
+  own_.forget(service);
+  leaving_.ends(service);
+  router_.endOf(service);
+}
+
+bool Loader::hasLeft(Service& service, bool crashed) {
+  if (!leaving_.hasLeft(service, crashed)) return forgetService(service), false;
+  own_.dropOrdersOf(service);
+  router_.leftBy(service);
+  return true;
+}
+
+void Loader::disconnect(Service& service) { onEnd(*service.connection, "is to stop"); }
+
+void Loader::staysAway(Service& service) { forgetService(service); }
+
+void Loader::wishesToLeave(Service& service) { (void)supervisor_.leave(service); }
+
+void Loader::isIdle(Service& service) {
+  if (supervisor_.leave(service) == nullptr) log_.line(describe(service) + ": is idle and asked to leave");
+  settle();
 }
 
 // A process that never registered has no connection in its row; it is found by what it was started as.  One that
@@ -147,12 +189,18 @@ void Loader::processEnded(Service& service) {
     connection.drain();
     onEnd(connection, "");
   }
+  if (service.state == kl::SVC_STATE_LEAVING) return;
   router_.breakRequestsTo(service);
   outbox_.forget(service);
   service.out.clear();
+  service.held.clear();
+  service.isDemanded = false;
 }
 
-void Loader::allEnded() { loop_.stop(); }
+void Loader::allEnded() {
+  kept_.flush();
+  loop_.stop();
+}
 
 void Loader::settle() {
   outbox_.eachWithNews([](Service& service) {

@@ -4,6 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "idleness.h"
+#include "leaving.h"
 #include "listener.h"
 #include "log_sender.h"
 #include "own_service.h"
@@ -25,7 +27,9 @@ namespace loader {
 class Loader final : private ConnectionHost,
                      private ListenerHost,
                      private SupervisorHost,
-                     private OwnServiceHost {
+                     private OwnServiceHost,
+                     private LeavingHost,
+                     private IdlenessHost {
  public:
   Loader(const Configuration& configuration, Log& log);
   Loader(const Loader&) = delete;
@@ -50,13 +54,26 @@ class Loader final : private ConnectionHost,
   void onConnection(Descriptor socket, Applicant who) override;
   void adopt(Service& service, Descriptor connection) override;
   void processEnded(Service& service) override;
+  const char* askToLeave(Service& service) override { return leaving_.ask(service); }
+  bool hasLeft(Service& service, bool crashed) override;
+  void disconnect(Service& service) override;
+  void staysAway(Service& service) override;
   void allEnded() override;
+  void wishesToLeave(Service& service) override;
+  void readinessChanged(Service& service) override { idleness_.readinessChanged(service); }
+  void refusedToLeave(Service& service) override { supervisor_.refusedToLeave(service); }
+  void saidThatItLeaves(Service& service) override { supervisor_.expectEnd(service); }
+  void isNeeded(Service& left) override { supervisor_.startAsNeeded(left); }
+  void isIdle(Service& service) override;
+  unsigned int seconds() const override;
 
   void addConfigured(const ServiceConfiguration& service);
   void addOwnRow();
   void addConnection(Descriptor socket, Applicant who);
   const char* enroll(Connection& connection, std::span<const unsigned char> body);
+  void confirm(Connection& connection, Service& service);
   void endService(Service& service);
+  void forgetService(Service& service);
   void onChildSignal(int sig);
   void onEndSignal(int sig);
 
@@ -70,8 +87,11 @@ class Loader final : private ConnectionHost,
   ServiceTable table_;
   OpenRequests requests_;
   Outbox outbox_;
+  KeptData kept_;
   Supervisor supervisor_;
   OwnService own_;
+  Leaving leaving_;
+  Idleness idleness_;
   Router router_;
   Registration registration_;
   Listener listener_;

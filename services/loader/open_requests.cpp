@@ -51,10 +51,17 @@ void OpenRequests::add(Service& asker, Service& asked, const Envelope& envelope,
   request.asked = &asked;
   request.id = envelope.requestId;
   request.expectsReply = envelope.expectsReply;
+  request.isHeld = asked.holds();
   request.since = now;
   request.returnPath.assign(envelope.returnPath());
   request.path.assign(path);
   link(place);
+}
+
+void OpenRequests::release(const Service& asked) {
+  for (unsigned int at = asked.requests.newestServing; at != kNone && places_[at].isHeld;  // O4
+       at = places_[at].olderServing)
+    places_[at].isHeld = false;
 }
 
 bool OpenRequests::take(Service& asker, Service& asked, unsigned int id, Path path) {

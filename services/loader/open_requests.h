@@ -35,6 +35,7 @@ struct OpenRequest {
   Service* asked = nullptr;
   unsigned int id = 0;  // its SYS_REQID
   bool expectsReply = false;
+  bool isHeld = false;     // the asked has not been given it yet
   unsigned int since = 0;  // seconds
   KeptPath returnPath;     // inside the asker
   KeptPath path;           // inside the asked
@@ -58,6 +59,7 @@ struct RequestLists {
 // O1  a request stands in exactly one chain and in the two lists of its services
 // O2  the counts of a service are the lengths of its lists
 // O3  a list runs from the oldest to the newest
+// O4  in the list of the asked, those that are held are newer than all others
 //
 // Errors:    none.
 // Ownership: owns the requests; borrows the services, which must be forgotten here before they go.
@@ -68,6 +70,9 @@ class OpenRequests {
  public:
   // Notes a request that is delivered to `path` inside `asked`.
   void add(Service& asker, Service& asked, const Envelope& envelope, Path path, unsigned int now);
+
+  // Everything that was held for the service is on its way to it.
+  void release(const Service& asked);
 
   // Takes out the oldest request that a reply of `asked` to `path` inside `asker` answers; false without one.
   bool take(Service& asker, Service& asked, unsigned int id, Path path);

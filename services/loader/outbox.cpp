@@ -10,26 +10,42 @@ namespace loader {
 
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency) {
   if (!takes(to, envelope.body.size(), urgency)) return false;
-  queued(to, appendDelivered(to.out, envelope, rest, from.id, from.rights));
+  const bool isHeld = to.holds();
+  queued(to, appendDelivered(isHeld ? to.held : to.out, envelope, rest, from.id, from.rights), isHeld);
   return true;
 }
 
 bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
+  const bool isHeld = to.holds();
+  if (!to.isConnected() && !isHeld) return false;
   if (!takes(to, m.max_length(), urgency)) return false;
-  const std::size_t before = to.out.size();
-  appendFrame(to.out, m);
-  const std::size_t bytes = to.out.size() - before;
-  queued(to, bytes);
+  Buffer& queue = isHeld ? to.held : to.out;
+  const std::size_t before = queue.size();
+  appendFrame(queue, m);
+  const std::size_t bytes = queue.size() - before;
+  queued(to, bytes, isHeld);
   sent(bytes);
   return true;
 }
 
-void Outbox::sendFirst(Service& to, const kl::message& m) {
-  const Buffer held = std::exchange(to.out, Buffer());
-  appendFrame(to.out, m);
-  queued(to, to.out.size());
-  sent(to.out.size());
-  to.out.append(held.bytes());
+void Outbox::release(Service& to) {
+  if (to.held.empty()) return;
+  to.out.append(to.held.bytes());
+  to.held.clear();
+  hasNews(to);
+}
+
+// The frames were written here, so each of them is whole.
+void Outbox::keepForNext(Service& left) {
+  const Buffer all = std::exchange(left.held, Buffer());
+  for (std::span<const unsigned char> rest = all.bytes(); !rest.empty();) {
+    const std::size_t frameBytes = kPrefixBytes + kl::readLe32(rest.data());
+    Envelope e;
+    (void)readEnvelope(rest.subspan(kPrefixBytes, frameBytes - kPrefixBytes), e);  // its path may end here
+    if (!e.isReply() && !e.isNotice() && e.command != kl::CMD_DISCONNECTED)
+      left.held.append(rest.first(frameBytes));
+    rest = rest.subspan(frameBytes);
+  }
 }
 
 void Outbox::sent(std::size_t bytes) {
@@ -45,15 +61,19 @@ unsigned int Outbox::obstacleFor(const Service& to, std::size_t bytes) const {
 }
 
 bool Outbox::takes(Service& to, std::size_t bytes, Urgency urgency) {
-  const bool fits = urgency == Urgency::kReply ? to.out.empty() || to.out.size() + bytes <= kMaxQueueBytes
+  const bool fits = urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes
                                                : obstacleFor(to, bytes) == kl::ERROR_OK;
   if (!fits) ++to.traffic.drops;
   return fits;
 }
 
-void Outbox::queued(Service& to, std::size_t bytes) {
+void Outbox::queued(Service& to, std::size_t bytes, bool isHeld) {
   ++to.traffic.messagesIn;
   to.traffic.bytesIn += bytes;
+  if (!isHeld) hasNews(to);
+}
+
+void Outbox::hasNews(Service& to) {
   if (to.hasNews) return;
   to.hasNews = true;
   news_.push_back(&to);

@@ -29,11 +29,11 @@ class Outbox {
 
   explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit) {}
 
-  // Whose messages send() and sendFirst() carry: the loader's own row, which outlives this.
+  // Whose messages send() carries: the loader's own row, which outlives this.
   void setSender(Service& loader) { sender_ = &loader; }
 
   // True when nothing but replies is taken for the service.
-  bool isFull(const Service& to) const { return to.out.size() >= queueLimit_; }
+  bool isFull(const Service& to) const { return to.waiting() >= queueLimit_; }
 
   // Why an ordinary frame of that size would be dropped: ERROR_TOOBIG or ERROR_BUSY; ERROR_OK if it would be taken.
   unsigned int obstacleFor(const Service& to, std::size_t bytes) const;
@@ -41,11 +41,16 @@ class Outbox {
   // Queues a frame on its way from `from`; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency);
 
-  // Queues a message of the loader's own; false when it was dropped.
+  // Queues a message of the loader's own; false when it was dropped.  Nobody waits for one to a service that is
+  // neither connected nor held for.
   bool send(Service& to, const kl::message& m, Urgency urgency);
 
-  // Queues a message of the loader's own in front of what is held.
-  void sendFirst(Service& to, const kl::message& m);
+  // What was held is on its way now.  Needs: the service is connected.
+  void release(Service& to);
+
+  // Of what is held only requests and notifications stay: the process that replies were for is no more, and
+  // whoever comes in its place is told of ended services anew.
+  static void keepForNext(Service& left);
 
   // Hands out the services that have something new, each once.  Calling it ends their having news.
   template <class Function>
@@ -63,7 +68,8 @@ class Outbox {
  private:
   void sent(std::size_t bytes);
   bool takes(Service& to, std::size_t bytes, Urgency urgency);
-  void queued(Service& to, std::size_t bytes);
+  void queued(Service& to, std::size_t bytes, bool isHeld);
+  void hasNews(Service& to);
 
   std::size_t queueLimit_;
   Service* sender_ = nullptr;

@@ -5,6 +5,7 @@
 namespace loader {
 namespace {
 
+constexpr std::size_t kMostLeaveOrders = 1024;
 constexpr unsigned int kBatchTicks = 20;
 constexpr std::size_t kBatchRows = 100;
 constexpr std::size_t kChunkBytes = 16383;  // of objects in one message; the first always fits
@@ -48,7 +49,7 @@ kl::message rowOf(const Service& s) {
   row.insert(kl::SVC_USER, s.user);
   row.insert(kl::SVC_STATE, s.state);
   row.insert(kl::SVC_STARTS, s.starts);
-  row.insert(kl::SVC_QUEUE, static_cast<unsigned int>(s.out.size()));
+  row.insert(kl::SVC_QUEUE, static_cast<unsigned int>(s.waiting()));
   row.insert(kl::SVC_REQUESTS, s.requests.servingCount);
   row.insert(kl::SVC_MESSAGES_IN, s.traffic.messagesIn);
   row.insert(kl::SVC_MESSAGES_OUT, s.traffic.messagesOut);
@@ -65,6 +66,9 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, ""));
   if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
   if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(request);
+  const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
+  if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
+    return orderLeave(asker, request);
   reply(asker, request, execute(request, command));
 }
 
@@ -130,6 +134,36 @@ kl::message OwnService::setObject(const kl::message& request) {
   return failure == nullptr ? kl::message() : kl::errorMsg(kl::ERROR_FAILED, failure);
 }
 
+// Answered when the service has left, or has not.
+void OwnService::orderLeave(Service& asker, const kl::message& request) {
+  Service& service = *table_.find(request.get(kl::STD_ID, kl::BADID));
+  if (leaveOrders_.size() >= kMostLeaveOrders)
+    return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, "too many wait for services to leave"));
+  if (const char* failure = actions_.leave(service))
+    return reply(asker, request, kl::errorMsg(kl::ERROR_FAILED, failure));
+  leaveOrders_.push_back({service.id, &asker, request});
+  answerLeaveOrders(service);
+}
+
+void OwnService::answerLeaveOrders(const Service& service) {
+  kl::message answer;
+  switch (service.state) {
+    case kl::SVC_STATE_LEAVING: return;
+    case kl::SVC_STATE_LEFT: break;
+    case kl::SVC_STATE_RUNNING: answer = kl::errorMsg(kl::ERROR_BUSY, "the service refused to leave"); break;
+    default: answer = kl::errorMsg(kl::ERROR_FAILED, "the service ended without leaving"); break;
+  }
+  for (std::size_t i = 0; i < leaveOrders_.size();) {
+    const LeaveOrder order = leaveOrders_[i];
+    if (order.id != service.id) {
+      ++i;
+      continue;
+    }
+    leaveOrders_.erase(leaveOrders_.begin() + static_cast<std::ptrdiff_t>(i));
+    reply(*order.asker, order.request, answer);
+  }
+}
+
 void OwnService::subscribe(Service& asker, const kl::message& request) {
   kl::message record = recordOf(request);
   for (const Subscription& s : subscriptions_)
@@ -152,8 +186,13 @@ void OwnService::unsubscribe(const kl::message& request) {
   if (found != subscriptions_.end()) subscriptions_.erase(found);
 }
 
-void OwnService::dropSubscriptionsOf(const Service& gone) {
+void OwnService::forget(const Service& gone) {
   std::erase_if(subscriptions_, [&](const Subscription& s) { return s.subscriber == &gone; });
+  dropOrdersOf(gone);
+}
+
+void OwnService::dropOrdersOf(const Service& gone) {
+  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &gone; });
 }
 
 void OwnService::reply(Service& asker, const kl::message& request, kl::message answer) {
@@ -167,6 +206,8 @@ void OwnService::reply(Service& asker, const kl::message& request, kl::message a
 }
 
 void OwnService::rowChanged(unsigned int id) {
+  if (!leaveOrders_.empty())
+    if (const Service* service = table_.find(id)) answerLeaveOrders(*service);
   if (subscriptions_.empty()) return;
   if (changed_.empty())
     runner_.addTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>(), kBatchTicks);
@@ -201,6 +242,7 @@ void OwnService::sendChanges() {
 
 void OwnService::notify(const Objects& objects) {
   for (const Subscription& s : subscriptions_) {
+    if (!s.subscriber->isConnected()) continue;  // it left, and its own leave is no reason to start it
     kl::message m;
     m.insert(kl::SYS_CMD, s.record.get(kl::SYS_NOTIFYCMD, kl::CMD_NOTIFY));
     m.insert(kl::SYS_TO, pathInside(s.record));

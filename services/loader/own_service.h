@@ -15,6 +15,8 @@ class ServiceActions {
   virtual const char* start(Service& service) = 0;
   virtual const char* stop(Service& service) = 0;
   virtual const char* restart(Service& service) = 0;
+  // Null when the service has left or has been asked to: its state says how that ends.
+  virtual const char* leave(Service& service) = 0;
 
  protected:
   ~ServiceActions() = default;
@@ -49,8 +51,10 @@ class OwnService final : public LocalService, public TableListener {
   void handle(Service& asker, const kl::message& request) override;
   void rowChanged(unsigned int id) override;
 
-  // The service is gone, and its subscriptions with it.
-  void dropSubscriptionsOf(const Service& gone);
+  // The service is gone, and its subscriptions and what it waits for with it.
+  void forget(const Service& gone);
+  // It left: its subscriptions hold on, though it is told of nothing while it is away.
+  void dropOrdersOf(const Service& gone);
 
   // Sends what changed since the last batch.
   void sendChanges();
@@ -61,12 +65,21 @@ class OwnService final : public LocalService, public TableListener {
     kl::message record;  // the request without what is its own
   };
 
+  // Who waits to hear whether a service has left.
+  struct LeaveOrder {
+    unsigned int id;  // of the service that was asked
+    Service* asker;
+    kl::message request;
+  };
+
   void onBatchTimer();
   kl::message execute(const kl::message& request, unsigned int command);
   kl::message getObject(unsigned int id) const;
   kl::message getAll(const kl::message& request) const;
   kl::message getCount() const;
   kl::message setObject(const kl::message& request);
+  void orderLeave(Service& asker, const kl::message& request);
+  void answerLeaveOrders(const Service& service);
   void subscribe(Service& asker, const kl::message& request);
   bool hasRoomFor(const Service& asker, const kl::message& record) const;
   void unsubscribe(const kl::message& request);
@@ -80,6 +93,7 @@ class OwnService final : public LocalService, public TableListener {
   OwnServiceHost& host_;
   kl::policies policies_;
   std::vector<Subscription> subscriptions_;
+  std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 
 #include "section.h"
@@ -33,10 +34,22 @@ bool isUser(uid_t uid, const std::string& name) {
   return uid == Users::numberOf(name);
 }
 
+// A process chooses this name itself, and it goes into the log and onto terminals.
+std::string printable(const std::string& name) {
+  std::string text;
+  char code[8];
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
+    text += byte < 0x20 || byte > 0x7e ? code : std::string(1, c);
+  }
+  return text;
+}
+
 std::string programName(pid_t pid) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
   std::string name;
-  return std::getline(in, name) ? name : "unknown";
+  return std::getline(in, name) ? printable(name) : "unknown";
 }
 
 }  // namespace
@@ -56,13 +69,14 @@ Service* Registration::admit(const Applicant& who, const Envelope& hello, std::s
   return &service;
 }
 
-kl::message Registration::readyMessage(const Service& service) {
+kl::message Registration::readyMessage(const Service& service, const std::vector<unsigned char>& data) {
   kl::message m;
   m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   m.insert(kl::SYS_CTRL, kl::CTRL_READY);
   m.insert(kl::READY_ID, service.id);
   m.insert(kl::READY_VERSION, kLoaderVersion);
   m.insert(kl::READY_STARTS, service.starts);
+  if (!data.empty()) m.insert(kl::READY_DATA, kl::message::flat_message(data));
   if (service.isConfigured() && !service.configuration->settings.empty())
     m.insert(kl::READY_CONFIGURATION, kl::message::flat_message(service.configuration->settings));
   return m;
@@ -99,6 +113,8 @@ void Registration::fill(Service& service, const Applicant& who) {
   service.pid = who.pid;
   service.user = users_.nameOf(who.uid);
   service.hasRegistered = true;
+  service.isAwaited = service.isDemanded = service.wantsToLeave = false;
+  service.leaveValue = 0;  // a new process has yet to say that it may leave
   if (service.name.empty()) service.name = programName(who.pid);
   Rights rights =
       service.isConfigured() ? service.configuration->rights : configuration_.rightsOf(service.user);

@@ -37,8 +37,8 @@ class Registration {
   // Its connection and its state are the caller's to set.
   Service* admit(const Applicant& who, const Envelope& hello, std::string& refusal);
 
-  // The message that confirms it.
-  static kl::message readyMessage(const Service& service);
+  // The message that confirms it; `data` is what the service saved when it last left.
+  static kl::message readyMessage(const Service& service, const std::vector<unsigned char>& data = {});
 
  private:
   std::string whyNot(const Applicant& who, unsigned int id) const;

@@ -36,6 +36,14 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
   return m;
 }
 
+kl::message endMessage(unsigned int goneId) {
+  kl::message m;
+  m.insert(kl::SYS_TO, Ids());
+  m.insert(kl::SYS_FROM, Ids{goneId});
+  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  return m;
+}
+
 bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }
 
 // Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
@@ -72,6 +80,7 @@ bool isWellFormedMulti(Path path) {
 const char* Router::route(Service& sender, std::span<const unsigned char> body) {
   Envelope e;
   if (const char* fault = readEnvelope(body, e)) return fault;
+  sender.lastActive = now_;
   ++sender.traffic.messagesOut;
   sender.traffic.bytesOut += kPrefixBytes + body.size();
   const Path path = e.path();
@@ -88,29 +97,53 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body) 
 }
 
 void Router::endOf(Service& gone) {
+  gone.bornAt = 0;
   breakRequestsTo(gone);
-  while (requests_.oldestOf(gone) != nullptr) requests_.forgetOldestOf(gone);
+  forgetRequestsOf(gone);
   outbox_.forget(gone);
   gone.out.clear();
+  gone.held.clear();
   announceEnd(gone);
 }
 
-void Router::breakRequestsTo(Service& asked) {
-  while (const OpenRequest* request = requests_.oldestFor(asked)) {
-    if (request->expectsReply) answerOpen(*request, kl::ERROR_BRKPATH);
-    requests_.forgetOldestFor(asked);
-  }
+void Router::leftBy(Service& gone) {
+  const OpenRequest* request = nullptr;
+  while ((request = requests_.oldestFor(gone)) != nullptr && !request->isHeld) breakOldestTo(gone, *request);
+  forgetRequestsOf(gone);
+  outbox_.forget(gone);
+  gone.out.clear();
+  Outbox::keepForNext(gone);
 }
 
-// Codes that only the loader sends, that belong to leaving, or that are yet unknown are passed over: a newer
-// service must be able to talk to this loader.
+void Router::tellEnd(Service& to, unsigned int goneId) {
+  (void)outbox_.send(to, endMessage(goneId), Urgency::kReply);
+}
+
+void Router::breakRequestsTo(Service& asked) {
+  while (const OpenRequest* request = requests_.oldestFor(asked)) breakOldestTo(asked, *request);
+}
+
+void Router::breakOldestTo(Service& asked, const OpenRequest& request) {
+  if (request.expectsReply) answerOpen(request, kl::ERROR_BRKPATH);
+  requests_.forgetOldestFor(asked);
+}
+
+void Router::forgetRequestsOf(Service& asker) {
+  while (requests_.oldestOf(asker) != nullptr) requests_.forgetOldestOf(asker);
+}
+
+// Codes that only the loader sends or that are yet unknown are passed over: a newer service must be able to talk to
+// this loader.
 const char* Router::control(Service& sender, const Envelope& e) {
   switch (e.control) {
     case kl::CTRL_HELLO: return "sent a second registration";
     case kl::CTRL_RUNNING:
       if (sender.state == kl::SVC_STATE_REGISTERED) table_.setState(sender, kl::SVC_STATE_RUNNING);
       break;
-    case kl::CTRL_LEAVE_VALUE: sender.leaveValue = e.controlArgument; break;
+    case kl::CTRL_LEFT:
+    case kl::CTRL_REFUSED:
+    case kl::CTRL_WANT_LEAVE:
+    case kl::CTRL_LEAVE_VALUE: leaving_.leaveMessage(sender, e); break;
     default: break;
   }
   return nullptr;
@@ -135,9 +168,19 @@ void Router::deliverToEach(Service& sender, const Envelope& e) {
 void Router::deliver(Service& sender, const Envelope& e, Path path) {
   if (path[0] == kl::SERVICE_LOADER) return deliverToLoader(sender, e, path);
   Service* to = table_.find(path[0]);
-  const bool isHeld = to != nullptr && to->holdsRequests() && !e.isReply() && !e.isNotice();
-  if (to == nullptr || !(to->isConnected() || isHeld)) return reportBrokenPath(sender, e, path);
+  const bool isHeld = to != nullptr && to->holds();
+  const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isNotice()));
+  if (!isTaken) return reportBrokenPath(sender, e, path);
+  to->lastActive = now_;
   deliverCopy(sender, e, *to, path.withoutFirst());
+  if (isHeld) demand(*to, e);
+}
+
+// Replies, news of ends and what is sent to all wait until somebody needs the service.
+void Router::demand(Service& to, const Envelope& e) {
+  if (e.isReply() || e.isNotice() || e.command == kl::CMD_DISCONNECTED || to.held.empty()) return;
+  to.isDemanded = true;
+  if (to.state == kl::SVC_STATE_LEFT) leaving_.demanded(to);
 }
 
 // Handler 0 is the loader's only handler, so it need not be named.
@@ -207,10 +250,7 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
 }
 
 void Router::announceEnd(const Service& gone) {
-  kl::message m;
-  m.insert(kl::SYS_TO, Ids());
-  m.insert(kl::SYS_FROM, Ids{gone.id});
-  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  const kl::message m = endMessage(gone.id);
   for (const auto& [id, service] : table_.all())
     if (service->isConnected()) (void)outbox_.send(*service, m, Urgency::kReply);
 }

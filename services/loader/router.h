@@ -19,6 +19,18 @@ class LocalService {
   ~LocalService() = default;
 };
 
+// Hears of what processes say and others do that has to do with leaving.
+class LeaveListener {
+ public:
+  // A control message with one of the codes CTRL_LEFT, CTRL_REFUSED, CTRL_WANT_LEAVE and CTRL_LEAVE_VALUE.
+  virtual void leaveMessage(Service& sender, const Envelope& e) = 0;
+  // Something is held for a service that left, which it is to be started for.
+  virtual void demanded(Service& left) = 0;
+
+ protected:
+  ~LeaveListener() = default;
+};
+
 // A path's first element names a service.  It is removed on delivery, and the sender's id is put in front of the
 // return path: A's handler 7 asking [24, 0] arrives at service 24 as SYS_TO [0], SYS_FROM [A, 7], and the reply
 // comes back to A as SYS_TO [7].
@@ -37,8 +49,9 @@ class Router {
   static constexpr unsigned int kMaxOpenRequests = 4096;  // of one asker
   static constexpr unsigned int kOldSeconds = 600;        // older ones make room
 
-  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, LocalService& local)
-      : table_(table), requests_(requests), outbox_(outbox), local_(local) {}
+  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, LocalService& local,
+         LeaveListener& leaving)
+      : table_(table), requests_(requests), outbox_(outbox), local_(local), leaving_(leaving) {}
 
   // The time that requests are stamped with, in seconds from any beginning.
   void setNow(unsigned int seconds) { now_ = seconds; }
@@ -50,10 +63,19 @@ class Router {
   // Needs: it has no connection any more.
   void endOf(Service& gone);
 
+  // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
+  // is held for it stays, and nobody is told.  Needs: it has no connection any more.
+  void leftBy(Service& gone);
+
+  // Tells one service that another has ended.
+  void tellEnd(Service& to, unsigned int goneId);
+
   // Answers and forgets the requests that wait for a service that cannot take them.
   void breakRequestsTo(Service& asked);
 
  private:
+  void breakOldestTo(Service& asked, const OpenRequest& request);
+  void forgetRequestsOf(Service& asker);
   const char* control(Service& sender, const Envelope& e);
   void deliverToAll(Service& sender, const Envelope& e);
   void deliverToEach(Service& sender, const Envelope& e);
@@ -62,6 +84,7 @@ class Router {
   void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
+  void demand(Service& to, const Envelope& e);
   bool makeRoom(Service& asker);
 
   void reportBrokenPath(Service& sender, const Envelope& e, Path path);
@@ -73,6 +96,7 @@ class Router {
   OpenRequests& requests_;
   Outbox& outbox_;
   LocalService& local_;
+  LeaveListener& leaving_;
   Buffer scratch_;
   unsigned int now_ = 0;
 };

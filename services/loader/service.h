@@ -24,8 +24,12 @@ struct Traffic {
   unsigned long long drops = 0;
 };
 
-// A service by its id.  Its messages wait in `out`, also before it has a connection: that is how requests to a
-// service that is still starting are held.
+// A service by its id.  What is on its way to the process waits in `out`; what the process is not to see yet waits
+// in `held`: it was asked to leave, or it is not there and somebody counts on its coming.
+//
+//     configured ---- isAwaited ----> registers ----> ends            isAwaited no more: who asks it is told
+//                         ^               '---------> leaves
+//                         '-----------------------------'
 //
 // Ownership: the table owns services; everybody else borrows them until the table removes them.
 // Threads:   belongs to one thread.
@@ -41,11 +45,18 @@ struct Service {
 
   unsigned int state = kl::SVC_STATE_STOPPED;
   unsigned int starts = 0;
-  bool hasRegistered = false;   // since the loader started
-  unsigned int leaveValue = 0;  // what it said last with CTRL_LEAVE_VALUE; 0: it may not be asked to leave
+  bool hasRegistered = false;  // since the loader started
+  bool isAwaited = true;       // it has not come yet, or it left: what comes for it meanwhile is held
+  bool isDemanded = false;     // something is held that it is to be started for
+
+  unsigned int leaveValue = 0;    // what it said last with CTRL_LEAVE_VALUE; 0: it may not be asked to leave
+  bool wantsToLeave = false;      // it said so when it could not
+  unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
+  unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is not there
 
   Connection* connection = nullptr;  // set from its registration to its end
   Buffer out;
+  Buffer held;
   bool hasNews = false;  // something was put into `out` since the last write
   Traffic traffic;
   RequestLists requests;
@@ -53,10 +64,14 @@ struct Service {
   bool isConnected() const { return connection != nullptr; }
   bool isConfigured() const { return configuration != nullptr; }
 
-  // Requests are held for a service on its way up that nobody could reach before.
-  bool holdsRequests() const {
-    if (isConnected() || hasRegistered || !isConfigured()) return false;
-    return state == kl::SVC_STATE_STARTING || configuration->command.empty();
+  std::size_t waiting() const { return out.size() + held.size(); }
+
+  // What comes for it is held.  Between a crash and the next start it is not: then nobody knows whether it will
+  // come.
+  bool holds() const {
+    if (state == kl::SVC_STATE_LEAVING) return true;
+    if (isConnected() || !isAwaited || !isConfigured()) return false;
+    return state == kl::SVC_STATE_STOPPED || state == kl::SVC_STATE_STARTING || state == kl::SVC_STATE_LEFT;
   }
 };
 

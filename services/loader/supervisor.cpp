@@ -17,6 +17,7 @@ namespace {
 
 constexpr char kNotMine[] = "the loader does not start this service";
 constexpr char kEnding[] = "the loader is ending";
+constexpr char kNotThere[] = "no process that the loader started runs for this service";
 
 std::string secondsText(unsigned int ticks) {
   char text[16];
@@ -38,8 +39,11 @@ void Supervisor::supervise(Service& service) {
 }
 
 void Supervisor::startAll() {
-  for (const auto& [id, p] : processes_)
-    if (p->service.configuration->startsAtBoot) (void)start(p->service);
+  for (const auto& [id, p] : processes_) {
+    const ServiceConfiguration& configuration = *p->service.configuration;
+    if (configuration.startsAtBoot) (void)start(p->service);
+    else if (configuration.startsOnDemand) table_.setState(p->service, kl::SVC_STATE_LEFT);
+  }
 }
 
 const char* Supervisor::start(Service& service) {
@@ -51,6 +55,7 @@ const char* Supervisor::start(Service& service) {
   if (p->isAlive() || service.isConnected()) return nullptr;
   p->delay.reset();
   cancelDelay(*p);
+  if (!service.hasRegistered) service.isAwaited = true;
   launch(*p);
   return nullptr;
 }
@@ -62,8 +67,31 @@ const char* Supervisor::stop(Service& service) {
   p->startsAgain = false;
   cancelDelay(*p);
   if (p->isAlive()) tellToEnd(*p);
-  else if (!service.isConnected()) table_.setState(service, kl::SVC_STATE_STOPPED);
+  else if (service.isConnected()) host_.disconnect(service);
+  else rest(*p);
   return nullptr;
+}
+
+const char* Supervisor::leave(Service& service) {
+  const Process* p = find(service);
+  if (p == nullptr) return kNotMine;
+  if (service.state == kl::SVC_STATE_LEAVING || service.state == kl::SVC_STATE_LEFT) return nullptr;
+  return p->isAlive() && service.isConnected() ? host_.askToLeave(service) : kNotThere;
+}
+
+void Supervisor::startAsNeeded(Service& service) {
+  Process* p = find(service);
+  if (p != nullptr && !p->isAlive() && !isEnding_) launch(*p);
+}
+
+void Supervisor::refusedToLeave(Service& service) {
+  if (isEnding_) (void)stop(service);
+}
+
+void Supervisor::expectEnd(Service& service) {
+  Process* p = find(service);
+  if (p != nullptr && p->isAlive() && !p->killTimer)
+    p->killTimer = runner_.addTimer(p, kl::bind<Process, &Process::onKill>(), kKillTicks);
 }
 
 const char* Supervisor::restart(Service& service) {
@@ -79,9 +107,8 @@ void Supervisor::connectionEnded(Service& service) {
   Process* p = find(service);
   if (p != nullptr && p->isAlive()) {
     // Without its connection it is of no use; most have noticed and are ending.
-    table_.setState(service, kl::SVC_STATE_STOPPING);
-    if (!p->killTimer) p->killTimer = runner_.addTimer(p, kl::bind<Process, &Process::onKill>(), kKillTicks);
-    return;
+    if (service.state != kl::SVC_STATE_LEAVING) table_.setState(service, kl::SVC_STATE_STOPPING);
+    return expectEnd(service);
   }
   service.pid = 0;
   if (p != nullptr && p->isWanted && !isEnding_)
@@ -104,10 +131,18 @@ void Supervisor::endAll() {
   const bool isSecondCall = isEnding_;
   isEnding_ = true;
   for (const auto& [id, p] : processes_) {
-    (void)stop(p->service);
     if (isSecondCall && p->isAlive()) kill(*p);
+    else if (!isAskedAtEnd(*p) && p->service.state != kl::SVC_STATE_LEFT) (void)stop(p->service);
   }
   if (!anyAlive()) host_.allEnded();
+}
+
+// True when the process was asked to leave; what it does not do in time it is told to.
+bool Supervisor::isAskedAtEnd(Process& p) {
+  if (!p.isAlive() || leave(p.service) != nullptr) return false;
+  p.isWanted = false;
+  if (!p.killTimer) p.killTimer = runner_.addTimer(&p, kl::bind<Process, &Process::onKill>(), kLeaveTicks);
+  return true;
 }
 
 Supervisor::Process* Supervisor::find(const Service& service) {
@@ -124,6 +159,7 @@ void Supervisor::launch(Process& p) {
   const Descriptor its(ends[1]);
   ++p.service.starts;
   p.isTold = p.startsAgain = false;
+  p.isWanted = true;
   const pid_t pid = startProcess(*p.service.configuration, its.get());
   if (pid < 0) return startLater(p, cannotStart(p.service));
   p.isOwn = true;
@@ -150,7 +186,10 @@ void Supervisor::kill(Process& p) {
 
 void Supervisor::Process::onKill() {
   killTimer = {};
-  if (isAlive()) supervisor.kill(*this);
+  if (!isAlive()) return;
+  if (supervisor.isEnding_ && !isTold) supervisor.tellToEnd(*this);
+  else supervisor.kill(*this);
+  supervisor.host_.settle();
 }
 
 void Supervisor::Process::onDelayOver() {
@@ -165,14 +204,30 @@ void Supervisor::ended(Process& p, int status) {
   const std::string how =
       describe(p.service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
   host_.processEnded(p.service);
+  if (p.service.state == kl::SVC_STATE_LEAVING && host_.hasLeft(p.service, crashed))
+    return left(p, describe(p.service) + ": left");
   forgetProcess(p);
   if (isEnding_ || (wasTold && !p.startsAgain)) return settleDown(p, how);
   if (p.startsAgain) {
     log_.line(how);
     return launch(p);
   }
-  if (startsAfter(p, crashed)) startLater(p, how);
-  else settleDown(p, how);
+  if (startsAfter(p, crashed)) return startLater(p, how);
+  settleDown(p, how);
+  if (!crashed && p.service.configuration->startsOnDemand) awaitDemand(p);
+}
+
+void Supervisor::left(Process& p, const std::string& how) {
+  log_.line(how);
+  forgetProcess(p);
+  table_.setState(p.service, kl::SVC_STATE_LEFT);
+  if (p.service.isDemanded) startAsNeeded(p.service);
+}
+
+// A service that was started by a message and had no more to do.
+void Supervisor::awaitDemand(Process& p) {
+  p.service.isAwaited = true;
+  table_.setState(p.service, kl::SVC_STATE_LEFT);
 }
 
 void Supervisor::forgetProcess(Process& p) {
@@ -194,6 +249,16 @@ bool Supervisor::startsAfter(const Process& p, bool crashed) const {
 void Supervisor::settleDown(Process& p, const std::string& how) {
   log_.line(how);
   p.isWanted = false;
+  p.service.isAwaited = false;
+  rest(p);
+}
+
+// A service that had left and is not to come again has ended, which the others have not heard yet.
+void Supervisor::rest(Process& p) {
+  if (p.service.bornAt != 0 && !isEnding_) {
+    p.service.isAwaited = false;
+    host_.staysAway(p.service);
+  }
   table_.setState(p.service, kl::SVC_STATE_STOPPED);
 }
 

@@ -19,6 +19,14 @@ class SupervisorHost {
   virtual void adopt(Service& service, Descriptor connection) = 0;
   // The process has ended: what it still said is to be read, and its connection to be ended.
   virtual void processEnded(Service& service) = 0;
+  // Asks the process of a service to leave; null, or why it cannot be asked.
+  virtual const char* askToLeave(Service& service) = 0;
+  // Whether the process of a service that was asked, which has now ended, has left.
+  virtual bool hasLeft(Service& service, bool crashed) = 0;
+  // Ends the connection of somebody else's process that has the place of a service.
+  virtual void disconnect(Service& service) = 0;
+  // A service that had left does not come again.
+  virtual void staysAway(Service& service) = 0;
   // After endAll(): no process is left.
   virtual void allEnded() = 0;
   // Sends what the supervisor's doing has put into queues.  Called at the end of each of its callbacks.
@@ -36,6 +44,10 @@ class SupervisorHost {
 //        |                  '--after a while------ DELAYED      (a crash; 0.1 s, doubling, up to 10 s)
 //        '--- ends --- STOPPING <--stop, SIGTERM and after 2 s SIGKILL--
 //
+//     RUNNING --asked--> LEAVING --ends--> LEFT --a message for it--> STARTING
+//        ^                  |
+//        '--- refuses ------'
+//
 // Errors:    a process that cannot be started counts as one that crashed; each end is one line on the log.
 // Ownership: owns the processes' records; borrows the services for good (configured ones stay in the table).
 // Threads:   belongs to one thread.
@@ -43,6 +55,7 @@ class SupervisorHost {
 class Supervisor final : public ServiceActions {
  public:
   static constexpr unsigned int kKillTicks = 200;
+  static constexpr unsigned int kLeaveTicks = 200;  // at the orderly end: to answer and to be gone
 
   Supervisor(kl::ThinRunner& runner, ServiceTable& table, Log& log, SupervisorHost& host)
       : runner_(runner), table_(table), log_(log), host_(host) {}
@@ -56,6 +69,14 @@ class Supervisor final : public ServiceActions {
   const char* start(Service& service) override;
   const char* stop(Service& service) override;
   const char* restart(Service& service) override;
+  const char* leave(Service& service) override;
+
+  // A message waits for a service that left.
+  void startAsNeeded(Service& service);
+  // A process that was asked to leave does not.
+  void refusedToLeave(Service& service);
+  // The process has to end now, within its time.
+  void expectEnd(Service& service);
 
   // Somebody registered under the id of a service whose process is not running.
   void strangerCame(Service& service);
@@ -65,7 +86,8 @@ class Supervisor final : public ServiceActions {
   // Collects the processes that have ended.
   void reap();
 
-  // Tells every process to end, and starts none any more.  A second call kills them at once.
+  // Asks those processes to leave that may, tells all others to end, and starts none any more.  A second call kills
+  // them at once.
   void endAll();
 
  private:
@@ -89,6 +111,10 @@ class Supervisor final : public ServiceActions {
 
   Process* find(const Service& service);
   void launch(Process& p);
+  bool isAskedAtEnd(Process& p);
+  void left(Process& p, const std::string& how);
+  void awaitDemand(Process& p);
+  void rest(Process& p);
   void tellToEnd(Process& p);
   void kill(Process& p);
   void ended(Process& p, int status);

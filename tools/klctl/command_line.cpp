@@ -34,7 +34,9 @@ class Parser {
     CLI::Option* json = app_.add_flag("--json", line_.json, "Print JSON");
     app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came")->excludes(json);
     app_.add_option("--fields", line_.fields, "Where the field dictionaries are")->type_name("DIR");
-    app_.footer("Exit status: 0 done, 1 error reply, 2 usage, 3 time-out, 4 no loader.  See klctl(1).");
+    app_.footer(
+        "Exit status: 0 done, 1 error reply, 2 usage, 3 time-out, 4 no loader, 5 refused to leave.\n"
+        "See klctl(1).");
     addVerb(Verb::kServices, "services", "List the services");
     addRequest(Verb::kGet, "get", "Read settings, or one object");
     addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
@@ -42,6 +44,10 @@ class Parser {
     addRequest(Verb::kSet, "set", "Change settings, or one object");
     CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
     send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
+    addAction(Verb::kStart, "start", "Start a service");
+    addAction(Verb::kStop, "stop", "End a service");
+    addAction(Verb::kRestart, "restart", "End a service and start it again");
+    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait until it has");
     addDump();
     addUndo();
   }
@@ -82,6 +88,13 @@ class Parser {
             "--id", [this](const std::string& text) { readId("--id", text); }, "The object, as in PATH:ID")
         ->type_name("ID");
     return verbApp;
+  }
+
+  void addAction(Verb verb, const char* name, const char* about) {
+    addVerb(verb, name, about)
+        ->add_option("SERVICE", words_.path, "A service, by its name or its number")
+        ->required()
+        ->type_name("");
   }
 
   void addDump() {
@@ -134,6 +147,8 @@ class Parser {
       return;
     }
     line_.path = parsePath(words_.path);
+    if (isAction(line_.verb) && (!line_.path.handlers.empty() || line_.path.object))
+      throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
     interpretId();
     interpretRest();
   }

@@ -12,11 +12,29 @@
 
 namespace klctl {
 
-enum class Verb { kServices, kGet, kGetAll, kWatch, kSet, kSend, kDump, kUndoList, kUndoShow, kUndoRun };
+enum class Verb {
+  kServices,
+  kGet,
+  kGetAll,
+  kWatch,
+  kSet,
+  kSend,
+  kStart,
+  kStop,
+  kRestart,
+  kLeave,
+  kDump,
+  kUndoList,
+  kUndoShow,
+  kUndoRun,
+};
 
 inline bool isUndo(Verb verb) {
   return verb == Verb::kUndoList || verb == Verb::kUndoShow || verb == Verb::kUndoRun;
 }
+
+// True for what is done to a service and not asked of it.
+constexpr bool isAction(Verb verb) { return verb >= Verb::kStart && verb <= Verb::kLeave; }
 
 struct CommandLine {
   Verb verb = Verb::kServices;

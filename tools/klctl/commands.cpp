@@ -8,6 +8,7 @@
 #include "fetch.h"
 #include "json.h"
 #include "kl/conventions.h"
+#include "kl/services.h"
 #include "show.h"
 #include "table.h"
 #include "undo.h"
@@ -46,6 +47,30 @@ kl::message requestFor(const CommandLine& line, const FieldNames& names) {
   return request;
 }
 
+unsigned int actionOf(Verb verb) {
+  switch (verb) {
+    case Verb::kStart: return kl::SVC_START;
+    case Verb::kStop: return kl::SVC_STOP;
+    case Verb::kRestart: return kl::SVC_RESTART;
+    default: return kl::SVC_LEAVE;
+  }
+}
+
+// The loader answers a request to leave when the service has left, or has not.
+kl::message act(const CommandLine& line, const Exchange& exchange) {
+  const std::string& service = line.path.service;
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  request.insert(kl::SYS_CMD, kl::CMD_SETOBJ);
+  request.insert(kl::STD_ID, serviceId(service, exchange));
+  request.insert(kl::SVC_ACTION, actionOf(line.verb));
+  kl::message reply = exchange(request);
+  unsigned int code = kl::ERROR_OK;
+  if (!kl::isError(reply, &code)) return reply;
+  const bool stays = line.verb == Verb::kLeave && code == kl::ERROR_BUSY;
+  throw Failure(stays ? Status::kStays : Status::kRefused, service + ": " + kl::getError(reply));
+}
+
 void addressTo(kl::message& request, const PathWord& path, const Exchange& exchange) {
   std::vector<unsigned int> to = {serviceId(path.service, exchange)};
   to.insert(to.end(), path.handlers.begin(), path.handlers.end());
@@ -70,6 +95,11 @@ std::string showReply(const CommandLine& line, kl::message reply, const FieldNam
          objectsTable(objects, columnsOf(objects, names), lineWidth());
 }
 
+std::string runAction(const CommandLine& line, const Exchange& exchange) {
+  const kl::message reply = act(line, exchange);
+  return line.dump ? dumpText(reply) : showReply(line, reply, FieldNames());
+}
+
 }  // namespace
 
 Subject subjectOf(const CommandLine& words, const Exchange& exchange) {
@@ -83,6 +113,7 @@ Subject subjectOf(const CommandLine& words, const Exchange& exchange) {
 
 std::string run(const CommandLine& line, const Exchange& exchange, const Send& send, const Walk& walk) {
   if (isUndo(line.verb)) return runUndo(line, exchange);
+  if (isAction(line.verb)) return runAction(line, exchange);
   const auto& [path, names, request] = subjectOf(line, exchange);
   if (line.noReply) return send(request), "";
   if (line.verb == Verb::kGetAll && !line.dump) return showObjects(line, walk(request, path), names);

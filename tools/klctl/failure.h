@@ -13,6 +13,7 @@ enum class Status {
   kUsage = 2,
   kTimeout = 3,
   kNoLoader = 4,
+  kStays = 5,  // a service refused to leave
 };
 
 // Thrown wherever something stands in the way, caught once in main.  what() is a sentence for the user.

@@ -113,7 +113,15 @@ TEST(Configuration, MistakesNameFileLineAndWhatWasExpected) {
   EXPECT_EQ(mistakesIn("\n\n[loader]\nqueue_limit = 1\n"),
             "test.toml:4: [loader] queue_limit: expected a number from 4096 to 16777216, found 1");
   EXPECT_EQ(mistakesInService("start = 1\n"),
-            "test.toml:4: [service] start: expected true or false, found 1");
+            "test.toml:4: [service] start: expected true, false or \"demand\", found 1");
+  EXPECT_EQ(mistakesInService("start = \"boot\"\n"),
+            "test.toml:4: [service] start: expected true, false or \"demand\", found \"boot\"");
+  EXPECT_EQ(mistakesInService("leave_idle_seconds = -1\n"),
+            "test.toml:4: [service] leave_idle_seconds: expected a number from 0 to 86400, found -1");
+  EXPECT_EQ(
+      mistakesInService("leave_idle_seconds = 1.5\n"),
+      "test.toml:4: [service] leave_idle_seconds: expected a number from 0 to 86400, found a number with a "
+      "fraction");
   EXPECT_EQ(mistakesInService("command = \"/bin/x\"\n"),
             "test.toml:4: [service] command: expected a list of texts: the program and its arguments, found "
             "\"/bin/x\"");
@@ -159,6 +167,26 @@ TEST(Configuration, AServiceNeedsANameAndAnId) {
   EXPECT_EQ(
       mistakesIn("[[service]]\nname = \"x y\"\n"),
       "test.toml:1: [service]: expected an id: the name \"x y\" is not one that the system has a number for");
+}
+
+TEST(Configuration, AServiceMayBeStartedOnDemandAndLeaveWhenItIsIdle) {
+  const Configuration c = read(
+      "[[service]]\nname = \"x\"\nid = 3\ncommand = [\"/bin/x\"]\nstart = \"demand\"\nleave_idle_seconds = "
+      "60\n"
+      "[[service]]\nname = \"y\"\nid = 4\ncommand = [\"/bin/x\"]\n");
+  EXPECT_TRUE(c.services.at(0).startsOnDemand);
+  EXPECT_FALSE(c.services.at(0).startsAtBoot);
+  EXPECT_EQ(c.services.at(0).leaveIdleSeconds, 60u);
+  EXPECT_FALSE(c.services.at(1).startsOnDemand);
+  EXPECT_TRUE(c.services.at(1).startsAtBoot);
+  EXPECT_EQ(c.services.at(1).leaveIdleSeconds, 0u);
+}
+
+TEST(Configuration, WhatTheLoaderDoesNotStartCannotWaitToBeStarted) {
+  EXPECT_EQ(mistakesIn("[[service]]\nname = \"x\"\nid = 3\nstart = \"demand\"\n"),
+            "test.toml:1: [service]: expected a command: start is \"demand\"");
+  EXPECT_EQ(mistakesIn("[[service]]\nname = \"x\"\nid = 3\nleave_idle_seconds = 5\n"),
+            "test.toml:1: [service]: expected a command: leave_idle_seconds is not 0");
 }
 
 TEST(Configuration, SomeIdsCannotBeConfigured) {

@@ -21,6 +21,8 @@ inline Service& connected(ServiceTable& table, unsigned int id) {
   service.connection = reinterpret_cast<Connection*>(&nobody);
   service.state = kl::SVC_STATE_RUNNING;
   service.hasRegistered = true;
+  service.isAwaited = false;
+  service.bornAt = 1;
   return service;
 }
 
@@ -31,24 +33,29 @@ inline std::vector<unsigned char> flat(const kl::message& m) {
 }
 
 // The bodies of the frames in a queue, in order; the queue is empty afterwards.
-inline std::vector<std::vector<unsigned char>> takeFrames(Service& service) {
+inline std::vector<std::vector<unsigned char>> takeFrames(Buffer& queue) {
   std::vector<std::vector<unsigned char>> frames;
-  std::span<const unsigned char> rest = service.out.bytes();
+  std::span<const unsigned char> rest = queue.bytes();
   while (rest.size() >= kPrefixBytes) {
     const std::size_t length = kl::readLe32(rest.data());
     const auto body = rest.subspan(kPrefixBytes, length);
     frames.emplace_back(body.begin(), body.end());
     rest = rest.subspan(kPrefixBytes + length);
   }
-  service.out.clear();
+  queue.clear();
   return frames;
 }
+inline std::vector<std::vector<unsigned char>> takeFrames(Service& service) {
+  return takeFrames(service.out);
+}
 
-inline std::vector<kl::message> takeMessages(Service& service) {
+inline std::vector<kl::message> takeMessages(Buffer& queue) {
   std::vector<kl::message> messages;
-  for (const auto& frame : takeFrames(service)) messages.emplace_back(frame);
+  for (const auto& frame : takeFrames(queue)) messages.emplace_back(frame);
   return messages;
 }
+inline std::vector<kl::message> takeMessages(Service& service) { return takeMessages(service.out); }
+inline std::vector<kl::message> takeHeld(Service& service) { return takeMessages(service.held); }
 
 // The one message in a queue; an empty one when there is not exactly one.
 inline kl::message takeOnly(Service& service) {

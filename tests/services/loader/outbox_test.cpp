@@ -95,20 +95,61 @@ TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {
 TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {
   outbox_.setSender(b_);
   (void)outbox_.send(a_, ofBytes(500), Urgency::kOrdinary);
-  outbox_.sendFirst(a_, ofBytes(400));
+  (void)outbox_.send(a_, ofBytes(400), Urgency::kReply);
   EXPECT_EQ(b_.traffic.messagesOut, 2u);
   EXPECT_EQ(b_.traffic.bytesOut, 908u);
 }
 
-TEST_F(OutboxTest, WhatIsHeldStaysBehindTheFirst) {
+TEST_F(OutboxTest, WhatIsHeldIsNoNewsUntilItIsReleasedBehindWhatIsOnItsWay) {
+  (void)outbox_.send(a_, ofBytes(50), Urgency::kOrdinary);
+  outbox_.eachWithNews([](Service&) {});
+  a_.state = kl::SVC_STATE_LEAVING;
   (void)outbox_.send(a_, ofBytes(100), Urgency::kOrdinary);
-  (void)outbox_.send(a_, ofBytes(200), Urgency::kOrdinary);
-  outbox_.sendFirst(a_, ofBytes(50));
+  (void)outbox_.send(a_, ofBytes(200), Urgency::kReply);
+  EXPECT_EQ(a_.out.size(), 53u);  // raw data this short have a shorter length
+  outbox_.eachWithNews([](Service& s) { ADD_FAILURE() << s.id; });
+  a_.state = kl::SVC_STATE_RUNNING;
+  outbox_.release(a_);
+  int told = 0;
+  outbox_.eachWithNews([&](Service&) { ++told; });
+  EXPECT_EQ(told, 1);
   const auto frames = takeFrames(a_);
   ASSERT_EQ(frames.size(), 3u);
   EXPECT_EQ(frames[0], flat(ofBytes(50)));
   EXPECT_EQ(frames[1], flat(ofBytes(100)));
   EXPECT_EQ(frames[2], flat(ofBytes(200)));
+  EXPECT_EQ(a_.waiting(), 0u);
+}
+
+TEST_F(OutboxTest, WhatIsHeldCountsTowardsTheLimit) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  while (outbox_.send(a_, ofBytes(300), Urgency::kOrdinary)) {
+  }
+  EXPECT_TRUE(outbox_.isFull(a_));
+  EXPECT_LT(a_.held.size(), kLimit + 304);
+}
+
+TEST_F(OutboxTest, NothingIsQueuedForAServiceThatIsNotThere) {
+  a_.connection = nullptr;
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(100), Urgency::kReply));
+  EXPECT_EQ(a_.waiting(), 0u);
+}
+
+TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  kl::message ended = notification({});
+  ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, Ids());
+  for (const kl::message& m : {request({7}, kl::CMD_GET, 1), reply({7}, 2), ended, notification({}), notice,
+                               request({}, kl::CMD_SUBSCRIBE, 3)})
+    ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
+  Outbox::keepForNext(a_);
+  const std::vector<kl::message> kept = takeHeld(a_);
+  ASSERT_EQ(kept.size(), 3u);
+  EXPECT_EQ(kept[0], request({7}, kl::CMD_GET, 1));
+  EXPECT_EQ(kept[1], notification({}));
+  EXPECT_EQ(kept[2], request({}, kl::CMD_SUBSCRIBE, 3));
 }
 
 }  // namespace

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "fixture.h"
 
 namespace {
 
 using namespace loader::test;
+using loader::Connection;
 using loader::Outbox;
 using loader::OwnService;
 using loader::Service;
@@ -18,6 +21,7 @@ class Actions final : public loader::ServiceActions {
   const char* start(Service& service) override { return note("start", service); }
   const char* stop(Service& service) override { return note("stop", service); }
   const char* restart(Service& service) override { return note("restart", service); }
+  const char* leave(Service& service) override { return note("leave", service); }
 
   std::string done;
   const char* failure = nullptr;
@@ -192,6 +196,50 @@ TEST_F(OwnServiceTest, ActionsReachTheSupervisor) {
   EXPECT_EQ(errorOf(ask(m)), kl::ERROR_UNKNOWNID);
 }
 
+TEST_F(OwnServiceTest, ALeaveIsAnsweredWhenItHasAnOutcome) {
+  const auto orderLeave = [this](unsigned int requestId) {
+    kl::message m = request({}, kl::CMD_SETOBJ, requestId, {10, 7});
+    m.insert(kl::STD_ID, 40);
+    m.insert(kl::SVC_ACTION, kl::SVC_LEAVE);
+    own_.handle(a_, m);
+  };
+  const std::pair<unsigned int, unsigned int> outcomes[] = {{kl::SVC_STATE_LEFT, kl::ERROR_OK},
+                                                            {kl::SVC_STATE_RUNNING, kl::ERROR_BUSY},
+                                                            {kl::SVC_STATE_STOPPING, kl::ERROR_FAILED},
+                                                            {kl::SVC_STATE_DELAYED, kl::ERROR_FAILED}};
+  Service& leaver = connected(table_, 40);
+  Service& other = connected(table_, 41);
+  for (const auto& [state, code] : outcomes) {
+    table_.setState(leaver, kl::SVC_STATE_LEAVING);
+    orderLeave(5);
+    orderLeave(6);
+    table_.setState(other, kl::SVC_STATE_LEFT);
+    EXPECT_TRUE(takeMessages(a_).empty());
+    table_.setState(leaver, state);
+    const std::vector<kl::message> answers = takeMessages(a_);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(errorOf(answers[0]), code);
+    EXPECT_EQ(answers[0].get(kl::SYS_REQID, 0), 5u);
+    EXPECT_EQ(answers[1].get(kl::SYS_REQID, 0), 6u);
+    EXPECT_EQ(answers[1].get(kl::SYS_TO, {}), Ids{7});
+  }
+  actions_.failure = "no";
+  orderLeave(7);
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_FAILED);
+}
+
+TEST_F(OwnServiceTest, WhoIsGoneIsNotToldOfALeave) {
+  Service& leaver = connected(table_, 40);
+  leaver.state = kl::SVC_STATE_LEAVING;
+  kl::message m = request({}, kl::CMD_SETOBJ, 5, {10, 7});
+  m.insert(kl::STD_ID, 40);
+  m.insert(kl::SVC_ACTION, kl::SVC_LEAVE);
+  own_.handle(a_, m);
+  own_.forget(a_);
+  table_.setState(leaver, kl::SVC_STATE_LEFT);
+  EXPECT_TRUE(a_.out.empty());
+}
+
 TEST_F(OwnServiceTest, ThePoliciesHoldForTheLoaderToo) {
   kl::message m = request({}, kl::CMD_SETOBJ, 5);
   m.insert(kl::STD_ID, 10);
@@ -263,10 +311,22 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
   subscribe();
-  own_.dropSubscriptionsOf(a_);
+  own_.forget(a_);
   table_.setState(a_, kl::SVC_STATE_RUNNING);
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
+}
+
+TEST_F(OwnServiceTest, WhoIsAwayHearsNothingAndHearsAgainWhenItIsBack) {
+  subscribe();
+  Connection* const connection = std::exchange(a_.connection, nullptr);
+  table_.setState(connected(table_, 40), kl::SVC_STATE_RUNNING);
+  own_.sendChanges();
+  EXPECT_EQ(a_.waiting(), 0u);
+  a_.connection = connection;
+  table_.setState(*table_.find(40), kl::SVC_STATE_STOPPED);
+  own_.sendChanges();
+  EXPECT_EQ(takeMessages(a_).size(), 1u);
 }
 
 TEST_F(OwnServiceTest, OnlySoManySubscriptionsOfOneServiceAreKept) {

@@ -1,6 +1,7 @@
 #include "services/loader/registration.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "fixture.h"
@@ -71,6 +72,38 @@ TEST_F(RegistrationTest, WhoAsksForNoIdGetsThoseFrom0x10000On) {
 TEST_F(RegistrationTest, APickedIdIsNeverOneThatIsTaken) {
   EXPECT_NE(admit(me_, 0x10000u), nullptr);
   EXPECT_EQ(admit(me_, 0u)->id, 0x10001u);
+}
+
+TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
+  Service* service = admit(me_, 500u);
+  ASSERT_NE(service, nullptr);
+  service->leaveValue = 5;
+  service->wantsToLeave = service->isAwaited = service->isDemanded = true;
+  service->connection = nullptr;
+  service->pid = 0;
+  loader::ServiceConfiguration c;
+  service->configuration = &c;
+  ASSERT_EQ(admit(me_, 500u), service);
+  EXPECT_EQ(service->leaveValue, 0u);
+  EXPECT_FALSE(service->wantsToLeave || service->isAwaited || service->isDemanded);
+}
+
+TEST_F(RegistrationTest, ANameThatAProcessChoseItselfIsMadePrintable) {
+  char before[16] = "";
+  ASSERT_EQ(::prctl(PR_GET_NAME, before), 0);
+  ASSERT_EQ(::prctl(PR_SET_NAME, "a\x1b[2J\xc3z"), 0);
+  const Service* service = admit(me_, 500u);
+  (void)::prctl(PR_SET_NAME, before);
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(service->name, "a\\x1b[2J\\xc3z");
+}
+
+TEST_F(RegistrationTest, TheConfirmationCarriesWhatTheServiceSaved) {
+  kl::message data;
+  data.insert(kl::STD_ID, 9);
+  const kl::message ready = Registration::readyMessage(*admit(me_, 500u), flat(data));
+  EXPECT_EQ(kl::message(ready.get(kl::READY_DATA, {})), data);
+  EXPECT_FALSE(Registration::readyMessage(*table_.find(500)).has(kl::READY_DATA));
 }
 
 TEST_F(RegistrationTest, AFreeIdIsGivenToWhoeverAsks) {

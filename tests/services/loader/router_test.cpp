@@ -27,6 +27,18 @@ class Recorder final : public loader::LocalService {
   std::vector<kl::message> requests;
 };
 
+// Notes what has to do with leaving.
+class LeaveNotes final : public loader::LeaveListener {
+ public:
+  void leaveMessage(Service& sender, const loader::Envelope& e) override {
+    EXPECT_EQ(sender.id, 10u);
+    codes.push_back(e.control);
+  }
+  void demanded(Service& left) override { needed.push_back(left.id); }
+  Ids codes;
+  Ids needed;
+};
+
 constexpr std::size_t kLimit = 4000;
 
 class RouterTest : public testing::Test {
@@ -54,7 +66,8 @@ class RouterTest : public testing::Test {
   OpenRequests requests_;
   Outbox outbox_{kLimit};
   Recorder local_;
-  Router router_{table_, requests_, outbox_, local_};
+  LeaveNotes leaving_;
+  Router router_{table_, requests_, outbox_, local_, leaving_};
   Service& a_ = connected(table_, 10);
   Service& b_ = connected(table_, 24);
   Service& other_ = connected(table_, 30);
@@ -252,18 +265,15 @@ TEST_F(RouterTest, ASecondRegistrationIsAFault) {
 TEST_F(RouterTest, ControlCodesChangeTheRowAndUnknownOnesNothing) {
   kl::message m;
   m.insert(kl::SYS_TO, {1});
-  m.insert(kl::SYS_CTRL, kl::CTRL_LEAVE_VALUE);
-  m.insert(kl::SYS_CTRL_ARG, 9);
-  EXPECT_EQ(route(a_, m), "");
-  EXPECT_EQ(a_.leaveValue, 9u);
   a_.state = kl::SVC_STATE_REGISTERED;
   m.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
   EXPECT_EQ(route(a_, m), "");
   EXPECT_EQ(a_.state, kl::SVC_STATE_RUNNING);
-  for (const unsigned int code : {1u, 2u, 3u, 4u, 8u, 77u}) {
+  for (const unsigned int code : {1u, 2u, 3u, 4u, 7u, 8u, 77u}) {
     m.insert(kl::SYS_CTRL, code);
     EXPECT_EQ(route(a_, m), "") << code;
   }
+  EXPECT_EQ(leaving_.codes, (Ids{2, 3, 4, 7}));
 }
 
 TEST_F(RouterTest, GarbageIsNamed) {
@@ -453,9 +463,11 @@ TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
   (void)route(a_, reply({40, 1}, 5));
   EXPECT_TRUE(a_.out.empty());
-  EXPECT_EQ(takeOnly(late).get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  const std::vector<kl::message> held = takeHeld(late);
+  ASSERT_EQ(held.size(), 1u);
+  EXPECT_EQ(held[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
 
-  late.hasRegistered = true;  // later starts do not hold
+  late.isAwaited = false;  // later starts do not hold
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
@@ -467,7 +479,7 @@ TEST_F(RouterTest, HeldRequestsAreBounded) {
   kl::message m = request({40}, kl::CMD_NOOP, 5, {7});
   m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
   for (int i = 0; i < 10; ++i) (void)route(a_, m);
-  EXPECT_LT(late.out.size(), kLimit + 1100);
+  EXPECT_LT(late.held.size(), kLimit + 1100);
   EXPECT_EQ(errorOf(takeMessages(a_).back()), kl::ERROR_BUSY);
 }
 
@@ -481,6 +493,76 @@ TEST_F(RouterTest, DuringACrashDelayRequestsBreak) {
   router_.breakRequestsTo(late);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, ARequestOrANotificationForAServiceThatLeftIsHeldAndStartsIt) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  for (const kl::message& m :
+       {request({40, 1}, kl::CMD_GET, 5, {7}), notification({40, 1}), request({40}, kl::CMD_SUBSCRIBE, 6),
+        notification({kl::PATH_MULTI, 1, 24, 1, 40})}) {
+    leaving_.needed.clear();
+    Service& left = table_.add(40);
+    left.configuration = &configured;
+    left.state = kl::SVC_STATE_LEFT;
+    (void)route(a_, m);
+    EXPECT_EQ(leaving_.needed, Ids{40});
+    EXPECT_EQ(takeHeld(left).size(), 1u);
+    EXPECT_TRUE(a_.out.empty());
+    router_.breakRequestsTo(left);
+    (void)takeMessages(a_);
+    table_.remove(40);
+  }
+}
+
+TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& left = table_.add(40);
+  left.configuration = &configured;
+  left.state = kl::SVC_STATE_LEFT;
+  kl::message ended = notification({40});
+  ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {40});
+  for (const kl::message& m : {reply({40}, 5), notification({kl::PATH_ALL}), ended, notice})
+    EXPECT_EQ(route(a_, m), "");
+  other_.connection = nullptr;
+  router_.endOf(other_);
+  EXPECT_TRUE(leaving_.needed.empty());
+  EXPECT_FALSE(left.isDemanded);
+  EXPECT_EQ(takeHeld(left).size(), 1u);  // what another service said of an end, for whoever comes
+}
+
+TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  b_.configuration = &configured;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, request({30}, kl::CMD_GET, 9, {3}));
+  (void)takeMessages(other_);
+  b_.state = kl::SVC_STATE_LEAVING;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 6, {7}));
+  (void)route(other_, reply({24, 3}, 9));
+  EXPECT_TRUE(a_.out.empty());
+  b_.connection = nullptr;
+  router_.leftBy(b_);
+  const kl::message broken = takeOnly(a_);
+  EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
+  EXPECT_EQ(broken.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_TRUE(takeMessages(other_).empty());
+  EXPECT_EQ(requests_.size(), 1u);
+  const std::vector<kl::message> held = takeHeld(b_);
+  ASSERT_EQ(held.size(), 1u);
+  EXPECT_EQ(held[0].get(kl::SYS_REQID, 0), 6u);
+}
+
+TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
+  b_.state = kl::SVC_STATE_LEAVING;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  b_.state = kl::SVC_STATE_RUNNING;
+  outbox_.release(b_);
+  requests_.release(b_);
+  b_.connection = nullptr;
+  router_.leftBy(b_);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 

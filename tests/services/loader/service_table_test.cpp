@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "fixture.h"
+
 namespace {
 
 using loader::Service;
@@ -47,24 +49,32 @@ TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
   EXPECT_EQ(describe(s), "netif (32, pid 4711)");
 }
 
-TEST(ServiceTable, OnlyAServiceOnItsFirstWayUpHoldsRequests) {
-  loader::ServiceConfiguration started;
-  started.command = {"x"};
-  const loader::ServiceConfiguration foreign;
+TEST(ServiceTable, AConfiguredServiceIsHeldForWhileItIsAwaited) {
+  const loader::ServiceConfiguration configured;
   Service s(32);
-  EXPECT_FALSE(s.holdsRequests());  // nobody configured it
-  s.configuration = &started;
-  EXPECT_FALSE(s.holdsRequests());  // nobody starts it
+  EXPECT_FALSE(s.holds());  // nobody configured it
+  s.configuration = &configured;
+  for (const unsigned int state : {kl::SVC_STATE_STOPPED, kl::SVC_STATE_STARTING, kl::SVC_STATE_LEFT}) {
+    s.state = state;
+    EXPECT_TRUE(s.holds()) << state;
+  }
+  for (const unsigned int state : {kl::SVC_STATE_DELAYED, kl::SVC_STATE_STOPPING}) {
+    s.state = state;
+    EXPECT_FALSE(s.holds()) << state;
+  }
   s.state = kl::SVC_STATE_STARTING;
-  EXPECT_TRUE(s.holdsRequests());
-  s.state = kl::SVC_STATE_DELAYED;
-  EXPECT_FALSE(s.holdsRequests());
-  s.state = kl::SVC_STATE_STARTING;
-  s.hasRegistered = true;
-  EXPECT_FALSE(s.holdsRequests());
-  Service other(33);
-  other.configuration = &foreign;
-  EXPECT_TRUE(other.holdsRequests());
+  s.isAwaited = false;
+  EXPECT_FALSE(s.holds());
+}
+
+TEST(ServiceTable, AServiceThatWasAskedToLeaveIsHeldFor) {
+  ServiceTable table;
+  Service& s = loader::test::connected(table, 32);
+  EXPECT_FALSE(s.holds());
+  s.state = kl::SVC_STATE_LEAVING;
+  EXPECT_TRUE(s.holds());
+  s.connection = nullptr;  // its process has not ended yet
+  EXPECT_TRUE(s.holds());
 }
 
 }  // namespace

@@ -224,10 +224,58 @@ TEST_F(Supervision, AServiceIsStoppedStartedAndRestartedOnDemand) {
   EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 3u);
 
   EXPECT_EQ(row(33).get(kl::SVC_STATE, 0), kl::SVC_STATE_STOPPED);
-  EXPECT_EQ(errorOf(ask({33})), kl::ERROR_BRKPATH);
   EXPECT_EQ(act(33, kl::SVC_START), kl::ERROR_OK);
   ASSERT_TRUE(askUntilAnswered({33}));
   EXPECT_EQ(act(500, kl::SVC_STOP), kl::ERROR_FAILED);  // the loader did not start it
+}
+
+TEST_F(Supervision, RequestsWaitForAServiceThatHasNotBeenStartedYet) {
+  const LoaderProcess loader(service("idle", 33, "serve", "start = false"));
+  connect();
+  ASSERT_TRUE(a_.send(request({33}, kl::CMD_GET, 5, {7})));
+  EXPECT_GT(row(33).get(kl::SVC_QUEUE, 0), 0u);
+  EXPECT_EQ(row(33).get(kl::SVC_STATE, 0), kl::SVC_STATE_STOPPED);
+  EXPECT_EQ(act(33, kl::SVC_START), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_OK);
+}
+
+TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasGivenUpBeforeItRegistered) {
+  const LoaderProcess loader(service("hidden", 32, "hide"));
+  connect();
+  ASSERT_TRUE(a_.send(request({32}, kl::CMD_GET, 5, {7})));
+  EXPECT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_BRKPATH);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+}
+
+TEST_F(Supervision, AStopEndsTheConnectionOfAStrangerAndARestartTakesItsPlace) {
+  const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
+  connect();
+  for (const unsigned int action : {kl::SVC_STOP, kl::SVC_RESTART}) {
+    RawPeer stranger;
+    ASSERT_TRUE(stranger.connect());
+    ASSERT_EQ(stranger.registerAs(32), 32u);
+    EXPECT_EQ(act(32, action), kl::ERROR_OK);
+    EXPECT_TRUE(stranger.isDisconnected());
+    EXPECT_TRUE(loader.logs("is to stop; disconnected"));
+    EXPECT_TRUE(reachesState(32, action == kl::SVC_STOP ? kl::SVC_STATE_STOPPED : kl::SVC_STATE_RUNNING));
+  }
+}
+
+TEST_F(Supervision, AStrangerMayStopItself) {
+  const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
+  connect();
+  RawPeer stranger;
+  ASSERT_TRUE(stranger.connect());
+  ASSERT_EQ(stranger.registerAs(32), 32u);
+  kl::message m = request({1}, kl::CMD_SETOBJ, 5, {7});
+  m.insert(kl::STD_ID, 32);
+  m.insert(kl::SVC_ACTION, kl::SVC_STOP);
+  ASSERT_TRUE(stranger.send(m));
+  EXPECT_TRUE(stranger.isDisconnected());
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_EQ(row(32).get(kl::SVC_QUEUE, 1), 0u);
 }
 
 TEST_F(Supervision, AnEndedServiceIsTriedAgainAtOnceWhenTold) {

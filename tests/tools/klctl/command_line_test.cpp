@@ -121,6 +121,19 @@ TEST(CommandLineWords, DumpTakesAFileAndItsFormat) {
   EXPECT_NE(refusal({"dump", "x", "--format", "7"}).find("--format"), std::string::npos);
 }
 
+TEST(CommandLineWords, AnActionTakesAServiceAndNothingElse) {
+  EXPECT_EQ(line({"leave", "netif"}).verb, Verb::kLeave);
+  EXPECT_EQ(line({"leave", "netif"}).path.service, "netif");
+  EXPECT_EQ(line({"start", "32"}).verb, Verb::kStart);
+  EXPECT_EQ(line({"stop", "32"}).verb, Verb::kStop);
+  EXPECT_EQ(line({"restart", "32", "--timeout", "2"}).verb, Verb::kRestart);
+  EXPECT_NE(refusal({"leave"}).find("SERVICE"), std::string::npos);
+  EXPECT_NE(refusal({"leave", "netif", "other"}), "");
+  for (const char* path : {"netif/3", "netif:2"})
+    EXPECT_EQ(refusal({"stop", path}),
+              "'" + std::string(path) + "' is no service: handlers and objects have no life of their own");
+}
+
 TEST(CommandLineWords, RepliesAreShownInOneWayOnly) {
   EXPECT_TRUE(line({"get", "netif", "--dump"}).dump);
   EXPECT_NE(refusal({"get", "netif", "--dump", "--json"}).find("--json"), std::string::npos);

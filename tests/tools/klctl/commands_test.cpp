@@ -43,6 +43,7 @@ class Commands : public testing::Test {
     netif.insert(kl::SVC_NAME, "netif");
     netif.insert(kl::SVC_STATE, kl::SVC_STATE_RUNNING);
     netif.insert(kl::SVC_DROPS, 3);
+    if (request.has(kl::SVC_ACTION)) return actions().emplace_back(request), outcome();
     if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETOBJ) return netif;
     kl::message reply;
     reply.insert(kl::STD_OBJS, {flat(netif)});
@@ -55,6 +56,16 @@ class Commands : public testing::Test {
     eth0.insert_string(0x20000001, "eth0");
     eth0.insert_raw(0x30000002, {2, 0xfc});
     reply_.insert(kl::STD_OBJS, {flat(eth0)});
+  }
+
+  // What was ordered of the loader, and what it says to that.
+  static std::vector<kl::message>& actions() {
+    static std::vector<kl::message> all;
+    return all;
+  }
+  static kl::message& outcome() {
+    static kl::message reply;
+    return reply;
   }
 
   unsigned int command() const { return last_.get(kl::SYS_CMD, 0); }
@@ -100,6 +111,30 @@ TEST_F(Commands, ACommandWordReplacesTheUsualCommand) {
   EXPECT_EQ(command(), kl::CMD_GETCOUNT);
   (void)run({"getall", "netif", "getpolicies"});
   EXPECT_EQ(command(), kl::CMD_GETPOLICIES);
+}
+
+TEST_F(Commands, AnActionIsAnOrderToTheLoader) {
+  for (const auto& [word, action] : {std::pair<const char*, unsigned int>{"start", kl::SVC_START},
+                                     {"stop", kl::SVC_STOP},
+                                     {"restart", kl::SVC_RESTART},
+                                     {"leave", kl::SVC_LEAVE}}) {
+    EXPECT_EQ(run({word, "netif"}), "");
+    EXPECT_EQ(actions().back().get(kl::SYS_CMD, 0), kl::CMD_SETOBJ);
+    EXPECT_EQ(actions().back().get(kl::STD_ID, 0), 32u);
+    EXPECT_EQ(actions().back().get(kl::SVC_ACTION, 0), action);
+  }
+}
+
+TEST_F(Commands, WhoRefusesToLeaveHasAStatusOfItsOwn) {
+  const std::pair<const char*, unsigned int> orders[] = {
+      {"leave", kl::ERROR_BUSY}, {"leave", kl::ERROR_FAILED}, {"stop", kl::ERROR_BUSY}};
+  std::vector<int> statuses;
+  for (const auto& [word, code] : orders) {
+    outcome() = kl::errorMsg(code, "because");
+    statuses.push_back(failureOf([&, w = word] { (void)run({w, "netif"}); }).status);
+  }
+  outcome() = kl::message();
+  EXPECT_EQ(statuses, (std::vector<int>{5, 1, 1}));
 }
 
 TEST_F(Commands, AMessageThatExpectsNoReplyIsSentOnly) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kl/conventions.h"
+#include "tests/services/loader/leaver_program.h"
 #include "tests/support/real_loader.h"
 #include "tests/tools/klctl/running_program.h"
 #include "tests/tools/klctl/scripted_loader.h"
@@ -213,6 +214,21 @@ TEST_F(Klctl, WhatCannotBeWatchedIsToldAtOnce) {
             "klctl: watch follows a whole table: it takes no command and no object\n");
 }
 
+TEST_F(Klctl, AServiceIsStoppedStartedAndRestartedByName) {
+  EXPECT_EQ(done({"send", "netif"}), "");
+  EXPECT_EQ(done({"stop", "netif"}), "");
+  while (doneJson({"get", "loader:32"})["state"] != "stopped") {
+  }
+  EXPECT_EQ(done({"start", "32"}), "");
+  while (doneJson({"get", "loader:32"})["state"] != "running") {
+  }
+  EXPECT_EQ(done({"restart", "netif"}), "");
+  while (doneJson({"get", "loader:32"})["starts"] != 3) {
+  }
+  EXPECT_EQ(failed(1, {"stop", "loader"}), "klctl: loader: the loader does not start this service (6)\n");
+  EXPECT_EQ(failed(1, {"stop", "4711"}), "klctl: 4711: std failure: unknown id (4)\n");
+}
+
 TEST_F(Klctl, TwentyAtOnceAreServed) {
   const ChildResult result = runProgram({"/bin/sh", "-c",
                                          "for i in $(seq 20); do " KL_BIN_DIR
@@ -288,6 +304,36 @@ TEST(KlctlAlone, DumpsMessagesInFilesAndFromItsInput) {
   EXPECT_EQ(damaged.err, "klctl: /ram/message: the message is damaged\n");
   EXPECT_EQ(failed(2, {"dump", "/ram/none"}), "klctl: cannot read /ram/none: No such file or directory\n");
   std::filesystem::remove("/ram/message");
+}
+
+TEST(KlctlAlone, WhetherAServiceLeavesIsInTheExitStatus) {
+  const RealLoader loader(
+      KL_BIN_DIR, "[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR "/kl-test-leaver\"]\n");
+  const std::string reaction = "u32:" + std::to_string(kl::test::leaver::kReaction & 0xffff) + "=";
+  EXPECT_EQ(done({"send", "leaver", "CMD_SET", reaction + std::to_string(kl::test::leaver::kRefuse)}), "");
+  EXPECT_EQ(failed(5, {"leave", "leaver"}), "klctl: leaver: the service refused to leave (12)\n");
+  EXPECT_EQ(done({"send", "leaver", "CMD_SET", reaction + std::to_string(kl::test::leaver::kSaveAndEnd)}),
+            "");
+  EXPECT_EQ(done({"leave", "leaver"}), "");
+  EXPECT_EQ(doneJson({"get", "loader:32"})["state"], "left");
+  EXPECT_EQ(done({"leave", "32"}), "");  // it has
+  EXPECT_EQ(done({"send", "leaver"}), "");
+  EXPECT_EQ(doneJson({"get", "loader:32"})["starts"], 2);
+  EXPECT_EQ(done({"stop", "leaver"}), "");
+  while (doneJson({"get", "loader:32"})["state"] != "stopped") {
+  }
+  EXPECT_EQ(failed(1, {"leave", "leaver"}),
+            "klctl: leaver: no process that the loader started runs for this service (6)\n");
+  EXPECT_EQ(failed(1, {"leave", "loader"}), "klctl: loader: the loader does not start this service (6)\n");
+}
+
+TEST(KlctlAlone, AServiceThatDoesNotAnswerWhetherItLeavesIsStatusThree) {
+  const RealLoader loader(
+      KL_BIN_DIR, "[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR "/kl-test-leaver\"]\n");
+  const std::string reaction = "u32:" + std::to_string(kl::test::leaver::kReaction & 0xffff) + "=";
+  EXPECT_EQ(done({"send", "leaver", "CMD_SET", reaction + std::to_string(kl::test::leaver::kWait)}), "");
+  EXPECT_EQ(failed(3, {"leave", "leaver", "--timeout", "0.2"}), "klctl: no reply within 0.2 s\n");
+  EXPECT_EQ(done({"stop", "leaver"}), "");
 }
 
 TEST(KlctlAlone, NoLoaderIsStatusFour) {
