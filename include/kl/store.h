@@ -165,4 +165,89 @@ class KL_API Store {
   std::unique_ptr<Internals> internals_;
 };
 
+// What the files of a store hold, for those who look at a store that is not theirs.  Nothing is locked, printed or
+// changed, files of the older layout included:
+//
+//     const kl::StoreView view("/kelo/routes/table");
+//     for (const auto& entry : view.entries()) show(entry.id, view.get(entry));
+//     for (const auto& finding : view.findings()) complain(finding);
+//
+// A process that changes the store meanwhile is no fault: files that disagree are read again, a few times, and the
+// view is one state of the store.  What is found wrong then is wrong, or somebody is changing it all the time.
+//
+// Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
+// Ownership: owns a descriptor of the data file; a resource, so it is not copied.
+// Threads:   belongs to one thread.
+// Cost:      the constructor reads the index and every record in use; memory grows with the slots.
+class KL_API StoreView {
+ public:
+  struct Entry {
+    unsigned int id;
+    unsigned int offset;    // of the slot in the data file, in bytes
+    unsigned int size;      // of the slot in bytes
+    unsigned int slot;      // its number in the index
+    unsigned int lifetime;  // how many calls of Store::age() it has left
+  };
+  struct FreeSlot {
+    unsigned int offset;
+    unsigned int size;
+    unsigned int slot;
+  };
+
+  enum class Fault : unsigned char {
+    kNoIndex,       // there is no index, or it cannot be read
+    kNoData,        // the same of the data file
+    kSizeMismatch,  // the slots do not fill the data file in either byte order: a Store would start empty
+    kPartialSlot,   // the index does not end where a slot record ends
+    kPendingChange,  // the lock file has a change that was not completed; the next change of a Store sees to it
+    kRepeatedId,     // of the slot: another slot before it has this id, and that one counts
+    kBadLength,      // of the slot: the length at its start does not fit into it
+    kCutOff,         // of the slot: the data file ends inside the record
+    kBadMessage,     // of the slot: the record is no message
+  };
+  struct Finding {
+    Fault fault;
+    unsigned int slot;  // of faults of a slot, else 0
+    unsigned int id;    // of the entry in it
+  };
+
+  // Reads the store P = `path`.
+  explicit StoreView(const std::string& path);
+  StoreView(const StoreView&) = delete;
+  StoreView& operator=(const StoreView&) = delete;
+  ~StoreView();
+
+  // In the order of the slots.
+  const std::vector<Entry>& entries() const { return entries_; }
+  const std::vector<FreeSlot>& freeSlots() const { return freeSlots_; }
+  const std::vector<Finding>& findings() const { return findings_; }
+
+  // Whether the files are of the older, big-endian layout.
+  bool isBigEndian() const { return isBigEndian_; }
+  // The length of the data file in bytes.
+  unsigned long long dataBytes() const { return dataBytes_; }
+
+  // The entry with this id; null if there is none.  Valid as long as the view is.
+  const Entry* find(unsigned int id) const;
+  // An entry's message: what of it can be read.
+  message get(const Entry& entry) const;
+
+ private:
+  void read(const std::string& path);
+  void readIndex(const std::vector<unsigned char>& index);
+  void addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime);
+  void checkRecords();
+  bool readRecord(const Entry& entry, std::vector<unsigned char>& payload, Fault& fault) const;
+  void report(Fault fault, unsigned int slot = 0, unsigned int id = 0) {
+    findings_.push_back({fault, slot, id});
+  }
+
+  std::vector<Entry> entries_;
+  std::vector<FreeSlot> freeSlots_;
+  std::vector<Finding> findings_;
+  unsigned long long dataBytes_ = 0;
+  int dataFd_ = -1;
+  bool isBigEndian_ = false;
+};
+
 }  // namespace kl
