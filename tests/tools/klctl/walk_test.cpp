@@ -1,10 +1,14 @@
 #include "tools/klctl/walk.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "kl/conventions.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/scripted_loader.h"
+#include "tests/tools/klctl/terminal.h"
 
 namespace klctl {
 namespace {
@@ -127,6 +131,33 @@ TEST(Walk, ALoaderThatGoesAwayIsNoLoader) {
   });
   const Told told = failureOf([] { (void)walked(); });
   EXPECT_EQ(told.status, 4);
+}
+
+TEST(Walk, OnATerminalALongWalkShowsHowFarItIs) {
+  int goOn[2];
+  ASSERT_EQ(::pipe2(goOn, O_CLOEXEC), 0);
+  const ScriptedLoader loader([&](LoaderDouble& connection) {
+    confirm(connection);
+    (void)answer(connection, chunk(1, 2, 7));
+    char byte;
+    EXPECT_EQ(::read(goOn[0], &byte, 1), 1);
+    (void)answer(connection, chunk(7, 1, 0));
+    awaitEnd(connection);
+  });
+  const Terminal terminal;
+  const pid_t user = ::fork();
+  if (user == 0) {
+    ::dup2(terminal.fd(), STDERR_FILENO);
+    ::_exit(walked().size() == 3 ? 0 : 1);
+  }
+  EXPECT_TRUE(terminal.shows("\r\x1b[Knetif: 2 objects ..."));
+  EXPECT_EQ(::write(goOn[1], "!", 1), 1);
+  EXPECT_TRUE(terminal.shows("\r\x1b[K"));
+  int status = -1;
+  EXPECT_EQ(::waitpid(user, &status, 0), user);
+  EXPECT_EQ(status, 0);
+  ::close(goOn[0]);
+  ::close(goOn[1]);
 }
 
 TEST(Walk, ARequestThatNoFrameCarriesIsNotSent) {
