@@ -3,7 +3,6 @@
 #include "message/rep.h"
 
 #include <new>
-#include <optional>
 
 #include "message/block_stock.h"
 
@@ -121,12 +120,8 @@ void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* fro
     setFilled(*node, bytes, count);
     return list.push(place, node, memory);
   }
-  if (place.node != nullptr && place.node->kind == kind && place.node->hasObject()) {
-    withObjectKind(kind, [&]<Kind k>() {
-      *place.node->objectIfAny<k>() = container::Decoded<Object<k>>::from(from, bytes, count);
-    });
-    return resized(*place.node, bytes);
-  }
+  if (place.node != nullptr && place.node->kind == kind && place.node->hasObject())
+    return assignBytes(*place.node, from, bytes, count);
   Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
   if (borrowing) node.borrow(from);
   else copyValue(node, from, bytes);
@@ -137,21 +132,11 @@ template <message::Rep::Kind k>
 void message::Rep::putObject(unsigned int id, const Object<k>& v) {
   NodeList& list = listOf(k);
   const NodeList::Place place = list.find(id);
-  std::optional<Object<k>> copy;  // `v` may be the object of the node that is replaced
-  if (place.node != nullptr && place.node->kind != k) copy = v;
-  const Object<k>& value = copy.has_value() ? *copy : v;
-  if (place.node != nullptr && place.node->kind == k && place.node->hasObject())
-    return assign<k>(*place.node, value);
-  const bool inBytes = container::fitsBytes(value);
-  Node& node = putRoom(list, place, k, id, inBytes ? encodedSize(value) : 0);
-  if (inBytes) {
-    encode(node.room(), value);
-    return setFilled(node, encodedSize(value), container::elementCount(value));
-  }
-  setFilled(node, 0, 0);
-  node.object.store(new Object<k>(value), std::memory_order_release);
-  hasObjects.store(true, std::memory_order_relaxed);
-  lengthsOpen = true;
+  if (place.node != nullptr || !container::fitsBytes(v)) return replaceWithObject<k>(place, id, v);
+  const std::size_t bytes = encodedSize(v);
+  Node& node = putRoom(list, place, k, id, bytes);
+  encode(node.room(), v);
+  setFilled(node, bytes, container::elementCount(v));
 }
 
 template void message::Rep::putObject<container::Kind::string>(unsigned int, const std::string&);
@@ -169,13 +154,6 @@ template void message::Rep::putObject<container::Kind::messageArray>(unsigned in
                                                                      const std::vector<flat_message>&);
 template void message::Rep::putObject<container::Kind::rawArray>(unsigned int,
                                                                  const std::vector<container::Bytes>&);
-
-template <message::Rep::Kind k>
-void message::Rep::assign(Node& node, const Object<k>& v) {
-  Object<k>& object = *node.objectIfAny<k>();
-  if (&object != &v) object = v;
-  resized(node, encodedSize(object));
-}
 
 message::Rep::Node& message::Rep::putRoom(NodeList& list, const NodeList::Place& place, Kind kind,
                                           unsigned int id, std::size_t bytes) {
@@ -196,13 +174,6 @@ void message::Rep::putNode(NodeList& list, const NodeList::Place& place, Node* n
   giveNode(memory, place.node);
 }
 
-// The node's object was changed by one of our operations.
-void message::Rep::resized(Node& node, std::size_t bytes) {
-  listBytes -= recordBytes(node, node.size);
-  node.size = static_cast<unsigned int>(bytes);
-  listBytes += recordBytes(node, bytes);
-}
-
 void message::Rep::putCopy(const Node& source) {
   if (source.hasObject()) {
     withObjectKind(source.kind, [&]<Kind k>() { putObject<k>(source.id, *source.objectIfAny<k>()); });
@@ -221,26 +192,6 @@ message::Rep::Node& message::Rep::nodeRef(Kind kind, unsigned int id) {
   setFilled(node, bytes, 0);
   return node;
 }
-
-template <message::Rep::Kind k>
-Object<k>* message::Rep::objectRef(unsigned int id) {
-  Node& node = nodeRef(k, id);
-  hasObjects.store(true, std::memory_order_relaxed);
-  lengthsOpen = true;
-  return objectOf<k>(node);
-}
-
-template std::string* message::Rep::objectRef<container::Kind::string>(unsigned int);
-template message::flat_message* message::Rep::objectRef<container::Kind::message>(unsigned int);
-template container::Bytes* message::Rep::objectRef<container::Kind::raw>(unsigned int);
-template std::vector<bool>* message::Rep::objectRef<container::Kind::boolArray>(unsigned int);
-template std::vector<unsigned int>* message::Rep::objectRef<container::Kind::u32Array>(unsigned int);
-template std::vector<unsigned long long>* message::Rep::objectRef<container::Kind::u64Array>(unsigned int);
-template std::vector<IPAddr6>* message::Rep::objectRef<container::Kind::addr6Array>(unsigned int);
-template std::vector<std::string>* message::Rep::objectRef<container::Kind::stringArray>(unsigned int);
-template std::vector<message::flat_message>* message::Rep::objectRef<container::Kind::messageArray>(
-    unsigned int);
-template std::vector<container::Bytes>* message::Rep::objectRef<container::Kind::rawArray>(unsigned int);
 
 void message::Rep::remove(NodeList& list, unsigned int id) {
   const NodeList::Place place = list.find(id);

@@ -128,8 +128,12 @@ struct [[gnu::visibility("hidden")]] message::Rep {
     return valueBytes + (isPlainValue(node.kind) ? 4 : 6);
   }
   void putNode(NodeList & list, const NodeList::Place& place, Node* node);
+  // The same as putObject, where there is a field already or the value is too large for bytes.
+  template <Kind k>
+  void replaceWithObject(const NodeList::Place& place, unsigned int id, const container::Object<k>& v);
   template <Kind k>
   void assign(Node & node, const container::Object<k>& v);
+  void assignBytes(Node & node, const unsigned char* from, std::size_t bytes, std::size_t count);
   void resized(Node & node, std::size_t bytes);
   void copyList(NodeList & to, const NodeList& from);
   void pushCopy(NodeList & to, const Node& source);
