@@ -22,9 +22,13 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
       patience_(patience),
       reader_(area) {
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
+  if (isUnknown() && patience_.stallTicks > 0)
+    stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
 }
 
 void Connection::becomes(Service& service) {
+  runner_.removeTimer(stallTimer_);
+  stallTimer_ = {};
   service_ = &service;
   service.connection = this;
 }
@@ -110,7 +114,7 @@ void Connection::watchProgress(bool hasProgress) {
 
 void Connection::onStall() {
   stallTimer_ = {};
-  host_.onEnd(*this, "reads nothing while its queue is full");
+  host_.onEnd(*this, service_ != nullptr ? "reads nothing while its queue is full" : "does not register");
   host_.settle();
 }
 

@@ -37,7 +37,8 @@ struct Patience {
 // Reads frames, and writes its service's queue.
 //
 // C1  poll asks for POLLOUT exactly while the last write did not take everything (isBlocked_)
-// C2  the stall timer runs only while the queue is at its limit; any byte written begins it anew
+// C2  the stall timer runs while the queue is at its limit, and any byte written begins it anew; and from the beginning
+//     of a connection at the socket until its process has registered
 //
 // Errors:    reported to the host as the end of the connection, once.
 // Ownership: owns the descriptor; borrows everything else.
@@ -54,6 +55,8 @@ class Connection {
   const Applicant& who() const { return who_; }
   Service* service() const { return service_; }  // null until it has registered
   bool isOpen() const { return socket_.isOpen(); }
+  // Came to the socket and has not said who it is.
+  bool isUnknown() const { return isOpen() && service_ == nullptr && who_.startedAs == nullptr; }
 
   // The process is now this service.
   void becomes(Service& service);

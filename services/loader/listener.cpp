@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kBacklog = 256;
 constexpr mode_t kSocketMode = 0666;
+constexpr unsigned int kPauseTicks = 20;
 
 std::string failure(const std::string& what) { return what + ": " + std::strerror(errno); }
 
@@ -28,9 +29,11 @@ bool fillAddress(const std::string& path, sockaddr_un& address) {
   return true;
 }
 
+// A loader that is stopped takes no connections: once its backlog is full a connect that waits would wait for it.
 bool somebodyListens(const sockaddr_un& address) {
-  const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  return ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  return ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+         errno == EAGAIN;
 }
 
 // The folders of the loader's socket, of the first-start markers and of the log service's socket.  The markers are
@@ -81,6 +84,8 @@ std::string Listener::open() {
 
 void Listener::close() {
   if (!socket_.isOpen()) return;
+  runner_.removeTimer(resumeTimer_);
+  resumeTimer_ = {};
   runner_.removeSocket(socket_.get());
   socket_.close();
   (void)::unlink(path_.c_str());
@@ -89,7 +94,15 @@ void Listener::close() {
 void Listener::resume() {
   if (!isPaused_ || !socket_.isOpen()) return;
   isPaused_ = false;
+  runner_.removeTimer(resumeTimer_);
+  resumeTimer_ = {};
   runner_.changeSocket(socket_.get(), POLLIN);
+}
+
+void Listener::pause() {
+  isPaused_ = true;
+  runner_.changeSocket(socket_.get(), 0);
+  resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
 }
 
 void Listener::onConnect(int fd, unsigned int) {
@@ -98,8 +111,7 @@ void Listener::onConnect(int fd, unsigned int) {
     const Applicant who = peerOf(socket.get());
     return host_.onConnection(std::move(socket), who);
   }
-  isPaused_ = errno == EMFILE || errno == ENFILE;
-  if (isPaused_) runner_.changeSocket(fd, 0);
+  if (errno == EMFILE || errno == ENFILE) pause();
 }
 
 }  // namespace loader

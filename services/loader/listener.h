@@ -18,7 +18,8 @@ class ListenerHost {
 
 // The loader's socket, and the folders that the system's fixed paths lie in.
 //
-// Errors:    open() says what went wrong.  When no descriptor is left, nobody is accepted until one is free again.
+// Errors:    open() says what went wrong.  When no descriptor is left, nobody is accepted until one may be free
+//            again: when a connection has ended, and every fifth of a second.
 // Ownership: owns the socket and its file, which goes with it.
 // Threads:   belongs to one thread.
 // Cost:      two system calls for each connection.
@@ -39,12 +40,14 @@ class Listener {
 
  private:
   void onConnect(int fd, unsigned int events);
+  void pause();
 
   kl::ThinRunner& runner_;
   ListenerHost& host_;
   Descriptor socket_;
   std::string path_;
   bool isPaused_ = false;
+  kl::TimerPtr resumeTimer_;
 };
 
 }  // namespace loader

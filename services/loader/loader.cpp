@@ -13,6 +13,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 constexpr unsigned int kTicksPerSecond = 100;
+constexpr std::size_t kMostUnknown = 256;  // connections of one user that have not registered
 
 std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
 
@@ -79,7 +80,24 @@ void Loader::addConfigured(const ServiceConfiguration& configured) {
   if (!configured.command.empty()) supervisor_.supervise(service);
 }
 
-void Loader::onConnection(Descriptor socket, Applicant who) { addConnection(std::move(socket), who); }
+void Loader::onConnection(Descriptor socket, Applicant who) {
+  makeRoomFor(who.uid);
+  addConnection(std::move(socket), who);
+  settle();
+}
+
+// One user's processes that say nothing must not use up the descriptors of all.  The oldest goes: whoever comes to
+// register does so at once.
+void Loader::makeRoomFor(uid_t user) {
+  std::size_t count = 0;
+  Connection* oldest = nullptr;
+  for (const auto& connection : connections_) {
+    if (!connection->isUnknown() || connection->who().uid != user) continue;
+    ++count;
+    if (oldest == nullptr) oldest = connection.get();
+  }
+  if (count >= kMostUnknown) onEnd(*oldest, "has not registered, as too many others of its user");
+}
 
 // The credentials of a socket pair are those of whoever made it, that is the loader; the process is known anyway.
 void Loader::adopt(Service& service, Descriptor connection) {

@@ -70,6 +70,7 @@ class Loader final : private ConnectionHost,
   void addConfigured(const ServiceConfiguration& service);
   void addOwnRow();
   void addConnection(Descriptor socket, Applicant who);
+  void makeRoomFor(uid_t user);
   const char* enroll(Connection& connection, std::span<const unsigned char> body);
   void confirm(Connection& connection, Service& service);
   void endService(Service& service);

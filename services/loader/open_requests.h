@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -64,10 +65,15 @@ struct RequestLists {
 // Errors:    none.
 // Ownership: owns the requests; borrows the services, which must be forgotten here before they go.
 // Threads:   belongs to one thread.
-// Cost:      constant time to add and to match; no allocation while the number of open requests stays below what it
+// Cost:      constant time to add and to match, also when somebody chooses ids so that they collide: the chains depend
+//            on a number that is drawn at the start; no allocation while the number of open requests stays below what it
 //            once was and paths are short.
 class OpenRequests {
  public:
+  OpenRequests();
+  // With a seed of the caller's choice.
+  explicit OpenRequests(std::uint64_t seed) : seed_(seed) {}
+
   // Notes a request that is delivered to `path` inside `asked`.
   void add(Service& asker, Service& asked, const Envelope& envelope, Path path, unsigned int now);
 
@@ -86,6 +92,7 @@ class OpenRequests {
   void forgetOldestFor(Service& asked);
 
   std::size_t size() const { return used_; }
+  std::size_t longestChain() const;  // walks all of them
 
  private:
   static constexpr unsigned int kNone = RequestLists::kNone;
@@ -97,6 +104,7 @@ class OpenRequests {
   void unchain(unsigned int place);
   void rechain();
 
+  std::uint64_t seed_;
   std::vector<OpenRequest> places_;
   std::vector<unsigned int> chains_;  // a power of two of them
   unsigned int free_ = kNone;         // linked by nextInChain

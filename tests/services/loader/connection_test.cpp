@@ -123,6 +123,30 @@ TEST_F(Peers, APeerThatHasClosedItsReadingEndIsDisconnected) {
   EXPECT_EQ(code, kl::ERROR_BRKPATH);
 }
 
+TEST_F(Peers, APeerThatNeverRegistersIsDisconnected) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  RawPeer silent;
+  ASSERT_TRUE(silent.connect());
+  EXPECT_TRUE(silent.isDisconnected());
+  EXPECT_TRUE(loader.logs("does not register; disconnected"));
+  roundTrip(1);  // who has registered may be silent
+}
+
+TEST_F(Peers, OfManyThatDoNotRegisterTheOldestMakeRoom) {
+  const LoaderProcess loader;
+  connectAll();
+  std::vector<RawPeer> silent(256);
+  for (RawPeer& peer : silent) ASSERT_TRUE(peer.connect());
+  RawPeer late;
+  ASSERT_TRUE(late.connect());
+  EXPECT_EQ(late.registerAs(600), 600u);
+  EXPECT_TRUE(silent[0].isDisconnected());
+  EXPECT_TRUE(loader.logs("has not registered, as too many others of its user; disconnected"));
+  EXPECT_EQ(silent[1].registerAs(601), 601u);
+  roundTrip(1);
+}
+
 TEST_F(Peers, APeerThatReadsALittleIsNotDisconnected) {
   const LoaderProcess loader(kImpatient);
   connectAll();

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -89,7 +91,35 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   listener_.resume();
   onePass();
   EXPECT_EQ(host_.sockets.size(), 1u);
+
+  // Nobody of its own ends now: it looks again by itself.
+  highest = Descriptor(::dup(0));
+  RawPeer second;
   (void)::setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_TRUE(second.connect());
+  tight.rlim_cur = 4;  // what is open stays open
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  onePass();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+  (void)::setrlimit(RLIMIT_NOFILE, &before);
+  for (int passes = 0; passes < 100 && host_.sockets.size() == 1; ++passes) onePass();
+  EXPECT_EQ(host_.sockets.size(), 2u);
+}
+
+TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {
+  const Descriptor stopped(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = kl::loaderSocketPath();
+  fs::create_directories(fs::path(path).parent_path());
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  (void)::unlink(path.c_str());
+  ASSERT_EQ(::bind(stopped.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(stopped.get(), 0), 0);
+  RawPeer first;
+  ASSERT_TRUE(first.connect());  // fills the backlog, and nobody takes it
+  EXPECT_EQ(listener_.open(), path + ": a loader is running already");
+  (void)::unlink(path.c_str());
 }
 
 TEST_F(ListenerTest, ClosingItRemovesItsFile) {

@@ -45,6 +45,31 @@ class OpenRequestsTest : public testing::Test {
   OpenRequests requests_;
 };
 
+TEST_F(OpenRequestsTest, IdsThatCollideUnderOneSeedDoNotUnderAnother) {
+  std::vector<unsigned int> colliding;  // found as an attacker would who knew the seed
+  for (unsigned int id = 0; colliding.size() < 64; ++id) {
+    OpenRequests known(7);
+    const Asked first({b_.id, 0}, 0, {7});
+    const Asked second({b_.id, 0}, id, {7});
+    known.add(a_, b_, first.envelope, first.rest(), 0);
+    known.add(a_, b_, second.envelope, second.rest(), 0);
+    if (known.longestChain() == 2) colliding.push_back(id);
+    while (known.oldestOf(a_) != nullptr) known.forgetOldestOf(a_);
+  }
+  const auto longestUnder = [&](OpenRequests requests) {
+    for (const unsigned int id : colliding) {
+      const Asked asked({b_.id, 0}, id, {7});
+      requests.add(a_, b_, asked.envelope, asked.rest(), 0);
+    }
+    const std::size_t longest = requests.longestChain();
+    while (requests.oldestOf(a_) != nullptr) requests.forgetOldestOf(a_);
+    return longest;
+  };
+  EXPECT_EQ(longestUnder(OpenRequests(7)), 64u);
+  EXPECT_LT(longestUnder(OpenRequests(8)), 16u);
+  EXPECT_LT(longestUnder(OpenRequests()), 32u);  // one that nobody knows
+}
+
 TEST_F(OpenRequestsTest, AReplyMatchesOnce) {
   ask(a_, b_, 1, {7});
   EXPECT_EQ(a_.requests.askedCount, 1u);
