@@ -27,7 +27,7 @@ bool changeLock(int fd, short type) {
 }  // namespace
 
 void FileLock::acquire() {
-  fd_ = openFile((basePath_ + ".lock").c_str(), O_RDWR | O_CREAT);
+  fd_ = openFile(path_.c_str(), O_RDWR | O_CREAT);
   isHeld_ = changeLock(fd_, F_WRLCK);
   durableBytes_ = isHeld_ ? recoverChange(basePath_, fd_) : 0;
 }

@@ -9,7 +9,7 @@ namespace kl {
 // The lock of one store: the whole of P.lock, for writing.
 class FileLock {
  public:
-  explicit FileLock(const std::string& basePath) : basePath_(basePath) {}
+  explicit FileLock(const std::string& basePath) : basePath_(basePath), path_(basePath + ".lock") {}
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
@@ -30,6 +30,7 @@ class FileLock {
   bool release();
 
   std::string basePath_;
+  std::string path_;
   int fd_ = -1;
   bool isHeld_ = false;
   bool isUnreported_ = false;  // a hold could not have the lock, and no bracket has said so yet

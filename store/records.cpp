@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <memory>
+#include <utility>
 
 #include "kl/store.h"
 #include "store/descriptor.h"
@@ -21,9 +24,9 @@ void closeOnce(int& fd) {
   fd = -1;
 }
 
-bool openOnce(int& fd, const std::string& path, unsigned long long& inode) {
+bool openOnce(int& fd, const std::string& basePath, const char* suffix, unsigned long long& inode) {
   if (fd >= 0) return true;
-  fd = openFile(path.c_str(), O_RDWR);
+  fd = openFile((basePath + suffix).c_str(), O_RDWR);
   if (fd >= 0) inode = inodeOf(fd);
   return fd >= 0;
 }
@@ -32,6 +35,27 @@ bool reportUnless(bool succeeded, const char* failure) {
   if (!succeeded) reportStore(failure);
   return succeeded;
 }
+
+constexpr std::size_t kLongestRecord = 0xFFFF;
+
+// Room for one record: a short one needs no memory of its own.
+class Record {
+ public:
+  // At least this many bytes, of which the first `keep` stay as they are.
+  unsigned char* room(std::size_t bytes, std::size_t keep) {
+    if (bytes <= near_.size()) return near_.data();
+    std::unique_ptr<unsigned char[]> more(new unsigned char[bytes]);
+    std::copy_n(this->bytes(), keep, more.get());
+    far_ = std::move(more);
+    return far_.get();
+  }
+
+  const unsigned char* bytes() const { return far_ ? far_.get() : near_.data(); }
+
+ private:
+  std::array<unsigned char, 1024> near_;
+  std::unique_ptr<unsigned char[]> far_;
+};
 
 message unreadable(const char* failure) {
   reportStore(failure);
@@ -82,35 +106,33 @@ void Store::closeIdx() { closeOnce(idxFd_); }
 void Store::closeData() { closeOnce(dataFd_); }
 
 bool Store::Internals::openIdx(Store& store) {
-  return openOnce(store.idxFd_, store.path_ + ".idx", store.internals_->ids.idx);
+  return openOnce(store.idxFd_, store.path_, ".idx", store.internals_->ids.idx);
 }
 
 bool Store::Internals::openData(Store& store) {
-  return openOnce(store.dataFd_, store.path_ + ".dat", store.internals_->ids.data);
+  return openOnce(store.dataFd_, store.path_, ".dat", store.internals_->ids.data);
 }
 
 // Reads `expectedBytes` at once and what the record has more, if any, with a second call.
 message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
-  constexpr std::size_t kLongestRecord = 0xFFFF;
   (void)openData();
-  std::vector<unsigned char> record(std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestRecord));
-  ssize_t got = readAt(dataFd_, record.data(), record.size(), static_cast<off_t>(offset));
+  Record record;
+  const std::size_t first = std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestRecord);
+  ssize_t got = readAt(dataFd_, record.room(first, 0), first, static_cast<off_t>(offset));
   if (got < 0 && isSeekError(errno)) return unreadable("STORE: readMsg lseek failed");
   if (got < static_cast<ssize_t>(kLengthBytes)) return unreadable("STORE: readMsg read header failed");
 
-  const unsigned int length = decodeLength(record.data(), ByteOrder::kLittle);
+  const unsigned int length = decodeLength(record.bytes(), ByteOrder::kLittle);
   if (length < kLengthBytes) {
     reportStore("STORE: readMsg invalid header: msg len ", length);
     return message();
   }
-  if (length > record.size()) {
-    const std::size_t had = record.size();
-    record.resize(length);
-    got += std::max<ssize_t>(
-        0, readAt(dataFd_, record.data() + had, length - had, static_cast<off_t>(offset + had)));
+  if (length > first) {
+    unsigned char* rest = record.room(length, first) + first;
+    got += std::max<ssize_t>(0, readAt(dataFd_, rest, length - first, static_cast<off_t>(offset + first)));
   }
   if (got < static_cast<ssize_t>(length)) return unreadable("STORE: readMsg read failed");
-  return message(record.data() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));
+  return message(record.bytes() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));
 }
 
 }  // namespace kl

@@ -37,6 +37,7 @@ Store::Store(const std::string& path, unsigned int lifetime, Durability durabili
     : path_(path), defaultLifetime_(lifetime), internals_(std::make_unique<Internals>(path, durability)) {
   makeParentFolders(path);
   if (!Internals::looksWhole(*this)) {
+    closeIdx();  // it may be replaced while this waits for the lock
     const LockHold hold(internals_->lock);
     if (!readIndex(false)) restart();
   }
