@@ -7,7 +7,8 @@
 //
 // Z1  after each of them everything is looked at anew, and the timer and the watch of the file are set again
 // Z2  the timer never waits longer than an hour: what no event tells is noticed then
-// Z3  a file is looked at a moment after it changed: whoever replaces it in two steps causes no change for the time
+// Z3  the offset and the wait until its next change are of one moment: a change between two would be missed
+// Z4  a file is looked at a moment after it changed: whoever replaces it in two steps causes no change for the time
 //     between them
 
 #include "zone_watch.h"
@@ -38,14 +39,21 @@ std::string folderOf(const std::string& file) {
 
 std::string nameOf(const std::string& file) { return file.substr(file.rfind('/') + 1); }
 
+// By the clock of the timer; time() may be behind it by a few milliseconds.
+std::time_t wallClock() {
+  std::timespec time{};
+  (void)::clock_gettime(CLOCK_REALTIME, &time);
+  return time.tv_sec;
+}
+
 }  // namespace
 
 ZoneWatch::ZoneWatch(kl::Runner& loop, const std::string& file, void* context, void (*changed)(void*))
     : loop_(loop), file_(file), context_(context), changed_(changed) {
-  readZoneAgain();
-  offset_ = offsetAt(std::time(nullptr));
-  watchClock();
+  clockFd_ = ::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK);
+  if (clockFd_ >= 0) loop_.addSocket(clockFd_, this, kl::bind<ZoneWatch, &ZoneWatch::onClock>(), POLLIN);
   watchFile();
+  readOffset();
 }
 
 ZoneWatch::~ZoneWatch() {
@@ -55,13 +63,6 @@ ZoneWatch::~ZoneWatch() {
     loop_.removeSocket(fd);
     ::close(fd);
   }
-}
-
-void ZoneWatch::watchClock() {
-  clockFd_ = ::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK);
-  if (clockFd_ < 0) return;
-  loop_.addSocket(clockFd_, this, kl::bind<ZoneWatch, &ZoneWatch::onClock>(), POLLIN);
-  armClock();
 }
 
 void ZoneWatch::watchFile() {
@@ -83,7 +84,7 @@ void ZoneWatch::onFile(int fd, unsigned int) {
   alignas(inotify_event) char events[kEventBytes];
   const ssize_t got = ::read(fd, events, sizeof events);
   if (got <= 0 || settling_ || !concernsFile(events, static_cast<std::size_t>(got))) return;
-  settling_ = loop_.addTimer(this, kl::bind<ZoneWatch, &ZoneWatch::onSettled>(), kSettleTicks);  // Z3
+  settling_ = loop_.addTimer(this, kl::bind<ZoneWatch, &ZoneWatch::onSettled>(), kSettleTicks);  // Z4
 }
 
 // Events of the folder carry the name that they are about, those of the file none.
@@ -106,16 +107,16 @@ void ZoneWatch::onSettled() {
 
 // Z1
 void ZoneWatch::look() {
-  readZoneAgain();
   const int before = offset_;
-  offset_ = offsetAt(std::time(nullptr));
-  armClock();
+  readOffset();
   if (offset_ != before) changed_(context_);
 }
 
-// Z2
-void ZoneWatch::armClock() const {
-  const std::time_t now = std::time(nullptr);
+// Z2, Z3
+void ZoneWatch::readOffset() {
+  readZoneAgain();
+  const std::time_t now = wallClock();
+  offset_ = offsetAt(now);
   itimerspec when{};
   when.it_value.tv_sec = nextChange(now, now + kLongestWaitSeconds);
   (void)::timerfd_settime(clockFd_, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &when, nullptr);

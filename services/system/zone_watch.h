@@ -27,14 +27,13 @@ class ZoneWatch {
   int offset() const { return offset_; }
 
  private:
-  void watchClock();
   void watchFile();
   void onClock(int fd, unsigned int events);
   void onFile(int fd, unsigned int events);
   void onSettled();
   bool concernsFile(const char* events, std::size_t length) const;
   void look();
-  void armClock() const;
+  void readOffset();
   void followFile();
 
   kl::Runner& loop_;
