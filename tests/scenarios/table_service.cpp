@@ -1,7 +1,8 @@
-// kl-test-table [changing | large]: a table of objects for the loader to start.
+// kl-test-table [changing | large | leaving]: a table of objects for the loader to start.
 //
 //     changing    begins with a table that depends on the number of this start, and changes it all the time
 //     large       begins with a hundred thousand objects
+//     leaving     may be asked to leave
 
 #include "tests/scenarios/table_service.h"
 
@@ -178,5 +179,6 @@ int main(int argc, char** argv) {
   looper.addHandler(table::kHandler, &objects);
   if (behaviour == "changing") objects.beginChanging(looper.getLoaderValue(3));
   if (behaviour == "large") objects.beginLarge();
+  if (behaviour == "leaving") looper.setupLeave(1);
   looper.run();
 }

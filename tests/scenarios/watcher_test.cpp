@@ -165,6 +165,22 @@ TEST_F(WatcherScenario, FollowsAServiceThatIsStartedLater) {
   EXPECT_TRUE(mirror_->copy.empty());
 }
 
+TEST_F(WatcherScenario, AServiceThatLeavesIsNotLostAndTellsItsChangesWhenItIsBack) {
+  begin(tableService("leaving"), kTable, withoutFilter);
+  driver_->act(table::kService, kl::SVC_LEAVE);
+  while (driver_->row(table::kService).get(kl::SVC_STATE, 0) != kl::SVC_STATE_LEFT) {
+  }
+  settle();
+  EXPECT_TRUE(mirror_->isComplete());
+  kl::message marker;
+  marker.insert(kl::STD_ID, kMarker);
+  (void)driver_->ask(kTable, kl::CMD_SETOBJ, marker);  // starts it again
+  while (!mirror_->copy.contains(kMarker)) pass();
+  EXPECT_EQ(mirror_->losses, 0u);
+  EXPECT_EQ(mirror_->completions, 1u);
+  EXPECT_EQ(driver_->row(table::kService).get(kl::SVC_STARTS, 0), 2u);
+}
+
 // A hundred thousand objects, as each of the three ways of reading a table brings them.
 TEST_F(WatcherScenario, ALargeTableIsReadWhole) {
   constexpr unsigned int kLarge = 100000;
