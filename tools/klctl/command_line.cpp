@@ -50,6 +50,7 @@ class Parser {
     addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait until it has");
     addDump();
     addUndo();
+    addStore();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -114,10 +115,27 @@ class Parser {
     addRecordId(addVerb(*undo, Verb::kUndoRun, "run", "Undo a change, or do it again"));
   }
 
-  void addRecordId(CLI::App* verbApp) {
+  void addStore() {
+    CLI::App* store = app_.add_subcommand("store", "Look into the files of a store");
+    store->require_subcommand(1);
+    addStoreVerb(*store, Verb::kStoreList, "ls", "List the entries and the free slots");
+    addRecordId(addStoreVerb(*store, Verb::kStoreGet, "get", "Print the message of one entry"), "The entry");
+    addStoreVerb(*store, Verb::kStoreCheck, "check", "Say what is wrong with the files");
+    addStoreVerb(*store, Verb::kStoreCompact, "compact", "Give back the free slots; changes the files");
+  }
+
+  CLI::App* addStoreVerb(CLI::App& store, Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = addVerb(store, verb, name, about);
+    verbApp->add_option("PATH", line_.file, "The store: its files are PATH.idx and PATH.dat")
+        ->required()
+        ->type_name("");
+    return verbApp;
+  }
+
+  void addRecordId(CLI::App* verbApp, const char* about = "The record") {
     verbApp
         ->add_option_function<std::string>(
-            "ID", [this](const std::string& text) { readId("ID", text); }, "The record")
+            "ID", [this](const std::string& text) { readId("ID", text); }, about)
         ->required()
         ->type_name("");
   }
@@ -142,7 +160,7 @@ class Parser {
     line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
     if (line_.fields.empty()) line_.fields = dictionaryFolder();
     if (line_.verb == Verb::kServices || line_.verb == Verb::kDump) return;
-    if (isUndo(line_.verb)) {
+    if (isUndo(line_.verb) || isStore(line_.verb)) {
       line_.path.object = words_.id;
       return;
     }

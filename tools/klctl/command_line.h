@@ -27,11 +27,17 @@ enum class Verb {
   kUndoList,
   kUndoShow,
   kUndoRun,
+  kStoreList,
+  kStoreGet,
+  kStoreCheck,
+  kStoreCompact,
 };
 
 inline bool isUndo(Verb verb) {
   return verb == Verb::kUndoList || verb == Verb::kUndoShow || verb == Verb::kUndoRun;
 }
+
+constexpr bool isStore(Verb verb) { return verb >= Verb::kStoreList && verb <= Verb::kStoreCompact; }
 
 // True for what is done to a service and not asked of it.
 constexpr bool isAction(Verb verb) { return verb >= Verb::kStart && verb <= Verb::kLeave; }
@@ -45,8 +51,8 @@ struct CommandLine {
   bool json = false;
   bool dump = false;
   bool noReply = false;
-  std::string file;                        // of kDump; "-" is the standard input
-  FileFormat format = FileFormat::kGuess;  // what is in it
+  std::string file;                        // of kDump, "-" is the standard input; of a store its path
+  FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
 };
 

@@ -30,7 +30,7 @@ Subject subjectOf(const CommandLine& line, const Exchange& exchange);
 // word that can be judged without the loader has been read.  Throws Failure.
 std::string run(const CommandLine& line, const Exchange& exchange, const Send& send, const Walk& walk);
 
-// What `dump` found: the text, and why it is not all of the file, empty when it is.
+// What a look at files found: the text, and what is wrong with them, empty when nothing is.
 struct Dumped {
   std::string text;
   std::string fault;

@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "session.h"
+#include "store.h"
 #include "walk.h"
 #include "watch.h"
 
@@ -48,8 +49,7 @@ void writeResults(const std::string& text) {
 }
 
 // What could be read is printed, whatever stands behind it.
-void dump(const CommandLine& line) {
-  const Dumped dumped = dumpFile(line);
+void print(const Dumped& dumped) {
   writeResults(dumped.text);
   if (!dumped.fault.empty()) throw Failure(Status::kRefused, dumped.fault);
 }
@@ -83,7 +83,8 @@ Status runProgram(int argc, const char* const* argv) {
     const auto words = parseCommandLine(argc, argv);
     const auto* line = std::get_if<CommandLine>(&words);
     if (line == nullptr) writeResults(std::get<std::string>(words));
-    else if (line->verb == Verb::kDump) dump(*line);
+    else if (line->verb == Verb::kDump) print(dumpFile(*line));
+    else if (isStore(line->verb)) print(runStore(*line));
     else carryOut(*line);
     return Status::kDone;
   } catch (const Failure& failure) {

@@ -95,6 +95,21 @@ TEST(CommandLineWords, AnObjectIdIsANumber) {
     EXPECT_NE(refusal({"get", "netif", "--id", text}).find("--id"), std::string::npos) << text;
 }
 
+TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
+  EXPECT_EQ(line({"store", "ls", "/kelo/x"}).verb, Verb::kStoreList);
+  const CommandLine get = line({"store", "get", "/kelo/x", "0x11", "--json"});
+  EXPECT_EQ(get.verb, Verb::kStoreGet);
+  EXPECT_EQ(get.file, "/kelo/x");
+  EXPECT_EQ(get.path.object, 17u);
+  EXPECT_TRUE(get.json);
+  EXPECT_EQ(line({"store", "check", "x"}).verb, Verb::kStoreCheck);
+  EXPECT_EQ(line({"store", "compact", "x"}).verb, Verb::kStoreCompact);
+  EXPECT_NE(refusal({"store"}), "");
+  EXPECT_NE(refusal({"store", "ls"}).find("PATH"), std::string::npos);
+  EXPECT_NE(refusal({"store", "get", "x"}).find("ID"), std::string::npos);
+  EXPECT_EQ(refusal({"store", "get", "x", "y"}), "ID takes a number, not 'y'");
+}
+
 TEST(CommandLineWords, UndoHasVerbsOfItsOwn) {
   EXPECT_EQ(line({"undo", "list"}).verb, Verb::kUndoList);
   const CommandLine show = line({"undo", "show", "7", "--json"});
