@@ -124,6 +124,18 @@ TEST_F(KilledNetif, InTheMiddleOfARequestItsAskerIsTold) {
   EXPECT_EQ(errorOf(askAndKill()), kl::ERROR_BRKPATH);
 }
 
+TEST_F(NetifService, LeavesWhenItIsToldAndComesBackWithItsDescription) {
+  EXPECT_FALSE(kl::isError(describe(lo_, "to itself")));
+  const pid_t before = pid();
+  kl::message leave = to(kl::SERVICE_LOADER);
+  leave.insert(kl::STD_ID, netif::SERVICE);
+  leave.insert(kl::SVC_ACTION, kl::SVC_LEAVE);
+  EXPECT_FALSE(kl::isError(ask(kl::CMD_SETOBJ, leave)));
+  EXPECT_EQ(pid(), 0);
+  EXPECT_EQ(askFor(kl::CMD_GETOBJ, lo_).get(kl::STD_DESCR, ""), "to itself");
+  EXPECT_NE(pid(), before);
+}
+
 TEST_F(NetifService, AfterACrashItAnswersAgainAndHasForgottenItsDescriptions) {
   EXPECT_FALSE(kl::isError(describe(lo_, "to itself")));
   ASSERT_EQ(::kill(pid(), SIGKILL), 0);
