@@ -129,7 +129,8 @@ message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
   }
   if (length > first) {
     unsigned char* rest = record.room(length, first) + first;
-    got += std::max<ssize_t>(0, readAt(dataFd_, rest, length - first, static_cast<off_t>(offset + first)));
+    got += std::max<ssize_t>(
+        0, readAt(dataFd_, rest, length - first, static_cast<off_t>(offset) + static_cast<off_t>(first)));
   }
   if (got < static_cast<ssize_t>(length)) return unreadable("STORE: readMsg read failed");
   return message(record.bytes() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));

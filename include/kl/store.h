@@ -27,6 +27,9 @@ namespace kl {
 //
 // Each entry has a lifetime counter that only age() counts; how often that is called is the owner's choice.
 //
+// Each change is noted in P.lock before it is made.  After a kill of the process every entry has its last value, and
+// the one whose change was under way its old or its new one; the next store that is opened sees to it.
+//
 // Several processes may open the same files: each change is made under a lock on P.lock, for which a process
 // waits.  The lock keeps the files whole; what another process changed is seen when a store is constructed.
 //
