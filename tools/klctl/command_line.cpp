@@ -10,6 +10,7 @@
 #include "field_id.h"
 #include "field_names.h"
 #include "kl/conventions.h"
+#include "since.h"
 
 namespace klctl {
 namespace {
@@ -51,6 +52,7 @@ class Parser {
     addDump();
     addUndo();
     addStore();
+    addLog();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -132,12 +134,48 @@ class Parser {
     return verbApp;
   }
 
+  void addLog() {
+    CLI::App* log = app_.add_subcommand("log", "Show the log of the system");
+    log->add_flag("-f,--follow", line_.log.follows, "Go on with what comes");
+    log->add_option("--topic", line_.log.topics, "Only lines with this topic, or one of several")
+        ->type_name("TOPIC")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    log->add_option_function<std::string>(
+           "--since", [this](const std::string& word) { readSince(word); },
+           "Only lines from then on: 10m, 06:30, \"2026-11-21 06:30\"")
+        ->type_name("WHEN");
+    log->require_subcommand(0, 1);
+    log->final_callback([this, log] {
+      if (log->get_subcommands().empty()) line_.verb = Verb::kLog;
+    });
+    addTopic(addVerb(*log, Verb::kLogMute, "mute", "Have no more lines with a topic written"));
+    addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Have them written again"));
+  }
+
+  void addTopic(CLI::App* verbApp) {
+    verbApp
+        ->add_option_function<std::string>(
+            "TOPIC", [this](const std::string& word) { line_.log.topics = {word}; }, "Its name or its number")
+        ->required()
+        ->type_name("");
+  }
+
   void addRecordId(CLI::App* verbApp, const char* about = "The record") {
     verbApp
         ->add_option_function<std::string>(
             "ID", [this](const std::string& text) { readId("ID", text); }, about)
         ->required()
         ->type_name("");
+  }
+
+  void readSince(const std::string& word) {
+    using std::chrono::nanoseconds;
+    const auto now =
+        std::chrono::duration_cast<nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
+    line_.log.since = parseSince(word, static_cast<unsigned long long>(now.count()));
+    if (!line_.log.since)
+      throw usage("--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not '" + word + "'");
   }
 
   void readFormat(const std::string& word) {
@@ -159,7 +197,7 @@ class Parser {
     }
     line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
     if (line_.fields.empty()) line_.fields = dictionaryFolder();
-    if (line_.verb == Verb::kServices || line_.verb == Verb::kDump) return;
+    if (line_.verb == Verb::kServices || line_.verb == Verb::kDump || isLog(line_.verb)) return;
     if (isUndo(line_.verb) || isStore(line_.verb)) {
       line_.path.object = words_.id;
       return;

@@ -31,6 +31,9 @@ enum class Verb {
   kStoreGet,
   kStoreCheck,
   kStoreCompact,
+  kLog,
+  kLogMute,
+  kLogUnmute,
 };
 
 inline bool isUndo(Verb verb) {
@@ -41,6 +44,17 @@ constexpr bool isStore(Verb verb) { return verb >= Verb::kStoreList && verb <= V
 
 // True for what is done to a service and not asked of it.
 constexpr bool isAction(Verb verb) { return verb >= Verb::kStart && verb <= Verb::kLeave; }
+
+inline bool isLog(Verb verb) {
+  return verb == Verb::kLog || verb == Verb::kLogMute || verb == Verb::kLogUnmute;
+}
+
+// What is wanted of the log.
+struct LogWords {
+  std::vector<std::string> topics;          // the one to mute, with kLogMute and kLogUnmute
+  std::optional<unsigned long long> since;  // nanoseconds since 1970
+  bool follows = false;
+};
 
 struct CommandLine {
   Verb verb = Verb::kServices;
@@ -54,6 +68,7 @@ struct CommandLine {
   std::string file;                        // of kDump, "-" is the standard input; of a store its path
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
+  LogWords log;
 };
 
 // The words, or the text that --help or --version asked for.  Throws Failure(kUsage).

@@ -9,6 +9,7 @@
 #include "json.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "log.h"
 #include "show.h"
 #include "table.h"
 #include "undo.h"
@@ -114,6 +115,7 @@ Subject subjectOf(const CommandLine& words, const Exchange& exchange) {
 std::string run(const CommandLine& line, const Exchange& exchange, const Send& send, const Walk& walk) {
   if (isUndo(line.verb)) return runUndo(line, exchange);
   if (isAction(line.verb)) return runAction(line, exchange);
+  if (isLog(line.verb)) return runLog(line, exchange, walk);
   const auto& [path, names, request] = subjectOf(line, exchange);
   if (line.noReply) return send(request), "";
   if (line.verb == Verb::kGetAll && !line.dump) return showObjects(line, walk(request, path), names);

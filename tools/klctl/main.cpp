@@ -13,6 +13,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "failure.h"
+#include "log_follow.h"
 #include "session.h"
 #include "store.h"
 #include "walk.h"
@@ -56,10 +57,12 @@ void print(const Dumped& dumped) {
 
 void say(const std::string& sentence) { std::cerr << "klctl: " + printable(sentence) + "\n"; }
 
-void printWatched(const WatchReport::Text& text) {
-  if (!text.results.empty()) writeResults(text.results);
-  if (!text.remark.empty()) say(text.remark);
+void printBoth(const std::string& results, const std::string& remark) {
+  if (!results.empty()) writeResults(results);
+  if (!remark.empty()) say(remark);
 }
+
+void printWatched(const WatchReport::Text& text) { printBoth(text.results, text.remark); }
 
 // Connects when something is first asked, so that mistakes in the words are told without a loader.  What reads a
 // table connects anew.
@@ -72,6 +75,11 @@ void carryOut(const CommandLine& line) {
     session.reset();
     return walk(request, path, line.timeout);
   };
+  if (line.verb == Verb::kLog && line.log.follows) {
+    const LogTopics topics(exchange);
+    session.reset();
+    return followLog(line, topics, printBoth);
+  }
   if (line.verb != Verb::kWatch) return writeResults(run(line, exchange, send, walkAlone));
   const Subject subject = subjectOf(line, exchange);
   session.reset();

@@ -110,6 +110,28 @@ TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
   EXPECT_EQ(refusal({"store", "get", "x", "y"}), "ID takes a number, not 'y'");
 }
 
+TEST(CommandLineWords, TheLogHasAFilterAndTwoVerbs) {
+  const CommandLine all = line({"log"});
+  EXPECT_EQ(all.verb, Verb::kLog);
+  EXPECT_TRUE(all.log.topics.empty());
+  EXPECT_FALSE(all.log.since);
+  EXPECT_FALSE(all.log.follows);
+  const CommandLine some =
+      line({"log", "-f", "--topic", "error", "--topic", "32", "--since", "@5", "--json"});
+  EXPECT_EQ(some.verb, Verb::kLog);
+  EXPECT_EQ(some.log.topics, (std::vector<std::string>{"error", "32"}));
+  EXPECT_EQ(some.log.since, 5'000'000'000ull);
+  EXPECT_TRUE(some.log.follows);
+  EXPECT_TRUE(some.json);
+  EXPECT_EQ(line({"log", "mute", "debug"}).verb, Verb::kLogMute);
+  EXPECT_EQ(line({"log", "unmute", "debug"}).verb, Verb::kLogUnmute);
+  EXPECT_EQ(line({"log", "mute", "debug"}).log.topics, (std::vector<std::string>{"debug"}));
+  EXPECT_EQ(refusal({"log", "--since", "soon"}),
+            "--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not 'soon'");
+  EXPECT_NE(refusal({"log", "mute"}), "");
+  EXPECT_NE(refusal({"log", "debug"}), "");
+}
+
 TEST(CommandLineWords, UndoHasVerbsOfItsOwn) {
   EXPECT_EQ(line({"undo", "list"}).verb, Verb::kUndoList);
   const CommandLine show = line({"undo", "show", "7", "--json"});
