@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured, as tables with the aims beside the figures.
 
-usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--allocator JSON]
+usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--store JSON] [--allocator JSON]
                 [--router JSON] [--sizes FILE] [--text BYTES]
 
 JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
@@ -34,6 +34,9 @@ TEXT_AIM = 160 * 1024
 SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
              "first block of a message with one number": 1032}
 
+STORE_AIMS = {f"{operation}, {count} of {size}": aim
+              for operation, aim in (("set new and remove", 1.6), ("overwrite", 1.6), ("get", 1.2))
+              for count in ("100", "10,000", "100,000") for size in ("200 B", "2 KB")}
 ALLOCATOR_AIMS = {"1,000 free ranges": 5, "100,000 free ranges": 8}
 
 # Router figures: the ratio to the relay, and whether more is better.
@@ -167,6 +170,7 @@ def main():
     parser.add_argument("--counts")
     parser.add_argument("--loop")
     parser.add_argument("--log")
+    parser.add_argument("--store")
     parser.add_argument("--allocator")
     parser.add_argument("--router")
     parser.add_argument("--sizes")
@@ -181,6 +185,8 @@ def main():
         print_pairs("Event loop", medians(options.loop), {}, {})
     if options.log:
         print_log(medians(options.log))
+    if options.store:
+        print_pairs("Store", medians(options.store), STORE_AIMS, {})
     if options.allocator:
         print_pairs("Identifiers", medians(options.allocator), ALLOCATOR_AIMS, {})
     if options.router:

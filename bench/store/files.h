@@ -1,0 +1,119 @@
+#pragma once
+// files.h: the least that storing can cost, a folder to do it in, and what is stored.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "kl/message.h"
+
+namespace bench {
+
+// A folder that goes with its contents.
+class Folder {
+ public:
+  Folder() {
+    char name[] = "/tmp/kl-bench-XXXXXX";
+    if (::mkdtemp(name) == nullptr) std::abort();
+    path_ = name;
+  }
+  ~Folder() { std::filesystem::remove_all(path_); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+inline kl::message messageOf(unsigned int bytes) {
+  kl::message m;
+  m.insert_raw(0x30000001, std::vector<unsigned char>(bytes, 'x'));
+  return m;
+}
+
+inline std::vector<unsigned char> flat(const kl::message& m) {
+  std::vector<unsigned char> bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+inline void mustWork(bool works, const char* what) {
+  if (works) return;
+  std::perror(what);
+  std::exit(1);
+}
+
+// Two files with records of one length, changed under a lock that is taken each time, as a store's are.
+class BareFiles {
+ public:
+  BareFiles(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value)
+      : lockName_(folder.file("bare.lock")), record_(value.size() + 2), count_(count) {
+    data_ = ::open(folder.file("bare.dat").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    index_ = ::open(folder.file("bare.idx").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    mustWork(data_ >= 0 && index_ >= 0, "bare files");
+    for (unsigned int slot = 0; slot < count; ++slot) writeRecord(slot), writeSlot(slot);
+  }
+  ~BareFiles() { ::close(data_), ::close(index_); }
+  BareFiles(const BareFiles&) = delete;
+  BareFiles& operator=(const BareFiles&) = delete;
+
+  void set(unsigned int slot) {
+    const int lock = takeLock();
+    writeRecord(slot);
+    writeSlot(slot);
+    giveLockBack(lock);
+  }
+  void remove(unsigned int slot) {
+    const int lock = takeLock();
+    writeSlot(slot);
+    giveLockBack(lock);
+  }
+  void get(unsigned int slot) {
+    mustWork(::pread(data_, record_.data(), record_.size(), place(slot)) > 0, "pread");
+  }
+  void readIndex() {
+    std::vector<unsigned char> index(std::size_t{12} * count_);
+    mustWork(::pread(index_, index.data(), index.size(), 0) > 0, "pread");
+  }
+
+ private:
+  static bool change(int fd, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(fd, F_SETLKW, &whole) == 0;
+  }
+  int takeLock() const {
+    const int fd = ::open(lockName_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    mustWork(fd >= 0 && change(fd, F_WRLCK), "lock");
+    return fd;
+  }
+  static void giveLockBack(int fd) {
+    mustWork(change(fd, F_UNLCK), "unlock");
+    ::close(fd);
+  }
+  off_t place(unsigned int slot) const {
+    return static_cast<off_t>(slot) * static_cast<off_t>(record_.size());
+  }
+  void writeRecord(unsigned int slot) {
+    mustWork(::pwrite(data_, record_.data(), record_.size(), place(slot)) > 0, "pwrite");
+  }
+  void writeSlot(unsigned int slot) {
+    const unsigned char bytes[12] = {static_cast<unsigned char>(slot)};
+    mustWork(::pwrite(index_, bytes, sizeof bytes, static_cast<off_t>(slot) * 12) > 0, "pwrite");
+  }
+
+  std::string lockName_;
+  std::vector<unsigned char> record_;
+  unsigned int count_;
+  int data_ = -1;
+  int index_ = -1;
+};
+
+}  // namespace bench

@@ -1,0 +1,133 @@
+// The store beside the bare writes that it cannot do without, in one open-lock-unlock-close bracket; beside SQLite
+// and LMDB as well.  A Runner that never runs keeps the store from syncing; the others are told not to sync.
+//
+// A new entry is removed again, so that the number of entries stays.  Overwriting leaves a store's index alone; what
+// makes it safe against being killed is measured against the second write of the limit.
+
+#include <fstream>
+#include <memory>
+
+#include "bench/store/files.h"
+#include "bench/store/peers.h"
+#include "bench/support/paired.h"
+#include "kl/runner.h"
+#include "kl/store.h"
+
+namespace {
+
+using bench::Batch;
+
+class Product {
+ public:
+  Product(const bench::Folder& folder, unsigned int count, unsigned int bytes)
+      : path_(emptyStore(folder)), message_(bench::messageOf(bytes)), store_(path_, 3) {
+    for (unsigned int id = 0; id < count; ++id) set(id);
+  }
+  void set(unsigned int id) { store_.set(id, message_); }
+  void get(unsigned int id) { (void)store_.get(id); }
+  void remove(unsigned int id) { store_.remove(id); }
+  void reopen() { kl::Store(path_, 3); }
+
+ private:
+  // A store without its files says so on standard output, where the figures go.
+  static std::string emptyStore(const bench::Folder& folder) {
+    std::ofstream(folder.file("store.idx"));
+    std::ofstream(folder.file("store.dat"));
+    return folder.file("store");
+  }
+
+  std::string path_;
+  kl::message message_;
+  kl::Store store_;
+};
+
+// All of one number of entries of one size, made when the first of its cases runs.
+struct Systems {
+  Systems(unsigned int entries, unsigned int bytes)
+      : count(entries),
+        value(bench::flat(bench::messageOf(bytes))),
+        bare(folder, entries, value),
+        product(folder, entries, bytes),
+        sqlite(folder, entries, value),
+        lmdb(folder, entries, value) {}
+
+  unsigned int next() { return static_cast<unsigned int>((step_ += 7919) % count); }
+
+  unsigned int count;
+  bench::Folder folder;
+  std::vector<unsigned char> value;
+  bench::BareFiles bare;
+  Product product;
+  bench::Sqlite sqlite;
+  bench::Lmdb lmdb;
+
+ private:
+  unsigned long long step_ = 0;
+};
+
+class LazySystems {
+ public:
+  LazySystems(unsigned int count, unsigned int bytes) : count_(count), bytes_(bytes) {}
+  Systems& get() {
+    if (!systems_) systems_ = std::make_unique<Systems>(count_, bytes_);
+    return *systems_;
+  }
+
+ private:
+  unsigned int count_;
+  unsigned int bytes_;
+  std::unique_ptr<Systems> systems_;
+};
+
+class Cases {
+ public:
+  Cases(const std::string& title, unsigned int count, unsigned int bytes)
+      : title_(title), systems_(std::make_shared<LazySystems>(count, bytes)) {}
+
+  void add() {
+    const auto newAndGone = [](auto& system, Systems& all) {
+      system.set(all.count);
+      system.remove(all.count);
+    };
+    const auto overwrite = [](auto& system, Systems& all) { system.set(all.next()); };
+    const auto get = [](auto& system, Systems& all) { system.get(all.next()); };
+    addCase("set new and remove", newAndGone, batch([newAndGone](Systems& s) { newAndGone(s.bare, s); }));
+    addCase("overwrite", overwrite, batch([overwrite](Systems& s) { overwrite(s.bare, s); }));
+    addCase("get", get, batch([get](Systems& s) { get(s.bare, s); }));
+    bench::addPair("reopen, " + title_, batch([](Systems& s) { s.product.reopen(); }),
+                   batch([](Systems& s) { s.bare.readIndex(); }));
+  }
+
+ private:
+  template <class Operation>
+  Batch batch(Operation operation) {
+    return [systems = systems_, operation](unsigned times) {
+      Systems& all = systems->get();
+      for (unsigned i = 0; i < times; ++i) operation(all);
+    };
+  }
+
+  template <class Operation>
+  void addCase(const std::string& name, Operation operation, const Batch& limit) {
+    const std::string title = name + ", " + title_;
+    bench::addPair(title, batch([operation](Systems& s) { operation(s.product, s); }), limit);
+    bench::addPair(title + ", SQLite", batch([operation](Systems& s) { operation(s.sqlite, s); }), limit);
+    bench::addPair(title + ", LMDB", batch([operation](Systems& s) { operation(s.lmdb, s); }), limit);
+  }
+
+  std::string title_;
+  std::shared_ptr<LazySystems> systems_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  static const kl::Runner runner;
+  Cases("100 of 200 B", 100, 200).add();
+  Cases("10,000 of 200 B", 10000, 200).add();
+  Cases("100,000 of 200 B", 100000, 200).add();
+  Cases("100 of 2 KB", 100, 2048).add();
+  Cases("10,000 of 2 KB", 10000, 2048).add();
+  Cases("100,000 of 2 KB", 100000, 2048).add();
+  return bench::run(argc, argv);
+}
