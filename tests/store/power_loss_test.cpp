@@ -28,10 +28,11 @@ using Files = std::map<unsigned long long, Bytes>;  // by inode
 
 void apply(Files& files, const FileCall& call) {
   Bytes& file = files[call.inode];
-  if (call.kind == FileCall::kTruncate) file.resize(call.place);
+  const auto place = static_cast<std::size_t>(call.place);
+  if (call.kind == FileCall::kTruncate) file.resize(place);
   if (call.kind != FileCall::kWrite) return;
-  if (file.size() < call.place + call.bytes.size()) file.resize(call.place + call.bytes.size());
-  std::copy(call.bytes.begin(), call.bytes.end(), file.begin() + static_cast<long>(call.place));
+  if (file.size() < place + call.bytes.size()) file.resize(place + call.bytes.size());
+  std::copy(call.bytes.begin(), call.bytes.end(), file.begin() + static_cast<long>(place));
 }
 
 class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInterface<unsigned int> {
