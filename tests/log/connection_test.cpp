@@ -13,6 +13,7 @@
 #include "fixed_paths.h"
 #include "tests/log/fixture.h"
 #include "tests/support/child.h"
+#include "tests/support/descriptors.h"
 
 namespace kl {
 namespace {

@@ -5,6 +5,7 @@
 
 #include "fixed_paths.h"
 #include "tests/log/fixture.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/hex.h"
 
 namespace kl {

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "tests/log/fixture.h"
+#include "tests/support/descriptors.h"
 
 namespace kl {
 namespace {

@@ -1,6 +1,5 @@
 #include "tests/support/changing_calls.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -11,6 +10,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <utility>
+
+#include "tests/support/real_calls.h"
 
 namespace {
 
@@ -37,12 +38,6 @@ Script script;
 #else
 #define KL_REAL(name) #name
 #endif
-
-// The C library's own function; this program's stands in front of it.
-template <class Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
 
 bool isTurn(When when) { return script.isRunning && script.calls == script.endAt && script.when == when; }
 
@@ -98,7 +93,7 @@ std::vector<unsigned char> joined(const iovec* pieces, int count) {
 using PWrite = ssize_t(int, const void*, size_t, off_t);
 
 ssize_t writeBytes(int fd, std::vector<unsigned char> bytes, off_t place) {
-  static PWrite* const realWrite = real<PWrite>(KL_REAL(pwrite));
+  static PWrite* const realWrite = kl::test::realCall<PWrite>(KL_REAL(pwrite));
   begin();
   if (mustFail()) return finish<ssize_t>(-1, {});
   if (isTurn(When::kInside)) {
@@ -122,28 +117,28 @@ extern "C" ssize_t pwrite(int fd, const void* data, size_t size, off_t place) {
 }
 
 extern "C" int ftruncate(int fd, off_t length) noexcept {
-  static auto* const realTruncate = real<int(int, off_t)>(KL_REAL(ftruncate));
+  static auto* const realTruncate = kl::test::realCall<int(int, off_t)>(KL_REAL(ftruncate));
   return whole<int>({FileCall::kTruncate, inodeOf(fd), static_cast<unsigned long long>(length), {}, "", ""},
                     [&] { return realTruncate(fd, length); });
 }
 
 extern "C" int fsync(int fd) {
-  static auto* const realSync = real<int(int)>("fsync");
+  static auto* const realSync = kl::test::realCall<int(int)>("fsync");
   return whole<int>({FileCall::kSync, inodeOf(fd), 0, {}, "", ""}, [&] { return realSync(fd); });
 }
 
 extern "C" int rename(const char* from, const char* to) noexcept {
-  static auto* const realRename = real<int(const char*, const char*)>("rename");
+  static auto* const realRename = kl::test::realCall<int(const char*, const char*)>("rename");
   return whole<int>({FileCall::kRename, 0, 0, {}, from, to}, [&] { return realRename(from, to); });
 }
 
 extern "C" int unlink(const char* path) noexcept {
-  static auto* const realUnlink = real<int(const char*)>("unlink");
+  static auto* const realUnlink = kl::test::realCall<int(const char*)>("unlink");
   return whole<int>({FileCall::kUnlink, 0, 0, {}, path, ""}, [&] { return realUnlink(path); });
 }
 
 extern "C" int open(const char* path, int flags, ...) {
-  static auto* const realOpen = real<int(const char*, int, ...)>(KL_REAL(open));
+  static auto* const realOpen = kl::test::realCall<int(const char*, int, ...)>(KL_REAL(open));
   va_list more;
   va_start(more, flags);
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;

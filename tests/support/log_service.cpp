@@ -1,6 +1,5 @@
 #include "tests/support/log_service.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -79,17 +78,6 @@ void LogService::send(const std::string& digits) {
 void LogService::hangUp() {
   if (connection_ >= 0) ::close(connection_);
   connection_ = -1;
-}
-
-std::vector<int> openDescriptors() {
-  std::vector<int> fds;
-  DIR* folder = ::opendir("/proc/self/fd");
-  while (const dirent* entry = ::readdir(folder))
-    if (entry->d_name[0] != '.') fds.push_back(std::atoi(entry->d_name));
-  std::erase(fds, ::dirfd(folder));
-  ::closedir(folder);
-  std::sort(fds.begin(), fds.end());
-  return fds;
 }
 
 }  // namespace kl::test

@@ -33,7 +33,4 @@ class LogService {
   int connection_ = -1;
 };
 
-// The open descriptors of this process.
-std::vector<int> openDescriptors();
-
 }  // namespace kl::test
