@@ -77,13 +77,14 @@ void Store::compact(bool convert) {
   Change::catchUp(*this);
   NewFiles fresh(path_);
   if (!fresh.create()) return;
-  if (!Compaction(*this, fresh, convert).copyLiveSlots()) return restart();
+  if (!Compaction(*this, fresh, convert || internals_->isOlderLayout).copyLiveSlots()) return restart();
   if (!fresh.commit(internals_->lock, internals_->durability == Durability::kPowerLoss)) {
     reportStore("STORE: compact write failed");
     return restart();
   }
   closeIdx();
   closeData();
+  internals_->isOlderLayout = false;
   idxFd_ = fresh.takeIdx();
   dataFd_ = fresh.takeData();
   internals_->ids = {inodeOf(idxFd_), inodeOf(dataFd_)};

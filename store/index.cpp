@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include "kl/store.h"
-#include "store/descriptor.h"
 #include "store/file_io.h"
 #include "store/format.h"
 #include "store/index_reader.h"
@@ -54,7 +53,7 @@ bool Store::loadIndex(bool convert) {
     return false;
   }
   if (data.st_size == static_cast<off_t>(dataSize_)) {
-    (void)Internals::holdData(*this);  // while nobody can replace it
+    internals_->isOlderLayout = convert;
     if (convert) compact(true);
     return true;
   }
@@ -94,16 +93,18 @@ IndexReader::End Store::Internals::readSlots(Store& store, ByteOrder order) {
   return index.end();
 }
 
-// With nothing under way behind their opening, the files are a pair if both still have their names.
 bool Store::Internals::looksWhole(Store& store) {
   store.cleanup();
-  const auto isNamed = [&store](const char* suffix, int fd) {
-    return inodeOfPath(store.path_ + suffix) == inodeOf(fd);
-  };
-  return isAtRest(store.path_) && openIdx(store) && holdData(store) &&
+  struct stat data;
+  return isAtRest(store.path_) && openIdx(store) &&
          readSlots(store, ByteOrder::kLittle) == IndexReader::End::kReached &&
-         lengthOf(heldData(store)) == static_cast<long long>(store.dataSize_) && isAtRest(store.path_) &&
-         isNamed(".idx", store.idxFd_) && isNamed(".dat", heldData(store));
+         ::stat((store.path_ + ".dat").c_str(), &data) == 0 &&
+         data.st_size == static_cast<off_t>(store.dataSize_) && isAtRest(store.path_);
+}
+
+bool Store::Internals::isConverted(Store& store) {
+  if (store.internals_->isOlderLayout) store.compact(true);
+  return !store.internals_->isOlderLayout;
 }
 
 void Store::addSlot(unsigned int id, unsigned int size, unsigned int lifetime) {

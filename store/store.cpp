@@ -10,6 +10,7 @@
 // S1  slots lie in the data file in the order of the index, without gaps
 // S2  dataSize_ is the sum of all sizes, slotCount_ the number of slots
 // S3  freeBytes_ and freeCount_ belong to the free slots that are marked as counted
+// S4  no record is read or written while the files are in the older layout: first they are converted
 
 #include "kl/store.h"
 
@@ -54,6 +55,7 @@ void Store::set(unsigned int id, const message& m) {
   if (id == kFreeId) return reportStore("STORE: set: id 0xffffffff is reserved");
   std::vector<unsigned char> bytes;
   m.flatten(bytes);
+  if (!Internals::isConverted(*this)) return;
   const auto needBytes = static_cast<unsigned int>(bytes.size() + kLengthBytes);
   const auto [entry, isNew] = entries_.try_emplace(id);
   if (isNew) entry->second.lifetime = defaultLifetime_;
@@ -62,12 +64,14 @@ void Store::set(unsigned int id, const message& m) {
 }
 
 message Store::get(unsigned int id) {
+  if (!Internals::isConverted(*this)) return message();
   const auto found = entries_.find(id);
   if (found == entries_.end()) return message();
   return readRecord(found->second.offset, found->second.size);
 }
 
 bool Store::remove(unsigned int id) {
+  if (!Internals::isConverted(*this)) return false;
   const auto found = entries_.find(id);
   if (found == entries_.end()) return false;
   freeOnDisk(id, found->second);
@@ -81,6 +85,7 @@ bool Store::remove(unsigned int id) {
 }
 
 void Store::touch(unsigned int id, unsigned int lifetime) {
+  if (!Internals::isConverted(*this)) return;
   const auto found = entries_.find(id);
   if (found == entries_.end()) return;
   found->second.lifetime = lifetime;
@@ -106,6 +111,7 @@ void Store::cleanup() {
   internals_->freeSlots.clear();
   internals_->unwrittenSlots.clear();
   internals_->unfreedSlots.clear();
+  internals_->isOlderLayout = false;
   dataSize_ = slotCount_ = freeBytes_ = freeCount_ = 0;
 }
 

@@ -185,6 +185,18 @@ TEST_F(StoreFaultsOnPurpose, AFreshStoreIsMadeOrIsEmpty) {
             20U);
 }
 
+TEST_F(StoreFaultsOnPurpose, TheOlderLayoutIsConvertedOrLeft) {
+  EXPECT_GE(tryAll([this] {
+              writeIdx("00000011 00000009 00000003  ffffffff 00000005 00000007  00000002 0000000b 00000001");
+              writeDat("0009 4d32 05000009 07  0000000000  0009 4d32 05000009 08 aaaa");
+              model.set(17, kl::test::number(7), true);
+              model.set(2, kl::test::number(8), true);
+              open();
+              set(30, filled(60));
+            }),
+            30U);
+}
+
 TEST_F(StoreFaultsOnPurpose, AFlushThatFailsLosesNothing) {
   EXPECT_GE(tryAll([this] {
               fill();
