@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -328,49 +326,6 @@ TEST(Allocations, OneParsesAMessageOfOrdinarySize) {
   const AllocationCount before;
   for (int i = 0; i < 50; ++i) many.emplace_back(out);
   EXPECT_LE(before.since(), 50u);
-}
-
-// --- Threads -------------------------------------------------------------------------------------------------
-
-TEST(Threads, CopiesOfOneMessageAreReadChangedAndDestroyedAtOnce) {
-  message origin;
-  origin.insert_u32(0x08000001, 1);
-  for (unsigned int i = 0; i < 40; ++i) origin.insert_string(0x20000000 + i, "text");
-  std::vector<std::thread> threads;
-  std::atomic<unsigned int> right{0};
-  for (unsigned int t = 0; t < 4; ++t)
-    threads.emplace_back([copy = origin, &right, t]() mutable {
-      for (unsigned int i = 0; i < 300; ++i) {
-        const message mine(copy);
-        message changed(mine);
-        changed.insert_u32(0x08000001, t + 100);
-        const bool same = *mine.get_string_ref(0x20000000 + i % 40) == "text";
-        if (same && mine.get_u32(0x08000001, 0) == 1 && changed.get_u32(0x08000001, 0) == t + 100) ++right;
-        if (i % 50 == 0) copy = message(mine);
-      }
-    });
-  origin = message();
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(right, 1200u);
-}
-
-TEST(Threads, TheFirstToAskForAReferencePublishesTheObject) {
-  for (int round = 0; round < 200; ++round) {
-    message origin;
-    origin.insert_string(0x20000001, "a text that is too long for the short form");
-    const message shared(origin);
-    const std::string* seen[2] = {nullptr, nullptr};
-    std::thread other([&seen, copy = shared] { seen[0] = copy.get_string_ref(0x20000001); });
-    seen[1] = shared.get_string_ref(0x20000001);
-    other.join();
-    EXPECT_EQ(seen[0], seen[1]);
-  }
-}
-
-TEST(Threads, AMessageMayEndInAnotherThreadThanItBegan) {
-  std::vector<message> many;
-  for (int i = 0; i < 100; ++i) many.emplace_back(bytes("4d32 0500 0009 07"));
-  std::thread([moved = std::move(many)]() mutable { moved.clear(); }).join();
 }
 
 }  // namespace
