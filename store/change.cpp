@@ -61,7 +61,11 @@ void Store::Change::announce() {
 }
 
 void Store::Change::freeSlot(Entry& entry) {
-  if (!store_.writeIndexent(kFreeId, entry)) store_.internals_->unfreedSlots.push_back(entry);
+  if (store_.writeIndexent(kFreeId, entry)) return;
+  Internals& internals = *store_.internals_;
+  if (internals.isUnwritten(entry.slot)) return;  // it is written as a free one, or not at all
+  std::erase_if(internals.unfreedSlots, [&entry](const Entry& slot) { return slot.slot == entry.slot; });
+  internals.unfreedSlots.push_back(entry);
 }
 
 void Store::Change::catchUp(Store& store) {
@@ -86,6 +90,7 @@ void Store::Change::writeMissingSlots() {
     Intent intent(store_.internals_->ids);
     const FileLengths before{static_cast<unsigned long long>(first.slot) * kSlotRecordBytes, first.offset};
     intent.cutBackTo(before);
+    if (store_.internals_->lock.isHeld()) keepDurableLengths(before);
     for (const Entry& slot : slots) intent.writeSlot(slot.slot, {kFreeId, slot.size, slot.lifetime});
     intent.extendData(store_.dataSize_);
     intent_ = std::move(intent);

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "store/file_io.h"
 
 namespace kl {
@@ -28,6 +30,12 @@ class Descriptor {
 inline unsigned long long inodeOf(int fd) {
   struct stat file;
   return ::fstat(fd, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+// The same of a name.
+inline unsigned long long inodeOfPath(const std::string& path) {
+  struct stat file;
+  return ::stat(path.c_str(), &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
 }
 
 // In bytes; -1 if it cannot be told.

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "kl/store.h"
+#include "store/descriptor.h"
 #include "store/file_io.h"
 #include "store/format.h"
 #include "store/index_reader.h"
@@ -54,6 +55,7 @@ bool Store::loadIndex(bool convert) {
   }
   if (data.st_size == static_cast<off_t>(dataSize_)) {
     internals_->isOlderLayout = convert;
+    (void)Internals::holdData(*this);  // while nobody can replace it
     if (convert) compact(true);
     return true;
   }
@@ -93,13 +95,16 @@ IndexReader::End Store::Internals::readSlots(Store& store, ByteOrder order) {
   return index.end();
 }
 
+// With nothing under way behind their opening, the files are a pair if both still have their names.
 bool Store::Internals::looksWhole(Store& store) {
   store.cleanup();
-  struct stat data;
-  return isAtRest(store.path_) && openIdx(store) &&
+  const auto isNamed = [&store](const char* suffix, int fd) {
+    return inodeOfPath(store.path_ + suffix) == inodeOf(fd);
+  };
+  return isAtRest(store.path_) && openIdx(store) && holdData(store) &&
          readSlots(store, ByteOrder::kLittle) == IndexReader::End::kReached &&
-         ::stat((store.path_ + ".dat").c_str(), &data) == 0 &&
-         data.st_size == static_cast<off_t>(store.dataSize_) && isAtRest(store.path_);
+         lengthOf(heldData(store)) == static_cast<long long>(store.dataSize_) && isAtRest(store.path_) &&
+         isNamed(".idx", store.idxFd_) && isNamed(".dat", heldData(store));
 }
 
 bool Store::Internals::isConverted(Store& store) {

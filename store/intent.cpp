@@ -9,7 +9,11 @@
 //                               |     44       steps          |
 //
 // A commit's body is the two inodes; a durable record's the two inodes and the two lengths.  The length counts the
-// whole record, the checksum (FNV-1a, 32 bits) its body.  Little-endian.
+// whole record, the checksum its body.  Little-endian.
+//
+// The checksum takes numbers of 64 bits: the body's, the last one filled up with zeros, and the body's length.  From
+// 0 on, each one n makes s into t = (s ^ n) * 9e3779b97f4a7c15 and that into t ^ t >> 32; the low 32 bits of the end
+// count.
 // Held by StoreIntent.AnIntentInBytes.
 
 #include "store/intent.h"
@@ -25,12 +29,56 @@ constexpr unsigned int kCommitMagic = 0x4f434c4b;   // "KLCO"
 constexpr unsigned int kDurableMagic = 0x55444c4b;  // "KLDU"
 
 constexpr unsigned long long kAnyLength = ~0ULL >> 1;  // no file is cut back to it
-constexpr unsigned int kChecksumStart = 0x811c9dc5;
 
-unsigned int checksum(unsigned int sum, const void* data, std::size_t size) {
-  const auto* bytes = static_cast<const unsigned char*>(data);
-  for (std::size_t i = 0; i < size; ++i) sum = (sum ^ bytes[i]) * 0x01000193;
-  return sum;
+// Eight bytes, the first one the lowest.
+unsigned long long lane(const unsigned char* from) {
+  const auto at = [from](unsigned int i) { return static_cast<unsigned long long>(from[i]) << (8 * i); };
+  return at(0) | at(1) | at(2) | at(3) | at(4) | at(5) | at(6) | at(7);
+}
+
+// Takes bytes eight at a time, wherever one piece ends and the next begins.
+class Checksum {
+ public:
+  void add(const void* data, std::size_t size) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    length_ += size;
+    for (; size > 0 && rest_ > 0; --size) addByte(*bytes++);
+    for (; size >= kLane; size -= kLane, bytes += kLane) mix(lane(bytes));
+    for (; size > 0; --size) addByte(*bytes++);
+  }
+
+  // Ends it.
+  unsigned int value() {
+    while (rest_ > 0) addByte(0);
+    mix(length_);
+    return static_cast<unsigned int>(sum_);
+  }
+
+ private:
+  static constexpr unsigned int kLane = 8;
+
+  void addByte(unsigned char byte) {
+    begun_[rest_++] = byte;
+    if (rest_ < kLane) return;
+    rest_ = 0;
+    mix(lane(begun_));
+  }
+
+  void mix(unsigned long long number) {
+    sum_ = (sum_ ^ number) * 0x9e3779b97f4a7c15;
+    sum_ ^= sum_ >> 32;
+  }
+
+  unsigned long long sum_ = 0;
+  unsigned long long length_ = 0;
+  unsigned int rest_ = 0;  // bytes of a lane that has begun
+  unsigned char begun_[kLane];
+};
+
+unsigned int checksum(const void* data, std::size_t size) {
+  Checksum sum;
+  sum.add(data, size);
+  return sum.value();
 }
 
 void put(unsigned char* to, unsigned long long number, unsigned int bytes) {
@@ -68,8 +116,7 @@ std::size_t wholeRecord(const unsigned char* bytes, std::size_t size, unsigned i
   if (size < kHeaderBytes || word(bytes) != magic) return 0;
   const std::size_t length = word(bytes + 4);
   if (length < kHeaderBytes || length > size) return 0;
-  return checksum(kChecksumStart, bytes + kHeaderBytes, length - kHeaderBytes) == word(bytes + 8) ? length
-                                                                                                  : 0;
+  return checksum(bytes + kHeaderBytes, length - kHeaderBytes) == word(bytes + 8) ? length : 0;
 }
 
 }  // namespace
@@ -90,10 +137,11 @@ void Intent::writeRecord(unsigned int offset, const std::vector<unsigned char>& 
 }
 
 bool Intent::write(int lockFd, std::size_t place) {
-  unsigned int sum = checksum(kChecksumStart, &head_[kHeaderBytes], head_.size() - kHeaderBytes);
-  sum = checksum(sum, payload_.data, payload_.size);
+  Checksum sum;
+  sum.add(&head_[kHeaderBytes], head_.size() - kHeaderBytes);
+  sum.add(payload_.data, payload_.size);
   const std::size_t length = head_.size() + payload_.size;
-  putHeader(head_.data(), kIntentMagic, length, sum);
+  putHeader(head_.data(), kIntentMagic, length, sum.value());
   return hasWritten(writeAt(lockFd, {head_.data(), head_.size()}, payload_, static_cast<off_t>(place)),
                     length);
 }
@@ -133,7 +181,7 @@ CommitBytes encodeCommit(const FileIds& fresh) {
   CommitBytes bytes;
   put(&bytes[kHeaderBytes], fresh.idx, 8);
   put(&bytes[kHeaderBytes + 8], fresh.data, 8);
-  putHeader(bytes.data(), kCommitMagic, bytes.size(), checksum(kChecksumStart, &bytes[kHeaderBytes], 16));
+  putHeader(bytes.data(), kCommitMagic, bytes.size(), checksum(&bytes[kHeaderBytes], 16));
   return bytes;
 }
 
@@ -146,8 +194,7 @@ bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) 
 DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths) {
   DurableBytes bytes;
   putBody(&bytes[kHeaderBytes], ids, lengths);
-  putHeader(bytes.data(), kDurableMagic, bytes.size(),
-            checksum(kChecksumStart, &bytes[kHeaderBytes], kBodyBytes));
+  putHeader(bytes.data(), kDurableMagic, bytes.size(), checksum(&bytes[kHeaderBytes], kBodyBytes));
   return bytes;
 }
 

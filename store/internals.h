@@ -14,10 +14,17 @@ namespace kl {
 
 struct __attribute__((visibility("hidden"))) Store::Internals {
   Internals(const std::string& path, Durability wanted) : lock(path), durability(wanted) {}
+  ~Internals() { dropHeldData(); }
 
   // Open a file that exists, once, without a word.
   static bool openIdx(Store& store);
   static bool openData(Store& store);
+
+  // Opens the data file that belongs to the open index, for the first use of it: when that comes, another process
+  // may have replaced both.
+  static bool holdData(Store& store);
+  static int heldData(const Store& store);
+  void dropHeldData();
 
   // Loads the index without the lock and without a word.  False if anything is amiss.
   static bool looksWhole(Store& store);
@@ -27,10 +34,15 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   // False if the files are still in the older layout because their conversion failed, now once more; it has said why.
   static bool isConverted(Store& store);
 
+  bool isUnwritten(unsigned int slot) const {
+    return !unwrittenSlots.empty() && slot >= unwrittenSlots.front().slot;
+  }
+
   FreeSlots freeSlots;
   FileLock lock;
   Durability durability;
   FileIds ids;                    // of the files that are open
+  int heldDataFd = -1;            // of the data file, until it is used
   Runner* timerRunner = nullptr;  // that the two timers belong to; only compared
   unsigned int changes = 0;       // that are under way
   bool isOlderLayout = false;     // the files are, though their index has been read
@@ -38,7 +50,7 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
 
   // Free slots at the end that the index file has no record of yet, because it took no more.
   std::vector<Entry> unwrittenSlots;
-  // Free slots that the index file still has under an id, because it took no write.
+  // Free slots that the index file still has under an id, because it took no write.  Each of them once.
   std::vector<Entry> unfreedSlots;
 };
 

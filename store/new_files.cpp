@@ -24,12 +24,6 @@ bool putInPlace(const std::string& basePath, const char* suffix) {
   return std::rename((name + ".new").c_str(), name.c_str()) == 0;
 }
 
-// 0, which no file has, if there is none.
-unsigned long long inodeOfPath(const std::string& path) {
-  struct stat file;
-  return ::stat(path.c_str(), &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
-}
-
 void syncFolder(const std::string& basePath) {
   const std::size_t slash = basePath.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : basePath.substr(0, slash + 1);

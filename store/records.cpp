@@ -31,6 +31,12 @@ bool openOnce(int& fd, const std::string& basePath, const char* suffix, unsigned
   return fd >= 0;
 }
 
+// Somebody has put another data file in the place of the one that is held.
+bool isReplaced(int named, int held) {
+  struct stat file;
+  return ::fstat(named, &file) == 0 && S_ISREG(file.st_mode) && inodeOf(named) != inodeOf(held);
+}
+
 bool reportUnless(bool succeeded, const char* failure) {
   if (!succeeded) reportStore(failure);
   return succeeded;
@@ -85,7 +91,7 @@ bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& byte
 bool Store::writeIndexent(unsigned int id, Entry& e) {
   const LockBracket bracket(internals_->lock);
   (void)openIdx();
-  if (!internals_->unwrittenSlots.empty() && e.slot >= internals_->unwrittenSlots.front().slot)
+  if (internals_->isUnwritten(e.slot))
     return reportUnless(false, "STORE: writeIndexent write failed");  // it would leave a gap
   const SlotBytes record = encodeSlot({id, e.size, e.lifetime});
   const off_t place = static_cast<off_t>(e.slot) * static_cast<off_t>(kSlotRecordBytes);
@@ -102,7 +108,10 @@ bool Store::writeIndexent(unsigned int id, Entry& e) {
 
 bool Store::openIdx() { return reportUnless(Internals::openIdx(*this), "STORE: openIdx failed"); }
 bool Store::openData() { return reportUnless(Internals::openData(*this), "STORE: openData failed"); }
-void Store::closeIdx() { closeOnce(idxFd_); }
+void Store::closeIdx() {
+  internals_->dropHeldData();
+  closeOnce(idxFd_);
+}
 void Store::closeData() { closeOnce(dataFd_); }
 
 bool Store::Internals::openIdx(Store& store) {
@@ -110,8 +119,29 @@ bool Store::Internals::openIdx(Store& store) {
 }
 
 bool Store::Internals::openData(Store& store) {
-  return openOnce(store.dataFd_, store.path_, ".dat", store.internals_->ids.data);
+  Internals& internals = *store.internals_;
+  const bool wasOpen = store.dataFd_ >= 0;
+  if (!openOnce(store.dataFd_, store.path_, ".dat", internals.ids.data)) return false;
+  if (!wasOpen && internals.heldDataFd >= 0 && isReplaced(store.dataFd_, internals.heldDataFd)) {
+    std::swap(store.dataFd_, internals.heldDataFd);
+    internals.ids.data = inodeOf(store.dataFd_);
+  }
+  internals.dropHeldData();
+  return true;
 }
+
+bool Store::Internals::holdData(Store& store) {
+  if (heldData(store) >= 0) return true;
+  int& fd = store.internals_->heldDataFd;
+  fd = openFile((store.path_ + ".dat").c_str(), O_RDWR);
+  return fd >= 0;
+}
+
+int Store::Internals::heldData(const Store& store) {
+  return store.dataFd_ >= 0 ? store.dataFd_ : store.internals_->heldDataFd;
+}
+
+void Store::Internals::dropHeldData() { closeOnce(heldDataFd); }
 
 // Reads `expectedBytes` at once and what the record has more, if any, with a second call.
 message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {

@@ -92,6 +92,18 @@ TEST_F(StoreChange, DurableLengthsStayUntilTheFlush) {
   EXPECT_TRUE(lockBytes().empty());
 }
 
+TEST_F(StoreChange, ASlotThatIsCaughtUpWithBeginsWithDurableLengths) {
+  Store store(path, 3, Store::Durability::kPowerLoss);
+  {
+    ChangingCalls calls;
+    calls.failEveryWrite(1, ENOSPC);
+    linesOf([&] { store.set(2, number(2)); });
+  }
+  store.doFlush();
+  store.touch(1, 9);
+  EXPECT_EQ(lockBytes().size(), 44U);
+}
+
 TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {
   Store store(path, 3);
   ChangingCalls calls;

@@ -118,6 +118,33 @@ TEST_F(StoreFaults, ASlotThatTheIndexHadNoRoomForIsWrittenBeforeTheNext) {
   EXPECT_TRUE(Store(path, 3).get(202) == filled(500));
 }
 
+TEST_F(StoreFaults, ASlotThatTheDataFileHasNoRoomForIsNotWrittenToTheIndex) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 10; ++id) store.set(id, filled(500));
+  const auto full = kl::test::readFile(path + ".dat").size();
+  linesOfSet(store, 100, filled(300), full);
+  linesOfSet(store, 101, filled(200), full);  // into the slot of the first
+  linesOfSet(store, 3, filled(400), full);
+  expectOpens(10);
+  store.set(102, filled(250));
+  expectOpens(11);
+}
+
+TEST_F(StoreFaults, ASlotThatFailsAgainAndAgainIsCaughtUpWithOnce) {
+  kl::Runner loop;
+  Store store(path, 3);
+  store.set(1, number(1));
+  kl::test::ChangingCalls calls;
+  calls.failEveryWrite(1, EIO);
+  linesOf([&] {
+    for (unsigned int i = 0; i < 20; ++i) store.remove(1), store.set(1, number(1));
+  });
+  calls.failEveryWrite(1000, EIO);
+  const unsigned int before = calls.calls();
+  store.set(2, filled(50));
+  EXPECT_EQ(calls.calls() - before, 6U);  // the lock file, one slot, the announcement, two writes, its end
+}
+
 TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {
   Store store(path, 3);
   for (unsigned int id = 0; id < 200; ++id) store.set(id, number(1));
@@ -153,6 +180,7 @@ TEST_P(StoreFullDisk, NothingIsLostButWhatCouldNotBeWritten) {
       if (step % 4 == 3) linesOf([&] { store.remove(id); });
       else
         set(store, id, filled(static_cast<unsigned int>(random() % 200), static_cast<unsigned char>(step)));
+      ASSERT_EQ(linesOf([&] { Store(path, 3); }), "") << "step " << step;
     }
     EXPECT_GT(calls.failed(), 0U);
   }

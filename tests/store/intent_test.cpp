@@ -39,7 +39,7 @@ class StoreIntent : public kl::test::StoreFiles {
 };
 
 TEST_F(StoreIntent, AnIntentInBytes) {
-  EXPECT_EQ(hex(written()), hex(bytes("4b4c494e 94000000 be54155d"
+  EXPECT_EQ(hex(written()), hex(bytes("4b4c494e 94000000 cb111731"
                                       "1100000000000000 2200000000000000 1800000000000000 1500000000000000"
                                       "03000000 0000000000000000 0c000000 09000000 03000000 05000000"
                                       "00000000 0000000000000000 0c000000 ffffffff 03000000 05000000"
@@ -81,17 +81,33 @@ TEST_F(StoreIntent, ARecordWithAWrongByteIsNone) {
   }
 }
 
+TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {
+  for (std::size_t length = 30; length < 46; ++length) {
+    const Bytes payload(length, 0);
+    Intent intent({1, 2});
+    intent.writeRecord(0, payload);
+    Bytes record = fileOf(intent);
+    IntentReader reader;
+    EXPECT_TRUE(reader.read(record.data(), record.size()));
+    for (std::size_t at = record.size() - length; at < record.size(); ++at) {
+      record[at] = 0x80;
+      EXPECT_FALSE(reader.read(record.data(), record.size())) << length << " bytes, byte " << at;
+      record[at] = 0;
+    }
+  }
+}
+
 TEST_F(StoreIntent, CommitsAndDurableLengthsAreReadAsTheyWereWritten) {
   FileIds ids;
   FileLengths lengths;
   const auto commit = kl::encodeCommit({7, 8});
   EXPECT_EQ(hex({commit.begin(), commit.end()}),
-            hex(bytes("4b4c434f 1c000000 4a8b61b7 0700000000000000 0800000000000000")));
+            hex(bytes("4b4c434f 1c000000 da946784 0700000000000000 0800000000000000")));
   ASSERT_TRUE(kl::decodeCommit(commit.data(), commit.size(), ids));
   EXPECT_EQ(ids, (FileIds{7, 8}));
   const auto durable = kl::encodeDurable({1, 2}, {36, 99});
   EXPECT_EQ(hex({durable.begin(), durable.end()}),
-            hex(bytes("4b4c4455 2c000000 21d65178"
+            hex(bytes("4b4c4455 2c000000 850e9e20"
                       "0100000000000000 0200000000000000 2400000000000000 6300000000000000")));
   ASSERT_TRUE(kl::decodeDurable(durable.data(), durable.size(), ids, lengths));
   EXPECT_EQ(lengths.idx, 36U);

@@ -94,6 +94,18 @@ TEST_F(StoreProcesses, AThousandOpenersBesideAWriterOfDurableLengths) {
   openBeside(startWriter(Store::Durability::kPowerLoss, oneRound));
 }
 
+TEST_F(StoreProcesses, AStoreThatWasOpenedBeforeACompactionDoesNotSpoilTheNewFiles) {
+  Store early(path, 3);
+  Store other(path, 3);
+  other.remove(4);
+  other.compact(false);
+  EXPECT_EQ(linesOf([&] {
+              early.set(200, filled(80));
+              EXPECT_EQ(Store(path, 3).entries().size(), 19U);
+            }),
+            "");
+}
+
 TEST_F(StoreProcesses, RecordsOfTwoWritersStayWhole) {
   const auto rewrite = [](Store& store, unsigned int round) {
     store.set(3, filled(53, static_cast<unsigned char>(round)));
