@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "kl/bind.h"
 #include "kl/services.h"
@@ -28,39 +29,44 @@ void Clients::tick(Nanoseconds now) {
 }
 
 void Clients::drain() {
-  while (clients_.size() < configuration_.clients && acceptOne()) {
+  while (clients_.size() < configuration_.clients) {
+    Descriptor socket = listener_.accept();
+    if (!socket.isOpen()) break;
+    take(std::move(socket));
   }
   for (const auto& [fd, client] : clients_) client->drain();
   book_.flush(steadyTime());
 }
 
 void Clients::onConnect(int, unsigned int) {
-  if (clients_.size() >= configuration_.clients) return refuse();
+  Descriptor socket = listener_.accept();
+  if (!socket.isOpen()) return rest(errno);
+  if (clients_.size() >= configuration_.clients) return refuse(socket);
   isRefusing_ = false;
-  if (acceptOne() || (errno != EMFILE && errno != ENFILE)) return;
-  book_.say(kl::TOPIC_WARNING, std::string("nobody can be taken: ") + std::strerror(errno));
-  book_.flush(steadyTime());
-  setListening(false);
+  take(std::move(socket));
 }
 
-bool Clients::acceptOne() {
-  Descriptor socket = listener_.accept();
-  if (!socket.isOpen()) return false;
+void Clients::take(Descriptor socket) {
   const int fd = socket.get();
   const RateLimit limit(configuration_.linesPerSecond, configuration_.burst);
   ClientHost& host = *this;
   clients_[fd] = std::make_unique<Client>(runner_, host, book_, tally_, std::move(socket), peerOf(fd), limit);
-  return true;
 }
 
-void Clients::refuse() {
-  const Descriptor socket = listener_.accept();
-  if (!socket.isOpen() || isRefusing_) return;
-  isRefusing_ = true;
+void Clients::refuse(const Descriptor& socket) {
+  if (std::exchange(isRefusing_, true)) return;
   const Peer peer = peerOf(socket.get());
   book_.say(kl::TOPIC_WARNING, "refused: there are " + std::to_string(clients_.size()) + " clients; " +
                                    peer.process + " (pid " + std::to_string(peer.pid) + ") was the first");
   book_.flush(steadyTime());
+}
+
+// Who waits keeps the socket readable: without rest each pass of the loop would try again.
+void Clients::rest(int reason) {
+  if (reason == EAGAIN || reason == EINTR || reason == ECONNABORTED) return;
+  book_.say(kl::TOPIC_WARNING, std::string("nobody can be taken: ") + std::strerror(reason));
+  book_.flush(steadyTime());
+  setListening(false);
 }
 
 void Clients::setListening(bool listens) {

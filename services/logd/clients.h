@@ -36,8 +36,9 @@ class Clients final : private ClientHost {
 
  private:
   void onConnect(int fd, unsigned int events);
-  bool acceptOne();
-  void refuse();
+  void take(Descriptor socket);
+  void refuse(const Descriptor& socket);
+  void rest(int reason);
   void setListening(bool listens);
   void onEnd(Client& client) override;
 

@@ -72,16 +72,36 @@ TEST_F(ClientsTest, WhoIsTooManyIsRefusedAndNobodyElseIsHurt) {
   EXPECT_EQ(clients.size(), 3u);
 }
 
+// Every descriptor that there is.
+std::list<Descriptor> takeDescriptors() {
+  std::list<Descriptor> all;
+  while (true) {
+    Descriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!one.isOpen()) return all;
+    all.push_back(std::move(one));
+  }
+}
+
+TEST_F(ClientsTest, WithoutDescriptorsWhoIsTooManyWaitsAndTheLoopRests) {
+  configuration.clients = 1;
+  Clients clients(loop, book, listener, configuration);
+  const LogClient first;
+  loop.passes(3);
+  const LogClient second;
+  std::list<Descriptor> all = takeDescriptors();
+  loop.passes(100);
+  EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
+  all.clear();
+  clients.tick(steadyTime());
+  loop.passes(3);
+  EXPECT_TRUE(book.ring()[1].text.starts_with("refused: there are 1 clients; "));
+}
+
 TEST_F(ClientsTest, WithoutDescriptorsWhoComesWaitsAndTheLoopRests) {
   Clients clients(loop, book, listener, configuration);
   LogClient process;
   EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
-  std::list<Descriptor> all;
-  while (true) {
-    Descriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (!one.isOpen()) break;
-    all.push_back(std::move(one));
-  }
+  std::list<Descriptor> all = takeDescriptors();
   loop.passes(100);
   EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
   all.clear();
