@@ -2,6 +2,9 @@
 
 #include "store.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "failure.h"
@@ -101,8 +104,11 @@ std::string checkText(const CommandLine& line, const kl::StoreView& view) {
   return line.json ? jsonText(all) : text;
 }
 
-// A Store makes an empty one of files that do not belong together, so those are left alone.
+// A Store makes an empty one of files that do not belong together or that it cannot open, so those are left alone.
 void compact(const kl::StoreView& view, const std::string& path) {
+  for (const char* suffix : {".idx", ".dat"})
+    if (::faccessat(AT_FDCWD, (path + suffix).c_str(), R_OK | W_OK, AT_EACCESS) != 0)
+      throw usage("cannot write " + path + suffix);
   if (has(view, Fault::kSizeMismatch))
     throw Failure(Status::kRefused, faultOf(view, path) + "; nothing was changed");
   kl::Store(path, 0).compact(false);

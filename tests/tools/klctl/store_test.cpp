@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -136,6 +138,27 @@ TEST_F(KlctlStore, CompactLeavesFilesAloneThatDoNotBelongTogether) {
   EXPECT_TRUE(told.sentence.ends_with("; nothing was changed")) << told.sentence;
   EXPECT_EQ(digits(".idx"), index);
   EXPECT_EQ(digits(".dat"), "0900");
+}
+
+// Whoever may look and may not write.
+struct Reader {
+  Reader() {
+    if (::geteuid() == 0) (void)!::seteuid(65534);
+  }
+  ~Reader() { (void)!::seteuid(::getuid()); }
+};
+
+TEST_F(KlctlStore, CompactLeavesFilesAloneThatMayNotBeWritten) {
+  for (const char* suffix : {".idx", ".dat"}) ASSERT_EQ(::chmod((path + suffix).c_str(), 0444), 0);
+  ASSERT_EQ(::chmod(std::filesystem::path(path).parent_path().c_str(), 0777), 0);
+  const std::string data = digits(".dat");
+  const Told told = failureOf([this] {
+    const Reader reader;
+    run({"compact"});
+  });
+  EXPECT_EQ(told.status, 2);
+  EXPECT_EQ(told.sentence, "cannot write " + path + ".idx");
+  EXPECT_EQ(digits(".dat"), data);
 }
 
 TEST_F(KlctlStore, ItShowsWhatAServiceStores) {
