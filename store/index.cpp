@@ -72,6 +72,7 @@ void Store::restart() {
   if (internals_->lock.isHeld()) internals_->lock.dropRecords(0);
   if (!createEmpty(".dat")) reportStore("STORE: restart open .dat failed");
   else if (!createEmpty(".idx")) reportStore("STORE: restart open .idx failed");
+  if (internals_->durability == Durability::kPowerLoss) NewFiles::syncFolder(path_);
 }
 
 void Store::deleteFiles() {

@@ -24,13 +24,6 @@ bool putInPlace(const std::string& basePath, const char* suffix) {
   return std::rename((name + ".new").c_str(), name.c_str()) == 0;
 }
 
-void syncFolder(const std::string& basePath) {
-  const std::size_t slash = basePath.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : basePath.substr(0, slash + 1);
-  const Descriptor opened(folder.c_str(), O_RDONLY | O_DIRECTORY);
-  if (opened) (void)::fsync(opened.fd());
-}
-
 }  // namespace
 
 NewFiles::~NewFiles() {
@@ -77,6 +70,13 @@ void NewFiles::finishCommit(const std::string& basePath, const FileIds& ids) {
 void NewFiles::removeLeftOvers(const std::string& basePath) {
   (void)::unlink((basePath + ".idx.new").c_str());
   (void)::unlink((basePath + ".dat.new").c_str());
+}
+
+void NewFiles::syncFolder(const std::string& basePath) {
+  const std::size_t slash = basePath.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : basePath.substr(0, slash + 1);
+  const Descriptor opened(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  if (opened) (void)::fsync(opened.fd());
 }
 
 int NewFiles::takeIdx() { return std::exchange(idxFd_, -1); }

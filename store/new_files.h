@@ -27,6 +27,8 @@ class NewFiles {
   static void finishCommit(const std::string& basePath, const FileIds& ids);
   // Removes what a compaction that was killed before its commit left.  Needs: the lock.
   static void removeLeftOvers(const std::string& basePath);
+  // Makes the files' names durable.
+  static void syncFolder(const std::string& basePath);
 
   // Descriptors that are the caller's from here on.
   int takeIdx();

@@ -31,7 +31,8 @@ namespace kl {
 // the one whose change was under way its old or its new one; the next store that is opened sees to it.
 //
 // Several processes may open the same files: each change is made under a lock on P.lock, for which a process
-// waits.  The lock keeps the files whole; what another process changed is seen when a store is constructed.
+// waits.  The lock keeps each write whole; what another process changed is seen when a store is constructed, so two
+// that both add entries write over each other's.
 //
 // Errors:    nothing is thrown.  What fails prints one line that begins with "STORE: " on standard output and
 //            gives a neutral result: false, an empty message, or nothing.

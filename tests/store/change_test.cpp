@@ -84,6 +84,23 @@ TEST_F(StoreChange, WithDurableLengthsABurstCostsFour) {
   EXPECT_TRUE(lockBytes().empty());
 }
 
+TEST_F(StoreChange, WithDurableLengthsTheNamesOfNewFilesAreDurableToo) {
+  const auto folderSyncs = [this](Store::Durability durability) {
+    struct stat file;
+    EXPECT_EQ(::stat(folder.c_str(), &file), 0);
+    unsigned int syncs = 0;
+    ChangingCalls calls;
+    calls.watch([&](const FileCall& call) {
+      syncs += call.kind == FileCall::kSync && call.inode == file.st_ino ? 1 : 0;
+    });
+    linesOf([&] { Store(folder + "/new", 3, durability).restart(); });
+    std::filesystem::remove(folder + "/new.idx");
+    return syncs;
+  };
+  EXPECT_EQ(folderSyncs(Store::Durability::kFlushed), 0U);
+  EXPECT_EQ(folderSyncs(Store::Durability::kPowerLoss), 2U);  // when it is made, and when it is emptied
+}
+
 TEST_F(StoreChange, DurableLengthsStayUntilTheFlush) {
   Store store(path, 3, Store::Durability::kPowerLoss);
   store.set(2, number(2));
