@@ -53,7 +53,7 @@ bool Store::loadIndex(bool convert) {
     reportStore("STORE: readIndex stat failed");
     return false;
   }
-  if (data.st_size == static_cast<off_t>(dataSize_)) {
+  if (Internals::fits(*this, data.st_size)) {
     internals_->isOlderLayout = convert;
     (void)Internals::holdData(*this);  // while nobody can replace it
     if (convert) compact(true);
@@ -104,8 +104,12 @@ bool Store::Internals::looksWhole(Store& store) {
   };
   return isAtRest(store.path_) && openIdx(store) && holdData(store) &&
          readSlots(store, ByteOrder::kLittle) == IndexReader::End::kReached &&
-         lengthOf(heldData(store)) == static_cast<long long>(store.dataSize_) && isAtRest(store.path_) &&
-         isNamed(".idx", store.idxFd_) && isNamed(".dat", heldData(store));
+         fits(store, lengthOf(heldData(store))) && isAtRest(store.path_) && isNamed(".idx", store.idxFd_) &&
+         isNamed(".dat", heldData(store));
+}
+
+bool Store::Internals::fits(const Store& store, long long dataBytes) {
+  return !store.internals_->exceedsFile && dataBytes == static_cast<long long>(store.dataSize_);
 }
 
 bool Store::Internals::isConverted(Store& store) {
@@ -116,6 +120,7 @@ bool Store::Internals::isConverted(Store& store) {
 void Store::addSlot(unsigned int id, unsigned int size, unsigned int lifetime) {
   const Entry entry{dataSize_, size, slotCount_, lifetime};
   dataSize_ += size;
+  if (dataSize_ < size) internals_->exceedsFile = true;
   ++slotCount_;
   if (id == kFreeId) {
     internals_->freeSlots.pushBack(entry, true);

@@ -28,6 +28,8 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
 
   // Loads the index without the lock and without a word.  False if anything is amiss.
   static bool looksWhole(Store& store);
+  // The slots that were loaded fill a data file of that length.
+  static bool fits(const Store& store, long long dataBytes);
   // Adds every slot of the index.
   static IndexReader::End readSlots(Store& store, ByteOrder order);
 
@@ -46,6 +48,7 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   Runner* timerRunner = nullptr;  // that the two timers belong to; only compared
   unsigned int changes = 0;       // that are under way
   bool isOlderLayout = false;     // the files are, though their index has been read
+  bool exceedsFile = false;       // the index has slots beyond what any data file holds
   bool isFlushWanted = false;     // at the end of the change, in a process without a Runner
 
   // Free slots at the end that the index file has no record of yet, because it took no more.

@@ -122,14 +122,14 @@ bool filesAgree(const std::string& basePath) {
   const Descriptor idx((basePath + ".idx").c_str(), O_RDONLY);
   struct stat data;
   if (!idx || ::stat((basePath + ".dat").c_str(), &data) != 0) return false;
-  unsigned int sum = 0;
+  unsigned long long sum = 0;
   IndexReader index(idx.fd());
   while (const unsigned char* bytes = index.next()) {
     const unsigned int size = decodeSlot(bytes, ByteOrder::kLittle).size;
     if (size == 0) return false;  // a record that was lost and left a hole
     sum += size;
   }
-  return index.end() == IndexReader::End::kReached && data.st_size == static_cast<off_t>(sum);
+  return index.end() == IndexReader::End::kReached && static_cast<unsigned long long>(data.st_size) == sum;
 }
 
 }  // namespace kl

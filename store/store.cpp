@@ -112,6 +112,7 @@ void Store::cleanup() {
   internals_->unwrittenSlots.clear();
   internals_->unfreedSlots.clear();
   internals_->isOlderLayout = false;
+  internals_->exceedsFile = false;
   dataSize_ = slotCount_ = freeBytes_ = freeCount_ = 0;
 }
 

@@ -68,6 +68,14 @@ TEST_F(StoreIndex, APartialRecordAtTheEndIsIgnored) {
   EXPECT_EQ(entries.size(), 1U);
 }
 
+TEST_F(StoreIndex, SizesAreAddedUpBeyondWhatANumberInAFileHolds) {
+  writeIdx("ffffffff f6ffffff 03000000  ffffffff 0a000000 03000000  13000000 09000000 03000000");  // 2^32 + 9
+  writeDat("0900 4d32 05000009 07");
+  EXPECT_EQ(linesOfOpening(), "STORE: readIndex size mismatch\n");
+  EXPECT_TRUE(entries.empty());
+  EXPECT_EQ(idx() + dat(), "");
+}
+
 TEST_F(StoreIndex, SizesThatDoNotAddUpInEitherOrderEmptyTheStore) {
   writeIdx("11000000 09000000 03000000");
   for (const char* data : {"0900 4d32 05000009", "0900 4d32 05000009 07 00"}) {
