@@ -28,7 +28,7 @@ struct Frame {
 // operand.
 bool endsWithCall(const unsigned char (&code)[kLongestCall]) {
   if (code[kLongestCall - 5] == 0xE8) return true;
-  for (const std::size_t length : {2, 3, 4, 6, 7}) {
+  for (const std::size_t length : {2U, 3U, 4U, 6U, 7U}) {
     const unsigned char* call = code + kLongestCall - length;
     if (call[0] == 0xFF && (call[1] & 0x38) == 0x10) return true;
   }

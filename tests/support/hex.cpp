@@ -29,7 +29,7 @@ std::vector<unsigned char> bytes(std::string_view text) {
   bool half = false;
   for (const char c : text) {
     if (std::isxdigit(static_cast<unsigned char>(c)) == 0) continue;
-    if (half) result.back() = static_cast<unsigned char>(result.back() << 4 | digitValue(c));
+    if (half) result.back() = static_cast<unsigned char>(result.back() * 16U | digitValue(c));
     else result.push_back(static_cast<unsigned char>(digitValue(c)));
     half = !half;
   }
