@@ -68,6 +68,9 @@ class TidyTest(unittest.TestCase):
         self.assertEqual(self.findings("includes", {"tests/loop/timers_test.cpp": '\n#include "message/rep.h"\n'}),
                          ["tests/loop/timers_test.cpp:2: message/rep.h is internal to message/"])
 
+    def test_a_fuzz_target_sees_what_the_tests_of_its_subject_see(self):
+        self.assertEqual(self.findings("includes", {"fuzz/wire_fuzz.cpp": '#include "message/rep.h"\n'}), [])
+
     def test_a_public_header_that_includes_an_internal_one(self):
         self.assertEqual(self.findings("includes", {"include/kl/field.h": '#include "message/rep.h"\n'}),
                          ["include/kl/field.h:1: message/rep.h is internal to message/"])

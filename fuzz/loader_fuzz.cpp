@@ -1,0 +1,260 @@
+// A script of what processes do to the loader: they register, send frames, stop reading, and end.  The bytes of a
+// frame are the script's own or made from few fields, so that paths, replies and the loader's own commands are met.
+//
+//   - a service gets an id that nobody has and that may be given
+//   - a frame is delivered only to a service that its path names; it is a whole message, its SYS_FROM begins with the
+//     id of its sender, it is no control message, and a command carries the rights of its sender
+//   - a reply is delivered only to who has asked, and once
+//   - who has ended has no open requests
+
+#include <unistd.h>
+
+#include <set>
+#include <tuple>
+
+#include "frame_reader.h"
+#include "fuzz/input.h"
+#include "own_service.h"
+#include "registration.h"
+#include "section.h"
+
+namespace {
+
+using fuzz::Bytes;
+using fuzz::require;
+using loader::Service;
+using Ids = std::vector<unsigned int>;
+
+constexpr std::size_t kQueueLimit = 4000;
+constexpr unsigned int kNobody = 65534;
+constexpr unsigned int kConfigured = 40;
+
+// What hears of traffic, and is of no interest here.
+struct Silent final : loader::ServiceActions, loader::OwnServiceHost, loader::LeaveListener {
+  const char* start(Service&) override { return "cannot be started"; }
+  const char* stop(Service&) override { return nullptr; }
+  const char* restart(Service&) override { return nullptr; }
+  const char* leave(Service&) override { return "has not said that it may leave"; }
+  void settle() override {}
+  void leaveMessage(Service&, const loader::Envelope&) override {}
+  void demanded(Service&) override {}
+};
+
+// A loop that is never run: its timers wait.
+struct Loop final : kl::ThinRunner {
+  int sleepTime(unsigned int) override { return 0; }
+};
+
+loader::Configuration configuration() {
+  loader::Configuration c;
+  c.services.emplace_back();
+  c.services[0].id = kConfigured;
+  c.services[0].name = "configured";
+  c.services[0].rights = {false, 3};
+  return c;
+}
+
+// A whole frame's body, as it lies in a queue.
+std::vector<Bytes> framesBehind(const loader::Buffer& queue, std::size_t before) {
+  std::vector<Bytes> frames;
+  for (auto rest = queue.bytes().subspan(before); !rest.empty();) {
+    require(rest.size() >= loader::kPrefixBytes, "queues hold whole frames");
+    const std::size_t length = kl::readLe32(rest.data());
+    require(length <= rest.size() - loader::kPrefixBytes, "queues hold whole frames");
+    const auto body = rest.subspan(loader::kPrefixBytes, length);
+    frames.emplace_back(body.begin(), body.end());
+    rest = rest.subspan(loader::kPrefixBytes + length);
+  }
+  return frames;
+}
+
+// The services that a path names; PATH_ALL stands for itself.
+std::set<unsigned int> namedBy(const Ids& path) {
+  std::set<unsigned int> named;
+  if (path.empty()) return named;
+  if (path[0] != kl::PATH_MULTI) return {path[0]};
+  for (std::size_t at = 1; at + 1 < path.size() && path[at] < path.size(); at += 1 + path[at])
+    named.insert(path[at + 1]);
+  return named;
+}
+
+class System {
+ public:
+  System() {
+    Service& own = table_.add(kl::SERVICE_LOADER);
+    own.name = "loader";
+    own.state = kl::SVC_STATE_RUNNING;
+    outbox_.setSender(own);
+    table_.setListener(&own_);
+    Service& configured = table_.add(kConfigured);
+    configured.name = "configured";
+    configured.configuration = &configuration_.services[0];
+    for (const unsigned int id : {10U, 24U}) registerAs(id, 0);
+  }
+
+  void step(fuzz::Input& input) {
+    const unsigned int operation = input.upTo(7);
+    if (operation == 0) return enroll(input);
+    if (services_.empty()) return;
+    Service& service = *services_[input.upTo(static_cast<unsigned int>(services_.size()) - 1)];
+    switch (operation) {
+      case 1: return end(service);
+      case 2: return service.out.clear();
+      case 3: return own_.sendChanges();
+      case 4: return send(service, input.bytes(input.u8()));
+      default: return send(service, madeFrom(input));
+    }
+  }
+
+ private:
+  using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // asker, asked, id, return path
+
+  void registerAs(unsigned int id, uid_t user) {
+    kl::message m;
+    m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+    m.insert(kl::SYS_CTRL, kl::CTRL_HELLO);
+    m.insert(kl::REGISTRATION_VALUES, {id, 1});
+    Bytes bytes;
+    m.flatten(bytes);
+    admit(bytes, user);
+  }
+
+  void enroll(fuzz::Input& input) {
+    if (services_.size() >= 8) return;
+    const uid_t user = input.upTo(1) == 0 ? 0 : kNobody;
+    if (input.upTo(1) == 0) return admit(input.bytes(input.u8()), user);
+    registerAs(input.upTo(3) == 0 ? input.u32() : input.u8(), user);
+  }
+
+  void admit(const Bytes& hello, uid_t user) {
+    loader::Envelope e;
+    if (loader::readEnvelope(hello, e) != nullptr) return;
+    std::string refusal;
+    Service* service = registration_.admit({::getpid(), user, nullptr}, e, refusal);
+    require((service == nullptr) != refusal.empty(), "a refusal says why");
+    if (service == nullptr) return;
+    require(!service->isConnected() && loader::isConfigurable(service->id), "an id that nobody has");
+    static char nobody;  // never followed: only its being there counts
+    service->connection = reinterpret_cast<loader::Connection*>(&nobody);
+    service->bornAt = 1;
+    services_.push_back(service);
+    outbox_.release(*service);
+    requests_.release(*service);
+    table_.setState(*service, kl::SVC_STATE_REGISTERED);
+  }
+
+  void end(Service& service) {
+    std::erase_if(open_, [&](const Open& open) {
+      return std::get<0>(open) == service.id || std::get<1>(open) == service.id;
+    });
+    std::erase(services_, &service);
+    service.connection = nullptr;
+    own_.forget(service);
+    router_.endOf(service);
+    require(service.requests.askedCount == 0 && service.requests.servingCount == 0, "no open requests");
+    if (service.isConfigured()) table_.setState(service, kl::SVC_STATE_STOPPED);
+    else table_.remove(service.id);
+  }
+
+  static Bytes madeFrom(fuzz::Input& input) {
+    static constexpr unsigned int kHops[] = {1,  10, 24, kConfigured,  0x10000,        0,
+                                             99, 2,  30, kl::PATH_ALL, kl::PATH_MULTI, kl::PATH_SELF};
+    const auto path = [&](unsigned int most) {
+      Ids ids(input.upTo(most));
+      for (unsigned int& id : ids) id = kHops[input.upTo(11)];
+      return ids;
+    };
+    kl::message m;
+    m.insert(kl::SYS_TO, path(5));
+    const unsigned int fields = input.u8();
+    if ((fields & 1) != 0) m.insert(kl::SYS_FROM, path(3));
+    if ((fields & 2) != 0) m.insert(kl::SYS_CMD, 0xfe0000 + input.upTo(0x18));
+    if ((fields & 4) != 0) m.insert(kl::SYS_REQID, input.upTo(3));
+    if ((fields & 8) != 0) m.insert(kl::SYS_TYPE, 1 + input.upTo(1));
+    if ((fields & 16) != 0) m.insert(kl::SYS_REPLYEXP, true);
+    if ((fields & 32) != 0) m.insert(kl::SYS_STATUS, 1 + input.upTo(1));
+    if ((fields & 64) != 0) m.insert(kl::SYS_USER, "root");
+    if ((fields & 128) != 0) m.insert_u32(0x08fe0000 | input.upTo(20), kHops[input.upTo(11)]);
+    Bytes bytes;
+    m.flatten(bytes);
+    const Bytes more = input.bytes(input.upTo(1) * input.upTo(40));
+    bytes.insert(bytes.end(), more.begin(), more.end());
+    return bytes;
+  }
+
+  // Sends one frame, and looks at what it added to every queue.
+  void send(Service& sender, const Bytes& body) {
+    std::vector<std::tuple<Service*, std::size_t, std::size_t>> before;
+    for (const auto& [id, service] : table_.all())
+      before.emplace_back(service.get(), service->out.size(), service->held.size());
+    const char* fault = router_.route(sender, body);
+    const Ids path = kl::message(body).get(kl::SYS_TO, {});
+    for (const auto& [service, out, held] : before) {
+      for (const Bytes& frame : framesBehind(service->out, out))
+        arrived(frame, sender, *service, path, fault);
+      for (const Bytes& frame : framesBehind(service->held, held))
+        arrived(frame, sender, *service, path, fault);
+    }
+    if (fault != nullptr) end(sender);
+  }
+
+  void arrived(const Bytes& frame, const Service& sender, const Service& at, const Ids& path,
+               const char* fault) {
+    kl::message m;
+    require(m.unflatten(frame.data(), static_cast<unsigned int>(frame.size()), kl::message::normal),
+            "what arrives is a message");
+    const Ids from = m.get(kl::SYS_FROM, {});
+    require(!m.has(kl::SYS_CTRL), "no control message arrives");
+    const bool isOwnWord =
+        &at == &sender && (from.empty() || from[0] != sender.id);  // an answer of the loader
+    if (isOwnWord) return;
+    require(fault == nullptr, "garbage is not delivered");
+    require(!from.empty() && from[0] == sender.id, "SYS_FROM begins with the sender");
+    const std::set<unsigned int> named = namedBy(path);
+    require(named.contains(at.id) || named.contains(kl::PATH_ALL), "it arrives where its path says");
+    if (&at == &sender) return;  // it may be what the loader said of a path that begins with the sender
+    if (m.get(kl::SYS_TYPE, kl::TYPE_REQUEST) == kl::TYPE_REPLY) return answered(m, sender, at);
+    if (m.has(kl::SYS_CMD)) checkRights(m, sender);
+    loader::Envelope e;
+    if (loader::readEnvelope(frame, e) == nullptr || e.isTracked())
+      open_.insert({sender.id, at.id, m.get(kl::SYS_REQID, 0), Ids(from.begin() + 1, from.end())});
+  }
+
+  void answered(const kl::message& reply, const Service& sender, const Service& asker) {
+    const auto open =
+        open_.find({asker.id, sender.id, reply.get(kl::SYS_REQID, 0), reply.get(kl::SYS_TO, {})});
+    require(open != open_.end(), "a reply answers an open request, once");
+    open_.erase(open);
+  }
+
+  static void checkRights(const kl::message& command, const Service& sender) {
+    if (sender.rights.empty()) return;
+    Bytes expected{0x4d, 0x32};
+    expected.insert(expected.end(), sender.rights.begin(), sender.rights.end());
+    require(command.includes(kl::message(expected)), "a command carries the rights of its sender");
+  }
+
+  Loop loop_;
+  Silent silent_;
+  const loader::Configuration configuration_ = configuration();
+  loader::Log log_{-1};
+  loader::Users users_;
+  loader::IdCounter ids_{"/dev/null/none", log_};  // no file: it counts in memory
+  loader::ServiceTable table_;
+  loader::OpenRequests requests_{1};
+  loader::Outbox outbox_{kQueueLimit};
+  loader::OwnService own_{loop_, table_, outbox_, silent_, silent_};
+  loader::Router router_{table_, requests_, outbox_, own_, silent_};
+  loader::Registration registration_{table_, ids_, users_, configuration_};
+  std::vector<Service*> services_;  // that are connected
+  std::multiset<Open> open_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, std::min<std::size_t>(size, 4096));
+  System system;
+  while (!input.isEmpty()) system.step(input);
+  return 0;
+}
