@@ -1,12 +1,33 @@
 #include "outbox.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "frame_reader.h"
 #include "kl/conventions.h"
 
 namespace loader {
+namespace {
+
+// Calls take(frame, envelope) for each frame.  They were written here, so each of them is whole.
+template <class Function>
+void eachFrame(std::span<const unsigned char> frames, Function take) {
+  while (!frames.empty()) {
+    const std::size_t frameBytes = kPrefixBytes + kl::readLe32(frames.data());
+    Envelope e;
+    (void)readEnvelope(frames.subspan(kPrefixBytes, frameBytes - kPrefixBytes), e);  // its path may end here
+    take(frames.first(frameBytes), e);
+    frames = frames.subspan(frameBytes);
+  }
+}
+
+// Whose words these are; in news of an end, who has ended.
+unsigned int senderOf(const Envelope& e) { return e.returnPath().size() == 0 ? kl::BADID : e.returnPath()[0]; }
+
+bool isEnd(const Envelope& e) { return e.command == kl::CMD_DISCONNECTED; }
+
+}  // namespace
 
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency) {
   if (!takes(to, envelope.body.size(), urgency)) return false;
@@ -35,17 +56,23 @@ void Outbox::release(Service& to) {
   hasNews(to);
 }
 
-// The frames were written here, so each of them is whole.
+bool Outbox::holdsWordOf(const Service& to, unsigned int sender) {
+  bool holds = false;
+  eachFrame(to.held.bytes(), [&](std::span<const unsigned char>, const Envelope& e) {
+    if (senderOf(e) == sender) holds = !isEnd(e);
+  });
+  return holds;
+}
+
 void Outbox::keepForNext(Service& left) {
   const Buffer all = std::exchange(left.held, Buffer());
-  for (std::span<const unsigned char> rest = all.bytes(); !rest.empty();) {
-    const std::size_t frameBytes = kPrefixBytes + kl::readLe32(rest.data());
-    Envelope e;
-    (void)readEnvelope(rest.subspan(kPrefixBytes, frameBytes - kPrefixBytes), e);  // its path may end here
-    if (!e.isReply() && !e.isNotice() && e.command != kl::CMD_DISCONNECTED)
-      left.held.append(rest.first(frameBytes));
-    rest = rest.subspan(frameBytes);
-  }
+  std::set<unsigned int> heard;  // whose words are kept so far
+  eachFrame(all.bytes(), [&](std::span<const unsigned char> frame, const Envelope& e) {
+    if (e.isReply() || e.isNotice()) return;
+    if (isEnd(e) && heard.erase(senderOf(e)) == 0) return;
+    if (!isEnd(e)) heard.insert(senderOf(e));
+    left.held.append(frame);
+  });
 }
 
 void Outbox::sent(std::size_t bytes) {

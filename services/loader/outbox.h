@@ -48,8 +48,11 @@ class Outbox {
   // What was held is on its way now.  Needs: the service is connected.
   void release(Service& to);
 
-  // Of what is held only requests and notifications stay: the process that replies were for is no more, and
-  // whoever comes in its place is told of ended services anew.
+  // Is something held that `sender` said, and no news of its end behind it?
+  static bool holdsWordOf(const Service& to, unsigned int sender);
+
+  // Of what is held only requests and notifications stay, and the ends of those that sent them: the process that
+  // replies were for is no more, and whoever comes in its place is told anew of services that had ended before.
   static void keepForNext(Service& left);
 
   // Hands out the services that have something new, each once.  Calling it ends their having news.

@@ -249,10 +249,12 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
   (void)outbox_.send(*request.asker, m, Urgency::kReply);
 }
 
+// Who is not there yet hears of it behind what the gone one has said to it: it may be a subscription.
 void Router::announceEnd(const Service& gone) {
   const kl::message m = endMessage(gone.id);
   for (const auto& [id, service] : table_.all())
-    if (service->isConnected()) (void)outbox_.send(*service, m, Urgency::kReply);
+    if (service->isConnected() || Outbox::holdsWordOf(*service, gone.id))
+      (void)outbox_.send(*service, m, Urgency::kReply);
 }
 
 }  // namespace loader

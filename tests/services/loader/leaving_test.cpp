@@ -274,6 +274,24 @@ TEST_F(Leaving, WhatIsHeldWhileItIsAskedStartsItAgainAndIsAnsweredByTheNext) {
   EXPECT_TRUE(heardOfNoEnd());
 }
 
+TEST_F(Leaving, TheNextHearsOfTheEndOfWhomItKnowsOnlyByWhatWasHeld) {
+  begin();
+  ASSERT_TRUE(isUp());
+  ASSERT_TRUE(setReaction(kWait, kSaveAndEnd));
+  ASSERT_TRUE(a_.send(order(kl::SVC_LEAVE)));
+  ASSERT_TRUE(reaches(kl::SVC_STATE_LEAVING));
+  RawPeer late = peer(600);
+  kl::message subscribe = notification({32}, {7});
+  subscribe.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+  ASSERT_TRUE(late.send(subscribe));
+  late.close();
+  ASSERT_TRUE(heardOfEndOf(600));
+  ASSERT_TRUE(a_.send(request({32}, kl::CMD_NOOP, 20, {7})));
+  go();
+  ASSERT_EQ(errorOf(a_.receiveReply(20)), kl::ERROR_OK);
+  EXPECT_EQ(story(), (std::vector<int>{0, -600, 20}));
+}
+
 TEST_F(Leaving, ARequestThatItHadAndDidNotAnswerIsBroken) {
   begin();
   ASSERT_TRUE(isUp());

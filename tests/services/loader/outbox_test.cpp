@@ -20,6 +20,12 @@ kl::message ofBytes(std::size_t size) {
   return m;
 }
 
+kl::message endOf(unsigned int id) {
+  kl::message m = notification({}, {id});
+  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  return m;
+}
+
 // More than a frame of requests and notifications may have; its fields keep to what lengths can say.
 kl::message tooLarge() {
   kl::message m;
@@ -137,8 +143,7 @@ TEST_F(OutboxTest, NothingIsQueuedForAServiceThatIsNotThere) {
 
 TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
   a_.state = kl::SVC_STATE_LEAVING;
-  kl::message ended = notification({});
-  ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  const kl::message ended = endOf(600);
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, Ids());
   for (const kl::message& m : {request({7}, kl::CMD_GET, 1), reply({7}, 2), ended, notification({}), notice,
@@ -150,6 +155,18 @@ TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
   EXPECT_EQ(kept[0], request({7}, kl::CMD_GET, 1));
   EXPECT_EQ(kept[1], notification({}));
   EXPECT_EQ(kept[2], request({}, kl::CMD_SUBSCRIBE, 3));
+}
+
+TEST_F(OutboxTest, ForTheNextStartTheEndOfWhoSaidSomethingStaysBehindItsWords) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  const kl::message word = request({}, kl::CMD_SUBSCRIBE, 3, {600, 7});
+  for (const kl::message& m : {endOf(600), word, endOf(600), endOf(600), endOf(601), word})
+    ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
+  EXPECT_TRUE(Outbox::holdsWordOf(a_, 600));
+  EXPECT_FALSE(Outbox::holdsWordOf(a_, 601));
+  Outbox::keepForNext(a_);
+  EXPECT_EQ(takeHeld(a_), (std::vector<kl::message>{word, endOf(600), word}));
+  EXPECT_FALSE(Outbox::holdsWordOf(a_, 600));
 }
 
 }  // namespace

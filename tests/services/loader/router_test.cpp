@@ -555,6 +555,23 @@ TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
   EXPECT_EQ(held[0].get(kl::SYS_REQID, 0), 6u);
 }
 
+TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& left = table_.add(40);
+  left.configuration = &configured;
+  left.state = kl::SVC_STATE_LEFT;
+  (void)route(a_, request({40}, kl::CMD_SUBSCRIBE, 5, {7}));
+  for (Service* gone : {&a_, &other_}) {
+    gone->connection = nullptr;
+    router_.endOf(*gone);
+  }
+  const std::vector<kl::message> held = takeHeld(left);
+  ASSERT_EQ(held.size(), 2u);  // nothing of the other: it has said nothing
+  EXPECT_EQ(held[0].get(kl::SYS_CMD, 0), kl::CMD_SUBSCRIBE);
+  EXPECT_EQ(held[1].get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(held[1].get(kl::SYS_FROM, {}), Ids{10});
+}
+
 TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
   b_.state = kl::SVC_STATE_LEAVING;
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
