@@ -9,6 +9,8 @@ namespace {
 // A report that does not say what the request needed: only who may do everything may undo it.
 constexpr unsigned int kNobodysRights = 0x80000000;
 constexpr unsigned int kAllRights = 0xffffffff;
+constexpr unsigned int kSystemNameSpace = 0x00ff0000;
+constexpr unsigned int kNameSpaceMask = 0x00ff0000;
 
 bool isWhole(const kl::message::flat_message& bytes) {
   kl::message m;
@@ -49,11 +51,12 @@ kl::message turnedRound(const kl::message& record, const kl::message& report) {
   return turned;
 }
 
-// Whatever the record says about the journey is not believed: it goes to where the report came from.
+// Whatever the record says about the journey is not believed: it goes to where the report came from.  A system
+// field's number under another type goes, too: the loader disconnects whoever sends that beside the field itself.
 kl::message undoMessage(const kl::message& record, const kl::message& asker) {
   kl::message m(record.get(kl::UNDO_MESSAGE, {}));
   const unsigned int command = m.get(kl::SYS_CMD, kl::CMD_NOOP);
-  kl::cleanSys(m);
+  m.removeIdMask(kSystemNameSpace, kNameSpaceMask);
   m.insert(kl::SYS_CMD, command);
   m.insert(kl::SYS_TO, record.get(kl::UNDO_SOURCE, {}));
   m.insert(kl::STD_UNDOID, record.get(kl::STD_ID, kl::BADID));

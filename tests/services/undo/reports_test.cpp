@@ -93,6 +93,17 @@ TEST(UndoReports, WhatTheAskerDoesNotSayTheUndoMessageDoesNotSay) {
   EXPECT_EQ(undoMessage(r, {}), expected);
 }
 
+TEST(UndoReports, SystemFieldsOfAnotherTypeDoNotTravelEither) {
+  kl::message odd = setValue(1);
+  for (const unsigned int number : {1u, 2u, 7u, 10u, 63u, 64u, 0xffffu}) {
+    odd.insert_u64(0x10ff0000 | number, 1);
+    odd.insert_string(0x20ff0000 | number, "odd");
+  }
+  kl::message r = record();
+  r.insert(kl::UNDO_MESSAGE, flat(odd));
+  EXPECT_EQ(undoMessage(r, {}), undoMessage(record(), {}));
+}
+
 TEST(UndoReports, AReportOfAnUndoTurnsTheRecordRound) {
   const kl::message undone = turnedRound(record(), undoneReport(9, 7, 512));
   EXPECT_TRUE(undone.get(kl::UNDO_UNDONE, false));

@@ -174,6 +174,18 @@ TEST_F(UndoProcess, TheMakerIsSentTheUndoMessageInTheAskersName) {
   EXPECT_FALSE(kl::isError(*reply));
 }
 
+TEST_F(UndoProcess, AnUndoMessageWithFieldsThatNobodyMaySendIsSentWithoutThem) {
+  RawPeer maker = connected(500);
+  kl::message odd = setValue(1);
+  odd.insert_u64(0x10ff0001, 1);  // the number of SYS_TO
+  kl::message m = report("x");
+  m.insert(kl::UNDO_MESSAGE, flat(odd));
+  send(maker, to(kl::CMD_START, add(maker, m)));
+  const auto undo = maker.receiveCommand(kl::CMD_SET);
+  ASSERT_TRUE(undo);
+  EXPECT_EQ(undo->get(VALUE, 0), 1u);
+}
+
 TEST_F(UndoProcess, WhoseRequestSaysNeitherUserNorRightsUndoesWithAllRights) {
   RawPeer maker = connected(500);
   const unsigned int id = add(maker, report("x", 0xffffffff));
