@@ -21,6 +21,7 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
       who_(who),
       patience_(patience),
       reader_(area) {
+  reader_.setLimit(kMaxHelloBytes);
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
   if (isUnknown() && patience_.stallTicks > 0)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
@@ -29,6 +30,7 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
 void Connection::becomes(Service& service) {
   runner_.removeTimer(stallTimer_);
   stallTimer_ = {};
+  reader_.setLimit(kMaxFrameBytes);
   service_ = &service;
   service.connection = this;
 }
@@ -75,8 +77,13 @@ void Connection::handleFrames() {
   host_.onBatch();
   for (std::span<const unsigned char> body; isOpen() && reader_.next(body);)
     if (const char* fault = host_.onFrame(*this, body)) return host_.onEnd(*this, fault);
-  if (reader_.isBroken()) return host_.onEnd(*this, "announced a frame of more than 16 MiB");
+  if (reader_.isBroken()) return host_.onEnd(*this, whatIsTooLong());
   reader_.keepRest();
+}
+
+const char* Connection::whatIsTooLong() const {
+  return service_ != nullptr ? "announced a frame of more than 16 MiB"
+                             : "announced a registration of more than 65535 bytes";
 }
 
 void Connection::write() {

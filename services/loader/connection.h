@@ -39,6 +39,7 @@ struct Patience {
 // C1  poll asks for POLLOUT exactly while the last write did not take everything (isBlocked_)
 // C2  the stall timer runs while the queue is at its limit, and any byte written begins it anew; and from the beginning
 //     of a connection at the socket until its process has registered
+// C3  what a process that has not registered makes the loader keep is at most one frame of kMaxHelloBytes
 //
 // Errors:    reported to the host as the end of the connection, once.
 // Ownership: owns the descriptor; borrows everything else.
@@ -74,6 +75,7 @@ class Connection {
   void onEvent(int fd, unsigned int events);
   bool readOnce();
   void handleFrames();
+  const char* whatIsTooLong() const;
   void write();
   void giveUpWriting();
   void setBlocked(bool isBlocked);

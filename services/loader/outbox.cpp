@@ -23,7 +23,9 @@ void eachFrame(std::span<const unsigned char> frames, Function take) {
 }
 
 // Whose words these are; in news of an end, who has ended.
-unsigned int senderOf(const Envelope& e) { return e.returnPath().size() == 0 ? kl::BADID : e.returnPath()[0]; }
+unsigned int senderOf(const Envelope& e) {
+  return e.returnPath().size() == 0 ? kl::BADID : e.returnPath()[0];
+}
 
 bool isEnd(const Envelope& e) { return e.command == kl::CMD_DISCONNECTED; }
 

@@ -133,6 +133,23 @@ TEST_F(Peers, APeerThatNeverRegistersIsDisconnected) {
   roundTrip(1);  // who has registered may be silent
 }
 
+TEST_F(Peers, APeerThatHasNotRegisteredMayNotMakeTheLoaderKeepMuch) {
+  const LoaderProcess loader;
+  connectAll();
+  RawPeer large;
+  ASSERT_TRUE(large.connect());
+  ASSERT_TRUE(large.sendBytes(std::vector<unsigned char>{0, 0, 1, 0}));  // 65536
+  EXPECT_TRUE(large.isDisconnected());
+  EXPECT_TRUE(loader.logs("announced a registration of more than 65535 bytes; disconnected"));
+  RawPeer whole;
+  ASSERT_TRUE(whole.connect());
+  kl::message hello = kl::test::hello(600);
+  hello.insert_raw(0x30000002, std::vector<unsigned char>(65000));
+  ASSERT_TRUE(whole.send(hello));
+  EXPECT_TRUE(whole.receive());
+  roundTrip(1);
+}
+
 TEST_F(Peers, OfManyThatDoNotRegisterTheOldestMakeRoom) {
   const LoaderProcess loader;
   connectAll();

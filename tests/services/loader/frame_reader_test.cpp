@@ -150,6 +150,16 @@ TEST_F(FrameReaderTest, ALengthAbove16MiBBreaksTheStream) {
   EXPECT_TRUE(got_.empty());
 }
 
+TEST_F(FrameReaderTest, AnotherLimitHoldsFromTheNextFrameOn) {
+  reader_.setLimit(3);
+  feed(frameOf(bodyOf(3, 1)));
+  readAll();
+  EXPECT_EQ(got_.size(), 1u);
+  feed({4, 0, 0, 0});
+  readAll();
+  EXPECT_TRUE(reader_.isBroken());
+}
+
 TEST_F(FrameReaderTest, TheEndOfTheStreamIsToldAfterItsLastFrame) {
   feed(frameOf(bodyOf(3, 1)));
   its_.close();
