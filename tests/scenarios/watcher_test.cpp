@@ -158,8 +158,10 @@ TEST_F(WatcherScenario, FollowsAServiceThatIsStartedLater) {
   driver_.emplace();
   mirror_.emplace(withoutFilter);
   looper_->addHandler(kNumber, &*mirror_);
+  mirror_->setTimeout(1);  // what waits for a service that is yet to come is held and not refused
   mirror_->watch(kTable);
   while (mirror_->losses == 0) pass();
+  mirror_->setTimeout(kPatienceMs / 10);
   driver_->act(table::kService, kl::SVC_START);
   awaitComplete();
   EXPECT_TRUE(mirror_->copy.empty());
