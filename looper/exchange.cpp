@@ -5,6 +5,8 @@
 // E2  a process never leaves in the middle of an exchange
 // E3  a reply ends an exchange when it carries its request id and comes back on its path
 
+#include <utility>
+
 #include "kl/looper.h"
 #include "looper/control.h"
 #include "looper/paths.h"
@@ -14,6 +16,7 @@ namespace kl {
 
 message Looper::exchangeMessage(message& m, int timeout) {
   if (!hasPath(m, SYS_TO)) return errorMsg(ERROR_FAILED, "bad_message");
+  if (std::exchange(leaveAsked_, false)) sendCtrl(control::kLeaveRefused);  // E2
   const Path from = pathOf(m, SYS_FROM);
   const unsigned int id = requestMessage(m);
   Timeout limit(timeout);

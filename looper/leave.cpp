@@ -9,6 +9,8 @@
 //     v      1 or more     no            readiness 0, at the first block
 //
 // V1  one block is open from the construction until run()
+// V2  what came before the asking is dealt with before the answer, or it would be lost with the queue.  An
+//     exchange meanwhile answers first: until then the loader holds back what it waits for
 //
 // Persistent data, a message:
 //
@@ -18,6 +20,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 #include "kl/looper.h"
 #include "looper/control.h"
@@ -44,6 +47,9 @@ message::flat_message flat(const message& m) {
 
 void Looper::handleCtrl(unsigned int code) {
   if (code != control::kLeave) return;
+  leaveAsked_ = true;
+  dispatchQueue();  // V2
+  if (!std::exchange(leaveAsked_, false)) return;
   if (canLeave()) leave();
   else sendCtrl(control::kLeaveRefused);
 }

@@ -381,7 +381,8 @@ class KL_API Looper : public Handler, public Runner {
   void sendCtrl(unsigned int code);
 
   // Leaving: a process that can be started again on demand says so with a value other than 0.  It leaves
-  // when the loader asks and no blockLeave is open; each needs its unblockLeave.  run() opens the way.
+  // when the loader asks and no blockLeave is open; each needs its unblockLeave.  run() opens the way.  What
+  // waits in the queue is dispatched before it leaves.
   void setupLeave(unsigned int value);
   void blockLeave();
   void unblockLeave();
@@ -433,6 +434,7 @@ class KL_API Looper : public Handler, public Runner {
   message loaderData_;
   std::unique_ptr<FrameSocket> frames_;
   bool readsAhead_ = false;
+  bool leaveAsked_ = false;  // the loader waits for an answer
 };
 
 // The Looper of this process, null when there is none.

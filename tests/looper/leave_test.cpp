@@ -81,6 +81,63 @@ TEST(Leave, TellLeaveAnnouncesIt) {
   EXPECT_EQ(net.loader.receive(), ctrl(4));
 }
 
+TEST(Leave, WhatWaitsInTheQueueIsDispatchedBeforeTheProcessLeaves) {
+  Connected net;
+  test::Recorder handler;
+  net.looper->addHandler(7, &handler);
+  net.looper->setupLeave(1);
+  net.looper->unblockLeave();
+  net.looper->queueMessage(test::requestTo({7}, CMD_NOOP));
+  net.loader.send(ctrl(1));
+  net.wake();
+  EXPECT_EQ(handler.seen.size(), 1u);
+  EXPECT_TRUE(net.looper->isLeaving());
+  net.looper->removeHandler(7);
+}
+
+TEST(Leave, WhatWaitsInTheQueueMayBlockIt) {
+  class Worker : public Handler {
+    void handle(const message&) override { getLooper()->blockLeave(); }
+  };
+  Connected net;
+  Worker handler;
+  net.looper->addHandler(7, &handler);
+  net.looper->setupLeave(1);
+  net.looper->unblockLeave();
+  EXPECT_EQ(net.loader.receive(), readiness(1));
+  net.looper->queueMessage(test::to({7}));
+  net.loader.send(ctrl(1));
+  net.wake();
+  EXPECT_EQ(net.loader.receive(), readiness(0));
+  EXPECT_EQ(net.loader.receive(), ctrl(3));
+  EXPECT_FALSE(net.looper->isLeaving());
+  net.looper->removeHandler(7);
+}
+
+// The loader holds every reply back from the asking to the answer.
+TEST(Leave, AnExchangeOnBehalfOfWhatWaitsInTheQueueRefusesFirst) {
+  class Asker : public Handler {
+    void handle(const message&) override {
+      message m = test::requestTo({32}, CMD_GET);
+      EXPECT_EQ(test::errorOf(exchangeMessage(m, 0)), ERROR_TIMEOUT);
+    }
+  };
+  Connected net;
+  Asker handler;
+  net.looper->addHandler(7, &handler);
+  net.looper->setupLeave(1);
+  net.looper->unblockLeave();
+  EXPECT_EQ(net.loader.receive(), readiness(1));
+  net.looper->queueMessage(test::to({7}));
+  net.loader.send(ctrl(1));
+  net.wake();
+  EXPECT_EQ(net.loader.receive(), ctrl(3));
+  EXPECT_EQ(net.loader.receive().get(SYS_TO, {}), Ids{32});
+  EXPECT_TRUE(net.loader.isSilent());  // one answer is enough
+  EXPECT_FALSE(net.looper->isLeaving());
+  net.looper->removeHandler(7);
+}
+
 TEST(PersistentData, AProcessThatKeepsNothingYieldsAnEmptyMessage) {
   Connected net;
   Keeper nothing(0);
