@@ -15,6 +15,8 @@ bool isHarmless(char c) {
   return byte >= 0x20 && byte != 0x7f;
 }
 
+static_assert(sizeof(std::time_t) >= 8, "a line's time may be later than 2038");
+
 std::string timeText(Nanoseconds time) {
   const auto seconds = static_cast<std::time_t>(time / kSecond);
   std::tm parts{};

@@ -24,6 +24,7 @@ namespace fs = std::filesystem;
 
 constexpr Nanoseconds kRetryAfter = 1'000'000'000;
 constexpr mode_t kFileMode = 0640;
+static_assert(sizeof(off_t) >= 8, "a file that was there may have any length");
 
 unsigned long long linesIn(std::string_view text) {
   return static_cast<unsigned long long>(std::count(text.begin(), text.end(), '\n'));

@@ -12,6 +12,8 @@ using Nanoseconds = unsigned long long;
 constexpr Nanoseconds kSecond = 1'000'000'000;
 constexpr Nanoseconds kMostSeconds = 10'000'000'000;  // far in the future, and small enough to reckon with
 
+static_assert(sizeof(std::time_t) >= 8, "a line's time may be later than 2038");
+
 std::optional<Nanoseconds> secondsIn(const std::string& digits) {
   Nanoseconds number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
