@@ -17,9 +17,12 @@ bool replaceFile(const std::string& file, const std::string& text) {
   const std::string fresh = file + ".new";
   const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return false;
+  errno = ENOSPC;  // a write that takes a part says no more
   const bool isWritten =
       ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(fd) == 0;
+  const int error = errno;
   ::close(fd);
+  errno = error;
   return isWritten && std::rename(fresh.c_str(), file.c_str()) == 0;
 }
 

@@ -99,8 +99,9 @@ void Listener::resume() {
   runner_.changeSocket(socket_.get(), POLLIN);
 }
 
-void Listener::pause() {
-  isPaused_ = true;
+void Listener::pause(int errorNumber) {
+  if (!isTold_) host_.cannotAccept(errorNumber);
+  isPaused_ = isTold_ = true;
   runner_.changeSocket(socket_.get(), 0);
   resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
 }
@@ -108,10 +109,13 @@ void Listener::pause() {
 void Listener::onConnect(int fd, unsigned int) {
   Descriptor socket(::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (socket.isOpen()) {
+    isTold_ = false;
     const Applicant who = peerOf(socket.get());
     return host_.onConnection(std::move(socket), who);
   }
-  if (errno == EMFILE || errno == ENFILE) pause();
+  const bool passes =
+      errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;  // it was none, or is tried again
+  if (!passes) pause(errno);
 }
 
 }  // namespace loader

@@ -11,6 +11,8 @@ namespace loader {
 class ListenerHost {
  public:
   virtual void onConnection(Descriptor socket, Applicant who) = 0;
+  // No connection can be taken for now; said once until the next one is.
+  virtual void cannotAccept(int errorNumber) = 0;
 
  protected:
   ~ListenerHost() = default;
@@ -18,8 +20,9 @@ class ListenerHost {
 
 // The loader's socket, and the folders that the system's fixed paths lie in.
 //
-// Errors:    open() says what went wrong.  When no descriptor is left, nobody is accepted until one may be free
-//            again: when a connection has ended, and every fifth of a second.
+// Errors:    open() says what went wrong.  When a connection cannot be taken, mostly because no descriptor is left, its
+//            host is told, and nobody is accepted until it may work again: when a connection has ended, and every fifth
+//            of a second.
 // Ownership: owns the socket and its file, which goes with it.
 // Threads:   belongs to one thread.
 // Cost:      two system calls for each connection.
@@ -40,13 +43,14 @@ class Listener {
 
  private:
   void onConnect(int fd, unsigned int events);
-  void pause();
+  void pause(int errorNumber);
 
   kl::ThinRunner& runner_;
   ListenerHost& host_;
   Descriptor socket_;
   std::string path_;
   bool isPaused_ = false;
+  bool isTold_ = false;  // that it cannot accept
   kl::TimerPtr resumeTimer_;
 };
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 
@@ -84,6 +85,10 @@ void Loader::onConnection(Descriptor socket, Applicant who) {
   makeRoomFor(who.uid);
   addConnection(std::move(socket), who);
   settle();
+}
+
+void Loader::cannotAccept(int errorNumber) {
+  log_.line(std::string("connections have to wait: ") + std::strerror(errorNumber));
 }
 
 // One user's processes that say nothing must not use up the descriptors of all.  The oldest goes: whoever comes to

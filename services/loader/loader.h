@@ -52,6 +52,7 @@ class Loader final : private ConnectionHost,
   void onEnd(Connection& connection, const std::string& reason) override;
   void settle() override;
   void onConnection(Descriptor socket, Applicant who) override;
+  void cannotAccept(int errorNumber) override;
   void adopt(Service& service, Descriptor connection) override;
   void processEnded(Service& service) override;
   const char* askToLeave(Service& service) override { return leaving_.ask(service); }

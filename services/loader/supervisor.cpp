@@ -184,11 +184,15 @@ void Supervisor::kill(Process& p) {
   (void)::kill(p.service.pid, SIGKILL);
 }
 
+// It may have ended long ago, if the signal that says so was lost.
 void Supervisor::Process::onKill() {
   killTimer = {};
-  if (!isAlive()) return;
-  if (supervisor.isEnding_ && !isTold) supervisor.tellToEnd(*this);
-  else supervisor.kill(*this);
+  const pid_t pid = service.pid;
+  supervisor.reap();
+  if (isAlive() && service.pid == pid) {
+    if (supervisor.isEnding_ && !isTold) supervisor.tellToEnd(*this);
+    else supervisor.kill(*this);
+  }
   supervisor.host_.settle();
 }
 

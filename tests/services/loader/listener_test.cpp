@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <vector>
 
@@ -31,7 +32,9 @@ class Host final : public loader::ListenerHost {
     sockets.push_back(std::move(socket));
     last = who;
   }
+  void cannotAccept(int errorNumber) override { refusals.push_back(errorNumber); }
   std::vector<Descriptor> sockets;
+  std::vector<int> refusals;
   Applicant last;
 };
 
@@ -87,6 +90,7 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   const unsigned int begin = kl::getJiffies();
   onePass();  // the waiting connection does not wake it
   EXPECT_GE(kl::getJiffies() - begin, 4u);
+  EXPECT_EQ(host_.refusals, std::vector<int>{EMFILE});
   highest.close();
   listener_.resume();
   onePass();
