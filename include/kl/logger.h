@@ -2,6 +2,7 @@
 // kl/logger.h: log lines of a process: the streams that they are written to, and the connection to the log
 // service.
 
+#include <algorithm>
 #include <cstdarg>
 #include <map>
 #include <ostream>
@@ -79,13 +80,21 @@ class KL_API Logger {
  private:
   struct Parts;
 
+  // Number by number.  The operator of g++ 12's vectors compares bytes on big-endian processors, and half of them
+  // only, so that lists would be taken for each other.
+  struct TopicOrder {
+    bool operator()(const std::vector<unsigned short>& a, const std::vector<unsigned short>& b) const {
+      return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+    }
+  };
+
   void logRecord(Source& source, const char* text, unsigned int length);
   bool sendParts(Parts parts);
   unsigned int writeParts(Parts parts);
   int takeSocket();
   void obeyMuteRecords(const unsigned char* bytes, unsigned int count);
 
-  std::map<std::vector<unsigned short>, Source> sources_;
+  std::map<std::vector<unsigned short>, Source, TopicOrder> sources_;
   std::vector<Source*> table_;  // the source with number n stands at n - 1
   int socket_ = -1;             // -1 while there is no connection
   int spareSocket_ = -1;        // one that could not be connected; the next attempt uses it

@@ -27,6 +27,14 @@ TEST_F(LogSources, GivesEqualListsTheSameSource) {
   EXPECT_EQ(*first->topics, (std::vector<unsigned short>{5, 7}));
 }
 
+TEST_F(LogSources, TellsListsOfOneLengthApart) {
+  unsigned int number = 0;
+  for (const unsigned short topic : std::initializer_list<unsigned short>{1, 2, 0x100, 0x101, 0xffff}) {
+    EXPECT_EQ(logger.registerSource({topic})->id, ++number);
+    EXPECT_EQ(logger.registerSource({7, topic})->id, ++number);
+  }
+}
+
 TEST_F(LogSources, RegistersANewSourceAtOnceAndOnlyThen) {
   Source* source = logger.registerSource({5, 7});
   EXPECT_TRUE(source->registered);
