@@ -32,8 +32,8 @@ TEST_F(RepObjects, APutValueGoesIntoTheObjectThatSomebodyHolds) {
 
 TEST_F(RepObjects, PutBytesGoIntoTheObjectThatSomebodyHolds) {
   auto* const held = rep->objectRef<Kind::u32Array>(0x88000001);
-  const unsigned int values[] = {7, 9};
-  rep->putBytes(Kind::u32Array, 0x88000001, reinterpret_cast<const unsigned char*>(values), sizeof values, 2);
+  const unsigned char values[] = {7, 0, 0, 0, 9, 0, 0, 0};
+  rep->putBytes(Kind::u32Array, 0x88000001, values, sizeof values, 2);
   EXPECT_EQ(*held, (std::vector<unsigned int>{7, 9}));
 }
 
