@@ -102,8 +102,10 @@ KL_API Dumper& doEndl<Dumper>(Dumper& out);
 //
 // Errors:    a missing field gives the default, 0 or null; nothing is reported, nothing thrown.
 // Ownership: owns its values.  Getters by value give copies; for pointers see the reference getters.
-// Threads:   copies of one message may be read, changed and destroyed in different threads; one
-//            message object belongs to one thread at a time, reading included where another changes it.
+// Threads:   copies of one message may be read, changed and destroyed in different threads at once, whatever they
+//            share.  One message object belongs to one thread at a time; several may read it, which copying and
+//            flattening are, while none changes it.  What a reference getter points to is part of its object:
+//            writing through the pointer changes the message, as a non-const getter itself does.
 // Cost:      a copy is one atomic increment, or a deep copy of an unshareable message; fields are found in
 //            constant time however many there are; values lie as bytes in one block.
 class KL_API message {
@@ -303,7 +305,8 @@ class KL_API message {
   // One line a field, nested messages indented, known ids and values by name.  Every line begins with
   // `prefix` and four blanks for each `indent`.  On a Dumper numbers are hexadecimal and nothing is
   // allocated: nested messages are rebuilt in a small fixed space, and what does not fit there is named in a
-  // line.
+  // line.  The process has that space once: of two such dumps at once, in two threads or one in a signal handler, the
+  // later one only names nested messages.
   template <class S>
   requires(std::is_same_v<S, std::ostream> ||
            std::is_same_v<S, Dumper>) void dump2(S& out, const char* prefix, unsigned int indent) const;
