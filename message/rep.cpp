@@ -15,7 +15,6 @@ using container::encodedSize;
 using container::giveNode;
 using container::kBlockBytes;
 using container::Object;
-using container::objectOf;
 using container::takeNode;
 using container::withObjectKind;
 
