@@ -36,7 +36,7 @@ struct Order {
 class JobLooper : public kl::Looper {
  public:
   JobLooper() : kl::Looper(kInherited) {}
-  void run() override { kl::Runner::run(); }
+  void run() override { kl::Runner::run(); }  // NOLINT(bugprone-parent-virtual-call)
 
   // Sees every message before it is dispatched; true drops it.
   std::function<bool(const kl::message&)> filter;
