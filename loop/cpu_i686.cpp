@@ -18,7 +18,7 @@ constexpr NamedRegister kGeneral[] = {
     {"esi=0x", REG_ESI}, {"edi=0x", REG_EDI}, {"ebp=0x", REG_EBP}, {"esp=0x", REG_ESP},
 };
 
-// Behind the general registers, which is where the record has no place of its own for it.
+// The machine context keeps it apart from the other registers; here it stands behind them.
 constexpr std::size_t kFaultAddress = NGREG;
 
 }  // namespace
