@@ -49,8 +49,8 @@ void Store::Change::willAppend(const Entry& entry) {
   keepDurableLengths(before);
 }
 
-void Store::Change::willWriteRecord(unsigned int offset, const std::vector<unsigned char>& payload) {
-  if (intent_) intent_->writeRecord(offset, payload);
+void Store::Change::willWriteRecord(unsigned int offset, Bytes record) {
+  if (intent_) intent_->writeRecord(offset, record);
 }
 
 void Store::Change::announce() {

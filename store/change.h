@@ -29,7 +29,7 @@ class __attribute__((visibility("hidden"))) Store::Change {
   void willFreeSlot(unsigned int id, const Entry& entry);
   // The files grow by the slot of this entry.
   void willAppend(const Entry& entry);
-  void willWriteRecord(unsigned int offset, const std::vector<unsigned char>& payload);
+  void willWriteRecord(unsigned int offset, Bytes record);
 
   void announce();
 

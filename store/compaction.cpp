@@ -120,6 +120,7 @@ bool Store::Compaction::copySlot(const SlotRecord& record) {
     if (!copyRecord(entry, record)) return false;
     entry.offset = store_.dataSize_;
     entry.slot = store_.slotCount_;
+    store_.internals_->places.put({record.id, entry.offset, entry.size});
   }
   copiedIds_.push_back(record.id);
   store_.dataSize_ += record.size;

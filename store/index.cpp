@@ -128,7 +128,9 @@ void Store::addSlot(unsigned int id, unsigned int size, unsigned int lifetime) {
   } else {
     // Kept on purpose: of two slots with one id the first one counts, the other one is neither free nor found.
     // Held by StoreIndex.TheFirstOfTwoSlotsWithOneIdCounts.
+    const std::size_t before = entries_.size();
     entries_.try_emplace(entries_.end(), id, entry);
+    if (entries_.size() > before) internals_->places.put({id, entry.offset, entry.size});
   }
 }
 

@@ -35,7 +35,7 @@ enum class Step : unsigned int {
 // Collects the steps of one change and writes them as one record.
 //
 // Errors:    a record that cannot be written whole is taken back; the change goes on without.
-// Ownership: borrows the payload until write() has returned.
+// Ownership: borrows the record until write() has returned.
 // Cost:      one system call to write it, one to take it back.
 class Intent {
  public:
@@ -48,7 +48,7 @@ class Intent {
   void restoreSlot(unsigned int slot, const SlotRecord& record) { addSlot(Step::kRestore, slot, record); }
   void extendData(unsigned long long length);
   // The last step of an intent.
-  void writeRecord(unsigned int offset, const std::vector<unsigned char>& payload);
+  void writeRecord(unsigned int offset, Bytes record);
 
   // Writes the record at `place` of the lock file.
   bool write(int lockFd, std::size_t place);
@@ -59,7 +59,7 @@ class Intent {
 
   FileIds ids_;
   std::vector<unsigned char> head_;
-  Bytes payload_ = {nullptr, 0};
+  Bytes record_ = {nullptr, 0};
 };
 
 // A record as it was read back: a view into the bytes that it was read from.

@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "kl/store.h"
+#include "store/file_io.h"
 #include "store/file_lock.h"
 #include "store/free_slots.h"
 #include "store/index_reader.h"
 #include "store/intent.h"
+#include "store/record_places.h"
 
 namespace kl {
 
@@ -30,6 +32,9 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   static bool looksWhole(Store& store);
   // The slots that were loaded fill a data file of that length.
   static bool fits(const Store& store, long long dataBytes);
+  // Writes one record, given in two pieces, under the lock.
+  static bool writeRecord(Store& store, unsigned int offset, Bytes first, Bytes second);
+
   // Adds every slot of the index.
   static IndexReader::End readSlots(Store& store, ByteOrder order);
 
@@ -41,6 +46,7 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   }
 
   FreeSlots freeSlots;
+  RecordPlaces places;  // of entries_
   FileLock lock;
   Durability durability;
   FileIds ids;                    // of the files that are open

@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <memory>
 #include <utility>
 
 #include "kl/store.h"
@@ -14,6 +12,7 @@
 #include "store/file_io.h"
 #include "store/format.h"
 #include "store/internals.h"
+#include "store/record.h"
 #include "store/report.h"
 
 namespace kl {
@@ -44,25 +43,6 @@ bool reportUnless(bool succeeded, const char* failure) {
 
 constexpr std::size_t kLongestRecord = 0xFFFF;
 
-// Room for one record: a short one needs no memory of its own.
-class Record {
- public:
-  // At least this many bytes, of which the first `keep` stay as they are.
-  unsigned char* room(std::size_t bytes, std::size_t keep) {
-    if (bytes <= near_.size()) return near_.data();
-    std::unique_ptr<unsigned char[]> more(new unsigned char[bytes]);
-    std::copy_n(this->bytes(), keep, more.get());
-    far_ = std::move(more);
-    return far_.get();
-  }
-
-  const unsigned char* bytes() const { return far_ ? far_.get() : near_.data(); }
-
- private:
-  std::array<unsigned char, 1024> near_;
-  std::unique_ptr<unsigned char[]> far_;
-};
-
 message unreadable(const char* failure) {
   reportStore(failure);
   return message();
@@ -73,17 +53,20 @@ message unreadable(const char* failure) {
 message Store::readMsg(unsigned int offset) { return readRecord(offset, 0); }
 
 bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes) {
-  const LockBracket bracket(internals_->lock);
-  if (!openData()) return false;
   const LengthBytes length = encodeLength(bytes.size());
-  const ssize_t written = writeAt(dataFd_, {length.data(), length.size()}, {bytes.data(), bytes.size()},
-                                  static_cast<off_t>(offset));
-  if (hasWritten(written, length.size() + bytes.size())) {
-    flush();
+  return Internals::writeRecord(*this, offset, {length.data(), length.size()}, {bytes.data(), bytes.size()});
+}
+
+bool Store::Internals::writeRecord(Store& store, unsigned int offset, Bytes first, Bytes second) {
+  const LockBracket bracket(store.internals_->lock);
+  if (!store.openData()) return false;
+  const ssize_t written = writeAt(store.dataFd_, first, second, static_cast<off_t>(offset));
+  if (hasWritten(written, first.size + second.size)) {
+    store.flush();
     return true;
   }
   if (written < 0 && isSeekError(errno)) reportStore("STORE: writeMsg lseek failed");
-  else if (written < static_cast<ssize_t>(length.size())) reportStore("STORE: writeMsg write header failed");
+  else if (written < static_cast<ssize_t>(kLengthBytes)) reportStore("STORE: writeMsg write header failed");
   else reportStore("STORE: writeMsg write failed");
   return false;
 }
@@ -146,9 +129,9 @@ void Store::Internals::dropHeldData() { closeOnce(heldDataFd); }
 // Reads `expectedBytes` at once and what the record has more, if any, with a second call.
 message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
   (void)openData();
-  Record record;
+  RecordRoom record;
   const std::size_t first = std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestRecord);
-  ssize_t got = readAt(dataFd_, record.room(first, 0), first, static_cast<off_t>(offset));
+  ssize_t got = readAt(dataFd_, record.reserve(first, 0), first, static_cast<off_t>(offset));
   if (got < 0 && isSeekError(errno)) return unreadable("STORE: readMsg lseek failed");
   if (got < static_cast<ssize_t>(kLengthBytes)) return unreadable("STORE: readMsg read header failed");
 
@@ -158,7 +141,7 @@ message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
     return message();
   }
   if (length > first) {
-    unsigned char* rest = record.room(length, first) + first;
+    unsigned char* rest = record.reserve(length, first) + first;
     got += std::max<ssize_t>(
         0, readAt(dataFd_, rest, length - first, static_cast<off_t>(offset) + static_cast<off_t>(first)));
   }

@@ -20,6 +20,7 @@
 #include "store/change.h"
 #include "store/format.h"
 #include "store/internals.h"
+#include "store/record.h"
 #include "store/report.h"
 
 namespace kl {
@@ -53,21 +54,19 @@ Store::~Store() {
 
 void Store::set(unsigned int id, const message& m) {
   if (id == kFreeId) return reportStore("STORE: set: id 0xffffffff is reserved");
-  std::vector<unsigned char> bytes;
-  m.flatten(bytes);
+  const Record record(m);
   if (!Internals::isConverted(*this)) return;
-  const auto needBytes = static_cast<unsigned int>(bytes.size() + kLengthBytes);
+  const RecordPlaces::Place* known = internals_->places.find(id);
+  if (known != nullptr && known->size >= record.size()) return rewrite(known->offset, record);
   const auto [entry, isNew] = entries_.try_emplace(id);
   if (isNew) entry->second.lifetime = defaultLifetime_;
-  if (!isNew && entry->second.size >= needBytes) return rewrite(entry->second, bytes);
-  if (moveAndWrite(entry, isNew, bytes)) checkForBloat();
+  if (moveAndWrite(entry, isNew, record)) checkForBloat();
 }
 
 message Store::get(unsigned int id) {
   if (!Internals::isConverted(*this)) return message();
-  const auto found = entries_.find(id);
-  if (found == entries_.end()) return message();
-  return readRecord(found->second.offset, found->second.size);
+  const RecordPlaces::Place* known = internals_->places.find(id);
+  return known == nullptr ? message() : readRecord(known->offset, known->size);
 }
 
 bool Store::remove(unsigned int id) {
@@ -79,6 +78,7 @@ bool Store::remove(unsigned int id) {
   // place meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
   internals_->freeSlots.pushFront(found->second, true);
   countFreed(found->second);
+  internals_->places.erase(id);
   entries_.erase(found);
   checkForBloat();
   return true;
@@ -108,6 +108,7 @@ void Store::age() {
 
 void Store::cleanup() {
   entries_.clear();
+  internals_->places.clear();
   internals_->freeSlots.clear();
   internals_->unwrittenSlots.clear();
   internals_->unfreedSlots.clear();
@@ -121,11 +122,11 @@ void Store::countFreed(const Entry& entry) {
   freeBytes_ += entry.size;
 }
 
-void Store::rewrite(const Entry& entry, const std::vector<unsigned char>& bytes) {
+void Store::rewrite(unsigned int offset, const Record& record) {
   Change change(*this);
-  change.willWriteRecord(entry.offset, bytes);
+  change.willWriteRecord(offset, record.bytes());
   change.announce();
-  (void)writeMsg(entry.offset, bytes);
+  (void)Internals::writeRecord(*this, offset, record.bytes(), {});
 }
 
 void Store::freeOnDisk(unsigned int id, Entry& entry) {
@@ -136,7 +137,7 @@ void Store::freeOnDisk(unsigned int id, Entry& entry) {
 }
 
 // Gives the entry a place, leaving the old one if it has one, and writes it there.
-bool Store::moveAndWrite(Entries::iterator at, bool isNew, const std::vector<unsigned char>& bytes) {
+bool Store::moveAndWrite(Entries::iterator at, bool isNew, const Record& record) {
   const unsigned int id = at->first;
   Entry& entry = at->second;
   Entry left = entry;
@@ -146,15 +147,16 @@ bool Store::moveAndWrite(Entries::iterator at, bool isNew, const std::vector<uns
     countFreed(left);
     change.willFreeSlot(id, left);
   }
-  const bool isAppended = placeEntry(entry, static_cast<unsigned int>(bytes.size() + kLengthBytes));
+  const bool isAppended = placeEntry(entry, record.size());
+  internals_->places.put({id, entry.offset, entry.size});
   if (isAppended) change.willAppend(entry);
   change.willWriteSlot(id, entry);
-  change.willWriteRecord(entry.offset, bytes);
+  change.willWriteRecord(entry.offset, record.bytes());
   change.announce();
 
   if (!isNew) change.freeSlot(left);
   const bool isIndexed = writeIndexent(id, entry);
-  if (isIndexed && writeMsg(entry.offset, bytes)) return true;
+  if (isIndexed && Internals::writeRecord(*this, entry.offset, record.bytes(), {})) return true;
   if (isAppended) dropAppended(entry, isIndexed);
   else change.freeSlot(entry);
   dropUnwritten(at);
@@ -182,6 +184,7 @@ bool Store::placeEntry(Entry& entry, unsigned int needBytes) {
 // gone, and so is what it held before.  Held by StoreFaults.ASetThatFailsLeavesAFreeSlotThatDoesNotCount.
 void Store::dropUnwritten(Entries::iterator at) {
   internals_->freeSlots.pushBack(at->second, false);
+  internals_->places.erase(at->first);
   entries_.erase(at);
 }
 

@@ -74,6 +74,23 @@ class BareFiles {
     writeSlot(slot);
     giveLockBack(lock);
   }
+  // The same writes behind a record of them in the lock file, which is empty again when they are done.  A slot that is
+  // there keeps its index record.
+  void setWithIntent(unsigned int slot) {
+    const int lock = takeLock();
+    writeIntent(lock, record_.size() + (slot < count_ ? kIntentBytes : kIntentBytes + kSlotStepBytes));
+    if (slot >= count_) writeSlot(slot);
+    writeRecord(slot);
+    mustWork(::ftruncate(lock, 0) == 0, "ftruncate");
+    giveLockBack(lock);
+  }
+  void removeWithIntent(unsigned int slot) {
+    const int lock = takeLock();
+    writeIntent(lock, kIntentBytes + kSlotStepBytes);
+    writeSlot(slot);
+    mustWork(::ftruncate(lock, 0) == 0, "ftruncate");
+    giveLockBack(lock);
+  }
   void get(unsigned int slot) {
     mustWork(::pread(data_, record_.data(), record_.size(), place(slot)) > 0, "pread");
   }
@@ -98,6 +115,11 @@ class BareFiles {
     mustWork(change(fd, F_UNLCK), "unlock");
     ::close(fd);
   }
+  void writeIntent(int lock, std::size_t bytes) {
+    mustWork(::lseek(lock, 0, SEEK_END) == 0, "lseek");  // nobody was killed in the middle of a change
+    intent_.resize(bytes);
+    mustWork(::pwrite(lock, intent_.data(), bytes, 0) > 0, "pwrite");
+  }
   off_t place(unsigned int slot) const {
     return static_cast<off_t>(slot) * static_cast<off_t>(record_.size());
   }
@@ -109,11 +131,26 @@ class BareFiles {
     mustWork(::pwrite(index_, bytes, sizeof bytes, static_cast<off_t>(slot) * 12) > 0, "pwrite");
   }
 
+  static constexpr std::size_t kIntentBytes = 60;    // of a store's, beside the bytes that will be written
+  static constexpr std::size_t kSlotStepBytes = 28;  // of one index record in it
+
   std::string lockName_;
   std::vector<unsigned char> record_;
+  std::vector<unsigned char> intent_;
   unsigned int count_;
   int data_ = -1;
   int index_ = -1;
+};
+
+// What nobody who keeps such files safe against being killed in the middle of a change can do without.
+class BareFilesWithIntent {
+ public:
+  explicit BareFilesWithIntent(BareFiles& files) : files_(files) {}
+  void set(unsigned int slot) { files_.setWithIntent(slot); }
+  void remove(unsigned int slot) { files_.removeWithIntent(slot); }
+
+ private:
+  BareFiles& files_;
 };
 
 }  // namespace bench

@@ -40,7 +40,7 @@ namespace kl {
 //            resource, so it is not copied.
 // Threads:   one thread uses a store; with a Runner the thread that runs it.
 // Cost:      set, get, remove and touch take a handful of system calls and time logarithmic in the number of
-//            entries and of free slots.  Memory: some 64 bytes an entry, some 40 a free slot.
+//            entries and of free slots.  Memory: some 100 bytes an entry, some 40 a free slot.
 class KL_API Store {
  public:
   // Where an entry lies.  There is one for every slot, free or not.
@@ -135,11 +135,12 @@ class KL_API Store {
   struct Internals;  // the free slots and the lock
   class Compaction;  // one pass over the files
   class Change;      // one set, remove or touch of the files
+  class Record;      // a message as it lies in the data file
 
   void countFreed(const Entry& entry);
-  void rewrite(const Entry& entry, const std::vector<unsigned char>& bytes);
+  void rewrite(unsigned int offset, const Record& record);
   void freeOnDisk(unsigned int id, Entry& entry);
-  bool moveAndWrite(Entries::iterator at, bool isNew, const std::vector<unsigned char>& bytes);
+  bool moveAndWrite(Entries::iterator at, bool isNew, const Record& record);
   bool placeEntry(Entry& entry, unsigned int needBytes);
   void dropUnwritten(Entries::iterator at);
   void dropAppended(Entry& last, bool isIndexed);

@@ -21,13 +21,13 @@ class StoreIntent : public kl::test::StoreFiles {
  protected:
   // A set that appends slot 2 at 21 for id 9, and frees slot 0.
   Bytes written() {
-    const Bytes payload = bytes("4d32");
+    const Bytes record = bytes("0400 4d32");
     Intent intent({0x11, 0x22});
     intent.cutBackTo({24, 21});
     intent.restoreSlot(0, {9, 3, 5});
     intent.writeSlot(0, {kl::kFreeId, 3, 5});
     intent.writeSlot(2, {9, 4, 5});
-    intent.writeRecord(21, payload);
+    intent.writeRecord(21, {record.data(), record.size()});
     return fileOf(intent);
   }
 
@@ -39,7 +39,7 @@ class StoreIntent : public kl::test::StoreFiles {
 };
 
 TEST_F(StoreIntent, AnIntentInBytes) {
-  EXPECT_EQ(hex(written()), hex(bytes("4b4c494e 94000000 cb111731"
+  EXPECT_EQ(hex(written()), hex(bytes("4b4c494e 94000000 61f40f9c"
                                       "1100000000000000 2200000000000000 1800000000000000 1500000000000000"
                                       "03000000 0000000000000000 0c000000 09000000 03000000 05000000"
                                       "00000000 0000000000000000 0c000000 ffffffff 03000000 05000000"
@@ -85,7 +85,7 @@ TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {
   for (std::size_t length = 30; length < 46; ++length) {
     const Bytes payload(length, 0);
     Intent intent({1, 2});
-    intent.writeRecord(0, payload);
+    intent.writeRecord(0, {payload.data(), payload.size()});
     Bytes record = fileOf(intent);
     IntentReader reader;
     EXPECT_TRUE(reader.read(record.data(), record.size()));
@@ -102,12 +102,12 @@ TEST_F(StoreIntent, CommitsAndDurableLengthsAreReadAsTheyWereWritten) {
   FileLengths lengths;
   const auto commit = kl::encodeCommit({7, 8});
   EXPECT_EQ(hex({commit.begin(), commit.end()}),
-            hex(bytes("4b4c434f 1c000000 da946784 0700000000000000 0800000000000000")));
+            hex(bytes("4b4c434f 1c000000 ae218103 0700000000000000 0800000000000000")));
   ASSERT_TRUE(kl::decodeCommit(commit.data(), commit.size(), ids));
   EXPECT_EQ(ids, (FileIds{7, 8}));
   const auto durable = kl::encodeDurable({1, 2}, {36, 99});
   EXPECT_EQ(hex({durable.begin(), durable.end()}),
-            hex(bytes("4b4c4455 2c000000 850e9e20"
+            hex(bytes("4b4c4455 2c000000 499efbad"
                       "0100000000000000 0200000000000000 2400000000000000 6300000000000000")));
   ASSERT_TRUE(kl::decodeDurable(durable.data(), durable.size(), ids, lengths));
   EXPECT_EQ(lengths.idx, 36U);

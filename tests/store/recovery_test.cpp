@@ -47,9 +47,8 @@ class StoreRecovery : public kl::test::StoreFiles {
     kl::Intent intent(files);
     intent.cutBackTo({12, 9});
     intent.writeSlot(1, {2, 9, 3});
-    std::vector<unsigned char> payload;
-    number(2).flatten(payload);
-    intent.writeRecord(9, payload);
+    const auto record = bytes("0900 4d32 05000009 02");
+    intent.writeRecord(9, {record.data(), record.size()});
     const Descriptor lock((path + ".lock").c_str(), O_RDWR | O_CREAT | O_TRUNC);
     EXPECT_TRUE(intent.write(lock.fd(), 0));
   }

@@ -121,6 +121,16 @@ ssize_t pread64(int fd, void* to, size_t size, off64_t place) {
   return transfer("pread", fd, size, [&](size_t part) { return next(fd, to, part, place); });
 }
 
+ssize_t pwrite(int fd, const void* from, size_t size, off_t place) {
+  static auto* const next = realCall<ssize_t(int, const void*, size_t, off_t)>("pwrite");
+  return transfer("pwrite", fd, size, [&](size_t part) { return next(fd, from, part, place); });
+}
+
+ssize_t pwrite64(int fd, const void* from, size_t size, off64_t place) {
+  static auto* const next = realCall<ssize_t(int, const void*, size_t, off64_t)>("pwrite64");
+  return transfer("pwrite", fd, size, [&](size_t part) { return next(fd, from, part, place); });
+}
+
 ssize_t pwritev(int fd, const iovec* pieces, int count, off_t place) {
   static auto* const next = realCall<ssize_t(int, const iovec*, int, off_t)>("pwritev");
   return transferPieces("pwritev", fd, pieces, count,
