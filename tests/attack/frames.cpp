@@ -12,7 +12,7 @@ using kl::test::frameOf;
 constexpr unsigned int kPrefixBytes = 4;
 constexpr unsigned int kHeaderBytes = 2;  // "M2"
 constexpr unsigned int kLargestFrame = 16 * 1024 * 1024;
-constexpr unsigned int kNobody = 0x12345678;
+constexpr unsigned int kIdOfNobody = 0x12345678;
 constexpr kl::field<unsigned int> kMark{0x08004141};
 
 void append(Bytes& bytes, const Bytes& more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
@@ -106,7 +106,7 @@ Bytes FrameMaker::truncated() {
 
 Bytes FrameMaker::mutated() {
   kl::message m = request();
-  m.insert(kl::SYS_TO, {kNobody, 0});
+  m.insert(kl::SYS_TO, {kIdOfNobody, 0});
   Bytes frame = frameOf(m);
   for (unsigned int n = 0; n <= upTo(3); ++n)
     frame[upTo(static_cast<unsigned int>(frame.size()) - 1)] ^= static_cast<unsigned char>(1 + upTo(254));

@@ -11,14 +11,14 @@ namespace {
 constexpr int kJsonIndent = 2;
 constexpr int kOneLine = -1;
 
-std::string jsonText(const Json& value, int indent) {
+std::string indented(const Json& value, int indent) {
   return value.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace
 
-std::string jsonText(const Json& value) { return jsonText(value, kJsonIndent); }
-std::string jsonLine(const Json& value) { return jsonText(value, kOneLine); }
+std::string jsonText(const Json& value) { return indented(value, kJsonIndent); }
+std::string jsonLine(const Json& value) { return indented(value, kOneLine); }
 
 // The columns of a table: every field that at least one object has.
 std::vector<std::string> columnsOf(const std::vector<Json>& objects, const FieldNames& names) {

@@ -14,7 +14,7 @@ std::variant<CommandLine, std::string> parse(std::vector<const char*> words) {
 
 CommandLine line(const std::vector<const char*>& words) { return std::get<CommandLine>(parse(words)); }
 
-std::string refusal(const std::vector<const char*>& words) {
+std::string refusalOf(const std::vector<const char*>& words) {
   const Told told = failureOf([&] { (void)parse(words); });
   EXPECT_EQ(told.status, 2);
   return told.sentence;
@@ -72,27 +72,27 @@ TEST(CommandLineWords, WhatBeginsWithADashCanBeAValue) {
 }
 
 TEST(CommandLineWords, MistakesAreUsage) {
-  EXPECT_NE(refusal({}), "");
-  EXPECT_NE(refusal({"fetch", "netif"}), "");
-  EXPECT_NE(refusal({"get"}).find("PATH"), std::string::npos);
-  EXPECT_NE(refusal({"services", "extra"}), "");
-  EXPECT_NE(refusal({"get", "netif", "--bogus"}), "");
-  EXPECT_NE(refusal({"get", "netif", "--no-reply"}), "");
-  EXPECT_NE(refusal({"get", "netif", "--timeout"}), "");
-  EXPECT_EQ(refusal({"get", "netif", "nothing"}), "there is no command 'nothing' (a number names any)");
-  EXPECT_EQ(refusal({"get", "netif:x"}), "'netif:x' is no path: a number must follow ':'");
-  EXPECT_EQ(refusal({"get", "netif:1", "--id", "2"}),
+  EXPECT_NE(refusalOf({}), "");
+  EXPECT_NE(refusalOf({"fetch", "netif"}), "");
+  EXPECT_NE(refusalOf({"get"}).find("PATH"), std::string::npos);
+  EXPECT_NE(refusalOf({"services", "extra"}), "");
+  EXPECT_NE(refusalOf({"get", "netif", "--bogus"}), "");
+  EXPECT_NE(refusalOf({"get", "netif", "--no-reply"}), "");
+  EXPECT_NE(refusalOf({"get", "netif", "--timeout"}), "");
+  EXPECT_EQ(refusalOf({"get", "netif", "nothing"}), "there is no command 'nothing' (a number names any)");
+  EXPECT_EQ(refusalOf({"get", "netif:x"}), "'netif:x' is no path: a number must follow ':'");
+  EXPECT_EQ(refusalOf({"get", "netif:1", "--id", "2"}),
             "the object is given twice, in the path and behind --id");
 }
 
 TEST(CommandLineWords, ATimeoutIsAPositiveNumberOfSeconds) {
   for (const char* text : {"0", "-1", "x", "", "nan", "inf", "1e9", "5s"})
-    EXPECT_NE(refusal({"services", "--timeout", text}).find("--timeout"), std::string::npos) << text;
+    EXPECT_NE(refusalOf({"services", "--timeout", text}).find("--timeout"), std::string::npos) << text;
 }
 
 TEST(CommandLineWords, AnObjectIdIsANumber) {
   for (const char* text : {"x", "-1", "4294967296", ""})
-    EXPECT_NE(refusal({"get", "netif", "--id", text}).find("--id"), std::string::npos) << text;
+    EXPECT_NE(refusalOf({"get", "netif", "--id", text}).find("--id"), std::string::npos) << text;
 }
 
 TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
@@ -104,10 +104,10 @@ TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
   EXPECT_TRUE(get.json);
   EXPECT_EQ(line({"store", "check", "x"}).verb, Verb::kStoreCheck);
   EXPECT_EQ(line({"store", "compact", "x"}).verb, Verb::kStoreCompact);
-  EXPECT_NE(refusal({"store"}), "");
-  EXPECT_NE(refusal({"store", "ls"}).find("PATH"), std::string::npos);
-  EXPECT_NE(refusal({"store", "get", "x"}).find("ID"), std::string::npos);
-  EXPECT_EQ(refusal({"store", "get", "x", "y"}), "ID takes a number, not 'y'");
+  EXPECT_NE(refusalOf({"store"}), "");
+  EXPECT_NE(refusalOf({"store", "ls"}).find("PATH"), std::string::npos);
+  EXPECT_NE(refusalOf({"store", "get", "x"}).find("ID"), std::string::npos);
+  EXPECT_EQ(refusalOf({"store", "get", "x", "y"}), "ID takes a number, not 'y'");
 }
 
 TEST(CommandLineWords, TheLogHasAFilterAndTwoVerbs) {
@@ -126,10 +126,10 @@ TEST(CommandLineWords, TheLogHasAFilterAndTwoVerbs) {
   EXPECT_EQ(line({"log", "mute", "debug"}).verb, Verb::kLogMute);
   EXPECT_EQ(line({"log", "unmute", "debug"}).verb, Verb::kLogUnmute);
   EXPECT_EQ(line({"log", "mute", "debug"}).log.topics, (std::vector<std::string>{"debug"}));
-  EXPECT_EQ(refusal({"log", "--since", "soon"}),
+  EXPECT_EQ(refusalOf({"log", "--since", "soon"}),
             "--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not 'soon'");
-  EXPECT_NE(refusal({"log", "mute"}), "");
-  EXPECT_NE(refusal({"log", "debug"}), "");
+  EXPECT_NE(refusalOf({"log", "mute"}), "");
+  EXPECT_NE(refusalOf({"log", "debug"}), "");
 }
 
 TEST(CommandLineWords, UndoHasVerbsOfItsOwn) {
@@ -139,11 +139,11 @@ TEST(CommandLineWords, UndoHasVerbsOfItsOwn) {
   EXPECT_EQ(show.path.object, 7u);
   EXPECT_TRUE(show.json);
   EXPECT_EQ(line({"undo", "run", "0x10", "--timeout", "1"}).path.object, 16u);
-  EXPECT_NE(refusal({"undo"}), "");
-  EXPECT_NE(refusal({"undo", "everything"}), "");
-  EXPECT_NE(refusal({"undo", "list", "7"}), "");
-  EXPECT_NE(refusal({"undo", "run"}).find("ID"), std::string::npos);
-  EXPECT_EQ(refusal({"undo", "run", "x"}), "ID takes a number, not 'x'");
+  EXPECT_NE(refusalOf({"undo"}), "");
+  EXPECT_NE(refusalOf({"undo", "everything"}), "");
+  EXPECT_NE(refusalOf({"undo", "list", "7"}), "");
+  EXPECT_NE(refusalOf({"undo", "run"}).find("ID"), std::string::npos);
+  EXPECT_EQ(refusalOf({"undo", "run", "x"}), "ID takes a number, not 'x'");
 }
 
 TEST(CommandLineWords, DumpTakesAFileAndItsFormat) {
@@ -153,9 +153,9 @@ TEST(CommandLineWords, DumpTakesAFileAndItsFormat) {
   EXPECT_EQ(dump.format, FileFormat::kGuess);
   EXPECT_EQ(line({"dump", "x.dat", "--format", "store"}).format, FileFormat::kStore);
   EXPECT_EQ(line({"dump", "--format=framed", "x"}).format, FileFormat::kFramed);
-  EXPECT_NE(refusal({"dump"}).find("FILE"), std::string::npos);
-  EXPECT_NE(refusal({"dump", "x", "--format", "tape"}).find("--format"), std::string::npos);
-  EXPECT_NE(refusal({"dump", "x", "--format", "7"}).find("--format"), std::string::npos);
+  EXPECT_NE(refusalOf({"dump"}).find("FILE"), std::string::npos);
+  EXPECT_NE(refusalOf({"dump", "x", "--format", "tape"}).find("--format"), std::string::npos);
+  EXPECT_NE(refusalOf({"dump", "x", "--format", "7"}).find("--format"), std::string::npos);
 }
 
 TEST(CommandLineWords, AnActionTakesAServiceAndNothingElse) {
@@ -164,16 +164,16 @@ TEST(CommandLineWords, AnActionTakesAServiceAndNothingElse) {
   EXPECT_EQ(line({"start", "32"}).verb, Verb::kStart);
   EXPECT_EQ(line({"stop", "32"}).verb, Verb::kStop);
   EXPECT_EQ(line({"restart", "32", "--timeout", "2"}).verb, Verb::kRestart);
-  EXPECT_NE(refusal({"leave"}).find("SERVICE"), std::string::npos);
-  EXPECT_NE(refusal({"leave", "netif", "other"}), "");
+  EXPECT_NE(refusalOf({"leave"}).find("SERVICE"), std::string::npos);
+  EXPECT_NE(refusalOf({"leave", "netif", "other"}), "");
   for (const char* path : {"netif/3", "netif:2"})
-    EXPECT_EQ(refusal({"stop", path}),
+    EXPECT_EQ(refusalOf({"stop", path}),
               "'" + std::string(path) + "' is no service: handlers and objects have no life of their own");
 }
 
 TEST(CommandLineWords, RepliesAreShownInOneWayOnly) {
   EXPECT_TRUE(line({"get", "netif", "--dump"}).dump);
-  EXPECT_NE(refusal({"get", "netif", "--dump", "--json"}).find("--json"), std::string::npos);
+  EXPECT_NE(refusalOf({"get", "netif", "--dump", "--json"}).find("--json"), std::string::npos);
 }
 
 TEST(CommandLineWords, HelpAndVersionAreResults) {

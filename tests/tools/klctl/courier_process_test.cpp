@@ -11,10 +11,6 @@
 #include "tools/klctl/pipe.h"
 
 namespace klctl {
-namespace {
-using std::chrono::milliseconds;
-constexpr milliseconds kAmple(20000);
-}  // namespace
 
 // How a loader that is missing or wrong is told stands in session_test.cpp.
 TEST(CourierProcess, RunsUntilItIsEnded) {
@@ -42,14 +38,14 @@ TEST(CourierProcess, IsRegisteredWhenItSaysSo) {
 }
 
 TEST(CourierProcess, TimesAreToldWithoutNeedlessDigits) {
-  EXPECT_EQ(secondsText(milliseconds(5000)), "5 s");
-  EXPECT_EQ(secondsText(milliseconds(200)), "0.2 s");
-  EXPECT_EQ(secondsText(milliseconds(1050)), "1.05 s");
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(5000)), "5 s");
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(200)), "0.2 s");
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(1050)), "1.05 s");
 }
 
 TEST(CourierProcess, TicksAreRoundedUp) {
-  EXPECT_EQ(ticksOf(milliseconds(10)), 1);
-  EXPECT_EQ(ticksOf(milliseconds(11)), 2);
+  EXPECT_EQ(ticksOf(std::chrono::milliseconds(10)), 1);
+  EXPECT_EQ(ticksOf(std::chrono::milliseconds(11)), 2);
 }
 
 }  // namespace klctl

@@ -18,7 +18,7 @@
 namespace klctl {
 namespace {
 
-using Json = nlohmann::json;
+using PlainJson = nlohmann::json;
 using kl::test::ChildResult;
 using kl::test::RealLoader;
 using kl::test::runProgram;
@@ -49,9 +49,9 @@ std::string done(const std::vector<std::string>& words) {
   return result.out;
 }
 
-Json doneJson(std::vector<std::string> words) {
+PlainJson doneJson(std::vector<std::string> words) {
   words.push_back("--json");
-  return Json::parse(done(words));
+  return PlainJson::parse(done(words));
 }
 
 std::string sysText(const std::string& interface, const std::string& file) {
@@ -68,9 +68,9 @@ class Klctl : public testing::Test {
 }  // namespace
 
 TEST_F(Klctl, ListsTheServices) {
-  const Json services = doneJson({"services"});
-  std::map<std::string, Json> byName;
-  for (const Json& service : services) byName[service["name"]] = service;
+  const PlainJson services = doneJson({"services"});
+  std::map<std::string, PlainJson> byName;
+  for (const PlainJson& service : services) byName[service["name"]] = service;
   EXPECT_EQ(byName.at("loader")["id"], 1);
   EXPECT_EQ(byName.at("netif")["id"], 32);
   EXPECT_TRUE(byName.at("netif").contains("state"));
@@ -80,10 +80,10 @@ TEST_F(Klctl, ListsTheServices) {
 }
 
 TEST_F(Klctl, ShowsATableOfObjectsAsTextAndAsJson) {
-  const Json objects = doneJson({"getall", "netif"});
+  const PlainJson objects = doneJson({"getall", "netif"});
   ASSERT_FALSE(objects.empty());
   const std::string text = done({"getall", "netif"});
-  for (const Json& object : objects) {
+  for (const PlainJson& object : objects) {
     char name[IF_NAMESIZE];
     ASSERT_NE(::if_indextoname(object["id"].get<unsigned int>(), name), nullptr);
     EXPECT_EQ(object["name"], name);
@@ -97,7 +97,7 @@ TEST_F(Klctl, ShowsATableOfObjectsAsTextAndAsJson) {
 
 TEST_F(Klctl, EveryFieldOfNetifHasAName) {
   EXPECT_EQ(done({"set", kLo, "descr=to itself"}), "");
-  const Json lo = doneJson({"get", kLo});
+  const PlainJson lo = doneJson({"get", kLo});
   std::vector<std::string> names;
   for (const auto& [name, value] : lo.items()) names.push_back(name);
   EXPECT_EQ(names,
@@ -106,8 +106,8 @@ TEST_F(Klctl, EveryFieldOfNetifHasAName) {
 }
 
 TEST_F(Klctl, EveryFieldOfTheLoaderHasAName) {
-  const Json services = doneJson({"getall", "loader"});
-  for (const Json& service : services)
+  const PlainJson services = doneJson({"getall", "loader"});
+  for (const PlainJson& service : services)
     for (const auto& [name, value] : service.items()) EXPECT_EQ(name.find(':'), std::string::npos) << name;
 }
 
@@ -121,7 +121,7 @@ TEST_F(Klctl, SetsAndGetsOneObject) {
   EXPECT_EQ(doneJson({"get", kLo})["descr"], "to itself");
   EXPECT_EQ(doneJson({"get", "32", "--id", "1"})["descr"], "to itself");
   EXPECT_NE(done({"get", kLo}).find("descr      to itself\n"), std::string::npos) << done({"get", kLo});
-  EXPECT_EQ(doneJson({"set", kLo, "STD_DESCR="}), Json::object());
+  EXPECT_EQ(doneJson({"set", kLo, "STD_DESCR="}), PlainJson::object());
   EXPECT_FALSE(doneJson({"get", kLo}).contains("descr"));
 }
 
@@ -134,7 +134,7 @@ TEST_F(Klctl, SendsAnyCommand) {
 }
 
 TEST_F(Klctl, TheObjectsOfAJsonTableCanBeGivenBack) {
-  const Json lo = doneJson({"get", kLo});
+  const PlainJson lo = doneJson({"get", kLo});
   EXPECT_EQ(done({"send", "netif", "noop", "message:4=" + lo.dump()}), "");
 }
 
@@ -176,9 +176,9 @@ TEST_F(Klctl, AKilledServiceIsAnErrorAndThenAnswersAgain) {
 
 TEST_F(Klctl, AServiceIsRestartedByAWordOfTheLoadersDictionary) {
   EXPECT_EQ(done({"send", "netif"}), "");
-  const Json before = doneJson({"get", "loader:32"});
+  const PlainJson before = doneJson({"get", "loader:32"});
   EXPECT_EQ(done({"set", "loader:32", "action=restart"}), "");
-  Json after;
+  PlainJson after;
   do after = doneJson({"get", "loader:32"});
   while (after["state"] != "running");
   EXPECT_EQ(after["starts"], before["starts"].get<int>() + 1);
@@ -187,12 +187,12 @@ TEST_F(Klctl, AServiceIsRestartedByAWordOfTheLoadersDictionary) {
 TEST_F(Klctl, WatchShowsTheTableAndItsChangesUntilInterrupted) {
   EXPECT_EQ(done({"send", "netif"}), "");
   RunningProgram watch({KL_BIN_DIR "/klctl", "watch", "loader", "--json"});
-  Json row;
-  do row = Json::parse(watch.line());
+  PlainJson row;
+  do row = PlainJson::parse(watch.line());
   while (row["name"] != "netif");
   EXPECT_EQ(row["state"], "running");
   EXPECT_EQ(done({"set", "loader:32", "action=restart"}), "");
-  do row = Json::parse(watch.line());
+  do row = PlainJson::parse(watch.line());
   while (row["id"] != 32 || row["starts"] != 2 || row["state"] != "running");
   EXPECT_EQ(watch.end(SIGINT), 0);
 }

@@ -6,11 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
 
 #include "tests/support/loader_double.h"
 
 namespace klctl {
+
+constexpr std::chrono::milliseconds kAmple(20000);  // longer than any test with a script takes
 
 class ScriptedLoader {
  public:

@@ -14,7 +14,6 @@ using kl::test::LoaderDouble;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kAmple(20000);  // longer than any test takes
 constexpr milliseconds kShort(1000);
 
 kl::message requestTo(unsigned int service) {

@@ -15,8 +15,7 @@ using kl::test::LoaderDouble;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kAmple(20000);
-constexpr milliseconds kShort(100);
+constexpr milliseconds kMoment(100);
 
 kl::message numbered(unsigned int n) {
   kl::message m;
@@ -122,7 +121,7 @@ TEST(StreamSession, NothingUntilTheDeadlineIsLateAndNotTheEnd) {
   const ScriptedLoader loader(confirmAndWait);
   StreamSession stream(kAmple, waitForEver);
   kl::message m;
-  EXPECT_EQ(stream.next(m, steady_clock::now() + kShort), StreamSession::kLate);
+  EXPECT_EQ(stream.next(m, steady_clock::now() + kMoment), StreamSession::kLate);
   EXPECT_EQ(stream.next(m, steady_clock::now()), StreamSession::kLate);
 }
 

@@ -16,8 +16,7 @@ namespace {
 using kl::test::LoaderDouble;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kAmple(20000);
-constexpr milliseconds kShort(200);
+constexpr milliseconds kPause(200);
 
 kl::message request() {
   kl::message m;
@@ -107,7 +106,7 @@ TEST(Walk, AServiceThatDoesNotAnswerIsATimeout) {
     (void)answer(connection, chunk(1, 2, 7));
     awaitEnd(connection);
   });
-  const Told told = failureOf([] { (void)walked(kShort); });
+  const Told told = failureOf([] { (void)walked(kPause); });
   EXPECT_EQ(told.status, 3);
   EXPECT_EQ(told.sentence, "no reply within 0.2 s");
 }
@@ -119,7 +118,7 @@ TEST(Walk, AReplyThatNeverEndsIsATimeout) {
     connection.sendBytes({200, 0, 0, 0, 'M', '2'});
     awaitEnd(connection);
   });
-  const Told told = failureOf([] { (void)walked(kShort); });
+  const Told told = failureOf([] { (void)walked(kPause); });
   EXPECT_EQ(told.status, 3);
   EXPECT_EQ(told.sentence, "the loader does not read, or it began a frame that it did not end");
 }
