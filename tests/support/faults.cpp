@@ -57,6 +57,9 @@ constexpr FaultKind kKinds[] = {
     {"send", ECONNRESET},
     {"send", EPIPE},
     {"send", kFallsShort},
+    {"sendto", EAGAIN},
+    {"sendto", ECONNREFUSED},
+    {"sendto", ENOBUFS},
     {"poll", EINTR},
     {"poll", ENOMEM},
     {"socket", EMFILE},
@@ -79,6 +82,7 @@ constexpr FaultKind kKinds[] = {
     {"fopen", EMFILE},
     {"close", EIO},
     {"fsync", EIO},
+    {"fdatasync", EIO},
     {"ftruncate", EIO},
     {"rename", EIO},
     {"unlink", EIO},
@@ -91,6 +95,9 @@ constexpr FaultKind kKinds[] = {
     {"pipe2", EMFILE},
     {"sigaction", EINVAL},
     {"fork", EAGAIN},
+    {"timerfd_create", EMFILE},
+    {"inotify_init1", EMFILE},
+    {"inotify_add_watch", ENOSPC},
 };
 
 bool names(const std::vector<std::string>& calls, const FaultKind& kind) {
@@ -156,7 +163,7 @@ FaultRun runOnce(const FaultKind& kind, unsigned int n, const std::function<void
   *wasHit = false;
   FaultRun run{kind, n, {}};
   run.child = runInChild([&] {
-    faultPlan = {kind.call, kind.outcome, n, ::getpid(), false, false, 0, wasHit};
+    faultPlan = {kind.call, kind.outcome, n, ::getpid(), false, false, 0, wasHit, 1};
     play(scenario);
   });
   return run;
@@ -199,6 +206,8 @@ void spared(const std::function<void()>& body) {
 }
 void exposedWithStreams(const std::function<void()>& body) { expose(body, true); }
 
+void hurry(unsigned int times) { faultPlan.haste = times; }
+
 unsigned int forEachFault(const std::vector<FaultKind>& kinds, const std::function<void()>& scenario,
                           const std::function<void(const FaultRun&)>& check) {
   Report report;
@@ -220,6 +229,7 @@ unsigned int forEachFault(const std::vector<FaultKind>& kinds, const std::functi
       if (failedParts() > failedBefore) break;  // the next ones of this kind mostly fail for the same reason
     }
   testing::Test::RecordProperty("faults", static_cast<int>(tried));
+  std::cout << "[  FAULTS  ] " << tried << std::endl;
   return tried;
 }
 

@@ -49,8 +49,11 @@ void spared(const std::function<void()>& body);
 // As exposed(), with the standard streams.
 void exposedWithStreams(const std::function<void()>& body);
 
+// From now on, time passes so many times as fast for this process: it sees more ticks, and its poll waits less.
+void hurry(unsigned int times);
+
 // Runs the scenario once without a fault, and then with each fault of each kind; `check` judges each run that was hit.
-// The others must end as the one without a fault did.  Returns how many were hit.
+// The others must end as the one without a fault did.  Returns how many were hit, and says so in a line.
 unsigned int forEachFault(const std::vector<FaultKind>& kinds, const std::function<void()>& scenario,
                           const std::function<void(const FaultRun&)>& check);
 

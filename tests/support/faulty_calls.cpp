@@ -5,9 +5,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/timerfd.h>
+#include <sys/times.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -54,6 +57,8 @@ bool mustFail(const char* call, int fd = -1) {
   errno = faultPlan.outcome;
   return true;
 }
+
+unsigned int hasteOfProcess() { return ::getpid() == faultPlan.process ? faultPlan.haste : 1; }
 
 // A call that moves bytes; `body` is given how many.
 template <class Body>
@@ -153,9 +158,21 @@ ssize_t recv(int fd, void* to, size_t size, int flags) {
   return transfer("recv", fd, size, [&](size_t part) { return next(fd, to, part, flags); });
 }
 
+ssize_t sendto(int fd, const void* from, size_t size, int flags, const sockaddr* to, socklen_t toSize) {
+  static auto* const next =
+      realCall<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>("sendto");
+  return mustFail("sendto", fd) ? -1 : next(fd, from, size, flags, to, toSize);
+}
+
 int poll(pollfd* entries, nfds_t count, int timeoutMs) {
   static auto* const next = realCall<int(pollfd*, nfds_t, int)>("poll");
-  return mustFail("poll") ? -1 : next(entries, count, timeoutMs);
+  const auto haste = static_cast<int>(hasteOfProcess());
+  return mustFail("poll") ? -1 : next(entries, count, timeoutMs > 0 ? 1 + timeoutMs / haste : timeoutMs);
+}
+
+clock_t times(tms* spent) noexcept {
+  static auto* const next = realCall<clock_t(tms*)>("times");
+  return static_cast<clock_t>(static_cast<unsigned long>(next(spent)) * hasteOfProcess());
 }
 
 int socket(int domain, int type, int protocol) noexcept {
@@ -246,6 +263,11 @@ int fsync(int fd) {
   return mustFail("fsync") ? -1 : next(fd);
 }
 
+int fdatasync(int fd) {
+  static auto* const next = realCall<int(int)>("fdatasync");
+  return mustFail("fdatasync") ? -1 : next(fd);
+}
+
 int ftruncate(int fd, off_t length) noexcept {
   static auto* const next = realCall<int(int, off_t)>("ftruncate");
   return mustFail("ftruncate") ? -1 : next(fd, length);
@@ -319,6 +341,21 @@ int sigaction(int sig, const struct sigaction* wanted, struct sigaction* old) no
 pid_t fork() noexcept {
   static auto* const next = realCall<pid_t()>("fork");
   return mustFail("fork") ? -1 : next();
+}
+
+int timerfd_create(int clock, int flags) noexcept {
+  static auto* const next = realCall<int(int, int)>("timerfd_create");
+  return mustFail("timerfd_create") ? -1 : next(clock, flags);
+}
+
+int inotify_init1(int flags) noexcept {
+  static auto* const next = realCall<int(int)>("inotify_init1");
+  return mustFail("inotify_init1") ? -1 : next(flags);
+}
+
+int inotify_add_watch(int fd, const char* path, uint32_t events) noexcept {
+  static auto* const next = realCall<int(int, const char*, uint32_t)>("inotify_add_watch");
+  return mustFail("inotify_add_watch") ? -1 : next(fd, path, events);
 }
 
 // A pause of what is exposed takes no time.

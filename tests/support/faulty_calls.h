@@ -15,6 +15,7 @@ struct FaultPlan {
   bool hitsStreams = false;
   unsigned int calls = 0;
   bool* wasHit = nullptr;  // in memory that the test's process shares
+  unsigned int haste = 1;  // how many times as fast time passes
 };
 
 extern FaultPlan faultPlan;

@@ -12,7 +12,9 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <sstream>
+#include <vector>
 
 #include "kl/conventions.h"
 #include "kl/runner.h"
@@ -29,6 +31,8 @@ using kl::test::RawPeer;
 constexpr unsigned int kRequests = 2;
 constexpr unsigned int kPeerSeconds = 15;
 constexpr unsigned int kNapMicroseconds = 2000;
+constexpr unsigned int kNapsBetweenSignals = 50;
+constexpr unsigned int kHaste = 10;  // the loader waits for seconds where a signal was lost
 constexpr char kState[] = "/ram/loader-faults";
 
 // What the processes beside the loader tell it, in memory that they share.
@@ -48,12 +52,13 @@ class Pair {
     answerer_ = RawPeer();
     if (!asker_.connect() || !answerer_.connect()) return false;
     answererId_ = answerer_.registerAs(0);
-    return answererId_ != 0 && asker_.registerAs(0) != 0;
+    askerId_ = asker_.registerAs(0);
+    return answererId_ != 0 && askerId_ != 0;
   }
 
   bool ask(unsigned int number) {
     if (!asker_.send(kl::test::request({answererId_, 0}, kl::CMD_GETOBJ, number))) return false;
-    const auto request = answerer_.receiveCommand(kl::CMD_GETOBJ);
+    const auto request = receiveRequest();
     if (!request || !answerer_.send(kl::test::replyTo(*request))) return false;
     return asker_.receiveReply(number).has_value();
   }
@@ -61,8 +66,19 @@ class Pair {
   bool stands() { return !asker_.isDisconnected(0) && !answerer_.isDisconnected(0); }
 
  private:
+  // Nothing when the asker has ended: the loader says so, and no request comes any more.
+  std::optional<kl::message> receiveRequest() {
+    while (auto m = answerer_.receive()) {
+      const unsigned int command = m->get(kl::SYS_CMD, kl::CMD_NOOP);
+      if (command == kl::CMD_GETOBJ) return m;
+      if (command == kl::CMD_DISCONNECTED && m->get(kl::SYS_FROM, {}) == std::vector{askerId_}) break;
+    }
+    return {};
+  }
+
   RawPeer asker_;
   RawPeer answerer_;
+  unsigned int askerId_ = 0;
   unsigned int answererId_ = 0;
 };
 
@@ -88,7 +104,7 @@ void tell(Story& story) {
 void endLoader(pid_t loader, const Story& story) {
   const volatile bool& hasEnded = story.loaderHasEnded;
   for (unsigned int i = 0; !hasEnded; ++i) {
-    if (i % 150 == 0) ::kill(loader, SIGTERM);
+    if (i % kNapsBetweenSignals == 0) ::kill(loader, SIGTERM);
     ::usleep(kNapMicroseconds);
   }
 }
@@ -115,6 +131,7 @@ void startTeller(Story& story) {
 loader::Configuration configuration() {
   loader::Configuration result = loader::defaultConfiguration();
   result.stateFolder = kState;
+  result.stallSeconds *= kHaste;  // peers are not in a hurry
   result.services.clear();
   loader::ServiceConfiguration service;
   service.id = 40;
@@ -150,6 +167,7 @@ void playLoader() {
   Story& story = *new (memory) Story;
   (void)::signal(SIGPIPE, SIG_IGN);
   startTeller(story);
+  kl::test::hurry(kHaste);
   runLoader(story);
   if (story.isComplete) std::printf("complete, %u disconnected", story.disconnected);
   EXPECT_FALSE(story.hasLost);
@@ -181,8 +199,8 @@ TEST_P(LoaderFaults, AtMostOneProcessLosesItsConnectionAndNobodyAMessage) {
 // Not pipe2 and sigaction: without its signals the loader could not be told to end.
 INSTANTIATE_TEST_SUITE_P(Calls, LoaderFaults,
                          testing::Values("read", "write", "send", "poll", "accept4", "socket", "socketpair",
-                                         "bind", "listen", "fcntl", "open", "close", "fsync", "rename",
-                                         "unlink", "mkdir", "stat", "chmod", "fork"),
+                                         "connect", "bind", "listen", "fcntl", "open", "close", "fsync",
+                                         "rename", "unlink", "mkdir", "stat", "chmod", "fork"),
                          [](const auto& call) { return std::string(call.param); });
 
 }  // namespace
