@@ -51,10 +51,8 @@ LogBook::LogBook(const Configuration& configuration)
 
 void LogBook::add(Line line, Nanoseconds now) {
   cut(line.text);
-  addToFiles(line, now);
   if (syslog_.isOn()) (void)syslog_.send(line);
-  ring_.add(std::move(line));
-  if (reader_ != nullptr) reader_->onNews();
+  keep(std::move(line), now);
 }
 
 void LogBook::say(Topic severity, const std::string& text, const Origin* about) {
@@ -69,9 +67,12 @@ void LogBook::flush(Nanoseconds now) {
   }
 }
 
+// What the machine's own log did not take is not told to it: it would not take that either, for ever.
 void LogBook::tick(Nanoseconds now) {
   if (const auto lost = syslog_.takeLost(); lost > 0)
-    say(kl::TOPIC_WARNING, "the machine's own log did not take " + std::to_string(lost) + " lines");
+    keep({timeOfDay(), ownOrigin(kl::TOPIC_WARNING, nullptr),
+          "the machine's own log did not take " + std::to_string(lost) + " lines"},
+         now);
   flush(now);
   for (LogFile& file : files_) file.tick();
 }
@@ -82,6 +83,12 @@ void LogBook::reopen(Nanoseconds now) {
 }
 
 void LogBook::onFileNews(const std::string& sentence) { say(kl::TOPIC_ERROR, sentence); }  // B1
+
+void LogBook::keep(Line line, Nanoseconds now) {
+  addToFiles(line, now);
+  ring_.add(std::move(line));
+  if (reader_ != nullptr) reader_->onNews();
+}
 
 void LogBook::flushFiles(Nanoseconds now) {
   for (LogFile& file : files_) file.flush(now);

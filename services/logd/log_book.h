@@ -58,6 +58,7 @@ class LogBook final : private FileHost {
 
  private:
   void onFileNews(const std::string& sentence) override;
+  void keep(Line line, Nanoseconds now);
   void flushFiles(Nanoseconds now);
   void addToFiles(const Line& line, Nanoseconds now);
 

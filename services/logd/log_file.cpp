@@ -136,6 +136,7 @@ bool LogFile::rotate() {
 }
 
 // Files that an earlier configuration left, or that are together bigger than this one allows, go; the oldest first.
+// One whose size cannot be read stays until it can be.
 void LogFile::removeSurplus() const {
   const fs::path path(rule_.path);
   std::error_code error;
@@ -146,7 +147,8 @@ void LogFile::removeSurplus() const {
   unsigned long long left = rule_.mostBytes * (rule_.count - 1);
   for (const auto& [age, file] : byAge) {
     const auto size = fs::file_size(file, error);
-    if (age < rule_.count && !error && size <= left) left -= size;
+    if (age < rule_.count && error) continue;
+    if (age < rule_.count && size <= left) left -= size;
     else fs::remove(file, error);
   }
 }

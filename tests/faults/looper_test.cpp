@@ -9,17 +9,17 @@
 #include <csignal>
 #include <memory>
 
-#include "kl/looper.h"
-#include "tests/support/faults.h"
-#include "tests/support/loader_double.h"
+#include "tests/faults/process.h"
 
 namespace kl {
 namespace {
 
+using test::errnoText;
 using test::exposed;
-using test::FaultKind;
+using test::fatalLine;
 using test::FaultRun;
 using test::LoaderDouble;
+using test::Process;
 
 constexpr unsigned int kLast = 6;
 
@@ -55,47 +55,14 @@ class Echo : public Handler {
   Looper& looper_;
 };
 
-// A looper at descriptor 3, registered.
-struct Process {
-  Process() {
-    loader.sendReady();
-    exposed([this] { looper = std::make_unique<Looper>(Looper::kInherited, 34U); });
-    (void)loader.receiveFrame();
-  }
-
-  LoaderDouble loader;
-  std::unique_ptr<Looper> looper;
-};
-
 void expectOnly(const message& m, unsigned int number) {
   EXPECT_EQ(m.get(STD_ID, 0), number);
   EXPECT_TRUE(m.get_raw(0x30000001, {}) == filled(number).get_raw(0x30000001, {}));
 }
 
-std::string errnoText(int number) { return std::to_string(number); }
-
-// The line with which a process ends whose connection to the loader fails so; empty when it goes on.
-std::string fatalLine(const FaultKind& kind) {
-  const std::string call = kind.call;
-  const bool isPassing = kind.outcome == EINTR || kind.outcome == EAGAIN || kind.outcome == test::kFallsShort;
-  if (call == "poll" && !isPassing)
-    return "LOOPER:: read_raw pool failed: errno=" + errnoText(kind.outcome) + "\n";
-  if (call == "read" && !isPassing)
-    return "LOOPER: read_raw read failed: -1, errno: " + errnoText(kind.outcome) + "\n";
-  if (call == "send" && !isPassing)
-    return "LOOPER: write_raw write failed: -1, errno: " + errnoText(kind.outcome) + "\n";
-  return "";
-}
-
-// It went on without a word, or the fault was one that ends it.
+// The same, and nothing on standard output.
 void expectNothingOrFatal(const FaultRun& run) {
-  if (run.child.exitStatus == 0) {
-    EXPECT_EQ(run.child.err, "");
-  } else {
-    EXPECT_EQ(run.child.exitStatus, 1);
-    EXPECT_NE(fatalLine(run.kind), "");
-    EXPECT_EQ(run.child.err, fatalLine(run.kind));
-  }
+  test::expectWholeOrFatal(run);
   EXPECT_EQ(run.child.out, "");
 }
 

@@ -49,7 +49,8 @@ void spared(const std::function<void()>& body);
 // As exposed(), with the standard streams.
 void exposedWithStreams(const std::function<void()>& body);
 
-// From now on, time passes so many times as fast for this process: it sees more ticks, and its poll waits less.
+// Time passes so many times as fast for this process: it sees more ticks, and its poll waits less.  Needs: nothing
+// that looks at the time has been made yet.
 void hurry(unsigned int times);
 
 // Runs the scenario once without a fault, and then with each fault of each kind; `check` judges each run that was hit.

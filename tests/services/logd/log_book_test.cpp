@@ -83,6 +83,14 @@ TEST_F(LogBookTest, WhatTheMachinesLogDoesNotTakeIsToldEachSecond) {
   EXPECT_EQ(lastTextOf(book), "the machine's own log did not take 2 lines");
 }
 
+TEST_F(LogBookTest, ALossOfTheMachinesOwnLogIsToldOnceAndNotToIt) {
+  configuration.syslog = folder / "nobody";
+  LogBook book(configuration);
+  book.add(lineOf("a"), 1);
+  for (Nanoseconds second = 1; second < 5; ++second) book.tick(second);
+  EXPECT_EQ(book.ring().end(), 2u);
+}
+
 TEST_F(LogBookTest, AReaderHearsOfEveryLine) {
   struct Counter final : LineReader {
     void onNews() override { ++count; }
