@@ -35,6 +35,11 @@ void Connection::becomes(Service& service) {
   service.connection = this;
 }
 
+void Connection::serve() {
+  (void)readOnce();
+  host_.settle();
+}
+
 void Connection::onNews() {
   if (isBlocked_) watchProgress(false);
   else write();
@@ -56,6 +61,7 @@ void Connection::end() {
 }
 
 void Connection::onEvent(int, unsigned int events) {
+  if (isUnknown()) return host_.onStranger(*this);
   if ((events & POLLOUT) != 0) write();
   if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0) (void)readOnce();
   host_.settle();

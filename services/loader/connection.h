@@ -19,6 +19,8 @@ class ConnectionHost {
   virtual void onBatch() = 0;
   // One frame's body.  Null, or what makes it a reason to disconnect.
   virtual const char* onFrame(Connection& connection, std::span<const unsigned char> body) = 0;
+  // A connection that has not registered can be read: serve() is to be called when its turn comes.
+  virtual void onStranger(Connection& connection) = 0;
   // The connection is of no use any more; the reason is empty when the other side just closed it.  Calls end().
   virtual void onEnd(Connection& connection, const std::string& reason) = 0;
   // At the end of every callback: what it put into queues is to be written.
@@ -62,6 +64,12 @@ class Connection {
   // The process is now this service.
   void becomes(Service& service);
 
+  // Reads once, and handles what it brings.
+  void serve();
+  // Strangers' mark that it stands in their line.
+  bool isInLine() const { return isInLine_; }
+  void setInLine(bool isInLine) { isInLine_ = isInLine; }
+
   // Something new is in the service's queue.
   void onNews();
 
@@ -90,6 +98,7 @@ class Connection {
   FrameReader reader_;
   Service* service_ = nullptr;
   bool isBlocked_ = false;
+  bool isInLine_ = false;
   kl::TimerPtr stallTimer_;
 };
 

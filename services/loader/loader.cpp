@@ -53,6 +53,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  loop_.addBeforeSleep(&strangers_, kl::bind<Strangers, &Strangers::serve>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
   kept_.open();
   leaving_.restore();
@@ -164,6 +165,7 @@ void Loader::onEnd(Connection& connection, const std::string& reason) {
   if (!reason.empty()) log_.line(nameOf(connection) + ": " + reason + "; disconnected");
   Service* service = connection.service();
   Service* startedAs = connection.who().startedAs;
+  strangers_.forget(connection);
   connection.end();
   someoneEnded_ = true;
   if (service != nullptr) endService(*service);

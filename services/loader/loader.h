@@ -10,6 +10,7 @@
 #include "log_sender.h"
 #include "own_service.h"
 #include "router.h"
+#include "strangers.h"
 #include "supervisor.h"
 
 namespace loader {
@@ -49,6 +50,7 @@ class Loader final : private ConnectionHost,
 
   void onBatch() override;
   const char* onFrame(Connection& connection, std::span<const unsigned char> body) override;
+  void onStranger(Connection& connection) override { strangers_.add(connection); }
   void onEnd(Connection& connection, const std::string& reason) override;
   void settle() override;
   void onConnection(Descriptor socket, Applicant who) override;
@@ -97,6 +99,7 @@ class Loader final : private ConnectionHost,
   Router router_;
   Registration registration_;
   Listener listener_;
+  Strangers strangers_;
   std::string refusal_;                                   // text behind enroll()'s result
   std::vector<std::unique_ptr<Connection>> connections_;  // ended ones are removed by settle()
   bool someoneEnded_ = false;

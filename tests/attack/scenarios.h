@@ -6,8 +6,9 @@
 
 namespace attack {
 
-// Frames that are none from 50 peers, while two others measure their round trips.
-Report malformedFrames(unsigned int random, unsigned int structured, unsigned int seed);
+// Frames that are none from 50 peers, while two others measure their round trips.  What they have without an attack is
+// measured for `compareMs` in each way.
+Report malformedFrames(unsigned int random, unsigned int structured, unsigned int seed, int compareMs);
 
 // `readers` processes get `deliveriesASecond` in all for so long; one of them does not read.
 Report stuckReader(unsigned int readers, unsigned int deliveriesASecond, unsigned int payloadBytes,
