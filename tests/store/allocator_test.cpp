@@ -306,6 +306,8 @@ TEST(Allocator, RandomStepsOverManyRangesFollowTheModel) {
   walkAtRandom(24000, 60000, 20000, 4712);
 }
 
+TEST(Allocator, RandomStepsOverIdentifiersFarApartFollowTheModel) { walkAtRandom(300000, 8000, 2000, 4713); }
+
 TEST(Allocator, FarMoreRangesThanOneNodeHoldsComeAndGo) {
   constexpr unsigned int kIds = 40000;
   Allocator ids(0, kIds - 1);
