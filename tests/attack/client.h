@@ -17,8 +17,9 @@ inline constexpr int kPatienceMs = 60000;
 
 class Client {
  public:
-  Client() {
-    if (peer_.connect(kPatienceMs)) id_ = peer_.registerAs(0);
+  // Waits so long for a loader that takes it; 0: it is there or not.
+  explicit Client(int patienceMs = kPatienceMs) {
+    if (peer_.connect(patienceMs)) id_ = peer_.registerAs(0);
   }
 
   unsigned int id() const { return id_; }

@@ -77,7 +77,7 @@ class Turmoil {
 
   void killSomebody() {
     if (upTo(9) != 0) return;
-    Client client;
+    Client client(0);  // the loader may have ended
     const auto pid = static_cast<pid_t>(client.row(kFirst + upTo(kServices - 1)).get(kl::SVC_PID, 0));
     if (pid > 1) (void)::kill(pid, SIGKILL);
   }

@@ -137,7 +137,7 @@ Report malformedFrames(unsigned int random, unsigned int structured, unsigned in
   noteRoundTrips(report, "quiet", quiet);
   noteRoundTrips(report, "beside a busy process", beside);
   noteRoundTrips(report, "beside silent peers", silent);
-  noteRoundTrips(report, "under attack from idle priority", idle);
+  noteRoundTrips(report, "under attack when idle", idle);
   noteRoundTrips(report, "under attack", attacked);
   report.figure("wrong deliveries", attacked.wrong);
   const auto rows = client.table();

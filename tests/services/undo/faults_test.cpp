@@ -198,8 +198,8 @@ TEST_P(UndoFaults, EveryRequestIsAnsweredAndTheRecordsAreWhatTheAnswersSay) {
 
 // Not fcntl: a connection that stays blocking is told and used as it is, and then the next read may wait.
 INSTANTIATE_TEST_SUITE_P(Calls, UndoFaults,
-                         testing::Values("read", "pread", "pwritev", "send", "poll", "open", "close",
-                                         "ftruncate", "fstat", "socket", "connect"),
+                         testing::Values("read", "pread", "pwrite", "pwritev", "send", "poll", "open",
+                                         "close", "ftruncate", "fstat", "socket", "connect"),
                          [](const auto& call) { return std::string(call.param); });
 
 }  // namespace
