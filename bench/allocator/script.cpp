@@ -9,19 +9,20 @@ namespace {
 
 constexpr std::size_t kSteps = std::size_t{1} << 20;
 
-// Which identifiers are free, as the allocator leaves them.
+// Which of the identifiers 0, distance, 2 * distance and so on are free, as the allocator leaves them.
 class State {
  public:
-  explicit State(unsigned int idCount) : isFree_(idCount), random_(4711) {
-    for (unsigned int id = 0; id < idCount; ++id)
-      if (random_() % 2 == 0) setFree(id, true);
+  State(unsigned int idCount, unsigned int distance) : isFree_(idCount), distance_(distance), random_(4711) {
+    for (unsigned int i = 0; i < idCount; ++i)
+      if (random_() % 2 == 0) setFree(i * distance, true);
   }
 
   std::vector<unsigned int> pairs() const {
     std::vector<unsigned int> result;
-    for (unsigned int id = 0; id < isFree_.size(); ++id) {
-      if (!isFree_[id]) continue;
-      if (id == 0 || !isFree_[id - 1]) result.insert(result.end(), {id, id});
+    for (unsigned int i = 0; i < isFree_.size(); ++i) {
+      const unsigned int id = i * distance_;
+      if (!isFree_[i]) continue;
+      if (result.empty() || result.back() + 1 != id) result.insert(result.end(), {id, id});
       result.back() = id;
     }
     return result;
@@ -36,26 +37,29 @@ class State {
 
   unsigned int choose(bool free) {
     for (;;) {
-      const auto id = static_cast<unsigned int>(random_() % isFree_.size());
-      if (isFree_[id] == free) return id;
+      const auto i = static_cast<unsigned int>(random_() % isFree_.size());
+      if (isFree_[i] == free) return i * distance_;
     }
   }
 
   void setFree(unsigned int id, bool free) {
-    isFree_[id] = free;
+    isFree_[id / distance_] = free;
     freeCount_ += free ? 1U : -1U;
   }
 
  private:
   std::vector<bool> isFree_;
+  unsigned int distance_;
   std::mt19937 random_;
   unsigned int freeCount_ = 0;
 };
 
 }  // namespace
 
-Script::Script(unsigned int freeRanges) : idCount_(freeRanges * 4) {
-  State state(idCount_);
+Script::Script(unsigned int freeRanges, unsigned int distance) {
+  const unsigned int idCount = freeRanges * (distance == kSideBySide ? 4 : 2);
+  idEnd_ = idCount * distance;
+  State state(idCount, distance);
   start_ = state.pairs();
   kl::Allocator ids(start_);
   while (steps_.size() < kSteps) {

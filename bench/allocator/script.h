@@ -7,7 +7,8 @@
 namespace bench {
 
 // One step in four takes any identifier, one takes a particular one, two give one back, at random; about
-// half of the identifiers are free at any time, in about as many ranges as asked for.
+// half of the identifiers are free at any time, in about as many ranges as asked for.  They lie side by side, or so
+// far apart that each is a range of its own.
 class Script {
  public:
   enum Kind : unsigned int { kTakeAny, kTake, kGiveBack };
@@ -21,14 +22,17 @@ class Script {
     unsigned int word_;
   };
 
-  explicit Script(unsigned int freeRanges);
+  static constexpr unsigned int kSideBySide = 1;
+  static constexpr unsigned int kFarApart = 1000;
 
-  unsigned int idCount() const { return idCount_; }                  // all are below this
+  Script(unsigned int freeRanges, unsigned int distance);
+
+  unsigned int idEnd() const { return idEnd_; }                      // all are below this
   const std::vector<unsigned int>& start() const { return start_; }  // pairs of first and last that are free
   const std::vector<Step>& steps() const { return steps_; }
 
  private:
-  unsigned int idCount_;
+  unsigned int idEnd_;
   std::vector<unsigned int> start_;
   std::vector<Step> steps_;
 };

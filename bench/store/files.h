@@ -53,13 +53,11 @@ inline void mustWork(bool works, const char* what) {
 class BareFiles {
  public:
   BareFiles(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value)
-      : lockName_(folder.file("bare.lock")), record_(value.size() + 2), count_(count) {
-    data_ = ::open(folder.file("bare.dat").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    index_ = ::open(folder.file("bare.idx").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    mustWork(data_ >= 0 && index_ >= 0, "bare files");
+      : name_(folder.file("bare")), record_(value.size() + 2), count_(count) {
+    open();
     for (unsigned int slot = 0; slot < count; ++slot) writeRecord(slot), writeSlot(slot);
   }
-  ~BareFiles() { ::close(data_), ::close(index_); }
+  ~BareFiles() { close(); }
   BareFiles(const BareFiles&) = delete;
   BareFiles& operator=(const BareFiles&) = delete;
 
@@ -94,12 +92,22 @@ class BareFiles {
   void get(unsigned int slot) {
     mustWork(::pread(data_, record_.data(), record_.size(), place(slot)) > 0, "pread");
   }
-  void readIndex() {
+  // Everything that is asked for later is in the index.
+  void reopen() {
+    close();
+    open();
     std::vector<unsigned char> index(std::size_t{12} * count_);
     mustWork(::pread(index_, index.data(), index.size(), 0) > 0, "pread");
+    get(0);
   }
 
  private:
+  void open() {
+    data_ = ::open((name_ + ".dat").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    index_ = ::open((name_ + ".idx").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    mustWork(data_ >= 0 && index_ >= 0, "bare files");
+  }
+  void close() { ::close(data_), ::close(index_); }
   static bool change(int fd, short type) {
     struct flock whole {};
     whole.l_type = type;
@@ -107,7 +115,7 @@ class BareFiles {
     return ::fcntl(fd, F_SETLKW, &whole) == 0;
   }
   int takeLock() const {
-    const int fd = ::open(lockName_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = ::open((name_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     mustWork(fd >= 0 && change(fd, F_WRLCK), "lock");
     return fd;
   }
@@ -134,7 +142,7 @@ class BareFiles {
   static constexpr std::size_t kIntentBytes = 60;    // of a store's, beside the bytes that will be written
   static constexpr std::size_t kSlotStepBytes = 28;  // of one index record in it
 
-  std::string lockName_;
+  std::string name_;
   std::vector<unsigned char> record_;
   std::vector<unsigned char> intent_;
   unsigned int count_;

@@ -1,10 +1,11 @@
 // The store beside the bare writes that it cannot do without, in one open-lock-unlock-close bracket; beside SQLite
 // and LMDB as well.  A Runner that never runs keeps the store from syncing; the others are told not to sync.
 //
-// A new entry is removed again, so that the number of entries stays.  Overwriting leaves a store's index alone; what
-// makes it safe against being killed is measured against the second write of the limit.
+// New entries are removed again, and what is removed was set just before, so that the number of entries stays; only one
+// of both is measured.  Overwriting leaves a store's index alone; what makes it safe against being killed is measured
+// against the second write of the limit.  Reopening is an opening, a look at one entry and a closing.
 //
-// "limit with a bare intent" is what a store cannot do without: the same bracket with a look at the lock file, a write
+// "bare intent" is what a store cannot do without: the same bracket with a look at the lock file, a write
 // of what will be written to it and its truncation.  On a file system with blocks a file that grows from nothing and
 // becomes nothing again costs more than all the rest.
 
@@ -20,6 +21,7 @@
 namespace {
 
 using bench::Batch;
+using bench::Work;
 
 class Product {
  public:
@@ -30,7 +32,7 @@ class Product {
   void set(unsigned int id) { store_.set(id, message_); }
   void get(unsigned int id) { (void)store_.get(id); }
   void remove(unsigned int id) { store_.remove(id); }
-  void reopen() { kl::Store(path_, 3); }
+  void reopen() { (void)kl::Store(path_, 3).get(0); }
 
  private:
   // A store without its files says so on standard output, where the figures go.
@@ -91,41 +93,58 @@ class Cases {
       : title_(title), systems_(std::make_shared<LazySystems>(count, bytes)) {}
 
   void add() {
-    const auto newAndGone = [](auto& system, Systems& all) {
-      system.set(all.count);
-      system.remove(all.count);
+    const auto nothing = [](auto&, Systems&, unsigned) {};
+    const auto setNew = [](auto& system, Systems& all, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.set(all.count + i);
     };
-    const auto overwrite = [](auto& system, Systems& all) { system.set(all.next()); };
-    const auto get = [](auto& system, Systems& all) { system.get(all.next()); };
-    addChange("set new and remove", newAndGone, batch([newAndGone](Systems& s) { newAndGone(s.bare, s); }));
-    addChange("overwrite", overwrite, batch([overwrite](Systems& s) { overwrite(s.bare, s); }));
-    addCase("get", get, batch([get](Systems& s) { get(s.bare, s); }));
-    bench::addPair("reopen, " + title_, batch([](Systems& s) { s.product.reopen(); }),
-                   batch([](Systems& s) { s.bare.readIndex(); }));
+    const auto removeNew = [](auto& system, Systems& all, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.remove(all.count + i);
+    };
+    const auto overwrite = [](auto& system, Systems& all, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.set(all.next());
+    };
+    const auto get = [](auto& system, Systems& all, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.get(all.next());
+    };
+    const auto reopen = [](auto& system, Systems&, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.reopen();
+    };
+    addChange("set new", setNew, nothing, removeNew);
+    addChange("overwrite", overwrite, nothing, nothing);
+    addCase("get", get, nothing, nothing);
+    addChange("remove", removeNew, setNew, nothing);
+    addCase("reopen", reopen, nothing, nothing);
   }
 
  private:
-  template <class Operation>
-  Batch batch(Operation operation) {
-    return [systems = systems_, operation](unsigned times) {
+  template <class System, class Operation>
+  Batch batch(System Systems::*system, Operation operation) {
+    return [systems = systems_, system, operation](unsigned times) {
       Systems& all = systems->get();
-      for (unsigned i = 0; i < times; ++i) operation(all);
+      operation(all.*system, all, times);
     };
   }
 
-  template <class Operation>
-  void addChange(const std::string& name, Operation operation, const Batch& limit) {
-    addCase(name, operation, limit);
-    bench::addPair(name + ", " + title_ + ", limit with a bare intent",
-                   batch([operation](Systems& s) { operation(s.bareWithIntent, s); }), limit);
+  // How one system does it.
+  template <class System, class Run, class Before, class After>
+  Work work(System Systems::*system, Run run, Before before, After after) {
+    return {batch(system, run), batch(system, before), batch(system, after)};
   }
 
-  template <class Operation>
-  void addCase(const std::string& name, Operation operation, const Batch& limit) {
+  template <class Run, class Before, class After>
+  void addChange(const std::string& name, Run run, Before before, After after) {
+    addCase(name, run, before, after);
+    bench::addPair(name + ", " + title_ + ": bare intent", work(&Systems::bareWithIntent, run, before, after),
+                   work(&Systems::bare, run, before, after));
+  }
+
+  template <class Run, class Before, class After>
+  void addCase(const std::string& name, Run run, Before before, After after) {
     const std::string title = name + ", " + title_;
-    bench::addPair(title, batch([operation](Systems& s) { operation(s.product, s); }), limit);
-    bench::addPair(title + ", SQLite", batch([operation](Systems& s) { operation(s.sqlite, s); }), limit);
-    bench::addPair(title + ", LMDB", batch([operation](Systems& s) { operation(s.lmdb, s); }), limit);
+    const Work limit = work(&Systems::bare, run, before, after);
+    bench::addPair(title, work(&Systems::product, run, before, after), limit);
+    bench::addPair(title + ": SQLite", work(&Systems::sqlite, run, before, after), limit);
+    bench::addPair(title + ": LMDB", work(&Systems::lmdb, run, before, after), limit);
   }
 
   std::string title_;

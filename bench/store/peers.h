@@ -1,5 +1,8 @@
 #pragma once
 // peers.h: the same by SQLite and by LMDB, each change a transaction of its own that is not synced.
+//
+// Reopening is one opening, one look at an entry and one closing.  SQLite's other connection stays, so that its log is
+// not worked off each time; LMDB allows a process only one, which is closed and opened again.
 
 #include <lmdb.h>
 #include <sqlite3.h>
@@ -10,13 +13,14 @@ namespace bench {
 
 class Sqlite {
  public:
-  Sqlite(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value) : value_(value) {
-    check(sqlite3_open(folder.file("sqlite").c_str(), &db_) == SQLITE_OK);
+  Sqlite(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value)
+      : name_(folder.file("sqlite")), value_(value) {
+    check(sqlite3_open(name_.c_str(), &db_) == SQLITE_OK);
     run("PRAGMA journal_mode=WAL");
     run("PRAGMA synchronous=OFF");
     run("CREATE TABLE entries (id INTEGER PRIMARY KEY, value BLOB)");
     set_ = prepare("INSERT OR REPLACE INTO entries VALUES (?, ?)");
-    get_ = prepare("SELECT value FROM entries WHERE id = ?");
+    get_ = prepare(kGet);
     remove_ = prepare("DELETE FROM entries WHERE id = ?");
     run("BEGIN");
     for (unsigned int id = 0; id < count; ++id) set(id);
@@ -35,8 +39,19 @@ class Sqlite {
   }
   void get(unsigned int id) { step(get_, id, SQLITE_ROW); }
   void remove(unsigned int id) { step(remove_, id, SQLITE_DONE); }
+  void reopen() {
+    sqlite3* again = nullptr;
+    sqlite3_stmt* look = nullptr;
+    check(sqlite3_open(name_.c_str(), &again) == SQLITE_OK);
+    check(sqlite3_prepare_v2(again, kGet, -1, &look, nullptr) == SQLITE_OK);
+    step(look, 0, SQLITE_ROW);
+    sqlite3_finalize(look);
+    sqlite3_close(again);
+  }
 
  private:
+  static constexpr const char* kGet = "SELECT value FROM entries WHERE id = ?";
+
   void check(bool works) const {
     if (works) return;
     (void)std::fprintf(stderr, "sqlite: %s\n", sqlite3_errmsg(db_));
@@ -54,6 +69,7 @@ class Sqlite {
     sqlite3_reset(statement);
   }
 
+  std::string name_;
   std::vector<unsigned char> value_;
   sqlite3* db_ = nullptr;
   sqlite3_stmt* set_ = nullptr;
@@ -63,12 +79,10 @@ class Sqlite {
 
 class Lmdb {
  public:
-  Lmdb(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value) : value_(value) {
-    check(mdb_env_create(&env_));
-    check(mdb_env_set_mapsize(env_, std::size_t{1} << 30));
-    check(mdb_env_open(env_, folder.file("lmdb").c_str(), MDB_NOSUBDIR | MDB_NOSYNC, 0600));
+  Lmdb(const Folder& folder, unsigned int count, const std::vector<unsigned char>& value)
+      : name_(folder.file("lmdb")), value_(value) {
+    open();
     MDB_txn* all = begin(0);
-    check(mdb_dbi_open(all, nullptr, MDB_INTEGERKEY | MDB_CREATE, &table_));
     for (unsigned int id = 0; id < count; ++id) put(all, id);
     check(mdb_txn_commit(all));
   }
@@ -94,8 +108,21 @@ class Lmdb {
     check(mdb_del(change, table_, &key, nullptr));
     check(mdb_txn_commit(change));
   }
+  void reopen() {
+    mdb_env_close(env_);
+    open();
+    get(0);
+  }
 
  private:
+  void open() {
+    check(mdb_env_create(&env_));
+    check(mdb_env_set_mapsize(env_, std::size_t{1} << 30));
+    check(mdb_env_open(env_, name_.c_str(), MDB_NOSUBDIR | MDB_NOSYNC, 0600));
+    MDB_txn* first = begin(0);
+    check(mdb_dbi_open(first, nullptr, MDB_INTEGERKEY | MDB_CREATE, &table_));
+    check(mdb_txn_commit(first));
+  }
   static void check(int error) {
     if (error == 0) return;
     (void)std::fprintf(stderr, "lmdb: %s\n", mdb_strerror(error));
@@ -112,6 +139,7 @@ class Lmdb {
     check(mdb_put(transaction, table_, &key, &value, 0));
   }
 
+  std::string name_;
   std::vector<unsigned char> value_;
   MDB_env* env_ = nullptr;
   MDB_dbi table_ = 0;

@@ -30,8 +30,8 @@ constexpr unsigned kCountedRuns = 4;
 
 struct Pair {
   std::string name;
-  Batch product;
-  Batch limit;
+  Work product;
+  Work limit;
 };
 
 std::vector<Pair>& pairs() {
@@ -39,16 +39,18 @@ std::vector<Pair>& pairs() {
   return all;
 }
 
-double nanoseconds(const Batch& batch, unsigned times) {
+double nanoseconds(const Work& work, unsigned times) {
+  work.before(times);
   const auto begin = std::chrono::steady_clock::now();
-  batch(times);
+  work.run(times);
   const std::chrono::duration<double, std::nano> lasted = std::chrono::steady_clock::now() - begin;
+  work.after(times);
   return lasted.count();
 }
 
-unsigned timesToFill(const Batch& batch) {
+unsigned timesToFill(const Work& work) {
   unsigned times = 1;
-  while (times < kLongestBatch && nanoseconds(batch, times) < kBatchNs) times *= 2;
+  while (times < kLongestBatch && nanoseconds(work, times) < kBatchNs) times *= 2;
   return times;
 }
 
@@ -58,11 +60,14 @@ double median(std::vector<double>& values) {
   return *middle;
 }
 
-Allocations allocationsOfOne(const Batch& batch) {
-  batch(3);  // whatever is made once is made
+Allocations allocationsOfOne(const Work& work) {
+  nanoseconds(work, 3);  // whatever is made once is made
+  work.before(1);
   restartAllocations();
-  batch(1);
-  return allocations();
+  work.run(1);
+  const Allocations taken = allocations();
+  work.after(1);
+  return taken;
 }
 
 void measure(benchmark::State& state, const Pair& pair) {
@@ -86,17 +91,23 @@ void measure(benchmark::State& state, const Pair& pair) {
 }
 
 // One dump for each case and side, named "CASE/product" or "CASE/limit", over kCountedRuns runs.
-void countInstructions(const Batch& batch, const std::string& name) {
-  batch(2);
+void countInstructions(const Work& work, const std::string& name) {
+  nanoseconds(work, 2);
+  work.before(kCountedRuns);
   CALLGRIND_ZERO_STATS;
-  batch(kCountedRuns);
+  work.run(kCountedRuns);
   CALLGRIND_DUMP_STATS_AT(name.c_str());
+  work.after(kCountedRuns);
 }
 
 }  // namespace
 
-void addPair(const std::string& name, Batch product, Batch limit) {
+void addPair(const std::string& name, Work product, Work limit) {
   pairs().push_back({name, std::move(product), std::move(limit)});
+}
+
+void addPair(const std::string& name, Batch product, Batch limit) {
+  addPair(name, Work{std::move(product)}, Work{std::move(limit)});
 }
 
 int run(int argc, char** argv) {

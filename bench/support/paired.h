@@ -17,9 +17,18 @@ Batch repeated(Operation operation) {
   };
 }
 
+// What is measured is `run`.  What has to be there for it, and what it leaves behind, is the business of `before` and
+// `after`, which are told the same number and are not measured.
+struct Work {
+  Batch run;
+  Batch before = [](unsigned) {};
+  Batch after = [](unsigned) {};
+};
+
 // Adds the case `name` to those that run() measures.  Its figures, as counters of the benchmark:
 // product_ns and limit_ns (medians over the batches, for one operation), ratio, and what one
 // operation of the product takes from the heap: allocations, heap_bytes.
+void addPair(const std::string& name, Work product, Work limit);
 void addPair(const std::string& name, Batch product, Batch limit);
 
 // The main program: `--instructions` runs each case a few times for a simulator that counts
