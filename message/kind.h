@@ -72,21 +72,20 @@ template <> struct ObjectOf<Kind::rawArray> { using type = std::vector<Bytes>; }
 template <Kind kind>
 using Object = typename ObjectOf<kind>::type;
 
-// Calls f with the kind as a constant, for every kind that may become an object.  False for any other.
+// Calls f with the kind as a constant.  Needs: one that may become an object.
 template <class F>
-bool withObjectKind(Kind kind, F f) {
+void withObjectKind(Kind kind, F f) {
   switch (kind) {
-    case Kind::string: return f.template operator()<Kind::string>(), true;
-    case Kind::message: return f.template operator()<Kind::message>(), true;
-    case Kind::raw: return f.template operator()<Kind::raw>(), true;
-    case Kind::boolArray: return f.template operator()<Kind::boolArray>(), true;
-    case Kind::u32Array: return f.template operator()<Kind::u32Array>(), true;
-    case Kind::u64Array: return f.template operator()<Kind::u64Array>(), true;
-    case Kind::addr6Array: return f.template operator()<Kind::addr6Array>(), true;
-    case Kind::stringArray: return f.template operator()<Kind::stringArray>(), true;
-    case Kind::messageArray: return f.template operator()<Kind::messageArray>(), true;
-    case Kind::rawArray: return f.template operator()<Kind::rawArray>(), true;
-    default: return false;
+    case Kind::string: return f.template operator()<Kind::string>();
+    case Kind::message: return f.template operator()<Kind::message>();
+    case Kind::raw: return f.template operator()<Kind::raw>();
+    case Kind::boolArray: return f.template operator()<Kind::boolArray>();
+    case Kind::u32Array: return f.template operator()<Kind::u32Array>();
+    case Kind::u64Array: return f.template operator()<Kind::u64Array>();
+    case Kind::addr6Array: return f.template operator()<Kind::addr6Array>();
+    case Kind::stringArray: return f.template operator()<Kind::stringArray>();
+    case Kind::messageArray: return f.template operator()<Kind::messageArray>();
+    default: return f.template operator()<Kind::rawArray>();
   }
 }
 

@@ -78,10 +78,9 @@ unsigned long long Elements::number() const {
     case Kind::u32Array:
       return object_ == nullptr ? loadLe32(at_)
                                 : (*static_cast<const std::vector<unsigned int>*>(object_))[index_];
-    case Kind::u64Array:
+    default:  // u64 array
       return object_ == nullptr ? loadLe64(at_)
                                 : (*static_cast<const std::vector<unsigned long long>*>(object_))[index_];
-    default: return 0;
   }
 }
 
@@ -94,8 +93,7 @@ Span Elements::bytes() const {
     case Kind::stringArray: return whole((*static_cast<const std::vector<std::string>*>(object_))[index_]);
     case Kind::messageArray:
       return whole((*static_cast<const std::vector<kl::message::flat_message>*>(object_))[index_]);
-    case Kind::rawArray: return whole((*static_cast<const std::vector<Bytes>*>(object_))[index_]);
-    default: return {nullptr, 0};
+    default: return whole((*static_cast<const std::vector<Bytes>*>(object_))[index_]);  // raw array
   }
 }
 
