@@ -51,6 +51,8 @@ TEST_F(LogStream, TakesTopicsBehindAnEcho) {
   EXPECT_EQ(topicsOf(two), (Topics{31, 32}));
   lstream one(echo, 33);
   EXPECT_EQ(topicsOf(one), Topics{33});
+  lstream closed(echo, 35, 0);
+  EXPECT_EQ(topicsOf(closed), Topics{35});
   lstream zero(echo, 0, 34, 0);
   EXPECT_EQ(topicsOf(zero), (Topics{0, 34}));
 }

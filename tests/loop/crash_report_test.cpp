@@ -6,14 +6,17 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <set>
 #include <sstream>
@@ -34,6 +37,18 @@
 
 // The exit at the end of a crash is not async-signal-safe, on purpose, and threads are lost in it.
 extern "C" const char* __tsan_default_options() { return "report_signal_unsafe=0:report_thread_leaks=0"; }
+
+namespace {
+
+std::atomic<unsigned int> pauses{0};  // of all threads, since the program began
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int nanosleep(const timespec* length, timespec* rest) {
+  ++pauses;
+  return static_cast<int>(::syscall(SYS_nanosleep, length, rest));
+}
 
 namespace kl {
 namespace {
@@ -341,6 +356,23 @@ TEST(CrashReport, AReportLeavesNoDescriptorOpenAndNoSignalBlocked) {
   EXPECT_EQ(child.exitStatus, 0);
 }
 
+TEST(CrashReport, ABrokenPipeThatWaitedBeforeAReportWaitsAfterIt) {
+  const auto child = dieWithARunner([] {
+    sigset_t pipeOnly;
+    ::sigemptyset(&pipeOnly);
+    ::sigaddset(&pipeOnly, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipeOnly, nullptr);
+    ::raise(SIGPIPE);
+    ::raise(SIGUSR2);
+    sigset_t waiting;
+    sigset_t mask;
+    ::sigpending(&waiting);
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    ::_exit(::sigismember(&waiting, SIGPIPE) == 1 && ::sigismember(&mask, SIGPIPE) == 1 ? 0 : 1);
+  });
+  EXPECT_EQ(child.exitStatus, 0);
+}
+
 TEST(CrashReport, AReaderThatWentDoesNotStopTheService) {
   const auto child = dieWithARunner([] {
     int ends[2];
@@ -483,6 +515,36 @@ TEST(CrashReport, OfTwoThreadsThatCrashOneReports) {
   EXPECT_EQ(child.exitStatus, 1) << child.signal;
   EXPECT_EQ(occurrences(child.out, "--- signal="), 1u);
   EXPECT_EQ(occurrences(child.out, "died with signal"), 1u);
+}
+
+// A record that keeps its report from going on until the other thread has waited for its turn, and goes on waiting.
+class Slow : public BacktraceInfo {
+ public:
+  void dump(Dumper& out) override {
+    if (begun.exchange(true)) return;
+    while (pauses < pausesBefore + 3) std::this_thread::yield();
+    out.write("the other waits\n", 16);
+  }
+  std::atomic<bool> begun{false};
+
+ private:
+  unsigned int pausesBefore = pauses;
+};
+
+TEST(CrashReport, OfTwoThreadsThatReportAtOnceOneWaitsForTheOther) {
+  auto child = dieWithARunner([] {
+    Slow record;
+    std::thread second([&] {
+      while (!record.begun) std::this_thread::yield();
+      ::raise(SIGUSR2);
+    });
+    ::raise(SIGUSR2);
+    second.join();
+  });
+  EXPECT_EQ(child.exitStatus, 0) << child.signal;
+  EXPECT_EQ(occurrences(child.out, "--- signal=12 "), 2u);
+  const std::string first = child.out.substr(0, child.out.find("--- signal=12 ", 100));
+  EXPECT_EQ(occurrences(first, "\nthe other waits\n\n\n"), 1u) << child.out;
 }
 
 TEST(CrashReport, ACrashInsideMallocIsReported) {

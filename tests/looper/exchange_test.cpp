@@ -189,6 +189,14 @@ TEST_F(ExchangeTest, AReplyToAnotherRequestAndARequestWithTheIdAreQueued) {
   EXPECT_EQ(ask(-1), answer(2));
 }
 
+TEST_F(ExchangeTest, AReplyWithoutANumberIsQueued) {
+  message unnumbered = answer(1);
+  unnumbered.remove(SYS_REQID);
+  net.loader.send(unnumbered);
+  net.loader.send(answer(2));
+  EXPECT_EQ(ask(-1), answer(2));
+}
+
 TEST_F(ExchangeTest, AnErrorReplyIsReturnedAsItIs) {
   message error = answer();
   error.merge(errorMsg(ERROR_BRKPATH, "gone"));

@@ -43,6 +43,12 @@ struct ConnectedAs {
 
 using Connected = ConnectedAs<Looper>;
 
+inline message::flat_message flat(const message& m) {
+  message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
 inline message to(const Ids& path) {
   message m;
   m.insert(SYS_TO, path);

@@ -17,7 +17,20 @@
 #include "tests/support/child.h"
 #include "tests/support/hex.h"
 #include "tests/support/loader_double.h"
+#include "tests/support/real_calls.h"
 #include "tests/support/scripted_calls.h"
+
+namespace {
+
+bool sendsNothing = false;
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" ssize_t send(int fd, const void* from, size_t size, int flags) {
+  static auto* const next = kl::test::realCall<ssize_t(int, const void*, size_t, int)>("send");
+  return sendsNothing ? 0 : next(fd, from, size, flags);
+}
 
 namespace kl {
 namespace {
@@ -281,6 +294,16 @@ TEST(FramingFaults, WritingToALostPeerEndsTheProcessWithALineAndNoSignal) {
     pair.frames.writeFrame(numbered(1));
   });
   EXPECT_EQ(result.err, "LOOPER: write_raw write failed: -1, errno: 32\n");
+  EXPECT_EQ(result.exitStatus, 1);
+}
+
+TEST(FramingFaults, AWriteThatTakesNothingEndsTheProcess) {
+  const test::ChildResult result = test::runInChild([] {
+    Pair pair;
+    sendsNothing = true;
+    pair.frames.writeFrame(numbered(1));
+  });
+  EXPECT_EQ(result.err, "LOOPER: write_raw write failed: EOF\n");
   EXPECT_EQ(result.exitStatus, 1);
 }
 

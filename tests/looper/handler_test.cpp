@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -75,6 +78,30 @@ message objectRequest(unsigned int command, unsigned int id) {
   return m;
 }
 
+// What the process says that does this, and that it ends with it.
+std::string assertionOf(const std::function<void()>& body) {
+  const test::ChildResult result = test::runInChild([&] {
+    (void)std::signal(SIGABRT, SIG_DFL);
+    body();
+  });
+  EXPECT_EQ(result.signal, SIGABRT);
+  EXPECT_EQ(result.err.substr(0, 11), "looper.cpp:");
+  return result.err.substr(std::min(result.err.size(), result.err.find(": ")));
+}
+
+TEST(HandlerAlone, SendsAndExchangesNothing) {
+  Handler handler;
+  message m = test::to({24, 0});
+  const std::string line = ": assertion failed: looper != nullptr\n";
+  EXPECT_EQ(assertionOf([&] { handler.sendMessage(m); }), line);
+  EXPECT_EQ(assertionOf([&] { (void)handler.exchangeMessage(m, 0); }), line);
+}
+
+TEST_F(HandlerTest, NoHandlerCannotBeAdded) {
+  EXPECT_EQ(assertionOf([this] { net.looper->addHandler(8, nullptr); }),
+            ": assertion failed: handler != nullptr\n");
+}
+
 TEST_F(HandlerTest, EachCommandReachesItsOperation) {
   const struct {
     unsigned int command;
@@ -90,6 +117,29 @@ TEST_F(HandlerTest, EachCommandReachesItsOperation) {
     EXPECT_EQ(reply.get(STD_DESCR, ""), word);
     EXPECT_EQ(handler.journal.text(), word);
   }
+}
+
+TEST_F(HandlerTest, AHandlerThatOverridesNothingAnswersShutdownAndDoesNothing) {
+  Handler plain;
+  net.looper->addHandler(8, &plain);
+  plain.handle(request(CMD_SHUTDOWN));
+  message expected;
+  expected.insert(SYS_TO, {9});
+  expected.insert(SYS_FROM, {8});
+  expected.insert(SYS_TYPE, TYPE_REPLY);
+  expected.insert(SYS_REQID, 5);
+  EXPECT_EQ(net.loader.receive(), expected);
+  net.looper->removeHandler(8);
+}
+
+TEST_F(HandlerTest, AHandlerThatOverridesNothingTakesABrokenPathInSilence) {
+  Handler plain;
+  net.looper->addHandler(8, &plain);
+  message notice = errorMsg(ERROR_BRKPATH, "");
+  notice.insert(SYS_FROM, {24, 0});
+  plain.handle(notice);
+  EXPECT_TRUE(net.loader.isSilent());
+  net.looper->removeHandler(8);
 }
 
 TEST_F(HandlerTest, EveryOtherCommandIsUnknown) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <vector>
 
 #include "kl/looper.h"
@@ -13,6 +14,7 @@ namespace {
 
 using test::Connected;
 using test::ctrl;
+using test::flat;
 using test::Ids;
 using test::replyTo;
 
@@ -61,6 +63,15 @@ TEST(Leave, OnlyTheFirstBlockAndTheLastUnblockAreTold) {
   EXPECT_TRUE(net.loader.isSilent());
   net.looper->unblockLeave();
   EXPECT_EQ(net.loader.receive(), readiness(5));
+}
+
+TEST(Leave, WithoutAValueNoBlockIsTold) {
+  Connected net;
+  net.looper->unblockLeave();
+  net.looper->blockLeave();
+  net.looper->unblockLeave();
+  EXPECT_TRUE(net.loader.isSilent());
+  EXPECT_FALSE(net.looper->canLeave());
 }
 
 TEST(Leave, TheValueThatIsSetAlreadyIsNotToldAgainAndZeroWithdrawsIt) {
@@ -138,6 +149,40 @@ TEST(Leave, AnExchangeOnBehalfOfWhatWaitsInTheQueueRefusesFirst) {
   net.looper->removeHandler(7);
 }
 
+TEST(Leave, WhoLeavesHandsItsDataToTheLoaderInOneMessage) {
+  Connected net;
+  Keeper keeper(41);
+  net.looper->addHandler(7, &keeper);
+  net.looper->setupLeave(1);
+  net.looper->unblockLeave();
+  EXPECT_EQ(net.loader.receive(), readiness(1));
+  net.loader.send(ctrl(1));
+  net.wake();
+  message kept;
+  kept.insert(STD_ID, 41);
+  message data;
+  data.insert(kHandlerIDs, {7});
+  data.insert(kHandlerData, {flat(kept)});
+  message expected = ctrl(2);
+  expected.insert(SYS_CTRL_ARG, 1);
+  expected.insert_message(0x28000004, data);
+  EXPECT_EQ(net.loader.receive(), expected);
+  EXPECT_TRUE(net.loader.isSilent());
+  EXPECT_TRUE(net.looper->isLeaving());
+  net.looper->removeHandler(7);
+}
+
+TEST(Leave, WhoKeepsNothingLeavesWithoutAWord) {
+  Connected net;
+  net.looper->setupLeave(1);
+  net.looper->unblockLeave();
+  EXPECT_EQ(net.loader.receive(), readiness(1));
+  net.loader.send(ctrl(1));
+  net.wake();
+  EXPECT_TRUE(net.loader.isSilent());
+  EXPECT_TRUE(net.looper->isLeaving());
+}
+
 TEST(PersistentData, AProcessThatKeepsNothingYieldsAnEmptyMessage) {
   Connected net;
   Keeper nothing(0);
@@ -181,6 +226,18 @@ TEST(Timezone, TheFirstCallSubscribesAndAsksAndLaterOnesKnow) {
   EXPECT_EQ(request.get(SYS_TO, {}), (Ids{24, 0}));
   EXPECT_EQ(net.looper->getTimezone(), 3600);
   EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST(Timezone, LocalTimeIsTheTimeOfDayWithTheOffset) {
+  Connected net;
+  message reply = replyTo({}, 0);
+  reply.insert(kTimezone, static_cast<unsigned int>(-7200));
+  net.loader.send(reply);
+  const auto before = static_cast<unsigned int>(std::time(nullptr));
+  const unsigned int local = net.looper->getLocaltime();
+  const auto after = static_cast<unsigned int>(std::time(nullptr));
+  EXPECT_GE(local, before - 7200);
+  EXPECT_LE(local, after - 7200);
 }
 
 TEST(Timezone, WithoutAnAnswerInSixThousandTicksItIsAndStaysZero) {

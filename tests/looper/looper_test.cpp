@@ -510,6 +510,18 @@ TEST(LooperIn, ThereIsNoErrorAboutABrokenPathError) {
   EXPECT_TRUE(net.loader.isSilent());
 }
 
+TEST(LooperIn, AnErrorOfAnotherKindThatLeadsNowhereGetsANotice) {
+  Connected net;
+  message m = errorMsg(ERROR_NOTIMP, "");
+  m.insert(SYS_TO, {7, 1});
+  m.insert(SYS_FROM, {9});
+  net.looper->dispatchMessage(m);
+  message expected = errorMsg(ERROR_BRKPATH, "");
+  expected.insert(SYS_FROM, {7, 1});
+  expected.insert(SYS_TO, {9});
+  EXPECT_EQ(net.loader.receive(), expected);
+}
+
 TEST(LooperIn, AMessageInFlightIsAnnouncedForTheCrashReport) {
   class Looking : public Handler {
    public:

@@ -200,6 +200,30 @@ TEST_F(Subscriptions, EachObjectComesBehindItsSuccessor) {
   EXPECT_EQ(idsOf(net.loader.receive()), (Ids{3, 2, 1}));
 }
 
+TEST_F(Subscriptions, ObjectsThatAreAllDeadKeepTheOrderOfTheirIds) {
+  table.cmdSubscribe(subscriber({9}));
+  for (const unsigned int id : {2u, 1u}) {
+    table.objects[id].insert(STD_ID, id);
+    table.objects[id].insert(STD_DEAD, 1);
+    table.notifyChange(id);
+  }
+  after(kBatchTicks);
+  EXPECT_EQ(idsOf(net.loader.receive()), (Ids{1, 2}));
+}
+
+// One alive and without a successor decides, whatever comes behind it.
+TEST_F(Subscriptions, TheFirstObjectThatIsAliveDecidesWhetherTheyAreOrdered) {
+  table.cmdSubscribe(subscriber({9}));
+  table.objects[1].insert(STD_ID, 1);
+  table.objects[1].insert(STD_DEAD, 1);
+  table.objects[2].insert(STD_ID, 2);
+  table.put(3, 4);
+  table.put(4, BADID);
+  for (const unsigned int id : {1u, 2u, 3u, 4u}) table.notifyChange(id);
+  after(kBatchTicks);
+  EXPECT_EQ(idsOf(net.loader.receive()), (Ids{1, 2, 3, 4}));
+}
+
 TEST_F(Subscriptions, ObjectsThatTheOrderDoesNotPlaceAreNotSent) {
   table.cmdSubscribe(subscriber({9}));
   table.put(1, 3);
@@ -227,11 +251,67 @@ TEST_F(Subscriptions, ANotificationHoldsObjectsUpToItsLimitAndAlwaysOne) {
   EXPECT_EQ(table.batches, 1);
 }
 
+TEST_F(Subscriptions, SendNotifiesSendsOneNotificationAndSaysWhereTheNextBegins) {
+  table.cmdSubscribe(subscriber({9}));
+  std::vector<message> objects(3);
+  for (unsigned int i = 0; i < 3; ++i) {
+    objects[i].insert(STD_ID, i + 1);
+    objects[i].insert(STD_DESCR, std::string(6000, 'x'));
+  }
+  const message* const last = objects.data() + objects.size();
+  const message* const next = table.sendNotifies(objects.data(), last);
+  EXPECT_EQ(next, objects.data() + 2);
+  EXPECT_EQ(idsOf(net.loader.receive()), (Ids{1, 2}));
+  EXPECT_TRUE(net.loader.isSilent());
+  EXPECT_EQ(table.sendNotifies(next, last), last);
+  EXPECT_EQ(idsOf(net.loader.receive()), Ids{3});
+}
+
+TEST_F(Subscriptions, SendNotifiesSparesWhoeverCausedTheChangesThatWait) {
+  table.cmdSubscribe(subscriber({9}));
+  table.cmdSubscribe(subscriber({10}));
+  table.notifyChange(3, Ids{9});
+  const message object = table.getObject(3);
+  table.sendNotifies(&object, &object + 1);
+  const message notification = net.loader.receive();
+  EXPECT_EQ(notification.get(SYS_TO, {}), Ids{10});
+  EXPECT_EQ(notification.get(SYS_NOTIFYPATH, {}), Ids{9});
+}
+
+// BADID stands for no object in particular, so what is sent for it may be empty.
+TEST_F(Subscriptions, AHandlerThatOverridesNothingSendsAnEmptyObjectForNoneInParticular) {
+  Handler plain;
+  net.looper->addHandler(8, &plain);
+  plain.cmdSubscribe(subscriber({9}));
+  plain.notifyChange(BADID);
+  plain.sendChanges();
+  const message notification = net.loader.receive();
+  EXPECT_EQ(notification.get(SYS_FROM, {}), Ids{8});
+  EXPECT_EQ(idsOf(notification), Ids{BADID});
+  plain.cmdUnsubscribe(subscriber({9}));
+  plain.notifyChange(BADID);
+  after(kBatchTicks);
+  EXPECT_TRUE(net.loader.isSilent());
+  net.looper->removeHandler(8);
+}
+
 TEST_F(Subscriptions, WithoutSubscribersNothingIsGathered) {
   table.notifyChange(3);
   table.cmdSubscribe(subscriber({9}));
   after(kBatchTicks);
   EXPECT_EQ(table.batches, 0);
+  EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST_F(Subscriptions, ARecordWithoutAPathIsKeptAndNobodyIsTold) {
+  message m;
+  m.insert(SYS_CMD, CMD_SUBSCRIBE);
+  table.cmdSubscribe(m);
+  ASSERT_EQ(table.getSubscriptions().size(), 1u);
+  EXPECT_EQ(table.getSubscriptions()[0], message());
+  table.notifyChange(3, Ids{9});
+  after(kBatchTicks);
+  EXPECT_EQ(table.batches, 1);
   EXPECT_TRUE(net.loader.isSilent());
 }
 

@@ -11,6 +11,7 @@
 namespace kl {
 namespace {
 
+using test::flat;
 using test::Ids;
 using test::requestTo;
 
@@ -22,12 +23,6 @@ class Service : public Handler {
   std::vector<message> sent;
   int batches = 0;
 };
-
-message::flat_message flat(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
 
 message userRequest(unsigned int command) {
   message m = requestTo({24, 0}, command);
@@ -107,6 +102,35 @@ TEST(PersistentSubscriptions, AHandlerWithoutSubscriptionsAddsNothingAndSendsNot
   service.savePermData(data);
   EXPECT_EQ(data, message());
   EXPECT_EQ(service.batches, 0);
+}
+
+TEST(PersistentSubscriptions, WhatIsGatheredIsSentBeforeTheyAreSaved) {
+  class Gathering : public Service {
+    message getObject(unsigned int id) override {
+      message object;
+      object.insert(STD_ID, id);
+      return object;
+    }
+  };
+  test::Connected net;
+  Gathering table;
+  std::vector<message> records;
+  for (const unsigned int id : {10u, 9u}) {
+    message& record = records.emplace_back();
+    record.insert(SYS_FROM, {id});
+    record.insert(SYS_NOTIFYCMD, CMD_NOTIFY);
+    table.cmdSubscribe(record);
+  }
+  table.notifyChange(3);
+  message data;
+  table.savePermData(data);
+  ASSERT_EQ(table.sent.size(), 1u);
+  EXPECT_EQ(table.sent[0].get(SYS_CMD, 0), CMD_NOTIFY);
+  EXPECT_EQ(table.batches, 1);
+  message expected;
+  expected.insert(field<std::vector<message::flat_message>>(0xa8000001),
+                  {flat(records[0]), flat(records[1])});
+  EXPECT_EQ(data, expected);
 }
 
 TEST(PersistentSubscriptions, TheyComeBackInOrderBehindThoseThatAreThere) {

@@ -1,5 +1,7 @@
 #pragma once
-// allocation_count.h: how often the heap was asked in between.
+// allocation_count.h: how often the heap was asked in between, and what happens meanwhile.
+
+#include <functional>
 
 namespace kl::test {
 
@@ -11,6 +13,18 @@ class AllocationCount {
 
  private:
   unsigned long before_;
+};
+
+// Does something once, in the midst of this thread's next allocation by operator new.
+class AtNextAllocation {
+ public:
+  explicit AtNextAllocation(std::function<void()> what);
+  ~AtNextAllocation();
+  AtNextAllocation(const AtNextAllocation&) = delete;
+  AtNextAllocation& operator=(const AtNextAllocation&) = delete;
+
+ private:
+  std::function<void()> what_;
 };
 
 }  // namespace kl::test

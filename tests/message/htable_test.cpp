@@ -178,5 +178,17 @@ TEST_F(Htable, LongRunsOfALargeTableWrapAroundAndTakeErasedSlotsFirst) {
     EXPECT_EQ(table.capacity(), capacity);
   }
 }
+// Of 45,056 slots 704 words of 64: the bits that say which words are full have no bit to spare behind the last.
+TEST_F(Htable, ARunThatFillsTheLastOfManyWordsGoesOnAtTheBeginning) {
+  const unsigned int capacity = 11 * 4096;
+  unsigned int next = 0;
+  for (; table.capacity() < capacity; ++next) ref(next);
+  for (unsigned int slot = capacity - 64; slot < capacity; ++slot) ref(slot);
+  const unsigned int wrapped = 2 * capacity - 1;
+  ref(wrapped) = 7;
+  EXPECT_EQ(table.key(next), wrapped);
+  EXPECT_EQ(*table.get(wrapped), 7u);
+  EXPECT_EQ(table.capacity(), capacity);
+}
 
 }  // namespace

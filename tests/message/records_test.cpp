@@ -124,6 +124,7 @@ TEST(Records, AValueOfAnotherKindIsNeutral) {
   EXPECT_EQ(r[0].u64(), 0u);
   EXPECT_FALSE(r[0].boolean());
   EXPECT_EQ(r[0].u32At(0), 0u);
+  EXPECT_EQ(recordsOf(bytes("4d32 05000009 07"))[0].u32At(0), 0u);
   EXPECT_EQ(r[1].u32(), 0u);
   EXPECT_EQ(r[1].text(), "");
   EXPECT_EQ(Record().u32(), 0u);

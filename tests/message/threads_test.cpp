@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "kl/message.h"
+#include "message/rep.h"
+#include "tests/message/allocation_count.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -296,6 +298,18 @@ TEST(Threads, CopiesOfOneMessageAreReadChangedAndDestroyedAtOnce) {
   EXPECT_EQ(right, 1200u);
 }
 
+// They come and go so quickly that a count which is not changed in one step loses some.
+TEST(Threads, EachOfManyCopiesIsCountedOnce) {
+  const message shared = built();
+  std::vector<std::thread> threads;
+  for (unsigned int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&shared] {
+      for (unsigned int i = 0; i < 200000; ++i) const message copy(shared);
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(kl::RepAccess::read(shared).refs.load(), 1);
+}
+
 TEST(Threads, TheFirstToAskForAReferencePublishesTheObject) {
   for (int round = 0; round < 200; ++round) {
     message origin;
@@ -307,6 +321,20 @@ TEST(Threads, TheFirstToAskForAReferencePublishesTheObject) {
     other.join();
     EXPECT_EQ(seen[0], seen[1]);
   }
+}
+
+// The second begins while the first one makes its object, and is done with its own before that.
+TEST(Threads, OfTwoThatMakeTheObjectBothGetTheOneThatWasPublishedFirst) {
+  const message one = built();
+  const message other(one);
+  const std::string* published = nullptr;
+  {
+    const kl::test::AtNextAllocation meanwhile([&] { published = other.get_string_ref(kText); });
+    EXPECT_EQ(one.get_string_ref(kText), published);
+  }
+  ASSERT_NE(published, nullptr);
+  EXPECT_EQ(*published, textOf(0));
+  EXPECT_EQ(other.get_string_ref(kText), published);
 }
 
 TEST(Threads, AMessageMayEndInAnotherThreadThanItBegan) {
@@ -326,6 +354,22 @@ TEST(Threads, OneObjectMayBeReadByManyWhileNobodyChangesIt) {
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(right, kThreads);
+}
+
+TEST(Threads, WhatIsChangedThroughAReferenceIsNotInTheCopiesOfOthers) {
+  message mine = built();
+  std::string* const text = mine.get_string_ref(kText);
+  std::atomic<unsigned int> right{0};
+  std::vector<std::thread> threads;
+  for (unsigned int t = 0; t < kThreads; ++t)
+    threads.emplace_back([copy = mine, &right] {
+      for (unsigned int i = 0; i < 100; ++i)
+        if (holdsValues(copy, 0)) ++right;
+    });
+  for (unsigned int i = 1; i <= 100; ++i) *text = textOf(i);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, kThreads * 100);
+  EXPECT_EQ(mine.get_string(kText, ""), textOf(100));
 }
 
 TEST(Threads, AReferenceLivesWhileItsMessageDoesWhateverBecomesOfCopies) {
@@ -354,6 +398,7 @@ std::string dumped(const message& m) {
 }
 
 TEST(Threads, OfTwoDumpsOnDumpersOneMayLackNestedFields) {
+  constexpr unsigned int kDumps = 3000;
   message shared;
   shared.insert_u32(kNumber, 7);
   shared.insert_message(kNested, nestedOf(7));
@@ -363,13 +408,13 @@ TEST(Threads, OfTwoDumpsOnDumpersOneMayLackNestedFields) {
   std::vector<std::thread> threads;
   for (unsigned int t = 0; t < kThreads; ++t)
     threads.emplace_back([copy = shared, &whole, &right] {
-      for (unsigned int i = 0; i < 100; ++i) {
+      for (unsigned int i = 0; i < kDumps; ++i) {
         const std::string text = dumped(copy);
         if (text == whole || text.find("--- no room for a message of ") != std::string::npos) ++right;
       }
     });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(right, kThreads * 100);
+  EXPECT_EQ(right, kThreads * kDumps);
   EXPECT_EQ(dumped(shared), whole);
 }
 

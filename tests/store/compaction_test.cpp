@@ -120,5 +120,17 @@ TEST_F(StoreCompaction, ADataFileThatIsTooShortEmptiesTheStore) {
   EXPECT_EQ(idx() + dat(), "");
   EXPECT_FALSE(exists(path + ".dat.new"));
 }
+TEST_F(StoreCompaction, AnIndexThatHasNoPlacesEmptiesTheStore) {
+  Store store(path, 3);
+  store.set(1, number(1));
+  store.closeIdx();
+  std::filesystem::remove(path + ".idx");
+  ASSERT_EQ(::mkfifo((path + ".idx").c_str(), 0600), 0);
+  EXPECT_EQ(linesOf([&] { store.compact(false); }), "STORE: compact: could not seek to start in index\n");
+  EXPECT_TRUE(store.entries().empty());
+  EXPECT_TRUE(std::filesystem::is_regular_file(path + ".idx"));
+  EXPECT_EQ(idx() + dat(), "");
+  EXPECT_FALSE(exists(path + ".idx.new"));
+}
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 
+#include <cstdint>
+#include <string>
+
 #include "store/descriptor.h"
 #include "tests/store/store_files.h"
 #include "tests/support/hex.h"
@@ -79,6 +82,52 @@ TEST_F(StoreIntent, ARecordWithAWrongByteIsNone) {
     EXPECT_FALSE(intent.read(record.data(), record.size()));
     byte = static_cast<unsigned char>(byte ^ 1);
   }
+}
+
+// The checksum, by its description in words.
+std::uint32_t checksumOf(Bytes body) {
+  const std::uint64_t length = body.size();
+  body.resize((length + 7) / 8 * 8);
+  std::uint64_t sums[5] = {};
+  const auto take = [](std::uint64_t& sum, std::uint64_t number) {
+    sum = (sum ^ number) * 0x9e3779b97f4a7c15;
+    sum ^= sum >> 32;
+  };
+  for (std::size_t at = 0; at < body.size(); at += 8) {
+    std::uint64_t number = 0;
+    for (std::size_t i = 8; i > 0; --i) number = number << 8 | body[at + i - 1];
+    take(sums[at / 8 % 4], number);
+  }
+  for (std::size_t i = 0; i < 4; ++i) take(sums[4], sums[i]);
+  take(sums[4], length);
+  return static_cast<std::uint32_t>(sums[4]);
+}
+
+// A whole intent with these steps.
+Bytes intentOf(const std::string& steps) {
+  Bytes body = bytes("1100000000000000 2200000000000000 1800000000000000 1500000000000000 " + steps);
+  const std::uint32_t numbers[] = {0x4e494c4b, static_cast<std::uint32_t>(12 + body.size()),
+                                   checksumOf(body)};
+  Bytes record;
+  for (const std::uint32_t number : numbers)
+    for (unsigned int i = 0; i < 4; ++i) record.push_back(static_cast<unsigned char>(number >> 8 * i));
+  record.insert(record.end(), body.begin(), body.end());
+  return record;
+}
+
+TEST_F(StoreIntent, AWholeRecordWithStepsThatAreNoneIsNoIntent) {
+  const auto isIntent = [](const std::string& steps) {
+    const Bytes record = intentOf(steps);
+    return IntentReader().read(record.data(), record.size());
+  };
+  EXPECT_TRUE(isIntent(""));
+  EXPECT_TRUE(isIntent("02000000 2000000000000000 00000000"));
+  EXPECT_TRUE(isIntent("01000000 1500000000000000 04000000 0400 4d32"));
+  EXPECT_FALSE(isIntent("01000000 1500000000000000 05000000 0400 4d32"));  // a byte is missing
+  EXPECT_FALSE(isIntent("01000000 1500000000000000 03000000 0400 4d32"));  // one is left
+  EXPECT_FALSE(isIntent("01000000 1500000000000000 ffffffff 0400 4d32"));
+  EXPECT_FALSE(isIntent("04000000 1500000000000000 00000000"));  // nothing that could be done
+  EXPECT_FALSE(isIntent("02000000 2000000000000000 000000"));
 }
 
 TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {

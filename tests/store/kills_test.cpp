@@ -3,6 +3,7 @@
 
 #include <sys/mman.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -128,22 +129,30 @@ class KilledWriter : public kl::test::StoreFiles {
   }
 
   // False if the writer came to its end.
-  bool killOnce(const Steps& steps, unsigned int n, When when) {
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directory(folder);
-    prepare();
-    *progress = {};
+  virtual bool killOnce(const Steps& steps, unsigned int n, When when) {
+    begin();
     const auto result = kl::test::runInChild([&] {
       ChangingCalls calls;
       calls.endAt(n, when);
       Store store(path, kLifetime, durability);
-      for (const Step& step : steps) {
-        ++progress->begun;
-        step.onStore(store);
-        ++progress->done;
-      }
+      carryOut(steps, store);
     });
     return result.exitStatus == ChangingCalls::kEndStatus;
+  }
+
+  void begin() {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    prepare();
+    *progress = {};
+  }
+
+  void carryOut(const Steps& steps, Store& store) {
+    for (const Step& step : steps) {
+      ++progress->begun;
+      step.onStore(store);
+      ++progress->done;
+    }
   }
 
   bool killAnOpener(unsigned int m, When when) {
@@ -219,6 +228,34 @@ Steps everything() {
           compaction(),
           touch(7, 40),
           set(6, filled(80, 10))};
+}
+
+// The slot of an entry that there was no room for is written before the next change, as a free one.
+class StoreLateSlotKills : public KilledWriter {
+ protected:
+  bool killOnce(const Steps& steps, unsigned int n, When when) override {
+    begin();
+    const auto result = kl::test::runInChild([&] {
+      Store store(path, kLifetime, durability);
+      {
+        ChangingCalls fullDisk;
+        fullDisk.failEveryWrite(1, ENOSPC);
+        store.set(50, filled(200));
+      }
+      ChangingCalls calls;
+      calls.endAt(n, when);
+      carryOut(steps, store);
+    });
+    return result.exitStatus == ChangingCalls::kEndStatus;
+  }
+};
+
+TEST_F(StoreLateSlotKills, WhereverAWriterIsKilledTheSlotIsThereWholeOrNotAtAll) {
+  for (const auto each : {Store::Durability::kFlushed, Store::Durability::kPowerLoss}) {
+    durability = each;
+    killEverywhere({touch(7, 9), set(3, filled(400, 3)), set(51, filled(150, 4))});
+  }
+  EXPECT_GT(events, 40U);
 }
 
 // One moment of each call a test.

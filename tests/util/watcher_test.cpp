@@ -127,6 +127,42 @@ TEST_F(WatcherTest, TellsTheTableAndThenTheChanges) {
   EXPECT_EQ(watcher->take(), "+2 +4 -1");
 }
 
+TEST_F(WatcherTest, OneThatOverridesNothingFollowsTheTableAllTheSame) {
+  Watcher plain;
+  net.looper->addHandler(8, &plain);
+  plain.watch({32});
+  receiveBeginning();
+  answer(chunk({1, 2}));
+  EXPECT_TRUE(plain.isComplete());
+  message change = notification({object(3), dead(1)});
+  change.insert(SYS_TO, {8});
+  deliver(change);
+  EXPECT_TRUE(plain.isComplete());
+  message gone = disconnected({32});
+  gone.insert(SYS_TO, {8});
+  deliver(gone);
+  EXPECT_FALSE(plain.isComplete());
+  net.looper->removeHandler(8);
+}
+
+TEST_F(WatcherTest, ANotificationWithoutObjectsTellsNothing) {
+  begin({1});
+  watcher->take();
+  message empty = notification({});
+  empty.remove(STD_OBJS);
+  deliver(empty);
+  EXPECT_EQ(watcher->take(), "");
+  EXPECT_TRUE(watcher->isComplete());
+}
+
+TEST_F(WatcherTest, WatchingNoPathIsWatchingNothing) {
+  watcher->watch({});
+  EXPECT_TRUE(net.loader.isSilent());
+  EXPECT_FALSE(watcher->isComplete());
+  deliver(notification({object(1)}));
+  EXPECT_EQ(watcher->take(), "");
+}
+
 TEST_F(WatcherTest, ARemovalOfWhatWasNotToldIsNotTold) {
   begin({1});
   watcher->take();
