@@ -18,6 +18,14 @@ if(KL_SANITIZE)
   target_compile_options(kl_build_flags INTERFACE -fno-sanitize=vptr)
 endif()
 
+# What counts which lines run: the library, and the tests that see its internals, since an inline function runs as the
+# linker meets it first.
+set(kl_coverage_flags)
+if(KL_COVERAGE)
+  set(kl_coverage_flags --coverage -fprofile-update=atomic -fprofile-abs-path)
+  target_link_options(kl_build_flags INTERFACE --coverage)
+endif()
+
 configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_DIR}/generated/fixed_paths.h" @ONLY)
 
 # kl_component(NAME SOURCE...): one folder of the library.  Its sources see the public headers, the
@@ -29,7 +37,7 @@ function(kl_component name)
     "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
   # Nobody replaces one function of the library by another of its name, so its own calls may be direct and inlined.
   # It throws nothing, so it carries no code to clean up after an exception.
-  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition -fno-exceptions)
+  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition -fno-exceptions ${kl_coverage_flags})
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
