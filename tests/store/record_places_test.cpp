@@ -36,13 +36,13 @@ class StoreRecordPlacesSteps : public testing::TestWithParam<unsigned int> {};
 
 // Of few ids, so that they come and go and lie behind each other's homes.
 TEST_P(StoreRecordPlacesSteps, AgreeWithAMap) {
-  constexpr unsigned int kIds = 400;
+  constexpr unsigned int kFewIds = 400;
   std::map<unsigned int, unsigned int> model;
   RecordPlaces places;
   std::mt19937 random(GetParam());
   const unsigned int stride = GetParam() % 2 == 0 ? 1 : 0x01000193;
   for (unsigned int step = 0; step < 20000; ++step) {
-    const unsigned int id = static_cast<unsigned int>(random() % kIds) * stride;
+    const unsigned int id = static_cast<unsigned int>(random() % kFewIds) * stride;
     if (random() % 2 == 0) {
       model[id] = step;
       places.put({id, step, 1});
@@ -51,7 +51,7 @@ TEST_P(StoreRecordPlacesSteps, AgreeWithAMap) {
       places.erase(id);
     }
     if (step % 100 != 0) continue;
-    for (unsigned int i = 0; i < kIds; ++i) {
+    for (unsigned int i = 0; i < kFewIds; ++i) {
       const auto known = model.find(i * stride);
       const auto* found = places.find(i * stride);
       ASSERT_EQ(found != nullptr, known != model.end()) << "step " << step << ", seed " << GetParam();
