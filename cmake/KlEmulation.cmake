@@ -26,3 +26,17 @@ function(kl_emulate_programs folder)
     kl_emulate_programs("${below}")
   endforeach()
 endfunction()
+
+# kl_mend_emulated_netlink(TARGET...): for programs that read the kernel's messages about interfaces.
+# tests/support/emulated_netlink.cpp says what the emulator leaves undone.
+function(kl_mend_emulated_netlink)
+  if(NOT CMAKE_CROSSCOMPILING_EMULATOR OR NOT CMAKE_CXX_BYTE_ORDER STREQUAL "BIG_ENDIAN")
+    return()
+  endif()
+  foreach(target IN LISTS ARGN)
+    if(TARGET ${target})
+      target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/emulated_netlink.cpp")
+      target_link_options(${target} PRIVATE -Wl,--wrap=recv,--wrap=recvfrom)
+    endif()
+  endforeach()
+endfunction()

@@ -83,9 +83,9 @@ bool LogClient::isDisconnected() {
   return false;
 }
 
-System::System(const std::string& logConfiguration) {
+System::System(const std::string& logConfiguration, const std::string& loaderSettings) {
   std::ofstream("/kelo/kl-logd.toml") << logConfiguration;
-  loader_ = std::make_unique<kl::test::LoaderProcess>(loaderConfiguration());
+  loader_ = std::make_unique<kl::test::LoaderProcess>(loaderSettings + loaderConfiguration());
   EXPECT_TRUE(peer_.connect());
   EXPECT_NE(peer_.registerAs(0), 0u);
   EXPECT_GT(logService(), 0);

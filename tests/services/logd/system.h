@@ -37,7 +37,7 @@ class LogClient {
 // The loader runs the log service with a configuration of the test's; what it is asked, a service of the test's asks.
 class System {
  public:
-  explicit System(const std::string& logConfiguration);
+  explicit System(const std::string& logConfiguration, const std::string& loaderSettings = "");
 
   // The process of the log service; waits until it runs.  `otherThan` is one that has ended.
   pid_t logService(pid_t otherThan = 0);
