@@ -9,6 +9,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} "${KL_CROSS_LIBRARIES}/lib/pkgconfig")
+# A variable and not an entry of the cache: once the library is there, the client is built.
 if(NOT EXISTS "${KL_CROSS_LIBRARIES}/lib/libsmartcols.a")
-  set(KL_BUILD_CLIENT OFF CACHE BOOL "" FORCE)
+  set(KL_BUILD_CLIENT OFF)
 endif()

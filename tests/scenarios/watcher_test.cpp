@@ -1,4 +1,4 @@
-// A watcher and a service that crashes a hundred times.
+// A watcher and a service that crashes a hundred times (in an emulator twenty).
 
 #include "kl/watcher.h"
 
@@ -6,13 +6,14 @@
 
 #include "kl/reget.h"
 #include "tests/scenarios/fixture.h"
+#include "tests/support/effort.h"
 
 namespace scenarios {
 namespace {
 
 constexpr unsigned int kNumber = 9;
 constexpr unsigned int kMarker = 4000000;
-constexpr int kCrashes = 100;
+constexpr int kCrashes = kl::test::repeated(100);
 
 using Copy = std::map<unsigned int, std::vector<unsigned char>>;
 

@@ -22,6 +22,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/services/logd/system.h"
+#include "tests/support/effort.h"
 
 namespace logd::test {
 namespace {
@@ -167,7 +168,7 @@ bool everythingIsTaken(System& system) {
 }
 
 TEST(LogLoad, AHundredThousandLinesFromTwentyProcessesArriveWholeAndInOrder) {
-  constexpr unsigned int kLines = 5000;
+  constexpr unsigned int kLines = kl::test::repeated(5000);
   System system(configuration());
   Writers writers(kLines, 100, 0);
   ASSERT_TRUE(writers.end());
