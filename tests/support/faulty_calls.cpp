@@ -328,6 +328,14 @@ int fstat64(int fd, struct stat64* status) noexcept {
   return mustFail("fstat") ? -1 : next(fd, status);
 }
 
+#if __SIZEOF_POINTER__ == 4
+// What fstat() is called where times have 64 bits on a 32-bit processor, as the log service's have.
+int __fstat64_time64(int fd, void* status) noexcept {
+  static auto* const next = realCall<int(int, void*)>("__fstat64_time64");
+  return mustFail("fstat") ? -1 : next(fd, status);
+}
+#endif
+
 ssize_t readlink(const char* path, char* to, size_t size) noexcept {
   static auto* const next = realCall<ssize_t(const char*, char*, size_t)>("readlink");
   return mustFail("readlink") ? -1 : next(path, to, size);
