@@ -4,7 +4,11 @@
 //
 // Killed before the record is whole, the change did not happen; killed after that, the next one to take the lock
 // or to open the store makes it happen.
-// Held by StoreKills.WhereverAWriterIsKilledOnlyTheEntryInFlightMayBeOldOrNew.
+//
+// On a full disk there may be no room for the record.  A change that makes the files longer then makes the lock file
+// longer, which takes no room: it says how many slots there were, and those behind them are cut off if the change was not
+// completed.  A change of bytes that are there goes on without.
+// Held by StoreKillsOnFullDisk.CostsNothingButWhatFailedAndTheEntryInFlight.
 
 #include "store/change.h"
 
@@ -13,6 +17,12 @@
 #include <utility>
 
 namespace kl {
+namespace {
+
+constexpr std::size_t kSectorBytes = 512;
+constexpr std::size_t kIdBytes = 4;
+
+}  // namespace
 
 Store::Change::Change(Store& store) : store_(store) {
   Internals& internals = *store.internals_;
@@ -45,6 +55,7 @@ void Store::Change::willFreeSlot(unsigned int id, const Entry& entry) {
 void Store::Change::willAppend(const Entry& entry) {
   const FileLengths before{static_cast<unsigned long long>(entry.slot) * kSlotRecordBytes, entry.offset};
   if (!intent_) return;
+  before_ = before;
   intent_->cutBackTo(before);
   keepDurableLengths(before);
 }
@@ -57,7 +68,29 @@ void Store::Change::announce() {
   if (!intent_) return;
   const FileLock& lock = store_.internals_->lock;
   isAnnounced_ = true;
-  if (!intent_->write(lock.fd(), lock.durableBytes())) withdraw();
+  isWhole_ = intent_->write(lock.fd(), lock.durableBytes());
+  if (!isWhole_) markEnd();
+}
+
+void Store::Change::prepareSlot(unsigned int id, const Entry& entry, Bytes record) {
+  if (!intent_ || isWhole_ || store_.internals_->isUnwritten(entry.slot)) return;
+  const SlotBytes slot = encodeSlot({id, entry.size, entry.lifetime});
+  const off_t place = static_cast<off_t>(entry.slot) * static_cast<off_t>(kSlotRecordBytes);
+  const auto offset = static_cast<off_t>(entry.offset);
+  if (hasWritten(writeAt(store_.dataFd_, record, offset), record.size) &&
+      hasWritten(writeAt(store_.idxFd_, {slot.data(), slot.size()}, place), slot.size()))
+    return;
+  if (!before_) return;
+  (void)::ftruncate(store_.idxFd_, place);
+  (void)::ftruncate(store_.dataFd_, offset);
+}
+
+// Where the id lies in one sector and the size in the next, the second may be all that is on disk when power goes: a slot
+// of entry 0, as long as the data file says.  The data file cannot say so yet.
+// Held by StorePowerLoss.CostsAtMostWhatWasChangedSinceTheLastFlush.
+void Store::Change::keepSlotWhole(const Entry& entry) {
+  const bool isSplit = (entry.slot * kSlotRecordBytes + kIdBytes) % kSectorBytes == 0;
+  if (isSplit && store_.internals_->durability == Durability::kPowerLoss) (void)::fsync(store_.idxFd_);
 }
 
 void Store::Change::freeSlot(Entry& entry) {
@@ -81,6 +114,12 @@ void Store::Change::withdraw() {
     store_.internals_->lock.dropRecords(store_.internals_->lock.durableBytes());
 }
 
+void Store::Change::markEnd() {
+  FileLock& lock = store_.internals_->lock;
+  lock.dropRecords(lock.durableBytes());
+  if (before_) (void)::ftruncate(lock.fd(), static_cast<off_t>(lock.durableBytes() + endMarkBytes(*before_)));
+}
+
 // The slots that the index file took no record of: now, before anything is written behind them.
 void Store::Change::writeMissingSlots() {
   std::vector<Entry>& slots = store_.internals_->unwrittenSlots;
@@ -90,6 +129,7 @@ void Store::Change::writeMissingSlots() {
     Intent intent(store_.internals_->ids);
     const FileLengths before{static_cast<unsigned long long>(first.slot) * kSlotRecordBytes, first.offset};
     intent.cutBackTo(before);
+    before_ = before;
     if (store_.internals_->lock.isHeld()) keepDurableLengths(before);
     for (const Entry& slot : slots) intent.writeSlot(slot.slot, {kFreeId, slot.size, slot.lifetime});
     intent.extendData(store_.dataSize_);
@@ -99,6 +139,7 @@ void Store::Change::writeMissingSlots() {
   if (extendFiles(slots)) slots.clear();
   withdraw();
   intent_.reset();
+  before_.reset();
 }
 
 bool Store::Change::extendFiles(const std::vector<Entry>& slots) {
@@ -109,19 +150,24 @@ bool Store::Change::extendFiles(const std::vector<Entry>& slots) {
   }
   const off_t end = static_cast<off_t>(slots.front().slot) * static_cast<off_t>(kSlotRecordBytes);
   if (hasWritten(writeAt(store_.idxFd_, {records.data(), records.size()}, end), records.size()) &&
+      (store_.internals_->durability != Durability::kPowerLoss || ::fsync(store_.idxFd_) == 0) &&
       ::ftruncate(store_.dataFd_, static_cast<off_t>(store_.dataSize_)) == 0)
     return true;
   (void)::ftruncate(store_.idxFd_, end);
   return false;
 }
 
-// With the first append after a flush, the lengths that the flush made durable.
+// With the first append after a flush, the lengths that the flush made durable.  If there was no room for them then, the
+// files are synced before the next append tries again.
 void Store::Change::keepDurableLengths(const FileLengths& lengths) {
   Internals& internals = *store_.internals_;
   if (internals.durability != Durability::kPowerLoss || internals.lock.durableBytes() > 0) return;
+  if (!std::exchange(internals.areLengthsDurable, false)) Internals::sync(store_);
   const DurableBytes record = encodeDurable(internals.ids, lengths);
-  if (!hasWritten(writeAt(internals.lock.fd(), {record.data(), record.size()}, 0), record.size())) return;
+  if (!hasWritten(writeAt(internals.lock.fd(), {record.data(), record.size()}, 0), record.size()))
+    return internals.lock.dropRecords(0);
   internals.lock.setDurableBytes(record.size());
+  internals.areLengthsDurable = true;
   (void)::fsync(internals.lock.fd());
 }
 

@@ -32,6 +32,12 @@ class __attribute__((visibility("hidden"))) Store::Change {
   void willWriteRecord(unsigned int offset, Bytes record);
 
   void announce();
+  // Where the lock file has no room for an announcement: the record and then its index record are written before the
+  // old slot is freed, without a word.  The entry is never missing then, if it may be there twice.
+  void prepareSlot(unsigned int id, const Entry& entry, Bytes record);
+
+  // With durable lengths: a new slot's id and its size come to disk together, before its record does.
+  void keepSlotWhole(const Entry& entry);
 
   // Frees the slot in the index; what the file does not take is tried again with the next change.
   void freeSlot(Entry& entry);
@@ -43,12 +49,15 @@ class __attribute__((visibility("hidden"))) Store::Change {
   void withdraw();
   void writeMissingSlots();
   bool extendFiles(const std::vector<Entry>& slots);
+  void markEnd();
   void keepDurableLengths(const FileLengths& lengths);
 
   Store& store_;
   std::optional<LockHold> hold_;
   std::optional<Intent> intent_;
-  bool isAnnounced_ = false;
+  std::optional<FileLengths> before_;  // of a change that makes the files longer
+  bool isWhole_ = false;               // the announcement
+  bool isAnnounced_ = false;           // the lock file holds something
 };
 
 }  // namespace kl

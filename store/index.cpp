@@ -27,7 +27,7 @@ namespace {
 bool isAtRest(const std::string& path) {
   struct stat file;
   return (::stat((path + ".lock").c_str(), &file) != 0 || file.st_size == 0) &&
-         ::stat((path + ".dat.new").c_str(), &file) != 0;
+         ::stat((path + ".dat.new").c_str(), &file) != 0 && ::stat((path + ".idx.new").c_str(), &file) != 0;
 }
 
 }  // namespace
@@ -38,8 +38,9 @@ bool Store::readIndex(bool convert) {
   if (!wasOpen) closeIdx();  // it may have been replaced
   const LockHold hold(internals_->lock);
   if (!convert && internals_->lock.isHeld()) {
-    recoverLengths(path_, internals_->lock.fd());
+    const bool areOldFiles = recoverLengths(path_, internals_->lock.fd());
     internals_->lock.setDurableBytes(0);
+    if (!areOldFiles) NewFiles::finishRenames(path_);
     NewFiles::removeLeftOvers(path_);
   }
   return loadIndex(convert);
@@ -64,15 +65,19 @@ bool Store::loadIndex(bool convert) {
   return false;
 }
 
+// Lengths that are noted in the lock file count for the old files, until the new ones have their names for good.
 void Store::restart() {
   const LockBracket bracket(internals_->lock);
+  const bool isSynced = internals_->durability == Durability::kPowerLoss;
   closeIdx();
   closeData();
   cleanup();
-  if (internals_->lock.isHeld()) internals_->lock.dropRecords(0);
   if (!createEmpty(".dat")) reportStore("STORE: restart open .dat failed");
   else if (!createEmpty(".idx")) reportStore("STORE: restart open .idx failed");
-  if (internals_->durability == Durability::kPowerLoss) NewFiles::syncFolder(path_);
+  if (isSynced) NewFiles::syncFolder(path_);
+  if (!internals_->lock.isHeld()) return;
+  internals_->lock.dropRecords(0);
+  if (isSynced) (void)::fsync(internals_->lock.fd());
 }
 
 void Store::deleteFiles() {

@@ -217,6 +217,12 @@ bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
   return true;
 }
 
+long long decodeEndMark(const unsigned char* bytes, std::size_t size) {
+  const bool isMark =
+      size > 0 && std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
+  return isMark ? static_cast<long long>(size) - 1 : -1;
+}
+
 CommitBytes encodeCommit(const FileIds& fresh) {
   CommitBytes bytes;
   putLong(&bytes[kHeaderBytes], fresh.idx);

@@ -84,6 +84,12 @@ class IntentReader {
   std::vector<Item> items_;
 };
 
+// Where there is no room for a record, the bare length of the lock file, all of it zeros, says how many slots there were
+// before a change that adds some.  So many bytes:
+constexpr std::size_t endMarkBytes(const FileLengths& before) { return before.idx / kSlotRecordBytes + 1; }
+// The number of slots; -1 if the bytes are no such mark.
+long long decodeEndMark(const unsigned char* bytes, std::size_t size);
+
 // The record of a compaction that is complete: both new files are whole and about to take the old ones' places.
 using CommitBytes = std::array<unsigned char, 28>;
 CommitBytes encodeCommit(const FileIds& fresh);

@@ -28,6 +28,9 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   static int heldData(const Store& store);
   void dropHeldData();
 
+  // Makes the files that are open durable.
+  static void sync(const Store& store);
+
   // Loads the index without the lock and without a word.  False if anything is amiss.
   static bool looksWhole(Store& store);
   // The slots that were loaded fill a data file of that length.
@@ -53,6 +56,7 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   int heldDataFd = -1;            // of the data file, until it is used
   Runner* timerRunner = nullptr;  // that the two timers belong to; only compared
   unsigned int changes = 0;       // that are under way
+  bool areLengthsDurable = true;  // with Durability::kPowerLoss: those that the files had at the last flush
   bool isOlderLayout = false;     // the files are, though their index has been read
   bool exceedsFile = false;       // the index has slots beyond what any data file holds
   bool isFlushWanted = false;     // at the end of the change, in a process without a Runner

@@ -34,15 +34,19 @@ void Store::flush() {
 void Store::doFlush() {
   flushTimer_ = TimerPtr();
   if (internals_->durability == Durability::kPowerLoss) return flushUnderLock();
-  (void)::fsync(idxFd_);
-  (void)::fsync(dataFd_);
+  Internals::sync(*this);
+}
+
+void Store::Internals::sync(const Store& store) {
+  (void)::fsync(store.idxFd_);
+  (void)::fsync(heldData(store));
 }
 
 // The durable record goes when the files' lengths are durable themselves, before anybody appends again.
 void Store::flushUnderLock() {
   const LockHold hold(internals_->lock);
-  (void)::fsync(idxFd_);
-  (void)::fsync(dataFd_);
+  Internals::sync(*this);
+  internals_->areLengthsDurable = true;
   if (!internals_->lock.isHeld()) return;
   internals_->lock.dropRecords(0);
   (void)::fsync(internals_->lock.fd());

@@ -1,7 +1,8 @@
 // The pair of files that a compaction writes beside the old ones.
 //
 // Both are synced, then a record in the lock file says that they are whole, then they are renamed.  Without the record
-// the old pair counts, with it the new one.
+// the old pair counts, with it the new one.  If there is no room for it, a new index that is left alone tells the same: the
+// new data file is made before it, removed behind it, and renamed before it.
 
 #include "store/new_files.h"
 
@@ -14,6 +15,7 @@
 
 #include "store/descriptor.h"
 #include "store/file_io.h"
+#include "store/recovery.h"
 #include "store/report.h"
 
 namespace kl {
@@ -46,6 +48,7 @@ bool NewFiles::create() {
 bool NewFiles::commit(FileLock& lock, bool isSynced) {
   (void)::fsync(idxFd_);
   (void)::fsync(dataFd_);
+  if (isSynced) syncFolder(path_);  // the new names, before anything relies on them
   if (lock.isHeld()) {
     const CommitBytes record = encodeCommit({inodeOf(idxFd_), inodeOf(dataFd_)});
     (void)writeAt(lock.fd(), {record.data(), record.size()}, static_cast<off_t>(lock.durableBytes()));
@@ -66,7 +69,14 @@ void NewFiles::finishCommit(const std::string& basePath, const FileIds& ids) {
   syncFolder(basePath);
 }
 
-// The data file last: it is the one that an opener looks for.
+void NewFiles::finishRenames(const std::string& basePath) {
+  if (inodeOfPath(basePath + ".idx.new") == 0 || inodeOfPath(basePath + ".dat.new") != 0) return;
+  if (!filesAgree(basePath + ".idx.new", basePath + ".dat")) return;
+  (void)putInPlace(basePath, ".idx");
+  syncFolder(basePath);
+}
+
+// The data file last, so that a new index is never left alone.
 void NewFiles::removeLeftOvers(const std::string& basePath) {
   (void)::unlink((basePath + ".idx.new").c_str());
   (void)::unlink((basePath + ".dat.new").c_str());

@@ -25,6 +25,8 @@ class NewFiles {
 
   // Finishes a commit of these files.  Needs: the lock.
   static void finishCommit(const std::string& basePath, const FileIds& ids);
+  // The same for a compaction that had no room to say that its files are whole: the names tell.  Needs: the lock.
+  static void finishRenames(const std::string& basePath);
   // Removes what a compaction that was killed before its commit left.  Needs: the lock.
   static void removeLeftOvers(const std::string& basePath);
   // Makes the files' names durable.

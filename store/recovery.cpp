@@ -4,6 +4,7 @@
 //     nothing                    nothing
 //     part of a record           it is dropped: the files were not touched yet
 //     a whole intent             its steps are carried out (again), then it is dropped
+//     zeros                      what is behind so many slots is cut off if it is not whole
 //     a whole commit             the new files that are still there take the old ones' places
 //     a durable record           stays, except when a store is opened: if the files disagree they are cut back
 //
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <set>
 #include <vector>
 
 #include "store/descriptor.h"
@@ -80,6 +82,26 @@ void redo(const IntentReader& intent, const std::string& basePath) {
     if (!carryOut(item, idx.fd(), data.fd())) return takeBack(intent, idx.fd(), data.fd());
 }
 
+// The slots behind the first `count` stay if the files agree and no entry is there twice.
+void cutBackToSlots(const std::string& basePath, unsigned long long count) {
+  const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
+  const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
+  std::set<unsigned int> ids;
+  unsigned long long slots = 0;
+  unsigned long long bytesBefore = 0;
+  bool isWhole = filesAgree(basePath + ".idx", basePath + ".dat");
+  IndexReader index(idx.fd());
+  for (const unsigned char* bytes = index.next(); bytes != nullptr; bytes = index.next(), ++slots) {
+    const SlotRecord record = decodeSlot(bytes, ByteOrder::kLittle);
+    if (slots < count) bytesBefore += record.size;
+    const bool isRepeated = !record.isFree() && !ids.insert(record.id).second;
+    if (isRepeated && slots >= count) isWhole = false;
+  }
+  if (isWhole || slots < count) return;
+  cutTo(idx.fd(), count * kSlotRecordBytes);
+  cutTo(data.fd(), bytesBefore);
+}
+
 }  // namespace
 
 std::size_t recoverChange(const std::string& basePath, int lockFd) {
@@ -94,33 +116,35 @@ std::size_t recoverChange(const std::string& basePath, int lockFd) {
   IntentReader intent;
   if (intent.read(rest, restBytes)) redo(intent, basePath);
   else if (decodeCommit(rest, restBytes, ids)) NewFiles::finishCommit(basePath, ids);
+  else if (const long long slots = decodeEndMark(rest, restBytes); slots >= 0)
+    cutBackToSlots(basePath, static_cast<unsigned long long>(slots));
   if (restBytes > 0 || durable == 0) (void)::ftruncate(lockFd, static_cast<off_t>(durable));
   return durable;
 }
 
-void recoverLengths(const std::string& basePath, int lockFd) {
+bool recoverLengths(const std::string& basePath, int lockFd) {
   const std::vector<unsigned char> content = contentOf(lockFd);
   FileIds ids;
   FileLengths lengths;
-  if (!decodeDurable(content.data(), content.size(), ids, lengths)) return;
-  {
-    const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
-    const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
-    if (idx && data && idsOf(idx.fd(), data.fd()) == ids && !filesAgree(basePath)) {
-      cutTo(idx.fd(), lengths.idx);
-      cutTo(data.fd(), lengths.data);
-    }
-    (void)::fsync(idx.fd());
-    (void)::fsync(data.fd());
+  if (!decodeDurable(content.data(), content.size(), ids, lengths)) return false;
+  const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
+  const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
+  const bool isOfThese = idx && data && idsOf(idx.fd(), data.fd()) == ids;
+  if (isOfThese && !filesAgree(basePath + ".idx", basePath + ".dat")) {
+    cutTo(idx.fd(), lengths.idx);
+    cutTo(data.fd(), lengths.data);
   }
+  (void)::fsync(idx.fd());
+  (void)::fsync(data.fd());
   (void)::ftruncate(lockFd, 0);
   (void)::fsync(lockFd);
+  return isOfThese;
 }
 
-bool filesAgree(const std::string& basePath) {
-  const Descriptor idx((basePath + ".idx").c_str(), O_RDONLY);
+bool filesAgree(const std::string& idxPath, const std::string& dataPath) {
+  const Descriptor idx(idxPath.c_str(), O_RDONLY);
   struct stat data;
-  if (!idx || ::stat((basePath + ".dat").c_str(), &data) != 0) return false;
+  if (!idx || ::stat(dataPath.c_str(), &data) != 0) return false;
   unsigned long long sum = 0;
   IndexReader index(idx.fd());
   while (const unsigned char* bytes = index.next()) {

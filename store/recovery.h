@@ -12,10 +12,10 @@ namespace kl {
 std::size_t recoverChange(const std::string& basePath, int lockFd);
 
 // Needs: the lock.  Cuts both files back to the lengths that a durable record names if they disagree with each
-// other, makes them durable, and empties the lock file.
-void recoverLengths(const std::string& basePath, int lockFd);
+// other, makes them durable, and empties the lock file.  False if no record was there, or one of other files.
+bool recoverLengths(const std::string& basePath, int lockFd);
 
 // Whether every slot of the index has a size, and all sizes add up to the length of the data file.
-bool filesAgree(const std::string& basePath);
+bool filesAgree(const std::string& idxPath, const std::string& dataPath);
 
 }  // namespace kl

@@ -43,6 +43,7 @@ Store::Store(const std::string& path, unsigned int lifetime, Durability durabili
     const LockHold hold(internals_->lock);
     if (!readIndex(false)) restart();
   }
+  if (durability == Durability::kPowerLoss) Internals::sync(*this);
   checkForBloat();
 }
 
@@ -153,9 +154,11 @@ bool Store::moveAndWrite(Entries::iterator at, bool isNew, const Record& record)
   change.willWriteSlot(id, entry);
   change.willWriteRecord(entry.offset, record.bytes());
   change.announce();
+  if (!isNew || !isAppended) change.prepareSlot(id, entry, record.bytes());
 
   if (!isNew) change.freeSlot(left);
   const bool isIndexed = writeIndexent(id, entry);
+  if (isAppended) change.keepSlotWhole(entry);
   if (isIndexed && Internals::writeRecord(*this, entry.offset, record.bytes(), {})) return true;
   if (isAppended) dropAppended(entry, isIndexed);
   else change.freeSlot(entry);
@@ -188,16 +191,15 @@ void Store::dropUnwritten(Entries::iterator at) {
   entries_.erase(at);
 }
 
-// Frees the last slot, which could not be filled.
+// Frees the last slot, which could not be filled.  The data file is as long as the index says all the same; where that
+// fails, the files have nothing of the slot until the next change.
 void Store::dropAppended(Entry& last, bool isIndexed) {
-  if (writeIndexent(kFreeId, last) || isIndexed) growDataOver(last);
-  else internals_->unwrittenSlots.push_back(last);
-}
-
-// The data file is as long as the index says although the last slot was never filled.
-void Store::growDataOver(const Entry& last) {
-  if (dataFd_ >= 0 && ::ftruncate(dataFd_, static_cast<off_t>(dataSize_)) == 0) return;
-  (void)::ftruncate(idxFd_, static_cast<off_t>(last.slot) * static_cast<off_t>(kSlotRecordBytes));
+  const bool isFreed = writeIndexent(kFreeId, last);
+  if (isFreed && dataFd_ >= 0 && ::ftruncate(dataFd_, static_cast<off_t>(dataSize_)) == 0) return;
+  if (isFreed || isIndexed) {
+    (void)::ftruncate(idxFd_, static_cast<off_t>(last.slot) * static_cast<off_t>(kSlotRecordBytes));
+    (void)::ftruncate(dataFd_, static_cast<off_t>(last.offset));
+  }
   internals_->unwrittenSlots.push_back(last);
 }
 

@@ -144,7 +144,6 @@ class KL_API Store {
   bool placeEntry(Entry& entry, unsigned int needBytes);
   void dropUnwritten(Entries::iterator at);
   void dropAppended(Entry& last, bool isIndexed);
-  void growDataOver(const Entry& last);
   message readRecord(unsigned int offset, unsigned int expectedBytes);
   bool loadIndex(bool convert);
   bool decodeIndex(bool convert);

@@ -1,5 +1,6 @@
 #include "store/change.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include "kl/runner.h"
@@ -119,6 +120,36 @@ TEST_F(StoreChange, ASlotThatIsCaughtUpWithBeginsWithDurableLengths) {
   store.doFlush();
   store.touch(1, 9);
   EXPECT_EQ(lockBytes().size(), 44U);
+}
+
+// No lengths but those of synced files are ever noted as durable.
+TEST_F(StoreChange, WithDurableLengthsAStoreThatIsOpenedIsSynced) {
+  EXPECT_EQ(callsOf([&] { Store(path, 3, Store::Durability::kPowerLoss); }), "sync.idx sync.dat ");
+  EXPECT_EQ(callsOf([&] { Store(path, 3); }), "");
+}
+
+TEST_F(StoreChange, DurableLengthsThatHadNoRoomAreMadeAnewBeforeTheNextSlot) {
+  Store store(path, 3, Store::Durability::kPowerLoss);
+  {
+    ChangingCalls calls;
+    calls.failWrite(1, ENOSPC);
+    store.set(2, number(2));
+  }
+  EXPECT_EQ(callsOf([&] { store.set(3, number(2)); }),
+            "sync.idx sync.dat write.lock sync.lock write.lock write.idx write.dat truncate.lock ");
+}
+
+TEST_F(StoreChange, ASlotThatCannotBeAnnouncedHasItsPlaceMarked) {
+  Store store(path, 3);
+  ChangingCalls calls;
+  std::vector<unsigned long long> lengths;
+  calls.watch([&](const FileCall& call) {
+    if (call.kind == FileCall::kTruncate) lengths.push_back(call.place);
+  });
+  calls.failWrite(1, ENOSPC);
+  store.set(2, number(2));
+  EXPECT_EQ(lengths, (std::vector<unsigned long long>{0, 2, 0}));  // one slot was there
+  EXPECT_EQ(Store(path, 3).entries().size(), 2U);
 }
 
 TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {

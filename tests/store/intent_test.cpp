@@ -146,6 +146,16 @@ TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {
   }
 }
 
+TEST_F(StoreIntent, AnEndIsMarkedByTheNumberOfSlotsAndOne) {
+  EXPECT_EQ(kl::endMarkBytes({0, 0}), 1U);
+  EXPECT_EQ(kl::endMarkBytes({36, 99}), 4U);
+  const Bytes zeros(4);
+  EXPECT_EQ(kl::decodeEndMark(zeros.data(), 4), 3);
+  EXPECT_EQ(kl::decodeEndMark(zeros.data(), 0), -1);
+  const Bytes other = bytes("00000001");
+  EXPECT_EQ(kl::decodeEndMark(other.data(), 4), -1);
+}
+
 TEST_F(StoreIntent, CommitsAndDurableLengthsAreReadAsTheyWereWritten) {
   FileIds ids;
   FileLengths lengths;

@@ -129,6 +129,37 @@ TEST_F(StoreRecovery, ACommitIsFinishedFromWhereverItStopped) {
   }
 }
 
+// The change of a writer whose disk was full: there was one slot before it.
+TEST_F(StoreRecovery, BehindAMarkedEndOnlyAWholeSlotStays) {
+  const auto idsBehind = [this](std::string_view slots, std::string_view records) {
+    writeIdx("01000000 09000000 03000000 " + std::string(slots));
+    writeDat("0900 4d32 05000009 01 " + std::string(records));
+    leave(kl::test::Bytes(2));
+    return idsAfterOpening();
+  };
+  EXPECT_EQ(idsBehind("", "0900 4d32"), Ids{1});
+  EXPECT_EQ(dat(), hex(bytes("0900 4d32 05000009 01")));
+  EXPECT_EQ(idsBehind("02000000 09000000 03000000", ""), Ids{1});
+  EXPECT_EQ(idx(), hex(bytes("01000000 09000000 03000000")));
+  EXPECT_EQ(idsBehind("02000000 09000000 03000000", "0900 4d32 05000009 02"), (Ids{1, 2}));
+  EXPECT_EQ(idsBehind("01000000 09000000 03000000", "0900 4d32 05000009 02"), Ids{1});
+  EXPECT_EQ(dat(), hex(bytes("0900 4d32 05000009 01")));
+}
+
+TEST_F(StoreRecovery, ANewIndexThatIsLeftAloneBelongsToTheDataFile) {
+  kl::test::writeFile(path + ".idx.new", bytes("01000000 09000000 03000000"));
+  writeIdx("ffffffff 05000000 00000000  01000000 09000000 03000000");
+  EXPECT_EQ(idsAfterOpening(), Ids{1});
+  EXPECT_EQ(idx(), hex(bytes("01000000 09000000 03000000")));
+  EXPECT_FALSE(exists(path + ".idx.new"));
+}
+
+TEST_F(StoreRecovery, ANewIndexThatDoesNotFitTheDataFileIsRemoved) {
+  kl::test::writeFile(path + ".idx.new", bytes("01000000 07000000 03000000"));
+  EXPECT_EQ(idsAfterOpening(), Ids{1});
+  EXPECT_FALSE(exists(path + ".idx.new"));
+}
+
 TEST_F(StoreRecovery, NewFilesWithoutACommitAreRemoved) {
   kl::test::writeFile(path + ".idx.new", {});
   kl::test::writeFile(path + ".dat.new", {});
@@ -157,9 +188,9 @@ TEST_F(StoreRecovery, FilesThatDisagreeBesideAnEmptyLockFileAreEmptied) {
 }
 
 TEST_F(StoreRecovery, ASlotWithoutASizeIsADisagreement) {
-  EXPECT_TRUE(kl::filesAgree(path));
+  EXPECT_TRUE(kl::filesAgree(path + ".idx", path + ".dat"));
   writeIdx("01000000 09000000 03000000  00000000 00000000 00000000");
-  EXPECT_FALSE(kl::filesAgree(path));
+  EXPECT_FALSE(kl::filesAgree(path + ".idx", path + ".dat"));
 }
 
 }  // namespace

@@ -26,8 +26,12 @@ struct Script {
   When when = When::kBefore;
   unsigned int writes = 0;
   unsigned int failEvery = 0;
+  unsigned int failFirst = ~0U;
+  unsigned int failLast = 0;
+  unsigned int fullFrom = ~0U;
   int errorNumber = 0;
   unsigned int failed = 0;
+  std::function<void()> listener;
   std::function<void(const FileCall&)> watcher;
 };
 
@@ -51,9 +55,21 @@ void begin() {
   endIf(When::kBefore);
 }
 
-bool mustFail() {
-  if (!script.isRunning || script.failEvery == 0 || ++script.writes % script.failEvery != 0) return false;
+bool isLonger(int fd, unsigned long long end) {
+  struct stat file;
+  return ::fstat(fd, &file) == 0 && end > static_cast<unsigned long long>(file.st_size);
+}
+
+bool isFailing(unsigned int write, int fd, unsigned long long end) {
+  return (write >= script.fullFrom && isLonger(fd, end)) ||
+         (script.failEvery > 0 && write % script.failEvery == 0) ||
+         (script.failFirst <= write && write <= script.failLast);
+}
+
+bool mustFail(int fd, unsigned long long end) {
+  if (!script.isRunning || !isFailing(++script.writes, fd, end)) return false;
   ++script.failed;
+  if (script.listener) script.listener();
   errno = script.errorNumber;
   return true;
 }
@@ -61,6 +77,11 @@ bool mustFail() {
 unsigned long long inodeOf(int fd) {
   struct stat file;
   return ::fstat(fd, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+unsigned long long inodeOf(const char* path) {
+  struct stat file;
+  return ::stat(path, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
 }
 
 template <class Result>
@@ -95,7 +116,10 @@ using PWrite = ssize_t(int, const void*, size_t, off_t);
 ssize_t writeBytes(int fd, std::vector<unsigned char> bytes, off_t place) {
   static PWrite* const realWrite = kl::test::realCall<PWrite>(KL_REAL(pwrite));
   begin();
-  if (mustFail()) return finish<ssize_t>(-1, {});
+  if (mustFail(fd, static_cast<unsigned long long>(place) + bytes.size())) {
+    endIf(When::kInside);
+    return finish<ssize_t>(-1, {});
+  }
   if (isTurn(When::kInside)) {
     (void)!realWrite(fd, bytes.data(), bytes.size() / 2, place);
     ::_exit(ChangingCalls::kEndStatus);
@@ -129,7 +153,8 @@ extern "C" int fsync(int fd) {
 
 extern "C" int rename(const char* from, const char* to) noexcept {
   static auto* const realRename = kl::test::realCall<int(const char*, const char*)>("rename");
-  return whole<int>({FileCall::kRename, 0, 0, {}, from, to}, [&] { return realRename(from, to); });
+  return whole<int>({FileCall::kRename, inodeOf(from), 0, {}, from, to},
+                    [&] { return realRename(from, to); });
 }
 
 extern "C" int unlink(const char* path) noexcept {
@@ -144,7 +169,10 @@ extern "C" int open(const char* path, int flags, ...) {
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
   va_end(more);
   if ((flags & (O_CREAT | O_TRUNC)) == 0) return realOpen(path, flags, mode);
-  return whole<int>({FileCall::kCreate, 0, 0, {}, path, ""}, [&] { return realOpen(path, flags, mode); });
+  begin();
+  endIf(When::kInside);
+  const int fd = realOpen(path, flags, mode);
+  return finish(fd, {FileCall::kCreate, inodeOf(fd), 0, {}, path, ""});
 }
 
 namespace kl::test {
@@ -164,6 +192,24 @@ void ChangingCalls::failEveryWrite(unsigned int n, int errorNumber) {
   script.failEvery = n;
   script.errorNumber = errorNumber;
 }
+
+void ChangingCalls::failWrite(unsigned int n, int errorNumber) {
+  script.failFirst = script.failLast = n;
+  script.errorNumber = errorNumber;
+}
+
+void ChangingCalls::failWritesFrom(unsigned int n, int errorNumber) {
+  script.failFirst = n;
+  script.failLast = ~0U;
+  script.errorNumber = errorNumber;
+}
+
+void ChangingCalls::fillDiskAt(unsigned int n) {
+  script.fullFrom = n;
+  script.errorNumber = ENOSPC;
+}
+
+void ChangingCalls::whenOneFails(std::function<void()> listener) { script.listener = std::move(listener); }
 
 void ChangingCalls::watch(std::function<void(const FileCall&)> watcher) {
   script.watcher = std::move(watcher);

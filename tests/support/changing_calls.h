@@ -16,10 +16,10 @@ enum class When { kBefore, kInside, kAfter };
 // What a call did to a file, for a test that replays it.
 struct FileCall {
   enum Kind { kWrite, kTruncate, kSync, kRename, kUnlink, kCreate } kind;
-  unsigned long long inode;          // of the file (of the folder: kSync)
+  unsigned long long inode;          // of the file, or of the folder that is synced; of an unlink 0
   unsigned long long place;          // or the new length
   std::vector<unsigned char> bytes;  // of a write
-  std::string from, to;              // paths of rename, unlink, create
+  std::string from, to;              // paths; unlink and create have the first one
 };
 
 // While it lives, changing calls (pwritev, pwrite, write, ftruncate, rename, unlink, fsync, open that creates or
@@ -36,6 +36,13 @@ class ChangingCalls {
   void endAt(unsigned int n, When when);
   // Every n-th write takes nothing and fails with this errno, n = 1: each of them.
   void failEveryWrite(unsigned int n, int errorNumber);
+  // The n-th write alone does, counted from 1, or all from it on.
+  void failWrite(unsigned int n, int errorNumber);
+  void failWritesFrom(unsigned int n, int errorNumber);
+  // From the n-th write on the disk is full: what would make a file longer fails with ENOSPC.
+  void fillDiskAt(unsigned int n);
+  // Tells every write that is made to fail.
+  void whenOneFails(std::function<void()> listener);
   // Tells every change after it was done.
   void watch(std::function<void(const FileCall&)> watcher);
 
