@@ -54,12 +54,14 @@ TEST(Memory, WithNothingToKeepNothingIsSaved) {
 }
 
 TEST(Memory, DataOfWhichAPartIsMissingGiveTheRest) {
+  constexpr kl::field<std::vector<std::string>> names{0xa0000002};  // clang 14 fails at one made in a call
+  constexpr kl::field<std::vector<std::string>> descriptions{0xa0000003};
   Memory memory;
   kl::message data;
-  data.insert(kl::field<std::vector<std::string>>{0xa0000002}, {"eth0", "eth1"});
+  data.insert(names, {"eth0", "eth1"});
   memory.loadPermData(data);
   EXPECT_EQ(memory.description("eth0"), "");
-  data.insert(kl::field<std::vector<std::string>>{0xa0000003}, {"to the office"});
+  data.insert(descriptions, {"to the office"});
   memory.loadPermData(data);
   EXPECT_EQ(memory.description("eth0"), "to the office");
   EXPECT_EQ(memory.description("eth1"), "");

@@ -56,7 +56,11 @@ namespace {
 // --- Ways to die.  None of them is inlined, and each has called something that called something: on some processors a
 // return address is only saved by a function that makes calls, and in its caller's frame.
 
+#ifdef __clang__
+#define OWN_FRAME __attribute__((noinline))
+#else
 #define OWN_FRAME __attribute__((noinline, noclone))
+#endif
 
 OWN_FRAME void doNothingAtAll() { asm volatile(""); }
 
@@ -294,9 +298,7 @@ TEST(CrashReport, OnRequestThereIsAReportAndTheProcessGoesOn) {
 
 class Echo {
  public:
-  Echo(Runner& loop, int fd) : loop_(loop), fd_(fd) {
-    loop.addSocket(fd, this, bind<Echo, &Echo::onReadable>(), POLLIN);
-  }
+  Echo(Runner& loop, int fd) : fd_(fd) { loop.addSocket(fd, this, bind<Echo, &Echo::onReadable>(), POLLIN); }
 
  private:
   void onReadable(int, unsigned int) {
@@ -304,7 +306,6 @@ class Echo {
     if (::read(fd_, &byte, 1) != 1) std::_Exit(0);  // the other side has what it wanted
     if (::write(fd_, &byte, 1) != 1) std::_Exit(3);
   }
-  Runner& loop_;
   int fd_;
 };
 

@@ -141,11 +141,12 @@ TEST_F(WatcherScenario, EndsWithTheRightStateAfterAHundredCrashesOfAChangingTabl
 }
 
 TEST_F(WatcherScenario, EndsWithTheRightStateAfterAHundredCrashesOfNetif) {
-  constexpr unsigned int kNetif = 32;
-  begin("[[service]]\nname = \"netif\"\ncommand = [\"" KL_BIN_DIR "/netif\"]\n", {kNetif}, withoutCounters);
+  constexpr unsigned int kNetifService = 32;
+  begin("[[service]]\nname = \"netif\"\ncommand = [\"" KL_BIN_DIR "/netif\"]\n", {kNetifService},
+        withoutCounters);
   for (int n = 0; n < kCrashes; ++n) {
     if (n % 2 == 0) awaitComplete();
-    driver_->crash(kNetif);
+    driver_->crash(kNetifService);
   }
   awaitComplete();
   EXPECT_GE(mirror_->losses, kCrashes / 2u);
@@ -186,10 +187,10 @@ TEST_F(WatcherScenario, AServiceThatLeavesIsNotLostAndTellsItsChangesWhenItIsBac
 
 // A hundred thousand objects, as each of the three ways of reading a table brings them.
 TEST_F(WatcherScenario, ALargeTableIsReadWhole) {
-  constexpr unsigned int kLarge = 100000;
+  constexpr unsigned int kManyObjects = 100000;
   begin(tableService("large"), kTable, withoutFilter);
-  EXPECT_EQ(mirror_->copy.size(), kLarge);
-  EXPECT_EQ(mirror_->told, kLarge);
+  EXPECT_EQ(mirror_->copy.size(), kManyObjects);
+  EXPECT_EQ(mirror_->told, kManyObjects);
   EXPECT_EQ(fetched(), mirror_->copy);
 }
 

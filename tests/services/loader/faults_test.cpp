@@ -103,7 +103,8 @@ void tell(Story& story) {
 // Tells the loader to end until it does: the first signal may be the one that is lost.
 void endLoader(pid_t loader, const Story& story) {
   const volatile bool& hasEnded = story.loaderHasEnded;
-  for (unsigned int i = 0; !hasEnded; ++i) {
+  for (unsigned int i = 0;; ++i) {
+    if (hasEnded) return;
     if (i % kNapsBetweenSignals == 0) ::kill(loader, SIGTERM);
     ::usleep(kNapMicroseconds);
   }

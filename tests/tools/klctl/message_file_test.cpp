@@ -8,12 +8,12 @@
 
 #include "tests/support/hex.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tools/klctl/pipe.h"
 
 namespace klctl {
 namespace {
 
 using kl::test::bytes;
-using Bytes = std::vector<unsigned char>;
 
 const Bytes kSeven = bytes("4d32 05000009 07");      // u32 global(5) = 7
 const Bytes kText = bytes("4d32 01000021 02 6162");  // string global(1) = "ab"
