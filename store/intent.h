@@ -86,7 +86,9 @@ class IntentReader {
 
 // Where there is no room for a record, the bare length of the lock file, all of it zeros, says how many slots there were
 // before a change that adds some.  So many bytes:
-constexpr std::size_t endMarkBytes(const FileLengths& before) { return before.idx / kSlotRecordBytes + 1; }
+constexpr std::size_t endMarkBytes(const FileLengths& before) {
+  return static_cast<std::size_t>(before.idx / kSlotRecordBytes) + 1;
+}
 // The number of slots; -1 if the bytes are no such mark.
 long long decodeEndMark(const unsigned char* bytes, std::size_t size);
 

@@ -87,7 +87,7 @@ TEST_F(StoreIntent, ARecordWithAWrongByteIsNone) {
 // The checksum, by its description in words.
 std::uint32_t checksumOf(Bytes body) {
   const std::uint64_t length = body.size();
-  body.resize((length + 7) / 8 * 8);
+  body.resize((body.size() + 7) / 8 * 8);
   std::uint64_t sums[5] = {};
   const auto take = [](std::uint64_t& sum, std::uint64_t number) {
     sum = (sum ^ number) * 0x9e3779b97f4a7c15;
