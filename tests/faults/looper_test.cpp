@@ -158,7 +158,7 @@ TEST(LooperFaults, ADescriptorThatStaysBlockingIsToldAndTheProcessRegisters) {
         const std::string line = std::string("fcntl: ") + std::strerror(run.kind.outcome) + "\n";
         EXPECT_EQ(run.child.err, run.n == 2 ? line : "");
       });
-  EXPECT_EQ(tried, 4U);
+  EXPECT_GE(tried, 4U);
 }
 
 // A loader in a process of its own, which confirms one registration and ends with this process.

@@ -21,8 +21,8 @@ using kl::test::Steps;
 using kl::test::touching;
 using kl::test::When;
 
-// Each run is a process, which a sanitizer makes slow: it looks at every seventh call.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// Each run is a process, which a sanitizer or an emulator makes slow: it looks at every seventh call.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(KL_EMULATED)
 constexpr unsigned int kStride = 7;
 #else
 constexpr unsigned int kStride = 1;
