@@ -56,9 +56,9 @@ TEST(Bind, ArgumentsArePassedOn) {
 
 TEST(Bind, ReferencesArePassedOnWithoutACopy) {
   Counter counter;
-  alignas(16) char places[2];
-  const auto& reply = reinterpret_cast<const message&>(places[0]);
-  const auto& data = reinterpret_cast<const message&>(places[1]);
+  alignas(16) char places[2][16];
+  const auto& reply = reinterpret_cast<const message&>(places[0][0]);
+  const auto& data = reinterpret_cast<const message&>(places[1][0]);
   bind<Counter, &Counter::onReply>()(&counter, reply, data);
   EXPECT_EQ(counter.first, &reply);
   EXPECT_EQ(counter.second, &data);
