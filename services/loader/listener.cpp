@@ -84,8 +84,10 @@ std::string Listener::open() {
 
 void Listener::close() {
   if (!socket_.isOpen()) return;
-  runner_.removeTimer(resumeTimer_);
-  resumeTimer_ = {};
+  for (kl::TimerPtr* timer : {&resumeTimer_, &tickTimer_}) {
+    runner_.removeTimer(*timer);
+    *timer = {};
+  }
   runner_.removeSocket(socket_.get());
   socket_.close();
   (void)::unlink(path_.c_str());
@@ -96,14 +98,38 @@ void Listener::resume() {
   isPaused_ = false;
   runner_.removeTimer(resumeTimer_);
   resumeTimer_ = {};
-  runner_.changeSocket(socket_.get(), POLLIN);
+  watch();
 }
 
 void Listener::pause(int errorNumber) {
   if (!isTold_) host_.cannotAccept(errorNumber);
   isPaused_ = isTold_ = true;
-  runner_.changeSocket(socket_.get(), 0);
+  watch();
   resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
+}
+
+void Listener::cameToNothing() {
+  if (!socket_.isOpen()) return;
+  ++failures_;
+  if (!tickTimer_) tickTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::onTick>(), 1);
+  if (failures_ != kMostFailures) return;
+  if (!isSlow_) host_.tooManyFail();
+  isSlow_ = true;
+  watch();
+}
+
+// After a tick with too many it looks at one more, whether they have become fewer.
+void Listener::onTick() {
+  tickTimer_ = {};
+  isSlow_ = failures_ >= kMostFailures;
+  failures_ = 0;
+  if (isSlow_) tickTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::onTick>(), 1);
+  watch();
+}
+
+void Listener::watch() {
+  const bool mayAccept = !isPaused_ && failures_ < kMostFailures;
+  runner_.changeSocket(socket_.get(), mayAccept ? POLLIN : 0);
 }
 
 void Listener::onConnect(int fd, unsigned int) {

@@ -92,6 +92,8 @@ void Loader::cannotAccept(int errorNumber) {
   log_.line(std::string("connections have to wait: ") + std::strerror(errorNumber));
 }
 
+void Loader::tooManyFail() { log_.line("too many connections come to nothing; new ones have to wait"); }
+
 // One user's processes that say nothing must not use up the descriptors of all.  The oldest goes: whoever comes to
 // register does so at once.
 void Loader::makeRoomFor(uid_t user) {
@@ -165,6 +167,7 @@ void Loader::onEnd(Connection& connection, const std::string& reason) {
   if (!reason.empty()) log_.line(nameOf(connection) + ": " + reason + "; disconnected");
   Service* service = connection.service();
   Service* startedAs = connection.who().startedAs;
+  if (startedAs == nullptr && (service == nullptr || !reason.empty())) listener_.cameToNothing();
   strangers_.forget(connection);
   connection.end();
   someoneEnded_ = true;

@@ -55,6 +55,7 @@ class Loader final : private ConnectionHost,
   void settle() override;
   void onConnection(Descriptor socket, Applicant who) override;
   void cannotAccept(int errorNumber) override;
+  void tooManyFail() override;
   void adopt(Service& service, Descriptor connection) override;
   void processEnded(Service& service) override;
   const char* askToLeave(Service& service) override { return leaving_.ask(service); }

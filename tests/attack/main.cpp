@@ -22,8 +22,8 @@ constexpr std::size_t kMostGrownBytes = 1024 * 1024;
 const Scenario kScenarios[] = {
     {"malformed",
      [](bool isQuick, unsigned int seed) {
-       return isQuick ? attack::malformedFrames(20000, 5000, seed, 1000)
-                      : attack::malformedFrames(1000000, 100000, seed, 5000);
+       return isQuick ? attack::malformedFrames(6000, 2000, seed, 1000)
+                      : attack::malformedFrames(1000000, 100000, seed, 20000);
      }},
     {"stuck",
      [](bool isQuick, unsigned int) { return attack::stuckReader(64, 10000, 1000, isQuick ? 5 : 60); }},

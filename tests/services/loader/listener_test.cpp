@@ -33,6 +33,8 @@ class Host final : public loader::ListenerHost {
     last = who;
   }
   void cannotAccept(int errorNumber) override { refusals.push_back(errorNumber); }
+  void tooManyFail() override { ++complaints; }
+  unsigned int complaints = 0;
   std::vector<Descriptor> sockets;
   std::vector<int> refusals;
   Applicant last;
@@ -41,6 +43,22 @@ class Host final : public loader::ListenerHost {
 class ListenerTest : public testing::Test {
  protected:
   void onePass() { runner_.runSocks(kl::getJiffies()); }
+  void fail(unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i) listener_.cameToNothing();
+  }
+  // A pass that nothing keeps asleep.
+  void onePassAtOnce() {
+    runner_.addTimer(
+        nullptr, [](void*) {}, 0);
+    onePass();
+  }
+  // Passes, until a tick that had begun is over and another one as well.
+  void twoTicks() {
+    bool isOver = false;
+    runner_.addTimer(
+        &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 3);
+    while (!isOver) onePass();
+  }
 
   kl::ThinRunner runner_;
   Host host_;
@@ -108,6 +126,66 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   (void)::setrlimit(RLIMIT_NOFILE, &before);
   for (int passes = 0; passes < 100 && host_.sockets.size() == 1; ++passes) onePass();
   EXPECT_EQ(host_.sockets.size(), 2u);
+}
+
+TEST_F(ListenerTest, AfterTooManyFailuresNobodyIsAcceptedUntilTheTickIsOver) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  fail(Listener::kMostFailures);
+  ASSERT_TRUE(peer.connect());
+  onePassAtOnce();
+  EXPECT_TRUE(host_.sockets.empty());
+  twoTicks();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+}
+
+TEST_F(ListenerTest, OneFailureLessHoldsNobodyUp) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  fail(Listener::kMostFailures - 1);
+  ASSERT_TRUE(peer.connect());
+  onePass();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(host_.complaints, 0u);
+}
+
+TEST_F(ListenerTest, FailuresOfDifferentTicksAreNotAddedUp) {
+  ASSERT_EQ(listener_.open(), "");
+  for (int i = 0; i < 3; ++i) {
+    fail(Listener::kMostFailures - 1);
+    twoTicks();
+  }
+  EXPECT_EQ(host_.complaints, 0u);
+}
+
+TEST_F(ListenerTest, TooManyFailuresAreToldOnceUntilATickHasFewer) {
+  ASSERT_EQ(listener_.open(), "");
+  for (int i = 0; i < 3; ++i) {
+    fail(Listener::kMostFailures + 5);
+    onePass();  // sleeps until the tick is over
+  }
+  EXPECT_EQ(host_.complaints, 1u);
+  twoTicks();
+  fail(Listener::kMostFailures);
+  EXPECT_EQ(host_.complaints, 2u);
+}
+
+TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  fail(Listener::kMostFailures);
+  listener_.resume();
+  ASSERT_TRUE(peer.connect());
+  onePassAtOnce();
+  EXPECT_TRUE(host_.sockets.empty());
+}
+
+TEST_F(ListenerTest, FailuresAfterItsEndAreNobodysConcern) {
+  fail(Listener::kMostFailures);
+  ASSERT_EQ(listener_.open(), "");
+  listener_.close();
+  fail(Listener::kMostFailures);
+  EXPECT_EQ(host_.complaints, 0u);
 }
 
 TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {

@@ -179,6 +179,28 @@ TEST_F(Frames, AControlMessageForSomebodyElseIsGarbage) {
 
 TEST_F(Frames, WhoRegistersTwiceIsDisconnected) { expectGarbage(hello(601), "sent a second registration"); }
 
+constexpr const char* kTooManyFail = "too many connections come to nothing; new ones have to wait";
+
+// How many come in a tick is up to the machine: they come until there were too many in one.
+TEST_F(Frames, ManyThatComeToNothingAreToldAndHaveToWait) {
+  for (int rounds = 0; rounds < 200 && !loader_.logs(kTooManyFail, 0); ++rounds) {
+    std::vector<RawPeer> peers(50);
+    for (RawPeer& peer : peers) ASSERT_TRUE(peer.connect());
+    for (RawPeer& peer : peers) ASSERT_TRUE(peer.sendBytes(bytes("05000000 ffffffffff")));
+    for (RawPeer& peer : peers) ASSERT_TRUE(peer.isDisconnected());
+  }
+  EXPECT_TRUE(loader_.logs(kTooManyFail));
+}
+
+TEST_F(Frames, WhoComesAndGoesInOrderHoldsNobodyUp) {
+  for (int rounds = 0; rounds < 4; ++rounds) {
+    std::vector<RawPeer> peers(50);
+    for (RawPeer& peer : peers) ASSERT_TRUE(peer.connect());
+    for (RawPeer& peer : peers) ASSERT_NE(peer.registerAs(0), 0u);
+  }
+  EXPECT_FALSE(loader_.logs(kTooManyFail, 0));
+}
+
 TEST_F(Frames, ManyBadPeersCostNothingThatStays) {
   const std::size_t before = loader_.descriptors();
   for (int i = 0; i < 300; ++i) {
