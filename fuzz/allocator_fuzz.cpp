@@ -5,6 +5,7 @@
 
 #include "kl/allocator.h"
 
+#include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <sstream>
@@ -17,7 +18,13 @@ namespace {
 using fuzz::require;
 using Ids = std::vector<unsigned int>;
 
-constexpr unsigned int kSpan = 64;  // identifiers are 1 to kSpan, and may be given back up to twice that
+constexpr unsigned int kSpan = 64;  // the ranges at the beginning lie between 1 and kSpan
+
+// Identifiers are asked for and given back in up to so many places, next to each other or far apart.
+constexpr unsigned int kPlaces = 255;
+constexpr unsigned int kStrides[] = {1, 3, 64, 1000};
+
+constexpr unsigned int kStepsBetweenChecks = 16;
 
 // What dump() prints goes here while this lives.
 class Captured {
@@ -55,10 +62,10 @@ Ids rangesFrom(fuzz::Input& input) {
 
 class Script {
  public:
-  explicit Script(const Ids& ranges) : ids_(ranges), model_(ranges) {}
+  Script(const Ids& ranges, unsigned int stride) : ids_(ranges), model_(ranges), stride_(stride) {}
 
   void step(fuzz::Input& input) {
-    const unsigned int id = 1 + input.upTo(2 * kSpan);
+    const unsigned int id = idAt(input.upTo(kPlaces));
     const bool isFree = model_.free().contains(id);
     switch (input.upTo(3)) {
       case 0:
@@ -76,13 +83,21 @@ class Script {
     }
   }
 
-  void check() const {
-    for (unsigned int id = 0; id <= 2 * kSpan + 2; ++id)
-      require(ids_.isAllocated(id) != model_.free().contains(id), "the same identifiers are free");
-    require(dumpOf(ids_) == model_.dump(), "the same ranges");
+  void checkIdentifiers() const {
+    for (unsigned int id = 0; id <= kSpan; ++id) checkIdentifier(id);
+    for (unsigned int place = 0; place <= kPlaces; ++place)
+      for (const unsigned int id : {idAt(place) - 1, idAt(place), idAt(place) + 1}) checkIdentifier(id);
   }
 
+  void checkRanges() const { require(dumpOf(ids_) == model_.dump(), "the same ranges"); }
+
  private:
+  unsigned int idAt(unsigned int place) const { return 1 + place * stride_; }
+
+  void checkIdentifier(unsigned int id) const {
+    require(ids_.isAllocated(id) != model_.free().contains(id), "the same identifiers are free");
+  }
+
   void allocate(unsigned int id) {
     require(ids_.allocate(id) == id, "allocate(id) returns it");
     model_.allocate(id);
@@ -90,18 +105,22 @@ class Script {
 
   kl::Allocator ids_;
   kl::test::AllocatorModel model_;
+  unsigned int stride_;
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, std::min<std::size_t>(size, 2048));
+  const unsigned int stride = kStrides[input.upTo(std::size(kStrides) - 1)];
   const Ids ranges = rangesFrom(input);
   if (ranges.empty()) return 0;
-  Script script(ranges);
-  while (!input.isEmpty()) {
+  Script script(ranges, stride);
+  for (unsigned int steps = 0; !input.isEmpty(); ++steps) {
     script.step(input);
-    script.check();
+    if (steps % kStepsBetweenChecks == 0) script.checkRanges();
   }
+  script.checkRanges();
+  script.checkIdentifiers();
   return 0;
 }
