@@ -21,6 +21,7 @@ using fuzz::require;
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kPadding = 512;
 constexpr int kPipeBytes = 0x80000;  // takes the largest frame, and the piece that completes it
+constexpr std::size_t kMostPieces = 1000;
 constexpr std::size_t kMostStreamBytes = 0x40000;
 constexpr std::size_t kFirstThatIsNotSent = 65536;
 
@@ -90,7 +91,7 @@ void take(kl::FrameSocket& socket, const Frame& frame) {
   require(m == frame.message(), "the same message");
 }
 
-// The stream comes in pieces of these sizes, over and over; each frame is taken once it is there.
+// The stream comes in pieces of these sizes, over and over, but not in too many; each frame is taken once it is there.
 void takeInPieces(const std::vector<Frame>& frames, const Bytes& sizes) {
   const Ends ends = pipeEnds();
   kl::FrameSocket socket(ends[0]);
@@ -99,8 +100,10 @@ void takeInPieces(const std::vector<Frame>& frames, const Bytes& sizes) {
   std::size_t came = 0;
   std::size_t taken = 0;
   auto next = frames.begin();
+  const std::size_t least = 1 + stream.size() / kMostPieces;
   for (std::size_t i = 0; came < stream.size(); ++i) {
-    const std::size_t wanted = sizes.empty() ? kPipeBytes / 4 : 1 + std::size_t{sizes[i % sizes.size()]} * 97;
+    const std::size_t wanted =
+        sizes.empty() ? kPipeBytes / 4 : std::max(least, std::size_t{sizes[i % sizes.size()]} * 97);
     const std::size_t count = std::min(wanted, stream.size() - came);
     require(::write(ends[1], &stream[came], count) == static_cast<ssize_t>(count), "a pipe that takes it");
     came += count;
