@@ -20,8 +20,8 @@ using Ids = std::vector<unsigned int>;
 
 constexpr unsigned int kSpan = 64;  // the ranges at the beginning lie between 1 and kSpan
 
-// Identifiers are asked for and given back in up to so many places, next to each other or far apart.
-constexpr unsigned int kPlaces = 255;
+// Identifiers are asked for and given back in places that lie next to each other or far apart.
+constexpr unsigned int kLastPlace = 255;
 constexpr unsigned int kStrides[] = {1, 3, 64, 1000};
 
 constexpr unsigned int kStepsBetweenChecks = 16;
@@ -65,7 +65,7 @@ class Script {
   Script(const Ids& ranges, unsigned int stride) : ids_(ranges), model_(ranges), stride_(stride) {}
 
   void step(fuzz::Input& input) {
-    const unsigned int id = idAt(input.upTo(kPlaces));
+    const unsigned int id = idAt(input.upTo(kLastPlace));
     const bool isFree = model_.free().contains(id);
     switch (input.upTo(3)) {
       case 0:
@@ -85,7 +85,7 @@ class Script {
 
   void checkIdentifiers() const {
     for (unsigned int id = 0; id <= kSpan; ++id) checkIdentifier(id);
-    for (unsigned int place = 0; place <= kPlaces; ++place)
+    for (unsigned int place = 0; place <= kLastPlace; ++place)
       for (const unsigned int id : {idAt(place) - 1, idAt(place), idAt(place) + 1}) checkIdentifier(id);
   }
 

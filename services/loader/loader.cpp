@@ -167,7 +167,8 @@ void Loader::onEnd(Connection& connection, const std::string& reason) {
   if (!reason.empty()) log_.line(nameOf(connection) + ": " + reason + "; disconnected");
   Service* service = connection.service();
   Service* startedAs = connection.who().startedAs;
-  if (startedAs == nullptr && (service == nullptr || !reason.empty())) listener_.cameToNothing();
+  const bool cameToNothing = service == nullptr || !reason.empty();
+  if (cameToNothing && startedAs == nullptr) listener_.cameToNothing();
   strangers_.forget(connection);
   connection.end();
   someoneEnded_ = true;

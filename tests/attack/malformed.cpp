@@ -30,7 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 void comeAndSay(const Frame& frame, Peers::Tally& tally) {
   RawPeer peer;
-  if (!peer.connect(kPatienceMs)) ++tally.refused;
+  if (!peer.connect(kPatienceMs)) return void(++tally.refused);
   Bytes bytes;
   if (frame.afterHello) bytes = kl::test::frameOf(kl::test::hello(0));
   bytes.insert(bytes.end(), frame.bytes.begin(), frame.bytes.end());
@@ -110,8 +110,8 @@ Report malformedFrames(unsigned int random, unsigned int structured, unsigned in
   noteRoundTrips(report, "quiet again", after);
   report.figure("wrong deliveries", attacked.wrong);
   const std::size_t descriptorsAfter = loader.descriptors();
-  Client
-      client;  // who is there and does not read is disconnected meanwhile, as everybody is told of each end
+  // Not there before: everybody is told of each end, and who does not read that is disconnected in half an hour.
+  Client client;
   const auto rows = client.table();
   report.figure("loader's memory before", memory / 1024, "KiB");
   report.figure("loader's memory after", loader.memory() / 1024, "KiB");

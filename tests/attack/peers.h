@@ -6,8 +6,7 @@
 
 namespace attack {
 
-// Fifty processes, as many as a system may have of them, so that each waits for the loader and for a processor on its
-// own.
+// Fifty processes, and not one that plays fifty: each waits for the loader, and for a processor, on its own.
 //
 // Ownership: owns the memory in which they count, and waits for each of them.
 class Peers {

@@ -40,6 +40,23 @@ class Host final : public loader::ListenerHost {
   Applicant last;
 };
 
+// The process can open nothing while it lives.
+class NoDescriptorLeft {
+ public:
+  NoDescriptorLeft() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+    rlimit tight = before_;
+    tight.rlim_cur = static_cast<rlim_t>(Descriptor(::dup(0)).get());  // the lowest that is free
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  }
+  NoDescriptorLeft(const NoDescriptorLeft&) = delete;
+  NoDescriptorLeft& operator=(const NoDescriptorLeft&) = delete;
+  ~NoDescriptorLeft() { (void)::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
 class ListenerTest : public testing::Test {
  protected:
   void onePass() { runner_.runSocks(kl::getJiffies()); }
@@ -95,35 +112,29 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   ASSERT_EQ(listener_.open(), "");
   RawPeer peer;
   ASSERT_TRUE(peer.connect());
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-  Descriptor highest(::dup(0));
-  rlimit tight = before;
-  tight.rlim_cur = static_cast<rlim_t>(highest.get()) + 1;
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
-  onePass();
-  EXPECT_TRUE(host_.sockets.empty());
-  runner_.addTimer(
-      nullptr, [](void*) {}, 5);
-  const unsigned int begin = kl::getJiffies();
-  onePass();  // the waiting connection does not wake it
-  EXPECT_GE(kl::getJiffies() - begin, 4u);
-  EXPECT_EQ(host_.refusals, std::vector<int>{EMFILE});
-  highest.close();
+  {
+    const NoDescriptorLeft none;
+    onePass();
+    EXPECT_TRUE(host_.sockets.empty());
+    runner_.addTimer(
+        nullptr, [](void*) {}, 5);
+    const unsigned int begin = kl::getJiffies();
+    onePass();  // the waiting connection does not wake it
+    EXPECT_GE(kl::getJiffies() - begin, 4u);
+    EXPECT_EQ(host_.refusals, std::vector<int>{EMFILE});
+  }
   listener_.resume();
   onePass();
   EXPECT_EQ(host_.sockets.size(), 1u);
 
   // Nobody of its own ends now: it looks again by itself.
-  highest = Descriptor(::dup(0));
   RawPeer second;
-  (void)::setrlimit(RLIMIT_NOFILE, &before);
   ASSERT_TRUE(second.connect());
-  tight.rlim_cur = 4;  // what is open stays open
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
-  onePass();
-  EXPECT_EQ(host_.sockets.size(), 1u);
-  (void)::setrlimit(RLIMIT_NOFILE, &before);
+  {
+    const NoDescriptorLeft none;
+    onePass();
+    EXPECT_EQ(host_.sockets.size(), 1u);
+  }
   for (int passes = 0; passes < 100 && host_.sockets.size() == 1; ++passes) onePass();
   EXPECT_EQ(host_.sockets.size(), 2u);
 }
@@ -171,13 +182,22 @@ TEST_F(ListenerTest, TooManyFailuresAreToldOnceUntilATickHasFewer) {
 }
 
 TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
+#endif
   ASSERT_EQ(listener_.open(), "");
   RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  {
+    const NoDescriptorLeft none;
+    onePass();
+  }
   fail(Listener::kMostFailures);
   listener_.resume();
-  ASSERT_TRUE(peer.connect());
   onePassAtOnce();
   EXPECT_TRUE(host_.sockets.empty());
+  twoTicks();
+  EXPECT_EQ(host_.sockets.size(), 1u);
 }
 
 TEST_F(ListenerTest, FailuresAfterItsEndAreNobodysConcern) {
