@@ -11,7 +11,6 @@ namespace {
 using container::byteReversed;
 using container::Kind;
 using container::Node;
-using container::NodeList;
 
 constexpr bool kSharedFalse = false;
 
@@ -50,7 +49,7 @@ unsigned int message::get_u32(unsigned int id, unsigned int def) const {
 }
 
 unsigned int message::get_be32(unsigned int id, unsigned int def) const {
-  const unsigned int* v = RepAccess::read(*this).u32s.get(id);
+  const unsigned int* v = get_u32_ref(id);
   return v != nullptr ? byteReversed(*v) : def;
 }
 
@@ -178,11 +177,10 @@ void message::insert_message(unsigned int id, const message& nested) {
   // As it is now: in becoming private its lists would turn round.
   if (this == &nested) return insert_message(id, flattened(nested));
   Rep& rep = RepAccess::own(*this);
-  const NodeList::Place place = rep.fields.find(id);
-  if (place.node != nullptr && place.node->hasObject())
+  if (const Node* old = rep.fields.find(id).node; old != nullptr && old->hasObject())
     return rep.putObject<Kind::message>(id, flattened(nested));
   unsigned int bytes = nested.max_length();
-  Node& node = rep.putRoom(rep.fields, place, Kind::message, id, bytes);
+  Node& node = rep.putRoom(Kind::message, id, bytes);
   nested.flatten(node.room(), &bytes);
   rep.setFilled(node, bytes, 0);
 }
@@ -205,9 +203,7 @@ unsigned int message::size_bool(unsigned int id) const {
   return !isReservedKey(id) && RepAccess::read(*this).findBool(id) != nullptr ? 1 : 0;
 }
 
-unsigned int message::size_u32(unsigned int id) const {
-  return RepAccess::read(*this).u32s.get(id) != nullptr ? 1 : 0;
-}
+unsigned int message::size_u32(unsigned int id) const { return get_u32_ref(id) != nullptr ? 1 : 0; }
 
 unsigned int message::size_field(unsigned int id) const {
   return RepAccess::read(*this).fields.find(id).node != nullptr ? 1 : 0;

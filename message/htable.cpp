@@ -45,17 +45,40 @@ void htable<T>::removeIdMask(std::uint32_t id, std::uint32_t mask) {
 }
 
 template <class T>
+void htable<T>::erase(std::uint32_t key) {
+  const unsigned int slot = find(key);
+  if (slot != kNoSlot) eraseSlot(slot);
+}
+
+template <class T>
+const T* htable<T>::searched(std::uint32_t key) const {
+  const unsigned int slot = find(key);
+  return slot == kNoSlot ? nullptr : &value(slot);
+}
+
+template <class T>
+unsigned int htable<T>::findSmall(std::uint32_t key) const {
+  const std::uint64_t live = bits_.small.live;
+  const std::uint64_t everUsed = live | bits_.small.erased;
+  unsigned int slot = home(key);
+  for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
+    if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
+    if (++slot == capacity_) slot = 0;
+  }
+  return kNoSlot;
+}
+
+template <class T>
 unsigned int htable<T>::findLarge(std::uint32_t key) const {
   const SlotEntry* entry = bits_.large->index.find(key);
   return entry == nullptr ? kNoSlot : entry->slot;
 }
 
-// Mostly the home slot was never used, and that is the end of it.
+// From a slot that is, or was, in use.
 template <class T>
-T& htable<T>::smallRef(std::uint32_t key) {
+T& htable<T>::probedRef(unsigned int slot, std::uint32_t key) {
   const std::uint64_t live = bits_.small.live;
   const std::uint64_t erased = bits_.small.erased;
-  unsigned int slot = home(key);
   unsigned int target = kNoSlot;
   for (unsigned int round = 0; round < capacity_; ++round) {
     if ((live >> slot & 1) != 0) {
@@ -67,18 +90,8 @@ T& htable<T>::smallRef(std::uint32_t key) {
     if (++slot == capacity_) slot = 0;
   }
   KL_INVARIANT(target != kNoSlot);  // H2: about half of the slots are free
+  bits_.small.erased &= ~(std::uint64_t{1} << target);
   return enterSmall(target, key);
-}
-
-// Needs: the slot is not live.
-template <class T>
-T& htable<T>::enterSmall(unsigned int slot, std::uint32_t key) {
-  const std::uint64_t bit = std::uint64_t{1} << slot;
-  bits_.small.live |= bit;
-  bits_.small.erased &= ~bit;
-  keys_[slot] = key;
-  ++count_;
-  return value(slot) = T{};
 }
 
 template <class T>
@@ -169,15 +182,20 @@ void htable<T>::rehash(container::Memory& memory) {
 // Needs: all slots are empty, and both tables are small.
 template <class T>
 void htable<T>::enterAllOfSmall(const htable& old) {
+  const unsigned int capacity = capacity_;
+  std::uint32_t* const keys = keys_;
+  T* const fresh = values();
+  const T* const before = old.values();
   std::uint64_t live = 0;
   for (std::uint64_t left = old.bits_.small.live; left != 0; left &= left - 1) {
     const auto from = static_cast<unsigned int>(std::countr_zero(left));
-    unsigned int slot = home(old.keys_[from]);
+    const std::uint32_t key = old.keys_[from];
+    unsigned int slot = homeIn(capacity, key);
     while ((live >> slot & 1) != 0)
-      if (++slot == capacity_) slot = 0;
+      if (++slot == capacity) slot = 0;
     live |= std::uint64_t{1} << slot;
-    keys_[slot] = old.keys_[from];
-    value(slot) = old.value(from);
+    keys[slot] = key;
+    fresh[slot] = before[from];
   }
   bits_.small.live = live;
 }

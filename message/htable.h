@@ -57,18 +57,18 @@ class htable {
 
   // Null where the key is not.
   const T* get(std::uint32_t key) const {
-    const unsigned int slot = find(key);
-    return slot == kNoSlot ? nullptr : &value(slot);
+    if (isSmall()) {  // mostly it lies in its home slot
+      const unsigned int slot = home(key);
+      if ((bits_.small.live >> slot & 1) != 0 && keys_[slot] == key) return &value(slot);
+    }
+    return searched(key);
   }
   // Finds or inserts with value zero.  The reference is good until the next call.
   T& get_ref(std::uint32_t key, container::Memory& memory) {
     if (count_ + 1 > growthThreshold()) rehash(memory);
     return isSmall() ? smallRef(key) : largeRef(key);
   }
-  void erase(std::uint32_t key) {
-    const unsigned int slot = find(key);
-    if (slot != kNoSlot) eraseSlot(slot);
-  }
+  void erase(std::uint32_t key);
 
   // The least live slot above `slot`, or capacity().  Walks begin at next(kNoSlot).
   unsigned int next(unsigned int slot) const {
@@ -99,8 +99,9 @@ class htable {
 
  private:
   struct SlotEntry {
-    std::uint32_t id = 0;
+    std::uint32_t key = 0;
     unsigned int slot = kNoSlot;
+    std::uint32_t id() const { return key; }
     bool isFree() const { return slot == kNoSlot; }
   };
   // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
@@ -150,30 +151,35 @@ class htable {
   }
   unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
 
+  const T* searched(std::uint32_t key) const;
   unsigned int find(std::uint32_t key) const { return isSmall() ? findSmall(key) : findLarge(key); }
-  unsigned int findSmall(std::uint32_t key) const {
-    const std::uint64_t live = bits_.small.live;
-    const std::uint64_t everUsed = live | bits_.small.erased;
-    unsigned int slot = home(key);
-    for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
-      if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
-      if (++slot == capacity_) slot = 0;
-    }
-    return kNoSlot;
-  }
+  unsigned int findSmall(std::uint32_t key) const;
   unsigned int findLarge(std::uint32_t key) const;
-  T& smallRef(std::uint32_t key);
+  // Mostly the home slot was never used, and that is the end of it.
+  T& smallRef(std::uint32_t key) {
+    const unsigned int slot = home(key);
+    if (((bits_.small.live | bits_.small.erased) >> slot & 1) != 0) return probedRef(slot, key);
+    return enterSmall(slot, key);
+  }
+  T& probedRef(unsigned int slot, std::uint32_t key);
+  // Needs: the slot was never used, or is no longer.
+  T& enterSmall(unsigned int slot, std::uint32_t key) {
+    bits_.small.live |= std::uint64_t{1} << slot;
+    keys_[slot] = key;
+    ++count_;
+    return value(slot) = T{};
+  }
   T& largeRef(std::uint32_t key);
-  T& enterSmall(unsigned int slot, std::uint32_t key);
   T& placeLarge(std::uint32_t key, const T& v);
   unsigned int firstFreeSlot(unsigned int home) const;
   std::uint64_t freeSlotsOf(unsigned int word) const;
   unsigned int firstWordWithRoom(unsigned int from) const;
-  // A division by a constant is a multiplication, and the first two capacities are nearly all there is.
-  unsigned int home(std::uint32_t key) const {
-    if (capacity_ == kFirstCapacity) return key % kFirstCapacity;
-    if (capacity_ == 2 * kFirstCapacity) return key % (2 * kFirstCapacity);
-    return key % capacity_;
+  unsigned int home(std::uint32_t key) const { return homeIn(capacity_, key); }
+  // key % capacity without a division, because the compiler makes that of a constant a multiplication: of 11 * 2^n parts
+  // there are as many in a key as of 11, without the last n bits.
+  static unsigned int homeIn(unsigned int capacity, std::uint32_t key) {
+    const unsigned int withoutLastBits = capacity | (0 - capacity);
+    return key - (key / kFirstCapacity & withoutLastBits) * kFirstCapacity;
   }
   void eraseSlot(unsigned int slot);
   void rehash(container::Memory& memory);

@@ -11,8 +11,8 @@ namespace kl::container {
 // A number that peers cannot know, the same for the life of the process.
 std::uint64_t idHashFactor();
 
-// Open addressing with linear probing over entries that lie in memory of the owner's.  `Entry` has a
-// public `id` and isFree(); a default-made one is free.  The order of entries means nothing, and as the hash is
+// Open addressing with linear probing over entries that lie in memory of the owner's.  `Entry` has
+// id() and isFree(); a default-made one is free.  The order of entries means nothing, and as the hash is
 // secret, a peer cannot choose ids that collide.
 //
 // Errors:    none.
@@ -40,12 +40,12 @@ class IdIndex {
   // Where the id is, or else the free entry that it may be put into.
   Entry* findOrFree(std::uint32_t id) const {
     std::size_t i = home(id);
-    while (!entries_[i].isFree() && entries_[i].id != id) i = next(i);
+    while (!entries_[i].isFree() && entries_[i].id() != id) i = next(i);
     return &entries_[i];
   }
   // Needs: the id is not in the index, and half of the entries are free.
   Entry* add(const Entry& entry) {
-    std::size_t i = home(entry.id);
+    std::size_t i = home(entry.id());
     while (!entries_[i].isFree()) i = next(i);
     entries_[i] = entry;
     return &entries_[i];
@@ -54,7 +54,7 @@ class IdIndex {
   void remove(Entry* entry) {
     std::size_t hole = static_cast<std::size_t>(entry - entries_);
     for (std::size_t i = next(hole); !entries_[i].isFree(); i = next(i)) {
-      if (distance(home(entries_[i].id), i) < distance(hole, i)) continue;
+      if (distance(home(entries_[i].id()), i) < distance(hole, i)) continue;
       entries_[hole] = entries_[i];
       hole = i;
     }

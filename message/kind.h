@@ -154,8 +154,9 @@ unsigned char* encode(unsigned char* to, const std::vector<Element>& v) {
   return to;
 }
 
-// Any byte but 0 is true, and 1 once it is ours.
-inline void copyBools(unsigned char* to, const unsigned char* from, std::size_t n) {
+// The bytes of a value as they come from outside.  Any byte but 0 is true, and 1 once it is ours.
+inline void copyValue(Kind kind, unsigned char* to, const unsigned char* from, std::size_t n) {
+  if (kind != Kind::boolArray) return copyBytes(to, from, n);
   for (std::size_t i = 0; i < n; ++i) to[i] = from[i] != 0 ? 1 : 0;
 }
 

@@ -63,6 +63,7 @@ class LegacyReader {
   std::size_t wholeElements(Kind kind, std::size_t count, std::size_t& bytes) const;
   Outcome append(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
   Outcome appendBytes(const Node* node, Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
+  void store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
 
   message::Rep& rep_;
   const unsigned char* at_;
@@ -98,7 +99,7 @@ Outcome LegacyReader::readSingle(const Header& header) {
   const std::size_t length = loadLe16(payload);
   if (left() < length) return Outcome::fault;
   const std::size_t kept = kind == Kind::string && length > 0 ? length - 1 : length;
-  rep_.putBytes(kind, header.id, at_, kept, 0, reading_ == Reading::borrowing);
+  store(kind, header.id, kept, 0);
   at_ += length;
   return Outcome::ok;
 }
@@ -146,7 +147,7 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
 Outcome LegacyReader::appendBytes(const Node* node, Kind kind, unsigned int id, std::size_t bytes,
                                   std::size_t count) {
   if (node == nullptr || node->count == 0) {
-    rep_.putBytes(kind, id, at_, bytes, count, reading_ == Reading::borrowing);
+    store(kind, id, bytes, count);
     return Outcome::ok;
   }
   const std::size_t before = node->size;
@@ -158,6 +159,12 @@ Outcome LegacyReader::appendBytes(const Node* node, Kind kind, unsigned int id, 
   rep_.putBytes(kind, id, joined, all, wholeCount);
   rep_.memory.give(joined, roundedUp(all));
   return Outcome::ok;
+}
+
+// Needs: so many bytes are left.
+void LegacyReader::store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count) {
+  if (reading_ == Reading::borrowing) rep_.putBorrowed(kind, id, at_, bytes, count);
+  else rep_.putBytes(kind, id, at_, bytes, count);
 }
 
 }  // namespace

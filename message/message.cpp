@@ -8,7 +8,7 @@
 
 #include "kl/message.h"
 
-#include "message/rep.h"
+#include "message/wire.h"
 
 namespace kl {
 namespace {
@@ -21,10 +21,10 @@ message::Rep* sharedOrCopied(message::Rep* rep) {
 }
 
 message::Rep* fromBytes(const unsigned char* data, unsigned int len) {
-  message m;
-  RepAccess::of(m) = message::Rep::make();
-  (void)m.unflatten(data, len, message::normal);
-  return std::exchange(RepAccess::of(m), nullptr);
+  message::Rep* rep = message::Rep::make();
+  if (data != nullptr)
+    (void)container::readFormat(*rep, data, len, message::normal, container::Reading::copying);
+  return rep;
 }
 
 }  // namespace

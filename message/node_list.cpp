@@ -10,7 +10,7 @@ void NodeList::remove(const Place& place) {
   --count_;
   if (index_ == nullptr) return;
   index_->headEntry = nullptr;  // entries move up
-  index_->remove(index_->find(place.node->id));
+  index_->remove(place.entry);
   if (next != nullptr) index_->find(next->id)->previous = place.previous;
 }
 
@@ -18,7 +18,7 @@ void NodeList::replace(const Place& place, Node* node) {
   node->next = place.node->next;
   (place.previous != nullptr ? place.previous->next : head_) = node;
   if (index_ == nullptr) return;
-  index_->find(node->id)->node = node;
+  place.entry->node = node;
   if (node->next != nullptr) index_->find(node->next->id)->previous = node;
 }
 
@@ -46,7 +46,7 @@ void NodeList::check() const {
   unsigned int nodes = 0;
   const Node* previous = nullptr;
   for (const Node* node = head_; node != nullptr; previous = node, node = node->next, ++nodes) {
-    KL_INVARIANT((filter_ & filterBit(node->id)) != 0);  // L2
+    KL_INVARIANT(index_ != nullptr || (filter_ & filterBit(node->id)) != 0);  // L2
     const Place place = find(node->id);
     KL_INVARIANT(place.node == node);          // L1
     KL_INVARIANT(place.previous == previous);  // L3
@@ -54,23 +54,18 @@ void NodeList::check() const {
   KL_INVARIANT(nodes == count_);
 }
 
-NodeList::Place NodeList::lookUp(unsigned int id) const {
-  Entry* entry = index_->findOrFree(id);
-  if (entry->isFree()) return {nullptr, nullptr, entry};
-  return {entry->node, entry->previous, nullptr};
-}
+NodeList::Entry* NodeList::entryOf(unsigned int id) const { return index_->findOrFree(id); }
 
-// L3: the node that becomes the head; it is counted and linked already.
-void NodeList::enter(const Place& place, Node* node, Memory& memory) {
-  Entry* entry = place.free;
+// L3: the node that becomes the head; it is counted and linked already.  `entry` is free for it, or null.
+void NodeList::enter(Entry* entry, Node* node, Memory& memory) {
   if (index_ == nullptr || 2 * count_ > index_->size()) {
     makeIndex(index_ == nullptr ? 4 * kWalked : 4 * index_->size(), memory);
     entry = nullptr;
   }
   if (head_ != nullptr)
     (index_->headEntry != nullptr ? index_->headEntry : index_->find(head_->id))->previous = node;
-  if (entry != nullptr) *entry = {node->id, node, nullptr};
-  else entry = index_->add({node->id, node, nullptr});
+  if (entry != nullptr) *entry = {node, nullptr};
+  else entry = index_->add({node, nullptr});
   index_->headEntry = entry;
 }
 
@@ -81,8 +76,7 @@ void NodeList::makeIndex(std::size_t size, Memory& memory) {
   else memory.give(index_->entries(), index_->size() * sizeof(Entry));
   new (index_) Index(entries, size);
   Node* previous = nullptr;
-  for (Node* node = head_; node != nullptr; previous = node, node = node->next)
-    index_->add({node->id, node, previous});
+  for (Node* node = head_; node != nullptr; previous = node, node = node->next) index_->add({node, previous});
 }
 
 }  // namespace kl::container

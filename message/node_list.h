@@ -2,7 +2,7 @@
 // node_list.h: the two lists of a message, most recently added field first.
 //
 // L1  an id occurs at most once; a new node is the head
-// L2  the filter has the bit of every id in the list; it is asked while there is no index
+// L2  while there is no index, the filter has the bit of every id in the list
 // L3  a list that ever had more than kWalked nodes has an index of all its nodes and their predecessors
 
 #include <cstdint>
@@ -24,13 +24,13 @@ class NodeList {
   struct Place {
     Node* node;      // null where the id is not in the list
     Node* previous;  // null at the head
-    Entry* free;     // of an id that is not in the list, where its index would have it
+    Entry* entry;    // where the list has an index: the id's, or a free one that it may be put into
   };
 
   struct Entry {
-    unsigned int id = 0;
     Node* node = nullptr;
     Node* previous = nullptr;
+    unsigned int id() const { return node->id; }
     bool isFree() const { return node == nullptr; }
   };
 
@@ -42,15 +42,18 @@ class NodeList {
   unsigned int count() const { return count_; }
 
   Place find(unsigned int id) const {
-    if (index_ != nullptr) return lookUp(id);
+    if (index_ != nullptr) {
+      Entry* const entry = entryOf(id);
+      return {entry->node, entry->previous, entry};
+    }
     if ((filter_ & filterBit(id)) == 0) return {};
     return walkTo(id);
   }
-  // Needs: the place was just found, and the node's id is not in the list.
-  void push(const Place& place, Node* node, Memory& memory) {
+  // Needs: the node's id is not in the list.  `entry` was just found for it, or is null.
+  void push(Entry* entry, Node* node, Memory& memory) {
     node->next = head_;
-    filter_ |= filterBit(node->id);
-    if (++count_ > kWalked || index_ != nullptr) enter(place, node, memory);
+    if (++count_ > kWalked || index_ != nullptr) enter(entry, node, memory);
+    else filter_ |= filterBit(node->id);
     head_ = node;
   }
   // Unlinks the node of a place just found.
@@ -85,8 +88,8 @@ class NodeList {
       if (node->id == id) return {node, previous, nullptr};
     return {};
   }
-  Place lookUp(unsigned int id) const;
-  void enter(const Place& place, Node* node, Memory& memory);
+  Entry* entryOf(unsigned int id) const;
+  void enter(Entry* entry, Node* node, Memory& memory);
   void makeIndex(std::size_t size, Memory& memory);
 
   Node* head_ = nullptr;

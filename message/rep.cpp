@@ -100,42 +100,43 @@ void message::Rep::removeBool(unsigned int id) {
 
 // --- Fields and arrays -----------------------------------------------------------------------------------
 
-namespace {
-
-void copyValue(container::Node& node, const unsigned char* from, std::size_t bytes) {
-  if (node.kind == container::Kind::boolArray) container::copyBools(node.room(), from, bytes);
-  else container::copyBytes(node.room(), from, bytes);
-}
-
-}  // namespace
-
-void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
-                            std::size_t count, bool borrowing) {
+// Compiled into putBytes() too, by which every field that is read comes.
+[[gnu::always_inline]] inline message::Rep::Node* message::Rep::addHere(Kind kind, unsigned int id,
+                                                                        std::size_t bytes,
+                                                                        std::size_t count) {
   NodeList& list = listOf(kind);
   const NodeList::Place place = list.find(id);
-  if (place.node == nullptr && !borrowing) {  // by far the most frequent case
-    Node* node = takeNode(memory, kind, id, bytes);
-    copyValue(*node, from, bytes);
-    setFilled(*node, bytes, count);
-    return list.push(place, node, memory);
-  }
-  if (place.node != nullptr && place.node->kind == kind && place.node->hasObject())
-    return assignBytes(*place.node, from, bytes, count);
-  Node& node = putRoom(list, place, kind, id, borrowing ? 0 : bytes);
-  if (borrowing) node.borrow(from);
-  else copyValue(node, from, bytes);
+  if (place.node != nullptr) return nullptr;
+  Node* node = takeNode(memory, kind, id, bytes);
+  setFilled(*node, bytes, count);
+  list.push(place.entry, node, memory);
+  return node;
+}
+
+message::Rep::Node* message::Rep::add(Kind kind, unsigned int id, std::size_t bytes, std::size_t count) {
+  return addHere(kind, id, bytes, count);
+}
+
+void message::Rep::putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                            std::size_t count) {
+  Node* const node = addHere(kind, id, bytes, count);
+  if (node == nullptr) return replaceWithBytes(kind, id, from, bytes, count);
+  container::copyValue(kind, node->room(), from, bytes);
+}
+
+void message::Rep::putBorrowed(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                               std::size_t count) {
+  Node& node = putRoom(kind, id, 0);
+  node.borrow(from);
   setFilled(node, bytes, count);
 }
 
 template <message::Rep::Kind k>
 void message::Rep::putObject(unsigned int id, const Object<k>& v) {
-  NodeList& list = listOf(k);
-  const NodeList::Place place = list.find(id);
-  if (place.node != nullptr || !container::fitsBytes(v)) return replaceWithObject<k>(place, id, v);
-  const std::size_t bytes = encodedSize(v);
-  Node& node = putRoom(list, place, k, id, bytes);
-  encode(node.room(), v);
-  setFilled(node, bytes, container::elementCount(v));
+  Node* node = nullptr;
+  if (container::fitsBytes(v)) node = add(k, id, encodedSize(v), container::elementCount(v));
+  if (node == nullptr) return replaceWithObject<k>(id, v);
+  encode(node->room(), v);
 }
 
 template void message::Rep::putObject<container::Kind::string>(unsigned int, const std::string&);
@@ -154,23 +155,17 @@ template void message::Rep::putObject<container::Kind::messageArray>(unsigned in
 template void message::Rep::putObject<container::Kind::rawArray>(unsigned int,
                                                                  const std::vector<container::Bytes>&);
 
-message::Rep::Node& message::Rep::putRoom(NodeList& list, const NodeList::Place& place, Kind kind,
-                                          unsigned int id, std::size_t bytes) {
-  Node* old = place.node;
-  if (old != nullptr && old->kind == kind && !old->borrows && old->roomBytes() >= bytes) {
-    listBytes -= recordBytes(*old, old->size);
-    return *old;
-  }
+message::Rep::Node& message::Rep::putRoom(Kind kind, unsigned int id, std::size_t bytes) {
+  NodeList& list = listOf(kind);
+  const NodeList::Place place = list.find(id);
+  Node* const old = place.node;
+  if (old != nullptr) listBytes -= recordBytes(*old, old->size);
+  if (old != nullptr && old->kind == kind && !old->borrows && old->roomBytes() >= bytes) return *old;
   Node* node = takeNode(memory, kind, id, bytes);
-  putNode(list, place, node);
-  return *node;
-}
-
-void message::Rep::putNode(NodeList& list, const NodeList::Place& place, Node* node) {
-  if (place.node == nullptr) return list.push(place, node, memory);
+  if (old == nullptr) return list.push(place.entry, node, memory), *node;
   list.replace(place, node);
-  listBytes -= recordBytes(*place.node, place.node->size);
-  giveNode(memory, place.node);
+  giveNode(memory, old);
+  return *node;
 }
 
 void message::Rep::putCopy(const Node& source) {
@@ -182,11 +177,9 @@ void message::Rep::putCopy(const Node& source) {
 }
 
 message::Rep::Node& message::Rep::nodeRef(Kind kind, unsigned int id) {
-  NodeList& list = listOf(kind);
-  const NodeList::Place place = list.find(id);
-  if (place.node != nullptr && place.node->kind == kind) return *place.node;
+  if (Node* node = listOf(kind).find(id).node; node != nullptr && node->kind == kind) return *node;
   const std::size_t bytes = kind == Kind::u64 ? 8 : kind == Kind::addr6 ? 16 : 0;
-  Node& node = putRoom(list, place, kind, id, bytes);
+  Node& node = putRoom(kind, id, bytes);
   std::memset(node.room(), 0, bytes);
   setFilled(node, bytes, 0);
   return node;
@@ -230,9 +223,9 @@ void message::Rep::becomeItsCopy() {
 void message::Rep::pushCopy(NodeList& to, const Node& source) {
   if (source.hasObject()) return putCopy(source);
   Node* node = takeNode(memory, source.kind, source.id, source.size);
-  container::copyBytes(node->room(), source.content(), source.size);
   setFilled(*node, source.size, source.count);
-  to.push({}, node, memory);
+  to.push(nullptr, node, memory);
+  container::copyBytes(node->room(), source.content(), source.size);
 }
 
 // --- Measures --------------------------------------------------------------------------------------------

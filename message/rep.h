@@ -70,15 +70,17 @@ struct [[gnu::visibility("hidden")]] message::Rep {
     return node != nullptr && node->kind == kind ? node : nullptr;
   }
 
-  // Gives the field the value that lies in bytes at `from`.  With `borrowing` they are not copied.
-  void putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes, std::size_t count,
-                bool borrowing = false);
+  // Gives the field the value that lies in bytes at `from`.
+  void putBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes, std::size_t count);
+  // The same without copying them (R5).
+  void putBorrowed(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                   std::size_t count);
   // Gives the field the value of an object, which may be the field's own.
   template <Kind k>
   void putObject(unsigned int id, const container::Object<k>& v);
   // A node of that kind with room for so many bytes, which replaces what was there and which the caller
-  // then fills.  Needs: the place was just found, and no object of that kind is in it.
-  Node& putRoom(NodeList & list, const NodeList::Place& place, Kind kind, unsigned int id, std::size_t bytes);
+  // then fills.  Needs: there is no object of that kind.
+  Node& putRoom(Kind kind, unsigned int id, std::size_t bytes);
   // What the caller of putRoom() filled in, which may be less than the room.
   void setFilled(Node & node, std::size_t bytes, std::size_t count) {
     node.size = static_cast<unsigned int>(bytes);
@@ -127,13 +129,17 @@ struct [[gnu::visibility("hidden")]] message::Rep {
     if (!node.agrees()) return 0;
     return valueBytes + (isPlainValue(node.kind) ? 4 : 6);
   }
-  void putNode(NodeList & list, const NodeList::Place& place, Node* node);
+  // A node that is filled but for its bytes, or null where there is a field already.
+  Node* add(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
+  Node* addHere(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
+  // The same as putBytes, where there is a field already.
+  void replaceWithBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                        std::size_t count);
   // The same as putObject, where there is a field already or the value is too large for bytes.
   template <Kind k>
-  void replaceWithObject(const NodeList::Place& place, unsigned int id, const container::Object<k>& v);
+  void replaceWithObject(unsigned int id, const container::Object<k>& v);
   template <Kind k>
   void assign(Node & node, const container::Object<k>& v);
-  void assignBytes(Node & node, const unsigned char* from, std::size_t bytes, std::size_t count);
   void resized(Node & node, std::size_t bytes);
   void copyList(NodeList & to, const NodeList& from);
   void pushCopy(NodeList & to, const Node& source);

@@ -14,14 +14,15 @@ using container::objectOf;
 using container::withObjectKind;
 
 template <message::Rep::Kind k>
-void message::Rep::replaceWithObject(const NodeList::Place& place, unsigned int id, const Object<k>& v) {
+void message::Rep::replaceWithObject(unsigned int id, const Object<k>& v) {
+  const NodeList::Place place = listOf(k).find(id);
   std::optional<Object<k>> copy;  // `v` may be the object of the node that is replaced
   if (place.node != nullptr && place.node->kind != k) copy = v;
   const Object<k>& value = copy.has_value() ? *copy : v;
   if (place.node != nullptr && place.node->kind == k && place.node->hasObject())
     return assign<k>(*place.node, value);
   const bool inBytes = container::fitsBytes(value);
-  Node& node = putRoom(listOf(k), place, k, id, inBytes ? encodedSize(value) : 0);
+  Node& node = putRoom(k, id, inBytes ? encodedSize(value) : 0);
   if (inBytes) {
     encode(node.room(), value);
     return setFilled(node, encodedSize(value), container::elementCount(value));
@@ -32,29 +33,23 @@ void message::Rep::replaceWithObject(const NodeList::Place& place, unsigned int 
   lengthsOpen = true;
 }
 
-template void message::Rep::replaceWithObject<container::Kind::string>(const NodeList::Place&, unsigned int,
-                                                                       const std::string&);
-template void message::Rep::replaceWithObject<container::Kind::message>(const NodeList::Place&, unsigned int,
-                                                                        const flat_message&);
-template void message::Rep::replaceWithObject<container::Kind::raw>(const NodeList::Place&, unsigned int,
-                                                                    const container::Bytes&);
-template void message::Rep::replaceWithObject<container::Kind::boolArray>(const NodeList::Place&,
-                                                                          unsigned int,
+template void message::Rep::replaceWithObject<container::Kind::string>(unsigned int, const std::string&);
+template void message::Rep::replaceWithObject<container::Kind::message>(unsigned int, const flat_message&);
+template void message::Rep::replaceWithObject<container::Kind::raw>(unsigned int, const container::Bytes&);
+template void message::Rep::replaceWithObject<container::Kind::boolArray>(unsigned int,
                                                                           const std::vector<bool>&);
-template void message::Rep::replaceWithObject<container::Kind::u32Array>(const NodeList::Place&, unsigned int,
+template void message::Rep::replaceWithObject<container::Kind::u32Array>(unsigned int,
                                                                          const std::vector<unsigned int>&);
 template void message::Rep::replaceWithObject<container::Kind::u64Array>(
-    const NodeList::Place&, unsigned int, const std::vector<unsigned long long>&);
-template void message::Rep::replaceWithObject<container::Kind::addr6Array>(const NodeList::Place&,
-                                                                           unsigned int,
+    unsigned int, const std::vector<unsigned long long>&);
+template void message::Rep::replaceWithObject<container::Kind::addr6Array>(unsigned int,
                                                                            const std::vector<IPAddr6>&);
-template void message::Rep::replaceWithObject<container::Kind::stringArray>(const NodeList::Place&,
-                                                                            unsigned int,
+template void message::Rep::replaceWithObject<container::Kind::stringArray>(unsigned int,
                                                                             const std::vector<std::string>&);
 template void message::Rep::replaceWithObject<container::Kind::messageArray>(
-    const NodeList::Place&, unsigned int, const std::vector<flat_message>&);
+    unsigned int, const std::vector<flat_message>&);
 template void message::Rep::replaceWithObject<container::Kind::rawArray>(
-    const NodeList::Place&, unsigned int, const std::vector<container::Bytes>&);
+    unsigned int, const std::vector<container::Bytes>&);
 
 template <message::Rep::Kind k>
 void message::Rep::assign(Node& node, const Object<k>& v) {
@@ -63,11 +58,18 @@ void message::Rep::assign(Node& node, const Object<k>& v) {
   resized(node, encodedSize(object));
 }
 
-void message::Rep::assignBytes(Node& node, const unsigned char* from, std::size_t bytes, std::size_t count) {
-  withObjectKind(node.kind, [&]<Kind k>() {
-    *node.objectIfAny<k>() = container::Decoded<Object<k>>::from(from, bytes, count);
-  });
-  resized(node, bytes);
+void message::Rep::replaceWithBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
+                                    std::size_t count) {
+  Node* const old = listOf(kind).find(id).node;
+  if (old != nullptr && old->kind == kind && old->hasObject()) {
+    withObjectKind(kind, [&]<Kind k>() {
+      *old->objectIfAny<k>() = container::Decoded<Object<k>>::from(from, bytes, count);
+    });
+    return resized(*old, bytes);
+  }
+  Node& node = putRoom(kind, id, bytes);
+  setFilled(node, bytes, count);
+  container::copyValue(kind, node.room(), from, bytes);
 }
 
 // The node's object was changed by one of our operations.

@@ -100,7 +100,8 @@ class Reader {
   bool takeLength(bool isShort, std::size_t& length);
   Outcome store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
 
-  bool keepRecord(const unsigned char* begin, unsigned int id, bool flag);
+  // The id was taken already.
+  bool keepRecord(unsigned int id, bool flag);
   bool skipPayload(unsigned int id, bool flag);
   bool skip(std::size_t bytes);
 
@@ -118,23 +119,22 @@ bool Reader::takeMagic() {
 }
 
 Outcome Reader::readRecords(bool keeping) {
+  const bool mayRunShort = rep_.memory.arena() != nullptr;
   while (left() >= 4) {
-    const unsigned char* begin = at_;
     const unsigned int word = loadLe32(at_);
-    const unsigned int id = word & ~kFlag;
-    const bool flag = (word & kFlag) != 0;
     at_ += 4;
-    if (keeping && (id & kKeepMark) != 0) {
-      if (!keepRecord(begin, id, flag)) return Outcome::fault;
+    if (keeping && (word & kKeepMark) != 0) {
+      if (!keepRecord(word & ~kFlag, (word & kFlag) != 0)) return Outcome::fault;
       continue;
     }
-    if (const Outcome outcome = readRecord(id, flag); outcome != Outcome::ok) return outcome;
+    if (mayRunShort && !hasRoomForField(rep_, 0)) return Outcome::noRoom;
+    if (const Outcome outcome = readRecord(word & ~kFlag, (word & kFlag) != 0); outcome != Outcome::ok)
+      return outcome;
   }
   return left() == 0 ? Outcome::ok : Outcome::fault;
 }
 
 Outcome Reader::readRecord(unsigned int id, bool flag) {
-  if (!hasRoomForField(rep_, 0)) return Outcome::noRoom;
   const Kind kind = kindOf(id);
   switch (kind) {
     case Kind::boolean:
@@ -220,7 +220,8 @@ bool Reader::takeLength(bool isShort, std::size_t& length) {
 // Needs: so many bytes are left.
 Outcome Reader::store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count) {
   rep_.unshareable = true;
-  rep_.putBytes(kind, id, at_, bytes, count, reading_ == Reading::borrowing);
+  if (reading_ == Reading::borrowing) rep_.putBorrowed(kind, id, at_, bytes, count);
+  else rep_.putBytes(kind, id, at_, bytes, count);
   at_ += bytes;
   return Outcome::ok;
 }
@@ -228,7 +229,8 @@ Outcome Reader::store(Kind kind, unsigned int id, std::size_t bytes, std::size_t
 // --- Keeping marked records ------------------------------------------------------------------------------
 
 // Every byte is kept at most once, so there is room for it in as many bytes as were given.
-bool Reader::keepRecord(const unsigned char* begin, unsigned int id, bool flag) {
+bool Reader::keepRecord(unsigned int id, bool flag) {
+  const unsigned char* const begin = at_ - 4;
   const bool isWhole = skipPayload(id, flag);
   const auto bytes = static_cast<std::size_t>(at_ - begin);
   copyBytes(rep_.kept->data() + keptBytes_, begin, bytes);

@@ -48,6 +48,19 @@ TEST_F(Htable, CollidingKeysTakeTheNextSlotsAndWrapAround) {
   EXPECT_EQ(keys(table), (std::vector<unsigned int>{21, 32, 10}));
 }
 
+TEST_F(Htable, AKeyAloneLiesInTheSlotOfItsRemainder) {
+  for (unsigned int capacity = 11; capacity < 10'000; capacity *= 2) {
+    for (unsigned int key = 0; table.capacity() < capacity; ++key) ref(key);
+    table.removeIdMask(0, 0);
+    for (const unsigned int key : {0u, 10u, 11u, 12u, 351u, 352u, 0x08ff0003u, 0x7fffffffu, 0x80000000u,
+                                   0xba2e8ba3u, 0xfffffff4u, 0xfffffffdu}) {
+      ref(key);
+      EXPECT_EQ(table.next(Table::kNoSlot), key % capacity) << key << " of " << capacity;
+      table.erase(key);
+    }
+  }
+}
+
 TEST_F(Htable, GrowsAtTheReferenceThatFindsFiveKeys) {
   for (unsigned int key = 0; key < 5; ++key) ref(key) = key;
   EXPECT_EQ(table.capacity(), 11u);

@@ -10,8 +10,9 @@
 namespace {
 
 struct Entry {
-  unsigned int id = 0;
+  unsigned int number = 0;
   int value = 0;
+  unsigned int id() const { return number; }
   bool isFree() const { return value == 0; }
 };
 

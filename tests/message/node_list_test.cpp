@@ -38,7 +38,7 @@ TEST_P(NodeListTest, KeepsItsOrderThroughRandomSteps) {
     const auto at = std::find(expected.begin(), expected.end(), id);
     ASSERT_EQ(place.node != nullptr, at != expected.end());
     if (place.node == nullptr) {
-      list.push(place, node(id), memory);
+      list.push(place.entry, node(id), memory);
       expected.push_front(id);
     } else if (random() % 2 == 0) {
       list.remove(place);
