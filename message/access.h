@@ -19,9 +19,7 @@ inline message::Rep& ownForGood(message& m) {
 template <container::Kind k>
 container::Object<k> valueOr(const message& m, unsigned int id, const container::Object<k>& def) {
   const container::Node* node = RepAccess::read(m).find(k, id);
-  if (node == nullptr) return def;
-  if (const container::Object<k>* object = node->objectIfAny<k>(); object != nullptr) return *object;
-  return container::decoded<k>(*node);
+  return node != nullptr ? container::valueOf<k>(*node) : def;
 }
 
 inline const container::Node& nodeOf(const message& m, container::Kind kind, unsigned int id) {

@@ -18,6 +18,12 @@ unsigned int countOf(const message& m, Kind kind, unsigned int id) {
   return node != nullptr ? static_cast<unsigned int>(valueCount(*node)) : 0;
 }
 
+template <Kind k>
+container::Object<k> arrayOf(const message& m, unsigned int id) {
+  const Node* node = RepAccess::read(m).find(k, id);
+  return node != nullptr ? container::valueOf<k>(*node) : container::Object<k>{};
+}
+
 // Kept on purpose: an array insert makes the message unshareable, though no pointer leaves it.
 // Held by Sharing.AnArrayInsertMakesTheMessageUnshareable.
 template <Kind k>
@@ -30,31 +36,31 @@ void putArray(message& m, unsigned int id, const container::Object<k>& v) {
 // --- Getters by value ------------------------------------------------------------------------------------
 
 std::vector<bool> message::get_bool_array(unsigned int id) const {
-  return valueOr<Kind::boolArray>(*this, id, {});
+  return arrayOf<Kind::boolArray>(*this, id);
 }
 
 std::vector<unsigned int> message::get_u32_array(unsigned int id) const {
-  return valueOr<Kind::u32Array>(*this, id, {});
+  return arrayOf<Kind::u32Array>(*this, id);
 }
 
 std::vector<unsigned long long> message::get_u64_array(unsigned int id) const {
-  return valueOr<Kind::u64Array>(*this, id, {});
+  return arrayOf<Kind::u64Array>(*this, id);
 }
 
 std::vector<IPAddr6> message::get_addr6_array(unsigned int id) const {
-  return valueOr<Kind::addr6Array>(*this, id, {});
+  return arrayOf<Kind::addr6Array>(*this, id);
 }
 
 std::vector<std::string> message::get_string_array(unsigned int id) const {
-  return valueOr<Kind::stringArray>(*this, id, {});
+  return arrayOf<Kind::stringArray>(*this, id);
 }
 
 std::vector<std::vector<unsigned char>> message::get_raw_array(unsigned int id) const {
-  return valueOr<Kind::rawArray>(*this, id, {});
+  return arrayOf<Kind::rawArray>(*this, id);
 }
 
 std::vector<message::flat_message> message::get_message_array(unsigned int id) const {
-  return valueOr<Kind::messageArray>(*this, id, {});
+  return arrayOf<Kind::messageArray>(*this, id);
 }
 
 std::vector<unsigned int> message::get_be32_array(unsigned int id) const {

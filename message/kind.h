@@ -14,7 +14,6 @@
 
 #include <climits>
 #include <cstddef>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -159,92 +158,5 @@ inline void copyValue(Kind kind, unsigned char* to, const unsigned char* from, s
   if (kind != Kind::boolArray) return copyBytes(to, from, n);
   for (std::size_t i = 0; i < n; ++i) to[i] = from[i] != 0 ? 1 : 0;
 }
-
-// Walks over little-endian numbers, so that a vector is made in one go.
-template <class Number>
-class NumberIterator {
- public:
-  using iterator_category = std::random_access_iterator_tag;
-  using value_type = Number;
-  using difference_type = std::ptrdiff_t;
-  using pointer = const Number*;
-  using reference = Number;
-
-  explicit NumberIterator(const unsigned char* at) : at_(at) {}
-  Number operator*() const {
-    if constexpr (sizeof(Number) == 4) return loadLe32(at_);
-    else return loadLe64(at_);
-  }
-  NumberIterator& operator++() {
-    at_ += sizeof(Number);
-    return *this;
-  }
-  difference_type operator-(const NumberIterator& other) const {
-    return (at_ - other.at_) / static_cast<difference_type>(sizeof(Number));
-  }
-  bool operator==(const NumberIterator&) const = default;
-
- private:
-  const unsigned char* at_;
-};
-
-// A value as an object, from its bytes and, of an array, the number of its elements.
-template <class Value>
-struct Decoded;
-template <>
-struct Decoded<std::string> {
-  static std::string from(const unsigned char* at, std::size_t bytes, std::size_t) {
-    return {reinterpret_cast<const char*>(at), bytes};
-  }
-};
-template <>
-struct Decoded<Bytes> {
-  static Bytes from(const unsigned char* at, std::size_t bytes, std::size_t) { return {at, at + bytes}; }
-};
-template <>
-struct Decoded<kl::message::flat_message> {
-  static kl::message::flat_message from(const unsigned char* at, std::size_t bytes, std::size_t) {
-    return {at, at + bytes};
-  }
-};
-template <>
-struct Decoded<std::vector<bool>> {
-  static std::vector<bool> from(const unsigned char* at, std::size_t, std::size_t count) {
-    std::vector<bool> v(count);
-    for (std::size_t i = 0; i < count; ++i) v[i] = at[i] != 0;
-    return v;
-  }
-};
-template <class Number>
-requires std::is_integral_v<Number>
-struct Decoded<std::vector<Number>> {
-  static std::vector<Number> from(const unsigned char* at, std::size_t, std::size_t count) {
-    return {NumberIterator<Number>(at), NumberIterator<Number>(at + count * sizeof(Number))};
-  }
-};
-template <>
-struct Decoded<std::vector<IPAddr6>> {
-  static std::vector<IPAddr6> from(const unsigned char* at, std::size_t, std::size_t count) {
-    std::vector<IPAddr6> v(count);
-    for (std::size_t i = 0; i < count; ++i) std::memcpy(v[i].bytes, at + 16 * i, 16);
-    return v;
-  }
-};
-template <class Element>
-requires requires(Element e) { e.size(); }
-struct Decoded<std::vector<Element>> {
-  static std::vector<Element> from(const unsigned char* at, std::size_t, std::size_t count) {
-    std::vector<Element> v;
-    v.reserve(count);
-    for (; count > 0; --count) {
-      const std::size_t bytes = loadLe16(at);
-      if constexpr (std::is_same_v<Element, std::string>)
-        v.emplace_back(reinterpret_cast<const char*>(at + 2), bytes);
-      else v.emplace_back(at + 2, at + 2 + bytes);
-      at += 2 + bytes;
-    }
-    return v;
-  }
-};
 
 }  // namespace kl::container

@@ -135,9 +135,8 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
   const Node* node = rep_.find(kind, id);
   if (node == nullptr || !node->hasObject()) return appendBytes(node, kind, id, bytes, count);
   withObjectKind(kind, [&]<Kind k>() {
-    const Object<k> more = Decoded<Object<k>>::from(at_, bytes, count);
     Object<k>& all = *node->objectIfAny<k>();
-    all.insert(all.end(), more.begin(), more.end());
+    for (const auto& element : decoded<k>(at_, bytes, count)) all.push_back(element);
     rep_.putObject<k>(id, all);  // its length is counted anew
   });
   return Outcome::ok;

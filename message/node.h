@@ -70,25 +70,17 @@ inline Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t va
 void giveNode(Memory& memory, Node* node);
 void destroyObject(Node& node);
 
-// Needs: the value is in bytes.
+// Each of these three exists for every kind that may become an object.
+//
+// The object of a value in bytes and, of an array, the number of its elements.
 template <Kind k>
-Object<k> decoded(const Node& node) {
-  return Decoded<Object<k>>::from(node.content(), node.size, node.count);
-}
-
+Object<k> decoded(const unsigned char* at, std::size_t bytes, std::size_t count);
+// A copy of the value.
+template <Kind k>
+Object<k> valueOf(const Node& node);
 // The value as an object, made and published where there is none yet.
 template <Kind k>
 Object<k>* objectOf(const Node& node);
-extern template std::string* objectOf<Kind::string>(const Node&);
-extern template kl::message::flat_message* objectOf<Kind::message>(const Node&);
-extern template Bytes* objectOf<Kind::raw>(const Node&);
-extern template std::vector<bool>* objectOf<Kind::boolArray>(const Node&);
-extern template std::vector<unsigned int>* objectOf<Kind::u32Array>(const Node&);
-extern template std::vector<unsigned long long>* objectOf<Kind::u64Array>(const Node&);
-extern template std::vector<IPAddr6>* objectOf<Kind::addr6Array>(const Node&);
-extern template std::vector<std::string>* objectOf<Kind::stringArray>(const Node&);
-extern template std::vector<kl::message::flat_message>* objectOf<Kind::messageArray>(const Node&);
-extern template std::vector<Bytes>* objectOf<Kind::rawArray>(const Node&);
 
 struct Span {
   const unsigned char* data;

@@ -62,9 +62,8 @@ void message::Rep::replaceWithBytes(Kind kind, unsigned int id, const unsigned c
                                     std::size_t count) {
   Node* const old = listOf(kind).find(id).node;
   if (old != nullptr && old->kind == kind && old->hasObject()) {
-    withObjectKind(kind, [&]<Kind k>() {
-      *old->objectIfAny<k>() = container::Decoded<Object<k>>::from(from, bytes, count);
-    });
+    withObjectKind(kind,
+                   [&]<Kind k>() { *old->objectIfAny<k>() = container::decoded<k>(from, bytes, count); });
     return resized(*old, bytes);
   }
   Node& node = putRoom(kind, id, bytes);
