@@ -15,11 +15,12 @@ inline message::Rep& ownForGood(message& m) {
   return rep;
 }
 
-// Needs: an object kind.  A copy of the value, or `def`.
+// Needs: the kind of a string, message or raw value.  A copy of the value, or `def`.
 template <container::Kind k>
 container::Object<k> valueOr(const message& m, unsigned int id, const container::Object<k>& def) {
   const container::Node* node = RepAccess::read(m).find(k, id);
-  return node != nullptr ? container::valueOf<k>(*node) : def;
+  if (node != nullptr) return container::valueOf<k>(*node);
+  return container::decoded<k>(container::asBytes(def), def.size(), 0);
 }
 
 inline const container::Node& nodeOf(const message& m, container::Kind kind, unsigned int id) {

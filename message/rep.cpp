@@ -177,12 +177,16 @@ void message::Rep::putCopy(const Node& source) {
 }
 
 message::Rep::Node& message::Rep::nodeRef(Kind kind, unsigned int id) {
-  if (Node* node = listOf(kind).find(id).node; node != nullptr && node->kind == kind) return *node;
   const std::size_t bytes = kind == Kind::u64 ? 8 : kind == Kind::addr6 ? 16 : 0;
-  Node& node = putRoom(kind, id, bytes);
-  std::memset(node.room(), 0, bytes);
-  setFilled(node, bytes, 0);
-  return node;
+  Node* node = add(kind, id, bytes, 0);
+  if (node == nullptr) {
+    node = listOf(kind).find(id).node;
+    if (node->kind == kind) return *node;
+    node = &putRoom(kind, id, bytes);
+    setFilled(*node, bytes, 0);
+  }
+  std::memset(node->room(), 0, bytes);
+  return *node;
 }
 
 void message::Rep::remove(NodeList& list, unsigned int id) {
