@@ -31,21 +31,12 @@ class StoreChange : public kl::test::StoreFiles {
     std::string log;
     ChangingCalls calls;
     calls.watch([&](const FileCall& call) {
-      if (call.kind == FileCall::kWrite) log += "write" + suffixOf(call.inode);
-      if (call.kind == FileCall::kTruncate) log += "truncate" + suffixOf(call.inode);
-      if (call.kind == FileCall::kSync) log += "sync" + suffixOf(call.inode);
+      if (call.kind == FileCall::kWrite) log += "write" + suffixOf(call.inode) + " ";
+      if (call.kind == FileCall::kTruncate) log += "truncate" + suffixOf(call.inode) + " ";
+      if (call.kind == FileCall::kSync) log += "sync" + suffixOf(call.inode) + " ";
     });
     body();
     return log;
-  }
-
-  std::string suffixOf(unsigned long long inode) const {
-    for (const char* suffix : {".idx", ".dat", ".lock"}) {
-      struct stat file;
-      if (::stat((path + suffix).c_str(), &file) == 0 && file.st_ino == inode)
-        return std::string(suffix) + " ";
-    }
-    return ".? ";
   }
 
   kl::Runner loop;

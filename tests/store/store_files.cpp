@@ -1,5 +1,7 @@
 #include "tests/store/store_files.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -57,6 +59,15 @@ StoreFiles::~StoreFiles() {
 
 std::string StoreFiles::idx() const { return hex(readFile(path + ".idx")); }
 std::string StoreFiles::dat() const { return hex(readFile(path + ".dat")); }
+
+std::string StoreFiles::suffixOf(unsigned long long inode) const {
+  for (const char* suffix : {".idx", ".dat", ".lock"}) {
+    struct stat file;
+    if (::stat((path + suffix).c_str(), &file) == 0 && file.st_ino == inode) return suffix;
+  }
+  return ".?";
+}
+
 void StoreFiles::writeIdx(std::string_view hexDigits) const { writeFile(path + ".idx", bytes(hexDigits)); }
 void StoreFiles::writeDat(std::string_view hexDigits) const { writeFile(path + ".dat", bytes(hexDigits)); }
 

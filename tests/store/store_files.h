@@ -43,6 +43,9 @@ class StoreFiles : public testing::Test {
   std::string dat() const;
   Bytes lockBytes() const { return readFile(path + ".lock"); }
 
+  // The suffix of the store's file with that inode, ".?" if it has none.
+  std::string suffixOf(unsigned long long inode) const;
+
   void writeIdx(std::string_view hexDigits) const;
   void writeDat(std::string_view hexDigits) const;
 
