@@ -39,19 +39,6 @@ TEST_F(StoreMaintenance, TheNinthFreeSlotCompactsAtOnceWithoutARunner) {
   EXPECT_EQ(slots(), 0U);
 }
 
-TEST_F(StoreMaintenance, NineFreeSlotsOfAnEighthAreNotBloated) {
-  Store store(path, 3);
-  // Nine slots of 100 bytes and one of 6300: an eighth is free, exactly.
-  const unsigned int around = kl::test::recordBytes(filled(100)) - 100;
-  store.set(1, filled(6300 - around));
-  const unsigned int whole = kl::test::recordBytes(filled(6300 - around));
-  store.set(2, filled(6300 - whole + 300));
-  addAndRemove(store, 9, 100 - around);
-  const auto length = kl::test::readFile(path + ".dat").size();
-  ASSERT_LE(900U, length / 8);
-  EXPECT_EQ(slots(), 11U);
-}
-
 TEST_F(StoreMaintenance, OpeningABloatedStoreCompactsIt) {
   {
     kl::Runner loop;
@@ -78,6 +65,40 @@ TEST_F(StoreMaintenance, WithARunnerCompactionWaitsAMinute) {
   EXPECT_EQ(slots(), 0U);
 }
 
+TEST_F(StoreMaintenance, AStoreThatIsBloatedAgainIsCompactedAMinuteLater) {
+  kl::test::ScriptedClock clock(1000);
+  kl::Runner loop;
+  Store store(path, 3);
+  addAndRemove(store, 9, 10);
+  clock.advance(kMinute);
+  loop.runTimers();
+  ASSERT_EQ(slots(), 0U);
+  clock.advance(100);
+  addAndRemove(store, 10, 10);
+  clock.advance(kMinute - 1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 10U);
+  clock.advance(1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 0U);
+}
+
+TEST_F(StoreMaintenance, ACompactionTakesThePendingOneWithIt) {
+  kl::test::ScriptedClock clock(1000);
+  kl::Runner loop;
+  Store store(path, 3);
+  addAndRemove(store, 9, 10);
+  clock.advance(100);
+  store.compact(false);
+  addAndRemove(store, 9, 10);
+  clock.advance(kMinute - 1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 9U);
+  clock.advance(1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 0U);
+}
+
 TEST_F(StoreMaintenance, AStoreThatIsNoLongerBloatedIsNotCompacted) {
   kl::test::ScriptedClock clock(1000);
   kl::Runner loop;
@@ -87,6 +108,13 @@ TEST_F(StoreMaintenance, AStoreThatIsNoLongerBloatedIsNotCompacted) {
   clock.advance(kMinute);
   loop.runTimers();
   EXPECT_EQ(slots(), 9U);
+  store.remove(1);  // bloated once more: a minute from now
+  clock.advance(kMinute - 1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 9U);
+  clock.advance(1);
+  loop.runTimers();
+  EXPECT_EQ(slots(), 0U);
 }
 
 TEST_F(StoreMaintenance, ADestroyedStoreLeavesNoTimer) {
