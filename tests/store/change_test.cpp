@@ -6,6 +6,7 @@
 #include "kl/runner.h"
 #include "tests/store/store_files.h"
 #include "tests/support/changing_calls.h"
+#include "tests/support/child.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -153,6 +154,27 @@ TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {
             }),
             "");
   EXPECT_EQ(Store(path, 3).entries().size(), 3U);
+  EXPECT_TRUE(lockBytes().empty());
+}
+
+// Its index record was written, and there is no room for the rest when it is finished.
+TEST_F(StoreChange, AnAppendThatCannotBeFinishedIsTakenBack) {
+  const auto killed = kl::test::runInChild([this] {
+    Store store(path, 3);
+    ChangingCalls calls;
+    calls.endAt(4, kl::test::When::kBefore);  // the lock file, the announcement, the index, the data
+    store.set(2, number(2));
+  });
+  ASSERT_EQ(killed.exitStatus, ChangingCalls::kEndStatus);
+  ASSERT_EQ(kl::test::readFile(path + ".idx").size(), 24U);
+  {
+    ChangingCalls calls;
+    calls.fillDiskAt(1);
+    EXPECT_EQ(linesOf([&] { EXPECT_TRUE(Store(path, 3).get(1) == number(1)); }), "");
+    EXPECT_EQ(calls.failed(), 1U);
+  }
+  EXPECT_EQ(kl::test::readFile(path + ".idx").size(), 12U);
+  EXPECT_EQ(kl::test::readFile(path + ".dat").size(), 9U);
   EXPECT_TRUE(lockBytes().empty());
 }
 

@@ -120,6 +120,20 @@ TEST_F(StoreCompaction, ADataFileThatIsTooShortEmptiesTheStore) {
   EXPECT_EQ(idx() + dat(), "");
   EXPECT_FALSE(exists(path + ".dat.new"));
 }
+
+TEST_F(StoreCompaction, ADataFileThatHasNoPlacesEmptiesTheStore) {
+  Store store(path, 3);
+  store.set(1, number(1));
+  store.closeData();
+  std::filesystem::remove(path + ".dat");
+  ASSERT_EQ(::mkfifo((path + ".dat").c_str(), 0600), 0);
+  EXPECT_EQ(linesOf([&] { store.compact(false); }), "STORE: compact lseek failed\n");
+  EXPECT_TRUE(store.entries().empty());
+  EXPECT_TRUE(std::filesystem::is_regular_file(path + ".dat"));
+  EXPECT_EQ(idx() + dat(), "");
+  EXPECT_FALSE(exists(path + ".dat.new"));
+}
+
 TEST_F(StoreCompaction, AnIndexThatHasNoPlacesEmptiesTheStore) {
   Store store(path, 3);
   store.set(1, number(1));

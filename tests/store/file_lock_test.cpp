@@ -1,12 +1,8 @@
 #include "store/file_lock.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "tests/store/store_files.h"
-#include "tests/support/child.h"
 
 namespace {
 
@@ -14,35 +10,22 @@ using kl::FileLock;
 using kl::LockBracket;
 using kl::test::linesOf;
 
-class StoreFileLock : public kl::test::StoreFiles {
- protected:
-  // Asked in a process of its own, because a process does not see its own locks.
-  bool isFreeForOthers() const {
-    const auto result = kl::test::runInChild([this] {
-      const int fd = ::open((path + ".lock").c_str(), O_RDWR);
-      struct flock wanted = {};
-      wanted.l_type = F_WRLCK;
-      wanted.l_whence = SEEK_SET;
-      ::_exit(::fcntl(fd, F_SETLK, &wanted) == 0 ? 0 : 1);
-    });
-    return result.exitStatus == 0;
-  }
-};
+class StoreFileLock : public kl::test::StoreFiles {};
 
 TEST_F(StoreFileLock, OthersWaitWhileABracketLives) {
   FileLock lock(path);
   {
     const LockBracket bracket(lock);
-    EXPECT_FALSE(isFreeForOthers());
+    EXPECT_FALSE(isLockFree());
   }
-  EXPECT_TRUE(isFreeForOthers());
+  EXPECT_TRUE(isLockFree());
 }
 
 TEST_F(StoreFileLock, AnInnerBracketKeepsTheOuterOnesLock) {
   FileLock lock(path);
   const LockBracket outer(lock);
   { const LockBracket inner(lock); }
-  EXPECT_FALSE(isFreeForOthers());
+  EXPECT_FALSE(isLockFree());
 }
 
 TEST_F(StoreFileLock, TheFileIsTheOwnersAloneAndStaysEmpty) {

@@ -1,9 +1,13 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
 #include "kl/store.h"
+#include "store/file_lock.h"
 #include "tests/store/store_files.h"
+#include "tests/support/changing_calls.h"
+#include "tests/support/child.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -121,6 +125,30 @@ TEST_F(StoreIndex, WhatHasNoPlacesOrCannotBeReadIsReported) {
   EXPECT_EQ(linesOf([&] { EXPECT_FALSE(store.readIndex(false)); }), "STORE: readIndex lseek failed\n");
 }
 
+// Nothing is mapped at the start of a process's memory.
+TEST_F(StoreIndex, AnIndexThatCannotBeReadEmptiesTheStore) {
+  std::filesystem::create_symlink("/proc/self/mem", path + ".idx");
+  writeDat("0900 4d32 05000009 07");
+  EXPECT_EQ(linesOfOpening(), "STORE: readIndex read failed\n");
+  EXPECT_TRUE(entries.empty());
+  EXPECT_FALSE(std::filesystem::is_symlink(path + ".idx"));
+  EXPECT_EQ(idx() + dat(), "");
+}
+
+TEST_F(StoreIndex, AHealthyStoreIsOpenedAndReadWhileSomebodyHoldsTheLock) {
+  linesOfOpening();
+  Store(path, 3).set(1, number(7));
+  kl::FileLock lock(path);
+  const kl::LockBracket bracket(lock);
+  const auto other = kl::test::runInChild([this] {
+    ::alarm(10);  // it would wait without end
+    Store store(path, 3);
+    ::_exit(store.get(1) == number(7) ? 0 : 1);
+  });
+  EXPECT_EQ(other.exitStatus, 0) << "signal " << other.signal;
+  EXPECT_EQ(other.out, "");
+}
+
 TEST_F(StoreIndex, AFolderInPlaceOfAFileIsReported) {
   std::filesystem::create_directory(path + ".dat");
   EXPECT_EQ(linesOfOpening(), "STORE: openIdx failed\nSTORE: restart open .dat failed\n");
@@ -148,6 +176,21 @@ TEST_F(StoreIndex, DeleteFilesLeavesTheObjectAsItWas) {
   store.deleteFiles();
   EXPECT_TRUE(std::filesystem::is_empty(folder));
   EXPECT_TRUE(store.get(1) == number(7));
+}
+
+TEST_F(StoreIndex, DeleteFilesHoldsTheLockWhileItRemovesIndexDataAndLockFileInThisOrder) {
+  linesOfOpening();
+  Store store(path, 3);
+  store.set(1, number(7));
+  std::string removed;
+  kl::test::ChangingCalls calls;
+  calls.watch([&](const kl::test::FileCall& call) {
+    if (call.kind != kl::test::FileCall::kUnlink) return;
+    removed += call.from.substr(path.size());
+    EXPECT_FALSE(exists(path + ".lock") && isLockFree()) << removed;
+  });
+  store.deleteFiles();
+  EXPECT_EQ(removed, ".idx.dat.lock");
 }
 
 TEST_F(StoreIndex, CleanupForgetsAndLeavesTheFiles) {

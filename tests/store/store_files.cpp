@@ -1,12 +1,15 @@
 #include "tests/store/store_files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/child.h"
 #include "tests/support/hex.h"
 
 namespace kl::test {
@@ -70,5 +73,16 @@ std::string StoreFiles::suffixOf(unsigned long long inode) const {
 
 void StoreFiles::writeIdx(std::string_view hexDigits) const { writeFile(path + ".idx", bytes(hexDigits)); }
 void StoreFiles::writeDat(std::string_view hexDigits) const { writeFile(path + ".dat", bytes(hexDigits)); }
+
+bool StoreFiles::isLockFree() const {
+  const auto result = runInChild([this] {
+    const int fd = ::open((path + ".lock").c_str(), O_RDWR);
+    struct flock wanted = {};
+    wanted.l_type = F_WRLCK;
+    wanted.l_whence = SEEK_SET;
+    ::_exit(::fcntl(fd, F_SETLK, &wanted) == 0 ? 0 : 1);
+  });
+  return result.exitStatus == 0;
+}
 
 }  // namespace kl::test

@@ -46,6 +46,9 @@ class StoreFiles : public testing::Test {
   // The suffix of the store's file with that inode, ".?" if it has none.
   std::string suffixOf(unsigned long long inode) const;
 
+  // Whether another process could have the lock now.  Asked in one, because a process does not see its own locks.
+  bool isLockFree() const;
+
   void writeIdx(std::string_view hexDigits) const;
   void writeDat(std::string_view hexDigits) const;
 
