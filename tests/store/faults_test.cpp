@@ -6,12 +6,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <map>
-#include <random>
 
 #include "kl/runner.h"
 #include "kl/store.h"
@@ -153,52 +150,6 @@ TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {
   store.set(1, number(1));
   expectOpens(1);
 }
-
-// What was asked for, and what failed, while every n-th write took nothing.
-class StoreFullDisk : public StoreFaults, public testing::WithParamInterface<unsigned int> {
- protected:
-  // An entry may hold what it was given last; if that failed, what it held before as well.
-  void set(Store& store, unsigned int id, const message& m) {
-    const std::string lines = linesOf([&] { store.set(id, m); });
-    if (lines.empty()) allowed[id].clear();
-    allowed[id].push_back(m);
-  }
-
-  std::map<unsigned int, std::vector<message>> allowed;
-};
-
-TEST_P(StoreFullDisk, NothingIsLostButWhatCouldNotBeWritten) {
-  kl::Runner loop;  // so that nothing is compacted here
-  Store store(path, 3);
-  for (unsigned int id = 0; id < 20; ++id) set(store, id, filled(20 + id));
-  {
-    kl::test::ChangingCalls calls;
-    calls.failEveryWrite(GetParam(), ENOSPC);
-    std::mt19937 random(GetParam());
-    for (unsigned int step = 0; step < 400; ++step) {
-      const auto id = static_cast<unsigned int>(random() % 30);
-      if (step % 4 == 3) linesOf([&] { store.remove(id); });
-      else
-        set(store, id, filled(static_cast<unsigned int>(random() % 200), static_cast<unsigned char>(step)));
-      ASSERT_EQ(linesOf([&] { Store(path, 3); }), "") << "step " << step;
-    }
-    EXPECT_GT(calls.failed(), 0U);
-  }
-  store.set(50, number(1));
-  EXPECT_EQ(linesOf([&] {
-              Store again(path, 3);
-              for (const auto& [id, entry] : store.entries()) {
-                if (id == 50) continue;
-                const auto& values = allowed[id];
-                EXPECT_NE(std::find(values.begin(), values.end(), again.get(id)), values.end())
-                    << "id " << id;
-              }
-              EXPECT_TRUE(again.get(50) == number(1));
-            }),
-            "");
-}
-
-INSTANTIATE_TEST_SUITE_P(EveryNthWrite, StoreFullDisk, testing::Range(1U, 41U));
 
 // A file system of 64 KiB in memory, seen by this process alone; false where that is not allowed.
 bool mountTiny(const std::string& folder) {
