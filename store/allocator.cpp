@@ -43,13 +43,12 @@ Allocator::Allocator(const std::vector<unsigned int>& ranges)
     const unsigned int first = ranges[end - 2];
     const unsigned int last = ranges[end - 1];
     if (last >= firstAbove) misuse("allocator: overlapping ranges");
+    if (first > last) misuse("allocator: start beyond end");
     const bool isHighest = end == ranges.size();
     if (last == firstAbove - 1 && !isHighest) {
-      if (first > lowest.last) misuse("allocator: start beyond end");
       lowest.first = first;
       continue;
     }
-    if (first > last) misuse("allocator: start beyond end");
     freeCount_ += last - first + 1;
     if (freeCount_ == 0) misuse("Loud Error: Allocator collected with 0 free items, max range specified");
     firstAbove = first;

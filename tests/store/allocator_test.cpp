@@ -244,6 +244,8 @@ TEST(Allocator, BadRangesEndTheProcess) {
   EXPECT_EQ(misuse(madeOf({10, 11, 1, 2})), "allocator: overlapping ranges\n");
   EXPECT_EQ(misuse(madeOf({1, 0xFFFFFFFF})), "allocator: overlapping ranges\n");
   EXPECT_EQ(misuse(madeOf({2, 1, 5, 6})), "allocator: start beyond end\n");
+  EXPECT_EQ(misuse(madeOf({25, 20, 21, 30})), "allocator: start beyond end\n");
+  EXPECT_EQ(misuse(madeOf({40, 20, 21, 30})), "allocator: start beyond end\n");
 }
 
 TEST(Allocator, TheLargestRangesOfBothKindsAreTaken) {

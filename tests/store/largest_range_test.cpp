@@ -62,6 +62,28 @@ TEST(LargestRange, ARangeThatIsCutBetweenTwoLeavesCountsInBoth) {
   EXPECT_EQ(findLargestRange(ranges.words().root()), 2034U);
 }
 
+// What is known of the first leaf is worthless then, whether or not anything was known of the second.
+TEST(LargestRange, ARangeThatGrowsInTheLeafBehindItsOwnHasAnotherSize) {
+  FreeRanges ranges;
+  for (unsigned int word = 0; word < 64; ++word) ranges.giveBack(64 * word + 40);
+  for (unsigned int id = 2034; id <= 2088; ++id) ranges.giveBack(id);
+  for (unsigned int id = 3000; id <= 3055; ++id) ranges.giveBack(id);
+  EXPECT_EQ(kl::test::countLeaves(ranges.words()), 2);
+  EXPECT_EQ(findLargestRange(ranges.words().root()), 3000U);
+  ranges.giveBack(3500);
+  EXPECT_EQ(ranges.words().lowest().leaf->next->largest, kUnknown);
+  ranges.giveBack(2089);
+  EXPECT_EQ(findLargestRange(ranges.words().root()), 2034U);
+}
+
+TEST(LargestRange, ARangeThatIsInsertedBesideTheLowestCounts) {
+  FreeRanges ranges;
+  ranges.insertLowest({50, 51});
+  EXPECT_EQ(findLargestRange(ranges.words().root()), 50U);
+  ranges.insertLowest({10, 20});
+  EXPECT_EQ(findLargestRange(ranges.words().root()), 10U);
+}
+
 // Four full leaves; the third is taken away until the second has room for the rest of it.
 TEST(LargestRange, WhatALeafTakesOverFromItsNeighbourCounts) {
   FreeRanges ranges;
