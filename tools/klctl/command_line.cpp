@@ -36,7 +36,8 @@ class Parser {
     app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came")->excludes(json);
     app_.add_option("--fields", line_.fields, "Where the field dictionaries are")->type_name("DIR");
     app_.footer(
-        "Exit status: 0 done, 1 error reply, 2 usage, 3 time-out, 4 no loader, 5 refused to leave.\n"
+        "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
+        "leave.\n"
         "See klctl(1).");
     addVerb(Verb::kServices, "services", "List the services");
     addRequest(Verb::kGet, "get", "Read settings, or one object");
@@ -63,6 +64,7 @@ class Parser {
     } catch (const CLI::Success&) {  // --help
       return app_.help();
     } catch (const CLI::ParseError& error) {
+      refuseUnknownCommand(app_);
       throw usage(std::string(error.what()) + " (klctl --help shows what there is)");
     }
     interpret();
@@ -70,6 +72,17 @@ class Parser {
   }
 
  private:
+  // A word that stands where a command belongs and is none; CLI11 only says that a command is missing.
+  void refuseUnknownCommand(const CLI::App& app) const {
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    if (!chosen.empty()) return refuseUnknownCommand(*chosen.front());
+    const std::vector<std::string> words = app_.remaining(true);
+    if (app.get_require_subcommand_min() == 0 || words.empty() || words.front().starts_with('-')) return;
+    const std::string parent = &app == &app_ ? "" : app.get_name() + " ";
+    throw usage("there is no 'klctl " + parent + words.front() + "' (klctl " + parent +
+                "--help shows what there is)");
+  }
+
   CLI::App* addVerb(Verb verb, const char* name, const char* about) {
     return addVerb(app_, verb, name, about);
   }

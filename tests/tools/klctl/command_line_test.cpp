@@ -110,6 +110,17 @@ TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
   EXPECT_EQ(refusalOf({"store", "get", "x", "y"}), "ID takes a number, not 'y'");
 }
 
+TEST(CommandLineWords, AWordThatIsNoCommandIsNamed) {
+  EXPECT_EQ(refusalOf({"gat", "netif"}), "there is no 'klctl gat' (klctl --help shows what there is)");
+  EXPECT_EQ(refusalOf({"--json", "gat"}), "there is no 'klctl gat' (klctl --help shows what there is)");
+  EXPECT_EQ(refusalOf({"store", "list", "x"}),
+            "there is no 'klctl store list' (klctl store --help shows what there is)");
+  EXPECT_EQ(refusalOf({"undo", "ls"}), "there is no 'klctl undo ls' (klctl undo --help shows what there is)");
+  for (const std::vector<const char*>& words :
+       std::vector<std::vector<const char*>>{{}, {"--json"}, {"store"}})
+    EXPECT_EQ(refusalOf(words), "A subcommand is required (klctl --help shows what there is)");
+}
+
 TEST(CommandLineWords, TheLogHasAFilterAndTwoVerbs) {
   const CommandLine all = line({"log"});
   EXPECT_EQ(all.verb, Verb::kLog);
