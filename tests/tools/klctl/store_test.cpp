@@ -2,25 +2,37 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
 #include "kl/store.h"
+#include "tests/support/child.h"
 #include "tests/support/hex.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/util/private_mounts.h"
 #include "tools/klctl/json.h"
 
 namespace klctl {
 namespace {
+
+using Verbs = std::vector<std::vector<const char*>>;
 
 kl::message number(unsigned int value) {
   kl::message m;
   m.insert_u32(0x08000005, value);
   return m;
 }
+
+constexpr char kIndex[] =
+    "ffffffff 09000000 05000000  09000000 0c000000 03000000  11000000 0c000000 05000000";
+constexpr char kData[] = "0900 4d320500000907  0c00 4d320500000804030201  0900 4d320500000906 070605";
+constexpr char kLengthOfSlot1TooLarge[] =
+    "0900 4d320500000907  0d00 4d320500000804030201  0900 4d320500000906 070605";
 
 // A folder with a store of two entries, 17 and 9, and a free slot before them.
 class KlctlStore : public testing::Test {
@@ -29,8 +41,8 @@ class KlctlStore : public testing::Test {
     char name[] = "/tmp/klctl-store-XXXXXX";
     folder_ = ::mkdtemp(name);
     path = folder_ + "/s";
-    write(".idx", "ffffffff 09000000 05000000  09000000 0c000000 03000000  11000000 0c000000 05000000");
-    write(".dat", "0900 4d320500000907  0c00 4d320500000804030201  0900 4d320500000906 070605");
+    write(".idx", kIndex);
+    write(".dat", kData);
   }
   ~KlctlStore() override { std::filesystem::remove_all(folder_); }
 
@@ -99,10 +111,26 @@ TEST_F(KlctlStore, CheckNamesWhatIsWrong) {
   EXPECT_EQ(dumped.text,
             "slot 1 (entry 9) has a record that does not fit into it\n"
             "slot 2 (entry 17) has a record that is no message\n");
-  EXPECT_EQ(
-      dumped.fault,
-      path + ": slot 1 (entry 9) has a record that does not fit into it, and 1 more (klctl store check)");
+  EXPECT_EQ(dumped.fault, path + ": 2 faults");
   EXPECT_EQ(Json::parse(run({"check", "--json"}).text).size(), 2u);
+  EXPECT_EQ(
+      run({"ls"}).fault,
+      path + ": slot 1 (entry 9) has a record that does not fit into it, and 1 more (klctl store check)");
+}
+
+TEST_F(KlctlStore, GetSaysWhatIsWrongWithTheEntryAndNotWithOthers) {
+  write(".dat", kLengthOfSlot1TooLarge);
+  EXPECT_EQ(done({"get", "17"}), "u32:5 6\n");
+  const Dumped dumped = run({"get", "9"});
+  EXPECT_EQ(dumped.text, "");
+  EXPECT_EQ(dumped.fault, path + ": slot 1 (entry 9) has a record that does not fit into it");
+}
+
+TEST_F(KlctlStore, GetSaysWhatIsWrongWithTheWholeStore) {
+  write(".idx", (kIndex + std::string("0900")).c_str());
+  const Dumped dumped = run({"get", "17"});
+  EXPECT_EQ(dumped.text, "u32:5 6\n");
+  EXPECT_EQ(dumped.fault, path + ": the index ends inside a slot record");
 }
 
 TEST_F(KlctlStore, LsShowsWhatCanBeReadOfADamagedStore) {
@@ -114,13 +142,50 @@ TEST_F(KlctlStore, LsShowsWhatCanBeReadOfADamagedStore) {
 
 TEST_F(KlctlStore, FilesThatAreNotThereAreNotMade) {
   std::filesystem::remove(path + ".idx");
-  for (const char* verb : {"ls", "compact"}) {
-    const Told told = failureOf([this, verb] { run({verb}); });
-    EXPECT_EQ(told.status, 2) << verb;
-    EXPECT_EQ(told.sentence, "cannot read " + path + ".idx") << verb;
+  for (const std::vector<const char*>& words : Verbs{{"ls"}, {"get", "17"}, {"compact"}}) {
+    const Told told = failureOf([&] { run(words); });
+    EXPECT_EQ(told.status, 2) << words[0];
+    EXPECT_EQ(told.sentence, "cannot read " + path + ".idx: No such file or directory") << words[0];
   }
   EXPECT_EQ(run({"check"}).text.substr(0, 32), "the index (.idx) cannot be read\n");
   EXPECT_FALSE(std::filesystem::exists(path + ".idx"));
+  EXPECT_FALSE(std::filesystem::exists(path + ".lock"));
+}
+
+TEST_F(KlctlStore, AStoreThatIsNotThereIsNoDamage) {
+  path += "x";
+  for (const std::vector<const char*>& words : Verbs{{"ls"}, {"get", "17"}, {"compact"}, {"check"}}) {
+    const Told told = failureOf([&] { run(words); });
+    EXPECT_EQ(told.status, 2) << words[0];
+    EXPECT_EQ(told.sentence, "cannot read " + path + ".idx: No such file or directory") << words[0];
+  }
+}
+
+TEST_F(KlctlStore, AFolderIsNoFile) {
+  std::filesystem::remove(path + ".dat");
+  std::filesystem::create_directory(path + ".dat");
+  EXPECT_EQ(failureOf([this] { run({"ls"}); }).sentence, "cannot read " + path + ".dat: Is a directory");
+}
+
+TEST_F(KlctlStore, AFileOfAStoreIsNotItsName) {
+  const std::string store = path;
+  write(".lock", "");
+  for (const std::string suffix : {".idx", ".dat", ".lock"}) {
+    path = store + suffix;
+    const Told told = failureOf([this] { run({"ls"}); });
+    EXPECT_EQ(told.status, 2);
+    EXPECT_EQ(told.sentence, path + " is a file of a store, which is named without " + suffix);
+  }
+}
+
+TEST_F(KlctlStore, AnEmptyStoreHasNothing) {
+  write(".idx", "");
+  write(".dat", "");
+  EXPECT_EQ(done({"ls"}), "");
+  EXPECT_EQ(Json::parse(done({"ls", "--json"})).dump(), R"({"entries":[],"free":[]})");
+  EXPECT_EQ(done({"check"}), "");
+  EXPECT_EQ(done({"compact"}), "");
+  EXPECT_EQ(failureOf([this] { run({"get", "1"}); }).sentence, path + " has no entry 1");
 }
 
 TEST_F(KlctlStore, CompactGivesTheFreeSlotsBack) {
@@ -140,25 +205,123 @@ TEST_F(KlctlStore, CompactLeavesFilesAloneThatDoNotBelongTogether) {
   EXPECT_EQ(digits(".dat"), "0900");
 }
 
-// Whoever may look and may not write.
-struct Reader {
-  Reader() {
-    if (::geteuid() == 0) (void)!::seteuid(65534);
+TEST_F(KlctlStore, CompactKeepsWhatIsWrongWithEntriesAndSaysSo) {
+  write(".dat", kLengthOfSlot1TooLarge);
+  EXPECT_EQ(run({"compact"}).fault,
+            "compacted, but " + path + ": slot 0 (entry 9) has a record that does not fit into it");
+  EXPECT_EQ(kl::test::bytes(digits(".dat")),
+            kl::test::bytes("0d00 4d320500000804030201  0900 4d320500000906 070605"));
+}
+
+TEST_F(KlctlStore, ACompactionThatFailsIsARefusal) {
+  std::filesystem::create_directory(path + ".dat.new");
+  testing::internal::CaptureStdout();
+  const Told told = failureOf([this] { run({"compact"}); });
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "STORE: compact: could not open new data file\n");
+  EXPECT_EQ(told.status, 1);
+  EXPECT_EQ(told.sentence, path + " was not compacted");
+  EXPECT_EQ(kl::test::bytes(digits(".dat")), kl::test::bytes(kData));
+}
+
+TEST_F(KlctlStore, CompactKeepsTheModesOfTheFiles) {
+  ASSERT_EQ(::chmod((path + ".idx").c_str(), 0640), 0);
+  ASSERT_EQ(::chmod((path + ".dat").c_str(), 0660), 0);
+  EXPECT_EQ(done({"compact"}), "");
+  EXPECT_EQ(static_cast<unsigned int>(std::filesystem::status(path + ".idx").permissions()), 0640u);
+  EXPECT_EQ(static_cast<unsigned int>(std::filesystem::status(path + ".dat").permissions()), 0660u);
+}
+
+constexpr uid_t kNobody = 65534;
+
+// Somebody for whom root makes no difference.
+struct Anybody {
+  Anybody() {
+    if (::geteuid() == 0) (void)!::seteuid(kNobody);
   }
-  ~Reader() { (void)!::seteuid(::getuid()); }
+  ~Anybody() { (void)!::seteuid(::getuid()); }
 };
 
-TEST_F(KlctlStore, CompactLeavesFilesAloneThatMayNotBeWritten) {
-  for (const char* suffix : {".idx", ".dat"}) ASSERT_EQ(::chmod((path + suffix).c_str(), 0444), 0);
-  ASSERT_EQ(::chmod(std::filesystem::path(path).parent_path().c_str(), 0777), 0);
-  const std::string data = digits(".dat");
-  const Told told = failureOf([this] {
-    const Reader reader;
-    run({"compact"});
+// The store of somebody who is not root.
+class KlctlStoreOfAnybody : public KlctlStore {
+ protected:
+  KlctlStoreOfAnybody() {
+    write(".lock", "");
+    give(kNobody);
+    allow(0777, 0600);
+  }
+  void give(uid_t owner) {
+    if (::geteuid() != 0) return;
+    for (const char* suffix : {".idx", ".dat", ".lock"})
+      EXPECT_EQ(::chown((path + suffix).c_str(), owner, owner), 0);
+  }
+  void allow(mode_t folder, mode_t files) {
+    EXPECT_EQ(::chmod(std::filesystem::path(path).parent_path().c_str(), folder), 0);
+    for (const char* suffix : {".idx", ".dat", ".lock"}) allow(suffix, files);
+  }
+  void allow(const char* suffix, mode_t mode) { EXPECT_EQ(::chmod((path + suffix).c_str(), mode), 0); }
+  Told refused(const char* verb) {
+    const std::string data = digits(".dat");
+    const Told told = failureOf([this, verb] {
+      const Anybody anybody;
+      run({verb});
+    });
+    EXPECT_EQ(told.status, 2);
+    EXPECT_EQ(digits(".dat"), data);
+    return told;
+  }
+};
+
+TEST_F(KlctlStoreOfAnybody, FilesThatMayNotBeReadSayWhy) {
+  allow(0777, 0200);
+  for (const char* verb : {"ls", "check", "compact"})
+    EXPECT_EQ(refused(verb).sentence, "cannot read " + path + ".idx: Permission denied");
+}
+
+TEST_F(KlctlStoreOfAnybody, CompactLeavesFilesAloneThatMayNotBeWritten) {
+  for (const char* suffix : {".idx", ".dat", ".lock"}) {
+    allow(0777, 0600);
+    allow(suffix, 0444);
+    EXPECT_EQ(refused("compact").sentence, "cannot write " + path + suffix + ": Permission denied");
+  }
+}
+
+TEST_F(KlctlStoreOfAnybody, CompactNeedsItsFolder) {
+  allow(0555, 0600);
+  EXPECT_EQ(refused("compact").sentence, "cannot write beside " + path + ".idx: Permission denied");
+}
+
+// Who compacts it does not become its owner, or the service that it belongs to could not open it.
+TEST_F(KlctlStoreOfAnybody, OnlyRootAndTheOwnerCompactIt) {
+  struct stat before {};
+  ASSERT_EQ(::stat((path + ".idx").c_str(), &before), 0);
+  EXPECT_EQ(done({"compact"}), "");
+  for (const char* suffix : {".idx", ".dat", ".lock"}) {
+    struct stat after {};
+    ASSERT_EQ(::stat((path + suffix).c_str(), &after), 0);
+    EXPECT_EQ(after.st_uid, before.st_uid) << suffix;
+    EXPECT_EQ(after.st_gid, before.st_gid) << suffix;
+  }
+  if (::geteuid() != 0) return;  // whoever is not root has no files of others to try
+  EXPECT_EQ(::getegid(), ::getgid());
+  give(kNobody - 1);
+  allow(0777, 0666);
+  EXPECT_EQ(refused("compact").sentence, "cannot write " + path + ".idx: it belongs to another user");
+}
+
+// A full disk, in a child with mounts of its own: the store would come out of a compaction empty.
+TEST_F(KlctlStore, CompactLeavesAStoreAloneThatHasNoRoomForItsNewFiles) {
+  const kl::test::ChildResult child = kl::test::runInChild([this] {
+    kl::test::takePrivateMounts();
+    const std::string folder = std::filesystem::path(path).parent_path();
+    kl::test::mustWork(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=16k") == 0, "mount");
+    write(".idx", kIndex);
+    write(".dat", kData);
+    std::cout << failureOf([this] { run({"compact"}); }).sentence << std::flush;
+    kl::test::mustWork(digits(".dat") == kl::test::hex(kl::test::bytes(kData)), "the old data file");
+    kl::test::mustWork(std::distance(std::filesystem::directory_iterator(folder), {}) == 2, "nothing else");
   });
-  EXPECT_EQ(told.status, 2);
-  EXPECT_EQ(told.sentence, "cannot write " + path + ".idx");
-  EXPECT_EQ(digits(".dat"), data);
+  EXPECT_EQ(child.exitStatus, 0) << child.err;
+  EXPECT_EQ(child.out, "cannot write beside " + path + ".idx: No space left on device");
 }
 
 TEST_F(KlctlStore, ItShowsWhatAServiceStores) {
