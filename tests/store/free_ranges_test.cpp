@@ -144,6 +144,23 @@ TEST(FreeRanges, WhereTheCurrentRangeStartsAWordWhatIsBelowStaysApart) {
   checkWords(ranges);
 }
 
+// Words 60 and 61 both go, and with the second of them their leaf: what is left of it stands in the one before then.
+TEST(FreeRanges, GivingBackAtTheEdgeOfAWordDropsBothWhereverTheyStand) {
+  FreeRanges ranges;
+  with(ranges, {{0, 64 * 63 + 50}}, 0);
+  for (unsigned int word = 0; word < 64; ++word) ranges.take(64 * word + 40);
+  ranges.take(64 * 60 + 63);
+  for (unsigned int word = 1; word < 62; ++word)
+    if (word < 17 || (word > 32 && word < 57) || word > 59) ranges.giveBack(64 * word + 40);
+  checkWords(ranges);
+  EXPECT_EQ(kl::test::countLeaves(ranges.words()), 2);
+  EXPECT_EQ(countWords(ranges), 24);
+  ranges.giveBack(64 * 60 + 63);
+  checkWords(ranges);
+  EXPECT_EQ(kl::test::countLeaves(ranges.words()), 1);
+  EXPECT_EQ(countWords(ranges), 22);
+}
+
 TEST(FreeRanges, TheStartOfARangeIsFoundInTheWordBefore) {
   FreeRanges ranges;
   with(ranges, {{5000, 9999}, {10, 4000}}, 10);
