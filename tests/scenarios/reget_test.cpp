@@ -2,6 +2,8 @@
 
 #include "kl/reget.h"
 
+#include <functional>
+
 #include "tests/scenarios/fixture.h"
 
 namespace scenarios {
@@ -21,13 +23,25 @@ kl::message requestTo(const Ids& path) {
 
 class RegetScenario : public testing::Test {
  protected:
-  Ids waitedFor(const Ids& path) {
+  // `atObject` is called with the number of each object.
+  Ids waitedFor(
+      const Ids& path, unsigned int timeout = kAmpleTicks,
+      const std::function<void(unsigned int)>& atObject = [](unsigned int) {}) {
     kl::FullReget reget;
     reget.setBase(requestTo(path));
-    reget.setTimeout(kAmpleTicks);
+    reget.setTimeout(timeout);
     Ids ids;
-    while (!reget.isEmpty()) ids.push_back(reget.pop().get(kl::STD_ID, kl::BADID));
+    while (!reget.isEmpty()) {
+      ids.push_back(reget.pop().get(kl::STD_ID, kl::BADID));
+      atObject(ids.back());
+    }
     return ids;
+  }
+  void stopService() {
+    ASSERT_EQ(::kill(provider(), SIGKILL), 0);
+    driver_.act(table::kService, kl::SVC_STOP);
+    while (driver_.row(table::kService).get(kl::SVC_STATE, 0) != kl::SVC_STATE_STOPPED) {
+    }
   }
 
   void start(const Ids& path, unsigned int timeout = kAmpleTicks) {
@@ -107,10 +121,7 @@ TEST_F(RegetScenario, StoppedInTheMiddleItTellsNoMoreAndBeginsAnew) {
 TEST_F(RegetScenario, AfterTheEndOfTheServiceARetryGoesOnWhereItWas) {
   start(kTable);
   awaitObjects(kLarge / 4);
-  ASSERT_EQ(::kill(provider(), SIGKILL), 0);
-  driver_.act(table::kService, kl::SVC_STOP);
-  while (driver_.row(table::kService).get(kl::SVC_STATE, 0) != kl::SVC_STATE_STOPPED) {
-  }
+  stopService();
   awaitEnd();
   EXPECT_EQ(error_, kl::ERROR_BRKPATH);
   EXPECT_LT(ids_.size(), kLarge);
@@ -134,6 +145,33 @@ TEST_F(RegetScenario, AServiceThatStopsInTheMiddleIsATimeoutAndARetryGoesOn) {
     reget_.retry();
     awaitEnd();
   }
+  expectWhole();
+}
+
+TEST_F(RegetScenario, TheWalkThatWaitsEndsWithTheService) {
+  testing::internal::CaptureStdout();
+  const Ids ids = waitedFor(kTable, kAmpleTicks, [this](unsigned int id) {
+    if (id == kLarge / 4) stopService();
+  });
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "FULLREGET: " + kl::getError(kl::errorMsg(kl::ERROR_BRKPATH, "")) + "\n");
+  EXPECT_GE(ids.size(), kLarge / 4);
+  EXPECT_LT(ids.size(), kLarge);
+}
+
+// The reply that comes too late belongs to no later walk.
+TEST_F(RegetScenario, TheWalkThatWaitsGivesUpAndTheNextOneBringsAll) {
+  testing::internal::CaptureStdout();
+  const Ids ids = waitedFor(kTable, 50, [this](unsigned int id) {
+    if (id == kLarge / 4) {
+      ASSERT_EQ(::kill(provider(), SIGSTOP), 0);
+    }
+  });
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "FULLREGET: " + kl::getError(kl::errorMsg(kl::ERROR_TIMEOUT, "")) + "\n");
+  EXPECT_LT(ids.size(), kLarge);
+  ASSERT_EQ(::kill(provider(), SIGCONT), 0);
+  ids_ = waitedFor(kTable);
   expectWhole();
 }
 

@@ -26,6 +26,11 @@ struct AsyncRegetTest : ::testing::Test {
     m.insert(SYS_CMD, CMD_GETALL);
     reget->start(m, this, bind<AsyncRegetTest, &AsyncRegetTest::onObject>(), done, timeout);
   }
+  void startWithoutTimeout() {
+    message m = test::to({32});
+    m.insert(SYS_CMD, CMD_GETALL);
+    reget->start(m, this, nullptr, bind<AsyncRegetTest, &AsyncRegetTest::onDone>());
+  }
   // Receives the open request and answers it; says where the request asked to go on.
   unsigned int answer(const message& body) {
     const message request = net.loader.receive();
@@ -104,6 +109,27 @@ TEST_F(AsyncRegetTest, AReplyWithoutObjectsIsALineAndTheEnd) {
   EXPECT_FALSE(reget->isRunning());
 }
 
+TEST_F(AsyncRegetTest, WithoutDoneAReplyWithoutObjectsIsTheOnlyLine) {
+  startWithoutEnd();
+  EXPECT_EQ(linesOf([this] { answer(message()); }), "ERROR: AsyncReget got reply without STD_OBJS\n");
+  EXPECT_FALSE(reget->isRunning());
+}
+
+TEST_F(AsyncRegetTest, WithoutCallbacksTheObjectsArePassedOver) {
+  message m = test::to({32});
+  reget->start(m, nullptr, nullptr, nullptr);
+  EXPECT_EQ(linesOf([this] { answer(chunk({1, 2}, 3)); }), "");
+  EXPECT_EQ(linesOf([this] { EXPECT_EQ(answer(chunk({3})), 3u); }), "AsyncReget done\n");
+}
+
+TEST_F(AsyncRegetTest, WithoutDoneAWalkThatIsStoppedIsNoLine) {
+  inObject = [this] { reget->stop(); };
+  startWithoutEnd();
+  EXPECT_EQ(linesOf([this] { answer(chunk({1, 2})); }), "");
+  EXPECT_EQ(ids, Ids{1});
+  EXPECT_FALSE(reget->isRunning());
+}
+
 TEST_F(AsyncRegetTest, StoppingAtTheFirstObjectEndsTheWalkWithItsReply) {
   inObject = [this] { reget->stop(); };
   start();
@@ -127,14 +153,37 @@ TEST_F(AsyncRegetTest, StoppingFromOutsideIsTheEndWithoutDone) {
 
 TEST_F(AsyncRegetTest, AReplyMayTakeAMinuteUnlessToldOtherwise) {
   test::ScriptedClock clock(1000);
+  const auto expectTimeoutAfter = [&](unsigned int ticks) {
+    ends.clear();
+    clock.advance(ticks - 1);
+    net.looper->runTimers();
+    EXPECT_TRUE(ends.empty()) << ticks;
+    clock.advance(1);
+    net.looper->runTimers();
+    ASSERT_EQ(ends.size(), 1u) << ticks;
+    EXPECT_EQ(errorOf(ends[0]), ERROR_TIMEOUT);
+  };
+  startWithoutTimeout();
+  expectTimeoutAfter(6000);
   begin(bind<AsyncRegetTest, &AsyncRegetTest::onDone>(), 0xdeadbeef);
-  clock.advance(5999);
+  expectTimeoutAfter(6000);
+  begin(bind<AsyncRegetTest, &AsyncRegetTest::onDone>(), 300);
+  expectTimeoutAfter(300);
+  reget->retry();
+  expectTimeoutAfter(300);
+}
+
+TEST_F(AsyncRegetTest, EachChunkHasItsOwnTime) {
+  test::ScriptedClock clock(1000);
+  start();
+  clock.advance(299);
+  answer(chunk({1}, 2));
+  clock.advance(299);
   net.looper->runTimers();
   EXPECT_TRUE(ends.empty());
   clock.advance(1);
   net.looper->runTimers();
-  ASSERT_EQ(ends.size(), 1u);
-  EXPECT_EQ(errorOf(ends[0]), ERROR_TIMEOUT);
+  EXPECT_EQ(ends.size(), 1u);
 }
 
 TEST_F(AsyncRegetTest, RetryGoesOnWhereTheWalkFailed) {
