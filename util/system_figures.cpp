@@ -14,6 +14,10 @@ constexpr unsigned int kTicksPerSecond = 100;
 constexpr unsigned int kUnknown = 0xFFFFFFFF;
 constexpr unsigned int kLargest = kUnknown - 1;
 
+unsigned int limited(unsigned long long kib) {
+  return kib > kLargest ? kLargest : static_cast<unsigned int>(kib);
+}
+
 // The lines of /proc/meminfo, one after the other.
 class MemoryLines {
  public:
@@ -33,7 +37,7 @@ class MemoryLines {
     char* end = nullptr;
     const unsigned long long value = std::strtoull(line_ + length + 1, &end, 10);
     if (end == line_ + length + 1) return false;
-    kib = value > kLargest ? kLargest : static_cast<unsigned int>(value);
+    kib = limited(value);
     return true;
   }
 
@@ -52,6 +56,10 @@ struct Memory {
 
 bool hasSum(const Memory& memory) {
   return memory.free != kUnknown && memory.buffers != kUnknown && memory.cached != kUnknown;
+}
+
+unsigned int sumOf(const Memory& memory) {
+  return limited(0ULL + memory.free + memory.buffers + memory.cached);
 }
 
 Memory readByName() {
@@ -77,7 +85,7 @@ unsigned int getFreeMemory(unsigned int* totalKiB) {
   if (!lines.next() || !lines.read("Buffers", memory.buffers)) return kUnknown;
   if (!lines.next() || !lines.read("Cached", memory.cached)) return kUnknown;
   if (totalKiB != nullptr) *totalKiB = memory.total;
-  return memory.free + memory.buffers + memory.cached;
+  return sumOf(memory);
 }
 
 unsigned int getAvailableMemory(unsigned int* totalKiB) {
@@ -85,7 +93,7 @@ unsigned int getAvailableMemory(unsigned int* totalKiB) {
   if (memory.total == kUnknown) return kUnknown;
   if (memory.available == kUnknown && !hasSum(memory)) return kUnknown;
   if (totalKiB != nullptr) *totalKiB = memory.total;
-  return memory.available != kUnknown ? memory.available : memory.free + memory.buffers + memory.cached;
+  return memory.available != kUnknown ? memory.available : sumOf(memory);
 }
 
 }  // namespace kl

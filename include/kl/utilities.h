@@ -35,6 +35,7 @@ KL_API unsigned int getUptime();
 // Free memory with buffers and page cache, in KiB; if `totalKiB` is not null it receives the machine's whole
 // memory.  Reads the first four lines of /proc/meminfo and needs them to be MemTotal, MemFree, Buffers and
 // Cached.  Kernels since 3.14 have another third line: use getAvailableMemory, which works on any.
+// Figures beyond 32 bits read as 0xFFFFFFFE.
 // Errors: 0xFFFFFFFF, and `totalKiB` is left alone.
 KL_API unsigned int getFreeMemory(unsigned int* totalKiB);
 

@@ -7,20 +7,31 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <fstream>
 #include <iostream>
 
 #include "kl/utilities.h"
 #include "tests/support/child.h"
+#include "tests/support/descriptors.h"
 #include "tests/util/private_mounts.h"
 
 namespace {
 
 long scriptedResult = 0;
 
+// How the module file is mapped: "r--s" is for reading only, and shared.
+std::string mappingOfModule() {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);)
+    if (line.ends_with(".ko")) return line.substr(line.find(' ') + 1, 4);
+  return "none";
+}
+
 void noteLoading(std::va_list arguments) {
   const char* const image = va_arg(arguments, const char*);
   const std::size_t bytes = va_arg(arguments, std::size_t);
-  std::cout << "load <" << std::string(image, bytes) << "> <" << va_arg(arguments, const char*) << ">";
+  std::cout << "load <" << std::string(image, bytes) << "> " << mappingOfModule() << " <"
+            << va_arg(arguments, const char*) << ">";
 }
 
 void noteRemoval(std::va_list arguments) {
@@ -55,7 +66,10 @@ std::string loading(const std::string& name, long result) {
     kl::test::makeParents(folder);
     kl::test::writeFile(folder + "example.ko", "the module's image");
     kl::test::writeFile(folder + "empty.ko", "");
+    const std::vector<int> before = kl::test::openDescriptors();
     const int returned = insmod(name, "debug=1 size=2");
+    kl::test::mustWork(kl::test::openDescriptors() == before, "the descriptors are closed");
+    kl::test::mustWork(mappingOfModule() == "none", "the file is no longer mapped");
     std::cout << ", result " << returned << std::flush;
   });
   EXPECT_EQ(child.exitStatus, 0) << child.err;
@@ -73,11 +87,11 @@ std::string removal(const std::string& name, long result) {
 }
 
 TEST(KernelModules, LoadingHandsTheWholeFileAndTheParametersToTheKernel) {
-  EXPECT_EQ(loading("example.ko", 0), "load <the module's image> <debug=1 size=2>, result 0");
+  EXPECT_EQ(loading("example.ko", 0), "load <the module's image> r--s <debug=1 size=2>, result 0");
 }
 
 TEST(KernelModules, LoadingReturnsWhatTheKernelSays) {
-  EXPECT_EQ(loading("example.ko", -1), "load <the module's image> <debug=1 size=2>, result -1");
+  EXPECT_EQ(loading("example.ko", -1), "load <the module's image> r--s <debug=1 size=2>, result -1");
 }
 
 TEST(KernelModules, AFileThatCannotBeReadIsNotLoaded) {

@@ -6,6 +6,7 @@
 
 #include "kl/utilities.h"
 #include "tests/support/child.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/scripted_calls.h"
 #include "tests/util/private_mounts.h"
 
@@ -21,8 +22,10 @@ std::string figureOf(Figure figure, const std::string& text) {
     kl::test::writeFile("/tmp/meminfo", text);
     const int bound = ::mount("/tmp/meminfo", "/proc/meminfo", nullptr, MS_BIND, nullptr);
     kl::test::mustWork(bound == 0, "mount on /proc/meminfo");
+    const std::vector<int> before = kl::test::openDescriptors();
     unsigned int total = 7;
     const unsigned int result = figure(&total);
+    kl::test::mustWork(kl::test::openDescriptors() == before, "the file is closed");
     kl::test::mustWork(figure(nullptr) == result, "without a total");
     std::cout << result << " of " << total << std::flush;
   });
@@ -104,6 +107,10 @@ TEST(SystemFigures, AvailableMemoryNeedsTheTotalAndOneOfBoth) {
 TEST(SystemFigures, AvailableMemoryBeyond32BitsIsTheLargestNumber) {
   EXPECT_EQ(figureOf(kl::getAvailableMemory, "MemTotal: 9999999999 kB\nMemAvailable: 5000000000 kB\n"),
             "4294967294 of 4294967294");
+  EXPECT_EQ(
+      figureOf(kl::getAvailableMemory,
+               "MemTotal: 9999999999 kB\nMemFree: 2147483648 kB\nBuffers: 1 kB\nCached: 2147483647 kB\n"),
+      "4294967294 of 4294967294");
 }
 
 TEST(SystemFigures, WithoutProcBothAreUnknown) {

@@ -5,6 +5,7 @@
 #include "fixed_paths.h"
 #include "kl/utilities.h"
 #include "tests/support/child.h"
+#include "tests/support/descriptors.h"
 #include "tests/util/private_mounts.h"
 
 namespace {
@@ -40,7 +41,9 @@ std::string versionOf(const char* text) {
     kl::test::coverFolder("/var");
     kl::test::makeParents(kl::paths::kVersionFile);
     if (text != nullptr) kl::test::writeFile(kl::paths::kVersionFile, text);
+    const std::vector<int> before = kl::test::openDescriptors();
     std::cout << "<" << getOSVersion() << ">" << std::flush;
+    kl::test::mustWork(kl::test::openDescriptors() == before, "the file is closed");
   });
   EXPECT_EQ(child.exitStatus, 0) << child.err;
   return child.out;
