@@ -30,7 +30,7 @@ class KL_API Reget {
   // set already takes it too, unless it has one.
   void setFilter(unsigned int value);
 
-  // The request.
+  // The request, for the chunks that are not fetched yet.
   void setBase(const message& base);
 
   // How long each reply may take, in ticks; 0, as at first, is a minute.
@@ -55,7 +55,8 @@ class KL_API Reget {
   bool ready_ = false;
 };
 
-// Reads a table and waits for each reply; nothing else runs meanwhile.
+// Reads a table once and waits for each reply; nothing else runs meanwhile.  After its end it stays empty: who reads
+// the table again takes a new one.
 //
 //     kl::FullReget reget;
 //     kl::message request;
@@ -127,8 +128,8 @@ class KL_API AsyncReget {
   // Ends the walk.  Inside onObject, onDone is still called, with the reply at hand; elsewhere it is not.
   void stop();
 
-  // Goes on where the last walk ended, for example after an error.  While one runs it is only a line on standard
-  // output.
+  // Goes on where the last walk ended, for example after an error: with the chunk that did not come, or in the
+  // middle of which it was stopped.  While one runs it is only a line on standard output.
   void retry();
 
   // The same from the first object on.
