@@ -19,6 +19,7 @@ namespace kl {
 namespace {
 
 constexpr int kAttempts = 20;
+constexpr int kLook = O_RDONLY | O_NONBLOCK;    // no waiting for whoever would write into a pipe of that name
 constexpr std::size_t kRecordHeaderBytes = 12;  // of a record in the lock file: magic, length, checksum
 
 using ByteVector = std::vector<unsigned char>;
@@ -26,7 +27,7 @@ using ByteVector = std::vector<unsigned char>;
 // A file opened for reading as long as this lives.
 class InputFile {
  public:
-  explicit InputFile(const std::string& name) : fd_(openFile(name.c_str(), O_RDONLY)) {}
+  explicit InputFile(const std::string& name) : fd_(openFile(name.c_str(), kLook)) {}
   ~InputFile() {
     if (fd_ >= 0) ::close(fd_);
   }
@@ -61,6 +62,13 @@ unsigned long long sumOf(const ByteVector& index, ByteOrder order) {
   return sum;
 }
 
+// Whether there are two files to compare.
+bool areBothThere(const std::vector<StoreView::Finding>& findings) {
+  return std::none_of(findings.begin(), findings.end(), [](const StoreView::Finding& finding) {
+    return finding.fault == StoreView::Fault::kNoIndex || finding.fault == StoreView::Fault::kNoData;
+  });
+}
+
 }  // namespace
 
 StoreView::StoreView(const std::string& path) {
@@ -93,7 +101,7 @@ message StoreView::get(const Entry& entry) const {
 void StoreView::read(const std::string& path) {
   findings_.clear();
   if (dataFd_ >= 0) ::close(dataFd_);
-  dataFd_ = openFile((path + ".dat").c_str(), O_RDONLY);
+  dataFd_ = openFile((path + ".dat").c_str(), kLook);
   struct stat data {};
   const bool hasData = dataFd_ >= 0 && ::fstat(dataFd_, &data) == 0 && S_ISREG(data.st_mode);
   dataBytes_ = hasData ? static_cast<unsigned long long>(data.st_size) : 0;
@@ -112,7 +120,7 @@ void StoreView::readIndex(const ByteVector& index) {
   freeSlots_.clear();
   const bool fitsLittle = sumOf(index, ByteOrder::kLittle) == dataBytes_;
   isBigEndian_ = !fitsLittle && sumOf(index, ByteOrder::kBig) == dataBytes_;
-  if (!fitsLittle && !isBigEndian_) report(Fault::kSizeMismatch);
+  if (!fitsLittle && !isBigEndian_ && areBothThere(findings_)) report(Fault::kSizeMismatch);
   if (index.size() % kSlotRecordBytes != 0) report(Fault::kPartialSlot);
   FreeSlot slot{};
   for (std::size_t at = 0; at + kSlotRecordBytes <= index.size(); at += kSlotRecordBytes) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -93,6 +94,17 @@ TEST_F(StoreViewTest, FilesThatAreMissingAreNamed) {
   writeDat("");
   EXPECT_EQ(faults(), (std::vector<Fault>{Fault::kNoIndex}));
   EXPECT_FALSE(kl::test::exists(path + ".idx"));
+  writeExample();
+  ASSERT_EQ(::unlink((path + ".idx").c_str()), 0);
+  EXPECT_EQ(faults(), (std::vector<Fault>{Fault::kNoIndex}));
+  writeExample();
+  ASSERT_EQ(::unlink((path + ".dat").c_str()), 0);
+  EXPECT_EQ(faults(), (std::vector<Fault>{Fault::kNoData}));
+}
+
+TEST_F(StoreViewTest, PipesAreNoFilesAndAreNotWaitedFor) {
+  for (const char* suffix : {".idx", ".dat", ".lock"}) ASSERT_EQ(::mkfifo((path + suffix).c_str(), 0600), 0);
+  EXPECT_EQ(faults(), (std::vector<Fault>{Fault::kNoIndex, Fault::kNoData}));
 }
 
 TEST_F(StoreViewTest, EveryTruncatedIndexIsAFault) {
