@@ -116,6 +116,34 @@ TEST(Allocator, ANewRangeBeforeTheCurrentOneLeavesItCurrent) {
   EXPECT_EQ(ranges(ids), "1-2 6-6 10-13*");
 }
 
+TEST(Allocator, WhatChangesJustBelowTheCurrentRangeLeavesItCurrent) {
+  Allocator ids(Ids{1, 2, 4, 9, 20, 40});
+  ids.spin();
+  ids.allocate(6);
+  EXPECT_EQ(ranges(ids), "1-2 4-5 7-9 20-40*");
+  ids.free(6);
+  EXPECT_EQ(ranges(ids), "1-2 4-9 20-40*");
+  ids.free(3);
+  EXPECT_EQ(ranges(ids), "1-9 20-40*");
+  ids.free(15);
+  EXPECT_EQ(ranges(ids), "1-9 15-15 20-40*");
+  ids.allocate(15);
+  EXPECT_EQ(ranges(ids), "1-9 20-40*");
+}
+
+TEST(Allocator, RangesThatTouchStayApartUntilTheirBorderIsGivenBack) {
+  Allocator ids(Ids{1, 10, 50, 99});
+  take(ids, 3);
+  ids.free(3);
+  ids.spin();
+  EXPECT_EQ(ranges(ids), "3-3 4-10 50-99*");
+  ids.free(2);
+  EXPECT_EQ(ranges(ids), "2-3 4-10 50-99*");
+  ids.allocate(4);
+  ids.free(4);
+  EXPECT_EQ(ranges(ids), "2-10 50-99*");
+}
+
 TEST(Allocator, WithNothingLeftTheFirstIdentifierGivenBackIsCurrent) {
   Allocator ids(1, 2);
   take(ids, 2);
