@@ -10,6 +10,8 @@ namespace kl::container {
 
 // A number that peers cannot know, the same for the life of the process.
 std::uint64_t idHashFactor();
+// Whether ids that follow each other get homes that lie apart.
+bool spreadsIdsInARow(std::uint64_t factor);
 
 // Open addressing with linear probing over entries that lie in memory of the owner's.  `Entry` has
 // id() and isFree(); a default-made one is free.  The order of entries means nothing, and as the hash is
@@ -24,7 +26,8 @@ class IdIndex {
  public:
   constexpr IdIndex() = default;
   // Needs: `size` is a power of two above 1.  All entries become free.
-  IdIndex(Entry* entries, std::size_t size) : entries_(entries), size_(size), factor_(idHashFactor()) {
+  IdIndex(Entry* entries, std::size_t size, std::uint64_t factor = idHashFactor())
+      : entries_(entries), size_(size), factor_(factor) {
     for (std::size_t i = 0; i < size; ++i) entries_[i] = Entry{};
     for (std::size_t n = size; n > 1; n /= 2) --shift_;
   }

@@ -38,6 +38,45 @@ TEST(IdIndex, AgreesWithAMapThroughRandomSteps) {
   }
 }
 
+struct CountedEntry {
+  unsigned int number = 0;
+  bool isTaken = false;
+  unsigned int id() const { return ++looks, number; }
+  bool isFree() const { return !isTaken; }
+  static inline unsigned int looks = 0;
+};
+
+// How many entries a search for one of a thousand ids in a row looks at.
+double looksPerSearch(std::uint64_t factor) {
+  std::vector<CountedEntry> room(4096);
+  kl::container::IdIndex<CountedEntry> index(room.data(), room.size(), factor);
+  for (unsigned int i = 0; i < 1000; ++i) index.add({0x20000000 + i, true});
+  CountedEntry::looks = 0;
+  for (unsigned int i = 0; i < 1000; ++i) EXPECT_NE(index.find(0x20000000 + i), nullptr);
+  return CountedEntry::looks / 1000.0;
+}
+
+TEST(IdIndex, IdsInARowLieApart) {
+  std::mt19937_64 random(4711);
+  int good = 0;
+  for (int i = 0; i < 2000; ++i) {
+    const std::uint64_t factor = random() | 1;
+    if (!kl::container::spreadsIdsInARow(factor)) continue;
+    ++good;
+    EXPECT_LT(looksPerSearch(factor), 3) << factor;
+  }
+  EXPECT_GT(good, 500);
+}
+
+TEST(IdIndex, AFactorThatPutsIdsInARowSideBySideIsNotTaken) {
+  for (const std::uint64_t factor :
+       std::vector<std::uint64_t>{1, 3, 0x100000001, 0x8000000000000001, 0xffffffffffffffff}) {
+    EXPECT_FALSE(kl::container::spreadsIdsInARow(factor)) << factor;
+    EXPECT_GT(looksPerSearch(factor), 10) << factor;
+  }
+  EXPECT_TRUE(kl::container::spreadsIdsInARow(kl::container::idHashFactor()));
+}
+
 TEST(IdIndex, HashFactorIsOddAndStays) {
   EXPECT_EQ(kl::container::idHashFactor() % 2, 1u);
   EXPECT_EQ(kl::container::idHashFactor(), kl::container::idHashFactor());
