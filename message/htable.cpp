@@ -181,7 +181,7 @@ void htable<T>::rehash(container::Memory& memory) {
 
 // Needs: all slots are empty, and both tables are small.
 template <class T>
-void htable<T>::enterAllOfSmall(const htable& old) {
+inline void htable<T>::enterAllOfSmall(const htable& old) {
   const unsigned int capacity = capacity_;
   std::uint32_t* const keys = keys_;
   T* const fresh = values();
@@ -207,10 +207,15 @@ void htable<T>::takeSlots(unsigned int capacity, container::Memory& memory) {
   capacity_ = capacity;
   keys_ = reinterpret_cast<std::uint32_t*>(bytes + largeBytes(capacity));
   bits_.small = Small{0, 0};
-  if (isSmall()) return;
-  auto* entries = reinterpret_cast<SlotEntry*>(reinterpret_cast<unsigned char*>(keys_) + slotBytes(capacity));
-  bits_.large = new (bytes) Large{{entries, indexSize(capacity)}, wordsFor(capacity)};
-  std::memset(bits_.large->live(), 0, flagBytes(capacity));
+  if (!isSmall()) makeLarge(bytes);
+}
+
+template <class T>
+void htable<T>::makeLarge(unsigned char* bytes) {
+  auto* entries =
+      reinterpret_cast<SlotEntry*>(reinterpret_cast<unsigned char*>(keys_) + slotBytes(capacity_));
+  bits_.large = new (bytes) Large{{entries, indexSize(capacity_)}, wordsFor(capacity_)};
+  std::memset(bits_.large->live(), 0, flagBytes(capacity_));
 }
 
 template <class T>

@@ -185,6 +185,7 @@ class htable {
   void rehash(container::Memory& memory);
   void enterAllOfSmall(const htable& old);
   void takeSlots(unsigned int capacity, container::Memory& memory);
+  void makeLarge(unsigned char* bytes);
   void giveSlots(container::Memory& memory);
   void* block() const;
 

@@ -11,7 +11,7 @@ void NodeList::remove(const Place& place) {
   if (index_ == nullptr) return;
   index_->headEntry = nullptr;  // entries move up
   index_->remove(place.entry);
-  if (next != nullptr) index_->find(next->id)->previous = place.previous;
+  if (next != nullptr) entryOf(next->id)->previous = place.previous;
 }
 
 void NodeList::replace(const Place& place, Node* node) {
@@ -19,7 +19,7 @@ void NodeList::replace(const Place& place, Node* node) {
   (place.previous != nullptr ? place.previous->next : head_) = node;
   if (index_ == nullptr) return;
   place.entry->node = node;
-  if (node->next != nullptr) index_->find(node->next->id)->previous = node;
+  if (node->next != nullptr) entryOf(node->next->id)->previous = node;
 }
 
 void NodeList::reverse() {
@@ -27,7 +27,7 @@ void NodeList::reverse() {
   Node* reversed = nullptr;
   for (Node* node = head_; node != nullptr;) {
     Node* const next = node->next;
-    if (index_ != nullptr) index_->find(node->id)->previous = next;
+    if (index_ != nullptr) entryOf(node->id)->previous = next;
     node->next = reversed;
     reversed = node;
     node = next;
@@ -58,14 +58,15 @@ NodeList::Entry* NodeList::entryOf(unsigned int id) const { return index_->findO
 
 // L3: the node that becomes the head; it is counted and linked already.  `entry` is free for it, or null.
 void NodeList::enter(Entry* entry, Node* node, Memory& memory) {
-  if (index_ == nullptr || 2 * count_ > index_->size()) {
-    makeIndex(index_ == nullptr ? 4 * kWalked : 4 * index_->size(), memory);
-    entry = nullptr;
+  if (entry != nullptr && 2 * count_ <= index_->size()) {
+    *entry = {node, nullptr};
+  } else {
+    if (index_ == nullptr) makeIndex(4 * kWalked, memory);
+    else if (2 * count_ > index_->size()) makeIndex(4 * index_->size(), memory);
+    entry = index_->add({node, nullptr});
   }
   if (head_ != nullptr)
-    (index_->headEntry != nullptr ? index_->headEntry : index_->find(head_->id))->previous = node;
-  if (entry != nullptr) *entry = {node, nullptr};
-  else entry = index_->add({node, nullptr});
+    (index_->headEntry != nullptr ? index_->headEntry : entryOf(head_->id))->previous = node;
   index_->headEntry = entry;
 }
 

@@ -95,6 +95,9 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   template <Kind k>
   container::Object<k>* objectRef(unsigned int id);
 
+  // Writes the bytes of a node's object and returns the place behind them.
+  static unsigned char* encodeObject(unsigned char* to, const Node& node);
+
   void remove(NodeList & list, unsigned int id);
   void removeIdMask(NodeList & list, unsigned int id, unsigned int mask);
 

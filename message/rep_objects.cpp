@@ -71,6 +71,11 @@ void message::Rep::replaceWithBytes(Kind kind, unsigned int id, const unsigned c
   container::copyValue(kind, node.room(), from, bytes);
 }
 
+unsigned char* message::Rep::encodeObject(unsigned char* to, const Node& node) {
+  withObjectKind(node.kind, [&]<Kind k>() { to = encode(to, *node.objectIfAny<k>()); });
+  return to;
+}
+
 // The node's object was changed by one of our operations.
 void message::Rep::resized(Node& node, std::size_t bytes) {
   listBytes -= recordBytes(node, node.size);

@@ -70,9 +70,7 @@ unsigned char* writeField(unsigned char* to, const Node& node) {
 // them gets bytes that read back wrongly.  Held by Wire.CutsALengthAbove65535WhileWritingAllBytes.
 unsigned char* writeArray(unsigned char* to, const Node& node) {
   to = storeLe16(storeLe32(to, node.id), valueCount(node));
-  if (!node.hasObject()) return encode(to, node.content(), node.size);
-  withObjectKind(node.kind, [&]<Kind k>() { to = encode(to, *node.objectIfAny<k>()); });
-  return to;
+  return node.hasObject() ? message::Rep::encodeObject(to, node) : encode(to, node.content(), node.size);
 }
 
 // --- Reading ---------------------------------------------------------------------------------------------
