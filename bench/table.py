@@ -37,6 +37,8 @@ SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
 STORE_AIMS = {f"{operation}, {count} of {size}": aim
               for operation, aim in (("set new", 1.6), ("overwrite", 1.6), ("get", 1.2))
               for count in ("100", "10,000", "100,000") for size in ("200 B", "2 KB")}
+# How much more an operation may cost with 100,000 free slots than with 1,000; reopening for each of them.
+FREE_SLOT_AIMS = {"set new": 1.5, "reopen": 5}
 ALLOCATOR_AIMS = {"1,000 free ranges": 5, "100,000 free ranges": 8}
 
 # Router figures: the ratio to the relay, and whether more is better.
@@ -149,6 +151,20 @@ def print_growth(measured):
                     ["operation", "ns at 100", "ns at 5,000", "growth", "aim", ""], rows)
 
 
+def print_free_slots(measured):
+    rows = []
+    for operation, aim in FREE_SLOT_AIMS.items():
+        few, many = measured.get(f"{operation}, 1,000 free slots"), measured.get(f"{operation}, 100,000 free slots")
+        if few and many:
+            shares = (1000, 100000) if operation == "reopen" else (1, 1)
+            costs = few["product_ns"] / shares[0], many["product_ns"] / shares[1]
+            growth = costs[1] / costs[0]
+            rows.append([operation, *map(number, costs), number(growth), number(aim), mark(growth, aim)])
+    if rows:
+        print_table("Store with many free slots: cost of one set, of each slot when it is opened again",
+                    ["operation", "ns at 1,000", "ns at 100,000", "growth", "aim", ""], rows)
+
+
 def print_log(measured):
     muted = measured.pop(MUTED_CASE, None)
     if measured:
@@ -205,7 +221,9 @@ def main():
     if options.log:
         print_log(medians(options.log))
     if options.store:
-        print_beside_peers("Store", medians(options.store), STORE_AIMS)
+        measured = medians(options.store)
+        print_beside_peers("Store", measured, STORE_AIMS)
+        print_free_slots(measured)
     if options.allocator:
         print_beside_peers("Identifiers", medians(options.allocator), ALLOCATOR_AIMS)
     if options.router:

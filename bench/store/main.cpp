@@ -5,6 +5,8 @@
 // of both is measured.  Overwriting leaves a store's index alone; what makes it safe against being killed is measured
 // against the second write of the limit.  Reopening is an opening, a look at one entry and a closing.
 //
+// With many free slots, what is set takes the first one behind all that are too small, and reopening finds all of them.
+//
 // "bare intent" is what a store cannot do without: the same bracket with a look at the lock file, a write
 // of what will be written to it and its truncation.  On a file system with blocks a file that grows from nothing and
 // becomes nothing again costs more than all the rest.
@@ -13,6 +15,7 @@
 #include <memory>
 
 #include "bench/store/files.h"
+#include "bench/store/free_slots.h"
 #include "bench/store/peers.h"
 #include "bench/support/paired.h"
 #include "kl/runner.h"
@@ -73,9 +76,26 @@ struct Systems {
   unsigned long long step_ = 0;
 };
 
-class LazySystems {
+// A store with many free slots, and a limit with as many.  Those that are large enough are many, too, so that the store is
+// seldom opened anew between two measurements; it would be found with cold caches.
+struct FreeSlotSystems {
+  FreeSlotSystems(unsigned int count, unsigned int bytes)
+      : toSet(folder.file("set"), count, 4096, bytes),
+        toReopen(folder.file("reopen"), count, 0, bytes),
+        bare(folder, count, bench::flat(bench::messageOf(bytes))),
+        bareWithIntent(bare) {}
+
+  bench::Folder folder;
+  bench::StoreWithFreeSlots toSet;
+  bench::StoreWithFreeSlots toReopen;
+  bench::BareFiles bare;
+  bench::BareFilesWithIntent bareWithIntent;
+};
+
+template <class Systems>
+class Lazy {
  public:
-  LazySystems(unsigned int count, unsigned int bytes) : count_(count), bytes_(bytes) {}
+  Lazy(unsigned int count, unsigned int bytes) : count_(count), bytes_(bytes) {}
   Systems& get() {
     if (!systems_) systems_ = std::make_unique<Systems>(count_, bytes_);
     return *systems_;
@@ -90,7 +110,7 @@ class LazySystems {
 class Cases {
  public:
   Cases(const std::string& title, unsigned int count, unsigned int bytes)
-      : title_(title), systems_(std::make_shared<LazySystems>(count, bytes)) {}
+      : title_(title), systems_(std::make_shared<Lazy<Systems>>(count, bytes)) {}
 
   void add() {
     const auto nothing = [](auto&, Systems&, unsigned) {};
@@ -148,8 +168,25 @@ class Cases {
   }
 
   std::string title_;
-  std::shared_ptr<LazySystems> systems_;
+  std::shared_ptr<Lazy<Systems>> systems_;
 };
+
+void addFreeSlots(const std::string& title, unsigned int count) {
+  const auto systems = std::make_shared<Lazy<FreeSlotSystems>>(count, 200);
+  const auto setAll = [count](auto& files, unsigned times) {
+    for (unsigned i = 0; i < times; ++i) files.set(count + i);
+  };
+  const auto set = [=](unsigned times) {
+    for (unsigned i = 0; i < times; ++i) systems->get().toSet.setNew();
+  };
+  const auto freeAgain = [=](unsigned times) { systems->get().toSet.freeAgain(times); };
+  const Work limit{[=](unsigned times) { setAll(systems->get().bare, times); }};
+  const Work intent{[=](unsigned times) { setAll(systems->get().bareWithIntent, times); }};
+  bench::addPair("set new, " + title, Work{set, freeAgain}, limit);
+  bench::addPair("set new, " + title + ": bare intent", intent, limit);
+  bench::addPair("reopen, " + title, bench::repeated([=] { systems->get().toReopen.reopen(); }),
+                 bench::repeated([=] { systems->get().bare.reopen(); }));
+}
 
 }  // namespace
 
@@ -161,5 +198,7 @@ int main(int argc, char** argv) {
   Cases("100 of 2 KB", 100, 2048).add();
   Cases("10,000 of 2 KB", 10000, 2048).add();
   Cases("100,000 of 2 KB", 100000, 2048).add();
+  addFreeSlots("1,000 free slots", 1000);
+  addFreeSlots("100,000 free slots", 100000);
   return bench::run(argc, argv);
 }
