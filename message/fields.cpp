@@ -44,8 +44,7 @@ bool message::get_bool(unsigned int id, bool def) const {
 }
 
 unsigned int message::get_u32(unsigned int id, unsigned int def) const {
-  const unsigned int* v = RepAccess::read(*this).u32s.get(id);
-  return v != nullptr ? *v : def;
+  return RepAccess::read(*this).u32s.get(id, def);
 }
 
 unsigned int message::get_be32(unsigned int id, unsigned int def) const {

@@ -57,6 +57,12 @@ const T* htable<T>::searched(std::uint32_t key) const {
 }
 
 template <class T>
+T htable<T>::searched(std::uint32_t key, T def) const {
+  const T* v = searched(key);
+  return v != nullptr ? *v : def;
+}
+
+template <class T>
 unsigned int htable<T>::findSmall(std::uint32_t key) const {
   const std::uint64_t live = bits_.small.live;
   const std::uint64_t everUsed = live | bits_.small.erased;

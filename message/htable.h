@@ -56,13 +56,9 @@ class htable {
   unsigned int count() const { return count_; }
 
   // Null where the key is not.
-  const T* get(std::uint32_t key) const {
-    if (isSmall()) {  // mostly it lies in its home slot
-      const unsigned int slot = home(key);
-      if ((bits_.small.live >> slot & 1) != 0 && keys_[slot] == key) return &value(slot);
-    }
-    return searched(key);
-  }
+  const T* get(std::uint32_t key) const { return isAtHome(key) ? &value(home(key)) : searched(key); }
+  // The value, or `def` where the key is not.
+  T get(std::uint32_t key, T def) const { return isAtHome(key) ? value(home(key)) : searched(key, def); }
   // Finds or inserts with value zero.  The reference is good until the next call.
   T& get_ref(std::uint32_t key, container::Memory& memory) {
     if (count_ + 1 > growthThreshold()) rehash(memory);
@@ -151,7 +147,12 @@ class htable {
   }
   unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
 
+  // Mostly a key lies in its home slot.
+  bool isAtHome(std::uint32_t key) const {
+    return isSmall() && (bits_.small.live >> home(key) & 1) != 0 && keys_[home(key)] == key;
+  }
   const T* searched(std::uint32_t key) const;
+  T searched(std::uint32_t key, T def) const;
   unsigned int find(std::uint32_t key) const { return isSmall() ? findSmall(key) : findLarge(key); }
   unsigned int findSmall(std::uint32_t key) const;
   unsigned int findLarge(std::uint32_t key) const;
