@@ -78,13 +78,14 @@ TEST(WordTreeShape, TheMarkFollowsItsWordThroughSplittingAndMerging) {
 }
 
 // A node that is nearly empty merges with its neighbour, so that memory follows the words that are there.
-TEST(WordTreeShape, FewWordsThatAreLeftStandInFewLeaves) {
+TEST(WordTreeShape, FewWordsThatAreLeftStandInFewLeavesBelowOneBranch) {
   WordTree tree;
   fill(tree, kMany);
   for (int number = 0; number < kMany; ++number)
     if (number % 100 != 0) tree.erase(tree.find(number));
   checkWordTree(tree);
   EXPECT_LE(countLeaves(tree), kMany / 100 / (kWidth / 4) + 1);
+  EXPECT_TRUE(kl::words::branchOf(tree.root()).child[0]->isLeaf);
 }
 
 TEST(WordTreeShape, TheWordThatIsLeftStandsInTheRoot) {

@@ -126,6 +126,21 @@ TEST_F(KlctlStore, GetSaysWhatIsWrongWithTheEntryAndNotWithOthers) {
   EXPECT_EQ(dumped.fault, path + ": slot 1 (entry 9) has a record that does not fit into it");
 }
 
+TEST_F(KlctlStore, AnIdThatIsInTwoSlotsIsNoFaultOfItsEntry) {
+  write(".idx", "09000000 09000000 05000000  09000000 0c000000 03000000  11000000 0c000000 05000000");
+  EXPECT_EQ(done({"get", "9"}), "u32:5 7\n");
+  EXPECT_EQ(done({"get", "17"}), "u32:5 6\n");
+  EXPECT_EQ(run({"check"}).text, "slot 1 (entry 9) repeats the id of a slot before it\n");
+}
+
+TEST_F(KlctlStore, CheckNamesTheFileThatIsMissing) {
+  std::filesystem::remove(path + ".dat");
+  EXPECT_EQ(run({"check"}).text, "the data file (.dat) cannot be read\n");
+  EXPECT_EQ(run({"check"}).fault, path + ": 1 fault");
+  EXPECT_EQ(failureOf([this] { run({"ls"}); }).sentence,
+            "cannot read " + path + ".dat: No such file or directory");
+}
+
 TEST_F(KlctlStore, GetSaysWhatIsWrongWithTheWholeStore) {
   write(".idx", (kIndex + std::string("0900")).c_str());
   const Dumped dumped = run({"get", "17"});
@@ -147,7 +162,7 @@ TEST_F(KlctlStore, FilesThatAreNotThereAreNotMade) {
     EXPECT_EQ(told.status, 2) << words[0];
     EXPECT_EQ(told.sentence, "cannot read " + path + ".idx: No such file or directory") << words[0];
   }
-  EXPECT_EQ(run({"check"}).text.substr(0, 32), "the index (.idx) cannot be read\n");
+  EXPECT_EQ(run({"check"}).text, "the index (.idx) cannot be read\n");
   EXPECT_FALSE(std::filesystem::exists(path + ".idx"));
   EXPECT_FALSE(std::filesystem::exists(path + ".lock"));
 }
