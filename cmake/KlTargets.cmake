@@ -40,8 +40,12 @@ function(kl_component name)
   target_include_directories(kl_${name} PRIVATE
     "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
   # Nobody replaces one function of the library by another of its name, so its own calls may be direct and inlined.
-  # It throws nothing, so it carries no code to clean up after an exception.
-  target_compile_options(kl_${name} PRIVATE -fno-semantic-interposition -fno-exceptions ${kl_coverage_flags})
+  # It throws nothing and lets no exception pass, so it carries no code to clean up after one and no tables to find its way.
+  target_compile_options(kl_${name} PRIVATE
+    -fno-semantic-interposition -fno-exceptions -fno-unwind-tables -fno-asynchronous-unwind-tables ${kl_coverage_flags})
+  # What the linker finds unused goes.  Only the starts of functions and loops are worth being aligned for.
+  target_compile_options(kl_${name} PRIVATE -ffunction-sections
+    $<$<CXX_COMPILER_ID:GNU>:-falign-jumps=1> $<$<CXX_COMPILER_ID:GNU>:-falign-labels=1>)
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})

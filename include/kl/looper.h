@@ -93,7 +93,8 @@ class KL_API policies {
 // ERROR_NOTIMP.  Time-outs are in ticks (100 a second); -1 is no limit.
 //
 // Errors:    what goes wrong elsewhere arrives as an error reply (isError in kl/conventions.h); a request
-//            without SYS_REQID is carried out and not answered.
+//            without SYS_REQID is carried out and not answered.  An operation answers with errorMsg() and
+//            throws nothing: an exception that reaches the library ends the process.
 // Ownership: belongs to the service, which removes it from the Looper before it is destroyed.  Its open
 //            requests and timers are its own and end with it.  A resource, so it is not copied.
 // Threads:   everything runs on the thread of the Looper.  Callbacks may add and remove handlers,

@@ -30,15 +30,15 @@ KL_API unsigned int getJiffies();
 // run() and may add and remove anything, itself included.
 //
 // Errors:    what cannot be done is answered with false, or with one line on standard output where it says
-// so. Ownership: the loop owns its records of timers, sockets and hooks, and nothing that they point to:
-// context words
-//            are borrowed until the timer fired or the record was removed; descriptors are never closed.
+//            so.  An exception that a callback lets out ends the process as one that nobody catches, wherever
+//            run() was called: no exception passes the library.
+// Ownership: the loop owns its records of timers, sockets and hooks, and nothing that they point to: context
+//            words are borrowed until the timer fired or the record was removed; descriptors are never closed.
 //            A resource, so it is not copied.
 // Threads:   belongs to the thread that calls run(); nothing here is async-signal-safe.
 // Cost:      adding, cancelling and firing a timer is logarithmic in the number of timers; removing a socket
-// takes
-//            constant time; a pass costs the poll, and one reading of the clock on each side of it if a timer
-//            waits.
+//            takes constant time; a pass costs the poll, and one reading of the clock on each side of it if a
+//            timer waits.
 class KL_API ThinRunner {
  public:
   using TimerCallback = void (*)(void* data);

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -169,6 +170,19 @@ TEST(ThinRunner, APassRunsHooksThenTimersThenSocketsThenDelayedTimers) {
   });
   f.loop.run();
   EXPECT_EQ(f.journal.text(), "hook timer socket hook delayed socket");
+}
+
+TEST(ThinRunnerDeathTest, AnExceptionThatACallbackLetsOutEndsTheProcess) {
+  const auto run = [] {
+    Loop loop;
+    loop.addTimer(
+        nullptr, [](void*) { throw std::runtime_error("out of a callback"); }, 0);
+    try {
+      loop.run();
+    } catch (const std::runtime_error&) {  // is not reached
+    }
+  };
+  EXPECT_DEATH(run(), "out of a callback");
 }
 
 TEST(ThinRunner, TimersFireAlthoughThePollFailed) {
