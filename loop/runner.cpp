@@ -15,6 +15,7 @@ namespace {
 constexpr std::uintptr_t kPageBytes = 4096;
 
 Runner* currentRunner = nullptr;
+unsigned int runnersMade = 0;
 
 // The end of the page that a stack frame begins in.
 const char* stackTopAbove(const void* frame) {
@@ -33,6 +34,7 @@ Runner::Runner() {
     std::exit(1);
   }
   currentRunner = this;
+  ++runnersMade;
   installCrashReporter();
   resetSignalTable();
 }
@@ -40,5 +42,7 @@ Runner::Runner() {
 Runner::~Runner() { currentRunner = nullptr; }
 
 Runner* getRunner() { return currentRunner; }
+
+unsigned int getRunnerNumber() { return currentRunner == nullptr ? 0 : runnersMade; }
 
 }  // namespace kl

@@ -52,6 +52,10 @@ void Store::Change::willFreeSlot(unsigned int id, const Entry& entry) {
   intent_->writeSlot(entry.slot, {kFreeId, entry.size, entry.lifetime});
 }
 
+void Store::Change::willFill(const Entry& hole) {
+  if (intent_) intent_->restoreSlot(hole.slot, {kFreeId, hole.size, hole.lifetime});
+}
+
 void Store::Change::willAppend(const Entry& entry) {
   const FileLengths before{static_cast<unsigned long long>(entry.slot) * kSlotRecordBytes, entry.offset};
   if (!intent_) return;

@@ -27,6 +27,8 @@ class __attribute__((visibility("hidden"))) Store::Change {
   void willWriteSlot(unsigned int id, const Entry& entry);
   // A slot that held this entry under `id` until now.
   void willFreeSlot(unsigned int id, const Entry& entry);
+  // A slot that was free until now.
+  void willFill(const Entry& hole);
   // The files grow by the slot of this entry.
   void willAppend(const Entry& entry);
   void willWriteRecord(unsigned int offset, Bytes record);

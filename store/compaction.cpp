@@ -53,6 +53,7 @@ class __attribute__((visibility("hidden"))) Store::Compaction {
   bool copyLiveSlots();
 
  private:
+  bool isLeft(unsigned int slot, unsigned int id) const;
   bool copySlot(const SlotRecord& record);
   bool copyRecord(const Entry& entry, const SlotRecord& record);
   bool repeatRecord(const Entry& entry, const SlotRecord& record);
@@ -85,6 +86,7 @@ void Store::compact(bool convert) {
   closeIdx();
   closeData();
   internals_->isOlderLayout = false;
+  internals_->unfreedSlots.clear();
   idxFd_ = fresh.takeIdx();
   dataFd_ = fresh.takeData();
   internals_->ids = {inodeOf(idxFd_), inodeOf(dataFd_)};
@@ -95,13 +97,21 @@ bool Store::Compaction::copyLiveSlots() {
   store_.internals_->freeSlots.clear();
   store_.internals_->unwrittenSlots.clear();
   IndexReader index(store_.idxFd_);
-  while (const unsigned char* bytes = index.next()) {
+  for (unsigned int slot = 0; const unsigned char* bytes = index.next(); ++slot) {
     const SlotRecord record = decodeSlot(bytes, order_);
-    if (!record.isFree() && !copySlot(record)) return false;
+    if (!record.isFree() && !isLeft(slot, record.id) && !copySlot(record)) return false;
   }
   if (index.end() == IndexReader::End::kSeekFailed)
     return report("STORE: compact: could not seek to start in index");
   return index.end() == IndexReader::End::kReached || report("STORE: compact read failed");
+}
+
+// A slot that the entry has left, though the index file took no word of that.
+bool Store::Compaction::isLeft(unsigned int slot, unsigned int id) const {
+  const std::vector<Entry>& unfreed = store_.internals_->unfreedSlots;
+  return store_.entries_.contains(id) &&
+         std::any_of(unfreed.begin(), unfreed.end(),
+                     [slot](const Entry& entry) { return entry.slot == slot; });
 }
 
 bool Store::Compaction::copySlot(const SlotRecord& record) {

@@ -30,8 +30,8 @@ namespace {
 constexpr std::size_t kHeaderBytes = 12;
 constexpr std::size_t kBodyBytes = 32;
 constexpr std::size_t kStepBytes = 16;
-// Three index records and the step of a record: no change of one entry has more.
-constexpr std::size_t kUsualHeadBytes = kHeaderBytes + kBodyBytes + 4 * kStepBytes + 3 * kSlotRecordBytes;
+// Four index records and the step of a record: no change of one entry has more.
+constexpr std::size_t kUsualHeadBytes = kHeaderBytes + kBodyBytes + 5 * kStepBytes + 4 * kSlotRecordBytes;
 constexpr unsigned int kIntentMagic = 0x4e494c4b;   // "KLIN"
 constexpr unsigned int kCommitMagic = 0x4f434c4b;   // "KLCO"
 constexpr unsigned int kDurableMagic = 0x55444c4b;  // "KLDU"

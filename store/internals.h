@@ -54,7 +54,7 @@ struct __attribute__((visibility("hidden"))) Store::Internals {
   Durability durability;
   FileIds ids;                    // of the files that are open
   int heldDataFd = -1;            // of the data file, until it is used
-  Runner* timerRunner = nullptr;  // that the two timers belong to; only compared
+  unsigned int timerRunner = 0;   // the number of the Runner that the two timers belong to
   unsigned int changes = 0;       // that are under way
   bool areLengthsDurable = true;  // with Durability::kPowerLoss: those that the files had at the last flush
   bool isOlderLayout = false;     // the files are, though their index has been read

@@ -32,7 +32,7 @@ void Store::flush() {
 }
 
 void Store::doFlush() {
-  flushTimer_ = TimerPtr();
+  cancelTimer(flushTimer_);
   if (internals_->durability == Durability::kPowerLoss) return flushUnderLock();
   Internals::sync(*this);
 }
@@ -59,7 +59,7 @@ void Store::checkForBloat() {
 }
 
 void Store::doCompaction() {
-  compactTimer_ = TimerPtr();
+  cancelTimer(compactTimer_);
   if (isBloated()) compact(false);
 }
 
@@ -67,21 +67,25 @@ bool Store::isBloated() const {
   return freeBytes_ > dataSize_ >> kBloatedShareShift && freeCount_ >= kBloatedSlots;
 }
 
-// A timer that a Runner took with it when it ended is not pending.
-bool Store::isPending(TimerPtr timer) const {
-  return timer && internals_->timerRunner != nullptr && internals_->timerRunner == getRunner();
-}
+// A timer that a Runner took with it when it ended is not pending.  The next Runner may lie where that one lay.
+bool Store::isPending(TimerPtr timer) const { return timer && internals_->timerRunner == getRunnerNumber(); }
 
+// Those of an earlier Runner went with it.
 void Store::startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks) {
-  internals_->timerRunner = getRunner();
-  timer = internals_->timerRunner->addTimer(this, callback, ticks);
+  if (internals_->timerRunner != getRunnerNumber()) compactTimer_ = flushTimer_ = TimerPtr();
+  internals_->timerRunner = getRunnerNumber();
+  timer = getRunner()->addTimer(this, callback, ticks);
 }
 
 void Store::cancelTimers() {
-  for (TimerPtr* timer : {&compactTimer_, &flushTimer_}) {
-    if (isPending(*timer)) internals_->timerRunner->removeTimer(*timer);
-    *timer = TimerPtr();
-  }
+  cancelTimer(compactTimer_);
+  cancelTimer(flushTimer_);
+}
+
+// Of a timer that fires at this moment nothing is left to remove.
+void Store::cancelTimer(TimerPtr& timer) {
+  if (isPending(timer)) getRunner()->removeTimer(timer);
+  timer = TimerPtr();
 }
 
 }  // namespace kl

@@ -74,8 +74,8 @@ bool Store::Internals::writeRecord(Store& store, unsigned int offset, Bytes firs
 bool Store::writeIndexent(unsigned int id, Entry& e) {
   const LockBracket bracket(internals_->lock);
   (void)openIdx();
-  if (internals_->isUnwritten(e.slot))
-    return reportUnless(false, "STORE: writeIndexent write failed");  // it would leave a gap
+  const bool wouldLeaveGap = idxFd_ >= 0 && internals_->isUnwritten(e.slot);
+  if (wouldLeaveGap) return reportUnless(false, "STORE: writeIndexent write failed");
   const SlotBytes record = encodeSlot({id, e.size, e.lifetime});
   const off_t place = static_cast<off_t>(e.slot) * static_cast<off_t>(kSlotRecordBytes);
   const ssize_t written = writeAt(idxFd_, {record.data(), record.size()}, place);

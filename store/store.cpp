@@ -148,9 +148,11 @@ bool Store::moveAndWrite(Entries::iterator at, bool isNew, const Record& record)
     countFreed(left);
     change.willFreeSlot(id, left);
   }
-  const bool isAppended = placeEntry(entry, record.size());
+  const std::optional<Entry> hole = placeEntry(entry, record.size());
+  const bool isAppended = !hole;
   internals_->places.put({id, entry.offset, entry.size});
   if (isAppended) change.willAppend(entry);
+  else change.willFill(*hole);
   change.willWriteSlot(id, entry);
   change.willWriteRecord(entry.offset, record.bytes());
   change.announce();
@@ -166,21 +168,21 @@ bool Store::moveAndWrite(Entries::iterator at, bool isNew, const Record& record)
   return false;
 }
 
-// First fit among the free slots, else a new slot behind the last one.  Says whether it is a new one.
-bool Store::placeEntry(Entry& entry, unsigned int needBytes) {
+// First fit among the free slots, else a new slot behind the last one.  Gives the free slot as it was.
+std::optional<Store::Entry> Store::placeEntry(Entry& entry, unsigned int needBytes) {
   FreeSlots::Slot found;
   if (!internals_->freeSlots.takeFirstFit(needBytes, found)) {
     entry = {dataSize_, needBytes, slotCount_, entry.lifetime};
     dataSize_ += needBytes;
     ++slotCount_;
-    return true;
+    return std::nullopt;
   }
   entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
   if (found.counted) {  // S3
     --freeCount_;
     freeBytes_ -= entry.size;
   }
-  return false;
+  return found.entry;
 }
 
 // Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is

@@ -262,6 +262,10 @@ class KL_API Runner : public ThinRunner {
 // The Runner of this process, null when there is none.
 KL_API Runner* getRunner();
 
+// Which Runner that is: each one that the process makes has a number of its own, from 1 on.  0 when there is none.
+// Tells whether a timer's Runner is still there, where its address may have gone to another one.
+KL_API unsigned int getRunnerNumber();
+
 // The function that the kernel calls for a signal with SIGACTION_HANDLE.
 // Async-signal-safe: one write(2) to the pipe; errno is restored.
 KL_API void handleSignal(int sig);

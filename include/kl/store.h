@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ namespace kl {
 //     kl::Store routes("/kelo/routes/table", 3);       // creates /kelo/routes, loads what is there
 //     routes.set(17, m);
 //     for (const auto& [id, entry] : routes.entries()) use(id, routes.get(id));
-//     routes.age();                                    // what was not stored or touched three times ago goes
+//     routes.age();                                    // entries whose third call this is go; touch() prevents it
 //
 // P being the path, the files are P.idx, P.dat and P.lock; docs/store.md has their bytes.  Changes go to the
 // files at once and are made durable by one pair of fsync(2) half a second later (50 ticks); space that
@@ -141,7 +142,7 @@ class KL_API Store {
   void rewrite(unsigned int offset, const Record& record);
   void freeOnDisk(unsigned int id, Entry& entry);
   bool moveAndWrite(Entries::iterator at, bool isNew, const Record& record);
-  bool placeEntry(Entry& entry, unsigned int needBytes);
+  std::optional<Entry> placeEntry(Entry& entry, unsigned int needBytes);
   void dropUnwritten(Entries::iterator at);
   void dropAppended(Entry& last, bool isIndexed);
   message readRecord(unsigned int offset, unsigned int expectedBytes);
@@ -154,6 +155,7 @@ class KL_API Store {
   bool isPending(TimerPtr timer) const;
   void startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks);
   void cancelTimers();
+  void cancelTimer(TimerPtr& timer);
 
   Entries entries_;
   int idxFd_ = -1;

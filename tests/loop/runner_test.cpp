@@ -26,6 +26,19 @@ TEST(Runner, ASecondOneMayFollowTheFirst) {
   EXPECT_EQ(getRunner(), &second);
 }
 
+TEST(Runner, EachHasANumberOfItsOwn) {
+  EXPECT_EQ(getRunnerNumber(), 0u);
+  unsigned int first = 0;
+  {
+    Runner loop;
+    first = getRunnerNumber();
+    EXPECT_NE(first, 0u);
+  }
+  EXPECT_EQ(getRunnerNumber(), 0u);
+  Runner loop;
+  EXPECT_EQ(getRunnerNumber(), first + 1);
+}
+
 TEST(Runner, ASecondOneEndsTheProcessWithStatusOne) {
   const auto child = test::runInChild([] {
     Runner first;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <optional>
 
 #include "kl/runner.h"
 #include "kl/store.h"
@@ -149,6 +150,47 @@ TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {
   store.restart();
   store.set(1, number(1));
   expectOpens(1);
+}
+
+// The index record of a slot that is left cannot be written, and neither can it be caught up with.
+class StoreLeftSlot : public StoreFaults {
+ protected:
+  void SetUp() override {
+    StoreFaults::SetUp();
+    store.emplace(path, 3);
+    for (unsigned int id = 0; id < 6; ++id) store->set(id, number(id));
+  }
+
+  template <class Body>
+  std::string linesWithoutWrite(unsigned int which, Body body) {
+    kl::test::ChangingCalls calls;
+    calls.failWrite(which, EIO);
+    const std::string lines = linesOf(body);
+    EXPECT_EQ(calls.failed(), 1U);
+    return lines;
+  }
+
+  kl::Runner loop;  // so that nothing is compacted by itself
+  std::optional<Store> store;
+};
+
+TEST_F(StoreLeftSlot, OfARemovedEntryIsNoSlotOfTheCompactedIndex) {
+  EXPECT_EQ(linesWithoutWrite(2, [&] { store->remove(0); }), "STORE: writeIndexent write failed\n");
+  EXPECT_EQ(linesWithoutWrite(1, [&] { store->compact(false); }), "STORE: entry in file but not in map!!\n");
+  store->set(50, number(50));
+  Store again(path, 3);
+  EXPECT_EQ(again.entries().size(), 6U);
+  for (const unsigned int id : {1U, 2U, 3U, 4U, 5U, 50U}) EXPECT_TRUE(again.get(id) == number(id)) << id;
+}
+
+TEST_F(StoreLeftSlot, OfAGrownEntryIsNotTakenForTheEntry) {
+  EXPECT_EQ(linesWithoutWrite(2, [&] { store->set(0, filled(50)); }), "STORE: writeIndexent write failed\n");
+  EXPECT_EQ(linesWithoutWrite(1, [&] { store->compact(false); }), "");
+  store->set(50, number(50));
+  Store again(path, 3);
+  EXPECT_EQ(again.entries().size(), 7U);
+  EXPECT_TRUE(again.get(0) == filled(50));
+  for (const unsigned int id : {1U, 2U, 3U, 4U, 5U, 50U}) EXPECT_TRUE(again.get(id) == number(id)) << id;
 }
 
 // A file system of 64 KiB in memory, seen by this process alone; false where that is not allowed.

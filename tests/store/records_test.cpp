@@ -100,6 +100,19 @@ TEST_F(StoreRecords, AnIndexThatIsMissingIsReportedOnWrite) {
             "STORE: openIdx failed\nSTORE: writeIndexent lseek failed\n");
 }
 
+// After the first of them, the index lacks a slot; what is said stays the same.
+TEST_F(StoreRecords, EachSetWithoutFilesReportsTheSame) {
+  Store store(path, 3);
+  store.restart();
+  store.deleteFiles();
+  const std::string lines =
+      "STORE: openIdx failed\nSTORE: writeIndexent lseek failed\n"
+      "STORE: openIdx failed\nSTORE: writeIndexent lseek failed\n";
+  EXPECT_EQ(linesOf([&] { store.set(1, filled(10)); }), lines);
+  EXPECT_EQ(linesOf([&] { store.set(2, filled(20)); }), lines);
+  EXPECT_TRUE(store.entries().empty());
+}
+
 TEST_F(StoreRecords, FilesThatHaveNoPlacesAreReported) {
   Store store(path, 3);
   store.closeIdx();

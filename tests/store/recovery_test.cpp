@@ -2,13 +2,16 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <filesystem>
 
+#include "kl/runner.h"
 #include "kl/store.h"
 #include "store/descriptor.h"
 #include "store/intent.h"
 #include "tests/store/store_files.h"
 #include "tests/support/changing_calls.h"
+#include "tests/support/child.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -106,6 +109,30 @@ TEST_F(StoreRecovery, AnIntentThatHasNoRoomIsTakenBack) {
     EXPECT_EQ(calls.failed(), 1U);
   }
   EXPECT_EQ(idx(), hex(bytes("01000000 09000000 03000000")));
+}
+
+// A set into a free slot was killed, and the disk takes the record no more: the slot is free again, as it was.
+TEST_F(StoreRecovery, AnIntentIntoAFreeSlotIsTakenBackWhole) {
+  const std::string before = "01000000 09000000 03000000  ffffffff 09000000 04000000";
+  writeIdx(before);
+  writeDat("0900 4d32 05000009 01  0900 4d32 05000009 07");
+  leave(std::string());
+  const auto writer = kl::test::runInChild([this] {
+    kl::Runner loop;
+    Store store(path, 3);
+    kl::test::ChangingCalls calls;
+    calls.endAt(2, kl::test::When::kAfter);  // the lock file was opened, the intent is written
+    store.set(2, number(2));
+  });
+  ASSERT_EQ(writer.exitStatus, kl::test::ChangingCalls::kEndStatus);
+  ASSERT_FALSE(lockBytes().empty());
+  {
+    kl::test::ChangingCalls calls;
+    calls.failWrite(2, EIO);  // the index took its step, the data file does not
+    EXPECT_EQ(idsAfterOpening(), Ids{1});
+    EXPECT_EQ(calls.failed(), 1U);
+  }
+  EXPECT_EQ(idx(), hex(bytes(before)));
 }
 
 TEST_F(StoreRecovery, GarbageInTheLockFileIsDropped) {
