@@ -1,8 +1,8 @@
 // A look at the files of a store from outside, without its lock.
 //
-// A writer beside it changes one file after the other and replaces both when it compacts.  A reading that met it
-// half way looks like damage, so one that finds anything wrong is forgotten and done again, as long as there are
-// attempts left.
+// A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  A
+// reading counts if nothing was under way before and behind it and the index is the same: then each record belongs to
+// the entry that it was read for.  Two of them that agree are one state of the store.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "kl/store.h"
 #include "store/file_io.h"
@@ -34,6 +36,8 @@ class InputFile {
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
 
+  int fd() const { return fd_; }
+  // Everything; false if it is no file with contents.
   bool read(ByteVector& content) const {
     struct stat facts {};
     if (fd_ < 0 || ::fstat(fd_, &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
@@ -48,7 +52,9 @@ class InputFile {
 };
 
 // A lock file may begin with a record of lengths ("KLDU"), which is there to stay.
-bool hasPendingChange(const ByteVector& lock) {
+bool hasPendingChange(const std::string& path) {
+  ByteVector lock;
+  (void)InputFile(path + ".lock").read(lock);
   const bool hasLengths =
       lock.size() >= kRecordHeaderBytes && std::equal(lock.begin(), lock.begin() + 4, "KLDU");
   return lock.size() > (hasLengths ? decodeSlot(lock.data(), ByteOrder::kLittle).size : 0);
@@ -71,60 +77,88 @@ bool areBothThere(const std::vector<StoreView::Finding>& findings) {
 
 }  // namespace
 
+// One pass over the files.
+class __attribute__((visibility("hidden"))) StoreView::Reading {
+ public:
+  explicit Reading(const std::string& path);
+
+  State& state() { return state_; }
+  // Nobody was seen to change the files meanwhile.
+  bool isUndisturbed() const { return isUndisturbed_; }
+
+ private:
+  void readIndex(const ByteVector& index);
+  void addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime);
+  void dropRepeated();
+  void readRecords(int dataFd);
+  bool readRecord(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const;
+  ByteOrder order() const { return state_.isBigEndian ? ByteOrder::kBig : ByteOrder::kLittle; }
+  void report(Fault fault, unsigned int slot = 0, unsigned int id = 0) {
+    state_.findings.push_back({fault, slot, id});
+  }
+
+  State state_;
+  bool isUndisturbed_ = false;
+};
+
+// Where no two readings agree, the last one that found nothing wrong, else the last one.
 StoreView::StoreView(const std::string& path) {
-  read(path);
-  for (int attempt = 1; attempt < kAttempts && !findings_.empty(); ++attempt) {
-    (void)::sched_yield();
-    read(path);
+  bool isClean = false;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (attempt > 1) (void)::sched_yield();
+    Reading reading(path);
+    if (attempt > 0 && reading.isUndisturbed() && reading.state() == state_) return;
+    const bool isThisClean = reading.isUndisturbed() && reading.state().findings.empty();
+    if (isThisClean || !isClean) state_ = std::move(reading.state());
+    isClean = isClean || isThisClean;
   }
 }
 
-StoreView::~StoreView() {
-  if (dataFd_ >= 0) ::close(dataFd_);
-}
-
 const StoreView::Entry* StoreView::find(unsigned int id) const {
-  const auto found =
-      std::find_if(entries_.begin(), entries_.end(), [id](const Entry& entry) { return entry.id == id; });
-  return found == entries_.end() ? nullptr : &*found;
+  const auto found = std::find_if(state_.entries.begin(), state_.entries.end(),
+                                  [id](const Entry& entry) { return entry.id == id; });
+  return found == state_.entries.end() ? nullptr : &*found;
 }
 
 message StoreView::get(const Entry& entry) const {
-  ByteVector payload;
-  Fault unused{};
+  const auto found =
+      std::lower_bound(state_.entries.begin(), state_.entries.end(), entry.slot,
+                       [](const Entry& known, unsigned int slot) { return known.slot < slot; });
   message result;
-  if (readRecord(entry, payload, unused))
-    (void)result.unflatten(payload.data(), static_cast<unsigned int>(payload.size()), message::normal);
+  if (found == state_.entries.end() || !(*found == entry)) return result;
+  const auto at = static_cast<std::size_t>(found - state_.entries.begin());
+  const std::size_t start = at == 0 ? 0 : state_.ends[at - 1];
+  (void)result.unflatten(state_.messages.data() + start, static_cast<unsigned int>(state_.ends[at] - start),
+                         message::normal);
   return result;
 }
 
-void StoreView::read(const std::string& path) {
-  findings_.clear();
-  if (dataFd_ >= 0) ::close(dataFd_);
-  dataFd_ = openFile((path + ".dat").c_str(), kLook);
-  struct stat data {};
-  const bool hasData = dataFd_ >= 0 && ::fstat(dataFd_, &data) == 0 && S_ISREG(data.st_mode);
-  dataBytes_ = hasData ? static_cast<unsigned long long>(data.st_size) : 0;
-  ByteVector lock;
-  (void)InputFile(path + ".lock").read(lock);
+StoreView::Reading::Reading(const std::string& path) {
+  const InputFile data(path + ".dat");
+  struct stat facts {};
+  const bool hasData = data.fd() >= 0 && ::fstat(data.fd(), &facts) == 0 && S_ISREG(facts.st_mode);
+  state_.dataBytes = hasData ? static_cast<unsigned long long>(facts.st_size) : 0;
+  const bool isPending = hasPendingChange(path);
   ByteVector index;
   if (!InputFile(path + ".idx").read(index)) report(Fault::kNoIndex);
   if (!hasData) report(Fault::kNoData);
-  if (hasPendingChange(lock)) report(Fault::kPendingChange);
+  if (isPending) report(Fault::kPendingChange);
   readIndex(index);
-  if (hasData) checkRecords();
+  dropRepeated();
+  if (hasData) readRecords(data.fd());
+  ByteVector indexNow;
+  (void)InputFile(path + ".idx").read(indexNow);
+  isUndisturbed_ = !isPending && indexNow == index && !hasPendingChange(path);
 }
 
-void StoreView::readIndex(const ByteVector& index) {
-  entries_.clear();
-  freeSlots_.clear();
-  const bool fitsLittle = sumOf(index, ByteOrder::kLittle) == dataBytes_;
-  isBigEndian_ = !fitsLittle && sumOf(index, ByteOrder::kBig) == dataBytes_;
-  if (!fitsLittle && !isBigEndian_ && areBothThere(findings_)) report(Fault::kSizeMismatch);
+void StoreView::Reading::readIndex(const ByteVector& index) {
+  const bool fitsLittle = sumOf(index, ByteOrder::kLittle) == state_.dataBytes;
+  state_.isBigEndian = !fitsLittle && sumOf(index, ByteOrder::kBig) == state_.dataBytes;
+  if (!fitsLittle && !state_.isBigEndian && areBothThere(state_.findings)) report(Fault::kSizeMismatch);
   if (index.size() % kSlotRecordBytes != 0) report(Fault::kPartialSlot);
   FreeSlot slot{};
   for (std::size_t at = 0; at + kSlotRecordBytes <= index.size(); at += kSlotRecordBytes) {
-    const SlotRecord record = decodeSlot(&index[at], isBigEndian_ ? ByteOrder::kBig : ByteOrder::kLittle);
+    const SlotRecord record = decodeSlot(&index[at], order());
     slot.size = record.size;
     addSlot(record.id, slot, record.lifetime);
     slot.offset += record.size;
@@ -132,45 +166,52 @@ void StoreView::readIndex(const ByteVector& index) {
   }
 }
 
-void StoreView::addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime) {
-  if (id == kFreeId) freeSlots_.push_back(slot);
-  else entries_.push_back({id, slot.offset, slot.size, slot.slot, lifetime});
+void StoreView::Reading::addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime) {
+  if (id == kFreeId) state_.freeSlots.push_back(slot);
+  else state_.entries.push_back({id, slot.offset, slot.size, slot.slot, lifetime});
 }
 
-void StoreView::checkRecords() {
-  Store::Entries known;
-  const auto isRepeated = [&](const Entry& entry) {
-    const std::size_t before = known.size();
-    known.try_emplace(known.end(), entry.id, Store::Entry());
-    if (known.size() != before) return false;
+// Of two slots with one id the first one counts.
+void StoreView::Reading::dropRepeated() {
+  std::set<unsigned int> known;
+  std::erase_if(state_.entries, [&](const Entry& entry) {
+    if (known.insert(entry.id).second) return false;
     report(Fault::kRepeatedId, entry.slot, entry.id);
     return true;
-  };
-  entries_.erase(std::remove_if(entries_.begin(), entries_.end(), isRepeated), entries_.end());
+  });
+}
+
+void StoreView::Reading::readRecords(int dataFd) {
   ByteVector payload;
-  for (const Entry& entry : entries_) {
+  for (const Entry& entry : state_.entries) {
     Fault fault{};
     message m;
-    if (!readRecord(entry, payload, fault)) report(fault, entry.slot, entry.id);
+    if (!readRecord(dataFd, entry, payload, fault)) report(fault, entry.slot, entry.id);
     else if (!m.unflatten(payload.data(), static_cast<unsigned int>(payload.size()), message::normal))
       report(Fault::kBadMessage, entry.slot, entry.id);
+    state_.messages.insert(state_.messages.end(), payload.begin(), payload.end());
+    state_.ends.push_back(state_.messages.size());
   }
 }
 
-bool StoreView::readRecord(const Entry& entry, ByteVector& payload, Fault& fault) const {
+// Leaves nothing in `payload` of a record that cannot be read.
+bool StoreView::Reading::readRecord(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const {
+  payload.clear();
   LengthBytes header{};
   const auto offset = static_cast<off_t>(entry.offset);
   fault = Fault::kCutOff;
-  if (readAt(dataFd_, header.data(), header.size(), offset) != static_cast<ssize_t>(header.size()))
+  if (readAt(dataFd, header.data(), header.size(), offset) != static_cast<ssize_t>(header.size()))
     return false;
-  const std::size_t length = decodeLength(header.data(), isBigEndian_ ? ByteOrder::kBig : ByteOrder::kLittle);
+  const std::size_t length = decodeLength(header.data(), order());
   fault = Fault::kBadLength;
   if (length < kLengthBytes || length > entry.size) return false;
   fault = Fault::kCutOff;
   payload.resize(length - kLengthBytes);
   const ssize_t got =
-      readAt(dataFd_, payload.data(), payload.size(), offset + static_cast<off_t>(kLengthBytes));
-  return got == static_cast<ssize_t>(payload.size());
+      readAt(dataFd, payload.data(), payload.size(), offset + static_cast<off_t>(kLengthBytes));
+  if (got == static_cast<ssize_t>(payload.size())) return true;
+  payload.clear();
+  return false;
 }
 
 }  // namespace kl

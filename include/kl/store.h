@@ -178,13 +178,16 @@ class KL_API Store {
 //     for (const auto& entry : view.entries()) show(entry.id, view.get(entry));
 //     for (const auto& finding : view.findings()) complain(finding);
 //
-// A process that changes the store meanwhile is no fault: files that disagree are read again, a few times, and the
-// view is one state of the store.  What is found wrong then is wrong, or somebody is changing it all the time.
+// A process that changes the store meanwhile is no fault: the files are read until two readings agree, and the view
+// is that state of the store.  If none of 20 do, it is the last one that found nothing wrong, each message one that its
+// entry had meanwhile; if there is none, the last one: the store is damaged, or changed all the time.
 //
 // Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
-// Ownership: owns a descriptor of the data file; a resource, so it is not copied.
-// Threads:   belongs to one thread.
-// Cost:      the constructor reads the index and every record in use; memory grows with the slots.
+// Ownership: owns copies of all messages and holds no file open.
+// Threads:   none.  But it closes the lock file, which makes the process lose a lock that a Store of another thread
+//            has on it at this moment.
+// Cost:      the constructor reads the index and every record in use, twice if nobody disturbs it; memory grows with
+//            both.
 class KL_API StoreView {
  public:
   struct Entry {
@@ -193,11 +196,15 @@ class KL_API StoreView {
     unsigned int size;      // of the slot in bytes
     unsigned int slot;      // its number in the index
     unsigned int lifetime;  // how many calls of Store::age() it has left
+
+    friend bool operator==(const Entry&, const Entry&) = default;
   };
   struct FreeSlot {
     unsigned int offset;
     unsigned int size;
     unsigned int slot;
+
+    friend bool operator==(const FreeSlot&, const FreeSlot&) = default;
   };
 
   enum class Fault : unsigned char {
@@ -215,45 +222,44 @@ class KL_API StoreView {
     Fault fault;
     unsigned int slot;  // of faults of a slot, else 0
     unsigned int id;    // of the entry in it
+
+    friend bool operator==(const Finding&, const Finding&) = default;
   };
 
   // Reads the store P = `path`.
   explicit StoreView(const std::string& path);
-  StoreView(const StoreView&) = delete;
-  StoreView& operator=(const StoreView&) = delete;
-  ~StoreView();
 
   // In the order of the slots.
-  const std::vector<Entry>& entries() const { return entries_; }
-  const std::vector<FreeSlot>& freeSlots() const { return freeSlots_; }
-  const std::vector<Finding>& findings() const { return findings_; }
+  const std::vector<Entry>& entries() const { return state_.entries; }
+  const std::vector<FreeSlot>& freeSlots() const { return state_.freeSlots; }
+  const std::vector<Finding>& findings() const { return state_.findings; }
 
   // Whether the files are of the older, big-endian layout.
-  bool isBigEndian() const { return isBigEndian_; }
+  bool isBigEndian() const { return state_.isBigEndian; }
   // The length of the data file in bytes.
-  unsigned long long dataBytes() const { return dataBytes_; }
+  unsigned long long dataBytes() const { return state_.dataBytes; }
 
   // The entry with this id; null if there is none.  Valid as long as the view is.
   const Entry* find(unsigned int id) const;
-  // An entry's message: what of it can be read.
+  // The message of one of its entries: what of it can be read.
   message get(const Entry& entry) const;
 
  private:
-  void read(const std::string& path);
-  void readIndex(const std::vector<unsigned char>& index);
-  void addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime);
-  void checkRecords();
-  bool readRecord(const Entry& entry, std::vector<unsigned char>& payload, Fault& fault) const;
-  void report(Fault fault, unsigned int slot = 0, unsigned int id = 0) {
-    findings_.push_back({fault, slot, id});
-  }
+  // What one reading of the files finds.
+  struct State {
+    std::vector<Entry> entries;
+    std::vector<FreeSlot> freeSlots;
+    std::vector<Finding> findings;
+    std::vector<unsigned char> messages;  // of the entries, back to back
+    std::vector<std::size_t> ends;        // where each of them ends
+    unsigned long long dataBytes = 0;
+    bool isBigEndian = false;
 
-  std::vector<Entry> entries_;
-  std::vector<FreeSlot> freeSlots_;
-  std::vector<Finding> findings_;
-  unsigned long long dataBytes_ = 0;
-  int dataFd_ = -1;
-  bool isBigEndian_ = false;
+    friend bool operator==(const State&, const State&) = default;
+  };
+  class Reading;
+
+  State state_;
 };
 
 }  // namespace kl

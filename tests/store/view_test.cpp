@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <new>
 
 #include "kl/store.h"
 #include "tests/store/store_files.h"
@@ -15,6 +18,7 @@ namespace {
 
 using kl::StoreView;
 using kl::test::filled;
+using kl::test::linesOf;
 using kl::test::number;
 using Fault = StoreView::Fault;
 
@@ -187,31 +191,61 @@ TEST_F(StoreViewTest, LengthsInALockFileAreNoPendingChange) {
   EXPECT_EQ(faults(), std::vector<Fault>{Fault::kPendingChange});
 }
 
-// How many entries a view has that nobody disturbed all the time.
-std::size_t entriesOf(const std::string& path) {
+TEST_F(StoreViewTest, ItKeepsWhatItHasRead) {
+  writeExample();
+  const StoreView view(path);
+  kl::Store store(path, 3);
+  store.remove(17);
+  store.set(5, number(99));  // into the slot of 17
+  EXPECT_EQ(numberOf(view, 17), "6");
+  EXPECT_EQ(view.find(5), nullptr);
+  EXPECT_TRUE(view.get({5, 0, 9, 0, 3}) == kl::message());  // no entry of this view
+}
+
+constexpr unsigned int kBusyIds = 20;
+
+kl::message markedWith(unsigned int id, unsigned int bytes) {
+  kl::message m = filled(bytes);
+  m.insert_u32(0x08000001, id);
+  return m;
+}
+
+// Looks until nothing is wrong.  Says whether each message is one of its entry.
+bool isRight(const std::string& path) {
   for (;;) {
     const StoreView view(path);
-    if (view.findings().empty()) return view.entries().size();
+    if (!view.findings().empty()) continue;
+    return std::all_of(view.entries().begin(), view.entries().end(), [&](const StoreView::Entry& entry) {
+      return view.get(entry).get_u32(0x08000001, kBusyIds) == entry.id;
+    });
   }
 }
 
-// A writer changes, frees, reuses and compacts without a pause; each view is one state of the store.
+// Changes, removes, uses slots again and compacts without a pause, and counts that.
+[[noreturn]] void changeAllTheTime(const std::string& path, std::atomic<unsigned int>& changes) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  kl::Store store(path, 3);
+  for (unsigned int i = 0;; ++i) {
+    store.set(i % kBusyIds, markedWith(i % kBusyIds, 10 + i % 97));
+    store.remove(i * 7 % kBusyIds);
+    ++changes;
+  }
+}
+
 TEST_F(StoreViewTest, AWriterBesideItIsNoFault) {
-  {
-    kl::Store store(path, 3);
-    for (unsigned int id = 0; id < 20; ++id) store.set(id, filled(10 + id));
-  }
+  constexpr unsigned int kChanges = 2000;
+  linesOf([this] { kl::Store(path, 3).set(0, markedWith(0, 10)); });
+  void* const shared = ::mmap(nullptr, sizeof(std::atomic<unsigned int>), PROT_READ | PROT_WRITE,
+                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto& changes = *new (shared) std::atomic<unsigned int>(0);
   const pid_t writer = ::fork();
-  if (writer == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    kl::Store store(path, 3);
-    for (unsigned int i = 0;; ++i) store.set(i % 20, filled(10 + i % 97));
-  }
-  std::size_t whole = 0;
-  for (int i = 0; i < 200; ++i) whole += entriesOf(path) >= 19 ? 1 : 0;
+  if (writer == 0) changeAllTheTime(path, changes);
+  unsigned int views = 0;
+  for (; views < 200 || changes < kChanges; ++views) ASSERT_TRUE(isRight(path)) << "view " << views;
   ASSERT_EQ(::kill(writer, SIGKILL), 0);
   ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
-  EXPECT_EQ(whole, 200U);
+  ::munmap(shared, sizeof(std::atomic<unsigned int>));
 }
 
 }  // namespace
