@@ -50,6 +50,18 @@ class WriterKilledEverywhere : public kl::test::KilledWriter {
         }
   }
 
+  // The same, and of whoever opens the store then the m-th write fails, for every m.
+  void failTheNextOne(const Steps& steps) {
+    for (const When when : moments)
+      for (unsigned int n = 1; killOnce(steps, n, when); ++n)
+        for (unsigned int m = 1; failAnOpener(m); ++m) {
+          ++events;
+          expectWhole(steps, "call " + std::to_string(n) + " and write " + std::to_string(m));
+          if (HasFailure() || !killOnce(steps, n, when)) return;
+        }
+    RecordProperty("events", static_cast<int>(events));
+  }
+
   // False if the writer came to its end.
   virtual bool killOnce(const Steps& steps, unsigned int n, When when) {
     return isKilled(steps, [=](ChangingCalls& calls) { calls.endAt(n, when); });
@@ -62,6 +74,14 @@ class WriterKilledEverywhere : public kl::test::KilledWriter {
       const Store store(path, kLifetime, durability);
     });
     return result.exitStatus == ChangingCalls::kEndStatus;
+  }
+
+  // False if it has no m-th write.
+  bool failAnOpener(unsigned int m) {
+    ChangingCalls calls;
+    calls.failWrite(m, EIO);
+    EXPECT_EQ(kl::test::linesOf([&] { const Store store(path, kLifetime, durability); }), "");
+    return calls.failed() > 0;
   }
 
   void expectWhole(const Steps& steps, const std::string& where) {
@@ -153,6 +173,18 @@ TEST_P(StoreKills, AKilledOpenerLeavesTheWorkToTheNext) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, StoreKills, testing::Values(When::kBefore, When::kInside, When::kAfter));
+
+// Whoever comes after a killed writer cannot write everything.  Where a record was half written over another one,
+// nothing helps; everywhere else the change is taken back.
+class StoreKillsAndFaults : public WriterKilledEverywhere {
+ protected:
+  StoreKillsAndFaults() { moments = {When::kBefore, When::kAfter}; }
+};
+
+TEST_F(StoreKillsAndFaults, AnOpenerThatCannotFinishTheChangeTakesItBack) {
+  failTheNextOne(everything());
+  EXPECT_GT(events, 100U);
+}
 
 // A store in the older layout, which its opening rewrites.
 class StoreConversionKills : public WriterKilledEverywhere {
