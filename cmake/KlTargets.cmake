@@ -51,8 +51,12 @@ function(kl_component name)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
 endfunction()
 
-# kl_rarely_runs(SOURCE...): sources of this folder in which memory counts for more than time.
+# kl_rarely_runs(SOURCE...): sources of this folder in which memory counts for more than time.  Where several are compiled
+# as one nothing is shipped, and a source with options of its own would stay by itself.
 function(kl_rarely_runs)
+  if(CMAKE_UNITY_BUILD)
+    return()
+  endif()
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo,Release>:-Os>)
 endfunction()
 

@@ -37,7 +37,7 @@ constexpr int kTimezoneTicks = 6000;
 
 bool holdsData(const message& m) { return m.max_length() >= kShortestData; }
 
-message::flat_message flat(const message& m) {
+message::flat_message flattened(const message& m) {
   message::flat_message bytes;
   m.flatten(bytes);
   return bytes;
@@ -62,7 +62,7 @@ void Looper::leave() {
     m.insert(SYS_TO, {SERVICE_LOADER});
     m.insert(SYS_CTRL, control::kLeaveAccepted);
     m.insert(SYS_CTRL_ARG, 1);
-    m.insert(control::kPermData, flat(data));
+    m.insert(control::kPermData, flattened(data));
     sendMessage(m);
   }
   leaving_ = true;
@@ -98,7 +98,7 @@ void Looper::savePermData(message& data) {
     entry->second->savePermData(handlerData);
     if (holdsData(handlerData)) {
       data.get_u32_array_ref(kHandlerIDs)->push_back(id);
-      data.get_message_array_ref(kHandlerData)->push_back(flat(handlerData));
+      data.get_message_array_ref(kHandlerData)->push_back(flattened(handlerData));
       found = true;
     }
     entry = handlers_.upper_bound(id);

@@ -38,14 +38,14 @@ unsigned int typeBits(unsigned int legacyKind) {
   return kBits[legacyKind - 1];
 }
 
-unsigned int nameSpace(unsigned int code) {
+unsigned int nameSpaceBits(unsigned int code) {
   constexpr unsigned int kSpaces[] = {0x00, 0xFE, 0xFD, 0xFF};
   return code < 4 ? kSpaces[code] << 16 : 0;
 }
 
 Header headerAt(const unsigned char* at) {
   const std::size_t count = loadLe16(at + 5);
-  return {typeBits(at[0]) | nameSpace(at[4] & 15u) | loadLe16(at + 1), count, count != 1};
+  return {typeBits(at[0]) | nameSpaceBits(at[4] & 15u) | loadLe16(at + 1), count, count != 1};
 }
 
 class LegacyReader {

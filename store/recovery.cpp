@@ -30,11 +30,11 @@
 namespace kl {
 namespace {
 
-constexpr off_t kLongestRecord = 0x8000000;
+constexpr off_t kLongestFile = 0x8000000;
 
 std::vector<unsigned char> contentOf(int fd) {
   struct stat file;
-  if (::fstat(fd, &file) != 0 || file.st_size > kLongestRecord) return {};
+  if (::fstat(fd, &file) != 0 || file.st_size > kLongestFile) return {};
   std::vector<unsigned char> content(static_cast<std::size_t>(file.st_size));
   const ssize_t got = readAt(fd, content.data(), content.size(), 0);
   content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));

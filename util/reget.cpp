@@ -10,7 +10,7 @@
 namespace kl {
 namespace {
 
-constexpr unsigned int kDefaultTicks = 6000;
+constexpr unsigned int kReplyTicks = 6000;
 
 void stamp(message& m, unsigned int filter) {
   if (!m.has(REGET_FILTER)) m.insert(REGET_FILTER, filter);
@@ -62,7 +62,7 @@ void FullReget::getChunk() {
     if (failed_) return;
     request.insert(STD_GETALLID, reply_.get(STD_GETALLID, BADID));
   }
-  reply_ = getLooper()->exchangeMessage(request, static_cast<int>(timeout_ == 0 ? kDefaultTicks : timeout_));
+  reply_ = getLooper()->exchangeMessage(request, static_cast<int>(timeout_ == 0 ? kReplyTicks : timeout_));
   if (isError(reply_)) std::cout << "FULLREGET: " << getError(reply_) << std::endl;
   count_ = reply_.size_message_array(STD_OBJS);
   index_ = 0;
