@@ -1,8 +1,8 @@
-// A look at the files of a store from outside, without its lock.
+// A look at the files of a store from outside.
 //
-// A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  A
-// reading counts if nothing was under way before and behind it and the index is the same: then each record belongs to
-// the entry that it was read for.  Two of them that agree are one state of the store.
+// A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  Two
+// readings that agree, with nothing under way before and behind the second, are one state of the store.  Where none
+// do, the last one is made under the lock.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -20,7 +20,8 @@
 namespace kl {
 namespace {
 
-constexpr int kAttempts = 20;
+constexpr int kAttempts = 5;
+constexpr int kLockAttempts = 1000;
 constexpr int kLook = O_RDONLY | O_NONBLOCK;    // no waiting for whoever would write into a pipe of that name
 constexpr std::size_t kRecordHeaderBytes = 12;  // of a record in the lock file: magic, length, checksum
 
@@ -52,12 +53,21 @@ class InputFile {
 };
 
 // A lock file may begin with a record of lengths ("KLDU"), which is there to stay.
-bool hasPendingChange(const std::string& path) {
+bool hasPendingChange(const InputFile& lockFile) {
   ByteVector lock;
-  (void)InputFile(path + ".lock").read(lock);
+  (void)lockFile.read(lock);
   const bool hasLengths =
       lock.size() >= kRecordHeaderBytes && std::equal(lock.begin(), lock.begin() + 4, "KLDU");
   return lock.size() > (hasLengths ? decodeSlot(lock.data(), ByteOrder::kLittle).size : 0);
+}
+
+// Keeps writers out until the file is closed.  Whoever is stopped while he holds the lock is not waited for.
+void tryToLock(const InputFile& lockFile) {
+  struct flock whole = {};
+  whole.l_type = F_RDLCK;
+  whole.l_whence = SEEK_SET;
+  for (int attempt = 0; attempt < kLockAttempts && ::fcntl(lockFile.fd(), F_SETLK, &whole) != 0; ++attempt)
+    (void)::sched_yield();
 }
 
 // What the sizes of all slots add up to.
@@ -80,7 +90,7 @@ bool areBothThere(const std::vector<StoreView::Finding>& findings) {
 // One pass over the files.
 class __attribute__((visibility("hidden"))) StoreView::Reading {
  public:
-  explicit Reading(const std::string& path);
+  Reading(const std::string& path, const InputFile& lockFile);
 
   State& state() { return state_; }
   // Nobody was seen to change the files meanwhile.
@@ -101,17 +111,17 @@ class __attribute__((visibility("hidden"))) StoreView::Reading {
   bool isUndisturbed_ = false;
 };
 
-// Where no two readings agree, the last one that found nothing wrong, else the last one.
+// A writer without a pause lets no two readings agree: it waits for the last one.
 StoreView::StoreView(const std::string& path) {
-  bool isClean = false;
+  const std::string lockPath = path + ".lock";
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (attempt > 1) (void)::sched_yield();
-    Reading reading(path);
+    Reading reading(path, InputFile(lockPath));
     if (attempt > 0 && reading.isUndisturbed() && reading.state() == state_) return;
-    const bool isThisClean = reading.isUndisturbed() && reading.state().findings.empty();
-    if (isThisClean || !isClean) state_ = std::move(reading.state());
-    isClean = isClean || isThisClean;
+    state_ = std::move(reading.state());
   }
+  const InputFile lockFile(lockPath);
+  tryToLock(lockFile);
+  state_ = std::move(Reading(path, lockFile).state());
 }
 
 const StoreView::Entry* StoreView::find(unsigned int id) const {
@@ -133,12 +143,12 @@ message StoreView::get(const Entry& entry) const {
   return result;
 }
 
-StoreView::Reading::Reading(const std::string& path) {
+StoreView::Reading::Reading(const std::string& path, const InputFile& lockFile) {
   const InputFile data(path + ".dat");
   struct stat facts {};
   const bool hasData = data.fd() >= 0 && ::fstat(data.fd(), &facts) == 0 && S_ISREG(facts.st_mode);
   state_.dataBytes = hasData ? static_cast<unsigned long long>(facts.st_size) : 0;
-  const bool isPending = hasPendingChange(path);
+  const bool isPending = hasPendingChange(lockFile);
   ByteVector index;
   if (!InputFile(path + ".idx").read(index)) report(Fault::kNoIndex);
   if (!hasData) report(Fault::kNoData);
@@ -148,7 +158,7 @@ StoreView::Reading::Reading(const std::string& path) {
   if (hasData) readRecords(data.fd());
   ByteVector indexNow;
   (void)InputFile(path + ".idx").read(indexNow);
-  isUndisturbed_ = !isPending && indexNow == index && !hasPendingChange(path);
+  isUndisturbed_ = !isPending && indexNow == index && !hasPendingChange(lockFile);
 }
 
 void StoreView::Reading::readIndex(const ByteVector& index) {

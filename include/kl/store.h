@@ -171,21 +171,21 @@ class KL_API Store {
   std::unique_ptr<Internals> internals_;
 };
 
-// What the files of a store hold, for those who look at a store that is not theirs.  Nothing is locked, printed or
-// changed, files of the older layout included:
+// What the files of a store hold, for those who look at a store that is not theirs.  Nothing is printed or changed,
+// files of the older layout included:
 //
 //     const kl::StoreView view("/kelo/routes/table");
 //     for (const auto& entry : view.entries()) show(entry.id, view.get(entry));
 //     for (const auto& finding : view.findings()) complain(finding);
 //
 // A process that changes the store meanwhile is no fault: the files are read until two readings agree, and the view
-// is that state of the store.  If none of 20 do, it is the last one that found nothing wrong, each message one that its
-// entry had meanwhile; if there is none, the last one: the store is damaged, or changed all the time.
+// is that state of the store.  If none of five do, they are read once more under the lock, for which changes wait.  If
+// that cannot be had either, the view is what was read.
 //
 // Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
 // Ownership: owns copies of all messages and holds no file open.
-// Threads:   none.  But it closes the lock file, which makes the process lose a lock that a Store of another thread
-//            has on it at this moment.
+// Threads:   any.  But it closes the lock file, which makes the process lose a lock that a Store of another thread has
+//            on it at this moment.
 // Cost:      the constructor reads the index and every record in use, twice if nobody disturbs it; memory grows with
 //            both.
 class KL_API StoreView {

@@ -1,4 +1,4 @@
-// Shows a store through kl::StoreView, which neither locks nor changes it; only compact opens a kl::Store.
+// Shows a store through kl::StoreView, which changes nothing; only compact opens a kl::Store.
 
 #include "store.h"
 
