@@ -1,8 +1,8 @@
 // A look at the files of a store from outside.
 //
 // A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  Two
-// readings that agree, with nothing under way before and behind the second, are one state of the store.  Where none
-// do, the last one is made under the lock.
+// readings that agree, with nothing under way when the second begins, are the state of the store between the two.
+// Where none do, the last one is made under the lock.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -93,8 +93,8 @@ class __attribute__((visibility("hidden"))) StoreView::Reading {
   Reading(const std::string& path, const InputFile& lockFile);
 
   State& state() { return state_; }
-  // Nobody was seen to change the files meanwhile.
-  bool isUndisturbed() const { return isUndisturbed_; }
+  // A change was under way when it began.
+  bool isPending() const { return isPending_; }
 
  private:
   void readIndex(const ByteVector& index);
@@ -108,7 +108,7 @@ class __attribute__((visibility("hidden"))) StoreView::Reading {
   }
 
   State state_;
-  bool isUndisturbed_ = false;
+  bool isPending_;
 };
 
 // A writer without a pause lets no two readings agree: it waits for the last one.
@@ -116,7 +116,7 @@ StoreView::StoreView(const std::string& path) {
   const std::string lockPath = path + ".lock";
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Reading reading(path, InputFile(lockPath));
-    if (attempt > 0 && reading.isUndisturbed() && reading.state() == state_) return;
+    if (attempt > 0 && !reading.isPending() && reading.state() == state_) return;
     state_ = std::move(reading.state());
   }
   const InputFile lockFile(lockPath);
@@ -143,22 +143,19 @@ message StoreView::get(const Entry& entry) const {
   return result;
 }
 
-StoreView::Reading::Reading(const std::string& path, const InputFile& lockFile) {
+StoreView::Reading::Reading(const std::string& path, const InputFile& lockFile)
+    : isPending_(hasPendingChange(lockFile)) {
   const InputFile data(path + ".dat");
   struct stat facts {};
   const bool hasData = data.fd() >= 0 && ::fstat(data.fd(), &facts) == 0 && S_ISREG(facts.st_mode);
   state_.dataBytes = hasData ? static_cast<unsigned long long>(facts.st_size) : 0;
-  const bool isPending = hasPendingChange(lockFile);
   ByteVector index;
   if (!InputFile(path + ".idx").read(index)) report(Fault::kNoIndex);
   if (!hasData) report(Fault::kNoData);
-  if (isPending) report(Fault::kPendingChange);
+  if (isPending_) report(Fault::kPendingChange);
   readIndex(index);
   dropRepeated();
   if (hasData) readRecords(data.fd());
-  ByteVector indexNow;
-  (void)InputFile(path + ".idx").read(indexNow);
-  isUndisturbed_ = !isPending && indexNow == index && !hasPendingChange(lockFile);
 }
 
 void StoreView::Reading::readIndex(const ByteVector& index) {

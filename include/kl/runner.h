@@ -222,16 +222,16 @@ enum RunnerSigaction : unsigned int {
 //     kl::Runner loop;
 //     loop.addSighandler(SIGHUP, this, kl::bind<Netif, &Netif::onHangup>(), true);
 //
+// A process that has a Looper (kl/looper.h) has its Runner in that.
+//
 // Errors:    there is at most one at a time: a second one ends the process with status 1 after a line on
-// standard output. Ownership: as ThinRunner.  The tables are process-wide: shutdown() gives signals with a
-// handler back and
+//            standard output.
+// Ownership: as ThinRunner.  The tables are process-wide: shutdown() gives signals with a handler back and
 //            closes the pipe; the destructor does neither.
 // Threads:   one loop, one thread.  Signals may arrive on any thread; their handlers run on the loop's thread
-// and may
-//            use everything.
+//            and may use everything.
 // Cost:      a signal costs one write and one read of 4 bytes.  The pipe exists while a signal is handled.
-// When it is
-//            full (some 16,000 signals that wait), further signals are lost.
+//            When it is full (some 16,000 signals that wait), further signals are lost.
 class KL_API Runner : public ThinRunner {
  public:
   Runner();

@@ -1,3 +1,5 @@
+#include <memory>
+
 #include "kl/runner.h"
 #include "kl/store.h"
 #include "tests/store/store_files.h"
@@ -23,8 +25,6 @@ class StoreMaintenance : public kl::test::StoreFiles {
     for (unsigned int id = 0; id < count; ++id) store.set(100 + id, filled(bytes));
     for (unsigned int id = 0; id < count; ++id) store.remove(100 + id);
   }
-
-  std::size_t slots() const { return kl::test::readFile(path + ".idx").size() / 12; }
 };
 
 TEST_F(StoreMaintenance, EightFreeSlotsNeverCompact) {
@@ -52,86 +52,80 @@ TEST_F(StoreMaintenance, OpeningABloatedStoreCompactsIt) {
   EXPECT_TRUE(store.get(1) == number(7));
 }
 
-TEST_F(StoreMaintenance, WithARunnerCompactionWaitsAMinute) {
-  kl::test::ScriptedClock clock(1000);
-  kl::Runner loop;
+class StoreMaintenanceWithRunner : public StoreMaintenance {
+ protected:
+  void pass(unsigned int ticks) {
+    clock.advance(ticks);
+    loop->runTimers();
+  }
+
+  // The free slots, all that there are, stay for a minute from now and no longer.
+  void expectCompactedInAMinute(std::size_t count) {
+    pass(kMinute - 1);
+    EXPECT_EQ(slots(), count);
+    pass(1);
+    EXPECT_EQ(slots(), 0U);
+  }
+
+  kl::test::ScriptedClock clock{1000};
+  std::unique_ptr<kl::Runner> loop = std::make_unique<kl::Runner>();
+};
+
+TEST_F(StoreMaintenanceWithRunner, CompactionWaitsAMinute) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
-  clock.advance(kMinute - 1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 9U);
-  clock.advance(1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 0U);
+  expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenance, AStoreThatIsBloatedAgainIsCompactedAMinuteLater) {
-  kl::test::ScriptedClock clock(1000);
-  kl::Runner loop;
+TEST_F(StoreMaintenanceWithRunner, AStoreThatIsBloatedAgainIsCompactedAMinuteLater) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
-  clock.advance(kMinute);
-  loop.runTimers();
+  pass(kMinute);
   ASSERT_EQ(slots(), 0U);
-  clock.advance(100);
+  pass(100);
   addAndRemove(store, 10, 10);
-  clock.advance(kMinute - 1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 10U);
-  clock.advance(1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 0U);
+  expectCompactedInAMinute(10);
 }
 
-TEST_F(StoreMaintenance, ACompactionTakesThePendingOneWithIt) {
-  kl::test::ScriptedClock clock(1000);
-  kl::Runner loop;
+TEST_F(StoreMaintenanceWithRunner, ACompactionTakesThePendingOneWithIt) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
-  clock.advance(100);
+  pass(100);
   store.compact(false);
   addAndRemove(store, 9, 10);
-  clock.advance(kMinute - 1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 9U);
-  clock.advance(1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 0U);
+  expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenance, AStoreThatIsNoLongerBloatedIsNotCompacted) {
-  kl::test::ScriptedClock clock(1000);
-  kl::Runner loop;
+TEST_F(StoreMaintenanceWithRunner, ACompactionByHandTakesThePendingOneWithIt) {
+  Store store(path, 3);
+  addAndRemove(store, 9, 10);
+  pass(100);
+  store.doCompaction();
+  EXPECT_EQ(slots(), 0U);
+  addAndRemove(store, 9, 10);
+  expectCompactedInAMinute(9);
+}
+
+TEST_F(StoreMaintenanceWithRunner, AStoreThatIsNoLongerBloatedIsNotCompacted) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   store.set(1, filled(10));
-  clock.advance(kMinute);
-  loop.runTimers();
+  pass(kMinute);
   EXPECT_EQ(slots(), 9U);
   store.remove(1);  // bloated once more: a minute from now
-  clock.advance(kMinute - 1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 9U);
-  clock.advance(1);
-  loop.runTimers();
-  EXPECT_EQ(slots(), 0U);
+  expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenance, ADestroyedStoreLeavesNoTimer) {
-  kl::test::ScriptedClock clock(1000);
-  kl::Runner loop;
+TEST_F(StoreMaintenanceWithRunner, ADestroyedStoreLeavesNoTimer) {
   {
     Store store(path, 3);
     addAndRemove(store, 9, 10);
   }
-  clock.advance(kMinute);
-  loop.runTimers();
+  pass(kMinute);
   EXPECT_EQ(slots(), 9U);
 }
 
-TEST_F(StoreMaintenance, AStoreOutlivesTheRunner) {
-  kl::test::ScriptedClock clock(1000);
-  auto loop = std::make_unique<kl::Runner>();
+TEST_F(StoreMaintenanceWithRunner, AStoreOutlivesTheRunner) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   loop.reset();

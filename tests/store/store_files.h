@@ -41,6 +41,8 @@ class StoreFiles : public testing::Test {
   // What the files hold, in hexadecimal digits as tests/support/hex.h groups them.
   std::string idx() const;
   std::string dat() const;
+  // Of the index, free ones included.
+  std::size_t slots() const { return readFile(path + ".idx").size() / 12; }
   Bytes lockBytes() const { return readFile(path + ".lock"); }
 
   // The suffix of the store's file with that inode, ".?" if it has none.

@@ -35,8 +35,6 @@ class StoreTimers : public kl::test::StoreFiles {
     for (unsigned int id = 0; id < 9; ++id) store.remove(100 + id);
   }
 
-  std::size_t slots() const { return kl::test::readFile(path + ".idx").size() / 12; }
-
   kl::test::ScriptedClock clock{1000};
   kl::test::ChangingCalls calls;
   std::optional<kl::Runner> loop;
@@ -55,20 +53,6 @@ TEST_F(StoreTimers, AFlushByHandEndsTheBurst) {
   EXPECT_EQ(syncs, 2U);
   advance(1);
   EXPECT_EQ(syncs, 4U);
-}
-
-TEST_F(StoreTimers, ACompactionByHandEndsTheWaitingForOne) {
-  Store store(path, 3);
-  bloat(store);
-  advance(10);
-  store.doCompaction();
-  EXPECT_EQ(slots(), 0U);
-  advance(10);
-  bloat(store);
-  advance(kCompactionDelay - 1);
-  EXPECT_EQ(slots(), 9U);
-  advance(1);
-  EXPECT_EQ(slots(), 0U);
 }
 
 TEST_F(StoreTimers, AStoreThatIsGoneIsNotCalled) {
