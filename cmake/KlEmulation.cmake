@@ -28,7 +28,7 @@ function(kl_emulate_programs folder)
 endfunction()
 
 # kl_mend_emulated_netlink(TARGET...): for programs that read the kernel's messages about interfaces.
-# tests/support/emulated_netlink.cpp says what the emulator leaves undone.
+# tests/support/build/emulated_netlink.cpp says what the emulator leaves undone.
 function(kl_mend_emulated_netlink)
   if(NOT CMAKE_CROSSCOMPILING_EMULATOR OR NOT CMAKE_CXX_BYTE_ORDER STREQUAL "BIG_ENDIAN")
     return()

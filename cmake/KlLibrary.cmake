@@ -24,7 +24,8 @@ add_library(kl_internal STATIC EXCLUDE_FROM_ALL ${kl_objects})
 target_link_libraries(kl_internal PUBLIC kl_build_flags)
 target_compile_options(kl_internal INTERFACE ${kl_coverage_flags})
 target_include_directories(kl_internal PUBLIC
-  "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
+  "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/lib" "${PROJECT_SOURCE_DIR}"
+  "${PROJECT_BINARY_DIR}/generated")
 
 include(CMakePackageConfigHelpers)
 install(TARGETS kl EXPORT klTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

@@ -32,13 +32,13 @@ endif()
 
 configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_DIR}/generated/fixed_paths.h" @ONLY)
 
-# kl_component(NAME SOURCE...): one folder of the library.  Its sources see the public headers, the
-# fixed paths and, by their path from the root, the internal headers of their own folder.
+# kl_component(NAME SOURCE...): one room of the library.  Its sources see the public headers, the fixed paths and, by
+# their path from lib/, the internal headers of their own room and of those below it.
 function(kl_component name)
   add_library(kl_${name} OBJECT ${ARGN})
   target_link_libraries(kl_${name} PRIVATE kl_build_flags)
   target_include_directories(kl_${name} PRIVATE
-    "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
+    "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/lib" "${PROJECT_BINARY_DIR}/generated")
   # Nobody replaces one function of the library by another of its name, so its own calls may be direct and inlined.
   # It throws nothing and lets no exception pass, so it carries no code to clean up after one and no tables to find its way.
   target_compile_options(kl_${name} PRIVATE

@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "fuzz/input.h"
-#include "tests/store/allocator_model.h"
+#include "tests/lib/ids/allocator_model.h"
 
 namespace {
 

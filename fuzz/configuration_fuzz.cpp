@@ -5,14 +5,14 @@
 //     that are whole messages; and reading it again gives the same
 //   - it means the same after it was written anew by the library that reads its syntax
 
-#include "configuration.h"
+#include "config/configuration.h"
 
 #include <set>
 #include <sstream>
 
+#include "config/section.h"
 #include "fuzz/input.h"
 #include "kl/records.h"
-#include "section.h"
 
 namespace {
 

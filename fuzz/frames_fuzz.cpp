@@ -4,7 +4,7 @@
 //     the whole stream finds
 //   - a length above the limit ends the stream, and what stands before it has come
 
-#include "frame_reader.h"
+#include "transport/frame_reader.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -4,13 +4,13 @@
 //   - a field id that was read is written as a word that reads as the same id
 //   - what an assignment or a message says as JSON reads back as a message that says the same
 
-#include "assignment.h"
-#include "failure.h"
-#include "field_id.h"
+#include "ask/path.h"
 #include "fuzz/input.h"
-#include "json.h"
-#include "path.h"
-#include "show.h"
+#include "output/show.h"
+#include "values/assignment.h"
+#include "values/failure.h"
+#include "values/field_id.h"
+#include "values/json.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <set>
 #include <tuple>
 
-#include "frame_reader.h"
+#include "admission/registration.h"
+#include "config/section.h"
 #include "fuzz/input.h"
-#include "own_service.h"
-#include "registration.h"
-#include "section.h"
+#include "own/own_service.h"
+#include "transport/frame_reader.h"
 
 namespace {
 

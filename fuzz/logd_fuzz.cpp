@@ -10,8 +10,8 @@
 
 #include <map>
 
-#include "client.h"
 #include "fuzz/input.h"
+#include "intake/client.h"
 
 namespace {
 

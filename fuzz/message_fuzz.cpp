@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "fuzz/input.h"
-#include "tests/message/model_life.h"
+#include "tests/lib/message/model_life.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static constexpr unsigned int kIdRanges[] = {3, 12, 60, 400};

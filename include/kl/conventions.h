@@ -118,7 +118,7 @@ inline constexpr unsigned int SERVICE_LOADER = 1;
 inline constexpr unsigned int SERVICE_UNDO = 17;
 inline constexpr unsigned int SERVICE_SYSTEM = 24;
 
-// Service numbers from 0 to kServiceNames - 1 have a name (see conventions/services.list).
+// Service numbers from 0 to kServiceNames - 1 have a name (see lib/protocol/services.list).
 inline constexpr unsigned int kServiceNames = 107;
 
 // A message without SYS_TYPE is a request; one with a foreign type is neither request nor reply.

@@ -4,14 +4,14 @@
 #include <memory>
 #include <vector>
 
-#include "idleness.h"
-#include "leaving.h"
-#include "listener.h"
-#include "log_sender.h"
-#include "own_service.h"
-#include "router.h"
-#include "strangers.h"
-#include "supervisor.h"
+#include "life/idleness.h"
+#include "life/leaving.h"
+#include "life/supervisor.h"
+#include "logging/log_sender.h"
+#include "own/own_service.h"
+#include "routing/router.h"
+#include "transport/listener.h"
+#include "transport/strangers.h"
 
 namespace loader {
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "command_line.h"
+#include "config/command_line.h"
 #include "loader.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <iostream>
 
-#include "command_line.h"
-#include "log_service.h"
+#include "asking/log_service.h"
+#include "config/command_line.h"
 
 namespace {
 

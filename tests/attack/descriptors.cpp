@@ -10,7 +10,7 @@
 #include "tests/attack/bystanders.h"
 #include "tests/attack/client.h"
 #include "tests/attack/scenarios.h"
-#include "tests/support/loader_process.h"
+#include "tests/support/doubles/loader_process.h"
 
 namespace attack {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "tests/attack/client.h"
 #include "tests/attack/scenarios.h"
-#include "tests/support/loader_process.h"
+#include "tests/support/doubles/loader_process.h"
 
 namespace attack {
 namespace {

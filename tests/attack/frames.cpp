@@ -2,7 +2,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace attack {
 namespace {

@@ -19,7 +19,7 @@
 #include "tests/attack/frames.h"
 #include "tests/attack/peers.h"
 #include "tests/attack/scenarios.h"
-#include "tests/support/loader_process.h"
+#include "tests/support/doubles/loader_process.h"
 
 namespace attack {
 namespace {

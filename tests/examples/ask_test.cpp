@@ -5,7 +5,7 @@
 #include "kl/looper.h"
 #include "kl/services.h"
 #include "tests/examples/kernel_view.h"
-#include "tests/support/real_loader.h"
+#include "tests/support/doubles/real_loader.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "kl/looper.h"
-#include "tests/support/real_loader.h"
+#include "tests/support/doubles/real_loader.h"
 
 namespace {
 

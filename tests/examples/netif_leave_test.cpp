@@ -11,7 +11,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/examples/kernel_view.h"
-#include "tests/support/loader_double.h"
+#include "tests/support/doubles/loader_double.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "kl/looper.h"
 #include "kl/services.h"
 #include "tests/examples/kernel_view.h"
-#include "tests/support/real_loader.h"
+#include "tests/support/doubles/real_loader.h"
 
 constexpr int kPatienceTicks = 2000;
 

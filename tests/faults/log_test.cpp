@@ -10,9 +10,9 @@
 
 #include "kl/logger.h"
 #include "kl/runner.h"
-#include "tests/support/faults.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/log_service.h"
 #include "tests/support/hex.h"
-#include "tests/support/log_service.h"
 
 namespace {
 

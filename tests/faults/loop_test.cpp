@@ -10,7 +10,7 @@
 
 #include "kl/bind.h"
 #include "kl/runner.h"
-#include "tests/support/faults.h"
+#include "tests/support/calls/faults.h"
 
 namespace {
 

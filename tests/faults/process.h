@@ -8,8 +8,8 @@
 #include <string>
 
 #include "kl/looper.h"
-#include "tests/support/faults.h"
-#include "tests/support/loader_double.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/loader_double.h"
 
 namespace kl::test {
 

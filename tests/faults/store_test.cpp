@@ -12,8 +12,8 @@
 
 #include "kl/runner.h"
 #include "kl/store.h"
-#include "tests/store/store_files.h"
-#include "tests/support/faults.h"
+#include "tests/lib/store/store_files.h"
+#include "tests/support/calls/faults.h"
 
 namespace {
 

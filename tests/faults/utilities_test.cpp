@@ -10,9 +10,9 @@
 
 #include "kl/runner.h"
 #include "kl/utilities.h"
-#include "tests/support/faults.h"
-#include "tests/support/real_calls.h"
-#include "tests/util/private_mounts.h"
+#include "tests/lib/system/private_mounts.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/calls/real_calls.h"
 
 namespace {
 

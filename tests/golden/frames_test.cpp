@@ -7,8 +7,8 @@
 #include "kl/bind.h"
 #include "kl/looper.h"
 #include "tests/golden/golden.h"
+#include "tests/support/doubles/loader_double.h"
 #include "tests/support/hex.h"
-#include "tests/support/loader_double.h"
 
 namespace golden {
 namespace {

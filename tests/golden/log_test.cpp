@@ -5,8 +5,8 @@
 #include "kl/logger.h"
 #include "kl/runner.h"
 #include "tests/golden/golden.h"
+#include "tests/support/doubles/log_service.h"
 #include "tests/support/hex.h"
-#include "tests/support/log_service.h"
 
 namespace golden {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "kl/reget.h"
 #include "tests/scenarios/fixture.h"
-#include "tests/support/effort.h"
+#include "tests/support/build/effort.h"
 
 namespace scenarios {
 namespace {

@@ -16,8 +16,8 @@ import shutil
 import subprocess
 import sys
 
-LIBRARY = ("message", "loop", "conventions", "looper", "log", "store", "util")
 PROGRAMS = ("services", "tools", "examples")  # each folder below them is a program of its own
+SHARED = ("lib/base", "lib/protocol", "services/common", "services/describe")  # rooms whose headers others may see
 NOT_OURS = {".git", "build", "__pycache__"}
 EXCEPTIONS = "tests/tidy/exceptions.txt"
 
@@ -32,6 +32,13 @@ LAYERS = (
     {"reget"},
     {"watcher"},
 )
+
+# The rooms of a house from the top to the bottom: a file includes internal headers of its own room and of rooms below.
+# Rooms in one group do not see each other.  A file that lies in no room lies above all of them.
+ROOMS = {
+    "lib": (("system", "store", "ids", "tables", "log"), ("looper",), ("protocol",), ("loop",), ("message",), ("base",)),
+    "tools/klctl": (("verbs",), ("output",), ("ask",), ("values",)),
+}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
@@ -74,9 +81,9 @@ def top(path):
 
 
 def home(path):
-    """The folder that a file belongs to: a library folder, or a program's own folder."""
+    """The folder that a file belongs to: a room of the library, or a program's own folder."""
     parts = path.split("/")
-    return "/".join(parts[:2]) if parts[0] in PROGRAMS and len(parts) > 2 else parts[0]
+    return "/".join(parts[:2]) if parts[0] in ("lib",) + PROGRAMS and len(parts) > 2 else parts[0]
 
 
 def line_of(text, position):
@@ -98,7 +105,7 @@ def check_tests(tree):
                     yield EXCEPTIONS, line, f"no reason for {path}"
     files = set(tree.files)
     for path in tree.files:
-        if top(path) not in LIBRARY + PROGRAMS or not path.endswith(".cpp"):
+        if top(path) not in ("lib",) + PROGRAMS or not path.endswith(".cpp"):
             continue
         test = f"tests/{path[:-len('.cpp')]}_test.cpp"
         line = exceptions.pop(path, None)
@@ -112,28 +119,55 @@ def check_tests(tree):
 
 def resolve(tree, path, included):
     """The file that an include names, from the root or from the including file's folder or program."""
-    candidates = [included, os.path.normpath(os.path.join(os.path.dirname(path), included)),
+    candidates = [f"lib/{included}", included, os.path.normpath(os.path.join(os.path.dirname(path), included)),
                   f"{home(path)}/{included}", f"include/{included}"]
     return next((name for name in candidates if name in tree.files), None)
 
 
+def users_of(path):
+    """The houses whose shared rooms a file may see."""
+    return {"lib": ("lib",), "services": ("services",), "tools": ("services",)}.get(top(path), ())
+
+
 def check_includes(tree):
-    """Folders meet only in include/kl: an internal header stays with its folder and its tests."""
+    """Folders meet only in include/kl and in shared rooms: any other internal header stays with its folder and its tests."""
     for path in tree.code():
         for line, included in tree.includes(path):
             target = resolve(tree, path, included)
             if target is None or target.startswith("include/kl/"):
                 continue
             owner = home(target)
-            shared = owner == "tests" and target.startswith("tests/support/")
             if top(path) == "tests":
-                mine = target.startswith("tests/") or path.startswith(f"tests/{owner}/")
+                mine = (target.startswith("tests/") or path.startswith(f"tests/{owner}/") or
+                        (owner in SHARED and path.startswith(f"tests/{top(owner)}/")))
             elif top(path) == "fuzz":
                 mine = True  # a target looks behind its subject's headers, and at the models of its tests
             else:
-                mine = home(path) == owner and not shared
+                mine = home(path) == owner or (owner in SHARED and top(owner) in users_of(path))
             if not mine:
                 yield path, line, f"{target} is internal to {owner}/"
+
+
+def check_arrows(tree):
+    """Inside a house a file includes only headers of its own room and of rooms below it."""
+    for house, groups in ROOMS.items():
+        level = {room: height for height, rooms in enumerate(reversed(groups)) for room in rooms}
+
+        def room_of(path):
+            below = path[len(house) + 1:].split("/")
+            return below[0] if len(below) > 1 and below[0] in level else ""
+
+        for path in tree.code():
+            if not path.startswith(house + "/"):
+                continue
+            mine = room_of(path)
+            for line, included in tree.includes(path):
+                target = resolve(tree, path, included)
+                if target is None or not target.startswith(house + "/"):
+                    continue
+                theirs = room_of(target)
+                if mine != theirs and level.get(mine, len(groups)) <= level.get(theirs, len(groups)):
+                    yield path, line, f"{target} does not lie below {house}/{mine}".rstrip("/")
 
 
 def check_programs(tree):
@@ -239,6 +273,7 @@ def check_words(tree):
 CHECKS = {
     "tests": check_tests,
     "includes": check_includes,
+    "arrows": check_arrows,
     "programs": check_programs,
     "layers": check_layers,
     "headers": check_headers,

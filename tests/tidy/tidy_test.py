@@ -12,17 +12,22 @@ import tidy
 SOUND = {
     "include/kl/export.h": "#pragma once\n",
     "include/kl/message.h": '#pragma once\n#include "kl/export.h"\n',
-    "message/rep.h": "#pragma once\n",
-    "message/rep.cpp": """\
+    "lib/message/rep.h": "#pragma once\n",
+    "lib/message/rep.cpp": """\
         #include "message/rep.h"
         #include "kl/message.h"
         // Kept on purpose: the newest comes first.  Held by
         // Rep.NewestComesFirst.
         """,
-    "tests/message/rep_test.cpp": '#include "message/rep.h"\nTEST(Rep, NewestComesFirst) {}\n',
-    "services/loader/router.h": "#pragma once\n",
-    "services/loader/router.cpp": '#include "router.h"\n#include "kl/message.h"\n',
-    "tests/services/loader/router_test.cpp": '#include "services/loader/router.h"\n',
+    "tests/lib/message/rep_test.cpp": '#include "message/rep.h"\nTEST(Rep, NewestComesFirst) {}\n',
+    "lib/base/byte_order.h": "#pragma once\n",
+    "lib/loop/timers.cpp": '#include "base/byte_order.h"\n',
+    "tests/lib/loop/timers_test.cpp": "",
+    "services/common/section.h": "#pragma once\n",
+    "services/loader/routing/router.h": "#pragma once\n",
+    "services/loader/routing/router.cpp":
+        '#include "routing/router.h"\n#include "kl/message.h"\n#include "services/common/section.h"\n',
+    "tests/services/loader/routing/router_test.cpp": '#include "services/loader/routing/router.h"\n',
     "docs/man/klctl.1": '.TH KLCTL 1 2026-01-01 kelo Commands\n.SH NAME\nklctl \\- a client\n',
 }
 
@@ -44,40 +49,59 @@ class TidyTest(unittest.TestCase):
                 self.assertEqual(self.findings(check), [])
 
     def test_a_source_without_its_test(self):
-        self.assertEqual(self.findings("tests", {"tests/message/rep_test.cpp": None}),
-                         ["message/rep.cpp:1: no tests/message/rep_test.cpp, and no reason in tests/tidy/exceptions.txt"])
+        self.assertEqual(self.findings("tests", {"tests/lib/message/rep_test.cpp": None}),
+                         ["lib/message/rep.cpp:1: no tests/lib/message/rep_test.cpp, and no reason in tests/tidy/exceptions.txt"])
 
     def test_an_exception_needs_a_reason(self):
-        self.assertEqual(self.findings("tests", {"tests/message/rep_test.cpp": None,
-                                                 tidy.EXCEPTIONS: "message/rep.cpp\n"}),
-                         ["tests/tidy/exceptions.txt:1: no reason for message/rep.cpp"])
+        self.assertEqual(self.findings("tests", {"tests/lib/message/rep_test.cpp": None,
+                                                 tidy.EXCEPTIONS: "lib/message/rep.cpp\n"}),
+                         ["tests/tidy/exceptions.txt:1: no reason for lib/message/rep.cpp"])
 
     def test_an_exception_that_is_not_needed(self):
-        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "# why\nmessage/rep.cpp is odd\n"}),
-                         ["tests/tidy/exceptions.txt:2: message/rep.cpp has its test: no exception is needed"])
+        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "# why\nlib/message/rep.cpp is odd\n"}),
+                         ["tests/tidy/exceptions.txt:2: lib/message/rep.cpp has its test: no exception is needed"])
 
     def test_an_exception_for_a_source_that_is_gone(self):
-        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "message/gone.cpp is odd\n"}),
-                         ["tests/tidy/exceptions.txt:1: no source message/gone.cpp"])
+        self.assertEqual(self.findings("tests", {tidy.EXCEPTIONS: "lib/message/gone.cpp is odd\n"}),
+                         ["tests/tidy/exceptions.txt:1: no source lib/message/gone.cpp"])
 
     def test_an_internal_header_in_another_folder(self):
-        self.assertEqual(self.findings("includes", {"loop/timers.cpp": '#include "message/rep.h"\n'}),
-                         ["loop/timers.cpp:1: message/rep.h is internal to message/"])
+        self.assertEqual(self.findings("includes", {"lib/loop/timers.cpp": '#include "message/rep.h"\n'}),
+                         ["lib/loop/timers.cpp:1: lib/message/rep.h is internal to lib/message/"])
 
     def test_an_internal_header_in_another_folders_tests(self):
-        self.assertEqual(self.findings("includes", {"tests/loop/timers_test.cpp": '\n#include "message/rep.h"\n'}),
-                         ["tests/loop/timers_test.cpp:2: message/rep.h is internal to message/"])
+        self.assertEqual(self.findings("includes", {"tests/lib/loop/timers_test.cpp": '\n#include "message/rep.h"\n'}),
+                         ["tests/lib/loop/timers_test.cpp:2: lib/message/rep.h is internal to lib/message/"])
 
     def test_a_fuzz_target_sees_what_the_tests_of_its_subject_see(self):
         self.assertEqual(self.findings("includes", {"fuzz/wire_fuzz.cpp": '#include "message/rep.h"\n'}), [])
 
     def test_a_public_header_that_includes_an_internal_one(self):
         self.assertEqual(self.findings("includes", {"include/kl/field.h": '#include "message/rep.h"\n'}),
-                         ["include/kl/field.h:1: message/rep.h is internal to message/"])
+                         ["include/kl/field.h:1: lib/message/rep.h is internal to lib/message/"])
+
+    def test_a_room_that_looks_up(self):
+        self.assertEqual(self.findings("arrows", {"tools/klctl/values/json.cpp": '#include "verbs/watch.h"\n',
+                                                  "tools/klctl/verbs/watch.h": ""}),
+                         ["tools/klctl/values/json.cpp:1: tools/klctl/verbs/watch.h does not lie below "
+                          "tools/klctl/values"])
+
+    def test_a_room_of_the_library_that_looks_up(self):
+        self.assertEqual(self.findings("arrows", {"lib/base/report.cpp": '#include "message/rep.h"\n'}),
+                         ["lib/base/report.cpp:1: lib/message/rep.h does not lie below lib/base"])
+
+    def test_what_lies_in_no_room_may_be_seen_by_nobody_below(self):
+        self.assertEqual(self.findings("arrows", {"tools/klctl/main.h": "",
+                                                  "tools/klctl/verbs/a.cpp": '#include "main.h"\n'}),
+                         ["tools/klctl/verbs/a.cpp:1: tools/klctl/main.h does not lie below tools/klctl/verbs"])
+
+    def test_an_example_sees_no_shared_room(self):
+        self.assertEqual(self.findings("includes", {"examples/hello.cpp": '#include "services/common/section.h"\n'}),
+                         ["examples/hello.cpp:1: services/common/section.h is internal to services/common/"])
 
     def test_a_program_that_includes_anothers_header(self):
-        self.assertEqual(self.findings("includes", {"tools/klctl/main.cpp": '#include "services/loader/router.h"\n'}),
-                         ["tools/klctl/main.cpp:1: services/loader/router.h is internal to services/loader/"])
+        self.assertEqual(self.findings("includes", {"tools/klctl/main.cpp": '#include "services/loader/routing/router.h"\n'}),
+                         ["tools/klctl/main.cpp:1: services/loader/routing/router.h is internal to services/loader/"])
 
     def test_a_program_that_includes_what_only_the_build_makes(self):
         self.assertEqual(self.findings("programs", {"tools/klctl/main.cpp": '#include "fixed_paths.h"\n'}),
@@ -98,16 +122,16 @@ class TidyTest(unittest.TestCase):
         self.assertIn("include/kl/message.h:1: does not compile alone: ", found[0])
 
     def test_a_note_that_names_no_real_test(self):
-        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "\n// Held by Rep.Oldest.\nint x;\n"}),
-                         ["message/rep.cpp:2: no test Rep.Oldest"])
+        self.assertEqual(self.findings("held-by", {"lib/message/rep.cpp": "\n// Held by Rep.Oldest.\nint x;\n"}),
+                         ["lib/message/rep.cpp:2: no test Rep.Oldest"])
 
     def test_a_note_without_a_name(self):
-        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "// Held by the tests.\n"}),
-                         ['message/rep.cpp:1: a "Held by" without a Suite.Test'])
+        self.assertEqual(self.findings("held-by", {"lib/message/rep.cpp": "// Held by the tests.\n"}),
+                         ['lib/message/rep.cpp:1: a "Held by" without a Suite.Test'])
 
     def test_what_is_kept_on_purpose_names_its_test(self):
-        self.assertEqual(self.findings("held-by", {"message/rep.cpp": "int y;\n// Kept on\n// purpose: so.\n"}),
-                         ["message/rep.cpp:2: kept on purpose, but held by no test"])
+        self.assertEqual(self.findings("held-by", {"lib/message/rep.cpp": "int y;\n// Kept on\n// purpose: so.\n"}),
+                         ["lib/message/rep.cpp:2: kept on purpose, but held by no test"])
 
     @unittest.skipUnless(shutil.which("groff"), "groff is missing")
     def test_a_man_page_with_an_unknown_macro(self):
@@ -116,10 +140,10 @@ class TidyTest(unittest.TestCase):
         self.assertRegex(found[0], r"^docs/man/klctl\.1:3: .*XYZ")
 
     def test_unwanted_words(self):
-        self.assertEqual(self.findings("words", {"loop/a.cpp": "// see /" + "home/me/notes\n"}),
-                         ["loop/a.cpp:1: a path of one machine: // see /" + "home/me/notes"])
-        self.assertEqual(self.findings("words", {"loop/a.cpp": "// TO" + "DO later\n"}),
-                         ["loop/a.cpp:1: work undone: // TO" + "DO later"])
+        self.assertEqual(self.findings("words", {"lib/loop/a.cpp": "// see /" + "home/me/notes\n"}),
+                         ["lib/loop/a.cpp:1: a path of one machine: // see /" + "home/me/notes"])
+        self.assertEqual(self.findings("words", {"lib/loop/a.cpp": "// TO" + "DO later\n"}),
+                         ["lib/loop/a.cpp:1: work undone: // TO" + "DO later"])
 
 
 if __name__ == "__main__":

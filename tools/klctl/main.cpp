@@ -10,14 +10,14 @@
 #include <iostream>
 #include <optional>
 
-#include "command_line.h"
-#include "commands.h"
-#include "failure.h"
-#include "log_follow.h"
-#include "session.h"
-#include "store.h"
-#include "walk.h"
-#include "watch.h"
+#include "ask/session.h"
+#include "ask/walk.h"
+#include "values/failure.h"
+#include "verbs/command_line.h"
+#include "verbs/commands.h"
+#include "verbs/log_follow.h"
+#include "verbs/store.h"
+#include "verbs/watch.h"
 
 namespace klctl {
 namespace {

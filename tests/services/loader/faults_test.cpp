@@ -19,8 +19,8 @@
 #include "kl/conventions.h"
 #include "kl/runner.h"
 #include "services/loader/loader.h"
-#include "tests/support/faults.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace {
 

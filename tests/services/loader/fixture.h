@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "kl/message.h"
-#include "services/loader/frame_reader.h"
-#include "services/loader/outbox.h"
-#include "services/loader/service_table.h"
+#include "services/loader/routing/outbox.h"
+#include "services/loader/routing/service_table.h"
+#include "services/loader/transport/frame_reader.h"
 
 namespace loader::test {
 

@@ -10,7 +10,7 @@
 //
 // The data that it saves are its start number and what it was started with.
 
-#include "leaver_program.h"
+#include "tests/services/loader/leaver_program.h"
 
 #include <signal.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "tests/support/raw_peer.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace {
 

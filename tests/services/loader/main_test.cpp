@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/support/loader_process.h"
+#include "tests/support/doubles/loader_process.h"
 
 namespace {
 

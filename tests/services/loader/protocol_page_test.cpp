@@ -7,9 +7,9 @@
 #include <sstream>
 #include <string>
 
-#include "fixture.h"
-#include "services/loader/registration.h"
-#include "services/loader/rewrite.h"
+#include "services/loader/admission/registration.h"
+#include "services/loader/routing/rewrite.h"
+#include "tests/services/loader/fixture.h"
 #include "tests/support/hex.h"
 
 namespace {

@@ -18,11 +18,11 @@
 #include "kl/bind.h"
 #include "kl/services.h"
 #include "kl/utilities.h"
-#include "services/logd/log_service.h"
+#include "services/logd/asking/log_service.h"
 #include "tests/services/logd/fixture.h"
-#include "tests/support/faults.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/loader_double.h"
 #include "tests/support/hex.h"
-#include "tests/support/loader_double.h"
 
 namespace logd::test {
 namespace {

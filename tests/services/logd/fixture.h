@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "services/logd/line.h"
+#include "services/logd/keeping/line.h"
 
 namespace logd::test {
 

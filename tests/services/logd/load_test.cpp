@@ -24,7 +24,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/services/logd/system.h"
-#include "tests/support/effort.h"
+#include "tests/support/build/effort.h"
 
 namespace logd::test {
 namespace {

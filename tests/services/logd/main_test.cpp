@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "services/logd/listener.h"
-#include "tests/support/real_loader.h"
+#include "services/logd/intake/listener.h"
+#include "tests/support/doubles/real_loader.h"
 
 namespace {
 

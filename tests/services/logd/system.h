@@ -9,10 +9,10 @@
 
 #include "kl/field.h"
 #include "kl/message.h"
-#include "services/logd/descriptor.h"
+#include "services/logd/keeping/descriptor.h"
 #include "tests/services/logd/fixture.h"
-#include "tests/support/loader_process.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace logd::test {
 

@@ -16,8 +16,8 @@
 #include "kl/services.h"
 #include "services/system/system_service.h"
 #include "tests/services/system/zone_file.h"
-#include "tests/support/faults.h"
-#include "tests/support/loader_double.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/loader_double.h"
 
 namespace kl_system {
 namespace {

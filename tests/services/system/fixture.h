@@ -7,8 +7,8 @@
 
 #include "kl/conventions.h"
 #include "tests/services/system/zone_file.h"
-#include "tests/support/loader_process.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace kl_system {
 

@@ -7,7 +7,7 @@
 
 #include "kl/services.h"
 #include "tests/services/system/fixture.h"
-#include "tests/support/child.h"
+#include "tests/support/process/child.h"
 
 namespace kl_system {
 namespace {

@@ -15,8 +15,8 @@
 #include "kl/services.h"
 #include "services/undo/undo_service.h"
 #include "tests/services/undo/fixture.h"
-#include "tests/support/faults.h"
-#include "tests/support/loader_double.h"
+#include "tests/support/calls/faults.h"
+#include "tests/support/doubles/loader_double.h"
 
 namespace undo {
 namespace {

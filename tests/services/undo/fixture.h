@@ -10,8 +10,8 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
-#include "tests/support/loader_process.h"
-#include "tests/support/raw_peer.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
 
 namespace undo {
 

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-#include "tests/support/real_loader.h"
+#include "tests/support/doubles/real_loader.h"
 
 namespace undo {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "tools/klctl/failure.h"
+#include "tools/klctl/values/failure.h"
 
 namespace klctl {
 

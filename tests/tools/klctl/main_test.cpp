@@ -11,7 +11,7 @@
 
 #include "kl/conventions.h"
 #include "tests/services/loader/leaver_program.h"
-#include "tests/support/real_loader.h"
+#include "tests/support/doubles/real_loader.h"
 #include "tests/tools/klctl/running_program.h"
 #include "tests/tools/klctl/scripted_loader.h"
 

@@ -9,7 +9,7 @@
 #include <chrono>
 #include <functional>
 
-#include "tests/support/loader_double.h"
+#include "tests/support/doubles/loader_double.h"
 
 namespace klctl {
 

@@ -1,0 +1,134 @@
+// Leaving, the data that outlives the process, and the time of day.
+//
+// A process that declares a leave value can be ended by the loader while nobody needs it, and started again
+// by the next message for it.  The loader knows at any time whether the process could leave now:
+//
+//     value  open blocks   could leave   told to the loader on the way there
+//     0      any           no            readiness 0, if the value was withdrawn while nothing blocked
+//     v      0             yes           readiness v
+//     v      1 or more     no            readiness 0, at the first block
+//
+// V1  one block is open from the construction until run()
+// V2  what came before the asking is dealt with before the answer, or it would be lost with the queue.  An
+//     exchange meanwhile answers first: until then the loader holds back what it waits for
+//
+// Persistent data, a message:
+//
+//     0xa8000001   message[]   the subscriptions of the Looper itself
+//     0x88000002   u32[]       the numbers of the handlers that have data
+//     0xa8000003   message[]   their data, in the same order
+
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+#include "kl/looper.h"
+#include "protocol/control.h"
+
+namespace kl {
+namespace {
+
+constexpr field<std::vector<unsigned int>> kHandlerIDs{0x88000002};
+constexpr field<std::vector<message::flat_message>> kHandlerData{0xa8000003};
+
+constexpr unsigned int kShortestData = 3;  // a message without fields is shorter
+constexpr int kTimezoneUnknown = -1;
+constexpr int kTimezoneTicks = 6000;
+
+bool holdsData(const message& m) { return m.max_length() >= kShortestData; }
+
+message::flat_message flattened(const message& m) {
+  message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+}  // namespace
+
+void Looper::handleCtrl(unsigned int code) {
+  if (code != control::kLeave) return;
+  leaveAsked_ = true;
+  dispatchQueue();  // V2
+  if (!std::exchange(leaveAsked_, false)) return;
+  if (canLeave()) leave();
+  else sendCtrl(control::kLeaveRefused);
+}
+
+void Looper::leave() {
+  message data;
+  savePermData(data);
+  if (holdsData(data)) {
+    message m;
+    m.insert(SYS_TO, {SERVICE_LOADER});
+    m.insert(SYS_CTRL, control::kLeaveAccepted);
+    m.insert(SYS_CTRL_ARG, 1);
+    m.insert(control::kPermData, flattened(data));
+    sendMessage(m);
+  }
+  leaving_ = true;
+  stop_ = true;
+}
+
+bool Looper::canLeave() { return leaveValue_ != 0 && leaveBlocks_ == 0; }
+
+void Looper::setupLeave(unsigned int value) {
+  if (value == leaveValue_) return;
+  leaveValue_ = value;
+  if (leaveBlocks_ == 0) sendCtrl(control::kReadiness, value);
+}
+
+void Looper::blockLeave() {
+  ++leaveBlocks_;
+  if (leaveBlocks_ == 1 && leaveValue_ != 0) sendCtrl(control::kReadiness, 0);
+}
+
+void Looper::unblockLeave() {
+  --leaveBlocks_;
+  if (leaveBlocks_ == 0 && leaveValue_ != 0) sendCtrl(control::kReadiness, leaveValue_);
+}
+
+void Looper::tellLeave() { sendCtrl(control::kWantsToLeave); }
+
+void Looper::savePermData(message& data) {
+  Handler::savePermData(data);
+  bool found = false;
+  for (auto entry = handlers_.begin(); entry != handlers_.end();) {  // handlers may come and go meanwhile
+    const unsigned int id = entry->first;
+    message handlerData;
+    entry->second->savePermData(handlerData);
+    if (holdsData(handlerData)) {
+      data.get_u32_array_ref(kHandlerIDs)->push_back(id);
+      data.get_message_array_ref(kHandlerData)->push_back(flattened(handlerData));
+      found = true;
+    }
+    entry = handlers_.upper_bound(id);
+  }
+  if (found) return;
+  data.remove(kHandlerIDs);
+  data.remove(kHandlerData);
+}
+
+void Looper::loadPermData(const message& data) {
+  Handler::loadPermData(data);
+  const auto ids = data.get(kHandlerIDs, {});
+  const auto handlerData = data.get(kHandlerData, {});
+  for (std::size_t i = 0; i < std::min(ids.size(), handlerData.size()); ++i)
+    pendingPermData_.emplace(ids[i], handlerData[i]);
+}
+
+int Looper::getTimezone() {
+  if (timezone_ != kTimezoneUnknown) return timezone_;
+  subscribe({SERVICE_SYSTEM, 0}, control::kTimezoneChanged, message());
+  message m;
+  m.insert(SYS_CMD, CMD_GET);
+  m.insert(SYS_TO, {SERVICE_SYSTEM, 0});
+  const message reply = exchangeMessage(m, kTimezoneTicks);
+  timezone_ = isError(reply) ? 0 : static_cast<int>(reply.get(control::kTimezone, 0));
+  return timezone_;
+}
+
+unsigned int Looper::getLocaltime() {
+  return static_cast<unsigned int>(std::time(nullptr)) + static_cast<unsigned int>(getTimezone());
+}
+
+}  // namespace kl

@@ -1,0 +1,437 @@
+// The message loop of a process and its handlers: how a message finds its way.
+//
+// A message goes out with sendMessage: the handler puts its number in front of SYS_FROM, and the Looper looks
+// at the first hop of SYS_TO:
+//
+//     none         into the queue of this process, as it is
+//     PATH_SELF    into the queue; the way back begins with PATH_SELF
+//     PATH_ALL     to the loader, and as PATH_SELF
+//     PATH_MULTI   sub-paths that begin with PATH_SELF as PATH_SELF, the others together to the loader
+//     any other    to the loader
+//
+// A message comes in from the loader's socket (onMsgSock) or from the queue, which is emptied before the loop
+// sleeps.  dispatchMessage takes the first hop off and gives the message to the handler of that number, whose
+// handle() carries it out and replies.  What names no handler, the Looper handles itself or calls a broken
+// path.
+//
+// L1  at most 100 messages wait in the queue
+// L2  one request a wake-up: reading goes on behind replies and filtered messages, and ends behind a request
+//     or a control message
+// L3  while bytes are held that were read ahead, the loop is told so: it does not sleep on them
+// L4  a walk over the handlers goes by their numbers, so they may come and go meanwhile
+
+#include "kl/looper.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+#include "kl/backtrace.h"
+#include "looper/assertions.h"
+#include "looper/connection.h"
+#include "looper/diagnostics.h"
+#include "looper/first_start.h"
+#include "looper/framing.h"
+#include "looper/paths.h"
+#include "protocol/control.h"
+
+namespace kl {
+namespace {
+
+constexpr std::size_t kQueueLimit = 100;
+constexpr int kReadyTicks = 1000;  // how long the loader may take to confirm
+
+constexpr field<std::vector<unsigned int>> kRegistration{0x88000001};
+constexpr field<unsigned int> kLoaderValue1{0x08000001};
+constexpr field<unsigned int> kLoaderValue2{0x08000002};
+constexpr field<unsigned int> kLoaderValue3{0x08000003};
+
+constexpr char kDispatchLabel[] = "virtual void kl::Looper::dispatchMessage(kl::message&)";
+
+Looper* theLooper = nullptr;
+
+using ObjectCommand = message (Handler::*)(const message&, unsigned int);
+
+message onObject(Handler& handler, const message& request, ObjectCommand command) {
+  const unsigned int* const id = request.get_u32_ref(STD_ID);
+  return id ? (handler.*command)(request, *id) : errorMsg(ERROR_UNKNOWNID, "");
+}
+
+}  // namespace
+
+Looper* getLooper() { return theLooper; }
+
+// --- Handler -------------------------------------------------------------------------------------
+
+Handler::Handler() = default;
+
+// What points here goes with it: the timers of open requests and of gathered changes, and an entry
+// in the table that the owner forgot.
+Handler::~Handler() {
+  if (!theLooper) return;
+  for (const auto& [id, post] : replyHandlers_) theLooper->removeTimer(post.timer);
+  theLooper->removeTimer(batchTimer_);
+  std::erase_if(theLooper->handlers_, [this](const auto& entry) { return entry.second == this; });
+}
+
+void Handler::handle(const message& m) {
+  if (isReply(m)) return handleReply(m);
+  if (unsigned int code = ERROR_OK; !m.has(SYS_CMD) && isError(m, &code)) {
+    if (code == ERROR_BRKPATH) handleBrkpath(m);
+    return;
+  }
+  const unsigned int command = m.get(SYS_CMD, CMD_NOOP);
+  if (command == CMD_GETPOLICIES) return replyMessage(m, cmdGetPolicies(m));
+  if (!checkPolicy(m)) return replyError(m, ERROR_NOTALLOWED, "");
+  handleCmd(m, command);
+}
+
+void Handler::handleBrkpath(const message&) {}
+
+void Handler::handleCmd(const message& request, unsigned int command) {
+  switch (command) {
+    case CMD_SUBSCRIBE: return cmdSubscribe(request);
+    case CMD_UNSUBSCRIBE: return cmdUnsubscribe(request);
+    case CMD_DISCONNECTED: return cmdDisconnected(request);
+    default: return replyMessage(request, carryOut(request, command));
+  }
+}
+
+message Handler::cmdGetPolicies(const message& request) { return policies_.get_policies(request); }
+message Handler::cmdGet(const message&) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdSet(const message&) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdReset(const message&) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdGetObj(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdSetObj(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdGetAll(const message&, unsigned int, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdAddObj(const message&) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdRemoveObj(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdMoveObj(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdGetCount(const message&) { return errorMsg(ERROR_NOTIMP, ""); }
+message Handler::cmdUnknown(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+void Handler::cmdShutdown(const message&) {}
+
+void Handler::subscribed(const message&) {}
+void Handler::unsubscribed(const message&) {}
+void Handler::notifiesSent() {}
+message Handler::getObject(unsigned int) { return {}; }
+
+bool Handler::checkPolicy(const message& request) { return policies_.is_allowed(request); }
+
+void Handler::sendMessage(message& m) {
+  Looper* const looper = getLooper();
+  KL_ASSERT(looper != nullptr);
+  prependSender(m, id_);
+  looper->sendMessage(m);
+}
+
+message Handler::exchangeMessage(message& m, int timeout) {
+  Looper* const looper = getLooper();
+  KL_ASSERT(looper != nullptr);
+  prependSender(m, id_);
+  return looper->exchangeMessage(m, timeout);
+}
+
+void Handler::replyMessage(const message& request, message reply) {
+  unsigned int id = BADID;
+  if (!getRequestID(request, &id)) return;
+  setRequestID(reply, id);
+  setType(reply, TYPE_REPLY);
+  reply.insert(SYS_TO, pathOf(request, SYS_FROM));
+  sendMessage(reply);
+}
+
+void Handler::replyError(const message& request, unsigned int code, const std::string& text) {
+  replyMessage(request, errorMsg(code, text));
+}
+
+void Handler::sendBrkpath(const message& m) {
+  message notice = errorMsg(ERROR_BRKPATH, "");
+  notice.insert(SYS_FROM, pathOf(m, SYS_TO));
+  notice.insert(SYS_TO, pathOf(m, SYS_FROM));
+  sendMessage(notice);
+}
+
+// The commands that are answered.
+message Handler::carryOut(const message& request, unsigned int command) {
+  switch (command) {
+    case CMD_NOOP: return {};
+    case CMD_GETOBJ: return onObject(*this, request, &Handler::cmdGetObj);
+    case CMD_SETOBJ: return onObject(*this, request, &Handler::cmdSetObj);
+    case CMD_GETALL:
+      return cmdGetAll(request, request.get(STD_GETALLID, BADID), request.get(STD_GETALLNO, 0));
+    case CMD_ADDOBJ: return cmdAddObj(request);
+    case CMD_REMOVEOBJ: return onObject(*this, request, &Handler::cmdRemoveObj);
+    case CMD_MOVEOBJ: return onObject(*this, request, &Handler::cmdMoveObj);
+    case CMD_SHUTDOWN: cmdShutdown(request); return {};
+    case CMD_GET: return cmdGet(request);
+    case CMD_SET: return cmdSet(request);
+    case CMD_GETCOUNT: return cmdGetCount(request);
+    case CMD_RESET: return cmdReset(request);
+    default: return cmdUnknown(request, command);
+  }
+}
+
+// --- Looper: beginning and end ---------------------------------------------------------------------
+
+Looper::Looper(unsigned int mode, unsigned int a1, unsigned int a2, unsigned int a3, unsigned int a4,
+               unsigned int a5, unsigned int a6, unsigned int a7, unsigned int a8, unsigned int a9,
+               unsigned int a10, unsigned int a11, unsigned int a12) {
+  addBeforeSleep(this, bind<Looper, &Looper::dispatchQueue>());
+  theLooper = this;
+  socket_ = openLoaderSocket(mode);
+  frames_ = std::make_unique<FrameSocket>(socket_);
+  addSocket(socket_, this, bind<Looper, &Looper::onMsgSock>(), POLLIN);
+  registerProcess({a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12});
+  awaitReady();
+}
+
+Looper::~Looper() {
+  if (socket_ != -1) ::close(socket_);
+  theLooper = nullptr;
+}
+
+// Kept on purpose: the descriptor is forgotten and not closed, so the loader sees the process as connected
+// until it has ended.  Held by LooperEnd.AfterShutdownTheConnectionStaysOpen.
+void Looper::shutdown() {
+  Runner::shutdown();
+  stop_ = true;
+  socket_ = -1;
+}
+
+void Looper::run() {
+  const std::string marker = firstStartMarker();
+  if (!hasMarker(marker)) {
+    onInit();
+    leaveMarker(marker);
+  }
+  sendCtrl(control::kRunning);
+  notifySubscriptions();
+  unblockLeave();
+  Runner::run();
+}
+
+void Looper::onInit() {}
+
+void Looper::registerProcess(const std::vector<unsigned int>& values) {
+  message m;
+  m.insert(SYS_TO, {SERVICE_LOADER});
+  m.insert(SYS_CTRL, control::kRegister);
+  m.insert(kRegistration, values);
+  sendMessage(m);
+}
+
+void Looper::awaitReady() {
+  message ready;
+  unsigned int code = 0;
+  if (!readMessage(ready, kReadyTicks) || !isCtrl(ready, &code) || code != control::kReady) {
+    reportLine("could not receive confirmation to CTRL_READY from loader");
+    std::abort();
+  }
+  loaderValue1_ = ready.get(kLoaderValue1, 0);
+  loaderValue3_ = ready.get(kLoaderValue3, 0);
+  loaderValue2_ = ready.get(kLoaderValue2, 0);
+  if (ready.has(control::kPermData)) loadPermData(message(ready.get(control::kPermData, {})));
+  if (ready.has(control::kLoaderData)) loaderData_ = ready.get(control::kLoaderData, {});
+}
+
+unsigned int Looper::getLoaderValue(unsigned int n) const {
+  switch (n) {
+    case 1: return loaderValue1_;
+    case 2: return loaderValue2_;
+    case 3: return loaderValue3_;
+    default: return 0;
+  }
+}
+
+// --- Looper: the handlers --------------------------------------------------------------------------
+
+bool Looper::addHandler(unsigned int id, Handler* handler) {
+  KL_ASSERT(handler != nullptr);
+  if (!handlers_.emplace(id, handler).second) return false;
+  handler->id_ = id;
+  const auto data = pendingPermData_.extract(id);
+  if (!data) return true;
+  handler->loadPermData(data.mapped());
+  handler->notifySubscriptions();
+  return true;
+}
+
+bool Looper::removeHandler(unsigned int id) { return handlers_.erase(id) != 0; }
+
+bool Looper::hasHandler(unsigned int id) const { return handlers_.contains(id); }
+
+void Looper::handleCmd(const message& request, unsigned int command) {
+  if (command == control::kTimezoneChanged) timezone_ = static_cast<int>(request.get(control::kTimezone, 0));
+  else Handler::handleCmd(request, command);
+}
+
+void Looper::cmdDisconnected(const message& m) {
+  Handler::cmdDisconnected(m);
+  for (auto entry = handlers_.begin(); entry != handlers_.end();) {  // L4
+    const unsigned int id = entry->first;
+    entry->second->cmdDisconnected(m);
+    entry = handlers_.upper_bound(id);
+  }
+}
+
+// --- Looper: the way out ---------------------------------------------------------------------------
+
+void Looper::sendMessage(message& m) {
+  if (!hasPath(m, SYS_TO)) return queueMessage(m);
+  switch (firstHop(m)) {
+    case PATH_SELF: return deliverLocally(m);
+    case PATH_ALL: writeMessage(m); return deliverLocally(m);
+    case PATH_MULTI: return sendMulti(m);
+    default: return writeMessage(m);
+  }
+}
+
+void Looper::deliverLocally(message& m) {
+  removeFirstHop(m);
+  prependSender(m, PATH_SELF);
+  queueMessage(m);
+}
+
+// A malformed list of sub-paths loses the message from there on, without notice.
+void Looper::sendMulti(message& m) {
+  const Path all = pathOf(m, SYS_TO);
+  Path rest{PATH_MULTI};
+  for (std::size_t i = 1; i < all.size();) {
+    const std::size_t count = all[i];
+    if (count == 0 || count > all.size() - i - 1) return;
+    const auto begin = all.begin() + static_cast<std::ptrdiff_t>(i);
+    const auto end = begin + static_cast<std::ptrdiff_t>(count) + 1;
+    if (all[i + 1] == PATH_SELF) {
+      message copy(m);
+      copy.insert(SYS_TO, Path(begin + 1, end));
+      sendMessage(copy);
+    } else {
+      rest.insert(rest.end(), begin, end);
+    }
+    i += count + 1;
+  }
+  if (rest.size() == 1) return;
+  if (rest.size() != all.size()) m.insert(SYS_TO, rest);
+  writeMessage(m);
+}
+
+void Looper::queueMessage(const message& m) {
+  if (filterMessage(m)) return;
+  if (queue_.size() >= kQueueLimit) return reportFullQueue();  // L1
+  queue_.push_back(m);
+}
+
+void Looper::reportFullQueue() const {
+  reportLine("full queue:");
+  reportLine(std::string(52, '#'));
+  for (const message& m : queue_) m.dump2(std::cout, "", 0);
+}
+
+void Looper::writeMessage(const message& m) {
+  if (socket_ != -1) frames_->writeFrame(m);
+}
+
+void Looper::writeRaw(const unsigned char* bytes, unsigned int count) { frames_->write(bytes, count); }
+
+void Looper::sendCtrl(unsigned int code, unsigned int argument) {
+  message m;
+  m.insert(SYS_TO, {SERVICE_LOADER});
+  m.insert(SYS_CTRL, code);
+  m.insert(SYS_CTRL_ARG, argument);
+  sendMessage(m);
+}
+
+void Looper::sendCtrl(unsigned int code) {
+  message m;
+  m.insert(SYS_TO, {SERVICE_LOADER});
+  m.insert(SYS_CTRL, code);
+  sendMessage(m);
+}
+
+// --- Looper: the way in ----------------------------------------------------------------------------
+
+void Looper::onMsgSock(int, unsigned int) {
+  while (takeMessage()) {
+  }
+}
+
+// Takes one message off the socket; true when the next one may follow at once.  L2
+bool Looper::takeMessage() {
+  message m;
+  if (!readMessage(m, 0)) return false;
+  if (unsigned int code = 0; isCtrl(m, &code)) {
+    handleCtrl(code);
+    return false;
+  }
+  if (filterMessage(m)) return true;
+  const bool reply = isReply(m);
+  dispatchMessage(m);
+  return reply;
+}
+
+void Looper::dispatchQueue() {
+  while (!queue_.empty()) {
+    message m;
+    m.swap(queue_.front());
+    queue_.pop_front();
+    dispatchMessage(m);
+  }
+}
+
+bool Looper::filterMessage(const message&) { return false; }
+
+void Looper::dispatchMessage(message& m) {
+  const MessageBacktraceInfo inFlight(kDispatchLabel, m);
+  if (!hasPath(m, SYS_TO)) return handle(m);
+  const auto entry = handlers_.find(firstHop(m));
+  if (entry != handlers_.end()) {
+    removeFirstHop(m);
+    deliverTo(*entry->second, m);
+  } else {
+    deliverTo(*this, m);
+  }
+}
+
+// What goes on behind a terminal handler leads nowhere.
+void Looper::deliverTo(Handler& handler, message& m) {
+  if (handler.terminal_ && hasPath(m, SYS_TO)) breakPath(handler, m);
+  else handler.handle(m);
+}
+
+void Looper::breakPath(Handler& handler, const message& m) {
+  if (unsigned int code = ERROR_OK; isError(m, &code) && code == ERROR_BRKPATH) return;
+  if (isReplyExpected(m)) handler.replyError(m, ERROR_BRKPATH, "");
+  else handler.sendBrkpath(m);
+}
+
+bool Looper::readMessage(message& m, int timeout) {
+  Timeout limit(timeout);
+  return readMessage(m, limit);
+}
+
+// After shutdown there is nothing to read from.  L3
+bool Looper::readMessage(message& m, Timeout& timeout) {
+  if (socket_ == -1) return false;
+  const bool found = frames_->readFrame(m, timeout);
+  declareReadAhead();
+  return found;
+}
+
+unsigned int Looper::readRaw(unsigned char* bytes, unsigned int count, int timeout) {
+  Timeout limit(timeout);
+  const unsigned int got = frames_->read(bytes, count, limit);
+  declareReadAhead();
+  return got;
+}
+
+void Looper::declareReadAhead() {
+  if (frames_->holdsBytes() == readsAhead_) return;
+  readsAhead_ = !readsAhead_;
+  setReadAhead(socket_, readsAhead_);
+}
+
+}  // namespace kl

@@ -1,0 +1,202 @@
+#pragma once
+// htable.h: the open-addressing table that holds the bools and the u32 values of a message.
+//
+// Slots carry keys in linear probing from the home slot, key modulo capacity.  Which slot a key gets is
+// visible: slot order is the order in which a message is written.
+//
+// H1  a key lies in the first slot, from its home slot on, that was not live when it came; a slot that was
+//     freed by erase() is as good as an empty one
+// H2  capacities run 11, 22, 44, ...; a table grows when it is asked for a reference while
+//     count + 1 > capacity/2 + capacity/16, before it looks the key up
+// H3  growing re-enters the live keys in slot order and forgets the erased ones
+// H4  capacity, count, live and erased slots of a copy are those of its source
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "base/id_index.h"
+#include "base/invariant.h"
+#include "message/memory.h"
+
+namespace kl {
+
+// The ids that never stand for a field of a table.
+constexpr bool isReservedKey(unsigned int id) { return id >= 0xFFFFFFFE; }
+
+// Keys and values lie in memory of the representation that the table belongs to, which is passed in
+// where it is needed.  Whether a slot is live or erased stands in bits beside them, so that slots need no
+// initialisation.  A table of more than 64 slots also has an index, because a peer who knows the probing can
+// choose keys that all collide.
+//
+// Errors:    none.
+// Ownership: the slots live as long as the representation's memory.
+// Threads:   const operations only read.
+// Cost:      constant; growing is linear.
+template <class T>
+class htable {
+ public:
+  static constexpr unsigned int kFirstCapacity = 11;
+  static constexpr unsigned int kNoSlot = 0xFFFFFFFF;
+  // What kFirstCapacity slots take.
+  static constexpr std::size_t kFirstBytes =
+      container::roundedUp(kFirstCapacity * (sizeof(std::uint32_t) + sizeof(T)));
+
+  // An empty table that may be read.
+  constexpr htable() = default;
+  // An empty table.  Needs: kFirstBytes at `slots`, which may be given to the representation's memory later.
+  explicit htable(void* slots) : keys_(static_cast<std::uint32_t*>(slots)) {}
+  htable(const htable&) = delete;
+  htable& operator=(const htable&) = delete;
+
+  // Needs: this table is as new, in memory with room for the source's first slots.
+  void copyFrom(const htable& source, container::Memory& memory);
+
+  unsigned int capacity() const { return capacity_; }
+  unsigned int count() const { return count_; }
+
+  // Null where the key is not.
+  const T* get(std::uint32_t key) const { return isAtHome(key) ? &value(home(key)) : searched(key); }
+  // The value, or `def` where the key is not.
+  T get(std::uint32_t key, T def) const { return isAtHome(key) ? value(home(key)) : searched(key, def); }
+  // Finds or inserts with value zero.  The reference is good until the next call.
+  T& get_ref(std::uint32_t key, container::Memory& memory) {
+    if (count_ + 1 > growthThreshold()) rehash(memory);
+    return isSmall() ? smallRef(key) : largeRef(key);
+  }
+  void erase(std::uint32_t key);
+
+  // The least live slot above `slot`, or capacity().  Walks begin at next(kNoSlot).
+  unsigned int next(unsigned int slot) const {
+    const unsigned int from = slot + 1;
+    for (unsigned int word = from / 64; word * 64 < capacity_; ++word) {
+      std::uint64_t live = liveWord(word);
+      if (word == from / 64) live &= ~std::uint64_t{0} << from % 64;
+      if (live != 0) return word * 64 + static_cast<unsigned int>(std::countr_zero(live));
+    }
+    return capacity_;
+  }
+  // Needs: a live slot.
+  std::uint32_t key(unsigned int slot) const { return keys_[slot]; }
+  T& value(unsigned int slot) { return values()[slot]; }
+  const T& value(unsigned int slot) const { return values()[slot]; }
+  bool isErased(unsigned int slot) const {
+    return ((isSmall() ? bits_.small.erased : bits_.large->erased()[slot / 64]) >> slot % 64 & 1) != 0;
+  }
+
+  bool includes(const htable& other) const;
+  void merge(const htable& other, container::Memory& memory);
+  void removeIdMask(std::uint32_t id, std::uint32_t mask);
+
+  // What the next get_ref() takes from an arena at most.
+  std::size_t growthCost() const {
+    return count_ + 1 > growthThreshold() ? container::Memory::arenaCost(bytesFor(2 * capacity_)) : 0;
+  }
+
+ private:
+  struct SlotEntry {
+    std::uint32_t key = 0;
+    unsigned int slot = kNoSlot;
+    std::uint32_t id() const { return key; }
+    bool isFree() const { return slot == kNoSlot; }
+  };
+  // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
+  // bit for each word of live ones that says that it is full: runs of colliding keys may be long.
+  struct Large {
+    container::IdIndex<SlotEntry> index;
+    std::uint64_t words;
+    std::uint64_t* live() { return reinterpret_cast<std::uint64_t*>(this + 1); }
+    std::uint64_t* erased() { return live() + words; }
+    std::uint64_t* full() { return erased() + words; }
+  };
+  struct Small {
+    std::uint64_t live;
+    std::uint64_t erased;
+  };
+  union Bits {
+    Small small;
+    Large* large;
+  };
+
+  static constexpr bool isSmallCapacity(unsigned int capacity) { return capacity <= 64; }
+  static constexpr std::size_t wordsFor(unsigned int capacity) { return (capacity + 63) / 64; }
+  static constexpr std::size_t slotBytes(unsigned int capacity) {
+    return container::roundedUp(capacity * (sizeof(std::uint32_t) + sizeof(T)));
+  }
+  static constexpr std::size_t largeBytes(unsigned int capacity) {
+    return isSmallCapacity(capacity) ? 0 : container::roundedUp(sizeof(Large)) + flagBytes(capacity);
+  }
+  // The live, erased and full bits.
+  static constexpr std::size_t flagBytes(unsigned int capacity) {
+    const std::size_t words = wordsFor(capacity);
+    return (2 * words + (words + 63) / 64) * sizeof(std::uint64_t);
+  }
+  // At most half of the index is used: see growthThreshold().
+  static constexpr std::size_t indexSize(unsigned int capacity) {
+    return isSmallCapacity(capacity) ? 0 : std::bit_ceil(static_cast<std::size_t>(capacity) * 9 / 8);
+  }
+  static constexpr std::size_t bytesFor(unsigned int capacity) {
+    return slotBytes(capacity) + largeBytes(capacity) +
+           container::roundedUp(indexSize(capacity) * sizeof(SlotEntry));
+  }
+
+  bool isSmall() const { return isSmallCapacity(capacity_); }
+  T* values() const { return reinterpret_cast<T*>(keys_ + capacity_); }
+  std::uint64_t liveWord(unsigned int word) const {
+    return isSmall() ? bits_.small.live : bits_.large->live()[word];
+  }
+  unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
+
+  // Mostly a key lies in its home slot.
+  bool isAtHome(std::uint32_t key) const {
+    return isSmall() && (bits_.small.live >> home(key) & 1) != 0 && keys_[home(key)] == key;
+  }
+  const T* searched(std::uint32_t key) const;
+  T searched(std::uint32_t key, T def) const;
+  unsigned int find(std::uint32_t key) const { return isSmall() ? findSmall(key) : findLarge(key); }
+  unsigned int findSmall(std::uint32_t key) const;
+  unsigned int findLarge(std::uint32_t key) const;
+  // Mostly the home slot was never used, and that is the end of it.
+  T& smallRef(std::uint32_t key) {
+    const unsigned int slot = home(key);
+    if (((bits_.small.live | bits_.small.erased) >> slot & 1) != 0) return probedRef(slot, key);
+    return enterSmall(slot, key);
+  }
+  T& probedRef(unsigned int slot, std::uint32_t key);
+  // Needs: the slot was never used, or is no longer.
+  T& enterSmall(unsigned int slot, std::uint32_t key) {
+    bits_.small.live |= std::uint64_t{1} << slot;
+    keys_[slot] = key;
+    ++count_;
+    return value(slot) = T{};
+  }
+  T& largeRef(std::uint32_t key);
+  T& placeLarge(std::uint32_t key, const T& v);
+  unsigned int firstFreeSlot(unsigned int home) const;
+  std::uint64_t freeSlotsOf(unsigned int word) const;
+  unsigned int firstWordWithRoom(unsigned int from) const;
+  unsigned int home(std::uint32_t key) const { return homeIn(capacity_, key); }
+  // key % capacity without a division, because the compiler makes that of a constant a multiplication: of 11 * 2^n parts
+  // there are as many in a key as of 11, without the last n bits.
+  static unsigned int homeIn(unsigned int capacity, std::uint32_t key) {
+    const unsigned int withoutLastBits = capacity | (0 - capacity);
+    return key - (key / kFirstCapacity & withoutLastBits) * kFirstCapacity;
+  }
+  void eraseSlot(unsigned int slot);
+  void rehash(container::Memory& memory);
+  void enterAllOfSmall(const htable& old);
+  void takeSlots(unsigned int capacity, container::Memory& memory);
+  void makeLarge(unsigned char* bytes);
+  void giveSlots(container::Memory& memory);
+  void* block() const;
+
+  std::uint32_t* keys_ = nullptr;
+  unsigned int capacity_ = kFirstCapacity;
+  unsigned int count_ = 0;
+  Bits bits_{Small{0, 0}};
+};
+
+extern template class htable<bool>;
+extern template class htable<unsigned int>;
+
+}  // namespace kl

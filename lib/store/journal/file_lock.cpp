@@ -1,0 +1,85 @@
+// The lock under which a store's files are changed.
+//
+// Whoever gets it first finishes what a killed process left half done (recovery.h).
+//
+// L1  there is one descriptor of the lock file while the lock is held
+// L2  a hold that failed is reported by the first bracket inside it; each further one tries anew
+
+#include "store/journal/file_lock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "base/file_io.h"
+#include "store/journal/recovery.h"
+#include "store/report.h"
+
+namespace kl {
+namespace {
+
+bool changeLock(int fd, short type) {
+  struct flock whole = {};
+  whole.l_type = type;
+  whole.l_whence = SEEK_SET;
+  return ::fcntl(fd, F_SETLKW, &whole) == 0;
+}
+
+}  // namespace
+
+void FileLock::acquire() {
+  fd_ = openFile(path_.c_str(), O_RDWR | O_CREAT);
+  isHeld_ = changeLock(fd_, F_WRLCK);
+  durableBytes_ = isHeld_ ? recoverChange(basePath_, fd_) : 0;
+}
+
+// A record that cannot be cut off is spoilt: carried out later, it would undo what came after it.
+void FileLock::dropRecords(std::size_t keepBytes) {
+  durableBytes_ = keepBytes;
+  if (::ftruncate(fd_, static_cast<off_t>(keepBytes)) != 0)
+    (void)writeAt(fd_, {"\0\0\0\0", 4}, static_cast<off_t>(keepBytes));
+}
+
+bool FileLock::release() {
+  isHeld_ = false;
+  return changeLock(fd_, F_UNLCK);
+}
+
+LockHold::LockHold(FileLock& lock) : lock_(lock), isOuter_(!lock.isHeld_ && !lock.isUnreported_) {
+  if (!isOuter_) return;
+  lock_.acquire();
+  isMine_ = lock_.isHeld_;
+  lock_.isUnreported_ = !isMine_;
+}
+
+LockHold::~LockHold() {
+  if (!isOuter_ || (!isMine_ && !lock_.isUnreported_)) return;
+  lock_.isUnreported_ = false;
+  if (isMine_ && !lock_.release()) {
+    reportStore("STORE: unlock fnctl failed");
+    ::close(lock_.fd_);
+  }
+  ::close(lock_.fd_);
+}
+
+LockBracket::LockBracket(FileLock& lock) : lock_(lock), isOuter_(!lock.isHeld_) {
+  if (!isOuter_) return;
+  outerFd_ = lock_.fd_;
+  if (!lock_.isUnreported_) lock_.acquire();
+  lock_.isUnreported_ = false;
+  if (lock_.fd_ < 0) reportStore("STORE: lock open failed");
+  if (!lock_.isHeld_) reportStore("STORE: lock fnctl failed");
+}
+
+LockBracket::~LockBracket() {
+  if (!isOuter_) return;
+  if (!lock_.release()) {
+    reportStore("STORE: unlock fnctl failed");
+    // Kept on purpose: the descriptor is closed here and once more below, where that has no effect.
+    // Held by StoreFileLock.ALockFileThatCannotBeOpenedIsReportedAndTheWorkGoesOn.
+    ::close(lock_.fd_);
+  }
+  ::close(lock_.fd_);
+  lock_.fd_ = outerFd_;
+}
+
+}  // namespace kl

@@ -1,0 +1,253 @@
+// The records that the lock file holds while something is under way.
+//
+//     every record              | intent, from 12 on          | each of its steps
+//     offset size               | offset size                 | size
+//          0    4  magic        |     12    8  inode of P.idx |    4  what to do (Step)
+//          4    4  length       |     20    8  inode of P.dat |    8  place in the file, or a length
+//          8    4  checksum     |     28    8  length of P.idx|    4  number of bytes
+//         12       body         |     36    8  length of P.dat|       the bytes
+//                               |     44       steps          |
+//
+// A commit's body is the two inodes; a durable record's the two inodes and the two lengths.  The length counts the
+// whole record, the checksum its body.  Little-endian.
+//
+// The checksum takes the body as numbers of 64 bits, the last one filled up with zeros, and deals them to four sums in
+// turn, so that a processor works on four at a time.  All sums begin as 0; a number n makes a sum s into
+// t = (s ^ n) * 9e3779b97f4a7c15 and that into t ^ t >> 32.  A fifth sum takes the four and the body's length in the
+// same way; its low 32 bits count.
+// Held by StoreIntent.AnIntentInBytes.
+
+#include "store/journal/intent.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace kl {
+namespace {
+
+constexpr std::size_t kHeaderBytes = 12;
+constexpr std::size_t kBodyBytes = 32;
+constexpr std::size_t kStepBytes = 16;
+// Four index records and the step of a record: no change of one entry has more.
+constexpr std::size_t kUsualHeadBytes = kHeaderBytes + kBodyBytes + 5 * kStepBytes + 4 * kSlotRecordBytes;
+constexpr unsigned int kIntentMagic = 0x4e494c4b;   // "KLIN"
+constexpr unsigned int kCommitMagic = 0x4f434c4b;   // "KLCO"
+constexpr unsigned int kDurableMagic = 0x55444c4b;  // "KLDU"
+
+constexpr unsigned long long kAnyLength = ~0ULL >> 1;  // no file is cut back to it
+
+using Sum = std::uint64_t;
+
+Sum mixed(Sum sum, std::uint64_t number) {
+  sum = (sum ^ number) * 0x9e3779b97f4a7c15;
+  return sum ^ sum >> 32;
+}
+
+// Numbers as they lie in a record.
+std::uint32_t turned(std::uint32_t number) {
+  return std::endian::native == std::endian::little ? number : __builtin_bswap32(number);
+}
+std::uint64_t turned(std::uint64_t number) {
+  return std::endian::native == std::endian::little ? number : __builtin_bswap64(number);
+}
+
+template <class Number>
+Number get(const unsigned char* from) {
+  Number number;
+  std::memcpy(&number, from, sizeof number);
+  return turned(number);
+}
+
+template <class Number>
+void put(unsigned char* to, Number number) {
+  number = turned(number);
+  std::memcpy(to, &number, sizeof number);
+}
+
+std::uint32_t getWord(const unsigned char* from) { return get<std::uint32_t>(from); }
+std::uint64_t getLong(const unsigned char* from) { return get<std::uint64_t>(from); }
+void putWord(unsigned char* to, std::size_t word) { put(to, static_cast<std::uint32_t>(word)); }
+void putLong(unsigned char* to, std::uint64_t number) { put(to, number); }
+
+// Takes bytes 32 at a time, wherever one piece ends and the next begins.
+class Checksum {
+ public:
+  void add(const void* data, std::size_t size) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    if (size == 0) return;
+    length_ += size;
+    if (rest_ > 0) {
+      const std::size_t part = completeBlock(bytes, size);
+      bytes += part;
+      size -= part;
+    }
+    for (; size >= kBlock; size -= kBlock, bytes += kBlock) addBlock(bytes);
+    keep(bytes, size);
+  }
+
+  // Ends it.
+  unsigned int value() {
+    std::memset(begun_ + rest_, 0, kBlock - rest_);
+    for (std::size_t at = 0; at < rest_; at += kLane)
+      sums_[at / kLane] = mixed(sums_[at / kLane], getLong(begun_ + at));
+    Sum all = 0;
+    for (const Sum sum : sums_) all = mixed(all, sum);
+    return static_cast<unsigned int>(mixed(all, length_));
+  }
+
+ private:
+  static constexpr std::size_t kLane = 8;
+  static constexpr std::size_t kBlock = 4 * kLane;
+
+  // Of the block that has begun.  Says how many of the bytes it took.
+  std::size_t completeBlock(const unsigned char* bytes, std::size_t size) {
+    const std::size_t part = std::min(size, kBlock - rest_);
+    keep(bytes, part);
+    if (rest_ == kBlock) {
+      addBlock(begun_);
+      rest_ = 0;
+    }
+    return part;
+  }
+
+  void keep(const unsigned char* bytes, std::size_t size) {
+    std::memcpy(begun_ + rest_, bytes, size);
+    rest_ += size;
+  }
+
+  void addBlock(const unsigned char* bytes) {
+    for (std::size_t i = 0; i < 4; ++i) sums_[i] = mixed(sums_[i], getLong(bytes + i * kLane));
+  }
+
+  Sum sums_[4] = {};
+  std::uint64_t length_ = 0;
+  std::size_t rest_ = 0;  // bytes of a block that has begun
+  unsigned char begun_[kBlock];
+};
+
+unsigned int checksum(const void* data, std::size_t size) {
+  Checksum sum;
+  sum.add(data, size);
+  return sum.value();
+}
+
+void putBody(unsigned char* to, const FileIds& ids, const FileLengths& lengths) {
+  putLong(to, ids.idx);
+  putLong(to + 8, ids.data);
+  putLong(to + 16, lengths.idx);
+  putLong(to + 24, lengths.data);
+}
+
+void getBody(const unsigned char* from, FileIds& ids, FileLengths& lengths) {
+  ids = {getLong(from), getLong(from + 8)};
+  lengths = {getLong(from + 16), getLong(from + 24)};
+}
+
+void putHeader(unsigned char* to, unsigned int magic, std::size_t length, unsigned int sum) {
+  putWord(to, magic);
+  putWord(to + 4, length);
+  putWord(to + 8, sum);
+}
+
+// The length of the whole record that the bytes begin with; 0 if there is none.
+std::size_t wholeRecord(const unsigned char* bytes, std::size_t size, unsigned int magic) {
+  if (size < kHeaderBytes || getWord(bytes) != magic) return 0;
+  const std::size_t length = getWord(bytes + 4);
+  if (length < kHeaderBytes || length > size) return 0;
+  return checksum(bytes + kHeaderBytes, length - kHeaderBytes) == getWord(bytes + 8) ? length : 0;
+}
+
+}  // namespace
+
+Intent::Intent(const FileIds& ids) : ids_(ids) {
+  head_.reserve(kUsualHeadBytes);
+  head_.resize(kHeaderBytes + kBodyBytes);
+  cutBackTo({kAnyLength, kAnyLength});
+}
+
+void Intent::cutBackTo(const FileLengths& before) { putBody(&head_[kHeaderBytes], ids_, before); }
+
+void Intent::extendData(unsigned long long length) { addStep(Step::kExtend, length, 0); }
+
+void Intent::writeRecord(unsigned int offset, Bytes record) {
+  addStep(Step::kWriteData, offset, record.size);
+  record_ = record;
+}
+
+bool Intent::write(int lockFd, std::size_t place) {
+  Checksum sum;
+  sum.add(&head_[kHeaderBytes], head_.size() - kHeaderBytes);
+  sum.add(record_.data, record_.size);
+  const std::size_t length = head_.size() + record_.size;
+  putHeader(head_.data(), kIntentMagic, length, sum.value());
+  return hasWritten(writeAt(lockFd, {head_.data(), head_.size()}, record_, static_cast<off_t>(place)),
+                    length);
+}
+
+void Intent::addSlot(Step step, unsigned int slot, const SlotRecord& record) {
+  const SlotBytes bytes = encodeSlot(record);
+  addStep(step, static_cast<unsigned long long>(slot) * kSlotRecordBytes, bytes.size());
+  head_.insert(head_.end(), bytes.begin(), bytes.end());
+}
+
+void Intent::addStep(Step step, unsigned long long place, std::size_t size) {
+  const std::size_t start = head_.size();
+  head_.resize(start + kStepBytes);
+  putWord(&head_[start], static_cast<std::size_t>(step));
+  putLong(&head_[start + 4], place);
+  putWord(&head_[start + 12], size);
+}
+
+bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
+  const std::size_t length = wholeRecord(bytes, size, kIntentMagic);
+  if (length < kHeaderBytes + kBodyBytes) return false;
+  getBody(bytes + kHeaderBytes, ids_, before_);
+  items_.clear();
+  for (std::size_t at = kHeaderBytes + kBodyBytes; at < length;) {
+    if (length - at < kStepBytes) return false;
+    const std::size_t count = getWord(bytes + at + 12);
+    if (count > length - at - kStepBytes || getWord(bytes + at) > static_cast<unsigned int>(Step::kRestore))
+      return false;
+    items_.push_back(
+        {static_cast<Step>(getWord(bytes + at)), getLong(bytes + at + 4), {bytes + at + kStepBytes, count}});
+    at += kStepBytes + count;
+  }
+  return true;
+}
+
+long long decodeEndMark(const unsigned char* bytes, std::size_t size) {
+  const bool isMark =
+      size > 0 && std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
+  return isMark ? static_cast<long long>(size) - 1 : -1;
+}
+
+CommitBytes encodeCommit(const FileIds& fresh) {
+  CommitBytes bytes;
+  putLong(&bytes[kHeaderBytes], fresh.idx);
+  putLong(&bytes[kHeaderBytes + 8], fresh.data);
+  putHeader(bytes.data(), kCommitMagic, bytes.size(), checksum(&bytes[kHeaderBytes], 16));
+  return bytes;
+}
+
+bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) {
+  if (wholeRecord(bytes, size, kCommitMagic) != CommitBytes().size()) return false;
+  fresh = {getLong(bytes + kHeaderBytes), getLong(bytes + kHeaderBytes + 8)};
+  return true;
+}
+
+DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths) {
+  DurableBytes bytes;
+  putBody(&bytes[kHeaderBytes], ids, lengths);
+  putHeader(bytes.data(), kDurableMagic, bytes.size(), checksum(&bytes[kHeaderBytes], kBodyBytes));
+  return bytes;
+}
+
+bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids, FileLengths& lengths) {
+  if (wholeRecord(bytes, size, kDurableMagic) != kDurableBytes) return false;
+  getBody(bytes + kHeaderBytes, ids, lengths);
+  return true;
+}
+
+}  // namespace kl

@@ -1,0 +1,125 @@
+#include "admission/registration.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "config/section.h"
+
+namespace loader {
+namespace {
+
+// Finds the values of a registration; false when there are not even an id and a version.
+bool readHello(const Envelope& hello, unsigned int& id) {
+  kl::RecordWalk walk(hello.body);
+  for (kl::Record record; walk.next(record);) {
+    if (record.id() != kl::REGISTRATION_VALUES || record.count() < 2) continue;
+    id = record.u32At(0);
+    return true;
+  }
+  return false;
+}
+
+bool isGivable(unsigned int id) { return isConfigurable(id); }
+
+// The process that the loader started for a service, be it within its connection or at the socket.
+bool isProcessOf(const Applicant& who, const Service& service) {
+  return who.startedAs == &service || (service.pid > 0 && service.pid == who.pid);
+}
+
+// The user that a configured service belongs to.
+bool isUser(uid_t uid, const std::string& name) {
+  if (name.empty()) return uid == ::geteuid();
+  return uid == Users::numberOf(name);
+}
+
+// A process chooses this name itself, and it goes into the log and onto terminals.
+std::string printable(const std::string& name) {
+  std::string text;
+  char code[8];
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
+    text += byte < 0x20 || byte > 0x7e ? code : std::string(1, c);
+  }
+  return text;
+}
+
+std::string programName(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
+  std::string name;
+  return std::getline(in, name) ? printable(name) : "unknown";
+}
+
+}  // namespace
+
+Service* Registration::admit(const Applicant& who, const Envelope& hello, std::string& refusal) {
+  unsigned int id = 0;
+  if (!readHello(hello, id)) {
+    refusal = "registers without its values";
+    return nullptr;
+  }
+  if (id == 0) id = who.startedAs != nullptr ? who.startedAs->id : pickId();
+  refusal = whyNot(who, id);
+  if (!refusal.empty()) return nullptr;
+  Service* known = table_.find(id);
+  Service& service = known != nullptr ? *known : table_.add(id);
+  fill(service, who);
+  return &service;
+}
+
+kl::message Registration::readyMessage(const Service& service, const std::vector<unsigned char>& data) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  m.insert(kl::SYS_CTRL, kl::CTRL_READY);
+  m.insert(kl::READY_ID, service.id);
+  m.insert(kl::READY_VERSION, kLoaderVersion);
+  m.insert(kl::READY_STARTS, service.starts);
+  if (!data.empty()) m.insert(kl::READY_DATA, kl::message::flat_message(data));
+  if (service.isConfigured() && !service.configuration->settings.empty())
+    m.insert(kl::READY_CONFIGURATION, kl::message::flat_message(service.configuration->settings));
+  return m;
+}
+
+std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
+  const std::string asked = "asks for the id " + std::to_string(id) + ", which ";
+  if (!isGivable(id)) return asked + "is never given";
+  if (who.startedAs != nullptr && who.startedAs->id != id) return asked + "is not the one configured for it";
+  const Service* service = table_.find(id);
+  if (service == nullptr) return {};
+  if (service->isConnected()) return asked + service->name + " has";
+  const std::string reason = whyNotConfigured(who, *service);
+  return reason.empty() ? reason : asked + reason;
+}
+
+std::string Registration::whyNotConfigured(const Applicant& who, const Service& service) const {
+  if (isProcessOf(who, service)) return {};
+  const std::string owner = "is configured for " + service.name;
+  if (service.pid > 0) return owner + ", whose process runs";
+  if (!isUser(who.uid, service.configuration->user)) return owner + " and not for this user";
+  return {};
+}
+
+// Needs: an id is free.  There are more of them than a machine has descriptors.
+unsigned int Registration::pickId() {
+  unsigned int id = ids_.next();
+  while (table_.find(id) != nullptr) id = ids_.next();
+  return id;
+}
+
+void Registration::fill(Service& service, const Applicant& who) {
+  if (!isProcessOf(who, service)) ++service.starts;
+  service.pid = who.pid;
+  service.user = users_.nameOf(who.uid);
+  service.hasRegistered = true;
+  service.isAwaited = service.isDemanded = service.wantsToLeave = false;
+  service.leaveValue = 0;  // a new process has yet to say that it may leave
+  if (service.name.empty()) service.name = programName(who.pid);
+  Rights rights =
+      service.isConfigured() ? service.configuration->rights : configuration_.rightsOf(service.user);
+  if (who.uid == 0 || who.uid == ::geteuid()) rights.all = true;
+  service.rights = rightsRecords(service.user, rights);
+}
+
+}  // namespace loader

@@ -1,0 +1,58 @@
+#pragma once
+// registration.h: who gets which service id.
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "admission/id_counter.h"
+#include "admission/users.h"
+#include "config/configuration.h"
+#include "routing/service_table.h"
+
+namespace loader {
+
+// Who stands at the other end of a connection.
+struct Applicant {
+  pid_t pid = 0;
+  uid_t uid = 0;
+  Service* startedAs = nullptr;  // set when the loader started the process itself
+};
+
+// Decides about registrations.
+//
+// A configured id belongs to the process that the loader started for it, or, while there is none, to the user
+// configured for it.  Any other id that is free is given to whoever asks for it; asking for 0 means any.
+//
+// Errors:    a refusal says why.
+// Ownership: borrows everything that it is made with.
+// Threads:   belongs to one thread.
+// Cost:      one look at /proc for the name of a program that nobody configured.
+class Registration {
+ public:
+  Registration(ServiceTable& table, IdCounter& ids, Users& users, const Configuration& configuration)
+      : table_(table), ids_(ids), users_(users), configuration_(configuration) {}
+
+  // The service that the applicant now is, with its name, user and rights; null with the reason in `refusal`.
+  // Its connection and its state are the caller's to set.
+  Service* admit(const Applicant& who, const Envelope& hello, std::string& refusal);
+
+  // The message that confirms it; `data` is what the service saved when it last left.
+  static kl::message readyMessage(const Service& service, const std::vector<unsigned char>& data = {});
+
+ private:
+  std::string whyNot(const Applicant& who, unsigned int id) const;
+  std::string whyNotConfigured(const Applicant& who, const Service& service) const;
+  unsigned int pickId();
+  void fill(Service& service, const Applicant& who);
+
+  ServiceTable& table_;
+  IdCounter& ids_;
+  Users& users_;
+  const Configuration& configuration_;
+};
+
+// The version word of this loader: major, minor, kind, number.
+inline constexpr unsigned int kLoaderVersion = 1U << 24 | 'f' << 8;
+
+}  // namespace loader

@@ -1,0 +1,223 @@
+// The file is TOML: a table [loader], a table [rights], and one [[service]] for each service.  Every table is
+// read through a Section, which remembers what was asked for: a key that nobody asked for is a mistake, so a
+// misspelt key is never silently ignored.
+
+#include "config/configuration.h"
+
+#include <pwd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "config/section.h"
+#include "config/settings.h"
+#include "kl/conventions.h"
+#include "kl/utilities.h"
+
+namespace loader {
+namespace {
+
+constexpr unsigned int kRead = 64;
+constexpr unsigned int kChange = 128;
+constexpr unsigned int kControl = 512;
+constexpr char kRightsExpected[] =
+    "\"all\", \"read\", \"change\", \"control\", a list of these, or a number of policy bits";
+
+bool addRight(const std::string& word, Rights& rights) {
+  if (word == "all") rights.all = true;
+  else if (word == "read") rights.bits |= kRead;
+  else if (word == "change") rights.bits |= kChange;
+  else if (word == "control") rights.bits |= kControl;
+  else return false;
+  return true;
+}
+
+bool addRights(const toml::array& words, Rights& rights) {
+  return std::all_of(words.begin(), words.end(), [&](const toml::node& node) {
+    const auto word = node.value_exact<std::string>();
+    return word && addRight(*word, rights);
+  });
+}
+
+Rights readRights(Section& section, const std::string& key, Rights otherwise) {
+  const toml::node* node = section.find(key);
+  if (node == nullptr) return otherwise;
+  Rights rights{false, 0};
+  if (const auto word = node->value_exact<std::string>(); word && addRight(*word, rights)) return rights;
+  if (const auto* words = node->as_array(); words != nullptr && addRights(*words, rights)) return rights;
+  if (const auto bits = node->value_exact<int64_t>(); bits && *bits >= 0 && *bits <= 0xffffffff) {
+    rights.bits = static_cast<unsigned int>(*bits);
+    return rights;
+  }
+  section.expected(*node, key, kRightsExpected);
+  return otherwise;
+}
+
+bool userExists(const std::string& name) { return ::getpwnam(name.c_str()) != nullptr; }
+
+std::string readUser(Section& section) {
+  std::string user = section.text("user", "");
+  if (!user.empty() && !userExists(user))
+    section.expected(*section.find("user"), "user", "the name of a user of this system");
+  return user;
+}
+
+RestartRule readRestart(Section& section) {
+  const std::string word = section.text("restart", "crash");
+  if (word == "crash") return RestartRule::kAfterCrash;
+  if (word == "always") return RestartRule::kAlways;
+  if (word == "never") return RestartRule::kNever;
+  section.expected(*section.find("restart"), "restart", "\"crash\", \"always\" or \"never\"");
+  return RestartRule::kAfterCrash;
+}
+
+// With the loader, by the first message for it, or by nothing but an action.
+void readStart(Section& section, ServiceConfiguration& service) {
+  const toml::node* node = section.find("start");
+  if (node == nullptr) return;
+  const auto word = node->value_exact<std::string>();
+  service.startsOnDemand = word && *word == "demand";
+  service.startsAtBoot = !service.startsOnDemand && node->value_or(true);
+  if (!node->is_boolean() && !service.startsOnDemand)
+    section.expected(*node, "start", "true, false or \"demand\"");
+}
+
+// Only a service that the loader can start again may be started by a message, or be asked to leave.
+void refuseWithoutCommand(Section& section, const ServiceConfiguration& service) {
+  if (!service.command.empty()) return;
+  if (service.startsOnDemand) section.mistake("expected a command: start is \"demand\"");
+  if (service.leaveIdleSeconds > 0) section.mistake("expected a command: leave_idle_seconds is not 0");
+}
+
+unsigned int idOfName(Section& section, const std::string& name) {
+  const unsigned int known = kl::findServiceID(name);
+  if (!isConfigurable(known))
+    section.mistake("expected an id: the name \"" + name + "\" is not one that the system has a number for");
+  return known;
+}
+
+// The id, by number or by the name that the library knows it by.
+unsigned int readId(Section& section, const std::string& name) {
+  const toml::node* node = section.find("id");
+  if (name.empty()) section.mistake("expected a name for this service");
+  if (node == nullptr) return name.empty() ? 0 : idOfName(section, name);
+  const auto id = static_cast<unsigned int>(section.number("id", 0, 0, 0xffffffff));
+  if (!isConfigurable(id))
+    section.expected(*node, "id", "a service id: from 2 to 0xfffffffe, but not 0xff0001 to 0xff0003");
+  return id;
+}
+
+ServiceConfiguration readService(Section& section) {
+  ServiceConfiguration service;
+  service.name = section.text("name", "");
+  service.id = readId(section, service.name);
+  service.command = section.texts("command");
+  service.user = readUser(section);
+  service.folder = section.text("folder", "");
+  service.environment = section.textTable("environment");
+  service.rights = readRights(section, "rights", Rights{true, 0});
+  service.restart = readRestart(section);
+  readStart(section, service);
+  service.leaveIdleSeconds = static_cast<unsigned int>(section.number("leave_idle_seconds", 0, 0, 86400));
+  refuseWithoutCommand(section, service);
+  if (const toml::node* settings = section.find("settings"))
+    service.settings = readSettings(section, *settings);
+  section.refuseOthers();
+  return service;
+}
+
+void readServices(Section& file, Configuration& configuration) {
+  const toml::node* node = file.find("service");
+  if (node == nullptr) return;
+  const toml::array* list = node->as_array();
+  if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
+    file.expected(*node, "service", "a table for each service, headed by [[service]]");
+    return;
+  }
+  std::set<unsigned int> ids;
+  std::set<std::string> names;
+  for (const toml::node& entry : *list) {
+    Section section(*entry.as_table(), "service", file.mistakes());
+    ServiceConfiguration service = readService(section);
+    if (!ids.insert(service.id).second && service.id != 0)
+      section.mistake("expected an id of its own: another service has it");
+    if (!names.insert(service.name).second)
+      section.mistake("expected a name of its own: another service has it");
+    configuration.services.push_back(std::move(service));
+  }
+}
+
+void readLoader(Section& file, Configuration& configuration) {
+  Section section = file.table("loader");
+  configuration.stateFolder = section.text("state_folder", configuration.stateFolder);
+  configuration.queueLimit =
+      static_cast<std::size_t>(section.number("queue_limit", 1024 * 1024, 4096, 16 * 1024 * 1024));
+  configuration.stallSeconds = static_cast<unsigned int>(section.number("stall_seconds", 10, 0, 86400));
+  section.refuseOthers();
+}
+
+void readUserRights(Section& file, Configuration& configuration) {
+  Section section = file.table("rights");
+  configuration.defaultRights = readRights(section, "default", configuration.defaultRights);
+  for (const std::string& user : section.keys()) {
+    if (user == "default") continue;
+    if (!userExists(user))
+      section.expected(*section.find(user), user,
+                       "a key that is \"default\" or the name of a user of this system");
+    configuration.userRights[user] = readRights(section, user, configuration.defaultRights);
+  }
+}
+
+Mistake syntaxMistake(const toml::parse_error& error, const std::string& file) {
+  return {file, error.source().begin.line, "expected TOML: " + std::string(error.description())};
+}
+
+}  // namespace
+
+Rights Configuration::rightsOf(const std::string& who) const {
+  const auto found = userRights.find(who);
+  return found == userRights.end() ? defaultRights : found->second;
+}
+
+std::string Mistake::describe() const {
+  return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+}
+
+Configuration defaultConfiguration() {
+  Configuration configuration;
+  configuration.stateFolder = std::filesystem::path(kl::runFolderPath()).parent_path() / "loader";
+  return configuration;
+}
+
+Configuration parseConfiguration(const std::string& text, const std::string& file,
+                                 std::vector<Mistake>& mistakes) {
+  Configuration configuration = defaultConfiguration();
+  try {
+    const toml::table table = toml::parse(text, file);
+    Section whole(table, "", {file, mistakes});
+    readLoader(whole, configuration);
+    readUserRights(whole, configuration);
+    readServices(whole, configuration);
+    whole.refuseOthers();
+  } catch (const toml::parse_error& error) {
+    mistakes.push_back(syntaxMistake(error, file));
+  }
+  return configuration;
+}
+
+Configuration readConfiguration(const std::string& file, std::vector<Mistake>& mistakes) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(in), {}};
+  if (!in.is_open() || in.bad()) {
+    mistakes.push_back({file, 0, std::string("expected a file that can be read: ") + std::strerror(errno)});
+    return defaultConfiguration();
+  }
+  return parseConfiguration(text, file, mistakes);
+}
+
+}  // namespace loader

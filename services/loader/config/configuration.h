@@ -1,0 +1,65 @@
+#pragma once
+// configuration.h: the configuration file, read and checked.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kl/message.h"
+#include "routing/rewrite.h"
+
+namespace loader {
+
+// When the loader starts a service again that ended without being told to.
+enum class RestartRule : unsigned char {
+  kAfterCrash,  // unless it ended with status 0
+  kAlways,
+  kNever,
+};
+
+struct ServiceConfiguration {
+  unsigned int id = 0;
+  std::string name;
+  std::vector<std::string> command;  // empty: somebody else starts it
+  std::string user;                  // who it runs as and who may claim its id; empty: the loader's own user
+  std::string folder;                // its working directory; empty: the loader's own
+  std::map<std::string, std::string> environment;  // beside what the loader has
+  Rights rights{true, 0};
+  RestartRule restart = RestartRule::kAfterCrash;
+  bool startsAtBoot = true;
+  bool startsOnDemand = false;          // the first message for it starts it
+  unsigned int leaveIdleSeconds = 0;    // after so long without work it is asked to leave; 0: never
+  std::vector<unsigned char> settings;  // a flattened message; empty without settings
+};
+
+struct Configuration {
+  std::string stateFolder;               // where the loader keeps what must survive it
+  std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
+  unsigned int stallSeconds = 10;  // a busy service that reads nothing for so long is disconnected; 0: never
+  Rights defaultRights;
+  std::map<std::string, Rights> userRights;
+  std::vector<ServiceConfiguration> services;
+
+  // The rights of an ordinary user's requests.
+  Rights rightsOf(const std::string& user) const;
+};
+
+// Something in the file that is not as it must be.
+struct Mistake {
+  std::string file;
+  unsigned int line = 0;  // 0: the file as a whole
+  std::string text;       // what was expected and what was found
+
+  std::string describe() const;  // "FILE:LINE: TEXT"
+};
+
+// What a configuration without a file is.
+Configuration defaultConfiguration();
+
+// Reads a configuration file.  Every mistake in it is added to `mistakes`; without one the result is complete.
+Configuration readConfiguration(const std::string& file, std::vector<Mistake>& mistakes);
+// The same from text; `file` is only its name.
+Configuration parseConfiguration(const std::string& text, const std::string& file,
+                                 std::vector<Mistake>& mistakes);
+
+}  // namespace loader

@@ -1,0 +1,196 @@
+#include "config/settings.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "kl/message.h"
+#include "kl/records.h"
+
+namespace loader {
+namespace {
+
+using kl::RecordKind;
+
+constexpr unsigned int kArrayBit = 0x80000000;
+constexpr unsigned int kReservedBit = 0x01000000;
+constexpr unsigned int kHighestKind = 6;
+constexpr std::size_t kMaxNestedBytes = 0xffff;  // lengths travel in 16 bits
+
+RecordKind kindOf(unsigned int id) { return static_cast<RecordKind>(id >> 27 & 15); }
+
+// "0x08000007" as a field id; none when it is no such text or the id has no type.
+std::optional<unsigned int> fieldIdOf(std::string_view key) {
+  if (!key.starts_with("0x")) return {};
+  unsigned int id = 0;
+  const auto [end, error] = std::from_chars(key.data() + 2, key.data() + key.size(), id, 16);
+  if (error != std::errc() || end != key.data() + key.size()) return {};
+  if ((id >> 27 & 15) > kHighestKind || (id & kReservedBit) != 0 || id >= 0xfffffffe) return {};
+  return id;
+}
+
+const char* expectedFor(RecordKind kind) {
+  switch (kind) {
+    case RecordKind::kBool: return "true or false";
+    case RecordKind::kU32: return "a number from 0 to 4294967295";
+    case RecordKind::kU64: return "a number from 0 to 9223372036854775807";
+    case RecordKind::kAddr6: return "an IPv6 address as text";
+    case RecordKind::kString: return "a text of at most 65535 bytes";
+    case RecordKind::kMessage: return "a table of field ids and values, at most 65535 bytes together";
+    case RecordKind::kRaw: return "a text of hexadecimal digits, two for each of at most 65535 bytes";
+  }
+  return "";
+}
+
+class SettingsReader {
+ public:
+  explicit SettingsReader(Section& section) : section_(section) {}
+
+  kl::message readTable(const toml::table& table) {
+    kl::message result;
+    for (const auto& [key, value] : table) {
+      const std::string name(key.str());
+      const auto id = fieldIdOf(name);
+      if (!id) section_.expected(value, name, "a key that is a field id, like 0x08000007");
+      else if (!((*id & kArrayBit) != 0 ? readArray(result, *id, value) : readSingle(result, *id, value)))
+        section_.expected(value, name, expectation(*id));
+    }
+    return result;
+  }
+
+ private:
+  static std::string expectation(unsigned int id) {
+    const std::string one = expectedFor(kindOf(id));
+    return (id & kArrayBit) != 0 ? "a list, each of its elements " + one : one;
+  }
+
+  bool readSingle(kl::message& m, unsigned int id, const toml::node& node) {
+    switch (kindOf(id)) {
+      case RecordKind::kBool: return store(boolean(node), [&](bool v) { m.insert_bool(id, v); });
+      case RecordKind::kU32: return store(u32(node), [&](unsigned int v) { m.insert_u32(id, v); });
+      case RecordKind::kU64: return store(u64(node), [&](unsigned long long v) { m.insert_u64(id, v); });
+      case RecordKind::kAddr6: return store(addr6(node), [&](const auto& v) { m.insert_addr6(id, v); });
+      case RecordKind::kString: return store(text(node), [&](const auto& v) { m.insert_string(id, v); });
+      case RecordKind::kMessage: return store(nested(node), [&](const auto& v) { m.insert_message(id, v); });
+      case RecordKind::kRaw: return store(raw(node), [&](const auto& v) { m.insert_raw(id, v); });
+    }
+    return false;
+  }
+
+  bool readArray(kl::message& m, unsigned int id, const toml::node& node) {
+    const toml::array* list = node.as_array();
+    if (list == nullptr) return false;
+    switch (kindOf(id)) {
+      case RecordKind::kBool:
+        return store(each<bool>(*list, &SettingsReader::boolean),
+                     [&](const auto& v) { m.insert_bool_array(id, v); });
+      case RecordKind::kU32:
+        return store(each<unsigned int>(*list, &SettingsReader::u32),
+                     [&](const auto& v) { m.insert_u32_array(id, v); });
+      case RecordKind::kU64:
+        return store(each<unsigned long long>(*list, &SettingsReader::u64),
+                     [&](const auto& v) { m.insert_u64_array(id, v); });
+      case RecordKind::kAddr6:
+        return store(each<kl::IPAddr6>(*list, &SettingsReader::addr6),
+                     [&](const auto& v) { m.insert_addr6_array(id, v); });
+      case RecordKind::kString:
+        return store(each<std::string>(*list, &SettingsReader::text),
+                     [&](const auto& v) { m.insert_string_array(id, v); });
+      case RecordKind::kMessage:
+        return store(each<kl::message::flat_message>(*list, &SettingsReader::nested),
+                     [&](const auto& v) { m.insert_message_array(id, v); });
+      case RecordKind::kRaw:
+        return store(each<std::vector<unsigned char>>(*list, &SettingsReader::raw),
+                     [&](const auto& v) { m.insert_raw_array(id, v); });
+    }
+    return false;
+  }
+
+  template <class T, class Insert>
+  static bool store(const std::optional<T>& value, Insert insert) {
+    if (value) insert(*value);
+    return value.has_value();
+  }
+
+  template <class T>
+  std::optional<std::vector<T>> each(const toml::array& list,
+                                     std::optional<T> (SettingsReader::*read)(const toml::node&)) {
+    std::vector<T> result;
+    for (const toml::node& node : list) {
+      const std::optional<T> value = (this->*read)(node);
+      if (!value || result.size() == 0xffff) return {};
+      result.push_back(*value);
+    }
+    return result;
+  }
+
+  std::optional<bool> boolean(const toml::node& node) { return node.value_exact<bool>(); }
+
+  std::optional<unsigned int> u32(const toml::node& node) {
+    const auto value = node.value_exact<int64_t>();
+    if (!value || *value < 0 || *value > 0xffffffff) return {};
+    return static_cast<unsigned int>(*value);
+  }
+
+  std::optional<unsigned long long> u64(const toml::node& node) {
+    const auto value = node.value_exact<int64_t>();
+    if (!value || *value < 0) return {};
+    return static_cast<unsigned long long>(*value);
+  }
+
+  std::optional<std::string> text(const toml::node& node) {
+    auto value = node.value_exact<std::string>();
+    if (!value || value->size() > 0xffff) return {};
+    return value;
+  }
+
+  std::optional<kl::IPAddr6> addr6(const toml::node& node) {
+    const auto value = node.value_exact<std::string>();
+    unsigned char octets[16];
+    if (!value || ::inet_pton(AF_INET6, value->c_str(), octets) != 1) return {};
+    kl::IPAddr6 address;
+    static_assert(sizeof address == sizeof octets, "an address is its 16 bytes");
+    std::memcpy(static_cast<void*>(&address), octets, sizeof octets);
+    return address;
+  }
+
+  std::optional<std::vector<unsigned char>> raw(const toml::node& node) {
+    const auto digits = node.value_exact<std::string>();
+    if (!digits || digits->size() % 2 != 0 || digits->size() > 2 * 0xffff) return {};
+    std::vector<unsigned char> result(digits->size() / 2);
+    for (std::size_t i = 0; i < result.size(); ++i) {
+      const char* at = digits->data() + 2 * i;
+      if (std::from_chars(at, at + 2, result[i], 16).ptr != at + 2) return {};
+    }
+    return result;
+  }
+
+  std::optional<kl::message::flat_message> nested(const toml::node& node) {
+    const toml::table* table = node.as_table();
+    if (table == nullptr) return {};
+    kl::message::flat_message flat;
+    readTable(*table).flatten(flat);
+    if (flat.size() > kMaxNestedBytes) return {};
+    return flat;
+  }
+
+  Section& section_;
+};
+
+}  // namespace
+
+std::vector<unsigned char> readSettings(Section& section, const toml::node& settings) {
+  const toml::table* table = settings.as_table();
+  if (table == nullptr) {
+    section.expected(settings, "settings", "a table of field ids and values");
+    return {};
+  }
+  std::vector<unsigned char> flat;
+  SettingsReader(section).readTable(*table).flatten(flat);
+  if (flat.size() > kMaxNestedBytes) section.mistake("expected settings of at most 65535 bytes together");
+  return flat;
+}
+
+}  // namespace loader

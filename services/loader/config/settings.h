@@ -1,0 +1,22 @@
+#pragma once
+// settings.h: a service's own section of the configuration, as the message that it is given at registration.
+
+#include <vector>
+
+#include "config/section.h"
+
+namespace loader {
+
+// Flattens a table whose keys are field ids, written as the service's code has them:
+//
+//     [service.settings]
+//     0x08000007 = 1000                    # u32
+//     0x20000001 = "eth0"                  # text
+//     0xa0000002 = ["a", "b"]              # list of texts
+//     0x28000003 = { 0x00000001 = true }   # a message inside
+//
+// The type bits of an id say what its value must be; addresses are texts in IPv6 notation, raw data are texts of
+// hexadecimal digits.  What does not fit is a mistake of `section`.
+std::vector<unsigned char> readSettings(Section& section, const toml::node& settings);
+
+}  // namespace loader

@@ -1,0 +1,97 @@
+#include "life/process.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "transport/descriptors.h"
+
+namespace loader {
+namespace {
+
+constexpr int kConnection = 3;
+
+[[noreturn]] void giveUp(const ServiceConfiguration& service, const char* what) {
+  std::fprintf(stderr, "kl-loader: %s: %s: %s\n", service.name.c_str(), what, std::strerror(errno));
+  ::_exit(127);
+}
+
+// The loader's handlers write to a pipe that the new process shares with it, so they go before signals come in.
+void resetSignals() {
+  for (int sig = 1; sig < 64; ++sig) ::signal(sig, SIG_DFL);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void becomeUser(const ServiceConfiguration& service) {
+  if (service.user.empty()) return;
+  const passwd* user = ::getpwnam(service.user.c_str());
+  if (user == nullptr) giveUp(service, "its user is not known");
+  if (user->pw_uid == ::geteuid()) return;
+  if (::initgroups(user->pw_name, user->pw_gid) != 0 || ::setgid(user->pw_gid) != 0 ||
+      ::setuid(user->pw_uid) != 0)
+    giveUp(service, "cannot become its user");
+}
+
+void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
+  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0) giveUp(service, "no standard input");
+  const bool isInPlace = connection == kConnection;
+  if ((isInPlace ? ::fcntl(connection, F_SETFD, 0) : ::dup2(connection, kConnection)) < 0)
+    giveUp(service, "no connection");
+  (void)::close_range(kConnection + 1, ~0U, 0);  // whatever the loader itself has inherited
+}
+
+[[noreturn]] void becomeProgram(const ServiceConfiguration& service) {
+  std::vector<char*> arguments;
+  for (const std::string& argument : service.command)
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  arguments.push_back(nullptr);
+  for (const auto& [name, value] : service.environment) ::setenv(name.c_str(), value.c_str(), 1);
+  ::execvp(arguments[0], arguments.data());
+  giveUp(service, arguments[0]);
+}
+
+[[noreturn]] void runChild(const ServiceConfiguration& service, int connection) {
+  ::setpgid(0, 0);
+  restoreDescriptorLimit();
+  arrangeDescriptors(service, connection);
+  becomeUser(service);
+  if (!service.folder.empty() && ::chdir(service.folder.c_str()) != 0)
+    giveUp(service, "cannot enter its folder");
+  resetSignals();
+  becomeProgram(service);
+}
+
+}  // namespace
+
+pid_t startProcess(const ServiceConfiguration& service, int connection) {
+  sigset_t all;
+  sigset_t before;
+  ::sigfillset(&all);
+  ::sigprocmask(SIG_SETMASK, &all, &before);
+  const pid_t pid = ::fork();
+  if (pid == 0) runChild(service, connection);
+  const int error = errno;
+  if (pid > 0) ::setpgid(pid, pid);  // both sides do it, so it holds for either from here on
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  errno = error;
+  return pid;
+}
+
+std::string describeEnd(int status) {
+  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  return "status " + std::to_string(WEXITSTATUS(status));
+}
+
+}  // namespace loader

@@ -1,0 +1,255 @@
+#include "own/own_service.h"
+
+#include <algorithm>
+
+namespace loader {
+namespace {
+
+constexpr std::size_t kMostLeaveOrders = 1024;
+constexpr unsigned int kBatchTicks = 20;
+constexpr std::size_t kBatchRows = 100;
+constexpr std::size_t kChunkBytes = 16383;  // of objects in one message; the first always fits
+
+using Objects = std::vector<kl::message::flat_message>;
+
+kl::message::flat_message flat(const kl::message& m) {
+  kl::message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+// The path of a subscriber or an asker inside its process: its return path without the process.
+std::vector<unsigned int> pathInside(const kl::message& request) {
+  std::vector<unsigned int> path = request.get(kl::SYS_FROM, {});
+  if (!path.empty()) path.erase(path.begin());
+  return path;
+}
+
+kl::message recordOf(const kl::message& request) {
+  const std::vector<unsigned int> from = request.get(kl::SYS_FROM, {});
+  kl::message record = request;
+  kl::cleanSys(record);
+  record.insert(kl::SYS_FROM, from);
+  return record;
+}
+
+kl::message deadRow(unsigned int id) {
+  kl::message row;
+  row.insert(kl::STD_ID, id);
+  row.insert(kl::STD_DEAD, 1);
+  return row;
+}
+
+}  // namespace
+
+kl::message rowOf(const Service& s) {
+  kl::message row;
+  row.insert(kl::STD_ID, s.id);
+  row.insert(kl::SVC_NAME, s.name);
+  row.insert(kl::SVC_USER, s.user);
+  row.insert(kl::SVC_STATE, s.state);
+  row.insert(kl::SVC_STARTS, s.starts);
+  row.insert(kl::SVC_QUEUE, static_cast<unsigned int>(s.waiting()));
+  row.insert(kl::SVC_REQUESTS, s.requests.servingCount);
+  row.insert(kl::SVC_MESSAGES_IN, s.traffic.messagesIn);
+  row.insert(kl::SVC_MESSAGES_OUT, s.traffic.messagesOut);
+  row.insert(kl::SVC_BYTES_IN, s.traffic.bytesIn);
+  row.insert(kl::SVC_BYTES_OUT, s.traffic.bytesOut);
+  row.insert(kl::SVC_DROPS, s.traffic.drops);
+  if (s.pid > 0) row.insert(kl::SVC_PID, static_cast<unsigned int>(s.pid));
+  return row;
+}
+
+void OwnService::handle(Service& asker, const kl::message& request) {
+  const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
+  const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
+  if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, ""));
+  if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
+  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(request);
+  const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
+  if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
+    return orderLeave(asker, request);
+  reply(asker, request, execute(request, command));
+}
+
+kl::message OwnService::execute(const kl::message& request, unsigned int command) {
+  switch (command) {
+    case kl::CMD_NOOP: return {};
+    case kl::CMD_GETPOLICIES: return policies_.get_policies(request);
+    case kl::CMD_GETALL: return getAll(request);
+    case kl::CMD_GETCOUNT: return getCount();
+    case kl::CMD_GETOBJ:
+      return request.has(kl::STD_ID) ? getObject(request.get(kl::STD_ID, 0))
+                                     : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+    case kl::CMD_SETOBJ: return setObject(request);
+    default: return kl::errorMsg(kl::ERROR_NOTIMP, "");
+  }
+}
+
+kl::message OwnService::getObject(unsigned int id) const {
+  const Service* service = table_.find(id);
+  return service != nullptr ? rowOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+}
+
+// One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
+// fit).  While more remain the reply says in STD_GETALLID where to go on; a row that has gone by then is no
+// matter, the next one is meant.
+kl::message OwnService::getAll(const kl::message& request) const {
+  const unsigned int start = request.get(kl::STD_GETALLID, kl::BADID);
+  const unsigned int most = request.get(kl::STD_GETALLNO, 0);
+  const ServiceTable::Map& all = table_.all();
+  auto at = start == kl::BADID ? all.begin() : all.lower_bound(start);
+  Objects rows;
+  std::size_t bytes = 0;
+  for (; at != all.end() && (most == 0 || rows.size() < most); ++at) {
+    rows.push_back(flat(rowOf(*at->second)));
+    bytes += rows.back().size();
+    if (bytes <= kChunkBytes || rows.size() == 1) continue;
+    rows.pop_back();
+    break;
+  }
+  kl::message reply;
+  reply.insert(kl::STD_OBJS, rows);
+  if (at != all.end()) reply.insert(kl::STD_GETALLID, at->first);
+  return reply;
+}
+
+kl::message OwnService::getCount() const {
+  kl::message reply;
+  reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(table_.all().size()));
+  return reply;
+}
+
+kl::message OwnService::setObject(const kl::message& request) {
+  Service* service = table_.find(request.get(kl::STD_ID, kl::BADID));
+  if (service == nullptr) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  if (!request.has(kl::SVC_ACTION)) return kl::errorMsg(kl::ERROR_MISSING, "");
+  const char* failure = nullptr;
+  switch (request.get(kl::SVC_ACTION, 0)) {
+    case kl::SVC_START: failure = actions_.start(*service); break;
+    case kl::SVC_STOP: failure = actions_.stop(*service); break;
+    case kl::SVC_RESTART: failure = actions_.restart(*service); break;
+    default: return kl::errorMsg(kl::ERROR_NOTIMP, "");
+  }
+  return failure == nullptr ? kl::message() : kl::errorMsg(kl::ERROR_FAILED, failure);
+}
+
+// Answered when the service has left, or has not.
+void OwnService::orderLeave(Service& asker, const kl::message& request) {
+  Service& service = *table_.find(request.get(kl::STD_ID, kl::BADID));
+  if (leaveOrders_.size() >= kMostLeaveOrders)
+    return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, "too many wait for services to leave"));
+  if (const char* failure = actions_.leave(service))
+    return reply(asker, request, kl::errorMsg(kl::ERROR_FAILED, failure));
+  leaveOrders_.push_back({service.id, &asker, request});
+  answerLeaveOrders(service);
+}
+
+void OwnService::answerLeaveOrders(const Service& service) {
+  kl::message answer;
+  switch (service.state) {
+    case kl::SVC_STATE_LEAVING: return;
+    case kl::SVC_STATE_LEFT: break;
+    case kl::SVC_STATE_RUNNING: answer = kl::errorMsg(kl::ERROR_BUSY, "the service refused to leave"); break;
+    default: answer = kl::errorMsg(kl::ERROR_FAILED, "the service ended without leaving"); break;
+  }
+  for (std::size_t i = 0; i < leaveOrders_.size();) {
+    const LeaveOrder order = leaveOrders_[i];
+    if (order.id != service.id) {
+      ++i;
+      continue;
+    }
+    leaveOrders_.erase(leaveOrders_.begin() + static_cast<std::ptrdiff_t>(i));
+    reply(*order.asker, order.request, answer);
+  }
+}
+
+void OwnService::subscribe(Service& asker, const kl::message& request) {
+  kl::message record = recordOf(request);
+  for (const Subscription& s : subscriptions_)
+    if (s.subscriber == &asker && s.record == record) return;
+  if (hasRoomFor(asker, record)) subscriptions_.push_back({&asker, record});
+}
+
+// Nobody needs many, and each costs memory and time at every change.  One too many is passed over: subscribing is
+// never answered.
+bool OwnService::hasRoomFor(const Service& asker, const kl::message& record) const {
+  const auto isOfAsker = [&](const Subscription& s) { return s.subscriber == &asker; };
+  return record.max_length() <= kMostSubscriptionBytes &&
+         std::count_if(subscriptions_.begin(), subscriptions_.end(), isOfAsker) < kMostSubscriptions;
+}
+
+void OwnService::unsubscribe(const kl::message& request) {
+  const kl::message record = recordOf(request);
+  const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                  [&](const Subscription& s) { return s.record == record; });
+  if (found != subscriptions_.end()) subscriptions_.erase(found);
+}
+
+void OwnService::forget(const Service& gone) {
+  std::erase_if(subscriptions_, [&](const Subscription& s) { return s.subscriber == &gone; });
+  dropOrdersOf(gone);
+}
+
+void OwnService::dropOrdersOf(const Service& gone) {
+  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &gone; });
+}
+
+void OwnService::reply(Service& asker, const kl::message& request, kl::message answer) {
+  unsigned int id = 0;
+  if (!kl::getRequestID(request, &id)) return;
+  kl::setRequestID(answer, id);
+  kl::setType(answer, kl::TYPE_REPLY);
+  answer.insert(kl::SYS_TO, pathInside(request));
+  answer.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
+  (void)outbox_.send(asker, answer, Urgency::kReply);
+}
+
+void OwnService::rowChanged(unsigned int id) {
+  if (!leaveOrders_.empty())
+    if (const Service* service = table_.find(id)) answerLeaveOrders(*service);
+  if (subscriptions_.empty()) return;
+  if (changed_.empty())
+    runner_.addTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>(), kBatchTicks);
+  changed_.insert(id);
+  if (changed_.size() < kBatchRows) return;
+  runner_.removeTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>());
+  sendChanges();
+}
+
+void OwnService::onBatchTimer() {
+  sendChanges();
+  host_.settle();
+}
+
+void OwnService::sendChanges() {
+  const std::set<unsigned int> ids = std::exchange(changed_, {});
+  Objects objects;
+  std::size_t bytes = 0;
+  for (const unsigned int id : ids) {
+    const Service* service = table_.find(id);
+    kl::message::flat_message row = flat(service != nullptr ? rowOf(*service) : deadRow(id));
+    if (!objects.empty() && bytes + row.size() > kChunkBytes) {
+      notify(objects);
+      objects.clear();
+      bytes = 0;
+    }
+    bytes += row.size();
+    objects.push_back(std::move(row));
+  }
+  notify(objects);
+}
+
+void OwnService::notify(const Objects& objects) {
+  for (const Subscription& s : subscriptions_) {
+    if (!s.subscriber->isConnected()) continue;  // it left, and its own leave is no reason to start it
+    kl::message m;
+    m.insert(kl::SYS_CMD, s.record.get(kl::SYS_NOTIFYCMD, kl::CMD_NOTIFY));
+    m.insert(kl::SYS_TO, pathInside(s.record));
+    m.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
+    m.insert(kl::STD_OBJS, objects);
+    (void)outbox_.send(*s.subscriber, m, Urgency::kOrdinary);
+  }
+}
+
+}  // namespace loader

@@ -1,0 +1,199 @@
+#include "routing/open_requests.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "routing/service.h"
+
+namespace loader {
+namespace {
+
+constexpr std::size_t kFirstChains = 64;
+
+// Mixes the bits of a number so that each depends on all of them.
+std::uint64_t mix(std::uint64_t x) {
+  x ^= x >> 33;
+  x *= 0xff51afd7ed558ccdULL;
+  x ^= x >> 33;
+  x *= 0xc4ceb9fe1a85ec53ULL;
+  x ^= x >> 33;
+  return x;
+}
+
+// Without the kernel's random numbers the place of the stack must do.
+std::uint64_t drawSeed() {
+  std::uint64_t seed = 0;
+  if (::getrandom(&seed, sizeof seed, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof seed)) return seed;
+  return mix(reinterpret_cast<std::uintptr_t>(&seed));
+}
+
+}  // namespace
+
+OpenRequests::OpenRequests() : OpenRequests(drawSeed()) {}
+
+void KeptPath::assign(Path path) {
+  size_ = path.size();
+  many_.clear();
+  if (size_ > kInline) many_.resize(size_);
+  unsigned int* ids = size_ > kInline ? many_.data() : few_.data();
+  for (unsigned int i = 0; i < size_; ++i) ids[i] = path[i];
+}
+
+bool KeptPath::equals(Path path) const {
+  if (path.size() != size_) return false;
+  const std::span<const unsigned int> mine = view();
+  for (unsigned int i = 0; i < size_; ++i)
+    if (mine[i] != path[i]) return false;
+  return true;
+}
+
+std::vector<unsigned int> KeptPath::ids() const { return {view().begin(), view().end()}; }
+
+std::span<const unsigned int> KeptPath::view() const {
+  if (size_ > kInline) return many_;
+  return {few_.data(), size_};
+}
+
+void OpenRequests::add(Service& asker, Service& asked, const Envelope& envelope, Path path,
+                       unsigned int now) {
+  const unsigned int place = takeFreePlace();
+  OpenRequest& request = places_[place];
+  request.asker = &asker;
+  request.asked = &asked;
+  request.id = envelope.requestId;
+  request.expectsReply = envelope.expectsReply;
+  request.isHeld = asked.holds();
+  request.since = now;
+  request.returnPath.assign(envelope.returnPath());
+  request.path.assign(path);
+  link(place);
+}
+
+void OpenRequests::release(const Service& asked) {
+  for (unsigned int at = asked.requests.newestServing; at != kNone && places_[at].isHeld;  // O4
+       at = places_[at].olderServing)
+    places_[at].isHeld = false;
+}
+
+bool OpenRequests::take(Service& asker, Service& asked, unsigned int id, Path path) {
+  if (chains_.empty()) return false;
+  unsigned int found = kNone;  // a chain runs from the newest to the oldest, so the last match is the oldest
+  for (unsigned int at = chains_[chainOf(asker, asked, id)]; at != kNone; at = places_[at].nextInChain) {
+    const OpenRequest& r = places_[at];
+    if (r.asker == &asker && r.asked == &asked && r.id == id && r.returnPath.equals(path)) found = at;
+  }
+  if (found == kNone) return false;
+  unlink(found);
+  return true;
+}
+
+const OpenRequest* OpenRequests::oldestOf(const Service& asker) const {
+  const unsigned int place = asker.requests.oldestAsked;
+  return place == kNone ? nullptr : &places_[place];
+}
+
+void OpenRequests::forgetOldestOf(Service& asker) { unlink(asker.requests.oldestAsked); }
+
+const OpenRequest* OpenRequests::oldestFor(const Service& asked) const {
+  const unsigned int place = asked.requests.oldestServing;
+  return place == kNone ? nullptr : &places_[place];
+}
+
+void OpenRequests::forgetOldestFor(Service& asked) { unlink(asked.requests.oldestServing); }
+
+std::size_t OpenRequests::chainOf(const Service& asker, const Service& asked, unsigned int id) const {
+  const auto ends = std::uint64_t{asker.id} << 32 | asked.id;
+  return static_cast<std::size_t>(mix(mix(ends + seed_) + id)) & (chains_.size() - 1);
+}
+
+std::size_t OpenRequests::longestChain() const {
+  std::size_t longest = 0;
+  for (const unsigned int head : chains_) {
+    std::size_t length = 0;
+    for (unsigned int at = head; at != kNone; at = places_[at].nextInChain) ++length;
+    longest = std::max(longest, length);
+  }
+  return longest;
+}
+
+unsigned int OpenRequests::takeFreePlace() {
+  if (free_ == kNone) {
+    places_.emplace_back();
+    if (places_.size() > chains_.size()) rechain();
+    return static_cast<unsigned int>(places_.size() - 1);
+  }
+  const unsigned int place = free_;
+  free_ = places_[place].nextInChain;
+  return place;
+}
+
+void OpenRequests::link(unsigned int place) {
+  OpenRequest& r = places_[place];
+  unsigned int& chain = chains_[chainOf(*r.asker, *r.asked, r.id)];
+  r.nextInChain = chain;
+  chain = place;
+
+  RequestLists& asker = r.asker->requests;
+  r.olderAsked = asker.newestAsked;
+  r.newerAsked = kNone;
+  (asker.newestAsked == kNone ? asker.oldestAsked : places_[asker.newestAsked].newerAsked) = place;
+  asker.newestAsked = place;
+  ++asker.askedCount;
+
+  RequestLists& asked = r.asked->requests;
+  r.olderServing = asked.newestServing;
+  r.newerServing = kNone;
+  (asked.newestServing == kNone ? asked.oldestServing : places_[asked.newestServing].newerServing) = place;
+  asked.newestServing = place;
+  ++asked.servingCount;
+  ++used_;
+}
+
+void OpenRequests::unlink(unsigned int place) {
+  unchain(place);
+  OpenRequest& r = places_[place];
+
+  RequestLists& asker = r.asker->requests;
+  (r.olderAsked == kNone ? asker.oldestAsked : places_[r.olderAsked].newerAsked) = r.newerAsked;
+  (r.newerAsked == kNone ? asker.newestAsked : places_[r.newerAsked].olderAsked) = r.olderAsked;
+  --asker.askedCount;
+
+  RequestLists& asked = r.asked->requests;
+  (r.olderServing == kNone ? asked.oldestServing : places_[r.olderServing].newerServing) = r.newerServing;
+  (r.newerServing == kNone ? asked.newestServing : places_[r.newerServing].olderServing) = r.olderServing;
+  --asked.servingCount;
+
+  r.asker = r.asked = nullptr;
+  r.nextInChain = free_;
+  free_ = place;
+  --used_;
+}
+
+void OpenRequests::unchain(unsigned int place) {
+  const OpenRequest& r = places_[place];
+  unsigned int* at = &chains_[chainOf(*r.asker, *r.asked, r.id)];
+  while (*at != place) at = &places_[*at].nextInChain;
+  *at = r.nextInChain;
+}
+
+// Doubles the number of chains.  Requests that can be told apart only by their age stand in one chain, so turning
+// each old chain around before its requests are chained anew keeps the newest in front.
+void OpenRequests::rechain() {
+  std::vector<unsigned int> inUse;
+  for (const unsigned int head : chains_) {
+    const std::size_t first = inUse.size();
+    for (unsigned int at = head; at != kNone; at = places_[at].nextInChain) inUse.push_back(at);
+    std::reverse(inUse.begin() + static_cast<std::ptrdiff_t>(first), inUse.end());
+  }
+  chains_.assign(std::max(kFirstChains, 2 * chains_.size()), kNone);
+  for (const unsigned int place : inUse) {
+    OpenRequest& r = places_[place];
+    unsigned int& chain = chains_[chainOf(*r.asker, *r.asked, r.id)];
+    r.nextInChain = chain;
+    chain = place;
+  }
+}
+
+}  // namespace loader

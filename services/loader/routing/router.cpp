@@ -1,0 +1,260 @@
+// Which way a frame goes:
+//
+//     route --control frame for [1]--> control
+//           --PATH_ALL--> deliverToAll ----.
+//           --PATH_MULTI--> deliverToEach -+--> deliver --[1]--> deliverToLoader
+//           --anything else----------------'            --reply--> deliverReply      (an open request must match)
+//                                                       --else---> deliverRequest    (opens one if it has an id)
+//                                                       --nobody there--> reportBrokenPath
+
+#include "routing/router.h"
+
+#include <utility>
+
+#include "transport/frame_reader.h"
+
+namespace loader {
+namespace {
+
+using Ids = std::vector<unsigned int>;
+
+Ids idsOf(Path path) {
+  Ids ids(path.size());
+  for (unsigned int i = 0; i < path.size(); ++i) ids[i] = path[i];
+  return ids;
+}
+
+Ids inFrontOf(unsigned int first, Ids rest) {
+  rest.insert(rest.begin(), first);
+  return rest;
+}
+
+kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int code) {
+  kl::message m = kl::errorMsg(code, "");
+  m.insert(kl::SYS_TO, returnPath);
+  m.insert(kl::SYS_FROM, unreached);
+  return m;
+}
+
+kl::message endMessage(unsigned int goneId) {
+  kl::message m;
+  m.insert(kl::SYS_TO, Ids());
+  m.insert(kl::SYS_FROM, Ids{goneId});
+  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  return m;
+}
+
+bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }
+
+// Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
+class SubPaths {
+ public:
+  explicit SubPaths(Path path) : rest_(path.withoutFirst()) {}
+
+  // False at the end and at the first sub-path that is not one; ok() tells them apart.
+  bool next(Path& path) {
+    if (!ok_ || rest_.empty()) return false;
+    const unsigned int count = rest_[0];
+    ok_ = count > 0 && count <= kMaxPathLength && count < rest_.size() && !isSpecial(rest_[1]);
+    if (!ok_) return false;
+    path = rest_.part(1, count);
+    rest_ = rest_.part(1 + count, rest_.size() - 1 - count);
+    return true;
+  }
+  bool ok() const { return ok_; }
+
+ private:
+  Path rest_;
+  bool ok_ = true;
+};
+
+bool isWellFormedMulti(Path path) {
+  SubPaths walk(path);
+  for (Path ignored; walk.next(ignored);) {
+  }
+  return walk.ok();
+}
+
+}  // namespace
+
+const char* Router::route(Service& sender, std::span<const unsigned char> body) {
+  Envelope e;
+  if (const char* fault = readEnvelope(body, e)) return fault;
+  sender.lastActive = now_;
+  ++sender.traffic.messagesOut;
+  sender.traffic.bytesOut += kPrefixBytes + body.size();
+  const Path path = e.path();
+  if (e.isControl) {
+    const bool isForLoader = path.size() == 1 && path[0] == kl::SERVICE_LOADER;
+    return isForLoader ? control(sender, e) : "sent a control message for somebody else";
+  }
+  switch (path[0]) {
+    case kl::PATH_ALL: deliverToAll(sender, e); break;
+    case kl::PATH_MULTI: deliverToEach(sender, e); break;
+    default: deliver(sender, e, path); break;
+  }
+  return nullptr;
+}
+
+void Router::endOf(Service& gone) {
+  gone.bornAt = 0;
+  breakRequestsTo(gone);
+  forgetRequestsOf(gone);
+  outbox_.forget(gone);
+  gone.out.clear();
+  gone.held.clear();
+  announceEnd(gone);
+}
+
+void Router::leftBy(Service& gone) {
+  const OpenRequest* request = nullptr;
+  while ((request = requests_.oldestFor(gone)) != nullptr && !request->isHeld) breakOldestTo(gone, *request);
+  forgetRequestsOf(gone);
+  outbox_.forget(gone);
+  gone.out.clear();
+  Outbox::keepForNext(gone);
+}
+
+void Router::tellEnd(Service& to, unsigned int goneId) {
+  (void)outbox_.send(to, endMessage(goneId), Urgency::kReply);
+}
+
+void Router::breakRequestsTo(Service& asked) {
+  while (const OpenRequest* request = requests_.oldestFor(asked)) breakOldestTo(asked, *request);
+}
+
+void Router::breakOldestTo(Service& asked, const OpenRequest& request) {
+  if (request.expectsReply) answerOpen(request, kl::ERROR_BRKPATH);
+  requests_.forgetOldestFor(asked);
+}
+
+void Router::forgetRequestsOf(Service& asker) {
+  while (requests_.oldestOf(asker) != nullptr) requests_.forgetOldestOf(asker);
+}
+
+// Codes that only the loader sends or that are yet unknown are passed over: a newer service must be able to talk to
+// this loader.
+const char* Router::control(Service& sender, const Envelope& e) {
+  switch (e.control) {
+    case kl::CTRL_HELLO: return "sent a second registration";
+    case kl::CTRL_RUNNING:
+      if (sender.state == kl::SVC_STATE_REGISTERED) table_.setState(sender, kl::SVC_STATE_RUNNING);
+      break;
+    case kl::CTRL_LEFT:
+    case kl::CTRL_REFUSED:
+    case kl::CTRL_WANT_LEAVE:
+    case kl::CTRL_LEAVE_VALUE: leaving_.leaveMessage(sender, e); break;
+    default: break;
+  }
+  return nullptr;
+}
+
+void Router::deliverToAll(Service& sender, const Envelope& e) {
+  const Path rest = e.path().withoutFirst();
+  for (const auto& [id, service] : table_.all())
+    if (service->isConnected() && service.get() != &sender) deliverCopy(sender, e, *service, rest);
+}
+
+// The loader takes one copy of a frame: it works on a request at once, and thousands in one frame would keep all
+// others waiting.
+void Router::deliverToEach(Service& sender, const Envelope& e) {
+  if (!isWellFormedMulti(e.path())) return;
+  SubPaths walk(e.path());
+  bool hasReachedLoader = false;
+  for (Path path; walk.next(path);)
+    if (path[0] != kl::SERVICE_LOADER || !std::exchange(hasReachedLoader, true)) deliver(sender, e, path);
+}
+
+void Router::deliver(Service& sender, const Envelope& e, Path path) {
+  if (path[0] == kl::SERVICE_LOADER) return deliverToLoader(sender, e, path);
+  Service* to = table_.find(path[0]);
+  const bool isHeld = to != nullptr && to->holds();
+  const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isNotice()));
+  if (!isTaken) return reportBrokenPath(sender, e, path);
+  to->lastActive = now_;
+  deliverCopy(sender, e, *to, path.withoutFirst());
+  if (isHeld) demand(*to, e);
+}
+
+// Replies, news of ends and what is sent to all wait until somebody needs the service.
+void Router::demand(Service& to, const Envelope& e) {
+  if (e.isReply() || e.isNotice() || e.command == kl::CMD_DISCONNECTED || to.held.empty()) return;
+  to.isDemanded = true;
+  if (to.state == kl::SVC_STATE_LEFT) leaving_.demanded(to);
+}
+
+// Handler 0 is the loader's only handler, so it need not be named.
+void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
+  if (e.isReply() || e.isNotice()) return;
+  if (path.size() > 2 || (path.size() == 2 && path[1] != 0)) return reportBrokenPath(sender, e, path);
+  scratch_.clear();
+  appendDelivered(scratch_, e, Path(), sender.id, sender.rights);
+  const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
+  if (Service* own = table_.find(kl::SERVICE_LOADER)) {
+    ++own->traffic.messagesIn;
+    own->traffic.bytesIn += scratch_.size();
+  }
+  local_.handle(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
+}
+
+void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest) {
+  if (e.isReply()) deliverReply(sender, e, to, rest);
+  else deliverRequest(sender, e, to, rest);
+}
+
+void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path rest) {
+  if (e.hasRequestId && requests_.take(to, sender, e.requestId, rest))  // R2
+    (void)outbox_.deliver(to, sender, e, rest, Urgency::kReply);
+}
+
+void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
+  const unsigned int obstacle = outbox_.obstacleFor(to, e.body.size());
+  if (obstacle != kl::ERROR_OK && e.wantsAnswer()) return refuse(sender, e, to, rest, obstacle);
+  if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
+  if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary) && e.isTracked())
+    requests_.add(sender, to, e, rest, now_);
+}
+
+// True when the asker may have one more open request.
+bool Router::makeRoom(Service& asker) {
+  if (asker.requests.askedCount < kMaxOpenRequests) return true;
+  const OpenRequest* oldest = requests_.oldestOf(asker);
+  if (now_ - oldest->since <= kOldSeconds) return false;
+  answerOpen(*oldest, kl::ERROR_TIMEOUT);
+  requests_.forgetOldestOf(asker);
+  return true;
+}
+
+void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
+  if (e.isReply() || e.isNotice()) return;  // R3
+  kl::message m = errorAbout(idsOf(path), idsOf(e.returnPath()), kl::ERROR_BRKPATH);
+  if (e.expectsReply) m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  if (e.expectsReply && e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
+  (void)outbox_.send(sender, m, e.expectsReply ? Urgency::kReply : Urgency::kOrdinary);
+}
+
+void Router::refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code) {
+  kl::message m = errorAbout(inFrontOf(to.id, idsOf(rest)), idsOf(e.returnPath()), code);
+  m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  if (e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
+  (void)outbox_.send(sender, m, Urgency::kReply);
+}
+
+void Router::answerOpen(const OpenRequest& request, unsigned int code) {
+  if (!request.asker->isConnected()) return;
+  kl::message m =
+      errorAbout(inFrontOf(request.asked->id, request.path.ids()), request.returnPath.ids(), code);
+  m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  m.insert(kl::SYS_REQID, request.id);
+  (void)outbox_.send(*request.asker, m, Urgency::kReply);
+}
+
+// Who is not there yet hears of it behind what the gone one has said to it: it may be a subscription.
+void Router::announceEnd(const Service& gone) {
+  const kl::message m = endMessage(gone.id);
+  for (const auto& [id, service] : table_.all())
+    if (service->isConnected() || Outbox::holdsWordOf(*service, gone.id))
+      (void)outbox_.send(*service, m, Urgency::kReply);
+}
+
+}  // namespace loader

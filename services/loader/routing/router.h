@@ -1,0 +1,104 @@
+#pragma once
+// router.h: carries frames from service to service.
+
+#include <span>
+
+#include "routing/open_requests.h"
+#include "routing/outbox.h"
+#include "routing/service_table.h"
+
+namespace loader {
+
+// Answers what is addressed to the loader itself.
+class LocalService {
+ public:
+  // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
+  virtual void handle(Service& asker, const kl::message& request) = 0;
+
+ protected:
+  ~LocalService() = default;
+};
+
+// Hears of what processes say and others do that has to do with leaving.
+class LeaveListener {
+ public:
+  // A control message with one of the codes CTRL_LEFT, CTRL_REFUSED, CTRL_WANT_LEAVE and CTRL_LEAVE_VALUE.
+  virtual void leaveMessage(Service& sender, const Envelope& e) = 0;
+  // Something is held for a service that left, which it is to be started for.
+  virtual void demanded(Service& left) = 0;
+
+ protected:
+  ~LeaveListener() = default;
+};
+
+// A path's first element names a service.  It is removed on delivery, and the sender's id is put in front of the
+// return path: A's handler 7 asking [24, 0] arrives at service 24 as SYS_TO [0], SYS_FROM [A, 7], and the reply
+// comes back to A as SYS_TO [7].
+//
+// R1  the first element of a delivered return path is the id of the connection that the frame came in on
+// R2  a reply is delivered only if it answers an open request, and then once
+// R3  nothing is ever sent about a reply or about a notice
+//
+// Errors:    a frame that may not be carried is named by route()'s result; its sender is to be disconnected.
+// Ownership: borrows everything that it is made with.
+// Threads:   belongs to one thread.
+// Cost:      one pass over the record headers and one copy of the bytes for each delivery; no message is built and
+//            nothing is allocated for what passes through.
+class Router {
+ public:
+  static constexpr unsigned int kMaxOpenRequests = 4096;  // of one asker
+  static constexpr unsigned int kOldSeconds = 600;        // older ones make room
+
+  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, LocalService& local,
+         LeaveListener& leaving)
+      : table_(table), requests_(requests), outbox_(outbox), local_(local), leaving_(leaving) {}
+
+  // The time that requests are stamped with, in seconds from any beginning.
+  void setNow(unsigned int seconds) { now_ = seconds; }
+
+  // Carries one frame of a registered service.  Null, or what makes the frame garbage.
+  const char* route(Service& sender, std::span<const unsigned char> body);
+
+  // The service is no longer there: whoever waits for it is answered, what it asked is forgotten, everybody is told.
+  // Needs: it has no connection any more.
+  void endOf(Service& gone);
+
+  // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
+  // is held for it stays, and nobody is told.  Needs: it has no connection any more.
+  void leftBy(Service& gone);
+
+  // Tells one service that another has ended.
+  void tellEnd(Service& to, unsigned int goneId);
+
+  // Answers and forgets the requests that wait for a service that cannot take them.
+  void breakRequestsTo(Service& asked);
+
+ private:
+  void breakOldestTo(Service& asked, const OpenRequest& request);
+  void forgetRequestsOf(Service& asker);
+  const char* control(Service& sender, const Envelope& e);
+  void deliverToAll(Service& sender, const Envelope& e);
+  void deliverToEach(Service& sender, const Envelope& e);
+  void deliver(Service& sender, const Envelope& e, Path path);
+  void deliverToLoader(Service& sender, const Envelope& e, Path path);
+  void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);
+  void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
+  void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
+  void demand(Service& to, const Envelope& e);
+  bool makeRoom(Service& asker);
+
+  void reportBrokenPath(Service& sender, const Envelope& e, Path path);
+  void refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code);
+  void answerOpen(const OpenRequest& request, unsigned int code);
+  void announceEnd(const Service& gone);
+
+  ServiceTable& table_;
+  OpenRequests& requests_;
+  Outbox& outbox_;
+  LocalService& local_;
+  LeaveListener& leaving_;
+  Buffer scratch_;
+  unsigned int now_ = 0;
+};
+
+}  // namespace loader

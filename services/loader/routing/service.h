@@ -1,0 +1,78 @@
+#pragma once
+// service.h: one row of the loader's table: a service that is configured, connected, or both.
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "config/configuration.h"
+#include "kl/services.h"
+#include "routing/open_requests.h"
+#include "routing/rewrite.h"
+#include "transport/buffer.h"
+
+namespace loader {
+
+class Connection;
+
+// What has passed between the loader and one service.  In is what was delivered to it, out is what it sent.
+struct Traffic {
+  unsigned long long messagesIn = 0;
+  unsigned long long messagesOut = 0;
+  unsigned long long bytesIn = 0;
+  unsigned long long bytesOut = 0;
+  unsigned long long drops = 0;
+};
+
+// A service by its id.  What is on its way to the process waits in `out`; what the process is not to see yet waits
+// in `held`: it was asked to leave, or it is not there and somebody counts on its coming.
+//
+//     configured ---- isAwaited ----> registers ----> ends            isAwaited no more: who asks it is told
+//                         ^               '---------> leaves
+//                         '-----------------------------'
+//
+// Ownership: the table owns services; everybody else borrows them until the table removes them.
+// Threads:   belongs to one thread.
+struct Service {
+  explicit Service(unsigned int serviceId) : id(serviceId) {}
+
+  unsigned int id;
+  std::string name;
+  const ServiceConfiguration* configuration = nullptr;  // null when it only connected
+  pid_t pid = 0;                                        // 0 while no process is known
+  std::string user;
+  RightsRecords rights;  // empty when it has all rights
+
+  unsigned int state = kl::SVC_STATE_STOPPED;
+  unsigned int starts = 0;
+  bool hasRegistered = false;  // since the loader started
+  bool isAwaited = true;       // it has not come yet, or it left: what comes for it meanwhile is held
+  bool isDemanded = false;     // something is held that it is to be started for
+
+  unsigned int leaveValue = 0;    // what it said last with CTRL_LEAVE_VALUE; 0: it may not be asked to leave
+  bool wantsToLeave = false;      // it said so when it could not
+  unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
+  unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is not there
+
+  Connection* connection = nullptr;  // set from its registration to its end
+  Buffer out;
+  Buffer held;
+  bool hasNews = false;  // something was put into `out` since the last write
+  Traffic traffic;
+  RequestLists requests;
+
+  bool isConnected() const { return connection != nullptr; }
+  bool isConfigured() const { return configuration != nullptr; }
+
+  std::size_t waiting() const { return out.size() + held.size(); }
+
+  // What comes for it is held.  Between a crash and the next start it is not: then nobody knows whether it will
+  // come.
+  bool holds() const {
+    if (state == kl::SVC_STATE_LEAVING) return true;
+    if (isConnected() || !isAwaited || !isConfigured()) return false;
+    return state == kl::SVC_STATE_STOPPED || state == kl::SVC_STATE_STARTING || state == kl::SVC_STATE_LEFT;
+  }
+};
+
+}  // namespace loader

@@ -1,0 +1,33 @@
+#include "routing/service_table.h"
+
+namespace loader {
+
+Service& ServiceTable::add(unsigned int id) {
+  std::unique_ptr<Service>& place = services_[id];
+  place = std::make_unique<Service>(id);
+  index_[id] = place.get();
+  return *place;
+}
+
+void ServiceTable::remove(unsigned int id) {
+  index_.erase(id);
+  services_.erase(id);
+  changed(id);
+}
+
+void ServiceTable::setState(Service& service, unsigned int state) {
+  service.state = state;
+  changed(service.id);
+}
+
+void ServiceTable::changed(unsigned int id) {
+  if (listener_ != nullptr) listener_->rowChanged(id);
+}
+
+std::string describe(const Service& service) {
+  std::string text = service.name + " (" + std::to_string(service.id);
+  if (service.pid > 0) text += ", pid " + std::to_string(service.pid);
+  return text + ")";
+}
+
+}  // namespace loader

@@ -1,0 +1,134 @@
+#include "transport/connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace loader {
+namespace {
+
+// More than a socket holds.  What a process that ended has handed its connection on to may write for ever.
+constexpr int kMostReads = 256;
+
+}  // namespace
+
+Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Descriptor socket,
+                       Applicant who, Patience patience)
+    : runner_(runner),
+      host_(host),
+      socket_(std::move(socket)),
+      who_(who),
+      patience_(patience),
+      reader_(area) {
+  reader_.setLimit(kMaxHelloBytes);
+  runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
+  if (isUnknown() && patience_.stallTicks > 0)
+    stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
+}
+
+void Connection::becomes(Service& service) {
+  runner_.removeTimer(stallTimer_);
+  stallTimer_ = {};
+  reader_.setLimit(kMaxFrameBytes);
+  service_ = &service;
+  service.connection = this;
+}
+
+void Connection::serve() {
+  (void)readOnce();
+  host_.settle();
+}
+
+void Connection::onNews() {
+  if (isBlocked_) watchProgress(false);
+  else write();
+}
+
+void Connection::drain() {
+  for (int i = 0; i < kMostReads && isOpen() && readOnce(); ++i) {
+  }
+}
+
+void Connection::end() {
+  if (!isOpen()) return;
+  runner_.removeTimer(stallTimer_);
+  stallTimer_ = {};
+  runner_.removeSocket(socket_.get());
+  socket_.close();
+  if (service_ != nullptr) service_->connection = nullptr;
+  service_ = nullptr;
+}
+
+void Connection::onEvent(int, unsigned int events) {
+  if (isUnknown()) return host_.onStranger(*this);
+  if ((events & POLLOUT) != 0) write();
+  if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0) (void)readOnce();
+  host_.settle();
+}
+
+// True when something was read and more may be there.
+bool Connection::readOnce() {
+  switch (reader_.readFrom(socket_.get())) {
+    case FrameReader::Outcome::kNothing: return false;
+    case FrameReader::Outcome::kEnd:
+      host_.onEnd(*this, reader_.isInFrame() ? "ended within a frame" : "");
+      return false;
+    case FrameReader::Outcome::kBytes: handleFrames(); return true;
+  }
+  return false;
+}
+
+void Connection::handleFrames() {
+  host_.onBatch();
+  for (std::span<const unsigned char> body; isOpen() && reader_.next(body);)
+    if (const char* fault = host_.onFrame(*this, body)) return host_.onEnd(*this, fault);
+  if (reader_.isBroken()) return host_.onEnd(*this, whatIsTooLong());
+  reader_.keepRest();
+}
+
+const char* Connection::whatIsTooLong() const {
+  return service_ != nullptr ? "announced a frame of more than 16 MiB"
+                             : "announced a registration of more than 65535 bytes";
+}
+
+void Connection::write() {
+  const std::span<const unsigned char> bytes = service_->out.bytes();
+  const ssize_t written = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (written > 0) service_->out.dropFront(static_cast<std::size_t>(written));
+  else if (written < 0 && errno != EAGAIN && errno != EINTR) giveUpWriting();
+  setBlocked(!service_->out.empty());
+  watchProgress(written > 0);
+}
+
+// The process has ended, or reads no more for good.  What it has sent before is still read, and then the end is met.
+void Connection::giveUpWriting() {
+  service_->out.clear();
+  (void)::shutdown(socket_.get(), SHUT_RD);
+}
+
+void Connection::setBlocked(bool isBlocked) {
+  if (isBlocked == isBlocked_) return;
+  isBlocked_ = isBlocked;
+  runner_.changeSocket(socket_.get(), isBlocked ? POLLIN | POLLOUT : POLLIN);  // C1
+}
+
+// C2
+void Connection::watchProgress(bool hasProgress) {
+  const bool isAtLimit =
+      isBlocked_ && service_->out.size() >= patience_.queueLimit && patience_.stallTicks > 0;
+  if (stallTimer_ && (hasProgress || !isAtLimit)) {
+    runner_.removeTimer(stallTimer_);
+    stallTimer_ = {};
+  }
+  if (isAtLimit && !stallTimer_)
+    stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
+}
+
+void Connection::onStall() {
+  stallTimer_ = {};
+  host_.onEnd(*this, service_ != nullptr ? "reads nothing while its queue is full" : "does not register");
+  host_.settle();
+}
+
+}  // namespace loader

@@ -1,0 +1,67 @@
+#include "transport/frame_reader.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "kl/records.h"
+
+namespace loader {
+namespace {
+
+FrameReader::Outcome outcomeOf(ssize_t result) {
+  if (result > 0) return FrameReader::Outcome::kBytes;
+  if (result < 0 && (errno == EAGAIN || errno == EINTR)) return FrameReader::Outcome::kNothing;
+  return FrameReader::Outcome::kEnd;
+}
+
+}  // namespace
+
+FrameReader::Outcome FrameReader::readFrom(int fd) {
+  return kept_.size() <= ReadArea::kBytes / 2 ? readIntoArea(fd) : readIntoKept(fd);
+}
+
+// The usual case: what is left of the last read is short and goes in front of the next.
+FrameReader::Outcome FrameReader::readIntoArea(int fd) {
+  const std::size_t before = kept_.size();
+  if (before > 0) std::memcpy(area_.bytes, kept_.bytes().data(), before);
+  const ssize_t got = ::read(fd, area_.bytes + before, sizeof area_.bytes - before);
+  if (got > 0) kept_.clear();
+  rest_ = got > 0 ? std::span<const unsigned char>(area_.bytes, before + static_cast<std::size_t>(got))
+                  : kept_.bytes();
+  return outcomeOf(got);
+}
+
+FrameReader::Outcome FrameReader::readIntoKept(int fd) {
+  const std::size_t wanted = wantedBytes();
+  const ssize_t got = ::read(fd, kept_.grow(wanted), wanted);
+  kept_.dropBack(wanted - static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  rest_ = kept_.bytes();
+  return outcomeOf(got);
+}
+
+bool FrameReader::next(std::span<const unsigned char>& body) {
+  if (broken_ || rest_.size() < kPrefixBytes) return false;
+  const std::size_t length = kl::readLe32(rest_.data());
+  broken_ = length > limit_;
+  if (broken_ || rest_.size() - kPrefixBytes < length) return false;
+  body = rest_.subspan(kPrefixBytes, length);
+  rest_ = rest_.subspan(kPrefixBytes + length);
+  return true;
+}
+
+void FrameReader::keepRest() {
+  if (kept_.empty()) kept_.append(rest_);
+  else kept_.dropFront(kept_.size() - rest_.size());
+  rest_ = {};
+}
+
+// What the unfinished frame still lacks, but no more at once than has come already.
+std::size_t FrameReader::wantedBytes() const {
+  const std::size_t frame = kPrefixBytes + kl::readLe32(kept_.bytes().data());
+  return std::clamp(frame - kept_.size(), std::size_t{4096}, kept_.size());
+}
+
+}  // namespace loader

@@ -1,0 +1,67 @@
+#pragma once
+// frame_reader.h: cuts the bytes that a socket brings into frames.
+
+#include <span>
+
+#include "transport/buffer.h"
+
+namespace loader {
+
+// A frame is a 4-byte little-endian length and so many bytes of a flattened message.
+inline constexpr std::size_t kPrefixBytes = 4;
+inline constexpr std::size_t kMaxFrameBytes = 16 * 1024 * 1024;
+inline constexpr std::size_t kMaxHelloBytes = 65535;  // of the frame that registers a process
+
+// The memory that all connections read into; only what is left of an unfinished frame is kept by its connection.
+struct ReadArea {
+  static constexpr std::size_t kBytes = 64 * 1024;
+  unsigned char bytes[kBytes];
+};
+
+// Reads from one socket and hands out whole frames.  The length prefix is a claim of the other side: memory grows
+// with the bytes that come, not with what is announced.
+//
+//     if (reader.readFrom(fd) == FrameReader::Outcome::kBytes)
+//       for (std::span<const unsigned char> body; reader.next(body);) route(body);
+//     reader.keepRest();
+//
+// Errors:    a length above the limit sets isBroken(); nothing is read out of such a stream any more.
+// Ownership: borrows the ReadArea for good; frames are borrowed until keepRest().
+// Threads:   belongs to one thread.
+// Cost:      one read(2) for as many frames as fit 64 KiB.  An idle connection keeps no buffer beyond what a cut
+//            frame needed before.
+class FrameReader {
+ public:
+  enum class Outcome { kBytes, kNothing, kEnd };
+
+  explicit FrameReader(ReadArea& area) : area_(area) {}
+
+  // From the next frame on a body has at most so many bytes; kMaxFrameBytes at first.
+  void setLimit(std::size_t bodyBytes) { limit_ = bodyBytes; }
+
+  // One read.  kNothing when the socket has nothing now; kEnd at the end of the stream or when it failed.
+  Outcome readFrom(int fd);
+
+  // The body of the next whole frame; false when there is none.
+  bool next(std::span<const unsigned char>& body);
+
+  // Sets aside the bytes of a frame that has not come whole.  Call it once next() said false.
+  void keepRest();
+
+  bool isBroken() const { return broken_; }
+  // Some bytes of a frame have come and the rest has not.
+  bool isInFrame() const { return !kept_.empty(); }
+
+ private:
+  Outcome readIntoArea(int fd);
+  Outcome readIntoKept(int fd);
+  std::size_t wantedBytes() const;
+
+  ReadArea& area_;
+  Buffer kept_;                          // the beginning of an unfinished frame
+  std::span<const unsigned char> rest_;  // read and not yet handed out
+  std::size_t limit_ = kMaxFrameBytes;
+  bool broken_ = false;
+};
+
+}  // namespace loader

@@ -1,0 +1,44 @@
+#include "asking/line_filter.h"
+
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+template <class T>
+std::optional<T> valueIn(const kl::message& request, kl::field<T> field) {
+  if (!request.has(field)) return {};
+  return request.get(field, T());
+}
+
+// A number that is no topic fits no line; 0 is the one that none has.
+Topics topicsIn(const kl::message& request) {
+  Topics topics;
+  for (const unsigned int topic : request.get(kl::LOG_TOPICS, {}))
+    topics.push_back(topic > 0xffff ? Topic{0} : static_cast<Topic>(topic));
+  return topics;
+}
+
+template <class T>
+bool fits(const std::optional<T>& wanted, const T& value) {
+  return !wanted || *wanted == value;
+}
+
+}  // namespace
+
+LineFilter::LineFilter(const kl::message& request)
+    : topics_(topicsIn(request)),
+      process_(valueIn(request, kl::LOG_PROCESS)),
+      pid_(valueIn(request, kl::LOG_PID)),
+      source_(valueIn(request, kl::LOG_SOURCE)),
+      since_(request.get(kl::LOG_SINCE, 0)),
+      contains_(request.get(kl::LOG_CONTAINS, "")) {}
+
+bool LineFilter::passes(const Line& line) const {
+  const Origin& origin = *line.origin;
+  return line.time >= since_ && (topics_.empty() || haveOneInCommon(topics_, origin.topics)) &&
+         fits(process_, origin.process) && fits(pid_, origin.pid) && fits(source_, origin.source) &&
+         (contains_.empty() || line.text.find(contains_) != std::string::npos);
+}
+
+}  // namespace logd

@@ -1,0 +1,63 @@
+#include "asking/line_table.h"
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+constexpr std::size_t kChunkBytes = 16383;  // of objects in one message, the first excepted
+
+}  // namespace
+
+kl::message objectOf(const Line& line, unsigned int id) {
+  const Origin& origin = *line.origin;
+  kl::message object;
+  object.insert(kl::STD_ID, id);
+  object.insert(kl::LOG_TIME, line.time);
+  object.insert(kl::LOG_PROCESS, origin.process);
+  object.insert(kl::LOG_PID, origin.pid);
+  object.insert(kl::LOG_SOURCE, origin.source);
+  object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(origin.topics.begin(), origin.topics.end()));
+  object.insert(kl::LOG_TEXT, line.text);
+  return object;
+}
+
+std::vector<kl::message::flat_message> takeChunk(const Ring& ring, const LineFilter& filter,
+                                                 Ring::Number& next, unsigned int count) {
+  std::vector<kl::message::flat_message> objects;
+  std::size_t bytes = 0;
+  for (; next != ring.end() && (count == 0 || objects.size() < count); ++next) {
+    if (!filter.passes(ring[next])) continue;
+    kl::message::flat_message object;
+    objectOf(ring[next], Ring::idOf(next)).flatten(object);
+    bytes += object.size();
+    if (!objects.empty() && bytes > kChunkBytes) break;
+    objects.push_back(std::move(object));
+  }
+  return objects;
+}
+
+kl::message getAll(const Ring& ring, const kl::message& request, unsigned int start, unsigned int count) {
+  Ring::Number next = start == kl::BADID ? ring.begin() : ring.from(start);
+  kl::message reply;
+  reply.insert(kl::STD_OBJS, takeChunk(ring, LineFilter(request), next, count));
+  if (next != ring.end()) reply.insert(kl::STD_GETALLID, Ring::idOf(next));
+  return reply;
+}
+
+kl::message getObject(const Ring& ring, unsigned int id) {
+  const auto n = ring.find(id);
+  return n ? objectOf(ring[*n], id) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+}
+
+kl::message getCount(const Ring& ring, const kl::message& request) {
+  const LineFilter filter(request);
+  unsigned int count = 0;
+  for (Ring::Number n = ring.begin(); n != ring.end(); ++n) count += filter.passes(ring[n]) ? 1 : 0;
+  kl::message reply;
+  reply.insert(kl::STD_GETALLNO, count);
+  return reply;
+}
+
+}  // namespace logd

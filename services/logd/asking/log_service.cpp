@@ -1,0 +1,152 @@
+// Followers: onNews starts a timer unless it runs; when it fires, the lines since the last time go out, once for each
+// different filter that somebody has.
+//
+// L1  told_ is the first line that followers have not been told of; nothing is told while nobody follows
+// L2  a burst costs at most kMostMessages for each filter and each 50 ms
+
+#include "asking/log_service.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <vector>
+
+#include "asking/line_table.h"
+#include "kl/bind.h"
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+constexpr unsigned int kVersion = 0x00010000;
+constexpr unsigned int kTellTicks = 5;
+constexpr unsigned int kSecondTicks = 100;
+constexpr unsigned int kMostMessages = 32;
+constexpr std::size_t kMostSubscriptions = 256;
+
+LogService* theService = nullptr;
+
+// The different filters of those who follow.
+std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions) {
+  std::vector<LineFilter> filters;
+  for (const kl::message& record : subscriptions) {
+    const LineFilter filter(record);
+    if (std::find(filters.begin(), filters.end(), filter) == filters.end()) filters.push_back(filter);
+  }
+  return filters;
+}
+
+}  // namespace
+
+LogService::LogService(const Configuration& configuration, LogBook& book, const Listener& listener)
+    : kl::Looper(kAny, kl::SERVICE_LOG, kVersion),
+      book_(book),
+      clients_(*this, book, listener, configuration),
+      rules_(book, *this) {
+  addHandler(kl::LOG_RULES, &rules_);
+  book_.setReader(this);
+  addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
+  addSighandler(SIGHUP, this, kl::bind<LogService, &LogService::onHangup>(), true);
+  addSighandler(SIGTERM, this, kl::bind<LogService, &LogService::onEndSignal>(), true);
+  addSighandler(SIGINT, this, kl::bind<LogService, &LogService::onEndSignal>(), true);
+  theService = this;
+  (void)std::atexit(&LogService::drainAtExit);
+}
+
+LogService::~LogService() {
+  theService = nullptr;
+  book_.setReader(nullptr);
+}
+
+void LogService::handleCmd(const kl::message& request, unsigned int command) {
+  if (command == kl::CMD_SUBSCRIBE && getSubscriptions().size() >= kMostSubscriptions) return;
+  Looper::handleCmd(request, command);
+}
+
+kl::message LogService::cmdGet(const kl::message&) {
+  kl::message reply;
+  reply.insert(kl::LOG_CLIENTS, static_cast<unsigned int>(clients_.size()));
+  reply.insert(kl::LOG_LINES, clients_.tally().lines);
+  reply.insert(kl::LOG_DROPPED, clients_.tally().dropped);
+  reply.insert(kl::LOG_TORN, clients_.tally().torn);
+  reply.insert(kl::LOG_MEMORY, static_cast<unsigned int>(book_.ring().bytes()));
+  return reply;
+}
+
+kl::message LogService::cmdGetObj(const kl::message&, unsigned int id) {
+  return logd::getObject(book_.ring(), id);
+}
+
+kl::message LogService::cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) {
+  return logd::getAll(book_.ring(), request, start, count);
+}
+
+kl::message LogService::cmdGetCount(const kl::message& request) {
+  return logd::getCount(book_.ring(), request);
+}
+
+bool LogService::shouldNotify(const kl::message& record, const kl::message& notification) {
+  return Looper::shouldNotify(record, notification) && (group_ == nullptr || LineFilter(record) == *group_);
+}
+
+void LogService::onNews() {
+  if (tellsSoon_) return;
+  if (getSubscriptions().empty()) {
+    told_ = book_.ring().end();  // L1
+    return;
+  }
+  tellsSoon_ = true;
+  addTimer(this, kl::bind<LogService, &LogService::tellFollowers>(), kTellTicks);
+}
+
+void LogService::onMutesChanged() { clients_.applyMutes(); }
+
+void LogService::tellFollowers() {
+  tellsSoon_ = false;
+  const Ring& ring = book_.ring();
+  const Ring::Number lost = ring.begin() > told_ ? ring.begin() - told_ : 0;
+  told_ += lost;
+  for (const LineFilter& filter : filtersOf(getSubscriptions())) tellGroup(filter, lost);
+  told_ = ring.end();
+}
+
+// Lines that have left the memory already are counted whether they would have passed or not.
+void LogService::tellGroup(const LineFilter& filter, Ring::Number lost) {
+  const Ring& ring = book_.ring();
+  Ring::Number next = told_;
+  group_ = &filter;
+  for (unsigned int sent = 0; next != ring.end() || lost > 0; ++sent) {
+    const bool isLast = sent + 1 == kMostMessages;
+    kl::message m;
+    m.insert(kl::SYS_CMD, kl::CMD_NOTIFY);
+    const auto objects = takeChunk(ring, filter, next, 0);
+    for (; isLast && next != ring.end(); ++next) lost += filter.passes(ring[next]) ? 1 : 0;  // L2
+    if (objects.empty() && lost == 0) break;
+    m.insert(kl::STD_OBJS, objects);
+    if (lost > 0) m.insert(kl::LOG_SKIPPED, static_cast<unsigned int>(lost));
+    lost = 0;
+    sendNotify(m);
+  }
+  group_ = nullptr;
+}
+
+void LogService::onTick() {
+  const Nanoseconds now = steadyTime();
+  clients_.tick(now);
+  book_.tick(now);
+  addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
+}
+
+void LogService::onHangup(int) { book_.reopen(steadyTime()); }
+
+void LogService::onEndSignal(int) {
+  clients_.drain();
+  shutdown();
+}
+
+// The library ends the process when the loader goes away: what clients have written until then is still taken.
+void LogService::drainAtExit() {
+  if (theService != nullptr) theService->clients_.drain();
+}
+
+}  // namespace logd

@@ -1,0 +1,48 @@
+#pragma once
+// log_service.h: the log service among the other services.
+
+#include "asking/line_filter.h"
+#include "asking/rule_table.h"
+#include "intake/clients.h"
+#include "kl/looper.h"
+
+namespace logd {
+
+// The message loop of the process, which is also the table of lines.
+//
+// Errors:    as every Looper: without a loader the process ends.
+// Ownership: borrows book and listener.
+// Threads:   belongs to one thread.
+// Cost:      followers are told together, every 50 ms at most, in at most 32 messages for each filter: what comes
+//            faster is left out and counted.
+class LogService : public kl::Looper, private LineReader, private RuleHost {
+ public:
+  LogService(const Configuration& configuration, LogBook& book, const Listener& listener);
+  ~LogService() override;
+
+ private:
+  void handleCmd(const kl::message& request, unsigned int command) override;
+  kl::message cmdGet(const kl::message& request) override;
+  kl::message cmdGetObj(const kl::message& request, unsigned int id) override;
+  kl::message cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) override;
+  kl::message cmdGetCount(const kl::message& request) override;
+  bool shouldNotify(const kl::message& record, const kl::message& notification) override;
+
+  void onNews() override;
+  void onMutesChanged() override;
+  void tellFollowers();
+  void tellGroup(const LineFilter& filter, Ring::Number lost);
+  void onTick();
+  void onHangup(int sig);
+  void onEndSignal(int sig);
+  static void drainAtExit();
+
+  LogBook& book_;
+  Clients clients_;
+  RuleTable rules_;
+  Ring::Number told_ = 0;              // lines before this one have gone to followers
+  bool tellsSoon_ = false;             // the timer runs
+  const LineFilter* group_ = nullptr;  // whom the notification in hand is for; null: everyone
+};
+
+}  // namespace logd

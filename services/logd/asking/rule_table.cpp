@@ -1,0 +1,99 @@
+#include "asking/rule_table.h"
+
+#include <iterator>
+#include <set>
+
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+constexpr std::size_t kChunkBytes = 16383;  // of objects in one message, the first excepted
+
+bool isTopic(unsigned int id) { return id > 0 && id < kl::LOG_FIRST_FILE; }
+
+}  // namespace
+
+kl::message RuleTable::getObject(unsigned int id) {
+  return isTopic(id) ? topicObject(static_cast<Topic>(id)) : fileObject(id);
+}
+
+kl::message RuleTable::cmdGetObj(const kl::message&, unsigned int id) {
+  if (isTopic(id)) return topicObject(static_cast<Topic>(id));
+  return id >= kl::LOG_FIRST_FILE && id - kl::LOG_FIRST_FILE < book_.files().size()
+             ? fileObject(id)
+             : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+}
+
+kl::message RuleTable::cmdSetObj(const kl::message& request, unsigned int id) {
+  if (!isTopic(id)) {
+    const bool isFile = id >= kl::LOG_FIRST_FILE && id - kl::LOG_FIRST_FILE < book_.files().size();
+    return isFile ? kl::errorMsg(kl::ERROR_NOTALLOWED, "files are set in the configuration")
+                  : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  }
+  if (!request.has(kl::LOG_MUTED)) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (!book_.mutes().set(static_cast<Topic>(id), request.get(kl::LOG_MUTED, false))) return {};
+  host_.onMutesChanged();
+  notifyChange(id, request);
+  return {};
+}
+
+kl::message RuleTable::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
+  std::vector<kl::message::flat_message> objects;
+  std::size_t bytes = 0;
+  kl::message reply;
+  for (const unsigned int id : ids()) {
+    if (start != kl::BADID && id < start) continue;
+    kl::message::flat_message object;
+    getObject(id).flatten(object);
+    bytes += object.size();
+    if (!objects.empty() && (bytes > kChunkBytes || (count != 0 && objects.size() == count))) {
+      reply.insert(kl::STD_GETALLID, id);
+      break;
+    }
+    objects.push_back(std::move(object));
+  }
+  reply.insert(kl::STD_OBJS, objects);
+  return reply;
+}
+
+kl::message RuleTable::cmdGetCount(const kl::message&) {
+  kl::message reply;
+  reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(ids().size()));
+  return reply;
+}
+
+std::vector<unsigned int> RuleTable::ids() const {
+  std::set<unsigned int> all(book_.mutes().topics().begin(), book_.mutes().topics().end());
+  for (const auto& [topic, name] : book_.names().all()) all.insert(topic);
+  for (std::size_t i = 0; i < book_.files().size(); ++i)
+    all.insert(kl::LOG_FIRST_FILE + static_cast<unsigned int>(i));
+  return {all.begin(), all.end()};
+}
+
+kl::message RuleTable::topicObject(Topic topic) const {
+  kl::message object;
+  object.insert(kl::STD_ID, topic);
+  object.insert(kl::LOG_MUTED, book_.mutes().isMuted(topic));
+  if (const std::string* name = book_.names().findName(topic)) object.insert(kl::LOG_TOPIC_NAME, *name);
+  return object;
+}
+
+kl::message RuleTable::fileObject(unsigned int id) const {
+  const LogFile& file =
+      *std::next(book_.files().begin(), static_cast<std::ptrdiff_t>(id - kl::LOG_FIRST_FILE));
+  const FileRule& rule = file.rule();
+  kl::message object;
+  object.insert(kl::STD_ID, id);
+  object.insert(kl::LOG_FILE, rule.path);
+  object.insert(kl::LOG_FILE_BYTES, rule.mostBytes);
+  object.insert(kl::LOG_FILE_COUNT, rule.count);
+  object.insert(kl::LOG_FILE_SYNC, rule.sync);
+  object.insert(kl::LOG_FILE_LOST, file.lost());
+  if (!rule.topics.empty())
+    object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(rule.topics.begin(), rule.topics.end()));
+  if (!file.failure().empty()) object.insert(kl::LOG_FILE_FAILURE, file.failure());
+  return object;
+}
+
+}  // namespace logd

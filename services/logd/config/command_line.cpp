@@ -1,0 +1,39 @@
+#include "config/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace logd {
+namespace {
+
+constexpr int kUsageStatus = 2;
+constexpr char kDefaultFile[] = KL_CONFIGURATION_FILE;
+constexpr char kSyslogSocket[] = "/dev/log";
+
+}  // namespace
+
+std::optional<CommandLine> readCommandLine(int argc, const char* const* argv, int& status) {
+  CommandLine line;
+  line.file = kDefaultFile;
+  bool exports = false;
+  CLI::App app("Takes the log lines of all processes, keeps them and shows them.", "kl-logd");
+  app.set_version_flag("--version", "kl-logd " KL_VERSION);
+  const CLI::Option* file = app.add_option("--config", line.file, "The configuration file")
+                                ->type_name("FILE")
+                                ->capture_default_str();
+  app.add_flag("--check", line.checksOnly, "Only say whether the configuration file is right");
+  app.add_flag("--syslog", exports, "Send every line to the machine's own log, too");
+  app.footer(
+      "Exit status: 0 after an orderly end, 1 when the log service cannot run, 2 after a mistake in the\n"
+      "command line or in the configuration file.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& end) {
+    status = app.exit(end) == 0 ? 0 : kUsageStatus;
+    return {};
+  }
+  line.isGiven = file->count() > 0;
+  if (exports) line.syslog = kSyslogSocket;
+  return line;
+}
+
+}  // namespace logd

@@ -1,0 +1,177 @@
+// Mute records, to the client: 6 bytes, 0006, the id of the source, 0001 to mute and 0000 to unmute it.
+//
+// C1  at most 42 of them are under way: a client takes what one read of 256 bytes brings, and a record that such a
+//     read cuts in two makes it disconnect.  While the last ones are not read, the next wait.
+// C2  nothing waits for a client: what it does not read is a few flags here
+// C3  every line that a read brought is in its file before the next read
+
+#include "intake/client.h"
+
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "kl/bind.h"
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+constexpr std::size_t kReadBytes = 65536;
+constexpr std::size_t kMuteRecordBytes = 6;
+constexpr std::size_t kMostRecords = 42;  // C1
+constexpr unsigned int kRetryTicks = 5;
+constexpr int kMostDrainReads = 64;
+
+// Of all clients: what a read brings is taken before the next.
+unsigned char readArea[kReadBytes];
+
+void addU16(std::vector<unsigned char>& bytes, unsigned int v) {
+  bytes.push_back(static_cast<unsigned char>(v >> 8));
+  bytes.push_back(static_cast<unsigned char>(v));
+}
+
+// Has the other side read everything?
+bool isReadEmpty(int fd) {
+  int unread = 0;
+  return ::ioctl(fd, SIOCOUTQ, &unread) == 0 && unread == 0;
+}
+
+}  // namespace
+
+Peer peerOf(int fd) {
+  ucred about{};
+  socklen_t size = sizeof about;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &about, &size) != 0) return {"?", 0};
+  Peer peer{"", static_cast<unsigned int>(about.pid)};
+  std::ifstream name("/proc/" + std::to_string(about.pid) + "/comm");
+  if (!std::getline(name, peer.process) || peer.process.empty()) peer.process = "?";
+  return peer;
+}
+
+Client::Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, Descriptor socket,
+               Peer peer, RateLimit limit)
+    : runner_(runner), host_(host), book_(book), tally_(tally), socket_(std::move(socket)), limit_(limit) {
+  about_.process = std::move(peer.process);
+  about_.pid = peer.pid;
+  runner_.addSocket(socket_.get(), this, kl::bind<Client, &Client::onEvent>(), POLLIN);
+}
+
+void Client::applyMutes() {
+  for (auto& [id, source] : sources_) source.isMuted = book_.mutes().mutes(source.origin->topics);
+  tellMutes();
+}
+
+void Client::tick(Nanoseconds now) {
+  if (droppedNow_ > 0 && limit_.wouldAllow(now)) tellDrops();
+}
+
+void Client::drain() {
+  for (int i = 0; i < kMostDrainReads && fault_.empty() && readOnce(); ++i) {
+  }
+  tellDrops();
+}
+
+void Client::onEvent(int, unsigned int) {
+  const bool goesOn = readOnce();
+  if (!fault_.empty()) return end(fault_);
+  if (!goesOn && errno != EAGAIN && errno != EINTR) end("");
+}
+
+// False when nothing was read; errno says why, 0 at the end.
+bool Client::readOnce() {
+  errno = 0;
+  const ssize_t n = ::recv(socket_.get(), readArea, sizeof readArea, MSG_DONTWAIT);
+  if (n <= 0) return false;
+  take({readArea, static_cast<std::size_t>(n)});
+  return true;
+}
+
+void Client::take(std::span<const unsigned char> bytes) {
+  now_ = steadyTime();
+  received_ = timeOfDay();
+  if (const char* fault = reader_.take(bytes, *this); fault != nullptr && fault_.empty()) fault_ = fault;
+  book_.flush(now_);  // C3
+}
+
+void Client::onRegistration(unsigned int id, Topics topics) {
+  if (!fault_.empty()) return;
+  if (sources_.size() >= kMostSources && !sources_.contains(id)) {
+    fault_ = "a registration of too many sources";
+    return;
+  }
+  Source& source = sources_[id];
+  source.isMuted = book_.mutes().mutes(topics);
+  source.origin = std::make_shared<const Origin>(Origin{about_.process, about_.pid, id, std::move(topics)});
+  if (source.isMuted != source.isTold) tellMutes();
+}
+
+void Client::onText(unsigned int id, std::string_view text) {
+  if (!fault_.empty()) return;
+  const auto source = sources_.find(id);
+  if (source == sources_.end()) {
+    fault_ = "a line of a source that was not registered";
+    return;
+  }
+  if (!limit_.allows(now_)) {
+    ++droppedNow_;
+    ++tally_.dropped;
+    return;
+  }
+  tellDrops();
+  ++tally_.lines;
+  book_.add({received_, source->second.origin, std::string(text)}, now_);
+}
+
+void Client::tellMutes() {
+  runner_.removeTimer(std::exchange(retry_, kl::TimerPtr()));
+  std::vector<unsigned char> records;
+  std::vector<Source*> told;
+  for (auto& [id, source] : sources_) {
+    if (source.isMuted == source.isTold || told.size() == kMostRecords) continue;
+    addU16(records, kMuteRecordBytes);
+    addU16(records, id);
+    addU16(records, source.isMuted ? 1 : 0);
+    told.push_back(&source);
+  }
+  if (told.empty()) return;
+  if (isReadEmpty(socket_.get()) && sendRecords(records))
+    for (Source* source : told) source->isTold = source->isMuted;
+  retry_ = runner_.addTimer(this, kl::bind<Client, &Client::tellMutes>(), kRetryTicks);  // C1
+}
+
+bool Client::sendRecords(const std::vector<unsigned char>& records) {
+  const ssize_t n = ::send(socket_.get(), records.data(), records.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  return n == static_cast<ssize_t>(records.size());
+}
+
+void Client::tellDrops() {
+  if (droppedNow_ == 0) return;
+  const std::string count = std::to_string(std::exchange(droppedNow_, 0));
+  book_.add(
+      {timeOfDay(), ownOrigin(kl::TOPIC_WARNING, &about_), count + " lines dropped: they came too fast"},
+      steadyTime());
+}
+
+void Client::end(const std::string& fault) {
+  tellDrops();
+  if (reader_.pendingBytes() > 0 && fault.empty()) ++tally_.torn;
+  if (!fault.empty()) book_.say(kl::TOPIC_WARNING, "disconnected: it wrote " + fault, &about_);
+  book_.flush(steadyTime());
+  close();
+  host_.onEnd(*this);
+}
+
+void Client::close() {
+  if (!socket_.isOpen()) return;
+  runner_.removeTimer(retry_);
+  runner_.removeSocket(socket_.get());
+  socket_.close();
+}
+
+}  // namespace logd

@@ -1,0 +1,105 @@
+#pragma once
+// client.h: one process that writes lines.
+
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "intake/rate_limit.h"
+#include "intake/record_reader.h"
+#include "keeping/descriptor.h"
+#include "keeping/log_book.h"
+#include "kl/runner.h"
+
+namespace logd {
+
+class Client;
+
+// Whom a client's socket belongs to, as the kernel says.
+struct Peer {
+  std::string process;
+  unsigned int pid = 0;
+};
+Peer peerOf(int fd);
+
+class ClientHost {
+ public:
+  // The client has ended; the host destroys it, and nothing of it is used after the call.
+  virtual void onEnd(Client& client) = 0;
+
+ protected:
+  ~ClientHost() = default;
+};
+
+// What all clients did together.
+struct Tally {
+  unsigned long long lines = 0;    // taken
+  unsigned long long dropped = 0;  // written too fast
+  unsigned long long torn = 0;     // begun and not ended when their client went
+};
+
+// Reads what a process writes, gives each source its topics, and tells the process which of its sources are muted.
+//
+// Errors:    a process that writes what is no record, or in the name of a source that it did not register, is
+//            disconnected with a line that says so.
+// Ownership: owns the socket; borrows everything else.
+// Threads:   belongs to one thread.
+// Cost:      one read for many lines, one write for up to 42 mute records.
+class Client final : private RecordHost {
+ public:
+  // A process has at most so many sources.
+  static constexpr std::size_t kMostSources = 512;
+
+  Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, Descriptor socket, Peer peer,
+         RateLimit limit);
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client() { close(); }
+
+  int fd() const { return socket_.get(); }
+
+  // The rules have changed.
+  void applyMutes();
+
+  // A second has passed.
+  void tick(Nanoseconds now);
+
+  // Reads what is still there, but waits for nothing.  The log service is about to end.
+  void drain();
+
+ private:
+  struct Source {
+    std::shared_ptr<const Origin> origin;
+    bool isMuted = false;  // by the rules
+    bool isTold = false;   // what the process was told last
+  };
+
+  void onEvent(int fd, unsigned int events);
+  bool readOnce();
+  void take(std::span<const unsigned char> bytes);
+  void onRegistration(unsigned int source, Topics topics) override;
+  void onText(unsigned int source, std::string_view text) override;
+  void tellMutes();
+  bool sendRecords(const std::vector<unsigned char>& records);
+  void tellDrops();
+  void end(const std::string& fault);
+  void close();
+
+  kl::ThinRunner& runner_;
+  ClientHost& host_;
+  LogBook& book_;
+  Tally& tally_;
+  Descriptor socket_;
+  Origin about_;  // the process, for what is said of it
+  RateLimit limit_;
+  RecordReader reader_;
+  std::map<unsigned int, Source> sources_;
+  std::string fault_;  // why it is to be disconnected
+  kl::TimerPtr retry_;
+  unsigned long long droppedNow_ = 0;  // not told yet
+  Nanoseconds now_ = 0;                // of the read in hand
+  Nanoseconds received_ = 0;
+};
+
+}  // namespace logd

@@ -1,0 +1,55 @@
+#pragma once
+// clients.h: all processes that write lines.
+
+#include <map>
+#include <memory>
+
+#include "intake/client.h"
+#include "intake/listener.h"
+
+namespace logd {
+
+// Takes processes that come, up to a number, and lets them go.
+//
+// Errors:    a process too many is refused with a line, one for a run of them; when no descriptor is left, those
+//            who come wait until one may be free.
+// Ownership: owns the clients; borrows everything else.
+// Threads:   belongs to one thread.
+// Cost:      three system calls for each process that comes.
+class Clients final : private ClientHost {
+ public:
+  Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener,
+          const Configuration& configuration);
+  Clients(const Clients&) = delete;
+  Clients& operator=(const Clients&) = delete;
+  ~Clients();
+
+  // The rules have changed.
+  void applyMutes();
+  // A second has passed.
+  void tick(Nanoseconds now);
+  // Takes what those who wait and those who are there have written so far.
+  void drain();
+
+  std::size_t size() const { return clients_.size(); }
+  const Tally& tally() const { return tally_; }
+
+ private:
+  void onConnect(int fd, unsigned int events);
+  void take(Descriptor socket);
+  void refuse(const Descriptor& socket);
+  void rest(int reason);
+  void setListening(bool listens);
+  void onEnd(Client& client) override;
+
+  kl::ThinRunner& runner_;
+  LogBook& book_;
+  const Listener& listener_;
+  const Configuration& configuration_;
+  std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
+  Tally tally_;
+  bool isRefusing_ = false;
+  bool listens_ = true;
+};
+
+}  // namespace logd

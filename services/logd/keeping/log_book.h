@@ -1,0 +1,81 @@
+#pragma once
+// log_book.h: where every line goes.
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/configuration.h"
+#include "keeping/mute_rules.h"
+#include "keeping/ring.h"
+#include "keeping/syslog_export.h"
+
+namespace logd {
+
+// Hears that there are lines that it has not seen.
+class LineReader {
+ public:
+  virtual void onNews() = 0;
+
+ protected:
+  ~LineReader() = default;
+};
+
+// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to whoever reads
+// along.  What the log service itself has to say becomes a line like any other, and never comes through a socket.
+//
+//     book.add(line, now);  book.add(other, now);
+//     book.flush(now);                     // both are in their files now
+//
+// Errors:    the files' own; nothing here stops the others.
+// Ownership: owns lines and files; a reader is borrowed.
+// Threads:   belongs to one thread.
+// Cost:      add formats a line once, when a file wants it; flush writes once for each file.
+class LogBook final : private FileHost {
+ public:
+  explicit LogBook(const Configuration& configuration);
+  LogBook(const LogBook&) = delete;
+  LogBook& operator=(const LogBook&) = delete;
+
+  // A text that is too long is cut and says so.
+  void add(Line line, Nanoseconds now);
+  // A line of the log service's own; `about` is whom it concerns, null: itself.
+  void say(Topic severity, const std::string& text, const Origin* about = nullptr);
+  // Writes what was added, and what there was to be said.
+  void flush(Nanoseconds now);
+
+  void tick(Nanoseconds now);    // a second has passed
+  void reopen(Nanoseconds now);  // files were moved away
+
+  void setReader(LineReader* reader) { reader_ = reader; }
+
+  const Ring& ring() const { return ring_; }
+  const TopicNames& names() const { return names_; }
+  const std::list<LogFile>& files() const { return files_; }
+  MuteRules& mutes() { return mutes_; }
+  const MuteRules& mutes() const { return mutes_; }
+
+ private:
+  void onFileNews(const std::string& sentence) override;
+  void keep(Line line, Nanoseconds now);
+  void flushFiles(Nanoseconds now);
+  void addToFiles(const Line& line, Nanoseconds now);
+
+  Ring ring_;
+  TopicNames names_;
+  MuteRules mutes_;
+  std::list<LogFile> files_;
+  SyslogExport syslog_;
+  LineReader* reader_ = nullptr;
+  std::vector<Line> words_;  // of the log service, until the next flush
+};
+
+// The origin of what the log service itself says; `about` is whom it concerns, null: itself.
+std::shared_ptr<const Origin> ownOrigin(Topic severity, const Origin* about);
+
+// The time of day, and a clock that only goes forward.
+Nanoseconds timeOfDay();
+Nanoseconds steadyTime();
+
+}  // namespace logd

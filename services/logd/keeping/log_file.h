@@ -1,0 +1,83 @@
+#pragma once
+// log_file.h: one file of lines, with those that it replaced.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "keeping/descriptor.h"
+#include "keeping/line.h"
+
+namespace logd {
+
+// A file of the configuration.
+struct FileRule {
+  std::string path;
+  Topics topics;  // a line goes there that has one of them; empty: every line
+  unsigned long long mostBytes = 1024 * 1024;
+  unsigned int count = 5;  // of files: this one, and PATH.1, PATH.2 ... that it replaced
+  unsigned int sync = 0;   // LOG_SYNC_...
+
+  bool takes(const Topics& of) const { return topics.empty() || haveOneInCommon(topics, of); }
+};
+
+// Hears what an operator should know of a file.
+class FileHost {
+ public:
+  virtual void onFileNews(const std::string& sentence) = 0;
+
+ protected:
+  ~FileHost() = default;
+};
+
+// Writes lines to a file and replaces it when it is full.
+//
+// Errors:    when a file cannot be written, one sentence goes to the host, lines are counted and not written, and
+//            it is tried again every second; another sentence says that it works again.
+// Ownership: owns the descriptor; borrows the host.
+// Threads:   belongs to one thread.
+// Cost:      one write for everything that was added since the last flush.
+class LogFile {
+ public:
+  LogFile(FileRule rule, FileHost& host) : rule_(std::move(rule)), host_(host) {}
+
+  const FileRule& rule() const { return rule_; }
+
+  // Adds a line, newline included; a longer one than the file is cut.
+  void add(std::string_view line, Nanoseconds now);
+  // Writes what was added.
+  void flush(Nanoseconds now);
+  // A second has passed.
+  void tick();
+  // Somebody has moved the file away: the next line makes it anew.
+  void reopen(Nanoseconds now);
+
+  const std::string& failure() const { return failure_; }  // empty: lines are written
+  unsigned long long lost() const { return lost_; }        // lines that were not written, since the start
+
+ private:
+  bool mayTry(Nanoseconds now) const { return failure_.empty() || now >= nextTry_; }
+  bool open();
+  bool writeOut();
+  bool rotate();
+  void removeSurplus() const;
+  std::string pathOf(unsigned int age) const;
+  void stop(const std::string& reason, Nanoseconds now);
+  void goOn();
+  void loseBuffer();
+  void syncNow();
+
+  FileRule rule_;
+  FileHost& host_;
+  Descriptor file_;
+  bool isRegular_ = true;
+  unsigned long long size_ = 0;
+  std::string buffer_;
+  bool isDirty_ = false;  // written since it was last synced
+  std::string failure_;
+  Nanoseconds nextTry_ = 0;
+  unsigned long long lost_ = 0;
+  unsigned long long lostSinceStop_ = 0;
+};
+
+}  // namespace logd

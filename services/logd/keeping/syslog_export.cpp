@@ -1,0 +1,46 @@
+#include "keeping/syslog_export.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "keeping/line_text.h"
+#include "kl/services.h"
+
+namespace logd {
+namespace {
+
+constexpr unsigned int kDaemon = 3;  // the facility
+constexpr unsigned int kInformation = 6;
+constexpr std::size_t kLongest = 8000;  // more is more than such services take
+
+// Our topics from emergency to debug are the others' severities from 0 to 7.
+unsigned int severityOf(const Topics& topics) {
+  for (const Topic topic : topics)
+    if (topic >= kl::TOPIC_EMERGENCY && topic <= kl::TOPIC_DEBUG) return topic - kl::TOPIC_EMERGENCY;
+  return kInformation;
+}
+
+}  // namespace
+
+bool SyslogExport::send(const Line& line) {
+  const Origin& origin = *line.origin;
+  const unsigned int priority = kDaemon * 8 + severityOf(origin.topics);
+  const std::string text = "<" + std::to_string(priority) + ">" + harmless(origin.process) + "[" +
+                           std::to_string(origin.pid) + "]: " + harmless(line.text);
+  const bool taken = sendText(text.substr(0, kLongest));
+  if (!taken) ++lost_;
+  return taken;
+}
+
+bool SyslogExport::sendText(const std::string& text) {
+  if (!socket_.isOpen())
+    socket_ = Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path_.copy(address.sun_path, sizeof address.sun_path - 1);
+  return ::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*>(&address),
+                  sizeof address) == static_cast<ssize_t>(text.size());
+}
+
+}  // namespace logd

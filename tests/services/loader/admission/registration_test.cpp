@@ -1,0 +1,210 @@
+#include "services/loader/admission/registration.h"
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "tests/services/loader/fixture.h"
+
+namespace {
+
+using namespace loader::test;
+using loader::Applicant;
+using loader::Configuration;
+using loader::IdCounter;
+using loader::Registration;
+using loader::Service;
+using loader::ServiceTable;
+
+constexpr uid_t kStranger = 65534;  // "nobody"
+
+class RegistrationTest : public testing::Test {
+ protected:
+  static kl::message hello(unsigned int id) {
+    kl::message m;
+    m.insert(kl::SYS_TO, {1});
+    m.insert(kl::SYS_CTRL, kl::CTRL_HELLO);
+    m.insert(kl::REGISTRATION_VALUES, {id, 0x01006600, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    return m;
+  }
+
+  Service* admit(const Applicant& who, const kl::message& m) {
+    body_ = flat(m);
+    loader::Envelope e;
+    EXPECT_EQ(readEnvelope(body_, e), nullptr);
+    Service* service = registration_.admit(who, e, refusal_);
+    if (service != nullptr) connect(*service);
+    return service;
+  }
+  Service* admit(const Applicant& who, unsigned int id) { return admit(who, hello(id)); }
+
+  static void connect(Service& service) {
+    static char nobody;
+    service.connection = reinterpret_cast<loader::Connection*>(&nobody);
+  }
+
+  Service& configure(loader::ServiceConfiguration& c, unsigned int id) {
+    c.id = id;
+    c.name = "configured";
+    Service& service = table_.add(id);
+    service.name = c.name;
+    service.configuration = &c;
+    return service;
+  }
+
+  loader::Log log_{-1};
+  ServiceTable table_;
+  IdCounter ids_{"/nowhere/next-id", log_};
+  loader::Users users_;
+  Configuration configuration_;
+  Registration registration_{table_, ids_, users_, configuration_};
+  std::vector<unsigned char> body_;
+  std::string refusal_;
+  const Applicant me_{::getpid(), ::geteuid(), nullptr};
+  const Applicant stranger_{::getpid(), kStranger, nullptr};
+};
+
+TEST_F(RegistrationTest, WhoAsksForNoIdGetsThoseFrom0x10000On) {
+  EXPECT_EQ(admit(me_, 0u)->id, 0x10000u);
+  EXPECT_EQ(admit(me_, 0u)->id, 0x10001u);
+}
+
+TEST_F(RegistrationTest, APickedIdIsNeverOneThatIsTaken) {
+  EXPECT_NE(admit(me_, 0x10000u), nullptr);
+  EXPECT_EQ(admit(me_, 0u)->id, 0x10001u);
+}
+
+TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
+  Service* service = admit(me_, 500u);
+  ASSERT_NE(service, nullptr);
+  service->leaveValue = 5;
+  service->wantsToLeave = service->isAwaited = service->isDemanded = true;
+  service->connection = nullptr;
+  service->pid = 0;
+  loader::ServiceConfiguration c;
+  service->configuration = &c;
+  ASSERT_EQ(admit(me_, 500u), service);
+  EXPECT_EQ(service->leaveValue, 0u);
+  EXPECT_FALSE(service->wantsToLeave || service->isAwaited || service->isDemanded);
+}
+
+TEST_F(RegistrationTest, ANameThatAProcessChoseItselfIsMadePrintable) {
+  char before[16] = "";
+  ASSERT_EQ(::prctl(PR_GET_NAME, before), 0);
+  ASSERT_EQ(::prctl(PR_SET_NAME, "a\x1b[2J\xc3z"), 0);
+  const Service* service = admit(me_, 500u);
+  (void)::prctl(PR_SET_NAME, before);
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(service->name, "a\\x1b[2J\\xc3z");
+}
+
+TEST_F(RegistrationTest, TheConfirmationCarriesWhatTheServiceSaved) {
+  kl::message data;
+  data.insert(kl::STD_ID, 9);
+  const kl::message ready = Registration::readyMessage(*admit(me_, 500u), flat(data));
+  EXPECT_EQ(kl::message(ready.get(kl::READY_DATA, {})), data);
+  EXPECT_FALSE(Registration::readyMessage(*table_.find(500)).has(kl::READY_DATA));
+}
+
+TEST_F(RegistrationTest, AFreeIdIsGivenToWhoeverAsks) {
+  const Service* service = admit(stranger_, 500u);
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(service->id, 500u);
+  EXPECT_EQ(service->user, users_.nameOf(kStranger));
+  EXPECT_EQ(service->starts, 1u);
+  EXPECT_FALSE(service->name.empty());
+}
+
+TEST_F(RegistrationTest, ATakenIdIsRefused) {
+  (void)admit(me_, 500u);
+  EXPECT_EQ(admit(me_, 500u), nullptr);
+  EXPECT_NE(refusal_.find("asks for the id 500, which "), std::string::npos) << refusal_;
+}
+
+TEST_F(RegistrationTest, SomeIdsAreNeverGiven) {
+  for (const unsigned int id : {1u, kl::PATH_ALL, kl::PATH_MULTI, kl::PATH_SELF, kl::BADID}) {
+    EXPECT_EQ(admit(me_, id), nullptr) << id;
+    EXPECT_NE(refusal_.find("never given"), std::string::npos);
+  }
+}
+
+TEST_F(RegistrationTest, AConfiguredIdBelongsToTheProcessThatTheLoaderStarted) {
+  loader::ServiceConfiguration c;
+  c.command = {"/bin/true"};
+  Service& service = configure(c, 32);
+  service.pid = 4711;
+  EXPECT_EQ(admit(me_, 32u), nullptr);
+  EXPECT_NE(refusal_.find("whose process runs"), std::string::npos) << refusal_;
+  const Applicant child{4711, ::geteuid(), &service};
+  EXPECT_EQ(admit(child, 99u), nullptr);  // it may not ask for another one
+  EXPECT_EQ(admit(child, 0u), &service);
+  EXPECT_EQ(service.pid, 4711);
+  EXPECT_EQ(service.name, "configured");
+}
+
+TEST_F(RegistrationTest, WithoutItsProcessAConfiguredIdBelongsToItsUser) {
+  loader::ServiceConfiguration c;
+  c.user = users_.nameOf(kStranger);
+  Service& service = configure(c, 32);
+  if (::geteuid() != kStranger) {
+    EXPECT_EQ(admit(me_, 32u), nullptr);
+    EXPECT_NE(refusal_.find("not for this user"), std::string::npos) << refusal_;
+  }
+  EXPECT_EQ(admit(stranger_, 32u), &service);
+}
+
+TEST_F(RegistrationTest, AConfiguredIdWithoutUserBelongsToTheLoadersOwn) {
+  loader::ServiceConfiguration c;
+  Service& service = configure(c, 32);
+  EXPECT_EQ(admit(stranger_, 32u), nullptr);
+  EXPECT_EQ(admit(me_, 32u), &service);
+}
+
+TEST_F(RegistrationTest, ARegistrationWithoutItsValuesIsRefused) {
+  kl::message m = hello(500);
+  m.insert(kl::REGISTRATION_VALUES, {500});
+  EXPECT_EQ(admit(me_, m), nullptr);
+  EXPECT_EQ(refusal_, "registers without its values");
+  m.remove(kl::REGISTRATION_VALUES);
+  EXPECT_EQ(admit(me_, m), nullptr);
+}
+
+TEST_F(RegistrationTest, TheLoadersOwnUserHasAllRightsAndOthersReadOnly) {
+  EXPECT_TRUE(admit(me_, 0u)->rights.empty());
+  EXPECT_TRUE(admit({::getpid(), 0, nullptr}, 0u)->rights.empty());
+  EXPECT_EQ(admit(stranger_, 0u)->rights, loader::rightsRecords(users_.nameOf(kStranger), {false, 64}));
+}
+
+TEST_F(RegistrationTest, TheConfigurationGrantsUsersAndServicesMoreOrLess) {
+  configuration_.userRights[users_.nameOf(kStranger)] = {false, 64 | 128};
+  EXPECT_EQ(admit(stranger_, 0u)->rights, loader::rightsRecords(users_.nameOf(kStranger), {false, 64 | 128}));
+
+  loader::ServiceConfiguration trusted;
+  trusted.user = users_.nameOf(kStranger);
+  configure(trusted, 32);
+  EXPECT_TRUE(admit(stranger_, 32u)->rights.empty());
+
+  loader::ServiceConfiguration limited;
+  limited.user = users_.nameOf(kStranger);
+  limited.rights = {false, 0};
+  configure(limited, 33);
+  EXPECT_EQ(admit(stranger_, 33u)->rights, loader::rightsRecords(users_.nameOf(kStranger), {false, 0}));
+}
+
+TEST_F(RegistrationTest, TheConfirmationTellsIdVersionStartsAndSettings) {
+  loader::ServiceConfiguration c;
+  c.settings = {0x4d, 0x32, 5, 0, 0, 9, 7};
+  Service& service = configure(c, 32);
+  service.starts = 3;
+  const kl::message ready = Registration::readyMessage(service);
+  unsigned int code = 0;
+  EXPECT_TRUE(kl::isCtrl(ready, &code));
+  EXPECT_EQ(code, kl::CTRL_READY);
+  EXPECT_EQ(ready.get(kl::READY_ID, 0), 32u);
+  EXPECT_EQ(ready.get(kl::READY_VERSION, 0), 0x01006600u);
+  EXPECT_EQ(ready.get(kl::READY_STARTS, 0), 3u);
+  EXPECT_FALSE(ready.has(kl::READY_DATA));
+  EXPECT_EQ(kl::message(ready.get(kl::READY_CONFIGURATION, {})).get_u32(0x08000005, 0), 7u);
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+#include "services/loader/life/process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "services/loader/transport/descriptors.h"
+
+namespace {
+
+using loader::Descriptor;
+using loader::ServiceConfiguration;
+
+class ProcessTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    mine_ = Descriptor(ends[0]);
+    its_ = Descriptor(ends[1]);
+  }
+
+  void start(const std::string& script) {
+    configuration_.name = "x";
+    configuration_.command = {"/bin/sh", "-c", script};
+    pid_ = loader::startProcess(configuration_, its_.get());
+    ASSERT_GT(pid_, 0);
+    its_.close();
+  }
+
+  // What the script wrote to its descriptor 3 until it closed it.
+  std::string output() {
+    std::string text;
+    char bytes[256];
+    for (ssize_t n = 0; (n = ::read(mine_.get(), bytes, sizeof bytes)) > 0;)
+      text.append(bytes, static_cast<std::size_t>(n));
+    return text;
+  }
+
+  int status() {
+    int result = 0;
+    EXPECT_EQ(::waitpid(pid_, &result, 0), pid_);
+    return result;
+  }
+
+  ServiceConfiguration configuration_;
+  Descriptor mine_;
+  Descriptor its_;
+  pid_t pid_ = -1;
+};
+
+TEST_F(ProcessTest, TheConnectionIsDescriptor3AndNothingElseIsOpen) {
+  const Descriptor inherited(::dup2(0, 77));
+  start("exec >&3; ls /proc/$$/fd");
+  EXPECT_EQ(output(), "0\n1\n2\n3\n");
+  EXPECT_EQ(loader::describeEnd(status()), "status 0");
+}
+
+TEST_F(ProcessTest, AConnectionThatHasTheNumberAlreadyStaysOpen) {
+  if (mine_.get() == 3) std::swap(mine_, its_);
+  if (its_.get() != 3) its_ = Descriptor(::dup2(its_.get(), 3));  // whatever came with this process under it
+  start("echo here >&3");
+  EXPECT_EQ(output(), "here\n");
+  (void)status();
+}
+
+TEST_F(ProcessTest, StandardInputIsEmptyAndTheGroupIsItsOwn) {
+  start("wc -c >&3; ps -o pgid= -p $$ >&3");
+  const std::string text = output();
+  EXPECT_EQ(text.substr(0, 2), "0\n");
+  EXPECT_EQ(std::stoi(text.substr(2)), pid_);
+  (void)status();
+}
+
+TEST_F(ProcessTest, SignalsAreAsInAFreshProcess) {
+  (void)::signal(SIGPIPE, SIG_IGN);
+  start("exec grep -E 'SigIgn|SigBlk' /proc/self/status >&3");
+  EXPECT_EQ(output(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  (void)status();
+  (void)::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST_F(ProcessTest, FolderAndEnvironmentAreThoseConfigured) {
+  configuration_.folder = "/usr";
+  configuration_.environment = {{"KL_A", "one two"}, {"PATH", "/bin"}};
+  start("echo \"$(pwd) $KL_A $PATH $HOME\" >&3");
+  const char* home = std::getenv("HOME");
+  EXPECT_EQ(output(), std::string("/usr one two /bin ") + (home != nullptr ? home : "") + "\n");
+  (void)status();
+}
+
+TEST_F(ProcessTest, WhatGoesWrongInTheNewProcessIsStatus127) {
+  configuration_.folder = "/nowhere";
+  start("true");
+  EXPECT_EQ(loader::describeEnd(status()), "status 127");
+}
+
+TEST_F(ProcessTest, AnEndIsDescribedByStatusOrSignal) {
+  start("exit 3");
+  EXPECT_EQ(loader::describeEnd(status()), "status 3");
+  SetUp();
+  start("kill -9 $$");
+  EXPECT_EQ(loader::describeEnd(status()), "signal 9");
+}
+
+}  // namespace

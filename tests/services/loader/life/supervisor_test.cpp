@@ -1,0 +1,411 @@
+// The services that the loader starts: how they live, die and come again.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "kl/utilities.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
+
+namespace {
+
+using kl::test::LoaderProcess;
+using kl::test::RawPeer;
+using kl::test::request;
+using Clock = std::chrono::steady_clock;
+using Ids = std::vector<unsigned int>;
+
+// One configured service that runs the test's program.
+std::string service(const std::string& name, unsigned int id, const std::string& behaviour,
+                    const std::string& more = "") {
+  std::string words = "\"" KL_BIN_DIR "/kl-test-service\"";
+  for (std::size_t begin = 0; begin <= behaviour.size();) {
+    const std::size_t end = std::min(behaviour.find(' ', begin), behaviour.size());
+    words += ", \"" + behaviour.substr(begin, end - begin) + "\"";
+    begin = end + 1;
+  }
+  return "[[service]]\nname = \"" + name + "\"\nid = " + std::to_string(id) + "\ncommand = [" + words +
+         "]\n" + more + "\n";
+}
+
+class Supervision : public testing::Test {
+ protected:
+  void connect() {
+    ASSERT_TRUE(a_.connect());
+    ASSERT_EQ(a_.registerAs(500), 500u);
+  }
+
+  std::optional<kl::message> ask(const Ids& to, unsigned int command = kl::CMD_GET) {
+    const unsigned int id = nextId_++;
+    if (!a_.send(request(to, command, id, {7}))) return {};
+    return a_.receiveReply(id);
+  }
+
+  // Asks until the answer is no error.
+  std::optional<kl::message> askUntilAnswered(const Ids& to) {
+    const auto end = Clock::now() + std::chrono::seconds(5);
+    while (Clock::now() < end) {
+      const auto answer = ask(to);
+      if (answer && !kl::isError(*answer)) return answer;
+      ::usleep(5000);
+    }
+    return {};
+  }
+
+  static unsigned int errorOf(const std::optional<kl::message>& m) {
+    unsigned int code = kl::ERROR_OK;
+    if (m) (void)kl::isError(*m, &code);
+    return code;
+  }
+
+  kl::message row(unsigned int id) {
+    kl::message m = request({1}, kl::CMD_GETOBJ, 9999, {7});
+    m.insert(kl::STD_ID, id);
+    EXPECT_TRUE(a_.send(m));
+    return a_.receiveReply(9999).value_or(kl::message());
+  }
+
+  bool reachesState(unsigned int id, unsigned int state) {
+    const auto end = Clock::now() + std::chrono::seconds(5);
+    while (row(id).get(kl::SVC_STATE, 0) != state) {
+      if (Clock::now() >= end) return false;
+      ::usleep(2000);
+    }
+    return true;
+  }
+
+  unsigned int act(unsigned int id, unsigned int action) {
+    kl::message m = request({1}, kl::CMD_SETOBJ, 9998, {7});
+    m.insert(kl::STD_ID, id);
+    m.insert(kl::SVC_ACTION, action);
+    EXPECT_TRUE(a_.send(m));
+    return errorOf(a_.receiveReply(9998));
+  }
+
+  void shutdownService(unsigned int id, unsigned int status) {
+    kl::message m;
+    m.insert(kl::SYS_TO, {id});
+    m.insert(kl::SYS_CMD, kl::CMD_SHUTDOWN);
+    m.insert_u32(0x08000001, status);
+    ASSERT_TRUE(a_.send(m));
+  }
+
+  RawPeer a_;
+  unsigned int nextId_ = 1;
+};
+
+TEST_F(Supervision, AConfiguredServiceIsStartedWithItsConnectionAndItsSettings) {
+  const LoaderProcess loader(service("echo", 32, "serve", "[service.settings]\n0x08000007 = 1000\n"));
+  connect();
+  const auto answer = ask({32, 3});
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->get(kl::SYS_FROM, {}), Ids{32});
+  const kl::message asked(answer->get(kl::STD_OBJS, {}).at(0));
+  EXPECT_EQ(asked.get(kl::SYS_FROM, {}), (Ids{500, 7}));
+  EXPECT_EQ(asked.get(kl::SYS_TO, {}), Ids{3});
+  EXPECT_EQ(kl::message(answer->get(kl::READY_CONFIGURATION, {})).get_u32(0x08000007, 0), 1000u);
+  const kl::message r = row(32);
+  EXPECT_EQ(r.get(kl::SVC_NAME, ""), "echo");
+  EXPECT_EQ(r.get(kl::SVC_STARTS, 0), 1u);
+  EXPECT_GT(r.get(kl::SVC_PID, 0), 0u);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_RUNNING));
+}
+
+TEST_F(Supervision, FolderAndEnvironmentAreAsConfigured) {
+  const LoaderProcess loader(
+      service("echo", 32, "environment", "folder = \"/kelo\"\nenvironment = { KL_TEST = \"a word\" }"));
+  connect();
+  const auto answer = ask({32});
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->get_string(0x20000001, ""), "/kelo");
+  EXPECT_EQ(answer->get_string(0x20000002, ""), "a word");
+}
+
+TEST_F(Supervision, AServiceRunsAsItsUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";
+  const LoaderProcess loader(service("echo", 32, "serve", "user = \"nobody\""));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(row(32).get(kl::SVC_USER, ""), "nobody");
+  std::ifstream in("/proc/" + std::to_string(row(32).get(kl::SVC_PID, 0)) + "/status");
+  std::string text((std::istreambuf_iterator<char>(in)), {});
+  EXPECT_NE(text.find("Uid:\t65534\t65534\t65534\t65534"), std::string::npos);
+}
+
+TEST_F(Supervision, RequestsWaitForAServiceThatIsStartingForTheFirstTime) {
+  const LoaderProcess loader(service("slow", 32, "late 300"));
+  connect();
+  EXPECT_NE(row(32).get(kl::SVC_STATE, 0), kl::SVC_STATE_RUNNING);
+  const auto answer = ask({32, 1}, kl::CMD_NOOP);
+  ASSERT_TRUE(answer);
+  EXPECT_FALSE(kl::isError(*answer));
+}
+
+TEST_F(Supervision, AServiceKilledWithinAnExchangeBreaksThePathAndComesAgain) {
+  const LoaderProcess loader(service("echo", 32, "serve"));
+  connect();
+  RawPeer b;
+  ASSERT_TRUE(b.connect());
+  ASSERT_EQ(b.registerAs(501), 501u);
+  ASSERT_TRUE(askUntilAnswered({32}));
+  const auto first = static_cast<pid_t>(row(32).get(kl::SVC_PID, 0));
+  ASSERT_TRUE(a_.send(request({32, 4}, kl::CMD_POLL, 77, {7})));  // it never answers this one
+  ASSERT_EQ(::kill(first, SIGKILL), 0);
+  const auto broken = a_.receiveReply(77);
+  EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
+  EXPECT_EQ(broken->get(kl::SYS_FROM, {}), (Ids{32, 4}));
+  EXPECT_EQ(broken->get(kl::SYS_TO, {}), Ids{7});
+  const auto told = b.receiveCommand(kl::CMD_DISCONNECTED);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->get(kl::SYS_FROM, {}), Ids{32});
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_NE(row(32).get(kl::SVC_PID, 0), static_cast<unsigned int>(first));
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+}
+
+TEST_F(Supervision, ACrashingServiceComesAgainAfterGrowingDelays) {
+  const LoaderProcess loader(service("bad", 32, "crash"));
+  const auto begin = Clock::now();
+  for (const char* delay : {"0.1 s", "0.2 s", "0.4 s", "0.8 s"})
+    ASSERT_TRUE(loader.logs("ended with status 3; starts again in " + std::string(delay))) << loader.log();
+  EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(650));
+  connect();
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_DELAYED));
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+}
+
+TEST_F(Supervision, AProgramThatIsNotThereCountsAsCrashed) {
+  const LoaderProcess loader("[[service]]\nname = \"x\"\nid = 32\ncommand = [\"/nowhere/program\"]\n");
+  EXPECT_TRUE(loader.logs("kl-loader: x: /nowhere/program: No such file or directory"));
+  EXPECT_TRUE(loader.logs("ended with status 127; starts again in 0.1 s"));
+}
+
+TEST_F(Supervision, AServiceThatEndsWithSuccessStaysDownUnlessConfigured) {
+  const LoaderProcess loader(service("once", 32, "serve") +
+                             service("ever", 33, "serve", "restart = \"always\"") +
+                             service("never", 34, "serve", "restart = \"never\""));
+  connect();
+  for (const unsigned int id : {32u, 33u, 34u}) ASSERT_TRUE(askUntilAnswered({id}));
+  shutdownService(32, 0);
+  shutdownService(33, 0);
+  shutdownService(34, 5);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_TRUE(reachesState(34, kl::SVC_STATE_STOPPED));
+  ASSERT_TRUE(askUntilAnswered({33}));
+  EXPECT_EQ(row(33).get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+}
+
+TEST_F(Supervision, AServiceIsStoppedStartedAndRestartedOnDemand) {
+  const LoaderProcess loader(service("echo", 32, "serve") + service("idle", 33, "serve", "start = false"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_FALSE(row(32).has(kl::SVC_PID));
+  EXPECT_TRUE(loader.logs("ended as told"));
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+  EXPECT_EQ(act(32, kl::SVC_START), kl::ERROR_OK);
+  ASSERT_TRUE(askUntilAnswered({32}));
+  const unsigned int before = row(32).get(kl::SVC_PID, 0);
+  EXPECT_EQ(act(32, kl::SVC_RESTART), kl::ERROR_OK);
+  ASSERT_TRUE(a_.receiveCommand(kl::CMD_DISCONNECTED));
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_NE(row(32).get(kl::SVC_PID, 0), before);
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 3u);
+
+  EXPECT_EQ(row(33).get(kl::SVC_STATE, 0), kl::SVC_STATE_STOPPED);
+  EXPECT_EQ(act(33, kl::SVC_START), kl::ERROR_OK);
+  ASSERT_TRUE(askUntilAnswered({33}));
+  EXPECT_EQ(act(500, kl::SVC_STOP), kl::ERROR_FAILED);  // the loader did not start it
+}
+
+TEST_F(Supervision, RequestsWaitForAServiceThatHasNotBeenStartedYet) {
+  const LoaderProcess loader(service("idle", 33, "serve", "start = false"));
+  connect();
+  ASSERT_TRUE(a_.send(request({33}, kl::CMD_GET, 5, {7})));
+  EXPECT_GT(row(33).get(kl::SVC_QUEUE, 0), 0u);
+  EXPECT_EQ(row(33).get(kl::SVC_STATE, 0), kl::SVC_STATE_STOPPED);
+  EXPECT_EQ(act(33, kl::SVC_START), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_OK);
+}
+
+TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasGivenUpBeforeItRegistered) {
+  const LoaderProcess loader(service("hidden", 32, "hide"));
+  connect();
+  ASSERT_TRUE(a_.send(request({32}, kl::CMD_GET, 5, {7})));
+  EXPECT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_BRKPATH);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+}
+
+TEST_F(Supervision, AStopEndsTheConnectionOfAStrangerAndARestartTakesItsPlace) {
+  const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
+  connect();
+  for (const unsigned int action : {kl::SVC_STOP, kl::SVC_RESTART}) {
+    RawPeer stranger;
+    ASSERT_TRUE(stranger.connect());
+    ASSERT_EQ(stranger.registerAs(32), 32u);
+    EXPECT_EQ(act(32, action), kl::ERROR_OK);
+    EXPECT_TRUE(stranger.isDisconnected());
+    EXPECT_TRUE(loader.logs("is to stop; disconnected"));
+    EXPECT_TRUE(reachesState(32, action == kl::SVC_STOP ? kl::SVC_STATE_STOPPED : kl::SVC_STATE_RUNNING));
+  }
+}
+
+TEST_F(Supervision, AStrangerMayStopItself) {
+  const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
+  connect();
+  RawPeer stranger;
+  ASSERT_TRUE(stranger.connect());
+  ASSERT_EQ(stranger.registerAs(32), 32u);
+  kl::message m = request({1}, kl::CMD_SETOBJ, 5, {7});
+  m.insert(kl::STD_ID, 32);
+  m.insert(kl::SVC_ACTION, kl::SVC_STOP);
+  ASSERT_TRUE(stranger.send(m));
+  EXPECT_TRUE(stranger.isDisconnected());
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  EXPECT_EQ(row(32).get(kl::SVC_QUEUE, 1), 0u);
+}
+
+TEST_F(Supervision, AnEndedServiceIsTriedAgainAtOnceWhenTold) {
+  const LoaderProcess loader(service("bad", 32, "crash"));
+  ASSERT_TRUE(loader.logs("starts again in 0.8 s"));
+  connect();
+  ASSERT_TRUE(reachesState(32, kl::SVC_STATE_DELAYED));
+  EXPECT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  const unsigned int starts = row(32).get(kl::SVC_STARTS, 0);
+  EXPECT_EQ(act(32, kl::SVC_START), kl::ERROR_OK);
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), starts + 1);
+}
+
+TEST_F(Supervision, AServiceThatClosesItsConnectionIsKilledAndComesAgain) {
+  const LoaderProcess loader(service("odd", 32, "hangup"));
+  EXPECT_TRUE(loader.logs("does not end, is killed"));
+  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+}
+
+TEST_F(Supervision, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
+  const LoaderProcess loader(service("hidden", 32, "hide") + service("greedy", 33, "impostor 77"));
+  RawPeer stranger;
+  ASSERT_TRUE(stranger.connect());
+  EXPECT_EQ(stranger.registerAs(32), 0u);
+  EXPECT_TRUE(loader.logs("asks for the id 32, which is configured for hidden, whose process runs"));
+  EXPECT_TRUE(loader.logs("asks for the id 77, which is not the one configured for it"));
+}
+
+TEST_F(Supervision, AServiceMayRegisterAtTheSocketInsteadOfItsConnection) {
+  const LoaderProcess loader(service("echo", 32, "outside 32"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 1u);
+  ASSERT_EQ(::kill(static_cast<pid_t>(row(32).get(kl::SVC_PID, 0)), SIGKILL), 0);
+  const auto told = a_.receiveCommand(kl::CMD_DISCONNECTED);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->get(kl::SYS_FROM, {}), Ids{32});
+  ASSERT_TRUE(askUntilAnswered({32}));
+  EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+}
+
+TEST_F(Supervision, AStoppedServicesPlaceMayBeTakenByItsUser) {
+  const LoaderProcess loader(service("echo", 32, "serve"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  ASSERT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  ASSERT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  RawPeer stranger;  // say, the same service under a debugger
+  ASSERT_TRUE(stranger.connect());
+  ASSERT_EQ(stranger.registerAs(32), 32u);
+  EXPECT_EQ(row(32).get(kl::SVC_PID, 0), static_cast<unsigned int>(::getpid()));
+  ASSERT_TRUE(a_.send(request({32}, kl::CMD_GET, 5, {7})));
+  EXPECT_TRUE(stranger.receiveCommand(kl::CMD_GET));
+  stranger.close();
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+}
+
+TEST_F(Supervision, SubscribersHearOfStartsAndEnds) {
+  const LoaderProcess loader(service("echo", 32, "serve"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  kl::message m = request({1}, kl::CMD_SUBSCRIBE, 5, {7});
+  m.remove(kl::SYS_REQID);
+  m.remove(kl::SYS_REPLYEXP);
+  ASSERT_TRUE(a_.send(m));
+  ASSERT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  bool isToldStopped = false;
+  while (!isToldStopped) {
+    const auto news = a_.receiveCommand(kl::CMD_NOTIFY);
+    ASSERT_TRUE(news);
+    EXPECT_EQ(news->get(kl::SYS_TO, {}), Ids{7});
+    for (const auto& object : news->get(kl::STD_OBJS, {})) {
+      const kl::message r(object);
+      isToldStopped |= r.get(kl::STD_ID, 0) == 32 && r.get(kl::SVC_STATE, 0) == kl::SVC_STATE_STOPPED;
+    }
+  }
+}
+
+TEST_F(Supervision, SigtermEndsTheServicesAndThenTheLoader) {
+  for (const int sig : {SIGTERM, SIGINT}) {
+    LoaderProcess loader(service("one", 32, "serve") + service("two", 33, "serve"));
+    connect();
+    ASSERT_TRUE(askUntilAnswered({32}));
+    ASSERT_TRUE(askUntilAnswered({33}));
+    const auto one = static_cast<pid_t>(row(32).get(kl::SVC_PID, 0));
+    const auto begin = Clock::now();
+    loader.signal(sig);
+    EXPECT_EQ(loader.waitForEnd(), 0);
+    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
+    EXPECT_NE(::kill(one, 0), 0);
+    EXPECT_FALSE(std::filesystem::exists(kl::loaderSocketPath()));
+    EXPECT_TRUE(a_.isDisconnected());
+    a_.close();
+  }
+}
+
+TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
+  LoaderProcess loader(service("rock", 32, "stubborn"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  const auto begin = Clock::now();
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+  const auto took = Clock::now() - begin;
+  EXPECT_GE(took, std::chrono::milliseconds(1900));
+  EXPECT_LT(took, std::chrono::milliseconds(5000));
+}
+
+TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
+  LoaderProcess loader(service("rock", 32, "defector"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  loader.signal(SIGTERM);
+  ASSERT_TRUE(loader.logs("ends because of signal 15"));
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+}
+
+TEST_F(Supervision, ASecondSignalDoesNotWait) {
+  LoaderProcess loader(service("rock", 32, "stubborn"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  const auto begin = Clock::now();
+  loader.signal(SIGTERM);
+  ASSERT_TRUE(loader.logs("ends because of signal 15"));
+  loader.signal(SIGINT);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+  EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
+}
+
+}  // namespace

@@ -1,0 +1,172 @@
+#include "services/loader/routing/outbox.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/services/loader/fixture.h"
+
+namespace {
+
+using loader::Outbox;
+using loader::Service;
+using loader::ServiceTable;
+using loader::Urgency;
+using namespace loader::test;
+
+constexpr std::size_t kLimit = 1000;
+
+kl::message ofBytes(std::size_t size) {
+  kl::message m;
+  m.insert_raw(0x30000001, std::vector<unsigned char>(size - 8));  // magic, id and a 2-byte length
+  return m;
+}
+
+kl::message endOf(unsigned int id) {
+  kl::message m = notification({}, {id});
+  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  return m;
+}
+
+// More than a frame of requests and notifications may have; its fields keep to what lengths can say.
+kl::message tooLarge() {
+  kl::message m;
+  for (unsigned int i = 0; i < 17; ++i) m.insert_raw(0x30000001 + i, std::vector<unsigned char>(65000));
+  return m;
+}
+
+class OutboxTest : public testing::Test {
+ protected:
+  ServiceTable table_;
+  Outbox outbox_{kLimit};
+  Service& a_ = connected(table_, 10);
+  Service& b_ = connected(table_, 11);
+};
+
+TEST_F(OutboxTest, AMessageBecomesAFrame) {
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(500), Urgency::kOrdinary));
+  EXPECT_EQ(a_.out.size(), 504u);
+  EXPECT_EQ(a_.traffic.messagesIn, 1u);
+  EXPECT_EQ(a_.traffic.bytesIn, 504u);
+  EXPECT_EQ(takeFrames(a_), (std::vector<std::vector<unsigned char>>{flat(ofBytes(500))}));
+}
+
+TEST_F(OutboxTest, WhoHasNewsIsHandedOutOnce) {
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(a_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  std::vector<unsigned int> ids;
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids, (std::vector<unsigned int>{11, 10}));
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids.size(), 2u);
+}
+
+TEST_F(OutboxTest, WhoIsForgottenIsNotHandedOut) {
+  (void)outbox_.send(a_, ofBytes(300), Urgency::kOrdinary);
+  (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
+  outbox_.forget(a_);
+  std::vector<unsigned int> ids;
+  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  EXPECT_EQ(ids, (std::vector<unsigned int>{11}));
+}
+
+TEST_F(OutboxTest, AFullQueueTakesOnlyRepliesAndCountsWhatItLoses) {
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(900), Urgency::kOrdinary));
+  EXPECT_FALSE(outbox_.isFull(a_));
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(5000), Urgency::kOrdinary));  // below its limit it takes any size
+  EXPECT_TRUE(outbox_.isFull(a_));
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(10), Urgency::kOrdinary));
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(10), Urgency::kOrdinary));
+  EXPECT_EQ(a_.traffic.drops, 2u);
+  EXPECT_TRUE(outbox_.send(a_, ofBytes(10), Urgency::kReply));
+  EXPECT_TRUE(outbox_.send(b_, ofBytes(10), Urgency::kOrdinary));
+}
+
+TEST_F(OutboxTest, AFrameAbove1MiBIsTakenOnlyAsAReply) {
+  const kl::message large = tooLarge();
+  EXPECT_EQ(outbox_.obstacleFor(a_, large.max_length()), kl::ERROR_TOOBIG);
+  EXPECT_FALSE(outbox_.send(a_, large, Urgency::kOrdinary));
+  EXPECT_EQ(a_.traffic.drops, 1u);
+  EXPECT_TRUE(outbox_.send(a_, large, Urgency::kReply));
+}
+
+TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {
+  const kl::message large = ofBytes(60000);
+  std::size_t taken = 0;
+  while (outbox_.send(a_, large, Urgency::kReply)) ++taken;
+  EXPECT_EQ(taken, Outbox::kMaxQueueBytes / 60004);
+  EXPECT_LE(a_.out.size(), Outbox::kMaxQueueBytes);
+  EXPECT_EQ(a_.traffic.drops, 1u);
+}
+
+TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {
+  outbox_.setSender(b_);
+  (void)outbox_.send(a_, ofBytes(500), Urgency::kOrdinary);
+  (void)outbox_.send(a_, ofBytes(400), Urgency::kReply);
+  EXPECT_EQ(b_.traffic.messagesOut, 2u);
+  EXPECT_EQ(b_.traffic.bytesOut, 908u);
+}
+
+TEST_F(OutboxTest, WhatIsHeldIsNoNewsUntilItIsReleasedBehindWhatIsOnItsWay) {
+  (void)outbox_.send(a_, ofBytes(50), Urgency::kOrdinary);
+  outbox_.eachWithNews([](Service&) {});
+  a_.state = kl::SVC_STATE_LEAVING;
+  (void)outbox_.send(a_, ofBytes(100), Urgency::kOrdinary);
+  (void)outbox_.send(a_, ofBytes(200), Urgency::kReply);
+  EXPECT_EQ(a_.out.size(), 53u);  // raw data this short have a shorter length
+  outbox_.eachWithNews([](Service& s) { ADD_FAILURE() << s.id; });
+  a_.state = kl::SVC_STATE_RUNNING;
+  outbox_.release(a_);
+  int told = 0;
+  outbox_.eachWithNews([&](Service&) { ++told; });
+  EXPECT_EQ(told, 1);
+  const auto frames = takeFrames(a_);
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(frames[0], flat(ofBytes(50)));
+  EXPECT_EQ(frames[1], flat(ofBytes(100)));
+  EXPECT_EQ(frames[2], flat(ofBytes(200)));
+  EXPECT_EQ(a_.waiting(), 0u);
+}
+
+TEST_F(OutboxTest, WhatIsHeldCountsTowardsTheLimit) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  while (outbox_.send(a_, ofBytes(300), Urgency::kOrdinary)) {
+  }
+  EXPECT_TRUE(outbox_.isFull(a_));
+  EXPECT_LT(a_.held.size(), kLimit + 304);
+}
+
+TEST_F(OutboxTest, NothingIsQueuedForAServiceThatIsNotThere) {
+  a_.connection = nullptr;
+  EXPECT_FALSE(outbox_.send(a_, ofBytes(100), Urgency::kReply));
+  EXPECT_EQ(a_.waiting(), 0u);
+}
+
+TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  const kl::message ended = endOf(600);
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, Ids());
+  for (const kl::message& m : {request({7}, kl::CMD_GET, 1), reply({7}, 2), ended, notification({}), notice,
+                               request({}, kl::CMD_SUBSCRIBE, 3)})
+    ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
+  Outbox::keepForNext(a_);
+  const std::vector<kl::message> kept = takeHeld(a_);
+  ASSERT_EQ(kept.size(), 3u);
+  EXPECT_EQ(kept[0], request({7}, kl::CMD_GET, 1));
+  EXPECT_EQ(kept[1], notification({}));
+  EXPECT_EQ(kept[2], request({}, kl::CMD_SUBSCRIBE, 3));
+}
+
+TEST_F(OutboxTest, ForTheNextStartTheEndOfWhoSaidSomethingStaysBehindItsWords) {
+  a_.state = kl::SVC_STATE_LEAVING;
+  const kl::message word = request({}, kl::CMD_SUBSCRIBE, 3, {600, 7});
+  for (const kl::message& m : {endOf(600), word, endOf(600), endOf(600), endOf(601), word})
+    ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
+  EXPECT_TRUE(Outbox::holdsWordOf(a_, 600));
+  EXPECT_FALSE(Outbox::holdsWordOf(a_, 601));
+  Outbox::keepForNext(a_);
+  EXPECT_EQ(takeHeld(a_), (std::vector<kl::message>{word, endOf(600), word}));
+  EXPECT_FALSE(Outbox::holdsWordOf(a_, 600));
+}
+
+}  // namespace

@@ -1,0 +1,596 @@
+#include "services/loader/routing/router.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/services/loader/fixture.h"
+
+namespace {
+
+using namespace loader::test;
+using loader::OpenRequests;
+using loader::Outbox;
+using loader::Rights;
+using loader::Router;
+using loader::Service;
+using loader::ServiceTable;
+
+// Notes what is asked of the loader.
+class Recorder final : public loader::LocalService {
+ public:
+  void handle(Service& asker, const kl::message& request) override {
+    askers.push_back(asker.id);
+    requests.push_back(request);
+  }
+  Ids askers;
+  std::vector<kl::message> requests;
+};
+
+// Notes what has to do with leaving.
+class LeaveNotes final : public loader::LeaveListener {
+ public:
+  void leaveMessage(Service& sender, const loader::Envelope& e) override {
+    EXPECT_EQ(sender.id, 10u);
+    codes.push_back(e.control);
+  }
+  void demanded(Service& left) override { needed.push_back(left.id); }
+  Ids codes;
+  Ids needed;
+};
+
+constexpr std::size_t kLimit = 4000;
+
+class RouterTest : public testing::Test {
+ protected:
+  std::string route(Service& from, const kl::message& m) { return routeBytes(from, flat(m)); }
+  std::string routeBytes(Service& from, const std::vector<unsigned char>& body) {
+    const char* fault = router_.route(from, body);
+    return fault == nullptr ? "" : fault;
+  }
+
+  // Fills the queue of a service whose process does not read.
+  void fill(Service& service) {
+    kl::message m = notification({service.id});
+    m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
+    while (!outbox_.isFull(service)) ASSERT_EQ(route(other_, m), "");
+  }
+
+  loader::ServiceConfiguration configuration(const std::vector<std::string>& command) {
+    loader::ServiceConfiguration c;
+    c.command = command;
+    return c;
+  }
+
+  ServiceTable table_;
+  OpenRequests requests_;
+  Outbox outbox_{kLimit};
+  Recorder local_;
+  LeaveNotes leaving_;
+  Router router_{table_, requests_, outbox_, local_, leaving_};
+  Service& a_ = connected(table_, 10);
+  Service& b_ = connected(table_, 24);
+  Service& other_ = connected(table_, 30);
+};
+
+TEST_F(RouterTest, ARequestArrivesWithItsPathCutAndItsReturnPathLengthened) {
+  EXPECT_EQ(route(a_, request({24, 0}, kl::CMD_GET, 5, {7})), "");
+  const kl::message got = takeOnly(b_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{0});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+}
+
+TEST_F(RouterTest, TheReplyComesBackToTheHandlerThatAsked) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(route(b_, reply({10, 7}, 5, {0})), "");
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{24, 0}));
+  EXPECT_TRUE(kl::isReply(got));
+}
+
+TEST_F(RouterTest, AReplyThatNobodyAskedForIsNotDelivered) {
+  EXPECT_EQ(route(b_, reply({10, 7}, 5)), "");
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  (void)takeMessages(b_);
+  (void)route(b_, reply({10, 7}, 6));      // another id
+  (void)route(b_, reply({10, 8}, 5));      // another handler
+  (void)route(other_, reply({10, 7}, 5));  // another service
+  (void)route(b_, reply({99, 7}, 5));      // nobody: no error about a reply
+  EXPECT_TRUE(takeMessages(a_).empty());
+  EXPECT_TRUE(takeMessages(b_).empty());
+  (void)route(b_, reply({10, 7}, 5));
+  (void)route(b_, reply({10, 7}, 5));  // once only
+  EXPECT_EQ(takeMessages(a_).size(), 1u);
+}
+
+TEST_F(RouterTest, AForgedReturnPathBeginsWithTheTruth) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {30, 7}));
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_FROM, {}), (Ids{10, 30, 7}));
+}
+
+TEST_F(RouterTest, AReplyToTheLongestReturnPathIsNoGarbage) {
+  EXPECT_EQ(route(a_, request({24}, kl::CMD_GET, 5, Ids(31, 7))), "");
+  EXPECT_EQ(route(b_, reply(takeOnly(b_).get(kl::SYS_FROM, {}), 5)), "");
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_TO, {}), Ids(31, 7));
+  EXPECT_NE(route(a_, request({24}, kl::CMD_GET, 6, Ids(32, 7))), "");  // the reply's path would be too long
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
+TEST_F(RouterTest, AProcessMayAddressItselfByItsId) {
+  (void)route(a_, request({10, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{3});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  (void)route(a_, reply({10, 7}, 5, {3}));
+  EXPECT_TRUE(kl::isReply(takeOnly(a_)));
+}
+
+TEST_F(RouterTest, PathAllReachesEveryOtherProcess) {
+  (void)route(a_, notification({kl::PATH_ALL, 4}, {7}));
+  for (Service* s : {&b_, &other_}) {
+    const kl::message got = takeOnly(*s);
+    EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{4});
+    EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  }
+  EXPECT_TRUE(a_.out.empty());
+}
+
+TEST_F(RouterTest, EachCopyOfARequestToAllMayBeAnswered) {
+  (void)route(a_, request({kl::PATH_ALL}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, reply({10, 7}, 5));
+  (void)route(other_, reply({10, 7}, 5));
+  (void)route(other_, reply({10, 7}, 5));
+  EXPECT_EQ(takeMessages(a_).size(), 2u);
+}
+
+TEST_F(RouterTest, PathMultiReachesEachSubPathWithItsOwnPath) {
+  (void)route(a_, notification({kl::PATH_MULTI, 2, 24, 5, 1, 30, 3, 24, 6, 7}, {8}));
+  const std::vector<kl::message> got = takeMessages(b_);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].get(kl::SYS_TO, {}), Ids{5});
+  EXPECT_EQ(got[1].get(kl::SYS_TO, {}), (Ids{6, 7}));
+  EXPECT_EQ(got[1].get(kl::SYS_FROM, {}), (Ids{10, 8}));
+  EXPECT_EQ(takeOnly(other_).get(kl::SYS_TO, Ids{9}), Ids{});
+}
+
+TEST_F(RouterTest, AMalformedPathMultiDeliversNothing) {
+  const Ids tooLong = [] {
+    Ids path{kl::PATH_MULTI, 1, 24, 33};
+    path.resize(path.size() + 33, 24);
+    return path;
+  }();
+  for (const Ids& path :
+       {Ids{kl::PATH_MULTI, 2, 24, 5, 0}, Ids{kl::PATH_MULTI, 2, 24, 5, 2, 30},
+        Ids{kl::PATH_MULTI, 1, 24, 1, kl::PATH_SELF}, Ids{kl::PATH_MULTI, 1, 24, 1, kl::PATH_ALL},
+        Ids{kl::PATH_MULTI, 1, 24, 2, kl::PATH_MULTI, 1}, Ids{kl::PATH_MULTI, 1, 24, 0xffffffff},
+        Ids{kl::PATH_MULTI, 0}, Ids{kl::PATH_MULTI}, tooLong}) {
+    EXPECT_EQ(route(a_, notification(path)), "");
+    EXPECT_TRUE(takeMessages(b_).empty());
+    EXPECT_TRUE(takeMessages(other_).empty());
+    EXPECT_TRUE(takeMessages(a_).empty());
+  }
+}
+
+TEST_F(RouterTest, AnUnknownFirstHopIsABrokenPath) {
+  (void)route(a_, request({99, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_TRUE(kl::isReply(got));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{99, 3}));
+}
+
+TEST_F(RouterTest, WhoExpectsNoReplyGetsANotice) {
+  (void)route(a_, notification({99, 3}, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_FALSE(got.has(kl::SYS_TYPE));
+  EXPECT_FALSE(got.has(kl::SYS_REQID));
+  EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{99, 3}));
+}
+
+TEST_F(RouterTest, NothingIsSentAboutANotice) {
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {99});
+  (void)route(a_, notice);
+  EXPECT_TRUE(takeMessages(a_).empty());
+}
+
+TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {24});
+  notice.insert(kl::SYS_REQID, 5);
+  notice.insert(kl::SYS_REPLYEXP, true);
+  (void)route(a_, notice);
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+  EXPECT_EQ(requests_.size(), 0u);
+  b_.connection = nullptr;
+  router_.endOf(b_);
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
+}
+
+TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  kl::message silent = request({24, 0}, kl::CMD_GET, 6, {7});
+  silent.remove(kl::SYS_REPLYEXP);
+  (void)route(a_, silent);
+  b_.connection = nullptr;
+  router_.endOf(b_);
+  const std::vector<kl::message> got = takeMessages(a_);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(errorOf(got[0]), kl::ERROR_BRKPATH);
+  EXPECT_EQ(got[0].get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got[0].get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(got[0].get(kl::SYS_FROM, {}), (Ids{24, 0}));
+  EXPECT_EQ(got[1].get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(got[1].get(kl::SYS_FROM, {}), Ids{24});
+  EXPECT_EQ(takeOnly(other_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(requests_.size(), 0u);
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 7, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  a_.connection = nullptr;
+  router_.endOf(a_);
+  EXPECT_EQ(requests_.size(), 0u);
+  (void)takeMessages(b_);
+  (void)route(b_, reply({10, 7}, 5));
+  EXPECT_TRUE(a_.out.empty());
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
+TEST_F(RouterTest, ControlMessagesAreForTheLoaderAlone) {
+  kl::message m;
+  m.insert(kl::SYS_CTRL, 6);
+  for (const Ids& path : {Ids{24}, Ids{1, 0}, Ids{kl::PATH_ALL}, Ids{kl::PATH_MULTI, 1, 1}}) {
+    m.insert(kl::SYS_TO, path);
+    EXPECT_EQ(route(a_, m), "sent a control message for somebody else");
+  }
+  EXPECT_TRUE(takeMessages(b_).empty());
+}
+
+TEST_F(RouterTest, ASecondRegistrationIsAFault) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {1});
+  m.insert(kl::SYS_CTRL, kl::CTRL_HELLO);
+  EXPECT_EQ(route(a_, m), "sent a second registration");
+}
+
+TEST_F(RouterTest, ControlCodesChangeTheRowAndUnknownOnesNothing) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {1});
+  a_.state = kl::SVC_STATE_REGISTERED;
+  m.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
+  EXPECT_EQ(route(a_, m), "");
+  EXPECT_EQ(a_.state, kl::SVC_STATE_RUNNING);
+  for (const unsigned int code : {1u, 2u, 3u, 4u, 7u, 8u, 77u}) {
+    m.insert(kl::SYS_CTRL, code);
+    EXPECT_EQ(route(a_, m), "") << code;
+  }
+  EXPECT_EQ(leaving_.codes, (Ids{2, 3, 4, 7}));
+}
+
+TEST_F(RouterTest, GarbageIsNamed) {
+  EXPECT_EQ(routeBytes(a_, {}), "sent bytes that are no message");
+  EXPECT_EQ(route(a_, kl::message()), "sent a message without a path");
+}
+
+TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
+  table_.add(1);
+  (void)route(a_, request({1}, kl::CMD_GETALL, 5, {7}));
+  (void)route(a_, request({1, 0}, kl::CMD_GETALL, 6, {7}));
+  ASSERT_EQ(local_.requests.size(), 2u);
+  EXPECT_EQ(table_.find(1)->traffic.messagesIn, 2u);
+  EXPECT_EQ(local_.askers, (Ids{10, 10}));
+  EXPECT_EQ(local_.requests[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  EXPECT_EQ(local_.requests[0].get(kl::SYS_TO, Ids{5}), Ids{});
+}
+
+TEST_F(RouterTest, AListOfPathsReachesTheLoaderOnce) {
+  (void)route(a_, request({kl::PATH_MULTI, 1, 1, 2, 1, 0, 1, 24, 1, 1}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_EQ(local_.requests.size(), 1u);
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
+  (void)route(a_, request({1, 5}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_TRUE(local_.requests.empty());
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{1, 5}));
+}
+
+TEST_F(RouterTest, RepliesAndNoticesToTheLoaderVanish) {
+  (void)route(a_, reply({1}, 5));
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {1});
+  (void)route(a_, notice);
+  EXPECT_TRUE(local_.requests.empty());
+  EXPECT_TRUE(takeMessages(a_).empty());
+}
+
+TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
+  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  kl::message m = request({24}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_USER, "root");
+  m.insert(kl::SYS_POLICY, 0xffffffff);
+  (void)route(a_, m);
+  (void)route(a_, request({24}, kl::CMD_SET, 6));
+  for (const kl::message& got : takeMessages(b_)) {
+    EXPECT_EQ(got.get(kl::SYS_USER, ""), "bob");
+    EXPECT_EQ(got.get(kl::SYS_POLICY, 0), 64u);
+  }
+  m.insert(kl::SYS_TO, {1});
+  (void)route(a_, m);
+  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_POLICY, 0), 64u);
+  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_USER, ""), "bob");
+}
+
+// Frames of records that nobody would write, some of them with a byte changed or their end cut off.
+class RandomFrames {
+ public:
+  explicit RandomFrames(unsigned int seed) : random_(seed) {}
+
+  std::vector<unsigned char> next() {
+    std::vector<unsigned char> frame{0x4d, 0x32};
+    addPath(frame);
+    for (unsigned int records = below(6); records > 0; --records) addRecord(frame);
+    const auto size = static_cast<unsigned int>(frame.size());
+    if (below(4) == 0) frame[below(size)] = static_cast<unsigned char>(below(256));
+    if (below(8) == 0) frame.resize(below(size));
+    return frame;
+  }
+
+ private:
+  unsigned int below(unsigned int end) { return static_cast<unsigned int>(random_() % end); }
+
+  void add(std::vector<unsigned char>& frame, unsigned int value, int bytes = 4) {
+    for (int i = 0; i < bytes; ++i) frame.push_back(static_cast<unsigned char>(value >> 8 * i));
+  }
+
+  void addPath(std::vector<unsigned char>& frame) {
+    const Ids hops{24, 30, 10, 1, 99, kl::PATH_ALL, kl::PATH_MULTI, kl::PATH_SELF};
+    add(frame, kl::SYS_TO);
+    const unsigned int size = below(5);
+    add(frame, size, 2);
+    for (unsigned int i = 0; i < size; ++i) add(frame, below(2) == 0 ? hops[below(8)] : 1 + below(2));
+  }
+
+  // Any system field, also with the type of another.
+  void addRecord(std::vector<unsigned char>& frame) {
+    const Ids types{0x08000000, 0x20000000, 0x00000000, 0x88000000};
+    const unsigned int type = types[below(4)];
+    add(frame, type | 0x01000000 * (type < 0x80000000 ? 1U : 0U) | 0xff0000 | (1 + below(18)));
+    if (type == 0x08000000) add(frame, 1 + below(2), 1);
+    if (type == 0x20000000) add(frame, 0x6101, 2);  // "a"
+    if (type == 0x88000000) add(frame, 1, 2), add(frame, below(3));
+  }
+
+  std::minstd_rand random_;
+};
+
+TEST_F(RouterTest, RandomFramesAreGarbageOrArriveUnderTheRightsAndTheNameOfTheirSender) {
+  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  RandomFrames random(4711);
+  int arrived = 0;
+  for (int i = 0; i < 20000; ++i) {
+    (void)routeBytes(a_, random.next());
+    (void)takeFrames(a_);  // errors, and what it sent to itself
+    for (Service* to : {&b_, &other_})
+      for (const std::vector<unsigned char>& frame : takeFrames(*to)) {
+        kl::RecordWalk walk(frame);
+        for (kl::Record ignored; walk.next(ignored);) {
+        }
+        ASSERT_TRUE(walk.ok()) << "frame " << i;
+        const kl::message got(frame);
+        ASSERT_EQ(got.get(kl::SYS_FROM, {}).at(0), 10u) << "frame " << i;
+        ASSERT_FALSE(got.has(kl::SYS_CTRL)) << "frame " << i;
+        ++arrived;
+        if (kl::isReply(got) || !got.has(kl::SYS_CMD)) continue;
+        ASSERT_EQ(got.get(kl::SYS_USER, ""), "bob") << "frame " << i;
+        ASSERT_EQ(got.get(kl::SYS_POLICY, 0), 64u) << "frame " << i;
+      }
+  }
+  EXPECT_GT(arrived, 1000);
+}
+
+TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsAreCounted) {
+  (void)route(b_, request({30, 1}, kl::CMD_GET, 9, {2}));
+  fill(b_);
+  const std::size_t full = b_.out.size();
+  (void)route(a_, request({24, 3}, kl::CMD_GET, 5, {7}));
+  const kl::message got = takeOnly(a_);
+  EXPECT_EQ(errorOf(got), kl::ERROR_BUSY);
+  EXPECT_TRUE(kl::isReply(got));
+  EXPECT_EQ(got.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{24, 3}));
+  EXPECT_EQ(requests_.size(), 1u);  // only the one that b_ asked
+  (void)route(a_, notification({24}));
+  EXPECT_EQ(b_.traffic.drops, 1u);
+  EXPECT_EQ(b_.out.size(), full);
+  (void)route(other_, reply({24, 2}, 9));
+  EXPECT_GT(b_.out.size(), full);
+}
+
+TEST_F(RouterTest, ARequestAbove1MiBIsTooBig) {
+  kl::message m = request({24, 0}, kl::CMD_SET, 5, {7});
+  for (unsigned int i = 0; i < 17; ++i) m.insert_raw(0x30000001 + i, std::vector<unsigned char>(65000));
+  EXPECT_EQ(route(a_, m), "");
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_TOOBIG);
+  EXPECT_EQ(b_.out.size(), 0u);
+}
+
+TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {
+  router_.setNow(1000);
+  for (unsigned int i = 0; i < Router::kMaxOpenRequests; ++i) {
+    (void)route(a_, request({24}, kl::CMD_GET, i, {7}));
+    (void)takeMessages(b_);
+  }
+  router_.setNow(1600);
+  (void)route(a_, request({24}, kl::CMD_GET, 5000, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BUSY);
+  EXPECT_TRUE(takeMessages(b_).empty());
+
+  router_.setNow(1601);
+  (void)route(a_, request({24, 2}, kl::CMD_GET, 5000, {7}));
+  const kl::message old = takeOnly(a_);
+  EXPECT_EQ(errorOf(old), kl::ERROR_TIMEOUT);
+  EXPECT_EQ(old.get(kl::SYS_REQID, 77), 0u);
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_REQID, 0), 5000u);
+  EXPECT_EQ(a_.requests.askedCount, Router::kMaxOpenRequests);
+  (void)route(other_, request({24}, kl::CMD_GET, 1, {7}));  // others are not concerned
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+TEST_F(RouterTest, SubscribingOpensNoRequest) {
+  (void)route(a_, request({24}, kl::CMD_SUBSCRIBE, 5, {7}));
+  (void)route(a_, request({24}, kl::CMD_UNSUBSCRIBE, 6, {7}));
+  EXPECT_EQ(takeMessages(b_).size(), 2u);
+  EXPECT_EQ(requests_.size(), 0u);
+}
+
+TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  late.state = kl::SVC_STATE_STARTING;
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
+  (void)route(a_, reply({40, 1}, 5));
+  EXPECT_TRUE(a_.out.empty());
+  const std::vector<kl::message> held = takeHeld(late);
+  ASSERT_EQ(held.size(), 1u);
+  EXPECT_EQ(held[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
+
+  late.isAwaited = false;  // later starts do not hold
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, HeldRequestsAreBounded) {
+  const loader::ServiceConfiguration configured = configuration({});  // somebody else starts it
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  kl::message m = request({40}, kl::CMD_NOOP, 5, {7});
+  m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
+  for (int i = 0; i < 10; ++i) (void)route(a_, m);
+  EXPECT_LT(late.held.size(), kLimit + 1100);
+  EXPECT_EQ(errorOf(takeMessages(a_).back()), kl::ERROR_BUSY);
+}
+
+TEST_F(RouterTest, DuringACrashDelayRequestsBreak) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& late = table_.add(40);
+  late.configuration = &configured;
+  late.state = kl::SVC_STATE_STARTING;
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
+  late.state = kl::SVC_STATE_DELAYED;
+  router_.breakRequestsTo(late);
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+  (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, ARequestOrANotificationForAServiceThatLeftIsHeldAndStartsIt) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  for (const kl::message& m :
+       {request({40, 1}, kl::CMD_GET, 5, {7}), notification({40, 1}), request({40}, kl::CMD_SUBSCRIBE, 6),
+        notification({kl::PATH_MULTI, 1, 24, 1, 40})}) {
+    leaving_.needed.clear();
+    Service& left = table_.add(40);
+    left.configuration = &configured;
+    left.state = kl::SVC_STATE_LEFT;
+    (void)route(a_, m);
+    EXPECT_EQ(leaving_.needed, Ids{40});
+    EXPECT_EQ(takeHeld(left).size(), 1u);
+    EXPECT_TRUE(a_.out.empty());
+    router_.breakRequestsTo(left);
+    (void)takeMessages(a_);
+    table_.remove(40);
+  }
+}
+
+TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& left = table_.add(40);
+  left.configuration = &configured;
+  left.state = kl::SVC_STATE_LEFT;
+  kl::message ended = notification({40});
+  ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
+  notice.insert(kl::SYS_TO, {40});
+  for (const kl::message& m : {reply({40}, 5), notification({kl::PATH_ALL}), ended, notice})
+    EXPECT_EQ(route(a_, m), "");
+  other_.connection = nullptr;
+  router_.endOf(other_);
+  EXPECT_TRUE(leaving_.needed.empty());
+  EXPECT_FALSE(left.isDemanded);
+  EXPECT_EQ(takeHeld(left).size(), 1u);  // what another service said of an end, for whoever comes
+}
+
+TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  b_.configuration = &configured;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, request({30}, kl::CMD_GET, 9, {3}));
+  (void)takeMessages(other_);
+  b_.state = kl::SVC_STATE_LEAVING;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 6, {7}));
+  (void)route(other_, reply({24, 3}, 9));
+  EXPECT_TRUE(a_.out.empty());
+  b_.connection = nullptr;
+  router_.leftBy(b_);
+  const kl::message broken = takeOnly(a_);
+  EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
+  EXPECT_EQ(broken.get(kl::SYS_REQID, 0), 5u);
+  EXPECT_TRUE(takeMessages(other_).empty());
+  EXPECT_EQ(requests_.size(), 1u);
+  const std::vector<kl::message> held = takeHeld(b_);
+  ASSERT_EQ(held.size(), 1u);
+  EXPECT_EQ(held[0].get(kl::SYS_REQID, 0), 6u);
+}
+
+TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
+  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
+  Service& left = table_.add(40);
+  left.configuration = &configured;
+  left.state = kl::SVC_STATE_LEFT;
+  (void)route(a_, request({40}, kl::CMD_SUBSCRIBE, 5, {7}));
+  for (Service* gone : {&a_, &other_}) {
+    gone->connection = nullptr;
+    router_.endOf(*gone);
+  }
+  const std::vector<kl::message> held = takeHeld(left);
+  ASSERT_EQ(held.size(), 2u);  // nothing of the other: it has said nothing
+  EXPECT_EQ(held[0].get(kl::SYS_CMD, 0), kl::CMD_SUBSCRIBE);
+  EXPECT_EQ(held[1].get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(held[1].get(kl::SYS_FROM, {}), Ids{10});
+}
+
+TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
+  b_.state = kl::SVC_STATE_LEAVING;
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  b_.state = kl::SVC_STATE_RUNNING;
+  outbox_.release(b_);
+  requests_.release(b_);
+  b_.connection = nullptr;
+  router_.leftBy(b_);
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, TrafficIsCountedOnBothSides) {
+  const kl::message m = request({24, 0}, kl::CMD_GET, 5, {7});
+  (void)route(a_, m);
+  EXPECT_EQ(a_.traffic.messagesOut, 1u);
+  EXPECT_EQ(a_.traffic.bytesOut, 4 + flat(m).size());
+  EXPECT_EQ(b_.traffic.messagesIn, 1u);
+  EXPECT_EQ(b_.traffic.bytesIn, b_.out.size());
+  EXPECT_EQ(b_.requests.servingCount, 1u);
+}
+
+}  // namespace

@@ -1,0 +1,233 @@
+// Peers that read too little or write too much, and what the others notice of them.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
+#include "tests/support/hex.h"
+
+namespace {
+
+using kl::test::frameOf;
+using kl::test::LoaderProcess;
+using kl::test::notification;
+using kl::test::RawPeer;
+using kl::test::replyTo;
+using kl::test::request;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kSmallQueues[] = "[loader]\nqueue_limit = 65536\nstall_seconds = 0\n";
+constexpr char kImpatient[] = "[loader]\nqueue_limit = 65536\nstall_seconds = 1\n";
+
+kl::message large(kl::message m) {
+  m.insert_raw(0x30000001, std::vector<unsigned char>(20000));
+  return m;
+}
+
+class Peers : public testing::Test {
+ protected:
+  void connectAll() {
+    for (auto& [peer, id] : {std::pair<RawPeer*, unsigned int>{&a_, 500}, {&b_, 501}, {&mute_, 502}}) {
+      ASSERT_TRUE(peer->connect());
+      ASSERT_EQ(peer->registerAs(id), id);
+    }
+  }
+
+  // A request from a_ to b_ and back.
+  void roundTrip(unsigned int id) {
+    ASSERT_TRUE(a_.send(request({501, 1}, kl::CMD_GET, id, {7})));
+    const auto asked = b_.receiveCommand(kl::CMD_GET);
+    ASSERT_TRUE(asked);
+    ASSERT_TRUE(b_.send(replyTo(*asked)));
+    ASSERT_TRUE(a_.receiveReply(id));
+  }
+
+  unsigned long long row(unsigned int id, unsigned int field) {
+    kl::message m = request({1}, kl::CMD_GETOBJ, 99, {7});
+    m.insert(kl::STD_ID, id);
+    if (!a_.send(m)) return 0;
+    const auto answer = a_.receiveReply(99);
+    if (!answer) return 0;
+    return (field & 0xf8000000) == 0x10000000 ? answer->get_u64(field, 0) : answer->get_u32(field, 0);
+  }
+
+  // Sends notifications to the mute peer until the loader's queue for it is full.
+  void fillQueueOfMute() {
+    for (int i = 0; i < 10000 && row(502, kl::SVC_DROPS) == 0; ++i)
+      for (int k = 0; k < 10; ++k) ASSERT_TRUE(a_.send(large(notification({502}))));
+    ASSERT_GT(row(502, kl::SVC_DROPS), 0u);
+  }
+
+  RawPeer a_;
+  RawPeer b_;
+  RawPeer mute_;
+};
+
+TEST_F(Peers, APeerThatNeverReadsSlowsNobodyAndItsLossesAreCounted) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  fillQueueOfMute();
+  EXPECT_LT(row(502, kl::SVC_QUEUE), 65536u + 21000);
+  ASSERT_TRUE(a_.send(request({502, 3}, kl::CMD_GET, 5, {7})));
+  const auto answer = a_.receiveReply(5);
+  ASSERT_TRUE(answer);
+  unsigned int code = 0;
+  EXPECT_TRUE(kl::isError(*answer, &code));
+  EXPECT_EQ(code, kl::ERROR_BUSY);
+  const auto begin = Clock::now();
+  for (unsigned int i = 0; i < 100; ++i) roundTrip(1000 + i);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(2));
+  EXPECT_TRUE(mute_.receiveCommand(kl::CMD_NOTIFY));  // it is still connected and may catch up
+}
+
+TEST_F(Peers, APeerThatCatchesUpGetsWhatWaited) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  fillQueueOfMute();
+  const unsigned long long delivered = row(502, kl::SVC_MESSAGES_IN) - 1;  // the first was its confirmation
+  for (unsigned long long i = 0; i < delivered; ++i) ASSERT_TRUE(mute_.receiveCommand(kl::CMD_NOTIFY)) << i;
+  EXPECT_TRUE(mute_.isQuiet(20));
+  EXPECT_EQ(row(502, kl::SVC_QUEUE), 0u);
+  ASSERT_TRUE(a_.send(request({502, 3}, kl::CMD_GET, 5, {7})));
+  EXPECT_TRUE(mute_.receiveCommand(kl::CMD_GET));
+}
+
+TEST_F(Peers, APeerThatDoesNotReadForTooLongIsDisconnected) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  fillQueueOfMute();
+  const auto told = b_.receiveCommand(kl::CMD_DISCONNECTED);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->get(kl::SYS_FROM, {}), std::vector<unsigned int>{502});
+  EXPECT_TRUE(loader.logs("reads nothing while its queue is full; disconnected"));
+  EXPECT_TRUE(mute_.isDisconnected());
+}
+
+TEST_F(Peers, APeerThatHasClosedItsReadingEndIsDisconnected) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  ASSERT_EQ(::shutdown(mute_.fd(), SHUT_RD), 0);
+  ASSERT_TRUE(a_.send(request({502, 3}, kl::CMD_GET, 5, {7})));
+  const auto answer = a_.receiveReply(5);
+  ASSERT_TRUE(answer);
+  unsigned int code = kl::ERROR_OK;
+  EXPECT_TRUE(kl::isError(*answer, &code));
+  EXPECT_EQ(code, kl::ERROR_BRKPATH);
+}
+
+TEST_F(Peers, APeerThatNeverRegistersIsDisconnected) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  RawPeer silent;
+  ASSERT_TRUE(silent.connect());
+  EXPECT_TRUE(silent.isDisconnected());
+  EXPECT_TRUE(loader.logs("does not register; disconnected"));
+  roundTrip(1);  // who has registered may be silent
+}
+
+TEST_F(Peers, APeerThatHasNotRegisteredMayNotMakeTheLoaderKeepMuch) {
+  const LoaderProcess loader;
+  connectAll();
+  RawPeer large;
+  ASSERT_TRUE(large.connect());
+  ASSERT_TRUE(large.sendBytes(std::vector<unsigned char>{0, 0, 1, 0}));  // 65536
+  EXPECT_TRUE(large.isDisconnected());
+  EXPECT_TRUE(loader.logs("announced a registration of more than 65535 bytes; disconnected"));
+  RawPeer whole;
+  ASSERT_TRUE(whole.connect());
+  kl::message hello = kl::test::hello(600);
+  hello.insert_raw(0x30000002, std::vector<unsigned char>(65000));
+  ASSERT_TRUE(whole.send(hello));
+  EXPECT_TRUE(whole.receive());
+  roundTrip(1);
+}
+
+TEST_F(Peers, OfManyThatDoNotRegisterTheOldestMakeRoom) {
+  const LoaderProcess loader;
+  connectAll();
+  std::vector<RawPeer> silent(256);
+  for (RawPeer& peer : silent) ASSERT_TRUE(peer.connect());
+  RawPeer late;
+  ASSERT_TRUE(late.connect());
+  EXPECT_EQ(late.registerAs(600), 600u);
+  EXPECT_TRUE(silent[0].isDisconnected());
+  EXPECT_TRUE(loader.logs("has not registered, as too many others of its user; disconnected"));
+  EXPECT_EQ(silent[1].registerAs(601), 601u);
+  roundTrip(1);
+}
+
+TEST_F(Peers, APeerThatReadsALittleIsNotDisconnected) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  fillQueueOfMute();
+  const auto end = Clock::now() + std::chrono::milliseconds(2500);
+  while (Clock::now() < end) {
+    ASSERT_TRUE(mute_.receive());
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(a_.send(large(notification({502}))));
+    (void)b_.isQuiet(50);
+  }
+  EXPECT_EQ(loader.log().find("disconnected"), std::string::npos) << loader.log();
+}
+
+TEST_F(Peers, APeerThatSendsHalfAFrameHoldsNobodyUp) {
+  const LoaderProcess loader;
+  connectAll();
+  ASSERT_TRUE(mute_.sendBytes(kl::test::bytes("00f00000 4d32 0100ff88")));
+  for (unsigned int i = 0; i < 50; ++i) roundTrip(i);
+}
+
+TEST_F(Peers, AFloodReachesItsBoundAndNotTheOthers) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  const pid_t flooder = ::fork();
+  if (flooder == 0) {
+    RawPeer peer;
+    if (!peer.connect() || peer.registerAs(600) != 600) ::_exit(1);
+    const std::vector<unsigned char> frame = frameOf(large(notification({502})));
+    while (peer.sendBytes(frame)) {
+    }
+    ::_exit(0);
+  }
+  while (row(502, kl::SVC_DROPS) < 1000) ASSERT_FALSE(HasFatalFailure());
+  const auto begin = Clock::now();
+  for (unsigned int i = 0; i < 50; ++i) roundTrip(i);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3));
+  EXPECT_LT(loader.memory(), 64u << 20);
+  ::kill(flooder, SIGKILL);
+  ::waitpid(flooder, nullptr, 0);
+}
+
+TEST_F(Peers, AFloodOfRequestsIsAnsweredBusyUpToABound) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  const std::vector<unsigned char> frame = frameOf(request({502}, kl::CMD_GET, 1, {7}));
+  for (int i = 0; i < 5000; ++i) ASSERT_TRUE(b_.sendBytes(frame));
+  roundTrip(2);  // b_'s answers to its flood come first and are passed over by now
+  EXPECT_LE(row(502, kl::SVC_REQUESTS), 4096u);
+}
+
+TEST_F(Peers, APeerThatDiesWithAFullQueueLeavesNothingBehind) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  fillQueueOfMute();
+  const std::size_t before = loader.descriptors();
+  mute_.close();
+  ASSERT_TRUE(b_.receiveCommand(kl::CMD_DISCONNECTED));
+  EXPECT_EQ(loader.descriptors(), before - 1);
+  ASSERT_TRUE(a_.send(request({502}, kl::CMD_GET, 5, {7})));
+  const auto answer = a_.receiveReply(5);
+  ASSERT_TRUE(answer);
+  unsigned int code = 0;
+  EXPECT_TRUE(kl::isError(*answer, &code));
+  EXPECT_EQ(code, kl::ERROR_BRKPATH);
+}
+
+}  // namespace

@@ -1,0 +1,257 @@
+#include "services/loader/transport/listener.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <vector>
+
+#include "kl/utilities.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kl::test::LoaderProcess;
+using kl::test::RawPeer;
+using loader::Applicant;
+using loader::Descriptor;
+using loader::Listener;
+
+class Host final : public loader::ListenerHost {
+ public:
+  void onConnection(Descriptor socket, Applicant who) override {
+    sockets.push_back(std::move(socket));
+    last = who;
+  }
+  void cannotAccept(int errorNumber) override { refusals.push_back(errorNumber); }
+  void tooManyFail() override { ++complaints; }
+  unsigned int complaints = 0;
+  std::vector<Descriptor> sockets;
+  std::vector<int> refusals;
+  Applicant last;
+};
+
+// The process can open nothing while it lives.
+class NoDescriptorLeft {
+ public:
+  NoDescriptorLeft() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+    rlimit tight = before_;
+    tight.rlim_cur = static_cast<rlim_t>(Descriptor(::dup(0)).get());  // the lowest that is free
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  }
+  NoDescriptorLeft(const NoDescriptorLeft&) = delete;
+  NoDescriptorLeft& operator=(const NoDescriptorLeft&) = delete;
+  ~NoDescriptorLeft() { (void)::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+class ListenerTest : public testing::Test {
+ protected:
+  void onePass() { runner_.runSocks(kl::getJiffies()); }
+  void fail(unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i) listener_.cameToNothing();
+  }
+  // A pass that nothing keeps asleep.
+  void onePassAtOnce() {
+    runner_.addTimer(
+        nullptr, [](void*) {}, 0);
+    onePass();
+  }
+  // Passes, until a tick that had begun is over and another one as well.
+  void twoTicks() {
+    bool isOver = false;
+    runner_.addTimer(
+        &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 3);
+    while (!isOver) onePass();
+  }
+
+  kl::ThinRunner runner_;
+  Host host_;
+  Listener listener_{runner_, host_};
+};
+
+TEST_F(ListenerTest, FoldersAreMadeAndTheSocketIsOpenToEverybody) {
+  for (const char* folder : {"/kelo/run", "/kelo/logs"}) fs::remove_all(folder);
+  ASSERT_EQ(listener_.open(), "");
+  struct stat info {};
+  ASSERT_EQ(::stat(kl::loaderSocketPath().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0666u);
+  EXPECT_TRUE(fs::is_directory(fs::path(kl::logSocketPath()).parent_path()));
+  ASSERT_EQ(::stat(kl::runFolderPath().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 01777u);  // services of any user mark their first start in it
+}
+
+TEST_F(ListenerTest, AConnectionComesWithItsProcessAndItsUser) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  onePass();
+  ASSERT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(host_.last.pid, ::getpid());
+  EXPECT_EQ(host_.last.uid, ::geteuid());
+  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
+#endif
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  {
+    const NoDescriptorLeft none;
+    onePass();
+    EXPECT_TRUE(host_.sockets.empty());
+    runner_.addTimer(
+        nullptr, [](void*) {}, 5);
+    const unsigned int begin = kl::getJiffies();
+    onePass();  // the waiting connection does not wake it
+    EXPECT_GE(kl::getJiffies() - begin, 4u);
+    EXPECT_EQ(host_.refusals, std::vector<int>{EMFILE});
+  }
+  listener_.resume();
+  onePass();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+
+  // Nobody of its own ends now: it looks again by itself.
+  RawPeer second;
+  ASSERT_TRUE(second.connect());
+  {
+    const NoDescriptorLeft none;
+    onePass();
+    EXPECT_EQ(host_.sockets.size(), 1u);
+  }
+  for (int passes = 0; passes < 100 && host_.sockets.size() == 1; ++passes) onePass();
+  EXPECT_EQ(host_.sockets.size(), 2u);
+}
+
+TEST_F(ListenerTest, AfterTooManyFailuresNobodyIsAcceptedUntilTheTickIsOver) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  fail(Listener::kMostFailures);
+  ASSERT_TRUE(peer.connect());
+  onePassAtOnce();
+  EXPECT_TRUE(host_.sockets.empty());
+  twoTicks();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+}
+
+TEST_F(ListenerTest, OneFailureLessHoldsNobodyUp) {
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  fail(Listener::kMostFailures - 1);
+  ASSERT_TRUE(peer.connect());
+  onePass();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(host_.complaints, 0u);
+}
+
+TEST_F(ListenerTest, FailuresOfDifferentTicksAreNotAddedUp) {
+  ASSERT_EQ(listener_.open(), "");
+  for (int i = 0; i < 3; ++i) {
+    fail(Listener::kMostFailures - 1);
+    twoTicks();
+  }
+  EXPECT_EQ(host_.complaints, 0u);
+}
+
+TEST_F(ListenerTest, TooManyFailuresAreToldOnceUntilATickHasFewer) {
+  ASSERT_EQ(listener_.open(), "");
+  for (int i = 0; i < 3; ++i) {
+    fail(Listener::kMostFailures + 5);
+    onePass();  // sleeps until the tick is over
+  }
+  EXPECT_EQ(host_.complaints, 1u);
+  twoTicks();
+  fail(Listener::kMostFailures);
+  EXPECT_EQ(host_.complaints, 2u);
+}
+
+TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
+#endif
+  ASSERT_EQ(listener_.open(), "");
+  RawPeer peer;
+  ASSERT_TRUE(peer.connect());
+  {
+    const NoDescriptorLeft none;
+    onePass();
+  }
+  fail(Listener::kMostFailures);
+  listener_.resume();
+  onePassAtOnce();
+  EXPECT_TRUE(host_.sockets.empty());
+  twoTicks();
+  EXPECT_EQ(host_.sockets.size(), 1u);
+}
+
+TEST_F(ListenerTest, FailuresAfterItsEndAreNobodysConcern) {
+  fail(Listener::kMostFailures);
+  ASSERT_EQ(listener_.open(), "");
+  listener_.close();
+  fail(Listener::kMostFailures);
+  EXPECT_EQ(host_.complaints, 0u);
+}
+
+TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {
+  const Descriptor stopped(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = kl::loaderSocketPath();
+  fs::create_directories(fs::path(path).parent_path());
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  (void)::unlink(path.c_str());
+  ASSERT_EQ(::bind(stopped.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(stopped.get(), 0), 0);
+  RawPeer first;
+  ASSERT_TRUE(first.connect());  // fills the backlog, and nobody takes it
+  EXPECT_EQ(listener_.open(), path + ": a loader is running already");
+  (void)::unlink(path.c_str());
+}
+
+TEST_F(ListenerTest, ClosingItRemovesItsFile) {
+  ASSERT_EQ(listener_.open(), "");
+  listener_.close();
+  EXPECT_FALSE(fs::exists(kl::loaderSocketPath()));
+}
+
+TEST_F(ListenerTest, AFolderThatCannotBeMadeIsTold) {
+  fs::remove_all("/kelo/run");
+  ASSERT_TRUE(Descriptor(::open("/kelo/run", O_CREAT | O_WRONLY, 0600)).isOpen());
+  EXPECT_EQ(listener_.open().rfind("/kelo/run: cannot be made: ", 0), 0u);
+  fs::remove("/kelo/run");
+}
+
+TEST_F(ListenerTest, ASecondLoaderDoesNotStart) {
+  const LoaderProcess first;
+  LoaderProcess second;
+  EXPECT_EQ(second.waitForEnd(), 1);
+  EXPECT_NE(second.log().find(": a loader is running already"), std::string::npos) << second.log();
+  EXPECT_EQ(listener_.open(), kl::loaderSocketPath() + ": a loader is running already");
+  EXPECT_TRUE(RawPeer().connect());
+}
+
+TEST_F(ListenerTest, TheSocketOfAKilledLoaderIsReplaced) {
+  LoaderProcess killed;
+  killed.signal(SIGKILL);
+  EXPECT_EQ(killed.waitForEnd(), 128 + SIGKILL);
+  EXPECT_TRUE(fs::exists(kl::loaderSocketPath()));
+  EXPECT_EQ(listener_.open(), "");
+}
+
+}  // namespace

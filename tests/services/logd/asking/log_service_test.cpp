@@ -1,0 +1,259 @@
+// The log service as a service: under the loader, asked and followed by another service.
+
+#include "services/logd/asking/log_service.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <list>
+
+#include "kl/services.h"
+#include "tests/services/logd/system.h"
+#include "tests/support/hex.h"
+
+namespace logd::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kNames = "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
+const std::string kWithFile = kNames + "[[file]]\npath = \"/kelo/all.log\"\n";
+
+// For a test that reads late what it is told: the loader drops none of it.
+constexpr char kLongQueues[] = "[loader]\nqueue_limit = 16777216\n";
+
+// The texts of the next notification; `skipped` is what it says is left out.
+std::vector<std::string> nextNews(System& system, unsigned int& skipped) {
+  std::vector<std::string> texts;
+  const auto m = system.peer().receiveCommand(kl::CMD_NOTIFY, 20000);
+  if (!m) return texts;
+  for (const kl::message object : m->get(kl::STD_OBJS, {})) texts.push_back(object.get(kl::LOG_TEXT, ""));
+  skipped += m->get(kl::LOG_SKIPPED, 0);
+  return texts;
+}
+
+// Lines of the test's own process: the loader logs as well.
+kl::message fromHere() {
+  kl::message filter;
+  filter.insert(kl::LOG_PID, static_cast<unsigned int>(::getpid()));
+  return filter;
+}
+
+Bytes manyLines(unsigned int count) {
+  Bytes all = registration(1, {5});
+  for (unsigned int i = 0; i < count; ++i) {
+    const Bytes line = textRecord(1, std::to_string(i));
+    all.insert(all.end(), line.begin(), line.end());
+  }
+  return all;
+}
+
+TEST(LogService, ALineIsShownByIdWithEverythingOfIt) {
+  System system(kNames);
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(2, {5, 7}) + textRecord(2, "abc")));
+  EXPECT_TRUE(system.hasLine("abc"));
+  const kl::message line = system.lines(fromHere()).at(0);
+  EXPECT_EQ(line.get(kl::LOG_PID, 0), static_cast<unsigned int>(::getpid()));
+  EXPECT_EQ(line.get(kl::LOG_PROCESS, "") + "\n", contentOf("/proc/self/comm"));
+  EXPECT_EQ(line.get(kl::LOG_TOPICS, {}), (std::vector<unsigned int>{5, 7}));
+  kl::message request;
+  request.insert(kl::STD_ID, line.get(kl::STD_ID, 0));
+  EXPECT_EQ(system.ask({kl::SERVICE_LOG}, kl::CMD_GETOBJ, request).get(kl::LOG_TEXT, ""), "abc");
+  EXPECT_GE(system.figure(kl::LOG_LINES), 1u);
+}
+
+TEST(LogService, AFollowerGetsTheTopicsThatItAskedFor) {
+  System system(kNames);
+  kl::message filter;
+  filter.insert(kl::LOG_TOPICS, {4});
+  system.subscribe({kl::SERVICE_LOG}, filter);
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {7}) + registration(2, {4, 32}) + textRecord(1, "good") +
+                           textRecord(2, "bad") + textRecord(1, "good") + textRecord(2, "worse")));
+  unsigned int skipped = 0;
+  EXPECT_EQ(nextNews(system, skipped), (std::vector<std::string>{"bad", "worse"}));
+  EXPECT_EQ(skipped, 0u);
+}
+
+TEST(LogService, ABurstCostsAFollowerFewMessages) {
+  System system(kNames + "lines_per_second = 0\n", kLongQueues);
+  system.subscribe({kl::SERVICE_LOG}, fromHere());
+  LogClient client;
+  EXPECT_TRUE(client.write(manyLines(50000)));
+  unsigned int skipped = 0;
+  std::size_t seen = 0;
+  unsigned int messages = 0;
+  while (seen + skipped < 50000 && messages < 5000) {
+    seen += nextNews(system, skipped).size();
+    ++messages;
+  }
+  EXPECT_EQ(seen + skipped, 50000u);
+  EXPECT_LT(messages, 500u);
+}
+
+TEST(LogService, AFollowerThatDoesNotReadIsNotWaitedFor) {
+  System system(kWithFile);
+  kl::test::RawPeer lazy;
+  ASSERT_TRUE(lazy.connect());
+  ASSERT_NE(lazy.registerAs(0), 0u);
+  kl::message m = kl::test::notification({kl::SERVICE_LOG});
+  m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+  ASSERT_TRUE(lazy.send(m));
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {5})));
+  for (int i = 0; i < 300; ++i) EXPECT_TRUE(client.write(textRecord(1, std::string(20000, 'x'))));
+  EXPECT_TRUE(client.write(textRecord(1, "last")));
+  EXPECT_TRUE(system.hasLine("last"));
+}
+
+TEST(LogService, MutingReachesThoseWhoAreThereAndThoseWhoCome) {
+  System system(kNames);
+  LogClient before;
+  EXPECT_TRUE(before.write(registration(1, {7}) + registration(2, {32, 8})));
+  EXPECT_TRUE(before.write(textRecord(1, "here")));
+  EXPECT_TRUE(system.hasLine("here"));
+  system.mute(kl::TOPIC_DEBUG, true);
+  EXPECT_EQ(before.read(6), kl::test::bytes("0006 0002 0001"));
+  LogClient after;
+  EXPECT_TRUE(after.write(registration(1, {8})));
+  EXPECT_EQ(after.read(6), kl::test::bytes("0006 0001 0001"));
+  system.mute(kl::TOPIC_DEBUG, false);
+  EXPECT_EQ(before.read(6), kl::test::bytes("0006 0002 0000"));
+  EXPECT_EQ(after.read(6), kl::test::bytes("0006 0001 0000"));
+}
+
+TEST(LogService, WhoFollowsTheRulesHearsOfAChange) {
+  System system(kNames);
+  system.subscribe({kl::SERVICE_LOG, kl::LOG_RULES});
+  kl::test::RawPeer other;
+  ASSERT_TRUE(other.connect());
+  ASSERT_NE(other.registerAs(0), 0u);
+  kl::message m = kl::test::request({kl::SERVICE_LOG, kl::LOG_RULES}, kl::CMD_SETOBJ, 1);
+  m.insert(kl::STD_ID, kl::TOPIC_DEBUG);
+  m.insert(kl::LOG_MUTED, true);
+  ASSERT_TRUE(other.send(m));
+  const auto news = system.peer().receiveCommand(kl::CMD_NOTIFY);
+  ASSERT_TRUE(news);
+  const kl::message object(news->get(kl::STD_OBJS, {}).at(0));
+  EXPECT_EQ(object.get(kl::STD_ID, 0), kl::TOPIC_DEBUG);
+  EXPECT_TRUE(object.get(kl::LOG_MUTED, false));
+}
+
+TEST(LogService, AHostileClientIsDisconnectedAndTheOthersGoOn) {
+  System system(kNames);
+  LogClient good;
+  EXPECT_TRUE(good.write(registration(1, {5})));
+  for (const char* digits :
+       {"0000", "0003 0001 00", "0008 0000 0001 0001", "0005 0007 61", "0009 0000 0000 0001 00"}) {
+    LogClient bad;
+    EXPECT_TRUE(bad.write(kl::test::bytes(digits)));
+    EXPECT_TRUE(bad.isDisconnected()) << digits;
+  }
+  EXPECT_TRUE(good.write(textRecord(1, "still here")));
+  EXPECT_TRUE(system.hasLine("still here"));
+  EXPECT_EQ(system.lines(fromHere()).size(), 6u) << "one line for each of them";
+}
+
+TEST(LogService, AFloodIsLimitedAndTold) {
+  System system(kNames + "lines_per_second = 10\nburst = 100\n");
+  LogClient client;
+  EXPECT_TRUE(client.write(manyLines(1000)));
+  EXPECT_TRUE(system.hasLine("lines dropped: they came too fast"));
+  EXPECT_GE(system.figure(kl::LOG_DROPPED), 800u);
+}
+
+TEST(LogService, ARecordThatDiesWithItsProcessIsCounted) {
+  System system(kNames);
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {5}) + Bytes{0, 9, 0, 1, 'h', 'a'}));
+  client.close();
+  EXPECT_TRUE(comesTrue([&] { return system.figure(kl::LOG_TORN) == 1; }));
+  EXPECT_TRUE(system.lines(fromHere()).empty());
+}
+
+TEST(LogService, ItReopensItsFilesWithSighup) {
+  System system(kWithFile);
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "first")));
+  EXPECT_TRUE(system.hasLine("first"));
+  fs::rename("/kelo/all.log", "/kelo/moved.log");
+  ASSERT_EQ(::kill(system.logService(), SIGHUP), 0);
+  EXPECT_TRUE(comesTrue([&] {
+    EXPECT_TRUE(client.write(textRecord(1, "second")));
+    return fs::exists("/kelo/all.log");
+  }));
+  EXPECT_NE(contentOf("/kelo/moved.log").find("first"), std::string::npos);
+}
+
+TEST(LogService, ItTakesWhatWasWrittenBeforeItEnds) {
+  System system(kWithFile);
+  LogClient client;
+  const pid_t pid = system.logService();
+  ASSERT_EQ(::kill(pid, SIGSTOP), 0);
+  EXPECT_TRUE(client.write(manyLines(1000)));
+  ASSERT_EQ(::kill(pid, SIGTERM), 0);
+  ASSERT_EQ(::kill(pid, SIGCONT), 0);
+  EXPECT_TRUE(client.isDisconnected());
+  EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
+}
+
+TEST(LogService, ItTakesWhatWasWrittenBeforeTheLoaderWentAway) {
+  System system(kWithFile);
+  LogClient client;
+  const pid_t pid = system.logService();
+  ASSERT_EQ(::kill(pid, SIGSTOP), 0);
+  EXPECT_TRUE(client.write(manyLines(1000)));
+  system.loader().signal(SIGKILL);
+  EXPECT_EQ(system.loader().waitForEnd(), 128 + SIGKILL);
+  (void)::kill(pid, SIGCONT);
+  EXPECT_TRUE(client.isDisconnected());
+  EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
+}
+
+TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
+  fs::create_directory("/kelo/small");
+  if (::mount("none", "/kelo/small", "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no tmpfs can be mounted";
+  System system(kNames + "lines_per_second = 0\n[[file]]\npath = \"/kelo/small/all.log\"\nsize = 1000000\n");
+  system.subscribe({kl::SERVICE_LOG});
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {5})));
+  for (int i = 0; i < 200; ++i) EXPECT_TRUE(client.write(textRecord(1, std::string(1000, 'x'))));
+  EXPECT_TRUE(client.write(textRecord(1, "memory goes on")));
+  EXPECT_TRUE(system.hasLine("memory goes on"));
+  kl::message request;
+  request.insert(kl::LOG_CONTAINS, "No space left on device");
+  EXPECT_EQ(system.lines(request).size(), 1u);
+  EXPECT_EQ(contentOf("/kelo/small/all.log").back(), '\n') << "nothing half";
+  ASSERT_EQ(::mount("none", "/kelo/small", "tmpfs", MS_REMOUNT, "size=1m"), 0);
+  EXPECT_TRUE(comesTrue([&] {
+    EXPECT_TRUE(client.write(textRecord(1, "and the file, too")));
+    return contentOf("/kelo/small/all.log").find("and the file, too") != std::string::npos;
+  }));
+  EXPECT_TRUE(system.hasLine("lines are written again"));
+}
+
+TEST(LogService, WhoComesBeforeTheLoaderHasLetItInIsNotMissed) {
+  std::ofstream("/kelo/kl-logd.toml") << kWithFile;
+  kl::test::LoaderProcess loader;
+  loader.signal(SIGSTOP);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", "/kelo/kl-logd.toml", nullptr);
+    ::_exit(127);
+  }
+  LogClient client;
+  EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "early")));
+  loader.signal(SIGCONT);
+  EXPECT_TRUE(comesTrue([] { return contentOf("/kelo/all.log").find("early") != std::string::npos; }));
+  EXPECT_EQ(::kill(pid, SIGTERM), 0);
+  int status = -1;
+  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace logd::test

@@ -1,0 +1,218 @@
+#include "services/logd/intake/client.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "kl/services.h"
+#include "tests/services/logd/fixture.h"
+#include "tests/support/hex.h"
+
+namespace logd::test {
+namespace {
+
+// A loop that never waits.
+class Loop : public kl::ThinRunner {
+ public:
+  int sleepTime(unsigned int) override { return 0; }
+  void pass() {
+    runTimers();
+    runSocks(kl::getJiffies());
+  }
+};
+
+// A client whose process is the test.
+struct ClientTest : testing::Test, ClientHost {
+  ClientTest() { connect(RateLimit(0, 1)); }
+
+  void connect(RateLimit limit) {
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    process = Descriptor(ends[1]);
+    hasEnded = false;
+    ClientHost& host = *this;
+    client =
+        std::make_unique<Client>(loop, host, book, tally, Descriptor(ends[0]), Peer{"netif", 812}, limit);
+  }
+
+  void onEnd(Client&) override {
+    hasEnded = true;
+    client.reset();
+  }
+
+  void write(const Bytes& bytes) {
+    ASSERT_EQ(::write(process.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    loop.pass();
+  }
+
+  // What the process reads with one read of 256 bytes, as it does.
+  Bytes readOnce() {
+    Bytes bytes(256);
+    const ssize_t n = ::recv(process.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    bytes.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
+    return bytes;
+  }
+
+  // All mute records that come until `count` are there, and how many at most came with one read.
+  std::size_t readRecords(std::size_t count, std::size_t& mostAtOnce) {
+    std::size_t records = 0;
+    for (int i = 0; i < 100000 && records < count; ++i) {
+      loop.pass();
+      const Bytes bytes = readOnce();
+      EXPECT_EQ(bytes.size() % 6, 0u) << "a record came in two parts";
+      mostAtOnce = std::max(mostAtOnce, bytes.size() / 6);
+      records += bytes.size() / 6;
+      if (bytes.empty()) ::poll(nullptr, 0, 1);
+    }
+    return records;
+  }
+
+  void mute(Topic topic, bool muted) {
+    (void)book.mutes().set(topic, muted);
+    client->applyMutes();
+  }
+
+  std::string text(Ring::Number n) const { return book.ring()[n].text; }
+
+  Loop loop;
+  LogBook book{Configuration()};
+  Tally tally;
+  Descriptor process;
+  std::unique_ptr<Client> client;
+  bool hasEnded = false;
+};
+
+TEST_F(ClientTest, ALineHasTheTopicsOfItsSourceAndTheNameOfItsProcess) {
+  write(registration(2, {5, 7}) + textRecord(2, "abc"));
+  ASSERT_EQ(book.ring().end(), 1u);
+  const Line& line = book.ring()[0];
+  EXPECT_EQ(line.text, "abc");
+  EXPECT_EQ(line.origin->process, "netif");
+  EXPECT_EQ(line.origin->pid, 812u);
+  EXPECT_EQ(line.origin->source, 2u);
+  EXPECT_EQ(line.origin->topics, (Topics{5, 7}));
+  EXPECT_EQ(tally.lines, 1u);
+}
+
+TEST_F(ClientTest, ASourceMayRegisterAgain) {
+  write(registration(1, {5}) + textRecord(1, "a") + registration(1, {6}) + textRecord(1, "b"));
+  EXPECT_EQ(book.ring()[0].origin->topics, (Topics{5}));
+  EXPECT_EQ(book.ring()[1].origin->topics, (Topics{6}));
+}
+
+TEST_F(ClientTest, WhatIsNoRecordEndsItWithOneLine) {
+  write(registration(1, {5}) + textRecord(1, "a") + Bytes(4));
+  EXPECT_TRUE(hasEnded);
+  ASSERT_EQ(book.ring().end(), 2u);
+  EXPECT_EQ(text(1), "disconnected: it wrote a record with a bad length");
+  EXPECT_EQ(book.ring()[1].origin->process, "netif");
+  EXPECT_EQ(tally.torn, 0u);
+}
+
+TEST_F(ClientTest, ALineOfAnUnregisteredSourceEndsIt) {
+  write(registration(1, {5}) + textRecord(2, "a") + textRecord(1, "b"));
+  EXPECT_TRUE(hasEnded);
+  ASSERT_EQ(book.ring().end(), 1u);
+  EXPECT_EQ(text(0), "disconnected: it wrote a line of a source that was not registered");
+}
+
+TEST_F(ClientTest, TooManySourcesEndIt) {
+  Bytes all;
+  for (unsigned int id = 1; id <= Client::kMostSources; ++id) all = all + registration(id, {});
+  write(all);
+  EXPECT_FALSE(hasEnded);
+  write(registration(1, {5}));
+  EXPECT_FALSE(hasEnded);
+  write(registration(Client::kMostSources + 1, {}));
+  EXPECT_TRUE(hasEnded);
+}
+
+TEST_F(ClientTest, ARecordThatDiesWithItsProcessIsCounted) {
+  write(registration(1, {5}) + Bytes{0, 9, 0, 1, 'h', 'a'});
+  process.close();
+  loop.pass();
+  EXPECT_TRUE(hasEnded);
+  EXPECT_EQ(tally.torn, 1u);
+  EXPECT_EQ(book.ring().end(), 0u);
+}
+
+TEST_F(ClientTest, AMutedSourceIsToldAtOnce) {
+  write(registration(1, {5}) + registration(2, {8, 5}));
+  mute(8, true);
+  EXPECT_EQ(readOnce(), kl::test::bytes("0006 0002 0001"));
+  std::size_t mostAtOnce = 0;
+  mute(8, false);
+  EXPECT_EQ(readRecords(1, mostAtOnce), 1u);
+  mute(8, false);
+  EXPECT_TRUE(readOnce().empty());
+}
+
+TEST_F(ClientTest, ANewcomerIsToldWithItsRegistration) {
+  mute(8, true);
+  write(registration(1, {8}));
+  EXPECT_EQ(readOnce(), kl::test::bytes("0006 0001 0001"));
+}
+
+TEST_F(ClientTest, NoMoreRecordsAreUnderWayThanOneReadTakes) {
+  Bytes all;
+  for (unsigned int id = 1; id <= 300; ++id) all = all + registration(id, {8});
+  write(all);
+  mute(8, true);
+  std::size_t mostAtOnce = 0;
+  EXPECT_EQ(readRecords(300, mostAtOnce), 300u);
+  EXPECT_EQ(mostAtOnce, 42u);
+}
+
+TEST_F(ClientTest, AProcessThatDoesNotReadIsNotWaitedFor) {
+  write(registration(1, {8}));
+  for (int i = 0; i < 100001; ++i) mute(8, i % 2 == 0);
+  write(textRecord(1, "still here"));
+  EXPECT_EQ(text(book.ring().end() - 1), "still here");
+  std::size_t mostAtOnce = 0;
+  (void)readRecords(1, mostAtOnce);
+  EXPECT_LE(mostAtOnce, 42u);
+}
+
+TEST_F(ClientTest, WhoWritesTooFastIsTold) {
+  connect(RateLimit(10, 3));
+  Bytes all = registration(1, {5});
+  for (int i = 0; i < 10; ++i) all = all + textRecord(1, std::to_string(i));
+  write(all);
+  EXPECT_EQ(book.ring().end(), 3u);
+  EXPECT_EQ(tally.dropped, 7u);
+  client->tick(steadyTime() + 1'000'000'000);
+  ASSERT_EQ(book.ring().end(), 4u);
+  EXPECT_EQ(text(3), "7 lines dropped: they came too fast");
+  EXPECT_EQ(book.ring()[3].origin->process, "netif");
+  EXPECT_EQ(book.ring()[3].origin->topics, (Topics{kl::TOPIC_WARNING, kl::TOPIC_LOGD}));
+}
+
+TEST_F(ClientTest, WhatWasDroppedIsToldAtTheEnd) {
+  connect(RateLimit(1, 1));
+  write(registration(1, {5}) + textRecord(1, "a") + textRecord(1, "b"));
+  process.close();
+  loop.pass();
+  ASSERT_EQ(book.ring().end(), 2u);
+  EXPECT_EQ(text(1), "1 lines dropped: they came too fast");
+}
+
+TEST_F(ClientTest, WhatIsInTheSocketIsTakenBeforeTheEnd) {
+  const Bytes all = registration(1, {5}) + textRecord(1, "a");
+  ASSERT_EQ(::write(process.get(), all.data(), all.size()), static_cast<ssize_t>(all.size()));
+  client->drain();
+  EXPECT_EQ(book.ring().end(), 1u);
+}
+
+TEST(ClientPeer, TheKernelSaysWhoItIs) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const Descriptor a(ends[0]);
+  const Descriptor b(ends[1]);
+  const Peer peer = peerOf(a.get());
+  EXPECT_EQ(peer.pid, static_cast<unsigned int>(::getpid()));
+  EXPECT_EQ(peer.process + "\n", contentOf("/proc/self/comm"));
+}
+
+}  // namespace
+}  // namespace logd::test

@@ -1,0 +1,132 @@
+#include "services/logd/intake/clients.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <list>
+
+#include "tests/services/logd/system.h"
+
+namespace logd::test {
+namespace {
+
+// A loop that never waits and counts its passes' sockets.
+class Loop : public kl::ThinRunner {
+ public:
+  int sleepTime(unsigned int) override { return 0; }
+  void passes(int count) {
+    for (int i = 0; i < count; ++i) {
+      runTimers();
+      runSocks(kl::getJiffies());
+    }
+  }
+};
+
+struct ClientsTest : testing::Test {
+  ClientsTest() {
+    EXPECT_EQ(listener.open(), "");
+    configuration.clients = 3;
+  }
+
+  std::string texts() const {
+    std::string all;
+    for (auto n = book.ring().begin(); n != book.ring().end(); ++n) all += book.ring()[n].text + "\n";
+    return all;
+  }
+
+  Configuration configuration;
+  Loop loop;
+  LogBook book{configuration};
+  Listener listener;
+};
+
+TEST_F(ClientsTest, TheyComeAndGo) {
+  Clients clients(loop, book, listener, configuration);
+  std::list<LogClient> processes(2);
+  loop.passes(5);
+  EXPECT_EQ(clients.size(), 2u);
+  EXPECT_TRUE(processes.back().write(registration(1, {5}) + textRecord(1, "a")));
+  loop.passes(5);
+  EXPECT_EQ(texts(), "a\n");
+  processes.clear();
+  loop.passes(5);
+  EXPECT_EQ(clients.size(), 0u);
+}
+
+TEST_F(ClientsTest, WhoIsTooManyIsRefusedAndNobodyElseIsHurt) {
+  Clients clients(loop, book, listener, configuration);
+  std::list<LogClient> processes(6);
+  loop.passes(10);
+  EXPECT_EQ(clients.size(), 3u);
+  EXPECT_TRUE(texts().starts_with("refused: there are 3 clients; ")) << texts();
+  EXPECT_EQ(book.ring().end(), 1u) << "one line for a run of them";
+  EXPECT_TRUE(processes.back().isDisconnected());
+  EXPECT_TRUE(processes.front().write(registration(1, {5}) + textRecord(1, "a")));
+  loop.passes(1);
+  EXPECT_EQ(book.ring()[1].text, "a");
+  processes.pop_front();
+  loop.passes(2);
+  const LogClient next;
+  loop.passes(2);
+  EXPECT_EQ(clients.size(), 3u);
+}
+
+// Every descriptor that there is.
+std::list<Descriptor> takeDescriptors() {
+  std::list<Descriptor> all;
+  while (true) {
+    Descriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!one.isOpen()) return all;
+    all.push_back(std::move(one));
+  }
+}
+
+TEST_F(ClientsTest, WithoutDescriptorsWhoIsTooManyWaitsAndTheLoopRests) {
+  configuration.clients = 1;
+  Clients clients(loop, book, listener, configuration);
+  const LogClient first;
+  loop.passes(3);
+  const LogClient second;
+  std::list<Descriptor> all = takeDescriptors();
+  loop.passes(100);
+  EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
+  all.clear();
+  clients.tick(steadyTime());
+  loop.passes(3);
+  EXPECT_TRUE(book.ring()[1].text.starts_with("refused: there are 1 clients; "));
+}
+
+TEST_F(ClientsTest, WithoutDescriptorsWhoComesWaitsAndTheLoopRests) {
+  Clients clients(loop, book, listener, configuration);
+  LogClient process;
+  EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
+  std::list<Descriptor> all = takeDescriptors();
+  loop.passes(100);
+  EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
+  all.clear();
+  clients.tick(steadyTime());
+  loop.passes(3);
+  EXPECT_EQ(book.ring()[1].text, "a");
+}
+
+TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
+  Clients clients(loop, book, listener, configuration);
+  LogClient process;
+  EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
+  clients.drain();
+  EXPECT_EQ(texts(), "a\n");
+}
+
+TEST_F(ClientsTest, RulesReachEveryone) {
+  Clients clients(loop, book, listener, configuration);
+  std::list<LogClient> processes(3);
+  for (LogClient& process : processes) EXPECT_TRUE(process.write(registration(1, {8})));
+  loop.passes(10);
+  (void)book.mutes().set(8, true);
+  clients.applyMutes();
+  for (LogClient& process : processes) EXPECT_EQ(process.read(6), (Bytes{0, 6, 0, 1, 0, 1}));
+}
+
+}  // namespace
+}  // namespace logd::test

@@ -1,0 +1,119 @@
+#include "services/logd/keeping/log_book.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "kl/services.h"
+#include "tests/services/logd/fixture.h"
+
+namespace logd::test {
+namespace {
+
+struct LogBookTest : testing::Test {
+  void addFile(const std::string& path, const Topics& topics = {}) {
+    FileRule rule;
+    rule.path = path;
+    rule.topics = topics;
+    configuration.files.push_back(rule);
+  }
+  Folder folder;
+  Configuration configuration;
+};
+
+std::string lastTextOf(const LogBook& book) { return book.ring()[book.ring().end() - 1].text; }
+
+TEST_F(LogBookTest, ALineGoesToMemoryAndToTheFilesThatTakeIt) {
+  addFile(folder / "all");
+  addFile(folder / "errors", {4});
+  LogBook book(configuration);
+  book.add(lineOf("good", {7}, 0), 1);
+  book.add(lineOf("bad", {4}, 0), 1);
+  book.flush(1);
+  EXPECT_EQ(book.ring().end(), 2u);
+  EXPECT_EQ(contentOf(folder / "all"),
+            "1970-01-01T00:00:00.000000Z p[7] 7: good\n1970-01-01T00:00:00.000000Z p[7] 4: bad\n");
+  EXPECT_EQ(contentOf(folder / "errors"), "1970-01-01T00:00:00.000000Z p[7] 4: bad\n");
+}
+
+TEST_F(LogBookTest, ATextThatIsTooLongIsCutAndSaysSo) {
+  LogBook book(configuration);
+  book.add(lineOf(std::string(40000, 'x')), 1);
+  const std::string text = lastTextOf(book);
+  EXPECT_EQ(text.size(), 32768u + 17);
+  EXPECT_TRUE(text.ends_with("x [7232 bytes cut]")) << text.substr(32760);
+}
+
+TEST_F(LogBookTest, WhatTheServiceSaysIsALineOfItsOwn) {
+  LogBook book(configuration);
+  book.say(kl::TOPIC_WARNING, "careful");
+  EXPECT_EQ(book.ring().end(), 0u);
+  book.flush(1);
+  ASSERT_EQ(book.ring().end(), 1u);
+  const Line& line = book.ring()[0];
+  EXPECT_EQ(line.text, "careful");
+  EXPECT_EQ(line.origin->process, "kl-logd");
+  EXPECT_EQ(line.origin->pid, static_cast<unsigned int>(::getpid()));
+  EXPECT_EQ(line.origin->source, 0u);
+  EXPECT_EQ(line.origin->topics, (Topics{kl::TOPIC_WARNING, kl::TOPIC_LOGD}));
+}
+
+TEST_F(LogBookTest, AFullDiskIsToldOnceAndStopsNeitherMemoryNorOtherFiles) {
+  addFile("/dev/full");
+  addFile(folder / "all");
+  LogBook book(configuration);
+  for (int i = 0; i < 10; ++i) {
+    book.add(lineOf("line", {}, 0), 1);
+    book.flush(1);
+  }
+  EXPECT_EQ(book.ring().end(), 11u);
+  EXPECT_EQ(book.ring()[1].text,
+            "/dev/full: No space left on device: lines are not written until they can be");
+  const std::string written = contentOf(folder / "all");
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 11);
+}
+
+TEST_F(LogBookTest, WhatTheMachinesLogDoesNotTakeIsToldEachSecond) {
+  configuration.syslog = folder / "nobody";
+  LogBook book(configuration);
+  book.add(lineOf("a"), 1);
+  book.add(lineOf("b"), 1);
+  book.tick(1);
+  EXPECT_EQ(lastTextOf(book), "the machine's own log did not take 2 lines");
+}
+
+TEST_F(LogBookTest, ALossOfTheMachinesOwnLogIsToldOnceAndNotToIt) {
+  configuration.syslog = folder / "nobody";
+  LogBook book(configuration);
+  book.add(lineOf("a"), 1);
+  for (Nanoseconds second = 1; second < 5; ++second) book.tick(second);
+  EXPECT_EQ(book.ring().end(), 2u);
+}
+
+TEST_F(LogBookTest, AReaderHearsOfEveryLine) {
+  struct Counter final : LineReader {
+    void onNews() override { ++count; }
+    int count = 0;
+  } counter;
+  LogBook book(configuration);
+  book.setReader(&counter);
+  book.add(lineOf("a"), 1);
+  book.say(kl::TOPIC_INFO, "b");
+  book.flush(1);
+  EXPECT_EQ(counter.count, 2);
+}
+
+TEST_F(LogBookTest, TheConfigurationsRulesHoldFromTheStart) {
+  configuration.muted = {8};
+  EXPECT_TRUE(LogBook(configuration).mutes().isMuted(8));
+}
+
+TEST_F(LogBookTest, TheClockThatRatesAreMeasuredByGoesForward) {
+  const Nanoseconds before = steadyTime();
+  EXPECT_GE(steadyTime(), before);
+  EXPECT_GT(timeOfDay(), 1'700'000'000'000'000'000ull);
+}
+
+}  // namespace
+}  // namespace logd::test

@@ -1,0 +1,215 @@
+#include "tools/klctl/verbs/commands.h"
+
+#include <gtest/gtest.h>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "tests/tools/klctl/expect_failure.h"
+#include "tools/klctl/ask/fetch.h"
+#include "tools/klctl/values/json.h"
+
+namespace klctl {
+namespace {
+
+kl::message::flat_message flat(const kl::message& m) {
+  kl::message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+// The loader with its table of two, and netif with one object, in one place; keeps what it was asked.
+class Commands : public testing::Test {
+ protected:
+  std::string run(std::vector<const char*> words) {
+    const std::string dictionaries = std::string(KL_SOURCE_DIR) + "/tools/fields";
+    words.insert(words.begin(), {"klctl", "--fields", dictionaries.c_str()});
+    const auto line = std::get<CommandLine>(parseCommandLine(static_cast<int>(words.size()), words.data()));
+    return klctl::run(
+        line, [this](const kl::message& m) { return answer(m); }, [this](const kl::message& m) { sent_ = m; },
+        [this](const kl::message& m, const std::string& path) {
+          return fetchAll(m, path, [this](const kl::message& chunk) { return answer(chunk); });
+        });
+  }
+
+  kl::message answer(const kl::message& request) {
+    if (request.get(kl::SYS_TO, {}) == std::vector<unsigned int>{1}) return loader(request);
+    last_ = request;
+    return reply_;
+  }
+
+  static kl::message loader(const kl::message& request) {
+    kl::message netif;
+    netif.insert(kl::STD_ID, 32);
+    netif.insert(kl::SVC_NAME, "netif");
+    netif.insert(kl::SVC_STATE, kl::SVC_STATE_RUNNING);
+    netif.insert(kl::SVC_DROPS, 3);
+    if (request.has(kl::SVC_ACTION)) return actions().emplace_back(request), outcome();
+    if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETOBJ) return netif;
+    kl::message reply;
+    reply.insert(kl::STD_OBJS, {flat(netif)});
+    return reply;
+  }
+
+  void replyWithInterface() {
+    kl::message eth0;
+    eth0.insert(kl::STD_ID, 2);
+    eth0.insert_string(0x20000001, "eth0");
+    eth0.insert_raw(0x30000002, {2, 0xfc});
+    reply_.insert(kl::STD_OBJS, {flat(eth0)});
+  }
+
+  // What was ordered of the loader, and what it says to that.
+  static std::vector<kl::message>& actions() {
+    static std::vector<kl::message> all;
+    return all;
+  }
+  static kl::message& outcome() {
+    static kl::message reply;
+    return reply;
+  }
+
+  unsigned int command() const { return last_.get(kl::SYS_CMD, 0); }
+
+  kl::message reply_;
+  kl::message last_;  // the last request to a service other than the loader
+  kl::message sent_;  // the last message that expects no reply
+};
+
+}  // namespace
+
+TEST_F(Commands, GetReadsSettingsOrAnObject) {
+  (void)run({"get", "netif"});
+  EXPECT_EQ(command(), kl::CMD_GET);
+  EXPECT_EQ(last_.get(kl::SYS_TO, {}), std::vector<unsigned int>{32});
+  EXPECT_FALSE(last_.has(kl::STD_ID));
+  (void)run({"get", "netif/3:2"});
+  EXPECT_EQ(command(), kl::CMD_GETOBJ);
+  EXPECT_EQ(last_.get(kl::SYS_TO, {}), (std::vector<unsigned int>{32, 3}));
+  EXPECT_EQ(last_.get(kl::STD_ID, 0), 2u);
+}
+
+TEST_F(Commands, SetChangesSettingsOrAnObject) {
+  (void)run({"set", "netif", "descr=x"});
+  EXPECT_EQ(command(), kl::CMD_SET);
+  EXPECT_EQ(last_.get(kl::STD_DESCR, ""), "x");
+  (void)run({"set", "netif", "--id", "2", "mtu=0x5dc"});
+  EXPECT_EQ(command(), kl::CMD_SETOBJ);
+  EXPECT_EQ(last_.get_u32(0x08000004, 0), 1500u);
+}
+
+TEST_F(Commands, SendAsksWhetherAServiceIsThereOrWhateverItIsTold) {
+  (void)run({"send", "32"});
+  EXPECT_EQ(command(), kl::CMD_NOOP);
+  EXPECT_EQ(last_.size_u32(kl::SYS_CMD), 1u);
+  (void)run({"send", "32", "0x60001", "u32:0x1b=7"});
+  EXPECT_EQ(command(), 0x60001u);
+  EXPECT_EQ(last_.get_u32(0x0800001b, 0), 7u);
+}
+
+TEST_F(Commands, ACommandWordReplacesTheUsualCommand) {
+  (void)run({"get", "netif", "getcount"});
+  EXPECT_EQ(command(), kl::CMD_GETCOUNT);
+  (void)run({"getall", "netif", "getpolicies"});
+  EXPECT_EQ(command(), kl::CMD_GETPOLICIES);
+}
+
+TEST_F(Commands, AnActionIsAnOrderToTheLoader) {
+  for (const auto& [word, action] : {std::pair<const char*, unsigned int>{"start", kl::SVC_START},
+                                     {"stop", kl::SVC_STOP},
+                                     {"restart", kl::SVC_RESTART},
+                                     {"leave", kl::SVC_LEAVE}}) {
+    EXPECT_EQ(run({word, "netif"}), "");
+    EXPECT_EQ(actions().back().get(kl::SYS_CMD, 0), kl::CMD_SETOBJ);
+    EXPECT_EQ(actions().back().get(kl::STD_ID, 0), 32u);
+    EXPECT_EQ(actions().back().get(kl::SVC_ACTION, 0), action);
+  }
+}
+
+TEST_F(Commands, WhoRefusesToLeaveHasAStatusOfItsOwn) {
+  const std::pair<const char*, unsigned int> orders[] = {
+      {"leave", kl::ERROR_BUSY}, {"leave", kl::ERROR_FAILED}, {"stop", kl::ERROR_BUSY}};
+  std::vector<int> statuses;
+  for (const auto& [word, code] : orders) {
+    outcome() = kl::errorMsg(code, "because");
+    statuses.push_back(failureOf([&, w = word] { (void)run({w, "netif"}); }).status);
+  }
+  outcome() = kl::message();
+  EXPECT_EQ(statuses, (std::vector<int>{5, 1, 1}));
+}
+
+TEST_F(Commands, AMessageThatExpectsNoReplyIsSentOnly) {
+  EXPECT_EQ(run({"send", "--no-reply", "netif", "reset"}), "");
+  EXPECT_EQ(sent_.get(kl::SYS_CMD, 0), kl::CMD_RESET);
+  EXPECT_EQ(sent_.get(kl::SYS_TO, {}), std::vector<unsigned int>{32});
+  EXPECT_TRUE(last_ == kl::message());
+}
+
+TEST_F(Commands, AReplyIsShownWithoutWhatBelongsToItsJourney) {
+  reply_.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  reply_.insert(kl::SYS_REQID, 7);
+  reply_.insert(kl::SYS_FROM, {32});
+  EXPECT_EQ(run({"send", "netif"}), "");
+  EXPECT_EQ(run({"send", "netif", "--json"}), "{}\n");
+  reply_.insert(kl::STD_DESCR, "hello");
+  EXPECT_EQ(run({"get", "netif"}), "descr hello\n");
+  EXPECT_EQ(run({"get", "netif", "--json"}), "{\n  \"descr\": \"hello\"\n}\n");
+}
+
+TEST_F(Commands, ATableInAReplyIsShownAsOne) {
+  replyWithInterface();
+  reply_.insert(kl::STD_GETALLNO, 1);
+  EXPECT_EQ(run({"get", "netif", "getall"}), "getallno 1\nid name hwaddr\n 2 eth0 02:fc\n");
+  EXPECT_EQ(Json::parse(run({"get", "netif", "getall", "--json"}))["objs"][0]["name"], "eth0");
+}
+
+TEST_F(Commands, GetallShowsAColumnForEachFieldThatThereIs) {
+  replyWithInterface();
+  EXPECT_EQ(run({"getall", "netif"}), "id name hwaddr\n 2 eth0 02:fc\n");
+  EXPECT_EQ(Json::parse(run({"getall", "netif", "--json"})),
+            Json::parse(R"([{"id": 2, "name": "eth0", "hwaddr": "02:fc"}])"));
+}
+
+TEST_F(Commands, AnEmptyTableIsNothingOrAnEmptyList) {
+  EXPECT_EQ(run({"getall", "netif"}), "");
+  EXPECT_EQ(run({"getall", "netif", "--json"}), "[]\n");
+}
+
+TEST_F(Commands, ServicesShowsTheLoadersTable) {
+  EXPECT_EQ(run({"services"}).substr(0, 14), "id name  state");
+  EXPECT_NE(run({"services"}).find("32 netif running"), std::string::npos) << run({"services"});
+  const Json services = Json::parse(run({"services", "--json"}));
+  EXPECT_EQ(services[0]["state"], "running");
+  EXPECT_EQ(services[0]["drops"], 3);  // JSON has every field
+}
+
+TEST_F(Commands, ANumberFindsTheServicesDictionary) {
+  replyWithInterface();
+  EXPECT_EQ(run({"getall", "32"}), "id name hwaddr\n 2 eth0 02:fc\n");
+}
+
+TEST_F(Commands, UnderDumpRepliesAreShownAsTheyCame) {
+  reply_.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
+  EXPECT_EQ(run({"get", "netif", "--dump"}),
+            "--- kl::message --------\n"
+            " u32 [SYS_TYPE]=TYPE_REPLY\n"
+            "------------------------\n");
+  EXPECT_NE(run({"getall", "netif", "--dump"}).find("SYS_TYPE"), std::string::npos);
+  EXPECT_NE(run({"services", "--dump"}).find("message[] [STD_OBJS].."), std::string::npos);
+}
+
+TEST_F(Commands, AnErrorReplyIsToldWithThePath) {
+  reply_ = kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  const Told told = failureOf([&] { (void)run({"get", "netif/3:99"}); });
+  EXPECT_EQ(told.status, 1);
+  EXPECT_EQ(told.sentence, "netif/3:99: std failure: unknown id (4)");
+}
+
+TEST_F(Commands, MistakesInTheWordsAreToldBeforeAnythingIsSent) {
+  const Told told = failureOf([&] { (void)run({"set", "netif", "mtu=big"}); });
+  EXPECT_EQ(told.status, 2);
+  EXPECT_EQ(told.sentence,
+            "mtu is of the type u32 and takes a whole number from 0 to 4294967295, not \"big\"");
+  EXPECT_TRUE(last_ == kl::message());
+}
+
+}  // namespace klctl

@@ -1,0 +1,84 @@
+// klctl log -f as a program, with a real loader and a real log service.
+
+#include "tools/klctl/verbs/log_follow.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <fstream>
+
+#include "tests/support/doubles/real_loader.h"
+#include "tests/tools/klctl/running_program.h"
+#include "tools/klctl/values/json.h"
+
+namespace klctl {
+namespace {
+
+using kl::test::RealLoader;
+using kl::test::runProgram;
+
+constexpr char kKlctl[] = KL_BIN_DIR "/klctl";
+constexpr char kService[] = "[[service]]\nname = \"log\"\nrestart = \"always\"\ncommand = [\"" KL_BIN_DIR
+                            "/kl-logd\", \"--config\", \"/kelo/kl-logd.toml\"]\n";
+
+struct FollowLog : testing::Test {
+  FollowLog() {
+    std::ofstream("/kelo/kl-logd.toml")
+        << "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
+    loader = std::make_unique<RealLoader>(KL_BIN_DIR, kService);
+  }
+
+  // Two lines with the topics info and 300, "wNAME 0 ." and "wNAME 1 x.".
+  static void write(const std::string& name) {
+    EXPECT_EQ(runProgram({KL_BIN_DIR "/kl-test-writer", name, "2", "10", "1"}).exitStatus, 0);
+  }
+
+  static void killLogService() {
+    const Json row = Json::parse(runProgram({kKlctl, "--json", "get", "loader:18"}).out);
+    EXPECT_EQ(::kill(row["pid"].get<pid_t>(), SIGKILL), 0);
+  }
+
+  std::unique_ptr<RealLoader> loader;
+};
+
+TEST_F(FollowLog, WhatIsThereComesFirstAndThenWhatComes) {
+  EXPECT_EQ(runProgram({kKlctl, "get", "log"}).exitStatus, 0) << "it is there";
+  write("1");
+  RunningProgram klctl({kKlctl, "log", "-f", "--topic", "300"});
+  EXPECT_TRUE(klctl.line().ends_with("] info,300: w1 0 ."));
+  EXPECT_TRUE(klctl.line().ends_with("] info,300: w1 1 x."));
+  write("2");
+  EXPECT_TRUE(klctl.line().ends_with("] info,300: w2 0 ."));
+  EXPECT_TRUE(klctl.line().ends_with("] info,300: w2 1 x."));
+  EXPECT_EQ(klctl.end(SIGINT), 0);
+}
+
+TEST_F(FollowLog, AsJsonEachLineIsALine) {
+  EXPECT_EQ(runProgram({kKlctl, "get", "log"}).exitStatus, 0);
+  write("1");
+  RunningProgram klctl({kKlctl, "log", "-f", "--json", "--topic", "300"});
+  EXPECT_EQ(Json::parse(klctl.line())["text"], "w1 0 .");
+}
+
+TEST_F(FollowLog, AServiceThatIsKilledIsWaitedForAndNoLineComesTwice) {
+  EXPECT_EQ(runProgram({kKlctl, "get", "log"}).exitStatus, 0);
+  write("1");
+  RunningProgram klctl({kKlctl, "log", "-f", "--topic", "info"});
+  EXPECT_TRUE(klctl.says("w1 1 x.\n"));
+  killLogService();
+  EXPECT_TRUE(klctl.remarks("log is gone: it has ended; waiting for it"));
+  EXPECT_TRUE(klctl.remarks("log is back"));
+  write("2");
+  EXPECT_TRUE(klctl.line().ends_with("w2 0 ."));
+}
+
+TEST_F(FollowLog, AMutedTopicIsNotWrittenAnyMore) {
+  EXPECT_EQ(runProgram({kKlctl, "get", "log"}).exitStatus, 0);
+  EXPECT_EQ(runProgram({kKlctl, "log", "mute", "300"}).exitStatus, 0);
+  const Json rule = Json::parse(runProgram({kKlctl, "--json", "get", "log/1:300"}).out);
+  EXPECT_EQ(rule["muted"], true);
+  EXPECT_EQ(runProgram({kKlctl, "log", "unmute", "300"}).exitStatus, 0);
+}
+
+}  // namespace
+}  // namespace klctl

@@ -1,0 +1,26 @@
+#pragma once
+// fetch.h: a service's whole table of objects, chunk by chunk.
+
+#include <string>
+#include <vector>
+
+#include "ask/path.h"
+#include "kl/message.h"
+#include "values/failure.h"
+
+namespace klctl {
+
+// Repeats the request for as long as the replies name an id to continue from, and joins their objects.  Throws
+// Failure(kRefused) for an error reply, and for a service that names the same id twice and so would never end.
+// `path` is what the user called the service.
+std::vector<kl::message::flat_message> fetchAll(kl::message request, const std::string& path,
+                                                const Exchange& exchange);
+
+// The reply itself.  Throws Failure(kRefused) for an error reply.
+kl::message fetch(const kl::message& request, const std::string& path, const Exchange& exchange);
+
+// How an error reply is told, and a table that goes on at one id for the second time.
+Failure refused(const std::string& path, const kl::message& reply);
+Failure endless(const std::string& path, unsigned int id);
+
+}  // namespace klctl

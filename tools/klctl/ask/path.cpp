@@ -1,0 +1,88 @@
+// Paths, and the names in them.
+
+#include "ask/path.h"
+
+#include <limits>
+
+#include "ask/fetch.h"
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "values/failure.h"
+#include "values/field_id.h"
+
+namespace klctl {
+namespace {
+constexpr std::size_t kMaxHandlers = 31;  // the loader takes paths of up to 32 elements
+
+std::optional<unsigned int> parseElement(const std::string& word) {
+  const auto number = parseNumber(word, std::numeric_limits<unsigned int>::max());
+  if (!number) return {};
+  return static_cast<unsigned int>(*number);
+}
+
+// Cuts off what follows the last `separator` and reads it as a number.
+std::optional<unsigned int> cutNumber(std::string& text, char separator, const std::string& word) {
+  const std::size_t at = text.rfind(separator);
+  if (at == std::string::npos) return {};
+  const auto number = parseElement(text.substr(at + 1));
+  if (!number) throw usage("'" + word + "' is no path: a number must follow '" + separator + "'");
+  text.resize(at);
+  return number;
+}
+
+// The name of a service that is known by its number; the loader's word first.
+std::string askName(unsigned int id, const Exchange& exchange) {
+  if (id == kl::SERVICE_LOADER) return "loader";
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  request.insert(kl::SYS_CMD, kl::CMD_GETOBJ);
+  request.insert(kl::STD_ID, id);
+  const kl::message reply = exchange(request);
+  if (!kl::isError(reply) && reply.has(kl::SVC_NAME)) return reply.get(kl::SVC_NAME, "");
+  const char* fixed = kl::findServiceName(id);
+  return fixed == nullptr ? "" : fixed;
+}
+
+unsigned int askId(const std::string& name, const Exchange& exchange) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  request.insert(kl::SYS_CMD, kl::CMD_GETALL);
+  std::vector<unsigned int> ids;
+  for (const kl::message service : fetchAll(request, "loader", exchange))
+    if (service.get(kl::SVC_NAME, "") == name) ids.push_back(service.get(kl::STD_ID, kl::BADID));
+  if (ids.empty())
+    throw Failure(Status::kRefused, "no service is called '" + name + "' (klctl services lists them)");
+  if (ids.size() > 1) {
+    throw Failure(Status::kRefused, "several services are called '" + name + "', " + std::to_string(ids[0]) +
+                                        " and " + std::to_string(ids[1]) + " among them: give the number");
+  }
+  return ids.front();
+}
+
+}  // namespace
+
+PathWord parsePath(const std::string& word) {
+  PathWord path;
+  std::string text = word;
+  path.object = cutNumber(text, ':', word);
+  while (const auto handler = cutNumber(text, '/', word))
+    path.handlers.insert(path.handlers.begin(), *handler);
+  path.service = text;
+  if (text.empty() || text.find(':') != std::string::npos)
+    throw usage("'" + word + "' is no path: it begins with the name or the number of a service");
+  if (path.handlers.size() > kMaxHandlers)
+    throw usage("'" + word + "' is no path: it is longer than 32 elements");
+  return path;
+}
+
+std::string serviceName(const std::string& word, const Exchange& exchange) {
+  const auto number = parseElement(word);
+  return number ? askName(*number, exchange) : word;
+}
+
+unsigned int serviceId(const std::string& word, const Exchange& exchange) {
+  if (const auto number = parseElement(word)) return *number;
+  return word == "loader" ? kl::SERVICE_LOADER : askId(word, exchange);
+}
+
+}  // namespace klctl

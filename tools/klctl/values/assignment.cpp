@@ -1,0 +1,66 @@
+// Assignments become JSON, so that a value is read in one place only (json.cpp).
+
+#include "values/assignment.h"
+
+#include <algorithm>
+#include <array>
+
+#include "kl/conventions.h"
+#include "values/failure.h"
+#include "values/field_id.h"
+#include "values/json.h"
+
+namespace klctl {
+namespace {
+
+// What the request gets from the command word, from the library or not at all.
+constexpr std::array<unsigned int, 9> kOwnFields = {kl::SYS_TO,     kl::SYS_FROM,     kl::SYS_TYPE,
+                                                    kl::SYS_STATUS, kl::SYS_REPLYEXP, kl::SYS_CMD,
+                                                    kl::SYS_REQID,  kl::SYS_CTRL,     kl::SYS_CTRL_ARG};
+
+constexpr unsigned int kTypelessId = 0x00ffffff;
+
+bool isOwnField(unsigned int id) {
+  return std::any_of(kOwnFields.begin(), kOwnFields.end(),
+                     [id](unsigned int own) { return (own & kTypelessId) == (id & kTypelessId); });
+}
+
+Json parseJson(const std::string& name, const std::string& text) {
+  try {
+    return Json::parse(text);
+  } catch (const nlohmann::json::exception&) {
+    throw usage("the value of " + name + " is not valid JSON: " + text);
+  }
+}
+
+Json splitAtCommas(const std::string& text) {
+  Json elements = Json::array();
+  if (text.empty()) return elements;
+  for (std::size_t start = 0;;) {
+    const std::size_t comma = text.find(',', start);
+    elements.push_back(text.substr(start, comma - start));
+    if (comma == std::string::npos) return elements;
+    start = comma + 1;
+  }
+}
+
+Json parseValue(unsigned int id, const std::string& name, const std::string& text) {
+  if (isArray(id) && text.starts_with('[')) return parseJson(name, text);
+  if (isArray(id) && elementType(id) != kMessage) return splitAtCommas(text);
+  if (elementType(id) == kMessage) return parseJson(name, text);
+  return text;
+}
+
+}  // namespace
+
+void assign(kl::message& request, const std::string& word, const FieldNames& names) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string::npos) throw usage("'" + word + "' is not of the form field=value");
+  const std::string name = word.substr(0, equals);
+  const auto id = names.find(name);
+  if (!id) throw usage("there is no field '" + name + "' (a form like u32:5 or string:std.9 names any)");
+  if (isOwnField(*id)) throw usage(name + " is set by klctl itself");
+  insertJson(request, *id, parseValue(*id, name, word.substr(equals + 1)), names);
+}
+
+}  // namespace klctl

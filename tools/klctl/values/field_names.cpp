@@ -1,0 +1,159 @@
+// The names that every message shares, and the order in which fields are shown.
+
+#include "values/field_names.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <limits>
+
+#include "kl/conventions.h"
+#include "values/field_id.h"
+
+namespace klctl {
+namespace {
+constexpr unsigned int kBuiltInRank = 0x10000;  // every name of a dictionary comes before
+constexpr unsigned int kNoRank = std::numeric_limits<unsigned int>::max();
+constexpr unsigned int kTypelessId = 0x00ffffff;
+constexpr unsigned int kMaxCommand = 0x00ffffff;
+
+struct Constant {
+  const char* name;
+  unsigned int value;
+};
+
+constexpr std::array<Constant, 12> kStandardFields = {{
+    {"STD_ID", kl::STD_ID},
+    {"STD_DESCR", kl::STD_DESCR},
+    {"STD_DYNAMIC", kl::STD_DYNAMIC},
+    {"STD_INACTIVE", kl::STD_INACTIVE},
+    {"STD_DISABLED", kl::STD_DISABLED},
+    {"STD_NEXTID", kl::STD_NEXTID},
+    {"STD_UNDOID", kl::STD_UNDOID},
+    {"STD_DEAD", kl::STD_DEAD},
+    {"STD_FINISHED", kl::STD_FINISHED},
+    {"STD_GETALLID", kl::STD_GETALLID},
+    {"STD_GETALLNO", kl::STD_GETALLNO},
+    {"STD_OBJS", kl::STD_OBJS},
+}};
+
+constexpr std::array<Constant, 16> kSystemFields = {{
+    {"SYS_TO", kl::SYS_TO},
+    {"SYS_FROM", kl::SYS_FROM},
+    {"SYS_TYPE", kl::SYS_TYPE},
+    {"SYS_STATUS", kl::SYS_STATUS},
+    {"SYS_REPLYEXP", kl::SYS_REPLYEXP},
+    {"SYS_REQID", kl::SYS_REQID},
+    {"SYS_CMD", kl::SYS_CMD},
+    {"SYS_ERRNO", kl::SYS_ERRNO},
+    {"SYS_ERRSTR", kl::SYS_ERRSTR},
+    {"SYS_USER", kl::SYS_USER},
+    {"SYS_POLICY", kl::SYS_POLICY},
+    {"SYS_CTRL", kl::SYS_CTRL},
+    {"SYS_RADDR", kl::SYS_RADDR},
+    {"SYS_CTRL_ARG", kl::SYS_CTRL_ARG},
+    {"SYS_NOTIFYCMD", kl::SYS_NOTIFYCMD},
+    {"SYS_NOTIFYPATH", kl::SYS_NOTIFYPATH},
+}};
+
+constexpr std::array<Constant, 20> kCommands = {{
+    {"CMD_NOOP", kl::CMD_NOOP},
+    {"CMD_GETPOLICIES", kl::CMD_GETPOLICIES},
+    {"CMD_GETOBJ", kl::CMD_GETOBJ},
+    {"CMD_SETOBJ", kl::CMD_SETOBJ},
+    {"CMD_GETALL", kl::CMD_GETALL},
+    {"CMD_ADDOBJ", kl::CMD_ADDOBJ},
+    {"CMD_REMOVEOBJ", kl::CMD_REMOVEOBJ},
+    {"CMD_MOVEOBJ", kl::CMD_MOVEOBJ},
+    {"CMD_NOTIFY", kl::CMD_NOTIFY},
+    {"CMD_SHUTDOWN", kl::CMD_SHUTDOWN},
+    {"CMD_GET", kl::CMD_GET},
+    {"CMD_SET", kl::CMD_SET},
+    {"CMD_START", kl::CMD_START},
+    {"CMD_POLL", kl::CMD_POLL},
+    {"CMD_CANCEL", kl::CMD_CANCEL},
+    {"CMD_SUBSCRIBE", kl::CMD_SUBSCRIBE},
+    {"CMD_UNSUBSCRIBE", kl::CMD_UNSUBSCRIBE},
+    {"CMD_DISCONNECTED", kl::CMD_DISCONNECTED},
+    {"CMD_GETCOUNT", kl::CMD_GETCOUNT},
+    {"CMD_RESET", kl::CMD_RESET},
+}};
+
+// "STD_DESCR" in short: "descr".
+std::string shortForm(const std::string& constant) {
+  std::string word = constant.substr(constant.find('_') + 1);
+  for (char& c : word) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return word;
+}
+
+}  // namespace
+
+FieldNames::FieldNames() : nextRank_(kBuiltInRank) {
+  for (const Constant& field : kStandardFields) {
+    ids_[field.name] = field.value;
+    add(shortForm(field.name), field.value);
+  }
+  for (const Constant& field : kSystemFields) add(field.name, field.value);
+  nextRank_ = 0;
+}
+
+void FieldNames::add(const std::string& name, unsigned int id) {
+  ids_[name] = id;
+  names_[id] = {name, nextRank_++};
+}
+
+std::optional<unsigned int> FieldNames::find(const std::string& word) const {
+  if (const auto known = ids_.find(word); known != ids_.end()) return known->second;
+  return parseFieldId(word);
+}
+
+std::string FieldNames::nameOf(unsigned int id) const {
+  const auto known = names_.find(id);
+  if (known == names_.end()) return fieldIdText(id);
+  const std::string& word = known->second.word;
+  return ids_.at(word) == id ? word : fieldIdText(id);  // a later name may have taken the word
+}
+
+void FieldNames::addValue(unsigned int id, const std::string& word, unsigned int value) {
+  values_[id][word] = value;
+}
+
+std::optional<std::string> FieldNames::valueWord(unsigned int id, unsigned int value) const {
+  const auto words = values_.find(id);
+  if (words == values_.end()) return {};
+  for (const auto& [word, number] : words->second)
+    if (number == value) return word;
+  return {};
+}
+
+std::optional<unsigned int> FieldNames::findValue(unsigned int id, const std::string& word) const {
+  const auto words = values_.find(id);
+  if (words == values_.end()) return {};
+  const auto value = words->second.find(word);
+  if (value == words->second.end()) return {};
+  return value->second;
+}
+
+void FieldNames::sort(std::vector<unsigned int>& ids) const {
+  std::sort(ids.begin(), ids.end(), [this](unsigned int a, unsigned int b) {
+    const unsigned int rankA = rankOf(a);
+    const unsigned int rankB = rankOf(b);
+    if (rankA != rankB) return rankA < rankB;
+    if ((a & kTypelessId) != (b & kTypelessId)) return (a & kTypelessId) < (b & kTypelessId);
+    return a < b;
+  });
+}
+
+unsigned int FieldNames::rankOf(unsigned int id) const {
+  const auto known = names_.find(id);
+  return known == names_.end() ? kNoRank : known->second.rank;
+}
+
+std::optional<unsigned int> parseCommand(const std::string& word) {
+  for (const Constant& command : kCommands)
+    if (word == command.name || word == shortForm(command.name)) return command.value;
+  if (const auto number = parseNumber(word, kMaxCommand)) return static_cast<unsigned int>(*number);
+  return {};
+}
+
+}  // namespace klctl

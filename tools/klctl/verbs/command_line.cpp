@@ -1,0 +1,254 @@
+// The command line, by CLI11; what its words mean is checked here.
+
+#include "verbs/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+
+#include "kl/conventions.h"
+#include "values/dictionary.h"
+#include "values/failure.h"
+#include "values/field_id.h"
+#include "values/field_names.h"
+#include "values/since.h"
+
+namespace klctl {
+namespace {
+constexpr double kShortestTimeout = 0.01;
+constexpr double kLongestTimeout = 1e6;
+
+struct Words {
+  std::string path;
+  std::vector<std::string> rest;  // [CMD] [field=value ...]
+  std::optional<unsigned int> id;
+  double timeoutSeconds = 5;
+};
+
+class Parser {
+ public:
+  Parser() : app_("Asks and tells the services of this machine.", "klctl") {
+    app_.require_subcommand(1);
+    app_.fallthrough();
+    app_.set_version_flag("--version", "klctl " KLCTL_VERSION);
+    app_.add_option("--timeout", words_.timeoutSeconds, "How long to wait for each reply (default 5)")
+        ->type_name("SECONDS");
+    CLI::Option* json = app_.add_flag("--json", line_.json, "Print JSON");
+    app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came")->excludes(json);
+    app_.add_option("--fields", line_.fields, "Where the field dictionaries are")->type_name("DIR");
+    app_.footer(
+        "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
+        "leave.\n"
+        "See klctl(1).");
+    addVerb(Verb::kServices, "services", "List the services");
+    addRequest(Verb::kGet, "get", "Read settings, or one object");
+    addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
+    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it");
+    addRequest(Verb::kSet, "set", "Change settings, or one object");
+    CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
+    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
+    addAction(Verb::kStart, "start", "Start a service");
+    addAction(Verb::kStop, "stop", "End a service");
+    addAction(Verb::kRestart, "restart", "End a service and start it again");
+    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait until it has");
+    addDump();
+    addUndo();
+    addStore();
+    addLog();
+  }
+
+  std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (const CLI::CallForVersion&) {
+      return app_.version() + "\n";
+    } catch (const CLI::Success&) {  // --help
+      return app_.help();
+    } catch (const CLI::ParseError& error) {
+      refuseUnknownCommand(app_);
+      throw usage(std::string(error.what()) + " (klctl --help shows what there is)");
+    }
+    interpret();
+    return line_;
+  }
+
+ private:
+  // A word that stands where a command belongs and is none; CLI11 only says that a command is missing.
+  void refuseUnknownCommand(const CLI::App& app) const {
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    if (!chosen.empty()) return refuseUnknownCommand(*chosen.front());
+    const std::vector<std::string> words = app_.remaining(true);
+    if (app.get_require_subcommand_min() == 0 || words.empty() || words.front().starts_with('-')) return;
+    const std::string parent = &app == &app_ ? "" : app.get_name() + " ";
+    throw usage("there is no 'klctl " + parent + words.front() + "' (klctl " + parent +
+                "--help shows what there is)");
+  }
+
+  CLI::App* addVerb(Verb verb, const char* name, const char* about) {
+    return addVerb(app_, verb, name, about);
+  }
+
+  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = parent.add_subcommand(name, about);
+    verbApp->final_callback([this, verb] { line_.verb = verb; });
+    return verbApp;
+  }
+
+  CLI::App* addRequest(Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = addVerb(verb, name, about);
+    verbApp->add_option("PATH", words_.path, "A service, as netif, 24, netif/3 or netif:2 (object 2)")
+        ->required()
+        ->type_name("");
+    verbApp->add_option("words", words_.rest, "[CMD] [field=value ...]")->type_name("");
+    verbApp
+        ->add_option_function<std::string>(
+            "--id", [this](const std::string& text) { readId("--id", text); }, "The object, as in PATH:ID")
+        ->type_name("ID");
+    return verbApp;
+  }
+
+  void addAction(Verb verb, const char* name, const char* about) {
+    addVerb(verb, name, about)
+        ->add_option("SERVICE", words_.path, "A service, by its name or its number")
+        ->required()
+        ->type_name("");
+  }
+
+  void addDump() {
+    CLI::App* dump = addVerb(Verb::kDump, "dump", "Print the messages in a file");
+    dump->add_option("FILE", line_.file, "The file; - is the standard input")->required()->type_name("");
+    dump->add_option_function<std::string>(
+            "--format", [this](const std::string& word) { readFormat(word); },
+            "What is in the file, when klctl guesses wrong")
+        ->type_name("bare|framed|store");
+  }
+
+  void addUndo() {
+    CLI::App* undo = app_.add_subcommand("undo", "Show what was changed, and undo it");
+    undo->require_subcommand(1);
+    addVerb(*undo, Verb::kUndoList, "list", "List the changes, the newest first");
+    addRecordId(addVerb(*undo, Verb::kUndoShow, "show", "Show one change with its messages"));
+    addRecordId(addVerb(*undo, Verb::kUndoRun, "run", "Undo a change, or do it again"));
+  }
+
+  void addStore() {
+    CLI::App* store = app_.add_subcommand("store", "Look into the files of a store");
+    store->require_subcommand(1);
+    addStoreVerb(*store, Verb::kStoreList, "ls", "List the entries and the free slots");
+    addRecordId(addStoreVerb(*store, Verb::kStoreGet, "get", "Print the message of one entry"), "The entry");
+    addStoreVerb(*store, Verb::kStoreCheck, "check", "Say what is wrong with the files");
+    addStoreVerb(*store, Verb::kStoreCompact, "compact", "Give back the free slots; changes the files");
+  }
+
+  CLI::App* addStoreVerb(CLI::App& store, Verb verb, const char* name, const char* about) {
+    CLI::App* verbApp = addVerb(store, verb, name, about);
+    verbApp->add_option("PATH", line_.file, "The store: its files are PATH.idx and PATH.dat")
+        ->required()
+        ->type_name("");
+    return verbApp;
+  }
+
+  void addLog() {
+    CLI::App* log = app_.add_subcommand("log", "Show the log of the system");
+    log->add_flag("-f,--follow", line_.log.follows, "Go on with what comes");
+    log->add_option("--topic", line_.log.topics, "Only lines with this topic, or one of several")
+        ->type_name("TOPIC")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    log->add_option_function<std::string>(
+           "--since", [this](const std::string& word) { readSince(word); },
+           "Only lines from then on: 10m, 06:30, \"2026-11-21 06:30\"")
+        ->type_name("WHEN");
+    log->require_subcommand(0, 1);
+    log->final_callback([this, log] {
+      if (log->get_subcommands().empty()) line_.verb = Verb::kLog;
+    });
+    addTopic(addVerb(*log, Verb::kLogMute, "mute", "Have no more lines with a topic written"));
+    addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Have them written again"));
+  }
+
+  void addTopic(CLI::App* verbApp) {
+    verbApp
+        ->add_option_function<std::string>(
+            "TOPIC", [this](const std::string& word) { line_.log.topics = {word}; }, "Its name or its number")
+        ->required()
+        ->type_name("");
+  }
+
+  void addRecordId(CLI::App* verbApp, const char* about = "The record") {
+    verbApp
+        ->add_option_function<std::string>(
+            "ID", [this](const std::string& text) { readId("ID", text); }, about)
+        ->required()
+        ->type_name("");
+  }
+
+  void readSince(const std::string& word) {
+    using std::chrono::nanoseconds;
+    const auto now =
+        std::chrono::duration_cast<nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
+    line_.log.since = parseSince(word, static_cast<unsigned long long>(now.count()));
+    if (!line_.log.since)
+      throw usage("--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not '" + word + "'");
+  }
+
+  void readFormat(const std::string& word) {
+    if (word == "bare") line_.format = FileFormat::kBare;
+    else if (word == "framed") line_.format = FileFormat::kFramed;
+    else if (word == "store") line_.format = FileFormat::kStore;
+    else throw usage("--format takes bare, framed or store, not '" + word + "'");
+  }
+
+  void readId(const std::string& option, const std::string& text) {
+    const auto id = parseNumber(text, kl::BADID);
+    if (!id) throw usage(option + " takes a number, not '" + text + "'");
+    words_.id = static_cast<unsigned int>(*id);
+  }
+
+  void interpret() {
+    if (!(words_.timeoutSeconds >= kShortestTimeout && words_.timeoutSeconds <= kLongestTimeout)) {
+      throw usage("--timeout takes seconds, from 0.01 to 1000000");
+    }
+    line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
+    if (line_.fields.empty()) line_.fields = dictionaryFolder();
+    if (line_.verb == Verb::kServices || line_.verb == Verb::kDump || isLog(line_.verb)) return;
+    if (isUndo(line_.verb) || isStore(line_.verb)) {
+      line_.path.object = words_.id;
+      return;
+    }
+    line_.path = parsePath(words_.path);
+    if (isAction(line_.verb) && (!line_.path.handlers.empty() || line_.path.object))
+      throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
+    interpretId();
+    interpretRest();
+  }
+
+  void interpretId() {
+    if (!words_.id) return;
+    if (line_.path.object) throw usage("the object is given twice, in the path and behind --id");
+    line_.path.object = words_.id;
+  }
+
+  void interpretRest() {
+    auto word = words_.rest.begin();
+    if (word != words_.rest.end() && word->find('=') == std::string::npos) {
+      line_.command = parseCommand(*word);
+      if (!line_.command) throw usage("there is no command '" + *word + "' (a number names any)");
+      ++word;
+    }
+    line_.assignments.assign(word, words_.rest.end());
+    if (line_.verb == Verb::kWatch && (line_.command || line_.path.object))
+      throw usage("watch follows a whole table: it takes no command and no object");
+  }
+
+  CLI::App app_;
+  Words words_;
+  CommandLine line_;
+};
+
+}  // namespace
+
+std::variant<CommandLine, std::string> parseCommandLine(int argc, const char* const* argv) {
+  return Parser().parse(argc, argv);
+}
+
+}  // namespace klctl

@@ -1,0 +1,77 @@
+#pragma once
+// command_line.h: what the user asked for.
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "ask/path.h"
+#include "values/message_file.h"
+
+namespace klctl {
+
+enum class Verb {
+  kServices,
+  kGet,
+  kGetAll,
+  kWatch,
+  kSet,
+  kSend,
+  kStart,
+  kStop,
+  kRestart,
+  kLeave,
+  kDump,
+  kUndoList,
+  kUndoShow,
+  kUndoRun,
+  kStoreList,
+  kStoreGet,
+  kStoreCheck,
+  kStoreCompact,
+  kLog,
+  kLogMute,
+  kLogUnmute,
+};
+
+inline bool isUndo(Verb verb) {
+  return verb == Verb::kUndoList || verb == Verb::kUndoShow || verb == Verb::kUndoRun;
+}
+
+constexpr bool isStore(Verb verb) { return verb >= Verb::kStoreList && verb <= Verb::kStoreCompact; }
+
+// True for what is done to a service and not asked of it.
+constexpr bool isAction(Verb verb) { return verb >= Verb::kStart && verb <= Verb::kLeave; }
+
+inline bool isLog(Verb verb) {
+  return verb == Verb::kLog || verb == Verb::kLogMute || verb == Verb::kLogUnmute;
+}
+
+// What is wanted of the log.
+struct LogWords {
+  std::vector<std::string> topics;          // the one to mute, with kLogMute and kLogUnmute
+  std::optional<unsigned long long> since;  // nanoseconds since 1970
+  bool follows = false;
+};
+
+struct CommandLine {
+  Verb verb = Verb::kServices;
+  PathWord path;                         // object included, whether it stood in the path or behind --id
+  std::optional<unsigned int> command;   // the CMD word
+  std::vector<std::string> assignments;  // field=value, unread
+  std::chrono::milliseconds timeout{5000};
+  bool json = false;
+  bool dump = false;
+  bool noReply = false;
+  std::string file;                        // of kDump, "-" is the standard input; of a store its path
+  FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
+  std::string fields;                      // --fields, else the folder beside the program
+  LogWords log;
+};
+
+// The words, or the text that --help or --version asked for.  Throws Failure(kUsage).
+std::variant<CommandLine, std::string> parseCommandLine(int argc, const char* const* argv);
+
+}  // namespace klctl

@@ -1,0 +1,150 @@
+// The log: its filter from words, its lines as text.
+
+#include "verbs/log.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "ask/fetch.h"
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "output/show.h"
+#include "values/dictionary.h"
+#include "values/failure.h"
+#include "values/field_id.h"
+
+namespace klctl {
+namespace {
+
+using Nanoseconds = unsigned long long;
+
+constexpr Nanoseconds kSecond = 1'000'000'000;
+constexpr Nanoseconds kMillisecond = 1'000'000;
+constexpr unsigned int kMostTopic = 0xffff;
+constexpr char kName[] = "log";
+constexpr char kPlain[] = "\x1b[0m";
+
+std::string timeText(Nanoseconds time) {
+  const auto seconds = static_cast<std::time_t>(time / kSecond);
+  std::tm parts{};
+  (void)::localtime_r(&seconds, &parts);
+  char day[32];
+  char text[48];
+  (void)std::strftime(day, sizeof day, "%Y-%m-%d %H:%M:%S", &parts);
+  (void)std::snprintf(text, sizeof text, "%s.%03u", day,
+                      static_cast<unsigned int>(time % kSecond / kMillisecond));
+  return text;
+}
+
+// A process may log what it likes; a terminal must not obey it.
+std::string printable(const std::string& text) {
+  std::string result;
+  char code[8];
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
+    result += byte < 0x20 || byte == 0x7f ? code : std::string(1, c);
+  }
+  return result;
+}
+
+// Of the topics that say how much a line matters, the one that says it matters most.
+unsigned int severityOf(const std::vector<unsigned int>& topics) {
+  unsigned int most = kl::TOPIC_INFO;
+  bool isFirst = true;
+  for (const unsigned int topic : topics) {
+    if (topic < kl::TOPIC_EMERGENCY || topic > kl::TOPIC_DEBUG || (!isFirst && topic >= most)) continue;
+    most = topic;
+    isFirst = false;
+  }
+  return most;
+}
+
+const char* colourOf(unsigned int severity) {
+  switch (severity) {
+    case kl::TOPIC_EMERGENCY:
+    case kl::TOPIC_ALERT:
+    case kl::TOPIC_CRITICAL: return "\x1b[1;31m";  // bold red
+    case kl::TOPIC_ERROR: return "\x1b[31m";
+    case kl::TOPIC_WARNING: return "\x1b[33m";  // yellow
+    case kl::TOPIC_NOTICE: return "\x1b[1m";    // bold
+    case kl::TOPIC_DEBUG: return "\x1b[2m";     // faint
+    default: return "";
+  }
+}
+
+void mute(const CommandLine& line, const Exchange& exchange) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOG, kl::LOG_RULES});
+  request.insert(kl::SYS_CMD, kl::CMD_SETOBJ);
+  request.insert(kl::STD_ID, LogTopics(exchange).find(line.log.topics.front()));
+  request.insert(kl::LOG_MUTED, line.verb == Verb::kLogMute);
+  (void)fetch(request, kName, exchange);
+}
+
+}  // namespace
+
+LogTopics::LogTopics(const Exchange& exchange) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOG, kl::LOG_RULES});
+  request.insert(kl::SYS_CMD, kl::CMD_GETALL);
+  for (const kl::message object : fetchAll(request, kName, exchange))
+    if (object.has(kl::LOG_TOPIC_NAME))
+      names_[object.get(kl::STD_ID, 0)] = object.get(kl::LOG_TOPIC_NAME, "");
+}
+
+unsigned int LogTopics::find(const std::string& word) const {
+  for (const auto& [topic, name] : names_)
+    if (name == word) return topic;
+  const auto number = parseNumber(word, kMostTopic);
+  if (!number || *number == 0) throw Failure(Status::kRefused, "log: there is no topic '" + word + "'");
+  return static_cast<unsigned int>(*number);
+}
+
+std::string LogTopics::listOf(const std::vector<unsigned int>& topics) const {
+  std::string list;
+  for (const unsigned int topic : topics) {
+    const auto name = names_.find(topic);
+    list += (list.empty() ? "" : ",") + (name == names_.end() ? std::to_string(topic) : name->second);
+  }
+  return list.empty() ? "-" : list;
+}
+
+kl::message logRequest(const CommandLine& line, const LogTopics& topics) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOG});
+  request.insert(kl::SYS_CMD, kl::CMD_GETALL);
+  std::vector<unsigned int> wanted;
+  for (const std::string& word : line.log.topics) wanted.push_back(topics.find(word));
+  if (!wanted.empty()) request.insert(kl::LOG_TOPICS, wanted);
+  if (line.log.since) request.insert(kl::LOG_SINCE, *line.log.since);
+  return request;
+}
+
+std::string logLine(const kl::message& object, const LogTopics& topics, bool inColour) {
+  const auto of = object.get(kl::LOG_TOPICS, {});
+  const std::string text = timeText(object.get(kl::LOG_TIME, 0)) + " " +
+                           printable(object.get(kl::LOG_PROCESS, "?")) + "[" +
+                           std::to_string(object.get(kl::LOG_PID, 0)) + "] " + topics.listOf(of) + ": " +
+                           printable(object.get(kl::LOG_TEXT, ""));
+  const std::string colour = inColour ? colourOf(severityOf(of)) : "";
+  return colour.empty() ? text + "\n" : colour + text + kPlain + "\n";
+}
+
+bool wantsColour() { return ::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr; }
+
+std::string runLog(const CommandLine& line, const Exchange& exchange, const Walk& walk) {
+  if (line.verb != Verb::kLog) return mute(line, exchange), "";
+  const LogTopics topics(exchange);
+  const auto objects = walk(logRequest(line, topics), kName);
+  if (line.json) return jsonText(Json(toJson(objects, namesFor(kName, line.fields))));
+  std::string text;
+  const bool inColour = wantsColour();
+  for (const kl::message object : objects) text += logLine(object, topics, inColour);
+  return text;
+}
+
+}  // namespace klctl

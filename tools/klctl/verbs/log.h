@@ -1,0 +1,44 @@
+#pragma once
+// log.h: the log of the system, for people.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ask/path.h"
+#include "values/field_names.h"
+#include "verbs/command_line.h"
+#include "verbs/commands.h"
+
+namespace klctl {
+
+// The topics that the log service has names for.
+class LogTopics {
+ public:
+  // Asks the log service.  Throws Failure.
+  explicit LogTopics(const Exchange& exchange);
+
+  // The topic of a name or a number.  Throws Failure(kRefused).
+  unsigned int find(const std::string& word) const;
+  // "error,netif", a topic without a name by its number.
+  std::string listOf(const std::vector<unsigned int>& topics) const;
+
+ private:
+  std::map<unsigned int, std::string> names_;
+};
+
+// The request for the lines that the command line asks for.  Throws Failure.
+kl::message logRequest(const CommandLine& line, const LogTopics& topics);
+
+// One line of the log as text, by how much it matters in colour.
+//
+//     2026-11-21 06:08:26.123 netif[812] warning,netif: eth0 is down
+std::string logLine(const kl::message& object, const LogTopics& topics, bool inColour);
+
+// Is the standard output a terminal that may be coloured?
+bool wantsColour();
+
+// Does what `log`, `log mute` and `log unmute` say and returns the text for the standard output.  Throws Failure.
+std::string runLog(const CommandLine& line, const Exchange& exchange, const Walk& walk);
+
+}  // namespace klctl

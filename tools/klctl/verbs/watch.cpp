@@ -1,0 +1,128 @@
+// Watching: the courier follows the table, klctl says what has changed.
+//
+// W1  objects_ is what the user has been told, or will be told when the first fetch is complete
+// W2  while the table is fetched again, an object that is as it was is not worth a word
+
+#include "verbs/watch.h"
+
+#include <vector>
+
+#include "ask/courier_process.h"
+#include "ask/fetch.h"
+#include "ask/interrupt.h"
+#include "ask/session.h"
+#include "ask/stream_session.h"
+#include "kl/watcher.h"
+#include "output/show.h"
+#include "output/table.h"
+#include "values/failure.h"
+
+namespace klctl {
+namespace {
+
+constexpr unsigned int kOwnNumber = 1;
+
+// What the courier hears.
+class Giving : public kl::Watcher {
+ public:
+  explicit Giving(const Give& give) : give_(give) {}
+  void objectChanged(const kl::message& object) override { give_(toMessage(EventKind::kObject, object)); }
+  void objectRemoved(unsigned int id) override {
+    kl::message m;
+    m.insert(kl::STD_ID, id);
+    give_(toMessage(EventKind::kRemoved, m));
+  }
+  void tableComplete() override { give_(toMessage(EventKind::kComplete, {})); }
+  void providerLost(const kl::message& reason) override { give_(toMessage(EventKind::kLost, reason)); }
+
+ private:
+  const Give& give_;
+};
+
+// May the service answer otherwise if it is asked again?
+bool mayPass(unsigned int error) {
+  return error == kl::ERROR_BRKPATH || error == kl::ERROR_TIMEOUT || error == kl::ERROR_BUSY;
+}
+
+}  // namespace
+
+Job watchJob(const kl::message& request, int timeoutTicks) {
+  return [=](JobLooper& looper, const Give& give) {
+    Giving watcher(give);
+    looper.addHandler(kOwnNumber, &watcher);
+    watcher.setTimeout(static_cast<unsigned int>(timeoutTicks));
+    kl::message extra(request);
+    kl::cleanSys(extra);
+    watcher.watch(request.get(kl::SYS_TO, {}), extra);
+    looper.run();
+  };
+}
+
+WatchReport::Text WatchReport::take(const Event& event) {
+  const kl::message content(event.content);
+  switch (event.kind) {
+    case EventKind::kObject: return {changed(content), ""};
+    case EventKind::kRemoved: return {removed(content.get(kl::STD_ID, kl::BADID)), ""};
+    case EventKind::kComplete: return complete();
+    case EventKind::kLost: return {"", lost(content)};
+    default: return {};
+  }
+}
+
+std::string WatchReport::changed(const kl::message& object) {
+  const unsigned int id = object.get(kl::STD_ID, kl::BADID);
+  const auto known = objects_.find(id);
+  if (!complete_ && known != objects_.end() && known->second == object) return {};  // W2
+  objects_[id] = object;
+  return everShown_ || isAtOnce() ? show(id, object) : "";
+}
+
+std::string WatchReport::removed(unsigned int id) {
+  objects_.erase(id);
+  if (!everShown_ && !isAtOnce()) return {};
+  kl::message dead;
+  dead.insert(kl::STD_ID, id);
+  dead.insert(kl::STD_DEAD, 1);
+  return isAtOnce() ? show(id, dead) : "\n" + subject_.path + ":" + std::to_string(id) + " is gone\n";
+}
+
+WatchReport::Text WatchReport::complete() {
+  Text text;
+  if (!everShown_ && !isAtOnce()) {
+    std::vector<Json> rows;
+    for (const auto& [id, object] : objects_) rows.push_back(toJson(object, subject_.names));
+    text.results = objectsTable(rows, columnsOf(rows, subject_.names), lineWidth());
+  }
+  if (lost_) text.remark = subject_.path + " is back";
+  complete_ = everShown_ = true;
+  lost_ = false;
+  return text;
+}
+
+std::string WatchReport::lost(const kl::message& reason) {
+  unsigned int code = kl::ERROR_OK;
+  const bool isErrorReply = kl::isError(reason, &code);
+  if (isErrorReply && !everShown_ && !mayPass(code)) throw refused(subject_.path, reason);
+  complete_ = false;
+  lost_ = true;
+  const std::string why = isErrorReply ? kl::getError(reason) : "it has ended";
+  return subject_.path + (everShown_ ? " is gone: " : " is not there: ") + why + "; waiting for it";
+}
+
+std::string WatchReport::show(unsigned int id, const kl::message& object) const {
+  if (line_.dump) return dumpText(object);
+  const Json shown = toJson(object, subject_.names);
+  if (line_.json) return jsonLine(shown);
+  return "\n" + subject_.path + ":" + std::to_string(id) + "\n" + objectTable(shown);
+}
+
+void watch(const CommandLine& line, const Subject& subject, const Print& print) {
+  refuseOversized(subject.request);
+  const Interrupt interrupt;
+  StreamSession stream(line.timeout, watchJob(subject.request, ticksOf(line.timeout)));
+  WatchReport report(line, subject);
+  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;)
+    print(report.take(eventOf(m)));
+}
+
+}  // namespace klctl
