@@ -17,10 +17,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "store/format.h"
-#include "store/internals.h"
-#include "store/journal/change.h"
-#include "store/record.h"
+#include "store/files/format.h"
+#include "store/core.h"
+#include "store/change.h"
+#include "store/files/blob.h"
 #include "store/report.h"
 
 namespace kl {

@@ -15,7 +15,7 @@
 
 #include "base/file_io.h"
 #include "kl/store.h"
-#include "store/format.h"
+#include "store/files/format.h"
 
 namespace kl {
 namespace {

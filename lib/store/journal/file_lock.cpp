@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "base/file_io.h"
-#include "store/journal/recovery.h"
+#include "store/journal/journal.h"
 #include "store/report.h"
 
 namespace kl {

@@ -10,7 +10,7 @@
 //
 // A step that was done already may be done again: it writes the same bytes at the same place.
 
-#include "store/journal/recovery.h"
+#include "store/journal/journal.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -22,9 +22,9 @@
 
 #include "base/descriptor.h"
 #include "base/file_io.h"
-#include "store/format.h"
-#include "store/index_reader.h"
-#include "store/journal/intent.h"
+#include "store/files/format.h"
+#include "store/files/index_reader.h"
+#include "store/journal/journal_entries.h"
 #include "store/space/new_files.h"
 
 namespace kl {

@@ -15,7 +15,7 @@
 
 #include "base/descriptor.h"
 #include "base/file_io.h"
-#include "store/journal/recovery.h"
+#include "store/journal/journal.h"
 #include "store/report.h"
 
 namespace kl {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "store/journal/file_lock.h"
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 
 namespace kl {
 

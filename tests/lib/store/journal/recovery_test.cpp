@@ -1,4 +1,4 @@
-#include "store/journal/recovery.h"
+#include "store/journal/journal.h"
 
 #include <fcntl.h>
 
@@ -8,7 +8,7 @@
 #include "base/descriptor.h"
 #include "kl/runner.h"
 #include "kl/store.h"
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 #include "tests/lib/store/store_files.h"
 #include "tests/support/calls/changing_calls.h"
 #include "tests/support/hex.h"

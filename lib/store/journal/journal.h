@@ -1,5 +1,5 @@
 #pragma once
-// recovery.h: finishes what a process that was killed left half done.
+// journal.h: finishes what a process that was killed left half done.
 
 #include <cstddef>
 #include <string>

@@ -10,9 +10,9 @@
 #include "base/descriptor.h"
 #include "base/file_io.h"
 #include "kl/store.h"
-#include "store/format.h"
-#include "store/internals.h"
-#include "store/record.h"
+#include "store/files/format.h"
+#include "store/core.h"
+#include "store/files/blob.h"
 #include "store/report.h"
 
 namespace kl {

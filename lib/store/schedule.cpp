@@ -9,7 +9,7 @@
 
 #include "kl/bind.h"
 #include "kl/store.h"
-#include "store/internals.h"
+#include "store/core.h"
 
 namespace kl {
 namespace {

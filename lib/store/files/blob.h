@@ -1,5 +1,5 @@
 #pragma once
-// record.h: a record of the data file in memory.
+// blob.h: a record of the data file in memory.
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "base/file_io.h"
-#include "store/format.h"
-#include "store/internals.h"
+#include "store/files/format.h"
+#include "store/core.h"
 
 namespace kl {
 

@@ -4,9 +4,9 @@
 #include <optional>
 #include <vector>
 
-#include "store/internals.h"
+#include "store/core.h"
 #include "store/journal/file_lock.h"
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 
 namespace kl {
 

@@ -1,4 +1,4 @@
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 
 #include <fcntl.h>
 

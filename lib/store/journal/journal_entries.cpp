@@ -17,7 +17,7 @@
 // same way; its low 32 bits count.
 // Held by StoreIntent.AnIntentInBytes.
 
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 
 #include <algorithm>
 #include <bit>

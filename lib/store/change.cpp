@@ -10,7 +10,7 @@
 // completed.  A change of bytes that are there goes on without.
 // Held by StoreKillsOnFullDisk.CostsNothingButWhatFailedAndTheEntryInFlight.
 
-#include "store/journal/change.h"
+#include "store/change.h"
 
 #include <unistd.h>
 

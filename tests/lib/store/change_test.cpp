@@ -1,4 +1,4 @@
-#include "store/journal/change.h"
+#include "store/change.h"
 
 #include <cerrno>
 #include <filesystem>

@@ -9,7 +9,7 @@
 // Little-endian on every processor; the older layout has the same fields big-endian.
 // Held by StoreFormat.SlotsAreLittleEndian and StoreFormat.TheOlderLayoutIsBigEndian.
 
-#include "store/format.h"
+#include "store/files/format.h"
 
 namespace kl {
 namespace {

@@ -1,4 +1,4 @@
-#include "store/index_reader.h"
+#include "store/files/index_reader.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -5,7 +5,7 @@
 //
 // Held by StoreRecordPlacesSteps.AgreeWithAMap.
 
-#include "store/space/record_places.h"
+#include "store/space/entry_table.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 // Walks the slot records of an index file, a buffer at a time.
 
-#include "store/index_reader.h"
+#include "store/files/index_reader.h"
 
 #include <cerrno>
 

@@ -1,12 +1,12 @@
 #pragma once
-// intent.h: the record in the lock file of what is about to be written.
+// journal_entries.h: the record in the lock file of what is about to be written.
 
 #include <array>
 #include <cstddef>
 #include <vector>
 
 #include "base/file_io.h"
-#include "store/format.h"
+#include "store/files/format.h"
 
 namespace kl {
 

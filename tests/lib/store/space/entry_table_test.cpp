@@ -1,4 +1,4 @@
-#include "store/space/record_places.h"
+#include "store/space/entry_table.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #pragma once
-// record_places.h: where the record of each entry lies, found without walking the map.
+// entry_table.h: where the record of each entry lies, found without walking the map.
 
 #include <cstddef>
 #include <vector>
 
-#include "store/format.h"
+#include "store/files/format.h"
 
 namespace kl {
 

@@ -1,16 +1,16 @@
 #pragma once
-// internals.h: what a store holds beside what kl/store.h shows.
+// core.h: what a store holds beside what kl/store.h shows.
 
 #include <string>
 #include <vector>
 
 #include "base/file_io.h"
 #include "kl/store.h"
-#include "store/index_reader.h"
+#include "store/files/index_reader.h"
 #include "store/journal/file_lock.h"
-#include "store/journal/intent.h"
+#include "store/journal/journal_entries.h"
 #include "store/space/free_slots.h"
-#include "store/space/record_places.h"
+#include "store/space/entry_table.h"
 
 namespace kl {
 

@@ -1,4 +1,4 @@
-#include "store/format.h"
+#include "store/files/format.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "store/format.h"
+#include "store/files/format.h"
 
 namespace kl {
 
