@@ -14,9 +14,9 @@
 #include <cstring>
 #include <string>
 
+#include "base/report.h"
 #include "fixed_paths.h"
 #include "kl/looper.h"
-#include "looper/diagnostics.h"
 
 namespace kl {
 namespace {

@@ -19,7 +19,7 @@
 #include <cstring>
 #include <string>
 
-#include "looper/diagnostics.h"
+#include "base/report.h"
 
 namespace kl {
 namespace {

@@ -29,10 +29,10 @@
 #include <iostream>
 #include <utility>
 
+#include "base/assertions.h"
+#include "base/report.h"
 #include "kl/backtrace.h"
-#include "looper/assertions.h"
 #include "looper/connection.h"
-#include "looper/diagnostics.h"
 #include "looper/first_start.h"
 #include "looper/framing.h"
 #include "looper/paths.h"

@@ -15,8 +15,8 @@
 #include <map>
 #include <utility>
 
+#include "base/assertions.h"
 #include "kl/looper.h"
-#include "looper/assertions.h"
 #include "looper/paths.h"
 
 namespace kl {

@@ -1,6 +1,6 @@
 // The last line of a process.
 
-#include "looper/diagnostics.h"
+#include "base/report.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Lines on the standard error stream, and the end that some of them announce.
 
-#include "looper/diagnostics.h"
+#include "base/report.h"
 
 #include <cstdlib>
 #include <iostream>

@@ -1,6 +1,6 @@
 // Promises that the program itself breaks.
 
-#include "looper/assertions.h"
+#include "base/assertions.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // What a broken promise says before the process ends.
 
-#include "looper/assertions.h"
+#include "base/assertions.h"
 
 #include <cstdlib>
 #include <iostream>
