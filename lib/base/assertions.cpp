@@ -3,14 +3,14 @@
 #include "base/assertions.h"
 
 #include <cstdlib>
-#include <iostream>
 #include <string>
+
+#include "base/report.h"
 
 namespace kl {
 
-// Every assertion of this folder names the folder's chief file.
-void failAssertion(unsigned int line, const char* expression) {
-  std::cerr << "looper.cpp:" + std::to_string(line) + ": assertion failed: " + expression + "\n";
+void failAssertion(const char* place, const char* expression) {
+  printErrorLine(std::string(place) + ": assertion failed: " + expression);
   std::abort();
 }
 

@@ -1,56 +1,82 @@
 #pragma once
-// byte_order.h: little-endian numbers in memory, on every host, and copies of few bytes.
+// byte_order.h: numbers in memory by explicit byte order, the same on every host, and copies of few bytes.
+//
+// This is the only place that knows the host's byte order.  A load or a store is one instruction where the host
+// has the wanted order, and one more, or a reversing load, where it has not.
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-namespace kl::container {
+namespace kl {
+
+constexpr std::uint16_t byteReversed(std::uint16_t v) { return __builtin_bswap16(v); }
+constexpr std::uint32_t byteReversed(std::uint32_t v) { return __builtin_bswap32(v); }
+constexpr std::uint64_t byteReversed(std::uint64_t v) { return __builtin_bswap64(v); }
+
+// A number of the host's as it lies in little-endian memory, and the other way round.
+template <class Number>
+constexpr Number asLittleEndian(Number v) {
+  if constexpr (std::endian::native == std::endian::little) return v;
+  else return byteReversed(v);
+}
+
+// The same for big-endian memory.
+template <class Number>
+constexpr Number asBigEndian(Number v) {
+  if constexpr (std::endian::native == std::endian::big) return v;
+  else return byteReversed(v);
+}
+
+template <class Number>
+Number loadNumber(const unsigned char* at) {
+  Number v;
+  std::memcpy(&v, at, sizeof v);
+  return v;
+}
+
+template <class Number>
+unsigned char* storeNumber(unsigned char* at, Number v) {
+  std::memcpy(at, &v, sizeof v);
+  return at + sizeof v;
+}
 
 inline std::uint16_t loadLe16(const unsigned char* at) {
-  return static_cast<std::uint16_t>(at[0] | at[1] << 8);
+  return asLittleEndian(loadNumber<std::uint16_t>(at));
 }
-
 inline std::uint32_t loadLe32(const unsigned char* at) {
-  return static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
-         static_cast<std::uint32_t>(at[2]) << 16 | static_cast<std::uint32_t>(at[3]) << 24;
+  return asLittleEndian(loadNumber<std::uint32_t>(at));
 }
-
 inline std::uint64_t loadLe64(const unsigned char* at) {
-  return loadLe32(at) | static_cast<std::uint64_t>(loadLe32(at + 4)) << 32;
+  return asLittleEndian(loadNumber<std::uint64_t>(at));
 }
 
+inline std::uint16_t loadBe16(const unsigned char* at) { return asBigEndian(loadNumber<std::uint16_t>(at)); }
+inline std::uint32_t loadBe32(const unsigned char* at) { return asBigEndian(loadNumber<std::uint32_t>(at)); }
+
+// Each store returns where the next number goes.  Those of 16 bits take the low half of what they are given.
 inline unsigned char* storeLe16(unsigned char* at, std::size_t v) {
-  at[0] = static_cast<unsigned char>(v);
-  at[1] = static_cast<unsigned char>(v >> 8);
-  return at + 2;
+  return storeNumber(at, asLittleEndian(static_cast<std::uint16_t>(v)));
 }
-
 inline unsigned char* storeLe32(unsigned char* at, std::uint32_t v) {
-  at[0] = static_cast<unsigned char>(v);
-  at[1] = static_cast<unsigned char>(v >> 8);
-  at[2] = static_cast<unsigned char>(v >> 16);
-  at[3] = static_cast<unsigned char>(v >> 24);
-  return at + 4;
+  return storeNumber(at, asLittleEndian(v));
 }
-
 inline unsigned char* storeLe64(unsigned char* at, std::uint64_t v) {
-  return storeLe32(storeLe32(at, static_cast<std::uint32_t>(v)), static_cast<std::uint32_t>(v >> 32));
+  return storeNumber(at, asLittleEndian(v));
 }
 
-constexpr unsigned int byteReversed(unsigned int v) {
-  return v >> 24 | (v >> 8 & 0xFF00) | (v << 8 & 0xFF0000) | v << 24;
+inline unsigned char* storeBe16(unsigned char* at, std::size_t v) {
+  return storeNumber(at, asBigEndian(static_cast<std::uint16_t>(v)));
 }
 
 // Copies two overlapping words.  Needs: sizeof(Word) <= n <= 2 * sizeof(Word).
 template <class Word>
 void copyOverlapping(unsigned char* to, const unsigned char* from, std::size_t n) {
-  Word front;
-  Word back;
-  std::memcpy(&front, from, sizeof front);
-  std::memcpy(&back, from + n - sizeof back, sizeof back);
-  std::memcpy(to, &front, sizeof front);
-  std::memcpy(to + n - sizeof back, &back, sizeof back);
+  const Word front = loadNumber<Word>(from);
+  const Word back = loadNumber<Word>(from + n - sizeof(Word));
+  storeNumber(to, front);
+  storeNumber(to + n - sizeof(Word), back);
 }
 
 // memcpy for lengths that are mostly short: where the compiler can bound such a length it turns memcpy
@@ -70,4 +96,4 @@ inline void copyBytes(unsigned char* to, const unsigned char* from, std::size_t 
   }
 }
 
-}  // namespace kl::container
+}  // namespace kl

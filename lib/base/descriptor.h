@@ -1,17 +1,19 @@
 #pragma once
-// descriptor.h: a file that is open for the length of a block, and what a descriptor says about its file.
+// descriptor.h: a descriptor that is closed at the end of a block.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
-
-#include "base/file_io.h"
+#include <utility>
 
 namespace kl {
 
+// open(2) of a file, closed on exec; what it creates is for its owner alone.  -1 with errno.
+int openFile(const char* path, int flags);
+
+// Owns a descriptor, or none (-1).
 class Descriptor {
  public:
+  explicit Descriptor(int fd) : fd_(fd) {}
   Descriptor(const char* path, int flags) : fd_(openFile(path, flags)) {}
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -22,26 +24,11 @@ class Descriptor {
   explicit operator bool() const { return fd_ >= 0; }
   int fd() const { return fd_; }
 
+  // Hands it over: closing it is the caller's business.
+  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
+
  private:
   int fd_;
 };
-
-// 0, which no file has, if it cannot be told.
-inline unsigned long long inodeOf(int fd) {
-  struct stat file;
-  return ::fstat(fd, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
-}
-
-// The same of a name.
-inline unsigned long long inodeOfPath(const std::string& path) {
-  struct stat file;
-  return ::stat(path.c_str(), &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
-}
-
-// In bytes; -1 if it cannot be told.
-inline long long lengthOf(int fd) {
-  struct stat file;
-  return ::fstat(fd, &file) == 0 ? static_cast<long long>(file.st_size) : -1;
-}
 
 }  // namespace kl

@@ -1,11 +1,11 @@
-// Reads and writes at a place of a file.
+// Reads and writes at a place of a file, and facts about files.
 //
 // A transfer that the system cuts short is taken up where it stopped, so that a signal or a disk that has just
 // enough space is no fault.
 
 #include "base/file_io.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -15,15 +15,13 @@
 namespace kl {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0600;
-
 iovec piece(Bytes bytes, std::size_t skip) {
   const std::size_t skipped = std::min(skip, bytes.size);
   const auto* start = static_cast<const unsigned char*>(bytes.data) + skipped;
   return {const_cast<unsigned char*>(start), bytes.size - skipped};
 }
 
-// Of one piece the shorter call is the cheaper one.
+// For a single piece the shorter call is the cheaper one.
 ssize_t writeOnce(int fd, const iovec (&pieces)[2], off_t offset) {
   if (pieces[1].iov_len == 0) return ::pwrite(fd, pieces[0].iov_base, pieces[0].iov_len, offset);
   return ::pwritev(fd, pieces, 2, offset);
@@ -61,6 +59,19 @@ ssize_t writeAt(int fd, Bytes first, Bytes second, off_t offset) {
 
 bool isSeekError(int errorNumber) { return errorNumber == ESPIPE || errorNumber == EBADF; }
 
-int openFile(const char* path, int flags) { return ::open(path, flags | O_CLOEXEC, kOwnerOnly); }
+unsigned long long inodeOf(int fd) {
+  struct stat file;
+  return ::fstat(fd, &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+unsigned long long inodeOfPath(const std::string& path) {
+  struct stat file;
+  return ::stat(path.c_str(), &file) == 0 ? static_cast<unsigned long long>(file.st_ino) : 0;
+}
+
+long long lengthOf(int fd) {
+  struct stat file;
+  return ::fstat(fd, &file) == 0 ? static_cast<long long>(file.st_size) : -1;
+}
 
 }  // namespace kl

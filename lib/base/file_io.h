@@ -1,9 +1,12 @@
 #pragma once
-// file_io.h: reads and writes at a place of a file, without moving its position.
+// file_io.h: reads and writes at a place of a file, without moving its position, and facts about files.
 
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
+
+#include "base/descriptor.h"
 
 namespace kl {
 
@@ -26,10 +29,15 @@ inline bool hasWritten(ssize_t written, std::size_t expected) {
   return written >= 0 && static_cast<std::size_t>(written) == expected;
 }
 
-// Whether the errno of a failed transfer says that this file has no places, or no such place.
+// Does the errno of a failed transfer mean that this file has no places, or no such place?
 bool isSeekError(int errorNumber);
 
-// open(2), closed on exec.
-int openFile(const char* path, int flags);
+// The inode of an open file; 0, which no file has, if it is unknown.
+unsigned long long inodeOf(int fd);
+// The inode of the file that a path leads to.
+unsigned long long inodeOfPath(const std::string& path);
+
+// The length of an open file in bytes; -1 if it is unknown.
+long long lengthOf(int fd);
 
 }  // namespace kl

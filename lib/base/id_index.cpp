@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cstring>
 
-namespace kl::container {
+namespace kl {
 namespace {
 
 // In halves, because a 32-bit processor has no atomic access to 64 bits.  The lower one is odd, so 0 says that the
@@ -48,4 +48,4 @@ std::uint64_t idHashFactor() {
   return number;
 }
 
-}  // namespace kl::container
+}  // namespace kl

@@ -4,9 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/invariant.h"
-
-namespace kl::container {
+namespace kl {
 
 // A number that peers cannot know, the same for the life of the process.
 std::uint64_t idHashFactor();
@@ -75,4 +73,4 @@ class IdIndex {
   unsigned int shift_ = 64;
 };
 
-}  // namespace kl::container
+}  // namespace kl

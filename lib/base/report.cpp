@@ -1,16 +1,36 @@
-// Lines on the standard error stream, and the end that some of them announce.
+// Lines on the two standard streams, and the end that some of them announce.
 
 #include "base/report.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 namespace kl {
+namespace {
 
-void reportLine(const std::string& line) { std::cerr << line + "\n" << std::flush; }
+void writeLine(std::ostream& stream, std::string line) {
+  line += '\n';
+  stream.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+}
+
+}  // namespace
+
+void printLine(const char* text) { writeLine(std::cout, text); }
+
+void printLine(const char* text, const char* detail) { writeLine(std::cout, std::string(text) + detail); }
+
+void printLine(const char* text, long long number, const char* unit) {
+  writeLine(std::cout, text + std::to_string(number) + unit);
+}
+
+void printErrno(const char* text) { printLine(text, std::strerror(errno)); }
+
+void printErrorLine(const std::string& line) { writeLine(std::cerr, line); }
 
 void endProcess(const std::string& line) {
-  reportLine(line);
+  printErrorLine(line);
   std::exit(EXIT_FAILURE);
 }
 

@@ -1,14 +1,25 @@
 #pragma once
-// diagnostics.h: the last line of a process that lost its loader.
+// report.h: the lines by which the library reports what went wrong.
+//
+// Which of the two streams a line goes to is fixed with its text.  A line leaves in one piece and at once, so that
+// lines of several processes do not mix on one console and a process that dies has said what it had to say.
 
 #include <string>
 
 namespace kl {
 
-// One line on the standard error stream, in one piece.
-void reportLine(const std::string& line);
+// A line on the standard output stream: the text and, behind it, a detail or a number with its unit.
+void printLine(const char* text);
+void printLine(const char* text, const char* detail);
+void printLine(const char* text, long long number, const char* unit = "");
 
-// The line, then the end of the process with status 1.
+// The same with the text of errno as the detail.
+void printErrno(const char* text);
+
+// A line on the standard error stream.
+void printErrorLine(const std::string& line);
+
+// The last line of a process, on the standard error stream; the process ends with status 1.
 [[noreturn]] void endProcess(const std::string& line);
 
 }  // namespace kl

@@ -10,13 +10,14 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "base/report.h"
 #include "ids/free_ranges.h"
 
 namespace kl {
 namespace {
 
 [[noreturn]] void misuse(const char* line) {
-  std::cout << line << std::endl;
+  printLine(line);
   std::abort();
 }
 

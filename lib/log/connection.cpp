@@ -9,31 +9,21 @@
 //     a process that logs while the service is down does not run out of them
 
 #include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <utility>
 
+#include "base/local_socket.h"
+#include "base/report.h"
 #include "fixed_paths.h"
 #include "kl/logger.h"
 #include "kl/runner.h"
-#include "log/diagnostics.h"
 
 namespace kl {
 namespace {
 
 Logger* theLogger = nullptr;
-
-bool connectTo(int fd) {
-  sockaddr_un address{};
-  static_assert(sizeof paths::kLogSocket <= sizeof address.sun_path);
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, paths::kLogSocket, sizeof paths::kLogSocket);
-  return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
 
 }  // namespace
 
@@ -55,14 +45,14 @@ Logger::~Logger() {
 void Logger::connectToLog() {
   socket_ = -1;
   Runner* runner = getRunner();
-  if (runner == nullptr) return logging::printLine("no runner while connecting to log");
+  if (runner == nullptr) return printLine("no runner while connecting to log");
   const int fd = takeSocket();
-  if (fd < 0) return logging::printError("could not connect to log: ");
+  if (fd < 0) return printErrno("could not connect to log: ");
   // A service that takes no connections must not stop this process, so connecting does not wait either.
-  if (::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) logging::printError("could not set to non blocking: ");
-  if (!connectTo(fd)) {
+  if (::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) printErrno("could not set to non blocking: ");
+  if (!connectLocalSocket(fd, paths::kLogSocket)) {
     spareSocket_ = fd;  // C2
-    return logging::printError("could not connect to log: ");
+    return printErrno("could not connect to log: ");
   }
   socket_ = fd;
   runner->addSocket(socket_, this, bind<Logger, &Logger::onSocket>(), POLLIN);  // C1
@@ -71,7 +61,7 @@ void Logger::connectToLog() {
 
 int Logger::takeSocket() {
   if (spareSocket_ >= 0) return std::exchange(spareSocket_, -1);  // C2
-  return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  return openLocalSocket();
 }
 
 void Logger::closeConnection() {

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "log/diagnostics.h"
+#include "base/report.h"
 #include "log/log_records.h"
 #include "log/parts.h"
 
@@ -33,7 +33,7 @@ void Logger::logRecord(Source& source, const char* text, unsigned int length) {
   if (!source.registered && !sendRegistration(&source)) {
     // Kept on purpose: the spelling, which people and their tools search for.
     // Held by LoggerAlone.ALineWithoutAServiceIsDropped.
-    logging::printLine("registeration failed, dropping a line");
+    printLine("registeration failed, dropping a line");
     return;
   }
   unsigned char record[kSmallRecordBytes];

@@ -7,8 +7,8 @@
 
 #include <cerrno>
 
+#include "base/report.h"
 #include "kl/logger.h"
-#include "log/diagnostics.h"
 #include "log/log_records.h"
 
 namespace kl {
@@ -19,13 +19,13 @@ constexpr unsigned int kReadBytes = 256;
 }  // namespace
 
 void Logger::onSocket(int fd, unsigned int /*events*/) {
-  if (fd != socket_) return logging::printLine("wrong alarm");
+  if (fd != socket_) return printLine("wrong alarm");
   unsigned char bytes[kReadBytes];
   const ssize_t count = ::read(fd, bytes, sizeof bytes);
   if (count > 0) return obeyMuteRecords(bytes, static_cast<unsigned int>(count));
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   // A service that closes without having read everything makes the read fail.
-  logging::printLine("EOF");
+  printLine("EOF");
   closeConnection();
 }
 
@@ -45,7 +45,7 @@ void Logger::obeyMuteRecords(const unsigned char* bytes, unsigned int count) {
     if (isKnown) table_[record.sourceId - 1]->muted = record.mutes;
   }
   if (fault == nullptr) return;
-  logging::printLine(fault);
+  printLine(fault);
   closeConnection();
 }
 

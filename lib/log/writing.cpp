@@ -8,8 +8,8 @@
 
 #include <cerrno>
 
+#include "base/report.h"
 #include "kl/logger.h"
-#include "log/diagnostics.h"
 #include "log/parts.h"
 
 namespace kl {
@@ -21,12 +21,12 @@ constexpr unsigned int kPauseMicroseconds = 100000;
 const void* behind(const void* bytes, unsigned int count) { return static_cast<const char*>(bytes) + count; }
 
 void tellFailure(unsigned int length) {
-  logging::printError("writeRaw failed: ");
-  logging::printNumber("ret=-1, len=", length);
+  printErrno("writeRaw failed: ");
+  printLine("ret=-1, len=", length);
 }
 
 unsigned int giveUp(unsigned int written) {
-  if (written > 0) logging::printNumber("partial write written=", written);
+  if (written > 0) printLine("partial write written=", written);
   return written;
 }
 
@@ -43,12 +43,12 @@ unsigned int Logger::writeRaw(const void* bytes, unsigned int length) { return w
 bool Logger::sendParts(Parts parts) {
   if (socket_ < 0) connectToLog();
   if (socket_ < 0) {
-    logging::printLine("dropping");
+    printLine("dropping");
     return false;
   }
   const unsigned int length = parts.bytes();
   if (writeParts(parts) >= length) return true;
-  logging::printLine("dopping line");
+  printLine("dopping line");
   return false;
 }
 
@@ -68,7 +68,7 @@ unsigned int Logger::writeParts(Parts parts) {
       written += static_cast<unsigned int>(result);
       parts.advance(static_cast<unsigned int>(result));
     }
-    logging::printLine("sleeping");
+    printLine("sleeping");
     ::usleep(kPauseMicroseconds);
   }
 }

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <iostream>
 
+#include "base/report.h"
 #include "loop/crash_report.h"
 #include "loop/signal_table.h"
 
@@ -30,7 +30,7 @@ Runner::Runner() {
   if (currentRunner != nullptr) {
     // Kept on purpose: the text says "more than two", the rule is that there is one.
     // Held by Runner.ASecondOneEndsTheProcessWithStatusOne.
-    std::cout << "ERROR: created more than two runners" << std::endl;
+    printLine("ERROR: created more than two runners");
     std::exit(1);
   }
   currentRunner = this;

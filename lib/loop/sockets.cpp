@@ -10,8 +10,8 @@
 // S5  readAheadCount_ is the number of sockets whose reader holds bytes
 
 #include <algorithm>
-#include <iostream>
 
+#include "base/report.h"
 #include "kl/runner.h"
 
 namespace kl {
@@ -25,8 +25,7 @@ void ThinRunner::addSocket(int fd, void* data, SocketCallback cb, unsigned int e
   const auto index = static_cast<unsigned int>(polls_.size());
   const auto [place, isNew] = sockets_.try_emplace(fd, SockInfo{fd, data, cb, index, false});
   if (!isNew) {
-    std::cout << "WARNING: could not add socket fd=" << fd << " becouse of dup" << std::endl;
-    return;
+    return printLine("WARNING: could not add socket fd=", fd, " becouse of dup");
   }
   polls_.push_back({fd, pollBits(events), 0});
   pollSockets_.push_back(place);

@@ -13,8 +13,8 @@
 // "now": what fell due within the last hour is early, everything else lies ahead.
 
 #include <algorithm>
-#include <iostream>
 
+#include "base/report.h"
 #include "kl/runner.h"
 
 namespace kl {
@@ -44,7 +44,7 @@ std::size_t rightChildOf(std::size_t position) { return 2 * position + 2; }
 
 Ticks limitedDelay(Ticks delay) {
   if (delay <= kLongestDelay) return delay;
-  std::cout << "WARNING: limiting timer timeout to " << kLongestDelay << "cs" << std::endl;
+  printLine("WARNING: limiting timer timeout to ", kLongestDelay, "cs");
   return kLongestDelay;
 }
 

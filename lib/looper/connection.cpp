@@ -7,13 +7,13 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
 
+#include "base/descriptor.h"
+#include "base/local_socket.h"
 #include "base/report.h"
 #include "fixed_paths.h"
 #include "kl/looper.h"
@@ -30,26 +30,15 @@ bool isLocalSocket(int fd) {
          address.ss_family == AF_UNIX;
 }
 
-bool connectTo(int fd, const char* path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  while (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    if (errno != EINTR) return false;
-  return true;
-}
-
 std::string withErrno(const char* text) {
   return std::string(text) + " (errno=" + std::to_string(errno) + ")";
 }
 
 int connectToLoader() {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) endProcess(withErrno("socket failed"));
-  if (connectTo(fd, paths::kLoaderSocket)) return fd;
-  const std::string line = withErrno("connect failed");
-  ::close(fd);
-  endProcess(line);
+  Descriptor fd(openLocalSocket());
+  if (!fd) endProcess(withErrno("socket failed"));
+  if (!connectLocalSocket(fd.fd(), paths::kLoaderSocket)) endProcess(withErrno("connect failed"));
+  return fd.release();
 }
 
 int inheritOrConnect(unsigned int mode) {
@@ -63,7 +52,7 @@ int inheritOrConnect(unsigned int mode) {
 int openLoaderSocket(unsigned int mode) {
   const int fd = inheritOrConnect(mode);
   (void)::fcntl(fd, F_SETFD, FD_CLOEXEC);
-  if (::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) reportLine(std::string("fcntl: ") + std::strerror(errno));
+  if (::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) printErrorLine(std::string("fcntl: ") + std::strerror(errno));
   return fd;
 }
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "base/descriptor.h"
 #include "fixed_paths.h"
 
 namespace kl {
@@ -18,13 +19,12 @@ constexpr std::size_t kCommandBytes = 79;  // of the command line that are looke
 // The first word of the command line, without its folder; empty when it cannot be read.
 std::string programName() {
   const std::string source = "/proc/" + std::to_string(::getpid()) + "/cmdline";
-  const int fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return "";
+  const Descriptor file(source.c_str(), O_RDONLY);
+  if (!file) return "";
   char command[kCommandBytes + 1] = {};
   ssize_t got = 0;
-  do got = ::read(fd, command, kCommandBytes);
+  do got = ::read(file.fd(), command, kCommandBytes);
   while (got < 0 && errno == EINTR);
-  ::close(fd);
   if (got <= 0) return "";
   const std::string program(command);
   return program.substr(program.rfind('/') + 1);
@@ -39,9 +39,6 @@ bool hasMarker(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0;
 }
 
-void leaveMarker(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd >= 0) ::close(fd);
-}
+void leaveMarker(const std::string& path) { (void)Descriptor(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC); }
 
 }  // namespace kl

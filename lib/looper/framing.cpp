@@ -19,6 +19,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/byte_order.h"
 #include "base/report.h"
 
 namespace kl {
@@ -28,15 +29,6 @@ constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kFrameLimit = 65536;            // the first length that is not sent
 constexpr std::size_t kSmallBuffer = 16384;           // holds what usually comes at once
 constexpr std::size_t kKeptBuffer = 2 * kFrameLimit;  // a buffer above that is given back
-
-unsigned int getLength(const unsigned char* p) {
-  return p[0] | static_cast<unsigned int>(p[1]) << 8 | static_cast<unsigned int>(p[2]) << 16 |
-         static_cast<unsigned int>(p[3]) << 24;
-}
-
-void putLength(unsigned char* p, unsigned int length) {
-  for (std::size_t i = 0; i < kLengthBytes; ++i) p[i] = static_cast<unsigned char>(length >> 8 * i);
-}
 
 // As poll(2) answers for one descriptor.
 int waitFor(int fd, short events, int milliseconds) {
@@ -66,7 +58,7 @@ unsigned int FrameSocket::read(unsigned char* bytes, unsigned int count, Timeout
 bool FrameSocket::readFrame(message& m, Timeout& timeout) {
   if (!holdsBytes() && !receive(timeout, kLengthBytes)) return false;
   complete(kLengthBytes);
-  const unsigned int length = getLength(&buffer_[begin_]);
+  const unsigned int length = loadLe32(&buffer_[begin_]);
   consume(kLengthBytes);
   complete(length);
   m.assign(buffer_.get() + begin_, length);
@@ -95,7 +87,7 @@ void FrameSocket::writeFrame(const message& m) {
   unsigned char* const frame = roomToFlatten(kLengthBytes + length);
   m.flatten(frame + kLengthBytes, &length);
   if (length < kFrameLimit) {
-    putLength(frame, length);
+    storeLe32(frame, length);
     write(frame, kLengthBytes + length);
   }
   if (outCapacity_ > kKeptBuffer) roomToFlatten(0);

@@ -228,7 +228,7 @@ void Looper::awaitReady() {
   message ready;
   unsigned int code = 0;
   if (!readMessage(ready, kReadyTicks) || !isCtrl(ready, &code) || code != control::kReady) {
-    reportLine("could not receive confirmation to CTRL_READY from loader");
+    printErrorLine("could not receive confirmation to CTRL_READY from loader");
     std::abort();
   }
   loaderValue1_ = ready.get(kLoaderValue1, 0);
@@ -326,8 +326,8 @@ void Looper::queueMessage(const message& m) {
 }
 
 void Looper::reportFullQueue() const {
-  reportLine("full queue:");
-  reportLine(std::string(52, '#'));
+  printErrorLine("full queue:");
+  printErrorLine(std::string(52, '#'));
   for (const message& m : queue_) m.dump2(std::cout, "", 0);
 }
 

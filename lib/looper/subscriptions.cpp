@@ -178,7 +178,7 @@ std::vector<message> Handler::collectChanges(const std::set<unsigned int>& ids) 
   objects.reserve(ids.size());
   for (const unsigned int id : ids) {
     const message obj = getObject(id);
-    KL_ASSERT_LINE(582, id == kl::BADID || obj.get(STD_ID, kl::BADID) == id);
+    KL_ASSERT_AT("looper.cpp:582", id == kl::BADID || obj.get(STD_ID, kl::BADID) == id);
     objects.push_back(obj);
   }
   return objects;
@@ -206,7 +206,7 @@ const message* Handler::sendObjects(const message* first, const message* last, c
 }
 
 void Handler::sendNotify(message& m) {
-  KL_ASSERT_LINE(502, m.has(kl::SYS_CMD));
+  KL_ASSERT_AT("looper.cpp:502", m.has(kl::SYS_CMD));
   Path to = pathOf(m, SYS_TO);
   const std::vector<message> records = subscriptions_;  // S2
   for (const message& record : records)

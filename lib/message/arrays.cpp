@@ -5,7 +5,6 @@
 namespace kl {
 namespace {
 
-using container::byteReversed;
 using container::Kind;
 using container::Node;
 

@@ -8,7 +8,6 @@
 namespace kl {
 namespace {
 
-using container::byteReversed;
 using container::Kind;
 using container::Node;
 

@@ -15,8 +15,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/assertions.h"
 #include "base/id_index.h"
-#include "base/invariant.h"
 #include "message/memory.h"
 
 namespace kl {
@@ -103,7 +103,7 @@ class htable {
   // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
   // bit for each word of live ones that says that it is full: runs of colliding keys may be long.
   struct Large {
-    container::IdIndex<SlotEntry> index;
+    IdIndex<SlotEntry> index;
     std::uint64_t words;
     std::uint64_t* live() { return reinterpret_cast<std::uint64_t*>(this + 1); }
     std::uint64_t* erased() { return live() + words; }

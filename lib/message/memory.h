@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/invariant.h"
+#include "base/assertions.h"
 
 namespace kl::container {
 

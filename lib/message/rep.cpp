@@ -229,7 +229,7 @@ void message::Rep::pushCopy(NodeList& to, const Node& source) {
   Node* node = takeNode(memory, source.kind, source.id, source.size);
   setFilled(*node, source.size, source.count);
   to.push(nullptr, node, memory);
-  container::copyBytes(node->room(), source.content(), source.size);
+  copyBytes(node->room(), source.content(), source.size);
 }
 
 // --- Measures --------------------------------------------------------------------------------------------

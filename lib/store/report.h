@@ -1,10 +1,11 @@
 #pragma once
-// report.h: the lines by which a store tells what failed.
+// report.h: the lines by which a store reports what failed, on the standard output stream.
+
+#include "base/report.h"
 
 namespace kl {
 
-// One line on the standard output stream, flushed.
-void reportStore(const char* text);
-void reportStore(const char* text, unsigned int number);
+inline void reportStore(const char* text) { printLine(text); }
+inline void reportStore(const char* text, unsigned int number) { printLine(text, number); }
 
 }  // namespace kl

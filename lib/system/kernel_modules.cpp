@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "base/descriptor.h"
 #include "kl/utilities.h"
 
 namespace {
@@ -17,11 +18,9 @@ namespace {
 class MappedFile {
  public:
   explicit MappedFile(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return;
+    const kl::Descriptor file(path.c_str(), O_RDONLY);
     struct stat facts {};
-    if (::fstat(fd, &facts) == 0) map(fd, static_cast<std::size_t>(facts.st_size));
-    (void)::close(fd);
+    if (file && ::fstat(file.fd(), &facts) == 0) map(file.fd(), static_cast<std::size_t>(facts.st_size));
   }
   ~MappedFile() {
     if (data_ != nullptr) (void)::munmap(data_, bytes_);

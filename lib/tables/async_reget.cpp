@@ -9,16 +9,15 @@
 
 #include "kl/reget.h"
 
-#include <iostream>
 #include <utility>
+
+#include "base/report.h"
 
 namespace kl {
 namespace {
 
 constexpr unsigned int kDefaultTimeout = 0xdeadbeef;
 constexpr unsigned int kDefaultTicks = 6000;
-
-void printLine(const char* text) { std::cout << text << std::endl; }
 
 }  // namespace
 
@@ -49,7 +48,7 @@ void AsyncReget::fetch() {
 void AsyncReget::onReply(const message& reply, const message&) {
   postID_ = BADID;
   if (isError(reply)) {
-    if (!onDone_) std::cout << "ERROR: AsyncReget failed: " << getError(reply) << std::endl;
+    if (!onDone_) printLine("ERROR: AsyncReget failed: ", getError(reply).c_str());
   } else if (!reply.has(STD_OBJS)) {
     printLine("ERROR: AsyncReget got reply without STD_OBJS");
   } else {

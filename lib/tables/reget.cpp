@@ -5,7 +5,7 @@
 
 #include "kl/reget.h"
 
-#include <iostream>
+#include "base/report.h"
 
 namespace kl {
 namespace {
@@ -63,7 +63,7 @@ void FullReget::getChunk() {
     request.insert(STD_GETALLID, reply_.get(STD_GETALLID, BADID));
   }
   reply_ = getLooper()->exchangeMessage(request, static_cast<int>(timeout_ == 0 ? kReplyTicks : timeout_));
-  if (isError(reply_)) std::cout << "FULLREGET: " << getError(reply_) << std::endl;
+  if (isError(reply_)) printLine("FULLREGET: ", getError(reply_).c_str());
   count_ = reply_.size_message_array(STD_OBJS);
   index_ = 0;
   firstChunk_ = false;

@@ -11,28 +11,22 @@
 
 #include "store/files/format.h"
 
+#include "base/byte_order.h"
+
 namespace kl {
 namespace {
 
-void putWord(unsigned char* to, unsigned int word) {
-  for (unsigned int i = 0; i < 4; ++i) to[i] = static_cast<unsigned char>(word >> (8 * i));
-}
-
-// Compilers make one load of it, which a store's opening does three times a slot.
 unsigned int word(const unsigned char* from, ByteOrder order) {
-  const unsigned int little = static_cast<unsigned int>(from[0]) | static_cast<unsigned int>(from[1]) << 8 |
-                              static_cast<unsigned int>(from[2]) << 16 |
-                              static_cast<unsigned int>(from[3]) << 24;
-  return order == ByteOrder::kBig ? __builtin_bswap32(little) : little;
+  return order == ByteOrder::kBig ? loadBe32(from) : loadLe32(from);
 }
 
 }  // namespace
 
 SlotBytes encodeSlot(const SlotRecord& record) {
   SlotBytes bytes;
-  putWord(&bytes[0], record.id);
-  putWord(&bytes[4], record.size);
-  putWord(&bytes[8], record.lifetime);
+  storeLe32(&bytes[0], record.id);
+  storeLe32(&bytes[4], record.size);
+  storeLe32(&bytes[8], record.lifetime);
   return bytes;
 }
 
@@ -41,13 +35,13 @@ SlotRecord decodeSlot(const unsigned char* bytes, ByteOrder order) {
 }
 
 LengthBytes encodeLength(std::size_t payloadBytes) {
-  const std::size_t length = payloadBytes + kLengthBytes;
-  return {static_cast<unsigned char>(length), static_cast<unsigned char>(length >> 8)};
+  LengthBytes bytes;
+  storeLe16(bytes.data(), payloadBytes + kLengthBytes);
+  return bytes;
 }
 
 unsigned int decodeLength(const unsigned char* bytes, ByteOrder order) {
-  const unsigned int high = order == ByteOrder::kBig ? 0 : 1;
-  return static_cast<unsigned int>(bytes[high] << 8 | bytes[1 - high]);
+  return order == ByteOrder::kBig ? loadBe16(bytes) : loadLe16(bytes);
 }
 
 }  // namespace kl

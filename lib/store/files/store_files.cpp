@@ -1,6 +1,7 @@
 // The two files of a store: opening them, and one record of each at a time.
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -20,9 +20,10 @@
 #include "store/journal/journal_entries.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
+
+#include "base/byte_order.h"
 
 namespace kl {
 namespace {
@@ -45,32 +46,6 @@ Sum mixed(Sum sum, std::uint64_t number) {
   return sum ^ sum >> 32;
 }
 
-// Numbers as they lie in a record.
-std::uint32_t turned(std::uint32_t number) {
-  return std::endian::native == std::endian::little ? number : __builtin_bswap32(number);
-}
-std::uint64_t turned(std::uint64_t number) {
-  return std::endian::native == std::endian::little ? number : __builtin_bswap64(number);
-}
-
-template <class Number>
-Number get(const unsigned char* from) {
-  Number number;
-  std::memcpy(&number, from, sizeof number);
-  return turned(number);
-}
-
-template <class Number>
-void put(unsigned char* to, Number number) {
-  number = turned(number);
-  std::memcpy(to, &number, sizeof number);
-}
-
-std::uint32_t getWord(const unsigned char* from) { return get<std::uint32_t>(from); }
-std::uint64_t getLong(const unsigned char* from) { return get<std::uint64_t>(from); }
-void putWord(unsigned char* to, std::size_t word) { put(to, static_cast<std::uint32_t>(word)); }
-void putLong(unsigned char* to, std::uint64_t number) { put(to, number); }
-
 // Takes bytes 32 at a time, wherever one piece ends and the next begins.
 class Checksum {
  public:
@@ -91,7 +66,7 @@ class Checksum {
   unsigned int value() {
     std::memset(begun_ + rest_, 0, kBlock - rest_);
     for (std::size_t at = 0; at < rest_; at += kLane)
-      sums_[at / kLane] = mixed(sums_[at / kLane], getLong(begun_ + at));
+      sums_[at / kLane] = mixed(sums_[at / kLane], loadLe64(begun_ + at));
     Sum all = 0;
     for (const Sum sum : sums_) all = mixed(all, sum);
     return static_cast<unsigned int>(mixed(all, length_));
@@ -118,7 +93,7 @@ class Checksum {
   }
 
   void addBlock(const unsigned char* bytes) {
-    for (std::size_t i = 0; i < 4; ++i) sums_[i] = mixed(sums_[i], getLong(bytes + i * kLane));
+    for (std::size_t i = 0; i < 4; ++i) sums_[i] = mixed(sums_[i], loadLe64(bytes + i * kLane));
   }
 
   Sum sums_[4] = {};
@@ -134,29 +109,29 @@ unsigned int checksum(const void* data, std::size_t size) {
 }
 
 void putBody(unsigned char* to, const FileIds& ids, const FileLengths& lengths) {
-  putLong(to, ids.idx);
-  putLong(to + 8, ids.data);
-  putLong(to + 16, lengths.idx);
-  putLong(to + 24, lengths.data);
+  storeLe64(to, ids.idx);
+  storeLe64(to + 8, ids.data);
+  storeLe64(to + 16, lengths.idx);
+  storeLe64(to + 24, lengths.data);
 }
 
 void getBody(const unsigned char* from, FileIds& ids, FileLengths& lengths) {
-  ids = {getLong(from), getLong(from + 8)};
-  lengths = {getLong(from + 16), getLong(from + 24)};
+  ids = {loadLe64(from), loadLe64(from + 8)};
+  lengths = {loadLe64(from + 16), loadLe64(from + 24)};
 }
 
 void putHeader(unsigned char* to, unsigned int magic, std::size_t length, unsigned int sum) {
-  putWord(to, magic);
-  putWord(to + 4, length);
-  putWord(to + 8, sum);
+  storeLe32(to, magic);
+  storeLe32(to + 4, static_cast<std::uint32_t>(length));
+  storeLe32(to + 8, sum);
 }
 
 // The length of the whole record that the bytes begin with; 0 if there is none.
 std::size_t wholeRecord(const unsigned char* bytes, std::size_t size, unsigned int magic) {
-  if (size < kHeaderBytes || getWord(bytes) != magic) return 0;
-  const std::size_t length = getWord(bytes + 4);
+  if (size < kHeaderBytes || loadLe32(bytes) != magic) return 0;
+  const std::size_t length = loadLe32(bytes + 4);
   if (length < kHeaderBytes || length > size) return 0;
-  return checksum(bytes + kHeaderBytes, length - kHeaderBytes) == getWord(bytes + 8) ? length : 0;
+  return checksum(bytes + kHeaderBytes, length - kHeaderBytes) == loadLe32(bytes + 8) ? length : 0;
 }
 
 }  // namespace
@@ -195,9 +170,9 @@ void Intent::addSlot(Step step, unsigned int slot, const SlotRecord& record) {
 void Intent::addStep(Step step, unsigned long long place, std::size_t size) {
   const std::size_t start = head_.size();
   head_.resize(start + kStepBytes);
-  putWord(&head_[start], static_cast<std::size_t>(step));
-  putLong(&head_[start + 4], place);
-  putWord(&head_[start + 12], size);
+  storeLe32(&head_[start], static_cast<std::uint32_t>(step));
+  storeLe64(&head_[start + 4], place);
+  storeLe32(&head_[start + 12], static_cast<std::uint32_t>(size));
 }
 
 bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
@@ -207,11 +182,12 @@ bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
   items_.clear();
   for (std::size_t at = kHeaderBytes + kBodyBytes; at < length;) {
     if (length - at < kStepBytes) return false;
-    const std::size_t count = getWord(bytes + at + 12);
-    if (count > length - at - kStepBytes || getWord(bytes + at) > static_cast<unsigned int>(Step::kRestore))
+    const std::size_t count = loadLe32(bytes + at + 12);
+    if (count > length - at - kStepBytes || loadLe32(bytes + at) > static_cast<unsigned int>(Step::kRestore))
       return false;
-    items_.push_back(
-        {static_cast<Step>(getWord(bytes + at)), getLong(bytes + at + 4), {bytes + at + kStepBytes, count}});
+    items_.push_back({static_cast<Step>(loadLe32(bytes + at)),
+                      loadLe64(bytes + at + 4),
+                      {bytes + at + kStepBytes, count}});
     at += kStepBytes + count;
   }
   return true;
@@ -225,15 +201,15 @@ long long decodeEndMark(const unsigned char* bytes, std::size_t size) {
 
 CommitBytes encodeCommit(const FileIds& fresh) {
   CommitBytes bytes;
-  putLong(&bytes[kHeaderBytes], fresh.idx);
-  putLong(&bytes[kHeaderBytes + 8], fresh.data);
+  storeLe64(&bytes[kHeaderBytes], fresh.idx);
+  storeLe64(&bytes[kHeaderBytes + 8], fresh.data);
   putHeader(bytes.data(), kCommitMagic, bytes.size(), checksum(&bytes[kHeaderBytes], 16));
   return bytes;
 }
 
 bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) {
   if (wholeRecord(bytes, size, kCommitMagic) != CommitBytes().size()) return false;
-  fresh = {getLong(bytes + kHeaderBytes), getLong(bytes + kHeaderBytes + 8)};
+  fresh = {loadLe64(bytes + kHeaderBytes), loadLe64(bytes + kHeaderBytes + 8)};
   return true;
 }
 

@@ -53,8 +53,17 @@ TEST_F(StoreFileIo, WhatHasNoPlacesIsASeekError) {
   ::close(ends[1]);
 }
 
-TEST_F(StoreFileIo, FilesAreClosedOnExecAndTheOwners) {
-  EXPECT_EQ(::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+TEST_F(StoreFileIo, AFileIsKnownByItsInodeAndItsLength) {
+  EXPECT_EQ(writeAt(fd, {"abc", 3}, 0), 3);
+  EXPECT_EQ(kl::lengthOf(fd), 3);
+  EXPECT_NE(kl::inodeOf(fd), 0u);
+  EXPECT_EQ(kl::inodeOfPath(path + ".dat"), kl::inodeOf(fd));
+}
+
+TEST_F(StoreFileIo, OfAFileThatIsMissingNothingIsKnown) {
+  EXPECT_EQ(kl::lengthOf(-1), -1);
+  EXPECT_EQ(kl::inodeOf(-1), 0u);
+  EXPECT_EQ(kl::inodeOfPath(path + ".none"), 0u);
 }
 
 }  // namespace

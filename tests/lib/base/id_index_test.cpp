@@ -21,7 +21,7 @@ TEST(IdIndex, AgreesWithAMapThroughRandomSteps) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   std::vector<Entry> room(128);
-  kl::container::IdIndex<Entry> index(room.data(), room.size());
+  kl::IdIndex<Entry> index(room.data(), room.size());
   std::map<unsigned int, int> expected;
   for (int i = 1; i < 20000; ++i) {
     const auto id =
@@ -49,7 +49,7 @@ struct CountedEntry {
 // How many entries a search for one of a thousand ids in a row looks at.
 double looksPerSearch(std::uint64_t factor) {
   std::vector<CountedEntry> room(4096);
-  kl::container::IdIndex<CountedEntry> index(room.data(), room.size(), factor);
+  kl::IdIndex<CountedEntry> index(room.data(), room.size(), factor);
   for (unsigned int i = 0; i < 1000; ++i) index.add({0x20000000 + i, true});
   CountedEntry::looks = 0;
   for (unsigned int i = 0; i < 1000; ++i) EXPECT_NE(index.find(0x20000000 + i), nullptr);
@@ -61,7 +61,7 @@ TEST(IdIndex, IdsInARowLieApart) {
   int good = 0;
   for (int i = 0; i < 2000; ++i) {
     const std::uint64_t factor = random() | 1;
-    if (!kl::container::spreadsIdsInARow(factor)) continue;
+    if (!kl::spreadsIdsInARow(factor)) continue;
     ++good;
     EXPECT_LT(looksPerSearch(factor), 3) << factor;
   }
@@ -71,15 +71,15 @@ TEST(IdIndex, IdsInARowLieApart) {
 TEST(IdIndex, AFactorThatPutsIdsInARowSideBySideIsNotTaken) {
   for (const std::uint64_t factor :
        std::vector<std::uint64_t>{1, 3, 0x100000001, 0x8000000000000001, 0xffffffffffffffff}) {
-    EXPECT_FALSE(kl::container::spreadsIdsInARow(factor)) << factor;
+    EXPECT_FALSE(kl::spreadsIdsInARow(factor)) << factor;
     EXPECT_GT(looksPerSearch(factor), 10) << factor;
   }
-  EXPECT_TRUE(kl::container::spreadsIdsInARow(kl::container::idHashFactor()));
+  EXPECT_TRUE(kl::spreadsIdsInARow(kl::idHashFactor()));
 }
 
 TEST(IdIndex, HashFactorIsOddAndStays) {
-  EXPECT_EQ(kl::container::idHashFactor() % 2, 1u);
-  EXPECT_EQ(kl::container::idHashFactor(), kl::container::idHashFactor());
+  EXPECT_EQ(kl::idHashFactor() % 2, 1u);
+  EXPECT_EQ(kl::idHashFactor(), kl::idHashFactor());
 }
 
 }  // namespace

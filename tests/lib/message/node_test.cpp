@@ -16,7 +16,7 @@ class NodeTest : public testing::Test {
   ~NodeTest() override { memory.releaseAll(); }
   Node* bytes(Kind kind, unsigned int count, std::vector<unsigned char> value) {
     Node* node = kl::container::takeNode(memory, kind, 1, value.size());
-    kl::container::copyBytes(node->room(), value.data(), value.size());
+    kl::copyBytes(node->room(), value.data(), value.size());
     node->size = static_cast<unsigned int>(value.size());
     node->count = count;
     return node;
