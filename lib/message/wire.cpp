@@ -26,6 +26,8 @@
 // W1  nothing is read outside the given bytes
 // W2  memory is taken for bytes that are there, never for a length or count alone
 // W3  a field is stored when all of its bytes were seen; an array is begun when its count was
+// W4  F says what the value needs, also where bit 24 of an id was set by mistake: the field reads back under
+//     the id without it
 
 #include "message/wire.h"
 
@@ -41,18 +43,22 @@ constexpr unsigned int kMagic = 0x324D;
 
 // --- Writing ---------------------------------------------------------------------------------------------
 
+// W4
+unsigned char* writeId(unsigned char* to, unsigned int id) { return storeLe32(to, id & ~kFlag); }
+unsigned char* writeFlaggedId(unsigned char* to, unsigned int id) { return storeLe32(to, id | kFlag); }
+
 unsigned char* writeU32(unsigned char* to, unsigned int id, unsigned int v) {
-  if (v > 0xFF) return storeLe32(storeLe32(to, id), v);
-  to = storeLe32(to, id | kFlag);
+  if (v > 0xFF) return storeLe32(writeId(to, id), v);
+  to = writeFlaggedId(to, id);
   *to = static_cast<unsigned char>(v);
   return to + 1;
 }
 
 unsigned char* writeBytes(unsigned char* to, unsigned int id, Span bytes) {
   if (bytes.size > 0xFF) {
-    to = storeLe16(storeLe32(to, id), bytes.size);
+    to = storeLe16(writeId(to, id), bytes.size);
   } else {
-    to = storeLe32(to, id | kFlag);
+    to = writeFlaggedId(to, id);
     *to++ = static_cast<unsigned char>(bytes.size);
   }
   return encode(to, bytes.data, bytes.size);
@@ -60,8 +66,8 @@ unsigned char* writeBytes(unsigned char* to, unsigned int id, Span bytes) {
 
 unsigned char* writeField(unsigned char* to, const Node& node) {
   switch (node.kind) {
-    case Kind::u64: return storeLe64(storeLe32(to, node.id), *node.u64());
-    case Kind::addr6: return encode(storeLe32(to, node.id), node.addr6()->bytes, sizeof(IPAddr6));
+    case Kind::u64: return storeLe64(writeId(to, node.id), *node.u64());
+    case Kind::addr6: return encode(writeId(to, node.id), node.addr6()->bytes, sizeof(IPAddr6));
     default: return writeBytes(to, node.id, bytesOf(node));
   }
 }
@@ -69,7 +75,7 @@ unsigned char* writeField(unsigned char* to, const Node& node) {
 // Kept on purpose: a count, like a length, is cut to 16 bits while all elements are written; who exceeds
 // them gets bytes that read back wrongly.  Held by Wire.CutsALengthAbove65535WhileWritingAllBytes.
 unsigned char* writeArray(unsigned char* to, const Node& node) {
-  to = storeLe16(storeLe32(to, node.id), valueCount(node));
+  to = storeLe16(writeId(to, node.id), valueCount(node));
   return node.hasObject() ? message::Rep::encodeObject(to, node) : encode(to, node.content(), node.size);
 }
 
@@ -282,7 +288,7 @@ void endKeeping(message::Rep& rep, bool keeping, std::size_t keptBytes) {
 
 unsigned char* writeFormat(const message::Rep& rep, unsigned char* to) {
   to = storeLe16(to, kMagic);
-  rep.forEachBool([&](unsigned int id, bool v) { to = storeLe32(to, v ? id | kFlag : id); });
+  rep.forEachBool([&](unsigned int id, bool v) { to = v ? writeFlaggedId(to, id) : writeId(to, id); });
   for (unsigned int i = rep.u32s.next(rep.u32s.kNoSlot); i < rep.u32s.capacity(); i = rep.u32s.next(i))
     to = writeU32(to, rep.u32s.key(i), rep.u32s.value(i));
   for (const Node* node = rep.fields.head(); node != nullptr; node = node->next)

@@ -88,6 +88,50 @@ TEST(Wire, NumbersUpTo255TakeTheShortForm) {
   EXPECT_TRUE(message(bytes("4d32 05000008 00010000")) == m);
 }
 
+// One of every shape of record, each behind a number that would be misread if its id were written as it is.
+TEST(Wire, AnIdWithBit24SetIsWrittenAsItsValueNeedsIt) {
+  message m;
+  m.insert_bool(0x01000003, false);
+  m.insert_u32(0x09000002, 300);
+  EXPECT_EQ(flatHex(m), grouped("4d32 03000000 02000008 2c010000"));
+  m = message();
+  m.insert_bool(0x01000003, true);
+  m.insert_u32(0x09000002, 7);
+  EXPECT_EQ(flatHex(m), grouped("4d32 03000001 02000009 07"));
+  const auto flatOf = [](auto insert) {
+    message one;
+    insert(one);
+    return flatHex(one);
+  };
+  EXPECT_EQ(flatOf([](message& one) { one.insert_u64(0x11000001, 1); }),
+            grouped("4d32 01000010 0100000000000000"));
+  EXPECT_EQ(flatOf([](message& one) { one.insert_addr6(0x19000001, IPAddr6::zero); }),
+            grouped("4d32 01000018 00000000000000000000000000000000"));
+  EXPECT_EQ(flatOf([](message& one) { one.insert_string(0x21000001, "ab"); }),
+            grouped("4d32 01000021 02 6162"));
+  EXPECT_EQ(flatOf([](message& one) { one.insert_u32_array(0x89000001, {1}); }),
+            grouped("4d32 01000088 0100 01000000"));
+  EXPECT_EQ(flatOf([](message& one) { one.insert_string_array(0xA1000001, {"a"}); }),
+            grouped("4d32 010000a0 0100 0100 61"));
+  const std::string long_(256, 'x');
+  EXPECT_EQ(flatOf([&](message& one) { one.insert_string(0x21000001, long_); }).substr(0, 19),
+            grouped("4d32 01000020 0001"));
+}
+
+TEST(Wire, BehindAnIdWithBit24SetTheRestIsReadable) {
+  message m;
+  m.insert_u32(0x09000002, 300);
+  m.insert_u64(0x11000001, 5);
+  m.insert_string(0x20000001, "behind it");
+  Bytes out;
+  m.flatten(out);
+  message back;
+  EXPECT_TRUE(reads(back, out));
+  EXPECT_EQ(back.get_u32(0x08000002, 0), 300u);
+  EXPECT_EQ(back.get_u64(0x10000001, 0), 5u);
+  EXPECT_EQ(back.get_string(0x20000001, ""), "behind it");
+}
+
 TEST(Wire, TheReaderTakesEitherFormForAnyValue) {
   message m;
   EXPECT_TRUE(reads(m, bytes("4d32 05000008 07000000 01000020 0200 6162")));
