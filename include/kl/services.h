@@ -99,8 +99,8 @@ inline constexpr unsigned int TOPIC_NETIF = 32;
 // number (from 1 to 0xfffffffe, then again from 1).  CMD_GETALL reads them in chunks from the oldest on,
 // CMD_GETOBJ one of them, CMD_GETCOUNT counts those that the request's filter lets through, CMD_SUBSCRIBE follows
 // what comes; CMD_GET tells figures of the service itself.  A filter is made of the fields of the line: the
-// request asks for lines that have one of its LOG_TOPICS, exactly its LOG_PROCESS, LOG_PID and LOG_SOURCE, and
-// for what LOG_SINCE and LOG_CONTAINS say; what it leaves out lets everything through.
+// request asks for lines that have one of its LOG_TOPICS, exactly its LOG_PROCESS, LOG_PROCESS_ID and LOG_SOURCE,
+// and for what LOG_SINCE and LOG_CONTAINS say; what it leaves out lets everything through.
 //
 // Under [SERVICE_LOG, LOG_RULES] stand the topics that have a name or are muted, their STD_ID the topic, and from
 // LOG_FIRST_FILE on the files that the configuration names.  CMD_SETOBJ with LOG_MUTED mutes a topic or takes that
@@ -118,7 +118,11 @@ inline constexpr unsigned int LOG_FIRST_FILE = 0x10000;  // the object of the fi
 // Fields of a line.
 inline constexpr field<unsigned long long> LOG_TIME{0x10000001};  // when it came, in ns since 1970
 inline constexpr field<std::string> LOG_PROCESS{0x20000002};      // the name of its process
-inline constexpr field<unsigned int> LOG_PID{0x08000003};
+inline constexpr field<unsigned int> LOG_PROCESS_ID{0x08000003};
+// Its other name, unless <syslog.h> came first, which calls an option of its own so.
+#ifndef LOG_PID
+inline constexpr field<unsigned int> LOG_PID = LOG_PROCESS_ID;
+#endif
 inline constexpr field<unsigned int> LOG_SOURCE{
     0x08000004};  // the source's id in its process; 0: the log service
 inline constexpr field<std::vector<unsigned int>> LOG_TOPICS{0x88000005};

@@ -29,7 +29,7 @@ bool fits(const std::optional<T>& wanted, const T& value) {
 LineFilter::LineFilter(const kl::message& request)
     : topics_(topicsIn(request)),
       process_(valueIn(request, kl::LOG_PROCESS)),
-      pid_(valueIn(request, kl::LOG_PID)),
+      pid_(valueIn(request, kl::LOG_PROCESS_ID)),
       source_(valueIn(request, kl::LOG_SOURCE)),
       since_(request.get(kl::LOG_SINCE, 0)),
       contains_(request.get(kl::LOG_CONTAINS, "")) {}

@@ -16,7 +16,7 @@ kl::message objectOf(const Line& line, unsigned int id) {
   object.insert(kl::STD_ID, id);
   object.insert(kl::LOG_TIME, line.time);
   object.insert(kl::LOG_PROCESS, origin.process);
-  object.insert(kl::LOG_PID, origin.pid);
+  object.insert(kl::LOG_PROCESS_ID, origin.pid);
   object.insert(kl::LOG_SOURCE, origin.source);
   object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(origin.topics.begin(), origin.topics.end()));
   object.insert(kl::LOG_TEXT, line.text);

@@ -128,8 +128,8 @@ std::string logLine(const kl::message& object, const LogTopics& topics, bool inC
   const auto of = object.get(kl::LOG_TOPICS, {});
   const std::string text = timeText(object.get(kl::LOG_TIME, 0)) + " " +
                            printable(object.get(kl::LOG_PROCESS, "?")) + "[" +
-                           std::to_string(object.get(kl::LOG_PID, 0)) + "] " + topics.listOf(of) + ": " +
-                           printable(object.get(kl::LOG_TEXT, ""));
+                           std::to_string(object.get(kl::LOG_PROCESS_ID, 0)) + "] " + topics.listOf(of) +
+                           ": " + printable(object.get(kl::LOG_TEXT, ""));
   const std::string colour = inColour ? colourOf(severityOf(of)) : "";
   return colour.empty() ? text + "\n" : colour + text + kPlain + "\n";
 }

@@ -1,3 +1,5 @@
+#include <syslog.h>  // in front of the public headers, which have to live with its macro LOG_PID
+
 #include "services/logd/asking/line_table.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +32,7 @@ TEST(LineTable, AnObjectHasEverythingOfItsLine) {
   EXPECT_EQ(object.get(kl::STD_ID, 0), 9u);
   EXPECT_EQ(object.get(kl::LOG_TIME, 0), 123456789012345ull);
   EXPECT_EQ(object.get(kl::LOG_PROCESS, ""), "netif");
-  EXPECT_EQ(object.get(kl::LOG_PID, 0), 812u);
+  EXPECT_EQ(object.get(kl::LOG_PROCESS_ID, 0), 812u);
   EXPECT_EQ(object.get(kl::LOG_SOURCE, 0), 3u);
   EXPECT_EQ(object.get(kl::LOG_TOPICS, {}), (std::vector<unsigned int>{32, 5}));
   EXPECT_EQ(object.get(kl::LOG_TEXT, ""), "down");

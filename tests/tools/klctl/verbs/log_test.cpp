@@ -24,7 +24,7 @@ kl::message lineOf(const std::vector<unsigned int>& topics, const std::string& t
   m.insert(kl::STD_ID, 1);
   m.insert(kl::LOG_TIME, 1795241306123456789ull);
   m.insert(kl::LOG_PROCESS, "netif");
-  m.insert(kl::LOG_PID, 812);
+  m.insert(kl::LOG_PROCESS_ID, 812);
   m.insert(kl::LOG_TOPICS, topics);
   m.insert(kl::LOG_TEXT, text);
   return m;
