@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "admission/rights.h"
 #include "config/section.h"
 
 namespace loader {

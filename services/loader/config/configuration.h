@@ -6,9 +6,16 @@
 #include <vector>
 
 #include "kl/message.h"
-#include "routing/rewrite.h"
 
 namespace loader {
+
+// What a sender's requests may do.
+struct Rights {
+  bool all = false;        // the sender's own SYS_USER and SYS_POLICY are passed on
+  unsigned int bits = 64;  // else every request of it carries these, and its user
+
+  friend bool operator==(const Rights&, const Rights&) = default;
+};
 
 // When the loader starts a service again that ended without being told to.
 enum class RestartRule : unsigned char {

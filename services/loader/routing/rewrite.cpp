@@ -10,7 +10,6 @@
 #include <array>
 #include <cstring>
 
-#include "kl/message.h"
 #include "transport/frame_reader.h"
 
 namespace loader {
@@ -78,17 +77,6 @@ std::size_t deliveredBytes(const Envelope& e, Path rest, bool replacesRights, st
 }
 
 }  // namespace
-
-RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
-  if (rights.all) return {};
-  kl::message m;
-  m.insert(kl::SYS_USER, user);
-  m.insert(kl::SYS_POLICY, rights.bits);
-  RightsRecords records;
-  m.flatten(records);
-  records.erase(records.begin(), records.begin() + 2);  // the magic
-  return records;
-}
 
 std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned int senderId,
                             const RightsRecords& rights) {

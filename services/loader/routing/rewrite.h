@@ -1,7 +1,6 @@
 #pragma once
 // rewrite.h: the form in which a frame is delivered.
 
-#include <string>
 #include <vector>
 
 #include "routing/envelope.h"
@@ -9,17 +8,8 @@
 
 namespace loader {
 
-// What a sender's requests may do.
-struct Rights {
-  bool all = false;        // the sender's own SYS_USER and SYS_POLICY are passed on
-  unsigned int bits = 64;  // else every request of it carries these, and its user
-
-  friend bool operator==(const Rights&, const Rights&) = default;
-};
-
 // The records that replace SYS_USER and SYS_POLICY in the requests of a sender; none for one with all rights.
 using RightsRecords = std::vector<unsigned char>;
-RightsRecords rightsRecords(const std::string& user, const Rights& rights);
 
 // Appends the whole frame, length prefix included, as the receiver gets it: the path is `rest`, the return path
 // begins with `senderId`, and in a command the rights are replaced by `rights` unless that is empty.  Everything

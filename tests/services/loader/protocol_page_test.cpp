@@ -8,7 +8,7 @@
 #include <string>
 
 #include "services/loader/admission/registration.h"
-#include "services/loader/routing/rewrite.h"
+#include "services/loader/admission/rights.h"
 #include "tests/services/loader/fixture.h"
 #include "tests/support/hex.h"
 

@@ -4,6 +4,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "services/loader/admission/rights.h"
 #include "tests/services/loader/fixture.h"
 
 namespace {

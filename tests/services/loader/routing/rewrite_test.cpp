@@ -12,7 +12,6 @@ using kl::test::bytes;
 using kl::test::hex;
 using loader::Buffer;
 using loader::Envelope;
-using loader::Rights;
 
 constexpr char kCommand[] = "0700ff08 0d00fe00";
 // SYS_USER "bob" and SYS_POLICY 64, as the loader writes them: u32 values first.
@@ -100,11 +99,6 @@ TEST(Rewrite, AFrameMayGrowPast65535Bytes) {
   EXPECT_EQ(appendDelivered(out, e, loader::Path(), 0x20, {}), 4u + 65541u);
   EXPECT_EQ(hex({out.bytes().begin(), out.bytes().begin() + 18}),
             grouped("05000100 4d32 0100ff88 0000 01000030 edff"));
-}
-
-TEST(Rewrite, TheRightsOfAUserAreTwoRecords) {
-  EXPECT_EQ(hex(loader::rightsRecords("bob", Rights{false, 64})), grouped(kBob));
-  EXPECT_TRUE(loader::rightsRecords("root", Rights{true, 64}).empty());
 }
 
 }  // namespace

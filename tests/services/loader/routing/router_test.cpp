@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "services/loader/admission/rights.h"
 #include "tests/services/loader/fixture.h"
 
 namespace {
