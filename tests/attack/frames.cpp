@@ -11,7 +11,7 @@ using kl::test::frameOf;
 
 constexpr unsigned int kPrefixBytes = 4;
 constexpr unsigned int kHeaderBytes = 2;  // "M2"
-constexpr unsigned int kLargestFrame = 16 * 1024 * 1024;
+constexpr unsigned int kLargestFrame = 65535;
 constexpr unsigned int kIdOfNobody = 0x12345678;
 constexpr kl::field<unsigned int> kMark{0x08004141};
 

@@ -21,16 +21,13 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
       who_(who),
       patience_(patience),
       reader_(area) {
-  reader_.setLimit(kMaxHelloBytes);
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
   if (isUnknown() && patience_.stallTicks > 0)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
 }
 
 void Connection::becomes(Service& service) {
-  runner_.removeTimer(stallTimer_);
-  stallTimer_ = {};
-  reader_.setLimit(kMaxFrameBytes);
+  endTimer(stallTimer_);
   service_ = &service;
   service.connection = this;
 }
@@ -52,8 +49,8 @@ void Connection::drain() {
 
 void Connection::end() {
   if (!isOpen()) return;
-  runner_.removeTimer(stallTimer_);
-  stallTimer_ = {};
+  endTimer(stallTimer_);
+  endTimer(frameTimer_);
   runner_.removeSocket(socket_.get());
   socket_.close();
   if (service_ != nullptr) service_->connection = nullptr;
@@ -85,10 +82,11 @@ void Connection::handleFrames() {
     if (const char* fault = host_.onFrame(*this, body)) return host_.onEnd(*this, fault);
   if (reader_.isBroken()) return host_.onEnd(*this, whatIsTooLong());
   reader_.keepRest();
+  watchFrame();
 }
 
 const char* Connection::whatIsTooLong() const {
-  return service_ != nullptr ? "announced a frame of more than 16 MiB"
+  return service_ != nullptr ? "announced a frame of more than 65535 bytes"
                              : "announced a registration of more than 65535 bytes";
 }
 
@@ -117,10 +115,7 @@ void Connection::setBlocked(bool isBlocked) {
 void Connection::watchProgress(bool hasProgress) {
   const bool isAtLimit =
       isBlocked_ && service_->out.size() >= patience_.queueLimit && patience_.stallTicks > 0;
-  if (stallTimer_ && (hasProgress || !isAtLimit)) {
-    runner_.removeTimer(stallTimer_);
-    stallTimer_ = {};
-  }
+  if (hasProgress || !isAtLimit) endTimer(stallTimer_);
   if (isAtLimit && !stallTimer_)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
 }
@@ -129,6 +124,30 @@ void Connection::onStall() {
   stallTimer_ = {};
   host_.onEnd(*this, service_ != nullptr ? "reads nothing while its queue is full" : "does not register");
   host_.settle();
+}
+
+// C3.  One timer outlasts many frames, so that a stream of them costs nothing but a look at their number.
+void Connection::watchFrame() {
+  if (!isOpen() || !reader_.isInFrame() || frameTimer_ || patience_.stallTicks == 0) return;
+  framesBefore_ = reader_.frames();
+  frameTimer_ =
+      runner_.addTimer(this, kl::bind<Connection, &Connection::onFrameStall>(), patience_.stallTicks);
+}
+
+// The rest may have come while the loader itself stood still, so the socket is read before its process is judged.
+void Connection::onFrameStall() {
+  frameTimer_ = {};
+  const unsigned int before = framesBefore_;
+  const auto isStalled = [&] { return isOpen() && reader_.isInFrame() && reader_.frames() == before; };
+  if (isStalled()) (void)readOnce();
+  if (isStalled()) host_.onEnd(*this, "left a frame unfinished");
+  watchFrame();
+  host_.settle();
+}
+
+void Connection::endTimer(kl::TimerPtr& timer) {
+  runner_.removeTimer(timer);
+  timer = {};
 }
 
 }  // namespace loader

@@ -33,7 +33,7 @@ class ConnectionHost {
 // How patient a connection is with a process that does not read.
 struct Patience {
   std::size_t queueLimit;
-  unsigned int stallTicks;  // 0: without end
+  unsigned int stallTicks;  // also with one that does not end its frame or does not register; 0: without end
 };
 
 // Reads frames, and writes its service's queue.
@@ -41,7 +41,8 @@ struct Patience {
 // C1  poll asks for POLLOUT exactly while the last write did not take everything (isBlocked_)
 // C2  the stall timer runs while the queue is at its limit, and any byte written begins it anew; and from the beginning
 //     of a connection at the socket until its process has registered
-// C3  what a process that has not registered makes the loader keep is at most one frame of kMaxHelloBytes
+// C3  what a process makes the loader keep of its input is at most one frame of kMaxFrameBytes, for a bounded time:
+//     the frame timer runs while a frame is unfinished, and a frame that it meets twice ends the connection
 //
 // Errors:    reported to the host as the end of the connection, once.
 // Ownership: owns the descriptor; borrows everything else.
@@ -89,6 +90,9 @@ class Connection {
   void setBlocked(bool isBlocked);
   void watchProgress(bool hasProgress);
   void onStall();
+  void watchFrame();
+  void onFrameStall();
+  void endTimer(kl::TimerPtr& timer);
 
   kl::ThinRunner& runner_;
   ConnectionHost& host_;
@@ -100,6 +104,8 @@ class Connection {
   bool isBlocked_ = false;
   bool isInLine_ = false;
   kl::TimerPtr stallTimer_;
+  kl::TimerPtr frameTimer_;
+  unsigned int framesBefore_ = 0;  // what reader_.frames() was when frameTimer_ was started
 };
 
 }  // namespace loader

@@ -45,10 +45,11 @@ FrameReader::Outcome FrameReader::readIntoKept(int fd) {
 bool FrameReader::next(std::span<const unsigned char>& body) {
   if (broken_ || rest_.size() < kPrefixBytes) return false;
   const std::size_t length = kl::readLe32(rest_.data());
-  broken_ = length > limit_;
+  broken_ = length > kMaxFrameBytes;
   if (broken_ || rest_.size() - kPrefixBytes < length) return false;
   body = rest_.subspan(kPrefixBytes, length);
   rest_ = rest_.subspan(kPrefixBytes + length);
+  ++frames_;
   return true;
 }
 

@@ -9,8 +9,8 @@ namespace loader {
 
 // A frame is a 4-byte little-endian length and so many bytes of a flattened message.
 inline constexpr std::size_t kPrefixBytes = 4;
-inline constexpr std::size_t kMaxFrameBytes = 16 * 1024 * 1024;
-inline constexpr std::size_t kMaxHelloBytes = 65535;  // of the frame that registers a process
+// The library sends no larger body, so nobody may.
+inline constexpr std::size_t kMaxFrameBytes = 65535;
 
 // The memory that all connections read into; only what is left of an unfinished frame is kept by its connection.
 struct ReadArea {
@@ -25,7 +25,7 @@ struct ReadArea {
 //       for (std::span<const unsigned char> body; reader.next(body);) route(body);
 //     reader.keepRest();
 //
-// Errors:    a length above the limit sets isBroken(); nothing is read out of such a stream any more.
+// Errors:    a length above kMaxFrameBytes sets isBroken(); nothing is read out of such a stream any more.
 // Ownership: borrows the ReadArea for good; frames are borrowed until keepRest().
 // Threads:   belongs to one thread.
 // Cost:      one read(2) for as many frames as fit 64 KiB.  An idle connection keeps no buffer beyond what a cut
@@ -35,9 +35,6 @@ class FrameReader {
   enum class Outcome { kBytes, kNothing, kEnd };
 
   explicit FrameReader(ReadArea& area) : area_(area) {}
-
-  // From the next frame on a body has at most so many bytes; kMaxFrameBytes at first.
-  void setLimit(std::size_t bodyBytes) { limit_ = bodyBytes; }
 
   // One read.  kNothing when the socket has nothing now; kEnd at the end of the stream or when it failed.
   Outcome readFrom(int fd);
@@ -51,6 +48,8 @@ class FrameReader {
   bool isBroken() const { return broken_; }
   // Some bytes of a frame have come and the rest has not.
   bool isInFrame() const { return !kept_.empty(); }
+  // The number of frames that next() has handed out; it may wrap around.
+  unsigned int frames() const { return frames_; }
 
  private:
   Outcome readIntoArea(int fd);
@@ -60,7 +59,7 @@ class FrameReader {
   ReadArea& area_;
   Buffer kept_;                          // the beginning of an unfinished frame
   std::span<const unsigned char> rest_;  // read and not yet handed out
-  std::size_t limit_ = kMaxFrameBytes;
+  unsigned int frames_ = 0;
   bool broken_ = false;
 };
 

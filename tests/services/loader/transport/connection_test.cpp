@@ -150,6 +150,57 @@ TEST_F(Peers, APeerThatHasNotRegisteredMayNotMakeTheLoaderKeepMuch) {
   roundTrip(1);
 }
 
+TEST_F(Peers, APeerThatLeavesAFrameUnfinishedIsDisconnected) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  ASSERT_TRUE(mute_.sendBytes(kl::test::bytes("00f00000 4d32 0100ff88")));
+  const auto told = b_.receiveCommand(kl::CMD_DISCONNECTED);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->get(kl::SYS_FROM, {}), std::vector<unsigned int>{502});
+  EXPECT_TRUE(loader.logs("left a frame unfinished; disconnected"));
+  roundTrip(1);
+}
+
+TEST_F(Peers, APeerThatSendsAFrameByteByByteIsDisconnectedAllTheSame) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  const std::vector<unsigned char> frame = frameOf(large(notification({500})));
+  std::size_t sent = 0;
+  while (sent < frame.size() && mute_.sendBytes({&frame[sent], 1}) && !mute_.isDisconnected(20)) ++sent;
+  EXPECT_LT(sent, frame.size());
+  EXPECT_TRUE(loader.logs("left a frame unfinished; disconnected"));
+}
+
+TEST_F(Peers, FramesThatFollowEachOtherInPiecesAreFinishedFrames) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  const std::vector<unsigned char> frame = frameOf(notification({500}));
+  std::vector<unsigned char> stream(frame.begin(), frame.begin() + 5);
+  const auto end = Clock::now() + std::chrono::milliseconds(2500);
+  while (Clock::now() < end) {  // there is always one that is not whole yet
+    ASSERT_TRUE(mute_.sendBytes(stream));
+    stream.assign(frame.begin() + 5, frame.end());
+    stream.insert(stream.end(), frame.begin(), frame.begin() + 5);
+    (void)b_.isQuiet(50);
+  }
+  EXPECT_EQ(loader.log().find("disconnected"), std::string::npos) << loader.log();
+}
+
+// What is sent while the loader stands still counts as sent in time.
+TEST_F(Peers, APeerThatEndedItsFrameWhileTheLoaderStoodStillIsHeard) {
+  const LoaderProcess loader(kImpatient);
+  connectAll();
+  const std::vector<unsigned char> frame = frameOf(notification({500}));
+  ASSERT_TRUE(mute_.sendBytes({frame.data(), 5}));
+  (void)b_.isQuiet(100);  // it has been read
+  loader.signal(SIGSTOP);
+  ASSERT_TRUE(mute_.sendBytes({frame.data() + 5, frame.size() - 5}));
+  (void)b_.isQuiet(1500);
+  loader.signal(SIGCONT);
+  EXPECT_TRUE(a_.receiveCommand(kl::CMD_NOTIFY));
+  EXPECT_EQ(loader.log().find("disconnected"), std::string::npos) << loader.log();
+}
+
 TEST_F(Peers, OfManyThatDoNotRegisterTheOldestMakeRoom) {
   const LoaderProcess loader;
   connectAll();
