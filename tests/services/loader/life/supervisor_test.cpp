@@ -14,6 +14,7 @@
 #include "kl/utilities.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/open_folder.h"
 
 namespace {
 
@@ -25,8 +26,9 @@ using Ids = std::vector<unsigned int>;
 
 // One configured service that runs the test's program.
 std::string service(const std::string& name, unsigned int id, const std::string& behaviour,
-                    const std::string& more = "") {
-  std::string words = "\"" KL_BIN_DIR "/kl-test-service\"";
+                    const std::string& more = "",
+                    const std::string& program = KL_BIN_DIR "/kl-test-service") {
+  std::string words = "\"" + program + "\"";
   for (std::size_t begin = 0; begin <= behaviour.size();) {
     const std::size_t end = std::min(behaviour.find(' ', begin), behaviour.size());
     words += ", \"" + behaviour.substr(begin, end - begin) + "\"";
@@ -131,7 +133,11 @@ TEST_F(Supervision, FolderAndEnvironmentAreAsConfigured) {
 
 TEST_F(Supervision, AServiceRunsAsItsUser) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";
-  const LoaderProcess loader(service("echo", 32, "serve", "user = \"nobody\""));
+  const kl::test::OpenFolder open(KL_BIN_DIR, "kl-test-service");
+  if (!open.isOpen()) GTEST_SKIP() << "other users cannot start " << open.program();
+  const std::string surroundings = "environment = {LD_LIBRARY_PATH = \"" + open.libraries() + "\"}\n";
+  const LoaderProcess loader(
+      service("echo", 32, "serve", "user = \"nobody\"\n" + surroundings, open.program()));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
   EXPECT_EQ(row(32).get(kl::SVC_USER, ""), "nobody");
