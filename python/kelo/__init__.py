@@ -1,0 +1,1 @@
+"""Messages of a Kelo system, in plain Python."""

@@ -1,0 +1,28 @@
+"""The golden files of the project, and the listings of its pages."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+FOLDER = ROOT / "tests" / "golden"
+
+
+def file(name: str) -> bytes:
+    return (FOLDER / name).read_bytes()
+
+
+def listing_bytes(text: str) -> bytes:
+    """Bytes of a listing: pairs of hexadecimal digits; two blanks and no pair begin what explains a line."""
+    out = b""
+    for line in text.splitlines():
+        match = re.match(r"[ ]*((?:[0-9a-f]{2})+(?: +(?:[0-9a-f]{2})+)*)(?=  |$)", line)
+        if match:
+            out += bytes.fromhex(match[1])
+    return out
+
+
+def listings(page: str) -> list[str]:
+    """The blocks of code on a page of docs/."""
+    return re.findall(r"^```\w*\n(.*?)^```$", (ROOT / "docs" / page).read_text(), re.M | re.S)
