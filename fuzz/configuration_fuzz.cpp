@@ -10,15 +10,16 @@
 #include <set>
 #include <sstream>
 
-#include "config/section.h"
 #include "fuzz/input.h"
+#include "kl/message.h"
 #include "kl/records.h"
+#include "services/common/section.h"
 
 namespace {
 
+using common::Mistake;
 using fuzz::require;
 using loader::Configuration;
-using loader::Mistake;
 
 const std::string kFile = "loader.toml";
 

@@ -13,7 +13,7 @@
 #include <tuple>
 
 #include "admission/registration.h"
-#include "config/section.h"
+#include "config/configuration.h"
 #include "fuzz/input.h"
 #include "own/own_service.h"
 #include "transport/frame_reader.h"

@@ -95,7 +95,7 @@ class OneClient final : logd::ClientHost {
         ::send(ends[1], stream.data(), stream.size(), MSG_DONTWAIT) == static_cast<ssize_t>(stream.size()),
         "a socket that takes everything");
     logd::ClientHost& host = *this;
-    client_ = std::make_unique<logd::Client>(loop_, host, book_, tally_, logd::Descriptor(ends[0]),
+    client_ = std::make_unique<logd::Client>(loop_, host, book_, tally_, common::Descriptor(ends[0]),
                                              logd::Peer{"p", kPid}, logd::RateLimit(0, 1));
     ::close(ends[1]);
     for (int i = 0; i < 100 && client_; ++i) loop_.pass();
@@ -118,7 +118,7 @@ class OneClient final : logd::ClientHost {
   void onEnd(logd::Client&) override { client_.reset(); }
 
   Loop loop_;
-  logd::LogBook book_{logd::Configuration()};
+  logd::LogBook book_{logd::BookRules()};
   logd::Tally tally_;
   std::unique_ptr<logd::Client> client_;
 };

@@ -140,11 +140,13 @@ void Section::expected(const toml::node& node, const std::string& key, const std
 
 void Section::expected(const std::string& key, const std::string& what) {
   if (const toml::node* node = find(key)) return expected(*node, key, what);
-  mistakes_.push_back({file_, table_.source().begin.line, labelOf(key) + ": expected " + what});
+  mistake(key, "expected " + what);
 }
 
-void Section::mistake(const std::string& text) {
-  mistakes_.push_back({file_, table_.source().begin.line, labelOf("") + ": " + text});
+void Section::mistake(const std::string& key, const std::string& text) {
+  const toml::node* node = table_.get(key);
+  const toml::source_region& where = node != nullptr ? node->source() : table_.source();
+  mistakes_.push_back({file_, where.begin.line, labelOf(key) + ": " + text});
 }
 
 void Section::refuseOthers() {

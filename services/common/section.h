@@ -62,8 +62,10 @@ class Section {
   void expected(const toml::node& node, const std::string& key, const std::string& what);
   // The same for the value of `key`; where it is missing, for the table as a whole and without what was found.
   void expected(const std::string& key, const std::string& what);
-  // Reports "[name]: TEXT" where the table begins.
-  void mistake(const std::string& text);
+  // Reports "[name] key: TEXT" where the value of `key` stands, or the table where it is missing; without a key
+  // "[name]: TEXT".
+  void mistake(const std::string& key, const std::string& text);
+  void mistake(const std::string& text) { mistake("", text); }
   void refuseOthers();
 
  private:

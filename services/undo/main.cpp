@@ -1,22 +1,12 @@
 // kl-undo: keeps what services report of changes, and undoes them when it is told to.
 
-#include <CLI/CLI.hpp>
-
+#include "services/common/command_line.h"
 #include "undo_service.h"
 
-namespace {
-
-constexpr int kUsageStatus = 2;
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  CLI::App app("Keeps what services report of changes, and undoes them.  The loader starts it.", "kl-undo");
-  app.set_version_flag("--version", "kl-undo " KL_VERSION);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& end) {
-    return app.exit(end) == 0 ? 0 : kUsageStatus;
-  }
+  const common::Program program{
+      "kl-undo", "Keeps what services report of changes, and undoes them.  The loader starts it."};
+  int status = 0;
+  if (!common::readCommandLine(program, argc, argv, status)) return status;
   undo::UndoService().run();
 }

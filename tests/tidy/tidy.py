@@ -37,6 +37,7 @@ LAYERS = (
 # Rooms in one group do not see each other.  A file that lies in no room lies above all of them.
 ROOMS = {
     "lib": (("system", "store", "ids", "tables", "log"), ("looper",), ("protocol",), ("loop",), ("message",), ("base",)),
+    "services/logd": (("asking", "config"), ("intake",), ("keeping",)),
     "tools/klctl": (("verbs",), ("output",), ("ask",), ("values",)),
 }
 

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "admission/rights.h"
-#include "config/section.h"
+#include "config/configuration.h"
 
 namespace loader {
 namespace {

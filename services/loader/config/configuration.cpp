@@ -7,20 +7,18 @@
 #include <pwd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 
-#include "config/section.h"
 #include "config/settings.h"
 #include "kl/conventions.h"
 #include "kl/utilities.h"
+#include "services/common/section.h"
 
 namespace loader {
 namespace {
+
+using common::Section;
 
 constexpr unsigned int kRead = 64;
 constexpr unsigned int kChange = 128;
@@ -62,8 +60,7 @@ bool userExists(const std::string& name) { return ::getpwnam(name.c_str()) != nu
 
 std::string readUser(Section& section) {
   std::string user = section.text("user", "");
-  if (!user.empty() && !userExists(user))
-    section.expected(*section.find("user"), "user", "the name of a user of this system");
+  if (!user.empty() && !userExists(user)) section.expected("user", "the name of a user of this system");
   return user;
 }
 
@@ -72,7 +69,7 @@ RestartRule readRestart(Section& section) {
   if (word == "crash") return RestartRule::kAfterCrash;
   if (word == "always") return RestartRule::kAlways;
   if (word == "never") return RestartRule::kNever;
-  section.expected(*section.find("restart"), "restart", "\"crash\", \"always\" or \"never\"");
+  section.expected("restart", "\"crash\", \"always\" or \"never\"");
   return RestartRule::kAfterCrash;
 }
 
@@ -103,12 +100,11 @@ unsigned int idOfName(Section& section, const std::string& name) {
 
 // The id, by number or by the name that the library knows it by.
 unsigned int readId(Section& section, const std::string& name) {
-  const toml::node* node = section.find("id");
   if (name.empty()) section.mistake("expected a name for this service");
-  if (node == nullptr) return name.empty() ? 0 : idOfName(section, name);
-  const auto id = static_cast<unsigned int>(section.number("id", 0, 0, 0xffffffff));
+  if (section.find("id") == nullptr) return name.empty() ? 0 : idOfName(section, name);
+  const unsigned int id = section.number("id", 0u, 0, 0xffffffff);
   if (!isConfigurable(id))
-    section.expected(*node, "id", "a service id: from 2 to 0xfffffffe, but not 0xff0001 to 0xff0003");
+    section.expected("id", "a service id: from 2 to 0xfffffffe, but not 0xff0001 to 0xff0003");
   return id;
 }
 
@@ -116,14 +112,14 @@ ServiceConfiguration readService(Section& section) {
   ServiceConfiguration service;
   service.name = section.text("name", "");
   service.id = readId(section, service.name);
-  service.command = section.texts("command");
+  service.command = section.texts("command", "a list of texts: the program and its arguments");
   service.user = readUser(section);
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
   service.rights = readRights(section, "rights", Rights{true, 0});
   service.restart = readRestart(section);
   readStart(section, service);
-  service.leaveIdleSeconds = static_cast<unsigned int>(section.number("leave_idle_seconds", 0, 0, 86400));
+  service.leaveIdleSeconds = section.number("leave_idle_seconds", 0u, 0, 86400);
   refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))
     service.settings = readSettings(section, *settings);
@@ -132,17 +128,9 @@ ServiceConfiguration readService(Section& section) {
 }
 
 void readServices(Section& file, Configuration& configuration) {
-  const toml::node* node = file.find("service");
-  if (node == nullptr) return;
-  const toml::array* list = node->as_array();
-  if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
-    file.expected(*node, "service", "a table for each service, headed by [[service]]");
-    return;
-  }
   std::set<unsigned int> ids;
   std::set<std::string> names;
-  for (const toml::node& entry : *list) {
-    Section section(*entry.as_table(), "service", file.mistakes());
+  for (Section& section : file.tables("service", "a table for each service, headed by [[service]]")) {
     ServiceConfiguration service = readService(section);
     if (!ids.insert(service.id).second && service.id != 0)
       section.mistake("expected an id of its own: another service has it");
@@ -155,9 +143,8 @@ void readServices(Section& file, Configuration& configuration) {
 void readLoader(Section& file, Configuration& configuration) {
   Section section = file.table("loader");
   configuration.stateFolder = section.text("state_folder", configuration.stateFolder);
-  configuration.queueLimit =
-      static_cast<std::size_t>(section.number("queue_limit", 1024 * 1024, 4096, 16 * 1024 * 1024));
-  configuration.stallSeconds = static_cast<unsigned int>(section.number("stall_seconds", 10, 0, 86400));
+  configuration.queueLimit = section.number("queue_limit", configuration.queueLimit, 4096, 16 * 1024 * 1024);
+  configuration.stallSeconds = section.number("stall_seconds", configuration.stallSeconds, 0, 86400);
   section.refuseOthers();
 }
 
@@ -167,14 +154,9 @@ void readUserRights(Section& file, Configuration& configuration) {
   for (const std::string& user : section.keys()) {
     if (user == "default") continue;
     if (!userExists(user))
-      section.expected(*section.find(user), user,
-                       "a key that is \"default\" or the name of a user of this system");
+      section.expected(user, "a key that is \"default\" or the name of a user of this system");
     configuration.userRights[user] = readRights(section, user, configuration.defaultRights);
   }
-}
-
-Mistake syntaxMistake(const toml::parse_error& error, const std::string& file) {
-  return {file, error.source().begin.line, "expected TOML: " + std::string(error.description())};
 }
 
 }  // namespace
@@ -184,8 +166,8 @@ Rights Configuration::rightsOf(const std::string& who) const {
   return found == userRights.end() ? defaultRights : found->second;
 }
 
-std::string Mistake::describe() const {
-  return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+bool isConfigurable(unsigned int id) {
+  return id > kl::SERVICE_LOADER && id != kl::BADID && (id < kl::PATH_ALL || id > kl::PATH_SELF);
 }
 
 Configuration defaultConfiguration() {
@@ -194,30 +176,22 @@ Configuration defaultConfiguration() {
   return configuration;
 }
 
-Configuration parseConfiguration(const std::string& text, const std::string& file,
-                                 std::vector<Mistake>& mistakes) {
-  Configuration configuration = defaultConfiguration();
-  try {
-    const toml::table table = toml::parse(text, file);
-    Section whole(table, "", {file, mistakes});
-    readLoader(whole, configuration);
-    readUserRights(whole, configuration);
-    readServices(whole, configuration);
-    whole.refuseOthers();
-  } catch (const toml::parse_error& error) {
-    mistakes.push_back(syntaxMistake(error, file));
-  }
-  return configuration;
+Configuration readConfiguration(const common::CommandLine& line, common::Mistakes& mistakes) {
+  const auto text = line.readFile(mistakes);
+  return text ? parseConfiguration(*text, line.file, mistakes) : defaultConfiguration();
 }
 
-Configuration readConfiguration(const std::string& file, std::vector<Mistake>& mistakes) {
-  std::ifstream in(file, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in.is_open() || in.bad()) {
-    mistakes.push_back({file, 0, std::string("expected a file that can be read: ") + std::strerror(errno)});
-    return defaultConfiguration();
-  }
-  return parseConfiguration(text, file, mistakes);
+Configuration parseConfiguration(const std::string& text, const std::string& file,
+                                 common::Mistakes& mistakes) {
+  Configuration configuration = defaultConfiguration();
+  const auto table = common::parseToml(text, file, mistakes);
+  if (!table) return configuration;
+  Section whole(*table, "", file, mistakes);
+  readLoader(whole, configuration);
+  readUserRights(whole, configuration);
+  readServices(whole, configuration);
+  whole.refuseOthers();
+  return configuration;
 }
 
 }  // namespace loader

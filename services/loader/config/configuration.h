@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "kl/message.h"
+#include "services/common/command_line.h"
 
 namespace loader {
 
@@ -51,22 +51,17 @@ struct Configuration {
   Rights rightsOf(const std::string& user) const;
 };
 
-// Something in the file that is not as it must be.
-struct Mistake {
-  std::string file;
-  unsigned int line = 0;  // 0: the file as a whole
-  std::string text;       // what was expected and what was found
-
-  std::string describe() const;  // "FILE:LINE: TEXT"
-};
+// Ids that a configuration may give to a service.
+bool isConfigurable(unsigned int id);
 
 // What a configuration without a file is.
 Configuration defaultConfiguration();
 
-// Reads a configuration file.  Every mistake in it is added to `mistakes`; without one the result is complete.
-Configuration readConfiguration(const std::string& file, std::vector<Mistake>& mistakes);
+// Reads the file that the command line names.  Every mistake in it is added to `mistakes`; without one the result is
+// complete.
+Configuration readConfiguration(const common::CommandLine& line, common::Mistakes& mistakes);
 // The same from text; `file` is only its name.
 Configuration parseConfiguration(const std::string& text, const std::string& file,
-                                 std::vector<Mistake>& mistakes);
+                                 common::Mistakes& mistakes);
 
 }  // namespace loader

@@ -46,7 +46,7 @@ const char* expectedFor(RecordKind kind) {
 
 class SettingsReader {
  public:
-  explicit SettingsReader(Section& section) : section_(section) {}
+  explicit SettingsReader(common::Section& section) : section_(section) {}
 
   kl::message readTable(const toml::table& table) {
     kl::message result;
@@ -176,12 +176,12 @@ class SettingsReader {
     return flat;
   }
 
-  Section& section_;
+  common::Section& section_;
 };
 
 }  // namespace
 
-std::vector<unsigned char> readSettings(Section& section, const toml::node& settings) {
+std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings) {
   const toml::table* table = settings.as_table();
   if (table == nullptr) {
     section.expected(settings, "settings", "a table of field ids and values");

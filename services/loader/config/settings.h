@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "config/section.h"
+#include "services/common/section.h"
 
 namespace loader {
 
@@ -17,6 +17,6 @@ namespace loader {
 //
 // The type bits of an id say what its value must be; addresses are texts in IPv6 notation, raw data are texts of
 // hexadecimal digits.  What does not fit is a mistake of `section`.
-std::vector<unsigned char> readSettings(Section& section, const toml::node& settings);
+std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings);
 
 }  // namespace loader

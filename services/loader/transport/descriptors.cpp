@@ -1,6 +1,8 @@
+// The limit of descriptors is raised for the loader, which holds one for each process of the system, and given back to
+// the processes that it starts: programs that use select() must not be handed descriptors beyond what it can take.
+
 #include "transport/descriptors.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 
 namespace loader {
@@ -10,12 +12,6 @@ rlimit before{};
 bool isRaised = false;
 
 }  // namespace
-
-// A new descriptor gets the lowest number that is free.
-void openStandardDescriptors() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
-    if (::fcntl(fd, F_GETFD) < 0) (void)::open("/dev/null", O_RDWR);
-}
 
 void raiseDescriptorLimit() {
   if (::getrlimit(RLIMIT_NOFILE, &before) != 0) return;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "services/common/local_socket.h"
 #include "transport/connection.h"
 
 namespace loader {
@@ -60,8 +61,7 @@ class Listener {
 
   kl::ThinRunner& runner_;
   ListenerHost& host_;
-  Descriptor socket_;
-  std::string path_;
+  common::ListeningSocket socket_;
   bool isPaused_ = false;
   bool isTold_ = false;  // that it cannot accept
   kl::TimerPtr resumeTimer_;

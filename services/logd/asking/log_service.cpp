@@ -38,10 +38,10 @@ std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions)
 
 }  // namespace
 
-LogService::LogService(const Configuration& configuration, LogBook& book, const Listener& listener)
+LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener)
     : kl::Looper(kAny, kl::SERVICE_LOG, kVersion),
       book_(book),
-      clients_(*this, book, listener, configuration),
+      clients_(*this, book, listener, limits),
       rules_(book, *this) {
   addHandler(kl::LOG_RULES, &rules_);
   book_.setReader(this);

@@ -17,7 +17,7 @@ namespace logd {
 //            faster is left out and counted.
 class LogService : public kl::Looper, private LineReader, private RuleHost {
  public:
-  LogService(const Configuration& configuration, LogBook& book, const Listener& listener);
+  LogService(const Limits& limits, LogBook& book, const Listener& listener);
   ~LogService() override;
 
  private:

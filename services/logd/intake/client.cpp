@@ -54,8 +54,8 @@ Peer peerOf(int fd) {
   return peer;
 }
 
-Client::Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, Descriptor socket,
-               Peer peer, RateLimit limit)
+Client::Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally,
+               common::Descriptor socket, Peer peer, RateLimit limit)
     : runner_(runner), host_(host), book_(book), tally_(tally), socket_(std::move(socket)), limit_(limit) {
   about_.process = std::move(peer.process);
   about_.pid = peer.pid;

@@ -8,9 +8,9 @@
 
 #include "intake/rate_limit.h"
 #include "intake/record_reader.h"
-#include "keeping/descriptor.h"
 #include "keeping/log_book.h"
 #include "kl/runner.h"
+#include "services/common/descriptor.h"
 
 namespace logd {
 
@@ -51,8 +51,8 @@ class Client final : private RecordHost {
   // A process has at most so many sources.
   static constexpr std::size_t kMostSources = 512;
 
-  Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, Descriptor socket, Peer peer,
-         RateLimit limit);
+  Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, common::Descriptor socket,
+         Peer peer, RateLimit limit);
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client() { close(); }
@@ -90,7 +90,7 @@ class Client final : private RecordHost {
   ClientHost& host_;
   LogBook& book_;
   Tally& tally_;
-  Descriptor socket_;
+  common::Descriptor socket_;
   Origin about_;  // the process, for what is said of it
   RateLimit limit_;
   RecordReader reader_;

@@ -11,9 +11,8 @@
 
 namespace logd {
 
-Clients::Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener,
-                 const Configuration& configuration)
-    : runner_(runner), book_(book), listener_(listener), configuration_(configuration) {
+Clients::Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits)
+    : runner_(runner), book_(book), listener_(listener), limits_(limits) {
   runner_.addSocket(listener_.fd(), this, kl::bind<Clients, &Clients::onConnect>(), POLLIN);
 }
 
@@ -29,8 +28,8 @@ void Clients::tick(Nanoseconds now) {
 }
 
 void Clients::drain() {
-  while (clients_.size() < configuration_.clients) {
-    Descriptor socket = listener_.accept();
+  while (clients_.size() < limits_.clients) {
+    common::Descriptor socket = listener_.accept();
     if (!socket.isOpen()) break;
     take(std::move(socket));
   }
@@ -39,21 +38,21 @@ void Clients::drain() {
 }
 
 void Clients::onConnect(int, unsigned int) {
-  Descriptor socket = listener_.accept();
+  common::Descriptor socket = listener_.accept();
   if (!socket.isOpen()) return rest(errno);
-  if (clients_.size() >= configuration_.clients) return refuse(socket);
+  if (clients_.size() >= limits_.clients) return refuse(socket);
   isRefusing_ = false;
   take(std::move(socket));
 }
 
-void Clients::take(Descriptor socket) {
+void Clients::take(common::Descriptor socket) {
   const int fd = socket.get();
-  const RateLimit limit(configuration_.linesPerSecond, configuration_.burst);
+  const RateLimit limit(limits_.linesPerSecond, limits_.burst);
   ClientHost& host = *this;
   clients_[fd] = std::make_unique<Client>(runner_, host, book_, tally_, std::move(socket), peerOf(fd), limit);
 }
 
-void Clients::refuse(const Descriptor& socket) {
+void Clients::refuse(const common::Descriptor& socket) {
   if (std::exchange(isRefusing_, true)) return;
   const Peer peer = peerOf(socket.get());
   book_.say(kl::TOPIC_WARNING, "refused: there are " + std::to_string(clients_.size()) + " clients; " +

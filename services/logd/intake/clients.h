@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "intake/client.h"
+#include "intake/limits.h"
 #include "intake/listener.h"
 
 namespace logd {
@@ -18,8 +19,7 @@ namespace logd {
 // Cost:      three system calls for each process that comes.
 class Clients final : private ClientHost {
  public:
-  Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener,
-          const Configuration& configuration);
+  Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits);
   Clients(const Clients&) = delete;
   Clients& operator=(const Clients&) = delete;
   ~Clients();
@@ -36,8 +36,8 @@ class Clients final : private ClientHost {
 
  private:
   void onConnect(int fd, unsigned int events);
-  void take(Descriptor socket);
-  void refuse(const Descriptor& socket);
+  void take(common::Descriptor socket);
+  void refuse(const common::Descriptor& socket);
   void rest(int reason);
   void setListening(bool listens);
   void onEnd(Client& client) override;
@@ -45,7 +45,7 @@ class Clients final : private ClientHost {
   kl::ThinRunner& runner_;
   LogBook& book_;
   const Listener& listener_;
-  const Configuration& configuration_;
+  const Limits& limits_;
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
   Tally tally_;
   bool isRefusing_ = false;

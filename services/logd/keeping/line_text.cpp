@@ -1,19 +1,15 @@
 #include "keeping/line_text.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
+
+#include "services/common/text.h"
 
 namespace logd {
 namespace {
 
 constexpr Nanoseconds kSecond = 1'000'000'000;
 constexpr Nanoseconds kMicrosecond = 1'000;
-
-bool isHarmless(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte >= 0x20 && byte != 0x7f;
-}
 
 static_assert(sizeof(std::time_t) >= 8, "a line's time may be later than 2038");
 
@@ -33,23 +29,8 @@ std::string timeText(Nanoseconds time) {
 
 std::string textOf(const Line& line, const TopicNames& names) {
   const Origin& origin = *line.origin;
-  return timeText(line.time) + " " + harmless(origin.process) + "[" + std::to_string(origin.pid) + "] " +
-         names.listOf(origin.topics) + ": " + harmless(line.text) + "\n";
-}
-
-std::string harmless(const std::string& text) {
-  if (std::all_of(text.begin(), text.end(), isHarmless)) return text;
-  std::string result;
-  char code[8];
-  for (const char c : text) {
-    if (isHarmless(c)) {
-      result += c;
-      continue;
-    }
-    (void)std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(c));
-    result += code;
-  }
-  return result;
+  return timeText(line.time) + " " + common::printable(origin.process) + "[" + std::to_string(origin.pid) +
+         "] " + names.listOf(origin.topics) + ": " + common::printable(line.text) + "\n";
 }
 
 }  // namespace logd

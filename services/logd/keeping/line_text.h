@@ -12,10 +12,7 @@ namespace logd {
 //
 //     2026-11-21T06:08:26.123456Z netif[812] warning,netif: eth0 is down
 //
-// The time is in UTC.  Bytes below 32 and 127 are written as \xHH, so that a text can pretend to be no other line.
+// The time is in UTC.  Name and text are made safe for a terminal: a text cannot pretend to be another line.
 std::string textOf(const Line& line, const TopicNames& names);
-
-// The bytes that could disturb whoever reads them, written out.
-std::string harmless(const std::string& text);
 
 }  // namespace logd

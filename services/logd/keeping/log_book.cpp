@@ -42,11 +42,10 @@ std::shared_ptr<const Origin> ownOrigin(Topic severity, const Origin* about) {
 Nanoseconds timeOfDay() { return nanoseconds<std::chrono::system_clock>(); }
 Nanoseconds steadyTime() { return nanoseconds<std::chrono::steady_clock>(); }
 
-LogBook::LogBook(const Configuration& configuration)
-    : ring_(configuration.memory), names_(configuration.names), syslog_(configuration.syslog) {
-  for (const Topic topic : configuration.muted) (void)mutes_.set(topic, true);
+LogBook::LogBook(const BookRules& rules) : ring_(rules.memory), names_(rules.names), syslog_(rules.syslog) {
+  for (const Topic topic : rules.muted) (void)mutes_.set(topic, true);
   FileHost& host = *this;
-  for (const FileRule& rule : configuration.files) files_.emplace_back(rule, host);
+  for (const FileRule& rule : rules.files) files_.emplace_back(rule, host);
 }
 
 void LogBook::add(Line line, Nanoseconds now) {

@@ -6,12 +6,22 @@
 #include <string>
 #include <vector>
 
-#include "config/configuration.h"
+#include "keeping/log_file.h"
 #include "keeping/mute_rules.h"
 #include "keeping/ring.h"
 #include "keeping/syslog_export.h"
+#include "keeping/topic_names.h"
 
 namespace logd {
+
+// What is kept where.
+struct BookRules {
+  unsigned int memory = 4 * 1024 * 1024;  // bytes of lines
+  std::string syslog;                     // the socket that gets every line, too; empty: none
+  TopicNames names;
+  Topics muted;
+  std::vector<FileRule> files;
+};
 
 // Hears that there are lines that it has not seen.
 class LineReader {
@@ -34,7 +44,7 @@ class LineReader {
 // Cost:      add formats a line once, when a file wants it; flush writes once for each file.
 class LogBook final : private FileHost {
  public:
-  explicit LogBook(const Configuration& configuration);
+  explicit LogBook(const BookRules& rules);
   LogBook(const LogBook&) = delete;
   LogBook& operator=(const LogBook&) = delete;
 

@@ -88,7 +88,7 @@ void LogFile::reopen(Nanoseconds now) {
 bool LogFile::open() {
   std::error_code ignored;
   fs::create_directories(fs::path(rule_.path).parent_path(), ignored);
-  Descriptor file(
+  common::Descriptor file(
       ::open(rule_.path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, kFileMode));
   struct stat about {};
   if (!file.isOpen() || ::fstat(file.get(), &about) != 0) return false;

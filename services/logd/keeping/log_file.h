@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "keeping/descriptor.h"
 #include "keeping/line.h"
+#include "services/common/descriptor.h"
 
 namespace logd {
 
@@ -69,7 +69,7 @@ class LogFile {
 
   FileRule rule_;
   FileHost& host_;
-  Descriptor file_;
+  common::Descriptor file_;
   bool isRegular_ = true;
   unsigned long long size_ = 0;
   std::string buffer_;

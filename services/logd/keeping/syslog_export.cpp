@@ -3,8 +3,9 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "keeping/line_text.h"
 #include "kl/services.h"
+#include "services/common/local_socket.h"
+#include "services/common/text.h"
 
 namespace logd {
 namespace {
@@ -25,8 +26,8 @@ unsigned int severityOf(const Topics& topics) {
 bool SyslogExport::send(const Line& line) {
   const Origin& origin = *line.origin;
   const unsigned int priority = kDaemon * 8 + severityOf(origin.topics);
-  const std::string text = "<" + std::to_string(priority) + ">" + harmless(origin.process) + "[" +
-                           std::to_string(origin.pid) + "]: " + harmless(line.text);
+  const std::string text = "<" + std::to_string(priority) + ">" + common::printable(origin.process) + "[" +
+                           std::to_string(origin.pid) + "]: " + common::printable(line.text);
   const bool taken = sendText(text.substr(0, kLongest));
   if (!taken) ++lost_;
   return taken;
@@ -34,11 +35,10 @@ bool SyslogExport::send(const Line& line) {
 
 bool SyslogExport::sendText(const std::string& text) {
   if (!socket_.isOpen())
-    socket_ = Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path_.copy(address.sun_path, sizeof address.sun_path - 1);
-  return ::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
+    socket_ = common::Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  sockaddr_un address;
+  return common::fillAddress(path_, address) &&
+         ::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
                   reinterpret_cast<const sockaddr*>(&address),
                   sizeof address) == static_cast<ssize_t>(text.size());
 }

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "keeping/descriptor.h"
 #include "keeping/line.h"
+#include "services/common/descriptor.h"
 
 namespace logd {
 
@@ -32,7 +32,7 @@ class SyslogExport {
   bool sendText(const std::string& text);
 
   std::string path_;
-  Descriptor socket_;
+  common::Descriptor socket_;
   unsigned long long lost_ = 0;
 };
 

@@ -3,8 +3,6 @@
 #include <charconv>
 #include <sstream>
 
-#include "config/configuration.h"
-
 namespace logd {
 namespace {
 
@@ -24,8 +22,7 @@ bool isName(const std::string& word) {
 
 }  // namespace
 
-TopicNames TopicNames::parse(const std::string& text, const std::string& file,
-                             std::vector<Mistake>& mistakes) {
+TopicNames TopicNames::parse(const std::string& text, const std::string& file, common::Mistakes& mistakes) {
   TopicNames names;
   std::istringstream in(text);
   std::string line;

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "keeping/line.h"
+#include "services/common/configuration_file.h"
 
 namespace logd {
-
-struct Mistake;
 
 // Names of topics, both ways.  A list of them is a text with one topic a line, its number and its name, blanks
 // between them; what stands behind a # is a remark:
@@ -24,7 +23,7 @@ struct Mistake;
 // Cost:      logarithmic in the number of names.
 class TopicNames {
  public:
-  static TopicNames parse(const std::string& text, const std::string& file, std::vector<Mistake>& mistakes);
+  static TopicNames parse(const std::string& text, const std::string& file, common::Mistakes& mistakes);
 
   // Null where a topic has none.
   const std::string* findName(Topic topic) const;

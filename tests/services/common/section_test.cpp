@@ -94,10 +94,12 @@ TEST_F(SectionTest, AMistakeOfAMissingKeyStandsWhereItsTableBegins) {
   inner.expected("a", "a path");
   inner.expected("b", "a path");
   inner.mistake("expected more");
+  inner.mistake("b", "expected less");
   EXPECT_EQ(mistakes(),
             "file:3: [inner] a: expected a path;"
             "file:4: [inner] b: expected a path, found 1;"
-            "file:3: [inner]: expected more;");
+            "file:3: [inner]: expected more;"
+            "file:4: [inner] b: expected less;");
 }
 
 TEST_F(SectionTest, KeysThatNobodyAskedForAreMistakes) {

@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
 #include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/real_loader.h"
 
 namespace {
 
@@ -28,6 +30,15 @@ TEST(LoaderMain, AMistakeEndsWithStatus2) {
   EXPECT_EQ(statusOf("--nonsense"), 2);
   EXPECT_EQ(statusOf("--check --config /nowhere/kl-loader.toml"), 2);
   EXPECT_EQ(statusOf("--check --config " KL_SOURCE_DIR "/LICENSE"), 2);
+}
+
+TEST(LoaderMain, AFolderOrAnUnreadableFileAsConfigurationEndsWithStatus2AndALine) {
+  for (const std::string file : {"/tmp", "/proc/self/mem", "/dev/zero"}) {
+    const auto loader = kl::test::runProgram({KL_BIN_DIR "/kl-loader", "--config", file});
+    EXPECT_EQ(loader.exitStatus, 2) << file;
+    EXPECT_TRUE(loader.err.starts_with("kl-loader: " + file + ": expected a file ")) << loader.err;
+    EXPECT_EQ(std::count(loader.err.begin(), loader.err.end(), '\n'), 1) << loader.err;
+  }
 }
 
 TEST(LoaderMain, AMistakeInTheConfigurationIsToldAndNothingIsStarted) {

@@ -42,8 +42,8 @@ constexpr unsigned int kAsker = 9;
 constexpr char kLast[] =
     "the last";  // written before the service ends; nobody but the files is told any more
 
-Configuration configuration() {
-  Configuration result;
+BookRules rules() {
+  BookRules result;
   result.syslog = kSyslog;
   FileRule rule;
   rule.path = kFile;
@@ -89,7 +89,7 @@ class Writer {
  private:
   void send(const Bytes& bytes) { (void)::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
-  Descriptor socket_;
+  common::Descriptor socket_;
   bool isConnected_ = true;
   std::vector<std::string> texts_;
   std::vector<unsigned char> heard_;
@@ -149,8 +149,8 @@ class Stage {
     exposed([&] { problem = listener_.open(); });
     if (!problem.empty()) return void(std::printf("cannot run"));
     exposed([&] {
-      book_ = std::make_unique<LogBook>(configuration_);
-      service_ = std::make_unique<LogService>(configuration_, *book_, listener_);
+      book_ = std::make_unique<LogBook>(rules_);
+      service_ = std::make_unique<LogService>(limits_, *book_, listener_);
     });
     begin();
     exposed([&] { service_->run(); });
@@ -243,9 +243,10 @@ class Stage {
 
   inline static const std::string kMuted = kl::test::hex(kl::test::bytes("0006 0002 0001"));
 
-  const Configuration configuration_ = configuration();
+  const BookRules rules_ = rules();
+  const Limits limits_;
   kl::test::LoaderDouble loader_;
-  Descriptor log_;
+  common::Descriptor log_;
   Listener listener_;
   std::unique_ptr<LogBook> book_;
   std::unique_ptr<LogService> service_;

@@ -155,8 +155,8 @@ std::uintmax_t sizeOf(const std::string& file) {
 std::size_t socketBufferBytes() {
   int ends[2];
   EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const Descriptor a(ends[0]);
-  const Descriptor b(ends[1]);
+  const common::Descriptor a(ends[0]);
+  const common::Descriptor b(ends[1]);
   int bytes = 0;
   socklen_t size = sizeof bytes;
   EXPECT_EQ(::getsockopt(a.get(), SOL_SOCKET, SO_SNDBUF, &bytes, &size), 0);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -26,6 +27,15 @@ TEST(LogdMain, AMistakeEndsWithStatus2) {
   EXPECT_EQ(statusOf("--nonsense"), 2);
   EXPECT_EQ(statusOf("--check --config /nowhere/kl-logd.toml"), 2);
   EXPECT_EQ(statusOf("--check --config " KL_SOURCE_DIR "/LICENSE"), 2);
+}
+
+TEST(LogdMain, AFolderOrAnUnreadableFileAsConfigurationEndsWithStatus2AndALine) {
+  for (const std::string file : {"/tmp", "/proc/self/mem", "/dev/zero"}) {
+    const auto service = kl::test::runProgram({KL_BIN_DIR "/kl-logd", "--config", file});
+    EXPECT_EQ(service.exitStatus, 2) << file;
+    EXPECT_TRUE(service.err.starts_with("kl-logd: " + file + ": expected a file ")) << service.err;
+    EXPECT_EQ(std::count(service.err.begin(), service.err.end(), '\n'), 1) << service.err;
+  }
 }
 
 TEST(LogdMain, WithoutALoaderItEndsWithStatus1) { EXPECT_EQ(statusOf("3<&-"), 1); }

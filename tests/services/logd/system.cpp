@@ -17,11 +17,11 @@ namespace {
 
 constexpr int kDeadlineMs = 5000;
 
-Descriptor connectToLog() {
+common::Descriptor connectToLog() {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   kl::logSocketPath().copy(address.sun_path, sizeof address.sun_path - 1);
-  Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fd.close();
   return fd;
 }

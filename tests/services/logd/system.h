@@ -9,7 +9,7 @@
 
 #include "kl/field.h"
 #include "kl/message.h"
-#include "services/logd/keeping/descriptor.h"
+#include "services/common/descriptor.h"
 #include "tests/services/logd/fixture.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
@@ -31,7 +31,7 @@ class LogClient {
   void close() { fd_.close(); }
 
  private:
-  Descriptor fd_;
+  common::Descriptor fd_;
 };
 
 // The loader runs the log service with a configuration of the test's; what it is asked, a service of the test's asks.

@@ -6,12 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "kl/conventions.h"
 #include "kl/utilities.h"
 
 namespace {
 
+using common::Mistake;
 using loader::Configuration;
-using loader::Mistake;
 using loader::RestartRule;
 using loader::Rights;
 
@@ -206,7 +207,7 @@ TEST(Configuration, IdsAndNamesAreEachTheirOwn) {
 
 TEST(Configuration, AFileThatCannotBeReadIsAMistake) {
   std::vector<Mistake> mistakes;
-  (void)loader::readConfiguration("/nowhere/kl-loader.toml", mistakes);
+  (void)loader::readConfiguration({"/nowhere/kl-loader.toml", true}, mistakes);
   ASSERT_EQ(mistakes.size(), 1u);
   EXPECT_EQ(mistakes[0].describe(),
             "/nowhere/kl-loader.toml: expected a file that can be read: No such file or directory");
@@ -214,16 +215,37 @@ TEST(Configuration, AFileThatCannotBeReadIsAMistake) {
 
 TEST(Configuration, AnEmptyFileIsRight) {
   std::vector<Mistake> mistakes;
-  (void)loader::readConfiguration("/dev/null", mistakes);
+  (void)loader::readConfiguration({"/dev/null", true}, mistakes);
   EXPECT_TRUE(mistakes.empty());
 }
 
 TEST(Configuration, TheExampleIsRight) {
   std::vector<Mistake> mistakes;
   const Configuration c =
-      loader::readConfiguration(KL_SOURCE_DIR "/services/loader/kl-loader.toml", mistakes);
+      loader::readConfiguration({KL_SOURCE_DIR "/services/loader/kl-loader.toml", true}, mistakes);
   for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
   EXPECT_FALSE(c.services.empty());
+}
+
+TEST(Configuration, AFileThatIsAFolderIsAMistake) {
+  std::vector<Mistake> mistakes;
+  (void)loader::readConfiguration({"/tmp", true}, mistakes);
+  ASSERT_EQ(mistakes.size(), 1u);
+  EXPECT_EQ(mistakes[0].describe(), "/tmp: expected a file that can be read: Is a directory");
+}
+
+TEST(Configuration, WithoutAFileAtTheUsualPlaceItIsTheBuiltInOne) {
+  std::vector<Mistake> mistakes;
+  const Configuration c = loader::readConfiguration({"/nowhere/kl-loader.toml", false}, mistakes);
+  EXPECT_TRUE(mistakes.empty());
+  EXPECT_EQ(c.stateFolder, loader::defaultConfiguration().stateFolder);
+}
+
+TEST(ConfigurableIds, TheLoaderAndThePathValuesAreNotAmongThem) {
+  for (const unsigned int id : {0u, 1u, kl::PATH_ALL, kl::PATH_MULTI, kl::PATH_SELF, kl::BADID})
+    EXPECT_FALSE(loader::isConfigurable(id)) << id;
+  for (const unsigned int id : {2u, 24u, 0x10000u, 0xff0000u, 0xff0004u, 0xfffffffeu})
+    EXPECT_TRUE(loader::isConfigurable(id)) << id;
 }
 
 }  // namespace

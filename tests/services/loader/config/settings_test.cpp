@@ -10,12 +10,12 @@
 
 namespace {
 
-using loader::Mistake;
-using loader::Section;
+using common::Mistake;
+using common::Section;
 
 std::vector<unsigned char> flatten(const std::string& text, std::vector<Mistake>& mistakes) {
   const toml::table table = toml::parse(text);
-  Section section(table, "service", {"file", mistakes});
+  Section section(table, "service", "file", mistakes);
   return loader::readSettings(section, table);
 }
 

@@ -9,9 +9,9 @@ namespace logd::test {
 namespace {
 
 struct RuleTableTest : testing::Test, RuleHost {
-  static Configuration configured() {
-    Configuration c;
-    std::vector<Mistake> mistakes;
+  static BookRules configured() {
+    BookRules c;
+    common::Mistakes mistakes;
     c.names = TopicNames::parse("8 debug", "list", mistakes);
     c.files.push_back({"/dev/full", {4}, 2048, 3, kl::LOG_SYNC_LINE});
     return c;

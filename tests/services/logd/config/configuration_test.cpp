@@ -11,31 +11,31 @@ namespace {
 constexpr char kNames[] = "topics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
 
 std::string mistakesIn(const std::string& text) {
-  std::vector<Mistake> mistakes;
+  common::Mistakes mistakes;
   (void)parseConfiguration(text, "file", mistakes);
   std::string all;
-  for (const Mistake& m : mistakes) all += m.describe() + "\n";
+  for (const common::Mistake& m : mistakes) all += m.describe() + "\n";
   return all;
 }
 
 TEST(LogdConfiguration, EverythingHasADefault) {
-  std::vector<Mistake> mistakes;
+  common::Mistakes mistakes;
   const Configuration c = parseConfiguration("[[file]]\npath = \"/a\"\n", "file", mistakes);
   EXPECT_TRUE(mistakes.empty());
-  EXPECT_EQ(c.memory, 4u * 1024 * 1024);
-  EXPECT_EQ(c.clients, 256u);
-  EXPECT_EQ(c.linesPerSecond, 2000u);
-  EXPECT_EQ(c.burst, 10000u);
-  EXPECT_EQ(c.syslog, "");
-  ASSERT_EQ(c.files.size(), 1u);
-  EXPECT_EQ(c.files[0].mostBytes, 1024u * 1024);
-  EXPECT_EQ(c.files[0].count, 5u);
-  EXPECT_EQ(c.files[0].sync, kl::LOG_SYNC_NEVER);
-  EXPECT_TRUE(c.files[0].topics.empty());
+  EXPECT_EQ(c.book.memory, 4u * 1024 * 1024);
+  EXPECT_EQ(c.limits.clients, 256u);
+  EXPECT_EQ(c.limits.linesPerSecond, 2000u);
+  EXPECT_EQ(c.limits.burst, 10000u);
+  EXPECT_EQ(c.book.syslog, "");
+  ASSERT_EQ(c.book.files.size(), 1u);
+  EXPECT_EQ(c.book.files[0].mostBytes, 1024u * 1024);
+  EXPECT_EQ(c.book.files[0].count, 5u);
+  EXPECT_EQ(c.book.files[0].sync, kl::LOG_SYNC_NEVER);
+  EXPECT_TRUE(c.book.files[0].topics.empty());
 }
 
 TEST(LogdConfiguration, EveryKeyIsRead) {
-  std::vector<Mistake> mistakes;
+  common::Mistakes mistakes;
   const Configuration c = parseConfiguration(std::string("[log]\n") + kNames + R"(
 memory = 100000
 clients = 3
@@ -54,32 +54,32 @@ path = "/b"
 sync = "second"
 )",
                                              "file", mistakes);
-  for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
-  EXPECT_EQ(c.memory, 100000u);
-  EXPECT_EQ(c.clients, 3u);
-  EXPECT_EQ(c.linesPerSecond, 0u);
-  EXPECT_EQ(c.burst, 4u);
-  EXPECT_EQ(c.syslog, "/dev/log");
-  EXPECT_EQ(c.muted, (Topics{8, 300}));
-  ASSERT_EQ(c.files.size(), 2u);
-  EXPECT_EQ(c.files[0].path, "/a");
-  EXPECT_EQ(c.files[0].topics, (Topics{4, 32}));
-  EXPECT_EQ(c.files[0].mostBytes, 2048u);
-  EXPECT_EQ(c.files[0].count, 1u);
-  EXPECT_EQ(c.files[0].sync, kl::LOG_SYNC_LINE);
-  EXPECT_EQ(c.files[1].sync, kl::LOG_SYNC_SECOND);
+  for (const common::Mistake& m : mistakes) ADD_FAILURE() << m.describe();
+  EXPECT_EQ(c.book.memory, 100000u);
+  EXPECT_EQ(c.limits.clients, 3u);
+  EXPECT_EQ(c.limits.linesPerSecond, 0u);
+  EXPECT_EQ(c.limits.burst, 4u);
+  EXPECT_EQ(c.book.syslog, "/dev/log");
+  EXPECT_EQ(c.book.muted, (Topics{8, 300}));
+  ASSERT_EQ(c.book.files.size(), 2u);
+  EXPECT_EQ(c.book.files[0].path, "/a");
+  EXPECT_EQ(c.book.files[0].topics, (Topics{4, 32}));
+  EXPECT_EQ(c.book.files[0].mostBytes, 2048u);
+  EXPECT_EQ(c.book.files[0].count, 1u);
+  EXPECT_EQ(c.book.files[0].sync, kl::LOG_SYNC_LINE);
+  EXPECT_EQ(c.book.files[1].sync, kl::LOG_SYNC_SECOND);
 }
 
 TEST(LogdConfiguration, AMistakeIsToldWithItsLine) {
   EXPECT_EQ(mistakesIn("[log]\nmemory = 1"),
-            "file:2: [log] memory: expected a number from 65536 to 1073741824\n");
+            "file:2: [log] memory: expected a number from 65536 to 1073741824, found 1\n");
   EXPECT_EQ(mistakesIn("[lag]\n"), "file:1: lag: expected one of the keys file, log\n");
-  EXPECT_EQ(mistakesIn("log = 5"), "file:1: log: expected a table\n");
+  EXPECT_EQ(mistakesIn("log = 5"), "file:1: log: expected a table, found 5\n");
   EXPECT_EQ(mistakesIn("\n[[file]]\n"), "file:2: [file] path: expected a path that begins with /\n");
   EXPECT_EQ(mistakesIn("[[file]]\npath = \"/a\"\n[[file]]\npath = \"/a\"\n"),
-            "file:3: [file] path: expected a path that no other file has\n");
+            "file:4: [file] path: expected a path that no other file has\n");
   EXPECT_EQ(mistakesIn("[file]\npath = \"/a\""),
-            "file:1: file: expected a table for each file, headed by [[file]]\n");
+            "file:1: file: expected a table for each file, headed by [[file]], found a table\n");
   EXPECT_EQ(mistakesIn("[log]\nmute = [\"nonsense\"]"),
             "file:2: [log] mute: expected names and numbers of topics, which \"nonsense\" is not\n");
   EXPECT_TRUE(
@@ -88,17 +88,17 @@ TEST(LogdConfiguration, AMistakeIsToldWithItsLine) {
 }
 
 TEST(LogdConfiguration, AFileThatIsMissingIsAMistake) {
-  std::vector<Mistake> mistakes;
-  (void)readConfiguration("/nowhere/kl-logd.toml", mistakes);
+  common::Mistakes mistakes;
+  (void)readConfiguration({"/nowhere/kl-logd.toml", true}, mistakes);
   ASSERT_EQ(mistakes.size(), 1u);
   EXPECT_TRUE(mistakes[0].describe().starts_with("/nowhere/kl-logd.toml: expected a file that can be read"));
 }
 
 TEST(LogdConfiguration, TheShippedExampleIsRight) {
-  std::vector<Mistake> mistakes;
-  const Configuration c = readConfiguration(KL_SOURCE_DIR "/services/logd/kl-logd.toml", mistakes);
-  for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
-  EXPECT_EQ(c.files.size(), 2u);
+  common::Mistakes mistakes;
+  const Configuration c = readConfiguration({KL_SOURCE_DIR "/services/logd/kl-logd.toml", true}, mistakes);
+  for (const common::Mistake& m : mistakes) ADD_FAILURE() << m.describe();
+  EXPECT_EQ(c.book.files.size(), 2u);
 }
 
 }  // namespace

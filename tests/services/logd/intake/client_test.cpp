@@ -29,11 +29,11 @@ struct ClientTest : testing::Test, ClientHost {
   void connect(RateLimit limit) {
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    process = Descriptor(ends[1]);
+    process = common::Descriptor(ends[1]);
     hasEnded = false;
     ClientHost& host = *this;
-    client =
-        std::make_unique<Client>(loop, host, book, tally, Descriptor(ends[0]), Peer{"netif", 812}, limit);
+    client = std::make_unique<Client>(loop, host, book, tally, common::Descriptor(ends[0]),
+                                      Peer{"netif", 812}, limit);
   }
 
   void onEnd(Client&) override {
@@ -76,9 +76,9 @@ struct ClientTest : testing::Test, ClientHost {
   std::string text(Ring::Number n) const { return book.ring()[n].text; }
 
   Loop loop;
-  LogBook book{Configuration()};
+  LogBook book{BookRules()};
   Tally tally;
-  Descriptor process;
+  common::Descriptor process;
   std::unique_ptr<Client> client;
   bool hasEnded = false;
 };
@@ -207,8 +207,8 @@ TEST_F(ClientTest, WhatIsInTheSocketIsTakenBeforeTheEnd) {
 TEST(ClientPeer, TheKernelSaysWhoItIs) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const Descriptor a(ends[0]);
-  const Descriptor b(ends[1]);
+  const common::Descriptor a(ends[0]);
+  const common::Descriptor b(ends[1]);
   const Peer peer = peerOf(a.get());
   EXPECT_EQ(peer.pid, static_cast<unsigned int>(::getpid()));
   EXPECT_EQ(peer.process + "\n", contentOf("/proc/self/comm"));

@@ -26,7 +26,7 @@ class Loop : public kl::ThinRunner {
 struct ClientsTest : testing::Test {
   ClientsTest() {
     EXPECT_EQ(listener.open(), "");
-    configuration.clients = 3;
+    limits.clients = 3;
   }
 
   std::string texts() const {
@@ -35,14 +35,14 @@ struct ClientsTest : testing::Test {
     return all;
   }
 
-  Configuration configuration;
+  Limits limits;
   Loop loop;
-  LogBook book{configuration};
+  LogBook book{BookRules()};
   Listener listener;
 };
 
 TEST_F(ClientsTest, TheyComeAndGo) {
-  Clients clients(loop, book, listener, configuration);
+  Clients clients(loop, book, listener, limits);
   std::list<LogClient> processes(2);
   loop.passes(5);
   EXPECT_EQ(clients.size(), 2u);
@@ -55,7 +55,7 @@ TEST_F(ClientsTest, TheyComeAndGo) {
 }
 
 TEST_F(ClientsTest, WhoIsTooManyIsRefusedAndNobodyElseIsHurt) {
-  Clients clients(loop, book, listener, configuration);
+  Clients clients(loop, book, listener, limits);
   std::list<LogClient> processes(6);
   loop.passes(10);
   EXPECT_EQ(clients.size(), 3u);
@@ -73,22 +73,22 @@ TEST_F(ClientsTest, WhoIsTooManyIsRefusedAndNobodyElseIsHurt) {
 }
 
 // Every descriptor that there is.
-std::list<Descriptor> takeDescriptors() {
-  std::list<Descriptor> all;
+std::list<common::Descriptor> takeDescriptors() {
+  std::list<common::Descriptor> all;
   while (true) {
-    Descriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    common::Descriptor one(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     if (!one.isOpen()) return all;
     all.push_back(std::move(one));
   }
 }
 
 TEST_F(ClientsTest, WithoutDescriptorsWhoIsTooManyWaitsAndTheLoopRests) {
-  configuration.clients = 1;
-  Clients clients(loop, book, listener, configuration);
+  limits.clients = 1;
+  Clients clients(loop, book, listener, limits);
   const LogClient first;
   loop.passes(3);
   const LogClient second;
-  std::list<Descriptor> all = takeDescriptors();
+  std::list<common::Descriptor> all = takeDescriptors();
   loop.passes(100);
   EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
   all.clear();
@@ -98,10 +98,10 @@ TEST_F(ClientsTest, WithoutDescriptorsWhoIsTooManyWaitsAndTheLoopRests) {
 }
 
 TEST_F(ClientsTest, WithoutDescriptorsWhoComesWaitsAndTheLoopRests) {
-  Clients clients(loop, book, listener, configuration);
+  Clients clients(loop, book, listener, limits);
   LogClient process;
   EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
-  std::list<Descriptor> all = takeDescriptors();
+  std::list<common::Descriptor> all = takeDescriptors();
   loop.passes(100);
   EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n") << "tried once, not in every pass";
   all.clear();
@@ -111,7 +111,7 @@ TEST_F(ClientsTest, WithoutDescriptorsWhoComesWaitsAndTheLoopRests) {
 }
 
 TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
-  Clients clients(loop, book, listener, configuration);
+  Clients clients(loop, book, listener, limits);
   LogClient process;
   EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
   clients.drain();
@@ -119,7 +119,7 @@ TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
 }
 
 TEST_F(ClientsTest, RulesReachEveryone) {
-  Clients clients(loop, book, listener, configuration);
+  Clients clients(loop, book, listener, limits);
   std::list<LogClient> processes(3);
   for (LogClient& process : processes) EXPECT_TRUE(process.write(registration(1, {8})));
   loop.passes(10);

@@ -19,7 +19,7 @@ struct LogBookTest : testing::Test {
     configuration.files.push_back(rule);
   }
   Folder folder;
-  Configuration configuration;
+  BookRules configuration;
 };
 
 std::string lastTextOf(const LogBook& book) { return book.ring()[book.ring().end() - 1].text; }

@@ -26,7 +26,7 @@ class OtherLog {
   }
 
  private:
-  Descriptor fd_;
+  common::Descriptor fd_;
 };
 
 TEST(SyslogExport, ALineCarriesPriorityNameAndProcess) {

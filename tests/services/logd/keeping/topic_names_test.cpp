@@ -3,24 +3,23 @@
 #include <gtest/gtest.h>
 
 #include "kl/services.h"
-#include "services/logd/config/configuration.h"
 #include "tests/services/logd/fixture.h"
 
 namespace logd::test {
 namespace {
 
 TopicNames parse(const std::string& text) {
-  std::vector<Mistake> mistakes;
+  common::Mistakes mistakes;
   TopicNames names = TopicNames::parse(text, "list", mistakes);
-  for (const Mistake& m : mistakes) ADD_FAILURE() << m.describe();
+  for (const common::Mistake& m : mistakes) ADD_FAILURE() << m.describe();
   return names;
 }
 
 std::string mistakeIn(const std::string& text) {
-  std::vector<Mistake> mistakes;
+  common::Mistakes mistakes;
   (void)TopicNames::parse(text, "list", mistakes);
   std::string all;
-  for (const Mistake& m : mistakes) all += m.describe() + "\n";
+  for (const common::Mistake& m : mistakes) all += m.describe() + "\n";
   return all;
 }
 

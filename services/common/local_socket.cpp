@@ -1,0 +1,86 @@
+// A socket that listens comes to its place by rename(): bound beside it, given its mode, made to listen, and only then
+// moved over what stands there.  Whoever connects finds the old socket or the new one, and never one that is not ready.
+
+#include "services/common/local_socket.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace common {
+namespace {
+
+constexpr mode_t kSocketMode = 0666;
+constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
+
+const sockaddr* generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
+
+// A process that is stopped takes no connections: once its backlog is full a connect that waits would wait for it.
+bool somebodyListens(const std::string& path) {
+  const Descriptor probe = newStreamSocket();
+  return connectTo(probe.get(), path) || errno == EAGAIN;
+}
+
+bool listenAt(int fd, const sockaddr_un& address, int backlog) {
+  (void)::unlink(address.sun_path);
+  return ::bind(fd, generic(address), sizeof address) == 0 && ::chmod(address.sun_path, kSocketMode) == 0 &&
+         ::listen(fd, backlog) == 0;
+}
+
+}  // namespace
+
+bool fillAddress(const std::string& path, sockaddr_un& address) {
+  address = {};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return false;
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  return true;
+}
+
+Descriptor newStreamSocket() { return Descriptor(::socket(AF_UNIX, SOCK_STREAM | kFlags, 0)); }
+
+bool connectTo(int fd, const std::string& path) {
+  sockaddr_un address;
+  if (fillAddress(path, address)) return ::connect(fd, generic(address), sizeof address) == 0;
+  errno = ENAMETOOLONG;
+  return false;
+}
+
+Peer peerOf(int fd) {
+  ucred who{};
+  socklen_t size = sizeof who;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) != 0) return {};
+  return {who.pid, who.uid};
+}
+
+std::string ListeningSocket::open(const std::string& path, int backlog, const std::string& owner) {
+  sockaddr_un fresh;
+  if (!fillAddress(path + ".new", fresh)) return path + ": too long for a socket";
+  if (somebodyListens(path)) return path + ": " + owner + " is running already";
+  Descriptor socket = newStreamSocket();
+  if (!socket.isOpen() || !listenAt(socket.get(), fresh, backlog) ||
+      std::rename(fresh.sun_path, path.c_str()) != 0) {
+    const std::string reason = std::strerror(errno);
+    (void)::unlink(fresh.sun_path);
+    return path + ": " + reason;
+  }
+  socket_ = std::move(socket);
+  path_ = path;
+  return {};
+}
+
+void ListeningSocket::close() {
+  if (!socket_.isOpen()) return;
+  socket_.close();
+  (void)::unlink(path_.c_str());
+}
+
+Descriptor ListeningSocket::accept() const {
+  return Descriptor(::accept4(socket_.get(), nullptr, nullptr, kFlags));
+}
+
+}  // namespace common

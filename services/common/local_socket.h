@@ -1,0 +1,65 @@
+#pragma once
+// local_socket.h: stream sockets that have a place in the file system.
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "services/common/descriptor.h"
+
+struct sockaddr_un;
+
+namespace common {
+
+// The address of a path; false when the path is too long for one.
+bool fillAddress(const std::string& path, sockaddr_un& address);
+
+// A new stream socket, non-blocking and close-on-exec; not open when there is none, with errno.
+Descriptor newStreamSocket();
+
+// Connects at once or not at all; false with errno.
+bool connectTo(int fd, const std::string& path);
+
+// The process at the other end of a connection when it connected, as the kernel says.
+struct Peer {
+  pid_t pid = 0;
+  uid_t uid = static_cast<uid_t>(-1);  // nobody's, where the kernel does not say
+};
+Peer peerOf(int fd);
+
+// A socket at its place in the file system that processes of every user may connect to.  It takes the place of one that
+// a killed process left in one step, so that there is no moment without one; one that somebody listens at is not
+// replaced.
+//
+//     common::ListeningSocket socket;
+//     if (const std::string problem = socket.open(path, 256, "a loader"); !problem.empty()) ...
+//     while (Descriptor connection = socket.accept(); connection.isOpen()) ...
+//
+// Errors:    open() says what went wrong.
+// Ownership: owns the socket and its file, which goes with it.
+// Threads:   belongs to one thread.
+// Cost:      one system call a connection.
+class ListeningSocket {
+ public:
+  ListeningSocket() = default;
+  ListeningSocket(const ListeningSocket&) = delete;
+  ListeningSocket& operator=(const ListeningSocket&) = delete;
+  ~ListeningSocket() { close(); }
+
+  // Opens the socket, with room for `backlog` pending connections; an empty text, or "PATH: what went wrong".  `owner`
+  // is who is said to be running already where somebody listens.  Needs: the folder exists, the socket is not open.
+  std::string open(const std::string& path, int backlog, const std::string& owner);
+  void close();
+
+  bool isOpen() const { return socket_.isOpen(); }
+  int fd() const { return socket_.get(); }
+
+  // The next connection that waits, non-blocking; not open when there is none, with errno.
+  Descriptor accept() const;
+
+ private:
+  Descriptor socket_;
+  std::string path_;
+};
+
+}  // namespace common
