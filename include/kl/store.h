@@ -3,7 +3,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,13 +40,13 @@ namespace kl {
 //            resource, so it is not copied.
 // Threads:   one thread uses a store; with a Runner the thread that runs it.
 // Cost:      set, get, remove and touch take a handful of system calls and time logarithmic in the number of
-//            entries and of free slots.  Memory: some 100 bytes an entry, some 40 a free slot.
+//            entries and of free slots.  Memory: some 110 bytes an entry, some 40 a free slot.
 class KL_API Store {
  public:
   // Where an entry lies.  There is one for every slot, free or not.
   struct Entry {
     unsigned int offset = 0;    // of the slot in the data file, in bytes
-    unsigned int size = 0;      // of the slot in bytes; the record in it may be shorter
+    unsigned int size = 0;      // of the slot in bytes; the blob in it may be shorter
     unsigned int slot = 0;      // its number in the index
     unsigned int lifetime = 0;  // how many calls of age() it has left
   };
@@ -55,7 +54,7 @@ class KL_API Store {
 
   // What a loss of power may cost.
   enum class Durability {
-    kFlushed,  // whatever the file system loses of what was not synced; the store, if the files' lengths part
+    kFlushed,  // unsynced changes, and the whole store if the two lengths end up inconsistent
     kPowerLoss,  // what was changed since the last flush, never the store.  One more sync with the first new slot
                  // after a flush, one more with each flush.
   };
@@ -88,7 +87,7 @@ class KL_API Store {
   void age();
 
   // The ids in ascending order, and where their messages lie.  Valid until the store is next changed.
-  const Entries& entries() const { return entries_; }
+  const Entries& entries() const;
 
   // Removes the three files.  For an owner that discards the store: the object stays as it was.
   void deleteFiles();
@@ -108,7 +107,8 @@ class KL_API Store {
   // Compacts now if the store is bloated.
   void doCompaction();
   // Rewrites both files without their free slots.  With `convert` they are in the older, big-endian layout.
-  // A store whose files cannot be read or written half way through ends up empty.
+  // The old files stay if the new ones cannot be made, find no room or cannot replace them.  A store whose files
+  // cannot be read or written half way through ends up empty.
   void compact(bool convert);
 
   // Rebuilds what is in memory from the index.  False, and an unfinished state, if it cannot be read or
@@ -116,11 +116,11 @@ class KL_API Store {
   // without, both layouts are tried.
   bool readIndex(bool convert);
 
-  // The record at an offset of the data file; an empty message if it cannot be read.
+  // The message of the blob at an offset of the data file; an empty one if it cannot be read.
   message readMsg(unsigned int offset);
-  // Writes one record.  `bytes` is a flattened message.
+  // Writes one blob.  `bytes` is a flattened message.
   bool writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes);
-  // Writes slot record e.slot as (id, e.size, e.lifetime).  Id 0xFFFFFFFF frees the slot.
+  // Writes slot e.slot of the index as (id, e.size, e.lifetime).  Id 0xFFFFFFFF frees the slot.
   bool writeIndexent(unsigned int id, Entry& e);
 
   // Open a file that exists, once.
@@ -133,42 +133,9 @@ class KL_API Store {
   void cleanup();
 
  private:
-  struct Internals;  // the free slots and the lock
-  class Compaction;  // one pass over the files
-  class Change;      // one set, remove or touch of the files
-  class Record;      // a message as it lies in the data file
+  class Core;  // all that it consists of
 
-  void countFreed(const Entry& entry);
-  void rewrite(unsigned int offset, const Record& record);
-  void freeOnDisk(unsigned int id, Entry& entry);
-  bool moveAndWrite(Entries::iterator at, bool isNew, const Record& record);
-  std::optional<Entry> placeEntry(Entry& entry, unsigned int needBytes);
-  void dropUnwritten(Entries::iterator at);
-  void dropAppended(Entry& last, bool isIndexed);
-  message readRecord(unsigned int offset, unsigned int expectedBytes);
-  bool loadIndex(bool convert);
-  bool decodeIndex(bool convert);
-  void addSlot(unsigned int id, unsigned int size, unsigned int lifetime);
-  bool createEmpty(const char* suffix);
-  void flushUnderLock();
-  bool isBloated() const;
-  bool isPending(TimerPtr timer) const;
-  void startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks);
-  void cancelTimers();
-  void cancelTimer(TimerPtr& timer);
-
-  Entries entries_;
-  int idxFd_ = -1;
-  int dataFd_ = -1;
-  unsigned int dataSize_ = 0;   // the sizes of all slots: the length of the data file
-  unsigned int slotCount_ = 0;  // of the index
-  unsigned int freeBytes_ = 0;  // of the free slots that count towards bloat
-  unsigned int freeCount_ = 0;
-  std::string path_;
-  unsigned int defaultLifetime_;
-  TimerPtr compactTimer_;
-  TimerPtr flushTimer_;
-  std::unique_ptr<Internals> internals_;
+  std::unique_ptr<Core> core_;
 };
 
 // What the files of a store hold, for those who look at a store that is not theirs.  Nothing is printed or changed,
@@ -186,7 +153,7 @@ class KL_API Store {
 // Ownership: owns copies of all messages and holds no file open.
 // Threads:   any.  But it closes the lock file, which makes the process lose a lock that a Store of another thread has
 //            on it at this moment.
-// Cost:      the constructor reads the index and every record in use, twice if nobody disturbs it; memory grows with
+// Cost:      the constructor reads the index and every blob in use, twice if nobody disturbs it; memory grows with
 //            both.
 class KL_API StoreView {
  public:
@@ -211,12 +178,12 @@ class KL_API StoreView {
     kNoIndex,       // there is no index, or it cannot be read
     kNoData,        // the same of the data file
     kSizeMismatch,  // the slots do not fill the data file in either byte order: a Store would start empty
-    kPartialSlot,   // the index does not end where a slot record ends
+    kPartialSlot,   // the index ends inside a slot
     kPendingChange,  // the lock file has a change that was not completed; the next change of a Store sees to it
     kRepeatedId,     // of the slot: another slot before it has this id, and that one counts
     kBadLength,      // of the slot: the length at its start does not fit into it
-    kCutOff,         // of the slot: the data file ends inside the record
-    kBadMessage,     // of the slot: the record is no message
+    kCutOff,         // of the slot: the data file ends inside the blob
+    kBadMessage,     // of the slot: the blob is no message
   };
   struct Finding {
     Fault fault;

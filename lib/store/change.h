@@ -5,20 +5,19 @@
 #include <vector>
 
 #include "store/core.h"
-#include "store/journal/file_lock.h"
-#include "store/journal/journal_entries.h"
 
 namespace kl {
 
-// Holds the lock while one set, remove or touch changes the files, and leaves beforehand what it is going to
-// write in the lock file, so that a killed process's change is finished by whoever comes next.  Say what will
-// be written, announce it, write it.
+// Holds the lock while one set, remove or touch changes the files, and notes beforehand in the journal what it is going
+// to write, so that a killed process's change is finished by whoever comes next.  Say what will be written, announce it,
+// write it.
 //
 // Errors:    a change that cannot be announced (no lock, no room, a file that is missing) goes on without.
 // Cost:      opening, locking, unlocking and closing the lock file, one look into it, one write, one truncation.
-class __attribute__((visibility("hidden"))) Store::Change {
+class __attribute__((visibility("hidden"))) Store::Core::Change {
  public:
-  explicit Change(Store& store);
+  // Before anything else, catches up with the slots that earlier changes could not write.
+  explicit Change(Core& core);
   Change(const Change&) = delete;
   Change& operator=(const Change&) = delete;
   // Takes the announcement back, releases the lock, and syncs what a store without a Runner syncs at once.
@@ -31,35 +30,33 @@ class __attribute__((visibility("hidden"))) Store::Change {
   void willFill(const Entry& hole);
   // The files grow by the slot of this entry.
   void willAppend(const Entry& entry);
-  void willWriteRecord(unsigned int offset, Bytes record);
+  void willWriteBlob(unsigned int offset, Bytes blob);
 
   void announce();
-  // Where the lock file has no room for an announcement: the record and then its index record are written before the
+  // Where the journal has no room for an announcement: the blob and then its slot in the index are written before the
   // old slot is freed, without a word.  The entry is never missing then, if it may be there twice.
-  void prepareSlot(unsigned int id, const Entry& entry, Bytes record);
+  void prepareSlot(unsigned int id, const Entry& entry, Bytes blob);
 
-  // With durable lengths: a new slot's id and its size come to disk together, before its record does.
+  // With durable lengths: a new slot's id and its size come to disk together, before its blob does.
   void keepSlotWhole(const Entry& entry);
 
   // Frees the slot in the index; what the file does not take is tried again with the next change.
-  void freeSlot(Entry& entry);
+  void freeSlot(const Entry& entry);
 
-  // Catches up with the index records that earlier changes could not write.  Needs: the files are open.
-  static void catchUp(Store& store);
+  // Frees in the index the slots that it still has under an id.  Needs: the files are open.
+  static void freeLeftSlots(Core& core);
 
  private:
   void withdraw();
   void writeMissingSlots();
   bool extendFiles(const std::vector<Entry>& slots);
-  void markEnd();
-  void keepDurableLengths(const FileLengths& lengths);
 
-  Store& store_;
+  Core& core_;
   std::optional<LockHold> hold_;
   std::optional<Intent> intent_;
   std::optional<FileLengths> before_;  // of a change that makes the files longer
   bool isWhole_ = false;               // the announcement
-  bool isAnnounced_ = false;           // the lock file holds something
+  bool isAnnounced_ = false;           // the journal holds something of this change
 };
 
 }  // namespace kl

@@ -1,70 +1,85 @@
 #pragma once
-// core.h: what a store holds beside what kl/store.h shows.
+// core.h: what a store consists of, behind its public face.
 
 #include <string>
 #include <vector>
 
-#include "base/file_io.h"
 #include "kl/store.h"
-#include "store/files/index_reader.h"
-#include "store/journal/file_lock.h"
-#include "store/journal/journal_entries.h"
-#include "store/space/free_slots.h"
-#include "store/space/entry_table.h"
+#include "store/files/blob.h"
+#include "store/files/store_files.h"
+#include "store/journal/journal.h"
+#include "store/space/slots.h"
 
 namespace kl {
 
-struct __attribute__((visibility("hidden"))) Store::Internals {
-  Internals(const std::string& path, Durability wanted) : lock(path), durability(wanted) {}
-  ~Internals() { dropHeldData(); }
+// The whole state of one store: its two open files, its slots in memory, its journal with the lock, and what it will do
+// later.  Store hands each of its operations on to the one of the same name here.
+class __attribute__((visibility("hidden"))) Store::Core {
+ public:
+  Core(const std::string& path, unsigned int lifetime, Durability durability);
+  ~Core() { cancelTimers(); }
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
 
-  // Open a file that exists, once, without a word.
-  static bool openIdx(Store& store);
-  static bool openData(Store& store);
+  // --- Entries (store.cpp)
+  const Entries& entries() const { return slots_.entries(); }
+  void set(unsigned int id, const message& m);
+  message get(unsigned int id);
+  bool remove(unsigned int id);
+  void touch(unsigned int id, unsigned int lifetime);
+  void age();
 
-  // Opens the data file that belongs to the open index, for the first use of it: when that comes, another process
-  // may have replaced both.
-  static bool holdData(Store& store);
-  static int heldData(const Store& store);
-  void dropHeldData();
+  // --- The store as a whole (loading.cpp)
+  bool readIndex(bool convert);
+  void restart();
+  void deleteFiles();
+  void cleanup();
 
-  // Makes the files that are open durable.
-  static void sync(const Store& store);
+  // --- Later (schedule.cpp)
+  void flush();
+  void doFlush();
+  void checkForBloat();
+  void doCompaction();
+  void compact(bool convert);
 
-  // Loads the index without the lock and without a word.  False if anything is amiss.
-  static bool looksWhole(Store& store);
-  // The slots that were loaded fill a data file of that length.
-  static bool fits(const Store& store, long long dataBytes);
-  // Writes one record, given in two pieces, under the lock.
-  static bool writeRecord(Store& store, unsigned int offset, Bytes first, Bytes second);
+  // --- One slot or blob at a time, under the lock; what fails prints (store.cpp)
+  bool openIdx();
+  bool openData();
+  void closeIdx() { files_.closeIdx(); }
+  void closeData() { files_.closeData(); }
+  bool writeSlot(unsigned int slot, const IndexSlot& content);
+  bool writeBlob(unsigned int offset, Bytes first, Bytes second);
+  message readBlob(unsigned int offset, unsigned int expectedBytes);
 
-  // Adds every slot of the index.
-  static IndexReader::End readSlots(Store& store, ByteOrder order);
+ private:
+  class Change;  // one set, remove or touch of the files (change.h)
 
-  // False if the files are still in the older layout because their conversion failed, now once more; it has said why.
-  static bool isConverted(Store& store);
+  bool ensureConverted();
+  void rewrite(unsigned int offset, const Blob& blob);
+  bool moveAndWrite(unsigned int id, const Blob& blob);
+  void takeBackAppended(const Entry& last, bool isIndexed);
 
-  bool isUnwritten(unsigned int slot) const {
-    return !unwrittenSlots.empty() && slot >= unwrittenSlots.front().slot;
-  }
+  bool tryLoad();
+  bool isAtRest() const;
+  bool load(bool convert);
+  bool decodeIndex(bool convert);
 
-  FreeSlots freeSlots;
-  RecordPlaces places;  // of entries_
-  FileLock lock;
-  Durability durability;
-  FileIds ids;                    // of the files that are open
-  int heldDataFd = -1;            // of the data file, until it is used
-  unsigned int timerRunner = 0;   // the number of the Runner that the two timers belong to
-  unsigned int changes = 0;       // that are under way
-  bool areLengthsDurable = true;  // with Durability::kPowerLoss: those that the files had at the last flush
-  bool isOlderLayout = false;     // the files are, though their index has been read
-  bool exceedsFile = false;       // the index has slots beyond what any data file holds
-  bool isFlushWanted = false;     // at the end of the change, in a process without a Runner
+  bool isPending(TimerPtr timer) const;
+  void startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks);
+  void cancelTimers();
+  void cancelTimer(TimerPtr& timer);
 
-  // Free slots at the end that the index file has no record of yet, because it took no more.
-  std::vector<Entry> unwrittenSlots;
-  // Free slots that the index file still has under an id, because it took no write.  Each of them once.
-  std::vector<Entry> unfreedSlots;
+  StoreFiles files_;
+  Slots slots_;
+  Journal journal_;
+  const unsigned int defaultLifetime_;
+  bool isOlderLayout_ = false;  // the files are, though their index has been read
+
+  TimerPtr compactTimer_;
+  TimerPtr flushTimer_;
+  unsigned int timerRunner_ = 0;  // the number of the Runner that the two timers belong to
+  unsigned int changes_ = 0;      // that are under way
+  bool isFlushWanted_ = false;    // at the end of the change, in a process without a Runner
 };
 
 }  // namespace kl

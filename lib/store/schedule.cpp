@@ -4,86 +4,97 @@
 //     bloat is seen --6000 ticks--> compaction, if the store is still bloated
 //
 // Without a Runner both happen at once.
+//
+// A compaction rewrites both files without their free slots.  The new pair grows beside the old one and is renamed
+// over it when it is whole.  What fails before the copying, or in replacing the data file, leaves the store as it was; what fails
+// in the copying empties it.
+// Held by StoreScheduleWithRunner.CompactionWaitsAMinute, StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay and
+// StoreCompaction.ADataFileThatIsTooShortEmptiesTheStore.
 
-#include <unistd.h>
-
+#include "base/report.h"
 #include "kl/bind.h"
-#include "kl/store.h"
+#include "store/change.h"
 #include "store/core.h"
+#include "store/space/compaction.h"
+#include "store/space/new_files.h"
 
 namespace kl {
 namespace {
 
 constexpr unsigned int kFlushDelayTicks = 50;
 constexpr unsigned int kCompactionDelayTicks = 6000;
-constexpr unsigned int kBloatedSlots = 9;
-constexpr unsigned int kBloatedShareShift = 3;  // an eighth
 
 }  // namespace
 
-void Store::flush() {
+void Store::Core::flush() {
   if (isPending(flushTimer_)) return;
-  if (getRunner() == nullptr && internals_->changes > 0) {
-    internals_->isFlushWanted = true;
+  if (getRunner() == nullptr && changes_ > 0) {
+    isFlushWanted_ = true;
     return;
   }
   if (getRunner() == nullptr) return doFlush();
-  startTimer(flushTimer_, bind<Store, &Store::doFlush>(), kFlushDelayTicks);
+  startTimer(flushTimer_, bind<Core, &Core::doFlush>(), kFlushDelayTicks);
 }
 
-void Store::doFlush() {
+void Store::Core::doFlush() {
   cancelTimer(flushTimer_);
-  if (internals_->durability == Durability::kPowerLoss) return flushUnderLock();
-  Internals::sync(*this);
+  if (!journal_.survivesPowerLoss()) return files_.sync();
+  const LockHold hold(journal_.lock());
+  journal_.recover(hold);
+  files_.sync();
+  journal_.dropLengths();
 }
 
-void Store::Internals::sync(const Store& store) {
-  (void)::fsync(store.idxFd_);
-  (void)::fsync(heldData(store));
-}
-
-// The durable record goes when the files' lengths are durable themselves, before anybody appends again.
-void Store::flushUnderLock() {
-  const LockHold hold(internals_->lock);
-  Internals::sync(*this);
-  internals_->areLengthsDurable = true;
-  if (!internals_->lock.isHeld()) return;
-  internals_->lock.dropRecords(0);
-  (void)::fsync(internals_->lock.fd());
-}
-
-void Store::checkForBloat() {
-  if (isPending(compactTimer_) || !isBloated()) return;
+void Store::Core::checkForBloat() {
+  if (isPending(compactTimer_) || !slots_.areBloated()) return;
   if (getRunner() == nullptr) return compact(false);
-  startTimer(compactTimer_, bind<Store, &Store::doCompaction>(), kCompactionDelayTicks);
+  startTimer(compactTimer_, bind<Core, &Core::doCompaction>(), kCompactionDelayTicks);
 }
 
-void Store::doCompaction() {
+void Store::Core::doCompaction() {
   cancelTimer(compactTimer_);
-  if (isBloated()) compact(false);
+  if (slots_.areBloated()) compact(false);
 }
 
-bool Store::isBloated() const {
-  return freeBytes_ > dataSize_ >> kBloatedShareShift && freeCount_ >= kBloatedSlots;
+void Store::Core::compact(bool convert) {
+  cancelTimers();
+  const LockBracket bracket(journal_.lock());
+  journal_.recover(bracket);
+  if (!openIdx() || !openData()) {
+    closeIdx();
+    closeData();
+    return;
+  }
+  Change::freeLeftSlots(*this);
+  NewFiles fresh(files_.path());
+  if (!fresh.create(slots_.lengthsWithoutFree())) return;
+  const ByteOrder order = convert || isOlderLayout_ ? ByteOrder::kBig : ByteOrder::kLittle;
+  Compaction compaction(files_, slots_, fresh, order);
+  if (!compaction.copyEntries()) return restart();
+  const Journal::Replaced replaced = fresh.commit(journal_);
+  if (replaced == Journal::Replaced::kNone) return;
+  if (replaced == Journal::Replaced::kInPart) return restart();
+  files_.replace(fresh.takeIdx(), fresh.takeData());
+  slots_.rearrange(compaction.copied(), compaction.dataBytes());
+  isOlderLayout_ = false;
 }
 
-// A timer that a Runner took with it when it ended is not pending.  The next Runner may lie where that one lay.
-bool Store::isPending(TimerPtr timer) const { return timer && internals_->timerRunner == getRunnerNumber(); }
+// A timer dies with its Runner.  Runners are told apart by number, since a new one may reuse the address.
+bool Store::Core::isPending(TimerPtr timer) const { return timer && timerRunner_ == getRunnerNumber(); }
 
-// Those of an earlier Runner went with it.
-void Store::startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks) {
-  if (internals_->timerRunner != getRunnerNumber()) compactTimer_ = flushTimer_ = TimerPtr();
-  internals_->timerRunner = getRunnerNumber();
+void Store::Core::startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks) {
+  if (timerRunner_ != getRunnerNumber()) compactTimer_ = flushTimer_ = TimerPtr();
+  timerRunner_ = getRunnerNumber();
   timer = getRunner()->addTimer(this, callback, ticks);
 }
 
-void Store::cancelTimers() {
+void Store::Core::cancelTimers() {
   cancelTimer(compactTimer_);
   cancelTimer(flushTimer_);
 }
 
-// Of a timer that fires at this moment nothing is left to remove.
-void Store::cancelTimer(TimerPtr& timer) {
+// A timer whose callback is running needs no removal.
+void Store::Core::cancelTimer(TimerPtr& timer) {
   if (isPending(timer)) getRunner()->removeTimer(timer);
   timer = TimerPtr();
 }

@@ -1,27 +1,21 @@
-// Messages kept on disk, each under a number.
+// Messages kept on disk, each under a number: what an owner does with entries.
 //
-//     index (P.idx)   | 17, 40 bytes | free, 24 bytes | 9, 32 bytes |
-//     data  (P.dat)   | record of 17 | left over      | record of 9 |
+//     set     in place if the slot is large enough, else the slot is left, and the first free one that fits is taken
+//     remove  the slot becomes free, and the first candidate for the next entry
+//     touch   writes the slot of the index alone
 //
-// Every slot of the index is either in entries_ or among the free slots.  A slot keeps its size until a
-// compaction, so the place of each one follows from the sizes of those before it, and the length of the data
-// file tells whether both files belong together.
+// Each of them is one Change of the files (change.h): the journal has it first.  README.md tells the whole way.
 //
-// S1  slots lie in the data file in the order of the index, without gaps
-// S2  dataSize_ is the sum of all sizes, slotCount_ the number of slots
-// S3  freeBytes_ and freeCount_ belong to the free slots that are marked as counted
-// S4  no record is read or written while the files are in the older layout: first they are converted
+// SO1  no blob is read or written while the files are in the older layout: first they are converted
+// Held by StoreLoading.AStoreThatCouldNotBeConvertedIsConvertedBeforeItIsUsed.
 
 #include "kl/store.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include "store/files/format.h"
-#include "store/core.h"
+#include "base/report.h"
 #include "store/change.h"
-#include "store/files/blob.h"
-#include "store/report.h"
+#include "store/core.h"
 
 namespace kl {
 namespace {
@@ -33,176 +27,188 @@ void makeParentFolders(const std::string& path) {
     (void)::mkdir(path.substr(0, slash).c_str(), kOwnersFolder);
 }
 
+bool reportUnless(bool succeeded, const char* failure) {
+  if (!succeeded) printLine(failure);
+  return succeeded;
+}
+
 }  // namespace
 
-Store::Store(const std::string& path, unsigned int lifetime, Durability durability)
-    : path_(path), defaultLifetime_(lifetime), internals_(std::make_unique<Internals>(path, durability)) {
+Store::Core::Core(const std::string& path, unsigned int lifetime, Durability durability)
+    : files_(path), journal_(path, durability == Durability::kPowerLoss), defaultLifetime_(lifetime) {
   makeParentFolders(path);
-  if (!Internals::looksWhole(*this)) {
+  if (!tryLoad()) {
     closeIdx();  // it may be replaced while this waits for the lock
-    const LockHold hold(internals_->lock);
+    const LockHold hold(journal_.lock());
+    journal_.recover(hold);
     if (!readIndex(false)) restart();
   }
-  if (durability == Durability::kPowerLoss) Internals::sync(*this);
+  if (journal_.survivesPowerLoss()) files_.sync();
   checkForBloat();
 }
 
-Store::~Store() {
-  closeIdx();
-  closeData();
-  cancelTimers();
+void Store::Core::set(unsigned int id, const message& m) {
+  if (id == kFreeId) return printLine("STORE: set: id 0xffffffff is reserved");
+  const Blob blob(m);
+  if (!ensureConverted()) return;
+  const EntryTable::Row* const known = slots_.find(id);
+  if (known != nullptr && known->size >= blob.size()) return rewrite(known->offset, blob);
+  if (moveAndWrite(id, blob)) checkForBloat();
 }
 
-void Store::set(unsigned int id, const message& m) {
-  if (id == kFreeId) return reportStore("STORE: set: id 0xffffffff is reserved");
-  const Record record(m);
-  if (!Internals::isConverted(*this)) return;
-  const RecordPlaces::Place* known = internals_->places.find(id);
-  if (known != nullptr && known->size >= record.size()) return rewrite(known->offset, record);
-  const auto [entry, isNew] = entries_.try_emplace(id);
-  if (isNew) entry->second.lifetime = defaultLifetime_;
-  if (moveAndWrite(entry, isNew, record)) checkForBloat();
+message Store::Core::get(unsigned int id) {
+  if (!ensureConverted()) return message();
+  const EntryTable::Row* const known = slots_.find(id);
+  return known == nullptr ? message() : readBlob(known->offset, known->size);
 }
 
-message Store::get(unsigned int id) {
-  if (!Internals::isConverted(*this)) return message();
-  const RecordPlaces::Place* known = internals_->places.find(id);
-  return known == nullptr ? message() : readRecord(known->offset, known->size);
-}
-
-bool Store::remove(unsigned int id) {
-  if (!Internals::isConverted(*this)) return false;
-  const auto found = entries_.find(id);
-  if (found == entries_.end()) return false;
-  freeOnDisk(id, found->second);
-  // Kept on purpose: remove() frees to the front, set() and readIndex() to the back; the next search for a
-  // place meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
-  internals_->freeSlots.pushFront(found->second, true);
-  countFreed(found->second);
-  internals_->places.erase(id);
-  entries_.erase(found);
+bool Store::Core::remove(unsigned int id) {
+  if (!ensureConverted()) return false;
+  const Entry* const entry = slots_.entryOf(id);
+  if (entry == nullptr) return false;
+  {
+    Change change(*this);
+    change.willFreeSlot(id, *entry);
+    change.announce();
+    change.freeSlot(*entry);
+  }
+  slots_.remove(id);
   checkForBloat();
   return true;
 }
 
-void Store::touch(unsigned int id, unsigned int lifetime) {
-  if (!Internals::isConverted(*this)) return;
-  const auto found = entries_.find(id);
-  if (found == entries_.end()) return;
-  found->second.lifetime = lifetime;
+void Store::Core::touch(unsigned int id, unsigned int lifetime) {
+  if (!ensureConverted()) return;
+  Entry* const entry = slots_.entryOf(id);
+  if (entry == nullptr) return;
+  entry->lifetime = lifetime;
   Change change(*this);
-  change.willWriteSlot(id, found->second);
+  change.willWriteSlot(id, *entry);
   change.announce();
-  (void)writeIndexent(id, found->second);
+  (void)writeSlot(entry->slot, slotWith(id, *entry));
 }
 
-void Store::age() {
+void Store::Core::age() {
   // Each step starts from the id, because removing may compact, and a compaction may empty the store.
-  for (auto at = entries_.begin(); at != entries_.end();) {
+  for (auto at = entries().begin(); at != entries().end();) {
     const unsigned int id = at->first;
     const unsigned int lifetime = at->second.lifetime;
     if (lifetime > 1) touch(id, lifetime - 1);
     else remove(id);
-    at = entries_.upper_bound(id);
+    at = entries().upper_bound(id);
   }
 }
 
-void Store::cleanup() {
-  entries_.clear();
-  internals_->places.clear();
-  internals_->freeSlots.clear();
-  internals_->unwrittenSlots.clear();
-  internals_->unfreedSlots.clear();
-  internals_->isOlderLayout = false;
-  internals_->exceedsFile = false;
-  dataSize_ = slotCount_ = freeBytes_ = freeCount_ = 0;
+// False if the files are still in the older layout because their conversion failed, now once more; it has said why.
+bool Store::Core::ensureConverted() {
+  if (isOlderLayout_) compact(true);
+  return !isOlderLayout_;
 }
 
-void Store::countFreed(const Entry& entry) {
-  ++freeCount_;
-  freeBytes_ += entry.size;
-}
-
-void Store::rewrite(unsigned int offset, const Record& record) {
+void Store::Core::rewrite(unsigned int offset, const Blob& blob) {
   Change change(*this);
-  change.willWriteRecord(offset, record.bytes());
+  change.willWriteBlob(offset, blob.bytes());
   change.announce();
-  (void)Internals::writeRecord(*this, offset, record.bytes(), {});
+  (void)writeBlob(offset, blob.bytes(), {});
 }
 
-void Store::freeOnDisk(unsigned int id, Entry& entry) {
+// Gives the entry a slot, leaving the old one if it has one, and writes it there.
+bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   Change change(*this);
-  change.willFreeSlot(id, entry);
-  change.announce();
-  change.freeSlot(entry);
-}
-
-// Gives the entry a place, leaving the old one if it has one, and writes it there.
-bool Store::moveAndWrite(Entries::iterator at, bool isNew, const Record& record) {
-  const unsigned int id = at->first;
-  Entry& entry = at->second;
-  Entry left = entry;
-  Change change(*this);
-  if (!isNew) {
-    internals_->freeSlots.pushBack(left, true);
-    countFreed(left);
-    change.willFreeSlot(id, left);
-  }
-  const std::optional<Entry> hole = placeEntry(entry, record.size());
-  const bool isAppended = !hole;
-  internals_->places.put({id, entry.offset, entry.size});
-  if (isAppended) change.willAppend(entry);
-  else change.willFill(*hole);
+  const std::optional<Entry> left = slots_.leave(id);
+  const std::optional<Entry> hole = slots_.settle(id, defaultLifetime_, blob.size());
+  const Entry& entry = *slots_.entryOf(id);
+  if (left) change.willFreeSlot(id, *left);
+  if (hole) change.willFill(*hole);
+  else change.willAppend(entry);
   change.willWriteSlot(id, entry);
-  change.willWriteRecord(entry.offset, record.bytes());
+  change.willWriteBlob(entry.offset, blob.bytes());
   change.announce();
-  if (!isNew || !isAppended) change.prepareSlot(id, entry, record.bytes());
+  if (left || hole) change.prepareSlot(id, entry, blob.bytes());
 
-  if (!isNew) change.freeSlot(left);
-  const bool isIndexed = writeIndexent(id, entry);
-  if (isAppended) change.keepSlotWhole(entry);
-  if (isIndexed && Internals::writeRecord(*this, entry.offset, record.bytes(), {})) return true;
-  if (isAppended) dropAppended(entry, isIndexed);
-  else change.freeSlot(entry);
-  dropUnwritten(at);
+  if (left) change.freeSlot(*left);
+  const bool isIndexed = writeSlot(entry.slot, slotWith(id, entry));
+  if (!hole) change.keepSlotWhole(entry);
+  if (isIndexed && writeBlob(entry.offset, blob.bytes(), {})) return true;
+  if (hole) change.freeSlot(entry);
+  else takeBackAppended(entry, isIndexed);
+  slots_.drop(id);
   return false;
-}
-
-// First fit among the free slots, else a new slot behind the last one.  Gives the free slot as it was.
-std::optional<Store::Entry> Store::placeEntry(Entry& entry, unsigned int needBytes) {
-  FreeSlots::Slot found;
-  if (!internals_->freeSlots.takeFirstFit(needBytes, found)) {
-    entry = {dataSize_, needBytes, slotCount_, entry.lifetime};
-    dataSize_ += needBytes;
-    ++slotCount_;
-    return std::nullopt;
-  }
-  entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
-  if (found.counted) {  // S3
-    --freeCount_;
-    freeBytes_ -= entry.size;
-  }
-  return found.entry;
-}
-
-// Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is
-// gone, and so is what it held before.  Held by StoreFaults.ASetThatFailsLeavesAFreeSlotThatDoesNotCount.
-void Store::dropUnwritten(Entries::iterator at) {
-  internals_->freeSlots.pushBack(at->second, false);
-  internals_->places.erase(at->first);
-  entries_.erase(at);
 }
 
 // Frees the last slot, which could not be filled.  The data file is as long as the index says all the same; where that
 // fails, the files have nothing of the slot until the next change.
-void Store::dropAppended(Entry& last, bool isIndexed) {
-  const bool isFreed = writeIndexent(kFreeId, last);
-  if (isFreed && dataFd_ >= 0 && ::ftruncate(dataFd_, static_cast<off_t>(dataSize_)) == 0) return;
+void Store::Core::takeBackAppended(const Entry& last, bool isIndexed) {
+  const bool isFreed = writeSlot(last.slot, freeSlot(last));
+  if (isFreed && files_.data() >= 0 && files_.setDataLength(slots_.dataBytes())) return;
   if (isFreed || isIndexed) {
-    (void)::ftruncate(idxFd_, static_cast<off_t>(last.slot) * static_cast<off_t>(kSlotRecordBytes));
-    (void)::ftruncate(dataFd_, static_cast<off_t>(last.offset));
+    (void)files_.setIdxLength(last.slot);
+    (void)files_.setDataLength(last.offset);
   }
-  internals_->unwrittenSlots.push_back(last);
+  slots_.backlog().unwritten.push_back(last);
 }
+
+bool Store::Core::openIdx() { return reportUnless(files_.openIdx(), "STORE: openIdx failed"); }
+bool Store::Core::openData() { return reportUnless(files_.openData(), "STORE: openData failed"); }
+
+bool Store::Core::writeSlot(unsigned int slot, const IndexSlot& content) {
+  const LockBracket bracket(journal_.lock());
+  journal_.recover(bracket);
+  (void)openIdx();
+  const bool wouldLeaveGap = files_.idx() >= 0 && slots_.backlog().isUnwritten(slot);
+  if (wouldLeaveGap) return reportUnless(false, "STORE: writeIndexent write failed");
+  if (!files_.writeSlot(slot, content)) return false;
+  slots_.backlog().wasWritten(slot);
+  flush();
+  return true;
+}
+
+bool Store::Core::writeBlob(unsigned int offset, Bytes first, Bytes second) {
+  const LockBracket bracket(journal_.lock());
+  journal_.recover(bracket);
+  if (!openData() || !files_.writeBlob(offset, first, second)) return false;
+  flush();
+  return true;
+}
+
+message Store::Core::readBlob(unsigned int offset, unsigned int expectedBytes) {
+  (void)openData();
+  return files_.readBlob(offset, expectedBytes);
+}
+
+// --- The public face
+
+Store::Store(const std::string& path, unsigned int lifetime, Durability durability)
+    : core_(std::make_unique<Core>(path, lifetime, durability)) {}
+Store::~Store() = default;
+
+const Store::Entries& Store::entries() const { return core_->entries(); }
+void Store::set(unsigned int id, const message& m) { core_->set(id, m); }
+message Store::get(unsigned int id) { return core_->get(id); }
+bool Store::remove(unsigned int id) { return core_->remove(id); }
+void Store::touch(unsigned int id, unsigned int lifetime) { core_->touch(id, lifetime); }
+void Store::age() { core_->age(); }
+void Store::deleteFiles() { core_->deleteFiles(); }
+void Store::restart() { core_->restart(); }
+
+void Store::flush() { core_->flush(); }
+void Store::doFlush() { core_->doFlush(); }
+void Store::checkForBloat() { core_->checkForBloat(); }
+void Store::doCompaction() { core_->doCompaction(); }
+void Store::compact(bool convert) { core_->compact(convert); }
+bool Store::readIndex(bool convert) { return core_->readIndex(convert); }
+
+message Store::readMsg(unsigned int offset) { return core_->readBlob(offset, 0); }
+bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes) {
+  const LengthBytes length = encodeLength(bytes.size());
+  return core_->writeBlob(offset, {length.data(), length.size()}, {bytes.data(), bytes.size()});
+}
+bool Store::writeIndexent(unsigned int id, Entry& e) { return core_->writeSlot(e.slot, slotWith(id, e)); }
+
+bool Store::openIdx() { return core_->openIdx(); }
+bool Store::openData() { return core_->openData(); }
+void Store::closeIdx() { core_->closeIdx(); }
+void Store::closeData() { core_->closeData(); }
+void Store::cleanup() { core_->cleanup(); }
 
 }  // namespace kl

@@ -16,14 +16,14 @@
 #include "base/file_io.h"
 #include "kl/store.h"
 #include "store/files/format.h"
+#include "store/journal/journal_entries.h"
 
 namespace kl {
 namespace {
 
 constexpr int kAttempts = 5;
 constexpr int kLockAttempts = 1000;
-constexpr int kLook = O_RDONLY | O_NONBLOCK;    // no waiting for whoever would write into a pipe of that name
-constexpr std::size_t kRecordHeaderBytes = 12;  // of a record in the lock file: magic, length, checksum
+constexpr int kLook = O_RDONLY | O_NONBLOCK;  // no waiting for whoever would write into a pipe of that name
 
 using ByteVector = std::vector<unsigned char>;
 
@@ -52,13 +52,11 @@ class InputFile {
   int fd_;
 };
 
-// A lock file may begin with a record of lengths ("KLDU"), which is there to stay.
+// A journal may begin with durable lengths, which are there to stay.
 bool hasPendingChange(const InputFile& lockFile) {
-  ByteVector lock;
-  (void)lockFile.read(lock);
-  const bool hasLengths =
-      lock.size() >= kRecordHeaderBytes && std::equal(lock.begin(), lock.begin() + 4, "KLDU");
-  return lock.size() > (hasLengths ? decodeSlot(lock.data(), ByteOrder::kLittle).size : 0);
+  ByteVector journal;
+  (void)lockFile.read(journal);
+  return journal.size() > durableBytesAnnounced(journal.data(), journal.size());
 }
 
 // Keeps writers out until the file is closed.  Whoever is stopped while he holds the lock is not waited for.
@@ -73,7 +71,7 @@ void tryToLock(const InputFile& lockFile) {
 // What the sizes of all slots add up to.
 unsigned long long sumOf(const ByteVector& index, ByteOrder order) {
   unsigned long long sum = 0;
-  for (std::size_t at = 0; at + kSlotRecordBytes <= index.size(); at += kSlotRecordBytes)
+  for (std::size_t at = 0; at + kSlotBytes <= index.size(); at += kSlotBytes)
     sum += decodeSlot(&index[at], order).size;
   return sum;
 }
@@ -100,8 +98,8 @@ class __attribute__((visibility("hidden"))) StoreView::Reading {
   void readIndex(const ByteVector& index);
   void addSlot(unsigned int id, const FreeSlot& slot, unsigned int lifetime);
   void dropRepeated();
-  void readRecords(int dataFd);
-  bool readRecord(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const;
+  void readBlobs(int dataFd);
+  bool readBlob(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const;
   ByteOrder order() const { return state_.isBigEndian ? ByteOrder::kBig : ByteOrder::kLittle; }
   void report(Fault fault, unsigned int slot = 0, unsigned int id = 0) {
     state_.findings.push_back({fault, slot, id});
@@ -155,20 +153,20 @@ StoreView::Reading::Reading(const std::string& path, const InputFile& lockFile)
   if (isPending_) report(Fault::kPendingChange);
   readIndex(index);
   dropRepeated();
-  if (hasData) readRecords(data.fd());
+  if (hasData) readBlobs(data.fd());
 }
 
 void StoreView::Reading::readIndex(const ByteVector& index) {
   const bool fitsLittle = sumOf(index, ByteOrder::kLittle) == state_.dataBytes;
   state_.isBigEndian = !fitsLittle && sumOf(index, ByteOrder::kBig) == state_.dataBytes;
   if (!fitsLittle && !state_.isBigEndian && areBothThere(state_.findings)) report(Fault::kSizeMismatch);
-  if (index.size() % kSlotRecordBytes != 0) report(Fault::kPartialSlot);
+  if (index.size() % kSlotBytes != 0) report(Fault::kPartialSlot);
   FreeSlot slot{};
-  for (std::size_t at = 0; at + kSlotRecordBytes <= index.size(); at += kSlotRecordBytes) {
-    const SlotRecord record = decodeSlot(&index[at], order());
-    slot.size = record.size;
-    addSlot(record.id, slot, record.lifetime);
-    slot.offset += record.size;
+  for (std::size_t at = 0; at + kSlotBytes <= index.size(); at += kSlotBytes) {
+    const IndexSlot content = decodeSlot(&index[at], order());
+    slot.size = content.size;
+    addSlot(content.id, slot, content.lifetime);
+    slot.offset += content.size;
     ++slot.slot;
   }
 }
@@ -188,12 +186,12 @@ void StoreView::Reading::dropRepeated() {
   });
 }
 
-void StoreView::Reading::readRecords(int dataFd) {
+void StoreView::Reading::readBlobs(int dataFd) {
   ByteVector payload;
   for (const Entry& entry : state_.entries) {
     Fault fault{};
     message m;
-    if (!readRecord(dataFd, entry, payload, fault)) report(fault, entry.slot, entry.id);
+    if (!readBlob(dataFd, entry, payload, fault)) report(fault, entry.slot, entry.id);
     else if (!m.unflatten(payload.data(), static_cast<unsigned int>(payload.size()), message::normal))
       report(Fault::kBadMessage, entry.slot, entry.id);
     state_.messages.insert(state_.messages.end(), payload.begin(), payload.end());
@@ -201,8 +199,8 @@ void StoreView::Reading::readRecords(int dataFd) {
   }
 }
 
-// Leaves nothing in `payload` of a record that cannot be read.
-bool StoreView::Reading::readRecord(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const {
+// Leaves nothing in `payload` of a blob that cannot be read.
+bool StoreView::Reading::readBlob(int dataFd, const Entry& entry, ByteVector& payload, Fault& fault) const {
   payload.clear();
   LengthBytes header{};
   const auto offset = static_cast<off_t>(entry.offset);

@@ -1,5 +1,5 @@
 #pragma once
-// blob.h: a record of the data file in memory.
+// blob.h: the bytes of an entry in the data file, in memory.
 
 #include <algorithm>
 #include <array>
@@ -7,13 +7,13 @@
 #include <memory>
 
 #include "base/file_io.h"
+#include "kl/message.h"
 #include "store/files/format.h"
-#include "store/core.h"
 
 namespace kl {
 
-// Room for one record: a short one needs no memory of its own.
-class RecordRoom {
+// Room for one blob: a short one needs no memory of its own.
+class BlobBuffer {
  public:
   // At least this many bytes, of which the first `keep` stay as they are.
   unsigned char* reserve(std::size_t bytes, std::size_t keep) {
@@ -31,12 +31,12 @@ class RecordRoom {
   std::unique_ptr<unsigned char[]> far_;
 };
 
-// A message as it lies in the data file: the record's length, then the flattened message.
-class __attribute__((visibility("hidden"))) Store::Record {
+// A message as the data file has it: the blob's length, then the flattened message.
+class Blob {
  public:
-  explicit Record(const message& m) {
+  explicit Blob(const message& m) {
     unsigned int flatBytes = m.max_length();
-    unsigned char* to = room_.reserve(kLengthBytes + flatBytes, 0);
+    unsigned char* to = buffer_.reserve(kLengthBytes + flatBytes, 0);
     m.flatten(to + kLengthBytes, &flatBytes);
     const LengthBytes length = encodeLength(flatBytes);
     std::copy(length.begin(), length.end(), to);
@@ -44,10 +44,10 @@ class __attribute__((visibility("hidden"))) Store::Record {
   }
 
   unsigned int size() const { return size_; }  // in bytes
-  Bytes bytes() const { return {room_.bytes(), size_}; }
+  Bytes bytes() const { return {buffer_.bytes(), size_}; }
 
  private:
-  RecordRoom room_;
+  BlobBuffer buffer_;
   unsigned int size_;
 };
 

@@ -1,6 +1,6 @@
-// The bytes of an index slot and of a record's length.
+// The bytes of a slot in the index and of a blob's length.
 //
-//     index, slot i at 12 * i        | data, a slot's record
+//     index, slot i at 12 * i        | data, the blob of a slot
 //     offset size                    | offset size
 //          0    4  id                |      0    2  length, itself included
 //          4    4  size of the slot  |      2       the flattened message
@@ -22,15 +22,15 @@ unsigned int word(const unsigned char* from, ByteOrder order) {
 
 }  // namespace
 
-SlotBytes encodeSlot(const SlotRecord& record) {
+SlotBytes encodeSlot(const IndexSlot& slot) {
   SlotBytes bytes;
-  storeLe32(&bytes[0], record.id);
-  storeLe32(&bytes[4], record.size);
-  storeLe32(&bytes[8], record.lifetime);
+  storeLe32(&bytes[0], slot.id);
+  storeLe32(&bytes[4], slot.size);
+  storeLe32(&bytes[8], slot.lifetime);
   return bytes;
 }
 
-SlotRecord decodeSlot(const unsigned char* bytes, ByteOrder order) {
+IndexSlot decodeSlot(const unsigned char* bytes, ByteOrder order) {
   return {word(bytes, order), word(bytes + 4, order), word(bytes + 8, order)};
 }
 

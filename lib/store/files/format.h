@@ -1,5 +1,7 @@
 #pragma once
-// format.h: the bytes of an index slot and of a record's length, in both byte orders.
+// format.h: the bytes of a slot in the index and of a blob's length, in both byte orders.
+
+#include <sys/types.h>
 
 #include <array>
 #include <cstddef>
@@ -9,25 +11,30 @@ namespace kl {
 enum class ByteOrder { kLittle, kBig };  // kBig: the older layout
 
 constexpr unsigned int kFreeId = 0xFFFFFFFF;
-constexpr std::size_t kSlotRecordBytes = 12;
+constexpr std::size_t kSlotBytes = 12;  // of a slot in the index
 constexpr std::size_t kLengthBytes = 2;
 
-using SlotBytes = std::array<unsigned char, kSlotRecordBytes>;
+using SlotBytes = std::array<unsigned char, kSlotBytes>;
 using LengthBytes = std::array<unsigned char, kLengthBytes>;
 
-// Slot record i lies at byte 12 * i of the index.
-struct SlotRecord {
-  unsigned int id;        // kFreeId: a free slot
+// What the index has of a slot.
+struct IndexSlot {
+  unsigned int id;        // of the entry in it; kFreeId: the slot is free
   unsigned int size;      // of the slot in the data file, in bytes
   unsigned int lifetime;  // kept in free slots, too
 
   bool isFree() const { return id == kFreeId; }
 };
 
-SlotBytes encodeSlot(const SlotRecord& record);
-SlotRecord decodeSlot(const unsigned char* bytes, ByteOrder order);
+// Slot i lies at byte 12 * i of the index.
+constexpr off_t offsetInIndex(unsigned int slot) {
+  return static_cast<off_t>(slot) * static_cast<off_t>(kSlotBytes);
+}
 
-// The number of bytes of a record, these two included: the low 16 bits of payloadBytes + 2.
+SlotBytes encodeSlot(const IndexSlot& slot);
+IndexSlot decodeSlot(const unsigned char* bytes, ByteOrder order);
+
+// The number of bytes of a blob, these two included: the low 16 bits of payloadBytes + 2.
 LengthBytes encodeLength(std::size_t payloadBytes);
 unsigned int decodeLength(const unsigned char* bytes, ByteOrder order);
 

@@ -1,4 +1,11 @@
-// The two files of a store: opening them, and one record of each at a time.
+// The index and the data file of a store: opening and closing them, and one slot or blob at a time.
+//
+// SD1  the data file is used only with the index that it belongs to: it is held open from the moment at which the index
+//      was read, and that one is taken if another file has its name when it is used
+//
+// Held by StoreProcesses.AStoreThatWasOpenedBeforeACompactionDoesNotSpoilTheNewFiles.
+
+#include "store/files/store_files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,15 +16,13 @@
 #include <utility>
 
 #include "base/descriptor.h"
-#include "base/file_io.h"
-#include "kl/store.h"
-#include "store/files/format.h"
-#include "store/core.h"
+#include "base/report.h"
 #include "store/files/blob.h"
-#include "store/report.h"
 
 namespace kl {
 namespace {
+
+constexpr std::size_t kLongestBlob = 0xFFFF;
 
 void closeOnce(int& fd) {
   if (fd >= 0) ::close(fd);
@@ -31,123 +36,143 @@ bool openOnce(int& fd, const std::string& basePath, const char* suffix, unsigned
   return fd >= 0;
 }
 
-// Somebody has put another data file in the place of the one that is held.
+// Another file has the name of the one that is held.
 bool isReplaced(int named, int held) {
   struct stat file;
   return ::fstat(named, &file) == 0 && S_ISREG(file.st_mode) && inodeOf(named) != inodeOf(held);
 }
 
-bool reportUnless(bool succeeded, const char* failure) {
-  if (!succeeded) reportStore(failure);
-  return succeeded;
-}
-
-constexpr std::size_t kLongestRecord = 0xFFFF;
-
 message unreadable(const char* failure) {
-  reportStore(failure);
+  printLine(failure);
   return message();
 }
 
 }  // namespace
 
-message Store::readMsg(unsigned int offset) { return readRecord(offset, 0); }
-
-bool Store::writeMsg(unsigned int offset, const std::vector<unsigned char>& bytes) {
-  const LengthBytes length = encodeLength(bytes.size());
-  return Internals::writeRecord(*this, offset, {length.data(), length.size()}, {bytes.data(), bytes.size()});
+StoreFiles::~StoreFiles() {
+  closeIdx();
+  closeData();
 }
 
-bool Store::Internals::writeRecord(Store& store, unsigned int offset, Bytes first, Bytes second) {
-  const LockBracket bracket(store.internals_->lock);
-  if (!store.openData()) return false;
-  const ssize_t written = writeAt(store.dataFd_, first, second, static_cast<off_t>(offset));
-  if (hasWritten(written, first.size + second.size)) {
-    store.flush();
-    return true;
+bool StoreFiles::openIdx() { return openOnce(idxFd_, path_, ".idx", ids_.idx); }
+
+bool StoreFiles::openData() {
+  const bool wasOpen = dataFd_ >= 0;
+  if (!openOnce(dataFd_, path_, ".dat", ids_.data)) return false;
+  if (!wasOpen && heldDataFd_ >= 0 && isReplaced(dataFd_, heldDataFd_)) {  // SD1
+    std::swap(dataFd_, heldDataFd_);
+    ids_.data = inodeOf(dataFd_);
   }
-  if (written < 0 && isSeekError(errno)) reportStore("STORE: writeMsg lseek failed");
-  else if (written < static_cast<ssize_t>(kLengthBytes)) reportStore("STORE: writeMsg write header failed");
-  else reportStore("STORE: writeMsg write failed");
-  return false;
-}
-
-bool Store::writeIndexent(unsigned int id, Entry& e) {
-  const LockBracket bracket(internals_->lock);
-  (void)openIdx();
-  const bool wouldLeaveGap = idxFd_ >= 0 && internals_->isUnwritten(e.slot);
-  if (wouldLeaveGap) return reportUnless(false, "STORE: writeIndexent write failed");
-  const SlotBytes record = encodeSlot({id, e.size, e.lifetime});
-  const off_t place = static_cast<off_t>(e.slot) * static_cast<off_t>(kSlotRecordBytes);
-  const ssize_t written = writeAt(idxFd_, {record.data(), record.size()}, place);
-  if (hasWritten(written, record.size())) {
-    std::erase_if(internals_->unfreedSlots, [&e](const Entry& slot) { return slot.slot == e.slot; });
-    flush();
-    return true;
-  }
-  if (written < 0 && isSeekError(errno)) reportStore("STORE: writeIndexent lseek failed");
-  else reportStore("STORE: writeIndexent write failed");
-  return false;
-}
-
-bool Store::openIdx() { return reportUnless(Internals::openIdx(*this), "STORE: openIdx failed"); }
-bool Store::openData() { return reportUnless(Internals::openData(*this), "STORE: openData failed"); }
-void Store::closeIdx() {
-  internals_->dropHeldData();
-  closeOnce(idxFd_);
-}
-void Store::closeData() { closeOnce(dataFd_); }
-
-bool Store::Internals::openIdx(Store& store) {
-  return openOnce(store.idxFd_, store.path_, ".idx", store.internals_->ids.idx);
-}
-
-bool Store::Internals::openData(Store& store) {
-  Internals& internals = *store.internals_;
-  const bool wasOpen = store.dataFd_ >= 0;
-  if (!openOnce(store.dataFd_, store.path_, ".dat", internals.ids.data)) return false;
-  if (!wasOpen && internals.heldDataFd >= 0 && isReplaced(store.dataFd_, internals.heldDataFd)) {
-    std::swap(store.dataFd_, internals.heldDataFd);
-    internals.ids.data = inodeOf(store.dataFd_);
-  }
-  internals.dropHeldData();
+  dropHeldData();
   return true;
 }
 
-bool Store::Internals::holdData(Store& store) {
-  if (heldData(store) >= 0) return true;
-  int& fd = store.internals_->heldDataFd;
-  fd = openFile((store.path_ + ".dat").c_str(), O_RDWR);
+void StoreFiles::closeIdx() {
+  dropHeldData();
+  closeOnce(idxFd_);
+}
+
+void StoreFiles::closeData() { closeOnce(dataFd_); }
+
+void StoreFiles::dropHeldData() { closeOnce(heldDataFd_); }
+
+void StoreFiles::makeEmpty() {
+  closeIdx();
+  closeData();
+  if (!createEmpty(".dat")) printLine("STORE: restart open .dat failed");
+  else if (!createEmpty(".idx")) printLine("STORE: restart open .idx failed");
+}
+
+// A new, empty file.  Truncated in case the old one could not be removed.
+bool StoreFiles::createEmpty(const char* suffix) const {
+  const std::string name = path_ + suffix;
+  (void)::unlink(name.c_str());
+  const int fd = openFile(name.c_str(), O_RDWR | O_CREAT | O_TRUNC);
+  if (fd >= 0) ::close(fd);
   return fd >= 0;
 }
 
-int Store::Internals::heldData(const Store& store) {
-  return store.dataFd_ >= 0 ? store.dataFd_ : store.internals_->heldDataFd;
+bool StoreFiles::holdData() {
+  if (heldData() >= 0) return true;
+  heldDataFd_ = openFile((path_ + ".dat").c_str(), O_RDWR);
+  return heldDataFd_ >= 0;
 }
 
-void Store::Internals::dropHeldData() { closeOnce(heldDataFd); }
+long long StoreFiles::dataLength() const { return lengthOf(heldData()); }
 
-// Reads `expectedBytes` at once and what the record has more, if any, with a second call.
-message Store::readRecord(unsigned int offset, unsigned int expectedBytes) {
-  (void)openData();
-  RecordRoom record;
-  const std::size_t first = std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestRecord);
-  ssize_t got = readAt(dataFd_, record.reserve(first, 0), first, static_cast<off_t>(offset));
+bool StoreFiles::areNamed() const {
+  return inodeOfPath(path_ + ".idx") == inodeOf(idxFd_) && inodeOfPath(path_ + ".dat") == inodeOf(heldData());
+}
+
+void StoreFiles::replace(int idx, int data) {
+  closeIdx();
+  closeData();
+  idxFd_ = idx;
+  dataFd_ = data;
+  ids_ = {inodeOf(idxFd_), inodeOf(dataFd_)};
+}
+
+void StoreFiles::sync() const {
+  (void)::fsync(idxFd_);
+  (void)::fsync(heldData());
+}
+
+bool StoreFiles::syncIdx() const { return ::fsync(idxFd_) == 0; }
+
+bool StoreFiles::setIdxLength(unsigned int slots) const {
+  return ::ftruncate(idxFd_, offsetInIndex(slots)) == 0;
+}
+
+bool StoreFiles::setDataLength(unsigned long long bytes) const {
+  return ::ftruncate(dataFd_, static_cast<off_t>(bytes)) == 0;
+}
+
+bool StoreFiles::writeSlot(unsigned int slot, const IndexSlot& content) const {
+  const SlotBytes bytes = encodeSlot(content);
+  const ssize_t written = writeAt(idxFd_, {bytes.data(), bytes.size()}, offsetInIndex(slot));
+  if (hasWritten(written, bytes.size())) return true;
+  if (written < 0 && isSeekError(errno)) printLine("STORE: writeIndexent lseek failed");
+  else printLine("STORE: writeIndexent write failed");
+  return false;
+}
+
+bool StoreFiles::tryWriteSlot(unsigned int slot, const IndexSlot& content) const {
+  const SlotBytes bytes = encodeSlot(content);
+  return hasWritten(writeAt(idxFd_, {bytes.data(), bytes.size()}, offsetInIndex(slot)), bytes.size());
+}
+
+bool StoreFiles::writeBlob(unsigned int offset, Bytes first, Bytes second) const {
+  const ssize_t written = writeAt(dataFd_, first, second, static_cast<off_t>(offset));
+  if (hasWritten(written, first.size + second.size)) return true;
+  if (written < 0 && isSeekError(errno)) printLine("STORE: writeMsg lseek failed");
+  else if (written < static_cast<ssize_t>(kLengthBytes)) printLine("STORE: writeMsg write header failed");
+  else printLine("STORE: writeMsg write failed");
+  return false;
+}
+
+bool StoreFiles::tryWriteBlob(unsigned int offset, Bytes blob) const {
+  return hasWritten(writeAt(dataFd_, blob, static_cast<off_t>(offset)), blob.size);
+}
+
+message StoreFiles::readBlob(unsigned int offset, unsigned int expectedBytes) const {
+  BlobBuffer blob;
+  const std::size_t first = std::clamp<std::size_t>(expectedBytes, kLengthBytes, kLongestBlob);
+  ssize_t got = readAt(dataFd_, blob.reserve(first, 0), first, static_cast<off_t>(offset));
   if (got < 0 && isSeekError(errno)) return unreadable("STORE: readMsg lseek failed");
   if (got < static_cast<ssize_t>(kLengthBytes)) return unreadable("STORE: readMsg read header failed");
 
-  const unsigned int length = decodeLength(record.bytes(), ByteOrder::kLittle);
+  const unsigned int length = decodeLength(blob.bytes(), ByteOrder::kLittle);
   if (length < kLengthBytes) {
-    reportStore("STORE: readMsg invalid header: msg len ", length);
+    printLine("STORE: readMsg invalid header: msg len ", length);
     return message();
   }
   if (length > first) {
-    unsigned char* rest = record.reserve(length, first) + first;
+    unsigned char* rest = blob.reserve(length, first) + first;
     got += std::max<ssize_t>(
         0, readAt(dataFd_, rest, length - first, static_cast<off_t>(offset) + static_cast<off_t>(first)));
   }
   if (got < static_cast<ssize_t>(length)) return unreadable("STORE: readMsg read failed");
-  return message(record.bytes() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));
+  return message(blob.bytes() + kLengthBytes, length - static_cast<unsigned int>(kLengthBytes));
 }
 
 }  // namespace kl

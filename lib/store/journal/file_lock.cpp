@@ -1,9 +1,7 @@
 // The lock under which a store's files are changed.
 //
-// Whoever gets it first finishes what a killed process left half done (recovery.h).
-//
-// L1  there is one descriptor of the lock file while the lock is held
-// L2  a hold that failed is reported by the first bracket inside it; each further one tries anew
+// SL1  there is one descriptor of the lock file while the lock is held
+// SL2  a hold that failed is reported by the first bracket inside it; each further one tries anew
 
 #include "store/journal/file_lock.h"
 
@@ -11,8 +9,7 @@
 #include <unistd.h>
 
 #include "base/file_io.h"
-#include "store/journal/journal.h"
-#include "store/report.h"
+#include "base/report.h"
 
 namespace kl {
 namespace {
@@ -29,14 +26,6 @@ bool changeLock(int fd, short type) {
 void FileLock::acquire() {
   fd_ = openFile(path_.c_str(), O_RDWR | O_CREAT);
   isHeld_ = changeLock(fd_, F_WRLCK);
-  durableBytes_ = isHeld_ ? recoverChange(basePath_, fd_) : 0;
-}
-
-// A record that cannot be cut off is spoilt: carried out later, it would undo what came after it.
-void FileLock::dropRecords(std::size_t keepBytes) {
-  durableBytes_ = keepBytes;
-  if (::ftruncate(fd_, static_cast<off_t>(keepBytes)) != 0)
-    (void)writeAt(fd_, {"\0\0\0\0", 4}, static_cast<off_t>(keepBytes));
 }
 
 bool FileLock::release() {
@@ -44,36 +33,36 @@ bool FileLock::release() {
   return changeLock(fd_, F_UNLCK);
 }
 
-LockHold::LockHold(FileLock& lock) : lock_(lock), isOuter_(!lock.isHeld_ && !lock.isUnreported_) {
-  if (!isOuter_) return;
+LockHold::LockHold(FileLock& lock) : LockScope(lock, !lock.isHeld_ && !lock.isUnreported_) {
+  if (!isOutermost_) return;
   lock_.acquire();
   isMine_ = lock_.isHeld_;
   lock_.isUnreported_ = !isMine_;
 }
 
 LockHold::~LockHold() {
-  if (!isOuter_ || (!isMine_ && !lock_.isUnreported_)) return;
+  if (!isOutermost_ || (!isMine_ && !lock_.isUnreported_)) return;
   lock_.isUnreported_ = false;
   if (isMine_ && !lock_.release()) {
-    reportStore("STORE: unlock fnctl failed");
+    printLine("STORE: unlock fnctl failed");
     ::close(lock_.fd_);
   }
   ::close(lock_.fd_);
 }
 
-LockBracket::LockBracket(FileLock& lock) : lock_(lock), isOuter_(!lock.isHeld_) {
-  if (!isOuter_) return;
+LockBracket::LockBracket(FileLock& lock) : LockScope(lock, !lock.isHeld_) {
+  if (!isOutermost_) return;
   outerFd_ = lock_.fd_;
   if (!lock_.isUnreported_) lock_.acquire();
   lock_.isUnreported_ = false;
-  if (lock_.fd_ < 0) reportStore("STORE: lock open failed");
-  if (!lock_.isHeld_) reportStore("STORE: lock fnctl failed");
+  if (lock_.fd_ < 0) printLine("STORE: lock open failed");
+  if (!lock_.isHeld_) printLine("STORE: lock fnctl failed");
 }
 
 LockBracket::~LockBracket() {
-  if (!isOuter_) return;
+  if (!isOutermost_) return;
   if (!lock_.release()) {
-    reportStore("STORE: unlock fnctl failed");
+    printLine("STORE: unlock fnctl failed");
     // Kept on purpose: the descriptor is closed here and once more below, where that has no effect.
     // Held by StoreFileLock.ALockFileThatCannotBeOpenedIsReportedAndTheWorkGoesOn.
     ::close(lock_.fd_);

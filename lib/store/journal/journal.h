@@ -1,21 +1,85 @@
 #pragma once
-// journal.h: finishes what a process that was killed left half done.
+// journal.h: what the lock file of a store holds: notes of a change that is under way, for whoever comes after a kill.
 
 #include <cstddef>
 #include <string>
 
+#include "store/files/store_files.h"
+#include "store/journal/file_lock.h"
+#include "store/journal/journal_entries.h"
+
 namespace kl {
 
-// Needs: the lock of this store, of which `lockFd` is the file.  Carries out a whole intent or commit record that
-// stands there, drops a partial one, and says how many bytes a durable record takes at the start of the file:
-// nothing else is left in it.  Prints nothing.  Cost: one system call if there is nothing to do.
-std::size_t recoverChange(const std::string& basePath, int lockFd);
+// The journal of one store.  It is empty at rest.  Whoever takes the lock calls recover() before anything else; every
+// other operation needs the lock, and does nothing worse than nothing without it.
+//
+// Errors:    without a word; an entry that cannot be written whole is taken back.
+// Cost:      recovery one system call if there is nothing to do; an entry one to write it and one to take it back.
+class Journal {
+ public:
+  // With `survivesPowerLoss` it keeps the lengths that both files are known to have on disk.
+  Journal(const std::string& basePath, bool survivesPowerLoss)
+      : path_(basePath), lock_(basePath), survivesPowerLoss_(survivesPowerLoss) {}
 
-// Needs: the lock.  Cuts both files back to the lengths that a durable record names if they disagree with each
-// other, makes them durable, and empties the lock file.  False if no record was there, or one of other files.
-bool recoverLengths(const std::string& basePath, int lockFd);
+  FileLock& lock() { return lock_; }
+  bool survivesPowerLoss() const { return survivesPowerLoss_; }
 
-// Whether every slot of the index has a size, and all sizes add up to the length of the data file.
-bool filesAgree(const std::string& idxPath, const std::string& dataPath);
+  // --- Recovery (recovery.cpp)
+
+  // Finishes what a process that was killed left half done, if `scope` has taken the lock just now.
+  void recover(const LockScope& scope);
+  // The rest of it, which only a store that is opened may do: cuts back files that a loss of power made disagree, and
+  // finishes or removes the new files of a compaction.
+  void recoverFiles();
+
+  // --- One change
+
+  // Notes what is about to be written.  False if there is no room for that.
+  bool note(Intent& intent);
+  // Where there was no room for an intent: how many slots there were before a change that adds some.
+  void noteEnd(const FileLengths& before);
+  // Drops the intent of a change that is complete, and what an incomplete note left.
+  void withdraw() { cutBackTo(durableBytes_); }
+
+  // --- Lengths that survive a loss of power
+
+  // Before the first slot behind a flush is appended: the lengths that the flush made durable.
+  void noteLengths(const StoreFiles& files, const FileLengths& lengths);
+  // Both files were synced.
+  void dropLengths();
+
+  // --- New files
+
+  enum class Replaced {
+    kNone,  // the old files are still there
+    kBoth,
+    kInPart,  // they do not belong together any more
+  };
+  // Notes that both new files are whole, and renames them over the old ones.
+  Replaced replaceFiles(const FileIds& fresh);
+  // Leaves nothing in it: the files have become others.
+  void clear();
+  // Makes the names of the files durable.
+  void syncFolder() const;
+
+ private:
+  std::size_t recoverChange() const;
+  bool recoverLengths() const;
+  void finishRenames() const;
+  void cutBackTo(std::size_t bytes);
+  void cutDurablyBackTo(std::size_t bytes);
+
+  std::string path_;
+  FileLock lock_;
+  const bool survivesPowerLoss_;
+  std::size_t durableBytes_ = 0;   // at the start of the lock file, of the entry of durable lengths
+  bool areLengthsDurable_ = true;  // those that the files had at the last flush
+};
+
+// Renames the new file over the old one; a new index that cannot be renamed is copied over the old one.
+bool putDataInPlace(const std::string& basePath);
+bool putIndexInPlace(const std::string& basePath);
+// Removes what a compaction left that did not come to its commit.
+void removeNewFiles(const std::string& basePath);
 
 }  // namespace kl

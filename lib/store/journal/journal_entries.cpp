@@ -1,15 +1,15 @@
-// The records that the lock file holds while something is under way.
+// The entries that the journal of a store holds while something is under way, as bytes.
 //
-//     every record              | intent, from 12 on          | each of its steps
+//     every entry               | intent, from 12 on          | each of its steps
 //     offset size               | offset size                 | size
-//          0    4  magic        |     12    8  inode of P.idx |    4  what to do (Step)
-//          4    4  length       |     20    8  inode of P.dat |    8  place in the file, or a length
+//          0    4  magic        |     12    8  inode of P.idx |    4  what to do (Kind)
+//          4    4  length       |     20    8  inode of P.dat |    8  offset in the file, or a length
 //          8    4  checksum     |     28    8  length of P.idx|    4  number of bytes
 //         12       body         |     36    8  length of P.dat|       the bytes
 //                               |     44       steps          |
 //
-// A commit's body is the two inodes; a durable record's the two inodes and the two lengths.  The length counts the
-// whole record, the checksum its body.  Little-endian.
+// A commit's body is the two inodes; that of durable lengths the two inodes and the two lengths.  The length counts the
+// whole entry, the checksum its body.  Little-endian.
 //
 // The checksum takes the body as numbers of 64 bits, the last one filled up with zeros, and deals them to four sums in
 // turn, so that a processor works on four at a time.  All sums begin as 0; a number n makes a sum s into
@@ -31,8 +31,8 @@ namespace {
 constexpr std::size_t kHeaderBytes = 12;
 constexpr std::size_t kBodyBytes = 32;
 constexpr std::size_t kStepBytes = 16;
-// Four index records and the step of a record: no change of one entry has more.
-constexpr std::size_t kUsualHeadBytes = kHeaderBytes + kBodyBytes + 5 * kStepBytes + 4 * kSlotRecordBytes;
+// Four slots and the step of a blob: no change of one store entry has more.
+constexpr std::size_t kUsualHeadBytes = kHeaderBytes + kBodyBytes + 5 * kStepBytes + 4 * kSlotBytes;
 constexpr unsigned int kIntentMagic = 0x4e494c4b;   // "KLIN"
 constexpr unsigned int kCommitMagic = 0x4f434c4b;   // "KLCO"
 constexpr unsigned int kDurableMagic = 0x55444c4b;  // "KLDU"
@@ -126,8 +126,8 @@ void putHeader(unsigned char* to, unsigned int magic, std::size_t length, unsign
   storeLe32(to + 8, sum);
 }
 
-// The length of the whole record that the bytes begin with; 0 if there is none.
-std::size_t wholeRecord(const unsigned char* bytes, std::size_t size, unsigned int magic) {
+// The length of the whole entry that the bytes begin with; 0 if there is none.
+std::size_t wholeEntry(const unsigned char* bytes, std::size_t size, unsigned int magic) {
   if (size < kHeaderBytes || loadLe32(bytes) != magic) return 0;
   const std::size_t length = loadLe32(bytes + 4);
   if (length < kHeaderBytes || length > size) return 0;
@@ -144,48 +144,48 @@ Intent::Intent(const FileIds& ids) : ids_(ids) {
 
 void Intent::cutBackTo(const FileLengths& before) { putBody(&head_[kHeaderBytes], ids_, before); }
 
-void Intent::extendData(unsigned long long length) { addStep(Step::kExtend, length, 0); }
+void Intent::extendData(unsigned long long length) { addStep(Kind::kExtend, length, 0); }
 
-void Intent::writeRecord(unsigned int offset, Bytes record) {
-  addStep(Step::kWriteData, offset, record.size);
-  record_ = record;
+void Intent::writeBlob(unsigned int offset, Bytes blob) {
+  addStep(Kind::kWriteData, offset, blob.size);
+  blob_ = blob;
 }
 
-bool Intent::write(int lockFd, std::size_t place) {
+bool Intent::write(int lockFd, std::size_t offset) {
   Checksum sum;
   sum.add(&head_[kHeaderBytes], head_.size() - kHeaderBytes);
-  sum.add(record_.data, record_.size);
-  const std::size_t length = head_.size() + record_.size;
+  sum.add(blob_.data, blob_.size);
+  const std::size_t length = head_.size() + blob_.size;
   putHeader(head_.data(), kIntentMagic, length, sum.value());
-  return hasWritten(writeAt(lockFd, {head_.data(), head_.size()}, record_, static_cast<off_t>(place)),
-                    length);
+  return hasWritten(writeAt(lockFd, {head_.data(), head_.size()}, blob_, static_cast<off_t>(offset)), length);
 }
 
-void Intent::addSlot(Step step, unsigned int slot, const SlotRecord& record) {
-  const SlotBytes bytes = encodeSlot(record);
-  addStep(step, static_cast<unsigned long long>(slot) * kSlotRecordBytes, bytes.size());
+void Intent::addSlot(Kind kind, unsigned int slot, const IndexSlot& content) {
+  const SlotBytes bytes = encodeSlot(content);
+  addStep(kind, static_cast<unsigned long long>(offsetInIndex(slot)), bytes.size());
   head_.insert(head_.end(), bytes.begin(), bytes.end());
 }
 
-void Intent::addStep(Step step, unsigned long long place, std::size_t size) {
+void Intent::addStep(Kind kind, unsigned long long offset, std::size_t size) {
   const std::size_t start = head_.size();
   head_.resize(start + kStepBytes);
-  storeLe32(&head_[start], static_cast<std::uint32_t>(step));
-  storeLe64(&head_[start + 4], place);
+  storeLe32(&head_[start], static_cast<std::uint32_t>(kind));
+  storeLe64(&head_[start + 4], offset);
   storeLe32(&head_[start + 12], static_cast<std::uint32_t>(size));
 }
 
 bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
-  const std::size_t length = wholeRecord(bytes, size, kIntentMagic);
+  const std::size_t length = wholeEntry(bytes, size, kIntentMagic);
   if (length < kHeaderBytes + kBodyBytes) return false;
   getBody(bytes + kHeaderBytes, ids_, before_);
-  items_.clear();
+  steps_.clear();
   for (std::size_t at = kHeaderBytes + kBodyBytes; at < length;) {
     if (length - at < kStepBytes) return false;
     const std::size_t count = loadLe32(bytes + at + 12);
-    if (count > length - at - kStepBytes || loadLe32(bytes + at) > static_cast<unsigned int>(Step::kRestore))
+    if (count > length - at - kStepBytes ||
+        loadLe32(bytes + at) > static_cast<unsigned int>(Intent::Kind::kRestore))
       return false;
-    items_.push_back({static_cast<Step>(loadLe32(bytes + at)),
+    steps_.push_back({static_cast<Intent::Kind>(loadLe32(bytes + at)),
                       loadLe64(bytes + at + 4),
                       {bytes + at + kStepBytes, count}});
     at += kStepBytes + count;
@@ -208,7 +208,7 @@ CommitBytes encodeCommit(const FileIds& fresh) {
 }
 
 bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) {
-  if (wholeRecord(bytes, size, kCommitMagic) != CommitBytes().size()) return false;
+  if (wholeEntry(bytes, size, kCommitMagic) != CommitBytes().size()) return false;
   fresh = {loadLe64(bytes + kHeaderBytes), loadLe64(bytes + kHeaderBytes + 8)};
   return true;
 }
@@ -221,9 +221,13 @@ DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths) {
 }
 
 bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids, FileLengths& lengths) {
-  if (wholeRecord(bytes, size, kDurableMagic) != kDurableBytes) return false;
+  if (wholeEntry(bytes, size, kDurableMagic) != kDurableBytes) return false;
   getBody(bytes + kHeaderBytes, ids, lengths);
   return true;
+}
+
+std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size) {
+  return size >= kHeaderBytes && loadLe32(bytes) == kDurableMagic ? loadLe32(bytes + 4) : 0;
 }
 
 }  // namespace kl

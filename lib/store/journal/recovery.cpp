@@ -2,13 +2,18 @@
 //
 //     the lock file holds        and that is what happens
 //     nothing                    nothing
-//     part of a record           it is dropped: the files were not touched yet
+//     part of an entry           it is dropped: the files were not touched yet
 //     a whole intent             its steps are carried out (again), then it is dropped
 //     zeros                      what is behind so many slots is cut off if it is not whole
-//     a whole commit             the new files that are still there take the old ones' places
-//     a durable record           stays, except when a store is opened: if the files disagree they are cut back
+//     a whole commit             the new files that are still there are renamed over the old ones
+//     durable lengths            stay, except when a store is opened: if the files disagree they are cut back
 //
-// A step that was done already may be done again: it writes the same bytes at the same place.
+// SR1  a step that was done already may be done again: it writes the same bytes at the same offset
+// SR2  a journal entry is void for files that took the names of those that it is about
+// SR3  the old files stay both or go both
+//
+// Held by StoreKills.AKilledOpenerLeavesTheWorkToTheNext, StoreRecovery.AnIntentForFilesThatAreGoneIsDropped and
+// StoreRecovery.ACommitWhoseDataFileStaysWhereItIsLeavesTheOldFiles.
 
 #include "store/journal/journal.h"
 
@@ -16,7 +21,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <set>
 #include <vector>
 
@@ -24,8 +28,6 @@
 #include "base/file_io.h"
 #include "store/files/format.h"
 #include "store/files/index_reader.h"
-#include "store/journal/journal_entries.h"
-#include "store/space/new_files.h"
 
 namespace kl {
 namespace {
@@ -43,8 +45,8 @@ std::vector<unsigned char> contentOf(int fd) {
 
 FileIds idsOf(int idx, int data) { return {inodeOf(idx), inodeOf(data)}; }
 
-bool writeBytes(int fd, const IntentReader::Item& item) {
-  return hasWritten(writeAt(fd, item.bytes, static_cast<off_t>(item.place)), item.bytes.size);
+bool writeBytes(int fd, const Intent::Step& step) {
+  return hasWritten(writeAt(fd, step.bytes, static_cast<off_t>(step.offset)), step.bytes.size);
 }
 
 bool extend(int data, unsigned long long length) {
@@ -52,12 +54,12 @@ bool extend(int data, unsigned long long length) {
   return now >= static_cast<long long>(length) || ::ftruncate(data, static_cast<off_t>(length)) == 0;
 }
 
-bool carryOut(const IntentReader::Item& item, int idx, int data) {
-  switch (item.step) {
-    case Step::kWriteIdx: return writeBytes(idx, item);
-    case Step::kWriteData: return writeBytes(data, item);
-    case Step::kExtend: return extend(data, item.place);
-    case Step::kRestore: break;
+bool carryOut(const Intent::Step& step, int idx, int data) {
+  switch (step.kind) {
+    case Intent::Kind::kWriteIdx: return writeBytes(idx, step);
+    case Intent::Kind::kWriteData: return writeBytes(data, step);
+    case Intent::Kind::kExtend: return extend(data, step.offset);
+    case Intent::Kind::kRestore: break;
   }
   return true;
 }
@@ -68,8 +70,8 @@ void cutTo(int fd, unsigned long long length) {
 
 // There was no room for the change: the files become what they were before it.
 void takeBack(const IntentReader& intent, int idx, int data) {
-  for (const IntentReader::Item& item : intent.items())
-    if (item.step == Step::kRestore) (void)writeBytes(idx, item);
+  for (const Intent::Step& step : intent.steps())
+    if (step.kind == Intent::Kind::kRestore) (void)writeBytes(idx, step);
   cutTo(idx, intent.before().idx);
   cutTo(data, intent.before().data);
 }
@@ -78,8 +80,8 @@ void redo(const IntentReader& intent, const std::string& basePath) {
   const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
   const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
   if (!idx || !data || !(idsOf(idx.fd(), data.fd()) == intent.ids())) return;
-  for (const IntentReader::Item& item : intent.items())
-    if (!carryOut(item, idx.fd(), data.fd())) return takeBack(intent, idx.fd(), data.fd());
+  for (const Intent::Step& step : intent.steps())
+    if (!carryOut(step, idx.fd(), data.fd())) return takeBack(intent, idx.fd(), data.fd());
 }
 
 // The slots behind the first `count` stay if the files agree and no entry is there twice.
@@ -92,67 +94,85 @@ void cutBackToSlots(const std::string& basePath, unsigned long long count) {
   bool isWhole = filesAgree(basePath + ".idx", basePath + ".dat");
   IndexReader index(idx.fd());
   for (const unsigned char* bytes = index.next(); bytes != nullptr; bytes = index.next(), ++slots) {
-    const SlotRecord record = decodeSlot(bytes, ByteOrder::kLittle);
-    if (slots < count) bytesBefore += record.size;
-    const bool isRepeated = !record.isFree() && !ids.insert(record.id).second;
+    const IndexSlot slot = decodeSlot(bytes, ByteOrder::kLittle);
+    if (slots < count) bytesBefore += slot.size;
+    const bool isRepeated = !slot.isFree() && !ids.insert(slot.id).second;
     if (isRepeated && slots >= count) isWhole = false;
   }
   if (isWhole || slots < count) return;
-  cutTo(idx.fd(), count * kSlotRecordBytes);
+  cutTo(idx.fd(), count * kSlotBytes);
   cutTo(data.fd(), bytesBefore);
+}
+
+// The index keeps its old file where the data file does (SR3).
+void finishCommit(const std::string& basePath, const FileIds& fresh) {
+  if (inodeOfPath(basePath + ".dat.new") == fresh.data && !putDataInPlace(basePath)) return;
+  if (inodeOfPath(basePath + ".idx.new") == fresh.idx) (void)putIndexInPlace(basePath);
 }
 
 }  // namespace
 
-std::size_t recoverChange(const std::string& basePath, int lockFd) {
-  if (::lseek(lockFd, 0, SEEK_END) <= 0) return 0;  // the cheapest look at a file's length
+void Journal::recover(const LockScope& scope) {
+  if (scope.isOutermost()) durableBytes_ = lock_.isHeld() ? recoverChange() : 0;
+}
 
-  const std::vector<unsigned char> content = contentOf(lockFd);
+void Journal::recoverFiles() {
+  const bool areOldFiles = recoverLengths();
+  durableBytes_ = 0;
+  if (!areOldFiles) finishRenames();
+  removeNewFiles(path_);
+}
+
+// Says how many bytes durable lengths take at the start of the lock file: nothing else is left in it.
+std::size_t Journal::recoverChange() const {
+  if (::lseek(lock_.fd(), 0, SEEK_END) <= 0) return 0;  // the cheapest look at a file's length
+
+  const std::vector<unsigned char> content = contentOf(lock_.fd());
   FileIds ids;
   FileLengths lengths;
   const std::size_t durable = decodeDurable(content.data(), content.size(), ids, lengths) ? kDurableBytes : 0;
   const unsigned char* rest = content.data() + durable;
   const std::size_t restBytes = content.size() - durable;
   IntentReader intent;
-  if (intent.read(rest, restBytes)) redo(intent, basePath);
-  else if (decodeCommit(rest, restBytes, ids)) NewFiles::finishCommit(basePath, ids);
-  else if (const long long slots = decodeEndMark(rest, restBytes); slots >= 0)
-    cutBackToSlots(basePath, static_cast<unsigned long long>(slots));
-  if (restBytes > 0 || durable == 0) (void)::ftruncate(lockFd, static_cast<off_t>(durable));
+  if (intent.read(rest, restBytes)) {
+    redo(intent, path_);
+  } else if (decodeCommit(rest, restBytes, ids)) {
+    finishCommit(path_, ids);
+    syncFolder();
+  } else if (const long long slots = decodeEndMark(rest, restBytes); slots >= 0) {
+    cutBackToSlots(path_, static_cast<unsigned long long>(slots));
+  }
+  if (restBytes > 0 || durable == 0) (void)::ftruncate(lock_.fd(), static_cast<off_t>(durable));
   return durable;
 }
 
-bool recoverLengths(const std::string& basePath, int lockFd) {
-  const std::vector<unsigned char> content = contentOf(lockFd);
+// Cuts both files back to the durable lengths if they disagree, makes them durable, and empties the lock file.  False if
+// it has no lengths, or those of other files.
+bool Journal::recoverLengths() const {
+  const std::vector<unsigned char> content = contentOf(lock_.fd());
   FileIds ids;
   FileLengths lengths;
   if (!decodeDurable(content.data(), content.size(), ids, lengths)) return false;
-  const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
-  const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
+  const Descriptor idx((path_ + ".idx").c_str(), O_RDWR);
+  const Descriptor data((path_ + ".dat").c_str(), O_RDWR);
   const bool isOfThese = idx && data && idsOf(idx.fd(), data.fd()) == ids;
-  if (isOfThese && !filesAgree(basePath + ".idx", basePath + ".dat")) {
+  if (isOfThese && !filesAgree(path_ + ".idx", path_ + ".dat")) {
     cutTo(idx.fd(), lengths.idx);
     cutTo(data.fd(), lengths.data);
   }
   (void)::fsync(idx.fd());
   (void)::fsync(data.fd());
-  (void)::ftruncate(lockFd, 0);
-  (void)::fsync(lockFd);
+  (void)::ftruncate(lock_.fd(), 0);
+  (void)::fsync(lock_.fd());
   return isOfThese;
 }
 
-bool filesAgree(const std::string& idxPath, const std::string& dataPath) {
-  const Descriptor idx(idxPath.c_str(), O_RDONLY);
-  struct stat data;
-  if (!idx || ::stat(dataPath.c_str(), &data) != 0) return false;
-  unsigned long long sum = 0;
-  IndexReader index(idx.fd());
-  while (const unsigned char* bytes = index.next()) {
-    const unsigned int size = decodeSlot(bytes, ByteOrder::kLittle).size;
-    if (size == 0) return false;  // a record that was lost and left a hole
-    sum += size;
-  }
-  return index.end() == IndexReader::End::kReached && static_cast<unsigned long long>(data.st_size) == sum;
+// Finishes a compaction that had no room for its commit: a new index that is alone and fits the data file (SJ3).
+void Journal::finishRenames() const {
+  if (inodeOfPath(path_ + ".idx.new") == 0 || inodeOfPath(path_ + ".dat.new") != 0) return;
+  if (!filesAgree(path_ + ".idx.new", path_ + ".dat")) return;
+  (void)putIndexInPlace(path_);
+  syncFolder();
 }
 
 }  // namespace kl

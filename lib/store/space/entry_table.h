@@ -1,9 +1,10 @@
 #pragma once
-// entry_table.h: where the record of each entry lies, found without walking the map.
+// entry_table.h: where the blob of each entry lies, found without walking the map.
 
 #include <cstddef>
 #include <vector>
 
+#include "base/id_index.h"
 #include "store/files/format.h"
 
 namespace kl {
@@ -13,29 +14,34 @@ namespace kl {
 //
 // Errors:    none.
 // Threads:   belongs to its store.
-// Cost:      constant time; at most two thirds of the places are in use, 12 bytes each.
-class RecordPlaces {
+// Cost:      constant time; at most half of the rows are in use, 12 bytes each.
+class EntryTable {
  public:
-  struct Place {
-    unsigned int id = kFreeId;  // which no entry has: nobody's
-    unsigned int offset = 0;    // of the slot in the data file, in bytes
-    unsigned int size = 0;      // of the slot in bytes
+  struct Row {
+    unsigned int entry = kFreeId;  // the id, which no entry has while the row is free
+    unsigned int offset = 0;       // of the slot in the data file, in bytes
+    unsigned int size = 0;         // of the slot in bytes
+
+    unsigned int id() const { return entry; }
+    bool isFree() const { return entry == kFreeId; }
   };
 
+  EntryTable() = default;
+  EntryTable(const EntryTable&) = delete;
+  EntryTable& operator=(const EntryTable&) = delete;
+
   // A new one, or in place of what the id had.
-  void put(const Place& place);
+  void put(const Row& row);
   void erase(unsigned int id);
   // Null if there is none.  Valid until the next change.
-  const Place* find(unsigned int id) const;
+  const Row* find(unsigned int id) const { return rows_.empty() ? nullptr : index_.find(id); }
   void clear();
 
  private:
-  std::size_t homeOf(unsigned int id) const;
-  std::size_t behind(std::size_t at) const { return (at + 1) & (places_.size() - 1); }
-  std::size_t indexOf(unsigned int id) const;
   void grow();
 
-  std::vector<Place> places_;  // a power of two of them, or none
+  std::vector<Row> rows_;  // a power of two of them, or none
+  IdIndex<Row> index_;     // over rows_
   std::size_t used_ = 0;
 };
 

@@ -3,8 +3,8 @@
 // A slot joins the tree at its left or right edge and is found by descending where `largest` allows it, so no
 // position needs a number.  The tree is balanced by random priorities (a treap).
 //
-// F1  a node's `largest` is the largest size in its subtree
-// F2  no child has a higher priority than its parent
+// SF1  a node's `largest` is the largest size in its subtree
+// SF2  no child has a higher priority than its parent
 // Held by FreeSlotsModel.ChoosesAsAPlainListDoes.
 
 #include "store/space/free_slots.h"
@@ -26,12 +26,16 @@ void FreeSlots::pushBack(const Store::Entry& entry, bool counted) {
 bool FreeSlots::takeFirstFit(unsigned int needBytes, Slot& taken) {
   if (largestIn(root_) < needBytes || root_ == kNone) return false;
   root_ = removeFirstFit(root_, needBytes, taken);
+  --count_;
+  bytes_ -= taken.entry.size;
   return true;
 }
 
 void FreeSlots::clear() {
   nodes_.clear();
   root_ = unused_ = kNone;
+  count_ = 0;
+  bytes_ = 0;
 }
 
 std::vector<FreeSlots::Slot> FreeSlots::inOrder() const {
@@ -41,6 +45,8 @@ std::vector<FreeSlots::Slot> FreeSlots::inOrder() const {
 }
 
 FreeSlots::Index FreeSlots::newNode(const Store::Entry& entry, bool counted) {
+  ++count_;
+  bytes_ += entry.size;
   const Node node{{entry, counted}, entry.size, nextPriority(), kNone, kNone};
   if (unused_ == kNone) {
     nodes_.push_back(node);

@@ -1,6 +1,7 @@
 #pragma once
 // free_slots.h: the free slots of a store in their order, and the first of them that is large enough.
 
+#include <cstddef>
 #include <vector>
 
 #include "kl/store.h"
@@ -26,6 +27,10 @@ class FreeSlots {
   bool takeFirstFit(unsigned int needBytes, Slot& taken);
 
   void clear();
+
+  std::size_t count() const { return count_; }
+  // The sizes of all of them.
+  unsigned long long bytes() const { return bytes_; }
 
   // The slots in their order; for tests.
   std::vector<Slot> inOrder() const;
@@ -53,6 +58,8 @@ class FreeSlots {
   std::vector<Node> nodes_;
   Index root_ = kNone;
   Index unused_ = kNone;  // nodes without a slot, linked by `left`
+  std::size_t count_ = 0;
+  unsigned long long bytes_ = 0;
   unsigned int seed_ = 0x9E3779B9;
 };
 

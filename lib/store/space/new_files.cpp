@@ -1,29 +1,36 @@
 // The pair of files that a compaction writes beside the old ones.
 //
-// Both are synced, then a record in the lock file says that they are whole, then they are renamed.  Without the record
-// the old pair counts, with it the new one.  If there is no room for it, a new index that is left alone tells the same: the
-// new data file is made before it, removed behind it, and renamed before it.
+// Their room is reserved before anything is written or given up: on a disk that is nearly full the old files stay.  Both
+// are synced, then the journal notes that they are whole, then they are renamed.  Without that note the old pair counts,
+// with it the new one.  If there is no room for it, a new index that is left alone tells the same: the new data file is
+// made before it, removed behind it, and renamed before it.
+// Held by StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay.
 
 #include "store/space/new_files.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
 #include <utility>
 
 #include "base/descriptor.h"
 #include "base/file_io.h"
-#include "store/journal/journal.h"
-#include "store/report.h"
+#include "base/report.h"
 
 namespace kl {
 namespace {
 
-bool putInPlace(const std::string& basePath, const char* suffix) {
-  const std::string name = basePath + suffix;
-  return std::rename((name + ".new").c_str(), name.c_str()) == 0;
+// A file system that cannot reserve room finds out when it is written to.
+bool reserve(int fd, unsigned long long bytes) {
+  if (bytes == 0) return true;
+  const int error = ::posix_fallocate(fd, 0, static_cast<off_t>(bytes));
+  return error == 0 || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
+}
+
+bool cutTo(int fd, unsigned long long used, unsigned long long room) {
+  return used >= room || lengthOf(fd) <= static_cast<long long>(used) ||
+         ::ftruncate(fd, static_cast<off_t>(used)) == 0;
 }
 
 }  // namespace
@@ -31,62 +38,39 @@ bool putInPlace(const std::string& basePath, const char* suffix) {
 NewFiles::~NewFiles() {
   if (idxFd_ >= 0) ::close(idxFd_);
   if (dataFd_ >= 0) ::close(dataFd_);
-  if (!areInPlace_) removeLeftOvers(path_);
+  if (!areInPlace_) removeNewFiles(path_);
 }
 
-bool NewFiles::create() {
+bool NewFiles::create(const FileLengths& room) {
+  room_ = room;
   dataFd_ = openFile(name(".dat.new").c_str(), O_RDWR | O_CREAT | O_TRUNC);
-  if (dataFd_ < 0) {
-    reportStore("STORE: compact: could not open new data file");
+  if (dataFd_ < 0 || !reserve(dataFd_, room.data)) {
+    printLine("STORE: compact: could not open new data file");
     return false;
   }
   idxFd_ = openFile(name(".idx.new").c_str(), O_RDWR | O_CREAT | O_TRUNC);
-  if (idxFd_ < 0) reportStore("STORE: compact: could not open new index file");
-  return idxFd_ >= 0;
+  if (idxFd_ < 0 || !reserve(idxFd_, room.idx)) {
+    printLine("STORE: compact: could not open new index file");
+    return false;
+  }
+  return true;
 }
 
-bool NewFiles::commit(FileLock& lock, bool isSynced) {
+bool NewFiles::trim(const FileLengths& used) const {
+  return cutTo(dataFd_, used.data, room_.data) && cutTo(idxFd_, used.idx, room_.idx);
+}
+
+Journal::Replaced NewFiles::commit(Journal& journal) {
   (void)::fsync(idxFd_);
   (void)::fsync(dataFd_);
-  if (isSynced) syncFolder(path_);  // the new names, before anything relies on them
-  if (lock.isHeld()) {
-    const CommitBytes record = encodeCommit({inodeOf(idxFd_), inodeOf(dataFd_)});
-    (void)writeAt(lock.fd(), {record.data(), record.size()}, static_cast<off_t>(lock.durableBytes()));
-    if (isSynced) (void)::fsync(lock.fd());
-  }
-  areInPlace_ = putInPlace(path_, ".dat") && putInPlace(path_, ".idx");
-  syncFolder(path_);
-  if (lock.isHeld()) {
-    lock.dropRecords(0);
-    if (isSynced) (void)::fsync(lock.fd());
-  }
-  return areInPlace_;
-}
-
-void NewFiles::finishCommit(const std::string& basePath, const FileIds& ids) {
-  if (inodeOfPath(basePath + ".dat.new") == ids.data) (void)putInPlace(basePath, ".dat");
-  if (inodeOfPath(basePath + ".idx.new") == ids.idx) (void)putInPlace(basePath, ".idx");
-  syncFolder(basePath);
-}
-
-void NewFiles::finishRenames(const std::string& basePath) {
-  if (inodeOfPath(basePath + ".idx.new") == 0 || inodeOfPath(basePath + ".dat.new") != 0) return;
-  if (!filesAgree(basePath + ".idx.new", basePath + ".dat")) return;
-  (void)putInPlace(basePath, ".idx");
-  syncFolder(basePath);
-}
-
-// The data file last, so that a new index is never left alone.
-void NewFiles::removeLeftOvers(const std::string& basePath) {
-  (void)::unlink((basePath + ".idx.new").c_str());
-  (void)::unlink((basePath + ".dat.new").c_str());
-}
-
-void NewFiles::syncFolder(const std::string& basePath) {
-  const std::size_t slash = basePath.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : basePath.substr(0, slash + 1);
-  const Descriptor opened(folder.c_str(), O_RDONLY | O_DIRECTORY);
-  if (opened) (void)::fsync(opened.fd());
+  const unsigned long long freshIndex = inodeOf(idxFd_);
+  const Journal::Replaced replaced = journal.replaceFiles({freshIndex, inodeOf(dataFd_)});
+  areInPlace_ = replaced == Journal::Replaced::kBoth;
+  const bool isIndexCopied = areInPlace_ && inodeOfPath(name(".idx")) != freshIndex;
+  if (isIndexCopied) ::close(takeIdx());
+  if (replaced == Journal::Replaced::kNone) printLine("STORE: compact: could not open new data file");
+  if (replaced == Journal::Replaced::kInPart) printLine("STORE: compact write failed");
+  return replaced;
 }
 
 int NewFiles::takeIdx() { return std::exchange(idxFd_, -1); }

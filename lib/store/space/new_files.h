@@ -3,12 +3,12 @@
 
 #include <string>
 
-#include "store/journal/file_lock.h"
-#include "store/journal/journal_entries.h"
+#include "store/files/store_files.h"
+#include "store/journal/journal.h"
 
 namespace kl {
 
-// P.dat.new and P.idx.new.  They are removed again unless they took the places of P.dat and P.idx.
+// P.dat.new and P.idx.new.  They are removed again unless they took the names of P.dat and P.idx.
 class NewFiles {
  public:
   explicit NewFiles(const std::string& basePath) : path_(basePath) {}
@@ -16,23 +16,16 @@ class NewFiles {
   NewFiles& operator=(const NewFiles&) = delete;
   ~NewFiles();
 
-  // False, with a line, if one of the two cannot be made.
-  bool create();
+  // Makes both, with room for so many bytes.  False, with a line, if that cannot be had.
+  bool create(const FileLengths& room);
+  // Gives back what of the room was not needed.
+  bool trim(const FileLengths& used) const;
 
-  // Makes both durable and puts them in the places of the old files; killed half way through, whoever takes the
-  // lock next finishes it.  `isSynced`: that holds for a loss of power, too.  False if a file stayed where it was.
-  bool commit(FileLock& lock, bool isSynced);
+  // Makes both durable and lets them take the old ones' names; killed half way through, whoever takes the lock next
+  // finishes it.  Prints a line unless both did.
+  Journal::Replaced commit(Journal& journal);
 
-  // Finishes a commit of these files.  Needs: the lock.
-  static void finishCommit(const std::string& basePath, const FileIds& ids);
-  // The same for a compaction that had no room to say that its files are whole: the names tell.  Needs: the lock.
-  static void finishRenames(const std::string& basePath);
-  // Removes what a compaction that was killed before its commit left.  Needs: the lock.
-  static void removeLeftOvers(const std::string& basePath);
-  // Makes the files' names durable.
-  static void syncFolder(const std::string& basePath);
-
-  // Descriptors that are the caller's from here on.
+  // Descriptors that are the caller's from here on; -1 of an index that was copied over the old one.
   int takeIdx();
   int takeData();
 
@@ -45,6 +38,7 @@ class NewFiles {
   std::string path_;
   int idxFd_ = -1;
   int dataFd_ = -1;
+  FileLengths room_;
   bool areInPlace_ = false;
 };
 

@@ -11,10 +11,10 @@ namespace {
 
 using kl::message;
 using kl::Store;
+using kl::test::blobBytes;
 using kl::test::ChangingCalls;
 using kl::test::filled;
 using kl::test::linesOf;
-using kl::test::recordBytes;
 
 class StoreBloat : public kl::test::StoreFiles {
  protected:
@@ -22,15 +22,15 @@ class StoreBloat : public kl::test::StoreFiles {
     linesOf([this] { Store(path, 3); });
   }
 
-  // A message whose record takes that many bytes.
-  static message ofRecord(unsigned int bytes) {
+  // A message whose blob takes that many bytes.
+  static message ofBlob(unsigned int bytes) {
     unsigned int content = bytes;
-    while (recordBytes(filled(content)) > bytes) --content;
+    while (blobBytes(filled(content)) > bytes) --content;
     return filled(content);
   }
 
-  static void fill(Store& store, unsigned int count, unsigned int bytesOfRecord) {
-    for (unsigned int id = 0; id < count; ++id) store.set(id, ofRecord(bytesOfRecord));
+  static void fill(Store& store, unsigned int count, unsigned int bytesOfBlob) {
+    for (unsigned int id = 0; id < count; ++id) store.set(id, ofBlob(bytesOfBlob));
   }
   static void removeAll(Store& store, unsigned int count) {
     for (unsigned int id = 0; id < count; ++id) store.remove(id);
@@ -42,7 +42,7 @@ class StoreBloat : public kl::test::StoreFiles {
   std::size_t slotsBeside(unsigned int bytesOfEntry) {
     Store store(path, 3);
     store.restart();
-    store.set(100, ofRecord(bytesOfEntry));
+    store.set(100, ofBlob(bytesOfEntry));
     fill(store, 9, 100);
     EXPECT_EQ(dataBytes(), 900 + bytesOfEntry);
     removeAll(store, 9);
@@ -59,7 +59,7 @@ class StoreBloat : public kl::test::StoreFiles {
     fill(store, 1, 30);
     removeAll(store, 1);
     EXPECT_EQ(slots(), 1U);
-    store.set(100, ofRecord(5000));
+    store.set(100, ofBlob(5000));
     fill(store, 9, 30);
     removeAll(store, 9);
     EXPECT_EQ(slots(), 10U);  // 270 bytes of 5,270
@@ -75,9 +75,9 @@ TEST_F(StoreBloat, MoreThanAnEighthMustBeFree) {
 
 TEST_F(StoreBloat, OneByteMoreThanAnEighthIsBloated) {
   Store store(path, 3);
-  store.set(100, ofRecord(8 * 900 - 901));
+  store.set(100, ofBlob(8 * 900 - 901));
   fill(store, 8, 100);
-  store.set(8, ofRecord(101));
+  store.set(8, ofBlob(101));
   EXPECT_EQ(dataBytes(), 8U * 900);
   removeAll(store, 9);
   EXPECT_EQ(slots(), 1U);
@@ -88,7 +88,7 @@ TEST_F(StoreBloat, ASlotThatAGrownEntryLeftCountsAndTheSetThatGrewItLooks) {
   fill(store, 9, 30);
   fill(store, 8, 60);
   EXPECT_EQ(slots(), 17U);
-  store.set(8, ofRecord(60));
+  store.set(8, ofBlob(60));
   EXPECT_EQ(slots(), 9U);
 }
 
@@ -109,24 +109,24 @@ TEST_F(StoreBloat, ASetThatFailsDoesNotLook) {
   fill(store, 8, 60);
   {
     ChangingCalls calls;
-    calls.failWrite(4, ENOSPC);  // the announcement, the old slot, the new one, the record
-    EXPECT_EQ(linesOf([&] { store.set(8, ofRecord(60)); }), "STORE: writeMsg write header failed\n");
+    calls.failWrite(4, ENOSPC);  // the announcement, the old slot, the new one, the blob
+    EXPECT_EQ(linesOf([&] { store.set(8, ofBlob(60)); }), "STORE: writeMsg write header failed\n");
   }
   EXPECT_EQ(store.entries().size(), 8U);
   EXPECT_EQ(slots(), 18U);
-  store.set(20, ofRecord(90));  // one that succeeds does
+  store.set(20, ofBlob(90));  // one that succeeds does
   EXPECT_EQ(slots(), 9U);
 }
 
-TEST_F(StoreBloat, ARecordThatStaysInItsSlotDoesNotLook) {
+TEST_F(StoreBloat, ABlobThatStaysInItsSlotDoesNotLook) {
   linesOf([this] {
     Store store(path, 3);
     fill(store, 9, 30);
     fill(store, 8, 60);
     ChangingCalls calls;
     calls.failWrite(4, ENOSPC);
-    store.set(8, ofRecord(60));
-    store.set(0, ofRecord(60));
+    store.set(8, ofBlob(60));
+    store.set(0, ofBlob(60));
     store.touch(1, 7);
   });
   EXPECT_EQ(slots(), 18U);

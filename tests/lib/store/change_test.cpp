@@ -157,7 +157,7 @@ TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {
   EXPECT_TRUE(lockBytes().empty());
 }
 
-// Its index record was written, and there is no room for the rest when it is finished.
+// Its slot of the index was written, and there is no room for the rest when it is finished.
 TEST_F(StoreChange, AnAppendThatCannotBeFinishedIsTakenBack) {
   const auto killed = kl::test::runInChild([this] {
     Store store(path, 3);

@@ -100,7 +100,7 @@ TEST_F(StoreFaults, AfterAnAppendThatFailedTheStoreOpensAgain) {
     calls.failEveryWrite(3, ENOSPC);  // the announcement, the index, the data
     EXPECT_EQ(linesOf([&] { store.set(100, filled(500)); }), "STORE: writeMsg write header failed\n");
   }
-  EXPECT_EQ(kl::test::readFile(path + ".dat").size(), full + kl::test::recordBytes(filled(500)));
+  EXPECT_EQ(kl::test::readFile(path + ".dat").size(), full + kl::test::blobBytes(filled(500)));
   expectOpens(9);
 }
 
@@ -108,7 +108,7 @@ TEST_F(StoreFaults, ASlotThatTheIndexHadNoRoomForIsWrittenBeforeTheNext) {
   Store store(path, 3);
   for (unsigned int id = 0; id < 200; ++id) store.set(id, number(1));
   linesOfSet(store, 200, filled(300), 2400);
-  linesOfSet(store, 201, filled(200), 2400);  // into the slot of the first, which has no record yet
+  linesOfSet(store, 201, filled(200), 2400);  // into the slot of the first, which the index does not have yet
   expectOpens(200);
   store.set(202, filled(500));
   EXPECT_EQ(store.entries().at(202).slot, 201U);
@@ -152,7 +152,70 @@ TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {
   expectOpens(1);
 }
 
-// The index record of a slot that is left cannot be written, and neither can it be caught up with.
+// Compactions whose files may have at most so many bytes.
+class StoreCompactionRoom : public StoreFaults {
+ protected:
+  std::string linesOfCompaction(Store& store, rlim_t limit) {
+    return linesOf([&] {
+      const FileSizeLimit full(limit);
+      store.compact(false);
+    });
+  }
+
+  void expectEntries(std::size_t count) {
+    EXPECT_EQ(linesOf([&] { EXPECT_EQ(Store(path, 3).entries().size(), count); }), "");
+  }
+
+  kl::Runner loop;  // so that nothing is compacted by itself
+};
+
+TEST_F(StoreCompactionRoom, WithoutItForTheDataTheOldFilesStay) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 10; ++id) store.set(id, filled(500));
+  store.remove(3);
+  const std::string index = idx();
+  const std::string data = dat();
+  EXPECT_EQ(linesOfCompaction(store, 3000), "STORE: compact: could not open new data file\n");
+  EXPECT_EQ(idx(), index);
+  EXPECT_EQ(dat(), data);
+  store.set(3, filled(400));
+  EXPECT_EQ(store.entries().at(3).slot, 3U);
+  expectEntries(10);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3);
+}
+
+TEST_F(StoreCompactionRoom, WithoutItForTheIndexTheOldFilesStay) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 200; ++id) store.set(id, number(1));  // 2400 bytes of index, 1800 of data
+  store.remove(3);
+  EXPECT_EQ(linesOfCompaction(store, 2000), "STORE: compact: could not open new index file\n");
+  EXPECT_EQ(slots(), 200U);
+  expectEntries(199);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3);
+}
+
+TEST_F(StoreCompactionRoom, IsNeededOnlyForWhatIsInUse) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 10; ++id) store.set(id, filled(500));
+  for (unsigned int id = 0; id < 5; ++id) store.remove(id);
+  EXPECT_EQ(linesOfCompaction(store, 5 * kl::test::blobBytes(filled(500))), "");
+  EXPECT_EQ(slots(), 5U);
+  expectEntries(5);
+}
+
+// A slot that the index file still has under its id, though its entry is gone, has its room in vain.
+TEST_F(StoreCompactionRoom, ThatWasNotNeededIsGivenBack) {
+  Store store(path, 3);
+  for (unsigned int id = 0; id < 3; ++id) store.set(id, filled(500));
+  Store other(path, 3);
+  other.remove(1);
+  EXPECT_EQ(linesOfCompaction(store, 10000), "");
+  EXPECT_EQ(slots(), 2U);
+  EXPECT_EQ(kl::test::readFile(path + ".dat").size(), 2U * kl::test::blobBytes(filled(500)));
+  expectEntries(2);
+}
+
+// A slot that is left cannot be freed in the index, and neither can it be caught up with.
 class StoreLeftSlot : public StoreFaults {
  protected:
   void SetUp() override {
@@ -223,6 +286,26 @@ TEST_F(StoreFaults, OnATinyFileSystemThatIsFullNothingThatWasStoredIsLost) {
   EXPECT_EQ(result.exitStatus, 0) << result.out;
   EXPECT_NE(result.out.find("STORE: writeMsg write"), std::string::npos);
   EXPECT_EQ(result.out.find("mismatch"), std::string::npos);
+}
+
+TEST_F(StoreFaults, OnATinyFileSystemThatIsNearlyFullACompactionKeepsTheOldFiles) {
+  constexpr int kNotAllowed = 9;
+  const auto result = kl::test::runInChild([this] {
+    std::filesystem::create_directory(folder + "/tiny");
+    if (!mountTiny(folder + "/tiny")) ::_exit(kNotAllowed);
+    path = folder + "/tiny/s";
+    const kl::Runner loop;
+    Store store(path, 3);
+    for (unsigned int id = 0; id < 40; ++id) store.set(id, filled(1000));
+    store.remove(3);
+    store.compact(false);
+    bool isWhole = store.entries().size() == 39 && Store(path, 3).entries().size() == 39;
+    for (const auto& [id, entry] : store.entries()) isWhole &= store.get(id) == filled(1000);
+    ::_exit(isWhole ? 0 : 1);
+  });
+  if (result.exitStatus == kNotAllowed) GTEST_SKIP() << "no file system may be mounted here";
+  EXPECT_EQ(result.exitStatus, 0) << result.out;
+  EXPECT_EQ(result.out, "STORE: openIdx failed\nSTORE: compact: could not open new data file\n");
 }
 
 }  // namespace

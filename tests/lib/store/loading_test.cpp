@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <optional>
 
 #include "kl/store.h"
 #include "store/journal/file_lock.h"
@@ -20,7 +21,7 @@ using kl::test::hex;
 using kl::test::linesOf;
 using kl::test::number;
 
-class StoreIndex : public kl::test::StoreFiles {
+class StoreLoading : public kl::test::StoreFiles {
  protected:
   // The lines of opening the store, and what it holds then.
   std::string linesOfOpening() {
@@ -36,7 +37,7 @@ class StoreIndex : public kl::test::StoreFiles {
   std::vector<message> messages;
 };
 
-TEST_F(StoreIndex, AFreshPathGivesAnEmptyStoreAndEmptyFiles) {
+TEST_F(StoreLoading, AFreshPathGivesAnEmptyStoreAndEmptyFiles) {
   EXPECT_EQ(linesOfOpening(), "STORE: openIdx failed\n");
   EXPECT_TRUE(entries.empty());
   EXPECT_TRUE(exists(path + ".idx"));
@@ -44,14 +45,14 @@ TEST_F(StoreIndex, AFreshPathGivesAnEmptyStoreAndEmptyFiles) {
   EXPECT_EQ(linesOfOpening(), "");
 }
 
-TEST_F(StoreIndex, ParentFoldersAreMade) {
+TEST_F(StoreLoading, ParentFoldersAreMade) {
   path = folder + "/a/b/s";
   linesOfOpening();
   EXPECT_EQ(std::filesystem::status(folder + "/a").permissions(), std::filesystem::perms::owner_all);
   EXPECT_TRUE(exists(folder + "/a/b/s.dat"));
 }
 
-TEST_F(StoreIndex, PlacesFollowFromTheSizes) {
+TEST_F(StoreLoading, OffsetsFollowFromTheSizes) {
   writeIdx("11000000 09000000 03000000  ffffffff 05000000 07000000  02000000 0b000000 01000000");
   writeDat("0900 4d32 05000009 07  0000000000  0900 4d32 05000009 08 0000");
   EXPECT_EQ(linesOfOpening(), "");
@@ -65,14 +66,14 @@ TEST_F(StoreIndex, PlacesFollowFromTheSizes) {
   EXPECT_TRUE(messages[1] == number(7));
 }
 
-TEST_F(StoreIndex, APartialRecordAtTheEndIsIgnored) {
+TEST_F(StoreLoading, APartialSlotAtTheEndIsIgnored) {
   writeIdx("11000000 09000000 03000000  05000000 0900");
   writeDat("0900 4d32 05000009 07");
   EXPECT_EQ(linesOfOpening(), "");
   EXPECT_EQ(entries.size(), 1U);
 }
 
-TEST_F(StoreIndex, SizesAreAddedUpBeyondWhatANumberInAFileHolds) {
+TEST_F(StoreLoading, SizesAreAddedUpBeyondWhatANumberInAFileHolds) {
   writeIdx("ffffffff f6ffffff 03000000  ffffffff 0a000000 03000000  13000000 09000000 03000000");  // 2^32 + 9
   writeDat("0900 4d32 05000009 07");
   EXPECT_EQ(linesOfOpening(), "STORE: readIndex size mismatch\n");
@@ -80,7 +81,7 @@ TEST_F(StoreIndex, SizesAreAddedUpBeyondWhatANumberInAFileHolds) {
   EXPECT_EQ(idx() + dat(), "");
 }
 
-TEST_F(StoreIndex, SizesThatDoNotAddUpInEitherOrderEmptyTheStore) {
+TEST_F(StoreLoading, SizesThatDoNotAddUpInEitherOrderEmptyTheStore) {
   writeIdx("11000000 09000000 03000000");
   for (const char* data : {"0900 4d32 05000009", "0900 4d32 05000009 07 00"}) {
     writeIdx("11000000 09000000 03000000");
@@ -91,14 +92,14 @@ TEST_F(StoreIndex, SizesThatDoNotAddUpInEitherOrderEmptyTheStore) {
   }
 }
 
-TEST_F(StoreIndex, AMissingDataFileEmptiesTheStore) {
+TEST_F(StoreLoading, AMissingDataFileEmptiesTheStore) {
   writeIdx("11000000 09000000 03000000");
   EXPECT_EQ(linesOfOpening(), "STORE: readIndex stat failed\n");
   EXPECT_EQ(idx() + dat(), "");
   EXPECT_TRUE(exists(path + ".dat"));
 }
 
-TEST_F(StoreIndex, TheOlderLayoutIsRewritten) {
+TEST_F(StoreLoading, TheOlderLayoutIsRewritten) {
   writeIdx("00000011 00000009 00000003  ffffffff 00000005 00000007  00000002 0000000b 00000001");
   writeDat("0009 4d32 05000009 07  0000000000  0009 4d32 05000009 08 aaaa");
   EXPECT_EQ(linesOfOpening(), "");
@@ -108,7 +109,20 @@ TEST_F(StoreIndex, TheOlderLayoutIsRewritten) {
   EXPECT_TRUE(messages[1] == number(7));
 }
 
-TEST_F(StoreIndex, TheFirstOfTwoSlotsWithOneIdCounts) {
+TEST_F(StoreLoading, AStoreThatCouldNotBeConvertedIsConvertedBeforeItIsUsed) {
+  writeIdx("00000011 00000009 00000003");
+  writeDat("0009 4d32 05000009 07");
+  std::filesystem::create_directory(path + ".idx.new");
+  const std::string refused = "STORE: compact: could not open new index file\n";
+  std::optional<Store> store;
+  EXPECT_EQ(linesOf([&] { store.emplace(path, 3); }), refused);
+  EXPECT_EQ(linesOf([&] { EXPECT_TRUE(store->get(0x11) == message()); }), refused);
+  std::filesystem::remove(path + ".idx.new");
+  EXPECT_EQ(linesOf([&] { EXPECT_TRUE(store->get(0x11) == number(7)); }), "");
+  EXPECT_EQ(idx(), hex(bytes("11000000 09000000 03000000")));
+}
+
+TEST_F(StoreLoading, TheFirstOfTwoSlotsWithOneIdCounts) {
   writeIdx("11000000 09000000 03000000  11000000 09000000 04000000");
   writeDat("0900 4d32 05000009 07  0900 4d32 05000009 08");
   EXPECT_EQ(linesOfOpening(), "");
@@ -116,7 +130,7 @@ TEST_F(StoreIndex, TheFirstOfTwoSlotsWithOneIdCounts) {
   EXPECT_TRUE(messages[0] == number(7));
 }
 
-TEST_F(StoreIndex, WhatHasNoPlacesOrCannotBeReadIsReported) {
+TEST_F(StoreLoading, AnIndexThatCannotBeSoughtInIsReported) {
   linesOfOpening();
   Store store(path, 3);
   store.closeIdx();
@@ -126,7 +140,7 @@ TEST_F(StoreIndex, WhatHasNoPlacesOrCannotBeReadIsReported) {
 }
 
 // Nothing is mapped at the start of a process's memory.
-TEST_F(StoreIndex, AnIndexThatCannotBeReadEmptiesTheStore) {
+TEST_F(StoreLoading, AnIndexThatCannotBeReadEmptiesTheStore) {
   std::filesystem::create_symlink("/proc/self/mem", path + ".idx");
   writeDat("0900 4d32 05000009 07");
   EXPECT_EQ(linesOfOpening(), "STORE: readIndex read failed\n");
@@ -135,7 +149,7 @@ TEST_F(StoreIndex, AnIndexThatCannotBeReadEmptiesTheStore) {
   EXPECT_EQ(idx() + dat(), "");
 }
 
-TEST_F(StoreIndex, AHealthyStoreIsOpenedAndReadWhileSomebodyHoldsTheLock) {
+TEST_F(StoreLoading, AHealthyStoreIsOpenedAndReadWhileSomebodyHoldsTheLock) {
   linesOfOpening();
   Store(path, 3).set(1, number(7));
   kl::FileLock lock(path);
@@ -149,7 +163,7 @@ TEST_F(StoreIndex, AHealthyStoreIsOpenedAndReadWhileSomebodyHoldsTheLock) {
   EXPECT_EQ(other.out, "");
 }
 
-TEST_F(StoreIndex, AFolderInPlaceOfAFileIsReported) {
+TEST_F(StoreLoading, AFolderInPlaceOfAFileIsReported) {
   std::filesystem::create_directory(path + ".dat");
   EXPECT_EQ(linesOfOpening(), "STORE: openIdx failed\nSTORE: restart open .dat failed\n");
   EXPECT_FALSE(exists(path + ".idx"));
@@ -158,7 +172,7 @@ TEST_F(StoreIndex, AFolderInPlaceOfAFileIsReported) {
   EXPECT_EQ(linesOfOpening(), "STORE: openIdx failed\nSTORE: restart open .idx failed\n");
 }
 
-TEST_F(StoreIndex, RestartEmptiesStoreAndFiles) {
+TEST_F(StoreLoading, RestartEmptiesStoreAndFiles) {
   linesOfOpening();
   Store store(path, 3);
   store.set(1, number(7));
@@ -169,7 +183,7 @@ TEST_F(StoreIndex, RestartEmptiesStoreAndFiles) {
   EXPECT_EQ(idx(), hex(bytes("02000000 09000000 03000000")));
 }
 
-TEST_F(StoreIndex, DeleteFilesLeavesTheObjectAsItWas) {
+TEST_F(StoreLoading, DeleteFilesLeavesTheObjectAsItWas) {
   linesOfOpening();
   Store store(path, 3);
   store.set(1, number(7));
@@ -178,7 +192,7 @@ TEST_F(StoreIndex, DeleteFilesLeavesTheObjectAsItWas) {
   EXPECT_TRUE(store.get(1) == number(7));
 }
 
-TEST_F(StoreIndex, DeleteFilesHoldsTheLockWhileItRemovesIndexDataAndLockFileInThisOrder) {
+TEST_F(StoreLoading, DeleteFilesHoldsTheLockWhileItRemovesIndexDataAndLockFileInThisOrder) {
   linesOfOpening();
   Store store(path, 3);
   store.set(1, number(7));
@@ -193,7 +207,7 @@ TEST_F(StoreIndex, DeleteFilesHoldsTheLockWhileItRemovesIndexDataAndLockFileInTh
   EXPECT_EQ(removed, ".idx.dat.lock");
 }
 
-TEST_F(StoreIndex, CleanupForgetsAndLeavesTheFiles) {
+TEST_F(StoreLoading, CleanupForgetsAndLeavesTheFiles) {
   linesOfOpening();
   Store store(path, 3);
   store.set(1, number(7));

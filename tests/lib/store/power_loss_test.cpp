@@ -154,7 +154,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     noteDurable();
   }
 
-  // Its new files are durable before they take their places.
+  // Its new files are durable before they are renamed.
   void compact(Store& store) {
     store.compact(false);
     noteDurable();

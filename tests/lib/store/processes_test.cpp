@@ -106,7 +106,7 @@ TEST_F(StoreProcesses, AStoreThatWasOpenedBeforeACompactionDoesNotSpoilTheNewFil
             "");
 }
 
-TEST_F(StoreProcesses, RecordsOfTwoWritersStayWhole) {
+TEST_F(StoreProcesses, BlobsOfTwoWritersStayWhole) {
   const auto rewrite = [](Store& store, unsigned int round) {
     store.set(3, filled(53, static_cast<unsigned char>(round)));
   };

@@ -15,7 +15,7 @@ using kl::test::number;
 constexpr unsigned int kMinute = 6000;
 
 // Eight or more free slots between entries that stay.
-class StoreMaintenance : public kl::test::StoreFiles {
+class StoreSchedule : public kl::test::StoreFiles {
  protected:
   void SetUp() override {
     linesOf([this] { Store(path, 3); });
@@ -27,19 +27,19 @@ class StoreMaintenance : public kl::test::StoreFiles {
   }
 };
 
-TEST_F(StoreMaintenance, EightFreeSlotsNeverCompact) {
+TEST_F(StoreSchedule, EightFreeSlotsNeverCompact) {
   Store store(path, 3);
   addAndRemove(store, 8, 5000);
   EXPECT_EQ(slots(), 8U);
 }
 
-TEST_F(StoreMaintenance, TheNinthFreeSlotCompactsAtOnceWithoutARunner) {
+TEST_F(StoreSchedule, TheNinthFreeSlotCompactsAtOnceWithoutARunner) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   EXPECT_EQ(slots(), 0U);
 }
 
-TEST_F(StoreMaintenance, OpeningABloatedStoreCompactsIt) {
+TEST_F(StoreSchedule, OpeningABloatedStoreCompactsIt) {
   {
     kl::Runner loop;
     Store store(path, 3);
@@ -52,7 +52,7 @@ TEST_F(StoreMaintenance, OpeningABloatedStoreCompactsIt) {
   EXPECT_TRUE(store.get(1) == number(7));
 }
 
-class StoreMaintenanceWithRunner : public StoreMaintenance {
+class StoreScheduleWithRunner : public StoreSchedule {
  protected:
   void pass(unsigned int ticks) {
     clock.advance(ticks);
@@ -71,13 +71,13 @@ class StoreMaintenanceWithRunner : public StoreMaintenance {
   std::unique_ptr<kl::Runner> loop = std::make_unique<kl::Runner>();
 };
 
-TEST_F(StoreMaintenanceWithRunner, CompactionWaitsAMinute) {
+TEST_F(StoreScheduleWithRunner, CompactionWaitsAMinute) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenanceWithRunner, AStoreThatIsBloatedAgainIsCompactedAMinuteLater) {
+TEST_F(StoreScheduleWithRunner, AStoreThatIsBloatedAgainIsCompactedAMinuteLater) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   pass(kMinute);
@@ -87,7 +87,7 @@ TEST_F(StoreMaintenanceWithRunner, AStoreThatIsBloatedAgainIsCompactedAMinuteLat
   expectCompactedInAMinute(10);
 }
 
-TEST_F(StoreMaintenanceWithRunner, ACompactionTakesThePendingOneWithIt) {
+TEST_F(StoreScheduleWithRunner, ACompactionTakesThePendingOneWithIt) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   pass(100);
@@ -96,7 +96,7 @@ TEST_F(StoreMaintenanceWithRunner, ACompactionTakesThePendingOneWithIt) {
   expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenanceWithRunner, ACompactionByHandTakesThePendingOneWithIt) {
+TEST_F(StoreScheduleWithRunner, ACompactionByHandTakesThePendingOneWithIt) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   pass(100);
@@ -106,7 +106,7 @@ TEST_F(StoreMaintenanceWithRunner, ACompactionByHandTakesThePendingOneWithIt) {
   expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenanceWithRunner, AStoreThatIsNoLongerBloatedIsNotCompacted) {
+TEST_F(StoreScheduleWithRunner, AStoreThatIsNoLongerBloatedIsNotCompacted) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   store.set(1, filled(10));
@@ -116,7 +116,7 @@ TEST_F(StoreMaintenanceWithRunner, AStoreThatIsNoLongerBloatedIsNotCompacted) {
   expectCompactedInAMinute(9);
 }
 
-TEST_F(StoreMaintenanceWithRunner, ADestroyedStoreLeavesNoTimer) {
+TEST_F(StoreScheduleWithRunner, ADestroyedStoreLeavesNoTimer) {
   {
     Store store(path, 3);
     addAndRemove(store, 9, 10);
@@ -125,7 +125,7 @@ TEST_F(StoreMaintenanceWithRunner, ADestroyedStoreLeavesNoTimer) {
   EXPECT_EQ(slots(), 9U);
 }
 
-TEST_F(StoreMaintenanceWithRunner, AStoreOutlivesTheRunner) {
+TEST_F(StoreScheduleWithRunner, AStoreOutlivesTheRunner) {
   Store store(path, 3);
   addAndRemove(store, 9, 10);
   loop.reset();

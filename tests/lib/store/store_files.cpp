@@ -28,7 +28,7 @@ message filled(unsigned int bytes, unsigned char seed) {
   return m;
 }
 
-unsigned int recordBytes(const message& m) {
+unsigned int blobBytes(const message& m) {
   Bytes flat;
   m.flatten(flat);
   return static_cast<unsigned int>(flat.size() + 2);

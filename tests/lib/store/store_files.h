@@ -17,8 +17,8 @@ using Bytes = std::vector<unsigned char>;
 message number(unsigned int value);
 message filled(unsigned int bytes, unsigned char seed = 1);
 
-// The bytes that a record of this message takes, its length included.
-unsigned int recordBytes(const message& m);
+// The bytes that the blob of this message takes, its length included.
+unsigned int blobBytes(const message& m);
 
 Bytes readFile(const std::string& path);
 void writeFile(const std::string& path, const Bytes& bytes);

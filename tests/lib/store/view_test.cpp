@@ -139,7 +139,7 @@ TEST_F(StoreViewTest, EveryTruncatedDataFileIsAFault) {
   }
 }
 
-TEST_F(StoreViewTest, ARecordThatDoesNotFitItsSlotIsAFault) {
+TEST_F(StoreViewTest, ABlobThatDoesNotFitItsSlotIsAFault) {
   writeIdx("11000000 09000000 05000000  09000000 09000000 05000000");
   writeDat("0a00 4d320500000907  0100 4d320500000907");
   const StoreView view(path);
@@ -151,7 +151,7 @@ TEST_F(StoreViewTest, ARecordThatDoesNotFitItsSlotIsAFault) {
   EXPECT_TRUE(view.get(view.entries()[0]) == kl::message());
 }
 
-TEST_F(StoreViewTest, ARecordThatIsNoMessageIsAFaultAndWhatCanBeReadIsShown) {
+TEST_F(StoreViewTest, ABlobThatIsNoMessageIsAFaultAndWhatCanBeReadIsShown) {
   writeIdx("11000000 0d000000 05000000");
   writeDat("0d00 4d320500000907 ffffffff");
   const StoreView view(path);

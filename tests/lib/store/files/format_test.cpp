@@ -11,7 +11,7 @@ namespace {
 using kl::ByteOrder;
 using kl::decodeLength;
 using kl::decodeSlot;
-using kl::SlotRecord;
+using kl::IndexSlot;
 using kl::test::bytes;
 using kl::test::hex;
 
@@ -20,21 +20,21 @@ std::string digits(const Array& array) {
   return hex({array.begin(), array.end()});
 }
 
-void expectRecord(const SlotRecord& record, unsigned int id, unsigned int size, unsigned int lifetime) {
-  EXPECT_EQ(record.id, id);
-  EXPECT_EQ(record.size, size);
-  EXPECT_EQ(record.lifetime, lifetime);
+void expectSlot(const IndexSlot& slot, unsigned int id, unsigned int size, unsigned int lifetime) {
+  EXPECT_EQ(slot.id, id);
+  EXPECT_EQ(slot.size, size);
+  EXPECT_EQ(slot.lifetime, lifetime);
 }
 
 TEST(StoreFormat, SlotsAreLittleEndian) {
   const auto slot = kl::encodeSlot({0x11223344, 0x90a, 0xfffffffe});
   EXPECT_EQ(digits(slot), hex(bytes("44332211 0a090000 feffffff")));
-  expectRecord(decodeSlot(slot.data(), ByteOrder::kLittle), 0x11223344, 0x90a, 0xfffffffe);
+  expectSlot(decodeSlot(slot.data(), ByteOrder::kLittle), 0x11223344, 0x90a, 0xfffffffe);
 }
 
 TEST(StoreFormat, TheOlderLayoutIsBigEndian) {
   const auto slot = bytes("11223344 0000090a fffffffe");
-  expectRecord(decodeSlot(slot.data(), ByteOrder::kBig), 0x11223344, 0x90a, 0xfffffffe);
+  expectSlot(decodeSlot(slot.data(), ByteOrder::kBig), 0x11223344, 0x90a, 0xfffffffe);
   EXPECT_EQ(decodeLength(bytes("0102").data(), ByteOrder::kBig), 0x102U);
 }
 

@@ -14,23 +14,23 @@ using kl::test::filled;
 using kl::test::linesOf;
 using kl::test::number;
 
-class StoreRecords : public kl::test::StoreFiles {
+class StoreBlobs : public kl::test::StoreFiles {
  protected:
   void SetUp() override {
     linesOf([this] { Store(path, 3); });
   }
 
   // The lines of reading at the start of a data file that holds these bytes.
-  std::string linesOfReading(std::string_view record) {
+  std::string linesOfReading(std::string_view blob) {
     writeIdx("");
     writeDat("");
     Store store(path, 3);
-    writeDat(record);
+    writeDat(blob);
     return linesOf([&] { EXPECT_TRUE(store.readMsg(0) == message()); });
   }
 };
 
-TEST_F(StoreRecords, ARecordIsItsLengthAndTheMessage) {
+TEST_F(StoreBlobs, ABlobIsItsLengthAndTheMessage) {
   Store store(path, 3);
   std::vector<unsigned char> flat;
   number(7).flatten(flat);
@@ -39,23 +39,23 @@ TEST_F(StoreRecords, ARecordIsItsLengthAndTheMessage) {
   EXPECT_TRUE(store.readMsg(2) == number(7));
 }
 
-TEST_F(StoreRecords, ALengthOfZeroOrOneIsReported) {
+TEST_F(StoreBlobs, ALengthOfZeroOrOneIsReported) {
   EXPECT_EQ(linesOfReading("0000 4d32"), "STORE: readMsg invalid header: msg len 0\n");
   EXPECT_EQ(linesOfReading("0100 4d32"), "STORE: readMsg invalid header: msg len 1\n");
 }
 
-TEST_F(StoreRecords, ARecordWithoutPayloadIsAnEmptyMessage) { EXPECT_EQ(linesOfReading("0200"), ""); }
+TEST_F(StoreBlobs, ABlobWithoutPayloadIsAnEmptyMessage) { EXPECT_EQ(linesOfReading("0200"), ""); }
 
-TEST_F(StoreRecords, EveryCutRecordIsReported) {
-  const auto record = kl::test::bytes("0900 4d32 05000009 07");
-  for (std::size_t length = 0; length < record.size(); ++length) {
-    const std::string digits = kl::test::hex({record.begin(), record.begin() + static_cast<long>(length)});
+TEST_F(StoreBlobs, EveryCutBlobIsReported) {
+  const auto blob = kl::test::bytes("0900 4d32 05000009 07");
+  for (std::size_t length = 0; length < blob.size(); ++length) {
+    const std::string digits = kl::test::hex({blob.begin(), blob.begin() + static_cast<long>(length)});
     EXPECT_EQ(linesOfReading(digits),
               length < 2 ? "STORE: readMsg read header failed\n" : "STORE: readMsg read failed\n");
   }
 }
 
-TEST_F(StoreRecords, ARecordLongerThanItsSlotIsReadWhole) {
+TEST_F(StoreBlobs, ABlobLongerThanItsSlotIsReadWhole) {
   Store store(path, 3);
   store.set(1, number(7));
   std::vector<unsigned char> flat;
@@ -64,26 +64,26 @@ TEST_F(StoreRecords, ARecordLongerThanItsSlotIsReadWhole) {
   EXPECT_TRUE(store.get(1) == filled(5000));
 }
 
-TEST_F(StoreRecords, TheLongestMessageComesBack) {
+TEST_F(StoreBlobs, TheLongestMessageComesBack) {
   Store store(path, 3);
   unsigned int content = 65000;
-  while (kl::test::recordBytes(filled(content + 1)) <= 65535) ++content;
-  ASSERT_EQ(kl::test::recordBytes(filled(content)), 65535U);
+  while (kl::test::blobBytes(filled(content + 1)) <= 65535) ++content;
+  ASSERT_EQ(kl::test::blobBytes(filled(content)), 65535U);
   store.set(1, filled(content));
   EXPECT_TRUE(store.get(1) == filled(content));
 }
 
-TEST_F(StoreRecords, AMessageThatIsTooLongIsStoredWithAWrappedLength) {
+TEST_F(StoreBlobs, AMessageThatIsTooLongIsStoredWithAWrappedLength) {
   Store store(path, 3);
   unsigned int content = 65000;
-  while (kl::test::recordBytes(filled(content)) < 65537) ++content;
+  while (kl::test::blobBytes(filled(content)) < 65537) ++content;
   store.set(1, filled(content));
   EXPECT_EQ(std::filesystem::file_size(path + ".dat"), 65537U);
   EXPECT_EQ(linesOf([&] { EXPECT_TRUE(store.get(1) == message()); }),
             "STORE: readMsg invalid header: msg len 1\n");
 }
 
-TEST_F(StoreRecords, ADataFileThatIsMissingIsReportedOnReadAndWrite) {
+TEST_F(StoreBlobs, ADataFileThatIsMissingIsReportedOnReadAndWrite) {
   Store store(path, 3);
   std::filesystem::remove(path + ".dat");
   EXPECT_EQ(linesOf([&] { EXPECT_TRUE(store.readMsg(0) == message()); }),
@@ -91,7 +91,7 @@ TEST_F(StoreRecords, ADataFileThatIsMissingIsReportedOnReadAndWrite) {
   EXPECT_EQ(linesOf([&] { EXPECT_FALSE(store.writeMsg(0, {1})); }), "STORE: openData failed\n");
 }
 
-TEST_F(StoreRecords, AnIndexThatIsMissingIsReportedOnWrite) {
+TEST_F(StoreBlobs, AnIndexThatIsMissingIsReportedOnWrite) {
   Store store(path, 3);
   store.closeIdx();
   std::filesystem::remove(path + ".idx");
@@ -101,7 +101,7 @@ TEST_F(StoreRecords, AnIndexThatIsMissingIsReportedOnWrite) {
 }
 
 // After the first of them, the index lacks a slot; what is said stays the same.
-TEST_F(StoreRecords, EachSetWithoutFilesReportsTheSame) {
+TEST_F(StoreBlobs, EachSetWithoutFilesReportsTheSame) {
   Store store(path, 3);
   store.restart();
   store.deleteFiles();
@@ -113,7 +113,7 @@ TEST_F(StoreRecords, EachSetWithoutFilesReportsTheSame) {
   EXPECT_TRUE(store.entries().empty());
 }
 
-TEST_F(StoreRecords, FilesThatHaveNoPlacesAreReported) {
+TEST_F(StoreBlobs, FilesThatCannotBeSoughtInAreReported) {
   Store store(path, 3);
   store.closeIdx();
   for (const char* suffix : {".idx", ".dat"}) {
@@ -127,7 +127,7 @@ TEST_F(StoreRecords, FilesThatHaveNoPlacesAreReported) {
   EXPECT_EQ(linesOf([&] { EXPECT_TRUE(store.readMsg(0) == message()); }), "STORE: readMsg lseek failed\n");
 }
 
-TEST_F(StoreRecords, FilesAreOpenedOnceAndClosedOnce) {
+TEST_F(StoreBlobs, FilesAreOpenedOnceAndClosedOnce) {
   Store store(path, 3);
   EXPECT_TRUE(store.openData());
   std::filesystem::remove(path + ".dat");

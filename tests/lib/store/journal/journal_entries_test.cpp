@@ -15,7 +15,6 @@ using kl::FileIds;
 using kl::FileLengths;
 using kl::Intent;
 using kl::IntentReader;
-using kl::Step;
 using kl::test::Bytes;
 using kl::test::bytes;
 using kl::test::hex;
@@ -24,13 +23,13 @@ class StoreIntent : public kl::test::StoreFiles {
  protected:
   // A set that appends slot 2 at 21 for id 9, and frees slot 0.
   Bytes written() {
-    const Bytes record = bytes("0400 4d32");
+    const Bytes blob = bytes("0400 4d32");
     Intent intent({0x11, 0x22});
     intent.cutBackTo({24, 21});
     intent.restoreSlot(0, {9, 3, 5});
     intent.writeSlot(0, {kl::kFreeId, 3, 5});
     intent.writeSlot(2, {9, 4, 5});
-    intent.writeRecord(21, {record.data(), record.size()});
+    intent.writeBlob(21, {blob.data(), blob.size()});
     return fileOf(intent);
   }
 
@@ -51,35 +50,35 @@ TEST_F(StoreIntent, AnIntentInBytes) {
 }
 
 TEST_F(StoreIntent, IsReadAsItWasWritten) {
-  const Bytes record = written();
+  const Bytes entry = written();
   IntentReader intent;
-  ASSERT_TRUE(intent.read(record.data(), record.size()));
+  ASSERT_TRUE(intent.read(entry.data(), entry.size()));
   EXPECT_EQ(intent.ids(), (FileIds{0x11, 0x22}));
   EXPECT_EQ(intent.before().idx, 24U);
   EXPECT_EQ(intent.before().data, 21U);
-  ASSERT_EQ(intent.items().size(), 4U);
-  EXPECT_EQ(intent.items()[0].step, Step::kRestore);
-  EXPECT_EQ(intent.items()[2].place, 24U);
-  const auto& last = intent.items()[3];
-  EXPECT_EQ(last.step, Step::kWriteData);
-  EXPECT_EQ(last.place, 21U);
+  ASSERT_EQ(intent.steps().size(), 4U);
+  EXPECT_EQ(intent.steps()[0].kind, Intent::Kind::kRestore);
+  EXPECT_EQ(intent.steps()[2].offset, 24U);
+  const auto& last = intent.steps()[3];
+  EXPECT_EQ(last.kind, Intent::Kind::kWriteData);
+  EXPECT_EQ(last.offset, 21U);
   const auto* data = static_cast<const unsigned char*>(last.bytes.data);
   EXPECT_EQ(hex({data, data + last.bytes.size}), hex(bytes("0400 4d32")));
 }
 
-TEST_F(StoreIntent, NoPartOfARecordIsOne) {
-  const Bytes record = written();
+TEST_F(StoreIntent, NoPartOfAnIntentIsOne) {
+  const Bytes entry = written();
   IntentReader intent;
-  for (std::size_t size = 0; size < record.size(); ++size)
-    EXPECT_FALSE(intent.read(record.data(), size)) << size;
+  for (std::size_t size = 0; size < entry.size(); ++size)
+    EXPECT_FALSE(intent.read(entry.data(), size)) << size;
 }
 
-TEST_F(StoreIntent, ARecordWithAWrongByteIsNone) {
-  Bytes record = written();
+TEST_F(StoreIntent, AnIntentWithAWrongByteIsNone) {
+  Bytes entry = written();
   IntentReader intent;
-  for (unsigned char& byte : record) {
+  for (unsigned char& byte : entry) {
     byte = static_cast<unsigned char>(byte ^ 1);
-    EXPECT_FALSE(intent.read(record.data(), record.size()));
+    EXPECT_FALSE(intent.read(entry.data(), entry.size()));
     byte = static_cast<unsigned char>(byte ^ 1);
   }
 }
@@ -108,17 +107,17 @@ Bytes intentOf(const std::string& steps) {
   Bytes body = bytes("1100000000000000 2200000000000000 1800000000000000 1500000000000000 " + steps);
   const std::uint32_t numbers[] = {0x4e494c4b, static_cast<std::uint32_t>(12 + body.size()),
                                    checksumOf(body)};
-  Bytes record;
+  Bytes entry;
   for (const std::uint32_t number : numbers)
-    for (unsigned int i = 0; i < 4; ++i) record.push_back(static_cast<unsigned char>(number >> 8 * i));
-  record.insert(record.end(), body.begin(), body.end());
-  return record;
+    for (unsigned int i = 0; i < 4; ++i) entry.push_back(static_cast<unsigned char>(number >> 8 * i));
+  entry.insert(entry.end(), body.begin(), body.end());
+  return entry;
 }
 
-TEST_F(StoreIntent, AWholeRecordWithStepsThatAreNoneIsNoIntent) {
+TEST_F(StoreIntent, AnEntryWithStepsThatAreNoneIsNoIntent) {
   const auto isIntent = [](const std::string& steps) {
-    const Bytes record = intentOf(steps);
-    return IntentReader().read(record.data(), record.size());
+    const Bytes entry = intentOf(steps);
+    return IntentReader().read(entry.data(), entry.size());
   };
   EXPECT_TRUE(isIntent(""));
   EXPECT_TRUE(isIntent("02000000 2000000000000000 00000000"));
@@ -134,14 +133,14 @@ TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {
   for (std::size_t length = 30; length < 46; ++length) {
     const Bytes payload(length, 0);
     Intent intent({1, 2});
-    intent.writeRecord(0, {payload.data(), payload.size()});
-    Bytes record = fileOf(intent);
+    intent.writeBlob(0, {payload.data(), payload.size()});
+    Bytes entry = fileOf(intent);
     IntentReader reader;
-    EXPECT_TRUE(reader.read(record.data(), record.size()));
-    for (std::size_t at = record.size() - length; at < record.size(); ++at) {
-      record[at] = 0x80;
-      EXPECT_FALSE(reader.read(record.data(), record.size())) << length << " bytes, byte " << at;
-      record[at] = 0;
+    EXPECT_TRUE(reader.read(entry.data(), entry.size()));
+    for (std::size_t at = entry.size() - length; at < entry.size(); ++at) {
+      entry[at] = 0x80;
+      EXPECT_FALSE(reader.read(entry.data(), entry.size())) << length << " bytes, byte " << at;
+      entry[at] = 0;
     }
   }
 }

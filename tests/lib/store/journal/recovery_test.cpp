@@ -40,9 +40,9 @@ class StoreRecovery : public kl::test::StoreFiles {
     return kl::inodeOf(file.fd());
   }
 
-  template <class Record>
-  void leave(const Record& record) const {
-    kl::test::writeFile(path + ".lock", {record.begin(), record.end()});
+  template <class Entry>
+  void leave(const Entry& entry) const {
+    kl::test::writeFile(path + ".lock", {entry.begin(), entry.end()});
   }
 
   // An intent that appends id 2 in a slot of its own.
@@ -50,8 +50,8 @@ class StoreRecovery : public kl::test::StoreFiles {
     kl::Intent intent(files);
     intent.cutBackTo({12, 9});
     intent.writeSlot(1, {2, 9, 3});
-    const auto record = bytes("0900 4d32 05000009 02");
-    intent.writeRecord(9, {record.data(), record.size()});
+    const auto blob = bytes("0900 4d32 05000009 02");
+    intent.writeBlob(9, {blob.data(), blob.size()});
     const Descriptor lock((path + ".lock").c_str(), O_RDWR | O_CREAT | O_TRUNC);
     EXPECT_TRUE(intent.write(lock.fd(), 0));
   }
@@ -87,9 +87,9 @@ TEST_F(StoreRecovery, AWholeIntentIsCarriedOutByWhoeverTakesTheLock) {
 
 TEST_F(StoreRecovery, EveryPartialIntentIsDropped) {
   leaveAppend(ids());
-  const auto record = lockBytes();
-  for (std::size_t size = 1; size < record.size(); ++size) {
-    leave(kl::test::Bytes(record.begin(), record.begin() + static_cast<long>(size)));
+  const auto intent = lockBytes();
+  for (std::size_t size = 1; size < intent.size(); ++size) {
+    leave(kl::test::Bytes(intent.begin(), intent.begin() + static_cast<long>(size)));
     ASSERT_EQ(idsAfterOpening(), Ids{1}) << size;
   }
 }
@@ -111,7 +111,7 @@ TEST_F(StoreRecovery, AnIntentThatHasNoRoomIsTakenBack) {
   EXPECT_EQ(idx(), hex(bytes("01000000 09000000 03000000")));
 }
 
-// A set into a free slot was killed, and the disk takes the record no more: the slot is free again, as it was.
+// A set into a free slot was killed, and the disk takes the blob no more: the slot is free again, as it was.
 TEST_F(StoreRecovery, AnIntentIntoAFreeSlotIsTakenBackWhole) {
   const std::string before = "01000000 09000000 03000000  ffffffff 09000000 04000000";
   writeIdx(before);
@@ -136,7 +136,7 @@ TEST_F(StoreRecovery, AnIntentIntoAFreeSlotIsTakenBackWhole) {
 }
 
 TEST_F(StoreRecovery, GarbageInTheLockFileIsDropped) {
-  leave(std::string("somebody's notes, longer than the header of a record"));
+  leave(std::string("somebody's notes, longer than the header of an entry"));
   EXPECT_EQ(idsAfterOpening(), Ids{1});
 }
 
@@ -158,9 +158,9 @@ TEST_F(StoreRecovery, ACommitIsFinishedFromWhereverItStopped) {
 
 // The change of a writer whose disk was full: there was one slot before it.
 TEST_F(StoreRecovery, BehindAMarkedEndOnlyAWholeSlotStays) {
-  const auto idsBehind = [this](std::string_view slots, std::string_view records) {
+  const auto idsBehind = [this](std::string_view slots, std::string_view blobs) {
     writeIdx("01000000 09000000 03000000 " + std::string(slots));
-    writeDat("0900 4d32 05000009 01 " + std::string(records));
+    writeDat("0900 4d32 05000009 01 " + std::string(blobs));
     leave(kl::test::Bytes(2));
     return idsAfterOpening();
   };
@@ -214,10 +214,21 @@ TEST_F(StoreRecovery, FilesThatDisagreeBesideAnEmptyLockFileAreEmptied) {
   EXPECT_EQ(idx() + dat(), "");
 }
 
-TEST_F(StoreRecovery, ASlotWithoutASizeIsADisagreement) {
-  EXPECT_TRUE(kl::filesAgree(path + ".idx", path + ".dat"));
-  writeIdx("01000000 09000000 03000000  00000000 00000000 00000000");
-  EXPECT_FALSE(kl::filesAgree(path + ".idx", path + ".dat"));
+// The data file cannot be renamed, so neither is the index, which could be.
+TEST_F(StoreRecovery, ACommitWhoseDataFileStaysWhereItIsLeavesTheOldFiles) {
+  kl::test::writeFile(path + ".idx.new", bytes("01000000 09000000 03000000"));
+  kl::test::writeFile(path + ".dat.new", bytes("0900 4d32 05000009 02"));
+  writeIdx("ffffffff 05000000 00000000  01000000 09000000 03000000");
+  leave(kl::encodeCommit({inodeOf(".idx.new"), inodeOf(".dat.new")}));
+  std::filesystem::rename(path + ".dat", path + ".away");
+  std::filesystem::create_directory(path + ".dat");
+  kl::Journal journal(path, false);
+  {
+    const kl::LockHold hold(journal.lock());
+    journal.recover(hold);
+  }
+  EXPECT_EQ(idx(), hex(bytes("ffffffff 05000000 00000000  01000000 09000000 03000000")));
+  EXPECT_TRUE(lockBytes().empty());
 }
 
 }  // namespace

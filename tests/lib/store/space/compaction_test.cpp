@@ -3,9 +3,11 @@
 
 #include <filesystem>
 
+#include "base/file_io.h"
 #include "kl/store.h"
 #include "tests/lib/store/store_files.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child.h"
 
 namespace {
 
@@ -121,7 +123,7 @@ TEST_F(StoreCompaction, ADataFileThatIsTooShortEmptiesTheStore) {
   EXPECT_FALSE(exists(path + ".dat.new"));
 }
 
-TEST_F(StoreCompaction, ADataFileThatHasNoPlacesEmptiesTheStore) {
+TEST_F(StoreCompaction, ADataFileThatCannotBeSoughtInEmptiesTheStore) {
   Store store(path, 3);
   store.set(1, number(1));
   store.closeData();
@@ -134,7 +136,7 @@ TEST_F(StoreCompaction, ADataFileThatHasNoPlacesEmptiesTheStore) {
   EXPECT_FALSE(exists(path + ".dat.new"));
 }
 
-TEST_F(StoreCompaction, AnIndexThatHasNoPlacesEmptiesTheStore) {
+TEST_F(StoreCompaction, AnIndexThatCannotBeSoughtInEmptiesTheStore) {
   Store store(path, 3);
   store.set(1, number(1));
   store.closeIdx();
@@ -145,6 +147,56 @@ TEST_F(StoreCompaction, AnIndexThatHasNoPlacesEmptiesTheStore) {
   EXPECT_TRUE(std::filesystem::is_regular_file(path + ".idx"));
   EXPECT_EQ(idx() + dat(), "");
   EXPECT_FALSE(exists(path + ".idx.new"));
+}
+
+TEST_F(StoreCompaction, ADataFileThatCannotBeReplacedStaysWithItsIndex) {
+  Store store(path, 3);
+  for (unsigned int id = 1; id <= 3; ++id) store.set(id, number(id));
+  store.remove(1);
+  const std::string before = idx();
+  std::filesystem::rename(path + ".dat", path + ".away");
+  std::filesystem::create_directory(path + ".dat");
+  EXPECT_EQ(linesOf([&] { store.compact(false); }), "STORE: compact: could not open new data file\n");
+  std::filesystem::remove(path + ".dat");
+  std::filesystem::rename(path + ".away", path + ".dat");
+  EXPECT_EQ(idx(), before);
+  EXPECT_TRUE(lockBytes().empty());
+  EXPECT_FALSE(exists(path + ".dat.new"));
+  EXPECT_TRUE(store.get(3) == number(3));
+  store.set(4, number(4));
+  EXPECT_EQ(store.entries().at(4).slot, 0U);
+  EXPECT_EQ(linesOf([&] { EXPECT_EQ(Store(path, 3).entries().size(), 3U); }), "");
+}
+
+// In a folder in which everybody may rename what is his, the index is somebody else's whom it lets write.
+TEST_F(StoreCompaction, AnIndexThatCannotBeRenamedIsWrittenOver) {
+  if (::geteuid() != 0) GTEST_SKIP() << "files can be given to another user by root alone";
+  constexpr uid_t kNobody = 65534;
+  {
+    Store store(path, 3);
+    for (unsigned int id = 1; id <= 3; ++id) store.set(id, number(id));
+    store.remove(1);
+  }
+  ASSERT_EQ(::chmod(folder.c_str(), 01777), 0);
+  ASSERT_EQ(::chmod((path + ".idx").c_str(), 0666), 0);
+  for (const char* suffix : {".dat", ".lock"})
+    ASSERT_EQ(::chown((path + suffix).c_str(), kNobody, kNobody), 0);
+  const unsigned long long inode = kl::inodeOfPath(path + ".idx");
+  const auto other = kl::test::runInChild([this] {
+    ::_exit(::setgid(kNobody) != 0 || ::setuid(kNobody) != 0 ? 1 : ([this] {
+      Store store(path, 3);
+      store.compact(false);
+      store.set(4, number(4));
+      return store.entries().size() == 3 && store.get(2) == number(2) ? 0 : 2;
+    })());
+  });
+  EXPECT_EQ(other.exitStatus, 0);
+  EXPECT_EQ(other.out, "");
+  EXPECT_EQ(kl::inodeOfPath(path + ".idx"), inode);
+  EXPECT_EQ(idx(),
+            hex(bytes("02000000 09000000 03000000  03000000 09000000 03000000  04000000 09000000 03000000")));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3);
+  EXPECT_EQ(linesOf([&] { EXPECT_TRUE(Store(path, 3).get(3) == number(3)); }), "");
 }
 
 }  // namespace

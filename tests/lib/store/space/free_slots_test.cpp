@@ -52,8 +52,11 @@ TEST(FreeSlots, NothingIsLeftAfterClear) {
   slots.clear();
   FreeSlots::Slot taken;
   EXPECT_FALSE(slots.takeFirstFit(1, taken));
+  EXPECT_EQ(slots.bytes(), 0U);
   slots.pushBack(slot(2, 10), true);
   EXPECT_EQ(slots.inOrder().size(), 1U);
+  EXPECT_EQ(slots.count(), 1U);
+  EXPECT_EQ(slots.bytes(), 10U);
 }
 
 class FreeSlotsModel : public testing::TestWithParam<unsigned int> {
@@ -96,6 +99,10 @@ TEST_P(FreeSlotsModel, ChoosesAsAPlainListDoes) {
   }
   const auto left = slots.inOrder();
   ASSERT_EQ(left.size(), model.size());
+  EXPECT_EQ(slots.count(), model.size());
+  unsigned long long bytes = 0;
+  for (const FreeSlots::Slot& s : model) bytes += s.entry.size;
+  EXPECT_EQ(slots.bytes(), bytes);
   EXPECT_TRUE(std::equal(left.begin(), left.end(), model.begin(), isSame));
 }
 

@@ -20,13 +20,13 @@ class StoreNewFiles : public kl::test::StoreFiles {
     writeDat("02");
   }
 
-  kl::FileLock lock{path};
+  kl::Journal journal{path, false};
 };
 
 TEST_F(StoreNewFiles, TheyGoAgainUnlessTheyAreCommitted) {
   {
     NewFiles fresh(path);
-    ASSERT_TRUE(fresh.create());
+    ASSERT_TRUE(fresh.create({0, 0}));
     EXPECT_TRUE(exists(path + ".dat.new"));
     EXPECT_TRUE(exists(path + ".idx.new"));
   }
@@ -37,9 +37,9 @@ TEST_F(StoreNewFiles, TheyGoAgainUnlessTheyAreCommitted) {
 
 TEST_F(StoreNewFiles, ACommitPutsBothInPlace) {
   NewFiles fresh(path);
-  ASSERT_TRUE(fresh.create());
+  ASSERT_TRUE(fresh.create({0, 0}));
   EXPECT_EQ(kl::writeAt(fresh.idxFd(), {"\x03", 1}, 0), 1);
-  EXPECT_TRUE(fresh.commit(lock, false));
+  EXPECT_EQ(fresh.commit(journal), kl::Journal::Replaced::kBoth);
   EXPECT_EQ(idx(), "03");
   EXPECT_EQ(dat(), "");
   EXPECT_FALSE(exists(path + ".idx.new"));
@@ -48,17 +48,21 @@ TEST_F(StoreNewFiles, ACommitPutsBothInPlace) {
 TEST_F(StoreNewFiles, LeftOversOfAnEarlierPairAreOverwritten) {
   kl::test::writeFile(path + ".dat.new", {1, 2, 3});
   NewFiles fresh(path);
-  ASSERT_TRUE(fresh.create());
-  EXPECT_TRUE(fresh.commit(lock, false));
+  ASSERT_TRUE(fresh.create({0, 0}));
+  EXPECT_EQ(fresh.commit(journal), kl::Journal::Replaced::kBoth);
   EXPECT_EQ(dat(), "");
 }
 
 TEST_F(StoreNewFiles, WhatCannotBeMadeHasItsLine) {
   std::filesystem::create_directory(path + ".idx.new");
-  EXPECT_EQ(linesOf([this] { EXPECT_FALSE(NewFiles(path).create()); }),
+  EXPECT_EQ(linesOf([this] {
+              EXPECT_FALSE(NewFiles(path).create({0, 0}));
+            }),
             "STORE: compact: could not open new index file\n");
   std::filesystem::create_directory(path + ".dat.new");
-  EXPECT_EQ(linesOf([this] { EXPECT_FALSE(NewFiles(path).create()); }),
+  EXPECT_EQ(linesOf([this] {
+              EXPECT_FALSE(NewFiles(path).create({0, 0}));
+            }),
             "STORE: compact: could not open new data file\n");
 }
 

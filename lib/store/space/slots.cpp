@@ -1,0 +1,153 @@
+// All slots of a store in memory.
+//
+//     index (P.idx)   | 17, 40 bytes | free, 24 bytes | 9, 32 bytes |
+//     data  (P.dat)   | blob of 17   | left over      | blob of 9   |
+//
+// Every slot of the index has an entry or is free.  A slot keeps its size until a compaction, so its offset follows
+// from the sizes of those before it, and the length of the data file tells whether both files belong together.
+//
+// SS1  slots lie in the data file in the order of the index, without gaps
+// SS2  dataBytes_ is the sum of all sizes, count_ the number of slots
+// SS3  freeBytes_ and freeCount_ belong to the free slots that are marked as counted
+// SS4  of two slots with one id the first one counts
+//
+// Held by StoreModel.HoldsWhatAPlainMapHoldsAndTheSameSeedGivesTheSameFiles, StoreLoading.OffsetsFollowFromTheSizes, StoreBloat.ASlotThatIsUsedAgainCountsNoMore
+// and StoreLoading.TheFirstOfTwoSlotsWithOneIdCounts.
+
+#include "store/space/slots.h"
+
+#include <algorithm>
+
+namespace kl {
+namespace {
+
+constexpr unsigned int kBloatedSlots = 9;
+constexpr unsigned int kBloatedShareShift = 3;  // an eighth
+
+}  // namespace
+
+void Backlog::addUnfreed(const Store::Entry& entry) {
+  if (isUnwritten(entry.slot)) return;  // it is written as a free one, or not at all
+  wasWritten(entry.slot);
+  unfreed.push_back(entry);
+}
+
+void Backlog::wasWritten(unsigned int slot) {
+  std::erase_if(unfreed, [slot](const Store::Entry& entry) { return entry.slot == slot; });
+}
+
+void Backlog::clear() {
+  unwritten.clear();
+  unfreed.clear();
+}
+
+Store::Entry* Slots::entryOf(unsigned int id) {
+  const auto found = entries_.find(id);
+  return found == entries_.end() ? nullptr : &found->second;
+}
+
+bool Slots::fill(long long dataBytes) const {
+  return !exceedsFile_ && dataBytes == static_cast<long long>(dataBytes_);
+}
+
+bool Slots::areBloated() const {
+  return freeBytes_ > dataBytes_ >> kBloatedShareShift && freeCount_ >= kBloatedSlots;
+}
+
+FileLengths Slots::lengthsWithoutFree() const {
+  return {static_cast<unsigned long long>(count_ - free_.count()) * kSlotBytes, dataBytes_ - free_.bytes()};
+}
+
+void Slots::clear() {
+  entries_.clear();
+  table_.clear();
+  free_.clear();
+  backlog_.clear();
+  exceedsFile_ = false;
+  dataBytes_ = count_ = freeBytes_ = freeCount_ = 0;
+}
+
+void Slots::append(const IndexSlot& slot) {
+  const Entry entry{dataBytes_, slot.size, count_, slot.lifetime};
+  dataBytes_ += slot.size;
+  if (dataBytes_ < slot.size) exceedsFile_ = true;
+  ++count_;
+  if (slot.isFree()) {
+    free_.pushBack(entry, true);
+    countFreed(entry);
+  } else {
+    // Kept on purpose: of two slots with one id the first one counts, the other one is neither free nor found.
+    // Held by StoreLoading.TheFirstOfTwoSlotsWithOneIdCounts.
+    const std::size_t before = entries_.size();
+    entries_.try_emplace(entries_.end(), slot.id, entry);
+    if (entries_.size() > before) table_.put({slot.id, entry.offset, entry.size});
+  }
+}
+
+std::optional<Store::Entry> Slots::leave(unsigned int id) {
+  const Entry* const entry = entryOf(id);
+  if (entry == nullptr) return std::nullopt;
+  free_.pushBack(*entry, true);
+  countFreed(*entry);
+  return *entry;
+}
+
+std::optional<Store::Entry> Slots::settle(unsigned int id, unsigned int lifetime, unsigned int needBytes) {
+  Entry& entry = entries_.try_emplace(id, Entry{0, 0, 0, lifetime}).first->second;
+  FreeSlots::Slot found;
+  const bool isFound = free_.takeFirstFit(needBytes, found);
+  if (isFound) {
+    entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
+  } else {
+    entry = {dataBytes_, needBytes, count_, entry.lifetime};
+    dataBytes_ += needBytes;
+    ++count_;
+  }
+  if (isFound && found.counted) {  // SS3
+    --freeCount_;
+    freeBytes_ -= entry.size;
+  }
+  table_.put({id, entry.offset, entry.size});
+  return isFound ? std::optional(found.entry) : std::nullopt;
+}
+
+// Kept on purpose: a removed entry's slot goes to the front, one that an entry grew out of or that was free in the index
+// to the back; the next search for room meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
+void Slots::remove(unsigned int id) {
+  const auto found = entries_.find(id);
+  free_.pushFront(found->second, true);
+  countFreed(found->second);
+  table_.erase(id);
+  entries_.erase(found);
+}
+
+// Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is
+// gone, and so is what it held before.  Held by StoreFaults.ASetThatFailsLeavesAFreeSlotThatDoesNotCount.
+void Slots::drop(unsigned int id) {
+  const auto found = entries_.find(id);
+  free_.pushBack(found->second, false);
+  table_.erase(id);
+  entries_.erase(found);
+}
+
+// From the end, so that the first of two slots with one id counts (SS4).
+void Slots::rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBytes) {
+  free_.clear();
+  backlog_.clear();
+  freeBytes_ = freeCount_ = 0;
+  dataBytes_ = dataBytes;
+  count_ = static_cast<unsigned int>(copied.size());
+  for (unsigned int slot = count_; slot-- > 0;) {
+    Entry& entry = entries_.at(copied[slot].id);
+    entry.offset = copied[slot].offset;
+    entry.slot = slot;
+    table_.put({copied[slot].id, entry.offset, entry.size});
+  }
+}
+
+void Slots::countFreed(const Entry& entry) {
+  ++freeCount_;
+  freeBytes_ += entry.size;
+}
+
+}  // namespace kl
