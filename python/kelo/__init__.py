@@ -9,8 +9,8 @@
 
     asyncio.run(main())
 
-`kelo.codec` has the bytes, `kelo.bus` the client, `kelo.blocking` the same without asyncio, `kelo.service` what answers.
-What needs an event loop is imported when it is first used.
+`kelo.codec` has the bytes, `kelo.bus` the client, `kelo.blocking` the same without asyncio.  What needs an event loop is
+imported when it is first used.
 """
 
 from __future__ import annotations

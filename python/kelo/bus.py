@@ -39,8 +39,8 @@ _UNDO_TIMEOUT = 35.0  # the undo service waits for 30 s itself
 class Subscription:
     """Notifications as they come: `async for message in subscription`.
 
-    At most `limit` of them wait to be read; of more the oldest are thrown away and counted in `lost`.  Nothing says when
-    the service has ended and forgotten its subscribers: `watch` takes care of that.
+    At most `limit` of them wait to be read; of more the oldest are thrown away and counted in `lost`.  Nothing says
+    when the service has ended and forgotten its subscribers: `watch` takes care of that.
     """
 
     def __init__(self, process: Process, path: list[int], command: int, extra: Message, limit: int) -> None:

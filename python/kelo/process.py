@@ -1,6 +1,6 @@
 """One process on the message system: its connection to the loader, its open requests, and who takes what arrives.
 
-`kelo.bus` asks through it, `kelo.service` answers through it.  Everything runs on the event loop of whoever called
+`kelo.bus` asks through it.  Everything runs on the event loop of whoever called
 `Process.connect`.
 
 P1  a request is open from its sending to its reply, its time-out or the end of the connection, one of which it gets
