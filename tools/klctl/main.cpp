@@ -1,4 +1,5 @@
-// klctl: asks and tells the services of this machine from the command line.
+// klctl: sends requests to the services of this machine from the command line.  One verb is performed with channels to
+// the services and to the user; every failure ends here, as one line and an exit status.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,11 +14,7 @@
 #include "ask/session.h"
 #include "ask/walk.h"
 #include "values/failure.h"
-#include "verbs/command_line.h"
-#include "verbs/commands.h"
-#include "verbs/log_follow.h"
-#include "verbs/store.h"
-#include "verbs/watch.h"
+#include "verbs/verb.h"
 
 namespace klctl {
 namespace {
@@ -49,41 +46,25 @@ void writeResults(const std::string& text) {
     throw Failure(Status::kRefused, std::string("cannot write the results: ") + std::strerror(errno));
 }
 
-// What could be read is printed, whatever stands behind it.
-void print(const Dumped& dumped) {
-  writeResults(dumped.text);
-  if (!dumped.fault.empty()) throw Failure(Status::kRefused, dumped.fault);
-}
-
 void say(const std::string& sentence) { std::cerr << "klctl: " + printable(sentence) + "\n"; }
 
-void printBoth(const std::string& results, const std::string& remark) {
-  if (!results.empty()) writeResults(results);
-  if (!remark.empty()) say(remark);
-}
-
-void printWatched(const WatchReport::Text& text) { printBoth(text.results, text.remark); }
-
-// Connects when something is first asked, so that mistakes in the words are told without a loader.  What reads a
-// table connects anew.
-void carryOut(const CommandLine& line) {
+void perform(const CommandLine& line) {
   std::optional<Session> session;
   const auto connected = [&]() -> Session& { return session ? *session : session.emplace(line.timeout); };
-  const Exchange exchange = [&](const kl::message& request) { return connected().exchange(request); };
-  const Send send = [&](const kl::message& m) { connected().send(m); };
-  const Walk walkAlone = [&](const kl::message& request, const std::string& path) {
-    session.reset();
-    return walk(request, path, line.timeout);
+  const auto disconnect = [&] { session.reset(); };
+  const Channels channels{
+      .exchange = [&](const kl::message& request) { return connected().exchange(request); },
+      .send = [&](const kl::message& m) { connected().send(m); },
+      .walk =
+          [&](const kl::message& request, const std::string& path) {
+            disconnect();
+            return walk(request, path, line.timeout);
+          },
+      .disconnect = disconnect,
+      .print = writeResults,
+      .remark = say,
   };
-  if (line.verb == Verb::kLog && line.log.follows) {
-    const LogTopics topics(exchange);
-    session.reset();
-    return followLog(line, topics, printBoth);
-  }
-  if (line.verb != Verb::kWatch) return writeResults(run(line, exchange, send, walkAlone));
-  const Subject subject = subjectOf(line, exchange);
-  session.reset();
-  watch(line, subject, printWatched);
+  performerOf(line.verb)(line, channels);
 }
 
 Status runProgram(int argc, const char* const* argv) {
@@ -91,9 +72,7 @@ Status runProgram(int argc, const char* const* argv) {
     const auto words = parseCommandLine(argc, argv);
     const auto* line = std::get_if<CommandLine>(&words);
     if (line == nullptr) writeResults(std::get<std::string>(words));
-    else if (line->verb == Verb::kDump) print(dumpFile(*line));
-    else if (isStore(line->verb)) print(runStore(*line));
-    else carryOut(*line);
+    else perform(*line);
     return Status::kDone;
   } catch (const Failure& failure) {
     say(failure.what());

@@ -1,22 +1,35 @@
-// The courier: one Looper that exchanges what it is given, or that does a job.
+// The courier from its start to its end.  klctl connects to the loader itself, so that "no loader" is known before the
+// library's loop exists; it forks, and waits for the registration.  The child is one Looper that exchanges what it is
+// given, or that does a job.
 
 #include "ask/courier.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 
 #include "ask/pipe.h"
+#include "kl/utilities.h"
 
 namespace klctl {
 namespace {
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// --- in the courier's process
+
 constexpr int kInheritedSocket = 3;   // where a Looper looks for its connection
 constexpr int kFirstFreeSocket = 10;  // out of its way
 
-// Nobody asked for what is no reply, so nothing gathers in the queue.
+// Drops every message that is no reply, since nobody asked for it: nothing gathers in the queue.
 class Courier : public kl::Looper {
  public:
   Courier() : kl::Looper(kInherited) {}
@@ -34,7 +47,7 @@ int settle(int loaderSocket, int klctlSocket) {
   return klctlSocket;
 }
 
-Bytes carryOut(Courier& courier, const Bytes& request) {
+Bytes replyTo(Courier& courier, const Bytes& request) {
   Order order;
   std::memcpy(&order, request.data(), sizeof order);
   kl::message m(request.data() + sizeof order, static_cast<unsigned int>(request.size() - sizeof order));
@@ -42,6 +55,52 @@ Bytes carryOut(Courier& courier, const Bytes& request) {
   if (order.kind == Order::kExchange) courier.exchangeMessage(m, order.timeoutTicks).flatten(reply);
   else courier.sendMessage(m);
   return reply;
+}
+
+// --- in klctl's process
+
+// The library's loop aborts when the loader does not confirm for 10 s: the watch is the quicker one.
+constexpr milliseconds kLongestRegistration(9000);
+constexpr milliseconds kTick(10);
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// A loader that accepts nobody fills its backlog and would block connect(): 0 switches the limit off again.
+void limitSending(int fd, milliseconds limit) {
+  timeval time{};
+  time.tv_sec = static_cast<time_t>(limit.count() / 1000);
+  time.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
+  (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
+
+int connectToLoader(milliseconds limit) {
+  const std::string path = kl::loaderSocketPath();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) throw noLoader(std::string("cannot make a socket: ") + std::strerror(errno));
+  limitSending(fd, limit);
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int reason = errno;
+    ::close(fd);
+    if (reason == EAGAIN) throw noLoader("the loader at " + path + " accepts no connections");
+    throw noLoader("no loader runs at " + path + ": " + std::strerror(reason));
+  }
+  limitSending(fd, milliseconds(0));
+  return fd;
 }
 
 }  // namespace
@@ -52,7 +111,7 @@ void runCourier(int loaderSocket, int klctlSocket) {
   Bytes bytes;
   bool connected = sendBytes(klctl, bytes);
   while (connected && receiveBytes(klctl, bytes, {}) == Received::kWhole && bytes.size() >= sizeof(Order))
-    connected = sendBytes(klctl, carryOut(courier, bytes));
+    connected = sendBytes(klctl, replyTo(courier, bytes));
   ::_exit(0);
 }
 
@@ -70,6 +129,73 @@ void runJob(int loaderSocket, int klctlSocket, const Job& job) {
   });
   giveBytes({});
   ::_exit(0);
+}
+
+std::string secondsText(milliseconds duration) {
+  std::string text = std::to_string(duration.count() / 1000);
+  if (const auto rest = duration.count() % 1000; rest != 0) {
+    text += "." + std::to_string(1000 + rest).substr(1);
+    text.erase(text.find_last_not_of('0') + 1);
+  }
+  return text + " s";
+}
+
+int ticksOf(milliseconds duration) { return static_cast<int>((duration + kTick - milliseconds(1)) / kTick); }
+
+Failure noLoader(const std::string& sentence) { return {Status::kNoLoader, sentence}; }
+
+Failure noReply(milliseconds timeout) {
+  return {Status::kTimeout, "no reply within " + secondsText(timeout)};
+}
+
+Failure stuckLoader() {
+  return {Status::kTimeout, "the loader does not read, or it began a frame that it did not end"};
+}
+
+CourierProcess::CourierProcess(milliseconds timeout, const Body& body) {
+  const Descriptor loader(connectToLoader(timeout));
+  start(loader.get(), body);
+  awaitRegistration(timeout);
+}
+
+void CourierProcess::start(int loaderSocket, const Body& body) {
+  int pair[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+    throw noLoader(std::string("cannot make a socket pair: ") + std::strerror(errno));
+  }
+  pid_ = ::fork();
+  if (pid_ == 0) {
+    ::close(pair[0]);
+    body(loaderSocket, pair[1]);
+    ::_exit(0);
+  }
+  ::close(pair[1]);
+  socket_ = pair[0];
+  if (pid_ < 0) {
+    ::close(socket_);
+    throw noLoader(std::string("cannot start a process: ") + std::strerror(errno));
+  }
+}
+
+void CourierProcess::awaitRegistration(milliseconds timeout) {
+  const milliseconds limit = std::min(timeout, kLongestRegistration);
+  Bytes nothing;
+  const Received received = receiveBytes(socket_, nothing, steady_clock::now() + limit);
+  if (received == Received::kWhole) return;
+  end();  // the destructor of an object that is not made does not run
+  if (received == Received::kLate)
+    throw noLoader("the loader did not confirm the registration within " + secondsText(limit));
+  throw noLoader("the loader refused the registration");
+}
+
+void CourierProcess::end() {
+  if (pid_ <= 0) return;
+  ::close(socket_);
+  (void)::kill(pid_, SIGKILL);
+  while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  pid_ = -1;
+  socket_ = -1;
 }
 
 }  // namespace klctl

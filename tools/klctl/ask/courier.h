@@ -1,5 +1,5 @@
 #pragma once
-// courier.h: the process that holds the connection to the loader.
+// courier.h: the process that holds the connection to the loader, from its start to its end.
 //
 // The library's message loop ends its process when the loader is lost and prints its own lines on the standard
 // output.  klctl promises an exit status of its own for that and a standard output with results only, so the
@@ -19,13 +19,18 @@
 //
 // The courier ends when klctl closes its side, or is gone.
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <functional>
+#include <string>
 
 #include "kl/looper.h"
+#include "values/failure.h"
 
 namespace klctl {
 
-// What stands in front of a flattened message, in the host's order.
+// The head of a request to the courier, in front of the flattened message, in the host's byte order.
 struct Order {
   enum Kind : int { kExchange, kSend };
   Kind kind;
@@ -54,5 +59,51 @@ using Job = std::function<void(JobLooper& looper, const Give& give)>;
 
 // Registers over a connected socket and does the job.
 [[noreturn]] void runJob(int loaderSocket, int klctlSocket, const Job& job);
+
+// The courier's process, registered with the loader.
+//
+// Errors:    the constructor throws Failure(kNoLoader) when there is no loader and when it does not confirm the
+//            registration in time.
+// Ownership: owns the process and ends it.
+// Threads:   belongs to one thread, and forks: make it before there are others.
+// Cost:      one process.
+class CourierProcess {
+ public:
+  // What the process does, runCourier or runJob.
+  using Body = std::function<void(int loaderSocket, int klctlSocket)>;
+
+  CourierProcess(std::chrono::milliseconds timeout, const Body& body);
+  ~CourierProcess() { end(); }
+  CourierProcess(const CourierProcess&) = delete;
+  CourierProcess& operator=(const CourierProcess&) = delete;
+
+  // klctl's end of the socket pair; -1 after end().
+  int socket() const { return socket_; }
+
+  // Ends it at once.
+  void end();
+
+ private:
+  void start(int loaderSocket, const Body& body);
+  void awaitRegistration(std::chrono::milliseconds timeout);
+
+  pid_t pid_ = -1;
+  int socket_ = -1;
+};
+
+// The reports of how a conversation ended.
+Failure noLoader(const std::string& sentence);
+Failure noReply(std::chrono::milliseconds timeout);
+Failure stuckLoader();
+
+// "0.2 s", "5 s".
+std::string secondsText(std::chrono::milliseconds duration);
+
+// A courier counts as stuck when it exceeds a time-out by this: the library's own time-out does not end the wait for a
+// reply that was begun and never ended.
+inline constexpr std::chrono::milliseconds kCourierGrace(1000);
+
+// A time-out as the library takes it, rounded up.
+int ticksOf(std::chrono::milliseconds duration);
 
 }  // namespace klctl

@@ -1,14 +1,17 @@
 #pragma once
-// fetch.h: a service's whole table of objects, chunk by chunk.
+// fetch.h: a request and its reply, and a service's whole table of objects, chunk by chunk.
 
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "ask/path.h"
 #include "kl/message.h"
 #include "values/failure.h"
 
 namespace klctl {
+
+// Sends a request and gives the reply, which may be an error reply.
+using Exchange = std::function<kl::message(const kl::message& request)>;
 
 // Repeats the request for as long as the replies name an id to continue from, and joins their objects.  Throws
 // Failure(kRefused) for an error reply, and for a service that names the same id twice and so would never end.
@@ -19,7 +22,7 @@ std::vector<kl::message::flat_message> fetchAll(kl::message request, const std::
 // The reply itself.  Throws Failure(kRefused) for an error reply.
 kl::message fetch(const kl::message& request, const std::string& path, const Exchange& exchange);
 
-// How an error reply is told, and a table that goes on at one id for the second time.
+// The reports of an error reply, and of a table that continues at one id for the second time.
 Failure refused(const std::string& path, const kl::message& reply);
 Failure endless(const std::string& path, unsigned int id);
 

@@ -4,7 +4,6 @@
 
 #include <limits>
 
-#include "ask/fetch.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "values/failure.h"
@@ -30,7 +29,7 @@ std::optional<unsigned int> cutNumber(std::string& text, char separator, const s
   return number;
 }
 
-// The name of a service that is known by its number; the loader's word first.
+// The name of a service that is known by its number; the loader's table first.
 std::string askName(unsigned int id, const Exchange& exchange) {
   if (id == kl::SERVICE_LOADER) return "loader";
   kl::message request;

@@ -1,21 +1,17 @@
 #pragma once
-// path.h: the word that says whom a request is for.
+// path.h: the word that names the receiver of a request.
 //
 //     netif        the service netif
 //     netif/3      handler 3 in it;  24/0  handler 0 of service 24
 //     netif:2      object 2 of the service;  24/0:2  object 2 of a handler
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "kl/message.h"
+#include "ask/fetch.h"
 
 namespace klctl {
-
-// Sends a request and gives the reply, which may be an error reply.
-using Exchange = std::function<kl::message(const kl::message& request)>;
 
 struct PathWord {
   std::string service;                 // a name or a number

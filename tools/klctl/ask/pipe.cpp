@@ -2,7 +2,6 @@
 
 #include "ask/pipe.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -34,17 +33,10 @@ int remaining(const Deadline& deadline) {
   return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
 }
 
-bool waitReadable(int fd, const Deadline& deadline) {
-  pollfd watched{fd, POLLIN, 0};
-  int ready;
-  do ready = ::poll(&watched, 1, remaining(deadline));
-  while (ready < 0 && errno == EINTR);
-  return ready > 0;
-}
-
 Received receiveAll(int fd, unsigned char* bytes, std::size_t count, const Deadline& deadline) {
   while (count > 0) {
-    if (!waitReadable(fd, deadline)) return Received::kLate;
+    pollfd watched{fd, POLLIN, 0};
+    if (!waitReadable(&watched, 1, deadline)) return Received::kLate;
     const ssize_t got = ::recv(fd, bytes, count, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return Received::kEnded;
@@ -55,6 +47,13 @@ Received receiveAll(int fd, unsigned char* bytes, std::size_t count, const Deadl
 }
 
 }  // namespace
+
+bool waitReadable(pollfd* watched, nfds_t count, const Deadline& deadline) {
+  int ready;
+  do ready = ::poll(watched, count, remaining(deadline));
+  while (ready < 0 && errno == EINTR);
+  return ready > 0;
+}
 
 bool sendBytes(int fd, const Bytes& bytes) {
   const auto length = static_cast<std::uint32_t>(bytes.size());

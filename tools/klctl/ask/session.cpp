@@ -1,6 +1,10 @@
-// The session: every wait for the courier has a deadline; past it the courier is killed.
+// Both kinds of session talk to a courier.  Every wait of a Session has a deadline; past it the courier is killed.  A
+// StreamSession waits for the courier, the user and the clock at once.
 
 #include "ask/session.h"
+
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -72,6 +76,39 @@ Bytes Session::carry(Order::Kind kind, const kl::message& m) {
   courier_.end();
   if (received == Received::kLate) throw stuckLoader();
   throw noLoader("the loader went away");
+}
+
+Interrupt::Interrupt() {
+  sigset_t interrupt;
+  ::sigemptyset(&interrupt);
+  ::sigaddset(&interrupt, SIGINT);
+  fd_ = ::signalfd(-1, &interrupt, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (fd_ >= 0) (void)::sigprocmask(SIG_BLOCK, &interrupt, &before_);
+}
+
+// A signal that came in time is read, so that it does not end klctl afterwards.
+Interrupt::~Interrupt() {
+  if (fd_ < 0) return;
+  signalfd_siginfo taken;
+  while (::read(fd_, &taken, sizeof taken) > 0) {
+  }
+  ::close(fd_);
+  (void)::sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+StreamSession::StreamSession(milliseconds timeout, const Job& job)
+    : courier_(timeout, [&](int loader, int klctl) { runJob(loader, klctl, job); }) {}
+
+StreamSession::Next StreamSession::next(kl::message& m, const Deadline& deadline, int interrupt) {
+  pollfd watched[] = {{courier_.socket(), POLLIN, 0}, {interrupt, POLLIN, 0}};
+  const bool isReady = waitReadable(watched, 2, deadline);
+  if (watched[1].revents != 0) return kInterrupted;
+  if (!isReady) return kLate;
+  Bytes bytes;
+  if (receiveBytes(courier_.socket(), bytes, {}) != Received::kWhole) throw noLoader("the loader went away");
+  if (bytes.empty()) return kEnded;
+  m = kl::message(bytes);
+  return kMessage;
 }
 
 }  // namespace klctl

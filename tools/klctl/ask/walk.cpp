@@ -1,4 +1,4 @@
-// The walk happens in the courier; klctl gathers the objects and keeps the user company.
+// The walk happens in the courier; klctl gathers the objects and shows the progress.
 
 #include "ask/walk.h"
 
@@ -11,7 +11,6 @@
 #include "ask/fetch.h"
 #include "ask/progress.h"
 #include "ask/session.h"
-#include "ask/stream_session.h"
 #include "kl/reget.h"
 #include "values/failure.h"
 
@@ -20,7 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// What happens in the courier's loop.
+// The walk in the courier's loop.
 class Walker {
  public:
   Walker(JobLooper& looper, const Give& give) : looper_(looper), give_(give) {
@@ -83,7 +82,10 @@ std::vector<kl::message::flat_message> walk(const kl::message& request, const st
       const Event event = eventOf(m);
       if (event.kind == EventKind::kEndless)
         throw endless(path, kl::message(event.content).get(kl::STD_GETALLID, kl::BADID));
-      if (event.kind == EventKind::kDone) return refuseErrors(event.content, path, timeout), objects;
+      if (event.kind == EventKind::kDone) {
+        refuseErrors(event.content, path, timeout);
+        return objects;
+      }
       objects.push_back(event.content);
       limit = now + timeout + kCourierGrace;
     } else if (next == StreamSession::kEnded || now >= limit) {

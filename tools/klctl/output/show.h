@@ -1,9 +1,10 @@
 #pragma once
-// show.h: messages as the text that the user asked for.
+// show.h: messages as text: JSON, tables that fit the terminal, dumps.
 
 #include <string>
 #include <vector>
 
+#include "ask/fetch.h"
 #include "kl/message.h"
 #include "values/field_names.h"
 #include "values/json.h"
@@ -21,5 +22,19 @@ std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, 
 
 // Field by field.
 std::string dumpText(const kl::message& m);
+
+// An exchange that also adds the dump of each reply to `text`.  Both arguments are borrowed.
+Exchange dumping(const Exchange& exchange, std::string& text);
+
+// One object: a line for each member, its name and its value.
+std::string objectTable(const Json& object);
+
+// Many objects: a line for each, a column for each of `columns`.  Where such a line would be longer than `width`
+// characters, every object gets its lines as objectTable gives them, with an empty one between two.
+std::string objectsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns,
+                         std::size_t width);
+
+// Characters in a line of the terminal that the standard output is; without limit when it is none.
+std::size_t lineWidth();
 
 }  // namespace klctl

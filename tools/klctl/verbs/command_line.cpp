@@ -1,4 +1,5 @@
-// The command line, by CLI11; what its words mean is checked here.
+// CLI11 splits the command line into words; this file checks the meaning of each.  Every verb names the interpretation of
+// its words when it is added: none, a path (addRequest), or the name of a service (addAction).
 
 #include "verbs/command_line.h"
 
@@ -39,10 +40,11 @@ class Parser {
         "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
         "leave.\n"
         "See klctl(1).");
-    addVerb(Verb::kServices, "services", "List the services");
+    addVerb(app_, Verb::kServices, "services", "List the services");
     addRequest(Verb::kGet, "get", "Read settings, or one object");
     addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
-    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it");
+    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it",
+               &Parser::interpretTable);
     addRequest(Verb::kSet, "set", "Change settings, or one object");
     CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
     send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
@@ -72,7 +74,7 @@ class Parser {
   }
 
  private:
-  // A word that stands where a command belongs and is none; CLI11 only says that a command is missing.
+  // Names the word that stands where a command belongs; CLI11 only reports that a command is missing.
   void refuseUnknownCommand(const CLI::App& app) const {
     const std::vector<CLI::App*> chosen = app.get_subcommands();
     if (!chosen.empty()) return refuseUnknownCommand(*chosen.front());
@@ -83,18 +85,21 @@ class Parser {
                 "--help shows what there is)");
   }
 
-  CLI::App* addVerb(Verb verb, const char* name, const char* about) {
-    return addVerb(app_, verb, name, about);
-  }
+  using Interpretation = void (Parser::*)();
 
-  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about) {
+  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about,
+                    Interpretation interpretation = nullptr) {
     CLI::App* verbApp = parent.add_subcommand(name, about);
-    verbApp->final_callback([this, verb] { line_.verb = verb; });
+    verbApp->final_callback([this, verb, interpretation] {
+      line_.verb = verb;
+      interpretation_ = interpretation;
+    });
     return verbApp;
   }
 
-  CLI::App* addRequest(Verb verb, const char* name, const char* about) {
-    CLI::App* verbApp = addVerb(verb, name, about);
+  CLI::App* addRequest(Verb verb, const char* name, const char* about,
+                       Interpretation interpretation = &Parser::interpretRequest) {
+    CLI::App* verbApp = addVerb(app_, verb, name, about, interpretation);
     verbApp->add_option("PATH", words_.path, "A service, as netif, 24, netif/3 or netif:2 (object 2)")
         ->required()
         ->type_name("");
@@ -107,14 +112,14 @@ class Parser {
   }
 
   void addAction(Verb verb, const char* name, const char* about) {
-    addVerb(verb, name, about)
+    addVerb(app_, verb, name, about, &Parser::interpretService)
         ->add_option("SERVICE", words_.path, "A service, by its name or its number")
         ->required()
         ->type_name("");
   }
 
   void addDump() {
-    CLI::App* dump = addVerb(Verb::kDump, "dump", "Print the messages in a file");
+    CLI::App* dump = addVerb(app_, Verb::kDump, "dump", "Print the messages in a file");
     dump->add_option("FILE", line_.file, "The file; - is the standard input")->required()->type_name("");
     dump->add_option_function<std::string>(
             "--format", [this](const std::string& word) { readFormat(word); },
@@ -149,7 +154,7 @@ class Parser {
 
   void addLog() {
     CLI::App* log = app_.add_subcommand("log", "Show the log of the system");
-    log->add_flag("-f,--follow", line_.log.follows, "Go on with what comes");
+    CLI::Option* follow = log->add_flag("-f,--follow")->description("Go on with what comes");
     log->add_option("--topic", line_.log.topics, "Only lines with this topic, or one of several")
         ->type_name("TOPIC")
         ->expected(1)
@@ -159,8 +164,8 @@ class Parser {
            "Only lines from then on: 10m, 06:30, \"2026-11-21 06:30\"")
         ->type_name("WHEN");
     log->require_subcommand(0, 1);
-    log->final_callback([this, log] {
-      if (log->get_subcommands().empty()) line_.verb = Verb::kLog;
+    log->final_callback([this, log, follow] {
+      if (log->get_subcommands().empty()) line_.verb = follow->count() > 0 ? Verb::kLogFollow : Verb::kLog;
     });
     addTopic(addVerb(*log, Verb::kLogMute, "mute", "Have no more lines with a topic written"));
     addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Have them written again"));
@@ -177,7 +182,12 @@ class Parser {
   void addRecordId(CLI::App* verbApp, const char* about = "The record") {
     verbApp
         ->add_option_function<std::string>(
-            "ID", [this](const std::string& text) { readId("ID", text); }, about)
+            "ID",
+            [this](const std::string& text) {
+              readId("ID", text);
+              line_.path.object = words_.id;
+            },
+            about)
         ->required()
         ->type_name("");
   }
@@ -210,16 +220,25 @@ class Parser {
     }
     line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
     if (line_.fields.empty()) line_.fields = dictionaryFolder();
-    if (line_.verb == Verb::kServices || line_.verb == Verb::kDump || isLog(line_.verb)) return;
-    if (isUndo(line_.verb) || isStore(line_.verb)) {
-      line_.path.object = words_.id;
-      return;
-    }
+    if (interpretation_ != nullptr) (this->*interpretation_)();
+  }
+
+  void interpretService() {
     line_.path = parsePath(words_.path);
-    if (isAction(line_.verb) && (!line_.path.handlers.empty() || line_.path.object))
+    if (!line_.path.handlers.empty() || line_.path.object)
       throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
+  }
+
+  void interpretRequest() {
+    line_.path = parsePath(words_.path);
     interpretId();
     interpretRest();
+  }
+
+  void interpretTable() {
+    interpretRequest();
+    if (line_.command || line_.path.object)
+      throw usage("watch follows a whole table: it takes no command and no object");
   }
 
   void interpretId() {
@@ -236,12 +255,11 @@ class Parser {
       ++word;
     }
     line_.assignments.assign(word, words_.rest.end());
-    if (line_.verb == Verb::kWatch && (line_.command || line_.path.object))
-      throw usage("watch follows a whole table: it takes no command and no object");
   }
 
   CLI::App app_;
   Words words_;
+  Interpretation interpretation_ = nullptr;  // of the words that stand behind the verb
   CommandLine line_;
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// command_line.h: what the user asked for.
+// command_line.h: the words of the user, read.
 
 #include <chrono>
 #include <optional>
@@ -32,28 +32,17 @@ enum class Verb {
   kStoreCheck,
   kStoreCompact,
   kLog,
+  kLogFollow,
   kLogMute,
   kLogUnmute,
 };
 
-inline bool isUndo(Verb verb) {
-  return verb == Verb::kUndoList || verb == Verb::kUndoShow || verb == Verb::kUndoRun;
-}
+inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kLogUnmute) + 1;  // how many there are
 
-constexpr bool isStore(Verb verb) { return verb >= Verb::kStoreList && verb <= Verb::kStoreCompact; }
-
-// True for what is done to a service and not asked of it.
-constexpr bool isAction(Verb verb) { return verb >= Verb::kStart && verb <= Verb::kLeave; }
-
-inline bool isLog(Verb verb) {
-  return verb == Verb::kLog || verb == Verb::kLogMute || verb == Verb::kLogUnmute;
-}
-
-// What is wanted of the log.
+// The filter of the log.
 struct LogWords {
   std::vector<std::string> topics;          // the one to mute, with kLogMute and kLogUnmute
   std::optional<unsigned long long> since;  // nanoseconds since 1970
-  bool follows = false;
 };
 
 struct CommandLine {

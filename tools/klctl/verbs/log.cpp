@@ -1,4 +1,4 @@
-// The log: its filter from words, its lines as text.
+// The filter of the log comes from the words of the command line; each line becomes text with a time, a process and topics.
 
 #include "verbs/log.h"
 
@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "ask/fetch.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
@@ -51,7 +50,7 @@ std::string printable(const std::string& text) {
   return result;
 }
 
-// Of the topics that say how much a line matters, the one that says it matters most.
+// The topic of the highest severity.
 unsigned int severityOf(const std::vector<unsigned int>& topics) {
   unsigned int most = kl::TOPIC_INFO;
   bool isFirst = true;
@@ -76,13 +75,14 @@ const char* colourOf(unsigned int severity) {
   }
 }
 
-void mute(const CommandLine& line, const Exchange& exchange) {
+void setMuted(const CommandLine& line, const Channels& channels, bool isMuted) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOG, kl::LOG_RULES});
   request.insert(kl::SYS_CMD, kl::CMD_SETOBJ);
-  request.insert(kl::STD_ID, LogTopics(exchange).find(line.log.topics.front()));
-  request.insert(kl::LOG_MUTED, line.verb == Verb::kLogMute);
-  (void)fetch(request, kName, exchange);
+  request.insert(kl::STD_ID, LogTopics(channels.exchange).find(line.log.topics.front()));
+  request.insert(kl::LOG_MUTED, isMuted);
+  (void)fetch(request, kName, channels.exchange);
+  channels.print("");
 }
 
 }  // namespace
@@ -136,15 +136,17 @@ std::string logLine(const kl::message& object, const LogTopics& topics, bool inC
 
 bool wantsColour() { return ::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr; }
 
-std::string runLog(const CommandLine& line, const Exchange& exchange, const Walk& walk) {
-  if (line.verb != Verb::kLog) return mute(line, exchange), "";
-  const LogTopics topics(exchange);
-  const auto objects = walk(logRequest(line, topics), kName);
-  if (line.json) return jsonText(Json(toJson(objects, namesFor(kName, line.fields))));
+void showLog(const CommandLine& line, const Channels& channels) {
+  const LogTopics topics(channels.exchange);
+  const auto objects = channels.walk(logRequest(line, topics), kName);
+  if (line.json) return channels.print(jsonText(Json(toJson(objects, namesFor(kName, line.fields)))));
   std::string text;
   const bool inColour = wantsColour();
   for (const kl::message object : objects) text += logLine(object, topics, inColour);
-  return text;
+  channels.print(text);
 }
+
+void muteTopic(const CommandLine& line, const Channels& channels) { setMuted(line, channels, true); }
+void unmuteTopic(const CommandLine& line, const Channels& channels) { setMuted(line, channels, false); }
 
 }  // namespace klctl

@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "ask/path.h"
-#include "values/field_names.h"
-#include "verbs/command_line.h"
-#include "verbs/commands.h"
+#include "ask/fetch.h"
+#include "verbs/verb.h"
 
 namespace klctl {
 
@@ -30,15 +28,16 @@ class LogTopics {
 // The request for the lines that the command line asks for.  Throws Failure.
 kl::message logRequest(const CommandLine& line, const LogTopics& topics);
 
-// One line of the log as text, by how much it matters in colour.
+// One line of the log as text, in the colour of its severity.
 //
 //     2026-11-21 06:08:26.123 netif[812] warning,netif: eth0 is down
 std::string logLine(const kl::message& object, const LogTopics& topics, bool inColour);
 
-// Is the standard output a terminal that may be coloured?
+// True when the standard output is a terminal that may be coloured.
 bool wantsColour();
 
-// Does what `log`, `log mute` and `log unmute` say and returns the text for the standard output.  Throws Failure.
-std::string runLog(const CommandLine& line, const Exchange& exchange, const Walk& walk);
+void showLog(const CommandLine& line, const Channels& channels);
+void muteTopic(const CommandLine& line, const Channels& channels);
+void unmuteTopic(const CommandLine& line, const Channels& channels);
 
 }  // namespace klctl

@@ -1,17 +1,13 @@
-// Following: the courier subscribes first and reads what is there then, so that nothing comes in between; what it
-// hears of twice it gives once.  When the service is gone it asks every half second until somebody answers, and goes on
-// behind the last line that it gave.
+// The courier subscribes first and then reads the lines that are there, so that none is missed in between; a line that
+// comes twice is given once.  When the service is gone the courier asks every half second until there is an answer, and
+// continues after the last line that it gave.
 //
 // F1  every line is given once: while one service lives their ids go up, and of another one only later lines are asked
 
 #include "verbs/log_follow.h"
 
-#include "ask/courier_process.h"
 #include "ask/events.h"
-#include "ask/fetch.h"
-#include "ask/interrupt.h"
 #include "ask/session.h"
-#include "ask/stream_session.h"
 #include "kl/bind.h"
 #include "kl/services.h"
 #include "output/show.h"
@@ -74,7 +70,7 @@ class LogFollower : public kl::Handler {
     (void)kl::getLooper()->addTimer(this, kl::bind<LogFollower, &LogFollower::begin>(), kRetryTicks);
   }
 
-  // Whatever rights the notifications come with: klctl asked for them.
+  // Notifications may come with any rights: klctl subscribed to them.
   bool checkPolicy(const kl::message&) override { return true; }
 
   void handleCmd(const kl::message& m, unsigned int command) override {
@@ -93,11 +89,11 @@ class LogFollower : public kl::Handler {
   unsigned int lastId_ = 0;  // 0: none was given since the service began
 };
 
-// What the user sees of events.
+// Prints the events.
 class LogReport {
  public:
-  LogReport(const CommandLine& line, const LogTopics& topics, const PrintLog& print)
-      : topics_(topics), print_(print), isJson_(line.json), inColour_(wantsColour()) {
+  LogReport(const CommandLine& line, const LogTopics& topics, const Channels& channels)
+      : topics_(topics), channels_(channels), isJson_(line.json), inColour_(wantsColour()) {
     if (isJson_) names_ = namesFor("log", line.fields);
   }
 
@@ -111,13 +107,13 @@ class LogReport {
  private:
   void object(const kl::message& object) {
     if (!object.has(kl::STD_ID))
-      return print_("",
-                    std::to_string(object.get(kl::LOG_SKIPPED, 0)) + " lines came too fast and are left out");
-    print_(isJson_ ? jsonLine(toJson(object, names_)) : logLine(object, topics_, inColour_), "");
+      return channels_.remark(std::to_string(object.get(kl::LOG_SKIPPED, 0)) +
+                              " lines came too fast and are left out");
+    channels_.print(isJson_ ? jsonLine(toJson(object, names_)) : logLine(object, topics_, inColour_));
   }
 
   void complete() {
-    if (isLost_) print_("", "log is back");
+    if (isLost_) channels_.remark("log is back");
     isLost_ = false;
     wasThere_ = true;
   }
@@ -127,11 +123,12 @@ class LogReport {
     const bool isError = kl::isError(reason, &code);
     if (!wasThere_ && isError && code != kl::ERROR_BRKPATH) throw refused("log", reason);
     if (!std::exchange(isLost_, true))
-      print_("", "log is gone: " + (isError ? kl::getError(reason) : "it has ended") + "; waiting for it");
+      channels_.remark("log is gone: " + (isError ? kl::getError(reason) : "it has ended") +
+                       "; waiting for it");
   }
 
   const LogTopics& topics_;
-  const PrintLog& print_;
+  const Channels& channels_;
   FieldNames names_;
   bool isJson_;
   bool inColour_;
@@ -150,12 +147,14 @@ Job logJob(const kl::message& request, int timeoutTicks) {
   };
 }
 
-void followLog(const CommandLine& line, const LogTopics& topics, const PrintLog& print) {
+void followLog(const CommandLine& line, const Channels& channels) {
+  const LogTopics topics(channels.exchange);
+  channels.disconnect();
   const kl::message request = logRequest(line, topics);
   refuseOversized(request);
   const Interrupt interrupt;
   StreamSession stream(line.timeout, logJob(request, ticksOf(line.timeout)));
-  LogReport report(line, topics, print);
+  LogReport report(line, topics, channels);
   for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;) report.take(eventOf(m));
 }
 

@@ -13,7 +13,6 @@
 
 #include "kl/store.h"
 #include "output/show.h"
-#include "output/table.h"
 #include "values/failure.h"
 
 namespace klctl {
@@ -75,7 +74,7 @@ int errorOf(const std::string& file, int access) {
   return ::faccessat(AT_FDCWD, file.c_str(), access, AT_EACCESS) != 0 ? errno : 0;
 }
 
-// Whoever completes a name in a shell ends up with one of the files.
+// The completion of a shell ends with the name of one of the files.
 void refuseFileOfStore(const std::string& path) {
   for (const char* suffix : {".idx", ".dat", ".lock"})
     if (path.ends_with(suffix) && ::access(path.c_str(), F_OK) == 0)
@@ -126,27 +125,8 @@ std::string messageText(const CommandLine& line, const kl::message& m) {
   return line.json ? jsonText(fields) : objectTable(fields);
 }
 
-Dumped showEntry(const CommandLine& line, const kl::StoreView& view) {
-  const kl::StoreView::Entry* const entry = view.find(*line.path.object);
-  if (entry == nullptr)
-    throw Failure(Status::kRefused, line.file + " has no entry " + std::to_string(*line.path.object));
-  return {messageText(line, view.get(*entry)), faultOf(view, *entry, line.file)};
-}
-
-Dumped check(const CommandLine& line, const kl::StoreView& view) {
-  if (has(view, Fault::kNoIndex) && has(view, Fault::kNoData)) needFiles(view, line.file);
-  std::string text;
-  Json all = Json::array();
-  for (const Finding& finding : view.findings()) {
-    text += sentenceOf(finding) + "\n";
-    all.push_back(sentenceOf(finding));
-  }
-  const std::string count = std::to_string(all.size()) + (all.size() == 1 ? " fault" : " faults");
-  return {line.json ? jsonText(all) : text, all.empty() ? "" : line.file + ": " + count};
-}
-
-// New files belong to whoever makes them, and a service that runs as another user could not open its store any more.
-// So root becomes the files' owner as long as this lives, and others who are not the owner are refused.
+// New files belong to the user who makes them, and a service that runs as another user could not open its store any
+// more.  So root becomes the files' owner as long as this lives, and any other user who is not the owner is refused.
 class AsOwner {
  public:
   explicit AsOwner(const std::string& file) {
@@ -218,14 +198,38 @@ std::string compact(const kl::StoreView& view, const std::string& path) {
 
 }  // namespace
 
-Dumped runStore(const CommandLine& line) {
+void listStore(const CommandLine& line, const Channels& channels) {
   const kl::StoreView view(line.file);
-  if (line.verb == Verb::kStoreCheck) return check(line, view);
   needFiles(view, line.file);
-  if (line.verb == Verb::kStoreList)
-    return {line.json ? listJson(view) : listText(view), faultOf(view.findings(), line.file)};
-  if (line.verb == Verb::kStoreGet) return showEntry(line, view);
-  return {"", compact(view, line.file)};
+  printWithFault(channels, line.json ? listJson(view) : listText(view), faultOf(view.findings(), line.file));
+}
+
+void showEntry(const CommandLine& line, const Channels& channels) {
+  const kl::StoreView view(line.file);
+  needFiles(view, line.file);
+  const kl::StoreView::Entry* const entry = view.find(*line.path.object);
+  if (entry == nullptr)
+    throw Failure(Status::kRefused, line.file + " has no entry " + std::to_string(*line.path.object));
+  printWithFault(channels, messageText(line, view.get(*entry)), faultOf(view, *entry, line.file));
+}
+
+void checkStore(const CommandLine& line, const Channels& channels) {
+  const kl::StoreView view(line.file);
+  if (has(view, Fault::kNoIndex) && has(view, Fault::kNoData)) needFiles(view, line.file);
+  std::string text;
+  Json all = Json::array();
+  for (const Finding& finding : view.findings()) {
+    text += sentenceOf(finding) + "\n";
+    all.push_back(sentenceOf(finding));
+  }
+  const std::string count = std::to_string(all.size()) + (all.size() == 1 ? " fault" : " faults");
+  printWithFault(channels, line.json ? jsonText(all) : text, all.empty() ? "" : line.file + ": " + count);
+}
+
+void compactStore(const CommandLine& line, const Channels& channels) {
+  const kl::StoreView view(line.file);
+  needFiles(view, line.file);
+  printWithFault(channels, "", compact(view, line.file));
 }
 
 }  // namespace klctl

@@ -1,12 +1,14 @@
 #pragma once
-// store.h: looks into the files of a store.  No loader is needed.
+// store.h: the verbs that look into the files of a store.  No loader is needed.  Each prints what could be read and then
+// fails with what is wrong with the files.
 
-#include "verbs/commands.h"
+#include "verbs/verb.h"
 
 namespace klctl {
 
-// Does what `klctl store` is asked for: the text, and what is wrong with the store, empty when nothing is.  Only
-// compact changes files.  Throws Failure.
-Dumped runStore(const CommandLine& line);
+void listStore(const CommandLine& line, const Channels& channels);
+void showEntry(const CommandLine& line, const Channels& channels);
+void checkStore(const CommandLine& line, const Channels& channels);
+void compactStore(const CommandLine& line, const Channels& channels);  // the only one that changes files
 
 }  // namespace klctl

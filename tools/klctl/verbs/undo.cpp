@@ -1,21 +1,20 @@
-// A record names its maker by numbers and its time in seconds: both become what people read.  JSON shows the fields as
-// they came.
+// A record has its maker as numbers and its time in seconds; text shows a name and a date, JSON the fields as they came.
 
 #include "verbs/undo.h"
 
 #include <ctime>
 #include <map>
 
-#include "ask/fetch.h"
+#include "ask/path.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
-#include "output/table.h"
 #include "values/dictionary.h"
 
 namespace klctl {
 namespace {
 
+constexpr char kName[] = "undo";
 const std::vector<std::string> kColumns = {"id", "time", "user", "service", "description", "undone"};
 
 std::string timeText(unsigned long long seconds) {
@@ -93,40 +92,46 @@ std::string showText(const kl::message& record, const Exchange& exchange) {
          dumpText(record.get(kl::UNDO_MESSAGE, {}));
 }
 
-unsigned int commandOf(Verb verb) {
-  if (verb == Verb::kUndoList) return kl::CMD_GETALL;
-  return verb == Verb::kUndoShow ? kl::CMD_GETOBJ : kl::CMD_START;
-}
-
-kl::message requestFor(const CommandLine& line) {
+kl::message requestFor(const CommandLine& line, unsigned int command) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_UNDO});
-  request.insert(kl::SYS_CMD, commandOf(line.verb));
+  request.insert(kl::SYS_CMD, command);
   if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
   return request;
 }
 
+kl::message fetchOne(const CommandLine& line, unsigned int command, const Exchange& exchange) {
+  return fetch(requestFor(line, command), kName + (":" + std::to_string(*line.path.object)), exchange);
+}
+
+std::string jsonOf(kl::message reply, const FieldNames& names) {
+  kl::cleanSys(reply);
+  return jsonText(klctl::toJson(reply, names));
+}
+
 }  // namespace
 
-std::string runUndo(const CommandLine& line, const Exchange& exchange) {
-  const FieldNames names = namesFor("undo", line.fields);
+void listChanges(const CommandLine& line, const Channels& channels) {
+  const FieldNames names = namesFor(kName, line.fields);
   std::string dumped;
-  const auto noted = [&](const kl::message& m) {
-    kl::message reply = exchange(m);
-    if (line.dump) dumped += dumpText(reply);
-    return reply;
-  };
-  const std::string path = line.path.object ? "undo:" + std::to_string(*line.path.object) : "undo";
-  if (line.verb == Verb::kUndoList) {
-    const auto records = fetchAll(requestFor(line), path, noted);
-    if (line.dump) return dumped;
-    return line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange);
-  }
-  kl::message reply = fetch(requestFor(line), path, noted);
-  if (line.dump) return dumped;
-  kl::cleanSys(reply);
-  if (line.json) return jsonText(toJson(reply, names));
-  return line.verb == Verb::kUndoShow ? showText(reply, exchange) : "";
+  const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
+  const auto records = fetchAll(requestFor(line, kl::CMD_GETALL), kName, exchange);
+  if (line.dump) channels.print(dumped);
+  else channels.print(line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange));
+}
+
+void showChange(const CommandLine& line, const Channels& channels) {
+  const FieldNames names = namesFor(kName, line.fields);
+  const kl::message reply = fetchOne(line, kl::CMD_GETOBJ, channels.exchange);
+  if (line.dump) channels.print(dumpText(reply));
+  else channels.print(line.json ? jsonOf(reply, names) : showText(reply, channels.exchange));
+}
+
+void undoChange(const CommandLine& line, const Channels& channels) {
+  const FieldNames names = namesFor(kName, line.fields);
+  const kl::message reply = fetchOne(line, kl::CMD_START, channels.exchange);
+  if (line.dump) channels.print(dumpText(reply));
+  else channels.print(line.json ? jsonOf(reply, names) : "");
 }
 
 }  // namespace klctl

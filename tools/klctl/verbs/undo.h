@@ -1,15 +1,12 @@
 #pragma once
 // undo.h: the records of the undo service, for people.
 
-#include <string>
-
-#include "ask/path.h"
-#include "verbs/command_line.h"
+#include "verbs/verb.h"
 
 namespace klctl {
 
-// Does what `undo list`, `undo show` and `undo run` say and returns the text for the standard output.  Throws
-// Failure.
-std::string runUndo(const CommandLine& line, const Exchange& exchange);
+void listChanges(const CommandLine& line, const Channels& channels);
+void showChange(const CommandLine& line, const Channels& channels);
+void undoChange(const CommandLine& line, const Channels& channels);  // or redo it, if it is undone
 
 }  // namespace klctl

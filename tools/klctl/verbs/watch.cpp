@@ -1,20 +1,16 @@
-// Watching: the courier follows the table, klctl says what has changed.
+// The courier follows the table, klctl prints the changes.
 //
-// W1  objects_ is what the user has been told, or will be told when the first fetch is complete
-// W2  while the table is fetched again, an object that is as it was is not worth a word
+// W1  objects_ is what was printed, or will be when the first fetch is complete
+// W2  while the table is fetched again, an object that did not change is not printed
 
 #include "verbs/watch.h"
 
 #include <vector>
 
-#include "ask/courier_process.h"
 #include "ask/fetch.h"
-#include "ask/interrupt.h"
 #include "ask/session.h"
-#include "ask/stream_session.h"
 #include "kl/watcher.h"
 #include "output/show.h"
-#include "output/table.h"
 #include "values/failure.h"
 
 namespace klctl {
@@ -22,7 +18,7 @@ namespace {
 
 constexpr unsigned int kOwnNumber = 1;
 
-// What the courier hears.
+// Gives the callbacks of the watcher as events.
 class Giving : public kl::Watcher {
  public:
   explicit Giving(const Give& give) : give_(give) {}
@@ -39,7 +35,7 @@ class Giving : public kl::Watcher {
   const Give& give_;
 };
 
-// May the service answer otherwise if it is asked again?
+// True for an error that a later attempt may not meet.
 bool mayPass(unsigned int error) {
   return error == kl::ERROR_BRKPATH || error == kl::ERROR_TIMEOUT || error == kl::ERROR_BUSY;
 }
@@ -116,13 +112,18 @@ std::string WatchReport::show(unsigned int id, const kl::message& object) const 
   return "\n" + subject_.path + ":" + std::to_string(id) + "\n" + objectTable(shown);
 }
 
-void watch(const CommandLine& line, const Subject& subject, const Print& print) {
+void watchTable(const CommandLine& line, const Channels& channels) {
+  const Subject subject = subjectOf(line, kl::CMD_GETALL, channels.exchange);
+  channels.disconnect();
   refuseOversized(subject.request);
   const Interrupt interrupt;
   StreamSession stream(line.timeout, watchJob(subject.request, ticksOf(line.timeout)));
   WatchReport report(line, subject);
-  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;)
-    print(report.take(eventOf(m)));
+  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;) {
+    const auto [results, remark] = report.take(eventOf(m));
+    if (!results.empty()) channels.print(results);
+    if (!remark.empty()) channels.remark(remark);
+  }
 }
 
 }  // namespace klctl

@@ -6,15 +6,14 @@
 
 #include "ask/courier.h"
 #include "ask/events.h"
-#include "verbs/command_line.h"
-#include "verbs/commands.h"
+#include "verbs/request.h"
 
 namespace klctl {
 
-// The courier's part: a kl::Watcher that gives everything it is told.
+// The courier's part: a kl::Watcher that gives each of its callbacks as an event.
 Job watchJob(const kl::message& request, int timeoutTicks);
 
-// What there is to say about events.
+// Turns events into text.
 class WatchReport {
  public:
   struct Text {
@@ -24,8 +23,9 @@ class WatchReport {
 
   WatchReport(const CommandLine& line, const Subject& subject) : line_(line), subject_(subject) {}
 
-  // The table comes when it is complete, changes as they come; with --json or --dump every object as it comes.  After the
-  // service was gone, only what is not as it was.  Throws Failure(kRefused) when the service refuses from the start.
+  // The table is printed when it is complete and each change as it comes; with --json or --dump each object as it comes.
+  // After the service was gone only the differences are printed.  Throws Failure(kRefused) when the service refuses from
+  // the start.
   Text take(const Event& event);
 
  private:
@@ -43,11 +43,10 @@ class WatchReport {
   Objects objects_;
   bool complete_ = false;   // nothing is outstanding
   bool everShown_ = false;  // it was complete once
-  bool lost_ = false;       // the user was told so
+  bool lost_ = false;       // and this was reported
 };
 
-// Follows the table until the user interrupts: `print` takes what take() returns.
-using Print = std::function<void(const WatchReport::Text& text)>;
-void watch(const CommandLine& line, const Subject& subject, const Print& print);
+// Follows the table until the user interrupts.
+void watchTable(const CommandLine& line, const Channels& channels);
 
 }  // namespace klctl

@@ -10,6 +10,7 @@
 #include "kl/conventions.h"
 #include "tests/support/doubles/loader_double.h"
 #include "tests/support/process/child.h"
+#include "tests/tools/klctl/scripted_loader.h"
 #include "tools/klctl/ask/pipe.h"
 
 namespace klctl {
@@ -99,6 +100,42 @@ TEST_F(Courier, AbortsOfTheLibraryLeaveNoCoreBehind) {
   EXPECT_NE(run().exitStatus, 0);
   ASSERT_EQ(::chdir("/"), 0);
   EXPECT_EQ(::rmdir(folder.c_str()), 0) << "a core file is there";
+}
+
+// How a loader that is missing or wrong is told stands in session_test.cpp.
+TEST(CourierProcess, RunsUntilItIsEnded) {
+  const ScriptedLoader loader([](kl::test::LoaderDouble& connection) {
+    confirm(connection);
+    awaitEnd(connection);
+  });
+  CourierProcess courier(kAmple, runCourier);
+  EXPECT_GE(courier.socket(), 0);
+  courier.end();
+  EXPECT_EQ(courier.socket(), -1);
+  courier.end();
+}
+
+TEST(CourierProcess, IsRegisteredWhenItSaysSo) {
+  const ScriptedLoader loader([](kl::test::LoaderDouble& connection) { awaitEnd(connection); });
+  const CourierProcess courier(kAmple, [](int, int klctl) {
+    (void)sendBytes(klctl, {});
+    (void)sendBytes(klctl, {7});
+    ::pause();
+  });
+  Bytes bytes;
+  EXPECT_EQ(receiveBytes(courier.socket(), bytes, {}), Received::kWhole);
+  EXPECT_EQ(bytes, Bytes{7});
+}
+
+TEST(CourierProcess, TimesAreToldWithoutNeedlessDigits) {
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(5000)), "5 s");
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(200)), "0.2 s");
+  EXPECT_EQ(secondsText(std::chrono::milliseconds(1050)), "1.05 s");
+}
+
+TEST(CourierProcess, TicksAreRoundedUp) {
+  EXPECT_EQ(ticksOf(std::chrono::milliseconds(10)), 1);
+  EXPECT_EQ(ticksOf(std::chrono::milliseconds(11)), 2);
 }
 
 }  // namespace klctl

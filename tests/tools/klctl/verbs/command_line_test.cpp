@@ -126,13 +126,11 @@ TEST(CommandLineWords, TheLogHasAFilterAndTwoVerbs) {
   EXPECT_EQ(all.verb, Verb::kLog);
   EXPECT_TRUE(all.log.topics.empty());
   EXPECT_FALSE(all.log.since);
-  EXPECT_FALSE(all.log.follows);
   const CommandLine some =
       line({"log", "-f", "--topic", "error", "--topic", "32", "--since", "@5", "--json"});
-  EXPECT_EQ(some.verb, Verb::kLog);
+  EXPECT_EQ(some.verb, Verb::kLogFollow);
   EXPECT_EQ(some.log.topics, (std::vector<std::string>{"error", "32"}));
   EXPECT_EQ(some.log.since, 5'000'000'000ull);
-  EXPECT_TRUE(some.log.follows);
   EXPECT_TRUE(some.json);
   EXPECT_EQ(line({"log", "mute", "debug"}).verb, Verb::kLogMute);
   EXPECT_EQ(line({"log", "unmute", "debug"}).verb, Verb::kLogUnmute);

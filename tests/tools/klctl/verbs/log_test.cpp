@@ -8,6 +8,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
@@ -39,19 +40,18 @@ class KlctlLog : public testing::Test {
   }
 
   std::string run(std::vector<const char*> words) {
-    words.insert(words.begin(), {"klctl", "--fields", KL_SOURCE_DIR "/tools/fields", "log"});
-    const auto line = std::get<CommandLine>(parseCommandLine(static_cast<int>(words.size()), words.data()));
-    return runLog(
-        line, [this](const kl::message& m) { return answer(m); },
-        [this](const kl::message& m, const std::string&) {
-          asked_ = m;
-          return std::vector<kl::message::flat_message>{flat(lineOf({5, 32}, "eth0 is down"))};
-        });
+    words.insert(words.begin(), {"--fields", KL_SOURCE_DIR "/tools/fields", "log"});
+    return RecordedChannels([this](const kl::message& m) { return answer(m); }).perform(parsed(words));
   }
 
   kl::message answer(const kl::message& request) {
     kl::message reply;
     kl::setType(reply, kl::TYPE_REPLY);
+    if (request.get(kl::SYS_TO, {}) == std::vector<unsigned int>{kl::SERVICE_LOG}) {
+      asked_ = request;
+      reply.insert(kl::STD_OBJS, {flat(lineOf({5, 32}, "eth0 is down"))});
+      return reply;
+    }
     if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETALL) {
       reply.insert(kl::STD_OBJS, {flat(topic(5, "warning")), flat(topic(8, "debug")), flat(topic(300, ""))});
       return reply;

@@ -8,6 +8,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
@@ -50,9 +51,8 @@ class KlctlUndo : public testing::Test {
 
   std::string run(std::vector<const char*> words) {
     const std::string dictionaries = std::string(KL_SOURCE_DIR) + "/tools/fields";
-    words.insert(words.begin(), {"klctl", "--fields", dictionaries.c_str(), "undo"});
-    const auto line = std::get<CommandLine>(parseCommandLine(static_cast<int>(words.size()), words.data()));
-    return runUndo(line, [this](const kl::message& m) { return answer(m); });
+    words.insert(words.begin(), {"--fields", dictionaries.c_str(), "undo"});
+    return RecordedChannels([this](const kl::message& m) { return answer(m); }).perform(parsed(words));
   }
 
   kl::message answer(const kl::message& request) {

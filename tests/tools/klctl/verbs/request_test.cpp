@@ -1,11 +1,11 @@
-#include "tools/klctl/verbs/commands.h"
+#include "tools/klctl/verbs/request.h"
 
 #include <gtest/gtest.h>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
-#include "tools/klctl/ask/fetch.h"
+#include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
@@ -18,17 +18,15 @@ kl::message::flat_message flat(const kl::message& m) {
 }
 
 // The loader with its table of two, and netif with one object, in one place; keeps what it was asked.
-class Commands : public testing::Test {
+class Requests : public testing::Test {
  protected:
   std::string run(std::vector<const char*> words) {
     const std::string dictionaries = std::string(KL_SOURCE_DIR) + "/tools/fields";
-    words.insert(words.begin(), {"klctl", "--fields", dictionaries.c_str()});
-    const auto line = std::get<CommandLine>(parseCommandLine(static_cast<int>(words.size()), words.data()));
-    return klctl::run(
-        line, [this](const kl::message& m) { return answer(m); }, [this](const kl::message& m) { sent_ = m; },
-        [this](const kl::message& m, const std::string& path) {
-          return fetchAll(m, path, [this](const kl::message& chunk) { return answer(chunk); });
-        });
+    words.insert(words.begin(), {"--fields", dictionaries.c_str()});
+    RecordedChannels channels([this](const kl::message& m) { return answer(m); });
+    const std::string printed = channels.perform(parsed(words));
+    sent_ = channels.sent;
+    return printed;
   }
 
   kl::message answer(const kl::message& request) {
@@ -43,7 +41,6 @@ class Commands : public testing::Test {
     netif.insert(kl::SVC_NAME, "netif");
     netif.insert(kl::SVC_STATE, kl::SVC_STATE_RUNNING);
     netif.insert(kl::SVC_DROPS, 3);
-    if (request.has(kl::SVC_ACTION)) return actions().emplace_back(request), outcome();
     if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETOBJ) return netif;
     kl::message reply;
     reply.insert(kl::STD_OBJS, {flat(netif)});
@@ -58,16 +55,6 @@ class Commands : public testing::Test {
     reply_.insert(kl::STD_OBJS, {flat(eth0)});
   }
 
-  // What was ordered of the loader, and what it says to that.
-  static std::vector<kl::message>& actions() {
-    static std::vector<kl::message> all;
-    return all;
-  }
-  static kl::message& outcome() {
-    static kl::message reply;
-    return reply;
-  }
-
   unsigned int command() const { return last_.get(kl::SYS_CMD, 0); }
 
   kl::message reply_;
@@ -77,7 +64,7 @@ class Commands : public testing::Test {
 
 }  // namespace
 
-TEST_F(Commands, GetReadsSettingsOrAnObject) {
+TEST_F(Requests, GetReadsSettingsOrAnObject) {
   (void)run({"get", "netif"});
   EXPECT_EQ(command(), kl::CMD_GET);
   EXPECT_EQ(last_.get(kl::SYS_TO, {}), std::vector<unsigned int>{32});
@@ -88,7 +75,7 @@ TEST_F(Commands, GetReadsSettingsOrAnObject) {
   EXPECT_EQ(last_.get(kl::STD_ID, 0), 2u);
 }
 
-TEST_F(Commands, SetChangesSettingsOrAnObject) {
+TEST_F(Requests, SetChangesSettingsOrAnObject) {
   (void)run({"set", "netif", "descr=x"});
   EXPECT_EQ(command(), kl::CMD_SET);
   EXPECT_EQ(last_.get(kl::STD_DESCR, ""), "x");
@@ -97,7 +84,7 @@ TEST_F(Commands, SetChangesSettingsOrAnObject) {
   EXPECT_EQ(last_.get_u32(0x08000004, 0), 1500u);
 }
 
-TEST_F(Commands, SendAsksWhetherAServiceIsThereOrWhateverItIsTold) {
+TEST_F(Requests, SendAsksWhetherAServiceIsThereOrWhateverItIsTold) {
   (void)run({"send", "32"});
   EXPECT_EQ(command(), kl::CMD_NOOP);
   EXPECT_EQ(last_.size_u32(kl::SYS_CMD), 1u);
@@ -106,45 +93,21 @@ TEST_F(Commands, SendAsksWhetherAServiceIsThereOrWhateverItIsTold) {
   EXPECT_EQ(last_.get_u32(0x0800001b, 0), 7u);
 }
 
-TEST_F(Commands, ACommandWordReplacesTheUsualCommand) {
+TEST_F(Requests, ACommandWordReplacesTheUsualCommand) {
   (void)run({"get", "netif", "getcount"});
   EXPECT_EQ(command(), kl::CMD_GETCOUNT);
   (void)run({"getall", "netif", "getpolicies"});
   EXPECT_EQ(command(), kl::CMD_GETPOLICIES);
 }
 
-TEST_F(Commands, AnActionIsAnOrderToTheLoader) {
-  for (const auto& [word, action] : {std::pair<const char*, unsigned int>{"start", kl::SVC_START},
-                                     {"stop", kl::SVC_STOP},
-                                     {"restart", kl::SVC_RESTART},
-                                     {"leave", kl::SVC_LEAVE}}) {
-    EXPECT_EQ(run({word, "netif"}), "");
-    EXPECT_EQ(actions().back().get(kl::SYS_CMD, 0), kl::CMD_SETOBJ);
-    EXPECT_EQ(actions().back().get(kl::STD_ID, 0), 32u);
-    EXPECT_EQ(actions().back().get(kl::SVC_ACTION, 0), action);
-  }
-}
-
-TEST_F(Commands, WhoRefusesToLeaveHasAStatusOfItsOwn) {
-  const std::pair<const char*, unsigned int> orders[] = {
-      {"leave", kl::ERROR_BUSY}, {"leave", kl::ERROR_FAILED}, {"stop", kl::ERROR_BUSY}};
-  std::vector<int> statuses;
-  for (const auto& [word, code] : orders) {
-    outcome() = kl::errorMsg(code, "because");
-    statuses.push_back(failureOf([&, w = word] { (void)run({w, "netif"}); }).status);
-  }
-  outcome() = kl::message();
-  EXPECT_EQ(statuses, (std::vector<int>{5, 1, 1}));
-}
-
-TEST_F(Commands, AMessageThatExpectsNoReplyIsSentOnly) {
+TEST_F(Requests, AMessageThatExpectsNoReplyIsSentOnly) {
   EXPECT_EQ(run({"send", "--no-reply", "netif", "reset"}), "");
   EXPECT_EQ(sent_.get(kl::SYS_CMD, 0), kl::CMD_RESET);
   EXPECT_EQ(sent_.get(kl::SYS_TO, {}), std::vector<unsigned int>{32});
   EXPECT_TRUE(last_ == kl::message());
 }
 
-TEST_F(Commands, AReplyIsShownWithoutWhatBelongsToItsJourney) {
+TEST_F(Requests, AReplyIsShownWithoutWhatBelongsToItsJourney) {
   reply_.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   reply_.insert(kl::SYS_REQID, 7);
   reply_.insert(kl::SYS_FROM, {32});
@@ -155,26 +118,26 @@ TEST_F(Commands, AReplyIsShownWithoutWhatBelongsToItsJourney) {
   EXPECT_EQ(run({"get", "netif", "--json"}), "{\n  \"descr\": \"hello\"\n}\n");
 }
 
-TEST_F(Commands, ATableInAReplyIsShownAsOne) {
+TEST_F(Requests, ATableInAReplyIsShownAsOne) {
   replyWithInterface();
   reply_.insert(kl::STD_GETALLNO, 1);
   EXPECT_EQ(run({"get", "netif", "getall"}), "getallno 1\nid name hwaddr\n 2 eth0 02:fc\n");
   EXPECT_EQ(Json::parse(run({"get", "netif", "getall", "--json"}))["objs"][0]["name"], "eth0");
 }
 
-TEST_F(Commands, GetallShowsAColumnForEachFieldThatThereIs) {
+TEST_F(Requests, GetallShowsAColumnForEachFieldThatThereIs) {
   replyWithInterface();
   EXPECT_EQ(run({"getall", "netif"}), "id name hwaddr\n 2 eth0 02:fc\n");
   EXPECT_EQ(Json::parse(run({"getall", "netif", "--json"})),
             Json::parse(R"([{"id": 2, "name": "eth0", "hwaddr": "02:fc"}])"));
 }
 
-TEST_F(Commands, AnEmptyTableIsNothingOrAnEmptyList) {
+TEST_F(Requests, AnEmptyTableIsNothingOrAnEmptyList) {
   EXPECT_EQ(run({"getall", "netif"}), "");
   EXPECT_EQ(run({"getall", "netif", "--json"}), "[]\n");
 }
 
-TEST_F(Commands, ServicesShowsTheLoadersTable) {
+TEST_F(Requests, ServicesShowsTheLoadersTable) {
   EXPECT_EQ(run({"services"}).substr(0, 14), "id name  state");
   EXPECT_NE(run({"services"}).find("32 netif running"), std::string::npos) << run({"services"});
   const Json services = Json::parse(run({"services", "--json"}));
@@ -182,12 +145,12 @@ TEST_F(Commands, ServicesShowsTheLoadersTable) {
   EXPECT_EQ(services[0]["drops"], 3);  // JSON has every field
 }
 
-TEST_F(Commands, ANumberFindsTheServicesDictionary) {
+TEST_F(Requests, ANumberFindsTheServicesDictionary) {
   replyWithInterface();
   EXPECT_EQ(run({"getall", "32"}), "id name hwaddr\n 2 eth0 02:fc\n");
 }
 
-TEST_F(Commands, UnderDumpRepliesAreShownAsTheyCame) {
+TEST_F(Requests, UnderDumpRepliesAreShownAsTheyCame) {
   reply_.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   EXPECT_EQ(run({"get", "netif", "--dump"}),
             "--- kl::message --------\n"
@@ -197,14 +160,14 @@ TEST_F(Commands, UnderDumpRepliesAreShownAsTheyCame) {
   EXPECT_NE(run({"services", "--dump"}).find("message[] [STD_OBJS].."), std::string::npos);
 }
 
-TEST_F(Commands, AnErrorReplyIsToldWithThePath) {
+TEST_F(Requests, AnErrorReplyIsToldWithThePath) {
   reply_ = kl::errorMsg(kl::ERROR_UNKNOWNID, "");
   const Told told = failureOf([&] { (void)run({"get", "netif/3:99"}); });
   EXPECT_EQ(told.status, 1);
   EXPECT_EQ(told.sentence, "netif/3:99: std failure: unknown id (4)");
 }
 
-TEST_F(Commands, MistakesInTheWordsAreToldBeforeAnythingIsSent) {
+TEST_F(Requests, MistakesInTheWordsAreToldBeforeAnythingIsSent) {
   const Told told = failureOf([&] { (void)run({"set", "netif", "mtu=big"}); });
   EXPECT_EQ(told.status, 2);
   EXPECT_EQ(told.sentence,

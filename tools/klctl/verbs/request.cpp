@@ -1,0 +1,106 @@
+// From the words of the command line to a request, and from the reply to text.
+//
+// The road of `klctl get netif:2`: main.cpp opens the channels, command_line.cpp reads the words, verb.cpp finds
+// getObject() here; subjectOf() builds the request, fetch() sends it through Session (ask/session.cpp), and the courier
+// (ask/courier.cpp) carries it to the loader and the reply back; replyText() shows that.
+
+#include "verbs/request.h"
+
+#include "ask/path.h"
+#include "kl/conventions.h"
+#include "output/show.h"
+#include "values/assignment.h"
+#include "values/dictionary.h"
+#include "values/json.h"
+
+namespace klctl {
+namespace {
+using Objects = Channels::Objects;
+
+// What `services` shows of the loader's table; `getall loader` shows all.
+const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
+                                                  "user", "starts", "messages_in", "messages_out"};
+
+std::string pathText(const PathWord& path) {
+  std::string text = path.service;
+  for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
+  if (path.object) text += ":" + std::to_string(*path.object);
+  return text;
+}
+
+void addressTo(kl::message& request, const PathWord& path, const Exchange& exchange) {
+  std::vector<unsigned int> to = {serviceId(path.service, exchange)};
+  to.insert(to.end(), path.handlers.begin(), path.handlers.end());
+  request.insert(kl::SYS_TO, to);
+}
+
+std::string objectsText(const CommandLine& line, const Objects& messages, const FieldNames& names,
+                        const std::vector<std::string>& columns) {
+  const std::vector<Json> objects = toJson(messages, names);
+  if (line.json) return jsonText(Json(objects));
+  return objectsTable(objects, columns.empty() ? columnsOf(objects, names) : columns, lineWidth());
+}
+
+void requestReply(const CommandLine& line, const Channels& channels, unsigned int usualCommand) {
+  const auto& [path, names, request] = subjectOf(line, usualCommand, channels.exchange);
+  const kl::message reply = fetch(request, path, channels.exchange);
+  channels.print(line.dump ? dumpText(reply) : replyText(line, reply, names));
+}
+
+// A table over the connection that is open.  No columns: those that the objects have.
+void requestTable(const CommandLine& line, const Channels& channels, const Subject& subject,
+                  const std::vector<std::string>& columns) {
+  std::string dumped;
+  const Objects objects = fetchAll(subject.request, subject.path,
+                                   line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
+  channels.print(line.dump ? dumped : objectsText(line, objects, subject.names, columns));
+}
+
+}  // namespace
+
+void listServices(const CommandLine& words, const Channels& channels) {
+  CommandLine line = words;
+  line.path.service = "loader";
+  requestTable(line, channels, subjectOf(line, kl::CMD_GETALL, channels.exchange), kServiceColumns);
+}
+
+void getObject(const CommandLine& line, const Channels& channels) {
+  requestReply(line, channels, line.path.object ? kl::CMD_GETOBJ : kl::CMD_GET);
+}
+
+void getTable(const CommandLine& line, const Channels& channels) {
+  const Subject subject = subjectOf(line, kl::CMD_GETALL, channels.exchange);
+  if (line.dump) return requestTable(line, channels, subject, {});
+  channels.print(objectsText(line, channels.walk(subject.request, subject.path), subject.names, {}));
+}
+
+void setObject(const CommandLine& line, const Channels& channels) {
+  requestReply(line, channels, line.path.object ? kl::CMD_SETOBJ : kl::CMD_SET);
+}
+
+void sendCommand(const CommandLine& line, const Channels& channels) {
+  if (!line.noReply) return requestReply(line, channels, kl::CMD_NOOP);
+  channels.send(subjectOf(line, kl::CMD_NOOP, channels.exchange).request);
+  channels.print("");
+}
+
+Subject subjectOf(const CommandLine& line, unsigned int usualCommand, const Exchange& exchange) {
+  Subject subject{pathText(line.path), namesFor(serviceName(line.path.service, exchange), line.fields), {}};
+  kl::message& request = subject.request;
+  request.insert(kl::SYS_CMD, line.command.value_or(usualCommand));
+  if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
+  for (const std::string& word : line.assignments) assign(request, word, subject.names);
+  addressTo(request, line.path, exchange);
+  return subject;
+}
+
+std::string replyText(const CommandLine& line, kl::message reply, const FieldNames& names) {
+  kl::cleanSys(reply);
+  if (line.json) return jsonText(klctl::toJson(reply, names));
+  const auto objects = toJson(reply.get(kl::STD_OBJS, {}), names);
+  reply.remove(kl::STD_OBJS);
+  return objectTable(klctl::toJson(reply, names)) +
+         objectsTable(objects, columnsOf(objects, names), lineWidth());
+}
+
+}  // namespace klctl
