@@ -6,39 +6,19 @@
 
 #include <cerrno>
 #include <clocale>
-#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <optional>
 
 #include "ask/session.h"
 #include "ask/walk.h"
+#include "services/common/descriptor.h"
+#include "services/common/text.h"
 #include "values/failure.h"
 #include "verbs/verb.h"
 
 namespace klctl {
 namespace {
-
-// A socket must not land on a standard descriptor that the caller closed.
-void occupyStandardDescriptors() {
-  while (true) {
-    const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);  // writing results to it fails, as it should
-    if (fd > STDERR_FILENO) ::close(fd);
-    if (fd < 0 || fd > STDERR_FILENO) return;
-  }
-}
-
-// A sentence may quote what a service said; a terminal must not obey it.
-std::string printable(const std::string& sentence) {
-  std::string text;
-  char code[8];
-  for (const char c : sentence) {
-    const auto byte = static_cast<unsigned char>(c);
-    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
-    text += byte < 0x20 || byte == 0x7f ? code : std::string(1, c);
-  }
-  return text;
-}
 
 void writeResults(const std::string& text) {
   std::cout << text << std::flush;
@@ -46,7 +26,8 @@ void writeResults(const std::string& text) {
     throw Failure(Status::kRefused, std::string("cannot write the results: ") + std::strerror(errno));
 }
 
-void say(const std::string& sentence) { std::cerr << "klctl: " + printable(sentence) + "\n"; }
+// A sentence may quote a service or a file.
+void remark(const std::string& sentence) { std::cerr << "klctl: " + common::printable(sentence) + "\n"; }
 
 void perform(const CommandLine& line) {
   std::optional<Session> session;
@@ -62,7 +43,7 @@ void perform(const CommandLine& line) {
           },
       .disconnect = disconnect,
       .print = writeResults,
-      .remark = say,
+      .remark = remark,
   };
   performerOf(line.verb)(line, channels);
 }
@@ -75,7 +56,7 @@ Status runProgram(int argc, const char* const* argv) {
     else perform(*line);
     return Status::kDone;
   } catch (const Failure& failure) {
-    say(failure.what());
+    remark(failure.what());
     return failure.status();
   }
 }
@@ -84,7 +65,7 @@ Status runProgram(int argc, const char* const* argv) {
 }  // namespace klctl
 
 int main(int argc, char** argv) {
-  klctl::occupyStandardDescriptors();
+  common::occupyDescriptors(STDERR_FILENO, O_RDONLY | O_CLOEXEC);  // writing results to a closed one fails
   (void)std::setlocale(LC_ALL, "");
   return static_cast<int>(klctl::runProgram(argc, argv));
 }

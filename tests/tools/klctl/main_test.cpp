@@ -12,6 +12,7 @@
 #include "kl/conventions.h"
 #include "tests/services/loader/leaver_program.h"
 #include "tests/support/doubles/real_loader.h"
+#include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/running_program.h"
 #include "tests/tools/klctl/scripted_loader.h"
 
@@ -367,13 +368,13 @@ TEST(KlctlAlone, ATerminalIsNotMadeToObeyAnErrorText) {
   const ScriptedLoader loader([](kl::test::LoaderDouble& connection) {
     confirm(connection);
     const kl::message request = connection.receive();
-    kl::message reply = kl::errorMsg(kl::ERROR_FAILED, "\x1b[2J\n\x07");
+    kl::message reply = kl::errorMsg(kl::ERROR_FAILED, kHostile + "\n");
     kl::setType(reply, kl::TYPE_REPLY);
     kl::setRequestID(reply, request.get(kl::SYS_REQID, 0));
     connection.send(reply);
     awaitEnd(connection);
   });
-  EXPECT_EQ(failed(1, {"services"}), "klctl: loader: \\x1b[2J\\x0a\\x07 (6)\n");
+  EXPECT_EQ(failed(1, {"services"}), "klctl: loader: " + kHarmless + "\\x0a (6)\n");
 }
 
 TEST(KlctlAlone, AFloodOfMessagesDoesNotReachTheResults) {

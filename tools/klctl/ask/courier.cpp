@@ -18,6 +18,7 @@
 
 #include "ask/pipe.h"
 #include "kl/utilities.h"
+#include "services/common/descriptor.h"
 
 namespace klctl {
 namespace {
@@ -63,21 +64,7 @@ Bytes replyTo(Courier& courier, const Bytes& request) {
 constexpr milliseconds kLongestRegistration(9000);
 constexpr milliseconds kTick(10);
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-// A loader that accepts nobody fills its backlog and would block connect(): 0 switches the limit off again.
+// Limits the time of connect() to a loader that accepts no connection and whose backlog is full; 0 is no limit.
 void limitSending(int fd, milliseconds limit) {
   timeval time{};
   time.tv_sec = static_cast<time_t>(limit.count() / 1000);
@@ -85,21 +72,19 @@ void limitSending(int fd, milliseconds limit) {
   (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
-int connectToLoader(milliseconds limit) {
+common::Descriptor connectToLoader(milliseconds limit) {
   const std::string path = kl::loaderSocketPath();
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) throw noLoader(std::string("cannot make a socket: ") + std::strerror(errno));
-  limitSending(fd, limit);
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    const int reason = errno;
-    ::close(fd);
-    if (reason == EAGAIN) throw noLoader("the loader at " + path + " accepts no connections");
-    throw noLoader("no loader runs at " + path + ": " + std::strerror(reason));
+  common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd.isOpen()) throw noLoader(std::string("cannot make a socket: ") + std::strerror(errno));
+  limitSending(fd.get(), limit);
+  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (errno == EAGAIN) throw noLoader("the loader at " + path + " accepts no connections");
+    throw noLoader("no loader runs at " + path + ": " + std::strerror(errno));
   }
-  limitSending(fd, milliseconds(0));
+  limitSending(fd.get(), milliseconds(0));
   return fd;
 }
 
@@ -153,7 +138,7 @@ Failure stuckLoader() {
 }
 
 CourierProcess::CourierProcess(milliseconds timeout, const Body& body) {
-  const Descriptor loader(connectToLoader(timeout));
+  const common::Descriptor loader = connectToLoader(timeout);
   start(loader.get(), body);
   awaitRegistration(timeout);
 }

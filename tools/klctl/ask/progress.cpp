@@ -1,8 +1,10 @@
+// The line is written over itself and wiped out at the end; a path is safe for the terminal before it stands in it.
+
 #include "ask/progress.h"
 
 #include <unistd.h>
 
-#include <utility>
+#include "services/common/text.h"
 
 namespace klctl {
 namespace {
@@ -11,8 +13,8 @@ constexpr std::chrono::milliseconds kInterval(200);
 constexpr char kWipe[] = "\r\x1b[K";
 }  // namespace
 
-Progress::Progress(int fd, std::string path, Time start)
-    : fd_(fd), path_(std::move(path)), next_(::isatty(fd) == 1 ? start + kPatience : Time::max()) {}
+Progress::Progress(int fd, const std::string& path, Time start)
+    : fd_(fd), path_(common::printable(path)), next_(::isatty(fd) == 1 ? start + kPatience : Time::max()) {}
 
 Progress::~Progress() {
   if (shown_) write(kWipe);
@@ -25,7 +27,7 @@ void Progress::look(Time now, std::size_t objects) {
   write(kWipe + path_ + ": " + std::to_string(objects) + " objects ...");
 }
 
-// What cannot be shown is no loss.
+// A line that cannot be written is no loss.
 void Progress::write(const std::string& text) const { (void)!::write(fd_, text.data(), text.size()); }
 
 }  // namespace klctl

@@ -1,5 +1,5 @@
 #pragma once
-// progress.h: how far a long walk is, on one line of the terminal.
+// progress.h: the progress of a long walk, on one line of the terminal.
 
 #include <chrono>
 #include <cstddef>
@@ -7,13 +7,13 @@
 
 namespace klctl {
 
-// A line that says how many objects have come, shown from the second second on and wiped out at the end.  Where the
-// descriptor is no terminal, nothing is written.
+// A line with the number of objects so far, shown after one second and wiped out at the end.  Nothing is written when the
+// descriptor is no terminal.
 class Progress {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  Progress(int fd, std::string path, Time start);
+  Progress(int fd, const std::string& path, Time start);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -1,5 +1,6 @@
 // Messages become JSON first (values/json.cpp), and JSON becomes text.  Tables are made by libsmartcols, which knows the
-// width of every character and lays out columns.
+// width of every character and lays out columns.  Every text that leaves this file is safe for a terminal: strings, names
+// and dumps go through common::printable(), JSON has \u escapes.
 
 #include "output/show.h"
 
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <memory>
@@ -15,27 +17,56 @@
 #include <sstream>
 
 #include "kl/conventions.h"
+#include "services/common/text.h"
 
 namespace klctl {
 namespace {
 constexpr int kJsonIndent = 2;
 constexpr int kOneLine = -1;
 
-std::string indented(const Json& value, int indent) {
-  return value.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+// Of a character in UTF-8, by its first byte.
+std::size_t bytesOfCharacter(char first) {
+  const auto lead = static_cast<unsigned char>(first);
+  return lead < 0xc0 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
 }
 
-// Text without the byte that would end it early; the library spells out the other unprintable ones itself.
-std::string withoutNul(const std::string& text) {
+// True for a character that printable() leaves alone, and for the newlines and backslashes of the JSON text itself.
+bool isSafe(const std::string& character) {
+  return character == "\n" || character == "\\" || common::printable(character) == character;
+}
+
+// All characters that are not safe have at most 16 bits.
+std::string escape(const std::string& character) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(character[i]); };
+  unsigned int code = byte(0);
+  if (character.size() == 2) code = (byte(0) & 0x1fu) << 6 | (byte(1) & 0x3fu);
+  if (character.size() == 3) code = (byte(0) & 0xfu) << 12 | (byte(1) & 0x3fu) << 6 | (byte(2) & 0x3fu);
+  char text[8];
+  (void)std::snprintf(text, sizeof text, "\\u%04x", code & 0xffff);
+  return text;
+}
+
+// JSON escapes the control characters below 0x20 itself.  The other characters that a terminal might obey stand in
+// strings, too, and become \u escapes, which every reader of JSON takes back.
+std::string withEscapes(const std::string& json) {
   std::string result;
-  for (const char c : text) result += c == '\0' ? "\\0" : std::string(1, c);
+  for (std::size_t at = 0; at < json.size();) {
+    const std::size_t bytes = bytesOfCharacter(json[at]);
+    const std::string character = json.substr(at, bytes);
+    result += isSafe(character) ? character : escape(character);
+    at += bytes;
+  }
   return result;
+}
+
+std::string dumped(const Json& value, int indent) {
+  return withEscapes(value.dump(indent, ' ', false, Json::error_handler_t::replace));
 }
 
 // Text of one value.  The elements of an array stand below each other.
 std::string cellText(const Json& value) {
-  if (value.is_string()) return withoutNul(value.get<std::string>());
-  if (!value.is_array()) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (value.is_string()) return common::printable(value.get<std::string>());
+  if (!value.is_array()) return dumped(value, kOneLine);
   std::string text;
   for (const Json& element : value) {
     if (!text.empty()) text += '\n';
@@ -44,9 +75,35 @@ std::string cellText(const Json& value) {
   return text;
 }
 
+using Lines = std::vector<std::vector<std::string>>;  // of cells, titles included
+
+// libsmartcols would escape a backslash before an x once more, and counts no column for a character that it is told to
+// leave alone.  So while it lays out the columns, a character that no cell has stands for the backslash.
+class StandIn {
+ public:
+  explicit StandIn(const Lines& lines) {
+    std::string all;
+    for (const auto& cells : lines)
+      for (const std::string& cell : cells) all += cell;
+    for (const char c : std::string("~^`|@#$%&*+=<>?!"))
+      if (character_ == '\\' && all.find(c) == std::string::npos) character_ = c;
+  }
+
+  std::string put(std::string text) const { return replaced(std::move(text), '\\', character_); }
+  std::string takeBack(std::string text) const { return replaced(std::move(text), character_, '\\'); }
+
+ private:
+  static std::string replaced(std::string text, char from, char to) {
+    std::replace(text.begin(), text.end(), from, to);
+    return text;
+  }
+
+  char character_ = '\\';  // itself, where all of these are in use
+};
+
 class Table {
  public:
-  Table() : table_(::scols_new_table()) {
+  explicit Table(const Lines& lines) : table_(::scols_new_table()), standIn_(lines) {
     if (table_ == nullptr) throw std::bad_alloc();
     ::scols_table_set_termforce(table_, SCOLS_TERMFORCE_NEVER);  // cells are never cut
   }
@@ -55,7 +112,8 @@ class Table {
   Table& operator=(const Table&) = delete;
 
   void addColumn(const std::string& title, int flags) {
-    libscols_column* column = ::scols_table_new_column(table_, title.c_str(), 0, flags | SCOLS_FL_WRAP);
+    libscols_column* column =
+        ::scols_table_new_column(table_, standIn_.put(title).c_str(), 0, flags | SCOLS_FL_WRAP);
     if (column == nullptr) throw std::bad_alloc();
     ::scols_column_set_safechars(column, "\n");
     ::scols_column_set_wrapfunc(column, ::scols_wrapnl_chunksize, ::scols_wrapnl_nextchunk, nullptr);
@@ -67,18 +125,19 @@ class Table {
     libscols_line* line = ::scols_table_new_line(table_, nullptr);
     if (line == nullptr) throw std::bad_alloc();
     for (std::size_t i = 0; i < cells.size(); ++i)
-      if (::scols_line_set_data(line, i, cells[i].c_str()) != 0) throw std::bad_alloc();
+      if (::scols_line_set_data(line, i, standIn_.put(cells[i]).c_str()) != 0) throw std::bad_alloc();
   }
 
   std::string text() const {
     char* data = nullptr;
     if (::scols_print_table_to_string(table_, &data) != 0) throw std::bad_alloc();
     const std::unique_ptr<char, void (*)(void*)> owner(data, std::free);
-    return data == nullptr || *data == '\0' ? "" : std::string(data) + "\n";
+    return data == nullptr || *data == '\0' ? "" : standIn_.takeBack(data) + "\n";
   }
 
  private:
   libscols_table* table_;
+  StandIn standIn_;
 };
 
 bool isNumberColumn(const std::vector<Json>& objects, const std::string& name) {
@@ -87,17 +146,17 @@ bool isNumberColumn(const std::vector<Json>& objects, const std::string& name) {
 }
 
 std::string columnsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns) {
-  Table table;
-  for (const std::string& name : columns) {
-    table.addColumn(name, isNumberColumn(objects, name) ? SCOLS_FL_RIGHT : 0);
-  }
-  for (const Json& object : objects) {
-    std::vector<std::string> cells(columns.size());
-    std::transform(columns.begin(), columns.end(), cells.begin(), [&](const std::string& name) {
-      return object.contains(name) ? cellText(object[name]) : "";
+  Lines lines(1 + objects.size(), std::vector<std::string>(columns.size()));
+  std::transform(columns.begin(), columns.end(), lines[0].begin(),
+                 [](const std::string& name) { return common::printable(name); });
+  for (std::size_t i = 0; i < objects.size(); ++i)
+    std::transform(columns.begin(), columns.end(), lines[i + 1].begin(), [&](const std::string& name) {
+      return objects[i].contains(name) ? cellText(objects[i][name]) : "";
     });
-    table.addLine(cells);
-  }
+  Table table(lines);
+  for (std::size_t i = 0; i < columns.size(); ++i)
+    table.addColumn(lines[0][i], isNumberColumn(objects, columns[i]) ? SCOLS_FL_RIGHT : 0);
+  for (std::size_t i = 1; i < lines.size(); ++i) table.addLine(lines[i]);
   return table.text();
 }
 
@@ -125,8 +184,8 @@ std::size_t longestLine(const std::string& text) {
 
 }  // namespace
 
-std::string jsonText(const Json& value) { return indented(value, kJsonIndent); }
-std::string jsonLine(const Json& value) { return indented(value, kOneLine); }
+std::string jsonText(const Json& value) { return dumped(value, kJsonIndent) + "\n"; }
+std::string jsonLine(const Json& value) { return dumped(value, kOneLine) + "\n"; }
 
 std::vector<std::string> columnsOf(const std::vector<Json>& objects, const FieldNames& names) {
   std::vector<unsigned int> ids;
@@ -149,7 +208,7 @@ std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, 
 std::string dumpText(const kl::message& m) {
   std::ostringstream text;
   m.dump2(text, "", 0);
-  return text.str();
+  return common::printable(text.str(), common::Newline::kKept);
 }
 
 Exchange dumping(const Exchange& exchange, std::string& text) {
@@ -162,11 +221,14 @@ Exchange dumping(const Exchange& exchange, std::string& text) {
 
 std::string objectTable(const Json& object) {
   if (object.empty()) return {};
-  Table table;
+  Lines lines;
+  for (const auto& [name, value] : object.items())
+    lines.push_back({common::printable(name), cellText(value)});
+  Table table(lines);
   table.addColumn("", 0);
   table.addColumn("", 0);
   table.hideTitles();
-  for (const auto& [name, value] : object.items()) table.addLine({name, cellText(value)});
+  for (const auto& cells : lines) table.addLine(cells);
   return table.text();
 }
 

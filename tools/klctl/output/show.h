@@ -1,5 +1,5 @@
 #pragma once
-// show.h: messages as text: JSON, tables that fit the terminal, dumps.
+// show.h: messages as text: JSON, tables that fit the terminal, dumps.  None of it can steer a terminal.
 
 #include <string>
 #include <vector>

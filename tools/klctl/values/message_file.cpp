@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "kl/records.h"
+#include "services/common/descriptor.h"
 #include "values/failure.h"
 
 namespace klctl {
@@ -161,13 +162,8 @@ bool readAll(int fd, Bytes& bytes) {
 
 // False when there is no such file or it cannot be read.
 bool readFile(const std::string& name, Bytes& bytes) {
-  const int fd = name == "-" ? ::dup(STDIN_FILENO) : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool isRead = readAll(fd, bytes);
-  const int reason = errno;
-  ::close(fd);
-  errno = reason;
-  return isRead;
+  const common::Descriptor fd(name == "-" ? ::dup(STDIN_FILENO) : ::open(name.c_str(), O_RDONLY | O_CLOEXEC));
+  return fd.isOpen() && readAll(fd.get(), bytes);
 }
 
 Bytes readIndexOf(const std::string& name) {
@@ -191,6 +187,7 @@ MessageFile splitMessages(const std::vector<unsigned char>& bytes, const std::ve
 
 MessageFile readMessageFile(const std::string& name, FileFormat format) {
   Bytes bytes;
+  errno = 0;
   if (!readFile(name, bytes)) throw usage("cannot read " + name + ": " + std::strerror(errno));
   return splitMessages(bytes, readIndexOf(name), format);
 }

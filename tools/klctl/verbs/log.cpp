@@ -11,6 +11,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
+#include "services/common/text.h"
 #include "values/dictionary.h"
 #include "values/failure.h"
 #include "values/field_id.h"
@@ -36,18 +37,6 @@ std::string timeText(Nanoseconds time) {
   (void)std::snprintf(text, sizeof text, "%s.%03u", day,
                       static_cast<unsigned int>(time % kSecond / kMillisecond));
   return text;
-}
-
-// A process may log what it likes; a terminal must not obey it.
-std::string printable(const std::string& text) {
-  std::string result;
-  char code[8];
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
-    result += byte < 0x20 || byte == 0x7f ? code : std::string(1, c);
-  }
-  return result;
 }
 
 // The topic of the highest severity.
@@ -126,10 +115,10 @@ kl::message logRequest(const CommandLine& line, const LogTopics& topics) {
 
 std::string logLine(const kl::message& object, const LogTopics& topics, bool inColour) {
   const auto of = object.get(kl::LOG_TOPICS, {});
-  const std::string text = timeText(object.get(kl::LOG_TIME, 0)) + " " +
-                           printable(object.get(kl::LOG_PROCESS, "?")) + "[" +
-                           std::to_string(object.get(kl::LOG_PROCESS_ID, 0)) + "] " + topics.listOf(of) +
-                           ": " + printable(object.get(kl::LOG_TEXT, ""));
+  const std::string text =
+      timeText(object.get(kl::LOG_TIME, 0)) + " " + common::printable(object.get(kl::LOG_PROCESS, "?")) +
+      "[" + std::to_string(object.get(kl::LOG_PROCESS_ID, 0)) + "] " + common::printable(topics.listOf(of)) +
+      ": " + common::printable(object.get(kl::LOG_TEXT, ""));
   const std::string colour = inColour ? colourOf(severityOf(of)) : "";
   return colour.empty() ? text + "\n" : colour + text + kPlain + "\n";
 }

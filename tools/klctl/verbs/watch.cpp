@@ -11,6 +11,7 @@
 #include "ask/session.h"
 #include "kl/watcher.h"
 #include "output/show.h"
+#include "services/common/text.h"
 #include "values/failure.h"
 
 namespace klctl {
@@ -79,7 +80,7 @@ std::string WatchReport::removed(unsigned int id) {
   kl::message dead;
   dead.insert(kl::STD_ID, id);
   dead.insert(kl::STD_DEAD, 1);
-  return isAtOnce() ? show(id, dead) : "\n" + subject_.path + ":" + std::to_string(id) + " is gone\n";
+  return isAtOnce() ? show(id, dead) : title(id) + " is gone\n";
 }
 
 WatchReport::Text WatchReport::complete() {
@@ -109,7 +110,11 @@ std::string WatchReport::show(unsigned int id, const kl::message& object) const 
   if (line_.dump) return dumpText(object);
   const Json shown = toJson(object, subject_.names);
   if (line_.json) return jsonLine(shown);
-  return "\n" + subject_.path + ":" + std::to_string(id) + "\n" + objectTable(shown);
+  return title(id) + "\n" + objectTable(shown);
+}
+
+std::string WatchReport::title(unsigned int id) const {
+  return "\n" + common::printable(subject_.path) + ":" + std::to_string(id);
 }
 
 void watchTable(const CommandLine& line, const Channels& channels) {

@@ -36,6 +36,7 @@ class WatchReport {
   Text complete();
   std::string lost(const kl::message& reason);
   std::string show(unsigned int id, const kl::message& object) const;
+  std::string title(unsigned int id) const;
   bool isAtOnce() const { return line_.json || line_.dump; }
 
   const CommandLine& line_;

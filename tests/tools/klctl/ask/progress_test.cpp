@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/terminal.h"
 
 namespace klctl {
@@ -30,6 +31,13 @@ TEST(Progress, IsShownAfterASecondAndWipedOutAtTheEnd) {
     EXPECT_EQ(terminal.text(), "\r\x1b[Knetif: 40 objects ...");
   }
   EXPECT_EQ(terminal.text(), "\r\x1b[K");
+}
+
+TEST(Progress, APathCannotSteerTheTerminal) {
+  const Terminal terminal;
+  Progress progress(terminal.fd(), kHostile, kStart);
+  progress.look(kStart + milliseconds(1000), 2);
+  EXPECT_EQ(terminal.text(), "\r\x1b[K" + kHarmless + ": 2 objects ...");
 }
 
 TEST(Progress, AShortWalkLeavesTheTerminalAlone) {

@@ -8,6 +8,7 @@
 
 #include "kl/conventions.h"
 #include "tests/support/process/child.h"
+#include "tests/tools/klctl/hostile_text.h"
 
 namespace klctl {
 namespace {
@@ -97,12 +98,39 @@ TEST(TableForm, AMessageInAMessageIsShownAsJson) {
   EXPECT_EQ(objectTable(Json::parse(R"({"m": {"a": 1}})")), "m {\"a\":1}\n");
 }
 
-TEST(TableForm, BytesThatATerminalMustNotGetAreSpelledOut) {
+TEST(TableForm, ATextOrANameCannotSteerTheTerminal) {
   Json object;
-  object["name"] = std::string("a\x1b[2Jb\xff\0c", 9);
-  EXPECT_EQ(objectTable(object).find('\x1b'), std::string::npos);
-  EXPECT_NE(objectTable(object).find("\\x1b"), std::string::npos) << objectTable(object);
-  EXPECT_NE(objectTable(object).find("\\0c"), std::string::npos) << objectTable(object);
+  object["a"] = kHostile;
+  EXPECT_EQ(objectTable(object), "a " + kHarmless + "\n");
+  EXPECT_EQ(objectsTable({object}, {"a"}, kWide), "a\n" + kHarmless + "\n");
+  EXPECT_EQ(objectTable(Json{{kHostile, 1}}), kHarmless + " 1\n");
+  EXPECT_EQ(objectTable(Json{{"a", Json::array({"b\n", std::string("c\0d", 3)})}}),
+            "a b\\x0a\n"
+            "  c\\x00d\n");
+}
+
+TEST(TableForm, TextThatIsEscapedStillHasItsColumn) {
+  const std::vector<Json> objects = {Json{{"a", "\x1b\\"}, {"b", "x"}},
+                                     Json{{"a", "long enough"}, {"b", "y"}}};
+  EXPECT_EQ(objectsTable(objects, {"a", "b"}, kWide),
+            "a           b\n"
+            "\\x1b\\\\      x\n"
+            "long enough y\n");
+}
+
+TEST(Show, JsonHasOnlyCharactersThatATerminalPrints) {
+  const Json value{{"name", "\x1b\x7f\xc2\x9b\xe2\x80\xae\xe2\x80\xa8\\\xc3\xa9\xf0\x9f\x98\x80"}};
+  const std::string text = jsonLine(value);
+  EXPECT_EQ(text, "{\"name\":\"\\u001b\\u007f\\u009b\\u202e\\u2028\\\\\xc3\xa9\xf0\x9f\x98\x80\"}\n");
+  EXPECT_EQ(Json::parse(text), value);
+  EXPECT_EQ(objectTable(Json{{"m", Json{{"name", "\xc2\x9b\\"}}}}), "m {\"name\":\"\\u009b\\\\\"}\n");
+}
+
+TEST(Show, ADumpCannotSteerTheTerminal) {
+  kl::message m;
+  m.insert(kl::STD_DESCR, kHostile);
+  EXPECT_NE(dumpText(m).find(kHarmless), std::string::npos) << dumpText(m);
+  EXPECT_TRUE(dumpText(m).ends_with("------\n"));
 }
 
 }  // namespace klctl

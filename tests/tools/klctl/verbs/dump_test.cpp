@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
@@ -50,6 +51,15 @@ TEST_F(DumpVerb, AFaultComesAfterTheMessagesThatAreWhole) {
   EXPECT_NE(told.sentence.find(": the file ends inside the frame at byte 11"), std::string::npos)
       << told.sentence;
   EXPECT_NE(channels_.printed.find("[global(5)]=7"), std::string::npos) << channels_.printed;
+}
+
+TEST_F(DumpVerb, AMessageCannotSteerTheTerminal) {
+  kl::message m;
+  m.insert_string(0x20000005, kHostile);
+  std::vector<unsigned char> bytes;
+  m.flatten(bytes);
+  write({bytes.begin(), bytes.end()});
+  EXPECT_NE(run({}).find(kHarmless), std::string::npos);
 }
 
 TEST_F(DumpVerb, AFileThatCannotBeReadIsUsage) {

@@ -8,6 +8,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
@@ -53,7 +54,8 @@ class KlctlLog : public testing::Test {
       return reply;
     }
     if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETALL) {
-      reply.insert(kl::STD_OBJS, {flat(topic(5, "warning")), flat(topic(8, "debug")), flat(topic(300, ""))});
+      reply.insert(kl::STD_OBJS,
+                   {flat(topic(5, "warning")), flat(topic(8, nameOfDebug_)), flat(topic(300, ""))});
       return reply;
     }
     asked_ = request;
@@ -74,6 +76,7 @@ class KlctlLog : public testing::Test {
 
   kl::message asked_;
   bool isForbidden_ = false;
+  std::string nameOfDebug_ = "debug";
 };
 
 TEST_F(KlctlLog, ALineIsShownWithTimeProcessTopicsAndText) {
@@ -128,7 +131,16 @@ TEST_F(KlctlLog, ColourSaysHowMuchALineMatters) {
 }
 
 TEST_F(KlctlLog, ATextCannotSteerTheTerminal) {
-  EXPECT_TRUE(logLine(lineOf({}, "a\x1b[2J\nb"), topics(), false).ends_with("-: a\\x1b[2J\\x0ab\n"));
+  kl::message line = lineOf({}, kHostile + "\n");
+  line.insert(kl::LOG_PROCESS, kHostile);
+  const std::string shown = logLine(line, topics(), false);
+  EXPECT_TRUE(shown.ends_with(" " + kHarmless + "[812] -: " + kHarmless + "\\x0a\n")) << shown;
+}
+
+TEST_F(KlctlLog, ATopicsNameCannotSteerTheTerminal) {
+  nameOfDebug_ = kHostile;
+  const std::string shown = logLine(lineOf({8}, "a"), topics(), false);
+  EXPECT_TRUE(shown.ends_with(" " + kHarmless + ": a\n")) << shown;
 }
 
 TEST_F(KlctlLog, WhatIsNoTerminalIsNotColoured) {

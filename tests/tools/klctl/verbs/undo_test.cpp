@@ -8,6 +8,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
@@ -27,15 +28,15 @@ kl::message setDescription(const std::string& text) {
   return m;
 }
 
-kl::message record(unsigned int id, bool isUndone) {
+kl::message record(unsigned int id, bool isUndone, const std::string& hostile = "") {
   kl::message m;
   m.insert(kl::STD_ID, id);
   m.insert(kl::UNDO_TIME, 1767225600);
   m.insert(kl::UNDO_USER, "alice");
   m.insert(kl::UNDO_SOURCE, {32, 3});
-  m.insert(kl::UNDO_DESCRIPTION, "rename eth0");
+  m.insert(kl::UNDO_DESCRIPTION, "rename eth0" + hostile);
   m.insert(kl::UNDO_RIGHTS, 128);
-  m.insert(kl::UNDO_REQUEST, flat(setDescription("new")));
+  m.insert(kl::UNDO_REQUEST, flat(setDescription("new" + hostile)));
   m.insert(kl::UNDO_MESSAGE, flat(setDescription("old")));
   if (isUndone) m.insert(kl::UNDO_UNDONE, true);
   return m;
@@ -61,7 +62,7 @@ class KlctlUndo : public testing::Test {
     if (reply_ != kl::message()) return reply_;
     switch (request.get(kl::SYS_CMD, 0)) {
       case kl::CMD_GETALL: return chunk(request);
-      case kl::CMD_GETOBJ: return record(request.get(kl::STD_ID, 0), isUndone_);
+      case kl::CMD_GETOBJ: return record(request.get(kl::STD_ID, 0), isUndone_, hostile_);
       default: return {};
     }
   }
@@ -73,10 +74,10 @@ class KlctlUndo : public testing::Test {
   }
 
   // One record a reply.
-  static kl::message chunk(const kl::message& request) {
+  kl::message chunk(const kl::message& request) const {
     const unsigned int id = request.get(kl::STD_GETALLID, 9);
     kl::message m;
-    m.insert(kl::STD_OBJS, {flat(record(id, id == 9))});
+    m.insert(kl::STD_OBJS, {flat(record(id, id == 9, hostile_))});
     if (id == 9) m.insert(kl::STD_GETALLID, 4);
     return m;
   }
@@ -84,6 +85,7 @@ class KlctlUndo : public testing::Test {
   kl::message last_;
   kl::message reply_;
   bool isUndone_ = false;
+  std::string hostile_;
 };
 
 }  // namespace
@@ -116,6 +118,15 @@ TEST_F(KlctlUndo, OneRecordIsShownWithItsMessages) {
     EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
   isUndone_ = true;
   EXPECT_NE(run({"show", "4"}).find("what does it again:\n---"), std::string::npos);
+}
+
+TEST_F(KlctlUndo, ARecordCannotSteerTheTerminal) {
+  hostile_ = kHostile;
+  for (const std::string& text : {run({"show", "4"}), run({"list"}), run({"show", "4", "--dump"})}) {
+    EXPECT_NE(text.find(kHarmless), std::string::npos) << text;
+    for (const char* part : {"\x1b", "\x07", "\x7f", "\xc2\x9b", "\xe2\x80\xae", "\xff"})
+      EXPECT_EQ(text.find(part), std::string::npos) << text;
+  }
 }
 
 TEST_F(KlctlUndo, RunStartsARecordAndPrintsNothing) {

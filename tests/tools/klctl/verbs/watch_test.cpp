@@ -6,6 +6,7 @@
 
 #include "kl/conventions.h"
 #include "tests/tools/klctl/expect_failure.h"
+#include "tests/tools/klctl/hostile_text.h"
 
 namespace klctl {
 namespace {
@@ -78,6 +79,13 @@ TEST_F(Watch, AServiceThatIsNotThereYetIsWaitedFor) {
   const auto table = take(EventKind::kComplete);
   EXPECT_EQ(table.results, "id descr\n 1 a\n");
   EXPECT_EQ(table.remark, "netif is back");
+}
+
+TEST_F(Watch, NeitherAnObjectNorAPathCanSteerTheTerminal) {
+  subject_.path = kHostile;
+  (void)take(EventKind::kComplete);
+  EXPECT_EQ(changed(1, kHostile), "\n" + kHarmless + ":1\nid    1\ndescr " + kHarmless + "\n");
+  EXPECT_EQ(removed(1), "\n" + kHarmless + ":1 is gone\n");
 }
 
 TEST_F(Watch, AServiceThatRefusesFromTheStartEndsIt) {
