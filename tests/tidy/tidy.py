@@ -20,6 +20,7 @@ PROGRAMS = ("services", "tools", "examples")  # each folder below them is a prog
 SHARED = ("lib/base", "lib/protocol", "services/common", "services/describe")  # rooms whose headers others may see
 NOT_OURS = {".git", "build", "__pycache__"}
 EXCEPTIONS = "tests/tidy/exceptions.txt"
+LONGEST_LINE = 120  # of a document, in characters
 
 # Public headers include only headers of a layer below their own.
 LAYERS = (
@@ -271,6 +272,16 @@ def check_words(tree):
                     yield path, line, f"{what}: {text.strip()[:60]}"
 
 
+def check_lines(tree):
+    """Documents have lines of at most 120 characters."""
+    for path in tree.files:
+        if not re.search(r"(?:\.md|/man/[^/]+\.[1-8])$", path):
+            continue
+        for line, text in enumerate(tree.text(path).splitlines(), 1):
+            if len(text) > LONGEST_LINE:
+                yield path, line, f"{len(text)} characters, and a document's lines have at most {LONGEST_LINE}"
+
+
 CHECKS = {
     "tests": check_tests,
     "includes": check_includes,
@@ -281,6 +292,7 @@ CHECKS = {
     "held-by": check_held_by,
     "man-pages": check_man_pages,
     "words": check_words,
+    "lines": check_lines,
 }
 
 

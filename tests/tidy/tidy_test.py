@@ -145,6 +145,16 @@ class TidyTest(unittest.TestCase):
         self.assertEqual(self.findings("words", {"lib/loop/a.cpp": "// TO" + "DO later\n"}),
                          ["lib/loop/a.cpp:1: work undone: // TO" + "DO later"])
 
+    def test_a_line_of_a_document_that_is_too_long(self):
+        longest = "\u00e9" * 120
+        self.assertEqual(self.findings("lines", {"docs/guide.md": f"{longest}\n{longest}x\n"}),
+                         ["docs/guide.md:2: 121 characters, and a document's lines have at most 120"])
+        self.assertEqual(self.findings("lines", {"docs/man/klctl.1": "x" * 121 + "\n",
+                                                 "lib/README.md": "x" * 121 + "\n",
+                                                 "lib/loop/a.cpp": "// " + "x" * 121 + "\n"}),
+                         ["docs/man/klctl.1:1: 121 characters, and a document's lines have at most 120",
+                          "lib/README.md:1: 121 characters, and a document's lines have at most 120"])
+
 
 if __name__ == "__main__":
     unittest.main()
