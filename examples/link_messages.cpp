@@ -6,7 +6,7 @@
 //                      RTM_NEWADDR, RTM_DELADDR: ifaddrmsg, attributes IFA_...
 //     attribute    4   length with this head, type; then its value
 //
-// M1  no length is believed before it was compared with what is there
+// M1  no length is used before it was compared with the bytes that are there
 // M2  a message is taken as a whole or not at all
 // M3  taking a message once more changes nothing: the table that was read and the news that came
 //     meanwhile may overlap
@@ -77,7 +77,7 @@ bool takeLinkAttribute(Link& link, unsigned int type, Bytes value) {
   }
 }
 
-// What a message does not mention stays as it was: some tell of one property only.
+// Properties that a message does not have stay as they were: some messages have one property only.
 bool takeNewLink(Links& links, const ifinfomsg& body, Bytes attributes) {
   const auto index = static_cast<unsigned int>(body.ifi_index);
   const auto known = links.find(index);
@@ -91,7 +91,7 @@ bool takeNewLink(Links& links, const ifinfomsg& body, Bytes attributes) {
   return true;
 }
 
-// Families of their own speak about interfaces, too: a bridge says "deleted" when one only leaves it.
+// Other families send messages about interfaces, too: a bridge sends "deleted" when an interface only leaves it.
 bool takeLink(Links& links, unsigned int type, Bytes content) {
   ifinfomsg body{};
   if (!cut(content, body)) return false;

@@ -1,5 +1,5 @@
 #pragma once
-// link_messages.h: takes what the kernel says about interfaces and their addresses into a table.
+// link_messages.h: reads the kernel's messages about interfaces and their addresses into a table.
 
 #include <span>
 
@@ -13,7 +13,7 @@ struct LinkNews {
 };
 
 // Takes netlink messages, as one read from the socket brings them: new and changed interfaces, those that are gone,
-// and addresses that came and went.  The answer to a question and the news of a change are the same messages.
+// and addresses that came and went.  The reply to a request and the notification of a change are the same messages.
 //
 // A message that is cut off or contradicts itself changes nothing and ends the reading.
 LinkNews takeLinkMessages(Links& links, std::span<const unsigned char> bytes);

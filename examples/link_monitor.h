@@ -1,10 +1,10 @@
 #pragma once
-// link_monitor.h: keeps the table of interfaces current from what the kernel says about changes.
+// link_monitor.h: keeps the table of interfaces current from the kernel's notifications.
 
 #include "links.h"
 #include "route_socket.h"
 
-// Knows the interfaces of this network namespace.  Watch its descriptor, and take the news when there are any:
+// The interfaces of this network namespace.  Watch its descriptor, and take the news when there are any:
 //
 //     LinkMonitor monitor;
 //     addSocket(monitor.fd(), this, kl::bind<Netif, &Netif::onNews>(), POLLIN);

@@ -2,7 +2,7 @@
 //
 //     0xa0000002   string[]   names of interfaces
 //     0xa0000003   string[]   their descriptions, in the same order
-//     0x88000004   u32[]      the indexes that subscribers have heard of
+//     0x88000004   u32[]      the indexes that subscribers know
 
 #include "memory.h"
 

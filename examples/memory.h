@@ -1,5 +1,5 @@
 #pragma once
-// memory.h: what netif keeps while its process is not there.
+// memory.h: the data that netif keeps while its process does not run.
 
 #include <map>
 #include <set>
@@ -28,7 +28,7 @@ class Memory : public kl::Handler {
   // Forgets the descriptions of all interfaces but these.
   void forgetAllBut(const std::set<std::string>& interfaces);
 
-  // The interfaces that subscribers have heard of when the process leaves.
+  // The interfaces that subscribers know when the process leaves.
   void setKnown(const std::vector<unsigned int>& indexes) { known_ = indexes; }
   const std::vector<unsigned int>& known() const { return known_; }
 

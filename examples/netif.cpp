@@ -1,7 +1,7 @@
-// netif: shows the machine's network interfaces to other services, and tells them what changes.
+// netif: serves the machine's network interfaces to other services, and notifies them of changes.
 //
-// The whole service is one Looper, on the path [32].  What the kernel knows it is asked for: each request is
-// answered from the kernel's own tables, read anew, and the kernel's news (link_monitor.h) become notifications.
+// The whole service is one Looper, on the path [32].  Each request is answered from the kernel's own tables, read anew,
+// and the kernel's notifications (link_monitor.h) become those of the service.
 // Only the descriptions are netif's own; they outlive the process in a handler of their own (memory.h).
 
 #include "netif.h"
@@ -83,14 +83,14 @@ class Netif : public kl::Looper {
     return {};
   }
 
-  // What takes the change back is the same request with the text from before; where there was none, it is empty.
+  // The undo is the same request with the former text; an empty text where there was none.
   void reportChange(const kl::message& request, unsigned int id, const std::string& what,
                     const std::string& before) {
     kl::message undo;
     undo.insert(kl::STD_ID, id);
     undo.insert(kl::STD_DESCR, before);
     sendUndo(request, undo, what, kl::CMD_SETOBJ);
-    notifyChange(id, request);  // everybody but the one who asked
+    notifyChange(id, request);  // all subscribers but the caller
     log_ << what << (before.empty() ? " given" : " changed") << std::endl;
   }
 
@@ -134,7 +134,7 @@ class Netif : public kl::Looper {
     if (monitor_.isStale()) retry_ = addTimer(this, kl::bind<Netif, &Netif::takeNews>(), kRetryTicks);
   }
 
-  // An interface as subscribers hear of it.  The kernel is asked once for the whole batch.
+  // An interface as it is notified.  The kernel is asked once for the whole batch.
   kl::message getObject(unsigned int id) override {
     if (!batch_) batch_ = readLinks().value_or(monitor_.links());
     const auto link = batch_->find(id);
@@ -149,7 +149,7 @@ class Netif : public kl::Looper {
     return m;
   }
 
-  // Now everybody knows who is gone.
+  // Now all subscribers know the removed interfaces.
   void notifiesSent() override {
     batch_.reset();
     names_.clear();
@@ -192,7 +192,7 @@ class Netif : public kl::Looper {
     Looper::savePermData(data);
   }
 
-  // Nobody saw what happened while the process was not there, so those who subscribed are told everything.
+  // The process missed all changes while it did not run, so subscribers are notified of every interface.
   void notifyWhatMayHaveChanged() {
     for (const unsigned int id : memory_.known()) notifyChange(id);
     for (const unsigned int id : indexes()) notifyChange(id);

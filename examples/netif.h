@@ -1,5 +1,5 @@
 #pragma once
-// netif.h: what netif says to other services.
+// netif.h: the fields and the service id of netif, for its clients.
 //
 // netif answers on the path [netif::SERVICE].  Its objects are the network interfaces of the machine; STD_ID is
 // the kernel's interface index, STD_DESCR a description that CMD_SETOBJ sets.
@@ -13,8 +13,8 @@
 //                    STD_ID, STD_DEAD and NAME.  Counters alone are no change.
 //
 // A description belongs to the name of an interface, whatever index the kernel gives it.  netif may leave: it
-// comes back with its subscribers and its descriptions, and tells the subscribers what they know anew, because
-// nobody saw what changed meanwhile.
+// returns with its subscribers and its descriptions, and notifies the subscribers of all objects anew, because it missed
+// the changes meanwhile.
 
 #include "kl/field.h"
 
@@ -26,7 +26,7 @@ inline constexpr kl::field<std::string> NAME{0x20000001};
 inline constexpr kl::field<std::vector<unsigned char>> HWADDR{0x30000002};   // absent where there is none
 inline constexpr kl::field<std::vector<kl::IPAddr6>> ADDRESSES{0x98000003};  // IPv6
 inline constexpr kl::field<unsigned int> MTU{0x08000004};                    // bytes
-inline constexpr kl::field<bool> UP{0x00000005};                             // somebody switched it on
+inline constexpr kl::field<bool> UP{0x00000005};                             // it was switched on
 inline constexpr kl::field<unsigned long long> RX_BYTES{0x10000006};
 inline constexpr kl::field<unsigned long long> TX_BYTES{0x10000007};
 inline constexpr kl::field<unsigned long long> RX_PACKETS{0x10000008};

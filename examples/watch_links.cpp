@@ -1,6 +1,6 @@
-// watch_links: prints each interface of netif as it comes, changes and goes, until it is interrupted.
+// watch_links: prints each interface of netif as it appears, changes and disappears, until it is interrupted.
 //
-// netif need not be there, and may crash or leave: kl::Watcher finds it again and tells what is another than before.
+// netif need not run yet, and may crash or leave: kl::Watcher finds it again and reports the differences.
 
 #include <csignal>
 #include <cstdio>
@@ -18,7 +18,7 @@ class WatchLinks : public kl::Watcher {
   void objectChanged(const kl::message& link) override {
     const Shown now{link.get(netif::NAME, "?"), textOf(link)};
     Shown& before = shown_[link.get(kl::STD_ID, kl::BADID)];
-    if (now == before) return;  // told once more, or only its counters moved
+    if (now == before) return;  // reported again, or only its counters moved
     before = now;
     print(now.name + ": " + now.text);
   }

@@ -27,8 +27,8 @@ using std::chrono::steady_clock;
 
 // --- in the courier's process
 
-constexpr int kInheritedSocket = 3;   // where a Looper looks for its connection
-constexpr int kFirstFreeSocket = 10;  // out of its way
+constexpr int kInheritedSocket = 3;   // a Looper inherits its connection here
+constexpr int kFirstFreeSocket = 10;  // above it
 
 // Drops every message that is no reply, since nobody asked for it: nothing gathers in the queue.
 class Courier : public kl::Looper {
@@ -37,8 +37,8 @@ class Courier : public kl::Looper {
   bool filterMessage(const kl::message&) override { return true; }
 };
 
-// Gives the descriptors their places, keeps the library's lines off the results, leaves no core file
-// behind and never outlives klctl.
+// Gives the descriptors their places, and keeps the library's lines off the results.  The process leaves no core file and
+// never outlives klctl.
 int settle(int loaderSocket, int klctlSocket) {
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   (void)::prctl(PR_SET_DUMPABLE, 0);

@@ -69,7 +69,7 @@ using Job = std::function<void(JobLooper& looper, const Give& give)>;
 // Cost:      one process.
 class CourierProcess {
  public:
-  // What the process does, runCourier or runJob.
+  // The work of the process: runCourier or runJob.
   using Body = std::function<void(int loaderSocket, int klctlSocket)>;
 
   CourierProcess(std::chrono::milliseconds timeout, const Body& body);

@@ -23,7 +23,7 @@ struct PathWord {
 PathWord parsePath(const std::string& word);
 
 // The name of the service that a word means: the word itself, or what the loader calls the number.  Empty when
-// nobody knows the number.
+// the number is unknown.
 std::string serviceName(const std::string& word, const Exchange& exchange);
 
 // The number of the service that a word means: the number itself, known or not, or what the loader's table has

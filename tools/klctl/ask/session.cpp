@@ -60,7 +60,7 @@ void Session::send(const kl::message& m) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   request.insert(kl::SYS_CMD, kl::CMD_NOOP);
-  (void)exchange(request);  // frames are taken in order: an answer says that the message was taken, too
+  (void)exchange(request);  // frames are read in order: its reply proves that the message was read, too
 }
 
 Bytes Session::carry(Order::Kind kind, const kl::message& m) {

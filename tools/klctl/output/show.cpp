@@ -24,7 +24,7 @@ namespace {
 constexpr int kJsonIndent = 2;
 constexpr int kOneLine = -1;
 
-// Of a character in UTF-8, by its first byte.
+// The length of a character in UTF-8, by its first byte.
 std::size_t bytesOfCharacter(char first) {
   const auto lead = static_cast<unsigned char>(first);
   return lead < 0xc0 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
@@ -171,7 +171,7 @@ std::string recordsText(const std::vector<Json>& objects, const std::vector<std:
   return text;
 }
 
-// In characters: the bytes that continue one in UTF-8 are not counted.
+// The length in characters: the bytes that continue one in UTF-8 are not counted.
 std::size_t longestLine(const std::string& text) {
   std::size_t longest = 0;
   std::size_t length = 0;

@@ -13,7 +13,7 @@
 namespace klctl {
 namespace {
 
-// What the request gets from the command word, from the library or not at all.
+// Fields that the command word or the library sets, or that no request may have.
 constexpr std::array<unsigned int, 9> kOwnFields = {kl::SYS_TO,     kl::SYS_FROM,     kl::SYS_TYPE,
                                                     kl::SYS_STATUS, kl::SYS_REPLYEXP, kl::SYS_CMD,
                                                     kl::SYS_REQID,  kl::SYS_CTRL,     kl::SYS_CTRL_ARG};

@@ -1,4 +1,4 @@
-// Reading a dictionary: TOML is read by the library made for it, every entry is checked here.
+// toml++ parses the file; every entry is checked here.
 
 #include "values/dictionary.h"
 

@@ -1,7 +1,7 @@
 // Messages to JSON by a walk over their records, JSON to messages member by member.
 //
-// Both directions share one table in their heads: the seven types, each with how a single value is written
-// and read.  Arrays are the same functions applied to each element.
+// Both directions treat the seven types alike: one function writes or reads a single value, and an array applies it to
+// each element.
 
 #include "values/json.h"
 

@@ -1,7 +1,7 @@
-// Finding messages in files: what kind of file it is, and where each message begins and ends.
+// A file's kind is guessed from its first bytes; then it is split into messages.
 //
-// Lengths in a file are claims.  A message that would go on behind the end of the file is a fault: what was found
-// before it counts, what follows it does not.
+// Lengths in a file are claims.  A message that would end behind the end of the file is a fault: the messages before it
+// are valid, the bytes after it are ignored.
 
 #include "values/message_file.h"
 
@@ -147,7 +147,7 @@ FileFormat guess(const Bytes& bytes, const Bytes& index) {
   return hasMagic(bytes, kRecordHead) ? FileFormat::kStore : FileFormat::kBare;
 }
 
-// False when reading fails; errno says why.
+// False when reading fails; errno has the reason.
 bool readAll(int fd, Bytes& bytes) {
   constexpr std::size_t kStep = 65536;
   for (;;) {

@@ -4,7 +4,7 @@
 //     bare     one message, from the first byte to the last
 //     framed   frames as they travel on sockets: a length of 4 bytes, little-endian, and so many bytes of message
 //     store    the data file of a store: a length of 2 bytes that counts itself, a message, and what the slot has
-//              left over; the index beside it (P.idx beside P.dat) tells which slots are in use
+//              left over; the index beside it (P.idx beside P.dat) has the slots that are in use
 
 #include <string>
 #include <vector>
@@ -14,7 +14,7 @@ namespace klctl {
 enum class FileFormat { kGuess, kBare, kFramed, kStore };
 
 struct FoundMessage {
-  std::string title;  // what is known of it beside its bytes: "entry 7, lifetime 3"
+  std::string title;  // its place or its entry: "entry 7, lifetime 3"
   std::vector<unsigned char> bytes;
 };
 

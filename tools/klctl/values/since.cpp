@@ -1,3 +1,5 @@
+// A word is tried as seconds since 1970, as a time ago, and as a local time in a few formats.
+
 #include "values/since.h"
 
 #include <charconv>
@@ -39,7 +41,7 @@ std::optional<Nanoseconds> ago(const std::string& word, Nanoseconds now) {
   return past < now ? now - past : 0;
 }
 
-// The formats whose whole length the word has; what it does not say is kept of `time`.
+// The first format that fits the whole word; fields that it does not have stay as they are in `time`.
 bool readLocal(const std::string& word, std::tm& time) {
   for (const char* format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M",
                              "%Y-%m-%d", "%H:%M:%S", "%H:%M"}) {

@@ -1,5 +1,5 @@
 #pragma once
-// since.h: words that say a point in time.
+// since.h: words for a point in time.
 
 #include <optional>
 #include <string>

@@ -259,7 +259,7 @@ class Parser {
 
   CLI::App app_;
   Words words_;
-  Interpretation interpretation_ = nullptr;  // of the words that stand behind the verb
+  Interpretation interpretation_ = nullptr;  // of the words after the verb
   CommandLine line_;
 };
 

@@ -37,7 +37,8 @@ enum class Verb {
   kLogUnmute,
 };
 
-inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kLogUnmute) + 1;  // how many there are
+inline constexpr unsigned int kVerbs =
+    static_cast<unsigned int>(Verb::kLogUnmute) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {

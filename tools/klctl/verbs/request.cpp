@@ -1,4 +1,4 @@
-// From the words of the command line to a request, and from the reply to text.
+// The words of the command line become a request, and the reply becomes text.
 //
 // The road of `klctl get netif:2`: main.cpp opens the channels, command_line.cpp reads the words, verb.cpp finds
 // getObject() here; subjectOf() builds the request, fetch() sends it through Session (ask/session.cpp), and the courier
@@ -17,7 +17,7 @@ namespace klctl {
 namespace {
 using Objects = Channels::Objects;
 
-// What `services` shows of the loader's table; `getall loader` shows all.
+// The columns of `services`; `getall loader` shows all fields of the loader's table.
 const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
                                                   "user", "starts", "messages_in", "messages_out"};
 

@@ -45,7 +45,7 @@ bool has(const kl::StoreView& view, Fault fault) {
 
 bool isOfOneSlot(const Finding& finding) { return finding.fault >= Fault::kRepeatedId; }
 
-// What is wrong, as one sentence for the standard error stream.
+// The faults as one sentence for the standard error stream.
 std::string faultOf(const std::vector<Finding>& findings, const std::string& path) {
   if (findings.empty()) return "";
   const std::size_t others = findings.size() - 1;
@@ -53,7 +53,7 @@ std::string faultOf(const std::vector<Finding>& findings, const std::string& pat
   return path + ": " + sentenceOf(findings.front()) + rest;
 }
 
-// The same of what one entry depends on.
+// The faults that concern one entry.
 std::string faultOf(const kl::StoreView& view, const kl::StoreView::Entry& entry, const std::string& path) {
   std::vector<Finding> findings;
   for (const Finding& finding : view.findings())
@@ -149,7 +149,7 @@ class AsOwner {
 // ends up empty.  So room for them is taken, in a file without a name, before a Store is opened.
 void needRoom(const kl::StoreView& view, const std::string& path) {
   constexpr off_t kSlotBytes = 12;        // of the index
-  constexpr off_t kRoundedBytes = 16384;  // what files take beside their bytes
+  constexpr off_t kRoundedBytes = 16384;  // that a file system adds to a file
   off_t bytes = kRoundedBytes + static_cast<off_t>(view.dataBytes());
   for (const auto& slot : view.freeSlots()) bytes -= slot.size;
   bytes += kSlotBytes * static_cast<off_t>(view.entries().size());
