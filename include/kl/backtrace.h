@@ -1,5 +1,5 @@
 #pragma once
-// kl/backtrace.h: lets code in flight say what it is doing, for the report of a crash.
+// kl/backtrace.h: lets running code announce what it is doing, for the report of a crash.
 
 #include "kl/export.h"
 
@@ -19,13 +19,11 @@ class message;
 //     Working note("the interface table");   // until the end of the block
 //
 // Errors:    none.
-// Ownership: the record is the caller's; the chain only points to it.  Records are destroyed in the reverse
-// order
-//            of their construction, which blocks see to by themselves.
-// Threads:   one chain per process: only the thread that runs the loop makes records.  dump() is called from
-// a
-//            signal handler on whatever thread crashed: it must not allocate, lock or use the stream library
-//            beyond the operations of kl::Dumper.  A report shows at most 1600 bytes of a record.
+// Ownership: the record is the caller's; the chain only points to it.  Records are destroyed in the reverse order of
+//            their construction, which blocks see to by themselves.
+// Threads:   one chain per process: only the thread that runs the loop makes records.  dump() is called from a signal
+//            handler on the thread that crashed: it must not allocate, lock or use the stream library beyond the
+//            operations of kl::Dumper.  A report shows at most 1600 bytes of a record.
 // Cost:      two stores to make, one to drop.
 class KL_API BacktraceInfo {
  public:

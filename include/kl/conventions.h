@@ -40,7 +40,7 @@ inline constexpr unsigned int SYS_RADDR = 0x00ff000e;           // reserved; its
 inline constexpr field<unsigned int> SYS_CTRL_ARG{0x08ff000f};  // argument of a control message
 // In a subscribe or unsubscribe request: the command that notifications for it carry.
 inline constexpr field<unsigned int> SYS_NOTIFYCMD{0x08ff0011};
-// In a notification: SYS_FROM of the request that caused the change, which is not told of it.
+// In a notification: SYS_FROM of the request that caused the change.  That sender gets no notification.
 inline constexpr field<std::vector<unsigned int>> SYS_NOTIFYPATH{0x88ff0012};
 
 // Standard fields of services that show a table of objects.
@@ -79,9 +79,10 @@ inline constexpr unsigned int CMD_NOTIFY = 0xfe000b;
 inline constexpr unsigned int CMD_SHUTDOWN = 0xfe000c;
 inline constexpr unsigned int CMD_GET = 0xfe000d;
 inline constexpr unsigned int CMD_SET = 0xfe000e;
-inline constexpr unsigned int CMD_START = 0xfe000f;   // START, POLL and CANCEL mean
-inline constexpr unsigned int CMD_POLL = 0xfe0010;    // what the service that takes
-inline constexpr unsigned int CMD_CANCEL = 0xfe0011;  // them says that they mean
+// Each service that takes START, POLL or CANCEL gives them their meaning.
+inline constexpr unsigned int CMD_START = 0xfe000f;
+inline constexpr unsigned int CMD_POLL = 0xfe0010;
+inline constexpr unsigned int CMD_CANCEL = 0xfe0011;
 inline constexpr unsigned int CMD_SUBSCRIBE = 0xfe0012;
 inline constexpr unsigned int CMD_UNSUBSCRIBE = 0xfe0013;
 inline constexpr unsigned int CMD_DISCONNECTED = 0xfe0014;
@@ -105,10 +106,21 @@ inline constexpr unsigned int ERROR_BUSY = 0xfe000c;
 inline constexpr unsigned int ERROR_TIMEOUT = 0xfe000d;
 
 // First elements of SYS_TO that the sending process itself acts on.
-inline constexpr unsigned int PATH_ALL = 0xff0001;  // every process, this one too
-inline constexpr unsigned int PATH_MULTI =
-    0xff0002;                                        // sub-paths follow: a count, then so many ids, and so on
-inline constexpr unsigned int PATH_SELF = 0xff0003;  // this process
+inline constexpr unsigned int PATH_ALL = 0xff0001;    // every process, this one too
+inline constexpr unsigned int PATH_MULTI = 0xff0002;  // sub-paths follow, each as a count and so many ids
+inline constexpr unsigned int PATH_SELF = 0xff0003;   // this process
+
+// Rights: bits of SYS_POLICY.  A command is allowed when the request has every right that it needs; kl::policies
+// (kl/looper.h) holds what each command needs.
+inline constexpr unsigned int RIGHT_READ = 64;
+inline constexpr unsigned int RIGHT_CHANGE = 128;
+inline constexpr unsigned int RIGHT_CONTROL = 512;           // CMD_START, CMD_POLL, CMD_CANCEL
+inline constexpr unsigned int RIGHT_OF_NOBODY = 0x80000000;  // only requests without SYS_POLICY have it
+inline constexpr unsigned int RIGHTS_ALL = 0xffffffff;       // of a request without SYS_POLICY
+
+// The reply to CMD_GETPOLICIES: STD_OBJS with an object for each command, its STD_ID the command.
+inline constexpr field<unsigned int> POLICY_RIGHTS{0x08000001};  // those that the command needs
+inline constexpr field<bool> POLICY_ALLOWED{0x00000002};         // the request has all of them
 
 // No handler, no object.
 inline constexpr unsigned int BADID = 0xffffffff;
@@ -141,14 +153,14 @@ KL_API message errorMsg(unsigned int code, const std::string& text);
 KL_API message ctrlErrorMsg(unsigned int n);
 
 // True for STATUS_ERROR; code and text go through the pointers that are not null
-// (ERROR_UNKNOWN and the empty text when the message does not say).
+// (ERROR_UNKNOWN and the empty text where the message has none).
 KL_API bool isError(const message& msg, unsigned int* code = nullptr, std::string* text = nullptr);
-// "ok", or what getErrorDescr says about the error.
+// "ok", or the description of the error as getErrorDescr gives it.
 KL_API std::string getError(const message& msg);
 // "std failure: timeout (13)"; a text replaces the words: "text (13)".
 KL_API std::string getErrorDescr(unsigned int code, const std::string& text);
 
-// Remove the protocol fields, so that what stays is the caller's.
+// Remove the protocol fields, so that the fields of the caller remain.
 // cleanSys keeps SYS_ERRSTR, SYS_RADDR, SYS_CTRL_ARG, SYS_NOTIFYCMD and SYS_NOTIFYPATH.
 KL_API void cleanSys(message& msg);
 // cleanStd keeps STD_FINISHED and STD_DEAD.

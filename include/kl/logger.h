@@ -18,7 +18,7 @@ struct Source {
   const std::vector<unsigned short>* topics;
   unsigned int id;  // 1 for the first of the process, and so on; on the socket its low 16 bits
   bool muted;       // the log service does not want its lines
-  bool registered;  // the log service has been told about it on this connection
+  bool registered;  // the log service knows it on this connection
 };
 
 // The process's connection to the log service.  Services write to an lstream (below), which asks for it:
@@ -47,34 +47,34 @@ class KL_API Logger {
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
 
-  // The source with exactly this list of topics: a new one is told to the service at once.  A list of more than
-  // 32763 topics does not fit into a record: its source is never registered and its lines are lost.
+  // The source with exactly this list of topics.  A new one is registered with the service at once.  A list of more
+  // than 32763 topics does not fit into a record: its source is never registered and its lines are lost.
   Source* registerSource(const std::vector<unsigned short>& topics);
 
   // Sends one line of `length` bytes, without a newline at its end.  A text of more than 65531 bytes goes out as
   // several lines.
   void log(Source* source, const char* text, unsigned int length);
 
-  // What follows are the steps of the above.
+  // The steps of the operations above.
 
   // Connects to the service and has the process's runner watch the socket.  Every source is to be registered
   // again then.  Needs: no connection stands.
   void connectToLog();
 
-  // Ends the connection.  What it said about sources is forgotten: none is muted and none registered.
+  // Ends the connection, and with it every registration and every muting.
   void closeConnection();
 
-  // Tells the service about a source; whether the record went out whole is also kept in source->registered.
+  // Registers a source with the service.  True, also in source->registered, if the record went out whole.
   bool sendRegistration(Source* source);
 
-  // Sends one whole record, after connecting if need be; true when writeRaw says `length` or more.
+  // Sends one whole record, after connecting if need be; true when writeRaw returns `length` or more.
   bool writeMsg(const void* record, unsigned int length, bool isRegistration);
 
   // Writes bytes to the socket in up to four attempts with pauses of 100 ms between them.  The number of bytes
   // that the last of them wrote if nothing is left then; otherwise less than `length`.  Needs: a connection.
   unsigned int writeRaw(const void* bytes, unsigned int length);
 
-  // The callback of the socket: takes what the service says about muting.
+  // The callback of the socket: reads which sources the service mutes.
   void onSocket(int fd, unsigned int events);
 
  private:

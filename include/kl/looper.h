@@ -40,10 +40,10 @@ class Timeout;
 // The rights that each command needs.  A request carries its rights as bits in SYS_POLICY; one
 // without that field carries all of them.  A command is allowed when every bit that it needs is there.
 //
-//     kl::policies p;                            // reading needs 64, changing 128, start/poll/cancel 512
-//     p.set_policy(kl::CMD_SET, 64);             // now whoever may read may set
+//     kl::policies p;                                  // reading needs RIGHT_READ, and so on
+//     p.set_policy(kl::CMD_SET, kl::RIGHT_READ);       // now every user who may read may set
 //
-// A command without an entry needs the bit 0x80000000, which no ordinary right contains.
+// A command without an entry needs RIGHT_OF_NOBODY.
 //
 // Errors:    none.
 // Ownership: a value.
@@ -61,8 +61,8 @@ class KL_API policies {
   // Does the request carry every bit that its command needs?
   bool is_allowed(const message& request) const;
 
-  // The table as the body of a reply: STD_OBJS with one object for each entry, in ascending order of
-  // the commands: STD_ID the command, u32 0x08000001 the bits, bool 0x00000002 whether the request has them.
+  // The table as the body of a reply: STD_OBJS with one object for each entry, in ascending order of the commands:
+  // STD_ID the command, POLICY_RIGHTS what it needs, POLICY_ALLOWED whether the request has that.
   message get_policies(const message& request) const;
 
   // The bits that a command needs.  Makes an entry of 0 where there is none.
@@ -161,11 +161,11 @@ class KL_API Handler {
   // Does nothing; the reply is empty.
   virtual void cmdShutdown(const message& request);
 
-  // Is this subscriber to be told?  False for whoever caused the change (SYS_FROM of the record equals
-  // SYS_NOTIFYPATH of the notification), else true when the record asks for the notification's command.
+  // Does this subscriber get the notification?  Not the one that caused the change (SYS_FROM of the record equals
+  // SYS_NOTIFYPATH of the notification); any other if its record asks for the notification's command.
   virtual bool shouldNotify(const message& record, const message& notification);
 
-  // A subscription was added (or came back with the persistent data), or is about to be removed.
+  // A subscription was added (or came back with the persistent data).  A subscription is about to be removed.
   virtual void subscribed(const message& record);
   virtual void unsubscribed(const message& record);
 
@@ -175,7 +175,7 @@ class KL_API Handler {
   // A batch of changes was sent.
   virtual void notifiesSent();
 
-  // The object as notifications carry it, with STD_ID = id; with STD_DEAD when it is gone.
+  // The object for a notification, with STD_ID = id; with STD_DEAD when it is gone.
   virtual message getObject(unsigned int id);
 
   // May the request be carried out?  Asks the policies.
@@ -204,7 +204,7 @@ class KL_API Handler {
   unsigned int postMessage(message& m, void* context, ReplyCallback callback, const message& data,
                            int timeout);
 
-  // Forgets a posted request; its callback is not called.  An unknown id is ignored.
+  // Forgets a posted request, whose callback is not called.  An unknown id is ignored.
   void cancelPost(unsigned int id);
 
   // Ends a posted request with an ERROR_TIMEOUT error.
@@ -229,8 +229,8 @@ class KL_API Handler {
   // Calls subscribed() for every subscription, in order.
   void notifySubscriptions();
 
-  // An object changed.  Subscribers are told together after 200 ms, or at once when 100 objects have changed;
-  // whoever caused all changes of a batch, by path or by request, is not told.
+  // An object changed.  Subscribers get a notification of all changes after 200 ms, or at once when 100 objects have
+  // changed.  A subscriber that caused all changes of a batch gets none: name it by its request or by its path.
   void notifyChange(unsigned int id);
   void notifyChange(unsigned int id, const message& cause);
   void notifyChange(unsigned int id, const std::vector<unsigned int>& originator);
@@ -241,7 +241,7 @@ class KL_API Handler {
   // Sends as many objects as one notification holds and returns the first that it did not.
   const message* sendNotifies(const message* first, const message* last);
 
-  // Sends a notification of one's own making, SYS_CMD included, to whom it interests.
+  // Sends a notification of the caller's own, SYS_CMD included, to the subscribers that shouldNotify() chooses.
   void sendNotify(message& m);
 
   // Report to the undo service that a request changed something, and what message takes that back.  The
@@ -259,8 +259,8 @@ class KL_API Handler {
   policies& accessPolicies() { return policies_; }
   const policies& accessPolicies() const { return policies_; }
 
-  // A terminal handler (the default) is the end of every path; one that passes messages on to what lies
-  // behind it clears the flag and then gets them with the rest of the path in SYS_TO.
+  // A terminal handler (the default) is the end of every path.  One that passes messages on clears the flag and then
+  // gets them with the rest of the path in SYS_TO.
   bool isTerminal() const { return terminal_; }
   void setTerminal(bool terminal) { terminal_ = terminal; }
 
@@ -295,9 +295,9 @@ class KL_API Handler {
 // loop.  It is itself the handler of whatever names no registered one.  There is one in a process; it is
 // made before the first handler and lives until the process ends.
 //
-// Errors:    the connection is vital.  A process that cannot connect, or whose loader goes away, ends with one
-//            line on the standard error stream and status 1; one that the loader does not confirm within
-//            10 seconds aborts.  A message of 65536 bytes or more is not sent, without notice.
+// Errors:    the connection is vital.  A process that cannot connect, or that loses its loader, ends with one line
+//            on the standard error stream and status 1; one that the loader does not confirm within 10 seconds
+//            aborts.  A message of 65536 bytes or more is not sent, without notice.
 // Ownership: owns the connection.  Handlers are borrowed until they are removed.
 // Threads:   belongs to the thread that made it.
 // Cost:      a message out is one system call, one in is one poll and one read, less when several arrive
@@ -310,15 +310,15 @@ class KL_API Looper : public Handler, public Runner {
   static constexpr unsigned int kInherited = 1;
   static constexpr unsigned int kConnect = 2;
 
-  // Connects, registers with the twelve values and returns when the loader has confirmed.  The loader takes
-  // a1 as the service number asked for (0: it picks one) and a2 as the service's version.
+  // Connects, registers with the twelve values and returns when the loader has confirmed.  a1 is the service number
+  // asked for (0: the loader picks one), a2 the version word of the service.
   explicit Looper(unsigned int mode, unsigned int a1 = 0, unsigned int a2 = 0, unsigned int a3 = 0,
                   unsigned int a4 = 0, unsigned int a5 = 0, unsigned int a6 = 0, unsigned int a7 = 0,
                   unsigned int a8 = 0, unsigned int a9 = 0, unsigned int a10 = 0, unsigned int a11 = 0,
                   unsigned int a12 = 0);
   ~Looper() override;
 
-  // Ends run() and forgets the connection: what is sent from now on is dropped, what arrives is not read.
+  // Ends run() and forgets the connection: messages sent from now on are dropped, arriving ones are not read.
   // The descriptor stays open until the process ends.
   void shutdown() override;
 
@@ -328,7 +328,7 @@ class KL_API Looper : public Handler, public Runner {
   // Sees every message that is about to be dispatched or queued; true drops it.  Returns false.
   virtual bool filterMessage(const message& m);
 
-  // Hands a message to the handler that the first element of SYS_TO names, without that element.  What names
+  // Hands a message to the handler that the first element of SYS_TO names, without that element.  A path that names
   // no handler, or goes on behind a terminal one, is answered with ERROR_BRKPATH.
   virtual void dispatchMessage(message& m);
 
@@ -358,8 +358,8 @@ class KL_API Looper : public Handler, public Runner {
   // Returns when the service answers, however long that takes.
   void ensure(unsigned int id);
 
-  // Keeps a message for this process: it is dispatched before the loop sleeps.  Of more than 100 that wait the
-  // rest is lost, with a report on the standard error stream.
+  // Keeps a message for this process: it is dispatched before the loop sleeps.  While 100 wait, each further one is
+  // lost with a report: two lines on the standard error stream, and a dump of the 100 on standard output.
   void queueMessage(const message& m);
   void dispatchQueue();
 
@@ -381,13 +381,13 @@ class KL_API Looper : public Handler, public Runner {
   void sendCtrl(unsigned int code, unsigned int argument);
   void sendCtrl(unsigned int code);
 
-  // Leaving: a process that can be started again on demand says so with a value other than 0.  It leaves
-  // when the loader asks and no blockLeave is open; each needs its unblockLeave.  run() opens the way.  What
-  // waits in the queue is dispatched before it leaves.
+  // Leaving: a process that can be started again on demand declares it with a value other than 0.  It leaves when the
+  // loader asks and no blockLeave is open; each needs its unblockLeave, and run() ends the one of the construction.
+  // Messages that wait in the queue are dispatched before it leaves.
   void setupLeave(unsigned int value);
   void blockLeave();
   void unblockLeave();
-  // Asks the loader to be asked.
+  // Asks the loader to ask this process to leave.
   void tellLeave();
   bool isLeaving() const { return leaving_; }
 
@@ -397,8 +397,8 @@ class KL_API Looper : public Handler, public Runner {
   // Local time in seconds since 1970.
   unsigned int getLocaltime();
 
-  // What the loader said when it confirmed: its values 1 to 3 (0 where it gave none, and for any other n),
-  // and its message to this service.
+  // What came with the confirmation: READY_ID, READY_VERSION and READY_STARTS as values 1 to 3 (0 where the loader gave
+  // none, and for any other n), and READY_CONFIGURATION.
   unsigned int getLoaderValue(unsigned int n) const;
   const message& getLoaderData() const { return loaderData_; }
 
@@ -422,9 +422,7 @@ class KL_API Looper : public Handler, public Runner {
                 const message& request) const;
 
   bool leaving_ = false;
-  unsigned int loaderValue1_ = 0;
-  unsigned int loaderValue3_ = 0;
-  unsigned int loaderValue2_ = 0;
+  unsigned int loaderValues_[3] = {};
   int socket_ = -1;
   int timezone_ = -1;
   unsigned int leaveValue_ = 0;

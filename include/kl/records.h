@@ -2,7 +2,7 @@
 // kl/records.h: a read-only walk over the records of a flattened message, without building the message.
 //
 // A flattened message is the two bytes "M2" and then one record per field, back to back: a 32-bit
-// little-endian id and a payload whose shape follows from the id's type bits.  Whoever routes, prints or
+// little-endian id and a payload whose shape follows from the id's type bits.  A program that routes, prints or
 // counts messages needs a few of their fields and none of their tables; this walk gives them where they lie:
 //
 //     kl::RecordWalk walk(bytes);
@@ -22,7 +22,8 @@ namespace kl {
 // What a field holds, one value each.
 enum class RecordKind : unsigned char { kBool, kU32, kU64, kAddr6, kString, kMessage, kRaw };
 
-// Numbers as the format has them, whatever the host's order.  Needs: so many bytes at `at`.
+// Numbers of the format on a host of any byte order.  Needs: so many bytes at `at`.  They stand here, and not with the
+// library's own, because a public header includes no internal one and its constants are computed while compiling.
 constexpr unsigned int readLe16(const unsigned char* at) {
   return static_cast<unsigned int>(at[0]) | static_cast<unsigned int>(at[1]) << 8;
 }
@@ -33,9 +34,10 @@ constexpr unsigned long long readLe64(const unsigned char* at) {
 
 // One record, as a view of the bytes that it was found in.
 //
-// Errors:    asking for a value of another kind gives 0, false or an empty text, never a read outside the
-// record. Ownership: borrows the walked bytes; a record is of use as long as they are. Threads:   a value;
-// any number of threads may read one. Cost:      every operation takes constant time, and none allocates.
+// Errors:    asking for a value of another kind gives 0, false or an empty text, never a read outside the record.
+// Ownership: borrows the walked bytes; a record is of use as long as they are.
+// Threads:   a value; any number of threads may read one.
+// Cost:      every operation takes constant time, and none allocates.
 class Record {
  public:
   // The field id, with bit 24 (which belongs to the format) cleared.
@@ -84,7 +86,7 @@ class Record {
 };
 
 // Walks the records of one flattened message in the order in which they stand.  A field that stands twice is
-// met twice: the walk reports what is there and judges nothing.
+// met twice: the walk reports every record and judges none.
 //
 // Errors:    next() is false at the end and at the first record that does not fit; ok() tells them apart.
 // Ownership: borrows the bytes.
@@ -106,7 +108,7 @@ class RecordWalk {
     return ok_;
   }
 
-  // True as long as everything up to here was well-formed; after next() said false: the whole message was.
+  // True as long as everything up to here was well-formed; after next() was false: the whole message is.
   bool ok() const { return ok_; }
 
  private:
@@ -182,7 +184,7 @@ class RecordWalk {
 };
 
 // Walks the elements of an array record, of whatever kind: each is the bytes of one value, without its
-// length. A single value counts as an array of one.
+// length.  A single value counts as an array of one.
 //
 // Errors:    none; the record was checked when it was found.
 // Ownership: borrows what the record borrows.

@@ -16,10 +16,10 @@ inline constexpr field<unsigned int> REGET_FILTER{0x08fe000c};
 
 // Objects, one after the other, from a source that a derived class knows.
 //
-// Errors:    as the derived class says.
+// Errors:    those of the derived class.
 // Ownership: owns its request and the object at hand.
 // Threads:   belongs to one thread.
-// Cost:      as the derived class says; the object at hand is copied once.
+// Cost:      that of the derived class; the object at hand is copied once.
 class KL_API Reget {
  public:
   // Makes the next object current_; false when there is none.
@@ -55,8 +55,8 @@ class KL_API Reget {
   bool ready_ = false;
 };
 
-// Reads a table once and waits for each reply; nothing else runs meanwhile.  After its end it stays empty: who reads
-// the table again takes a new one.
+// Reads a table once and waits for each reply; nothing else runs meanwhile.  After its end it stays empty: to read the
+// table again, make a new one.
 //
 //     kl::FullReget reget;
 //     kl::message request;
@@ -65,7 +65,7 @@ class KL_API Reget {
 //     while (!reget.isEmpty()) show(reget.pop());
 //
 // Errors:    an error reply is one line on standard output and has no objects: the walk ends there, unless the reply
-//            says where to go on.
+//            has the id to go on from.
 // Ownership: a value.
 // Threads:   belongs to the thread of the Looper.  Needs: a Looper.
 // Cost:      one exchange for each chunk; holds one chunk.
@@ -95,7 +95,7 @@ class KL_API FullReget : public Reget {
 //     void onObject(const kl::message& object);
 //     void onDone(const kl::message& reply);     // the last reply, or the error that ended the walk
 //
-// Both callbacks may do what they like: stop, begin another walk, destroy the AsyncReget.  A walk that is begun inside
+// Both callbacks may do anything: stop, begin another walk, destroy the AsyncReget.  A walk that is begun inside
 // onObject takes the place of the one at hand, whose onDone is not called.
 //
 // Errors:    an error reply, a time-out included, ends the walk; onDone gets it, and without onDone it is one line on
@@ -150,8 +150,8 @@ class KL_API AsyncReget {
   ObjectCallback onObject_ = nullptr;
   DoneCallback onDone_ = nullptr;
   bool running_ = false;
-  bool* replaced_ =
-      nullptr;  // set while objects are delivered; another walk, or the end of this, says so there
+  // Set while objects are delivered: where another walk, or the end of this object, leaves its mark.
+  bool* replaced_ = nullptr;
 };
 
 }  // namespace kl

@@ -29,9 +29,9 @@ KL_API unsigned int getJiffies();
 // ready; then the delays of addDelayedTimer start to count.  Every callback runs on the thread that called
 // run() and may add and remove anything, itself included.
 //
-// Errors:    what cannot be done is answered with false, or with one line on standard output where it says
-//            so.  An exception that a callback lets out ends the process as one that nobody catches, wherever
-//            run() was called: no exception passes the library.
+// Errors:    a request that cannot be met returns false, or is one line on standard output where its comment names
+//            one.  An exception that leaves a callback ends the process as an uncaught one does, wherever run() was
+//            called: no exception passes the library.
 // Ownership: the loop owns its records of timers, sockets and hooks, and nothing that they point to: context
 //            words are borrowed until the timer fired or the record was removed; descriptors are never closed.
 //            A resource, so it is not copied.
@@ -50,7 +50,7 @@ class KL_API ThinRunner {
     void* data;
     TimerCallback callback;   // null: cancelled, the record is freed when its list is drained
     unsigned int expiry;      // the tick at which it is due; its delay while it waits for the end of the pass
-    unsigned int heapIndex;   // its position in the heap, or one of the values that say where else it is
+    unsigned int heapIndex;   // its position in the heap, or a value for another place
     unsigned int generation;  // how often the record was reused; a handle to an earlier use is stale
   };
 
@@ -97,11 +97,11 @@ class KL_API ThinRunner {
   // largest one that the wrapping comparison of ticks still orders.
   TimerPtr addTimer(void* data, TimerCallback cb, unsigned int delay);
 
-  // The same, but the delay counts from the end of the current pass, so that it is not eaten up by the work
-  // that the pass still does.  Does not read the clock.
+  // The same, but the delay counts from the end of the current pass, so that the rest of its work takes nothing off
+  // it.  Does not read the clock.
   TimerPtr addDelayedTimer(void* data, TimerCallback cb, unsigned int delay);
 
-  // Lets the delays of addDelayedTimer start to count.  run() does so; others need not.
+  // Lets the delays of addDelayedTimer start to count.  run() does so in each pass.
   void addDelayedTimers();
 
   // Cancels a timer.  False only for a handle to none; inside the timer's own callback it is true and does
@@ -126,12 +126,12 @@ class KL_API ThinRunner {
   bool removeSocket(int fd);
 
   // Declares that the reader of fd holds bytes that it has read ahead, or no longer does; false if fd is not
-  // watched. While it does and fd is watched for POLLIN, the poll does not wait and fd counts as readable in
+  // watched.  While it does and fd is watched for POLLIN, the poll does not wait and fd counts as readable in
   // its place among the others, so a reader may take many frames with one read(2) and still handle one in
   // each pass.
   bool setReadAhead(int fd, bool holdsBytes);
 
-  // One poll, the timers, and the callbacks of what is ready.  `now` is what sleepTime is asked with.
+  // One poll, the timers, and the callbacks of the sockets that are ready.  sleepTime gets `now`.
   void runSocks(unsigned int now);
 
   // Calls fn(data) in each pass before the poll, the newest first; the order turns around with every pass.

@@ -1,6 +1,5 @@
 #pragma once
-// kl/services.h: what the companions of the library say to other services: their field ids, commands and
-// codes.
+// kl/services.h: the field ids, commands and codes of the library's companions.
 //
 // The loader answers as service 1 (kl::SERVICE_LOADER) with a table of services, itself included: one object
 // per service that is configured or connected, its STD_ID the service's id.  CMD_GETALL, CMD_GETOBJ and
@@ -40,8 +39,8 @@ inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};
 // Values of SVC_STATE.
 inline constexpr unsigned int SVC_STATE_STOPPED = 1;     // only an action starts it
 inline constexpr unsigned int SVC_STATE_STARTING = 2;    // its process runs and has not registered
-inline constexpr unsigned int SVC_STATE_REGISTERED = 3;  // it can be talked to
-inline constexpr unsigned int SVC_STATE_RUNNING = 4;     // it has said that it entered its loop
+inline constexpr unsigned int SVC_STATE_REGISTERED = 3;  // messages reach it
+inline constexpr unsigned int SVC_STATE_RUNNING = 4;     // it has entered its loop
 inline constexpr unsigned int SVC_STATE_DELAYED = 5;     // it ended and is started again after a while
 inline constexpr unsigned int SVC_STATE_STOPPING = 6;    // it was told to end
 inline constexpr unsigned int SVC_STATE_LEAVING = 7;     // it was asked to leave
@@ -54,39 +53,39 @@ inline constexpr unsigned int SVC_RESTART = 3;  // the two together
 inline constexpr unsigned int SVC_LEAVE = 4;    // asks it to save its state and end
 
 // Values of SYS_CTRL in messages between the loader and a process, all of them on the path [1].  The
-// library's Looper speaks them for every service; they stand here for whoever speaks to the loader without
-// one.
+// library's Looper sends and answers them for every service; a program without a Looper needs them here.
 inline constexpr unsigned int CTRL_LEAVE = 1;        // loader: please leave
-inline constexpr unsigned int CTRL_LEFT = 2;         // process: leaves, with its persistent data
-inline constexpr unsigned int CTRL_REFUSED = 3;      // process: does not leave
+inline constexpr unsigned int CTRL_LEFT = 2;         // process: leaves; READY_DATA, if it saves any
+inline constexpr unsigned int CTRL_REFUSED = 3;      // process: does not leave now
 inline constexpr unsigned int CTRL_WANT_LEAVE = 4;   // process: wishes to be asked to leave
-inline constexpr unsigned int CTRL_HELLO = 5;        // process: registers, with REGISTRATION_VALUES
+inline constexpr unsigned int CTRL_HELLO = 5;        // process: registers; its first message
 inline constexpr unsigned int CTRL_RUNNING = 6;      // process: has entered its loop
-inline constexpr unsigned int CTRL_LEAVE_VALUE = 7;  // process: may leave (SYS_CTRL_ARG not 0) or may not
-inline constexpr unsigned int CTRL_READY = 8;        // loader: registered
+inline constexpr unsigned int CTRL_LEAVE_VALUE = 7;  // process: could leave now (SYS_CTRL_ARG not 0) or not
+inline constexpr unsigned int CTRL_READY = 8;        // loader: confirms the registration
 
 // In CTRL_HELLO: twelve values, the service id asked for (0: the loader picks one) and the version word of
 // the service in front; the others are 0.
 inline constexpr field<std::vector<unsigned int>> REGISTRATION_VALUES{0x88000001};
 
 // In CTRL_READY.
-inline constexpr field<unsigned int> READY_ID{0x08000001};             // the service id given
-inline constexpr field<unsigned int> READY_VERSION{0x08000002};        // the loader's version word
-inline constexpr field<unsigned int> READY_STARTS{0x08000003};         // the number of this start, from 1
-inline constexpr field<message::flat_message> READY_DATA{0x28000004};  // what the last leave saved, if it did
-inline constexpr field<message::flat_message> READY_CONFIGURATION{
-    0x28000005};  // its settings, if there are any
+inline constexpr field<unsigned int> READY_ID{0x08000001};       // the service id given
+inline constexpr field<unsigned int> READY_VERSION{0x08000002};  // the loader's version word
+inline constexpr field<unsigned int> READY_STARTS{0x08000003};   // the number of this start, from 1
+// What the service saved with its last CTRL_LEFT, absent if that was nothing.
+inline constexpr field<message::flat_message> READY_DATA{0x28000004};
+// The settings of the service, absent if it has none.
+inline constexpr field<message::flat_message> READY_CONFIGURATION{0x28000005};
 
-// Topics of log lines (kl/logger.h).  1 to 8 say how much a line matters, the others who writes it; topics of
-// services of your own begin at 256.
+// Topics of log lines (kl/logger.h).  1 to 8 are how much a line matters, the others which program writes it; topics
+// of other services begin at 256.
 inline constexpr unsigned int TOPIC_EMERGENCY = 1;  // the system cannot be used
-inline constexpr unsigned int TOPIC_ALERT = 2;      // somebody must act at once
+inline constexpr unsigned int TOPIC_ALERT = 2;      // an administrator must act at once
 inline constexpr unsigned int TOPIC_CRITICAL = 3;   // a part has failed
 inline constexpr unsigned int TOPIC_ERROR = 4;      // something could not be done
 inline constexpr unsigned int TOPIC_WARNING = 5;    // something may fail later
 inline constexpr unsigned int TOPIC_NOTICE = 6;     // normal, and worth keeping
-inline constexpr unsigned int TOPIC_INFO = 7;       // what is going on
-inline constexpr unsigned int TOPIC_DEBUG = 8;      // for whoever looks for a fault
+inline constexpr unsigned int TOPIC_INFO = 7;       // progress
+inline constexpr unsigned int TOPIC_DEBUG = 8;      // details for the search for a fault
 inline constexpr unsigned int TOPIC_LOADER = 16;
 inline constexpr unsigned int TOPIC_UNDO = 17;
 inline constexpr unsigned int TOPIC_SYSTEM = 18;
@@ -98,9 +97,9 @@ inline constexpr unsigned int TOPIC_NETIF = 32;
 // Under [SERVICE_LOG] stand the lines that it has in memory: one object per line, its STD_ID the line's running
 // number (from 1 to 0xfffffffe, then again from 1).  CMD_GETALL reads them in chunks from the oldest on,
 // CMD_GETOBJ one of them, CMD_GETCOUNT counts those that the request's filter lets through, CMD_SUBSCRIBE follows
-// what comes; CMD_GET tells figures of the service itself.  A filter is made of the fields of the line: the
-// request asks for lines that have one of its LOG_TOPICS, exactly its LOG_PROCESS, LOG_PROCESS_ID and LOG_SOURCE,
-// and for what LOG_SINCE and LOG_CONTAINS say; what it leaves out lets everything through.
+// new lines; CMD_GET gives figures of the service itself.  A filter is made of the fields of the line: the request
+// asks for lines that have one of its LOG_TOPICS and exactly its LOG_PROCESS, LOG_PROCESS_ID and LOG_SOURCE, and that
+// LOG_SINCE and LOG_CONTAINS let through; a field that is absent lets every line through.
 //
 // Under [SERVICE_LOG, LOG_RULES] stand the topics that have a name or are muted, their STD_ID the topic, and from
 // LOG_FIRST_FILE on the files that the configuration names.  CMD_SETOBJ with LOG_MUTED mutes a topic or takes that
@@ -123,8 +122,7 @@ inline constexpr field<unsigned int> LOG_PROCESS_ID{0x08000003};
 #ifndef LOG_PID
 inline constexpr field<unsigned int> LOG_PID = LOG_PROCESS_ID;
 #endif
-inline constexpr field<unsigned int> LOG_SOURCE{
-    0x08000004};  // the source's id in its process; 0: the log service
+inline constexpr field<unsigned int> LOG_SOURCE{0x08000004};  // its number in its process; 0: the log service
 inline constexpr field<std::vector<unsigned int>> LOG_TOPICS{0x88000005};
 inline constexpr field<std::string> LOG_TEXT{0x20000006};
 
@@ -132,8 +130,8 @@ inline constexpr field<std::string> LOG_TEXT{0x20000006};
 inline constexpr field<unsigned long long> LOG_SINCE{0x10000007};  // LOG_TIME is not before this
 inline constexpr field<std::string> LOG_CONTAINS{0x20000008};      // LOG_TEXT has this in it
 
-// In a notification: so many lines that the filter lets through were not sent since the notification before,
-// because more came than followers are sent.  CMD_GETALL has them while they are in memory.
+// In a notification: the number of lines that passed the filter and were not sent since the last notification,
+// because more came than a notification takes.  CMD_GETALL has them while they are in memory.
 inline constexpr field<unsigned int> LOG_SKIPPED{0x08000009};
 
 // Fields of a rule: of a topic,
@@ -144,7 +142,7 @@ inline constexpr field<std::string> LOG_FILE{0x2000000c};
 inline constexpr field<unsigned long long> LOG_FILE_BYTES{0x1000000d};  // it never gets bigger
 inline constexpr field<unsigned int> LOG_FILE_COUNT{0x0800000e};        // together with the older ones
 inline constexpr field<unsigned int> LOG_FILE_SYNC{0x0800000f};         // LOG_SYNC_...
-inline constexpr field<std::string> LOG_FILE_FAILURE{0x20000010};  // why nothing is written; absent: it is
+inline constexpr field<std::string> LOG_FILE_FAILURE{0x20000010};  // why it takes no lines; absent: it does
 inline constexpr field<unsigned long long> LOG_FILE_LOST{0x10000011};  // lines that were not written
 
 // In the reply to CMD_GET.
@@ -154,13 +152,13 @@ inline constexpr field<unsigned long long> LOG_DROPPED{0x10000014};  // not take
 inline constexpr field<unsigned long long> LOG_TORN{0x10000015};     // ended with their client, half written
 inline constexpr field<unsigned int> LOG_MEMORY{0x08000016};         // bytes that lines have in memory now
 
-// Values of LOG_FILE_SYNC: when what was written is on the disk for certain.
-inline constexpr unsigned int LOG_SYNC_NEVER = 0;   // when the system sees fit
+// Values of LOG_FILE_SYNC: when a written line is on the disk for certain.
+inline constexpr unsigned int LOG_SYNC_NEVER = 0;   // when the kernel decides
 inline constexpr unsigned int LOG_SYNC_SECOND = 1;  // within a second
 inline constexpr unsigned int LOG_SYNC_LINE = 2;    // before the next line is read
 
 // The undo service answers as service 17 (kl::SERVICE_UNDO), on the path [17].  A service that changed
-// something on request says so with Handler::sendUndo; each such report is a record, the newest comes first:
+// something on request reports it with Handler::sendUndo; each report is a record, the newest comes first:
 //
 //     CMD_ADDOBJ     a report, with UNDO_REQUEST, UNDO_MESSAGE, UNDO_DESCRIPTION, UNDO_USER and UNDO_RIGHTS; the
 //                    reply, if one is asked for, names the record in STD_ID
@@ -191,9 +189,8 @@ inline constexpr field<std::vector<unsigned int>> UNDO_SOURCE{0x88000008};  // t
 inline constexpr field<bool> UNDO_UNDONE{0x00000009};  // it is undone now; UNDO_MESSAGE does it again
 
 // Settings of the undo service (READY_CONFIGURATION).
-inline constexpr field<unsigned int> UNDO_LIMIT{
-    0x08000001};  // records that are kept; 100 where it does not say
-inline constexpr field<std::string> UNDO_FOLDER{0x20000002};  // where they are kept; "/kelo/undo"
+inline constexpr field<unsigned int> UNDO_LIMIT{0x08000001};  // most records that are kept; absent: 100
+inline constexpr field<std::string> UNDO_FOLDER{0x20000002};  // where they are kept; absent: "/kelo/undo"
 
 // The system service answers as service 24 (kl::SERVICE_SYSTEM).  On the path [24, 0] it is the local time
 // zone: CMD_GET gives SYSTEM_TIMEZONE, and whoever subscribed with SYS_NOTIFYCMD SYSTEM_TIMEZONE_CHANGED is sent
@@ -205,11 +202,10 @@ inline constexpr field<std::string> UNDO_FOLDER{0x20000002};  // where they are 
 inline constexpr field<std::string> SYSTEM_HOSTNAME{0x20000001};
 inline constexpr field<std::string> SYSTEM_VERSION{0x20000002};  // of the installed system; may be empty
 inline constexpr field<unsigned int> SYSTEM_UPTIME{0x08000003};  // seconds since boot
-inline constexpr field<unsigned long long> SYSTEM_MEMORY_TOTAL{0x10000004};  // bytes
-inline constexpr field<unsigned long long> SYSTEM_MEMORY_AVAILABLE{
-    0x10000005};  // bytes that programs can still get
-inline constexpr field<std::vector<unsigned int>> SYSTEM_LOAD{
-    0x88000006};  // hundredths: averages over 1, 5 and 15 minutes
+inline constexpr field<unsigned long long> SYSTEM_MEMORY_TOTAL{0x10000004};      // bytes
+inline constexpr field<unsigned long long> SYSTEM_MEMORY_AVAILABLE{0x10000005};  // bytes, for programs
+// Hundredths: averages over 1, 5 and 15 minutes.
+inline constexpr field<std::vector<unsigned int>> SYSTEM_LOAD{0x88000006};
 inline constexpr field<unsigned int> SYSTEM_TIMEZONE{0x0800001b};  // seconds east of UTC, an int
 
 // The objects of the table.
@@ -223,8 +219,8 @@ inline constexpr unsigned int SYSTEM_OBJECT_LOAD = 5;
 // The command of notifications about the time zone.
 inline constexpr unsigned int SYSTEM_TIMEZONE_CHANGED = 0x60001;
 
-// Setting of the system service (READY_CONFIGURATION): ticks between two looks at the figures while somebody follows
-// them; 500 where it does not say.
+// Setting of the system service (READY_CONFIGURATION): ticks between two looks at the figures while a subscriber
+// follows them; absent: 500.
 inline constexpr field<unsigned int> SYSTEM_LOOK_TICKS{0x08000001};
 
 }  // namespace kl

@@ -18,7 +18,7 @@ KL_API std::string getOSVersion();
 
 // Loads the module file `name` (with its extension) from /lib/modules/RELEASE/ of the running kernel.
 // `parameters` is the module's text of parameters.  0, or -1: the file cannot be read or the kernel refuses;
-// errno says why.
+// errno has the reason.
 KL_API int insmod(const std::string& name, const std::string& parameters);
 
 // Removes a module, given by its name or by the path of its file: folders and extension are cut off, and '-'
@@ -27,7 +27,7 @@ KL_API int rmmod(const std::string& name);
 
 namespace kl {
 
-// --- What the kernel says of itself.
+// --- Figures of the kernel.
 
 // Seconds since boot.  Counts as getJiffies() (kl/runner.h) does, and so starts again after 2^32 ticks.
 KL_API unsigned int getUptime();
@@ -48,9 +48,8 @@ KL_API unsigned int getAvailableMemory(unsigned int* totalKiB);
 
 // --- Places.
 
-// The places that every program of the system must agree on.  They are fixed when the library is built, so
-// ask the library instead of writing them down again.  Constant for the life of the process; any thread may
-// ask.
+// The places that every program of the system must agree on.  They are fixed when the library is built, so ask the
+// library instead of writing them down again.  Constant for the life of the process, on every thread.
 
 // The socket that services connect to: "/ram/kelosock".
 KL_API std::string loaderSocketPath();

@@ -12,7 +12,7 @@ namespace kl {
 
 // A handler that knows a service's table: it subscribes, fetches the whole table beside the loop, and takes the
 // notifications from then on.  When the service has crashed, when its path is broken or its answer an error, it tries
-// again until the service answers, and what has gone meanwhile is told as removed.
+// again until the service answers, and reports the objects that have gone meanwhile as removed.
 //
 //     class Links : public kl::Watcher {
 //       void objectChanged(const kl::message& link) override { names_[link.get(kl::STD_ID, 0)] = link.get(NAME, ""); }
@@ -26,12 +26,12 @@ namespace kl {
 //     links.watch({32});
 //     looper.run();
 //
-// An object may be told several times, with or without a change; what is told last holds.  A service that leaves in
-// order keeps its subscribers and is not lost.  A change that this very handler asks for is not told to it: whoever
-// changes objects and watches them asks from another handler.
+// objectChanged() may be called again without a change; the last call is current.  A service that leaves in order
+// keeps its subscribers and is not lost.  A handler gets no notification of a change that it asked for itself: a
+// program that changes the objects that it watches asks from another handler.
 //
-// Errors:    every error of the service is told once by providerLost() and tried again, after 50 ms at first and after
-//            a second in the end.  A notification that the loader drops because this process does not read is lost.
+// Errors:    an error of the service is one call of providerLost() and a retry, after 50 ms at first and after a second
+//            in the end.  A notification that the loader drops because this process does not read is lost.
 // Ownership: belongs to the service, as any handler.  The destructor unsubscribes.
 // Threads:   as any handler.  The operations that are called back may do everything but destroy the watcher.
 // Cost:      remembers the id of each object, not the object; a walk is one request for each chunk.
@@ -45,21 +45,25 @@ class KL_API Watcher : public Handler {
   // Needs: a Looper that this handler was added to.
   void watch(const std::vector<unsigned int>& path, const message& extra = message());
 
-  // Unsubscribes and forgets what it knows.  Nothing is called back from then on.
+  // Unsubscribes and forgets the table.  Nothing is called back from then on.
   void stop();
 
   // How long each reply of the service may take, in ticks; a minute at first.
   void setTimeout(unsigned int ticks) { timeout_ = ticks; }
 
-  // Is everything known that the service has told?
+  // Was the whole table fetched, and has the service been there since?
   bool isComplete() const { return complete_; }
 
-  // What is told.  The defaults do nothing.
-  virtual void objectChanged(const message& object);  // new, changed, or the same as before
-  virtual void objectRemoved(unsigned int id);        // one that was told before is gone
-  virtual void tableComplete();  // the whole table was fetched, also after each time it was lost
-  virtual void providerLost(
-      const message& reason);  // the error, or CMD_DISCONNECTED: what is known may be old
+  // Called for each event.  The defaults do nothing.
+
+  // An object is new, changed, or the same as before.
+  virtual void objectChanged(const message& object);
+  // An object of an earlier objectChanged() is gone.
+  virtual void objectRemoved(unsigned int id);
+  // The whole table was fetched, for the first time or after the service was lost.
+  virtual void tableComplete();
+  // The service is lost, and the table may be out of date.  The reason is its error, or CMD_DISCONNECTED.
+  virtual void providerLost(const message& reason);
 
   void handleCmd(const message& request, unsigned int command) override;
   void handleBrkpath(const message& notice) override;
@@ -77,11 +81,11 @@ class KL_API Watcher : public Handler {
   message extra_;
   unsigned int timeout_ = 6000;
   unsigned int retryTicks_ = 0;
-  unsigned int run_ = 0;  // how often watch and stop were called: a loop over hooks ends when it changes
+  unsigned int run_ = 0;  // calls of watch and stop: a loop that calls back ends when it changes
   bool complete_ = false;
   bool lost_ = false;
-  std::set<unsigned int> known_;  // told since the last fetch began
-  std::set<unsigned int> stale_;  // told before, and not again so far
+  std::set<unsigned int> known_;  // reported since the last fetch began
+  std::set<unsigned int> stale_;  // reported before, and not again so far
   TimerPtr retryTimer_;
   AsyncReget reget_;
 };

@@ -8,15 +8,15 @@
 #include <utility>
 
 #include "kl/looper.h"
+#include "kl/services.h"
 #include "looper/paths.h"
 #include "looper/timeout.h"
-#include "protocol/control.h"
 
 namespace kl {
 
 message Looper::exchangeMessage(message& m, int timeout) {
   if (!hasPath(m, SYS_TO)) return errorMsg(ERROR_FAILED, "bad_message");
-  if (std::exchange(leaveAsked_, false)) sendCtrl(control::kLeaveRefused);  // E2
+  if (std::exchange(leaveAsked_, false)) sendCtrl(CTRL_REFUSED);  // E2
   const Path from = pathOf(m, SYS_FROM);
   const unsigned int id = requestMessage(m);
   Timeout limit(timeout);
@@ -53,7 +53,7 @@ void Looper::ensure(unsigned int id) {
 void Looper::keepForLater(const message& m) {
   unsigned int code = 0;
   if (!isCtrl(m, &code)) return queueMessage(m);
-  if (code == control::kLeave) sendCtrl(control::kLeaveRefused);
+  if (code == CTRL_LEAVE) sendCtrl(CTRL_REFUSED);
 }
 
 // E3.  The requests that a handler exchanges and those that it posts are numbered by two counters, so one of

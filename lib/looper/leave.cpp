@@ -3,10 +3,10 @@
 // A process that declares a leave value can be ended by the loader while nobody needs it, and started again
 // by the next message for it.  The loader knows at any time whether the process could leave now:
 //
-//     value  open blocks   could leave   told to the loader on the way there
-//     0      any           no            readiness 0, if the value was withdrawn while nothing blocked
-//     v      0             yes           readiness v
-//     v      1 or more     no            readiness 0, at the first block
+//     value  open blocks   could leave   sent to the loader on the way there
+//     0      any           no            CTRL_LEAVE_VALUE 0, if the value was withdrawn while nothing blocked
+//     v      0             yes           CTRL_LEAVE_VALUE v
+//     v      1 or more     no            CTRL_LEAVE_VALUE 0, at the first block
 //
 // V1  one block is open from the construction until run()
 // V2  what came before the asking is dealt with before the answer, or it would be lost with the queue.  An
@@ -23,7 +23,7 @@
 #include <utility>
 
 #include "kl/looper.h"
-#include "protocol/control.h"
+#include "kl/services.h"
 
 namespace kl {
 namespace {
@@ -46,12 +46,12 @@ message::flat_message flattened(const message& m) {
 }  // namespace
 
 void Looper::handleCtrl(unsigned int code) {
-  if (code != control::kLeave) return;
+  if (code != CTRL_LEAVE) return;
   leaveAsked_ = true;
   dispatchQueue();  // V2
   if (!std::exchange(leaveAsked_, false)) return;
   if (canLeave()) leave();
-  else sendCtrl(control::kLeaveRefused);
+  else sendCtrl(CTRL_REFUSED);
 }
 
 void Looper::leave() {
@@ -60,9 +60,9 @@ void Looper::leave() {
   if (holdsData(data)) {
     message m;
     m.insert(SYS_TO, {SERVICE_LOADER});
-    m.insert(SYS_CTRL, control::kLeaveAccepted);
+    m.insert(SYS_CTRL, CTRL_LEFT);
     m.insert(SYS_CTRL_ARG, 1);
-    m.insert(control::kPermData, flattened(data));
+    m.insert(READY_DATA, flattened(data));
     sendMessage(m);
   }
   leaving_ = true;
@@ -74,20 +74,20 @@ bool Looper::canLeave() { return leaveValue_ != 0 && leaveBlocks_ == 0; }
 void Looper::setupLeave(unsigned int value) {
   if (value == leaveValue_) return;
   leaveValue_ = value;
-  if (leaveBlocks_ == 0) sendCtrl(control::kReadiness, value);
+  if (leaveBlocks_ == 0) sendCtrl(CTRL_LEAVE_VALUE, value);
 }
 
 void Looper::blockLeave() {
   ++leaveBlocks_;
-  if (leaveBlocks_ == 1 && leaveValue_ != 0) sendCtrl(control::kReadiness, 0);
+  if (leaveBlocks_ == 1 && leaveValue_ != 0) sendCtrl(CTRL_LEAVE_VALUE, 0);
 }
 
 void Looper::unblockLeave() {
   --leaveBlocks_;
-  if (leaveBlocks_ == 0 && leaveValue_ != 0) sendCtrl(control::kReadiness, leaveValue_);
+  if (leaveBlocks_ == 0 && leaveValue_ != 0) sendCtrl(CTRL_LEAVE_VALUE, leaveValue_);
 }
 
-void Looper::tellLeave() { sendCtrl(control::kWantsToLeave); }
+void Looper::tellLeave() { sendCtrl(CTRL_WANT_LEAVE); }
 
 void Looper::savePermData(message& data) {
   Handler::savePermData(data);
@@ -118,12 +118,12 @@ void Looper::loadPermData(const message& data) {
 
 int Looper::getTimezone() {
   if (timezone_ != kTimezoneUnknown) return timezone_;
-  subscribe({SERVICE_SYSTEM, 0}, control::kTimezoneChanged, message());
+  subscribe({SERVICE_SYSTEM, 0}, SYSTEM_TIMEZONE_CHANGED, message());
   message m;
   m.insert(SYS_CMD, CMD_GET);
   m.insert(SYS_TO, {SERVICE_SYSTEM, 0});
   const message reply = exchangeMessage(m, kTimezoneTicks);
-  timezone_ = isError(reply) ? 0 : static_cast<int>(reply.get(control::kTimezone, 0));
+  timezone_ = isError(reply) ? 0 : static_cast<int>(reply.get(SYSTEM_TIMEZONE, 0));
   return timezone_;
 }
 

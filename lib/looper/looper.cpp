@@ -27,27 +27,23 @@
 
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <utility>
 
 #include "base/assertions.h"
 #include "base/report.h"
 #include "kl/backtrace.h"
+#include "kl/services.h"
 #include "looper/connection.h"
 #include "looper/first_start.h"
 #include "looper/framing.h"
 #include "looper/paths.h"
-#include "protocol/control.h"
 
 namespace kl {
 namespace {
 
 constexpr std::size_t kQueueLimit = 100;
 constexpr int kReadyTicks = 1000;  // how long the loader may take to confirm
-
-constexpr field<std::vector<unsigned int>> kRegistration{0x88000001};
-constexpr field<unsigned int> kLoaderValue1{0x08000001};
-constexpr field<unsigned int> kLoaderValue2{0x08000002};
-constexpr field<unsigned int> kLoaderValue3{0x08000003};
 
 constexpr char kDispatchLabel[] = "virtual void kl::Looper::dispatchMessage(kl::message&)";
 
@@ -208,7 +204,7 @@ void Looper::run() {
     onInit();
     leaveMarker(marker);
   }
-  sendCtrl(control::kRunning);
+  sendCtrl(CTRL_RUNNING);
   notifySubscriptions();
   unblockLeave();
   Runner::run();
@@ -219,32 +215,27 @@ void Looper::onInit() {}
 void Looper::registerProcess(const std::vector<unsigned int>& values) {
   message m;
   m.insert(SYS_TO, {SERVICE_LOADER});
-  m.insert(SYS_CTRL, control::kRegister);
-  m.insert(kRegistration, values);
+  m.insert(SYS_CTRL, CTRL_HELLO);
+  m.insert(REGISTRATION_VALUES, values);
   sendMessage(m);
 }
 
 void Looper::awaitReady() {
   message ready;
   unsigned int code = 0;
-  if (!readMessage(ready, kReadyTicks) || !isCtrl(ready, &code) || code != control::kReady) {
+  if (!readMessage(ready, kReadyTicks) || !isCtrl(ready, &code) || code != CTRL_READY) {
     printErrorLine("could not receive confirmation to CTRL_READY from loader");
     std::abort();
   }
-  loaderValue1_ = ready.get(kLoaderValue1, 0);
-  loaderValue3_ = ready.get(kLoaderValue3, 0);
-  loaderValue2_ = ready.get(kLoaderValue2, 0);
-  if (ready.has(control::kPermData)) loadPermData(message(ready.get(control::kPermData, {})));
-  if (ready.has(control::kLoaderData)) loaderData_ = ready.get(control::kLoaderData, {});
+  loaderValues_[0] = ready.get(READY_ID, 0);
+  loaderValues_[1] = ready.get(READY_VERSION, 0);
+  loaderValues_[2] = ready.get(READY_STARTS, 0);
+  if (ready.has(READY_DATA)) loadPermData(message(ready.get(READY_DATA, {})));
+  if (ready.has(READY_CONFIGURATION)) loaderData_ = ready.get(READY_CONFIGURATION, {});
 }
 
 unsigned int Looper::getLoaderValue(unsigned int n) const {
-  switch (n) {
-    case 1: return loaderValue1_;
-    case 2: return loaderValue2_;
-    case 3: return loaderValue3_;
-    default: return 0;
-  }
+  return n >= 1 && n <= std::size(loaderValues_) ? loaderValues_[n - 1] : 0;
 }
 
 // --- Looper: the handlers --------------------------------------------------------------------------
@@ -265,7 +256,7 @@ bool Looper::removeHandler(unsigned int id) { return handlers_.erase(id) != 0; }
 bool Looper::hasHandler(unsigned int id) const { return handlers_.contains(id); }
 
 void Looper::handleCmd(const message& request, unsigned int command) {
-  if (command == control::kTimezoneChanged) timezone_ = static_cast<int>(request.get(control::kTimezone, 0));
+  if (command == SYSTEM_TIMEZONE_CHANGED) timezone_ = static_cast<int>(request.get(SYSTEM_TIMEZONE, 0));
   else Handler::handleCmd(request, command);
 }
 

@@ -1,11 +1,11 @@
 // The rights that each command needs.
 //
-//     64    reading            CMD_GET..., CMD_NOOP, CMD_SUBSCRIBE, CMD_UNSUBSCRIBE
-//     128   changing           CMD_SET..., CMD_ADDOBJ, CMD_REMOVEOBJ, CMD_MOVEOBJ, CMD_RESET
-//     512   setting going      CMD_START, CMD_POLL, CMD_CANCEL
-//     2^31  nobody's           CMD_NOTIFY, and every command that the table does not name
+//     RIGHT_READ       CMD_GET..., CMD_NOOP, CMD_SUBSCRIBE, CMD_UNSUBSCRIBE
+//     RIGHT_CHANGE     CMD_SET..., CMD_ADDOBJ, CMD_REMOVEOBJ, CMD_MOVEOBJ, CMD_RESET
+//     RIGHT_CONTROL    CMD_START, CMD_POLL, CMD_CANCEL
+//     RIGHT_OF_NOBODY  CMD_NOTIFY, and every command that the table does not name
 //
-// "Nobody's" is met only by a request without SYS_POLICY, which has all rights: messages between services.
+// Only a request without SYS_POLICY has the right of nobody, with all others: a message between services.
 
 #include <vector>
 
@@ -14,25 +14,16 @@
 namespace kl {
 namespace {
 
-constexpr unsigned int kRead = 64;
-constexpr unsigned int kChange = 128;
-constexpr unsigned int kOperate = 512;
-constexpr unsigned int kNobody = 0x80000000;
-constexpr unsigned int kAllRights = 0xffffffff;
-
 // A command that has no name and keeps its entry.
 constexpr unsigned int kUnnamedChange = 0xfe0008;
-
-constexpr field<unsigned int> kRequired{0x08000001};
-constexpr field<bool> kSatisfied{0x00000002};
 
 bool covers(unsigned int have, unsigned int need) { return (need & have) == need; }
 
 message::flat_message flatEntry(unsigned int command, unsigned int bits, bool satisfied) {
   message entry;
   entry.insert(STD_ID, command);
-  entry.insert(kRequired, bits);
-  entry.insert(kSatisfied, satisfied);
+  entry.insert(POLICY_RIGHTS, bits);
+  entry.insert(POLICY_ALLOWED, satisfied);
   message::flat_message flat;
   entry.flatten(flat);
   return flat;
@@ -42,13 +33,13 @@ message::flat_message flatEntry(unsigned int command, unsigned int bits, bool sa
 
 policies::policies()
     : required_{
-          {CMD_GETPOLICIES, kRead}, {CMD_NOOP, kRead},      {CMD_GETOBJ, kRead},
-          {CMD_GETALL, kRead},      {CMD_ADDOBJ, kChange},  {CMD_SETOBJ, kChange},
-          {CMD_REMOVEOBJ, kChange}, {CMD_MOVEOBJ, kChange}, {kUnnamedChange, kChange},
-          {CMD_NOTIFY, kNobody},    {CMD_SUBSCRIBE, kRead}, {CMD_UNSUBSCRIBE, kRead},
-          {CMD_GET, kRead},         {CMD_SET, kChange},     {CMD_RESET, kChange},
-          {CMD_POLL, kOperate},     {CMD_START, kOperate},  {CMD_CANCEL, kOperate},
-          {CMD_GETCOUNT, kRead},
+          {CMD_GETPOLICIES, RIGHT_READ}, {CMD_NOOP, RIGHT_READ},      {CMD_GETOBJ, RIGHT_READ},
+          {CMD_GETALL, RIGHT_READ},      {CMD_ADDOBJ, RIGHT_CHANGE},  {CMD_SETOBJ, RIGHT_CHANGE},
+          {CMD_REMOVEOBJ, RIGHT_CHANGE}, {CMD_MOVEOBJ, RIGHT_CHANGE}, {kUnnamedChange, RIGHT_CHANGE},
+          {CMD_NOTIFY, RIGHT_OF_NOBODY}, {CMD_SUBSCRIBE, RIGHT_READ}, {CMD_UNSUBSCRIBE, RIGHT_READ},
+          {CMD_GET, RIGHT_READ},         {CMD_SET, RIGHT_CHANGE},     {CMD_RESET, RIGHT_CHANGE},
+          {CMD_POLL, RIGHT_CONTROL},     {CMD_START, RIGHT_CONTROL},  {CMD_CANCEL, RIGHT_CONTROL},
+          {CMD_GETCOUNT, RIGHT_READ},
       } {}
 
 void policies::set_policy(unsigned int command, unsigned int bits) { required_[command] = bits; }
@@ -57,12 +48,12 @@ void policies::add_policy(unsigned int command, unsigned int bits) { required_[c
 
 bool policies::is_allowed(const message& request) const {
   const auto entry = required_.find(request.get(SYS_CMD, CMD_NOOP));
-  const unsigned int need = entry == required_.end() ? kNobody : entry->second;
-  return covers(request.get(SYS_POLICY, kAllRights), need);
+  const unsigned int need = entry == required_.end() ? RIGHT_OF_NOBODY : entry->second;
+  return covers(request.get(SYS_POLICY, RIGHTS_ALL), need);
 }
 
 message policies::get_policies(const message& request) const {
-  const unsigned int have = request.get(SYS_POLICY, kAllRights);
+  const unsigned int have = request.get(SYS_POLICY, RIGHTS_ALL);
   std::vector<message::flat_message> entries;
   entries.reserve(required_.size());
   for (const auto& [command, bits] : required_)

@@ -4,26 +4,21 @@
 //     SYS_FROM     [source], where one is given
 //     SYS_CMD      CMD_ADDOBJ for a new record, CMD_SETOBJ where the request continues one
 //     STD_ID       the record that is continued
-//     0x28000001   the request     } of a new record
-//     0x20000003   the description }
-//     0x20000006   the user        }
-//     0x08000005   the rights that the request's command needs
-//     0x28000002   the message that undoes it
+//     UNDO_REQUEST       } of a new record
+//     UNDO_DESCRIPTION   }
+//     UNDO_USER          }
+//     UNDO_RIGHTS   the rights that the request's command needs
+//     UNDO_MESSAGE  the message that undoes it
 //
 // The messages inside travel without their paths.
 
 #include <string>
 
 #include "kl/looper.h"
+#include "kl/services.h"
 
 namespace kl {
 namespace {
-
-constexpr field<message::flat_message> kRequest{0x28000001};
-constexpr field<message::flat_message> kUndo{0x28000002};
-constexpr field<std::string> kDescription{0x20000003};
-constexpr field<unsigned int> kRights{0x08000005};
-constexpr field<std::string> kUser{0x20000006};
 
 message withoutPaths(const message& m) {
   message result(m);
@@ -34,9 +29,9 @@ message withoutPaths(const message& m) {
 
 void describeRequest(message& record, const message& request, const std::string& description) {
   record.insert(SYS_CMD, CMD_ADDOBJ);
-  record.insert_message(kRequest, withoutPaths(request));
-  record.insert(kDescription, description);
-  record.insert(kUser, request.get(SYS_USER, ""));
+  record.insert_message(UNDO_REQUEST, withoutPaths(request));
+  record.insert(UNDO_DESCRIPTION, description);
+  record.insert(UNDO_USER, request.get(SYS_USER, ""));
 }
 
 }  // namespace
@@ -55,8 +50,8 @@ void Handler::sendUndoFrom(const message& request, const message& undo, const st
   } else {
     describeRequest(record, request, description);
   }
-  record.insert(kRights, policies_[request.get(SYS_CMD, CMD_NOOP)]);
-  record.insert_message(kUndo, withoutPaths(undo));
+  record.insert(UNDO_RIGHTS, policies_[request.get(SYS_CMD, CMD_NOOP)]);
+  record.insert_message(UNDO_MESSAGE, withoutPaths(undo));
   sendMessage(record);
 }
 
