@@ -1,11 +1,12 @@
 // Watched descriptors of the event loop.
 //
-// poll(2) is handed one array that is kept up to date instead of being built for each pass.  Three containers
-// say the same thing: S1  polls_[i] is the entry of the descriptor that pollSockets_[i] points to, and that
-// socket's index is i S2  a removed entry is replaced by the last one, so the order of the array is not the
-// order of registration S3  an entry's returned events are cleared before its callback runs, so an entry that
-// a removal moved down
-//     to a lower place is met again with nothing to report
+// poll(2) takes one array, which is kept up to date instead of being built for each pass.  Three containers hold the
+// same sockets:
+//
+// S1  polls_[i] is the entry of the descriptor that pollSockets_[i] points to, and the index of that socket is i
+// S2  the last entry takes the place of a removed one, so the order of the array is not the order of registration
+// S3  the returned events of an entry are cleared before its callback runs, so an entry that a removal moved down to a
+//     lower place is met again with nothing to report
 // S4  a socket added by a callback stands behind the walk and waits for the next pass
 // S5  readAheadCount_ is the number of sockets whose reader holds bytes
 
@@ -58,7 +59,8 @@ bool ThinRunner::setReadAhead(int fd, bool holdsBytes) {
   const auto place = sockets_.find(fd);
   if (place == sockets_.end()) return false;
   SockInfo& socket = place->second;
-  if (socket.holdsBytes != holdsBytes) holdsBytes ? ++readAheadCount_ : --readAheadCount_;  // S5
+  if (socket.holdsBytes) --readAheadCount_;  // S5
+  if (holdsBytes) ++readAheadCount_;
   socket.holdsBytes = holdsBytes;
   return true;
 }
@@ -66,7 +68,7 @@ bool ThinRunner::setReadAhead(int fd, bool holdsBytes) {
 void ThinRunner::runSocks(unsigned int now) {
   const int timeoutMs = sleepTime(now);
   // A poll that fails (a signal interrupts it) reports nothing ready: the pass goes on with the timers.
-  // Nobody may wake a loop that a hook has ended, so it does not sleep.
+  // A loop that a hook has ended may have nothing left to wake it, so it does not sleep.
   const bool stays = someoneReadsAhead() || stop_;
   int ready = ::poll(polls_.data(), polls_.size(), stays ? 0 : timeoutMs);
   ready = mergeReadAhead(ready);
@@ -86,7 +88,7 @@ bool ThinRunner::someoneReadsAhead() const {
   return false;
 }
 
-// Makes what was read ahead look like what poll would have said, had the bytes still been in the kernel.
+// Gives the entries of read-ahead sockets the events that poll would have returned with the bytes still in the kernel.
 int ThinRunner::mergeReadAhead(int ready) {
   if (readAheadCount_ == 0) return ready;
   ready = std::max(ready, 0);

@@ -14,14 +14,25 @@ namespace {
 // The kernel's tick counter starts 300 seconds below zero.
 constexpr unsigned int kTicksBeforeBoot = 30000;
 
-// The virtual table's entry for sleepTime: behind those of the destructor (two), shutdown and run.
-constexpr std::size_t kSleepTimeSlot = 4;
+// The place of sleepTime in the virtual table, in bytes.  A pointer to a virtual member function holds it, so the
+// compiler keeps it right whatever is added to the class: the first word is the place plus 1, or, on the ARM family,
+// the place, and the second word has its lowest bit set.
+std::size_t sleepTimePlace() {
+  constexpr auto kSleepTime = &ThinRunner::sleepTime;
+  struct {
+    std::size_t function;
+    std::size_t adjustment;
+  } words;
+  static_assert(sizeof words == sizeof kSleepTime, "a pointer to a member function has two words");
+  std::memcpy(&words, &kSleepTime, sizeof words);
+  return words.function & ~std::size_t{1};
+}
 
 const void* sleepTimeOf(const ThinRunner* runner) {
-  const void* const* virtualTable = nullptr;
+  const unsigned char* virtualTable = nullptr;
   std::memcpy(&virtualTable, static_cast<const void*>(runner), sizeof virtualTable);
   const void* function = nullptr;
-  std::memcpy(&function, virtualTable + kSleepTimeSlot, sizeof function);
+  std::memcpy(&function, virtualTable + sleepTimePlace(), sizeof function);
   return function;
 }
 
@@ -52,8 +63,9 @@ void ThinRunner::run() {
   }
 }
 
-// Reading the clock is a system call, and without a timer our own sleepTime has no use for it.  A derived
-// loop's may have, so the virtual table is asked whose it is: under construction it was still our own.
+// Reading the clock is a system call, and without a timer the sleepTime of this class has no use for it.  That of a
+// derived loop may have, so the virtual table is asked whose it is: during construction it was still that of this class.
+// Held by ThinRunner.APassWithoutTimersReadsNoClock and OwnSleepTime.OfADerivedLoopDecidesAndIsAskedWithTheTick.
 bool ThinRunner::sleepTimeNeedsClock() const { return !heap_.empty() || sleepTimeOf(this) != ownSleepTime_; }
 
 }  // namespace kl
