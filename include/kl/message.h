@@ -78,7 +78,8 @@ KL_API Dumper& doEndl<Dumper>(Dumper& out);
 //
 //     bits 31..27  type   bool 0x00000000  u32 0x08000000  u64 0x10000000  addr6 0x18000000
 //                         string 0x20000000  message 0x28000000  raw 0x30000000; bit 31: array of it
-//     bit  25      mark of a record that flatten type 1 keeps as bytes; bit 24 must be clear
+//     bit  25      mark of a record that flatten type 1 keeps as bytes
+//     bit  24      the byte format's own: an id is written without it
 //     bits 23..16  name space: 0x00 global, 0xFD local, 0xFE std, 0xFF sys
 //     bits 15..0   number
 //
@@ -129,7 +130,7 @@ class KL_API message {
 
   message() noexcept = default;
   message(const message& other);
-  // From bytes: what was read before a fault stays, and the fault is not told (unflatten tells it).
+  // From bytes: the fields before a fault stay, and the fault is not reported (unflatten reports it).
   message(const flat_message& bytes);
   explicit message(const std::vector<unsigned char>& bytes);
   message(const unsigned char* data, unsigned int len);
@@ -139,7 +140,7 @@ class KL_API message {
 
   message& operator=(const message& other);
   message& operator=(const flat_message& bytes);
-  // What `*this = message(data, len)` gives, without the copy in between: the lists run the other way round than
+  // The result of `*this = message(data, len)`, without the copy in between: the lists run the other way round than
   // in a message made of the bytes, and copies share.
   void assign(const unsigned char* data, unsigned int len);
   void swap(message& other) noexcept { std::swap(rep_, other.rep_); }
@@ -276,9 +277,9 @@ class KL_API message {
   void flatten(std::vector<unsigned char>& out) const;
   // Adds the fields that the bytes hold: scalars overwrite, arrays replace.  False on a fault; the fields
   // read before it stay.  Lengths and counts are claims and never trusted.  A null `data` reads as nothing,
-  // true. A message that received a field is unshareable.
+  // true.  A message that received a field is unshareable.
   [[nodiscard]] bool unflatten(const unsigned char* data, unsigned int len, flatten_type type);
-  // The records that the last unflatten of type keep_marked set aside, as they came; null without one.
+  // The records that the last unflatten of type keep_marked set aside, byte for byte; null without one.
   // Valid until this message is changed, assigned or destroyed.
   const std::vector<unsigned char>* kept() const;
 

@@ -26,8 +26,8 @@
 // W1  nothing is read outside the given bytes
 // W2  memory is taken for bytes that are there, never for a length or count alone
 // W3  a field is stored when all of its bytes were seen; an array is begun when its count was
-// W4  F says what the value needs, also where bit 24 of an id was set by mistake: the field reads back under
-//     the id without it
+// W4  F follows from the value, also where bit 24 of an id was set by mistake: the field reads back under the id
+//     without it
 
 #include "message/wire.h"
 
@@ -72,8 +72,8 @@ unsigned char* writeField(unsigned char* to, const Node& node) {
   }
 }
 
-// Kept on purpose: a count, like a length, is cut to 16 bits while all elements are written; who exceeds
-// them gets bytes that read back wrongly.  Held by Wire.CutsALengthAbove65535WhileWritingAllBytes.
+// Kept on purpose: a count, like a length, is cut to 16 bits while all elements are written; beyond 65535 the bytes
+// read back wrongly.  Held by Wire.CutsALengthAbove65535WhileWritingAllBytes.
 unsigned char* writeArray(unsigned char* to, const Node& node) {
   to = storeLe16(writeId(to, node.id), valueCount(node));
   return node.hasObject() ? message::Rep::encodeObject(to, node) : encode(to, node.content(), node.size);
@@ -104,7 +104,7 @@ class Reader {
   bool takeLength(bool isShort, std::size_t& length);
   Outcome store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
 
-  // The id was taken already.
+  // Both are called when the id has been read.
   bool keepRecord(unsigned int id, bool flag);
   bool skipPayload(unsigned int id, bool flag);
   bool skip(std::size_t bytes);
@@ -232,7 +232,7 @@ Outcome Reader::store(Kind kind, unsigned int id, std::size_t bytes, std::size_t
 
 // --- Keeping marked records ------------------------------------------------------------------------------
 
-// Every byte is kept at most once, so there is room for it in as many bytes as were given.
+// Every byte is kept at most once, so as many bytes as the input has are room enough.
 bool Reader::keepRecord(unsigned int id, bool flag) {
   const unsigned char* const begin = at_ - 4;
   const bool isWhole = skipPayload(id, flag);

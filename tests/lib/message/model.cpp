@@ -20,8 +20,11 @@ void append(Bytes& out, const Container& bytes) {
   out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
+// Bit 24 of an id as written is the flag, whatever the id has there.
+unsigned int flagged(unsigned int id, bool flag) { return (id & ~0x01000000u) | (flag ? 0x01000000 : 0); }
+
 void putLengthAndBytes(Bytes& out, unsigned int id, const Bytes& bytes) {
-  put(out, bytes.size() > 255 ? id : id | 0x01000000, 4);
+  put(out, flagged(id, bytes.size() <= 255), 4);
   put(out, bytes.size(), bytes.size() > 255 ? 2 : 1);
   append(out, bytes);
 }
@@ -371,13 +374,13 @@ void ModelMessage::removeIdMask(unsigned int id, unsigned int mask) {
 Bytes ModelMessage::flatten() const {
   const ModelRep& rep = read();
   Bytes out{0x4D, 0x32};
-  if (rep.boolId != ModelRep::kNoBool) put(out, rep.boolValue ? rep.boolId | 0x01000000 : rep.boolId, 4);
+  if (rep.boolId != ModelRep::kNoBool) put(out, flagged(rep.boolId, rep.boolValue), 4);
   if (rep.bools)
     for (const ModelTable::Slot& slot : rep.bools->slots())
-      if (slot.key < ModelTable::kDeleted) put(out, slot.value != 0 ? slot.key | 0x01000000 : slot.key, 4);
+      if (slot.key < ModelTable::kDeleted) put(out, flagged(slot.key, slot.value != 0), 4);
   for (const ModelTable::Slot& slot : rep.u32s.slots()) {
     if (slot.key >= ModelTable::kDeleted) continue;
-    put(out, slot.value > 255 ? slot.key : slot.key | 0x01000000, 4);
+    put(out, flagged(slot.key, slot.value <= 255), 4);
     put(out, slot.value, slot.value > 255 ? 4 : 1);
   }
   for (const auto* list : {&rep.fields, &rep.arrays})
