@@ -1,5 +1,6 @@
 // Uptime, and memory as /proc/meminfo has it: one figure a line, "NAME:   NUMBER kB".
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,10 +13,18 @@ namespace {
 
 constexpr unsigned int kTicksPerSecond = 100;
 constexpr unsigned int kUnknown = 0xFFFFFFFF;
-constexpr unsigned int kLargest = kUnknown - 1;
+constexpr unsigned int kBeyond32Bits = 0xFFFFFFFE;
 
-unsigned int limited(unsigned long long kib) {
-  return kib > kLargest ? kLargest : static_cast<unsigned int>(kib);
+// A figure in KiB, which may have more than 32 bits.
+using Figure = unsigned long long;
+constexpr Figure kMissing = ~0ULL;
+constexpr Figure kMostFigure = 1ULL << 40;  // so that a sum of three does not overflow
+
+unsigned int totalOf(Figure kib) { return kib > 0xFFFFFFFF ? kBeyond32Bits : static_cast<unsigned int>(kib); }
+
+// A result may not look like kUnknown.
+unsigned int resultOf(Figure kib) {
+  return kib > kBeyond32Bits ? kBeyond32Bits : static_cast<unsigned int>(kib);
 }
 
 // The lines of /proc/meminfo, one after the other.
@@ -30,14 +39,14 @@ class MemoryLines {
 
   bool next() { return file_ != nullptr && std::fgets(line_, sizeof line_, file_) != nullptr; }
 
-  // True if the line is that of `name`, which its number is stored for.
-  bool read(const char* name, unsigned int& kib) const {
+  // If the line begins with `name`, stores its number in `kib` and returns true.
+  bool read(const char* name, Figure& kib) const {
     const std::size_t length = std::strlen(name);
     if (std::strncmp(line_, name, length) != 0 || line_[length] != ':') return false;
     char* end = nullptr;
-    const unsigned long long value = std::strtoull(line_ + length + 1, &end, 10);
+    const Figure value = std::strtoull(line_ + length + 1, &end, 10);
     if (end == line_ + length + 1) return false;
-    kib = limited(value);
+    kib = std::min(value, kMostFigure);
     return true;
   }
 
@@ -47,20 +56,18 @@ class MemoryLines {
 };
 
 struct Memory {
-  unsigned int total = kUnknown;
-  unsigned int free = kUnknown;
-  unsigned int buffers = kUnknown;
-  unsigned int cached = kUnknown;
-  unsigned int available = kUnknown;
+  Figure total = kMissing;
+  Figure free = kMissing;
+  Figure buffers = kMissing;
+  Figure cached = kMissing;
+  Figure available = kMissing;
 };
 
 bool hasSum(const Memory& memory) {
-  return memory.free != kUnknown && memory.buffers != kUnknown && memory.cached != kUnknown;
+  return memory.free != kMissing && memory.buffers != kMissing && memory.cached != kMissing;
 }
 
-unsigned int sumOf(const Memory& memory) {
-  return limited(0ULL + memory.free + memory.buffers + memory.cached);
-}
+Figure sumOf(const Memory& memory) { return memory.free + memory.buffers + memory.cached; }
 
 Memory readByName() {
   Memory memory;
@@ -84,16 +91,16 @@ unsigned int getFreeMemory(unsigned int* totalKiB) {
   if (!lines.next() || !lines.read("MemFree", memory.free)) return kUnknown;
   if (!lines.next() || !lines.read("Buffers", memory.buffers)) return kUnknown;
   if (!lines.next() || !lines.read("Cached", memory.cached)) return kUnknown;
-  if (totalKiB != nullptr) *totalKiB = memory.total;
-  return sumOf(memory);
+  if (totalKiB != nullptr) *totalKiB = totalOf(memory.total);
+  return resultOf(sumOf(memory));
 }
 
 unsigned int getAvailableMemory(unsigned int* totalKiB) {
   const Memory memory = readByName();
-  if (memory.total == kUnknown) return kUnknown;
-  if (memory.available == kUnknown && !hasSum(memory)) return kUnknown;
-  if (totalKiB != nullptr) *totalKiB = memory.total;
-  return memory.available != kUnknown ? memory.available : sumOf(memory);
+  if (memory.total == kMissing) return kUnknown;
+  if (memory.available == kMissing && !hasSum(memory)) return kUnknown;
+  if (totalKiB != nullptr) *totalKiB = totalOf(memory.total);
+  return resultOf(memory.available != kMissing ? memory.available : sumOf(memory));
 }
 
 }  // namespace kl

@@ -113,6 +113,14 @@ TEST(SystemFigures, AvailableMemoryBeyond32BitsIsTheLargestNumber) {
       "4294967294 of 4294967294");
 }
 
+TEST(SystemFigures, TheLargestNumberOf32BitsIsATotalAndNoResult) {
+  EXPECT_EQ(figureOf(kl::getFreeMemory,
+                     "MemTotal: 4294967295 kB\nMemFree: 4294967293 kB\nBuffers: 1 kB\nCached: 1 kB\n"),
+            "4294967294 of 4294967295");
+  EXPECT_EQ(figureOf(kl::getAvailableMemory, "MemTotal: 4294967295 kB\nMemAvailable: 4294967295 kB\n"),
+            "4294967294 of 4294967295");
+}
+
 TEST(SystemFigures, WithoutProcBothAreUnknown) {
   EXPECT_EQ(figureWithoutProc(kl::getFreeMemory), kUnknown);
   EXPECT_EQ(figureWithoutProc(kl::getAvailableMemory), kUnknown);
