@@ -1,4 +1,4 @@
-// What a broken promise says before the process ends.
+// The last line of a process that broke a promise.
 
 #include "base/assertions.h"
 

@@ -10,7 +10,7 @@
 
 namespace kl {
 
-// Bytes that somebody else owns, for the length of a call.
+// Borrowed bytes, for the length of a call.
 struct Bytes {
   const void* data;
   std::size_t size;

@@ -1,3 +1,5 @@
+// The secret factor of the hash: a random number of the process, tried for how it spreads ids.
+
 #include "base/id_index.h"
 
 #include <sys/auxv.h>
@@ -9,13 +11,13 @@
 namespace kl {
 namespace {
 
-// In halves, because a 32-bit processor has no atomic access to 64 bits.  The lower one is odd, so 0 says that the
-// number is not there yet.
+// The factor in halves, because a 32-bit processor has no atomic access to 64 bits.  The lower half is odd, so 0 means
+// that the factor is not known yet.
 constinit std::atomic<std::uint32_t> factorLow{0};
 constinit std::atomic<std::uint32_t> factorHigh{0};
 
-// The kernel gives every process 16 random bytes.  They do not change, so it does not matter which
-// thread comes first.  Every other number would do badly with ids in a row, and most lists are such rows.
+// The kernel gives every process 16 random bytes.  They do not change, so it does not matter which thread comes first.
+// Some factors put ids in a row, which most lists are, close together; those are not used.
 std::uint64_t randomFactor() {
   std::uint64_t number = 0x9E3779B97F4A7C15;
   if (const auto* random = reinterpret_cast<const unsigned char*>(::getauxval(AT_RANDOM)); random != nullptr)
@@ -27,7 +29,7 @@ std::uint64_t randomFactor() {
 
 }  // namespace
 
-// Lies apart what is not nearer than a sixteenth of an even spread, in rows of up to a thousand.
+// Homes lie apart if they are no nearer than a sixteenth of an even spread, in rows of up to a thousand.
 bool spreadsIdsInARow(std::uint64_t factor) {
   constexpr std::uint64_t kLongestRow = 1024;
   constexpr std::uint64_t kLeast = (std::uint64_t{1} << 32) / 16;

@@ -1,5 +1,5 @@
 #pragma once
-// id_index.h: finds what stands under an id in constant time, where a list or table is long.
+// id_index.h: finds the entry of an id in constant time, for lists and tables that are long.
 
 #include <cstddef>
 #include <cstdint>
@@ -8,12 +8,12 @@ namespace kl {
 
 // A number that peers cannot know, the same for the life of the process.
 std::uint64_t idHashFactor();
-// Whether ids that follow each other get homes that lie apart.
+// Do ids that follow each other get homes that lie apart?
 bool spreadsIdsInARow(std::uint64_t factor);
 
-// Open addressing with linear probing over entries that lie in memory of the owner's.  `Entry` has
-// id() and isFree(); a default-made one is free.  The order of entries means nothing, and as the hash is
-// secret, a peer cannot choose ids that collide.
+// Open addressing with linear probing over entries that lie in memory of the owner's.  `Entry` has id() and isFree(); a
+// default-made one is free.  The order of entries means nothing, and as the hash is secret, a peer cannot choose ids
+// that collide.
 //
 // Errors:    none.
 // Ownership: borrows the entries until it is made anew.
@@ -33,12 +33,12 @@ class IdIndex {
   Entry* entries() const { return entries_; }
   std::size_t size() const { return size_; }
 
-  // Null where the id is not.
+  // Null if the id is not in the index.
   Entry* find(std::uint32_t id) const {
     Entry* entry = findOrFree(id);
     return entry->isFree() ? nullptr : entry;
   }
-  // Where the id is, or else the free entry that it may be put into.
+  // The entry of the id, or else the free entry that it may be put into.
   Entry* findOrFree(std::uint32_t id) const {
     std::size_t i = home(id);
     while (!entries_[i].isFree() && entries_[i].id() != id) i = next(i);

@@ -2,7 +2,7 @@
 // report.h: the lines by which the library reports what went wrong.
 //
 // Which of the two streams a line goes to is fixed with its text.  A line leaves in one piece and at once, so that
-// lines of several processes do not mix on one console and a process that dies has said what it had to say.
+// lines of several processes do not mix on one console and a process that dies loses none.
 
 #include <string>
 

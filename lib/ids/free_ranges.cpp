@@ -1,4 +1,4 @@
-// Free identifiers are bits in words of 64; of a word that is not kept, the last bit of the word before says all.
+// Free identifiers are bits in words of 64.  All bits of a word that is not kept equal the last bit of the word before.
 // The ranges 1-61, 63-192 and 193-194, bit 0 on the left:
 //
 //     word    0              1, 2      3
@@ -12,7 +12,7 @@
 // R4  the mark of the tree is the word where the current range starts
 //
 // Taking and giving back change the bit of the identifier and the start of the next one, mostly in one word and with
-// hardly a decision.  Where other words are concerned, they are made, changed and dropped again as R2 says.
+// hardly a branch.  Other words that a change concerns are made, changed and dropped again by R2.
 
 #include "ids/free_ranges.h"
 
@@ -46,7 +46,7 @@ bool isFreeAt(Place place, unsigned int id) {
   return (place.word().free >> bit & 1) != 0;
 }
 
-// Whether the identifier before the word is free.
+// Is the identifier before the word free?
 bool isFreeBefore(Place place) {
   const Place before = WordTree::previous(place);
   return before.isWord() && before.word().free >= kTop;
@@ -57,21 +57,24 @@ bool isImplied(Place place) {
   return place.word().starts == 0 && place.word().free == (isFreeBefore(place) ? kAll : 0);
 }
 
-// Whether the identifier's word is kept and has both of its neighbours.
+// Is the identifier's word kept, with both of its neighbours in it?
 bool isInside(Place place, unsigned int id) { return isWordOf(place, id) && ((id + 1) & 63) > 1; }
 
-// Whether a change may make a size worthless that is known.
+// May a change make a known size wrong?
 bool maySpoilSizes(Place place) { return place.leaf->largest != words::kUnknown || place.at == 0; }
 
 std::uint64_t startsUpTo(const Word& word, std::uint64_t bit) { return word.starts & (bit | (bit - 1)); }
 
 // The first identifier of the range that the bit belongs to.
 unsigned int firstOfRange(Place place, std::uint64_t bit) {
-  if (startsUpTo(place.word(), bit) == 0) place = WordTree::previous(place), bit = kTop;  // R2
+  if (startsUpTo(place.word(), bit) == 0) {  // R2: it starts in the word before
+    place = WordTree::previous(place);
+    bit = kTop;
+  }
   return place.firstId() + highestBit(startsUpTo(place.word(), bit));
 }
 
-// R1: what follows in the same range starts one of its own.
+// R1: the next identifier of the same range starts one of its own.
 void takeBit(Word& word, std::uint64_t bit) {
   const std::uint64_t followers = word.free & ~word.starts;
   word.free &= ~bit;
@@ -175,7 +178,7 @@ bool FreeRanges::giveBack(unsigned int id) {
   return true;
 }
 
-// Where another word is concerned: it is not there, or the identifier is its first or its last.
+// The same where another word is concerned: the word is not kept, or the identifier is its first or its last.
 FreeRanges::Taken FreeRanges::takeAtEdge(Place found, unsigned int id) {
   if (!isFreeAt(found, id)) return Taken::kNothing;
   const Place place = makeWordsOf(found, id);
@@ -199,7 +202,7 @@ bool FreeRanges::giveBackAtEdge(Place found, unsigned int id) {
   return true;
 }
 
-// The word of this number, as R2 says that it is if it is not kept.  `found` is where the tree finds it.
+// The word of this number; by R2 if it is not kept.  `found` is where the tree finds it.
 Place FreeRanges::makeWord(Place found, int number) {
   if (found.isWord() && found.number() == number) return found;
   const bool isFree = found.isWord() && found.word().free >= kTop;
@@ -228,7 +231,7 @@ void FreeRanges::moveOn(Place place) {
   words_.mark(next);
 }
 
-// What is due after a change of this identifier: sizes are forgotten, and R2.
+// Restores the rules after a change of this identifier: known sizes are forgotten, and R2.
 void FreeRanges::settle(Place place, unsigned int id) {
   words_.forgetLargest(place);
   if (bitOf(id) == kTop && id != kLastId) {

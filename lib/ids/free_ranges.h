@@ -5,7 +5,7 @@
 
 namespace kl {
 
-// Cost: what concerns one identifier takes time logarithmic in the number of ranges, takeNext() takes constant time.
+// Cost: an operation on one identifier takes time logarithmic in the number of ranges, takeNext() constant time.
 // makeLargestCurrent() looks at what has changed since the last time.
 class FreeRanges {
  public:
@@ -29,19 +29,19 @@ class FreeRanges {
   // The lowest range that starts at this identifier or above it; false if there is none.
   bool findFrom(unsigned int id, Range& range) const;
 
-  // Whether this one, once it is free, would be the lowest range and the current range the next; or the only range.
+  // Would this one, once it is free, be the lowest range with the current range next, or the only range?
   bool isAheadOfCurrent(unsigned int id) const;
 
   // Takes the current range's first identifier.  If it was its last one, too, the next range is the current one;
   // after the highest, the lowest.  Needs: there is a current range.
   unsigned int takeNext();
-  // Takes this one, if it is free.  If it was of the current range, the caller has to say which one is current then.
+  // Takes this one, if it is free.  If it was of the current range, the caller sets the current range anew.
   Taken take(unsigned int id);
   // Adds one; false if it is free already.  It joins the ranges beside it, but not the low end of the current one.
-  // If nothing was free, the caller has to say that it is current.
+  // If nothing was free, the caller makes it the current range.
   bool giveBack(unsigned int id);
 
-  // What is kept, for a closer look.
+  // The words, for a closer look.
   const words::WordTree& words() const { return words_; }
 
  private:

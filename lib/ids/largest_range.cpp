@@ -1,4 +1,4 @@
-// The largest range below a node is worked out when somebody asks, and kept there until a word below it changes.
+// The largest range below a node is worked out on demand, and kept there until a word below it changes.
 
 #include "ids/largest_range.h"
 
@@ -19,11 +19,11 @@ struct Sized {
   unsigned int first;
 };
 
-// Bits of what does not go on with the range before.
+// Bits that do not go on with the range before.
 std::uint64_t stops(const Word& word) { return ~word.free | word.starts; }
 
-// Whether a range that starts in the word has more identifiers than this in it.  The bits that are followed by as many
-// of their range are found by doubling.
+// Does a range that starts in the word have more identifiers than this in it?  The bits that are followed by as many of
+// their range are found by doubling.
 bool hasLarger(const Word& word, std::uint64_t size) {
   if (size == 0) return word.starts != 0;
   if (size >= 64) return false;
@@ -40,7 +40,10 @@ Sized largestPart(Place place) {
   const std::uint64_t inside = ~stops(place.word());
   std::uint64_t ends = place.word().starts;
   unsigned int size = 1;
-  for (std::uint64_t more = ends << 1 & inside; more != 0; more = ends << 1 & inside) ends = more, ++size;
+  for (std::uint64_t more = ends << 1 & inside; more != 0; more = ends << 1 & inside) {
+    ends = more;
+    ++size;
+  }
   return {size, place.firstId() + static_cast<unsigned int>(std::countr_zero(ends)) + 1 - size};
 }
 

@@ -5,13 +5,13 @@
 
 namespace kl::words {
 
-// Moves up what stands at `at` and behind it.  Needs: room for one more than `count`.
+// Moves the items from `at` on up by one.  Needs: room for one more than `count`.
 template <class Item>
 void openSlot(Item* items, int count, int at) {
   std::copy_backward(items + at, items + count, items + count + 1);
 }
 
-// Moves what stands behind `at` down over it.
+// Moves the items behind `at` down over it.
 template <class Item>
 void closeSlot(Item* items, int count, int at) {
   std::copy(items + at + 1, items + count, items + at);

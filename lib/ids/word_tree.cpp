@@ -4,7 +4,7 @@
 // T1  keys ascend; a branch's key 0 is kLowestKey, so that there is a child for every number
 // T2  slots behind the last one have the key kNoKey, so that a search needs no count
 // T3  leaves are linked in their order; only a root that is a leaf is empty
-// T4  below a node whose largest range is known all are known
+// T4  below a node whose largest range is known, those of all nodes are known
 // T5  the mark follows its word
 //
 // The keys of a branch part its children and need not be there as words: when a word goes, no branch changes.
@@ -74,7 +74,7 @@ Place WordTree::previous(Place place) {
   return {place.leaf->previous, place.leaf->previous->count - 1};
 }
 
-// Behind the last word of a leaf the next leaf may be the right one.
+// For a number behind the last word of a leaf, the next leaf may be the right one.
 Place WordTree::insert(Place found, int number, Word word) {
   Place place = found.isWord() && found.at + 1 < found.leaf->count ? found : route(number);
   ++place.at;

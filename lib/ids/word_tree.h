@@ -18,13 +18,12 @@ struct Word {
 
 struct Branch;
 
-// What leaves and branches have in common.  Key i is
+// The common part of leaves and branches.  Key i is
 //     in a leaf    the number of word i
 //     in a branch  a number between the words below child i - 1, which are lower, and those below child i
 struct Node {
   Branch* parent = nullptr;
-  std::uint64_t largest =
-      kUnknown;  // identifiers of the largest range that starts below this node, or kUnknown
+  std::uint64_t largest = kUnknown;  // size of the largest range that starts below this node, if known
   int count = 0;
   const bool isLeaf;
   int key[kWidth];  // kNoKey from `count` on
@@ -49,7 +48,7 @@ struct Branch final : Node {
 inline Leaf& leafOf(Node& node) { return static_cast<Leaf&>(node); }
 inline Branch& branchOf(Node& node) { return static_cast<Branch&>(node); }
 
-// Where a word stands, or before the first one.  Words that come and go make it worthless.
+// The place of a word, or the one before the first.  Inserting or erasing a word makes it invalid.
 struct Place {
   Leaf* leaf = nullptr;
   int at = -1;

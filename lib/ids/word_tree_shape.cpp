@@ -63,7 +63,10 @@ void WordTree::addSibling(Node& left, Node& right, int key) {
   if (parent->count == kWidth) {
     Branch& upper = branchOf(split(*parent, at, key));
     const int kept = parent->count;
-    if (at > kept || kept == kWidth) parent = &upper, at -= kept;
+    if (at > kept || kept == kWidth) {
+      parent = &upper;
+      at -= kept;
+    }
   }
   openSlot(parent->key, parent->count, at);
   openSlot(parent->child, parent->count, at);

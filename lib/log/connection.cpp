@@ -1,4 +1,4 @@
-// The connection to the log service: who has it, how it begins and ends.
+// The connection to the log service: its beginning and its end.
 //
 //     disconnected (socket_ == -1) --connectToLog--> connected --closeConnection--> disconnected
 //

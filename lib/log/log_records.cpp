@@ -1,3 +1,5 @@
+// Writes and reads the records on the socket of the log service.
+
 #include "log/log_records.h"
 
 #include "base/byte_order.h"

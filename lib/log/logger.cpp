@@ -1,7 +1,7 @@
 // Lines on their way into records.
 //
-// No line goes out on a connection before the registration of its source.  A record is put together on the stack; a
-// long text stays where it lies.
+// The registration of a source precedes its lines on every connection.  A record is put together on the stack; a long
+// text stays in the caller's memory.
 
 #include "kl/logger.h"
 

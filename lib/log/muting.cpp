@@ -1,7 +1,7 @@
-// What the log service says: which sources it does not want to hear.
+// Muting: the log service names the sources whose lines it does not want.
 //
-// Records are taken as one read brings them.  One that a read cuts in two is not put together again, it ends the
-// connection: the service has little to say, and a connection that begins anew knows where a record begins.
+// Records are taken as one read brings them.  One that a read cuts in two is not put together again but ends the
+// connection: such records are rare, and a new connection knows where a record begins.
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 // The way of a record to the socket.
 //
-// A reader that is slow is waited for: a record gets four attempts and three pauses.  What is lost then is told on
-// standard output; nothing is queued, because a process must not grow with the lines that nobody takes.
+// A slow reader gets time: a record has four attempts and three pauses.  A line that is lost then is reported on
+// standard output.  No line is queued, because a process must not grow with lines that the service does not read.
 
 #include <sys/uio.h>
 #include <unistd.h>
@@ -38,7 +38,8 @@ bool Logger::writeMsg(const void* record, unsigned int length, bool /*isRegistra
 
 unsigned int Logger::writeRaw(const void* bytes, unsigned int length) { return writeParts({bytes, length}); }
 
-// Kept on purpose: a record that took more than one attempt was sent, and is told as lost; and the spelling.
+// Kept on purpose: a record sent in several attempts is reported as lost although it arrived; the misspelt line is
+// fixed.
 // Held by LogWriting.ARecordInTwoPiecesArrivesAndIsToldAsLost.
 bool Logger::sendParts(Parts parts) {
   if (socket_ < 0) connectToLog();

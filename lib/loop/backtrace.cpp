@@ -1,4 +1,4 @@
-// Records on the stack that say what the code is doing.
+// Records on the stack that announce what the code is doing.
 
 #include "kl/backtrace.h"
 

@@ -64,8 +64,8 @@ bool beginReport() {
   return true;
 }
 
-// While it lives, writing to a pipe that nobody reads is just an error.  The SIGPIPE of a write goes to the thread that
-// writes, so blocking it here and taking it back concerns nobody else.
+// While it lives, writing to a pipe without a reader is just an error.  The SIGPIPE of a write goes to the thread that
+// writes, so blocking it here and taking it back concerns no other thread.
 //
 // Async-signal-safe: system calls only.
 class WithoutSigpipe {

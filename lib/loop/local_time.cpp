@@ -39,7 +39,8 @@ Seconds findChange(Seconds before, Seconds after) {
   const long offset = askOffset(after);
   while (after - before > 1) {
     const Seconds middle = before + (after - before) / 2;
-    (askOffset(middle) == offset ? after : before) = middle;
+    if (askOffset(middle) == offset) after = middle;
+    else before = middle;
   }
   return after;
 }

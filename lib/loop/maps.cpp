@@ -50,7 +50,7 @@ class Lines {
     return true;
   }
 
-  // How much of the buffer is one line: 0 if that cannot be said before more was read.
+  // The bytes of the buffer that are one line; 0 if its end has not been read yet.
   static std::size_t lineIn(const char* text, std::size_t used) {
     const void* newline = std::memchr(text, '\n', used);
     if (newline != nullptr) return static_cast<std::size_t>(static_cast<const char*>(newline) - text) + 1;

@@ -5,7 +5,7 @@
 
 namespace kl {
 
-// Where the handler of a crash keeps short texts that it reads: the program's path, the lines of the maps.
+// The short texts that the handler of a crash reads: the program's path, the lines of the maps.
 inline constexpr unsigned int kTextBytes = 100;
 extern char textBuffer[kTextBytes];
 

@@ -15,7 +15,7 @@ struct Registers {
   std::array<std::uintptr_t, 48> value{};
 };
 
-// Where the walk along the frames begins.
+// The beginning of the walk along the frames.
 struct WalkStart {
   std::uintptr_t frame = 0;  // holds the address of the next frame and, behind it, a return address
   // Return addresses that were found before the chain begins, the innermost first.

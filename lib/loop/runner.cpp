@@ -1,4 +1,4 @@
-// The one Runner of a process: who it is, and what its construction sets up.
+// The one Runner of a process, and what its construction sets up.
 
 #include "kl/runner.h"
 

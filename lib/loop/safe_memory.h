@@ -6,7 +6,7 @@
 
 namespace kl {
 
-// Sends what it reads through a pipe: the kernel says "bad address" where a plain read would fault.  Without a pipe
+// Reads through a pipe: the kernel returns an error for an address at which a plain read would fault.  Without a pipe
 // (no descriptors left) nothing can be read.
 //
 // Async-signal-safe: pipe2, write, read and close.

@@ -107,7 +107,7 @@ void Runner::onSignal(int fd, unsigned int events) {
   if ((events & POLLIN) == 0) return;
   const int pipeAtStart = pipeReadEnd;
   int sig = 0;
-  // A handler may close the pipe, and its number may be somebody else's by then.
+  // A handler may close the pipe, and its number may belong to another file by then.
   while (pipeReadEnd == pipeAtStart && ::read(fd, &sig, sizeof sig) == sizeof sig) {
     const SignalEntry* entry = findEntry(sig);
     if (entry == nullptr || entry->action != SIGACTION_HANDLE || entry->handler == nullptr) continue;

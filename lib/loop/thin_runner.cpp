@@ -1,5 +1,5 @@
-// The event loop itself: one pass after the other until somebody sets the stop flag.  What a pass consists of
-// lives beside this file: hooks.cpp, sockets.cpp (which holds the poll) and timers.cpp.
+// The event loop itself: one pass after the other until the stop flag is set.  The parts of a pass lie beside this file:
+// hooks.cpp, sockets.cpp (which has the poll) and timers.cpp.
 
 #include "kl/runner.h"
 

@@ -1,7 +1,7 @@
 // How a process comes by its connection to the loader.
 //
-// A service that the loader started has the connection as descriptor 3.  Everybody else connects to
-// the loader's socket.  Which of the two is tried is the mode's choice; neither is not an option.
+// A service that the loader started has the connection as descriptor 3.  Any other program connects to the loader's
+// socket.  The mode decides which of the two is tried; a process without a connection ends.
 
 #include "looper/connection.h"
 

@@ -1,7 +1,7 @@
 // Asking and waiting: the operations that read messages themselves instead of letting the loop do it.
 //
-// E1  while an exchange waits, no handler runs: what arrives is queued, and dispatched when the loop next
-//     is about to sleep
+// E1  while an exchange waits, no handler runs: messages that arrive are queued, and dispatched when the loop next is
+//     about to sleep
 // E2  a process never leaves in the middle of an exchange
 // E3  a reply ends an exchange when it carries its request id and comes back on its path
 
@@ -57,7 +57,7 @@ void Looper::keepForLater(const message& m) {
 }
 
 // E3.  The requests that a handler exchanges and those that it posts are numbered by two counters, so one of
-// each may be open under one id; then the reply's SYS_FROM tells whose it is.
+// each may be open under one id; then SYS_FROM of the reply decides which of the two it answers.
 bool Looper::isAnswer(const message& reply, unsigned int id, const std::vector<unsigned int>& from,
                       const message& request) const {
   unsigned int replyID = BADID;

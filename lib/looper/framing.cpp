@@ -1,9 +1,8 @@
 // Messages as frames on the loader's socket.
 //
 // Reading:
-// F1  a reader that may wait and knows that the socket was empty polls before it reads: no read is made
-//     only to be told that there is nothing
-// F2  a time-out runs only until the first byte of a frame: what has begun is completed
+// F1  a reader that may wait and knows that the socket was empty polls before it reads: no read is made in vain
+// F2  a time-out runs only until the first byte of a frame: a frame that has begun is completed
 // F3  the buffer never holds more than twice the bytes that really came, or kSmallBuffer
 //
 // The frame of a message with the boolean 0x00000003: 06 00 00 00 | 4d 32 03 00 00 01.
@@ -130,7 +129,7 @@ bool FrameSocket::awaitBytes(Timeout& timeout) {
   }
 }
 
-// A poll that fails is no reason to stop: the write that follows says what is wrong.
+// A poll that fails is no reason to stop: the write that follows reports the fault.
 void FrameSocket::awaitRoom() { (void)waitFor(fd_, POLLOUT, -1); }
 
 // Sees to at least one byte of room behind the bytes that are held.  F3: the buffer grows when it is full of

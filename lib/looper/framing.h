@@ -25,7 +25,7 @@ class FrameSocket {
   explicit FrameSocket(int fd) : fd_(fd) {}
 
   // Reads exactly count bytes and returns count, or 0 when the time-out passed before the first of them.
-  // What has begun is completed, however long that takes.
+  // A read that has begun is completed, however long that takes.
   unsigned int read(unsigned char* bytes, unsigned int count, Timeout& timeout);
 
   // Reads one frame; false when the time-out passed before its first byte.

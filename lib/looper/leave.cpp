@@ -1,7 +1,7 @@
 // Leaving, the data that outlives the process, and the time of day.
 //
-// A process that declares a leave value can be ended by the loader while nobody needs it, and started again
-// by the next message for it.  The loader knows at any time whether the process could leave now:
+// A process that declares a leave value can be ended by the loader while no service needs it, and started again by the
+// next message for it.  The loader knows at any time whether the process could leave now:
 //
 //     value  open blocks   could leave   sent to the loader on the way there
 //     0      any           no            CTRL_LEAVE_VALUE 0, if the value was withdrawn while nothing blocked
@@ -9,8 +9,8 @@
 //     v      1 or more     no            CTRL_LEAVE_VALUE 0, at the first block
 //
 // V1  one block is open from the construction until run()
-// V2  what came before the asking is dealt with before the answer, or it would be lost with the queue.  An
-//     exchange meanwhile answers first: until then the loader holds back what it waits for
+// V2  messages that came before CTRL_LEAVE are dispatched before the answer, or they would be lost with the queue.  An
+//     exchange meanwhile answers first: until then the loader holds back the reply that it waits for
 //
 // Persistent data, a message:
 //

@@ -11,13 +11,12 @@
 //
 // A message comes in from the loader's socket (onMsgSock) or from the queue, which is emptied before the loop
 // sleeps.  dispatchMessage takes the first hop off and gives the message to the handler of that number, whose
-// handle() carries it out and replies.  What names no handler, the Looper handles itself or calls a broken
-// path.
+// handle() carries it out and replies.  A message whose path names no handler is the Looper's own or has a broken path.
 //
 // L1  at most 100 messages wait in the queue
-// L2  one request a wake-up: reading goes on behind replies and filtered messages, and ends behind a request
+// L2  one request a wake-up: reading goes on after replies and filtered messages, and ends after a request
 //     or a control message
-// L3  while bytes are held that were read ahead, the loop is told so: it does not sleep on them
+// L3  while bytes are held that were read ahead, the loop knows it (setReadAhead) and does not sleep on them
 // L4  a walk over the handlers goes by their numbers, so they may come and go meanwhile
 
 #include "kl/looper.h"
@@ -64,8 +63,8 @@ Looper* getLooper() { return theLooper; }
 
 Handler::Handler() = default;
 
-// What points here goes with it: the timers of open requests and of gathered changes, and an entry
-// in the table that the owner forgot.
+// Whatever points to the handler goes with it: the timers of open requests and of gathered changes, and an entry in the
+// table that its owner forgot to remove.
 Handler::~Handler() {
   if (!theLooper) return;
   for (const auto& [id, post] : replyHandlers_) theLooper->removeTimer(post.timer);
@@ -387,7 +386,7 @@ void Looper::dispatchMessage(message& m) {
   }
 }
 
-// What goes on behind a terminal handler leads nowhere.
+// A path that goes on behind a terminal handler leads nowhere.
 void Looper::deliverTo(Handler& handler, message& m) {
   if (handler.terminal_ && hasPath(m, SYS_TO)) breakPath(handler, m);
   else handler.handle(m);

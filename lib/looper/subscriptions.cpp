@@ -1,4 +1,4 @@
-// Subscriptions, and how subscribers hear of changes.
+// Subscriptions, and the notifications of changes.
 //
 // A subscription is the subscribe request without its system fields, SYS_FROM and SYS_NOTIFYCMD excepted.
 // Changed objects gather for a while and then go out together:
@@ -6,7 +6,7 @@
 //     notifyChange   gathers ids; the first one starts the batch timer, the hundredth ends the wait
 //     sendChanges    reads the objects, puts each behind its successor where they are ordered,
 //     sendNotifies   packs as many as fit into one message,
-//     sendNotify     and sends that once, on a path that leads to everyone whom it interests
+//     sendNotify     and sends that once, on a path that leads to all its subscribers
 //
 // S1  the batch timer waits exactly while ids are gathered
 // S2  each walk goes over copies, which cost a reference each: callbacks may change what is walked over
@@ -155,7 +155,7 @@ void Handler::notifyChange(unsigned int id, const Path& originator) {
     originator_ = originator;
     batchTimer_ = getLooper()->addTimer(this, bind<Handler, &Handler::sendChanges>(), kBatchTicks);
   } else if (originator_ != originator) {
-    originator_.clear();  // several did it: everybody is told
+    originator_.clear();  // several senders caused the batch: every subscriber gets it
   }
   changes_.insert(id);
   if (changes_.size() == kBatchObjects) sendChanges();

@@ -4,8 +4,8 @@
 namespace kl {
 
 // A time-out in ticks, as the operations of the message loop take it: -1 waits without limit, 0 does
-// not wait.  It starts to count when somebody first waits, and reads the clock only where it counts:
-// a request without limit costs no look at it, one with a limit that is answered at once costs one.
+// not wait.  It starts to count with the first wait, and reads the clock only where it counts: a request without limit
+// costs no reading, one with a limit that is answered at once costs one.
 class Timeout {
  public:
   explicit Timeout(int ticks) : ticks_(ticks) {}
@@ -13,7 +13,7 @@ class Timeout {
   // False for 0: take what is there.
   bool waits() const { return ticks_ != 0; }
 
-  // What is left of it in milliseconds, as poll(2) takes it; -1 for no limit.
+  // The milliseconds left, as poll(2) takes them; -1 for no limit.
   int milliseconds();
 
   // Has a limit above 0 passed?

@@ -1,4 +1,4 @@
-// Records for the undo service: who changed what, and what takes it back.
+// Records for the undo service: a request that changed something, and the message that undoes it.
 //
 //     SYS_TO       [17]
 //     SYS_FROM     [source], where one is given

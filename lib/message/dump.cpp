@@ -33,7 +33,7 @@ constexpr std::size_t kArenaBytes = 64 * 1024;
 alignas(16) unsigned char arenaBytes[kArenaBytes];
 constinit std::atomic<bool> arenaIsTaken{false};
 
-// The arena for as long as it lives, or none where somebody else has it.
+// Holds the arena as long as it lives, or none if another dump has it.
 class ArenaLease {
  public:
   ArenaLease() : hasIt_(!arenaIsTaken.exchange(true, std::memory_order_acquire)) {}
@@ -61,7 +61,7 @@ struct Level {
   unsigned char* arenaMark = nullptr;
 };
 
-// Where levels and the representations of nested messages come from: the heap for a stream ...
+// The memory of levels and of the representations of nested messages: the heap for a stream ...
 template <class S>
 class Levels {
  public:

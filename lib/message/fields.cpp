@@ -13,7 +13,7 @@ using container::Node;
 
 constexpr bool kSharedFalse = false;
 
-// What a reference getter gives for the two ids that no table holds.
+// The scratch value of a reference getter for the two ids that no table holds.
 template <class T>
 T* scratchValue() {
   thread_local T scratch;

@@ -1,3 +1,8 @@
+// The table's way of growing, and its bits beyond 64 slots.
+//
+// A small table has its live and erased slots in two words.  A large one has words of them, an index of its keys and a
+// summary of the words that are full, so that no operation walks along a run of slots.
+
 #include "message/htable.h"
 
 #include <algorithm>
@@ -80,7 +85,7 @@ unsigned int htable<T>::findLarge(std::uint32_t key) const {
   return entry == nullptr ? kNoSlot : entry->slot;
 }
 
-// From a slot that is, or was, in use.
+// Probes on from a slot that is, or was, in use.
 template <class T>
 T& htable<T>::probedRef(unsigned int slot, std::uint32_t key) {
   const std::uint64_t live = bits_.small.live;

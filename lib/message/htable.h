@@ -26,8 +26,8 @@ constexpr bool isReservedKey(unsigned int id) { return id >= 0xFFFFFFFE; }
 
 // Keys and values lie in memory of the representation that the table belongs to, which is passed in
 // where it is needed.  Whether a slot is live or erased stands in bits beside them, so that slots need no
-// initialisation.  A table of more than 64 slots also has an index, because a peer who knows the probing can
-// choose keys that all collide.
+// initialisation.  A table of more than 64 slots also has an index, because a peer that knows the probing can choose
+// keys that all collide.
 //
 // Errors:    none.
 // Ownership: the slots live as long as the representation's memory.
@@ -38,7 +38,7 @@ class htable {
  public:
   static constexpr unsigned int kFirstCapacity = 11;
   static constexpr unsigned int kNoSlot = 0xFFFFFFFF;
-  // What kFirstCapacity slots take.
+  // The bytes of kFirstCapacity slots.
   static constexpr std::size_t kFirstBytes =
       container::roundedUp(kFirstCapacity * (sizeof(std::uint32_t) + sizeof(T)));
 
@@ -55,9 +55,9 @@ class htable {
   unsigned int capacity() const { return capacity_; }
   unsigned int count() const { return count_; }
 
-  // Null where the key is not.
+  // Null if the key is not in the table.
   const T* get(std::uint32_t key) const { return isAtHome(key) ? &value(home(key)) : searched(key); }
-  // The value, or `def` where the key is not.
+  // The value, or `def` if the key is not in the table.
   T get(std::uint32_t key, T def) const { return isAtHome(key) ? value(home(key)) : searched(key, def); }
   // Finds or inserts with value zero.  The reference is good until the next call.
   T& get_ref(std::uint32_t key, container::Memory& memory) {
@@ -88,7 +88,7 @@ class htable {
   void merge(const htable& other, container::Memory& memory);
   void removeIdMask(std::uint32_t id, std::uint32_t mask);
 
-  // What the next get_ref() takes from an arena at most.
+  // The most that the next get_ref() takes from an arena.
   std::size_t growthCost() const {
     return count_ + 1 > growthThreshold() ? container::Memory::arenaCost(bytesFor(2 * capacity_)) : 0;
   }
@@ -101,7 +101,7 @@ class htable {
     bool isFree() const { return slot == kNoSlot; }
   };
   // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
-  // bit for each word of live ones that says that it is full: runs of colliding keys may be long.
+  // bit for each word of live bits that is full: runs of colliding keys may be long.
   struct Large {
     IdIndex<SlotEntry> index;
     std::uint64_t words;

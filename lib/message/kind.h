@@ -108,7 +108,7 @@ std::size_t encodedSize(const std::vector<Element>& v) {
   return bytes;
 }
 
-// Whether the value may lie in bytes.
+// May the value lie in bytes?
 template <class Value>
 bool fitsBytes(const Value& v) {
   if constexpr (requires { v.front().size(); })

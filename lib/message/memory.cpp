@@ -1,10 +1,10 @@
 // The memory of one representation.
 //
-// M1  a piece of up to kLargestSmall bytes never moves between regions and large pieces: who gives it
-//     back needs only its size
-// M2  what was given back is taken again before a region grows, so a message that is changed for ever
-//     with values of the same sizes stays as large as it is
-// M3  nothing that came from an arena goes to the heap
+// M1  a piece of up to kLargestSmall bytes never moves between regions and large pieces: its size alone is enough to
+//     give it back
+// M2  a piece that was given back is taken again before a region grows, so a message that is changed for ever with
+//     values of the same sizes stays as large as it is
+// M3  no piece of an arena goes to the heap
 
 #include "message/memory.h"
 
@@ -80,7 +80,8 @@ Memory::Chunk* Memory::newChunk(std::size_t bytes) {
 }
 
 void Memory::freeChunk(Chunk* chunk) noexcept {
-  (chunk->previous != nullptr ? chunk->previous->next : chunks_) = chunk->next;
+  if (chunk->previous != nullptr) chunk->previous->next = chunk->next;
+  else chunks_ = chunk->next;
   if (chunk->next != nullptr) chunk->next->previous = chunk->previous;
   if (arena_ == nullptr) ::operator delete(chunk);  // M3
 }

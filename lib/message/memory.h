@@ -12,8 +12,8 @@ namespace kl::container {
 inline constexpr std::size_t kGrain = 8;
 constexpr std::size_t roundedUp(std::size_t bytes) { return (bytes + kGrain - 1) / kGrain * kGrain; }
 
-// Memory of a fixed size, handed out from front to back and never given back piece by piece.  Whoever
-// builds in it asks room() first; take() beyond it is a bug.
+// Memory of a fixed size, handed out from front to back and never given back piece by piece.  Its users ask room()
+// first; take() beyond it is a bug.
 class Arena {
  public:
   Arena(unsigned char* begin, std::size_t bytes) : at_(begin), end_(begin + bytes) {}
@@ -34,7 +34,7 @@ class Arena {
 //
 // Errors:    the heap's; an arena is asked beforehand.
 // Ownership: what was taken lasts until it is given back or releaseAll().
-// Threads:   belongs to whoever may change the representation.
+// Threads:   belongs to the thread that may change the representation.
 // Cost:      take() is an addition; give() keeps small pieces for the next take() of the same size.
 class Memory {
  public:
@@ -70,7 +70,7 @@ class Memory {
   // Frees everything taken but the first region, which is its owner's.
   void releaseAll() noexcept;
 
-  // What was taken from the heap or the arena and not freed.
+  // The bytes that were taken from the heap or the arena and not freed.
   std::size_t bytes() const;
 
   Arena* arena() const { return arena_; }

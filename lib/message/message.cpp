@@ -1,10 +1,10 @@
 // The handle: how a message gets, shares and gives up its representation.
 //
-// A null handle stands for the empty message: everything that reads goes to one constant representation,
-// everything that changes makes a fresh one first.
+// A null handle stands for the empty message: every reader goes to one constant representation, every writer makes a
+// fresh one first.
 //
-// S1  a representation that is referred to more than once is never unshareable: whoever copies or assigns an
-//     unshareable one copies it in depth at once
+// S1  a representation that is referred to more than once is never unshareable: copying or assigning an unshareable one
+//     copies it in depth at once
 
 #include "kl/message.h"
 

@@ -1,3 +1,5 @@
+// The values of nodes: out of bytes into objects, and element by element.
+
 #include "message/node.h"
 
 #include <iterator>

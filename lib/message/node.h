@@ -12,7 +12,7 @@ namespace kl::container {
 // N1  without an object the value is the `size` bytes at content(); with one it is the object
 // N2  an object appears once and stays until its node goes: pointers to it were handed out
 // N3  a const getter may make the object, also in a representation that several threads read; the first one
-//     to publish wins.  Until somebody gets a way to change it, bytes and object say the same
+//     to publish wins.  Until a caller gets a way to change it, bytes and object have the same value
 // N4  the node's kind is that of the operation that made it
 struct alignas(kGrain) Node {
   Node* next;
@@ -43,7 +43,7 @@ struct alignas(kGrain) Node {
   IPAddr6* addr6() { return reinterpret_cast<IPAddr6*>(this + 1); }
   const IPAddr6* addr6() const { return reinterpret_cast<const IPAddr6*>(this + 1); }
 
-  // Whatever goes by the id's type passes over a node that disagrees with it.
+  // Code that goes by the type of an id passes over a node that disagrees with it.
   bool agrees() const { return kindOf(id) == kind; }
   bool hasObject() const { return object.load(std::memory_order_acquire) != nullptr; }
   // Null where the value is in bytes.

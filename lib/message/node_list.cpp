@@ -1,3 +1,5 @@
+// How the lists are linked, and how the index of a long list follows them.
+
 #include "message/node_list.h"
 
 #include <new>
@@ -6,7 +8,8 @@ namespace kl::container {
 
 void NodeList::remove(const Place& place) {
   Node* const next = place.node->next;
-  (place.previous != nullptr ? place.previous->next : head_) = next;
+  if (place.previous != nullptr) place.previous->next = next;
+  else head_ = next;
   --count_;
   if (index_ == nullptr) return;
   index_->headEntry = nullptr;  // entries move up
@@ -16,7 +19,8 @@ void NodeList::remove(const Place& place) {
 
 void NodeList::replace(const Place& place, Node* node) {
   node->next = place.node->next;
-  (place.previous != nullptr ? place.previous->next : head_) = node;
+  if (place.previous != nullptr) place.previous->next = node;
+  else head_ = node;
   if (index_ == nullptr) return;
   place.entry->node = node;
   if (node->next != nullptr) entryOf(node->next->id)->previous = node;

@@ -56,7 +56,7 @@ class NodeList {
     else filter_ |= filterBit(node->id);
     head_ = node;
   }
-  // Unlinks the node of a place just found.
+  // Unlinks the node of a place that was just found.
   void remove(const Place& place);
   // Puts a node of the same id where the place's node is.
   void replace(const Place& place, Node* node);
@@ -64,7 +64,7 @@ class NodeList {
   // Makes the last node the first.
   void reverse();
 
-  // What the next push() takes from an arena at most, the node aside.
+  // The most that the next push() takes from an arena, the node aside.
   std::size_t growthCost() const;
 
   void check() const;

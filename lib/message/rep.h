@@ -27,7 +27,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
 
   static constexpr unsigned int kNoBool = 0xFFFFFFFF;
 
-  // What every empty message stands for.
+  // The content of every empty message.
   constexpr Rep() = default;
   // Empty, unshared, on the heap.
   static Rep* make();
@@ -38,7 +38,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   static Rep* copyOf(const Rep& source);
   // Turns a representation that was just read from bytes into what the copy made in assigning it would be.
   void becomeItsCopy();
-  // Needs: nobody else refers to it.
+  // Needs: the caller has the last reference.
   static void destroy(Rep * rep) noexcept;
 
   Rep(const Rep&) = delete;
@@ -78,10 +78,10 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   // Gives the field the value of an object, which may be the field's own.
   template <Kind k>
   void putObject(unsigned int id, const container::Object<k>& v);
-  // A node of that kind with room for so many bytes, which replaces what was there and which the caller
-  // then fills.  Needs: there is no object of that kind.
+  // A node of that kind with room for so many bytes.  It replaces the node of the id, and the caller fills it.
+  // Needs: there is no object of that kind.
   Node& putRoom(Kind kind, unsigned int id, std::size_t bytes);
-  // What the caller of putRoom() filled in, which may be less than the room.
+  // Takes over the bytes that the caller of putRoom() filled in, which may be fewer than the room.
   void setFilled(Node & node, std::size_t bytes, std::size_t count) {
     node.size = static_cast<unsigned int>(bytes);
     node.count = static_cast<unsigned int>(count);
@@ -91,7 +91,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   void putCopy(const Node& node);
   // The node of that kind, made with the value zero where it is absent.
   Node& nodeRef(Kind kind, unsigned int id);
-  // Its object, for somebody who may change it at any time.
+  // Its object, which the caller may change at any time.
   template <Kind k>
   container::Object<k>* objectRef(unsigned int id);
 
@@ -103,7 +103,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
 
   std::size_t maxLength() const;
 
-  // What one more field takes from an arena at most, its value aside.
+  // The most that one more field takes from an arena, its value aside.
   std::size_t arenaCostOfField() const;
 
   void check() const;
@@ -127,7 +127,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   Rep(unsigned char* begin, unsigned char* end, container::Arena* arena)
       : u32s(begin), memory(begin + htable<unsigned int>::kFirstBytes, end, arena) {}
 
-  // What the node takes in the format at most.
+  // The most bytes of the node in the format.
   static std::size_t recordBytes(const Node& node, std::size_t valueBytes) {
     if (!node.agrees()) return 0;
     return valueBytes + (isPlainValue(node.kind) ? 4 : 6);

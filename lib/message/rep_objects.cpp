@@ -1,5 +1,5 @@
-// Fields whose value has been made an object, because somebody asked for a reference or because it is too large for
-// bytes.  That is rare, and the code for each kind of object is long.
+// Fields whose value has been made an object, for a reference getter or because it is too large for bytes.  That is
+// rare, and the code for each kind of object is long.
 
 #include <optional>
 

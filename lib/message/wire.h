@@ -5,7 +5,8 @@
 
 namespace kl::container {
 
-// Whether values are copied out of the bytes or stay there.  What borrows is read and dropped while the bytes last.
+// Are values copied out of the bytes, or do they stay there?  A borrowing message is read and dropped while the bytes
+// last.
 enum class Reading { copying, borrowing };
 
 enum class Outcome { ok, fault, noRoom };
@@ -19,7 +20,7 @@ Outcome readLegacy(message::Rep& rep, const unsigned char* data, std::size_t len
 // Writes the flattened form and returns the place behind it.  Needs: room for maxLength().
 unsigned char* writeFormat(const message::Rep& rep, unsigned char* to);
 
-// In an arena: whether one more field of so many bytes is sure to find room.
+// In an arena: is one more field of so many bytes sure to find room?
 inline bool hasRoomForField(const message::Rep& rep, std::size_t valueBytes) {
   const Arena* arena = rep.memory.arena();
   return arena == nullptr || arena->room() >= rep.arenaCostOfField() + roundedUp(valueBytes);

@@ -1,6 +1,6 @@
-// The system and standard fields of a message: what it is, and how it is stripped to its content.
+// The system and standard fields of a message: its kind, its request id, and how it is stripped to its content.
 //
-// A message without a field means the field's default, so nothing here inserts what the default says.
+// A message without a field means the field's default, so no function here inserts a default.
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-// The fixed paths, for those who see only the public headers.
+// The fixed paths, for programs that see only the public headers.
 
 #include "kl/utilities.h"
 

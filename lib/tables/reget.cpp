@@ -34,7 +34,9 @@ void Reget::setBase(const message& base) {
 }
 
 bool Reget::isEmpty() {
-  if (!ended_ && !ready_) (load() ? ready_ : ended_) = true;
+  if (ended_ || ready_) return ended_;
+  ready_ = load();
+  ended_ = !ready_;
   return ended_;
 }
 

@@ -6,12 +6,12 @@
 //                        v   |                     |
 //                       waiting <------------------'
 //
-// The subscription goes out before the first request, and what a service sends arrives in order.  So whatever changes
-// while the table is fetched is told by a notification that comes after the chunk with the old state, and the last word
-// about each object is the right one.  Both are therefore taken in every state but idle.
+// The subscription goes out before the first request, and the messages of a service arrive in order.  So the notification
+// of a change during the fetch comes after the chunk with the old state, and the last state of each object is the current
+// one.  Chunks and notifications are therefore taken in every state but idle.
 //
-// W1  an id that was told is in known_ or in stale_, never in both
-// W2  stale_ is what a complete fetch did not confirm, and empty while following
+// W1  an id that was reported is in known_ or in stale_, never in both
+// W2  stale_ has the ids that no complete fetch has confirmed yet; it is empty while following
 // W3  the timer waits exactly in the state waiting
 
 #include "kl/watcher.h"
@@ -27,7 +27,7 @@ constexpr unsigned int kLongestRetryTicks = 100;
 
 }  // namespace
 
-// What a notification may do is not a matter of its sender's rights but of who the sender is.
+// A notification counts by its sender, not by the sender's rights.
 Watcher::Watcher() { accessPolicies().set_policy(CMD_NOTIFY, 0); }
 
 Watcher::~Watcher() {
