@@ -1,4 +1,9 @@
 // Remembers which programs have run on this machine: an empty file for each, named as the program is.
+//
+// Every user may write into the folder of the markers, so a name there is a claim of whoever made it:
+//
+// M1  a marker counts only if it is a regular file of this process's user or of root
+// M2  a marker is made, never opened: what has its name already, a link above all, is left alone
 
 #include "looper/first_start.h"
 
@@ -36,9 +41,12 @@ std::string firstStartMarker() { return paths::kFirstStartMarkers + programName(
 
 bool hasMarker(const std::string& path) {
   struct stat status {};
-  return ::stat(path.c_str(), &status) == 0;
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;  // M1
+  return status.st_uid == ::geteuid() || status.st_uid == 0;
 }
 
-void leaveMarker(const std::string& path) { (void)Descriptor(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC); }
+void leaveMarker(const std::string& path) {
+  (void)Descriptor(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);  // M2
+}
 
 }  // namespace kl
