@@ -1,5 +1,5 @@
-// The event loop itself: one pass after the other until the stop flag is set.  The parts of a pass lie beside this file:
-// hooks.cpp, sockets.cpp (which has the poll) and timers.cpp.
+// The event loop itself: one pass after the other until the stop flag is set.  The parts of a pass lie beside this
+// file: hooks.cpp, sockets.cpp (which has the poll) and timers.cpp.
 
 #include "kl/runner.h"
 
@@ -64,7 +64,7 @@ void ThinRunner::run() {
 }
 
 // Reading the clock is a system call, and without a timer the sleepTime of this class has no use for it.  That of a
-// derived loop may have, so the virtual table is asked whose it is: during construction it was still that of this class.
+// derived loop may have, so the virtual table is asked whose it is: during construction it was that of this class.
 // Held by ThinRunner.APassWithoutTimersReadsNoClock and OwnSleepTime.OfADerivedLoopDecidesAndIsAskedWithTheTick.
 bool ThinRunner::sleepTimeNeedsClock() const { return !heap_.empty() || sleepTimeOf(this) != ownSleepTime_; }
 

@@ -6,7 +6,7 @@
 // that have one, and what looks like a return address on the way is shown: a word behind a call instruction.  A
 // stale word may be among them; without them the function that called abort would be missing.
 //
-// A function that calls nothing has no frame of its own, and a call through a bad pointer ends before there is one: then
+// A function that calls nothing has no frame of its own, and a call through a bad pointer ends before there is one:
 // the return address still lies at the stack pointer.
 
 #include "loop/x86_stack.h"

@@ -176,8 +176,8 @@ class htable {
   std::uint64_t freeSlotsOf(unsigned int word) const;
   unsigned int firstWordWithRoom(unsigned int from) const;
   unsigned int home(std::uint32_t key) const { return homeIn(capacity_, key); }
-  // key % capacity without a division, because the compiler makes that of a constant a multiplication: of 11 * 2^n parts
-  // there are as many in a key as of 11, without the last n bits.
+  // key % capacity without a division: the compiler makes that by a constant a multiplication, and a key has as many
+  // parts of 11 * 2^n as it has of 11, without the last n bits.
   static unsigned int homeIn(unsigned int capacity, std::uint32_t key) {
     const unsigned int withoutLastBits = capacity | (0 - capacity);
     return key - (key / kFirstCapacity & withoutLastBits) * kFirstCapacity;

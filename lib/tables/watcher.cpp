@@ -6,9 +6,9 @@
 //                        v   |                     |
 //                       waiting <------------------'
 //
-// The subscription goes out before the first request, and the messages of a service arrive in order.  So the notification
-// of a change during the fetch comes after the chunk with the old state, and the last state of each object is the current
-// one.  Chunks and notifications are therefore taken in every state but idle.
+// The subscription goes out before the first request, and the messages of a service arrive in order.  So the
+// notification of a change during the fetch comes after the chunk with the old state, and the last state of each object
+// is the current one.  Chunks and notifications are therefore taken in every state but idle.
 //
 // W1  an id that was reported is in known_ or in stale_, never in both
 // W2  stale_ has the ids that no complete fetch has confirmed yet; it is empty while following
