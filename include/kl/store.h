@@ -147,7 +147,8 @@ class KL_API Store {
 //
 // A process that changes the store meanwhile is no fault: the files are read until two readings agree, and the view
 // is that state of the store.  If none of five do, they are read once more under the lock, for which changes wait.  If
-// that cannot be had either, the view is what was read.
+// a writer does not let go of that for a second, the view is what was read, and what does not fit is taken for the change
+// that is under way: only missing files are findings then.
 //
 // Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
 // Ownership: owns copies of all messages and holds no file open.
@@ -179,11 +180,11 @@ class KL_API StoreView {
     kNoData,        // the same of the data file
     kSizeMismatch,  // the slots do not fill the data file in either byte order: a Store would start empty
     kPartialSlot,   // the index ends inside a slot
-    kPendingChange,  // the lock file has a change that was not completed; the next change of a Store sees to it
-    kRepeatedId,     // of the slot: another slot before it has this id, and that one counts
-    kBadLength,      // of the slot: the length at its start does not fit into it
-    kCutOff,         // of the slot: the data file ends inside the blob
-    kBadMessage,     // of the slot: the blob is no message
+    kPendingChange,  // the lock file has a change that nobody is at work on; the next change of a Store sees to it
+    kRepeatedId,  // of the slot: another slot before it has this id, and that one counts
+    kBadLength,   // of the slot: the length at its start does not fit into it
+    kCutOff,      // of the slot: the data file ends inside the blob
+    kBadMessage,  // of the slot: the blob is no message
   };
   struct Finding {
     Fault fault;

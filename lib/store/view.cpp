@@ -1,8 +1,11 @@
 // A look at the files of a store from outside.
 //
 // A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  Two
-// readings that agree, with nothing under way when the second begins, are the state of the store between the two.
+// readings that agree, with nothing under way when the second begins and ends, are the state of the store between the two.
 // Where none do, the last one is made under the lock.
+//
+// SV1  what a writer that holds the lock has not finished yet is no fault
+// Held by StoreViewBesideAChange.AWriterInMidChangeIsWaitedFor and StoreViewBesideAChange.AWriterThatIsStoppedInMidChangeIsNoFault.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -10,6 +13,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <set>
 #include <utility>
 
@@ -22,7 +27,9 @@ namespace kl {
 namespace {
 
 constexpr int kAttempts = 5;
-constexpr int kLockAttempts = 1000;
+constexpr int kLockAttempts = 1000;  // at once
+constexpr int kLockWaits = 1000;     // behind those, each of this length
+constexpr timespec kLockWait = {0, 1000000};
 constexpr int kLook = O_RDONLY | O_NONBLOCK;  // no waiting for whoever would write into a pipe of that name
 
 using ByteVector = std::vector<unsigned char>;
@@ -59,13 +66,19 @@ bool hasPendingChange(const InputFile& lockFile) {
   return journal.size() > durableBytesAnnounced(journal.data(), journal.size());
 }
 
-// Keeps writers out until the file is closed.  Whoever is stopped while he holds the lock is not waited for.
-void tryToLock(const InputFile& lockFile) {
+// Keeps writers out until the file is closed.  False if one holds the lock and does not let go of it: gives up after
+// about a second, so that a stopped writer cannot block the reader.
+bool lockOutWriters(const InputFile& lockFile) {
   struct flock whole = {};
   whole.l_type = F_RDLCK;
   whole.l_whence = SEEK_SET;
-  for (int attempt = 0; attempt < kLockAttempts && ::fcntl(lockFile.fd(), F_SETLK, &whole) != 0; ++attempt)
-    (void)::sched_yield();
+  for (int attempt = 0; ::fcntl(lockFile.fd(), F_SETLK, &whole) != 0; ++attempt) {
+    const bool isHeld = errno == EAGAIN || errno == EACCES;
+    if (!isHeld || attempt == kLockAttempts + kLockWaits) return !isHeld;
+    if (attempt < kLockAttempts) (void)::sched_yield();
+    else (void)::nanosleep(&kLockWait, nullptr);
+  }
+  return true;
 }
 
 // What the sizes of all slots add up to.
@@ -76,11 +89,13 @@ unsigned long long sumOf(const ByteVector& index, ByteOrder order) {
   return sum;
 }
 
+bool isMissingFile(const StoreView::Finding& finding) {
+  return finding.fault == StoreView::Fault::kNoIndex || finding.fault == StoreView::Fault::kNoData;
+}
+
 // Whether there are two files to compare.
 bool areBothThere(const std::vector<StoreView::Finding>& findings) {
-  return std::none_of(findings.begin(), findings.end(), [](const StoreView::Finding& finding) {
-    return finding.fault == StoreView::Fault::kNoIndex || finding.fault == StoreView::Fault::kNoData;
-  });
+  return std::none_of(findings.begin(), findings.end(), isMissingFile);
 }
 
 }  // namespace
@@ -91,7 +106,7 @@ class __attribute__((visibility("hidden"))) StoreView::Reading {
   Reading(const std::string& path, const InputFile& lockFile);
 
   State& state() { return state_; }
-  // A change was under way when it began.
+  // A change was under way when it began or ended.
   bool isPending() const { return isPending_; }
 
  private:
@@ -118,8 +133,10 @@ StoreView::StoreView(const std::string& path) {
     state_ = std::move(reading.state());
   }
   const InputFile lockFile(lockPath);
-  tryToLock(lockFile);
+  const bool isAtWork = !lockOutWriters(lockFile);
   state_ = std::move(Reading(path, lockFile).state());
+  if (isAtWork)
+    std::erase_if(state_.findings, [](const Finding& finding) { return !isMissingFile(finding); });  // SV1
 }
 
 const StoreView::Entry* StoreView::find(unsigned int id) const {
@@ -154,6 +171,7 @@ StoreView::Reading::Reading(const std::string& path, const InputFile& lockFile)
   readIndex(index);
   dropRepeated();
   if (hasData) readBlobs(data.fd());
+  isPending_ = isPending_ || hasPendingChange(lockFile);
 }
 
 void StoreView::Reading::readIndex(const ByteVector& index) {
