@@ -38,6 +38,7 @@ LAYERS = (
 # Rooms in one group do not see each other.  A file that lies in no room lies above all of them.
 ROOMS = {
     "lib": (("system", "store", "ids", "tables", "log"), ("looper",), ("protocol",), ("loop",), ("message",), ("base",)),
+    "lib/store": (("space",), ("journal",), ("files",)),
     "services/logd": (("asking", "config"), ("intake",), ("keeping",)),
     "tools/klctl": (("verbs",), ("output",), ("ask",), ("values",)),
 }
