@@ -9,8 +9,8 @@
 
     asyncio.run(main())
 
-`kelo.codec` has the bytes, `kelo.bus` the client, `kelo.blocking` the same without asyncio.  What needs an event loop is
-imported when it is first used.
+`kelo.codec` has the bytes, `kelo.bus` the client, `kelo.blocking` the same without asyncio, `kelo.service` what
+answers.  What needs an event loop is imported when it is first used.
 """
 
 from __future__ import annotations
@@ -43,14 +43,19 @@ from kelo.errors import (
 if TYPE_CHECKING:
     from kelo.bus import Bus, connect
     from kelo.names import Object
+    from kelo.service import Handler, Service, Table, serve
     from kelo.watch import Change, Watch
 
 _LATER = {
     "Bus": "kelo.bus",
     "Change": "kelo.watch",
+    "Handler": "kelo.service",
     "Object": "kelo.names",
+    "Service": "kelo.service",
+    "Table": "kelo.service",
     "Watch": "kelo.watch",
     "connect": "kelo.bus",
+    "serve": "kelo.service",
 }
 
 __all__ = [
@@ -66,6 +71,7 @@ __all__ = [
     "Field",
     "FieldError",
     "FieldMissing",
+    "Handler",
     "KeloError",
     "Message",
     "MissingFields",
@@ -73,13 +79,16 @@ __all__ = [
     "NotImplementedByService",
     "Object",
     "PathError",
+    "Service",
     "ServiceError",
+    "Table",
     "Timeout",
     "TooBig",
     "UnknownId",
     "UnknownNextId",
     "Watch",
     "connect",
+    "serve",
 ]
 
 

@@ -6,6 +6,7 @@
 P1  a request is open from its sending to its reply, its time-out or the end of the connection, one of which it gets
 P2  nothing is sent about a reply or a notice
 P3  once the connection has ended every open and every later request raises Disconnected
+P4  nothing but replies is handed out before the process runs: the receivers may not be there yet
 """
 
 from __future__ import annotations
@@ -13,6 +14,7 @@ from __future__ import annotations
 import asyncio
 import os
 import socket
+import struct
 from collections.abc import Callable, Sequence
 from typing import Optional, Protocol
 
@@ -26,6 +28,7 @@ INHERITED = 3  # the descriptor that the loader passes to a process that it star
 TIMEOUT = 5.0
 CONFIRMATION = 10.0
 _READ_BYTES = 65536
+_PEER = struct.Struct("iII")  # SO_PEERCRED: process, user, group
 
 
 class Receiver(Protocol):
@@ -68,6 +71,7 @@ class Process:
         self._frames = FrameReader()
         self._arrived: list[bytes] = []
         self._receivers: dict[int, Receiver] = {}
+        self._held: Optional[list[Message]] = []  # what came before the process runs; then None
         self._open: dict[int, asyncio.Future[Message]] = {}
         self._next_request = 1
         self._ended: Optional[Disconnected] = None
@@ -81,8 +85,9 @@ class Process:
         Disconnected if there is no loader or it does not confirm.
         """
         try:
-            if inherit and _is_socket(INHERITED):
-                streams = await asyncio.open_unix_connection(sock=socket.socket(fileno=INHERITED))
+            inherited = _inherited() if inherit else None
+            if inherited is not None:
+                streams = await asyncio.open_unix_connection(sock=inherited)
             else:
                 streams = await asyncio.open_unix_connection(path)
         except OSError as error:
@@ -111,8 +116,11 @@ class Process:
         self._task = asyncio.create_task(self._read())
 
     def run(self) -> None:
-        """Tells the loader that the process has entered its loop."""
+        """Tells the loader that the process has entered its loop, and hands out what came before."""
         self.send_control(ids.CTRL_RUNNING)
+        held, self._held = self._held or [], None
+        for message in held:
+            self._dispatch(message)
 
     async def close(self) -> None:
         """Ends the connection."""
@@ -254,14 +262,17 @@ class Process:
 
     def _dispatch(self, message: Message) -> None:
         control = message.get(ids.SYS_CTRL)
-        if control is not None:
-            if control == ids.CTRL_LEAVE and (self.on_leave is None or not self.on_leave()):
-                self.send_control(ids.CTRL_REFUSED)
-            return
-        if is_reply(message):
+        if control is None and is_reply(message):
             future = self._open.get(message.get(ids.SYS_REQID, 0))
             if future is not None and not future.done():
                 future.set_result(message)
+            return
+        if self._held is not None:  # P4
+            self._held.append(message)
+            return
+        if control is not None:
+            if control == ids.CTRL_LEAVE and (self.on_leave is None or not self.on_leave()):
+                self.send_control(ids.CTRL_REFUSED)
             return
         path: list[int] = message.get(ids.SYS_TO, [])
         if not path and message.get(ids.SYS_CMD) == ids.CMD_DISCONNECTED:
@@ -290,10 +301,19 @@ class Process:
                 self.send(answer)
 
 
-def _is_socket(descriptor: int) -> bool:
+def _inherited() -> Optional[socket.socket]:
+    """The connection that the loader made for this process, if it did: its other end is the parent's."""
     try:
-        return os.path.exists(f"/proc/self/fd/{descriptor}") and os.readlink(
-            f"/proc/self/fd/{descriptor}"
-        ).startswith("socket:")
+        connection = socket.socket(fileno=os.dup(INHERITED))
     except OSError:
-        return False
+        return None
+    try:
+        if connection.family == socket.AF_UNIX:
+            peer = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, _PEER.size)
+            if _PEER.unpack(peer)[0] == os.getppid():
+                os.close(INHERITED)
+                return connection
+    except OSError:
+        pass
+    connection.close()
+    return None

@@ -94,6 +94,12 @@ class LoaderTest(unittest.IsolatedAsyncioTestCase):
     async def asyncSetUp(self) -> None:
         self.loader = self.enterContext(Loader(self.configuration))
         self.bus = await self.enterAsyncContext(connected())
+        # Told with a failure only.
+        self.addCleanup(lambda: print(self.loader.log(), end="") if self._has_failed() else None)
+
+    def _has_failed(self) -> bool:
+        result = self._outcome.result  # type: ignore[attr-defined]
+        return any(test is self for test, _ in [*result.errors, *result.failures])
 
     async def running(self, number: int) -> kelo.Object:
         """The row of a service in the loader's table, once it runs."""

@@ -12,6 +12,7 @@ from typing import Any
 
 import kelo
 import kelo.blocking
+import kelo.testing
 from tests.golden import ROOT
 from tests.loader import SECONDS, LoaderTest, program, service
 
@@ -47,6 +48,23 @@ class Listings(LoaderTest):
         await self.bus.set("table/3", {"u32:1": 7}, id=5)
         printed = await run(listing('bus.watch("table/3")'), bus=self.bus)
         self.assertEqual(printed, "5 is now {id: 5, u32:1: 7}\nthat is all of them\n")
+
+    async def test_serving_and_testing(self) -> None:
+        names: dict[str, Any] = {"kelo": kelo}
+        exec(listing("class Hello(kelo.Handler)"), names)
+        await run(listing("kelo.testing.FakeLoader()"), Hello=names["Hello"])
+        await self.bus.stop("hello")
+        while (await self.bus.get("loader", id=34)).state != "stopped":
+            await asyncio.sleep(0.01)
+        # In the place of the one in C++.
+        serving = asyncio.create_task(names["main"]())
+        while (await self.bus.get("loader", id=34)).state != "running":
+            await asyncio.sleep(0.01)
+        self.assertEqual((await self.bus.get("hello/0")).descr, "hello")
+        with self.assertRaises(kelo.MissingFields):
+            await self.bus.set("hello/0")
+        serving.cancel()
+        await asyncio.gather(serving, return_exceptions=True)
 
     async def test_without_asyncio(self) -> None:
         code = listing("kelo.blocking.connect()")
