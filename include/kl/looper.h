@@ -35,6 +35,7 @@ namespace kl {
 
 class FrameSocket;
 class Looper;
+class SubscriptionIndex;
 class Timeout;
 
 // The rights that each command needs.  A request carries its rights as bits in SYS_POLICY; one
@@ -97,9 +98,13 @@ class KL_API policies {
 //            throws nothing: an exception that reaches the library ends the process.
 // Ownership: belongs to the service, which removes it from the Looper before it is destroyed.  Its open
 //            requests and timers are its own and end with it.  A resource, so it is not copied.
+//            It may be destroyed from inside its own operations, those that the library calls: the reply
+//            that a cmd operation returns still goes out from its number; of the changes that were being
+//            sent, and of its subscriptions, nothing more is heard.
 // Threads:   everything runs on the thread of the Looper.  Callbacks may add and remove handlers,
 //            subscriptions and requests, their own too.
-// Cost:      a posted request costs one entry in a map, and a timer if it has a time-out.
+// Cost:      a posted request costs one entry in a map, and a timer if it has a time-out.  To find a
+//            subscription takes the same time however many there are; a notification walks over all.
 class KL_API Handler {
  public:
   // Receives the reply to a posted request, or the error that ended it, and the data given with it.
@@ -175,13 +180,16 @@ class KL_API Handler {
   // A batch of changes was sent.
   virtual void notifiesSent();
 
-  // The object for a notification, with STD_ID = id; with STD_DEAD when it is gone.
+  // The object for a notification, with STD_ID = id; with STD_DEAD when it is gone.  An object without this STD_ID ends
+  // the process with two lines, the second of which names handler, class and object.  The library reads an object only
+  // if there are subscribers, so any subscriber can trigger such an end: every id that was passed to notifyChange must
+  // come back, also when the object is gone by then.
   virtual message getObject(unsigned int id);
 
   // May the request be carried out?  Asks the policies.
   virtual bool checkPolicy(const message& request);
 
-  // Puts this handler's number in front of SYS_FROM and sends the message on its way.
+  // Puts this handler's number in front of SYS_FROM and sends the message on its way.  What fits() says no to is lost.
   // Needs: a Looper.
   virtual void sendMessage(message& m);
 
@@ -214,6 +222,11 @@ class KL_API Handler {
   void replyMessage(const message& request, message reply);
   void replyError(const message& request, unsigned int code, const std::string& text);
 
+  // Will the message, or the reply to a request, be short enough for a frame when this handler sends it?  The paths and
+  // what else sending adds are counted.  What stays in this process (PATH_SELF) may have any length.
+  bool fits(const message& m) const;
+  bool fits(const message& request, message reply) const;
+
   // Tells the sender of a message that expects no reply that it could not be delivered.
   void sendBrkpath(const message& m);
 
@@ -241,7 +254,8 @@ class KL_API Handler {
   // Sends as many objects as one notification holds and returns the first that it did not.
   const message* sendNotifies(const message* first, const message* last);
 
-  // Sends a notification of the caller's own, SYS_CMD included, to the subscribers that shouldNotify() chooses.
+  // Sends a notification of the caller's own, SYS_CMD included, to the subscribers that shouldNotify() chooses: once to
+  // all of them, or, where so many paths make it too large for a frame, in parts, each subscriber in one, in order.
   void sendNotify(message& m);
 
   // Report to the undo service that a request changed something, and what message takes that back.  The
@@ -268,6 +282,12 @@ class KL_API Handler {
   // SYS_NOTIFYCMD excepted.
   const std::vector<message>& getSubscriptions() const { return subscriptions_; }
 
+  // How many subscriptions cmdSubscribe accepts; BADID, as at first, is no limit.  One beyond it is dropped without
+  // notice: as no subscription is answered, its sender gets neither an error nor notifications, and subscribed() is not
+  // called.  What is there stays, and so does what comes back with the persistent data.
+  void setSubscriptionLimit(unsigned int most);
+  unsigned int getSubscriptionLimit() const;
+
  private:
   friend class Looper;
   friend class HandlerProbe;  // the tests' hand on the counter
@@ -275,7 +295,11 @@ class KL_API Handler {
   message carryOut(const message& request, unsigned int command);
   void endPost(std::map<unsigned int, ReplyHandler>::iterator post, const message& reply);
   const ReplyHandler* findPost(unsigned int id) const;
+  unsigned int sentLength(const message& m) const;
+  void addSubscription(const message& record);
+  std::size_t placeOfSubscription(const message& record) const;
   void removeSubscription(const message& record);
+  void sendToMany(message& m, const std::vector<unsigned int>& to);
   std::vector<message> collectChanges(const std::set<unsigned int>& ids);
   const message* sendObjects(const message* first, const message* last,
                              const std::vector<unsigned int>& originator);
@@ -286,6 +310,7 @@ class KL_API Handler {
   policies policies_;
   bool terminal_ = true;
   std::vector<message> subscriptions_;
+  std::unique_ptr<SubscriptionIndex> subscriptionIndex_;
   std::set<unsigned int> changes_;
   std::vector<unsigned int> originator_;
   TimerPtr batchTimer_;
@@ -297,7 +322,8 @@ class KL_API Handler {
 //
 // Errors:    the connection is vital.  A process that cannot connect, or that loses its loader, ends with one line
 //            on the standard error stream and status 1; one that the loader does not confirm within 10 seconds
-//            aborts.  A message of 65536 bytes or more is not sent, without notice.
+//            aborts.  A message of 65536 bytes or more is not sent, without notice unless
+//            reportTooBig says otherwise.
 // Ownership: owns the connection.  Handlers are borrowed until they are removed.
 // Threads:   belongs to the thread that made it.
 // Cost:      a message out is one system call, one in is one poll and one read, less when several arrive
@@ -377,6 +403,11 @@ class KL_API Looper : public Handler, public Runner {
   // The connection is readable: takes messages up to the first request.
   void onMsgSock(int fd, unsigned int events);
 
+  // Whether a message that is too large for a frame is lost with a word: a line on the standard error stream that
+  // names the handler, the command and the size, and, in the place of a reply, ERROR_TOOBIG to whoever asked.  At
+  // first it is lost without one.
+  void reportTooBig(bool on) { reportsTooBig_ = on; }
+
   // Control messages to the loader.
   void sendCtrl(unsigned int code, unsigned int argument);
   void sendCtrl(unsigned int code);
@@ -410,6 +441,7 @@ class KL_API Looper : public Handler, public Runner {
   void deliverLocally(message& m);
   void sendMulti(message& m);
   void reportFullQueue() const;
+  void refuseTooBig(const message& m, unsigned int length);
   bool takeMessage();
   void handleCtrl(unsigned int code);
   void leave();
@@ -434,6 +466,7 @@ class KL_API Looper : public Handler, public Runner {
   std::unique_ptr<FrameSocket> frames_;
   bool readsAhead_ = false;
   bool leaveAsked_ = false;  // the loader waits for an answer
+  bool reportsTooBig_ = false;
 };
 
 // The Looper of this process, null when there is none.

@@ -14,4 +14,9 @@ void failAssertion(const char* place, const char* expression) {
   std::abort();
 }
 
+void failAssertion(const char* place, const char* expression, const std::string& remark) {
+  printErrorLine(std::string(place) + ": assertion failed: " + expression + "\n" + remark);
+  std::abort();
+}
+
 }  // namespace kl

@@ -2,11 +2,14 @@
 // assertions.h: promises that the program itself breaks.  What comes from outside never reaches one.
 
 #include <cassert>
+#include <string>
 
 namespace kl {
 
 // Prints "<place>: assertion failed: <expression>" on the standard error stream and aborts.
 [[noreturn]] void failAssertion(const char* place, const char* expression);
+// The same with a second line, which says more.
+[[noreturn]] void failAssertion(const char* place, const char* expression, const std::string& remark);
 
 }  // namespace kl
 
@@ -20,6 +23,10 @@ namespace kl {
 // move with the file.
 #define KL_ASSERT_AT(place, ...) \
   (static_cast<bool>(__VA_ARGS__) ? void() : ::kl::failAssertion(place, #__VA_ARGS__))
+
+// The same with a second line, which is put together only when it is needed.
+#define KL_ASSERT_AT_SAYING(place, remark, ...) \
+  (static_cast<bool>(__VA_ARGS__) ? void() : ::kl::failAssertion(place, #__VA_ARGS__, remark))
 
 // Checked in debug builds: a promise of a data structure to itself, too dear to be asked for each time.
 #ifdef NDEBUG

@@ -38,13 +38,19 @@ class IdIndex {
     Entry* entry = findOrFree(id);
     return entry->isFree() ? nullptr : entry;
   }
+  // Where more than one entry stands under an id: the next behind one that find() or this gave, null behind the last.
+  Entry* findNext(const Entry* entry) const {
+    std::size_t i = next(static_cast<std::size_t>(entry - entries_));
+    while (!entries_[i].isFree() && entries_[i].id() != entry->id()) i = next(i);
+    return entries_[i].isFree() ? nullptr : &entries_[i];
+  }
   // The entry of the id, or else the free entry that it may be put into.
   Entry* findOrFree(std::uint32_t id) const {
     std::size_t i = home(id);
     while (!entries_[i].isFree() && entries_[i].id() != id) i = next(i);
     return &entries_[i];
   }
-  // Needs: the id is not in the index, and half of the entries are free.
+  // Needs: half of the entries are free.
   Entry* add(const Entry& entry) {
     std::size_t i = home(entry.id());
     while (!entries_[i].isFree()) i = next(i);

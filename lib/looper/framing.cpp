@@ -25,9 +25,8 @@ namespace kl {
 namespace {
 
 constexpr std::size_t kLengthBytes = 4;
-constexpr std::size_t kFrameLimit = 65536;            // the first length that is not sent
-constexpr std::size_t kSmallBuffer = 16384;           // holds what usually comes at once
-constexpr std::size_t kKeptBuffer = 2 * kFrameLimit;  // a buffer above that is given back
+constexpr std::size_t kSmallBuffer = 16384;                        // holds what usually comes at once
+constexpr std::size_t kKeptBuffer = 2 * std::size_t{kFrameLimit};  // a buffer above that is given back
 
 // As poll(2) answers for one descriptor.
 int waitFor(int fd, short events, int milliseconds) {
@@ -81,7 +80,7 @@ void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
   }
 }
 
-void FrameSocket::writeFrame(const message& m) {
+unsigned int FrameSocket::writeFrame(const message& m) {
   unsigned int length = m.max_length();
   unsigned char* const frame = roomToFlatten(kLengthBytes + length);
   m.flatten(frame + kLengthBytes, &length);
@@ -90,6 +89,7 @@ void FrameSocket::writeFrame(const message& m) {
     write(frame, kLengthBytes + length);
   }
   if (outCapacity_ > kKeptBuffer) roomToFlatten(0);
+  return length;
 }
 
 // Waits until so many bytes are held.  F2

@@ -17,6 +17,9 @@
 
 namespace kl {
 
+// The first length that is not sent.
+inline constexpr unsigned int kFrameLimit = 65536;
+
 // The connection to the loader as bytes and as frames.  It is vital: end of file and every error that is
 // not a reason to try again end the process, with one line on the standard error stream and status 1.
 // The descriptor is non-blocking and borrowed.
@@ -37,8 +40,8 @@ class FrameSocket {
   // Writes everything, however long that takes.
   void write(const unsigned char* bytes, std::size_t count);
 
-  // Writes one frame in one call.  A message of 65536 bytes or more is dropped.
-  void writeFrame(const message& m);
+  // Writes one frame in one call and returns the length of the message; one of kFrameLimit or more is dropped.
+  unsigned int writeFrame(const message& m);
 
  private:
   void complete(std::size_t wanted);

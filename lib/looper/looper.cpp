@@ -18,6 +18,8 @@
 //     or a control message
 // L3  while bytes are held that were read ahead, the loop knows it (setReadAhead) and does not sleep on them
 // L4  a walk over the handlers goes by their numbers, so they may come and go meanwhile
+// H1  a handler may be destroyed by its own operation: behind a call of one, nothing of it is touched before its
+//     Liveness was asked
 
 #include "kl/looper.h"
 
@@ -25,6 +27,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <iostream>
 #include <iterator>
 #include <utility>
@@ -36,7 +39,9 @@
 #include "looper/connection.h"
 #include "looper/first_start.h"
 #include "looper/framing.h"
+#include "looper/liveness.h"
 #include "looper/paths.h"
+#include "looper/subscription_index.h"
 
 namespace kl {
 namespace {
@@ -48,11 +53,55 @@ constexpr char kDispatchLabel[] = "virtual void kl::Looper::dispatchMessage(kl::
 
 Looper* theLooper = nullptr;
 
+// The command whose reply is being sent, for the line about one that is too big; BADID while none is.
+unsigned int answeredCommand = BADID;
+
 using ObjectCommand = message (Handler::*)(const message&, unsigned int);
 
 message onObject(Handler& handler, const message& request, ObjectCommand command) {
   const unsigned int* const id = request.get_u32_ref(STD_ID);
   return id ? (handler.*command)(request, *id) : errorMsg(ERROR_UNKNOWNID, "");
+}
+
+// False for a request that gets no reply.
+bool addressReply(message& reply, const message& request) {
+  unsigned int id = BADID;
+  if (!getRequestID(request, &id)) return false;
+  setRequestID(reply, id);
+  setType(reply, TYPE_REPLY);
+  reply.insert(SYS_TO, pathOf(request, SYS_FROM));
+  return true;
+}
+
+// H1
+void sendReply(const Liveness& sender, const message& request, message& reply) {
+  if (!addressReply(reply, request)) return;
+  answeredCommand = request.get(SYS_CMD, CMD_NOOP);
+  if (Handler* const handler = sender.handler()) {
+    handler->sendMessage(reply);
+  } else {
+    KL_ASSERT(theLooper != nullptr);
+    prependSender(reply, sender.number());
+    theLooper->sendMessage(reply);
+  }
+  answeredCommand = BADID;
+}
+
+unsigned int flattenedLength(const message& m) {
+  message::flat_message bytes;
+  m.flatten(bytes);
+  return static_cast<unsigned int>(bytes.size());
+}
+
+std::string describeSender(const message& m) {
+  const Path& from = pathOf(m, SYS_FROM);
+  return from.empty() ? "the loop itself" : "handler " + std::to_string(from.front());
+}
+
+std::string describeCommand(unsigned int command) {
+  char text[sizeof "command 0x12345678"];
+  (void)std::snprintf(text, sizeof text, "command 0x%x", command);
+  return text;
 }
 
 }  // namespace
@@ -64,8 +113,9 @@ Looper* getLooper() { return theLooper; }
 Handler::Handler() = default;
 
 // Whatever points to the handler goes with it: the timers of open requests and of gathered changes, and an entry in the
-// table that its owner forgot to remove.
+// table that its owner forgot to remove.  H1
 Handler::~Handler() {
+  Liveness::end(*this);
   if (!theLooper) return;
   for (const auto& [id, post] : replyHandlers_) theLooper->removeTimer(post.timer);
   theLooper->removeTimer(batchTimer_);
@@ -79,9 +129,16 @@ void Handler::handle(const message& m) {
     return;
   }
   const unsigned int command = m.get(SYS_CMD, CMD_NOOP);
-  if (command == CMD_GETPOLICIES) return replyMessage(m, cmdGetPolicies(m));
-  if (!checkPolicy(m)) return replyError(m, ERROR_NOTALLOWED, "");
-  handleCmd(m, command);
+  const Liveness self(*this);
+  if (command == CMD_GETPOLICIES) {
+    message reply = cmdGetPolicies(m);
+    sendReply(self, m, reply);
+  } else if (!checkPolicy(m)) {
+    message reply = errorMsg(ERROR_NOTALLOWED, "");
+    sendReply(self, m, reply);
+  } else if (!self.ended()) {
+    handleCmd(m, command);
+  }
 }
 
 void Handler::handleBrkpath(const message&) {}
@@ -91,8 +148,11 @@ void Handler::handleCmd(const message& request, unsigned int command) {
     case CMD_SUBSCRIBE: return cmdSubscribe(request);
     case CMD_UNSUBSCRIBE: return cmdUnsubscribe(request);
     case CMD_DISCONNECTED: return cmdDisconnected(request);
-    default: return replyMessage(request, carryOut(request, command));
+    default: break;
   }
+  const Liveness self(*this);
+  message reply = carryOut(request, command);
+  sendReply(self, request, reply);
 }
 
 message Handler::cmdGetPolicies(const message& request) { return policies_.get_policies(request); }
@@ -131,16 +191,28 @@ message Handler::exchangeMessage(message& m, int timeout) {
 }
 
 void Handler::replyMessage(const message& request, message reply) {
-  unsigned int id = BADID;
-  if (!getRequestID(request, &id)) return;
-  setRequestID(reply, id);
-  setType(reply, TYPE_REPLY);
-  reply.insert(SYS_TO, pathOf(request, SYS_FROM));
-  sendMessage(reply);
+  sendReply(Liveness(*this), request, reply);
 }
 
 void Handler::replyError(const message& request, unsigned int code, const std::string& text) {
   replyMessage(request, errorMsg(code, text));
+}
+
+bool Handler::fits(const message& m) const {
+  return m.max_length() + kSenderBytes < kFrameLimit || sentLength(m) < kFrameLimit;
+}
+
+bool Handler::fits(const message& request, message reply) const {
+  (void)addressReply(reply, request);
+  return fits(reply);
+}
+
+// The length with this handler's number in SYS_FROM; the Looper has none.
+unsigned int Handler::sentLength(const message& m) const {
+  if (this == theLooper) return flattenedLength(m);
+  message sent(m);
+  prependSender(sent, id_);
+  return flattenedLength(sent);
 }
 
 void Handler::sendBrkpath(const message& m) {
@@ -245,8 +317,9 @@ bool Looper::addHandler(unsigned int id, Handler* handler) {
   handler->id_ = id;
   const auto data = pendingPermData_.extract(id);
   if (!data) return true;
+  const Liveness added(*handler);
   handler->loadPermData(data.mapped());
-  handler->notifySubscriptions();
+  if (!added.ended()) handler->notifySubscriptions();
   return true;
 }
 
@@ -322,7 +395,25 @@ void Looper::reportFullQueue() const {
 }
 
 void Looper::writeMessage(const message& m) {
-  if (socket_ != -1) frames_->writeFrame(m);
+  if (socket_ == -1) return;
+  const unsigned int length = frames_->writeFrame(m);
+  if (length >= kFrameLimit && reportsTooBig_) refuseTooBig(m, length);
+}
+
+void Looper::refuseTooBig(const message& m, unsigned int length) {
+  const bool reply = isReply(m);
+  const unsigned int command = reply ? answeredCommand : m.get(SYS_CMD, CMD_NOOP);
+  printErrorLine(
+      "LOOPER: too big for a frame, not sent: " + std::string(reply ? "reply of " : "message of ") +
+      describeSender(m) + (command == BADID ? "" : ", " + describeCommand(command)) + ", " +
+      std::to_string(length) + " bytes");
+  if (!reply) return;
+  message error = errorMsg(ERROR_TOOBIG, "");
+  if (unsigned int id = BADID; getRequestID(m, &id)) setRequestID(error, id);
+  setType(error, TYPE_REPLY);
+  error.insert(SYS_TO, pathOf(m, SYS_TO));
+  error.insert(SYS_FROM, pathOf(m, SYS_FROM));
+  frames_->writeFrame(error);
 }
 
 void Looper::writeRaw(const unsigned char* bytes, unsigned int count) { frames_->write(bytes, count); }

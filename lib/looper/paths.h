@@ -18,7 +18,8 @@ const Path& pathOf(const message& m, unsigned int id);
 inline unsigned int firstHop(const message& m) { return pathOf(m, SYS_TO).front(); }
 void removeFirstHop(message& m);
 
-// Puts an id in front of the way back.
+// Puts an id in front of the way back, which lengthens the message by this at most.
+inline constexpr unsigned int kSenderBytes = 10;
 void prependSender(message& m, unsigned int id);
 
 }  // namespace kl

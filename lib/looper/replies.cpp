@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "kl/looper.h"
+#include "looper/liveness.h"
 #include "looper/paths.h"
 
 namespace kl {
@@ -46,7 +47,11 @@ unsigned int Handler::postMessage(message& m, void* context, ReplyCallback callb
   Path to = pathOf(m, SYS_TO);
   const unsigned int id = requestMessage(m);
   const auto displaced = replyHandlers_.find(id);
-  if (displaced != replyHandlers_.end()) endPost(displaced, errorMsg(ERROR_TIMEOUT, ""));
+  if (displaced != replyHandlers_.end()) {
+    const Liveness self(*this);
+    endPost(displaced, errorMsg(ERROR_TIMEOUT, ""));
+    if (self.ended()) return id;
+  }
   ReplyHandler& post = replyHandlers_[id];
   post.id = id;
   post.handler = this;

@@ -8,16 +8,27 @@
 //     sendNotifies   packs as many as fit into one message,
 //     sendNotify     and sends that once, on a path that leads to all its subscribers
 //
+// A notification for so many subscribers that their paths make it too large for a frame goes out in parts.
+//
 // S1  the batch timer waits exactly while ids are gathered
 // S2  each walk goes over copies, which cost a reference each: callbacks may change what is walked over
+// S3  behind each callback nothing of the handler is touched before its Liveness was asked
+// S4  the index is told of every change of the list
+
+#include <cxxabi.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
+#include <typeinfo>
 #include <utility>
 
 #include "base/assertions.h"
 #include "kl/looper.h"
+#include "looper/framing.h"
+#include "looper/liveness.h"
 #include "looper/paths.h"
+#include "looper/subscription_index.h"
 
 namespace kl {
 namespace {
@@ -25,6 +36,9 @@ namespace {
 constexpr unsigned int kBatchTicks = 20;
 constexpr std::size_t kBatchObjects = 100;
 constexpr std::size_t kNotificationBytes = 16383;  // of objects, the first one excepted
+
+constexpr std::size_t kArrayBytes = 6;    // of an array without its elements
+constexpr std::size_t kElementBytes = 4;  // of an array of numbers
 
 constexpr field<std::vector<message::flat_message>> kSavedSubscriptions{0xa8000001};
 
@@ -92,6 +106,44 @@ void addDestination(Path& to, const Path& path) {
   to.insert(to.end(), path.begin(), path.end());
 }
 
+// Calls f with every path of a PATH_MULTI list and whether it leads out of the process; false if the list is malformed.
+template <class F>
+bool walkDestinations(const Path& list, F f) {
+  for (std::size_t i = 1; i < list.size();) {
+    const std::size_t count = list[i++];
+    if (count == 0 || count > list.size() - i) return false;
+    f(Path(list.begin() + static_cast<std::ptrdiff_t>(i),
+           list.begin() + static_cast<std::ptrdiff_t>(i + count)),
+      list[i] != PATH_SELF);
+    i += count;
+  }
+  return true;
+}
+
+// How many numbers of a PATH_MULTI list leave the process; 0 where there is none.
+std::size_t countLeaving(const Path& to) {
+  if (to.front() != PATH_MULTI) return 0;
+  std::size_t count = 1;
+  const bool isWhole =
+      walkDestinations(to, [&](const Path& path, bool leaves) { count += leaves ? 1 + path.size() : 0; });
+  return isWhole ? count : 0;
+}
+
+std::string className(const Handler& handler) {
+  const char* const name = typeid(handler).name();
+  char* const plain = abi::__cxa_demangle(name, nullptr, nullptr, nullptr);
+  std::string result = plain != nullptr ? plain : name;
+  std::free(plain);
+  return result;
+}
+
+std::string describeWrongObject(const Handler& handler, unsigned int id, const message& object) {
+  const unsigned int* const given = object.get_u32_ref(STD_ID);
+  return "handler " + std::to_string(handler.getHandlerID()) + " (" + className(handler) + "): getObject(" +
+         std::to_string(id) + ") gave an object " +
+         (given != nullptr ? "with STD_ID " + std::to_string(*given) : std::string("without STD_ID"));
+}
+
 message subscription(const Path& path, unsigned int command, unsigned int notifyCommand,
                      const message& extra) {
   message m(extra);
@@ -115,32 +167,38 @@ void Handler::unsubscribe(const Path& path, unsigned int notifyCommand, const me
 
 void Handler::cmdSubscribe(const message& request) {
   const message record = makeRecord(request);
-  if (std::find(subscriptions_.begin(), subscriptions_.end(), record) != subscriptions_.end()) return;
-  subscriptions_.push_back(record);
+  if (placeOfSubscription(record) != subscriptions_.size()) return;
+  if (subscriptions_.size() >= getSubscriptionLimit()) return;
+  addSubscription(record);
   subscribed(record);
 }
 
 void Handler::cmdUnsubscribe(const message& request) {
   const message record = makeRecord(request);
-  if (std::find(subscriptions_.begin(), subscriptions_.end(), record) == subscriptions_.end()) return;
+  if (placeOfSubscription(record) == subscriptions_.size()) return;
+  const Liveness self(*this);
   unsubscribed(record);
-  removeSubscription(record);
+  if (!self.ended()) removeSubscription(record);
 }
 
 void Handler::cmdDisconnected(const message& m) {
   const Path gone = pathOf(m, SYS_FROM);
   if (gone.empty()) return;
   const std::vector<message> records = subscriptions_;  // S2
+  const Liveness self(*this);
   for (const message& record : records) {
     if (!beginsWith(pathOf(record, SYS_FROM), gone)) continue;
     unsubscribed(record);
+    if (self.ended()) return;  // S3
     removeSubscription(record);
   }
 }
 
 void Handler::notifySubscriptions() {
   const std::vector<message> records = subscriptions_;  // S2
-  for (const message& record : records) subscribed(record);
+  const Liveness self(*this);
+  for (auto record = records.begin(); record != records.end() && !self.ended(); ++record)
+    subscribed(*record);  // S3
 }
 
 void Handler::notifyChange(unsigned int id) { notifyChange(id, Path()); }
@@ -166,19 +224,24 @@ void Handler::sendChanges() {
   getLooper()->removeTimer(std::exchange(batchTimer_, TimerPtr()));  // S1
   const std::set<unsigned int> ids = std::exchange(changes_, {});
   const Path originator = std::exchange(originator_, {});
+  const Liveness self(*this);
   std::vector<message> objects = collectChanges(ids);
   if (isOrdered(objects)) objects = orderBySuccessor(objects, ids);
   const message* const last = objects.data() + objects.size();
-  for (const message* first = objects.data(); first != last;) first = sendObjects(first, last, originator);
-  notifiesSent();
+  for (const message* first = objects.data(); first != last && !self.ended();)  // S3
+    first = sendObjects(first, last, originator);
+  if (!self.ended()) notifiesSent();
 }
 
 std::vector<message> Handler::collectChanges(const std::set<unsigned int>& ids) {
   std::vector<message> objects;
   objects.reserve(ids.size());
+  const Liveness self(*this);
   for (const unsigned int id : ids) {
     const message obj = getObject(id);
-    KL_ASSERT_AT("looper.cpp:582", id == kl::BADID || obj.get(STD_ID, kl::BADID) == id);
+    if (self.ended()) return objects;  // S3
+    KL_ASSERT_AT_SAYING("looper.cpp:582", describeWrongObject(*this, id, obj),
+                        id == kl::BADID || obj.get(STD_ID, kl::BADID) == id);
     objects.push_back(obj);
   }
   return objects;
@@ -209,11 +272,49 @@ void Handler::sendNotify(message& m) {
   KL_ASSERT_AT("looper.cpp:502", m.has(kl::SYS_CMD));
   Path to = pathOf(m, SYS_TO);
   const std::vector<message> records = subscriptions_;  // S2
-  for (const message& record : records)
-    if (shouldNotify(record, m) && hasPath(record, SYS_FROM)) addDestination(to, pathOf(record, SYS_FROM));
+  const Liveness self(*this);
+  for (const message& record : records) {
+    const bool interested = shouldNotify(record, m);
+    if (self.ended()) return;  // S3
+    if (interested && hasPath(record, SYS_FROM)) addDestination(to, pathOf(record, SYS_FROM));
+  }
   if (to.empty()) return;
+  const std::size_t mostBytes = m.max_length() + kSenderBytes + kArrayBytes + kElementBytes * to.size();
+  if (mostBytes >= kFrameLimit) return sendToMany(m, to);
   m.insert(SYS_TO, to);
   sendMessage(m);
+}
+
+// Sends it once where it fits, or where no part of it would, and else in parts, each with as many of the paths as fit.
+void Handler::sendToMany(message& m, const Path& to) {
+  message part(m);
+  part.remove(SYS_TO);
+  const std::size_t taken = sentLength(part) + kArrayBytes;
+  const std::size_t room = taken < kFrameLimit ? (kFrameLimit - 1 - taken) / kElementBytes : 0;
+  if (room == 0 || countLeaving(to) <= room) {
+    m.insert(SYS_TO, to);
+    return sendMessage(m);
+  }
+  const Liveness self(*this);
+  Path some;
+  std::size_t leaving = 1;  // numbers of `some` that leave the process, as countLeaving() counts them
+  const auto sendPart = [&] {
+    if (self.ended()) return;  // S3
+    message copy(part);
+    copy.insert(SYS_TO, some);
+    sendMessage(copy);
+  };
+  (void)walkDestinations(to, [&](const Path& path, bool leaves) {
+    const std::size_t added = leaves ? 1 + path.size() : 0;
+    if (leaving > 1 && leaving + added > room) {
+      sendPart();
+      some.clear();
+      leaving = 1;
+    }
+    addDestination(some, path);
+    leaving += added;
+  });
+  sendPart();
 }
 
 bool Handler::shouldNotify(const message& record, const message& notification) {
@@ -224,18 +325,48 @@ bool Handler::shouldNotify(const message& record, const message& notification) {
 
 void Handler::savePermData(message& data) {
   if (subscriptions_.empty()) return;
+  const Liveness self(*this);
   sendChanges();
+  if (self.ended()) return;  // S3
   auto& saved = *data.get_message_array_ref(kSavedSubscriptions);
   for (const message& record : subscriptions_) saved.push_back(flat(record));
 }
 
 void Handler::loadPermData(const message& data) {
-  for (const auto& record : data.get(kSavedSubscriptions, {})) subscriptions_.push_back(message(record));
+  for (const auto& record : data.get(kSavedSubscriptions, {})) addSubscription(message(record));
 }
 
-void Handler::removeSubscription(const message& record) {
+void Handler::setSubscriptionLimit(unsigned int most) {
+  if (!subscriptionIndex_) subscriptionIndex_ = std::make_unique<SubscriptionIndex>();
+  subscriptionIndex_->limit = most;
+}
+
+unsigned int Handler::getSubscriptionLimit() const {
+  return subscriptionIndex_ ? subscriptionIndex_->limit : BADID;
+}
+
+// S4.  As long as there are few, nobody needs an index.
+void Handler::addSubscription(const message& record) {
+  subscriptions_.push_back(record);
+  if (subscriptions_.size() <= SubscriptionIndex::kFew) return;
+  if (!subscriptionIndex_) subscriptionIndex_ = std::make_unique<SubscriptionIndex>();
+  subscriptionIndex_->noteAdded(subscriptions_);
+}
+
+// The number of subscriptions where no equal one is there.
+std::size_t Handler::placeOfSubscription(const message& record) const {
+  if (subscriptionIndex_) return subscriptionIndex_->find(subscriptions_, record);
   const auto found = std::find(subscriptions_.begin(), subscriptions_.end(), record);
-  if (found != subscriptions_.end()) subscriptions_.erase(found);
+  return static_cast<std::size_t>(found - subscriptions_.begin());
+}
+
+// S4.  What lies behind moves up by exchange, which counts no references.
+void Handler::removeSubscription(const message& record) {
+  std::size_t place = placeOfSubscription(record);
+  if (place == subscriptions_.size()) return;
+  if (subscriptionIndex_) subscriptionIndex_->noteRemoval(subscriptions_, place);
+  while (++place < subscriptions_.size()) subscriptions_[place - 1].swap(subscriptions_[place]);
+  subscriptions_.pop_back();
 }
 
 }  // namespace kl

@@ -20,6 +20,15 @@ TEST(Assertions, ABrokenOneNamesItsPlaceAndExpressionAndAborts) {
   EXPECT_EQ(result.signal, SIGABRT);
 }
 
+TEST(Assertions, OneThatHasMoreToSaySaysItInASecondLine) {
+  const test::ChildResult result = test::runInChild([] {
+    const int a = 1;
+    KL_ASSERT_AT_SAYING("looper.cpp:582", "a is " + std::to_string(a), a == 2);
+  });
+  EXPECT_EQ(result.err, "looper.cpp:582: assertion failed: a == 2\na is 1\n");
+  EXPECT_EQ(result.signal, SIGABRT);
+}
+
 TEST(Assertions, OneWithoutAPlaceOfItsOwnNamesItsFileAndLine) {
   const int line = __LINE__ + 1;
   const test::ChildResult result = test::runInChild([] { KL_ASSERT(1 + 1 == 3); });

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <string>
@@ -35,6 +36,23 @@ TEST(IdIndex, AgreesWithAMapThroughRandomSteps) {
       index.add({id, i});
       expected[id] = i;
     }
+  }
+}
+
+TEST(IdIndex, EveryEntryUnderOneIdIsMet) {
+  std::vector<Entry> room(64);
+  kl::IdIndex<Entry> index(room.data(), room.size());
+  for (int i = 1; i <= 30; ++i) index.add({static_cast<unsigned int>(i % 3), i});
+  index.remove(index.find(1));
+  for (unsigned int id = 0; id < 3; ++id) {
+    std::vector<int> values;
+    for (const Entry* entry = index.find(id); entry != nullptr; entry = index.findNext(entry)) {
+      EXPECT_EQ(entry->number, id);
+      values.push_back(entry->value);
+    }
+    EXPECT_EQ(values.size(), id == 1 ? 9u : 10u);
+    std::sort(values.begin(), values.end());
+    EXPECT_EQ(std::unique(values.begin(), values.end()), values.end());
   }
 }
 

@@ -336,6 +336,80 @@ TEST(HandlerEnd, ADestroyedHandlerIsInNobodysTable) {
   EXPECT_FALSE(net.looper->hasHandler(8));
 }
 
+// Destroys itself while it carries out a command; what the library does with it afterwards, the address sanitizer sees.
+class EndingInCommand : public Handler {
+ public:
+  message cmdGet(const message&) override { return end(); }
+  message cmdGetObj(const message&, unsigned int) override { return end(); }
+  message cmdGetAll(const message&, unsigned int, unsigned int) override { return end(); }
+  message cmdUnknown(const message&, unsigned int) override { return end(); }
+  message cmdGetPolicies(const message&) override { return end(); }
+  void cmdShutdown(const message&) override { (void)end(); }
+  bool checkPolicy(const message& request) override {
+    if (request.get(SYS_CMD, 0) != CMD_SET) return true;
+    (void)end();
+    return allowed;
+  }
+  static inline bool allowed = true;
+
+ private:
+  message end() {
+    delete this;
+    message reply;
+    reply.insert(STD_DESCR, "the last");
+    return reply;
+  }
+};
+
+struct HandlerEndTest : ::testing::Test {
+  void carryOut(unsigned int command) {
+    net.looper->addHandler(7, new EndingInCommand);
+    message request = requestTo({7}, command);
+    request.insert(STD_ID, 3);
+    net.looper->dispatchMessage(request);
+    EXPECT_FALSE(net.looper->hasHandler(7));
+  }
+
+  Connected net;
+};
+
+TEST_F(HandlerEndTest, AHandlerThatEndsInItsOwnOperationIsAnsweredForFromItsNumber) {
+  for (const unsigned int command : {CMD_GET, CMD_GETOBJ, CMD_GETALL, 0x60007u, CMD_GETPOLICIES}) {
+    SCOPED_TRACE(command);
+    carryOut(command);
+    message expected = test::replyTo({9}, 5);
+    expected.insert(SYS_FROM, {7});
+    expected.insert(STD_DESCR, "the last");
+    EXPECT_EQ(net.loader.receive(), expected);
+  }
+  carryOut(CMD_SHUTDOWN);
+  EXPECT_EQ(net.loader.receive().get(SYS_FROM, {}), Ids{7});
+  EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST_F(HandlerEndTest, AHandlerThatEndsWhileItJudgesARequestDoesNotCarryItOut) {
+  carryOut(CMD_SET);
+  EXPECT_TRUE(net.loader.isSilent());
+  EndingInCommand::allowed = false;
+  carryOut(CMD_SET);
+  EndingInCommand::allowed = true;
+  EXPECT_EQ(errorOf(net.loader.receive()), ERROR_NOTALLOWED);
+}
+
+TEST_F(HandlerEndTest, ACallbackOfADisplacedRequestMayEndTheHandler) {
+  auto* const handler = new Handler;
+  net.looper->addHandler(7, handler);
+  message m = test::to({24});
+  handler->postMessage(
+      m, handler, [](void* self, const message&, const message&) { delete static_cast<Handler*>(self); },
+      message(), -1);
+  HandlerProbe::setNextRequestID(*handler, 0);
+  m = test::to({24});
+  handler->postMessage(
+      m, nullptr, [](void*, const message&, const message&) {}, message(), -1);
+  EXPECT_FALSE(net.looper->hasHandler(7));
+}
+
 TEST(HandlerEnd, AHandlerMayOutliveItsLooper) {
   Handler handler;
   {

@@ -358,6 +358,127 @@ TEST(LooperOut, RawBytesAreWrittenAsTheyAre) {
 
 // --- The queue -----------------------------------------------------------------------------------------
 
+// --- What is too large for a frame -------------------------------------------------------------------------------
+
+// Answers CMD_GET with a text of so many bytes.
+class Wordy : public Handler {
+ public:
+  message cmdGet(const message&) override {
+    message reply;
+    reply.insert(STD_DESCR, std::string(bytes, 'x'));
+    return reply;
+  }
+  std::size_t bytes = 65536;
+};
+
+struct TooBig : ::testing::Test {
+  TooBig() { net.looper->addHandler(7, &handler); }
+  ~TooBig() override { net.looper->removeHandler(7); }
+
+  // What the process writes to the standard error stream while it does that.
+  static std::string errorsOf(const std::function<void()>& body) {
+    ::testing::internal::CaptureStderr();
+    body();
+    return ::testing::internal::GetCapturedStderr();
+  }
+  static message ofText(std::size_t bytes, const Ids& path) {
+    message m = test::to(path);
+    m.insert(STD_DESCR, std::string(bytes, 'x'));
+    return m;
+  }
+
+  Connected net;
+  Wordy handler;
+};
+
+TEST_F(TooBig, ItIsLostWithoutAWordByDefault) {
+  EXPECT_EQ(errorsOf([&] {
+              handler.handle(requestTo({}, CMD_GET));
+              message m = ofText(65535, {24});
+              handler.sendMessage(m);
+            }),
+            "");
+  EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST_F(TooBig, AReplyIsReportedAndItsAskerIsToldOnRequest) {
+  net.looper->reportTooBig(true);
+  EXPECT_EQ(errorsOf([&] { handler.handle(requestTo({}, CMD_GET)); }),
+            "LOOPER: too big for a frame, not sent: reply of handler 7, command 0xfe000d, 65574 bytes\n");
+  message expected = errorMsg(ERROR_TOOBIG, "");
+  setType(expected, TYPE_REPLY);
+  setRequestID(expected, 5);
+  expected.insert(SYS_TO, {9});
+  expected.insert(SYS_FROM, {7});
+  EXPECT_EQ(net.loader.receive(), expected);
+  EXPECT_TRUE(net.loader.isSilent());
+  net.looper->reportTooBig(false);
+  EXPECT_EQ(errorsOf([&] { handler.handle(requestTo({}, CMD_GET)); }), "");
+  EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST_F(TooBig, EveryOtherMessageIsReported) {
+  net.looper->reportTooBig(true);
+  EXPECT_EQ(
+      errorsOf([&] {
+        message m = ofText(65535, {24});
+        handler.sendCmd(m, 0x60001);
+        m = ofText(65535, {24});
+        net.looper->sendMessage(m);
+        m = ofText(65535, {24});
+        setType(m, TYPE_REPLY);
+        handler.sendMessage(m);
+      }),
+      "LOOPER: too big for a frame, not sent: message of handler 7, command 0x60001, 65571 bytes\n"
+      "LOOPER: too big for a frame, not sent: message of the loop itself, command 0xfe0000, 65553 bytes\n"
+      "LOOPER: too big for a frame, not sent: reply of handler 7, 65568 bytes\n");
+  EXPECT_EQ(errorOf(net.loader.receive()), ERROR_TOOBIG);
+  EXPECT_TRUE(net.loader.isSilent());
+}
+
+TEST_F(TooBig, WhatStaysInTheProcessHasNoLimit) {
+  net.looper->reportTooBig(true);
+  Recorder other;
+  net.looper->addHandler(8, &other);
+  EXPECT_EQ(errorsOf([&] {
+              message m = ofText(65535, {PATH_SELF, 8});
+              handler.sendMessage(m);
+              net.looper->dispatchQueue();
+            }),
+            "");
+  EXPECT_EQ(other.seen.size(), 1u);
+  net.looper->removeHandler(8);
+}
+
+TEST_F(TooBig, WhatFitsIsSentAndWhatDoesNotIsNot) {
+  for (std::size_t bytes = 65490; bytes < 65540; ++bytes) {
+    SCOPED_TRACE(bytes);
+    message m = ofText(bytes, {24});
+    const bool fits = handler.fits(m);
+    handler.sendMessage(m);
+    EXPECT_EQ(fits, !net.loader.isSilent());
+    if (fits) (void)net.loader.receive();
+
+    m = ofText(bytes, {24});
+    const bool fitsLooper = net.looper->fits(m);
+    net.looper->sendMessage(m);
+    EXPECT_EQ(fitsLooper, !net.loader.isSilent());
+    if (fitsLooper) (void)net.loader.receive();
+
+    handler.bytes = bytes;
+    const message request = requestTo({}, CMD_GET);
+    const bool replyFits = handler.fits(request, handler.cmdGet(request));
+    handler.handle(request);
+    EXPECT_EQ(replyFits, !net.loader.isSilent());
+    if (replyFits) (void)net.loader.receive();
+  }
+  EXPECT_TRUE(handler.fits(message()));
+  message small;  // whose length is near the limit only as long as nobody looks closely
+  for (unsigned int i = 0; i < 9000; ++i) small.insert_u32(0x08000000 + i, 1);
+  EXPECT_GT(small.max_length(), 65536u);
+  EXPECT_TRUE(handler.fits(small));
+}
+
 TEST(LooperQueue, WhatIsQueuedWhileItIsEmptiedGoesOutInTheSameCall) {
   class Relay : public Handler {
    public:
