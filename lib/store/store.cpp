@@ -64,15 +64,15 @@ message Store::Core::get(unsigned int id) {
 
 bool Store::Core::remove(unsigned int id) {
   if (!ensureConverted()) return false;
-  const Entry* const entry = slots_.entryOf(id);
-  if (entry == nullptr) return false;
+  const auto entry = slots_.seek(id);
+  if (entry == entries().end()) return false;
   {
     Change change(*this);
-    change.willFreeSlot(id, *entry);
+    change.willFreeSlot(id, entry->second);
     change.announce();
-    change.freeSlot(*entry);
+    change.freeSlot(entry->second);
   }
-  slots_.remove(id);
+  slots_.remove(entry);
   checkForBloat();
   return true;
 }
@@ -115,9 +115,7 @@ void Store::Core::rewrite(unsigned int offset, const Blob& blob) {
 // Gives the entry a slot, leaving the old one if it has one, and writes it there.
 bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   Change change(*this);
-  const std::optional<Entry> left = slots_.leave(id);
-  const std::optional<Entry> hole = slots_.settle(id, defaultLifetime_, blob.size());
-  const Entry& entry = *slots_.entryOf(id);
+  const auto [entry, left, hole] = slots_.move(id, defaultLifetime_, blob.size());
   if (left) change.willFreeSlot(id, *left);
   if (hole) change.willFill(*hole);
   else change.willAppend(entry);

@@ -84,41 +84,26 @@ void Slots::append(const IndexSlot& slot) {
   }
 }
 
-std::optional<Store::Entry> Slots::leave(unsigned int id) {
-  const Entry* const entry = entryOf(id);
-  if (entry == nullptr) return std::nullopt;
-  free_.pushBack(*entry, true);
-  countFreed(*entry);
-  return *entry;
-}
-
-std::optional<Store::Entry> Slots::settle(unsigned int id, unsigned int lifetime, unsigned int needBytes) {
-  Entry& entry = entries_.try_emplace(id, Entry{0, 0, 0, lifetime}).first->second;
-  FreeSlots::Slot found;
-  const bool isFound = free_.takeFirstFit(needBytes, found);
-  if (isFound) {
-    entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
-  } else {
-    entry = {dataBytes_, needBytes, count_, entry.lifetime};
-    dataBytes_ += needBytes;
-    ++count_;
+Slots::Move Slots::move(unsigned int id, unsigned int lifetime, unsigned int needBytes) {
+  const auto [at, isNew] = entries_.try_emplace(id, Entry{0, 0, 0, lifetime});
+  Move move{at->second, std::nullopt, std::nullopt};
+  if (!isNew) {
+    move.left = move.entry;
+    free_.pushBack(move.entry, true);
+    countFreed(move.entry);
   }
-  if (isFound && found.counted) {  // SS3
-    --freeCount_;
-    freeBytes_ -= entry.size;
-  }
-  table_.put({id, entry.offset, entry.size});
-  return isFound ? std::optional(found.entry) : std::nullopt;
+  move.hole = settle(move.entry, needBytes);
+  table_.put({id, move.entry.offset, move.entry.size});
+  return move;
 }
 
 // Kept on purpose: a removed entry's slot goes to the front, one that an entry grew out of or that was free in the index
 // to the back; the next search for room meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
-void Slots::remove(unsigned int id) {
-  const auto found = entries_.find(id);
-  free_.pushFront(found->second, true);
-  countFreed(found->second);
-  table_.erase(id);
-  entries_.erase(found);
+void Slots::remove(Store::Entries::iterator entry) {
+  free_.pushFront(entry->second, true);
+  countFreed(entry->second);
+  table_.erase(entry->first);
+  entries_.erase(entry);
 }
 
 // Kept on purpose: a slot that could not be filled is free, but does not count towards bloat; the entry is
@@ -143,6 +128,22 @@ void Slots::rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBy
     entry.slot = slot;
     table_.put({copied[slot].id, entry.offset, entry.size});
   }
+}
+
+std::optional<Store::Entry> Slots::settle(Entry& entry, unsigned int needBytes) {
+  FreeSlots::Slot found;
+  if (!free_.takeFirstFit(needBytes, found)) {
+    entry = {dataBytes_, needBytes, count_, entry.lifetime};
+    dataBytes_ += needBytes;
+    ++count_;
+    return std::nullopt;
+  }
+  entry = {found.entry.offset, found.entry.size, found.entry.slot, entry.lifetime};
+  if (found.counted) {  // SS3
+    --freeCount_;
+    freeBytes_ -= entry.size;
+  }
+  return found.entry;
 }
 
 void Slots::countFreed(const Entry& entry) {

@@ -51,6 +51,8 @@ class Slots {
   const EntryTable::Row* find(unsigned int id) const { return table_.find(id); }
   // Null if there is none.
   Entry* entryOf(unsigned int id);
+  // The end of entries() if there is none.
+  Store::Entries::iterator seek(unsigned int id) { return entries_.find(id); }
 
   // The length of the data file that these slots fill.
   unsigned int dataBytes() const { return dataBytes_; }
@@ -65,13 +67,18 @@ class Slots {
   // Takes up the next slot of an index.
   void append(const IndexSlot& slot);
 
-  // Frees the slot that an entry grows out of, and gives it; nothing if there is no such entry.
-  std::optional<Entry> leave(unsigned int id);
-  // Gives an entry, which is made with `lifetime` if there is none, a slot of at least so many bytes: the first free one,
-  // which is the result as it was, or else a new one at the end.
-  std::optional<Entry> settle(unsigned int id, unsigned int lifetime, unsigned int needBytes);
+  // An entry that goes to another slot.
+  struct Move {
+    Entry& entry;               // as it is now, valid until it is removed
+    std::optional<Entry> left;  // as it was; nothing if it is new
+    std::optional<Entry>
+        hole;  // the free slot that it got, as that was; nothing if its slot is a new one at the end
+  };
+  // Frees the slot of an entry, or makes it with `lifetime` if there is none.  Then gives it the first free slot of at
+  // least so many bytes, or else a new one.
+  Move move(unsigned int id, unsigned int lifetime, unsigned int needBytes);
   // Forgets the entry, and frees its slot.
-  void remove(unsigned int id);
+  void remove(Store::Entries::iterator entry);
   // The same for an entry whose slot could not be filled.
   void drop(unsigned int id);
 
@@ -81,6 +88,7 @@ class Slots {
   Backlog& backlog() { return backlog_; }
 
  private:
+  std::optional<Entry> settle(Entry& entry, unsigned int needBytes);
   void countFreed(const Entry& entry);
 
   Store::Entries entries_;

@@ -36,45 +36,44 @@ TEST_F(StoreSlots, OffsetsFollowFromTheSizes) {
 }
 
 TEST_F(StoreSlots, ANewEntryHasItsOwnLifetimeAndTheEndWhereNothingFits) {
-  slots.remove(1);
-  EXPECT_FALSE(slots.settle(4, 9, 11).has_value());
+  slots.remove(slots.seek(1));
+  EXPECT_FALSE(slots.move(4, 9, 11).hole.has_value());
   expectSlot(4, 60, 11, 3);
   EXPECT_EQ(slots.entryOf(4)->lifetime, 9U);
   EXPECT_EQ(slots.dataBytes(), 71U);
 }
 
 TEST_F(StoreSlots, AFreeSlotIsGivenAsItWas) {
-  slots.remove(2);
+  slots.remove(slots.seek(2));
   EXPECT_EQ(slots.find(2), nullptr);
-  const auto hole = slots.settle(4, 9, 15);
+  const auto hole = slots.move(4, 9, 15).hole;
   ASSERT_TRUE(hole.has_value());
   EXPECT_EQ(hole->lifetime, 7U);
   expectSlot(4, 10, 20, 1);
 }
 
 TEST_F(StoreSlots, AnEntryThatGrowsKeepsItsLifetime) {
-  const auto left = slots.leave(1);
+  const auto left = slots.move(1, 99, 40).left;
   ASSERT_TRUE(left.has_value());
   EXPECT_EQ(left->slot, 0U);
-  slots.settle(1, 99, 40);
   expectSlot(1, 60, 40, 3);
   EXPECT_EQ(slots.entryOf(1)->lifetime, 7U);
-  EXPECT_FALSE(slots.leave(17).has_value());
+  EXPECT_FALSE(slots.move(17, 99, 5).left.has_value());
 }
 
 TEST_F(StoreSlots, LengthsWithoutFreeOnesLeaveOutEveryFreeSlot) {
   EXPECT_EQ(slots.lengthsWithoutFree().data, 60U);
-  slots.remove(1);
+  slots.remove(slots.seek(1));
   slots.drop(3);  // does not count towards bloat, but is free
   EXPECT_EQ(slots.lengthsWithoutFree().data, 20U);
   EXPECT_EQ(slots.lengthsWithoutFree().idx, 12U);
-  slots.settle(4, 9, 5);
+  slots.move(4, 9, 5);
   EXPECT_EQ(slots.lengthsWithoutFree().data, 30U);
   EXPECT_EQ(slots.lengthsWithoutFree().idx, 24U);
 }
 
 TEST_F(StoreSlots, AfterARearrangementTheFirstOfTwoSlotsWithOneIdCounts) {
-  slots.remove(1);
+  slots.remove(slots.seek(1));
   slots.rearrange({{2, 0}, {3, 20}, {2, 50}}, 70);
   expectSlot(2, 0, 20, 0);
   expectSlot(3, 20, 30, 1);
