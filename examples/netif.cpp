@@ -16,7 +16,7 @@
 #include "memory.h"
 
 namespace {
-constexpr unsigned int kVersion = 0x00010000;
+constexpr unsigned int kVersion = 0x01006600;
 constexpr unsigned int kMemory = 1;           // the number of the handler with the lasting data
 constexpr unsigned int kMayLeave = 1;         // any value but 0 says so
 constexpr unsigned int kRetryTicks = 100;     // until the kernel is asked again that did not answer

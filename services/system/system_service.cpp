@@ -5,11 +5,11 @@
 
 #include "kl/logger.h"
 #include "kl/services.h"
+#include "services/common/version.h"
 
 namespace kl_system {
 namespace {
 
-constexpr unsigned int kVersion = 0x01006600;
 constexpr unsigned int kLookTicks = 500;
 constexpr const char* kNames[] = {"timezone", "host", "version", "uptime", "memory", "load"};
 static_assert(std::size(kNames) == kl::SYSTEM_OBJECT_LOAD + 1, "each object has a name");
@@ -43,7 +43,7 @@ kl::message objectOf(unsigned int id, const Figures& figures) {
 }  // namespace
 
 SystemService::SystemService()
-    : kl::Looper(kAny, kl::SERVICE_SYSTEM, kVersion),
+    : kl::Looper(kAny, kl::SERVICE_SYSTEM, common::versionWord()),
       timezone_(*this, this, kl::bind<SystemService, &SystemService::onTimezone>()),
       lookTicks_(std::max(getLoaderData().get(kl::SYSTEM_LOOK_TICKS, kLookTicks), 1U)) {
   addHandler(0, &timezone_);

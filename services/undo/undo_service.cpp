@@ -18,11 +18,11 @@
 #include "kl/logger.h"
 #include "kl/services.h"
 #include "reports.h"
+#include "services/common/version.h"
 
 namespace undo {
 namespace {
 
-constexpr unsigned int kVersion = 0x01006600;
 constexpr char kFolder[] = "/kelo/undo";
 constexpr unsigned int kLimit = 100;
 constexpr unsigned int kMostLimit = 10000;
@@ -50,7 +50,7 @@ std::string serviceText(unsigned int id) { return "service " + std::to_string(id
 
 // Whoever may do a thing may undo it: the record says what is needed for CMD_START, no policy in general.
 UndoService::UndoService()
-    : kl::Looper(kAny, kl::SERVICE_UNDO, kVersion),
+    : kl::Looper(kAny, kl::SERVICE_UNDO, common::versionWord()),
       limit_(std::clamp(getLoaderData().get(kl::UNDO_LIMIT, kLimit), 1U, kMostLimit)),
       records_(getLoaderData().get(kl::UNDO_FOLDER, kFolder)) {
   accessPolicies().set_policy(kl::CMD_START, 0);

@@ -7,6 +7,7 @@
 
 #include "admission/rights.h"
 #include "config/configuration.h"
+#include "services/common/version.h"
 
 namespace loader {
 namespace {
@@ -75,7 +76,7 @@ kl::message Registration::readyMessage(const Service& service, const std::vector
   m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   m.insert(kl::SYS_CTRL, kl::CTRL_READY);
   m.insert(kl::READY_ID, service.id);
-  m.insert(kl::READY_VERSION, kLoaderVersion);
+  m.insert(kl::READY_VERSION, common::versionWord());
   m.insert(kl::READY_STARTS, service.starts);
   if (!data.empty()) m.insert(kl::READY_DATA, kl::message::flat_message(data));
   if (service.isConfigured() && !service.configuration->settings.empty())

@@ -52,7 +52,4 @@ class Registration {
   const Configuration& configuration_;
 };
 
-// The version word of this loader: major, minor, kind, number.
-inline constexpr unsigned int kLoaderVersion = 1U << 24 | 'f' << 8;
-
 }  // namespace loader

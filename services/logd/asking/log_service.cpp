@@ -14,11 +14,11 @@
 #include "asking/line_table.h"
 #include "kl/bind.h"
 #include "kl/services.h"
+#include "services/common/version.h"
 
 namespace logd {
 namespace {
 
-constexpr unsigned int kVersion = 0x00010000;
 constexpr unsigned int kTellTicks = 5;
 constexpr unsigned int kSecondTicks = 100;
 constexpr unsigned int kMostMessages = 32;
@@ -39,7 +39,7 @@ std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions)
 }  // namespace
 
 LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener)
-    : kl::Looper(kAny, kl::SERVICE_LOG, kVersion),
+    : kl::Looper(kAny, kl::SERVICE_LOG, common::versionWord()),
       book_(book),
       clients_(*this, book, listener, limits),
       rules_(book, *this) {
