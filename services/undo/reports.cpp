@@ -6,9 +6,6 @@
 namespace undo {
 namespace {
 
-// A report that does not say what the request needed: only who may do everything may undo it.
-constexpr unsigned int kNobodysRights = 0x80000000;
-constexpr unsigned int kAllRights = 0xffffffff;
 constexpr unsigned int kSystemNameSpace = 0x00ff0000;
 constexpr unsigned int kNameSpaceMask = 0x00ff0000;
 
@@ -37,7 +34,8 @@ kl::message recordFrom(const kl::message& report, unsigned long long time) {
   copyField(record, report, kl::UNDO_MESSAGE);
   copyField(record, report, kl::UNDO_DESCRIPTION);
   copyField(record, report, kl::UNDO_USER);
-  record.insert(kl::UNDO_RIGHTS, report.get(kl::UNDO_RIGHTS, kNobodysRights));
+  // A report without the rights that the request needed can be undone only by a user who may do everything.
+  record.insert(kl::UNDO_RIGHTS, report.get(kl::UNDO_RIGHTS, kl::RIGHT_OF_NOBODY));
   record.insert(kl::UNDO_TIME, time);
   record.insert(kl::UNDO_SOURCE, report.get(kl::SYS_FROM, {}));
   return record;
@@ -66,8 +64,8 @@ kl::message undoMessage(const kl::message& record, const kl::message& asker) {
 }
 
 bool mayUndo(const kl::message& record, const kl::message& asker) {
-  const unsigned int needed = record.get(kl::UNDO_RIGHTS, kNobodysRights);
-  return (needed & asker.get(kl::SYS_POLICY, kAllRights)) == needed;
+  const unsigned int needed = record.get(kl::UNDO_RIGHTS, kl::RIGHT_OF_NOBODY);
+  return (needed & asker.get(kl::SYS_POLICY, kl::RIGHTS_ALL)) == needed;
 }
 
 }  // namespace undo

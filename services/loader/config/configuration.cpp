@@ -20,17 +20,14 @@ namespace {
 
 using common::Section;
 
-constexpr unsigned int kRead = 64;
-constexpr unsigned int kChange = 128;
-constexpr unsigned int kControl = 512;
 constexpr char kRightsExpected[] =
     "\"all\", \"read\", \"change\", \"control\", a list of these, or a number of policy bits";
 
 bool addRight(const std::string& word, Rights& rights) {
   if (word == "all") rights.all = true;
-  else if (word == "read") rights.bits |= kRead;
-  else if (word == "change") rights.bits |= kChange;
-  else if (word == "control") rights.bits |= kControl;
+  else if (word == "read") rights.bits |= kl::RIGHT_READ;
+  else if (word == "change") rights.bits |= kl::RIGHT_CHANGE;
+  else if (word == "control") rights.bits |= kl::RIGHT_CONTROL;
   else return false;
   return true;
 }

@@ -5,14 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "kl/conventions.h"
 #include "services/common/command_line.h"
 
 namespace loader {
 
 // What a sender's requests may do.
 struct Rights {
-  bool all = false;        // the sender's own SYS_USER and SYS_POLICY are passed on
-  unsigned int bits = 64;  // else every request of it carries these, and its user
+  bool all = false;                    // the sender's own SYS_USER and SYS_POLICY are passed on
+  unsigned int bits = kl::RIGHT_READ;  // else every request of it carries these, and its user
 
   friend bool operator==(const Rights&, const Rights&) = default;
 };
