@@ -1,9 +1,9 @@
 // Remembers which programs have run on this machine: an empty file for each, named as the program is.
 //
-// Every user may write into the folder of the markers, so a name there is a claim of whoever made it:
+// Every user may write into the folder of the markers, so a name there proves nothing by itself:
 //
 // M1  a marker counts only if it is a regular file of this process's user or of root
-// M2  a marker is made, never opened: what has its name already, a link above all, is left alone
+// M2  a marker is made, never opened: a file that has its name already, a link above all, is left alone
 
 #include "looper/first_start.h"
 
