@@ -6,12 +6,12 @@
 
 #include "life/idleness.h"
 #include "life/leaving.h"
-#include "life/supervisor.h"
+#include "life/lifecycle.h"
 #include "logging/log_sender.h"
 #include "own/own_service.h"
 #include "routing/router.h"
 #include "transport/listener.h"
-#include "transport/strangers.h"
+#include "transport/pending_connections.h"
 
 namespace loader {
 

@@ -1,4 +1,4 @@
-#include "transport/strangers.h"
+#include "transport/pending_connections.h"
 
 namespace loader {
 

@@ -1,4 +1,4 @@
-#include "life/supervisor.h"
+#include "life/lifecycle.h"
 
 #include <fcntl.h>
 #include <signal.h>

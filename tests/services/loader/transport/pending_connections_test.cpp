@@ -1,4 +1,4 @@
-#include "services/loader/transport/strangers.h"
+#include "services/loader/transport/pending_connections.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
