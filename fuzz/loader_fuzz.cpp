@@ -16,6 +16,7 @@
 #include "config/configuration.h"
 #include "fuzz/input.h"
 #include "own/own_service.h"
+#include "routing/router.h"
 #include "transport/frame_reader.h"
 
 namespace {
@@ -28,17 +29,6 @@ using Ids = std::vector<unsigned int>;
 constexpr std::size_t kQueueLimit = 4000;
 constexpr unsigned int kNobody = 65534;
 constexpr unsigned int kConfigured = 40;
-
-// What hears of traffic, and is of no interest here.
-struct Silent final : loader::ServiceActions, loader::OwnServiceHost, loader::LeaveListener {
-  const char* start(Service&) override { return "cannot be started"; }
-  const char* stop(Service&) override { return nullptr; }
-  const char* restart(Service&) override { return nullptr; }
-  const char* leave(Service&) override { return "has not said that it may leave"; }
-  void settle() override {}
-  void leaveMessage(Service&, const loader::Envelope&) override {}
-  void demanded(Service&) override {}
-};
 
 // A loop that is never run: its timers wait.
 struct Loop final : kl::ThinRunner {
@@ -55,7 +45,8 @@ loader::Configuration configuration() {
 }
 
 // A whole frame's body, as it lies in a queue.
-std::vector<Bytes> framesBehind(const loader::Buffer& queue, std::size_t before) {
+template <class Queue>
+std::vector<Bytes> framesBehind(const Queue& queue, std::size_t before) {
   std::vector<Bytes> frames;
   for (auto rest = queue.bytes().subspan(before); !rest.empty();) {
     require(rest.size() >= loader::kPrefixBytes, "queues hold whole frames");
@@ -85,10 +76,11 @@ class System {
     own.name = "loader";
     own.state = kl::SVC_STATE_RUNNING;
     outbox_.setSender(own);
-    table_.setListener(&own_);
+    table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
     Service& configured = table_.add(kConfigured);
     configured.name = "configured";
-    configured.configuration = &configuration_.services[0];
+    configured.isConfigured = true;
+    configured.isHeldFor = true;
     for (const unsigned int id : {10U, 24U}) registerAs(id, 0);
   }
 
@@ -137,6 +129,7 @@ class System {
     static char nobody;  // never followed: only its being there counts
     service->connection = reinterpret_cast<loader::Connection*>(&nobody);
     service->bornAt = 1;
+    service->isHeldFor = false;
     services_.push_back(service);
     outbox_.release(*service);
     requests_.release(*service);
@@ -149,10 +142,10 @@ class System {
     });
     std::erase(services_, &service);
     service.connection = nullptr;
-    own_.forget(service);
-    router_.endOf(service);
+    own_.serviceGone(service);
+    router_.serviceGone(service);
     require(service.requests.askedCount == 0 && service.requests.servingCount == 0, "no open requests");
-    if (service.isConfigured()) table_.setState(service, kl::SVC_STATE_STOPPED);
+    if (service.isConfigured) table_.setState(service, kl::SVC_STATE_STOPPED);
     else table_.remove(service.id);
   }
 
@@ -235,7 +228,6 @@ class System {
   }
 
   Loop loop_;
-  Silent silent_;
   const loader::Configuration configuration_ = configuration();
   loader::Log log_{-1};
   loader::Users users_;
@@ -243,8 +235,13 @@ class System {
   loader::ServiceTable table_;
   loader::OpenRequests requests_{1};
   loader::Outbox outbox_{kQueueLimit};
-  loader::OwnService own_{loop_, table_, outbox_, silent_, silent_};
-  loader::Router router_{table_, requests_, outbox_, own_, silent_};
+  loader::OwnService own_{loop_, table_, outbox_, [](Service&, unsigned int) { return "cannot be done"; },
+                          [] {}};
+  loader::Router router_{table_,
+                         requests_,
+                         outbox_,
+                         {[this](Service& asker, const kl::message& m) { own_.handle(asker, m); },
+                          [](Service&, const loader::Envelope&) {}, [](Service&) {}}};
   loader::Registration registration_{table_, ids_, users_, configuration_};
   std::vector<Service*> services_;  // that are connected
   std::multiset<Open> open_;

@@ -2,14 +2,13 @@
 // loader.h: everything together.
 
 #include <memory>
+#include <string>
 #include <vector>
 
-#include "life/idleness.h"
-#include "life/leaving.h"
 #include "life/lifecycle.h"
 #include "logging/log_sender.h"
 #include "own/own_service.h"
-#include "routing/router.h"
+#include "transport/connection.h"
 #include "transport/listener.h"
 #include "transport/pending_connections.h"
 
@@ -17,24 +16,20 @@ namespace loader {
 
 // The loader: one process, one thread, one event loop.
 //
-//     Listener, Supervisor --make--> Connection --frames--> Router --puts into queues--> Outbox
-//                                        ^                    |                            |
-//                                        |                OwnService                       |
-//                                        '------------- settle(): one write each ----------'
+//     Listener, Lifecycle --make--> Client --frames--> Router --puts into queues--> Outbox
+//                                     ^                  |                            |
+//                                     |          OwnService, Lifecycle                |
+//                                     '------------ settle(): one write each ---------'
 //
 // Errors:    start() says why the loader cannot run.  Afterwards everything is one line on the log.
 // Ownership: owns all of it.
 // Threads:   belongs to one thread.
-class Loader final : private ConnectionHost,
-                     private ListenerHost,
-                     private SupervisorHost,
-                     private OwnServiceHost,
-                     private LeavingHost,
-                     private IdlenessHost {
+class Loader final : private LifecycleHost {
  public:
   Loader(const Configuration& configuration, Log& log);
   Loader(const Loader&) = delete;
   Loader& operator=(const Loader&) = delete;
+  ~Loader();
 
   // Opens the socket and starts the services; an empty text, or what went wrong.
   std::string start();
@@ -43,42 +38,28 @@ class Loader final : private ConnectionHost,
   void run();
 
  private:
+  class Client;
   class Loop : public kl::Runner {
    public:
     void stop() { stop_ = true; }
   };
 
-  void onBatch() override;
-  const char* onFrame(Connection& connection, std::span<const unsigned char> body) override;
-  void onStranger(Connection& connection) override { strangers_.add(connection); }
-  void onEnd(Connection& connection, const std::string& reason) override;
-  void settle() override;
-  void onConnection(Descriptor socket, Applicant who) override;
-  void cannotAccept(int errorNumber) override;
-  void tooManyFail() override;
   void adopt(Service& service, Descriptor connection) override;
-  void processEnded(Service& service) override;
-  const char* askToLeave(Service& service) override { return leaving_.ask(service); }
-  bool hasLeft(Service& service, bool crashed) override;
+  void closeConnectionsOf(Service& service) override;
   void disconnect(Service& service) override;
-  void staysAway(Service& service) override;
-  void allEnded() override;
-  void wishesToLeave(Service& service) override;
-  void readinessChanged(Service& service) override { idleness_.readinessChanged(service); }
-  void refusedToLeave(Service& service) override { supervisor_.refusedToLeave(service); }
-  void saidThatItLeaves(Service& service) override { supervisor_.expectEnd(service); }
-  void isNeeded(Service& left) override { supervisor_.startAsNeeded(left); }
-  void isIdle(Service& service) override;
-  unsigned int seconds() const override;
+  void onServiceGone(Service& service) override { own_.serviceGone(service); }
+  void onServiceLeft(Service& service) override { own_.serviceLeft(service); }
+  void onAllEnded() override;
+  void settle() override;
 
-  void addConfigured(const ServiceConfiguration& service);
   void addOwnRow();
-  void addConnection(Descriptor socket, Applicant who);
+  void addConfigured(const ServiceConfiguration& configured);
+  void onConnection(Descriptor socket, common::Peer peer);
   void makeRoomFor(uid_t user);
-  const char* enroll(Connection& connection, std::span<const unsigned char> body);
-  void confirm(Connection& connection, Service& service);
-  void endService(Service& service);
-  void forgetService(Service& service);
+  void addClient(Descriptor socket, const Applicant& who);
+  const char* enroll(Client& client, std::span<const unsigned char> body);
+  void onConnectionClosed(Client& client, const std::string& reason);
+  void onIdle(Service& service);
   void onChildSignal(int sig);
   void onEndSignal(int sig);
 
@@ -93,17 +74,17 @@ class Loader final : private ConnectionHost,
   OpenRequests requests_;
   Outbox outbox_;
   KeptData kept_;
-  Supervisor supervisor_;
   OwnService own_;
-  Leaving leaving_;
-  Idleness idleness_;
   Router router_;
   Registration registration_;
+  Leaving leaving_;
+  Idleness idleness_;
+  Lifecycle lifecycle_;
   Listener listener_;
-  Strangers strangers_;
-  std::string refusal_;                                   // text behind enroll()'s result
-  std::vector<std::unique_ptr<Connection>> connections_;  // ended ones are removed by settle()
-  bool someoneEnded_ = false;
+  PendingConnections pending_;
+  std::string refusal_;                           // text behind enroll()'s result
+  std::vector<std::unique_ptr<Client>> clients_;  // closed ones are removed by settle()
+  bool someoneClosed_ = false;
 };
 
 }  // namespace loader

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 
@@ -22,8 +23,6 @@ bool readHello(const Envelope& hello, unsigned int& id) {
   }
   return false;
 }
-
-bool isGivable(unsigned int id) { return isConfigurable(id); }
 
 // The process that the loader started for a service, be it within its connection or at the socket.
 bool isProcessOf(const Applicant& who, const Service& service) {
@@ -71,7 +70,12 @@ Service* Registration::admit(const Applicant& who, const Envelope& hello, std::s
   return &service;
 }
 
-kl::message Registration::readyMessage(const Service& service, const std::vector<unsigned char>& data) {
+uid_t Registration::userOf(const Service& service) const {
+  const ServiceConfiguration* configured = configurationOf(service);
+  return configured == nullptr || configured->user.empty() ? ::geteuid() : Users::numberOf(configured->user);
+}
+
+kl::message Registration::readyMessage(const Service& service, const std::vector<unsigned char>& data) const {
   kl::message m;
   m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   m.insert(kl::SYS_CTRL, kl::CTRL_READY);
@@ -79,14 +83,15 @@ kl::message Registration::readyMessage(const Service& service, const std::vector
   m.insert(kl::READY_VERSION, common::versionWord());
   m.insert(kl::READY_STARTS, service.starts);
   if (!data.empty()) m.insert(kl::READY_DATA, kl::message::flat_message(data));
-  if (service.isConfigured() && !service.configuration->settings.empty())
-    m.insert(kl::READY_CONFIGURATION, kl::message::flat_message(service.configuration->settings));
+  const ServiceConfiguration* configured = configurationOf(service);
+  if (configured != nullptr && !configured->settings.empty())
+    m.insert(kl::READY_CONFIGURATION, kl::message::flat_message(configured->settings));
   return m;
 }
 
 std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
   const std::string asked = "asks for the id " + std::to_string(id) + ", which ";
-  if (!isGivable(id)) return asked + "is never given";
+  if (!isConfigurable(id)) return asked + "is never given";
   if (who.startedAs != nullptr && who.startedAs->id != id) return asked + "is not the one configured for it";
   const Service* service = table_.find(id);
   if (service == nullptr) return {};
@@ -96,11 +101,20 @@ std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
 }
 
 std::string Registration::whyNotConfigured(const Applicant& who, const Service& service) const {
+  if (service.state == kl::SVC_STATE_LEAVING) return "is leaving";
   if (isProcessOf(who, service)) return {};
+  const ServiceConfiguration* configured = configurationOf(service);
   const std::string owner = "is configured for " + service.name;
   if (service.pid > 0) return owner + ", whose process runs";
-  if (!isUser(who.uid, service.configuration->user)) return owner + " and not for this user";
+  if (configured != nullptr && !isUser(who.uid, configured->user)) return owner + " and not for this user";
   return {};
+}
+
+const ServiceConfiguration* Registration::configurationOf(const Service& service) const {
+  const auto found =
+      std::find_if(configuration_.services.begin(), configuration_.services.end(),
+                   [&](const ServiceConfiguration& configured) { return configured.id == service.id; });
+  return found == configuration_.services.end() ? nullptr : &*found;
 }
 
 // Needs: an id is free.  There are more of them than a machine has descriptors.
@@ -114,12 +128,11 @@ void Registration::fill(Service& service, const Applicant& who) {
   if (!isProcessOf(who, service)) ++service.starts;
   service.pid = who.pid;
   service.user = users_.nameOf(who.uid);
-  service.hasRegistered = true;
-  service.isAwaited = service.isDemanded = service.wantsToLeave = false;
   service.leaveValue = 0;  // a new process has yet to say that it may leave
+  service.wantsToLeave = false;
   if (service.name.empty()) service.name = programName(who.pid);
-  Rights rights =
-      service.isConfigured() ? service.configuration->rights : configuration_.rightsOf(service.user);
+  const ServiceConfiguration* configured = configurationOf(service);
+  Rights rights = configured != nullptr ? configured->rights : configuration_.rightsOf(service.user);
   if (who.uid == 0 || who.uid == ::geteuid()) rights.all = true;
   service.rights = rightsRecords(service.user, rights);
 }

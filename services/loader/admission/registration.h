@@ -1,21 +1,18 @@
 #pragma once
 // registration.h: who gets which service id.
 
-#include <sys/types.h>
-
 #include <string>
 
 #include "admission/id_counter.h"
 #include "admission/users.h"
 #include "config/configuration.h"
 #include "routing/service_table.h"
+#include "services/common/local_socket.h"
 
 namespace loader {
 
 // Who stands at the other end of a connection.
-struct Applicant {
-  pid_t pid = 0;
-  uid_t uid = 0;
+struct Applicant : common::Peer {
   Service* startedAs = nullptr;  // set when the loader started the process itself
 };
 
@@ -37,12 +34,16 @@ class Registration {
   // Its connection and its state are the caller's to set.
   Service* admit(const Applicant& who, const Envelope& hello, std::string& refusal);
 
+  // The user that the process of a configured service runs as.
+  uid_t userOf(const Service& service) const;
+
   // The message that confirms it; `data` is what the service saved when it last left.
-  static kl::message readyMessage(const Service& service, const std::vector<unsigned char>& data = {});
+  kl::message readyMessage(const Service& service, const std::vector<unsigned char>& data = {}) const;
 
  private:
   std::string whyNot(const Applicant& who, unsigned int id) const;
   std::string whyNotConfigured(const Applicant& who, const Service& service) const;
+  const ServiceConfiguration* configurationOf(const Service& service) const;
   unsigned int pickId();
   void fill(Service& service, const Applicant& who);
 

@@ -1,24 +1,15 @@
 #pragma once
 // idleness.h: which services have nothing to do.
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "kl/runner.h"
 #include "routing/service.h"
 
 namespace loader {
-
-// What is done about an idle service.
-class IdlenessHost {
- public:
-  virtual void isIdle(Service& service) = 0;
-  // The time that Service::lastActive is in, in seconds.
-  virtual unsigned int seconds() const = 0;
-
- protected:
-  ~IdlenessHost() = default;
-};
 
 // Watches the services that are to leave after some time without work: no message for them or from them, and no
 // request that they have not answered.  Each is looked at when it could be idle at the earliest, never oftener.
@@ -29,30 +20,38 @@ class IdlenessHost {
 // Cost:      one timer for each service that is watched.
 class Idleness {
  public:
-  Idleness(kl::ThinRunner& runner, IdlenessHost& host) : runner_(runner), host_(host) {}
+  using Seconds = std::function<unsigned int()>;         // the clock of Service::lastActive
+  using OnIdle = std::function<void(Service& service)>;  // what is done about an idle service
+
+  Idleness(kl::ThinRunner& runner, Seconds seconds, OnIdle onIdle)
+      : runner_(runner), seconds_(std::move(seconds)), onIdle_(std::move(onIdle)) {}
   Idleness(const Idleness&) = delete;
   Idleness& operator=(const Idleness&) = delete;
 
-  // Whether the service may leave has changed.  From then on it counts as idle at the earliest after its time.
-  void readinessChanged(Service& service);
+  // Whether a service may leave has changed.  If it may, it is watched, and counts as idle at the earliest after
+  // `limitSeconds` from now; 0: never.
+  void onReadiness(Service& service, unsigned int limitSeconds);
 
-  // Tells the host if the service is idle now; seconds until it could be, or could be again.
+  // Calls onIdle if the service is idle now; seconds until it could be, or could be again.  Needs: it is watched.
   unsigned int look(Service& service);
 
  private:
   struct Watch {
-    Watch(Idleness& i, Service& s) : idleness(i), service(s) {}
+    Watch(Idleness& i, Service& s, unsigned int seconds) : idleness(i), service(s), limitSeconds(seconds) {}
     void onTimer();
 
     Idleness& idleness;
     Service& service;
+    unsigned int limitSeconds;
     kl::TimerPtr timer;
   };
 
+  unsigned int look(Watch& watch);
   void lookAgainLater(Watch& watch);
 
   kl::ThinRunner& runner_;
-  IdlenessHost& host_;
+  Seconds seconds_;
+  OnIdle onIdle_;
   std::map<unsigned int, std::unique_ptr<Watch>> watches_;  // by service id
 };
 

@@ -1,6 +1,9 @@
+// An event finds its transition in the table; apply() takes the steps of it: those that belong to the old state, the
+// change, those of the new state, the news for the table's listener, and last what raises the next event.  Nothing
+// else changes a state.
+
 #include "life/lifecycle.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -18,6 +21,10 @@ namespace {
 constexpr char kNotMine[] = "the loader does not start this service";
 constexpr char kEnding[] = "the loader is ending";
 constexpr char kNotThere[] = "no process that the loader started runs for this service";
+constexpr char kDoesNotRun[] = "the service does not run";
+constexpr char kMayNot[] = "the service does not let itself be asked to leave now";
+constexpr char kReadsNothing[] = "the service reads nothing";
+constexpr char kUnknown[] = "there is no such action";
 
 std::string secondsText(unsigned int ticks) {
   char text[16];
@@ -32,217 +39,8 @@ std::string cannotStart(const Service& service) {
 // A crash is every end but one that the program chose and called a success.
 bool isCrash(int status) { return !WIFEXITED(status) || WEXITSTATUS(status) != 0; }
 
-}  // namespace
-
-void Supervisor::supervise(Service& service) {
-  processes_[service.id] = std::make_unique<Process>(*this, service);
-}
-
-void Supervisor::startAll() {
-  for (const auto& [id, p] : processes_) {
-    const ServiceConfiguration& configuration = *p->service.configuration;
-    if (configuration.startsAtBoot) (void)start(p->service);
-    else if (configuration.startsOnDemand) table_.setState(p->service, kl::SVC_STATE_LEFT);
-  }
-}
-
-const char* Supervisor::start(Service& service) {
-  Process* p = find(service);
-  if (p == nullptr) return kNotMine;
-  if (isEnding_) return kEnding;
-  p->isWanted = true;
-  if (p->isAlive()) p->startsAgain = p->isTold;
-  if (p->isAlive() || service.isConnected()) return nullptr;
-  p->delay.reset();
-  cancelDelay(*p);
-  if (!service.hasRegistered) service.isAwaited = true;
-  launch(*p);
-  return nullptr;
-}
-
-const char* Supervisor::stop(Service& service) {
-  Process* p = find(service);
-  if (p == nullptr) return kNotMine;
-  p->isWanted = false;
-  p->startsAgain = false;
-  cancelDelay(*p);
-  if (p->isAlive()) tellToEnd(*p);
-  else if (service.isConnected()) host_.disconnect(service);
-  else rest(*p);
-  return nullptr;
-}
-
-const char* Supervisor::leave(Service& service) {
-  const Process* p = find(service);
-  if (p == nullptr) return kNotMine;
-  if (service.state == kl::SVC_STATE_LEAVING || service.state == kl::SVC_STATE_LEFT) return nullptr;
-  return p->isAlive() && service.isConnected() ? host_.askToLeave(service) : kNotThere;
-}
-
-void Supervisor::startAsNeeded(Service& service) {
-  Process* p = find(service);
-  if (p != nullptr && !p->isAlive() && !isEnding_) launch(*p);
-}
-
-void Supervisor::refusedToLeave(Service& service) {
-  if (isEnding_) (void)stop(service);
-}
-
-void Supervisor::expectEnd(Service& service) {
-  Process* p = find(service);
-  if (p != nullptr && p->isAlive() && !p->killTimer)
-    p->killTimer = runner_.addTimer(p, kl::bind<Process, &Process::onKill>(), kKillTicks);
-}
-
-const char* Supervisor::restart(Service& service) {
-  if (const char* failure = stop(service)) return failure;
-  return start(service);
-}
-
-void Supervisor::strangerCame(Service& service) {
-  if (Process* p = find(service)) cancelDelay(*p);
-}
-
-void Supervisor::connectionEnded(Service& service) {
-  Process* p = find(service);
-  if (p != nullptr && p->isAlive()) {
-    // Without its connection it is of no use; most have noticed and are ending.
-    if (service.state != kl::SVC_STATE_LEAVING) table_.setState(service, kl::SVC_STATE_STOPPING);
-    return expectEnd(service);
-  }
-  service.pid = 0;
-  if (p != nullptr && p->isWanted && !isEnding_)
-    startLater(*p, describe(service) + ": the one that took its place is gone");
-  else table_.setState(service, kl::SVC_STATE_STOPPED);
-}
-
-void Supervisor::reap() {
-  int status = 0;
-  for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;)
-    for (const auto& [id, p] : processes_)
-      if (p->isAlive() && p->service.pid == pid) {
-        ended(*p, status);
-        break;
-      }
-  if (isEnding_ && !anyAlive()) host_.allEnded();
-}
-
-void Supervisor::endAll() {
-  const bool isSecondCall = isEnding_;
-  isEnding_ = true;
-  for (const auto& [id, p] : processes_) {
-    if (isSecondCall && p->isAlive()) kill(*p);
-    else if (!isAskedAtEnd(*p) && p->service.state != kl::SVC_STATE_LEFT) (void)stop(p->service);
-  }
-  if (!anyAlive()) host_.allEnded();
-}
-
-// True when the process was asked to leave; what it does not do in time it is told to.
-bool Supervisor::isAskedAtEnd(Process& p) {
-  if (!p.isAlive() || leave(p.service) != nullptr) return false;
-  p.isWanted = false;
-  if (!p.killTimer) p.killTimer = runner_.addTimer(&p, kl::bind<Process, &Process::onKill>(), kLeaveTicks);
-  return true;
-}
-
-Supervisor::Process* Supervisor::find(const Service& service) {
-  const auto found = processes_.find(service.id);
-  return found == processes_.end() ? nullptr : found->second.get();
-}
-
-void Supervisor::launch(Process& p) {
-  p.startTick = kl::getJiffies();  // an attempt that fails counts as a short life
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-    return startLater(p, cannotStart(p.service));
-  Descriptor mine(ends[0]);
-  const Descriptor its(ends[1]);
-  ++p.service.starts;
-  p.isTold = p.startsAgain = false;
-  p.isWanted = true;
-  const pid_t pid = startProcess(*p.service.configuration, its.get());
-  if (pid < 0) return startLater(p, cannotStart(p.service));
-  p.isOwn = true;
-  p.service.pid = pid;
-  table_.setState(p.service, kl::SVC_STATE_STARTING);
-  log_.line(describe(p.service) + ": started");
-  host_.adopt(p.service, std::move(mine));
-}
-
-void Supervisor::tellToEnd(Process& p) {
-  p.isTold = true;
-  table_.setState(p.service, kl::SVC_STATE_STOPPING);
-  (void)::kill(p.service.pid, SIGTERM);
-  if (!p.killTimer) p.killTimer = runner_.addTimer(&p, kl::bind<Process, &Process::onKill>(), kKillTicks);
-}
-
-// The whole group, so that what a stuck service has started goes with it; and the process, which may have joined
-// another group.
-void Supervisor::kill(Process& p) {
-  log_.line(describe(p.service) + ": does not end, is killed");
-  (void)::kill(-p.service.pid, SIGKILL);
-  (void)::kill(p.service.pid, SIGKILL);
-}
-
-// It may have ended long ago, if the signal that says so was lost.
-void Supervisor::Process::onKill() {
-  killTimer = {};
-  const pid_t pid = service.pid;
-  supervisor.reap();
-  if (isAlive() && service.pid == pid) {
-    if (supervisor.isEnding_ && !isTold) supervisor.tellToEnd(*this);
-    else supervisor.kill(*this);
-  }
-  supervisor.host_.settle();
-}
-
-void Supervisor::Process::onDelayOver() {
-  delayTimer = {};
-  supervisor.launch(*this);
-  supervisor.host_.settle();
-}
-
-void Supervisor::ended(Process& p, int status) {
-  const bool wasTold = p.isTold;
-  const bool crashed = isCrash(status);
-  const std::string how =
-      describe(p.service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
-  host_.processEnded(p.service);
-  if (p.service.state == kl::SVC_STATE_LEAVING && host_.hasLeft(p.service, crashed))
-    return left(p, describe(p.service) + ": left");
-  forgetProcess(p);
-  if (isEnding_ || (wasTold && !p.startsAgain)) return settleDown(p, how);
-  if (p.startsAgain) {
-    log_.line(how);
-    return launch(p);
-  }
-  if (startsAfter(p, crashed)) return startLater(p, how);
-  settleDown(p, how);
-  if (!crashed && p.service.configuration->startsOnDemand) awaitDemand(p);
-}
-
-void Supervisor::left(Process& p, const std::string& how) {
-  log_.line(how);
-  forgetProcess(p);
-  table_.setState(p.service, kl::SVC_STATE_LEFT);
-  if (p.service.isDemanded) startAsNeeded(p.service);
-}
-
-// A service that was started by a message and had no more to do.
-void Supervisor::awaitDemand(Process& p) {
-  p.service.isAwaited = true;
-  table_.setState(p.service, kl::SVC_STATE_LEFT);
-}
-
-void Supervisor::forgetProcess(Process& p) {
-  runner_.removeTimer(p.killTimer);
-  p.killTimer = {};
-  p.isOwn = false;
-  p.service.pid = 0;
-}
-
-bool Supervisor::startsAfter(const Process& p, bool crashed) const {
-  switch (p.service.configuration->restart) {
+bool startsAfter(RestartRule rule, bool crashed) {
+  switch (rule) {
     case RestartRule::kAlways: return true;
     case RestartRule::kAfterCrash: return crashed;
     case RestartRule::kNever: break;
@@ -250,37 +48,355 @@ bool Supervisor::startsAfter(const Process& p, bool crashed) const {
   return false;
 }
 
-void Supervisor::settleDown(Process& p, const std::string& how) {
-  log_.line(how);
-  p.isWanted = false;
-  p.service.isAwaited = false;
-  rest(p);
+kl::message leaveRequest() {
+  kl::message m;
+  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  m.insert(kl::SYS_CTRL, kl::CTRL_LEAVE);
+  return m;
 }
 
-// A service that had left and is not to come again has ended, which the others have not heard yet.
-void Supervisor::rest(Process& p) {
-  if (p.service.bornAt != 0 && !isEnding_) {
-    p.service.isAwaited = false;
-    host_.staysAway(p.service);
+}  // namespace
+
+Lifecycle::Lifecycle(kl::ThinRunner& runner, ServiceTable& table, OpenRequests& requests, Outbox& outbox,
+                     Router& router, Registration& registration, Leaving& leaving, Idleness& idleness,
+                     Log& log, LifecycleHost& host)
+    : runner_(runner),
+      table_(table),
+      requests_(requests),
+      outbox_(outbox),
+      router_(router),
+      registration_(registration),
+      leaving_(leaving),
+      idleness_(idleness),
+      log_(log),
+      host_(host) {}
+
+void Lifecycle::configure(Service& service, const ServiceConfiguration& configuration) {
+  service.isConfigured = true;
+  enter(service, LifeState::kExpected);
+  if (!configuration.command.empty())
+    children_[service.id] = std::make_unique<Child>(*this, service, configuration);
+}
+
+// What a service saved that nobody configures any more stays for the day when somebody does.
+void Lifecycle::begin() {
+  for (const auto& [id, child] : children_) {
+    child->service.bornAt = leaving_.awaySince(id);
+    if (child->service.bornAt != 0) enter(child->service, LifeState::kLeft);
   }
-  table_.setState(p.service, kl::SVC_STATE_STOPPED);
+  for (const auto& [id, child] : children_) {
+    Service& service = child->service;
+    if (child->configuration.startsAtBoot) {
+      (void)start(service);
+    } else if (child->configuration.startsOnDemand && service.life == LifeState::kExpected) {
+      enter(service, LifeState::kOnDemand);
+      table_.setState(service, service.state);
+    }
+  }
 }
 
-void Supervisor::startLater(Process& p, const std::string& how) {
-  const unsigned int delay = p.delay.next(kl::getJiffies() - p.startTick);
+const char* Lifecycle::order(Service& service, unsigned int action) {
+  switch (action) {
+    case kl::SVC_START: return start(service);
+    case kl::SVC_STOP: return stop(service);
+    case kl::SVC_RESTART: return restart(service);
+    case kl::SVC_LEAVE: return askToLeave(service);
+    default: return kUnknown;
+  }
+}
+
+const char* Lifecycle::start(Service& service) {
+  Child* child = find(service);
+  if (child == nullptr) return kNotMine;
+  if (isEnding_) return kEnding;
+  if (rowOf(service.life).process == ProcessOf::kNobody) child->delay.reset();
+  apply(service, LifeEvent::kStart);
+  return nullptr;
+}
+
+const char* Lifecycle::stop(Service& service) {
+  if (find(service) == nullptr) return kNotMine;
+  apply(service, LifeEvent::kStop);
+  return nullptr;
+}
+
+const char* Lifecycle::restart(Service& service) {
+  if (const char* failure = stop(service)) return failure;
+  return start(service);
+}
+
+const char* Lifecycle::askToLeave(Service& service) {
+  const Child* child = find(service);
+  if (child == nullptr) return kNotMine;
+  if (service.state == kl::SVC_STATE_LEAVING || service.state == kl::SVC_STATE_LEFT) return nullptr;
+  if (!child->isAlive() || !service.isConnected()) return kNotThere;
+  if (service.life != LifeState::kRunning) return kDoesNotRun;
+  if (service.leaveValue == 0) return kMayNot;
+  if (!outbox_.send(service, leaveRequest(), Urgency::kReply)) return kReadsNothing;
+  leaving_.asked(service);
+  service.wantsToLeave = false;
+  apply(service, LifeEvent::kAsked);
+  return nullptr;
+}
+
+void Lifecycle::onRegistered(Service& service) {
+  const bool isOwn = rowOf(service.life).process == ProcessOf::kLoader;
+  apply(service, isOwn ? LifeEvent::kRegistered : LifeEvent::kTaken);
+}
+
+void Lifecycle::onControl(Service& service, const Envelope& e) {
+  switch (e.control) {
+    case kl::CTRL_RUNNING: return apply(service, LifeEvent::kRunning);
+    case kl::CTRL_LEAVE_VALUE: return onReadiness(service, e.controlArgument);
+    case kl::CTRL_WANT_LEAVE: return onWish(service);
+    case kl::CTRL_REFUSED: return onRefused(service);
+    case kl::CTRL_LEFT: return onSaved(service, e);
+    default: break;
+  }
+}
+
+void Lifecycle::onReadiness(Service& service, unsigned int value) {
+  service.leaveValue = value;
+  if (const Child* child = find(service))
+    idleness_.onReadiness(service, child->configuration.leaveIdleSeconds);
+  if (service.wantsToLeave) onWish(service);
+}
+
+// A request to leave is remembered while leaving is blocked.
+void Lifecycle::onWish(Service& service) {
+  service.wantsToLeave = service.leaveValue == 0;
+  if (!service.wantsToLeave) (void)askToLeave(service);
+}
+
+void Lifecycle::onRefused(Service& service) {
+  if (findTransition(service.life, LifeEvent::kRefused) == nullptr) return;
+  log_.line(describe(service) + ": refuses to leave");
+  leaving_.refused(service);
+  apply(service, LifeEvent::kRefused);
+  if (isEnding_) (void)stop(service);
+}
+
+void Lifecycle::onSaved(Service& service, const Envelope& e) {
+  if (findTransition(service.life, LifeEvent::kSaved) == nullptr) return;
+  leaving_.saved(service, e);
+  apply(service, LifeEvent::kSaved);
+}
+
+void Lifecycle::onNeeded(Service& service) {
+  if (!isEnding_) apply(service, LifeEvent::kNeeded);
+}
+
+void Lifecycle::onConnectionClosed(Service& service) {
+  if (!service.isConfigured) {
+    announce(service);
+    return table_.remove(service.id);
+  }
+  if (rowOf(service.life).process == ProcessOf::kSomebodyElse) service.pid = 0;
+  apply(service, LifeEvent::kClosed, describe(service) + ": the one that took its place is gone");
+}
+
+void Lifecycle::reap() {
+  int status = 0;
+  for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;)
+    for (const auto& [id, child] : children_)
+      if (child->isAlive() && child->service.pid == pid) {
+        onProcessExit(*child, status);
+        break;
+      }
+  if (isEnding_ && !anyAlive()) host_.onAllEnded();
+}
+
+void Lifecycle::onProcessExit(Child& child, int status) {
+  Service& service = child.service;
+  const bool wasTold = service.life == LifeState::kStopping || service.life == LifeState::kRestarting;
+  std::string how = describe(service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
+  host_.closeConnectionsOf(service);
+  const LifeEvent event = exitEvent(child, isCrash(status));
+  const Transition* transition = findTransition(service.life, event);
+  if (transition != nullptr && transition->to == LifeState::kLeft) how = describe(service) + ": left";
+  apply(service, event, how);
+}
+
+LifeEvent Lifecycle::exitEvent(const Child& child, bool crashed) const {
+  const bool comesAgain = !isEnding_ && startsAfter(child.configuration.restart, crashed);
+  if (crashed) return comesAgain ? LifeEvent::kCrashedComesAgain : LifeEvent::kCrashedStaysDown;
+  if (comesAgain) return LifeEvent::kExitedComesAgain;
+  return child.configuration.startsOnDemand && !isEnding_ ? LifeEvent::kExitedOnDemand
+                                                          : LifeEvent::kExitedStaysDown;
+}
+
+void Lifecycle::end() {
+  const bool isSecondCall = isEnding_;
+  isEnding_ = true;
+  for (const auto& [id, child] : children_) {
+    if (isSecondCall && child->isAlive()) kill(child->service);
+    else if (!askToLeaveAtEnd(*child) && child->service.state != kl::SVC_STATE_LEFT)
+      (void)stop(child->service);
+  }
+  if (!anyAlive()) host_.onAllEnded();
+}
+
+// True when the process was asked to leave; one that does not answer in time is told to end.
+bool Lifecycle::askToLeaveAtEnd(Child& child) {
+  if (!child.isAlive() || askToLeave(child.service) != nullptr) return false;
+  arm(child);
+  return true;
+}
+
+void Lifecycle::apply(Service& service, LifeEvent event, const std::string& how) {
+  const Transition* transition = findTransition(service.life, event);
+  if (transition == nullptr) return;
+  const Steps steps = transition->steps;
+  const unsigned int shownBefore = service.state;
+  before(service, steps, how);
+  enter(service, transition->to);
+  const std::string failure = after(service, steps);
+  if (service.state != shownBefore) table_.setState(service, service.state);
+  follow(service, steps, failure);
+}
+
+void Lifecycle::before(Service& service, Steps steps, const std::string& how) {
+  if (steps.has(Step::kCancelDelay)) cancel(find(service)->delayTimer);
+  if (steps.has(Step::kAnnounce)) announce(service);
+  if (steps.has(Step::kGiveUp)) giveUp(service);
+  if (steps.has(Step::kDrop)) router_.breakPathsTo(service);
+  if (steps.has(Step::kKeep)) keep(service);
+  if (steps.has(Step::kForgetProcess)) forgetProcess(service);
+  if (steps.has(Step::kLog)) log_.line(how);
+  if (steps.has(Step::kWait)) wait(*find(service), how);
+}
+
+void Lifecycle::enter(Service& service, LifeState state) {
+  if (state == LifeState::kSame) return;
+  service.life = state;
+  service.state = rowOf(state).shown;
+  service.isHeldFor = rowOf(state).holds;
+}
+
+// Why no process could be started, if one was to be.
+std::string Lifecycle::after(Service& service, Steps steps) {
+  if (steps.has(Step::kDisarm)) cancel(find(service)->endTimer);
+  if (steps.has(Step::kGreet)) greet(service);
+  std::string failure;
+  if (steps.has(Step::kLaunch)) failure = launch(*find(service));
+  if (steps.has(Step::kTell)) (void)::kill(service.pid, SIGTERM);
+  if (steps.has(Step::kTell) || steps.has(Step::kArm)) arm(*find(service));
+  if (steps.has(Step::kKill)) kill(service);
+  if (steps.has(Step::kRelease)) release(service);
+  return failure;
+}
+
+void Lifecycle::follow(Service& service, Steps steps, const std::string& failure) {
+  if (!failure.empty()) apply(service, LifeEvent::kStartFailed, failure);
+  if (steps.has(Step::kNeed)) onNeeded(service);
+  if (steps.has(Step::kDisconnect)) host_.disconnect(service);
+}
+
+void Lifecycle::announce(Service& service) {
+  host_.onServiceGone(service);
+  leaving_.gone(service);
+  router_.serviceGone(service);
+}
+
+// A service that had left and does not come again is gone, which the others have not heard yet.
+void Lifecycle::giveUp(Service& service) {
+  if (service.bornAt != 0 && !isEnding_) announce(service);
+  else router_.breakPathsTo(service);
+}
+
+void Lifecycle::keep(Service& service) {
+  leaving_.left(service);
+  host_.onServiceLeft(service);
+  router_.serviceLeft(service);
+}
+
+void Lifecycle::forgetProcess(Service& service) {
+  if (Child* child = find(service)) cancel(child->endTimer);
+  service.pid = 0;
+}
+
+void Lifecycle::wait(Child& child, const std::string& how) {
+  const unsigned int delay = child.delay.next(kl::getJiffies() - child.startTick);
   log_.line(how + "; starts again in " + secondsText(delay));
-  p.delayTimer = runner_.addTimer(&p, kl::bind<Process, &Process::onDelayOver>(), delay);
-  table_.setState(p.service, kl::SVC_STATE_DELAYED);
+  child.delayTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onDelayOver>(), delay);
 }
 
-void Supervisor::cancelDelay(Process& p) {
-  runner_.removeTimer(p.delayTimer);
-  p.delayTimer = {};
+// The confirmation, then what the service has missed: who died since it saved its data, then what was held.
+void Lifecycle::greet(Service& service) {
+  const Kept* kept = leaving_.comes(service);
+  const std::vector<unsigned char> nothing;
+  (void)outbox_.send(service, registration_.readyMessage(service, kept != nullptr ? kept->data : nothing),
+                     Urgency::kReply);
+  if (kept != nullptr)
+    for (const unsigned int id : leaving_.goneSince(*kept)) router_.reportGone(service, id);
+  release(service);
 }
 
-bool Supervisor::anyAlive() const {
-  return std::any_of(processes_.begin(), processes_.end(),
+std::string Lifecycle::launch(Child& child) {
+  Service& service = child.service;
+  child.startTick = kl::getJiffies();  // an attempt that fails counts as a short life
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return cannotStart(service);
+  Descriptor mine(ends[0]);
+  const Descriptor its(ends[1]);
+  ++service.starts;
+  const pid_t pid = startProcess(child.configuration, its.get());
+  if (pid < 0) return cannotStart(service);
+  service.pid = pid;
+  log_.line(describe(service) + ": started");
+  host_.adopt(service, std::move(mine));
+  return {};
+}
+
+void Lifecycle::arm(Child& child) {
+  if (!child.endTimer)
+    child.endTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onTimeOut>(), kEndTicks);
+}
+
+// The whole group, so that what a stuck service has started goes with it; and the process, which may have joined
+// another group.
+void Lifecycle::kill(const Service& service) {
+  log_.line(describe(service) + ": does not end, is killed");
+  (void)::kill(-service.pid, SIGKILL);
+  (void)::kill(service.pid, SIGKILL);
+}
+
+void Lifecycle::release(Service& service) {
+  outbox_.release(service);
+  requests_.release(service);
+}
+
+void Lifecycle::Child::onDelayOver() {
+  delayTimer = {};
+  if (!lifecycle.isEnding_) lifecycle.apply(service, LifeEvent::kDelayOver);
+  lifecycle.host_.settle();
+}
+
+// The process may have ended long ago, if the signal that says so was lost.  When the loader ends, one that was asked
+// and has not answered is told before it is killed.
+void Lifecycle::Child::onTimeOut() {
+  endTimer = {};
+  const pid_t pid = service.pid;
+  lifecycle.reap();
+  const bool isToldFirst = lifecycle.isEnding_ && service.state == kl::SVC_STATE_LEAVING;
+  if (isAlive() && service.pid == pid)
+    lifecycle.apply(service, isToldFirst ? LifeEvent::kStop : LifeEvent::kTimeOut);
+  lifecycle.host_.settle();
+}
+
+Lifecycle::Child* Lifecycle::find(const Service& service) const {
+  const auto found = children_.find(service.id);
+  return found == children_.end() ? nullptr : found->second.get();
+}
+
+bool Lifecycle::anyAlive() const {
+  return std::any_of(children_.begin(), children_.end(),
                      [](const auto& entry) { return entry.second->isAlive(); });
+}
+
+void Lifecycle::cancel(kl::TimerPtr& timer) {
+  runner_.removeTimer(timer);
+  timer = {};
 }
 
 }  // namespace loader

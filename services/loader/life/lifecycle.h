@@ -1,135 +1,153 @@
 #pragma once
-// supervisor.h: starts the configured services and keeps them running.
+// lifecycle.h: starts the services, keeps them running, lets them leave and ends them.
 
 #include <map>
 #include <memory>
+#include <string>
 
+#include "admission/registration.h"
 #include "kl/runner.h"
+#include "life/idleness.h"
+#include "life/leaving.h"
 #include "life/restart_delay.h"
+#include "life/states.h"
 #include "logging/log.h"
-#include "own/own_service.h"
+#include "routing/router.h"
 #include "transport/descriptors.h"
 
 namespace loader {
 
-// What the supervisor needs of the loader around it.
-class SupervisorHost {
+// Who owns the connections and the loader's own service.
+class LifecycleHost {
  public:
   // Takes the loader's end of the connection of a process that is being started.
   virtual void adopt(Service& service, Descriptor connection) = 0;
-  // The process has ended: what it still said is to be read, and its connection to be ended.
-  virtual void processEnded(Service& service) = 0;
-  // Asks the process of a service to leave; null, or why it cannot be asked.
-  virtual const char* askToLeave(Service& service) = 0;
-  // Whether the process of a service that was asked, which has now ended, has left.
-  virtual bool hasLeft(Service& service, bool crashed) = 0;
-  // Ends the connection of somebody else's process that has the place of a service.
+  // The process has ended: what it still said is to be read, and its connections are to be closed.
+  virtual void closeConnectionsOf(Service& service) = 0;
+  // Closes the connection of somebody else's process that has the id of a service.
   virtual void disconnect(Service& service) = 0;
-  // A service that had left does not come again.
-  virtual void staysAway(Service& service) = 0;
-  // After endAll(): no process is left.
-  virtual void allEnded() = 0;
-  // Sends what the supervisor's doing has put into queues.  Called at the end of each of its callbacks.
+  // The service is gone; it has left, and only its process is gone.
+  virtual void onServiceGone(Service& service) = 0;
+  virtual void onServiceLeft(Service& service) = 0;
+  // After end(): no process is left.
+  virtual void onAllEnded() = 0;
+  // Writes what was put into queues.  Called at the end of each callback.
   virtual void settle() = 0;
 
  protected:
-  ~SupervisorHost() = default;
+  ~LifecycleHost() = default;
 };
 
-// The life of the configured services:
+// Moves every service through the states of states.h: each of its functions raises an event, and the table says what
+// follows.  README.md draws it.
 //
-//     STOPPED --start--> STARTING --registers--> REGISTERED --CTRL_RUNNING--> RUNNING
-//        ^                  ^  '------------------- ends ----------------------'
-//        |                  |                         v
-//        |                  '--after a while------ DELAYED      (a crash; 0.1 s, doubling, up to 10 s)
-//        '--- ends --- STOPPING <--stop, SIGTERM and after 2 s SIGKILL--
-//
-//     RUNNING --asked--> LEAVING --ends--> LEFT --a message for it--> STARTING
-//        ^                  |
-//        '--- refuses ------'
-//
-// Errors:    a process that cannot be started counts as one that crashed; each end is one line on the log.
-// Ownership: owns the processes' records; borrows the services for good (configured ones stay in the table).
+// Errors:    a process that cannot be started counts as one that crashed; each end is one line on the log.  Orders that
+//            cannot be followed say why.
+// Ownership: owns what is known of the processes; borrows the services for good (configured ones stay in the table).
 // Threads:   belongs to one thread.
-// Cost:      nothing while nothing happens; timers run only for delays and for processes told to end.
-class Supervisor final : public ServiceActions {
+// Cost:      nothing while nothing happens; timers run only for delays and for processes that have to end.
+class Lifecycle {
  public:
-  static constexpr unsigned int kKillTicks = 200;
-  static constexpr unsigned int kLeaveTicks = 200;  // at the orderly end: to answer and to be gone
+  static constexpr unsigned int kEndTicks =
+      200;  // for a process that has to end, or is asked at the orderly end
 
-  Supervisor(kl::ThinRunner& runner, ServiceTable& table, Log& log, SupervisorHost& host)
-      : runner_(runner), table_(table), log_(log), host_(host) {}
-  Supervisor(const Supervisor&) = delete;
-  Supervisor& operator=(const Supervisor&) = delete;
+  Lifecycle(kl::ThinRunner& runner, ServiceTable& table, OpenRequests& requests, Outbox& outbox,
+            Router& router, Registration& registration, Leaving& leaving, Idleness& idleness, Log& log,
+            LifecycleHost& host);
+  Lifecycle(const Lifecycle&) = delete;
+  Lifecycle& operator=(const Lifecycle&) = delete;
 
-  // Takes charge of a service with a command.  Starts nothing yet.
-  void supervise(Service& service);
-  void startAll();
+  // Expects a configured service from now on.  One with a command is the loader's to start, but not yet.
+  void configure(Service& service, const ServiceConfiguration& configuration);
+  // Puts the services that were away when the last loader ended where they were, and starts those that start with the
+  // loader.  Needs: the leaves are restored.
+  void begin();
 
-  const char* start(Service& service) override;
-  const char* stop(Service& service) override;
-  const char* restart(Service& service) override;
-  const char* leave(Service& service) override;
+  // What an operator may do to a service: SVC_START, SVC_STOP, SVC_RESTART or SVC_LEAVE.  Null, or why it cannot be
+  // done; a leave has then an outcome, or its state says when it has.
+  const char* order(Service& service, unsigned int action);
+  const char* askToLeave(Service& service);
 
-  // A message waits for a service that left.
-  void startAsNeeded(Service& service);
-  // A process that was asked to leave does not.
-  void refusedToLeave(Service& service);
-  // The process has to end now, within its time.
-  void expectEnd(Service& service);
-
-  // Somebody registered under the id of a service whose process is not running.
-  void strangerCame(Service& service);
-  // The connection of a configured service is gone, be it the process's or a stranger's.
-  void connectionEnded(Service& service);
+  // A process has registered as this service, and its row says so.
+  void onRegistered(Service& service);
+  // A control message of a process that has registered.
+  void onControl(Service& service, const Envelope& e);
+  // Something is held for the service that it is to be started for.
+  void onNeeded(Service& service);
+  // The connection of the process that had registered is closed.
+  void onConnectionClosed(Service& service);
+  // The process that the loader started has closed its connection and had not registered.
+  void onHungUp(Service& service) { apply(service, LifeEvent::kHungUp); }
 
   // Collects the processes that have ended.
   void reap();
 
   // Asks those processes to leave that may, tells all others to end, and starts none any more.  A second call kills
   // them at once.
-  void endAll();
+  void end();
 
  private:
-  struct Process {
-    Process(Supervisor& s, Service& v) : supervisor(s), service(v) {}
+  // A service that the loader starts.
+  struct Child {
+    Child(Lifecycle& l, Service& s, const ServiceConfiguration& c)
+        : lifecycle(l), service(s), configuration(c) {}
     void onDelayOver();
-    void onKill();
-    bool isAlive() const { return service.pid > 0 && isOwn; }
+    void onTimeOut();
+    bool isAlive() const { return service.pid > 0 && rowOf(service.life).process == ProcessOf::kLoader; }
 
-    Supervisor& supervisor;
+    Lifecycle& lifecycle;
     Service& service;
-    bool isOwn = false;        // service.pid is a child of the loader
-    bool isWanted = false;     // it is to run
-    bool isTold = false;       // to end
-    bool startsAgain = false;  // as soon as it has ended
+    const ServiceConfiguration& configuration;
     unsigned int startTick = 0;
     RestartDelay delay;
     kl::TimerPtr delayTimer;
-    kl::TimerPtr killTimer;
+    kl::TimerPtr endTimer;
   };
 
-  Process* find(const Service& service);
-  void launch(Process& p);
-  bool isAskedAtEnd(Process& p);
-  void left(Process& p, const std::string& how);
-  void awaitDemand(Process& p);
-  void rest(Process& p);
-  void tellToEnd(Process& p);
-  void kill(Process& p);
-  void ended(Process& p, int status);
-  void forgetProcess(Process& p);
-  bool startsAfter(const Process& p, bool crashed) const;
-  void settleDown(Process& p, const std::string& how);
-  void startLater(Process& p, const std::string& how);
-  void cancelDelay(Process& p);
+  const char* start(Service& service);
+  const char* stop(Service& service);
+  const char* restart(Service& service);
+  bool askToLeaveAtEnd(Child& child);
+
+  void apply(Service& service, LifeEvent event, const std::string& how = {});
+  void before(Service& service, Steps steps, const std::string& how);
+  std::string after(Service& service, Steps steps);
+  void follow(Service& service, Steps steps, const std::string& failure);
+  void enter(Service& service, LifeState state);
+
+  void announce(Service& service);
+  void giveUp(Service& service);
+  void keep(Service& service);
+  void forgetProcess(Service& service);
+  void wait(Child& child, const std::string& how);
+  void greet(Service& service);
+  std::string launch(Child& child);
+  void arm(Child& child);
+  void kill(const Service& service);
+  void release(Service& service);
+
+  void onReadiness(Service& service, unsigned int value);
+  void onWish(Service& service);
+  void onRefused(Service& service);
+  void onSaved(Service& service, const Envelope& e);
+  void onProcessExit(Child& child, int status);
+  LifeEvent exitEvent(const Child& child, bool crashed) const;
+
+  Child* find(const Service& service) const;
   bool anyAlive() const;
+  void cancel(kl::TimerPtr& timer);
 
   kl::ThinRunner& runner_;
   ServiceTable& table_;
+  OpenRequests& requests_;
+  Outbox& outbox_;
+  Router& router_;
+  Registration& registration_;
+  Leaving& leaving_;
+  Idleness& idleness_;
   Log& log_;
-  SupervisorHost& host_;
-  std::map<unsigned int, std::unique_ptr<Process>> processes_;  // by service id
+  LifecycleHost& host_;
+  std::map<unsigned int, std::unique_ptr<Child>> children_;  // by service id
   bool isEnding_ = false;
 };
 

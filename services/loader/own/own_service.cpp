@@ -1,3 +1,6 @@
+// The rows are made when somebody asks for them; of changes only the ids are kept until the batch is sent.  An order to
+// leave is answered by the state of its service: as long as that is LEAVING, its asker waits.
+
 #include "own/own_service.h"
 
 #include <algorithm>
@@ -18,7 +21,7 @@ kl::message::flat_message flat(const kl::message& m) {
   return bytes;
 }
 
-// The path of a subscriber or an asker inside its process: its return path without the process.
+// The path of a subscriber or an asker inside its process is its return path without the process.
 std::vector<unsigned int> pathInside(const kl::message& request) {
   std::vector<unsigned int> path = request.get(kl::SYS_FROM, {});
   if (!path.empty()) path.erase(path.begin());
@@ -92,8 +95,8 @@ kl::message OwnService::getObject(unsigned int id) const {
 }
 
 // One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
-// fit).  While more remain the reply says in STD_GETALLID where to go on; a row that has gone by then is no
-// matter, the next one is meant.
+// fit).  While more remain the reply says in STD_GETALLID where to go on.  If that row no longer exists, the walk
+// continues with the next one.
 kl::message OwnService::getAll(const kl::message& request) const {
   const unsigned int start = request.get(kl::STD_GETALLID, kl::BADID);
   const unsigned int most = request.get(kl::STD_GETALLNO, 0);
@@ -124,13 +127,10 @@ kl::message OwnService::setObject(const kl::message& request) {
   Service* service = table_.find(request.get(kl::STD_ID, kl::BADID));
   if (service == nullptr) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
   if (!request.has(kl::SVC_ACTION)) return kl::errorMsg(kl::ERROR_MISSING, "");
-  const char* failure = nullptr;
-  switch (request.get(kl::SVC_ACTION, 0)) {
-    case kl::SVC_START: failure = actions_.start(*service); break;
-    case kl::SVC_STOP: failure = actions_.stop(*service); break;
-    case kl::SVC_RESTART: failure = actions_.restart(*service); break;
-    default: return kl::errorMsg(kl::ERROR_NOTIMP, "");
-  }
+  const unsigned int action = request.get(kl::SVC_ACTION, 0);
+  if (action != kl::SVC_START && action != kl::SVC_STOP && action != kl::SVC_RESTART)
+    return kl::errorMsg(kl::ERROR_NOTIMP, "");
+  const char* failure = order_(*service, action);
   return failure == nullptr ? kl::message() : kl::errorMsg(kl::ERROR_FAILED, failure);
 }
 
@@ -139,7 +139,7 @@ void OwnService::orderLeave(Service& asker, const kl::message& request) {
   Service& service = *table_.find(request.get(kl::STD_ID, kl::BADID));
   if (leaveOrders_.size() >= kMostLeaveOrders)
     return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, "too many wait for services to leave"));
-  if (const char* failure = actions_.leave(service))
+  if (const char* failure = order_(service, kl::SVC_LEAVE))
     return reply(asker, request, kl::errorMsg(kl::ERROR_FAILED, failure));
   leaveOrders_.push_back({service.id, &asker, request});
   answerLeaveOrders(service);
@@ -171,8 +171,8 @@ void OwnService::subscribe(Service& asker, const kl::message& request) {
   if (hasRoomFor(asker, record)) subscriptions_.push_back({&asker, record});
 }
 
-// Nobody needs many, and each costs memory and time at every change.  One too many is passed over: subscribing is
-// never answered.
+// A subscription too many is passed over, as subscribing is never answered.  Each costs memory, and time at every
+// change.
 bool OwnService::hasRoomFor(const Service& asker, const kl::message& record) const {
   const auto isOfAsker = [&](const Subscription& s) { return s.subscriber == &asker; };
   return record.max_length() <= kMostSubscriptionBytes &&
@@ -186,13 +186,13 @@ void OwnService::unsubscribe(const kl::message& request) {
   if (found != subscriptions_.end()) subscriptions_.erase(found);
 }
 
-void OwnService::forget(const Service& gone) {
+void OwnService::serviceGone(const Service& gone) {
   std::erase_if(subscriptions_, [&](const Subscription& s) { return s.subscriber == &gone; });
-  dropOrdersOf(gone);
+  serviceLeft(gone);
 }
 
-void OwnService::dropOrdersOf(const Service& gone) {
-  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &gone; });
+void OwnService::serviceLeft(const Service& left) {
+  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &left; });
 }
 
 void OwnService::reply(Service& asker, const kl::message& request, kl::message answer) {
@@ -205,7 +205,7 @@ void OwnService::reply(Service& asker, const kl::message& request, kl::message a
   (void)outbox_.send(asker, answer, Urgency::kReply);
 }
 
-void OwnService::rowChanged(unsigned int id) {
+void OwnService::onRowChanged(unsigned int id) {
   if (!leaveOrders_.empty())
     if (const Service* service = table_.find(id)) answerLeaveOrders(*service);
   if (subscriptions_.empty()) return;
@@ -219,7 +219,7 @@ void OwnService::rowChanged(unsigned int id) {
 
 void OwnService::onBatchTimer() {
   sendChanges();
-  host_.settle();
+  settle_();
 }
 
 void OwnService::sendChanges() {

@@ -1,60 +1,50 @@
 #pragma once
 // own_service.h: the loader as service 1.
 
+#include <functional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "kl/looper.h"
-#include "routing/router.h"
+#include "routing/outbox.h"
+#include "routing/service_table.h"
 
 namespace loader {
 
-// What an operator may do to a service.  Each gives null, or why it cannot be done.
-class ServiceActions {
- public:
-  virtual const char* start(Service& service) = 0;
-  virtual const char* stop(Service& service) = 0;
-  virtual const char* restart(Service& service) = 0;
-  // Null when the service has left or has been asked to: its state says how that ends.
-  virtual const char* leave(Service& service) = 0;
-
- protected:
-  ~ServiceActions() = default;
-};
-
-// What the own service needs of the loader around it.
-class OwnServiceHost {
- public:
-  // At the end of every callback: what it put into queues is to be written.
-  virtual void settle() = 0;
-
- protected:
-  ~OwnServiceHost() = default;
-};
-
-// Shows the table of services as objects, by the standard commands, under the same policies as any handler; and
-// tells subscribers of rows that changed, in batches.
+// Shows the table of services as objects, by the standard commands, under the same policies as any handler, and
+// notifies subscribers of rows that changed, in batches.
 //
 // Errors:    answered with error replies.
 // Ownership: borrows everything that it is made with.
 // Threads:   belongs to one thread.
 // Cost:      a timer runs only while a batch waits.
-class OwnService final : public LocalService, public TableListener {
+class OwnService {
  public:
   static constexpr std::ptrdiff_t kMostSubscriptions = 64;      // of one service
   static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
 
-  OwnService(kl::ThinRunner& runner, ServiceTable& table, Outbox& outbox, ServiceActions& actions,
-             OwnServiceHost& host)
-      : runner_(runner), table_(table), outbox_(outbox), actions_(actions), host_(host) {}
+  // Does to a service what SVC_ACTION says; null, or why it cannot be done.  Of SVC_LEAVE null says that the service has
+  // left or has been asked to: its state says how that ends.
+  using Order = std::function<const char*(Service& service, unsigned int action)>;
+  using Settle = std::function<void()>;  // writes what the timer has put into queues
 
-  void handle(Service& asker, const kl::message& request) override;
-  void rowChanged(unsigned int id) override;
+  OwnService(kl::ThinRunner& runner, ServiceTable& table, Outbox& outbox, Order order, Settle settle)
+      : runner_(runner),
+        table_(table),
+        outbox_(outbox),
+        order_(std::move(order)),
+        settle_(std::move(settle)) {}
+
+  // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
+  void handle(Service& asker, const kl::message& request);
+  // A row came, changed or went.
+  void onRowChanged(unsigned int id);
 
   // The service is gone, and its subscriptions and what it waits for with it.
-  void forget(const Service& gone);
-  // It left: its subscriptions hold on, though it is told of nothing while it is away.
-  void dropOrdersOf(const Service& gone);
+  void serviceGone(const Service& gone);
+  // It left: its subscriptions hold on, though it is sent nothing while it is away.
+  void serviceLeft(const Service& left);
 
   // Sends what changed since the last batch.
   void sendChanges();
@@ -65,7 +55,7 @@ class OwnService final : public LocalService, public TableListener {
     kl::message record;  // the request without what is its own
   };
 
-  // Who waits to hear whether a service has left.
+  // A request that is answered when a service has left, or has not.
   struct LeaveOrder {
     unsigned int id;  // of the service that was asked
     Service* asker;
@@ -89,8 +79,8 @@ class OwnService final : public LocalService, public TableListener {
   kl::ThinRunner& runner_;
   ServiceTable& table_;
   Outbox& outbox_;
-  ServiceActions& actions_;
-  OwnServiceHost& host_;
+  Order order_;
+  Settle settle_;
   kl::policies policies_;
   std::vector<Subscription> subscriptions_;
   std::vector<LeaveOrder> leaveOrders_;

@@ -64,7 +64,7 @@ void OpenRequests::add(Service& asker, Service& asked, const Envelope& envelope,
   request.asked = &asked;
   request.id = envelope.requestId;
   request.expectsReply = envelope.expectsReply;
-  request.isHeld = asked.holds();
+  request.isHeld = asked.isHeldFor;
   request.since = now;
   request.returnPath.assign(envelope.returnPath());
   request.path.assign(path);

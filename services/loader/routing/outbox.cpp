@@ -1,8 +1,6 @@
 #include "routing/outbox.h"
 
 #include <algorithm>
-#include <set>
-#include <utility>
 
 #include "kl/conventions.h"
 #include "transport/frame_reader.h"
@@ -10,44 +8,40 @@
 namespace loader {
 namespace {
 
-// Calls take(frame, envelope) for each frame.  They were written here, so each of them is whole.
-template <class Function>
-void eachFrame(std::span<const unsigned char> frames, Function take) {
-  while (!frames.empty()) {
-    const std::size_t frameBytes = kPrefixBytes + kl::readLe32(frames.data());
-    Envelope e;
-    (void)readEnvelope(frames.subspan(kPrefixBytes, frameBytes - kPrefixBytes), e);  // its path may end here
-    take(frames.first(frameBytes), e);
-    frames = frames.subspan(frameBytes);
-  }
+// What a frame is to a service that does not see it yet.
+HeldKind kindOf(bool isAnswer, unsigned int command) {
+  if (isAnswer) return HeldKind::kAnswer;
+  return command == kl::CMD_DISCONNECTED ? HeldKind::kGone : HeldKind::kWord;
 }
 
-// Whose words these are; in news of an end, who has ended.
-unsigned int senderOf(const Envelope& e) {
-  return e.returnPath().size() == 0 ? kl::BADID : e.returnPath()[0];
+HeldKind kindOf(const Envelope& e) { return kindOf(e.isReply() || e.isNotice(), e.command); }
+
+HeldKind kindOf(const kl::message& m) {
+  const bool isNotice = !m.has(kl::SYS_CMD) && m.get(kl::SYS_STATUS, kl::STATUS_OK) == kl::STATUS_ERROR;
+  return kindOf(kl::isReply(m) || isNotice, m.get(kl::SYS_CMD, kl::CMD_NOOP));
 }
 
-bool isEnd(const Envelope& e) { return e.command == kl::CMD_DISCONNECTED; }
+// Whose words a message of the loader's own is; in news of a death, who has died.
+unsigned int senderOf(const kl::message& m) {
+  const std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
+  return from.empty() ? kl::BADID : from[0];
+}
 
 }  // namespace
 
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency) {
-  if (!takes(to, envelope.body.size(), urgency)) return false;
-  const bool isHeld = to.holds();
-  queued(to, appendDelivered(isHeld ? to.held : to.out, envelope, rest, from.id, from.rights), isHeld);
+  if (!admit(to, envelope.body.size(), urgency)) return false;
+  (void)append(to, from.id, kindOf(envelope),
+               [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, from.rights); });
   return true;
 }
 
 bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
-  const bool isHeld = to.holds();
-  if (!to.isConnected() && !isHeld) return false;
-  if (!takes(to, m.max_length(), urgency)) return false;
-  Buffer& queue = isHeld ? to.held : to.out;
-  const std::size_t before = queue.size();
-  appendFrame(queue, m);
-  const std::size_t bytes = queue.size() - before;
-  queued(to, bytes, isHeld);
-  sent(bytes);
+  if (!to.isConnected() && !to.isHeldFor) return false;
+  if (!admit(to, m.max_length(), urgency)) return false;
+  const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kWord;
+  const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;
+  countSent(append(to, sender, kind, [&](Buffer& queue) { appendFrame(queue, m); }));
   return true;
 }
 
@@ -55,29 +49,10 @@ void Outbox::release(Service& to) {
   if (to.held.empty()) return;
   to.out.append(to.held.bytes());
   to.held.clear();
-  hasNews(to);
+  markDirty(to);
 }
 
-bool Outbox::holdsWordOf(const Service& to, unsigned int sender) {
-  bool holds = false;
-  eachFrame(to.held.bytes(), [&](std::span<const unsigned char>, const Envelope& e) {
-    if (senderOf(e) == sender) holds = !isEnd(e);
-  });
-  return holds;
-}
-
-void Outbox::keepForNext(Service& left) {
-  const Buffer all = std::exchange(left.held, Buffer());
-  std::set<unsigned int> heard;  // whose words are kept so far
-  eachFrame(all.bytes(), [&](std::span<const unsigned char> frame, const Envelope& e) {
-    if (e.isReply() || e.isNotice()) return;
-    if (isEnd(e) && heard.erase(senderOf(e)) == 0) return;
-    if (!isEnd(e)) heard.insert(senderOf(e));
-    left.held.append(frame);
-  });
-}
-
-void Outbox::sent(std::size_t bytes) {
+void Outbox::countSent(std::size_t bytes) {
   if (sender_ == nullptr) return;
   ++sender_->traffic.messagesOut;
   sender_->traffic.bytesOut += bytes;
@@ -89,28 +64,39 @@ unsigned int Outbox::obstacleFor(const Service& to, std::size_t bytes) const {
   return isFull(to) ? kl::ERROR_BUSY : kl::ERROR_OK;
 }
 
-bool Outbox::takes(Service& to, std::size_t bytes, Urgency urgency) {
+bool Outbox::admit(Service& to, std::size_t bytes, Urgency urgency) {
   const bool fits = urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes
                                                : obstacleFor(to, bytes) == kl::ERROR_OK;
   if (!fits) ++to.traffic.drops;
   return fits;
 }
 
-void Outbox::queued(Service& to, std::size_t bytes, bool isHeld) {
+// Puts the frame that `write` appends into the queue that it belongs into; the number of its bytes.
+template <class Write>
+std::size_t Outbox::append(Service& to, unsigned int sender, HeldKind kind, Write write) {
+  const std::size_t before = to.out.size();
+  std::size_t bytes = 0;
+  if (to.isHeldFor) {
+    bytes = to.held.add(sender, kind, write);
+  } else {
+    write(to.out);
+    bytes = to.out.size() - before;
+    markDirty(to);
+  }
   ++to.traffic.messagesIn;
   to.traffic.bytesIn += bytes;
-  if (!isHeld) hasNews(to);
+  return bytes;
 }
 
-void Outbox::hasNews(Service& to) {
-  if (to.hasNews) return;
-  to.hasNews = true;
-  news_.push_back(&to);
+void Outbox::markDirty(Service& to) {
+  if (to.isDirty) return;
+  to.isDirty = true;
+  dirty_.push_back(&to);
 }
 
 void Outbox::forget(Service& service) {
-  if (service.hasNews) std::replace(news_.begin(), news_.end(), &service, static_cast<Service*>(nullptr));
-  service.hasNews = false;
+  if (service.isDirty) std::replace(dirty_.begin(), dirty_.end(), &service, static_cast<Service*>(nullptr));
+  service.isDirty = false;
 }
 
 void appendFrame(Buffer& out, const kl::message& m) {

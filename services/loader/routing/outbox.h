@@ -11,11 +11,11 @@ namespace loader {
 // How far a service's queue may fill before something for it is lost.
 enum class Urgency : unsigned char {
   kOrdinary,  // up to the queue limit
-  kReply,     // up to kMaxQueueBytes: whoever asked must get his answer, whoever depends must hear of an end
+  kReply,     // up to kMaxQueueBytes: an asker must get its reply, a dependent must learn of a death
 };
 
-// Puts messages into the queues of services and remembers who has something new, so that everything that one read
-// brought leaves with one write for each destination.
+// Puts messages into the queues of services and marks those with new bytes, so that everything that one read brought
+// leaves with one write for each destination.
 //
 // Errors:    what a full queue cannot take is dropped and counted in the service's traffic.
 // Ownership: borrows services; forget() one before it goes.
@@ -41,42 +41,36 @@ class Outbox {
   // Queues a frame on its way from `from`; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency);
 
-  // Queues a message of the loader's own; false when it was dropped.  Nobody waits for one to a service that is
-  // neither connected nor held for.
+  // Queues a message of the loader's own; false when it was dropped.  A service that is neither connected nor held for
+  // gets none.
   bool send(Service& to, const kl::message& m, Urgency urgency);
 
   // What was held is on its way now.  Needs: the service is connected.
   void release(Service& to);
 
-  // Is something held that `sender` said, and no news of its end behind it?
-  static bool holdsWordOf(const Service& to, unsigned int sender);
-
-  // Of what is held only requests and notifications stay, and the ends of those that sent them: the process that
-  // replies were for is no more, and whoever comes in its place is told anew of services that had ended before.
-  static void keepForNext(Service& left);
-
-  // Hands out the services that have something new, each once.  Calling it ends their having news.
+  // Calls `function` once for each service with new bytes and clears the mark.
   template <class Function>
-  void eachWithNews(Function function) {
-    for (std::size_t i = 0; i < news_.size(); ++i) {  // the function may add some
-      Service* service = news_[i];
+  void eachDirty(Function function) {
+    for (std::size_t i = 0; i < dirty_.size(); ++i) {  // the function may add some
+      Service* service = dirty_[i];
       if (service == nullptr) continue;
-      service->hasNews = false;
+      service->isDirty = false;
       function(*service);
     }
-    news_.clear();
+    dirty_.clear();
   }
   void forget(Service& service);
 
  private:
-  void sent(std::size_t bytes);
-  bool takes(Service& to, std::size_t bytes, Urgency urgency);
-  void queued(Service& to, std::size_t bytes, bool isHeld);
-  void hasNews(Service& to);
+  void countSent(std::size_t bytes);
+  bool admit(Service& to, std::size_t bytes, Urgency urgency);
+  template <class Write>
+  std::size_t append(Service& to, unsigned int sender, HeldKind kind, Write write);
+  void markDirty(Service& to);
 
   std::size_t queueLimit_;
   Service* sender_ = nullptr;
-  std::vector<Service*> news_;
+  std::vector<Service*> dirty_;
 };
 
 // Appends a message as a frame.

@@ -36,7 +36,7 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
   return m;
 }
 
-kl::message endMessage(unsigned int goneId) {
+kl::message deathNotice(unsigned int goneId) {
   kl::message m;
   m.insert(kl::SYS_TO, Ids());
   m.insert(kl::SYS_FROM, Ids{goneId});
@@ -96,27 +96,31 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body) 
   return nullptr;
 }
 
-void Router::endOf(Service& gone) {
+void Router::serviceGone(Service& gone) {
   gone.bornAt = 0;
-  breakRequestsTo(gone);
+  breakPathsTo(gone);
   forgetRequestsOf(gone);
-  outbox_.forget(gone);
-  gone.out.clear();
-  gone.held.clear();
-  announceEnd(gone);
+  announceDeath(gone);
 }
 
-void Router::leftBy(Service& gone) {
+void Router::serviceLeft(Service& left) {
   const OpenRequest* request = nullptr;
-  while ((request = requests_.oldestFor(gone)) != nullptr && !request->isHeld) breakOldestTo(gone, *request);
-  forgetRequestsOf(gone);
-  outbox_.forget(gone);
-  gone.out.clear();
-  Outbox::keepForNext(gone);
+  while ((request = requests_.oldestFor(left)) != nullptr && !request->isHeld) breakOldestTo(left, *request);
+  forgetRequestsOf(left);
+  outbox_.forget(left);
+  left.out.clear();
+  left.held.keepForNextProcess();
 }
 
-void Router::tellEnd(Service& to, unsigned int goneId) {
-  (void)outbox_.send(to, endMessage(goneId), Urgency::kReply);
+void Router::reportGone(Service& to, unsigned int goneId) {
+  (void)outbox_.send(to, deathNotice(goneId), Urgency::kReply);
+}
+
+void Router::breakPathsTo(Service& asked) {
+  breakRequestsTo(asked);
+  outbox_.forget(asked);
+  asked.out.clear();
+  asked.held.clear();
 }
 
 void Router::breakRequestsTo(Service& asked) {
@@ -132,20 +136,10 @@ void Router::forgetRequestsOf(Service& asker) {
   while (requests_.oldestOf(asker) != nullptr) requests_.forgetOldestOf(asker);
 }
 
-// Codes that only the loader sends or that are yet unknown are passed over: a newer service must be able to talk to
-// this loader.
+// Codes that are unknown are passed over: a newer service must be able to talk to this loader.
 const char* Router::control(Service& sender, const Envelope& e) {
-  switch (e.control) {
-    case kl::CTRL_HELLO: return "sent a second registration";
-    case kl::CTRL_RUNNING:
-      if (sender.state == kl::SVC_STATE_REGISTERED) table_.setState(sender, kl::SVC_STATE_RUNNING);
-      break;
-    case kl::CTRL_LEFT:
-    case kl::CTRL_REFUSED:
-    case kl::CTRL_WANT_LEAVE:
-    case kl::CTRL_LEAVE_VALUE: leaving_.leaveMessage(sender, e); break;
-    default: break;
-  }
+  if (e.control == kl::CTRL_HELLO) return "sent a second registration";
+  calls_.onControl(sender, e);
   return nullptr;
 }
 
@@ -168,19 +162,18 @@ void Router::deliverToEach(Service& sender, const Envelope& e) {
 void Router::deliver(Service& sender, const Envelope& e, Path path) {
   if (path[0] == kl::SERVICE_LOADER) return deliverToLoader(sender, e, path);
   Service* to = table_.find(path[0]);
-  const bool isHeld = to != nullptr && to->holds();
+  const bool isHeld = to != nullptr && to->isHeldFor;
   const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isNotice()));
   if (!isTaken) return reportBrokenPath(sender, e, path);
   to->lastActive = now_;
   deliverCopy(sender, e, *to, path.withoutFirst());
-  if (isHeld) demand(*to, e);
+  if (isHeld) reportNeed(*to, e);
 }
 
-// Replies, news of ends and what is sent to all wait until somebody needs the service.
-void Router::demand(Service& to, const Envelope& e) {
+// Replies, notices of deaths and what is sent to all wait until somebody needs the service.
+void Router::reportNeed(Service& to, const Envelope& e) {
   if (e.isReply() || e.isNotice() || e.command == kl::CMD_DISCONNECTED || to.held.empty()) return;
-  to.isDemanded = true;
-  if (to.state == kl::SVC_STATE_LEFT) leaving_.demanded(to);
+  calls_.onNeeded(to);
 }
 
 // Handler 0 is the loader's only handler, so it need not be named.
@@ -194,7 +187,7 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
   }
-  local_.handle(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
+  calls_.onOwnRequest(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
 }
 
 void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest) {
@@ -249,12 +242,13 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
   (void)outbox_.send(*request.asker, m, Urgency::kReply);
 }
 
-// Who is not there yet hears of it behind what the gone one has said to it: it may be a subscription.
-void Router::announceEnd(const Service& gone) {
-  const kl::message m = endMessage(gone.id);
+// A service that is not running gets the notice after any held message from the dead one, which may be a
+// subscription.
+void Router::announceDeath(const Service& gone) {
+  const kl::message notice = deathNotice(gone.id);
   for (const auto& [id, service] : table_.all())
-    if (service->isConnected() || Outbox::holdsWordOf(*service, gone.id))
-      (void)outbox_.send(*service, m, Urgency::kReply);
+    if (service->isConnected() || service->held.hasWordOf(gone.id))
+      (void)outbox_.send(*service, notice, Urgency::kReply);
 }
 
 }  // namespace loader

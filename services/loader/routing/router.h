@@ -1,35 +1,15 @@
 #pragma once
 // router.h: carries frames from service to service.
 
+#include <functional>
 #include <span>
+#include <utility>
 
 #include "routing/open_requests.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
 
 namespace loader {
-
-// Answers what is addressed to the loader itself.
-class LocalService {
- public:
-  // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
-  virtual void handle(Service& asker, const kl::message& request) = 0;
-
- protected:
-  ~LocalService() = default;
-};
-
-// Hears of what processes say and others do that has to do with leaving.
-class LeaveListener {
- public:
-  // A control message with one of the codes CTRL_LEFT, CTRL_REFUSED, CTRL_WANT_LEAVE and CTRL_LEAVE_VALUE.
-  virtual void leaveMessage(Service& sender, const Envelope& e) = 0;
-  // Something is held for a service that left, which it is to be started for.
-  virtual void demanded(Service& left) = 0;
-
- protected:
-  ~LeaveListener() = default;
-};
 
 // A path's first element names a service.  It is removed on delivery, and the sender's id is put in front of the
 // return path: A's handler 7 asking [24, 0] arrives at service 24 as SYS_TO [0], SYS_FROM [A, 7], and the reply
@@ -49,9 +29,19 @@ class Router {
   static constexpr unsigned int kMaxOpenRequests = 4096;  // of one asker
   static constexpr unsigned int kOldSeconds = 600;        // older ones make room
 
-  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, LocalService& local,
-         LeaveListener& leaving)
-      : table_(table), requests_(requests), outbox_(outbox), local_(local), leaving_(leaving) {}
+  // What is not carried on but meant for the loader.
+  struct Calls {
+    // A request to the loader's own service, as any service would get it: path without the loader's id, return path
+    // with the asker's in front.
+    std::function<void(Service& asker, const kl::message& request)> onOwnRequest;
+    // A control message of a process that has registered; its code may be one that nobody knows.
+    std::function<void(Service& sender, const Envelope& e)> onControl;
+    // Something is held for the service that it is to be started for.
+    std::function<void(Service& to)> onNeeded;
+  };
+
+  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, Calls calls)
+      : table_(table), requests_(requests), outbox_(outbox), calls_(std::move(calls)) {}
 
   // The time that requests are stamped with, in seconds from any beginning.
   void setNow(unsigned int seconds) { now_ = seconds; }
@@ -59,19 +49,20 @@ class Router {
   // Carries one frame of a registered service.  Null, or what makes the frame garbage.
   const char* route(Service& sender, std::span<const unsigned char> body);
 
-  // The service is no longer there: whoever waits for it is answered, what it asked is forgotten, everybody is told.
+  // The service is gone: whoever waits for it is answered, what it asked is forgotten, everybody is told.
   // Needs: it has no connection any more.
-  void endOf(Service& gone);
+  void serviceGone(Service& gone);
 
   // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
   // is held for it stays, and nobody is told.  Needs: it has no connection any more.
-  void leftBy(Service& gone);
+  void serviceLeft(Service& left);
 
-  // Tells one service that another has ended.
-  void tellEnd(Service& to, unsigned int goneId);
+  // Tells one service that another is gone.
+  void reportGone(Service& to, unsigned int goneId);
 
-  // Answers and forgets the requests that wait for a service that cannot take them.
-  void breakRequestsTo(Service& asked);
+  // Answers and forgets the requests that wait for a service that does not take them, and throws away what is queued
+  // for it.
+  void breakPathsTo(Service& asked);
 
  private:
   void breakOldestTo(Service& asked, const OpenRequest& request);
@@ -84,19 +75,19 @@ class Router {
   void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
-  void demand(Service& to, const Envelope& e);
+  void breakRequestsTo(Service& asked);
+  void reportNeed(Service& to, const Envelope& e);
   bool makeRoom(Service& asker);
 
   void reportBrokenPath(Service& sender, const Envelope& e, Path path);
   void refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code);
   void answerOpen(const OpenRequest& request, unsigned int code);
-  void announceEnd(const Service& gone);
+  void announceDeath(const Service& gone);
 
   ServiceTable& table_;
   OpenRequests& requests_;
   Outbox& outbox_;
-  LocalService& local_;
-  LeaveListener& leaving_;
+  Calls calls_;
   Buffer scratch_;
   unsigned int now_ = 0;
 };

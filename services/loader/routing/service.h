@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "config/configuration.h"
 #include "kl/services.h"
+#include "routing/held_queue.h"
 #include "routing/open_requests.h"
 #include "routing/rewrite.h"
 #include "transport/buffer.h"
@@ -14,6 +14,7 @@
 namespace loader {
 
 class Connection;
+enum class LifeState : unsigned char;  // life/states.h
 
 // What has passed between the loader and one service.  In is what was delivered to it, out is what it sent.
 struct Traffic {
@@ -27,10 +28,6 @@ struct Traffic {
 // A service by its id.  What is on its way to the process waits in `out`; what the process is not to see yet waits
 // in `held`: it was asked to leave, or it is not there and somebody counts on its coming.
 //
-//     configured ---- isAwaited ----> registers ----> ends            isAwaited no more: who asks it is told
-//                         ^               '---------> leaves
-//                         '-----------------------------'
-//
 // Ownership: the table owns services; everybody else borrows them until the table removes them.
 // Threads:   belongs to one thread.
 struct Service {
@@ -38,41 +35,31 @@ struct Service {
 
   unsigned int id;
   std::string name;
-  const ServiceConfiguration* configuration = nullptr;  // null when it only connected
-  pid_t pid = 0;                                        // 0 while no process is known
+  bool isConfigured = false;  // else it has only connected
+  pid_t pid = 0;              // 0 while no process is known
   std::string user;
   RightsRecords rights;  // empty when it has all rights
-
-  unsigned int state = kl::SVC_STATE_STOPPED;
   unsigned int starts = 0;
-  bool hasRegistered = false;  // since the loader started
-  bool isAwaited = true;       // it has not come yet, or it left: what comes for it meanwhile is held
-  bool isDemanded = false;     // something is held that it is to be started for
+
+  // Set by the lifecycle together: the state, what the table shows of it, and whether messages for it are held.
+  LifeState life{};
+  unsigned int state = kl::SVC_STATE_STOPPED;
+  bool isHeldFor = false;
 
   unsigned int leaveValue = 0;    // what it said last with CTRL_LEAVE_VALUE; 0: it may not be asked to leave
   bool wantsToLeave = false;      // it said so when it could not
   unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
-  unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is not there
+  unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone
 
-  Connection* connection = nullptr;  // set from its registration to its end
+  Connection* connection = nullptr;  // from its registration until it closes
   Buffer out;
-  Buffer held;
-  bool hasNews = false;  // something was put into `out` since the last write
+  HeldQueue held;
+  bool isDirty = false;  // something was put into `out` since the last write
   Traffic traffic;
   RequestLists requests;
 
   bool isConnected() const { return connection != nullptr; }
-  bool isConfigured() const { return configuration != nullptr; }
-
   std::size_t waiting() const { return out.size() + held.size(); }
-
-  // What comes for it is held.  Between a crash and the next start it is not: then nobody knows whether it will
-  // come.
-  bool holds() const {
-    if (state == kl::SVC_STATE_LEAVING) return true;
-    if (isConnected() || !isAwaited || !isConfigured()) return false;
-    return state == kl::SVC_STATE_STOPPED || state == kl::SVC_STATE_STARTING || state == kl::SVC_STATE_LEFT;
-  }
 };
 
 }  // namespace loader

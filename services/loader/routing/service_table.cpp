@@ -21,7 +21,7 @@ void ServiceTable::setState(Service& service, unsigned int state) {
 }
 
 void ServiceTable::changed(unsigned int id) {
-  if (listener_ != nullptr) listener_->rowChanged(id);
+  if (listener_) listener_(id);
 }
 
 std::string describe(const Service& service) {

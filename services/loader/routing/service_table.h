@@ -1,22 +1,15 @@
 #pragma once
 // service_table.h: all services by their id.
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <unordered_map>
+#include <utility>
 
 #include "routing/service.h"
 
 namespace loader {
-
-// Hears of rows that came, changed or went; traffic does not count as a change.
-class TableListener {
- public:
-  virtual void rowChanged(unsigned int id) = 0;
-
- protected:
-  ~TableListener() = default;
-};
 
 // Errors:    none.
 // Ownership: owns the services; they stay where they are until removed.
@@ -26,7 +19,9 @@ class ServiceTable {
  public:
   using Map = std::map<unsigned int, std::unique_ptr<Service>>;
 
-  void setListener(TableListener* listener) { listener_ = listener; }
+  // Called with the id of each row that came, changed or went; traffic does not count as a change.
+  using Listener = std::function<void(unsigned int id)>;
+  void setListener(Listener listener) { listener_ = std::move(listener); }
 
   // Needs: the id is not in the table.
   Service& add(unsigned int id);
@@ -38,7 +33,8 @@ class ServiceTable {
     return found == index_.end() ? nullptr : found->second;
   }
 
-  // Sets the state and tells the listener, also when it is the old one: whoever calls it changed something.
+  // Sets the state that the row shows and calls the listener, also when it is the old one: the caller changed
+  // something.
   void setState(Service& service, unsigned int state);
 
   const Map& all() const { return services_; }
@@ -48,7 +44,7 @@ class ServiceTable {
 
   Map services_;
   std::unordered_map<unsigned int, Service*> index_;
-  TableListener* listener_ = nullptr;
+  Listener listener_;
 };
 
 // "netif (32, pid 4711)", for the log.

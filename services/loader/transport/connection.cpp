@@ -1,3 +1,7 @@
+// One socket, event by event.  Reading cuts the bytes into frames and hands them to the host one at a time, so a frame
+// that closes the connection is the last one; writing sends the whole queue at once and asks poll for room only when
+// that was too much.
+
 #include "transport/connection.h"
 
 #include <poll.h>
@@ -8,28 +12,27 @@
 namespace loader {
 namespace {
 
-// More than a socket holds.  What a process that ended has handed its connection on to may write for ever.
+// More than a socket buffer holds.  A process that inherited the connection may go on writing.
 constexpr int kMostReads = 256;
 
 }  // namespace
 
 Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Descriptor socket,
-                       Applicant who, Patience patience)
+                       Origin origin, Patience patience)
     : runner_(runner),
       host_(host),
       socket_(std::move(socket)),
-      who_(who),
+      origin_(origin),
       patience_(patience),
       reader_(area) {
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
-  if (isUnknown() && patience_.stallTicks > 0)
+  if (isPending() && patience_.stallTicks > 0)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
 }
 
-void Connection::becomes(Service& service) {
+void Connection::attach(Buffer& out) {
   endTimer(stallTimer_);
-  service_ = &service;
-  service.connection = this;
+  out_ = &out;
 }
 
 void Connection::serve() {
@@ -37,7 +40,7 @@ void Connection::serve() {
   host_.settle();
 }
 
-void Connection::onNews() {
+void Connection::onOutput() {
   if (isBlocked_) watchProgress(false);
   else write();
 }
@@ -47,18 +50,17 @@ void Connection::drain() {
   }
 }
 
-void Connection::end() {
+void Connection::close() {
   if (!isOpen()) return;
   endTimer(stallTimer_);
   endTimer(frameTimer_);
   runner_.removeSocket(socket_.get());
   socket_.close();
-  if (service_ != nullptr) service_->connection = nullptr;
-  service_ = nullptr;
+  out_ = nullptr;
 }
 
 void Connection::onEvent(int, unsigned int events) {
-  if (isUnknown()) return host_.onStranger(*this);
+  if (isPending()) return host_.onPendingReadable();
   if ((events & POLLOUT) != 0) write();
   if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0) (void)readOnce();
   host_.settle();
@@ -69,7 +71,7 @@ bool Connection::readOnce() {
   switch (reader_.readFrom(socket_.get())) {
     case FrameReader::Outcome::kNothing: return false;
     case FrameReader::Outcome::kEnd:
-      host_.onEnd(*this, reader_.isInFrame() ? "ended within a frame" : "");
+      host_.onConnectionClosed(reader_.isInFrame() ? "ended within a frame" : "");
       return false;
     case FrameReader::Outcome::kBytes: handleFrames(); return true;
   }
@@ -79,29 +81,29 @@ bool Connection::readOnce() {
 void Connection::handleFrames() {
   host_.onBatch();
   for (std::span<const unsigned char> body; isOpen() && reader_.next(body);)
-    if (const char* fault = host_.onFrame(*this, body)) return host_.onEnd(*this, fault);
-  if (reader_.isBroken()) return host_.onEnd(*this, whatIsTooLong());
+    if (const char* fault = host_.onFrame(body)) return host_.onConnectionClosed(fault);
+  if (reader_.isBroken()) return host_.onConnectionClosed(whatIsTooLong());
   reader_.keepRest();
   watchFrame();
 }
 
 const char* Connection::whatIsTooLong() const {
-  return service_ != nullptr ? "announced a frame of more than 65535 bytes"
-                             : "announced a registration of more than 65535 bytes";
+  return out_ != nullptr ? "announced a frame of more than 65535 bytes"
+                         : "announced a registration of more than 65535 bytes";
 }
 
 void Connection::write() {
-  const std::span<const unsigned char> bytes = service_->out.bytes();
+  const std::span<const unsigned char> bytes = out_->bytes();
   const ssize_t written = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  if (written > 0) service_->out.dropFront(static_cast<std::size_t>(written));
+  if (written > 0) out_->dropFront(static_cast<std::size_t>(written));
   else if (written < 0 && errno != EAGAIN && errno != EINTR) giveUpWriting();
-  setBlocked(!service_->out.empty());
+  setBlocked(!out_->empty());
   watchProgress(written > 0);
 }
 
 // The process has ended, or reads no more for good.  What it has sent before is still read, and then the end is met.
 void Connection::giveUpWriting() {
-  service_->out.clear();
+  out_->clear();
   (void)::shutdown(socket_.get(), SHUT_RD);
 }
 
@@ -113,8 +115,7 @@ void Connection::setBlocked(bool isBlocked) {
 
 // C2
 void Connection::watchProgress(bool hasProgress) {
-  const bool isAtLimit =
-      isBlocked_ && service_->out.size() >= patience_.queueLimit && patience_.stallTicks > 0;
+  const bool isAtLimit = isBlocked_ && out_->size() >= patience_.queueLimit && patience_.stallTicks > 0;
   if (hasProgress || !isAtLimit) endTimer(stallTimer_);
   if (isAtLimit && !stallTimer_)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
@@ -122,7 +123,7 @@ void Connection::watchProgress(bool hasProgress) {
 
 void Connection::onStall() {
   stallTimer_ = {};
-  host_.onEnd(*this, service_ != nullptr ? "reads nothing while its queue is full" : "does not register");
+  host_.onConnectionClosed(out_ != nullptr ? "reads nothing while its queue is full" : "does not register");
   host_.settle();
 }
 
@@ -140,7 +141,7 @@ void Connection::onFrameStall() {
   const unsigned int before = framesBefore_;
   const auto isStalled = [&] { return isOpen() && reader_.isInFrame() && reader_.frames() == before; };
   if (isStalled()) (void)readOnce();
-  if (isStalled()) host_.onEnd(*this, "left a frame unfinished");
+  if (isStalled()) host_.onConnectionClosed("left a frame unfinished");
   watchFrame();
   host_.settle();
 }

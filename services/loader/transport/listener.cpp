@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "kl/utilities.h"
@@ -27,11 +28,6 @@ std::string makeFolders() {
     if (isNew && folder == run) (void)::chmod(run.c_str(), 01777);
   }
   return {};
-}
-
-Applicant applicantAt(int fd) {
-  const common::Peer peer = common::peerOf(fd);
-  return {peer.pid, peer.uid, nullptr};
 }
 
 }  // namespace
@@ -63,18 +59,19 @@ void Listener::resume() {
 }
 
 void Listener::pause(int errorNumber) {
-  if (!isTold_) host_.cannotAccept(errorNumber);
-  isPaused_ = isTold_ = true;
+  if (!isPauseLogged_) log_.line(std::string("connections have to wait: ") + std::strerror(errorNumber));
+  isPaused_ = true;
+  isPauseLogged_ = true;
   watch();
   resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
 }
 
-void Listener::cameToNothing() {
+void Listener::onFailure() {
   if (!socket_.isOpen()) return;
   ++failures_;
   if (!tickTimer_) tickTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::onTick>(), 1);
   if (failures_ != kMostFailures) return;
-  if (!isSlow_) host_.tooManyFail();
+  if (!isSlow_) log_.line("too many connections come to nothing; new ones have to wait");
   isSlow_ = true;
   watch();
 }
@@ -96,12 +93,12 @@ void Listener::watch() {
 void Listener::onConnect(int, unsigned int) {
   Descriptor socket = socket_.accept();
   if (socket.isOpen()) {
-    isTold_ = false;
-    const Applicant who = applicantAt(socket.get());
-    return host_.onConnection(std::move(socket), who);
+    isPauseLogged_ = false;
+    const common::Peer peer = common::peerOf(socket.get());
+    return onConnection_(std::move(socket), peer);
   }
-  const bool passes =
-      errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;  // it was none, or is tried again
+  // nothing was pending, or poll will report it again
+  const bool passes = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
   if (!passes) pause(errno);
 }
 

@@ -1,25 +1,16 @@
 #pragma once
 // listener.h: the socket that processes connect to.
 
+#include <functional>
 #include <string>
+#include <utility>
 
+#include "kl/runner.h"
+#include "logging/log.h"
 #include "services/common/local_socket.h"
-#include "transport/connection.h"
+#include "transport/descriptors.h"
 
 namespace loader {
-
-// Takes the connections that come.
-class ListenerHost {
- public:
-  virtual void onConnection(Descriptor socket, Applicant who) = 0;
-  // No connection can be taken for now; said once until the next one is.
-  virtual void cannotAccept(int errorNumber) = 0;
-  // So many connections come to nothing that new ones have to wait; said once until a tick has fewer.
-  virtual void tooManyFail() = 0;
-
- protected:
-  ~ListenerHost() = default;
-};
 
 // The loader's socket, and the folders that the system's fixed paths lie in.
 //
@@ -27,9 +18,9 @@ class ListenerHost {
 // connections may come to nothing in a tick: after them nobody is accepted until the tick is over, and those who have
 // registered have the rest of it for themselves.
 //
-// Errors:    open() says what went wrong.  When a connection cannot be taken, mostly because no descriptor is left, its
-//            host is told, and nobody is accepted until it may work again: when a connection has ended, and every fifth
-//            of a second.
+// Errors:    open() says what went wrong.  When a connection cannot be taken, mostly because no descriptor is left, that
+//            is one line on the log until the next one is, and nobody is accepted until it may work again: when a
+//            connection has been closed, and every fifth of a second.
 // Ownership: owns the socket and its file, which goes with it.
 // Threads:   belongs to one thread.
 // Cost:      two system calls for each connection.
@@ -37,7 +28,10 @@ class Listener {
  public:
   static constexpr unsigned int kMostFailures = 5;  // in a tick
 
-  Listener(kl::ThinRunner& runner, ListenerHost& host) : runner_(runner), host_(host) {}
+  using OnConnection = std::function<void(Descriptor socket, common::Peer peer)>;
+
+  Listener(kl::ThinRunner& runner, Log& log, OnConnection onConnection)
+      : runner_(runner), log_(log), onConnection_(std::move(onConnection)) {}
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
   ~Listener() { close(); }
@@ -50,8 +44,8 @@ class Listener {
   // A descriptor has become free.
   void resume();
 
-  // A connection has ended by its process's fault, or before it registered.
-  void cameToNothing();
+  // A connection was closed by its process's fault, or before it registered.
+  void onFailure();
 
  private:
   void onConnect(int fd, unsigned int events);
@@ -60,13 +54,14 @@ class Listener {
   void watch();
 
   kl::ThinRunner& runner_;
-  ListenerHost& host_;
+  Log& log_;
+  OnConnection onConnection_;
   common::ListeningSocket socket_;
   bool isPaused_ = false;
-  bool isTold_ = false;  // that it cannot accept
+  bool isPauseLogged_ = false;
   kl::TimerPtr resumeTimer_;
   unsigned int failures_ = 0;  // in this tick
-  bool isSlow_ = false;        // told that too many fail
+  bool isSlow_ = false;        // there were too many, and the log says so
   kl::TimerPtr tickTimer_;     // runs while failures are counted
 };
 

@@ -1,24 +1,25 @@
+// A connection is taken out of the queue before it is served: it may be closed, or queued again, from inside.
+
 #include "transport/pending_connections.h"
 
 namespace loader {
 
-void Strangers::add(Connection& connection) {
-  if (connection.isInLine()) return;
-  connection.setInLine(true);
-  waiting_.push_back(&connection);
+void PendingConnections::add(Connection& connection) {
+  if (connection.isQueued()) return;
+  connection.setQueued(true);
+  queue_.push_back(&connection);
 }
 
-void Strangers::forget(Connection& connection) {
-  if (connection.isInLine()) std::erase(waiting_, &connection);
-  connection.setInLine(false);
+void PendingConnections::forget(Connection& connection) {
+  if (connection.isQueued()) std::erase(queue_, &connection);
+  connection.setQueued(false);
 }
 
-// A connection that was served may not be there any more.
-void Strangers::serve() {
-  for (unsigned int n = 0; n < kMostInAPass && !waiting_.empty(); ++n) {
-    Connection& first = *waiting_.front();
-    waiting_.pop_front();
-    first.setInLine(false);
+void PendingConnections::serve() {
+  for (unsigned int n = 0; n < kMostInAPass && !queue_.empty(); ++n) {
+    Connection& first = *queue_.front();
+    queue_.pop_front();
+    first.setQueued(false);
     first.serve();
   }
 }

@@ -1,5 +1,5 @@
 #pragma once
-// strangers.h: connections that have not registered, and have something to say.
+// pending_connections.h: connections that have not registered, and can be read.
 
 #include <deque>
 
@@ -7,27 +7,26 @@
 
 namespace loader {
 
-// They wait in a line and are served a few in each pass of the loop, after those who have registered: however many of
-// them talk at once, the others wait for a few of them only.  Who is served and talks again stands at the end of the
-// line, so that nobody can keep another one from being served.
+// Unregistered connections queue up; each pass serves at most kMostInAPass after all registered ones.  One that becomes
+// readable again goes to the back, so none starves.
 //
 // Errors:    none.
-// Ownership: borrows the connections until they are served or end.
+// Ownership: borrows the connections until they are served or forgotten.
 // Threads:   belongs to one thread.
-// Cost:      constant, and a look along the line when one that stands in it ends.
-class Strangers {
+// Cost:      constant, and a look along the queue when a connection in it is forgotten.
+class PendingConnections {
  public:
   static constexpr unsigned int kMostInAPass = 4;
 
-  // One that can be read.  As long as it is not, poll reports it again: it may wait already.
+  // Queues a readable connection.  Poll reports it until it is read, so it may be queued already.
   void add(Connection& connection);
-  // It is of no use any more.
+  // The connection is closed.
   void forget(Connection& connection);
-  // Reads the first ones.  Ends of connections, and other calls, may come from inside.
+  // Reads the first ones.  Connections may be added and forgotten from inside.
   void serve();
 
  private:
-  std::deque<Connection*> waiting_;
+  std::deque<Connection*> queue_;
 };
 
 }  // namespace loader

@@ -20,10 +20,23 @@ inline Service& connected(ServiceTable& table, unsigned int id) {
   service.name = "s" + std::to_string(id);
   service.connection = reinterpret_cast<Connection*>(&nobody);
   service.state = kl::SVC_STATE_RUNNING;
-  service.hasRegistered = true;
-  service.isAwaited = false;
   service.bornAt = 1;
   return service;
+}
+
+// A configured service without a connection that messages are held for.
+inline Service& heldFor(ServiceTable& table, unsigned int id, unsigned int state) {
+  Service& service = table.add(id);
+  service.isConfigured = true;
+  service.state = state;
+  service.isHeldFor = true;
+  return service;
+}
+
+// As the lifecycle does it when a service has been asked to leave, or does not leave.
+inline void setLeaving(Service& service, bool isLeaving) {
+  service.state = isLeaving ? kl::SVC_STATE_LEAVING : kl::SVC_STATE_RUNNING;
+  service.isHeldFor = isLeaving;
 }
 
 inline std::vector<unsigned char> flat(const kl::message& m) {
@@ -33,7 +46,8 @@ inline std::vector<unsigned char> flat(const kl::message& m) {
 }
 
 // The bodies of the frames in a queue, in order; the queue is empty afterwards.
-inline std::vector<std::vector<unsigned char>> takeFrames(Buffer& queue) {
+template <class Queue>
+std::vector<std::vector<unsigned char>> takeFrames(Queue& queue) {
   std::vector<std::vector<unsigned char>> frames;
   std::span<const unsigned char> rest = queue.bytes();
   while (rest.size() >= kPrefixBytes) {
@@ -49,12 +63,12 @@ inline std::vector<std::vector<unsigned char>> takeFrames(Service& service) {
   return takeFrames(service.out);
 }
 
-inline std::vector<kl::message> takeMessages(Buffer& queue) {
+template <class Queue>
+std::vector<kl::message> takeMessages(Queue& queue) {
   std::vector<kl::message> messages;
   for (const auto& frame : takeFrames(queue)) messages.emplace_back(frame);
   return messages;
 }
-inline std::vector<kl::message> takeMessages(Service& service) { return takeMessages(service.out); }
 inline std::vector<kl::message> takeHeld(Service& service) { return takeMessages(service.held); }
 
 // The one message in a queue; an empty one when there is not exactly one.

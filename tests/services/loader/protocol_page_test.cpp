@@ -67,7 +67,12 @@ TEST(ProtocolPage, TheConfirmationIsTheLoaders) {
   const std::vector<unsigned char> shown(registration.end() - 4 - 0x26, registration.end());
   ASSERT_TRUE(areFrames(shown));
   const kl::message m(std::vector<unsigned char>(shown.begin() + 4, shown.end()));
-  EXPECT_TRUE(m == loader::Registration::readyMessage(service));
+  loader::Log log(-1);
+  loader::ServiceTable table;
+  loader::IdCounter ids("/nowhere/next-id", log);
+  loader::Users users;
+  const loader::Configuration configuration;
+  EXPECT_TRUE(m == loader::Registration(table, ids, users, configuration).readyMessage(service));
 }
 
 TEST(ProtocolPage, TheRoutedRequestIsRewrittenAsShown) {

@@ -44,12 +44,13 @@ class RegistrationTest : public testing::Test {
     service.connection = reinterpret_cast<loader::Connection*>(&nobody);
   }
 
-  Service& configure(loader::ServiceConfiguration& c, unsigned int id) {
+  Service& configure(loader::ServiceConfiguration c, unsigned int id) {
     c.id = id;
     c.name = "configured";
     Service& service = table_.add(id);
     service.name = c.name;
-    service.configuration = &c;
+    service.isConfigured = true;
+    configuration_.services.push_back(c);
     return service;
   }
 
@@ -79,14 +80,12 @@ TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
   Service* service = admit(me_, 500u);
   ASSERT_NE(service, nullptr);
   service->leaveValue = 5;
-  service->wantsToLeave = service->isAwaited = service->isDemanded = true;
+  service->wantsToLeave = true;
   service->connection = nullptr;
   service->pid = 0;
-  loader::ServiceConfiguration c;
-  service->configuration = &c;
   ASSERT_EQ(admit(me_, 500u), service);
   EXPECT_EQ(service->leaveValue, 0u);
-  EXPECT_FALSE(service->wantsToLeave || service->isAwaited || service->isDemanded);
+  EXPECT_FALSE(service->wantsToLeave);
 }
 
 TEST_F(RegistrationTest, ANameThatAProcessChoseItselfIsMadePrintable) {
@@ -102,9 +101,9 @@ TEST_F(RegistrationTest, ANameThatAProcessChoseItselfIsMadePrintable) {
 TEST_F(RegistrationTest, TheConfirmationCarriesWhatTheServiceSaved) {
   kl::message data;
   data.insert(kl::STD_ID, 9);
-  const kl::message ready = Registration::readyMessage(*admit(me_, 500u), flat(data));
+  const kl::message ready = registration_.readyMessage(*admit(me_, 500u), flat(data));
   EXPECT_EQ(kl::message(ready.get(kl::READY_DATA, {})), data);
-  EXPECT_FALSE(Registration::readyMessage(*table_.find(500)).has(kl::READY_DATA));
+  EXPECT_FALSE(registration_.readyMessage(*table_.find(500)).has(kl::READY_DATA));
 }
 
 TEST_F(RegistrationTest, AFreeIdIsGivenToWhoeverAsks) {
@@ -141,6 +140,14 @@ TEST_F(RegistrationTest, AConfiguredIdBelongsToTheProcessThatTheLoaderStarted) {
   EXPECT_EQ(admit(child, 0u), &service);
   EXPECT_EQ(service.pid, 4711);
   EXPECT_EQ(service.name, "configured");
+}
+
+TEST_F(RegistrationTest, AProcessThatWasAskedToLeaveDoesNotRegisterAnew) {
+  Service& service = configure({}, 32);
+  service.pid = 4711;
+  service.state = kl::SVC_STATE_LEAVING;
+  EXPECT_EQ(admit({4711, ::geteuid(), nullptr}, 32u), nullptr);
+  EXPECT_EQ(refusal_, "asks for the id 32, which is leaving");
 }
 
 TEST_F(RegistrationTest, WithoutItsProcessAConfiguredIdBelongsToItsUser) {
@@ -197,7 +204,7 @@ TEST_F(RegistrationTest, TheConfirmationTellsIdVersionStartsAndSettings) {
   c.settings = {0x4d, 0x32, 5, 0, 0, 9, 7};
   Service& service = configure(c, 32);
   service.starts = 3;
-  const kl::message ready = Registration::readyMessage(service);
+  const kl::message ready = registration_.readyMessage(service);
   unsigned int code = 0;
   EXPECT_TRUE(kl::isCtrl(ready, &code));
   EXPECT_EQ(code, kl::CTRL_READY);

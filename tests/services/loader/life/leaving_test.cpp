@@ -560,6 +560,22 @@ TEST_F(Leaving, WhoLeftMayBeStartedByOrder) {
   EXPECT_EQ(dataFrom(), 1u);
 }
 
+TEST_F(Leaving, AStartThatIsOrderedWhileItLeavesIsDoneWhenItHas) {
+  begin();
+  ASSERT_TRUE(isUp());
+  ASSERT_TRUE(setReaction(kWait));
+  kl::message leaveOrder = order(kl::SVC_LEAVE);
+  leaveOrder.insert(kl::SYS_REQID, 3);
+  ASSERT_TRUE(a_.send(leaveOrder));
+  ASSERT_TRUE(reaches(kl::SVC_STATE_LEAVING));
+  EXPECT_EQ(act(kl::SVC_START), kl::ERROR_OK);
+  go();
+  EXPECT_EQ(errorOf(a_.receiveReply(3)), kl::ERROR_OK);
+  EXPECT_TRUE(reaches(kl::SVC_STATE_RUNNING));
+  EXPECT_EQ(row().get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_EQ(dataFrom(), 1u);
+}
+
 TEST_F(Leaving, WhoIsStoppedWhileItIsAskedHasNotLeft) {
   begin();
   ASSERT_TRUE(isUp());

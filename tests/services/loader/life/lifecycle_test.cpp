@@ -255,6 +255,25 @@ TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasGivenUpBeforeItRegistered
   EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
 }
 
+TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasStoppedBetweenTwoStarts) {
+  const LoaderProcess loader(service("bad", 32, "crash"));
+  ASSERT_TRUE(loader.logs("starts again in 0.8 s"));
+  connect();
+  ASSERT_TRUE(reachesState(32, kl::SVC_STATE_DELAYED));
+  EXPECT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
+}
+
+TEST_F(Supervision, RequestsWaitForAServiceThatIsStartedByOrder) {
+  const LoaderProcess loader(service("echo", 32, "serve"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  ASSERT_EQ(act(32, kl::SVC_STOP), kl::ERROR_OK);
+  ASSERT_TRUE(reachesState(32, kl::SVC_STATE_STOPPED));
+  ASSERT_EQ(act(32, kl::SVC_START), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(ask({32})), kl::ERROR_OK);
+}
+
 TEST_F(Supervision, AStopEndsTheConnectionOfAStrangerAndARestartTakesItsPlace) {
   const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
   connect();

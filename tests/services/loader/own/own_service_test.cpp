@@ -16,32 +16,11 @@ using loader::Service;
 using loader::ServiceTable;
 using loader::Urgency;
 
-class Actions final : public loader::ServiceActions {
- public:
-  const char* start(Service& service) override { return note("start", service); }
-  const char* stop(Service& service) override { return note("stop", service); }
-  const char* restart(Service& service) override { return note("restart", service); }
-  const char* leave(Service& service) override { return note("leave", service); }
-
-  std::string done;
-  const char* failure = nullptr;
-
- private:
-  const char* note(const char* what, const Service& service) {
-    done += what + std::string(" ") + std::to_string(service.id) + ";";
-    return failure;
-  }
-};
-
-class Host final : public loader::OwnServiceHost {
- public:
-  void settle() override { ++settled; }
-  int settled = 0;
-};
-
 class OwnServiceTest : public testing::Test {
  protected:
-  void SetUp() override { table_.setListener(&own_); }
+  void SetUp() override {
+    table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
+  }
 
   // What the loader answers to a request of service 10's handler 7.
   kl::message ask(kl::message m) {
@@ -68,9 +47,15 @@ class OwnServiceTest : public testing::Test {
   kl::ThinRunner runner_;
   ServiceTable table_;
   Outbox outbox_{1 << 20};
-  Actions actions_;
-  Host host_;
-  OwnService own_{runner_, table_, outbox_, actions_, host_};
+  std::string ordered_;  // what was to be done to which service
+  const char* failure_ = nullptr;
+  int settled_ = 0;
+  OwnService own_{runner_, table_, outbox_,
+                  [this](Service& service, unsigned int action) {
+                    ordered_ += std::to_string(action) + " " + std::to_string(service.id) + ";";
+                    return failure_;
+                  },
+                  [this] { ++settled_; }};
   Service& a_ = connected(table_, 10);
 };
 
@@ -177,7 +162,7 @@ TEST_F(OwnServiceTest, BehindTheLastRowAChunkIsEmptyAndTheLast) {
   EXPECT_FALSE(got.has(kl::STD_GETALLID));
 }
 
-TEST_F(OwnServiceTest, ActionsReachTheSupervisor) {
+TEST_F(OwnServiceTest, OrdersReachTheLifecycle) {
   kl::message m = request({}, kl::CMD_SETOBJ, 5);
   m.insert(kl::STD_ID, 10);
   EXPECT_EQ(errorOf(ask(m)), kl::ERROR_MISSING);
@@ -185,8 +170,8 @@ TEST_F(OwnServiceTest, ActionsReachTheSupervisor) {
     m.insert(kl::SVC_ACTION, action);
     EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK);
   }
-  EXPECT_EQ(actions_.done, "start 10;stop 10;restart 10;");
-  actions_.failure = "no";
+  EXPECT_EQ(ordered_, "1 10;2 10;3 10;");
+  failure_ = "no";
   const kl::message got = ask(m);
   EXPECT_EQ(errorOf(got), kl::ERROR_FAILED);
   EXPECT_EQ(got.get(kl::SYS_ERRSTR, ""), "no");
@@ -223,7 +208,7 @@ TEST_F(OwnServiceTest, ALeaveIsAnsweredWhenItHasAnOutcome) {
     EXPECT_EQ(answers[1].get(kl::SYS_REQID, 0), 6u);
     EXPECT_EQ(answers[1].get(kl::SYS_TO, {}), Ids{7});
   }
-  actions_.failure = "no";
+  failure_ = "no";
   orderLeave(7);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_FAILED);
 }
@@ -235,7 +220,7 @@ TEST_F(OwnServiceTest, WhoIsGoneIsNotToldOfALeave) {
   m.insert(kl::STD_ID, 40);
   m.insert(kl::SVC_ACTION, kl::SVC_LEAVE);
   own_.handle(a_, m);
-  own_.forget(a_);
+  own_.serviceGone(a_);
   table_.setState(leaver, kl::SVC_STATE_LEFT);
   EXPECT_TRUE(a_.out.empty());
 }
@@ -246,7 +231,7 @@ TEST_F(OwnServiceTest, ThePoliciesHoldForTheLoaderToo) {
   m.insert(kl::SVC_ACTION, kl::SVC_STOP);
   m.insert(kl::SYS_POLICY, 64);
   EXPECT_EQ(errorOf(ask(m)), kl::ERROR_NOTALLOWED);
-  EXPECT_EQ(actions_.done, "");
+  EXPECT_EQ(ordered_, "");
   m.insert(kl::SYS_CMD, kl::CMD_GETALL);
   EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK);
   m.insert(kl::SYS_POLICY, 0);
@@ -279,7 +264,7 @@ TEST_F(OwnServiceTest, SubscribersHearOfChangesInOneBatch) {
 TEST_F(OwnServiceTest, ABatchIsSentAfterAFifthOfASecond) {
   subscribe();
   table_.setState(a_, kl::SVC_STATE_RUNNING);
-  while (host_.settled == 0) runner_.runSocks(kl::getJiffies());
+  while (settled_ == 0) runner_.runSocks(kl::getJiffies());
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_NOTIFY);
 }
 
@@ -311,7 +296,7 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
   subscribe();
-  own_.forget(a_);
+  own_.serviceGone(a_);
   table_.setState(a_, kl::SVC_STATE_RUNNING);
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());

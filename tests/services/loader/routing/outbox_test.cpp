@@ -49,14 +49,14 @@ TEST_F(OutboxTest, AMessageBecomesAFrame) {
   EXPECT_EQ(takeFrames(a_), (std::vector<std::vector<unsigned char>>{flat(ofBytes(500))}));
 }
 
-TEST_F(OutboxTest, WhoHasNewsIsHandedOutOnce) {
+TEST_F(OutboxTest, AServiceWithNewBytesIsHandedOutOnce) {
   (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
   (void)outbox_.send(a_, ofBytes(300), Urgency::kOrdinary);
   (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
   std::vector<unsigned int> ids;
-  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  outbox_.eachDirty([&](Service& s) { ids.push_back(s.id); });
   EXPECT_EQ(ids, (std::vector<unsigned int>{11, 10}));
-  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  outbox_.eachDirty([&](Service& s) { ids.push_back(s.id); });
   EXPECT_EQ(ids.size(), 2u);
 }
 
@@ -65,7 +65,7 @@ TEST_F(OutboxTest, WhoIsForgottenIsNotHandedOut) {
   (void)outbox_.send(b_, ofBytes(300), Urgency::kOrdinary);
   outbox_.forget(a_);
   std::vector<unsigned int> ids;
-  outbox_.eachWithNews([&](Service& s) { ids.push_back(s.id); });
+  outbox_.eachDirty([&](Service& s) { ids.push_back(s.id); });
   EXPECT_EQ(ids, (std::vector<unsigned int>{11}));
 }
 
@@ -108,16 +108,16 @@ TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {
 
 TEST_F(OutboxTest, WhatIsHeldIsNoNewsUntilItIsReleasedBehindWhatIsOnItsWay) {
   (void)outbox_.send(a_, ofBytes(50), Urgency::kOrdinary);
-  outbox_.eachWithNews([](Service&) {});
-  a_.state = kl::SVC_STATE_LEAVING;
+  outbox_.eachDirty([](Service&) {});
+  setLeaving(a_, true);
   (void)outbox_.send(a_, ofBytes(100), Urgency::kOrdinary);
   (void)outbox_.send(a_, ofBytes(200), Urgency::kReply);
   EXPECT_EQ(a_.out.size(), 53u);  // raw data this short have a shorter length
-  outbox_.eachWithNews([](Service& s) { ADD_FAILURE() << s.id; });
-  a_.state = kl::SVC_STATE_RUNNING;
+  outbox_.eachDirty([](Service& s) { ADD_FAILURE() << s.id; });
+  setLeaving(a_, false);
   outbox_.release(a_);
   int told = 0;
-  outbox_.eachWithNews([&](Service&) { ++told; });
+  outbox_.eachDirty([&](Service&) { ++told; });
   EXPECT_EQ(told, 1);
   const auto frames = takeFrames(a_);
   ASSERT_EQ(frames.size(), 3u);
@@ -128,7 +128,7 @@ TEST_F(OutboxTest, WhatIsHeldIsNoNewsUntilItIsReleasedBehindWhatIsOnItsWay) {
 }
 
 TEST_F(OutboxTest, WhatIsHeldCountsTowardsTheLimit) {
-  a_.state = kl::SVC_STATE_LEAVING;
+  setLeaving(a_, true);
   while (outbox_.send(a_, ofBytes(300), Urgency::kOrdinary)) {
   }
   EXPECT_TRUE(outbox_.isFull(a_));
@@ -142,14 +142,14 @@ TEST_F(OutboxTest, NothingIsQueuedForAServiceThatIsNotThere) {
 }
 
 TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
-  a_.state = kl::SVC_STATE_LEAVING;
+  setLeaving(a_, true);
   const kl::message ended = endOf(600);
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, Ids());
   for (const kl::message& m : {request({7}, kl::CMD_GET, 1), reply({7}, 2), ended, notification({}), notice,
                                request({}, kl::CMD_SUBSCRIBE, 3)})
     ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
-  Outbox::keepForNext(a_);
+  a_.held.keepForNextProcess();
   const std::vector<kl::message> kept = takeHeld(a_);
   ASSERT_EQ(kept.size(), 3u);
   EXPECT_EQ(kept[0], request({7}, kl::CMD_GET, 1));
@@ -158,15 +158,15 @@ TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
 }
 
 TEST_F(OutboxTest, ForTheNextStartTheEndOfWhoSaidSomethingStaysBehindItsWords) {
-  a_.state = kl::SVC_STATE_LEAVING;
+  setLeaving(a_, true);
   const kl::message word = request({}, kl::CMD_SUBSCRIBE, 3, {600, 7});
   for (const kl::message& m : {endOf(600), word, endOf(600), endOf(600), endOf(601), word})
     ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
-  EXPECT_TRUE(Outbox::holdsWordOf(a_, 600));
-  EXPECT_FALSE(Outbox::holdsWordOf(a_, 601));
-  Outbox::keepForNext(a_);
+  EXPECT_TRUE(a_.held.hasWordOf(600));
+  EXPECT_FALSE(a_.held.hasWordOf(601));
+  a_.held.keepForNextProcess();
   EXPECT_EQ(takeHeld(a_), (std::vector<kl::message>{word, endOf(600), word}));
-  EXPECT_FALSE(Outbox::holdsWordOf(a_, 600));
+  EXPECT_FALSE(a_.held.hasWordOf(600));
 }
 
 }  // namespace

@@ -17,29 +17,6 @@ using loader::Router;
 using loader::Service;
 using loader::ServiceTable;
 
-// Notes what is asked of the loader.
-class Recorder final : public loader::LocalService {
- public:
-  void handle(Service& asker, const kl::message& request) override {
-    askers.push_back(asker.id);
-    requests.push_back(request);
-  }
-  Ids askers;
-  std::vector<kl::message> requests;
-};
-
-// Notes what has to do with leaving.
-class LeaveNotes final : public loader::LeaveListener {
- public:
-  void leaveMessage(Service& sender, const loader::Envelope& e) override {
-    EXPECT_EQ(sender.id, 10u);
-    codes.push_back(e.control);
-  }
-  void demanded(Service& left) override { needed.push_back(left.id); }
-  Ids codes;
-  Ids needed;
-};
-
 constexpr std::size_t kLimit = 4000;
 
 class RouterTest : public testing::Test {
@@ -57,18 +34,25 @@ class RouterTest : public testing::Test {
     while (!outbox_.isFull(service)) ASSERT_EQ(route(other_, m), "");
   }
 
-  loader::ServiceConfiguration configuration(const std::vector<std::string>& command) {
-    loader::ServiceConfiguration c;
-    c.command = command;
-    return c;
-  }
-
   ServiceTable table_;
   OpenRequests requests_;
   Outbox outbox_{kLimit};
-  Recorder local_;
-  LeaveNotes leaving_;
-  Router router_{table_, requests_, outbox_, local_, leaving_};
+  Router router_{table_,
+                 requests_,
+                 outbox_,
+                 {[this](Service& asker, const kl::message& m) {
+                    askers_.push_back(asker.id);
+                    asked_.push_back(m);
+                  },
+                  [this](Service& sender, const loader::Envelope& e) {
+                    EXPECT_EQ(sender.id, 10u);
+                    codes_.push_back(e.control);
+                  },
+                  [this](Service& to) { needed_.push_back(to.id); }}};
+  Ids askers_;  // of the loader's own service, and what they asked
+  std::vector<kl::message> asked_;
+  Ids codes_;   // of control messages
+  Ids needed_;  // services that something is held for
   Service& a_ = connected(table_, 10);
   Service& b_ = connected(table_, 24);
   Service& other_ = connected(table_, 30);
@@ -210,7 +194,7 @@ TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
   EXPECT_EQ(takeMessages(b_).size(), 1u);
   EXPECT_EQ(requests_.size(), 0u);
   b_.connection = nullptr;
-  router_.endOf(b_);
+  router_.serviceGone(b_);
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
 }
 
@@ -220,7 +204,7 @@ TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
   silent.remove(kl::SYS_REPLYEXP);
   (void)route(a_, silent);
   b_.connection = nullptr;
-  router_.endOf(b_);
+  router_.serviceGone(b_);
   const std::vector<kl::message> got = takeMessages(a_);
   ASSERT_EQ(got.size(), 2u);
   EXPECT_EQ(errorOf(got[0]), kl::ERROR_BRKPATH);
@@ -238,7 +222,7 @@ TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
 TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   a_.connection = nullptr;
-  router_.endOf(a_);
+  router_.serviceGone(a_);
   EXPECT_EQ(requests_.size(), 0u);
   (void)takeMessages(b_);
   (void)route(b_, reply({10, 7}, 5));
@@ -263,18 +247,15 @@ TEST_F(RouterTest, ASecondRegistrationIsAFault) {
   EXPECT_EQ(route(a_, m), "sent a second registration");
 }
 
-TEST_F(RouterTest, ControlCodesChangeTheRowAndUnknownOnesNothing) {
+TEST_F(RouterTest, ControlCodesGoToTheLifecycleAlsoUnknownOnes) {
   kl::message m;
   m.insert(kl::SYS_TO, {1});
-  a_.state = kl::SVC_STATE_REGISTERED;
-  m.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
-  EXPECT_EQ(route(a_, m), "");
-  EXPECT_EQ(a_.state, kl::SVC_STATE_RUNNING);
-  for (const unsigned int code : {1u, 2u, 3u, 4u, 7u, 8u, 77u}) {
+  const Ids codes{1, 2, 3, 4, 6, 7, 8, 77};
+  for (const unsigned int code : codes) {
     m.insert(kl::SYS_CTRL, code);
     EXPECT_EQ(route(a_, m), "") << code;
   }
-  EXPECT_EQ(leaving_.codes, (Ids{2, 3, 4, 7}));
+  EXPECT_EQ(codes_, codes);
 }
 
 TEST_F(RouterTest, GarbageIsNamed) {
@@ -286,22 +267,22 @@ TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
   table_.add(1);
   (void)route(a_, request({1}, kl::CMD_GETALL, 5, {7}));
   (void)route(a_, request({1, 0}, kl::CMD_GETALL, 6, {7}));
-  ASSERT_EQ(local_.requests.size(), 2u);
+  ASSERT_EQ(asked_.size(), 2u);
   EXPECT_EQ(table_.find(1)->traffic.messagesIn, 2u);
-  EXPECT_EQ(local_.askers, (Ids{10, 10}));
-  EXPECT_EQ(local_.requests[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
-  EXPECT_EQ(local_.requests[0].get(kl::SYS_TO, Ids{5}), Ids{});
+  EXPECT_EQ(askers_, (Ids{10, 10}));
+  EXPECT_EQ(asked_[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
+  EXPECT_EQ(asked_[0].get(kl::SYS_TO, Ids{5}), Ids{});
 }
 
 TEST_F(RouterTest, AListOfPathsReachesTheLoaderOnce) {
   (void)route(a_, request({kl::PATH_MULTI, 1, 1, 2, 1, 0, 1, 24, 1, 1}, kl::CMD_GETALL, 5, {7}));
-  EXPECT_EQ(local_.requests.size(), 1u);
+  EXPECT_EQ(asked_.size(), 1u);
   EXPECT_EQ(takeMessages(b_).size(), 1u);
 }
 
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
   (void)route(a_, request({1, 5}, kl::CMD_GETALL, 5, {7}));
-  EXPECT_TRUE(local_.requests.empty());
+  EXPECT_TRUE(asked_.empty());
   const kl::message got = takeOnly(a_);
   EXPECT_EQ(errorOf(got), kl::ERROR_BRKPATH);
   EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{1, 5}));
@@ -312,7 +293,7 @@ TEST_F(RouterTest, RepliesAndNoticesToTheLoaderVanish) {
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, {1});
   (void)route(a_, notice);
-  EXPECT_TRUE(local_.requests.empty());
+  EXPECT_TRUE(asked_.empty());
   EXPECT_TRUE(takeMessages(a_).empty());
 }
 
@@ -329,8 +310,8 @@ TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
   }
   m.insert(kl::SYS_TO, {1});
   (void)route(a_, m);
-  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_POLICY, 0), 64u);
-  EXPECT_EQ(local_.requests.at(0).get(kl::SYS_USER, ""), "bob");
+  EXPECT_EQ(asked_.at(0).get(kl::SYS_POLICY, 0), 64u);
+  EXPECT_EQ(asked_.at(0).get(kl::SYS_USER, ""), "bob");
 }
 
 // Frames of records that nobody would write, some of them with a byte changed or their end cut off.
@@ -457,10 +438,7 @@ TEST_F(RouterTest, SubscribingOpensNoRequest) {
 }
 
 TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
-  Service& late = table_.add(40);
-  late.configuration = &configured;
-  late.state = kl::SVC_STATE_STARTING;
+  Service& late = heldFor(table_, 40, kl::SVC_STATE_STARTING);
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
   (void)route(a_, reply({40, 1}, 5));
   EXPECT_TRUE(a_.out.empty());
@@ -468,15 +446,13 @@ TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
   ASSERT_EQ(held.size(), 1u);
   EXPECT_EQ(held[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
 
-  late.isAwaited = false;  // later starts do not hold
+  late.isHeldFor = false;  // a start after a crash does not hold
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 
 TEST_F(RouterTest, HeldRequestsAreBounded) {
-  const loader::ServiceConfiguration configured = configuration({});  // somebody else starts it
-  Service& late = table_.add(40);
-  late.configuration = &configured;
+  Service& late = heldFor(table_, 40, kl::SVC_STATE_STOPPED);
   kl::message m = request({40}, kl::CMD_NOOP, 5, {7});
   m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
   for (int i = 0; i < 10; ++i) (void)route(a_, m);
@@ -485,42 +461,34 @@ TEST_F(RouterTest, HeldRequestsAreBounded) {
 }
 
 TEST_F(RouterTest, DuringACrashDelayRequestsBreak) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
-  Service& late = table_.add(40);
-  late.configuration = &configured;
-  late.state = kl::SVC_STATE_STARTING;
+  Service& late = heldFor(table_, 40, kl::SVC_STATE_STARTING);
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
   late.state = kl::SVC_STATE_DELAYED;
-  router_.breakRequestsTo(late);
+  late.isHeldFor = false;
+  router_.breakPathsTo(late);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 6, {7}));
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 
 TEST_F(RouterTest, ARequestOrANotificationForAServiceThatLeftIsHeldAndStartsIt) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
   for (const kl::message& m :
        {request({40, 1}, kl::CMD_GET, 5, {7}), notification({40, 1}), request({40}, kl::CMD_SUBSCRIBE, 6),
         notification({kl::PATH_MULTI, 1, 24, 1, 40})}) {
-    leaving_.needed.clear();
-    Service& left = table_.add(40);
-    left.configuration = &configured;
-    left.state = kl::SVC_STATE_LEFT;
+    needed_.clear();
+    Service& left = heldFor(table_, 40, kl::SVC_STATE_LEFT);
     (void)route(a_, m);
-    EXPECT_EQ(leaving_.needed, Ids{40});
+    EXPECT_EQ(needed_, Ids{40});
     EXPECT_EQ(takeHeld(left).size(), 1u);
     EXPECT_TRUE(a_.out.empty());
-    router_.breakRequestsTo(left);
+    router_.breakPathsTo(left);
     (void)takeMessages(a_);
     table_.remove(40);
   }
 }
 
 TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
-  Service& left = table_.add(40);
-  left.configuration = &configured;
-  left.state = kl::SVC_STATE_LEFT;
+  Service& left = heldFor(table_, 40, kl::SVC_STATE_LEFT);
   kl::message ended = notification({40});
   ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
@@ -528,24 +496,21 @@ TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
   for (const kl::message& m : {reply({40}, 5), notification({kl::PATH_ALL}), ended, notice})
     EXPECT_EQ(route(a_, m), "");
   other_.connection = nullptr;
-  router_.endOf(other_);
-  EXPECT_TRUE(leaving_.needed.empty());
-  EXPECT_FALSE(left.isDemanded);
+  router_.serviceGone(other_);
+  EXPECT_TRUE(needed_.empty());
   EXPECT_EQ(takeHeld(left).size(), 1u);  // what another service said of an end, for whoever comes
 }
 
 TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
-  b_.configuration = &configured;
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   (void)route(b_, request({30}, kl::CMD_GET, 9, {3}));
   (void)takeMessages(other_);
-  b_.state = kl::SVC_STATE_LEAVING;
+  setLeaving(b_, true);
   (void)route(a_, request({24, 0}, kl::CMD_GET, 6, {7}));
   (void)route(other_, reply({24, 3}, 9));
   EXPECT_TRUE(a_.out.empty());
   b_.connection = nullptr;
-  router_.leftBy(b_);
+  router_.serviceLeft(b_);
   const kl::message broken = takeOnly(a_);
   EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
   EXPECT_EQ(broken.get(kl::SYS_REQID, 0), 5u);
@@ -557,14 +522,11 @@ TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
 }
 
 TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
-  const loader::ServiceConfiguration configured = configuration({"/bin/true"});
-  Service& left = table_.add(40);
-  left.configuration = &configured;
-  left.state = kl::SVC_STATE_LEFT;
+  Service& left = heldFor(table_, 40, kl::SVC_STATE_LEFT);
   (void)route(a_, request({40}, kl::CMD_SUBSCRIBE, 5, {7}));
   for (Service* gone : {&a_, &other_}) {
     gone->connection = nullptr;
-    router_.endOf(*gone);
+    router_.serviceGone(*gone);
   }
   const std::vector<kl::message> held = takeHeld(left);
   ASSERT_EQ(held.size(), 2u);  // nothing of the other: it has said nothing
@@ -574,13 +536,13 @@ TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
 }
 
 TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
-  b_.state = kl::SVC_STATE_LEAVING;
+  setLeaving(b_, true);
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
-  b_.state = kl::SVC_STATE_RUNNING;
+  setLeaving(b_, false);
   outbox_.release(b_);
   requests_.release(b_);
   b_.connection = nullptr;
-  router_.leftBy(b_);
+  router_.serviceLeft(b_);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 

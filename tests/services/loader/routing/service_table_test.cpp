@@ -4,18 +4,12 @@
 
 #include <vector>
 
-#include "tests/services/loader/fixture.h"
+#include "kl/services.h"
 
 namespace {
 
 using loader::Service;
 using loader::ServiceTable;
-
-class Listener final : public loader::TableListener {
- public:
-  void rowChanged(unsigned int id) override { ids.push_back(id); }
-  std::vector<unsigned int> ids;
-};
 
 TEST(ServiceTable, ServicesAreFoundByIdAndWalkedInOrder) {
   ServiceTable table;
@@ -32,13 +26,13 @@ TEST(ServiceTable, ServicesAreFoundByIdAndWalkedInOrder) {
 
 TEST(ServiceTable, TheListenerHearsOfEveryChange) {
   ServiceTable table;
-  Listener listener;
-  table.setListener(&listener);
+  std::vector<unsigned int> ids;
+  table.setListener([&](unsigned int id) { ids.push_back(id); });
   Service& s = table.add(10);
   table.setState(s, kl::SVC_STATE_STARTING);
   table.setState(s, kl::SVC_STATE_STARTING);  // a new pid, say
   table.remove(10);
-  EXPECT_EQ(listener.ids, (std::vector<unsigned int>{10, 10, 10}));
+  EXPECT_EQ(ids, (std::vector<unsigned int>{10, 10, 10}));
 }
 
 TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
@@ -47,34 +41,6 @@ TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
   EXPECT_EQ(describe(s), "netif (32)");
   s.pid = 4711;
   EXPECT_EQ(describe(s), "netif (32, pid 4711)");
-}
-
-TEST(ServiceTable, AConfiguredServiceIsHeldForWhileItIsAwaited) {
-  const loader::ServiceConfiguration configured;
-  Service s(32);
-  EXPECT_FALSE(s.holds());  // nobody configured it
-  s.configuration = &configured;
-  for (const unsigned int state : {kl::SVC_STATE_STOPPED, kl::SVC_STATE_STARTING, kl::SVC_STATE_LEFT}) {
-    s.state = state;
-    EXPECT_TRUE(s.holds()) << state;
-  }
-  for (const unsigned int state : {kl::SVC_STATE_DELAYED, kl::SVC_STATE_STOPPING}) {
-    s.state = state;
-    EXPECT_FALSE(s.holds()) << state;
-  }
-  s.state = kl::SVC_STATE_STARTING;
-  s.isAwaited = false;
-  EXPECT_FALSE(s.holds());
-}
-
-TEST(ServiceTable, AServiceThatWasAskedToLeaveIsHeldFor) {
-  ServiceTable table;
-  Service& s = loader::test::connected(table, 32);
-  EXPECT_FALSE(s.holds());
-  s.state = kl::SVC_STATE_LEAVING;
-  EXPECT_TRUE(s.holds());
-  s.connection = nullptr;  // its process has not ended yet
-  EXPECT_TRUE(s.holds());
 }
 
 }  // namespace

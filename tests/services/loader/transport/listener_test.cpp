@@ -10,7 +10,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "kl/utilities.h"
@@ -20,25 +23,13 @@
 namespace {
 
 namespace fs = std::filesystem;
+using common::Peer;
 using kl::test::LoaderProcess;
 using kl::test::RawPeer;
-using loader::Applicant;
 using loader::Descriptor;
 using loader::Listener;
 
-class Host final : public loader::ListenerHost {
- public:
-  void onConnection(Descriptor socket, Applicant who) override {
-    sockets.push_back(std::move(socket));
-    last = who;
-  }
-  void cannotAccept(int errorNumber) override { refusals.push_back(errorNumber); }
-  void tooManyFail() override { ++complaints; }
-  unsigned int complaints = 0;
-  std::vector<Descriptor> sockets;
-  std::vector<int> refusals;
-  Applicant last;
-};
+constexpr char kTooMany[] = "kl-loader: too many connections come to nothing; new ones have to wait\n";
 
 // The process can open nothing while it lives.
 class NoDescriptorLeft {
@@ -61,7 +52,14 @@ class ListenerTest : public testing::Test {
  protected:
   void onePass() { runner_.runSocks(kl::getJiffies()); }
   void fail(unsigned int count) {
-    for (unsigned int i = 0; i < count; ++i) listener_.cameToNothing();
+    for (unsigned int i = 0; i < count; ++i) listener_->onFailure();
+  }
+  // What the log has said since the last call.
+  std::string logged() {
+    std::string text(4096, 0);
+    const ssize_t got = ::read(logEnd_.get(), text.data(), text.size());
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
   }
   // A pass that nothing keeps asleep.
   void onePassAtOnce() {
@@ -77,14 +75,29 @@ class ListenerTest : public testing::Test {
     while (!isOver) onePass();
   }
 
+  ListenerTest() {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    logEnd_ = Descriptor(ends[0]);
+    logPipe_ = Descriptor(ends[1]);
+    log_.emplace(logPipe_.get());
+    listener_.emplace(runner_, *log_, [this](Descriptor socket, Peer peer) {
+      sockets_.push_back(std::move(socket));
+      last_ = peer;
+    });
+  }
+
   kl::ThinRunner runner_;
-  Host host_;
-  Listener listener_{runner_, host_};
+  Descriptor logEnd_, logPipe_;
+  std::optional<loader::Log> log_;
+  std::vector<Descriptor> sockets_;  // that came in
+  Peer last_;                        // who came last
+  std::optional<Listener> listener_;
 };
 
 TEST_F(ListenerTest, FoldersAreMadeAndTheSocketIsOpenToEverybody) {
   for (const char* folder : {"/kelo/run", "/kelo/logs"}) fs::remove_all(folder);
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   struct stat info {};
   ASSERT_EQ(::stat(kl::loaderSocketPath().c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 07777, 0666u);
@@ -94,38 +107,38 @@ TEST_F(ListenerTest, FoldersAreMadeAndTheSocketIsOpenToEverybody) {
 }
 
 TEST_F(ListenerTest, AConnectionComesWithItsProcessAndItsUser) {
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
   ASSERT_TRUE(peer.connect());
   onePass();
-  ASSERT_EQ(host_.sockets.size(), 1u);
-  EXPECT_EQ(host_.last.pid, ::getpid());
-  EXPECT_EQ(host_.last.uid, ::geteuid());
-  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFL) & O_NONBLOCK, 0);
-  EXPECT_NE(::fcntl(host_.sockets[0].get(), F_GETFD) & FD_CLOEXEC, 0);
+  ASSERT_EQ(sockets_.size(), 1u);
+  EXPECT_EQ(last_.pid, ::getpid());
+  EXPECT_EQ(last_.uid, ::geteuid());
+  EXPECT_NE(::fcntl(sockets_[0].get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(sockets_[0].get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
 TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
 #endif
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
   ASSERT_TRUE(peer.connect());
   {
     const NoDescriptorLeft none;
     onePass();
-    EXPECT_TRUE(host_.sockets.empty());
+    EXPECT_TRUE(sockets_.empty());
     runner_.addTimer(
         nullptr, [](void*) {}, 5);
     const unsigned int begin = kl::getJiffies();
     onePass();  // the waiting connection does not wake it
     EXPECT_GE(kl::getJiffies() - begin, 4u);
-    EXPECT_EQ(host_.refusals, std::vector<int>{EMFILE});
+    EXPECT_EQ(logged(), "kl-loader: connections have to wait: " + std::string(std::strerror(EMFILE)) + "\n");
   }
-  listener_.resume();
+  listener_->resume();
   onePass();
-  EXPECT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(sockets_.size(), 1u);
 
   // Nobody of its own ends now: it looks again by itself.
   RawPeer second;
@@ -133,59 +146,59 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   {
     const NoDescriptorLeft none;
     onePass();
-    EXPECT_EQ(host_.sockets.size(), 1u);
+    EXPECT_EQ(sockets_.size(), 1u);
   }
-  for (int passes = 0; passes < 100 && host_.sockets.size() == 1; ++passes) onePass();
-  EXPECT_EQ(host_.sockets.size(), 2u);
+  for (int passes = 0; passes < 100 && sockets_.size() == 1; ++passes) onePass();
+  EXPECT_EQ(sockets_.size(), 2u);
 }
 
 TEST_F(ListenerTest, AfterTooManyFailuresNobodyIsAcceptedUntilTheTickIsOver) {
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
   fail(Listener::kMostFailures);
   ASSERT_TRUE(peer.connect());
   onePassAtOnce();
-  EXPECT_TRUE(host_.sockets.empty());
+  EXPECT_TRUE(sockets_.empty());
   twoTicks();
-  EXPECT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(sockets_.size(), 1u);
 }
 
 TEST_F(ListenerTest, OneFailureLessHoldsNobodyUp) {
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
   fail(Listener::kMostFailures - 1);
   ASSERT_TRUE(peer.connect());
   onePass();
-  EXPECT_EQ(host_.sockets.size(), 1u);
-  EXPECT_EQ(host_.complaints, 0u);
+  EXPECT_EQ(sockets_.size(), 1u);
+  EXPECT_EQ(logged(), "");
 }
 
 TEST_F(ListenerTest, FailuresOfDifferentTicksAreNotAddedUp) {
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   for (int i = 0; i < 3; ++i) {
     fail(Listener::kMostFailures - 1);
     twoTicks();
   }
-  EXPECT_EQ(host_.complaints, 0u);
+  EXPECT_EQ(logged(), "");
 }
 
 TEST_F(ListenerTest, TooManyFailuresAreToldOnceUntilATickHasFewer) {
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   for (int i = 0; i < 3; ++i) {
     fail(Listener::kMostFailures + 5);
     onePass();  // sleeps until the tick is over
   }
-  EXPECT_EQ(host_.complaints, 1u);
+  EXPECT_EQ(logged(), kTooMany);
   twoTicks();
   fail(Listener::kMostFailures);
-  EXPECT_EQ(host_.complaints, 2u);
+  EXPECT_EQ(logged(), kTooMany);
 }
 
 TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
 #endif
-  ASSERT_EQ(listener_.open(), "");
+  ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
   ASSERT_TRUE(peer.connect());
   {
@@ -193,19 +206,19 @@ TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
     onePass();
   }
   fail(Listener::kMostFailures);
-  listener_.resume();
+  listener_->resume();
   onePassAtOnce();
-  EXPECT_TRUE(host_.sockets.empty());
+  EXPECT_TRUE(sockets_.empty());
   twoTicks();
-  EXPECT_EQ(host_.sockets.size(), 1u);
+  EXPECT_EQ(sockets_.size(), 1u);
 }
 
 TEST_F(ListenerTest, FailuresAfterItsEndAreNobodysConcern) {
   fail(Listener::kMostFailures);
-  ASSERT_EQ(listener_.open(), "");
-  listener_.close();
+  ASSERT_EQ(listener_->open(), "");
+  listener_->close();
   fail(Listener::kMostFailures);
-  EXPECT_EQ(host_.complaints, 0u);
+  EXPECT_EQ(logged(), "");
 }
 
 TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {
@@ -220,20 +233,20 @@ TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {
   ASSERT_EQ(::listen(stopped.get(), 0), 0);
   RawPeer first;
   ASSERT_TRUE(first.connect());  // fills the backlog, and nobody takes it
-  EXPECT_EQ(listener_.open(), path + ": a loader is running already");
+  EXPECT_EQ(listener_->open(), path + ": a loader is running already");
   (void)::unlink(path.c_str());
 }
 
 TEST_F(ListenerTest, ClosingItRemovesItsFile) {
-  ASSERT_EQ(listener_.open(), "");
-  listener_.close();
+  ASSERT_EQ(listener_->open(), "");
+  listener_->close();
   EXPECT_FALSE(fs::exists(kl::loaderSocketPath()));
 }
 
 TEST_F(ListenerTest, AFolderThatCannotBeMadeIsTold) {
   fs::remove_all("/kelo/run");
   ASSERT_TRUE(Descriptor(::open("/kelo/run", O_CREAT | O_WRONLY, 0600)).isOpen());
-  EXPECT_EQ(listener_.open().rfind("/kelo/run: cannot be made: ", 0), 0u);
+  EXPECT_EQ(listener_->open().rfind("/kelo/run: cannot be made: ", 0), 0u);
   fs::remove("/kelo/run");
 }
 
@@ -242,7 +255,7 @@ TEST_F(ListenerTest, ASecondLoaderDoesNotStart) {
   LoaderProcess second;
   EXPECT_EQ(second.waitForEnd(), 1);
   EXPECT_NE(second.log().find(": a loader is running already"), std::string::npos) << second.log();
-  EXPECT_EQ(listener_.open(), kl::loaderSocketPath() + ": a loader is running already");
+  EXPECT_EQ(listener_->open(), kl::loaderSocketPath() + ": a loader is running already");
   EXPECT_TRUE(RawPeer().connect());
 }
 
@@ -251,7 +264,7 @@ TEST_F(ListenerTest, TheSocketOfAKilledLoaderIsReplaced) {
   killed.signal(SIGKILL);
   EXPECT_EQ(killed.waitForEnd(), 128 + SIGKILL);
   EXPECT_TRUE(fs::exists(kl::loaderSocketPath()));
-  EXPECT_EQ(listener_.open(), "");
+  EXPECT_EQ(listener_->open(), "");
 }
 
 }  // namespace

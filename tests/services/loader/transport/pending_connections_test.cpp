@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "kl/runner.h"
@@ -13,17 +14,14 @@ namespace {
 
 constexpr unsigned int kMany = 10;
 
-// Connections on socket pairs, and what the loader around them hears of each: 'f' a frame, 'e' its end.
-class StrangersTest : public testing::Test, private ConnectionHost {
+// Connections on socket pairs, and what their hosts hear: 'f' a frame, 'e' the end.
+class PendingConnectionsTest : public testing::Test {
  protected:
   void comes() {
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
     others_.emplace_back(ends[0]);
-    const Applicant who{1, 1, nullptr};
-    ConnectionHost& host = *this;
-    connections_.push_back(
-        std::make_unique<Connection>(runner_, host, area_, Descriptor(ends[1]), who, Patience{1, 0}));
+    clients_.push_back(std::make_unique<Client>(*this, clients_.size(), Descriptor(ends[1])));
   }
   void come(unsigned int count) {
     for (unsigned int i = 0; i < count; ++i) comes();
@@ -36,15 +34,12 @@ class StrangersTest : public testing::Test, private ConnectionHost {
     for (unsigned int i = 0; i < others_.size(); ++i) says(i, bytes);
   }
 
-  void ends(unsigned int i) {
-    ConnectionHost& host = *this;
-    host.onEnd(*connections_[i], "");
-  }
+  void ends(unsigned int i) { clients_[i]->onConnectionClosed(""); }
 
-  // One pass of the loop: the line is served, and who can be read gets in line.
+  // One pass of the loop: the queue is served, and whoever can be read is queued.
   std::string pass() {
     heard_.clear();
-    strangers_.serve();
+    pending_.serve();
     runner_.addTimer(
         nullptr, [](void*) {}, 0);
     runner_.runSocks(kl::getJiffies());
@@ -56,32 +51,42 @@ class StrangersTest : public testing::Test, private ConnectionHost {
   const std::vector<unsigned char> kTooLong = {255, 255, 255, 255};
 
  private:
-  void onBatch() override {}
-  const char* onFrame(Connection& connection, std::span<const unsigned char>) override {
-    return note('f', connection), nullptr;
-  }
-  void onStranger(Connection& connection) override { strangers_.add(connection); }
-  void onEnd(Connection& connection, const std::string&) override {
-    note('e', connection);
-    strangers_.forget(connection);
-    connection.end();
-  }
-  void settle() override {}
+  class Client final : public ConnectionHost {
+   public:
+    Client(PendingConnectionsTest& test, std::size_t number, Descriptor socket)
+        : test_(test),
+          name_(std::to_string(number) + " "),
+          connection_(test.runner_, *this, test.area_, std::move(socket), Connection::Origin::kAccepted,
+                      Patience{1, 0}) {}
 
-  void note(char what, const Connection& connection) {
-    for (std::size_t i = 0; i < connections_.size(); ++i)
-      if (connections_[i].get() == &connection) heard_ += what + std::to_string(i) + " ";
-  }
+    void onBatch() override {}
+    const char* onFrame(std::span<const unsigned char>) override {
+      test_.heard_ += "f" + name_;
+      return nullptr;
+    }
+    void onPendingReadable() override { test_.pending_.add(connection_); }
+    void onConnectionClosed(const std::string&) override {
+      test_.heard_ += "e" + name_;
+      test_.pending_.forget(connection_);
+      connection_.close();
+    }
+    void settle() override {}
+
+   private:
+    PendingConnectionsTest& test_;
+    std::string name_;
+    Connection connection_;
+  };
 
   kl::Runner runner_;
   ReadArea area_;
-  Strangers strangers_;
+  PendingConnections pending_;
   std::vector<Descriptor> others_;
-  std::vector<std::unique_ptr<Connection>> connections_;
+  std::vector<std::unique_ptr<Client>> clients_;
   std::string heard_;
 };
 
-TEST_F(StrangersTest, NobodyIsServedInThePassThatReportsHim) {
+TEST_F(PendingConnectionsTest, NobodyIsServedInThePassThatReportsHim) {
   come(1);
   says(0, kFrame);
   EXPECT_EQ(pass(), "");
@@ -89,7 +94,7 @@ TEST_F(StrangersTest, NobodyIsServedInThePassThatReportsHim) {
   EXPECT_EQ(pass(), "");
 }
 
-TEST_F(StrangersTest, FourAreServedInAPassInTheOrderOfTheLine) {
+TEST_F(PendingConnectionsTest, FourAreServedInAPassInTheOrderOfTheQueue) {
   come(kMany);
   allSay(kTooLong);
   EXPECT_EQ(pass(), "");
@@ -98,7 +103,7 @@ TEST_F(StrangersTest, FourAreServedInAPassInTheOrderOfTheLine) {
   EXPECT_EQ(pass(), "e1 e0 ");
 }
 
-TEST_F(StrangersTest, WhoTalksOnStandsBehindTheOthers) {
+TEST_F(PendingConnectionsTest, WhoTalksOnStandsBehindTheOthers) {
   come(6);
   allSay(kFrame);
   (void)pass();
@@ -109,7 +114,7 @@ TEST_F(StrangersTest, WhoTalksOnStandsBehindTheOthers) {
   EXPECT_EQ(pass(), "f5 f4 f3 f2 ");
 }
 
-TEST_F(StrangersTest, WhoHasEndedIsNotServed) {
+TEST_F(PendingConnectionsTest, WhoHasEndedIsNotServed) {
   come(2);
   allSay(kHalf);
   (void)pass();

@@ -1,0 +1,85 @@
+#pragma once
+// held_queue.h: what waits for a service that is not to see it yet.
+
+#include <cstddef>
+#include <set>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "transport/buffer.h"
+
+namespace loader {
+
+enum class HeldKind : unsigned char {
+  kWord,    // a request or a notification
+  kAnswer,  // a reply or a notice
+  kGone,    // the notice that a service is gone
+};
+
+// Whole frames in their order, and beside the bytes who sent each of them and what it is: a death must not read them
+// all again.
+//
+// Errors:    memory that cannot be had ends the process.
+// Ownership: owns its bytes; moved, not copied.
+// Threads:   belongs to one thread.
+// Cost:      adding takes amortized constant time; nothing is allocated while nothing is held.
+class HeldQueue {
+ public:
+  std::size_t size() const { return bytes_.size(); }
+  bool empty() const { return bytes_.empty(); }
+  std::span<const unsigned char> bytes() const { return bytes_.bytes(); }
+
+  // Adds the frame that `write` appends to a Buffer; the number of its bytes.  `sender` is whose words these are; of a
+  // notice that a service is gone, which service.
+  template <class Write>
+  std::size_t add(unsigned int sender, HeldKind kind, Write write) {
+    const std::size_t before = bytes_.size();
+    write(bytes_);
+    const std::size_t size = bytes_.size() - before;
+    frames_.push_back({sender, static_cast<unsigned int>(size), kind});
+    return size;
+  }
+
+  void clear() {
+    bytes_.clear();
+    frames_ = {};
+  }
+
+  // True when something that `sender` said is held, and no notice behind it that it is gone.
+  bool hasWordOf(unsigned int sender) const {
+    bool has = false;
+    for (const Frame& frame : frames_)
+      if (frame.sender == sender) has = frame.kind != HeldKind::kGone;
+    return has;
+  }
+
+  // Drops held replies and notices, whose process is gone.  Keeps requests, notifications, and a death notice that
+  // follows a message from the dead sender.
+  void keepForNextProcess() {
+    HeldQueue kept;
+    std::set<unsigned int> heard;  // whose words are kept so far
+    std::span<const unsigned char> rest = bytes();
+    for (const Frame& frame : frames_) {
+      const std::span<const unsigned char> bytes = rest.first(frame.size);
+      rest = rest.subspan(frame.size);
+      if (frame.kind == HeldKind::kAnswer) continue;
+      if (frame.kind == HeldKind::kGone && heard.erase(frame.sender) == 0) continue;
+      if (frame.kind == HeldKind::kWord) heard.insert(frame.sender);
+      (void)kept.add(frame.sender, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
+    }
+    *this = std::move(kept);
+  }
+
+ private:
+  struct Frame {
+    unsigned int sender;
+    unsigned int size;
+    HeldKind kind;
+  };
+
+  Buffer bytes_;
+  std::vector<Frame> frames_;
+};
+
+}  // namespace loader
