@@ -45,6 +45,7 @@ ROOMS = {
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
+VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has)[A-Z]\w*)\s*\(", re.M)
 COMMENT = re.compile(r"^[ \t]*//[^\n]*(?:\n[ \t]*//[^\n]*)*", re.M)
 TEST_NAME = re.compile(r"\b([A-Z]\w*)\.([A-Z]\w*)\b")
 
@@ -173,6 +174,13 @@ def check_arrows(tree):
                     yield path, line, f"{target} does not lie below {house}/{mine}".rstrip("/")
 
 
+def check_predicates(tree):
+    """A function whose name asks a question answers it: one without a result is named by what it does."""
+    for path in tree.code():
+        for match in VOID_PREDICATE.finditer(tree.text(path)):
+            yield path, line_of(tree.text(path), match.start()), f"{match.group(1)} asks and does not answer"
+
+
 def check_programs(tree):
     """Companions, tools and examples use the public headers and their own, as any user would."""
     for path in tree.code():
@@ -287,6 +295,7 @@ CHECKS = {
     "tests": check_tests,
     "includes": check_includes,
     "arrows": check_arrows,
+    "predicates": check_predicates,
     "programs": check_programs,
     "layers": check_layers,
     "headers": check_headers,

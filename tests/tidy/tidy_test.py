@@ -99,6 +99,15 @@ class TidyTest(unittest.TestCase):
         self.assertEqual(self.findings("includes", {"examples/hello.cpp": '#include "services/common/section.h"\n'}),
                          ["examples/hello.cpp:1: services/common/section.h is internal to services/common/"])
 
+    def test_a_predicate_that_does_not_answer(self):
+        self.assertEqual(self.findings("predicates", {"services/loader/routing/router.h": "#pragma once\n"
+                                                      "bool isFull();\n"
+                                                      "  virtual void isIdle(Service& s) = 0;\n",
+                                                      "lib/message/rep.cpp": "void Rep::hasNews() {}\nvoid issue();\n"}),
+                         ["lib/message/rep.cpp:1: hasNews asks and does not answer",
+                          "services/loader/routing/router.h:3: isIdle asks and does not answer"])
+        self.assertEqual(self.findings("predicates", {"lib/message/rep.cpp": "// not void isIdle(): it acts\n"}), [])
+
     def test_a_program_that_includes_anothers_header(self):
         self.assertEqual(self.findings("includes", {"tools/klctl/main.cpp": '#include "services/loader/routing/router.h"\n'}),
                          ["tools/klctl/main.cpp:1: services/loader/routing/router.h is internal to services/loader/"])
