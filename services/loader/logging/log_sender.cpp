@@ -109,7 +109,7 @@ bool LogSender::mayTry() const { return kl::getJiffies() - lastTry_ >= kShortest
 
 void LogSender::tryToConnect() {
   lastTry_ = kl::getJiffies();
-  Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | kFlags, 0));  // N1
+  common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | kFlags, 0));  // N1
   if (!fd.isOpen() || !connectTo(fd.get(), kl::logSocketPath()) || !introduce(fd.get())) return retryLater();
   socket_ = std::move(fd);
   loop_.removeTimer(retry_);

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "kl/runner.h"
-#include "transport/descriptors.h"
+#include "services/common/descriptor.h"
 
 namespace loader {
 
@@ -57,7 +57,7 @@ class LogSender {
 
   kl::ThinRunner& loop_;
   Log& log_;
-  Descriptor socket_;
+  common::Descriptor socket_;
   kl::TimerPtr retry_;
   unsigned int retryTicks_ = kShortestRetryTicks;
   unsigned int lastTry_;
