@@ -12,7 +12,7 @@ constexpr int kTimeoutTicks = 300;  // 3 seconds
 
 class Ask : public kl::Looper {
  public:
-  Ask() : kl::Looper(kAny) {}
+  Ask() : kl::Looper(kAny) { reportTooBig(true); }
 
   // Asks for the whole table, chunk by chunk, and waits for each reply: nothing else runs meanwhile.
   bool askAndWait() {

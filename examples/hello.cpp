@@ -20,6 +20,7 @@ class Hello : public kl::Handler {
 
 int main() {
   kl::Looper loop(kl::Looper::kAny, 34);  // this process is service 34
+  loop.reportTooBig(true);                // a message of 64 KiB or more is lost with a word
   Hello hello;
   loop.addHandler(0, &hello);  // its path is [34, 0]
   loop.run();

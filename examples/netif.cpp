@@ -27,6 +27,7 @@ constexpr std::size_t kLongestDescription = 255;
 class Netif : public kl::Looper {
  public:
   Netif() : kl::Looper(kAny, netif::SERVICE, kVersion) {
+    reportTooBig(true);
     addHandler(kMemory, &memory_);  // now it has what the last leave saved
     addSocket(monitor_.fd(), this, kl::bind<Netif, &Netif::onNews>(), POLLIN);
     retryIfStale();

@@ -68,6 +68,7 @@ void endLoop(void* loop, int) { static_cast<kl::Looper*>(loop)->shutdown(); }
 
 int main() {
   kl::Looper loop(kl::Looper::kAny);
+  loop.reportTooBig(true);
   loop.addSighandler(SIGINT, &loop, endLoop, true);
   loop.addSighandler(SIGTERM, &loop, endLoop, true);
   WatchLinks links;

@@ -26,6 +26,7 @@ int run(const logd::Configuration& configuration) {
   }
   logd::LogBook book(configuration.book);
   logd::LogService service(configuration.limits, book, listener);
+  service.reportTooBig(true);
   service.run();
   return 0;
 }

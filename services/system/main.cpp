@@ -7,5 +7,7 @@ int main(int argc, char** argv) {
   const common::Program program{"kl-system", "Tells other services of the machine.  The loader starts it."};
   int status = 0;
   if (!common::readCommandLine(program, argc, argv, status)) return status;
-  kl_system::SystemService().run();
+  kl_system::SystemService service;
+  service.reportTooBig(true);
+  service.run();
 }

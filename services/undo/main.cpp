@@ -8,5 +8,7 @@ int main(int argc, char** argv) {
       "kl-undo", "Keeps what services report of changes, and undoes them.  The loader starts it."};
   int status = 0;
   if (!common::readCommandLine(program, argc, argv, status)) return status;
-  undo::UndoService().run();
+  undo::UndoService service;
+  service.reportTooBig(true);
+  service.run();
 }
