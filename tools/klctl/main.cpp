@@ -44,6 +44,7 @@ void perform(const CommandLine& line) {
       .disconnect = disconnect,
       .print = writeResults,
       .remark = remark,
+      .isTerminal = ::isatty(STDOUT_FILENO) == 1,
   };
   performerOf(line.verb)(line, channels);
 }

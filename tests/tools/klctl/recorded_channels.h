@@ -18,7 +18,8 @@ inline CommandLine parsed(std::vector<const char*> words) {
 // Tables are walked through the same exchange, one chunk after the other.
 class RecordedChannels {
  public:
-  explicit RecordedChannels(const Exchange& exchange = {}) {
+  explicit RecordedChannels(const Exchange& exchange = {}, bool isTerminal = false) {
+    channels_.isTerminal = isTerminal;
     channels_.exchange = exchange;
     channels_.send = [this](const kl::message& m) { sent = m; };
     channels_.walk = [exchange](const kl::message& request, const std::string& path) {

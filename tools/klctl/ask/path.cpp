@@ -8,6 +8,7 @@
 #include "kl/services.h"
 #include "values/failure.h"
 #include "values/field_id.h"
+#include "values/similar.h"
 
 namespace klctl {
 namespace {
@@ -47,10 +48,15 @@ unsigned int askId(const std::string& name, const Exchange& exchange) {
   request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   request.insert(kl::SYS_CMD, kl::CMD_GETALL);
   std::vector<unsigned int> ids;
-  for (const kl::message service : fetchAll(request, "loader", exchange))
-    if (service.get(kl::SVC_NAME, "") == name) ids.push_back(service.get(kl::STD_ID, kl::BADID));
-  if (ids.empty())
-    throw Failure(Status::kRefused, "no service is called '" + name + "' (klctl services lists them)");
+  std::vector<std::string> names;
+  for (const kl::message service : fetchAll(request, "loader", exchange)) {
+    names.push_back(service.get(kl::SVC_NAME, ""));
+    if (names.back() == name) ids.push_back(service.get(kl::STD_ID, kl::BADID));
+  }
+  if (ids.empty()) {
+    throw Failure(Status::kRefused, "no service is called '" + name + "'" + didYouMean(name, names) +
+                                        " (klctl services lists them)");
+  }
   if (ids.size() > 1) {
     throw Failure(Status::kRefused, "several services are called '" + name + "', " + std::to_string(ids[0]) +
                                         " and " + std::to_string(ids[1]) + " among them: give the number");

@@ -5,18 +5,24 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <map>
 
 #include "kl/conventions.h"
 #include "values/dictionary.h"
 #include "values/failure.h"
 #include "values/field_id.h"
 #include "values/field_names.h"
+#include "values/similar.h"
 #include "values/since.h"
 
 namespace klctl {
 namespace {
 constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
+
+// The options that may stand before and after any verb, and that not every verb uses.  --json is for every verb: results,
+// if there are any, are JSON.
+enum Use : unsigned int { kNoOption = 0, kTimeout = 1, kDump = 2, kFields = 4, kEveryOption = 7 };
 
 struct Words {
   std::string path;
@@ -27,31 +33,25 @@ struct Words {
 
 class Parser {
  public:
-  Parser() : app_("Asks and tells the services of this machine.", "klctl") {
+  Parser() : app_("Sends requests to the services of this machine.", "klctl") {
     app_.require_subcommand(1);
     app_.fallthrough();
     app_.set_version_flag("--version", "klctl " KLCTL_VERSION);
-    app_.add_option("--timeout", words_.timeoutSeconds, "How long to wait for each reply (default 5)")
-        ->type_name("SECONDS");
-    CLI::Option* json = app_.add_flag("--json", line_.json, "Print JSON");
-    app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came")->excludes(json);
-    app_.add_option("--fields", line_.fields, "Where the field dictionaries are")->type_name("DIR");
-    app_.footer(
-        "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
-        "leave.\n"
-        "See klctl(1).");
-    addVerb(app_, Verb::kServices, "services", "List the services");
+    addOptions();
+    addVerb(app_, Verb::kServices, "services", "List the services", kEveryOption);
     addRequest(Verb::kGet, "get", "Read settings, or one object");
     addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
     addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it",
                &Parser::interpretTable);
     addRequest(Verb::kSet, "set", "Change settings, or one object");
     CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
-    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply");
+    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply")
+        ->excludes(json_)
+        ->excludes(options_[kDump]);
     addAction(Verb::kStart, "start", "Start a service");
     addAction(Verb::kStop, "stop", "End a service");
     addAction(Verb::kRestart, "restart", "End a service and start it again");
-    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait until it has");
+    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait for that");
     addDump();
     addUndo();
     addStore();
@@ -74,6 +74,21 @@ class Parser {
   }
 
  private:
+  void addOptions() {
+    options_[kTimeout] =
+        app_.add_option("--timeout", words_.timeoutSeconds, "How long to wait for each reply (default 5)");
+    options_[kTimeout]->type_name("SECONDS");
+    json_ = app_.add_flag("--json", line_.json, "Print JSON");
+    options_[kDump] = app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came");
+    options_[kDump]->excludes(json_);
+    options_[kFields] = app_.add_option("--fields", line_.fields, "The folder of the field dictionaries");
+    options_[kFields]->type_name("DIR");
+    app_.footer(
+        "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
+        "leave.\n"
+        "See klctl(1).");
+  }
+
   // Names the word that stands where a command belongs; CLI11 only reports that a command is missing.
   void refuseUnknownCommand(const CLI::App& app) const {
     const std::vector<CLI::App*> chosen = app.get_subcommands();
@@ -81,17 +96,21 @@ class Parser {
     const std::vector<std::string> words = app_.remaining(true);
     if (app.get_require_subcommand_min() == 0 || words.empty() || words.front().starts_with('-')) return;
     const std::string parent = &app == &app_ ? "" : app.get_name() + " ";
-    throw usage("there is no 'klctl " + parent + words.front() + "' (klctl " + parent +
-                "--help shows what there is)");
+    std::vector<std::string> names;
+    for (const CLI::App* verb : app.get_subcommands(nullptr)) names.push_back(verb->get_name());
+    throw usage("there is no 'klctl " + parent + words.front() + "'" + didYouMean(words.front(), names) +
+                " (klctl " + parent + "--help shows what there is)");
   }
 
   using Interpretation = void (Parser::*)();
 
-  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about,
+  CLI::App* addVerb(CLI::App& parent, Verb verb, const char* name, const char* about, unsigned int uses,
                     Interpretation interpretation = nullptr) {
     CLI::App* verbApp = parent.add_subcommand(name, about);
-    verbApp->final_callback([this, verb, interpretation] {
+    const std::string fullName = &parent == &app_ ? name : parent.get_name() + " " + name;
+    verbApp->final_callback([this, verb, fullName, uses, interpretation] {
       line_.verb = verb;
+      refuseUnusedOptions(fullName, uses);
       interpretation_ = interpretation;
     });
     return verbApp;
@@ -99,7 +118,7 @@ class Parser {
 
   CLI::App* addRequest(Verb verb, const char* name, const char* about,
                        Interpretation interpretation = &Parser::interpretRequest) {
-    CLI::App* verbApp = addVerb(app_, verb, name, about, interpretation);
+    CLI::App* verbApp = addVerb(app_, verb, name, about, kEveryOption, interpretation);
     verbApp->add_option("PATH", words_.path, "A service, as netif, 24, netif/3 or netif:2 (object 2)")
         ->required()
         ->type_name("");
@@ -112,40 +131,42 @@ class Parser {
   }
 
   void addAction(Verb verb, const char* name, const char* about) {
-    addVerb(app_, verb, name, about, &Parser::interpretService)
+    addVerb(app_, verb, name, about, kTimeout | kDump, &Parser::interpretService)
         ->add_option("SERVICE", words_.path, "A service, by its name or its number")
         ->required()
         ->type_name("");
   }
 
   void addDump() {
-    CLI::App* dump = addVerb(app_, Verb::kDump, "dump", "Print the messages in a file");
+    CLI::App* dump = addVerb(app_, Verb::kDump, "dump", "Print the messages in a file", kNoOption);
     dump->add_option("FILE", line_.file, "The file; - is the standard input")->required()->type_name("");
     dump->add_option_function<std::string>(
             "--format", [this](const std::string& word) { readFormat(word); },
-            "What is in the file, when klctl guesses wrong")
+            "The format of the file, if the guess is wrong")
         ->type_name("bare|framed|store");
   }
 
   void addUndo() {
     CLI::App* undo = app_.add_subcommand("undo", "Show what was changed, and undo it");
     undo->require_subcommand(1);
-    addVerb(*undo, Verb::kUndoList, "list", "List the changes, the newest first");
-    addRecordId(addVerb(*undo, Verb::kUndoShow, "show", "Show one change with its messages"));
-    addRecordId(addVerb(*undo, Verb::kUndoRun, "run", "Undo a change, or do it again"));
+    addVerb(*undo, Verb::kUndoList, "list", "List the changes, the newest first", kEveryOption);
+    addRecordId(addVerb(*undo, Verb::kUndoShow, "show", "Show one change with its messages", kEveryOption));
+    addRecordId(addVerb(*undo, Verb::kUndoRun, "run", "Undo a change, or redo it", kEveryOption));
   }
 
   void addStore() {
     CLI::App* store = app_.add_subcommand("store", "Look into the files of a store");
     store->require_subcommand(1);
-    addStoreVerb(*store, Verb::kStoreList, "ls", "List the entries and the free slots");
-    addRecordId(addStoreVerb(*store, Verb::kStoreGet, "get", "Print the message of one entry"), "The entry");
-    addStoreVerb(*store, Verb::kStoreCheck, "check", "Say what is wrong with the files");
-    addStoreVerb(*store, Verb::kStoreCompact, "compact", "Give back the free slots; changes the files");
+    addStoreVerb(*store, Verb::kStoreList, "ls", "List the entries and the free slots", kNoOption);
+    addRecordId(addStoreVerb(*store, Verb::kStoreGet, "get", "Print the message of one entry", kDump),
+                "The entry");
+    addStoreVerb(*store, Verb::kStoreCheck, "check", "Print the faults of the files", kNoOption);
+    addStoreVerb(*store, Verb::kStoreCompact, "compact", "Remove the free slots; changes the files",
+                 kNoOption);
   }
 
-  CLI::App* addStoreVerb(CLI::App& store, Verb verb, const char* name, const char* about) {
-    CLI::App* verbApp = addVerb(store, verb, name, about);
+  CLI::App* addStoreVerb(CLI::App& store, Verb verb, const char* name, const char* about, unsigned int uses) {
+    CLI::App* verbApp = addVerb(store, verb, name, about, uses);
     verbApp->add_option("PATH", line_.file, "The store: its files are PATH.idx and PATH.dat")
         ->required()
         ->type_name("");
@@ -154,7 +175,7 @@ class Parser {
 
   void addLog() {
     CLI::App* log = app_.add_subcommand("log", "Show the log of the system");
-    CLI::Option* follow = log->add_flag("-f,--follow")->description("Go on with what comes");
+    CLI::Option* follow = log->add_flag("-f,--follow")->description("Follow the log");
     log->add_option("--topic", line_.log.topics, "Only lines with this topic, or one of several")
         ->type_name("TOPIC")
         ->expected(1)
@@ -165,10 +186,25 @@ class Parser {
         ->type_name("WHEN");
     log->require_subcommand(0, 1);
     log->final_callback([this, log, follow] {
-      if (log->get_subcommands().empty()) line_.verb = follow->count() > 0 ? Verb::kLogFollow : Verb::kLog;
+      if (!log->get_subcommands().empty()) return refuseFilter(*log);
+      line_.verb = follow->count() > 0 ? Verb::kLogFollow : Verb::kLog;
+      refuseUnusedOptions("log", kTimeout | kFields);
     });
-    addTopic(addVerb(*log, Verb::kLogMute, "mute", "Have no more lines with a topic written"));
-    addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Have them written again"));
+    addTopic(addVerb(*log, Verb::kLogMute, "mute", "Mute every source with a topic", kTimeout));
+    addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Unmute them", kTimeout));
+  }
+
+  // The words of the log are given to its verbs, too, which do not use them.
+  static void refuseFilter(const CLI::App& log) {
+    for (const char* option : {"--follow", "--topic", "--since"})
+      if (log.get_option(option)->count() > 0)
+        throw usage("klctl log " + log.get_subcommands().front()->get_name() + " does not use " + option);
+  }
+
+  void refuseUnusedOptions(const std::string& verb, unsigned int uses) const {
+    for (const auto& [use, option] : options_)
+      if ((uses & use) == 0 && option->count() > 0)
+        throw usage("klctl " + verb + " does not use " + option->get_name());
   }
 
   void addTopic(CLI::App* verbApp) {
@@ -258,6 +294,8 @@ class Parser {
   }
 
   CLI::App app_;
+  std::map<unsigned int, CLI::Option*> options_;  // by Use
+  CLI::Option* json_ = nullptr;
   Words words_;
   Interpretation interpretation_ = nullptr;  // of the words after the verb
   CommandLine line_;

@@ -132,7 +132,7 @@ void showLog(const CommandLine& line, const Channels& channels) {
   std::string text;
   const bool inColour = wantsColour();
   for (const kl::message object : objects) text += logLine(object, topics, inColour);
-  channels.print(text);
+  printTable(channels, text, "log: no lines");
 }
 
 void muteTopic(const CommandLine& line, const Channels& channels) { setMuted(line, channels, true); }

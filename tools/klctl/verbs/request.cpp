@@ -53,7 +53,8 @@ void requestTable(const CommandLine& line, const Channels& channels, const Subje
   std::string dumped;
   const Objects objects = fetchAll(subject.request, subject.path,
                                    line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
-  channels.print(line.dump ? dumped : objectsText(line, objects, subject.names, columns));
+  printTable(channels, line.dump ? dumped : objectsText(line, objects, subject.names, columns),
+             subject.path + ": no objects");
 }
 
 }  // namespace
@@ -71,7 +72,8 @@ void getObject(const CommandLine& line, const Channels& channels) {
 void getTable(const CommandLine& line, const Channels& channels) {
   const Subject subject = subjectOf(line, kl::CMD_GETALL, channels.exchange);
   if (line.dump) return requestTable(line, channels, subject, {});
-  channels.print(objectsText(line, channels.walk(subject.request, subject.path), subject.names, {}));
+  const Objects objects = channels.walk(subject.request, subject.path);
+  printTable(channels, objectsText(line, objects, subject.names, {}), subject.path + ": no objects");
 }
 
 void setObject(const CommandLine& line, const Channels& channels) {

@@ -201,7 +201,10 @@ std::string compact(const kl::StoreView& view, const std::string& path) {
 void listStore(const CommandLine& line, const Channels& channels) {
   const kl::StoreView view(line.file);
   needFiles(view, line.file);
-  printWithFault(channels, line.json ? listJson(view) : listText(view), faultOf(view.findings(), line.file));
+  const std::string fault = faultOf(view.findings(), line.file);
+  const std::string text = line.json ? listJson(view) : listText(view);
+  if (fault.empty()) printTable(channels, text, line.file + ": no entries");
+  else printWithFault(channels, text, fault);
 }
 
 void showEntry(const CommandLine& line, const Channels& channels) {

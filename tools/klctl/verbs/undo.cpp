@@ -27,7 +27,8 @@ std::string timeText(unsigned long long seconds) {
 
 // The words that the loader's configuration has for rights; bits without a word as a number.
 std::string rightsText(unsigned int bits) {
-  static const std::map<unsigned int, std::string> words = {{64, "read"}, {128, "change"}, {512, "control"}};
+  static const std::map<unsigned int, std::string> words = {
+      {kl::RIGHT_READ, "read"}, {kl::RIGHT_CHANGE, "change"}, {kl::RIGHT_CONTROL, "control"}};
   std::string text;
   for (const auto& [bit, word] : words) {
     if ((bits & bit) == 0) continue;
@@ -117,7 +118,9 @@ void listChanges(const CommandLine& line, const Channels& channels) {
   const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
   const auto records = fetchAll(requestFor(line, kl::CMD_GETALL), kName, exchange);
   if (line.dump) channels.print(dumped);
-  else channels.print(line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange));
+  else
+    printTable(channels, line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange),
+               "undo: no changes");
 }
 
 void showChange(const CommandLine& line, const Channels& channels) {

@@ -46,6 +46,11 @@ Perform performerOf(Verb verb) {
   return row->perform;
 }
 
+void printTable(const Channels& channels, const std::string& table, const std::string& remark) {
+  channels.print(table);
+  if (table.empty() && channels.isTerminal) channels.remark(remark);
+}
+
 void printWithFault(const Channels& channels, const std::string& text, const std::string& fault) {
   channels.print(text);
   if (!fault.empty()) throw Failure(Status::kRefused, fault);

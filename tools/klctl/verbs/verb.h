@@ -27,6 +27,8 @@ struct Channels {
 
   Text print;   // results, to the standard output
   Text remark;  // a sentence, to the standard error stream
+
+  bool isTerminal = false;  // the results are for a person
 };
 
 // Performs one verb.  Nothing is sent before every word that can be judged without the loader has been read.  Throws
@@ -34,6 +36,9 @@ struct Channels {
 using Perform = void (*)(const CommandLine& line, const Channels& channels);
 
 Perform performerOf(Verb verb);
+
+// Prints a table.  A terminal gets a remark instead of an empty one: "netif: no objects".
+void printTable(const Channels& channels, const std::string& table, const std::string& remark);
 
 // Prints what could be read of a file, and fails with what is wrong with it unless `fault` is empty.
 void printWithFault(const Channels& channels, const std::string& text, const std::string& fault);

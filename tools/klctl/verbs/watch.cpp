@@ -89,6 +89,7 @@ WatchReport::Text WatchReport::complete() {
     std::vector<Json> rows;
     for (const auto& [id, object] : objects_) rows.push_back(toJson(object, subject_.names));
     text.results = objectsTable(rows, columnsOf(rows, subject_.names), lineWidth());
+    if (rows.empty() && isTerminal_) text.remark = subject_.path + ": no objects yet";
   }
   if (lost_) text.remark = subject_.path + " is back";
   complete_ = everShown_ = true;
@@ -123,7 +124,7 @@ void watchTable(const CommandLine& line, const Channels& channels) {
   refuseOversized(subject.request);
   const Interrupt interrupt;
   StreamSession stream(line.timeout, watchJob(subject.request, ticksOf(line.timeout)));
-  WatchReport report(line, subject);
+  WatchReport report(line, subject, channels.isTerminal);
   for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;) {
     const auto [results, remark] = report.take(eventOf(m));
     if (!results.empty()) channels.print(results);

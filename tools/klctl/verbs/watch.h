@@ -21,7 +21,8 @@ class WatchReport {
     std::string remark;   // a sentence for the standard error stream
   };
 
-  WatchReport(const CommandLine& line, const Subject& subject) : line_(line), subject_(subject) {}
+  WatchReport(const CommandLine& line, const Subject& subject, bool isTerminal = false)
+      : line_(line), subject_(subject), isTerminal_(isTerminal) {}
 
   // The table is printed when it is complete and each change as it comes; with --json or --dump each object as it comes.
   // After the service was gone only the differences are printed.  Throws Failure(kRefused) when the service refuses from
@@ -41,6 +42,7 @@ class WatchReport {
 
   const CommandLine& line_;
   const Subject& subject_;
+  bool isTerminal_;
   Objects objects_;
   bool complete_ = false;   // nothing is outstanding
   bool everShown_ = false;  // it was complete once

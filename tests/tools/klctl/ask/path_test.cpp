@@ -90,6 +90,11 @@ TEST(Path, ANameThatNoServiceHasIsRefused) {
   EXPECT_EQ(told.sentence, "no service is called 'nobody' (klctl services lists them)");
 }
 
+TEST(Path, ANameThatIsLikeAServicesNameIsAskedBack) {
+  EXPECT_EQ(failureOf([] { (void)serviceId("netfi", loader); }).sentence,
+            "no service is called 'netfi'; did you mean 'netif'? (klctl services lists them)");
+}
+
 TEST(Path, ANameThatTwoServicesHaveIsRefused) {
   const Told told = failureOf([] { (void)serviceId("twin", loader); });
   EXPECT_EQ(told.status, 1);

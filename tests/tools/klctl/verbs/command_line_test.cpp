@@ -111,8 +111,10 @@ TEST(CommandLineWords, StoreHasVerbsOfItsOwn) {
 }
 
 TEST(CommandLineWords, AWordThatIsNoCommandIsNamed) {
-  EXPECT_EQ(refusalOf({"gat", "netif"}), "there is no 'klctl gat' (klctl --help shows what there is)");
-  EXPECT_EQ(refusalOf({"--json", "gat"}), "there is no 'klctl gat' (klctl --help shows what there is)");
+  EXPECT_EQ(refusalOf({"gat", "netif"}),
+            "there is no 'klctl gat'; did you mean 'get'? (klctl --help shows what there is)");
+  EXPECT_EQ(refusalOf({"--json", "gat"}),
+            "there is no 'klctl gat'; did you mean 'get'? (klctl --help shows what there is)");
   EXPECT_EQ(refusalOf({"store", "list", "x"}),
             "there is no 'klctl store list' (klctl store --help shows what there is)");
   EXPECT_EQ(refusalOf({"undo", "ls"}), "there is no 'klctl undo ls' (klctl undo --help shows what there is)");
@@ -183,6 +185,21 @@ TEST(CommandLineWords, AnActionTakesAServiceAndNothingElse) {
 TEST(CommandLineWords, RepliesAreShownInOneWayOnly) {
   EXPECT_TRUE(line({"get", "netif", "--dump"}).dump);
   EXPECT_NE(refusalOf({"get", "netif", "--dump", "--json"}).find("--json"), std::string::npos);
+}
+
+TEST(CommandLineWords, AnOptionThatTheVerbDoesNotUseIsRefused) {
+  EXPECT_EQ(refusalOf({"dump", "x", "--timeout", "3"}), "klctl dump does not use --timeout");
+  EXPECT_EQ(refusalOf({"--dump", "store", "ls", "x"}), "klctl store ls does not use --dump");
+  EXPECT_EQ(refusalOf({"store", "get", "x", "1", "--fields", "y"}), "klctl store get does not use --fields");
+  EXPECT_EQ(refusalOf({"stop", "netif", "--fields", "y"}), "klctl stop does not use --fields");
+  EXPECT_EQ(refusalOf({"log", "--dump"}), "klctl log does not use --dump");
+  EXPECT_EQ(refusalOf({"log", "mute", "debug", "--fields", "y"}), "klctl log mute does not use --fields");
+  EXPECT_EQ(refusalOf({"log", "-f", "mute", "debug"}), "klctl log mute does not use --follow");
+  EXPECT_EQ(refusalOf({"log", "--topic", "error", "unmute", "debug"}),
+            "klctl log unmute does not use --topic");
+  EXPECT_NE(refusalOf({"send", "netif", "--no-reply", "--json"}).find("--json"), std::string::npos);
+  EXPECT_TRUE(line({"log", "mute", "debug", "--json"}).json);
+  EXPECT_TRUE(line({"store", "get", "x", "1", "--dump"}).dump);
 }
 
 TEST(CommandLineWords, HelpAndVersionAreResults) {

@@ -41,7 +41,9 @@ class KlctlLog : public testing::Test {
   }
 
   std::string run(std::vector<const char*> words) {
-    words.insert(words.begin(), {"--fields", KL_SOURCE_DIR "/tools/fields", "log"});
+    const bool isMuting = !words.empty() && *words.front() != '-';
+    words.insert(words.begin(), "log");
+    if (!isMuting) words.insert(words.begin(), {"--fields", KL_SOURCE_DIR "/tools/fields"});
     return RecordedChannels([this](const kl::message& m) { return answer(m); }).perform(parsed(words));
   }
 

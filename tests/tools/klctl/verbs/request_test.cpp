@@ -132,6 +132,16 @@ TEST_F(Requests, GetallShowsAColumnForEachFieldThatThereIs) {
             Json::parse(R"([{"id": 2, "name": "eth0", "hwaddr": "02:fc"}])"));
 }
 
+TEST_F(Requests, AnEmptyTableIsRemarkedOnATerminal) {
+  for (const std::vector<const char*>& words : {std::vector<const char*>{"getall", "netif/3"},
+                                                std::vector<const char*>{"getall", "netif/3", "--json"}}) {
+    RecordedChannels channels([this](const kl::message& m) { return answer(m); }, true);
+    const CommandLine line = parsed(words);
+    EXPECT_EQ(channels.perform(line), line.json ? "[]\n" : "");
+    EXPECT_EQ(channels.remarked, line.json ? "" : "netif/3: no objects\n");
+  }
+}
+
 TEST_F(Requests, AnEmptyTableIsNothingOrAnEmptyList) {
   EXPECT_EQ(run({"getall", "netif"}), "");
   EXPECT_EQ(run({"getall", "netif", "--json"}), "[]\n");

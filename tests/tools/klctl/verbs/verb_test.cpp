@@ -16,6 +16,22 @@ TEST(Verbs, EachHasAFunctionOfItsOwn) {
   EXPECT_THROW((void)performerOf(static_cast<Verb>(kVerbs)), std::logic_error);
 }
 
+TEST(Verbs, OnlyATerminalGetsARemarkInsteadOfAnEmptyTable) {
+  Channels channels;
+  std::string printed;
+  std::string remarked;
+  channels.print = [&](const std::string& text) { printed += text; };
+  channels.remark = [&](const std::string& sentence) { remarked += sentence; };
+  printTable(channels, "", "netif: no objects");
+  EXPECT_EQ(remarked, "");
+  channels.isTerminal = true;
+  printTable(channels, "id\n1\n", "netif: no objects");
+  EXPECT_EQ(remarked, "");
+  EXPECT_EQ(printed, "id\n1\n");
+  printTable(channels, "", "netif: no objects");
+  EXPECT_EQ(remarked, "netif: no objects");
+}
+
 TEST(Verbs, AFaultIsReportedAfterWhatCouldBeRead) {
   Channels channels;
   std::string printed;

@@ -81,6 +81,14 @@ TEST_F(Watch, AServiceThatIsNotThereYetIsWaitedFor) {
   EXPECT_EQ(table.remark, "netif is back");
 }
 
+TEST_F(Watch, AnEmptyTableIsRemarkedOnATerminal) {
+  EXPECT_EQ(take(EventKind::kComplete).remark, "");
+  WatchReport onTerminal(line_, subject_, true);
+  const Event complete = eventOf(toMessage(EventKind::kComplete, {}));
+  EXPECT_EQ(onTerminal.take(complete).remark, "netif: no objects yet");
+  EXPECT_EQ(onTerminal.take(complete).remark, "");
+}
+
 TEST_F(Watch, NeitherAnObjectNorAPathCanSteerTheTerminal) {
   subject_.path = kHostile;
   (void)take(EventKind::kComplete);
