@@ -155,6 +155,8 @@ class Dictionary:
 
 NO_DICTIONARY = Dictionary()
 
+_SHOWN_DEPTH = 16  # of messages in messages, whoever nested them
+
 
 class Object(Mapping[str, Any]):
     """A message whose fields are seen by name: link["mtu"], link.mtu, dict(link).
@@ -208,13 +210,24 @@ class Object(Mapping[str, Any]):
 
     def __eq__(self, other: object) -> bool:
         if isinstance(other, Object):
-            return dict(self.items()) == dict(other.items())
+            return self.message == other.message
         return isinstance(other, Mapping) and dict(self.items()) == dict(other)
 
     __hash__ = None  # type: ignore[assignment]
 
     def __repr__(self) -> str:
-        return "{" + ", ".join(f"{name}: {value!r}" for name, value in self.items()) + "}"
+        return self._text(_SHOWN_DEPTH)
+
+    def _text(self, depth: int) -> str:
+        if not depth:
+            return "{...}"
+
+        def text(value: Any) -> str:
+            if isinstance(value, list):
+                return "[" + ", ".join(map(text, value)) + "]"
+            return value._text(depth - 1) if isinstance(value, Object) else repr(value)
+
+        return "{" + ", ".join(f"{name}: {text(value)}" for name, value in self.items()) + "}"
 
 
 def default_folders() -> list[Path]:

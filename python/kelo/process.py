@@ -120,7 +120,7 @@ class Process:
         self.send_control(ids.CTRL_RUNNING)
         held, self._held = self._held or [], None
         for message in held:
-            self._dispatch(message)
+            self._hand_out(message)
 
     async def close(self) -> None:
         """Ends the connection."""
@@ -166,7 +166,7 @@ class Process:
         if message.get(ids.SYS_TO, [])[:1] == [ids.PATH_SELF]:
             own = message.copy()
             own[ids.SYS_TO] = own[ids.SYS_TO][1:]
-            asyncio.get_running_loop().call_soon(self._dispatch, own)
+            asyncio.get_running_loop().call_soon(self._hand_out, own)
             return
         self._writer.write(data)
 
@@ -243,7 +243,7 @@ class Process:
     async def _read(self) -> None:
         try:
             while (message := await self._next_message()) is not None:
-                self._dispatch(message)
+                self._hand_out(message)
         except CodecError:
             pass  # no frame: nobody knows where the next one begins
         finally:
@@ -259,6 +259,14 @@ class Process:
         self._end.set_result(None)
         for receiver in list(self._receivers.values()):
             receiver.disconnected(Message())
+
+    def _hand_out(self, message: Message) -> None:
+        try:
+            self._dispatch(message)
+        except Exception as error:  # of whoever received it; the connection is none the worse
+            asyncio.get_running_loop().call_exception_handler(
+                {"message": "a message could not be handled", "exception": error}
+            )
 
     def _dispatch(self, message: Message) -> None:
         control = message.get(ids.SYS_CTRL)
