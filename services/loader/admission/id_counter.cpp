@@ -1,3 +1,6 @@
+// The file always holds an id that no loader has given out, so a block of ids is claimed there before the first of
+// them is used.
+
 #include "admission/id_counter.h"
 
 #include <fcntl.h>

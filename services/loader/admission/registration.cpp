@@ -1,3 +1,6 @@
+// A registration takes three steps: which id it asks for, why it may not have that, and what the row of the service
+// says of its process from now on.
+
 #include "admission/registration.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// The system's own lists are read once for each user.
+
 #include "admission/users.h"
 
 #include <pwd.h>

@@ -1,3 +1,6 @@
+// Between fork and exec what the new process inherits is arranged step by step; a step that fails is one line and
+// status 127.
+
 #include "life/process.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// One walk over the record headers.  The fields that routing depends on are noted; what must not be carried is named.
+
 #include "routing/envelope.h"
 
 namespace loader {

@@ -1,3 +1,6 @@
+// Requests lie in one vector and are linked by position: a free list, hash chains to match a reply, and two lists for
+// each service, what it asked and what it is asked, to answer for it when it dies.
+
 #include "routing/open_requests.h"
 
 #include <sys/random.h>
@@ -138,14 +141,16 @@ void OpenRequests::link(unsigned int place) {
   RequestLists& asker = r.asker->requests;
   r.olderAsked = asker.newestAsked;
   r.newerAsked = kNone;
-  (asker.newestAsked == kNone ? asker.oldestAsked : places_[asker.newestAsked].newerAsked) = place;
+  if (asker.newestAsked == kNone) asker.oldestAsked = place;
+  else places_[asker.newestAsked].newerAsked = place;
   asker.newestAsked = place;
   ++asker.askedCount;
 
   RequestLists& asked = r.asked->requests;
   r.olderServing = asked.newestServing;
   r.newerServing = kNone;
-  (asked.newestServing == kNone ? asked.oldestServing : places_[asked.newestServing].newerServing) = place;
+  if (asked.newestServing == kNone) asked.oldestServing = place;
+  else places_[asked.newestServing].newerServing = place;
   asked.newestServing = place;
   ++asked.servingCount;
   ++used_;
@@ -156,13 +161,17 @@ void OpenRequests::unlink(unsigned int place) {
   OpenRequest& r = places_[place];
 
   RequestLists& asker = r.asker->requests;
-  (r.olderAsked == kNone ? asker.oldestAsked : places_[r.olderAsked].newerAsked) = r.newerAsked;
-  (r.newerAsked == kNone ? asker.newestAsked : places_[r.newerAsked].olderAsked) = r.olderAsked;
+  if (r.olderAsked == kNone) asker.oldestAsked = r.newerAsked;
+  else places_[r.olderAsked].newerAsked = r.newerAsked;
+  if (r.newerAsked == kNone) asker.newestAsked = r.olderAsked;
+  else places_[r.newerAsked].olderAsked = r.olderAsked;
   --asker.askedCount;
 
   RequestLists& asked = r.asked->requests;
-  (r.olderServing == kNone ? asked.oldestServing : places_[r.olderServing].newerServing) = r.newerServing;
-  (r.newerServing == kNone ? asked.newestServing : places_[r.newerServing].olderServing) = r.olderServing;
+  if (r.olderServing == kNone) asked.oldestServing = r.newerServing;
+  else places_[r.olderServing].newerServing = r.newerServing;
+  if (r.newerServing == kNone) asked.newestServing = r.olderServing;
+  else places_[r.newerServing].olderServing = r.olderServing;
   --asked.servingCount;
 
   r.asker = r.asked = nullptr;

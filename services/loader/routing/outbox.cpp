@@ -1,3 +1,6 @@
+// A frame goes behind what is on its way, or behind what is held; a service with new bytes is marked, and written once
+// when everything that a read brought is done.
+
 #include "routing/outbox.h"
 
 #include <algorithm>

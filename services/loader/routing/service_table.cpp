@@ -1,3 +1,5 @@
+// Two indices over the rows: one in the order of ids, for walks and chunks, and one to find a row in constant time.
+
 #include "routing/service_table.h"
 
 namespace loader {

@@ -1,3 +1,5 @@
+// Bytes are added behind end_ and taken away at begin_; nothing moves until the room behind is used up.
+
 #include "transport/buffer.h"
 
 #include <algorithm>

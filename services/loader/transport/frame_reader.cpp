@@ -1,3 +1,6 @@
+// One read brings bytes behind what was left of the last one; whole frames are handed out where they lie, and the rest
+// is kept by the connection that it came from.
+
 #include "transport/frame_reader.h"
 
 #include <unistd.h>

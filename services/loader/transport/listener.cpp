@@ -1,3 +1,6 @@
+// Accepting stops for two reasons, each with its timer: no descriptor is left (isPaused_), or too many connections came
+// to nothing in this tick (isSlow_).
+
 #include "transport/listener.h"
 
 #include <poll.h>
