@@ -7,19 +7,16 @@
 #include <limits>
 
 #include "kl/conventions.h"
+#include "tests/support/flat.h"
 #include "tests/support/process/child.h"
 #include "tests/tools/klctl/hostile_text.h"
 
 namespace klctl {
 namespace {
 
-constexpr std::size_t kWide = 1000;
+using kl::test::flat;
 
-kl::message::flat_message flat(const kl::message& m) {
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
+constexpr std::size_t kWide = 1000;
 
 }  // namespace
 

@@ -4,6 +4,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "tests/support/flat.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
@@ -11,11 +12,7 @@
 namespace klctl {
 namespace {
 
-kl::message::flat_message flat(const kl::message& m) {
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
+using kl::test::flat;
 
 // The loader with its table of two, and netif with one object, in one place; keeps what it was asked.
 class Requests : public testing::Test {

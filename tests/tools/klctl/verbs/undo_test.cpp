@@ -7,6 +7,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "tests/support/flat.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
@@ -15,11 +16,7 @@
 namespace klctl {
 namespace {
 
-kl::message::flat_message flat(const kl::message& m) {
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
+using kl::test::flat;
 
 kl::message setDescription(const std::string& text) {
   kl::message m;
