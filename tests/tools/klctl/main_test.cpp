@@ -12,8 +12,8 @@
 #include "kl/conventions.h"
 #include "tests/services/loader/leaver_program.h"
 #include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/running_program.h"
 #include "tests/tools/klctl/hostile_text.h"
-#include "tests/tools/klctl/running_program.h"
 #include "tests/tools/klctl/scripted_loader.h"
 
 namespace klctl {
@@ -22,6 +22,7 @@ namespace {
 using PlainJson = nlohmann::json;
 using kl::test::ChildResult;
 using kl::test::RealLoader;
+using kl::test::RunningProgram;
 using kl::test::runProgram;
 
 constexpr char kNetif[] =

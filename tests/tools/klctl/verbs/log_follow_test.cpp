@@ -8,13 +8,14 @@
 #include <fstream>
 
 #include "tests/support/doubles/real_loader.h"
-#include "tests/tools/klctl/running_program.h"
+#include "tests/support/process/running_program.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
 namespace {
 
 using kl::test::RealLoader;
+using kl::test::RunningProgram;
 using kl::test::runProgram;
 
 constexpr char kKlctl[] = KL_BIN_DIR "/klctl";

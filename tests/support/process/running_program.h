@@ -1,5 +1,5 @@
 #pragma once
-// running_program.h: a program that a test talks to while it runs.
+// tests/support/process/running_program.h: a program that runs beside a test, which waits for what it writes.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,11 +11,16 @@
 #include <string>
 #include <vector>
 
-namespace klctl {
+namespace kl::test {
 
+// Killed by the destructor unless it was ended.
+//
+//     RunningProgram watch({KL_BIN_DIR "/klctl", "watch", "netif"});
+//     EXPECT_TRUE(watch.says("lo "));
+//     EXPECT_EQ(watch.end(SIGINT), 0);
 class RunningProgram {
  public:
-  static constexpr int kPatienceMs = 20000;
+  static constexpr int kPatienceMs = 20000;  // without one more byte
 
   explicit RunningProgram(const std::vector<std::string>& words) {
     int out[2];
@@ -45,7 +50,8 @@ class RunningProgram {
   RunningProgram(const RunningProgram&) = delete;
   RunningProgram& operator=(const RunningProgram&) = delete;
 
-  // Waits until the program has written the text, and forgets everything up to its end.  False when that does not come.
+  // Waits until the program has written the text to its standard output, or standard error stream, and forgets everything
+  // up to its end.  False, and a failed test, when that does not come.
   bool says(const std::string& text) { return awaits(out_, text); }
   bool remarks(const std::string& text) { return awaits(err_, text); }
 
@@ -96,4 +102,4 @@ class RunningProgram {
   Stream err_;
 };
 
-}  // namespace klctl
+}  // namespace kl::test
