@@ -47,7 +47,7 @@ TEST(Jiffies, AValueThatLooksLikeAnErrorNumberIsReadFromErrno) {
 
 TEST(Jiffies, TheRealClockRuns) {
   const unsigned int before = getJiffies();
-  EXPECT_LE(getJiffies() - before, 100u);
+  EXPECT_LE(getJiffies() - before, 6000u);  // a minute: a clock that runs backwards is years away
 }
 
 TEST(ThinRunner, WithoutTimersAndSocketsThePollWaitsWithoutLimit) {

@@ -388,10 +388,9 @@ TEST_F(Supervision, SigtermEndsTheServicesAndThenTheLoader) {
     ASSERT_TRUE(askUntilAnswered({32}));
     ASSERT_TRUE(askUntilAnswered({33}));
     const auto one = static_cast<pid_t>(row(32).get(kl::SVC_PID, 0));
-    const auto begin = Clock::now();
     loader.signal(sig);
     EXPECT_EQ(loader.waitForEnd(), 0);
-    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
+    EXPECT_EQ(loader.log().find("is killed"), std::string::npos) << loader.log();
     EXPECT_NE(::kill(one, 0), 0);
     EXPECT_FALSE(std::filesystem::exists(kl::loaderSocketPath()));
     EXPECT_TRUE(a_.isDisconnected());
@@ -406,9 +405,8 @@ TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
   const auto begin = Clock::now();
   loader.signal(SIGTERM);
   EXPECT_EQ(loader.waitForEnd(), 0);
-  const auto took = Clock::now() - begin;
-  EXPECT_GE(took, std::chrono::milliseconds(1900));
-  EXPECT_LT(took, std::chrono::milliseconds(5000));
+  EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(1900));
+  EXPECT_TRUE(loader.logs("is killed"));
 }
 
 TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
@@ -421,16 +419,24 @@ TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
   EXPECT_EQ(loader.waitForEnd(), 0);
 }
 
+// Only time tells an end at once from one after the two seconds of the first signal.  A loader that waits never ends
+// earlier, and a busy machine does not hold up every attempt.
 TEST_F(Supervision, ASecondSignalDoesNotWait) {
-  LoaderProcess loader(service("rock", 32, "stubborn"));
-  connect();
-  ASSERT_TRUE(askUntilAnswered({32}));
-  const auto begin = Clock::now();
-  loader.signal(SIGTERM);
-  ASSERT_TRUE(loader.logs("ends because of signal 15"));
-  loader.signal(SIGINT);
-  EXPECT_EQ(loader.waitForEnd(), 0);
-  EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(1900));
+  auto shortest = std::chrono::milliseconds::max();
+  for (int attempt = 0; attempt < 5 && shortest >= std::chrono::milliseconds(1900); ++attempt) {
+    LoaderProcess loader(service("rock", 32, "stubborn"));
+    connect();
+    ASSERT_TRUE(askUntilAnswered({32}));
+    const auto begin = Clock::now();
+    loader.signal(SIGTERM);
+    ASSERT_TRUE(loader.logs("ends because of signal 15"));
+    loader.signal(SIGINT);
+    EXPECT_EQ(loader.waitForEnd(), 0);
+    shortest =
+        std::min(shortest, std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin));
+    a_.close();
+  }
+  EXPECT_LT(shortest, std::chrono::milliseconds(1900));
 }
 
 }  // namespace

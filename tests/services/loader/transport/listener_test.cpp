@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "kl/utilities.h"
+#include "tests/support/calls/scripted_calls.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 
@@ -26,6 +27,7 @@ namespace fs = std::filesystem;
 using common::Peer;
 using kl::test::LoaderProcess;
 using kl::test::RawPeer;
+using kl::test::ScriptedClock;
 using loader::Descriptor;
 using loader::Listener;
 
@@ -129,11 +131,12 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
     const NoDescriptorLeft none;
     onePass();
     EXPECT_TRUE(sockets_.empty());
+    bool isOver = false;
     runner_.addTimer(
-        nullptr, [](void*) {}, 5);
-    const unsigned int begin = kl::getJiffies();
-    onePass();  // the waiting connection does not wake it
-    EXPECT_GE(kl::getJiffies() - begin, 4u);
+        &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 5);
+    onePass();
+    runner_.runTimers();
+    EXPECT_TRUE(isOver) << "the waiting connection woke it";
     EXPECT_EQ(logged(), "kl-loader: connections have to wait: " + std::string(std::strerror(EMFILE)) + "\n");
   }
   listener_->resume();
@@ -155,10 +158,13 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
 TEST_F(ListenerTest, AfterTooManyFailuresNobodyIsAcceptedUntilTheTickIsOver) {
   ASSERT_EQ(listener_->open(), "");
   RawPeer peer;
-  fail(Listener::kMostFailures);
-  ASSERT_TRUE(peer.connect());
-  onePassAtOnce();
-  EXPECT_TRUE(sockets_.empty());
+  {
+    const ScriptedClock sameTick(kl::getJiffies());
+    fail(Listener::kMostFailures);
+    ASSERT_TRUE(peer.connect());
+    onePassAtOnce();
+    EXPECT_TRUE(sockets_.empty());
+  }
   twoTicks();
   EXPECT_EQ(sockets_.size(), 1u);
 }
@@ -205,10 +211,13 @@ TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
     const NoDescriptorLeft none;
     onePass();
   }
-  fail(Listener::kMostFailures);
-  listener_->resume();
-  onePassAtOnce();
-  EXPECT_TRUE(sockets_.empty());
+  {
+    const ScriptedClock sameTick(kl::getJiffies());
+    fail(Listener::kMostFailures);
+    listener_->resume();
+    onePassAtOnce();
+    EXPECT_TRUE(sockets_.empty());
+  }
   twoTicks();
   EXPECT_EQ(sockets_.size(), 1u);
 }
