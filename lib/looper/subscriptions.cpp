@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <typeinfo>
 #include <utility>
@@ -360,12 +361,19 @@ std::size_t Handler::placeOfSubscription(const message& record) const {
   return static_cast<std::size_t>(found - subscriptions_.begin());
 }
 
-// S4.  What lies behind moves up by exchange, which counts no references.
+// S4.  The messages behind it move up as bytes, and it itself to the end.  A message is one pointer, and nothing points to
+// a message; to exchange them one by one takes ten times as long, which counts where a process with many ends.
 void Handler::removeSubscription(const message& record) {
-  std::size_t place = placeOfSubscription(record);
+  static_assert(sizeof(message) == sizeof(void*));
+  const std::size_t place = placeOfSubscription(record);
   if (place == subscriptions_.size()) return;
   if (subscriptionIndex_) subscriptionIndex_->noteRemoval(subscriptions_, place);
-  while (++place < subscriptions_.size()) subscriptions_[place - 1].swap(subscriptions_[place]);
+  auto* const at = reinterpret_cast<unsigned char*>(subscriptions_.data() + place);
+  const std::size_t behind = (subscriptions_.size() - place - 1) * sizeof(message);
+  unsigned char removed[sizeof(message)];
+  std::memcpy(removed, at, sizeof removed);
+  std::memmove(at, at + sizeof removed, behind);
+  std::memcpy(at + behind, removed, sizeof removed);
   subscriptions_.pop_back();
 }
 
