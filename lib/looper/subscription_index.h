@@ -18,7 +18,8 @@ namespace kl {
 // Ownership: borrows nothing; the list is named in each call.  Needs: it is always the same one, and every change of
 //            it is told at once.
 // Threads:   as the list.
-// Cost:      to find and to add takes constant time, to remove moves what lies behind; up to 36 bytes a message, none for few.
+// Cost:      to find and to add takes constant time, to remove moves what lies behind; up to 36 bytes a message,
+//            none for few.
 class SubscriptionIndex {
  public:
   static constexpr std::size_t kFew = 16;

@@ -361,8 +361,8 @@ std::size_t Handler::placeOfSubscription(const message& record) const {
   return static_cast<std::size_t>(found - subscriptions_.begin());
 }
 
-// S4.  The messages behind it move up as bytes, and it itself to the end.  A message is one pointer, and nothing points to
-// a message; to exchange them one by one takes ten times as long, which counts where a process with many ends.
+// S4.  The messages behind it move up as bytes, and it itself to the end.  A message is one pointer, and nothing points
+// to a message; to exchange them one by one takes several times as long, which counts where a process with many ends.
 void Handler::removeSubscription(const message& record) {
   static_assert(sizeof(message) == sizeof(void*));
   const std::size_t place = placeOfSubscription(record);
