@@ -6,8 +6,8 @@
 // or to open the store makes it happen.
 //
 // On a full disk there may be no room for the note.  A change that makes the files longer then makes the lock file
-// longer, which takes no room: it says how many slots there were, and those behind them are cut off if the change was not
-// completed.  A change of bytes that are there goes on without.
+// longer, which takes no room: it says how many slots there were, and those behind them are cut off if the change was
+// not completed.  A change of bytes that are there goes on without.
 //
 // SC1  slots that the index had no room for are written before anything is written behind them
 // SC2  a slot that could not be freed in the index is freed with the next change
@@ -26,7 +26,7 @@ namespace {
 constexpr std::size_t kSectorBytes = 512;
 constexpr std::size_t kIdBytes = 4;
 
-// What the files were before they grew by the slot of this entry.
+// The lengths of the files before they grew by the slot of this entry.
 FileLengths lengthsBefore(const Store::Entry& entry) {
   return {static_cast<unsigned long long>(offsetInIndex(entry.slot)), entry.offset};
 }

@@ -8,9 +8,9 @@
 
 namespace kl {
 
-// Holds the lock while one set, remove or touch changes the files, and notes beforehand in the journal what it is going
-// to write, so that a killed process's change is finished by whoever comes next.  Say what will be written, announce it,
-// write it.
+// Holds the lock while one set, remove or touch changes the files, and notes beforehand in the journal what it is
+// going to write, so that the next one to take the lock finishes a killed process's change.  Say what will be
+// written, announce it, write it.
 //
 // Errors:    a change that cannot be announced (no lock, no room, a file that is missing) goes on without.
 // Cost:      opening, locking, unlocking and closing the lock file, one look into it, one write, one truncation.

@@ -35,8 +35,8 @@ bool Store::Core::readIndex(bool convert) {
   return load(convert);
 }
 
-// Loads the index without the lock and without a word.  False if anything is amiss.  With nothing under way behind their
-// opening, the files are a pair if both still have their names.
+// Loads the index without the lock and without a word.  False if anything is amiss.  With nothing under way behind
+// their opening, the files are a pair if both still have their names.
 bool Store::Core::tryLoad() {
   cleanup();
   return isAtRest() && files_.openIdx() && files_.holdData() &&

@@ -1,4 +1,4 @@
-// What a store does later: making its files durable, and compacting them.
+// A store flushes and compacts its files later than it changes them.
 //
 //     first change since the last flush --50 ticks--> both files are synced
 //     bloat is seen --6000 ticks--> compaction, if the store is still bloated
@@ -6,10 +6,9 @@
 // Without a Runner both happen at once.
 //
 // A compaction rewrites both files without their free slots.  The new pair grows beside the old one and is renamed
-// over it when it is whole.  What fails before the copying, or in replacing the data file, leaves the store as it was; what fails
-// in the copying empties it.
-// Held by StoreScheduleWithRunner.CompactionWaitsAMinute, StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay and
-// StoreCompaction.ADataFileThatIsTooShortEmptiesTheStore.
+// over it when it is whole.  What fails before the copying, or in replacing the data file, leaves the store as it
+// was; what fails in the copying empties it.  Held by StoreScheduleWithRunner.CompactionWaitsAMinute,
+// StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay and StoreCompaction.ADataFileThatIsTooShortEmptiesTheStore.
 
 #include "base/report.h"
 #include "kl/bind.h"

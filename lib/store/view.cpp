@@ -1,11 +1,12 @@
 // A look at the files of a store from outside.
 //
-// A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.  Two
-// readings that agree, with nothing under way when the second begins and ends, are the state of the store between the two.
-// Where none do, the last one is made under the lock.
+// A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.
+// Two readings that agree, with nothing under way when the second begins and ends, are the state of the store between
+// the two.  Where none do, the last one is made under the lock.
 //
 // SV1  what a writer that holds the lock has not finished yet is no fault
-// Held by StoreViewBesideAChange.AWriterInMidChangeIsWaitedFor and StoreViewBesideAChange.AWriterThatIsStoppedInMidChangeIsNoFault.
+// Held by StoreViewBesideAChange.AWriterInMidChangeIsWaitedFor and
+// StoreViewBesideAChange.AWriterThatIsStoppedInMidChangeIsNoFault.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -30,7 +31,7 @@ constexpr int kAttempts = 5;
 constexpr int kLockAttempts = 1000;  // at once
 constexpr int kLockWaits = 1000;     // behind those, each of this length
 constexpr timespec kLockWait = {0, 1000000};
-constexpr int kLook = O_RDONLY | O_NONBLOCK;  // no waiting for whoever would write into a pipe of that name
+constexpr int kLook = O_RDONLY | O_NONBLOCK;  // a pipe of that name has no writer to wait for
 
 using ByteVector = std::vector<unsigned char>;
 
@@ -81,7 +82,7 @@ bool lockOutWriters(const InputFile& lockFile) {
   return true;
 }
 
-// What the sizes of all slots add up to.
+// The sum of the sizes of all slots.
 unsigned long long sumOf(const ByteVector& index, ByteOrder order) {
   unsigned long long sum = 0;
   for (std::size_t at = 0; at + kSlotBytes <= index.size(); at += kSlotBytes)
@@ -194,7 +195,7 @@ void StoreView::Reading::addSlot(unsigned int id, const FreeSlot& slot, unsigned
   else state_.entries.push_back({id, slot.offset, slot.size, slot.slot, lifetime});
 }
 
-// Of two slots with one id the first one counts.
+// The first of two slots with one id counts.
 void StoreView::Reading::dropRepeated() {
   std::set<unsigned int> known;
   std::erase_if(state_.entries, [&](const Entry& entry) {

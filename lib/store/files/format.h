@@ -17,7 +17,7 @@ constexpr std::size_t kLengthBytes = 2;
 using SlotBytes = std::array<unsigned char, kSlotBytes>;
 using LengthBytes = std::array<unsigned char, kLengthBytes>;
 
-// What the index has of a slot.
+// A slot as the index describes it.
 struct IndexSlot {
   unsigned int id;        // of the entry in it; kFreeId: the slot is free
   unsigned int size;      // of the slot in the data file, in bytes

@@ -23,7 +23,7 @@ struct FileLengths {
   unsigned long long data = 0;
 };
 
-// Both files are opened at their first use.  Whoever writes holds the lock of the store.
+// Both files are opened at their first use.  A caller that writes holds the lock of the store.
 //
 // Errors:    what is said to print says what failed in one line; the other operations only give false.
 // Ownership: owns the descriptors, and closes them.
@@ -56,7 +56,7 @@ class StoreFiles {
   // -1 while it is closed.
   int idx() const { return idxFd_; }
   int data() const { return dataFd_; }
-  // Of the files that were opened last.
+  // The inodes of the files that were opened last.
   const FileIds& ids() const { return ids_; }
   // Goes on with other files.  Takes over the descriptors; -1 stands for a file that is opened when it is used.
   void replace(int idx, int data);

@@ -30,7 +30,7 @@ class FileLock {
   bool isUnreported_ = false;  // a hold could not have the lock, and no bracket has said so yet
 };
 
-// What both ways of holding the lock have in common.
+// The base of both ways of holding the lock.
 class LockScope {
  public:
   LockScope(const LockScope&) = delete;

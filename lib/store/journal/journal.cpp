@@ -1,4 +1,4 @@
-// What the lock file holds while something is under way.
+// The journal: what the lock file holds while something is under way.
 //
 //     a change        intent, or a marked end where there is no room for one      until it is complete
 //     a compaction    commit                                                      until the files are renamed
@@ -62,7 +62,8 @@ void Journal::noteEnd(const FileLengths& before) {
   (void)::ftruncate(lock_.fd(), static_cast<off_t>(durableBytes_ + endMarkBytes(before)));
 }
 
-// If there was no room for the lengths of the last flush, the files are synced before the next append tries again (SJ2).
+// If there was no room for the lengths of the last flush, the files are synced before the next append tries again
+// (SJ2).
 void Journal::noteLengths(const StoreFiles& files, const FileLengths& lengths) {
   if (!survivesPowerLoss_ || durableBytes_ > 0) return;
   if (!std::exchange(areLengthsDurable_, false)) files.sync();

@@ -1,5 +1,5 @@
 #pragma once
-// journal.h: what the lock file of a store holds: notes of a change that is under way, for whoever comes after a kill.
+// journal.h: what the lock file of a store holds: notes of the change that is under way, read after a kill.
 
 #include <cstddef>
 #include <string>
@@ -10,8 +10,8 @@
 
 namespace kl {
 
-// The journal of one store.  It is empty at rest.  Whoever takes the lock calls recover() before anything else; every
-// other operation needs the lock, and does nothing worse than nothing without it.
+// The journal of one store.  It is empty at rest.  A caller that takes the lock calls recover() before anything else.
+// Every other operation needs the lock; those that drop what the journal holds do nothing without it.
 //
 // Errors:    without a word; an entry that cannot be written whole is taken back.
 // Cost:      recovery one system call if there is nothing to do; an entry one to write it and one to take it back.

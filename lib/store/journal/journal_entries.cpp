@@ -76,7 +76,7 @@ class Checksum {
   static constexpr std::size_t kLane = 8;
   static constexpr std::size_t kBlock = 4 * kLane;
 
-  // Of the block that has begun.  Says how many of the bytes it took.
+  // Fills up the block that has begun, and returns how many of the bytes that took.
   std::size_t completeBlock(const unsigned char* bytes, std::size_t size) {
     const std::size_t part = std::min(size, kBlock - rest_);
     keep(bytes, part);

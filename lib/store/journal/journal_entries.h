@@ -69,8 +69,8 @@ class IntentReader {
   std::vector<Intent::Step> steps_;
 };
 
-// Where there is no room for an intent, the bare length of the lock file, all of it zeros, says how many slots there were
-// before a change that adds some.  So many bytes:
+// Where there is no room for an intent, the bare length of the lock file, all of it zeros, says how many slots there
+// were before a change that adds some.  So many bytes:
 constexpr std::size_t endMarkBytes(const FileLengths& before) {
   return static_cast<std::size_t>(before.idx / kSlotBytes) + 1;
 }

@@ -146,8 +146,8 @@ std::size_t Journal::recoverChange() const {
   return durable;
 }
 
-// Cuts both files back to the durable lengths if they disagree, makes them durable, and empties the lock file.  False if
-// it has no lengths, or those of other files.
+// Cuts both files back to the durable lengths if they disagree, makes them durable, and empties the lock file.  False
+// if it has no lengths, or those of other files.
 bool Journal::recoverLengths() const {
   const std::vector<unsigned char> content = contentOf(lock_.fd());
   FileIds ids;

@@ -95,7 +95,7 @@ bool Compaction::repeatBlob(const EntryTable::Row& first, unsigned int size) {
   return fillTo(0ULL + dataBytes_ + size) || report("STORE: compact write failed");
 }
 
-// What was reserved and not written is zero already.
+// Reserved bytes that were not written are zero already.
 bool Compaction::fillTo(unsigned long long end) const {
   return lengthOf(fresh_.dataFd()) >= static_cast<long long>(end) ||
          ::ftruncate(fresh_.dataFd(), static_cast<off_t>(end)) == 0;

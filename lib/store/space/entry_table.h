@@ -9,8 +9,8 @@
 
 namespace kl {
 
-// What of a store's entries a read and a write in place need.  The map has a node somewhere in memory for each step of a
-// search; of a large store most of them are in no cache, and here one is asked for.
+// A table of where each entry's blob lies, for reads and writes in place.  The map has a node somewhere in memory for
+// each step of a search; of a large store most of them are in no cache, and here one is asked for.
 //
 // Errors:    none.
 // Threads:   belongs to its store.

@@ -77,7 +77,7 @@ FreeSlots::Index FreeSlots::join(Index left, Index right) {
   return top;
 }
 
-// What `root` becomes when its first slot of at least needBytes is gone.  Needs: there is one.
+// Removes the first slot of at least needBytes and returns the new root.  Needs: there is one.
 FreeSlots::Index FreeSlots::removeFirstFit(Index root, unsigned int needBytes, Slot& taken) {
   Node& node = nodes_[root];
   if (node.left != kNone && largestIn(node.left) >= needBytes) {

@@ -21,8 +21,8 @@ class NewFiles {
   // Gives back what of the room was not needed.
   bool trim(const FileLengths& used) const;
 
-  // Makes both durable and lets them take the old ones' names; killed half way through, whoever takes the lock next
-  // finishes it.  Prints a line unless both did.
+  // Makes both durable and lets them take the old ones' names; after a kill half way through, the next one to take the
+  // lock finishes it.  Prints a line unless both did.
   Journal::Replaced commit(Journal& journal);
 
   // Descriptors that are the caller's from here on; -1 of an index that was copied over the old one.

@@ -11,8 +11,8 @@
 // SS3  freeBytes_ and freeCount_ belong to the free slots that are marked as counted
 // SS4  of two slots with one id the first one counts
 //
-// Held by StoreModel.HoldsWhatAPlainMapHoldsAndTheSameSeedGivesTheSameFiles, StoreLoading.OffsetsFollowFromTheSizes, StoreBloat.ASlotThatIsUsedAgainCountsNoMore
-// and StoreLoading.TheFirstOfTwoSlotsWithOneIdCounts.
+// Held by StoreModel.HoldsWhatAPlainMapHoldsAndTheSameSeedGivesTheSameFiles, StoreLoading.OffsetsFollowFromTheSizes,
+// StoreBloat.ASlotThatIsUsedAgainCountsNoMore and StoreLoading.TheFirstOfTwoSlotsWithOneIdCounts.
 
 #include "store/space/slots.h"
 
@@ -97,8 +97,9 @@ Slots::Move Slots::move(unsigned int id, unsigned int lifetime, unsigned int nee
   return move;
 }
 
-// Kept on purpose: a removed entry's slot goes to the front, one that an entry grew out of or that was free in the index
-// to the back; the next search for room meets the newest hole first.  Held by StoreTest.ARemovedSlotIsTheFirstCandidate.
+// Kept on purpose: a removed entry's slot goes to the front, one that an entry grew out of or that was free in the
+// index to the back; the next search for room meets the newest hole first.  Held by
+// StoreTest.ARemovedSlotIsTheFirstCandidate.
 void Slots::remove(Store::Entries::iterator entry) {
   free_.pushFront(entry->second, true);
   countFreed(entry->second);
@@ -115,7 +116,7 @@ void Slots::drop(unsigned int id) {
   entries_.erase(found);
 }
 
-// From the end, so that the first of two slots with one id counts (SS4).
+// Slots are taken from the end, so that the first of two with one id counts (SS4).
 void Slots::rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBytes) {
   free_.clear();
   backlog_.clear();

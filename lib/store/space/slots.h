@@ -18,7 +18,7 @@ inline IndexSlot slotWith(unsigned int id, const Store::Entry& entry) {
 }
 inline IndexSlot freeSlot(const Store::Entry& entry) { return slotWith(kFreeId, entry); }
 
-// What the index file has not taken yet, and will be given with the next change.
+// The slots that the index file has not taken yet, and will be given with the next change.
 struct Backlog {
   // Free slots at its end that it does not have, because it took no more.
   std::vector<Store::Entry> unwritten;
@@ -47,7 +47,7 @@ class Slots {
   using Entry = Store::Entry;
 
   const Store::Entries& entries() const { return entries_; }
-  // What reading or rewriting an entry needs; null if there is none.
+  // The blob's slot in the data file, for reading and rewriting; null if there is no such entry.
   const EntryTable::Row* find(unsigned int id) const { return table_.find(id); }
   // Null if there is none.
   Entry* entryOf(unsigned int id);
