@@ -10,16 +10,15 @@
 #include "logging/log_sender.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "kl/services.h"
 #include "kl/utilities.h"
 #include "logging/log.h"
+#include "services/common/local_socket.h"
 
 namespace loader {
 namespace {
@@ -27,7 +26,6 @@ namespace {
 constexpr unsigned int kSource = 1;
 constexpr std::size_t kMostTextBytes = 2048;
 constexpr std::size_t kMuteRecordBytes = 6;
-constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 void appendField(std::string& record, unsigned int value) {
   record += static_cast<char>(value >> 8 & 0xff);
@@ -53,14 +51,6 @@ std::string lineRecord(std::string_view text) {
   appendField(record, static_cast<unsigned int>(4 + text.size()));
   appendField(record, kSource);
   return record.append(text);
-}
-
-bool connectTo(int fd, const std::string& path) {
-  sockaddr_un address{};
-  if (path.size() >= sizeof address.sun_path) return false;
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 }  // namespace
@@ -109,8 +99,9 @@ bool LogSender::mayTry() const { return kl::getJiffies() - lastTry_ >= kShortest
 
 void LogSender::tryToConnect() {
   lastTry_ = kl::getJiffies();
-  common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | kFlags, 0));  // N1
-  if (!fd.isOpen() || !connectTo(fd.get(), kl::logSocketPath()) || !introduce(fd.get())) return retryLater();
+  common::Descriptor fd = common::newStreamSocket();  // N1
+  if (!fd.isOpen() || !common::connectTo(fd.get(), kl::logSocketPath()) || !introduce(fd.get()))
+    return retryLater();
   socket_ = std::move(fd);
   loop_.removeTimer(retry_);
   retry_ = {};
