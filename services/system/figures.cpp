@@ -1,3 +1,6 @@
+// Figures are read from the kernel when they are wanted and never kept.  Memory, load and uptime change all the time:
+// followers are sent a change only from a step on that is worth a notification.
+
 #include "figures.h"
 
 #include <unistd.h>

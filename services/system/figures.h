@@ -28,7 +28,7 @@ Figures readFigures();
 // be freed.
 Memory memoryFrom(std::istream& lines);
 
-// Has an object of the table (SYSTEM_OBJECT_...) changed so much that whoever follows it wants to know?  The host,
+// Has an object of the table (SYSTEM_OBJECT_...) changed so much that its followers are sent the change?  The host,
 // the version and the time zone always; the uptime after a minute; the memory after a 32nd of it all; the load after
 // a tenth.
 bool isWorthTelling(unsigned int object, const Figures& told, const Figures& now);

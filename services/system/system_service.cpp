@@ -1,3 +1,6 @@
+// The table has one object for each figure.  While somebody has subscribed a timer reads them all and compares each with
+// what was last sent of it; without subscribers the timer is not set again.
+
 #include "system_service.h"
 
 #include <algorithm>
@@ -100,7 +103,7 @@ void SystemService::onTimezone() {
   notifyChange(kl::SYSTEM_OBJECT_TIMEZONE);
 }
 
-// What changed by little is compared with what was told, not with the last look: slow changes are told, too.
+// A figure is compared with what was last sent, not with the last look, so that slow changes are sent, too.
 void SystemService::onLook() {
   looks_ = !getSubscriptions().empty();
   if (!looks_) return;

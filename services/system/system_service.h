@@ -37,7 +37,7 @@ class SystemService : public kl::Looper {
 
   Timezone timezone_;
   unsigned int lookTicks_;
-  std::array<Figures, kObjects> told_;  // what was last told of each object
+  std::array<Figures, kObjects> told_;  // what was last sent of each object
   bool looks_ = false;                  // the timer of onLook waits
 };
 

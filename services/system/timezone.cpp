@@ -1,3 +1,5 @@
+// Handler 0 answers with the offset alone and sends it with every change; the watch behind it notices changes.
+
 #include "timezone.h"
 
 #include "kl/services.h"

@@ -8,8 +8,7 @@
 // Z1  after each of them everything is looked at anew, and the timer and the watch of the file are set again
 // Z2  the timer never waits longer than an hour: what no event tells is noticed then
 // Z3  the offset and the wait until its next change are of one moment: a change between two would be missed
-// Z4  a file is looked at a moment after it changed: whoever replaces it in two steps causes no change for the time
-//     between them
+// Z4  a file is looked at a moment after it changed, so that a replacement in two steps is one change
 
 #include "zone_watch.h"
 

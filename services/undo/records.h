@@ -13,7 +13,7 @@ namespace undo {
 // The records, each under its id; a newer one has a greater id.  What stands here is on disk, and there again after
 // a restart.  An id is not used twice: the counter is kept beside the records.
 //
-// Errors:    what the disk refuses is told by kl::Store in a line; the record is then not there.
+// Errors:    kl::Store reports in a line what the disk refuses; the record is then not there.
 // Ownership: owns the files.
 // Threads:   that of the process's Runner, which makes changes durable half a second later.
 // Cost:      reading a record costs a read of the file; in memory there are some 100 bytes a record.

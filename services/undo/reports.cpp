@@ -1,3 +1,6 @@
+// What a report says is copied field by field into its record, and from the record into the message that undoes it:
+// nothing that a service put beside these fields travels further.
+
 #include "reports.h"
 
 #include "kl/conventions.h"

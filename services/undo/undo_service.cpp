@@ -48,7 +48,7 @@ std::string serviceText(unsigned int id) { return "service " + std::to_string(id
 
 }  // namespace
 
-// Whoever may do a thing may undo it: the record says what is needed for CMD_START, no policy in general.
+// A user who may make a change may undo it: the record holds the rights that CMD_START needs, not a policy.
 UndoService::UndoService()
     : kl::Looper(kAny, kl::SERVICE_UNDO, common::versionWord()),
       limit_(std::clamp(getLoaderData().get(kl::UNDO_LIMIT, kLimit), 1U, kMostLimit)),
@@ -64,7 +64,7 @@ void UndoService::handleCmd(const kl::message& request, unsigned int command) {
   else kl::Looper::handleCmd(request, command);
 }
 
-// A report that is not let in is an undo that somebody will miss.
+// Refused reports are logged: each is a change that cannot be undone.
 bool UndoService::checkPolicy(const kl::message& request) {
   if (kl::Looper::checkPolicy(request)) return true;
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
@@ -117,7 +117,7 @@ kl::message UndoService::cmdGetObj(const kl::message&, unsigned int id) {
   return records_.makers().contains(id) ? records_.get(id) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
 }
 
-// A start that has gone by now is no matter: the next older record is meant.
+// If the record at the start no longer exists, the walk continues with the next older one.
 kl::message UndoService::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
   const Records::Makers& all = records_.makers();
   auto at = all.lower_bound(start);
@@ -164,7 +164,7 @@ kl::message UndoService::getObject(unsigned int id) {
   return dead;
 }
 
-// Not answered before the service has: the asker learns what became of it.  U3
+// The request is answered when the service has answered, so that the asker learns the outcome.  U3
 void UndoService::start(const kl::message& request) {
   const unsigned int id = request.get(kl::STD_ID, kl::BADID);
   if (!records_.makers().contains(id)) return replyError(request, kl::ERROR_UNKNOWNID, "");
@@ -206,7 +206,7 @@ void UndoService::dropRecordsOf(unsigned int maker) {
     if (its == maker) drop(id, serviceText(maker) + " has ended");
 }
 
-// While this service was away, nobody told it who ended.
+// Services that ended while this one was not running sent it no notice.
 void UndoService::dropRecordsOfTheGone() {
   std::set<unsigned int> makers;
   for (const auto& [id, maker] : records_.makers())
