@@ -12,6 +12,7 @@
 
 #include "fuzz/input.h"
 #include "intake/client.h"
+#include "kl/services.h"
 
 namespace {
 
@@ -96,7 +97,7 @@ class OneClient final : logd::ClientHost {
         "a socket that takes everything");
     logd::ClientHost& host = *this;
     client_ = std::make_unique<logd::Client>(loop_, host, book_, tally_, common::Descriptor(ends[0]),
-                                             logd::Peer{"p", kPid}, logd::RateLimit(0, 1));
+                                             logd::Standing{kAbout, account_, true});
     ::close(ends[1]);
     for (int i = 0; i < 100 && client_; ++i) loop_.pass();
     require(client_ == nullptr, "a process that has ended is let go");
@@ -113,13 +114,16 @@ class OneClient final : logd::ClientHost {
   }
 
  private:
-  static constexpr unsigned int kPid = 812;
+  inline static const logd::Limits kNoLimits{.linesPerSecond = 0, .bytesPerSecond = 0};
+  inline static const logd::Origin kAbout{"p", 812, 0, {}, 0};
 
   void onEnd(logd::Client&) override { client_.reset(); }
 
   Loop loop_;
   logd::LogBook book_{logd::BookRules()};
   logd::Tally tally_;
+  std::shared_ptr<logd::ProcessAccount> account_ =
+      std::make_shared<logd::ProcessAccount>(kNoLimits, std::make_shared<logd::UserAccount>(), kAbout);
   std::unique_ptr<logd::Client> client_;
 };
 
@@ -129,6 +133,7 @@ std::vector<Record> expectedLines(const std::vector<Record>& records) {
   for (const Record& record : records) {
     if (record.isRegistration) {
       sources[record.source] = record.topics;
+      std::erase(sources[record.source], logd::Topic{kl::TOPIC_LOGD});  // the log service's own
       continue;
     }
     const auto source = sources.find(record.source);

@@ -122,6 +122,7 @@ inline constexpr field<unsigned int> LOG_PROCESS_ID{0x08000003};
 #ifndef LOG_PID
 inline constexpr field<unsigned int> LOG_PID = LOG_PROCESS_ID;
 #endif
+inline constexpr field<unsigned int> LOG_UID{0x08000017};  // its user when it connected, as the kernel says
 inline constexpr field<unsigned int> LOG_SOURCE{0x08000004};  // its number in its process; 0: the log service
 inline constexpr field<std::vector<unsigned int>> LOG_TOPICS{0x88000005};
 inline constexpr field<std::string> LOG_TEXT{0x20000006};

@@ -7,6 +7,7 @@
 
 #include "asking/log_service.h"
 #include "config/configuration.h"
+#include "kl/utilities.h"
 
 namespace {
 
@@ -15,6 +16,13 @@ constexpr char kSyslogSocket[] = "/dev/log";
 
 const common::Program kProgram{"kl-logd", "Takes the log lines of all processes, keeps them and shows them.",
                                KL_CONFIGURATION_FILE, "the log service"};
+
+// The loader's process: who made the connection that was passed on, or who listens at its socket.  0 where there is none.
+pid_t findLoader() {
+  if (const pid_t loader = common::peerOf(kLoaderConnection).pid; loader != 0) return loader;
+  const common::Descriptor probe = common::newStreamSocket();
+  return common::connectTo(probe.get(), kl::loaderSocketPath()) ? common::peerOf(probe.get()).pid : 0;
+}
 
 // The socket is there before the loader knows of the service: who waits for the service finds it.
 int run(const logd::Configuration& configuration) {
@@ -25,7 +33,7 @@ int run(const logd::Configuration& configuration) {
     return common::kCannotRun;
   }
   logd::LogBook book(configuration.book);
-  logd::LogService service(configuration.limits, book, listener);
+  logd::LogService service(configuration.limits, book, listener, findLoader());
   service.reportTooBig(true);
   service.run();
   return 0;

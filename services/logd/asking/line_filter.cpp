@@ -1,3 +1,6 @@
+// A filter is read once from its request; each field that the request has becomes a condition, and a line passes when
+// all of them hold.
+
 #include "asking/line_filter.h"
 
 #include "kl/services.h"

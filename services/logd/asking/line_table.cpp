@@ -1,15 +1,12 @@
+// Lines become objects when somebody asks for them.  A reply holds as many as fit into its chunk and says with which
+// line the next one begins; a line that has left the memory meanwhile is passed over.
+
 #include "asking/line_table.h"
 
 #include "kl/conventions.h"
 #include "kl/services.h"
 
 namespace logd {
-namespace {
-
-constexpr std::size_t kChunkBytes = 16383;  // of objects in one message, the first excepted
-
-}  // namespace
-
 kl::message objectOf(const Line& line, unsigned int id) {
   const Origin& origin = *line.origin;
   kl::message object;
@@ -17,6 +14,7 @@ kl::message objectOf(const Line& line, unsigned int id) {
   object.insert(kl::LOG_TIME, line.time);
   object.insert(kl::LOG_PROCESS, origin.process);
   object.insert(kl::LOG_PROCESS_ID, origin.pid);
+  object.insert(kl::LOG_UID, origin.uid);
   object.insert(kl::LOG_SOURCE, origin.source);
   object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(origin.topics.begin(), origin.topics.end()));
   object.insert(kl::LOG_TEXT, line.text);

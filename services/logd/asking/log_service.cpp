@@ -1,7 +1,7 @@
 // Followers: onNews starts a timer unless it runs; when it fires, the lines since the last time go out, once for each
 // different filter that somebody has.
 //
-// L1  told_ is the first line that followers have not been told of; nothing is told while nobody follows
+// L1  told_ is the first line that followers have not been sent; without followers nothing is sent
 // L2  a burst costs at most kMostMessages for each filter and each 50 ms
 
 #include "asking/log_service.h"
@@ -38,10 +38,10 @@ std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions)
 
 }  // namespace
 
-LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener)
+LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener, pid_t loader)
     : kl::Looper(kAny, kl::SERVICE_LOG, common::versionWord()),
       book_(book),
-      clients_(*this, book, listener, limits),
+      clients_(*this, book, listener, limits, loader),
       rules_(book, *this) {
   addHandler(kl::LOG_RULES, &rules_);
   book_.setReader(this);
@@ -110,7 +110,7 @@ void LogService::tellFollowers() {
   told_ = ring.end();
 }
 
-// Lines that have left the memory already are counted whether they would have passed or not.
+// Lines that are no longer in memory are counted, whether the filter would have let them through or not.
 void LogService::tellGroup(const LineFilter& filter, Ring::Number lost) {
   const Ring& ring = book_.ring();
   Ring::Number next = told_;
@@ -144,7 +144,7 @@ void LogService::onEndSignal(int) {
   shutdown();
 }
 
-// The library ends the process when the loader goes away: what clients have written until then is still taken.
+// The library ends the process when the loader goes away; what clients have written by then is still taken.
 void LogService::drainAtExit() {
   if (theService != nullptr) theService->clients_.drain();
 }

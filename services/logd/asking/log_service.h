@@ -13,11 +13,11 @@ namespace logd {
 // Errors:    as every Looper: without a loader the process ends.
 // Ownership: borrows book and listener.
 // Threads:   belongs to one thread.
-// Cost:      followers are told together, every 50 ms at most, in at most 32 messages for each filter: what comes
-//            faster is left out and counted.
+// Cost:      followers are sent new lines together, every 50 ms at most, in at most 32 messages for each filter;
+//            lines beyond that are left out and counted.
 class LogService : public kl::Looper, private LineReader, private RuleHost {
  public:
-  LogService(const Limits& limits, LogBook& book, const Listener& listener);
+  LogService(const Limits& limits, LogBook& book, const Listener& listener, pid_t loader = 0);
   ~LogService() override;
 
  private:

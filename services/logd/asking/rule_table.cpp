@@ -1,14 +1,16 @@
+// Two kinds of objects stand in one table: topics under their own numbers, files from LOG_FIRST_FILE on, in the order
+// of the configuration.  Only topics can be set.
+
 #include "asking/rule_table.h"
 
 #include <iterator>
 #include <set>
 
+#include "asking/line_table.h"
 #include "kl/services.h"
 
 namespace logd {
 namespace {
-
-constexpr std::size_t kChunkBytes = 16383;  // of objects in one message, the first excepted
 
 bool isTopic(unsigned int id) { return id > 0 && id < kl::LOG_FIRST_FILE; }
 

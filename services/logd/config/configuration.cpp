@@ -35,6 +35,9 @@ void readLog(Section& whole, Configuration& result, common::Mistakes& mistakes) 
   limits.clients = log.number("clients", limits.clients, 1, 100000);
   limits.linesPerSecond = log.number("lines_per_second", limits.linesPerSecond, 0, 1000000);
   limits.burst = log.number("burst", limits.burst, 1, 1000000);
+  limits.clientsPerUser = log.number("clients_per_user", limits.clientsPerUser, 1, 100000);
+  limits.bytesPerSecond = log.number("bytes_per_second", limits.bytesPerSecond, 0, 1000000000);
+  limits.bytesBurst = log.number("bytes_burst", limits.bytesBurst, 65536, 1000000000);
   BookRules& book = result.book;
   book.memory = log.number("memory", book.memory, 65536, 1024 * 1024 * 1024);
   book.syslog = log.text("syslog", "");

@@ -4,6 +4,7 @@
 //     read cuts in two makes it disconnect.  While the last ones are not read, the next wait.
 // C2  nothing waits for a client: what it does not read is a few flags here
 // C3  every line that a read brought is in its file before the next read
+// C4  the topics of the loader and of the log service itself are theirs alone: another process loses them
 
 #include "intake/client.h"
 
@@ -13,11 +14,11 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 
 #include "kl/bind.h"
 #include "kl/services.h"
+#include "services/common/local_socket.h"
 
 namespace logd {
 namespace {
@@ -25,6 +26,7 @@ namespace {
 constexpr std::size_t kReadBytes = 65536;
 constexpr std::size_t kMuteRecordBytes = 6;
 constexpr std::size_t kMostRecords = 42;  // C1
+constexpr unsigned int kLineHeadBytes = 4;
 constexpr unsigned int kRetryTicks = 5;
 constexpr int kMostDrainReads = 64;
 
@@ -44,21 +46,26 @@ bool isReadEmpty(int fd) {
 
 }  // namespace
 
-Peer peerOf(int fd) {
-  ucred about{};
-  socklen_t size = sizeof about;
-  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &about, &size) != 0) return {"?", 0};
-  Peer peer{"", static_cast<unsigned int>(about.pid)};
-  std::ifstream name("/proc/" + std::to_string(about.pid) + "/comm");
-  if (!std::getline(name, peer.process) || peer.process.empty()) peer.process = "?";
-  return peer;
+Origin originAt(int fd) {
+  const common::Peer peer = common::peerOf(fd);
+  Origin origin;
+  origin.pid = static_cast<unsigned int>(peer.pid);
+  origin.uid = peer.uid;
+  std::ifstream name("/proc/" + std::to_string(origin.pid) + "/comm");
+  if (!std::getline(name, origin.process) || origin.process.empty()) origin.process = "?";
+  return origin;
 }
 
 Client::Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally,
-               common::Descriptor socket, Peer peer, RateLimit limit)
-    : runner_(runner), host_(host), book_(book), tally_(tally), socket_(std::move(socket)), limit_(limit) {
-  about_.process = std::move(peer.process);
-  about_.pid = peer.pid;
+               common::Descriptor socket, Standing standing)
+    : runner_(runner),
+      host_(host),
+      book_(book),
+      tally_(tally),
+      socket_(std::move(socket)),
+      about_(std::move(standing.about)),
+      account_(std::move(standing.account)),
+      isLoader_(standing.isLoader) {
   runner_.addSocket(socket_.get(), this, kl::bind<Client, &Client::onEvent>(), POLLIN);
 }
 
@@ -67,14 +74,10 @@ void Client::applyMutes() {
   tellMutes();
 }
 
-void Client::tick(Nanoseconds now) {
-  if (droppedNow_ > 0 && limit_.wouldAllow(now)) tellDrops();
-}
-
 void Client::drain() {
   for (int i = 0; i < kMostDrainReads && fault_.empty() && readOnce(); ++i) {
   }
-  tellDrops();
+  account_->reportDrops(book_, steadyTime());
 }
 
 void Client::onEvent(int, unsigned int) {
@@ -105,9 +108,11 @@ void Client::onRegistration(unsigned int id, Topics topics) {
     fault_ = "a registration of too many sources";
     return;
   }
+  topics = withoutForeign(std::move(topics));
   Source& source = sources_[id];
   source.isMuted = book_.mutes().mutes(topics);
-  source.origin = std::make_shared<const Origin>(Origin{about_.process, about_.pid, id, std::move(topics)});
+  source.origin =
+      std::make_shared<const Origin>(Origin{about_.process, about_.pid, id, std::move(topics), about_.uid});
   if (source.isMuted != source.isTold) tellMutes();
 }
 
@@ -118,14 +123,23 @@ void Client::onText(unsigned int id, std::string_view text) {
     fault_ = "a line of a source that was not registered";
     return;
   }
-  if (!limit_.allows(now_)) {
-    ++droppedNow_;
+  if (!account_->takeLine(now_, static_cast<unsigned int>(text.size()) + kLineHeadBytes)) {
     ++tally_.dropped;
     return;
   }
-  tellDrops();
+  account_->reportDrops(book_, now_);
   ++tally_.lines;
   book_.add({received_, source->second.origin, std::string(text)}, now_);
+}
+
+// C4
+Topics Client::withoutForeign(Topics topics) {
+  const auto isForeign = [this](Topic topic) {
+    return topic == kl::TOPIC_LOGD || (topic == kl::TOPIC_LOADER && !isLoader_);
+  };
+  if (std::erase_if(topics, isForeign) > 0)
+    account_->remark(book_, now_, "registered a topic that is not its own: its lines go without");
+  return topics;
 }
 
 void Client::tellMutes() {
@@ -150,19 +164,12 @@ bool Client::sendRecords(const std::vector<unsigned char>& records) {
   return n == static_cast<ssize_t>(records.size());
 }
 
-void Client::tellDrops() {
-  if (droppedNow_ == 0) return;
-  const std::string count = std::to_string(std::exchange(droppedNow_, 0));
-  book_.add(
-      {timeOfDay(), ownOrigin(kl::TOPIC_WARNING, &about_), count + " lines dropped: they came too fast"},
-      steadyTime());
-}
-
 void Client::end(const std::string& fault) {
-  tellDrops();
+  const Nanoseconds now = steadyTime();
+  account_->reportDrops(book_, now);
   if (reader_.pendingBytes() > 0 && fault.empty()) ++tally_.torn;
-  if (!fault.empty()) book_.say(kl::TOPIC_WARNING, "disconnected: it wrote " + fault, &about_);
-  book_.flush(steadyTime());
+  if (!fault.empty()) account_->remark(book_, now, "disconnected: it wrote " + fault);
+  book_.flush(now);
   close();
   host_.onEnd(*this);
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "intake/rate_limit.h"
+#include "intake/accounts.h"
 #include "intake/record_reader.h"
 #include "keeping/log_book.h"
 #include "kl/runner.h"
@@ -16,12 +16,8 @@ namespace logd {
 
 class Client;
 
-// Whom a client's socket belongs to, as the kernel says.
-struct Peer {
-  std::string process;
-  unsigned int pid = 0;
-};
-Peer peerOf(int fd);
+// The process that a client's socket belongs to, as the kernel says: name, number and user.
+Origin originAt(int fd);
 
 class ClientHost {
  public:
@@ -30,6 +26,13 @@ class ClientHost {
 
  protected:
   ~ClientHost() = default;
+};
+
+// What a client is and may do.
+struct Standing {
+  Origin about;  // the process
+  std::shared_ptr<ProcessAccount> account;
+  bool isLoader = false;  // which alone may use the loader's topic
 };
 
 // What all clients did together.
@@ -42,7 +45,7 @@ struct Tally {
 // Reads what a process writes, gives each source its topics, and tells the process which of its sources are muted.
 //
 // Errors:    a process that writes what is no record, or in the name of a source that it did not register, is
-//            disconnected with a line that says so.
+//            disconnected with a line that says so.  What it writes beyond its account is dropped and counted.
 // Ownership: owns the socket; borrows everything else.
 // Threads:   belongs to one thread.
 // Cost:      one read for many lines, one write for up to 42 mute records.
@@ -52,18 +55,16 @@ class Client final : private RecordHost {
   static constexpr std::size_t kMostSources = 512;
 
   Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, common::Descriptor socket,
-         Peer peer, RateLimit limit);
+         Standing standing);
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client() { close(); }
 
   int fd() const { return socket_.get(); }
+  uid_t uid() const { return about_.uid; }
 
   // The rules have changed.
   void applyMutes();
-
-  // A second has passed.
-  void tick(Nanoseconds now);
 
   // Reads what is still there, but waits for nothing.  The log service is about to end.
   void drain();
@@ -80,9 +81,9 @@ class Client final : private RecordHost {
   void take(std::span<const unsigned char> bytes);
   void onRegistration(unsigned int source, Topics topics) override;
   void onText(unsigned int source, std::string_view text) override;
+  Topics withoutForeign(Topics topics);
   void tellMutes();
   bool sendRecords(const std::vector<unsigned char>& records);
-  void tellDrops();
   void end(const std::string& fault);
   void close();
 
@@ -91,14 +92,14 @@ class Client final : private RecordHost {
   LogBook& book_;
   Tally& tally_;
   common::Descriptor socket_;
-  Origin about_;  // the process, for what is said of it
-  RateLimit limit_;
+  Origin about_;  // the process
+  std::shared_ptr<ProcessAccount> account_;
+  bool isLoader_;
   RecordReader reader_;
   std::map<unsigned int, Source> sources_;
   std::string fault_;  // why it is to be disconnected
   kl::TimerPtr retry_;
-  unsigned long long droppedNow_ = 0;  // not told yet
-  Nanoseconds now_ = 0;                // of the read in hand
+  Nanoseconds now_ = 0;  // of the read in hand
   Nanoseconds received_ = 0;
 };
 

@@ -1,3 +1,6 @@
+// P1  a user's clients are counted when they are taken and when they end: UserAccount::clients says how many there are
+// P2  the last quarter of the clients is for root and the log service's own user: nobody else can keep them out
+
 #include "intake/clients.h"
 
 #include <poll.h>
@@ -11,8 +14,14 @@
 
 namespace logd {
 
-Clients::Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits)
-    : runner_(runner), book_(book), listener_(listener), limits_(limits) {
+Clients::Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits,
+                 pid_t loader)
+    : runner_(runner),
+      book_(book),
+      listener_(listener),
+      limits_(limits),
+      loader_(static_cast<unsigned int>(loader)),
+      accounts_(limits) {
   runner_.addSocket(listener_.fd(), this, kl::bind<Clients, &Clients::onConnect>(), POLLIN);
 }
 
@@ -23,7 +32,7 @@ void Clients::applyMutes() {
 }
 
 void Clients::tick(Nanoseconds now) {
-  for (const auto& [fd, client] : clients_) client->tick(now);
+  accounts_.tick(book_, now);
   setListening(true);
 }
 
@@ -31,7 +40,8 @@ void Clients::drain() {
   while (clients_.size() < limits_.clients) {
     common::Descriptor socket = listener_.accept();
     if (!socket.isOpen()) break;
-    take(std::move(socket));
+    const Origin about = originAt(socket.get());
+    if (hasRoomFor(*accounts_.userOf(about.uid))) take(std::move(socket), about);
   }
   for (const auto& [fd, client] : clients_) client->drain();
   book_.flush(steadyTime());
@@ -40,27 +50,38 @@ void Clients::drain() {
 void Clients::onConnect(int, unsigned int) {
   common::Descriptor socket = listener_.accept();
   if (!socket.isOpen()) return rest(errno);
-  if (clients_.size() >= limits_.clients) return refuse(socket);
-  isRefusing_ = false;
-  take(std::move(socket));
+  const Origin about = originAt(socket.get());
+  const auto user = accounts_.userOf(about.uid);
+  if (!hasRoomFor(*user)) return refuse(*user, about);
+  user->isRefused = false;
+  take(std::move(socket), about);
 }
 
-void Clients::take(common::Descriptor socket) {
+// P2
+bool Clients::hasRoomFor(const UserAccount& user) const {
+  if (user.isTrusted) return clients_.size() < limits_.clients;
+  return clients_.size() < limits_.clients - limits_.clients / 4 && user.clients < limits_.clientsPerUser;
+}
+
+void Clients::take(common::Descriptor socket, const Origin& about) {
   const int fd = socket.get();
-  const RateLimit limit(limits_.linesPerSecond, limits_.burst);
+  const auto account = accounts_.processOf(about);
+  ++account->user().clients;  // P1
   ClientHost& host = *this;
-  clients_[fd] = std::make_unique<Client>(runner_, host, book_, tally_, std::move(socket), peerOf(fd), limit);
+  const bool isLoader = loader_ != 0 && about.pid == loader_;
+  clients_[fd] = std::make_unique<Client>(runner_, host, book_, tally_, std::move(socket),
+                                          Standing{about, account, isLoader});
 }
 
-void Clients::refuse(const common::Descriptor& socket) {
-  if (std::exchange(isRefusing_, true)) return;
-  const Peer peer = peerOf(socket.get());
-  book_.say(kl::TOPIC_WARNING, "refused: there are " + std::to_string(clients_.size()) + " clients; " +
-                                   peer.process + " (pid " + std::to_string(peer.pid) + ") was the first");
+void Clients::refuse(UserAccount& user, const Origin& about) {
+  if (std::exchange(user.isRefused, true)) return;
+  accounts_.processOf(about)->remark(book_, steadyTime(),
+                                     "refused: there are " + std::to_string(clients_.size()) + " clients, " +
+                                         std::to_string(user.clients) + " of its user");
   book_.flush(steadyTime());
 }
 
-// Who waits keeps the socket readable: without rest each pass of the loop would try again.
+// A pending connection keeps the socket readable: without a rest each pass of the loop would try again.
 void Clients::rest(int reason) {
   if (reason == EAGAIN || reason == EINTR || reason == ECONNABORTED) return;
   book_.say(kl::TOPIC_WARNING, std::string("nobody can be taken: ") + std::strerror(reason));
@@ -72,10 +93,11 @@ void Clients::setListening(bool listens) {
   if (std::exchange(listens_, listens) != listens) runner_.changeSocket(listener_.fd(), listens ? POLLIN : 0);
 }
 
-// Who went has left a descriptor behind.
+// A client that has ended leaves a descriptor free.
 void Clients::onEnd(Client& client) {
   for (auto entry = clients_.begin(); entry != clients_.end(); ++entry) {
     if (entry->second.get() != &client) continue;
+    --accounts_.userOf(client.uid())->clients;  // P1
     clients_.erase(entry);
     break;
   }

@@ -10,16 +10,18 @@
 
 namespace logd {
 
-// Takes processes that come, up to a number, and lets them go.
+// Takes processes that connect, up to a number in all and of each user, and lets them go.
 //
-// Errors:    a process too many is refused with a line, one for a run of them; when no descriptor is left, those
-//            who come wait until one may be free.
+// Errors:    a client too many is refused with a line, one for a run of them; when no descriptor is left, pending
+//            connections wait until one may be free.
 // Ownership: owns the clients; borrows everything else.
 // Threads:   belongs to one thread.
 // Cost:      three system calls for each process that comes.
 class Clients final : private ClientHost {
  public:
-  Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits);
+  // `loader` is the process of the loader, 0 when it is not known.
+  Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits,
+          pid_t loader = 0);
   Clients(const Clients&) = delete;
   Clients& operator=(const Clients&) = delete;
   ~Clients();
@@ -36,8 +38,9 @@ class Clients final : private ClientHost {
 
  private:
   void onConnect(int fd, unsigned int events);
-  void take(common::Descriptor socket);
-  void refuse(const common::Descriptor& socket);
+  bool hasRoomFor(const UserAccount& user) const;
+  void take(common::Descriptor socket, const Origin& about);
+  void refuse(UserAccount& user, const Origin& about);
   void rest(int reason);
   void setListening(bool listens);
   void onEnd(Client& client) override;
@@ -46,9 +49,10 @@ class Clients final : private ClientHost {
   LogBook& book_;
   const Listener& listener_;
   const Limits& limits_;
+  const unsigned int loader_;
+  Accounts accounts_;
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
   Tally tally_;
-  bool isRefusing_ = false;
   bool listens_ = true;
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// rate_limit.h: how many lines a client may write.
+// rate_limit.h: how much may come in a time.
 
 #include <algorithm>
 
@@ -7,9 +7,8 @@
 
 namespace logd {
 
-// A bucket that fills with the right to so many lines a second, up to a burst, and starts full.  Once it is empty
-// it gives nothing until a tenth of a second's lines have gathered, so that who floods hears of it in runs and not
-// with every line.  Time is what the caller says it is.
+// A token bucket: it fills with so many tokens a second, up to a burst, and starts full.  Once empty it reopens with a
+// tenth of a second's tokens, so that drops are reported in groups.  Time is what the caller says it is.
 //
 //     RateLimit limit(10, 100);       // 100 at once, then 10 a second
 //     if (limit.allows(now)) ...
@@ -20,34 +19,46 @@ namespace logd {
 // Cost:      constant.
 class RateLimit {
  public:
-  // 0 lines a second is no limit.
-  RateLimit(unsigned int linesPerSecond, unsigned int burst)
-      : perLine_(linesPerSecond == 0 ? 0 : kSecond / linesPerSecond),
-        most_(perLine_ * burst),
-        toOpen_(perLine_ * std::clamp(linesPerSecond / 10, 1u, burst)),
+  // 0 a second is no limit.
+  RateLimit(unsigned int perSecond, unsigned int burst)
+      : perToken_(perSecond == 0 ? 0 : kSecond / perSecond),
+        most_(perToken_ * burst),
+        toOpen_(perToken_ * std::clamp(perSecond / 10, 1u, burst)),
         credit_(most_) {}
 
-  // One line, now.
-  bool allows(Nanoseconds now) {
-    if (!wouldAllow(now)) return false;
-    credit_ -= perLine_;
+  // Takes the tokens; false, and nothing is taken, where there are too few.  More than a burst count as a burst.
+  bool allows(Nanoseconds now, unsigned int tokens = 1) {
+    if (!wouldAllow(now, tokens)) return false;
+    credit_ -= costOf(tokens);
     return true;
   }
 
-  // The same without taking it.
-  bool wouldAllow(Nanoseconds now) {
-    if (now > last_) credit_ = std::min(most_, credit_ + std::min(most_, now - last_));
-    last_ = now;
-    isEmpty_ = isEmpty_ ? credit_ < toOpen_ : credit_ < perLine_;
+  // The same without taking them.
+  bool wouldAllow(Nanoseconds now, unsigned int tokens = 1) {
+    fill(now);
+    const Nanoseconds needed = isEmpty_ ? std::max(toOpen_, costOf(tokens)) : costOf(tokens);
+    isEmpty_ = credit_ < needed;
     return !isEmpty_;
+  }
+
+  // Nothing was taken that has not come back.
+  bool isFull(Nanoseconds now) {
+    fill(now);
+    return credit_ == most_;
   }
 
  private:
   static constexpr Nanoseconds kSecond = 1'000'000'000;
 
-  Nanoseconds perLine_;
+  Nanoseconds costOf(unsigned int tokens) const { return std::min(most_, perToken_ * tokens); }
+  void fill(Nanoseconds now) {
+    if (now > last_) credit_ = std::min(most_, credit_ + std::min(most_, now - last_));
+    last_ = now;
+  }
+
+  Nanoseconds perToken_;
   Nanoseconds most_;
-  Nanoseconds toOpen_;  // an empty one gives again from here on
+  Nanoseconds toOpen_;  // an empty one reopens from here on
   Nanoseconds credit_;
   Nanoseconds last_ = 0;
   bool isEmpty_ = false;

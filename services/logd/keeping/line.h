@@ -18,6 +18,7 @@ struct Origin {
   unsigned int pid = 0;
   unsigned int source = 0;  // its id in the process; 0: the log service itself
   Topics topics;
+  unsigned int uid = 0;  // of the user that the process ran as when it connected
 };
 
 struct Line {

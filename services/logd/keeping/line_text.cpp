@@ -1,3 +1,5 @@
+// A line in a file is one line whatever its process wrote: name and text are escaped, everything else is made here.
+
 #include "keeping/line_text.h"
 
 #include <cstdio>
@@ -27,10 +29,15 @@ std::string timeText(Nanoseconds time) {
 
 }  // namespace
 
+std::string processText(const Origin& origin) {
+  const std::string user = origin.uid == 0 ? "" : "," + std::to_string(origin.uid);
+  return common::printable(origin.process) + "[" + std::to_string(origin.pid) + user + "]";
+}
+
 std::string textOf(const Line& line, const TopicNames& names) {
   const Origin& origin = *line.origin;
-  return timeText(line.time) + " " + common::printable(origin.process) + "[" + std::to_string(origin.pid) +
-         "] " + names.listOf(origin.topics) + ": " + common::printable(line.text) + "\n";
+  return timeText(line.time) + " " + processText(origin) + " " + names.listOf(origin.topics) + ": " +
+         common::printable(line.text) + "\n";
 }
 
 }  // namespace logd

@@ -12,7 +12,11 @@ namespace logd {
 //
 //     2026-11-21T06:08:26.123456Z netif[812] warning,netif: eth0 is down
 //
-// The time is in UTC.  Name and text are made safe for a terminal: a text cannot pretend to be another line.
+// The number of the user follows that of the process unless the user is root: lab[814,1000].  The time is in UTC.  Name
+// and text are made safe for a terminal: a text cannot pretend to be another line.
 std::string textOf(const Line& line, const TopicNames& names);
+
+// The name, process and user in it.
+std::string processText(const Origin& origin);
 
 }  // namespace logd

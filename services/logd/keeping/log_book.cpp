@@ -35,6 +35,7 @@ std::shared_ptr<const Origin> ownOrigin(Topic severity, const Origin* about) {
   Origin origin;
   origin.process = about != nullptr ? about->process : kName;
   origin.pid = about != nullptr ? about->pid : static_cast<unsigned int>(::getpid());
+  origin.uid = about != nullptr ? about->uid : static_cast<unsigned int>(::geteuid());
   origin.topics = {severity, static_cast<Topic>(kl::TOPIC_LOGD)};
   return std::make_shared<const Origin>(std::move(origin));
 }
@@ -66,7 +67,7 @@ void LogBook::flush(Nanoseconds now) {
   }
 }
 
-// What the machine's own log did not take is not told to it: it would not take that either, for ever.
+// Lines that the machine's own log did not take are not reported to it: it would refuse that report, too, without end.
 void LogBook::tick(Nanoseconds now) {
   if (const auto lost = syslog_.takeLost(); lost > 0)
     keep({timeOfDay(), ownOrigin(kl::TOPIC_WARNING, nullptr),

@@ -32,8 +32,8 @@ class LineReader {
   ~LineReader() = default;
 };
 
-// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to whoever reads
-// along.  What the log service itself has to say becomes a line like any other, and never comes through a socket.
+// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to the
+// reader.  What the log service itself has to say becomes a line like any other, and never comes through a socket.
 //
 //     book.add(line, now);  book.add(other, now);
 //     book.flush(now);                     // both are in their files now

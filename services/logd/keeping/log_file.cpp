@@ -2,7 +2,7 @@
 //     service left unfinished is ended before the next
 // F2  size_ + buffer_.size() <= mostBytes for a regular file, and PATH.n exists for n < count only: together never
 //     more than mostBytes * count bytes on the disk
-// F3  failure_ says why nothing is written; it is told once, when it begins
+// F3  failure_ says why nothing is written; it is reported once, when it begins
 
 #include "keeping/log_file.h"
 

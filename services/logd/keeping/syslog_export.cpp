@@ -1,8 +1,12 @@
+// Each line is one datagram to the machine's own log, sent without waiting.  The socket is opened once; where nobody
+// listens the datagram is lost and counted, and the next one finds whoever listens then.
+
 #include "keeping/syslog_export.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "keeping/line_text.h"
 #include "kl/services.h"
 #include "services/common/local_socket.h"
 #include "services/common/text.h"
@@ -26,8 +30,8 @@ unsigned int severityOf(const Topics& topics) {
 bool SyslogExport::send(const Line& line) {
   const Origin& origin = *line.origin;
   const unsigned int priority = kDaemon * 8 + severityOf(origin.topics);
-  const std::string text = "<" + std::to_string(priority) + ">" + common::printable(origin.process) + "[" +
-                           std::to_string(origin.pid) + "]: " + common::printable(line.text);
+  const std::string text =
+      "<" + std::to_string(priority) + ">" + processText(origin) + ": " + common::printable(line.text);
   const bool taken = sendText(text.substr(0, kLongest));
   if (!taken) ++lost_;
   return taken;

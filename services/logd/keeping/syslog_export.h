@@ -12,7 +12,7 @@ namespace logd {
 //
 //     <28>netif[812]: eth0 is down          facility daemon, severity by the first topic from 1 to 8
 //
-// Errors:    none; whoever starts and stops the other side may do so at any time.
+// Errors:    none; the other side may start and stop at any time.
 // Ownership: owns its socket.
 // Threads:   belongs to one thread.
 // Cost:      one system call a line.

@@ -1,3 +1,6 @@
+// The list of topics is read line by line; a mistake in one leaves the others as they are.  Names are looked up by
+// walking the list: there are a few dozen, and only people use them.
+
 #include "keeping/topic_names.h"
 
 #include <charconv>

@@ -46,8 +46,9 @@ inline std::string contentOf(const std::string& file) {
 }
 
 inline std::shared_ptr<const Origin> originOf(const Topics& topics, const std::string& process = "p",
-                                              unsigned int pid = 7, unsigned int source = 1) {
-  return std::make_shared<const Origin>(Origin{process, pid, source, topics});
+                                              unsigned int pid = 7, unsigned int source = 1,
+                                              unsigned int uid = 0) {
+  return std::make_shared<const Origin>(Origin{process, pid, source, topics, uid});
 }
 
 inline Line lineOf(const std::string& text, const Topics& topics = {}, Nanoseconds time = 1) {

@@ -80,7 +80,7 @@ class LoaderLogSender : public testing::Test {
   }
 
   kl::test::ScriptedClock clock{100000};
-  loader::Descriptor nowhere;
+  common::Descriptor nowhere;
   loader::Log log;
   kl::ThinRunner loop;
   loader::LogSender sender{loop, log};

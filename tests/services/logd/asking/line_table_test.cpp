@@ -28,11 +28,13 @@ std::vector<std::string> readAll(const Ring& ring, const kl::message& request, u
 }
 
 TEST(LineTable, AnObjectHasEverythingOfItsLine) {
-  const kl::message object = objectOf({123456789012345ull, originOf({32, 5}, "netif", 812, 3), "down"}, 9);
+  const kl::message object =
+      objectOf({123456789012345ull, originOf({32, 5}, "netif", 812, 3, 1000), "down"}, 9);
   EXPECT_EQ(object.get(kl::STD_ID, 0), 9u);
   EXPECT_EQ(object.get(kl::LOG_TIME, 0), 123456789012345ull);
   EXPECT_EQ(object.get(kl::LOG_PROCESS, ""), "netif");
   EXPECT_EQ(object.get(kl::LOG_PROCESS_ID, 0), 812u);
+  EXPECT_EQ(object.get(kl::LOG_UID, 0), 1000u);
   EXPECT_EQ(object.get(kl::LOG_SOURCE, 0), 3u);
   EXPECT_EQ(object.get(kl::LOG_TOPICS, {}), (std::vector<unsigned int>{32, 5}));
   EXPECT_EQ(object.get(kl::LOG_TEXT, ""), "down");

@@ -158,6 +158,21 @@ TEST(LogService, AHostileClientIsDisconnectedAndTheOthersGoOn) {
   EXPECT_EQ(system.lines(fromHere()).size(), 6u) << "one line for each of them";
 }
 
+TEST(LogService, NobodyLooksLikeTheLoader) {
+  System system(kNames);
+  LogClient liar;
+  EXPECT_TRUE(liar.write(registration(1, {kl::TOPIC_LOADER, 300}) + textRecord(1, "I am the loader")));
+  EXPECT_TRUE(system.hasLine("I am the loader"));
+  kl::test::RawPeer garbage;
+  ASSERT_TRUE(garbage.connect());
+  EXPECT_TRUE(garbage.sendBytes(kl::test::bytes("0001 00")));
+  kl::message filter;
+  filter.insert(kl::LOG_TOPICS, {kl::TOPIC_LOADER});
+  ASSERT_TRUE(comesTrue([&] { return !system.lines(filter).empty(); })) << "the loader says nothing";
+  for (const kl::message& line : system.lines(filter))
+    EXPECT_EQ(line.get(kl::LOG_PROCESS_ID, 0), static_cast<unsigned int>(system.loader().pid()));
+}
+
 TEST(LogService, AFloodIsLimitedAndTold) {
   System system(kNames + "lines_per_second = 10\nburst = 100\n");
   LogClient client;

@@ -26,6 +26,9 @@ TEST(LogdConfiguration, EverythingHasADefault) {
   EXPECT_EQ(c.limits.clients, 256u);
   EXPECT_EQ(c.limits.linesPerSecond, 2000u);
   EXPECT_EQ(c.limits.burst, 10000u);
+  EXPECT_EQ(c.limits.clientsPerUser, 64u);
+  EXPECT_EQ(c.limits.bytesPerSecond, 1048576u);
+  EXPECT_EQ(c.limits.bytesBurst, 8388608u);
   EXPECT_EQ(c.book.syslog, "");
   ASSERT_EQ(c.book.files.size(), 1u);
   EXPECT_EQ(c.book.files[0].mostBytes, 1024u * 1024);
@@ -41,6 +44,9 @@ memory = 100000
 clients = 3
 lines_per_second = 0
 burst = 4
+clients_per_user = 2
+bytes_per_second = 5000
+bytes_burst = 70000
 syslog = "/dev/log"
 mute = ["debug", 300]
 [[file]]
@@ -59,6 +65,9 @@ sync = "second"
   EXPECT_EQ(c.limits.clients, 3u);
   EXPECT_EQ(c.limits.linesPerSecond, 0u);
   EXPECT_EQ(c.limits.burst, 4u);
+  EXPECT_EQ(c.limits.clientsPerUser, 2u);
+  EXPECT_EQ(c.limits.bytesPerSecond, 5000u);
+  EXPECT_EQ(c.limits.bytesBurst, 70000u);
   EXPECT_EQ(c.book.syslog, "/dev/log");
   EXPECT_EQ(c.book.muted, (Topics{8, 300}));
   ASSERT_EQ(c.book.files.size(), 2u);

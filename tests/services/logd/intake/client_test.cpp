@@ -24,16 +24,23 @@ class Loop : public kl::ThinRunner {
 
 // A client whose process is the test.
 struct ClientTest : testing::Test, ClientHost {
-  ClientTest() { connect(RateLimit(0, 1)); }
+  ClientTest() { connect(Limits{.linesPerSecond = 0, .bytesPerSecond = 0}); }
 
-  void connect(RateLimit limit) {
+  void connect(const Limits& limits, bool isLoader = false) {
+    auto user = std::make_shared<UserAccount>();
+    account = std::make_shared<ProcessAccount>(limits, user, Origin{"netif", 812, 0, {}, 1000});
+    reconnect(isLoader);
+  }
+
+  // Another connection of the same process.
+  void reconnect(bool isLoader = false) {
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     process = common::Descriptor(ends[1]);
     hasEnded = false;
     ClientHost& host = *this;
     client = std::make_unique<Client>(loop, host, book, tally, common::Descriptor(ends[0]),
-                                      Peer{"netif", 812}, limit);
+                                      Standing{{"netif", 812, 0, {}, 1000}, account, isLoader});
   }
 
   void onEnd(Client&) override {
@@ -79,6 +86,7 @@ struct ClientTest : testing::Test, ClientHost {
   LogBook book{BookRules()};
   Tally tally;
   common::Descriptor process;
+  std::shared_ptr<ProcessAccount> account;
   std::unique_ptr<Client> client;
   bool hasEnded = false;
 };
@@ -90,6 +98,7 @@ TEST_F(ClientTest, ALineHasTheTopicsOfItsSourceAndTheNameOfItsProcess) {
   EXPECT_EQ(line.text, "abc");
   EXPECT_EQ(line.origin->process, "netif");
   EXPECT_EQ(line.origin->pid, 812u);
+  EXPECT_EQ(line.origin->uid, 1000u);
   EXPECT_EQ(line.origin->source, 2u);
   EXPECT_EQ(line.origin->topics, (Topics{5, 7}));
   EXPECT_EQ(tally.lines, 1u);
@@ -175,26 +184,70 @@ TEST_F(ClientTest, AProcessThatDoesNotReadIsNotWaitedFor) {
 }
 
 TEST_F(ClientTest, WhoWritesTooFastIsTold) {
-  connect(RateLimit(10, 3));
+  connect(Limits{.linesPerSecond = 10, .burst = 3});
   Bytes all = registration(1, {5});
   for (int i = 0; i < 10; ++i) all = all + textRecord(1, std::to_string(i));
   write(all);
   EXPECT_EQ(book.ring().end(), 3u);
   EXPECT_EQ(tally.dropped, 7u);
-  client->tick(steadyTime() + 1'000'000'000);
+  write(textRecord(1, "again"));
+  EXPECT_EQ(book.ring().end(), 3u) << "not yet";
+  account->reportDrops(book, steadyTime() + 1'000'000'000);
   ASSERT_EQ(book.ring().end(), 4u);
-  EXPECT_EQ(text(3), "7 lines dropped: they came too fast");
+  EXPECT_EQ(text(3), "8 lines dropped: they came too fast");
   EXPECT_EQ(book.ring()[3].origin->process, "netif");
   EXPECT_EQ(book.ring()[3].origin->topics, (Topics{kl::TOPIC_WARNING, kl::TOPIC_LOGD}));
 }
 
 TEST_F(ClientTest, WhatWasDroppedIsToldAtTheEnd) {
-  connect(RateLimit(1, 1));
+  connect(Limits{.linesPerSecond = 1, .burst = 1});
   write(registration(1, {5}) + textRecord(1, "a") + textRecord(1, "b"));
   process.close();
   loop.pass();
   ASSERT_EQ(book.ring().end(), 2u);
   EXPECT_EQ(text(1), "1 lines dropped: they came too fast");
+}
+
+TEST_F(ClientTest, BytesAreLimitedAsLinesAre) {
+  connect(Limits{.linesPerSecond = 0, .bytesPerSecond = 10000, .bytesBurst = 1000});
+  write(registration(1, {5}) + textRecord(1, std::string(900, 'x')) + textRecord(1, std::string(900, 'y')) +
+        textRecord(1, "short"));
+  EXPECT_EQ(tally.lines, 1u) << "the second one does not fit, and what is empty stays so for a while";
+  EXPECT_EQ(tally.dropped, 2u);
+}
+
+TEST_F(ClientTest, ConnectingAgainBuysAProcessNothing) {
+  connect(Limits{.linesPerSecond = 1, .burst = 10});
+  for (int i = 0; i < 50; ++i) {
+    write(registration(1, {5}) + textRecord(1, "a"));
+    process.close();
+    loop.pass();
+    reconnect();
+  }
+  EXPECT_LE(tally.lines, 11u);
+  EXPECT_GE(tally.dropped, 39u);
+}
+
+TEST_F(ClientTest, RemarksAboutAUserAreFewWhateverItDoes) {
+  for (int i = 0; i < 500; ++i) {
+    write(Bytes(4));
+    EXPECT_TRUE(hasEnded);
+    reconnect();
+  }
+  EXPECT_LE(book.ring().end(), UserAccount::kMostRemarksAtOnce + 2u);
+  EXPECT_EQ(text(0), "disconnected: it wrote a record with a bad length");
+}
+
+TEST_F(ClientTest, TheLoadersTopicIsItsAlone) {
+  write(registration(1, {kl::TOPIC_LOADER, 5, kl::TOPIC_LOGD}) + textRecord(1, "a"));
+  ASSERT_EQ(book.ring().end(), 2u);
+  EXPECT_EQ(text(0), "a");
+  EXPECT_EQ(book.ring()[0].origin->topics, (Topics{5}));
+  EXPECT_EQ(text(1), "registered a topic that is not its own: its lines go without");
+  connect(Limits(), true);
+  write(registration(1, {kl::TOPIC_LOADER}) + textRecord(1, "b"));
+  EXPECT_EQ(book.ring()[2].origin->topics, (Topics{kl::TOPIC_LOADER}));
+  EXPECT_EQ(book.ring().end(), 3u);
 }
 
 TEST_F(ClientTest, WhatIsInTheSocketIsTakenBeforeTheEnd) {
@@ -209,9 +262,10 @@ TEST(ClientPeer, TheKernelSaysWhoItIs) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   const common::Descriptor a(ends[0]);
   const common::Descriptor b(ends[1]);
-  const Peer peer = peerOf(a.get());
-  EXPECT_EQ(peer.pid, static_cast<unsigned int>(::getpid()));
-  EXPECT_EQ(peer.process + "\n", contentOf("/proc/self/comm"));
+  const Origin origin = originAt(a.get());
+  EXPECT_EQ(origin.pid, static_cast<unsigned int>(::getpid()));
+  EXPECT_EQ(origin.uid, ::geteuid());
+  EXPECT_EQ(origin.process + "\n", contentOf("/proc/self/comm"));
 }
 
 }  // namespace

@@ -2,10 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <list>
+#include <vector>
 
+#include "kl/utilities.h"
+#include "services/common/local_socket.h"
 #include "tests/services/logd/system.h"
 
 namespace logd::test {
@@ -59,7 +65,7 @@ TEST_F(ClientsTest, WhoIsTooManyIsRefusedAndNobodyElseIsHurt) {
   std::list<LogClient> processes(6);
   loop.passes(10);
   EXPECT_EQ(clients.size(), 3u);
-  EXPECT_TRUE(texts().starts_with("refused: there are 3 clients; ")) << texts();
+  EXPECT_TRUE(texts().starts_with("refused: there are 3 clients, ")) << texts();
   EXPECT_EQ(book.ring().end(), 1u) << "one line for a run of them";
   EXPECT_TRUE(processes.back().isDisconnected());
   EXPECT_TRUE(processes.front().write(registration(1, {5}) + textRecord(1, "a")));
@@ -94,7 +100,7 @@ TEST_F(ClientsTest, WithoutDescriptorsWhoIsTooManyWaitsAndTheLoopRests) {
   all.clear();
   clients.tick(steadyTime());
   loop.passes(3);
-  EXPECT_TRUE(book.ring()[1].text.starts_with("refused: there are 1 clients; "));
+  EXPECT_TRUE(book.ring()[1].text.starts_with("refused: there are 1 clients, "));
 }
 
 TEST_F(ClientsTest, WithoutDescriptorsWhoComesWaitsAndTheLoopRests) {
@@ -116,6 +122,66 @@ TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
   EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "a")));
   clients.drain();
   EXPECT_EQ(texts(), "a\n");
+}
+
+// A process of another user at the log socket, for as long as the test lives.
+class Stranger {
+ public:
+  explicit Stranger(unsigned int connections) {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const common::Descriptor done(ends[0]);
+    common::Descriptor isDone(ends[1]);
+    pid_ = ::fork();
+    if (pid_ == 0) play(connections, isDone.get());
+    isDone.close();
+    char word = 0;
+    EXPECT_EQ(::read(done.get(), &word, 1), 1);
+  }
+  ~Stranger() {
+    (void)::kill(pid_, SIGKILL);
+    (void)::waitpid(pid_, nullptr, 0);
+  }
+  Stranger(const Stranger&) = delete;
+  Stranger& operator=(const Stranger&) = delete;
+
+ private:
+  [[noreturn]] static void play(unsigned int connections, int isDone) {
+    std::vector<common::Descriptor> all(connections);
+    if (::setresuid(kStranger, kStranger, kStranger) != 0) ::_exit(1);
+    for (common::Descriptor& one : all) {
+      one = common::newStreamSocket();
+      if (!common::connectTo(one.get(), kl::logSocketPath())) ::_exit(1);
+    }
+    (void)!::write(isDone, "d", 1);
+    for (;;) ::pause();
+  }
+
+  static constexpr uid_t kStranger = 4711;
+  pid_t pid_;
+};
+
+TEST_F(ClientsTest, AUserHasItsNumberOfClientsAndTheLastQuarterIsRootsAlone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  limits.clients = 12;
+  limits.clientsPerUser = 5;
+  Clients clients(loop, book, listener, limits);
+  {
+    const Stranger many(30);
+    loop.passes(40);
+    EXPECT_EQ(clients.size(), 5u);
+    EXPECT_EQ(texts(), "refused: there are 5 clients, 5 of its user\n") << "one line for a run of them";
+    EXPECT_EQ(book.ring()[0].origin->uid, 4711u);
+    const std::list<LogClient> ours(7);
+    loop.passes(10);
+    EXPECT_EQ(clients.size(), 12u);
+  }
+  loop.passes(10);
+  EXPECT_EQ(clients.size(), 0u);
+  limits.clientsPerUser = 100;
+  const Stranger many(30);
+  loop.passes(40);
+  EXPECT_EQ(clients.size(), 9u);
 }
 
 TEST_F(ClientsTest, RulesReachEveryone) {

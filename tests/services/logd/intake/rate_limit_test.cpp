@@ -51,5 +51,26 @@ TEST(RateLimit, ZeroLinesASecondIsNoLimit) {
   EXPECT_EQ(takeAll(limit, kStart), 100000u);
 }
 
+TEST(RateLimit, SeveralTokensAreTakenTogetherOrNotAtAll) {
+  RateLimit limit(10, 100);
+  EXPECT_TRUE(limit.allows(kStart, 60));
+  EXPECT_FALSE(limit.allows(kStart, 60));
+  EXPECT_TRUE(limit.allows(kStart + 2000 * kMillisecond, 60));
+}
+
+TEST(RateLimit, MoreThanABurstCountsAsABurst) {
+  RateLimit limit(10, 100);
+  EXPECT_TRUE(limit.allows(kStart, 1000));
+  EXPECT_FALSE(limit.allows(kStart));
+}
+
+TEST(RateLimit, ItIsFullAgainWhenEverythingHasComeBack) {
+  RateLimit limit(10, 100);
+  EXPECT_TRUE(limit.isFull(kStart));
+  EXPECT_TRUE(limit.allows(kStart, 10));
+  EXPECT_FALSE(limit.isFull(kStart + 999 * kMillisecond));
+  EXPECT_TRUE(limit.isFull(kStart + 1000 * kMillisecond));
+}
+
 }  // namespace
 }  // namespace logd

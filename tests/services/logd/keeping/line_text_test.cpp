@@ -21,6 +21,11 @@ TEST(LineText, ATextCannotPretendToBeAnotherLine) {
             "1970-01-01T00:00:00.000000Z a\\x0ab[7] -: c\\x0a\n");
 }
 
+TEST(LineText, AUserOtherThanRootIsShown) {
+  EXPECT_EQ(processText({"lab", 814, 1, {}, 1000}), "lab[814,1000]");
+  EXPECT_EQ(processText({"netif", 812, 1, {}, 0}), "netif[812]");
+}
+
 TEST(LineText, NothingInItSteersATerminal) {
   EXPECT_EQ(textOf({0, originOf({}, "\x1b]0;x\x07"),
                     "\xc2\x9b"
