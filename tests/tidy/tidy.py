@@ -175,6 +175,15 @@ def check_arrows(tree):
                     yield path, line, f"{target} does not lie below {house}/{mine}".rstrip("/")
 
 
+def check_essays(tree):
+    """Each source of the library, a program or an example opens with what it does: its first line is a comment."""
+    for path in tree.files:
+        if top(path) not in ("lib",) + PROGRAMS or not path.endswith(".cpp"):
+            continue
+        if not tree.text(path).startswith(("// ", "/* ", "/** ")):
+            yield path, 1, "does not open with a comment that says what it does"
+
+
 def check_predicates(tree):
     """A function whose name asks a question answers it: one without a result is named by what it does."""
     for path in tree.code():
@@ -296,6 +305,7 @@ CHECKS = {
     "tests": check_tests,
     "includes": check_includes,
     "arrows": check_arrows,
+    "essays": check_essays,
     "predicates": check_predicates,
     "programs": check_programs,
     "layers": check_layers,

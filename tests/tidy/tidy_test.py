@@ -14,6 +14,7 @@ SOUND = {
     "include/kl/message.h": '#pragma once\n#include "kl/export.h"\n',
     "lib/message/rep.h": "#pragma once\n",
     "lib/message/rep.cpp": """\
+        // The representation that copies of a message share.
         #include "message/rep.h"
         #include "kl/message.h"
         // Kept on purpose: the newest comes first.  Held by
@@ -21,12 +22,13 @@ SOUND = {
         """,
     "tests/lib/message/rep_test.cpp": '#include "message/rep.h"\nTEST(Rep, NewestComesFirst) {}\n',
     "lib/base/byte_order.h": "#pragma once\n",
-    "lib/loop/timers.cpp": '#include "base/byte_order.h"\n',
+    "lib/loop/timers.cpp": '// The timers of a loop.\n#include "base/byte_order.h"\n',
     "tests/lib/loop/timers_test.cpp": "",
     "services/common/section.h": "#pragma once\n",
     "services/loader/routing/router.h": "#pragma once\n",
     "services/loader/routing/router.cpp":
-        '#include "routing/router.h"\n#include "kl/message.h"\n#include "services/common/section.h"\n',
+        '// The way of a frame.\n#include "routing/router.h"\n#include "kl/message.h"\n'
+        '#include "services/common/section.h"\n',
     "tests/services/loader/routing/router_test.cpp": '#include "services/loader/routing/router.h"\n',
     "docs/man/klctl.1": '.TH KLCTL 1 2026-01-01 kelo Commands\n.SH NAME\nklctl \\- a client\n',
 }
@@ -98,6 +100,15 @@ class TidyTest(unittest.TestCase):
     def test_an_example_sees_no_shared_room(self):
         self.assertEqual(self.findings("includes", {"examples/hello.cpp": '#include "services/common/section.h"\n'}),
                          ["examples/hello.cpp:1: services/common/section.h is internal to services/common/"])
+
+    def test_a_source_that_does_not_open_with_what_it_does(self):
+        self.assertEqual(self.findings("essays", {"lib/loop/timers.cpp": '#include "base/byte_order.h"\n// Late.\n',
+                                                  "examples/hello.cpp": "\n// Behind an empty line.\n",
+                                                  "tools/klctl/main.cpp": "//\n",
+                                                  "lib/loop/timers.h": "#pragma once\n",
+                                                  "tests/lib/loop/timers_test.cpp": '#include "loop/timers.h"\n'}),
+                         [f"{path}:1: does not open with a comment that says what it does" for path in
+                          ("examples/hello.cpp", "lib/loop/timers.cpp", "tools/klctl/main.cpp")])
 
     def test_a_predicate_that_does_not_answer(self):
         self.assertEqual(self.findings("predicates", {"services/loader/routing/router.h": "#pragma once\n"
