@@ -1,5 +1,5 @@
 #pragma once
-// assertions.h: promises that the program itself breaks.  What comes from outside never reaches one.
+// assertions.h: promises that the program itself breaks.  Input from outside never reaches one.
 
 #include <cassert>
 #include <string>
@@ -8,7 +8,7 @@ namespace kl {
 
 // Prints "<place>: assertion failed: <expression>" on the standard error stream and aborts.
 [[noreturn]] void failAssertion(const char* place, const char* expression);
-// The same with a second line, which says more.
+// The same with a second line of details.
 [[noreturn]] void failAssertion(const char* place, const char* expression, const std::string& remark);
 
 }  // namespace kl

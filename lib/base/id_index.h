@@ -38,7 +38,7 @@ class IdIndex {
     Entry* entry = findOrFree(id);
     return entry->isFree() ? nullptr : entry;
   }
-  // Where more than one entry stands under an id: the next behind one that find() or this gave, null behind the last.
+  // The next entry under the same id as `entry`, which find() or this function gave; null behind the last.
   Entry* findNext(const Entry* entry) const {
     std::size_t i = next(static_cast<std::size_t>(entry - entries_));
     while (!entries_[i].isFree() && entries_[i].id() != entry->id()) i = next(i);

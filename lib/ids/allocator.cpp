@@ -1,9 +1,9 @@
 // Identifiers: which are free, and in which order they are handed out.
 //
-// The free identifiers are disjoint ranges in ascending order, and one of them is the current one.  Two ranges
-// may touch: nothing is ever joined to the low end of the current range, so that what was freed there waits
-// until the allocator has come around.  What becomes of the ranges is in free_ranges.cpp; what is counted, what is
-// misuse and when the largest range comes next is here.
+// The free identifiers are disjoint ranges in ascending order, and one of them is the current one.  Two ranges may
+// touch: nothing is ever joined to the low end of the current range, so that what was freed there waits until the
+// allocator has come around.  The ranges themselves are kept in free_ranges.cpp; the counts, the checks for misuse
+// and the choice of the largest range are here.
 
 #include "kl/allocator.h"
 

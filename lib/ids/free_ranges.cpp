@@ -8,7 +8,7 @@
 // R1  an identifier that is free and follows one that is not starts a range; whatever starts one is free
 // R2  a word that is wholly free or wholly taken, as the identifier before it is, and starts nothing, is not kept;
 //     so a range ends in the word where it starts or in the next one that is kept
-// R3  ranges may touch: the start of the upper one tells them apart
+// R3  ranges may touch: the start of the upper one separates them
 // R4  the mark of the tree is the word where the current range starts
 //
 // Taking and giving back change the bit of the identifier and the start of the next one, mostly in one word and with

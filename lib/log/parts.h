@@ -7,8 +7,8 @@
 
 namespace kl {
 
-// What is still to be written: a head, and the text behind it or nothing.  A long text is sent from where it
-// lies, so that no large record has to be put together.
+// The bytes that are still to be written: a head, and the text behind it or nothing.  A long text is sent from where
+// it lies, so that no large record has to be put together.
 struct __attribute__((visibility("hidden"))) Logger::Parts {
   const void* head;
   unsigned int headBytes;

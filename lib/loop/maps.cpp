@@ -64,7 +64,7 @@ class Lines {
 
 }  // namespace
 
-// Async-signal-safe: read(2) and write(2) only.  Of a line longer than the buffer only its beginning is looked at.
+// Async-signal-safe: read(2) and write(2) only.  A line longer than the buffer is judged by its beginning.
 void writeExecutableMaps(int fd, ReportText& out) {
   Lines lines(fd);
   bool insideLongLine = false;

@@ -25,7 +25,8 @@ struct WalkStart {
 
 // All of these are async-signal-safe: they use nothing but their arguments.
 
-// Takes the registers out of the machine context that a signal handler is given.  What cannot be read is 0.
+// Takes the registers out of the machine context that a signal handler is given.  A register that cannot be read is
+// 0.
 Registers readRegisters(const void* context, const SafeMemory& memory);
 
 // The register section of the report.

@@ -20,7 +20,7 @@ SafeMemory::~SafeMemory() {
   ::close(ends_[1]);
 }
 
-// Async-signal-safe: write(2) and read(2).  What went into the pipe is always taken out again.  The system call is made
+// Async-signal-safe: write(2) and read(2).  The pipe is always emptied again.  The system call is made
 // directly because a sanitizer looks at what the C library's write() is given, and this may be anything.
 bool SafeMemory::read(std::uintptr_t address, void* into, std::size_t size) const {
   if (ends_[0] < 0) return false;

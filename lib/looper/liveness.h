@@ -5,7 +5,7 @@
 //     unsubscribed(record);
 //     if (self.ended()) return;
 //
-// Those that watch stand on the stack, each knows the one around it, and the destructor of a handler tells those that
+// The watches stand on the stack, each knows the one around it, and the destructor of a handler marks those that
 // watch it.  A handler itself pays nothing for that.
 //
 // Threads: handlers live on the thread of the Looper, and so does this.

@@ -27,7 +27,7 @@ std::uint64_t hashOf(std::span<const unsigned char> bytes, std::uint64_t factor)
   return hash;
 }
 
-// What does not read back, because it is longer than the byte format can say, has one hash for all.
+// A record that does not read back, because it is longer than the byte format can express, has one hash for all.
 std::uint32_t hashOf(const message& record) {
   std::vector<unsigned char> bytes;
   record.flatten(bytes);

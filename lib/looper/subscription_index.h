@@ -10,9 +10,9 @@
 
 namespace kl {
 
-// Says where in a list of messages, which lie in the order of their arrival, the first lies that equals another.  Few
-// are looked through one by one; many stand in a table under a hash of their fields, which is secret: a peer cannot
-// choose subscriptions that stand in each other's way.
+// Finds the first message of a list that equals another one.  The list has the order of arrival.  Few are looked
+// through one by one; many stand in a table under a hash of their fields, which is secret: a peer cannot choose
+// subscriptions that stand in each other's way.
 //
 // Errors:    none.
 // Ownership: borrows nothing; the list is named in each call.  Needs: it is always the same one, and every change of
@@ -27,13 +27,13 @@ class SubscriptionIndex {
   // Serial numbers begin where the test of their end wants them to.
   explicit SubscriptionIndex(std::uint32_t firstSerial = 1) : nextSerial_(firstSerial) {}
 
-  // Where the first message lies that equals `record`; the size of the list when there is none.
+  // The place of the first message that equals `record`; the size of the list when there is none.
   std::size_t find(const std::vector<message>& list, const message& record) const;
 
   // The list got more messages, at its end.
   void noteAdded(const std::vector<message>& list);
 
-  // What lies at a place of the list is about to leave it.
+  // The message at a place of the list is about to leave it.
   void noteRemoval(const std::vector<message>& list, std::size_t place);
 
   // Kept here for the handler: how many subscriptions it takes.

@@ -13,7 +13,7 @@
 // S1  the batch timer waits exactly while ids are gathered
 // S2  each walk goes over copies, which cost a reference each: callbacks may change what is walked over
 // S3  behind each callback nothing of the handler is touched before its Liveness was asked
-// S4  the index is told of every change of the list
+// S4  the index hears of every change of the list
 
 #include <cxxabi.h>
 

@@ -100,8 +100,8 @@ class htable {
     std::uint32_t id() const { return key; }
     bool isFree() const { return slot == kNoSlot; }
   };
-  // In front of the slots of a table of more than 64: the index, then the words of live and erased bits, then a
-  // bit for each word of live bits that is full: runs of colliding keys may be long.
+  // A table of more than 64 slots has in front of them the index, then the words of live and erased bits, then a bit
+  // for each word of live bits that is full: runs of colliding keys may be long.
   struct Large {
     IdIndex<SlotEntry> index;
     std::uint64_t words;

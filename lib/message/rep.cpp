@@ -215,7 +215,7 @@ void message::Rep::copyList(NodeList& to, const NodeList& from) {
     if (node->agrees()) pushCopy(to, *node);
 }
 
-// Nobody holds a reference into it yet, so it may be shared from here on.  What received no field is not
+// Nobody holds a reference into it yet, so it may be shared from here on.  A message that received no field is not
 // unshareable, is therefore not copied in assigning, and stays as it is.
 void message::Rep::becomeItsCopy() {
   if (!unshareable) return;

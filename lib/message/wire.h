@@ -20,7 +20,7 @@ Outcome readLegacy(message::Rep& rep, const unsigned char* data, std::size_t len
 // Writes the flattened form and returns the place behind it.  Needs: room for maxLength().
 unsigned char* writeFormat(const message::Rep& rep, unsigned char* to);
 
-// In an arena: is one more field of so many bytes sure to find room?
+// True if one more field of so many bytes is sure to find room in an arena.
 inline bool hasRoomForField(const message::Rep& rep, std::size_t valueBytes) {
   const Arena* arena = rep.memory.arena();
   return arena == nullptr || arena->room() >= rep.arenaCostOfField() + roundedUp(valueBytes);

@@ -6,8 +6,8 @@
 // or to open the store makes it happen.
 //
 // On a full disk there may be no room for the note.  A change that makes the files longer then makes the lock file
-// longer, which takes no room: it says how many slots there were, and those behind them are cut off if the change was
-// not completed.  A change of bytes that are there goes on without.
+// longer, which takes no room: its length counts the slots that there were, and those behind them are cut off if the
+// change was not completed.  A change of bytes that are there goes on without.
 //
 // SC1  slots that the index had no room for are written before anything is written behind them
 // SC2  a slot that could not be freed in the index is freed with the next change
@@ -94,9 +94,9 @@ void Store::Core::Change::prepareSlot(unsigned int id, const Entry& entry, Bytes
   (void)core_.files_.setDataLength(entry.offset);
 }
 
-// Where the id lies in one sector and the size in the next, a loss of power may leave the size alone, which reads as
-// entry 0.  So the index is synced before the data file grows.
-// Held by StorePowerLoss.CostsAtMostWhatWasChangedSinceTheLastFlush.
+// If the id lies in one sector and the size in the next, a loss of power may leave the size alone, which reads as
+// entry 0.  So the index is synced before the data file grows.  Held by
+// StorePowerLoss.CostsAtMostWhatWasChangedSinceTheLastFlush.
 void Store::Core::Change::keepSlotWhole(const Entry& entry) {
   const bool isSplit = (entry.slot * kSlotBytes + kIdBytes) % kSectorBytes == 0;
   if (isSplit && core_.journal_.survivesPowerLoss()) (void)core_.files_.syncIdx();

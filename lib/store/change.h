@@ -9,7 +9,7 @@
 namespace kl {
 
 // Holds the lock while one set, remove or touch changes the files, and notes beforehand in the journal what it is
-// going to write, so that the next one to take the lock finishes a killed process's change.  Say what will be
+// going to write, so that the next one to take the lock finishes a killed process's change.  Collect what will be
 // written, announce it, write it.
 //
 // Errors:    a change that cannot be announced (no lock, no room, a file that is missing) goes on without.
@@ -33,8 +33,8 @@ class __attribute__((visibility("hidden"))) Store::Core::Change {
   void willWriteBlob(unsigned int offset, Bytes blob);
 
   void announce();
-  // Where the journal has no room for an announcement: the blob and then its slot in the index are written before the
-  // old slot is freed, without a word.  The entry is never missing then, if it may be there twice.
+  // Without room in the journal for an announcement, the blob and then its slot in the index are written before the
+  // old slot is freed, and nothing is reported.  The entry is never missing then, if it may be there twice.
   void prepareSlot(unsigned int id, const Entry& entry, Bytes blob);
 
   // With durable lengths: a new slot's id and its size come to disk together, before its blob does.

@@ -6,8 +6,8 @@
 // Without a Runner both happen at once.
 //
 // A compaction rewrites both files without their free slots.  The new pair grows beside the old one and is renamed
-// over it when it is whole.  What fails before the copying, or in replacing the data file, leaves the store as it
-// was; what fails in the copying empties it.  Held by StoreScheduleWithRunner.CompactionWaitsAMinute,
+// over it when it is whole.  A failure before the copying, or in replacing the data file, leaves the store as it was;
+// one in the copying empties it.  Held by StoreScheduleWithRunner.CompactionWaitsAMinute,
 // StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay and StoreCompaction.ADataFileThatIsTooShortEmptiesTheStore.
 
 #include "base/report.h"
@@ -78,7 +78,7 @@ void Store::Core::compact(bool convert) {
   isOlderLayout_ = false;
 }
 
-// A timer dies with its Runner.  Runners are told apart by number, since a new one may reuse the address.
+// A timer dies with its Runner.  Runners are distinguished by number, since a new one may reuse the address.
 bool Store::Core::isPending(TimerPtr timer) const { return timer && timerRunner_ == getRunnerNumber(); }
 
 void Store::Core::startTimer(TimerPtr& timer, ThinRunner::TimerCallback callback, unsigned int ticks) {

@@ -4,7 +4,7 @@
 //     remove  the slot becomes free, and the first candidate for the next entry
 //     touch   writes the slot of the index alone
 //
-// Each of them is one Change of the files (change.h): the journal has it first.  README.md tells the whole way.
+// Each of them is one Change of the files (change.h): the journal has it first.  README.md describes the whole way.
 //
 // SO1  no blob is read or written while the files are in the older layout: first they are converted
 // Held by StoreLoading.AStoreThatCouldNotBeConvertedIsConvertedBeforeItIsUsed.
@@ -99,7 +99,8 @@ void Store::Core::age() {
   }
 }
 
-// False if the files are still in the older layout because their conversion failed, now once more; it has said why.
+// False if the files are still in the older layout because their conversion failed, now once more; the reason has
+// been printed.
 bool Store::Core::ensureConverted() {
   if (isOlderLayout_) compact(true);
   return !isOlderLayout_;
@@ -134,8 +135,8 @@ bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   return false;
 }
 
-// Frees the last slot, which could not be filled.  The data file is as long as the index says all the same; where that
-// fails, the files have nothing of the slot until the next change.
+// Frees the last slot, which could not be filled.  The data file is made as long as the index requires all the same;
+// if that fails, the files have nothing of the slot until the next change.
 void Store::Core::takeBackAppended(const Entry& last, bool isIndexed) {
   const bool isFreed = writeSlot(last.slot, freeSlot(last));
   if (isFreed && files_.data() >= 0 && files_.setDataLength(slots_.dataBytes())) return;

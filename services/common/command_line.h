@@ -13,7 +13,7 @@ namespace common {
 inline constexpr int kCannotRun = 1;
 inline constexpr int kMistake = 2;  // in the command line or in the configuration
 
-// What the help of a companion says about it.
+// The words of the help of a companion.
 struct Program {
   std::string name;
   std::string purpose;                 // one sentence

@@ -1,5 +1,6 @@
-// A socket that listens comes to its place by rename(): bound beside it, given its mode, made to listen, and only then
-// moved over what stands there.  Whoever connects finds the old socket or the new one, and never one that is not ready.
+// A socket that listens comes to its place by rename(): bound beside it, given its mode, made to listen, and only
+// then moved over what stands there.  A client that connects finds the old socket or the new one, and never one that
+// is not ready.
 
 #include "services/common/local_socket.h"
 

@@ -20,10 +20,10 @@ Descriptor newStreamSocket();
 // Connects at once or not at all; false with errno.
 bool connectTo(int fd, const std::string& path);
 
-// The process at the other end of a connection when it connected, as the kernel says.
+// The process at the other end of a connection when it connected, as the kernel reports it.
 struct Peer {
   pid_t pid = 0;
-  uid_t uid = static_cast<uid_t>(-1);  // nobody's, where the kernel does not say
+  uid_t uid = static_cast<uid_t>(-1);  // nobody's if the kernel does not report it
 };
 Peer peerOf(int fd);
 
@@ -35,7 +35,7 @@ Peer peerOf(int fd);
 //     if (const std::string problem = socket.open(path, 256, "a loader"); !problem.empty()) ...
 //     while (Descriptor connection = socket.accept(); connection.isOpen()) ...
 //
-// Errors:    open() says what went wrong.
+// Errors:    open() gives the reason as a text.
 // Ownership: owns the socket and its file, which goes with it.
 // Threads:   belongs to one thread.
 // Cost:      one system call a connection.
@@ -46,8 +46,9 @@ class ListeningSocket {
   ListeningSocket& operator=(const ListeningSocket&) = delete;
   ~ListeningSocket() { close(); }
 
-  // Opens the socket, with room for `backlog` pending connections; an empty text, or "PATH: what went wrong".  `owner`
-  // is who is said to be running already where somebody listens.  Needs: the folder exists, the socket is not open.
+  // Opens the socket, with room for `backlog` pending connections; an empty text, or "PATH: what went wrong".
+  // `owner` is the name that the text gives to a process that listens already.  Needs: the folder exists, the socket
+  // is not open.
   std::string open(const std::string& path, int backlog, const std::string& owner);
   void close();
 

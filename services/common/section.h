@@ -37,7 +37,7 @@ class Section {
 
   // The table under `key`; an empty one when it is missing.
   Section table(const std::string& key);
-  // Each [[key]], in order; none when it is missing.  Mistakes call them by `key`, and say that `what` was expected.
+  // Each [[key]], in order; none when it is missing.  Mistakes call them by `key`, and name `what` as expected.
   std::vector<Section> tables(const std::string& key, const std::string& what);
 
   const toml::node* find(const std::string& key);  // null when missing
@@ -52,7 +52,7 @@ class Section {
   }
   // The number of the word among `words`; the first one is the default.
   unsigned int choice(const std::string& key, const std::vector<std::string>& words);
-  // Texts; empty when missing.  Mistakes say that `what` was expected.
+  // Texts; empty when missing.  Mistakes name `what` as expected.
   std::vector<std::string> texts(const std::string& key, const std::string& what);
   std::map<std::string, std::string> textTable(const std::string& key);  // empty when missing
   // Numbers and texts, both as texts; empty when missing.

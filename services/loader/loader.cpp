@@ -101,7 +101,7 @@ Loader::Loader(const Configuration& configuration, Log& log)
 
 Loader::~Loader() = default;
 
-// The signals' handlers stand before the socket: whoever sees it may end the loader at once.
+// The signals' handlers stand before the socket: a process that sees it may end the loader at once.
 std::string Loader::start() {
   std::error_code error;
   std::filesystem::create_directories(configuration_.stateFolder, error);
@@ -156,7 +156,7 @@ void Loader::makeRoomFor(uid_t user) {
     onConnectionClosed(*oldest, "has not registered, as too many others of its user");
 }
 
-// The credentials of a socket pair are those of whoever made it, that is the loader; the process is known anyway.
+// The credentials of a socket pair are those of its maker, the loader; the process is known anyway.
 void Loader::adopt(Service& service, Descriptor connection) {
   (void)::fcntl(connection.get(), F_SETFL, O_NONBLOCK);
   addClient(std::move(connection), {{service.pid, registration_.userOf(service)}, &service});

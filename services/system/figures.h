@@ -1,5 +1,5 @@
 #pragma once
-// figures.h: what the system service knows of the machine, and what of it is worth telling.
+// figures.h: what the system service knows of the machine, and which changes are worth a notification.
 
 #include <array>
 #include <istream>
@@ -24,8 +24,8 @@ struct Figures {
 // The machine as it is now, the time zone excepted.
 Figures readFigures();
 
-// From the lines of /proc/meminfo.  A kernel that does not say what is available is taken at what is free or could
-// be freed.
+// From the lines of /proc/meminfo.  If the kernel does not report the available memory, it is the sum of what is free
+// and what could be freed.
 Memory memoryFrom(std::istream& lines);
 
 // Has an object of the table (SYSTEM_OBJECT_...) changed so much that its followers are sent the change?  The host,

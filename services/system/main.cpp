@@ -1,4 +1,4 @@
-// kl-system: tells other services of the machine: its time zone, its name, its memory and its load.
+// kl-system: serves facts about the machine to other services: its time zone, its name, its memory and its load.
 
 #include "services/common/command_line.h"
 #include "system_service.h"

@@ -10,8 +10,8 @@
 
 namespace kl_system {
 
-// Service 24.  Its objects are read from the machine when somebody asks; while somebody has subscribed, it looks
-// at them again and again and tells what has changed.
+// Service 24.  Its objects are read from the machine when somebody asks; while somebody has subscribed, it reads them
+// every five seconds and notifies changes.
 //
 // Errors:    as kl::Looper.
 // Ownership: one in a process.

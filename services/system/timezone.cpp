@@ -18,7 +18,7 @@ kl::message Timezone::cmdGet(const kl::message&) {
   return reply;
 }
 
-// The offset stands in the notification itself: whoever gets it need not look into objects.
+// The offset stands in the notification itself: a receiver need not look into objects.
 void Timezone::onChange() {
   kl::message m;
   m.insert(kl::SYS_CMD, kl::SYSTEM_TIMEZONE_CHANGED);

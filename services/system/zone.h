@@ -12,7 +12,7 @@ std::string zoneFile();
 // Makes the functions below follow the zone as it is now, whatever was read before.
 void readZoneAgain();
 
-// Seconds east of UTC at a moment, daylight saving time included; 0 when the zone cannot tell.
+// Seconds east of UTC at a moment, daylight saving time included; 0 when it is unknown.
 int offsetAt(std::time_t moment);
 
 // The first moment after `from` whose offset is another one, or `until` when there is none before.

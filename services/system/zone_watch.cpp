@@ -1,4 +1,4 @@
-// What makes the offset change, and what tells of it:
+// The offset changes for these reasons, and is noticed by these means:
 //
 //     the zone foresees it       a timer of the wall clock, set to the next change
 //     somebody sets the clock    the same timer: the kernel cancels it
@@ -6,7 +6,7 @@
 //                                (it may be a link; what the link leads to may be replaced, too)
 //
 // Z1  after each of them everything is looked at anew, and the timer and the watch of the file are set again
-// Z2  the timer never waits longer than an hour: what no event tells is noticed then
+// Z2  the timer never waits longer than an hour: a change without an event is noticed then
 // Z3  the offset and the wait until its next change are of one moment: a change between two would be missed
 // Z4  a file is looked at a moment after it changed, so that a replacement in two steps is one change
 

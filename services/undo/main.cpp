@@ -1,4 +1,4 @@
-// kl-undo: keeps what services report of changes, and undoes them when it is told to.
+// kl-undo: keeps what services report of changes, and undoes them by order.
 
 #include "services/common/command_line.h"
 #include "undo_service.h"

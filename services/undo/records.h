@@ -10,8 +10,8 @@
 
 namespace undo {
 
-// The records, each under its id; a newer one has a greater id.  What stands here is on disk, and there again after
-// a restart.  An id is not used twice: the counter is kept beside the records.
+// The records, each under its id; a newer one has a greater id.  The records are on disk, and there again after a
+// restart.  An id is not used twice: the counter is kept beside the records.
 //
 // Errors:    kl::Store reports in a line what the disk refuses; the record is then not there.
 // Ownership: owns the files.

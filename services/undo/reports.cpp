@@ -1,5 +1,5 @@
-// What a report says is copied field by field into its record, and from the record into the message that undoes it:
-// nothing that a service put beside these fields travels further.
+// A report is copied field by field into its record, and from the record into the message that undoes it: nothing
+// that a service put beside these fields travels further.
 
 #include "reports.h"
 
@@ -52,8 +52,8 @@ kl::message turnedRound(const kl::message& record, const kl::message& report) {
   return turned;
 }
 
-// Whatever the record says about the journey is not believed: it goes to where the report came from.  A system
-// field's number under another type goes, too: the loader disconnects whoever sends that beside the field itself.
+// The paths in the record are not believed: the message goes to where the report came from.  A system field's number
+// under another type goes, too: the loader disconnects a sender of that beside the field itself.
 kl::message undoMessage(const kl::message& record, const kl::message& asker) {
   kl::message m(record.get(kl::UNDO_MESSAGE, {}));
   const unsigned int command = m.get(kl::SYS_CMD, kl::CMD_NOOP);

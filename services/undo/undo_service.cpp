@@ -4,10 +4,10 @@
 //                     ^                                                                      |
 //                     +---CMD_SETOBJ-- its service does it again and reports <---CMD_START---+
 //
-// U1  a record is turned round by its service's report only, so it always says what its service has done
+// U1  a record is turned round by its service's report only, so it always shows what its service has done
 // U2  only the process that made a record reports about it and is sent its undo message: the loader puts the first
 //     element of a path back, so neither can be forged
-// U3  an undo message carries the rights of who asked for it, never those of this service
+// U3  an undo message carries the rights of its caller, never those of this service
 // U4  records of an id that the loader picked are there only while that id is: nobody else is given their messages
 
 #include "undo_service.h"

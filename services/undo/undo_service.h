@@ -9,9 +9,9 @@
 
 namespace undo {
 
-// Service 17; kl/services.h says what it answers.
+// Service 17; kl/services.h lists its commands.
 //
-// Errors:    as kl::Looper.  What it refuses or drops it logs.
+// Errors:    as kl::Looper.  Refused and dropped reports are logged.
 // Ownership: one in a process.
 // Threads:   one.
 // Cost:      that of the records.

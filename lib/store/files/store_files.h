@@ -9,7 +9,7 @@
 
 namespace kl {
 
-// Which two files: the inode of each, so that others that took their names are told apart.
+// The identity of both files: the inode of each, so that others that took their names are recognised.
 struct FileIds {
   unsigned long long idx = 0;
   unsigned long long data = 0;
@@ -25,7 +25,7 @@ struct FileLengths {
 
 // Both files are opened at their first use.  A caller that writes holds the lock of the store.
 //
-// Errors:    what is said to print says what failed in one line; the other operations only give false.
+// Errors:    an operation that "prints" reports its failure in one line; the others only give false.
 // Ownership: owns the descriptors, and closes them.
 class StoreFiles {
  public:
@@ -42,13 +42,13 @@ class StoreFiles {
   bool openData();
   void closeIdx();
   void closeData();
-  // Replaces empty ones for both files, and closes the old ones.  What fails prints.
+  // Replaces empty ones for both files, and closes the old ones.  A failure prints.
   void makeEmpty();
 
   // Opens the data file that belongs to the open index, for the first use of it: when that comes, another process
   // may have replaced both.
   bool holdData();
-  // The length of that data file, or of the open one; -1 if it cannot be told.
+  // The length of that data file, or of the open one; -1 if it is unknown.
   long long dataLength() const;
   // The open files still have their names.
   bool areNamed() const;

@@ -5,7 +5,8 @@
 
 namespace kl {
 
-// The lock of one store: the whole of P.lock, for writing.  What that file holds is the journal's business (journal.h).
+// The lock of one store: the whole of P.lock, for writing.  The content of that file is the journal's business
+// (journal.h).
 class FileLock {
  public:
   explicit FileLock(const std::string& basePath) : path_(basePath + ".lock") {}
@@ -27,7 +28,7 @@ class FileLock {
   std::string path_;
   int fd_ = -1;
   bool isHeld_ = false;
-  bool isUnreported_ = false;  // a hold could not have the lock, and no bracket has said so yet
+  bool isUnreported_ = false;  // a hold could not have the lock, and no bracket has reported it yet
 };
 
 // The base of both ways of holding the lock.
@@ -48,7 +49,7 @@ class LockScope {
   const bool isOutermost_;
 };
 
-// Holds the lock for the length of an operation, without a word: what failed is said by the brackets inside.
+// Holds the lock for the length of an operation and prints nothing: the brackets inside report what failed.
 class LockHold : public LockScope {
  public:
   explicit LockHold(FileLock& lock);
@@ -58,8 +59,8 @@ class LockHold : public LockScope {
   bool isMine_ = false;
 };
 
-// Brackets one change of the files: holds the lock for its lifetime, and says what of that failed; the work
-// then goes on without it.
+// Brackets one change of the files: holds the lock for its lifetime, and reports a failure; the work then goes on
+// without it.
 class LockBracket : public LockScope {
  public:
   explicit LockBracket(FileLock& lock);

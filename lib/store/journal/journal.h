@@ -36,7 +36,7 @@ class Journal {
 
   // Notes what is about to be written.  False if there is no room for that.
   bool note(Intent& intent);
-  // Where there was no room for an intent: how many slots there were before a change that adds some.
+  // The number of slots before a change that adds some, noted if there was no room for an intent.
   void noteEnd(const FileLengths& before);
   // Drops the intent of a change that is complete, and what an incomplete note left.
   void withdraw() { cutBackTo(durableBytes_); }

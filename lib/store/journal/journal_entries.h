@@ -56,7 +56,7 @@ class Intent {
 // An intent as it was read back: a view into the bytes that it was read from.
 class IntentReader {
  public:
-  // Says whether the bytes begin with a whole intent.
+  // True if the bytes begin with a whole intent.
   bool read(const unsigned char* bytes, std::size_t size);
 
   const FileIds& ids() const { return ids_; }
@@ -69,8 +69,8 @@ class IntentReader {
   std::vector<Intent::Step> steps_;
 };
 
-// Where there is no room for an intent, the bare length of the lock file, all of it zeros, says how many slots there
-// were before a change that adds some.  So many bytes:
+// Without room for an intent, the bare length of the lock file, all of it zeros, stands for the number of slots
+// before a change that adds some.  So many bytes:
 constexpr std::size_t endMarkBytes(const FileLengths& before) {
   return static_cast<std::size_t>(before.idx / kSlotBytes) + 1;
 }
@@ -87,7 +87,7 @@ constexpr std::size_t kDurableBytes = 44;
 using DurableBytes = std::array<unsigned char, kDurableBytes>;
 DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths);
 bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids, FileLengths& lengths);
-// How many bytes such an entry at the start of a journal says that it has, whole or not; 0 if there is none.
+// The length that such an entry at the start of a journal claims, whole or not; 0 if there is none.
 std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size);
 
 }  // namespace kl

@@ -123,7 +123,7 @@ void Journal::recoverFiles() {
   removeNewFiles(path_);
 }
 
-// Says how many bytes durable lengths take at the start of the lock file: nothing else is left in it.
+// Counts the bytes that durable lengths take at the start of the lock file: nothing else is left in it.
 std::size_t Journal::recoverChange() const {
   if (::lseek(lock_.fd(), 0, SEEK_END) <= 0) return 0;  // the cheapest look at a file's length
 

@@ -1,5 +1,5 @@
-// Where the blob of each entry lies: a hash table without lists, which doubles when half of it is in use.
-// Held by StoreEntryTableSteps.AgreesWithAMap.
+// The place of the blob of each entry: a hash table without lists, which doubles when half of it is in use.  Held by
+// StoreEntryTableSteps.AgreesWithAMap.
 
 #include "store/space/entry_table.h"
 

@@ -2,7 +2,7 @@
 //
 // Their room is reserved before anything is written or given up: on a disk that is nearly full the old files stay.
 // Both are synced, then the journal notes that they are whole, then they are renamed.  Without that note the old pair
-// counts, with it the new one.  If there is no room for it, a new index that is left alone tells the same: the new
+// counts, with it the new one.  If there is no room for it, a new index that is left alone means the same: the new
 // data file is made before it, removed behind it, and renamed before it.  Held by
 // StoreCompactionRoom.WithoutItForTheDataTheOldFilesStay.
 

@@ -4,7 +4,7 @@
 //     data  (P.dat)   | blob of 17   | left over      | blob of 9   |
 //
 // Every slot of the index has an entry or is free.  A slot keeps its size until a compaction, so its offset follows
-// from the sizes of those before it, and the length of the data file tells whether both files belong together.
+// from the sizes of those before it, and the length of the data file shows whether both files belong together.
 //
 // SS1  slots lie in the data file in the order of the index, without gaps
 // SS2  dataBytes_ is the sum of all sizes, count_ the number of slots

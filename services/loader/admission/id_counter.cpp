@@ -20,7 +20,7 @@ bool replaceFile(const std::string& file, const std::string& text) {
   const std::string fresh = file + ".new";
   const int fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return false;
-  errno = ENOSPC;  // a write that takes a part says no more
+  errno = ENOSPC;  // a write that takes a part sets no errno
   const bool isWritten =
       ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(fd) == 0;
   const int error = errno;

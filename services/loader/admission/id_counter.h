@@ -8,7 +8,7 @@
 namespace loader {
 
 // Counts upward from kFirst to kLast and then from kFirst again, across restarts of the loader, so that an id comes
-// again only after millions of others: whoever still holds an old path does not reach a stranger.
+// again only after millions of others: a holder of an old path does not reach a stranger.
 //
 // The file holds the first id that no loader has given out yet, as text.  Ids are claimed in blocks, so that
 // picking one rarely touches the disk; a restart skips what was left of a block.
@@ -34,7 +34,7 @@ class IdCounter {
   std::string file_;
   Log& log_;
   unsigned int next_;
-  unsigned int claimedEnd_;  // the file says at least this
+  unsigned int claimedEnd_;  // the file has at least this
 };
 
 }  // namespace loader

@@ -1,5 +1,5 @@
 // A registration takes three steps: which id it asks for, why it may not have that, and what the row of the service
-// says of its process from now on.
+// shows of its process from now on.
 
 #include "admission/registration.h"
 
@@ -131,7 +131,7 @@ void Registration::fill(Service& service, const Applicant& who) {
   if (!isProcessOf(who, service)) ++service.starts;
   service.pid = who.pid;
   service.user = users_.nameOf(who.uid);
-  service.leaveValue = 0;  // a new process has yet to say that it may leave
+  service.leaveValue = 0;  // a new process has yet to declare that it may leave
   service.wantsToLeave = false;
   if (service.name.empty()) service.name = programName(who.pid);
   const ServiceConfiguration* configured = configurationOf(service);

@@ -11,7 +11,7 @@
 
 namespace loader {
 
-// Who stands at the other end of a connection.
+// The process at the other end of a connection.
 struct Applicant : common::Peer {
   Service* startedAs = nullptr;  // set when the loader started the process itself
 };
@@ -19,9 +19,9 @@ struct Applicant : common::Peer {
 // Decides about registrations.
 //
 // A configured id belongs to the process that the loader started for it, or, while there is none, to the user
-// configured for it.  Any other id that is free is given to whoever asks for it; asking for 0 means any.
+// configured for it.  Any other id that is free is given to the process that asks for it; 0 asks for any.
 //
-// Errors:    a refusal says why.
+// Errors:    a refusal has its reason.
 // Ownership: borrows everything that it is made with.
 // Threads:   belongs to one thread.
 // Cost:      one look at /proc for the name of a program that nobody configured.

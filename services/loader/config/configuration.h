@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// What a sender's requests may do.
+// The rights of a sender's requests.
 struct Rights {
   bool all = false;                    // the sender's own SYS_USER and SYS_POLICY are passed on
   unsigned int bits = kl::RIGHT_READ;  // else every request of it carries these, and its user
@@ -18,7 +18,7 @@ struct Rights {
   friend bool operator==(const Rights&, const Rights&) = default;
 };
 
-// When the loader starts a service again that ended without being told to.
+// When the loader starts a service again that ended without an order.
 enum class RestartRule : unsigned char {
   kAfterCrash,  // unless it ended with status 0
   kAlways,
@@ -55,7 +55,7 @@ struct Configuration {
 // Ids that a configuration may give to a service.
 bool isConfigurable(unsigned int id);
 
-// What a configuration without a file is.
+// The values of a configuration without a file.
 Configuration defaultConfiguration();
 
 // Reads the file that the command line names.  Every mistake in it is added to `mistakes`; without one the result is

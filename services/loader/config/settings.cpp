@@ -1,5 +1,5 @@
-// A field id says by its bits what its value must be: the kind of one element and whether there is a list of them.  One
-// function reads an element of each kind from TOML; readSingle and readArray put what they read into a message.
+// The bits of a field id give the form of its value: the kind of one element and whether there is a list of them.
+// One function reads an element of each kind from TOML; readSingle and readArray put what they read into a message.
 
 #include "config/settings.h"
 

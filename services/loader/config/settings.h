@@ -15,8 +15,8 @@ namespace loader {
 //     0xa0000002 = ["a", "b"]              # list of texts
 //     0x28000003 = { 0x00000001 = true }   # a message inside
 //
-// The type bits of an id say what its value must be; addresses are texts in IPv6 notation, raw data are texts of
-// hexadecimal digits.  What does not fit is a mistake of `section`.
+// The type bits of an id give the form of its value; addresses are texts in IPv6 notation, raw data are texts of
+// hexadecimal digits.  A value that does not fit is a mistake of `section`.
 std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings);
 
 }  // namespace loader

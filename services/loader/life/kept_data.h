@@ -11,7 +11,7 @@
 
 namespace loader {
 
-// What is kept of one leave.  Moments are numbers that only grow, also over restarts of the loader.
+// The data that are kept of one leave.  Moments are numbers that only grow, also over restarts of the loader.
 struct Kept {
   std::vector<unsigned char> data;  // a flattened message; empty when it left without data
   unsigned long long savedAt = 0;   // the moment at which it was asked to leave

@@ -1,6 +1,6 @@
-// Moments are counted, not measured: each asking and each beginning of a life is the next one.  What a service saved
-// is stored with the moment of its asking and the ids of that moment; on its return the ids whose life began later, or
-// that are gone, are what it has missed.
+// Moments are counted, not measured: each asking and each beginning of a life is the next one.  The data that a
+// service saved are stored with the moment of its asking and the ids of that moment; on its return the ids whose life
+// began later, or that are gone, are what it has missed.
 
 #include "life/leaving.h"
 

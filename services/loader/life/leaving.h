@@ -16,8 +16,8 @@ namespace loader {
 // L3  kept data are handed out with the deaths of all that were there when the service was asked; it cannot know of
 //     anybody else
 //
-// A service's life goes on over its leaves: it has ended only when its death was announced.  Each life is stamped with
-// the moment at which it began, so that two of the same id are told apart.
+// A service's life goes on over its leaves: it has ended only when its death was announced.  Each life is stamped
+// with the moment at which it began, so that two of the same id are distinguished.
 //
 // Errors:    none.
 // Ownership: borrows everything that it is made with.
@@ -59,7 +59,7 @@ class Leaving {
   ServiceTable& table_;
   KeptData& kept_;
   std::map<unsigned int, Asked>
-      asked_;                   // by service id: those that have been asked and have not said anything yet
+      asked_;                   // by service id: those that have been asked and have not answered yet
   unsigned long long now_ = 0;  // the latest moment
 };
 

@@ -78,7 +78,7 @@ void Lifecycle::configure(Service& service, const ServiceConfiguration& configur
     children_[service.id] = std::make_unique<Child>(*this, service, configuration);
 }
 
-// What a service saved that nobody configures any more stays for the day when somebody does.
+// The saved data of a service that nobody configures any more stay for the day when somebody does.
 void Lifecycle::begin() {
   for (const auto& [id, child] : children_) {
     child->service.bornAt = leaving_.awaySince(id);
@@ -372,7 +372,7 @@ void Lifecycle::Child::onDelayOver() {
   lifecycle.host_.settle();
 }
 
-// The process may have ended long ago, if the signal that says so was lost.  When the loader ends, one that was asked
+// The process may have ended long ago, if the signal of its end was lost.  When the loader ends, one that was asked
 // and has not answered is told before it is killed.
 void Lifecycle::Child::onTimeOut() {
   endTimer = {};

@@ -17,12 +17,12 @@
 
 namespace loader {
 
-// Who owns the connections and the loader's own service.
+// The owner of the connections and of the loader's own service.
 class LifecycleHost {
  public:
   // Takes the loader's end of the connection of a process that is being started.
   virtual void adopt(Service& service, Descriptor connection) = 0;
-  // The process has ended: what it still said is to be read, and its connections are to be closed.
+  // The process has ended: its last frames are to be read, and its connections are to be closed.
   virtual void closeConnectionsOf(Service& service) = 0;
   // Closes the connection of somebody else's process that has the id of a service.
   virtual void disconnect(Service& service) = 0;
@@ -38,8 +38,8 @@ class LifecycleHost {
   ~LifecycleHost() = default;
 };
 
-// Moves every service through the states of states.h: each of its functions raises an event, and the table says what
-// follows.  README.md draws it.
+// Moves every service through the states of states.h: each of its functions raises an event, and the table decides
+// what follows.  README.md draws it.
 //
 // Errors:    a process that cannot be started counts as one that crashed; each end is one line on the log.  Orders that
 //            cannot be followed say why.
@@ -63,12 +63,12 @@ class Lifecycle {
   // loader.  Needs: the leaves are restored.
   void begin();
 
-  // What an operator may do to a service: SVC_START, SVC_STOP, SVC_RESTART or SVC_LEAVE.  Null, or why it cannot be
-  // done; a leave has then an outcome, or its state says when it has.
+  // The orders that an operator may give for a service: SVC_START, SVC_STOP, SVC_RESTART or SVC_LEAVE.  Null, or why
+  // it cannot be done; a leave has then an outcome, or its state says when it has.
   const char* order(Service& service, unsigned int action);
   const char* askToLeave(Service& service);
 
-  // A process has registered as this service, and its row says so.
+  // A process has registered as this service, and its row shows it.
   void onRegistered(Service& service);
   // A control message of a process that has registered.
   void onControl(Service& service, const Envelope& e);

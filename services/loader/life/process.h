@@ -10,11 +10,11 @@
 namespace loader {
 
 // Starts the program of a service, with `connection` as its descriptor 3, nothing as its standard input, a process
-// group of its own, and the user, folder and environment that it is configured with.  Its pid, or -1 with errno.
-// What goes wrong in the new process itself is one line on the standard error stream and status 127.
+// group of its own, and the user, folder and environment that it is configured with.  Its pid, or -1 with errno.  A
+// failure in the new process itself is one line on the standard error stream and status 127.
 pid_t startProcess(const ServiceConfiguration& service, int connection);
 
-// "status 3" or "signal 9", from what waitpid says.
+// "status 3" or "signal 9", from the status of waitpid().
 std::string describeEnd(int status);
 
 }  // namespace loader

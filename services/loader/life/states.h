@@ -9,7 +9,7 @@
 
 namespace loader {
 
-// README.md says what each of them means.
+// README.md explains each of them.
 enum class LifeState : unsigned char {
   kStopped,
   kExpected,
@@ -49,7 +49,7 @@ enum class LifeEvent : unsigned char {
   kSaved,            // CTRL_LEFT has come
   kClosed,           // the connection of the process that had registered is closed
   kHungUp,           // its own process closed its connection and had not registered
-  kExitedStaysDown,  // its process has ended with status 0, and its configuration says what follows
+  kExitedStaysDown,  // its process has ended with status 0, and its configuration decides what follows
   kExitedOnDemand,
   kExitedComesAgain,
   kCrashedStaysDown,  // its process has ended in another way
@@ -60,11 +60,11 @@ enum class LifeEvent : unsigned char {
 };
 inline constexpr std::size_t kLifeEvents = static_cast<std::size_t>(LifeEvent::kTimeOut) + 1;
 
-// What is done on the way, in this order.  The state changes behind kWait, and the table's listener hears of it
-// behind kRelease.
+// The steps of a transition, taken in this order.  The state changes behind kWait, and the table's listener hears of
+// it behind kRelease.
 enum class Step : unsigned char {
   kCancelDelay,    // the delay after a crash
-  kAnnounce,       // the service is gone: whoever waits for it is answered, everybody hears of it
+  kAnnounce,       // the service is gone: waiting callers are answered, all services are notified
   kGiveUp,         // the same if others count on it still; else only what waits for it is answered
   kDrop,           // what waits for it is answered, what is queued for it is thrown away
   kKeep,           // it has left: what is kept of that is written, what it had not answered is answered
@@ -109,7 +109,7 @@ struct StateRow {
 };
 const StateRow& rowOf(LifeState state);
 
-// What an event does to a service; `to` is kSame when nothing changes but what the steps do.
+// The effect of an event on a service; `to` is kSame when nothing changes but what the steps do.
 struct Transition {
   LifeState to = LifeState::kSame;
   Steps steps;

@@ -11,8 +11,8 @@ class LogSender;
 //
 // They go to the descriptor and, while there is a LogSender, to the log service.
 //
-// The router must never wait for its log, so a line that the descriptor does not take at once is dropped; the next
-// line that gets through says how many were.
+// The router must never wait for its log, so a line that the descriptor does not take at once is dropped; a line
+// with their number precedes the next one that gets through.
 //
 // Errors:    none; what cannot be written is counted.
 // Ownership: borrows the descriptor, and the sender until it is set anew.

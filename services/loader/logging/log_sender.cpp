@@ -87,8 +87,8 @@ bool LogSender::hasRoomFor(std::string_view text) const {
   return bytesKept_ + lineRecord(text).size() <= kMostBytesKept;
 }
 
-// Behind the lines that were kept before the first one was dropped; not before the reader has caught up with half of
-// them, so that many drops are one line.
+// The report stands behind the lines that were kept before the first one was dropped; not before the reader has
+// caught up with half of them, so that many drops are one line.
 void LogSender::tellDrops() {
   if (dropped_ == 0 || !isConnected() || bytesKept_ > kMostBytesKept / 2) return;
   const unsigned int count = std::exchange(dropped_, 0);
@@ -162,7 +162,7 @@ void LogSender::onSocket(int, unsigned int events) {
   if ((events & POLLOUT) != 0) sendKept();
 }
 
-// False when the service is gone or says what is no record.
+// False when the service is gone or sends something that is no record.
 bool LogSender::readWords() {
   char bytes[256];
   const ssize_t count = ::recv(socket_.get(), bytes, sizeof bytes, 0);

@@ -15,11 +15,12 @@ class Log;
 
 // Sends the lines of a Log to the log service, under the topic of the loader, and never waits for it.
 //
-// What the socket does not take at once is kept, up to 64 KiB; lines beyond that are dropped, and once there is a
-// connection with room again one line says how many.  While nobody listens it tries again with a line, at most once a
-// second, and by itself with growing delay.  While the service has muted the loader, no line is sent or kept.
+// Lines that the socket does not take at once are kept, up to 64 KiB; those beyond that are dropped, and once there
+// is a connection with room again one line reports their number.  While nobody listens it tries again with a line, at
+// most once a second, and by itself with growing delay.  While the service has muted the loader, no line is sent or
+// kept.
 //
-// Errors:    none; it says nothing about itself.
+// Errors:    none; it reports nothing about itself.
 // Ownership: owns its socket; borrows the loop and the Log, which lets go of it when it ends.
 // Threads:   belongs to the loop's thread.
 // Cost:      a line is one system call while the service reads.

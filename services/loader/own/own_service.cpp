@@ -95,8 +95,8 @@ kl::message OwnService::getObject(unsigned int id) const {
 }
 
 // One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
-// fit).  While more remain the reply says in STD_GETALLID where to go on.  If that row no longer exists, the walk
-// continues with the next one.
+// fit).  While more remain the reply has in STD_GETALLID the id to go on from.  If that row no longer exists, the
+// walk continues with the next one.
 kl::message OwnService::getAll(const kl::message& request) const {
   const unsigned int start = request.get(kl::STD_GETALLID, kl::BADID);
   const unsigned int most = request.get(kl::STD_GETALLNO, 0);

@@ -24,8 +24,8 @@ class OwnService {
   static constexpr std::ptrdiff_t kMostSubscriptions = 64;      // of one service
   static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
 
-  // Does to a service what SVC_ACTION says; null, or why it cannot be done.  Of SVC_LEAVE null says that the service has
-  // left or has been asked to: its state says how that ends.
+  // Carries out an SVC_ACTION on a service; null, or why it cannot be done.  Null for SVC_LEAVE means that the
+  // service has left or has been asked to: its state shows how that ends.
   using Order = std::function<const char*(Service& service, unsigned int action)>;
   using Settle = std::function<void()>;  // writes what the timer has put into queues
 

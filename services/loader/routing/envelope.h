@@ -44,7 +44,7 @@ class Path {
 
 // One frame, with the fields that routing depends on.
 //
-// Errors:    readEnvelope says what is wrong with a frame.
+// Errors:    readEnvelope() gives what is wrong with a frame.
 // Ownership: borrows the frame's bytes.
 // Threads:   a value.
 // Cost:      one pass over the record headers, no allocation.
@@ -72,9 +72,9 @@ struct Envelope {
   Path returnPath() const { return from.bytes().empty() ? Path() : Path(from); }
 
   bool isReply() const { return type == kl::TYPE_REPLY; }
-  // A message that only tells of an error, like the notice about a broken path.
+  // A message that only reports an error, like the notice about a broken path.
   bool isNotice() const { return !hasCommand && status == kl::STATUS_ERROR; }
-  // What a handler would execute as a command.  A foreign SYS_TYPE does not make it harmless.
+  // A message that a handler would execute as a command.  A foreign SYS_TYPE does not make it harmless.
   bool isCommand() const { return !isReply() && hasCommand; }
   // Somebody waits for an answer or could take one.
   bool wantsAnswer() const { return !isReply() && !isNotice() && (expectsReply || isTracked()); }

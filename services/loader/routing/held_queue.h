@@ -46,7 +46,7 @@ class HeldQueue {
     frames_ = {};
   }
 
-  // True when something that `sender` said is held, and no notice behind it that it is gone.
+  // True when a message of `sender` is held, and no notice behind it that it is gone.
   bool hasWordOf(unsigned int sender) const {
     bool has = false;
     for (const Frame& frame : frames_)

@@ -47,7 +47,7 @@ struct OpenRequest {
   unsigned int nextInChain = 0;
 };
 
-// What a service has asked and what it is asked, held inside the Service.
+// The open requests of a service and those to it, held inside the Service.
 struct RequestLists {
   static constexpr unsigned int kNone = 0xffffffff;
 

@@ -11,7 +11,7 @@
 namespace loader {
 namespace {
 
-// What a frame is to a service that does not see it yet.
+// The kind of a frame for a service that does not see it yet.
 HeldKind kindOf(bool isAnswer, unsigned int command) {
   if (isAnswer) return HeldKind::kAnswer;
   return command == kl::CMD_DISCONNECTED ? HeldKind::kGone : HeldKind::kWord;

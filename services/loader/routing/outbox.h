@@ -45,7 +45,7 @@ class Outbox {
   // gets none.
   bool send(Service& to, const kl::message& m, Urgency urgency);
 
-  // What was held is on its way now.  Needs: the service is connected.
+  // The held frames are on their way now.  Needs: the service is connected.
   void release(Service& to);
 
   // Calls `function` once for each service with new bytes and clears the mark.

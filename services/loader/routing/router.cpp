@@ -51,7 +51,7 @@ class SubPaths {
  public:
   explicit SubPaths(Path path) : rest_(path.withoutFirst()) {}
 
-  // False at the end and at the first sub-path that is not one; ok() tells them apart.
+  // False at the end and at the first sub-path that is not one; ok() distinguishes them.
   bool next(Path& path) {
     if (!ok_ || rest_.empty()) return false;
     const unsigned int count = rest_[0];

@@ -29,7 +29,7 @@ class Router {
   static constexpr unsigned int kMaxOpenRequests = 4096;  // of one asker
   static constexpr unsigned int kOldSeconds = 600;        // older ones make room
 
-  // What is not carried on but meant for the loader.
+  // The frames that are meant for the loader itself.
   struct Calls {
     // A request to the loader's own service, as any service would get it: path without the loader's id, return path
     // with the asker's in front.
@@ -49,15 +49,15 @@ class Router {
   // Carries one frame of a registered service.  Null, or what makes the frame garbage.
   const char* route(Service& sender, std::span<const unsigned char> body);
 
-  // The service is gone: whoever waits for it is answered, what it asked is forgotten, everybody is told.
+  // The service is gone: waiting callers are answered, its own requests are forgotten, all services are notified.
   // Needs: it has no connection any more.
   void serviceGone(Service& gone);
 
   // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
-  // is held for it stays, and nobody is told.  Needs: it has no connection any more.
+  // is held for it stays, and nobody is notified.  Needs: it has no connection any more.
   void serviceLeft(Service& left);
 
-  // Tells one service that another is gone.
+  // Notifies one service that another is gone.
   void reportGone(Service& to, unsigned int goneId);
 
   // Answers and forgets the requests that wait for a service that does not take them, and throws away what is queued

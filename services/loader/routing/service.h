@@ -16,7 +16,7 @@ namespace loader {
 class Connection;
 enum class LifeState : unsigned char;  // life/states.h
 
-// What has passed between the loader and one service.  In is what was delivered to it, out is what it sent.
+// The traffic between the loader and one service.  Messages in were delivered to it, messages out were sent by it.
 struct Traffic {
   unsigned long long messagesIn = 0;
   unsigned long long messagesOut = 0;
@@ -25,8 +25,8 @@ struct Traffic {
   unsigned long long drops = 0;
 };
 
-// A service by its id.  What is on its way to the process waits in `out`; what the process is not to see yet waits
-// in `held`: it was asked to leave, or it is not there and somebody counts on its coming.
+// A service by its id.  Frames on their way to the process wait in `out`; those that it is not to see yet wait in
+// `held`: it was asked to leave, or it is not there and somebody counts on its coming.
 //
 // Ownership: the table owns services; everybody else borrows them until the table removes them.
 // Threads:   belongs to one thread.
@@ -46,7 +46,7 @@ struct Service {
   unsigned int state = kl::SVC_STATE_STOPPED;
   bool isHeldFor = false;
 
-  unsigned int leaveValue = 0;    // what it said last with CTRL_LEAVE_VALUE; 0: it may not be asked to leave
+  unsigned int leaveValue = 0;    // the value of its last CTRL_LEAVE_VALUE; 0: it may not be asked to leave
   bool wantsToLeave = false;      // it said so when it could not
   unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
   unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone

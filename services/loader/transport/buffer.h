@@ -22,7 +22,7 @@ class Buffer {
   bool empty() const { return begin_ == end_; }
   std::span<const unsigned char> bytes() const { return {memory_.get() + begin_, size()}; }
 
-  // Adds `count` bytes at the back; whoever asked writes them.  Borrowed until the next change.
+  // Adds `count` bytes at the back; the caller writes them.  Borrowed until the next change.
   unsigned char* grow(std::size_t count);
   void append(std::span<const unsigned char> more);
 

@@ -101,7 +101,7 @@ void Connection::write() {
   watchProgress(written > 0);
 }
 
-// The process has ended, or reads no more for good.  What it has sent before is still read, and then the end is met.
+// The process has ended, or reads no more for good.  Its earlier bytes are still read, and then the end is met.
 void Connection::giveUpWriting() {
   out_->clear();
   (void)::shutdown(socket_.get(), SHUT_RD);

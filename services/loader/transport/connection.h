@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// Where the frames of one connection go, and who hears of its end.
+// The receiver of the frames of one connection and of its end.
 class ConnectionHost {
  public:
   // Frames that one read brought are coming.

@@ -62,7 +62,7 @@ void FrameReader::keepRest() {
   rest_ = {};
 }
 
-// What the unfinished frame still lacks, but no more at once than has come already.
+// The bytes that the unfinished frame still lacks, but no more at once than have come already.
 std::size_t FrameReader::wantedBytes() const {
   const std::size_t frame = kPrefixBytes + kl::readLe32(kept_.bytes().data());
   return std::clamp(frame - kept_.size(), std::size_t{4096}, kept_.size());

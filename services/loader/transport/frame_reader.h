@@ -42,7 +42,7 @@ class FrameReader {
   // The body of the next whole frame; false when there is none.
   bool next(std::span<const unsigned char>& body);
 
-  // Sets aside the bytes of a frame that has not come whole.  Call it once next() said false.
+  // Sets aside the bytes of a frame that has not come whole.  Call it once next() has returned false.
   void keepRest();
 
   bool isBroken() const { return broken_; }

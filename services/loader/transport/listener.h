@@ -14,13 +14,13 @@ namespace loader {
 
 // The loader's socket, and the folders that the system's fixed paths lie in.
 //
-// Who connects only to be thrown out again takes the processor from everybody.  So not more than kMostFailures
-// connections may come to nothing in a tick: after them nobody is accepted until the tick is over, and those who have
-// registered have the rest of it for themselves.
+// A process that connects only to be disconnected again takes the processor from everybody.  So not more than
+// kMostFailures connections may come to nothing in a tick: after them nobody is accepted until the tick is over, and
+// those who have registered have the rest of it for themselves.
 //
-// Errors:    open() says what went wrong.  When a connection cannot be taken, mostly because no descriptor is left, that
-//            is one line on the log until the next one is, and nobody is accepted until it may work again: when a
-//            connection has been closed, and every fifth of a second.
+// Errors:    open() gives the reason as a text.  When a connection cannot be taken, mostly because no descriptor is
+//            left, that is one line on the log until the next one is, and nobody is accepted until it may work again:
+//            when a connection has been closed, and every fifth of a second.
 // Ownership: owns the socket and its file, which goes with it.
 // Threads:   belongs to one thread.
 // Cost:      two system calls for each connection.
@@ -61,7 +61,7 @@ class Listener {
   bool isPauseLogged_ = false;
   kl::TimerPtr resumeTimer_;
   unsigned int failures_ = 0;  // in this tick
-  bool isSlow_ = false;        // there were too many, and the log says so
+  bool isSlow_ = false;        // there were too many, and the log has a line
   kl::TimerPtr tickTimer_;     // runs while failures are counted
 };
 

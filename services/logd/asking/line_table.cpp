@@ -1,5 +1,5 @@
-// Lines become objects when somebody asks for them.  A reply holds as many as fit into its chunk and says with which
-// line the next one begins; a line that has left the memory meanwhile is passed over.
+// Lines become objects when somebody asks for them.  A reply holds as many as fit into its chunk, and the number of
+// the line with which the next one begins; a line that has left the memory meanwhile is passed over.
 
 #include "asking/line_table.h"
 

@@ -22,7 +22,7 @@ bool ProcessAccount::takeLine(Nanoseconds now, unsigned int bytes) {
 }
 
 void ProcessAccount::reportDrops(LogBook& book, Nanoseconds now) {
-  if (dropped_ == 0 || !user_->remarks.allows(now)) return;  // A3: counted on, and said later
+  if (dropped_ == 0 || !user_->remarks.allows(now)) return;  // A3: counted on, and reported later
   const std::string count = std::to_string(std::exchange(dropped_, 0));
   book.add({timeOfDay(), ownOrigin(kl::TOPIC_WARNING, &about_), count + " lines dropped: they came too fast"},
            now);

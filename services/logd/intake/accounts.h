@@ -13,14 +13,14 @@
 
 namespace logd {
 
-// One user: its clients, and what is said about them.
+// One user: its clients, and the remarks about them.
 struct UserAccount {
   static constexpr unsigned int kRemarksPerSecond = 1;
   static constexpr unsigned int kMostRemarksAtOnce = 20;
 
   bool isTrusted = false;         // root, or the log service's own user
   unsigned int clients = 0;       // connected now
-  bool isRefused = false;         // said, and not taken back by a client that was let in
+  bool isRefused = false;         // reported, and not taken back by a client that was let in
   unsigned long long unsaid = 0;  // remarks that were left out
   RateLimit remarks{kRemarksPerSecond, kMostRemarksAtOnce};
 };
@@ -35,15 +35,15 @@ class ProcessAccount {
         bytes_(limits.bytesPerSecond, limits.bytesBurst) {}
 
   UserAccount& user() { return *user_; }
-  // What its remarks call it: a number may be used again by another program.
+  // The name that remarks give it: a number may be used again by another program.
   void setAbout(const Origin& about) { about_ = about; }
 
   // Takes one line of so many bytes; false, and it counts as dropped, where that is more than the process may write.
   bool takeLine(Nanoseconds now, unsigned int bytes);
   bool mayWrite(Nanoseconds now) { return lines_.wouldAllow(now) && bytes_.wouldAllow(now); }
-  // Says how many lines were dropped since it was last said, if the user's remarks allow it.
+  // Reports how many lines were dropped since the last report, if the user's remarks allow it.
   void reportDrops(LogBook& book, Nanoseconds now);
-  // Says one thing about the process, if the user's remarks allow it.
+  // Makes one remark about the process, if the user's remarks allow it.
   void remark(LogBook& book, Nanoseconds now, const std::string& text);
 
   // Nothing of it is remembered that a new one would not be.
@@ -71,7 +71,7 @@ class Accounts {
   // The account of the process that `about` names.
   std::shared_ptr<ProcessAccount> processOf(const Origin& about);
 
-  // A second has passed: says what is left to say, and forgets what has recovered.
+  // A second has passed: reports what is left to report, and forgets the accounts that have recovered.
   void tick(LogBook& book, Nanoseconds now);
 
   std::size_t size() const { return processes_.size(); }

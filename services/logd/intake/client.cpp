@@ -30,7 +30,7 @@ constexpr unsigned int kLineHeadBytes = 4;
 constexpr unsigned int kRetryTicks = 5;
 constexpr int kMostDrainReads = 64;
 
-// Of all clients: what a read brings is taken before the next.
+// All clients share it: the bytes of one read are taken before the next.
 unsigned char readArea[kReadBytes];
 
 void addU16(std::vector<unsigned char>& bytes, unsigned int v) {
@@ -86,7 +86,7 @@ void Client::onEvent(int, unsigned int) {
   if (!goesOn && errno != EAGAIN && errno != EINTR) end("");
 }
 
-// False when nothing was read; errno says why, 0 at the end.
+// False when nothing was read; errno has the reason, 0 at the end.
 bool Client::readOnce() {
   errno = 0;
   const ssize_t n = ::recv(socket_.get(), readArea, sizeof readArea, MSG_DONTWAIT);

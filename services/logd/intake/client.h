@@ -16,7 +16,7 @@ namespace logd {
 
 class Client;
 
-// The process that a client's socket belongs to, as the kernel says: name, number and user.
+// The process that a client's socket belongs to, as the kernel reports it: name, number and user.
 Origin originAt(int fd);
 
 class ClientHost {
@@ -28,24 +28,25 @@ class ClientHost {
   ~ClientHost() = default;
 };
 
-// What a client is and may do.
+// The identity and the limits of a client.
 struct Standing {
   Origin about;  // the process
   std::shared_ptr<ProcessAccount> account;
   bool isLoader = false;  // which alone may use the loader's topic
 };
 
-// What all clients did together.
+// The figures of all clients together.
 struct Tally {
   unsigned long long lines = 0;    // taken
   unsigned long long dropped = 0;  // written too fast
   unsigned long long torn = 0;     // begun and not ended when their client went
 };
 
-// Reads what a process writes, gives each source its topics, and tells the process which of its sources are muted.
+// Reads what a process writes, gives each source its topics, and sends the process a mute record for each of its
+// sources that is muted.
 //
 // Errors:    a process that writes what is no record, or in the name of a source that it did not register, is
-//            disconnected with a line that says so.  What it writes beyond its account is dropped and counted.
+//            disconnected with a line that says so.  Lines beyond its account are dropped and counted.
 // Ownership: owns the socket; borrows everything else.
 // Threads:   belongs to one thread.
 // Cost:      one read for many lines, one write for up to 42 mute records.
@@ -73,7 +74,7 @@ class Client final : private RecordHost {
   struct Source {
     std::shared_ptr<const Origin> origin;
     bool isMuted = false;  // by the rules
-    bool isTold = false;   // what the process was told last
+    bool isTold = false;   // the last record to the process
   };
 
   void onEvent(int fd, unsigned int events);

@@ -1,4 +1,4 @@
-// P1  a user's clients are counted when they are taken and when they end: UserAccount::clients says how many there are
+// P1  a user's clients are counted when they are taken and when they end: UserAccount::clients counts them
 // P2  the last quarter of the clients is for root and the log service's own user: nobody else can keep them out
 
 #include "intake/clients.h"

@@ -7,8 +7,8 @@
 
 namespace logd {
 
-// A token bucket: it fills with so many tokens a second, up to a burst, and starts full.  Once empty it reopens with a
-// tenth of a second's tokens, so that drops are reported in groups.  Time is what the caller says it is.
+// A token bucket: it fills with so many tokens a second, up to a burst, and starts full.  Once empty it reopens with
+// a tenth of a second's tokens, so that drops are reported in groups.  The caller passes the time.
 //
 //     RateLimit limit(10, 100);       // 100 at once, then 10 a second
 //     if (limit.allows(now)) ...

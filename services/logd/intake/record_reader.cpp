@@ -1,5 +1,5 @@
-// What clients write.  All numbers have 16 bits and are big-endian; records follow each other without anything in
-// between:
+// The records that clients write.  All numbers have 16 bits and are big-endian; records follow each other without
+// anything in between:
 //
 //     registration   0  length of the whole record: 8 + 2 for each topic
 //                    2  0
@@ -11,7 +11,7 @@
 //                    2  id of the source
 //                    4  the text
 //
-// Source 2 with the topics 5 and 7 says "abc":   000c 0000 0000 0002 0005 0007   0007 0002 616263
+// Source 2 with the topics 5 and 7 logs "abc":   000c 0000 0000 0002 0005 0007   0007 0002 616263
 
 #include "intake/record_reader.h"
 

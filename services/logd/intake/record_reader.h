@@ -21,7 +21,7 @@ class RecordHost {
 
 // Puts records together from what each read brings.
 //
-// Errors:    take() says why the bytes cannot be a client's; nothing more is to be fed to the reader then.
+// Errors:    take() gives the reason why the bytes cannot be a client's; nothing more is to be fed to the reader then.
 // Ownership: keeps a record that has begun; texts given to the host are borrowed for the call.
 // Threads:   belongs to one thread.
 // Cost:      one copy of what is read; at most one record, 64 KiB, is kept.

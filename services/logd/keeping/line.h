@@ -12,7 +12,7 @@ using Topic = unsigned short;
 using Topics = std::vector<Topic>;
 using Nanoseconds = unsigned long long;  // since 1970, or of a clock that only goes forward
 
-// What all lines of one source share.
+// The part that all lines of one source share.
 struct Origin {
   std::string process;
   unsigned int pid = 0;

@@ -1,5 +1,5 @@
-// B1  words_ are added by flush only: a file may have something to say while it is being written
-// B2  a file says at most one thing in a flush, and what it says cannot make it say more: flush comes to an end
+// B1  words_ are added by flush only: a file may have something to report while it is being written
+// B2  a file reports at most one thing in a flush, and its report cannot make it report more: flush comes to an end
 
 #include "keeping/log_book.h"
 

@@ -32,8 +32,8 @@ class LineReader {
   ~LineReader() = default;
 };
 
-// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to the
-// reader.  What the log service itself has to say becomes a line like any other, and never comes through a socket.
+// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to the reader.  A
+// remark of the log service itself becomes a line like any other, and never comes through a socket.
 //
 //     book.add(line, now);  book.add(other, now);
 //     book.flush(now);                     // both are in their files now
@@ -48,11 +48,11 @@ class LogBook final : private FileHost {
   LogBook(const LogBook&) = delete;
   LogBook& operator=(const LogBook&) = delete;
 
-  // A text that is too long is cut and says so.
+  // A text that is too long is cut, with a mark at its end.
   void add(Line line, Nanoseconds now);
   // A line of the log service's own; `about` is whom it concerns, null: itself.
   void say(Topic severity, const std::string& text, const Origin* about = nullptr);
-  // Writes what was added, and what there was to be said.
+  // Writes the lines that were added, and the remarks that waited.
   void flush(Nanoseconds now);
 
   void tick(Nanoseconds now);    // a second has passed
@@ -81,7 +81,7 @@ class LogBook final : private FileHost {
   std::vector<Line> words_;  // of the log service, until the next flush
 };
 
-// The origin of what the log service itself says; `about` is whom it concerns, null: itself.
+// The origin of the log service's own remarks; `about` is the process that they concern, null: itself.
 std::shared_ptr<const Origin> ownOrigin(Topic severity, const Origin* about);
 
 // The time of day, and a clock that only goes forward.

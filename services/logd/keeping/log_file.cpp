@@ -2,7 +2,7 @@
 //     service left unfinished is ended before the next
 // F2  size_ + buffer_.size() <= mostBytes for a regular file, and PATH.n exists for n < count only: together never
 //     more than mostBytes * count bytes on the disk
-// F3  failure_ says why nothing is written; it is reported once, when it begins
+// F3  failure_ has the reason why nothing is written; it is reported once, when it begins
 
 #include "keeping/log_file.h"
 
@@ -30,7 +30,7 @@ unsigned long long linesIn(std::string_view text) {
   return static_cast<unsigned long long>(std::count(text.begin(), text.end(), '\n'));
 }
 
-// The age that a name like "PATH.3" says; 0 for any other.
+// The age in a name like "PATH.3"; 0 for any other name.
 unsigned int ageOf(const std::string& name, const std::string& base) {
   if (!name.starts_with(base + ".") || name.size() > base.size() + 10) return 0;
   const std::string digits = name.substr(base.size() + 1);
@@ -84,7 +84,7 @@ void LogFile::reopen(Nanoseconds now) {
   file_.close();
 }
 
-// What is full, missing or forbidden is found by the next write.
+// The next write finds what is full, missing or forbidden.
 bool LogFile::open() {
   std::error_code ignored;
   fs::create_directories(fs::path(rule_.path).parent_path(), ignored);
@@ -123,7 +123,7 @@ bool LogFile::writeOut() {
   return buffer_.empty();
 }
 
-// From the oldest on, each takes the place of the one before it, which goes.
+// Renames from the oldest file on: the oldest goes, and each other takes the place of the next older one.
 bool LogFile::rotate() {
   syncNow();
   if (rule_.count == 1) {

@@ -1,5 +1,5 @@
-// Each line is one datagram to the machine's own log, sent without waiting.  The socket is opened once; where nobody
-// listens the datagram is lost and counted, and the next one finds whoever listens then.
+// Each line is one datagram to the machine's own log, sent without waiting.  The socket is opened once; if nobody
+// listens the datagram is lost and counted, and the next one finds the process that listens then.
 
 #include "keeping/syslog_export.h"
 

@@ -15,7 +15,7 @@ namespace logd {
 // between them; what stands behind a # is a remark:
 //
 //     4  error
-//     8  debug     # for whoever looks for a fault
+//     8  debug     # to look for a fault
 //
 // Errors:    a line that is no such line is a mistake with its number; the others count.
 // Ownership: a value.

@@ -77,7 +77,7 @@ std::string cellText(const Json& value) {
 
 using Lines = std::vector<std::vector<std::string>>;  // of cells, titles included
 
-// libsmartcols would escape a backslash before an x once more, and counts no column for a character that it is told to
+// libsmartcols would escape a backslash before an x once more, and counts no column for a character that it has to
 // leave alone.  So while it lays out the columns, a character that no cell has stands for the backslash.
 class StandIn {
  public:

@@ -29,8 +29,8 @@ Exchange dumping(const Exchange& exchange, std::string& text);
 // One object: a line for each member, its name and its value.
 std::string objectTable(const Json& object);
 
-// Many objects: a line for each, a column for each of `columns`.  Where such a line would be longer than `width`
-// characters, every object gets its lines as objectTable gives them, with an empty one between two.
+// Many objects: a line for each, a column for each of `columns`.  If such a line were longer than `width` characters,
+// every object gets its lines as objectTable() gives them, with an empty one between two.
 std::string objectsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns,
                          std::size_t width);
 

@@ -1,10 +1,11 @@
 #pragma once
 // json.h: messages as JSON objects, one member a field, and back.
 //
-// Members are named as FieldNames names fields.  A bool is a JSON boolean, a u32 or u64 a number (or the
-// word that a dictionary has for it), a string a string, an address its usual text, raw bytes two hexadecimal digits each with colons between them ("02:fc:00"),
-// a nested message an object, an array of anything an array.  What toJson writes, messageFrom reads back as an
-// equal message, strings that are no UTF-8 excepted (printing replaces their broken characters).
+// Members are named as FieldNames names fields.  A bool is a JSON boolean, a u32 or u64 a number (or the word that a
+// dictionary has for it), a string a string, an address its usual text, raw bytes two hexadecimal digits each with
+// colons between them ("02:fc:00"), a nested message an object, an array of anything an array.  The result of
+// toJson() is read back by messageFrom() as an equal message, strings that are no UTF-8 excepted (printing replaces
+// their broken characters).
 
 #include <nlohmann/json.hpp>
 #include <string>

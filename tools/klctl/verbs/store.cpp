@@ -145,8 +145,8 @@ class AsOwner {
   gid_t group_ = ::getegid();
 };
 
-// The old files stand until the new ones are whole, and a Store that finds no room for those leaves them alone.  Room is
-// looked for beforehand, in a file without a name, so that whoever asked learns why nothing was compacted.
+// The old files stand until the new ones are whole, and a Store that finds no room for those leaves them alone.  Room
+// is looked for beforehand, in a file without a name, so that the user learns why nothing was compacted.
 void needRoom(const kl::StoreView& view, const std::string& path) {
   constexpr off_t kSlotBytes = 12;        // of the index
   constexpr off_t kRoundedBytes = 16384;  // that a file system adds to a file
