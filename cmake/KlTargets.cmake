@@ -58,7 +58,8 @@ function(kl_component name)
 endfunction()
 
 # kl_rarely_runs(SOURCE...): sources of this folder in which memory counts for more than time.  Where several are compiled
-# as one nothing is shipped, and a source with options of its own would stay by itself.
+# as one nothing is shipped, and a source with options of its own would stay by itself.  A function that rarely runs in a
+# source that often does is marked [[gnu::cold]].
 function(kl_rarely_runs)
   if(CMAKE_UNITY_BUILD)
     return()

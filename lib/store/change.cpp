@@ -38,8 +38,8 @@ Store::Core::Change::Change(Core& core) : core_(core) {
   hold_.emplace(core.journal_.lock());
   core.journal_.recover(*hold_);
   if (!core.files_.openIdx() || !core.files_.openData()) return;
-  writeMissingSlots();
-  freeLeftSlots(core);
+  if (!core.slots_.backlog().unwritten.empty()) writeMissingSlots();
+  if (!core.slots_.backlog().unfreed.empty()) freeLeftSlots(core);
   if (core.journal_.lock().isHeld()) intent_.emplace(core.files_.ids());
 }
 
@@ -118,7 +118,6 @@ void Store::Core::Change::withdraw() {
 
 void Store::Core::Change::writeMissingSlots() {
   std::vector<Entry>& slots = core_.slots_.backlog().unwritten;
-  if (slots.empty()) return;
   const bool isHeld = core_.journal_.lock().isHeld();
   before_ = lengthsBefore(slots.front());
   intent_.emplace(core_.files_.ids());

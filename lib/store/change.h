@@ -44,12 +44,13 @@ class __attribute__((visibility("hidden"))) Store::Core::Change {
   void freeSlot(const Entry& entry);
 
   // Frees in the index the slots that it still has under an id.  Needs: the files are open.
-  static void freeLeftSlots(Core& core);
+  [[gnu::cold]] static void freeLeftSlots(Core& core);
 
  private:
   void withdraw();
-  void writeMissingSlots();
-  bool extendFiles(const std::vector<Entry>& slots);
+  // Need: there are such slots.
+  [[gnu::cold]] void writeMissingSlots();
+  [[gnu::cold]] bool extendFiles(const std::vector<Entry>& slots);
 
   Core& core_;
   std::optional<LockHold> hold_;

@@ -17,7 +17,7 @@ namespace kl {
 class __attribute__((visibility("hidden"))) Store::Core {
  public:
   Core(const std::string& path, unsigned int lifetime, Durability durability);
-  ~Core() { cancelTimers(); }
+  ~Core();
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
 

@@ -1,4 +1,4 @@
-// A store as a whole: loading it from its index, emptying it, removing its files.
+// A store as a whole: opening it, loading it from its index, emptying it, removing its files.
 //
 // An index belongs to its data file if the sizes of its slots add up to that file's length.  If they do not,
 // the index may be one of the older layout; if they do not in that layout either, it is unusable.
@@ -17,6 +17,13 @@
 namespace kl {
 namespace {
 
+constexpr mode_t kOwnersFolder = 0700;
+
+void makeParentFolders(const std::string& path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
+    (void)::mkdir(path.substr(0, slash).c_str(), kOwnersFolder);
+}
+
 IndexReader::End readSlots(int idx, ByteOrder order, Slots& slots) {
   IndexReader index(idx);
   while (const unsigned char* bytes = index.next()) slots.append(decodeSlot(bytes, order));
@@ -24,6 +31,21 @@ IndexReader::End readSlots(int idx, ByteOrder order, Slots& slots) {
 }
 
 }  // namespace
+
+Store::Core::Core(const std::string& path, unsigned int lifetime, Durability durability)
+    : files_(path), journal_(path, durability == Durability::kPowerLoss), defaultLifetime_(lifetime) {
+  makeParentFolders(path);
+  if (!tryLoad()) {
+    closeIdx();  // it may be replaced while this waits for the lock
+    const LockHold hold(journal_.lock());
+    journal_.recover(hold);
+    if (!readIndex(false)) restart();
+  }
+  if (journal_.survivesPowerLoss()) files_.sync();
+  checkForBloat();
+}
+
+Store::Core::~Core() { cancelTimers(); }
 
 bool Store::Core::readIndex(bool convert) {
   const bool wasOpen = files_.idx() >= 0;

@@ -11,8 +11,6 @@
 
 #include "kl/store.h"
 
-#include <sys/stat.h>
-
 #include "base/report.h"
 #include "store/change.h"
 #include "store/core.h"
@@ -20,32 +18,12 @@
 namespace kl {
 namespace {
 
-constexpr mode_t kOwnersFolder = 0700;
-
-void makeParentFolders(const std::string& path) {
-  for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
-    (void)::mkdir(path.substr(0, slash).c_str(), kOwnersFolder);
-}
-
 bool reportUnless(bool succeeded, const char* failure) {
   if (!succeeded) printLine(failure);
   return succeeded;
 }
 
 }  // namespace
-
-Store::Core::Core(const std::string& path, unsigned int lifetime, Durability durability)
-    : files_(path), journal_(path, durability == Durability::kPowerLoss), defaultLifetime_(lifetime) {
-  makeParentFolders(path);
-  if (!tryLoad()) {
-    closeIdx();  // it may be replaced while this waits for the lock
-    const LockHold hold(journal_.lock());
-    journal_.recover(hold);
-    if (!readIndex(false)) restart();
-  }
-  if (journal_.survivesPowerLoss()) files_.sync();
-  checkForBloat();
-}
 
 void Store::Core::set(unsigned int id, const message& m) {
   if (id == kFreeId) return printLine("STORE: set: id 0xffffffff is reserved");
@@ -137,7 +115,7 @@ bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
 
 // Frees the last slot, which could not be filled.  The data file is made as long as the index requires all the same;
 // if that fails, the files have nothing of the slot until the next change.
-void Store::Core::takeBackAppended(const Entry& last, bool isIndexed) {
+[[gnu::cold]] void Store::Core::takeBackAppended(const Entry& last, bool isIndexed) {
   const bool isFreed = writeSlot(last.slot, freeSlot(last));
   if (isFreed && files_.data() >= 0 && files_.setDataLength(slots_.dataBytes())) return;
   if (isFreed || isIndexed) {
@@ -177,7 +155,7 @@ message Store::Core::readBlob(unsigned int offset, unsigned int expectedBytes) {
 
 // --- The public face
 
-Store::Store(const std::string& path, unsigned int lifetime, Durability durability)
+[[gnu::cold]] Store::Store(const std::string& path, unsigned int lifetime, Durability durability)
     : core_(std::make_unique<Core>(path, lifetime, durability)) {}
 Store::~Store() = default;
 

@@ -29,11 +29,15 @@ void closeOnce(int& fd) {
   fd = -1;
 }
 
-bool openOnce(int& fd, const std::string& basePath, const char* suffix, unsigned long long& inode) {
-  if (fd >= 0) return true;
+[[gnu::cold]] bool openNow(int& fd, const std::string& basePath, const char* suffix,
+                           unsigned long long& inode) {
   fd = openFile((basePath + suffix).c_str(), O_RDWR);
   if (fd >= 0) inode = inodeOf(fd);
   return fd >= 0;
+}
+
+bool openOnce(int& fd, const std::string& basePath, const char* suffix, unsigned long long& inode) {
+  return fd >= 0 || openNow(fd, basePath, suffix, inode);
 }
 
 // Another file has the name of the one that is held.
@@ -42,7 +46,7 @@ bool isReplaced(int named, int held) {
   return ::fstat(named, &file) == 0 && S_ISREG(file.st_mode) && inodeOf(named) != inodeOf(held);
 }
 
-message unreadable(const char* failure) {
+[[gnu::cold]] message unreadable(const char* failure) {
   printLine(failure);
   return message();
 }

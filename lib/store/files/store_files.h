@@ -43,15 +43,15 @@ class StoreFiles {
   void closeIdx();
   void closeData();
   // Replaces empty ones for both files, and closes the old ones.  A failure prints.
-  void makeEmpty();
+  [[gnu::cold]] void makeEmpty();
 
   // Opens the data file that belongs to the open index, for the first use of it: when that comes, another process
   // may have replaced both.
-  bool holdData();
+  [[gnu::cold]] bool holdData();
   // The length of that data file, or of the open one; -1 if it is unknown.
   long long dataLength() const;
   // The open files still have their names.
-  bool areNamed() const;
+  [[gnu::cold]] bool areNamed() const;
 
   // -1 while it is closed.
   int idx() const { return idxFd_; }
@@ -59,7 +59,7 @@ class StoreFiles {
   // The inodes of the files that were opened last.
   const FileIds& ids() const { return ids_; }
   // Goes on with other files.  Takes over the descriptors; -1 stands for a file that is opened when it is used.
-  void replace(int idx, int data);
+  [[gnu::cold]] void replace(int idx, int data);
 
   // Makes the files that are open durable, or the index alone.
   void sync() const;
@@ -83,7 +83,7 @@ class StoreFiles {
  private:
   void dropHeldData();
   int heldData() const { return dataFd_ >= 0 ? dataFd_ : heldDataFd_; }
-  bool createEmpty(const char* suffix) const;
+  [[gnu::cold]] bool createEmpty(const char* suffix) const;
 
   std::string path_;
   int idxFd_ = -1;

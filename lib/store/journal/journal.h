@@ -37,7 +37,7 @@ class Journal {
   // Notes what is about to be written.  False if there is no room for that.
   bool note(Intent& intent);
   // The number of slots before a change that adds some, noted if there was no room for an intent.
-  void noteEnd(const FileLengths& before);
+  [[gnu::cold]] void noteEnd(const FileLengths& before);
   // Drops the intent of a change that is complete, and what an incomplete note left.
   void withdraw() { cutBackTo(durableBytes_); }
 
@@ -56,11 +56,11 @@ class Journal {
     kInPart,  // they do not belong together any more
   };
   // Notes that both new files are whole, and renames them over the old ones.
-  Replaced replaceFiles(const FileIds& fresh);
+  [[gnu::cold]] Replaced replaceFiles(const FileIds& fresh);
   // Leaves nothing in it: the files have become others.
   void clear();
   // Makes the names of the files durable.
-  void syncFolder() const;
+  [[gnu::cold]] void syncFolder() const;
 
  private:
   std::size_t recoverChange() const;
@@ -77,9 +77,9 @@ class Journal {
 };
 
 // Renames the new file over the old one; a new index that cannot be renamed is copied over the old one.
-bool putDataInPlace(const std::string& basePath);
-bool putIndexInPlace(const std::string& basePath);
+[[gnu::cold]] bool putDataInPlace(const std::string& basePath);
+[[gnu::cold]] bool putIndexInPlace(const std::string& basePath);
 // Removes what a compaction left that did not come to its commit.
-void removeNewFiles(const std::string& basePath);
+[[gnu::cold]] void removeNewFiles(const std::string& basePath);
 
 }  // namespace kl

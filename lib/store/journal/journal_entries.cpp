@@ -102,7 +102,7 @@ class Checksum {
   unsigned char begun_[kBlock];
 };
 
-unsigned int checksum(const void* data, std::size_t size) {
+[[gnu::cold]] unsigned int checksum(const void* data, std::size_t size) {
   Checksum sum;
   sum.add(data, size);
   return sum.value();
@@ -127,7 +127,7 @@ void putHeader(unsigned char* to, unsigned int magic, std::size_t length, unsign
 }
 
 // The length of the whole entry that the bytes begin with; 0 if there is none.
-std::size_t wholeEntry(const unsigned char* bytes, std::size_t size, unsigned int magic) {
+[[gnu::cold]] std::size_t wholeEntry(const unsigned char* bytes, std::size_t size, unsigned int magic) {
   if (size < kHeaderBytes || loadLe32(bytes) != magic) return 0;
   const std::size_t length = loadLe32(bytes + 4);
   if (length < kHeaderBytes || length > size) return 0;
@@ -174,7 +174,7 @@ void Intent::addStep(Kind kind, unsigned long long offset, std::size_t size) {
   storeLe32(&head_[start + 12], static_cast<std::uint32_t>(size));
 }
 
-bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
+[[gnu::cold]] bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
   const std::size_t length = wholeEntry(bytes, size, kIntentMagic);
   if (length < kHeaderBytes + kBodyBytes) return false;
   getBody(bytes + kHeaderBytes, ids_, before_);
@@ -193,13 +193,13 @@ bool IntentReader::read(const unsigned char* bytes, std::size_t size) {
   return true;
 }
 
-long long decodeEndMark(const unsigned char* bytes, std::size_t size) {
+[[gnu::cold]] long long decodeEndMark(const unsigned char* bytes, std::size_t size) {
   const bool isMark =
       size > 0 && std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
   return isMark ? static_cast<long long>(size) - 1 : -1;
 }
 
-CommitBytes encodeCommit(const FileIds& fresh) {
+[[gnu::cold]] CommitBytes encodeCommit(const FileIds& fresh) {
   CommitBytes bytes;
   storeLe64(&bytes[kHeaderBytes], fresh.idx);
   storeLe64(&bytes[kHeaderBytes + 8], fresh.data);
@@ -207,26 +207,27 @@ CommitBytes encodeCommit(const FileIds& fresh) {
   return bytes;
 }
 
-bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) {
+[[gnu::cold]] bool decodeCommit(const unsigned char* bytes, std::size_t size, FileIds& fresh) {
   if (wholeEntry(bytes, size, kCommitMagic) != CommitBytes().size()) return false;
   fresh = {loadLe64(bytes + kHeaderBytes), loadLe64(bytes + kHeaderBytes + 8)};
   return true;
 }
 
-DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths) {
+[[gnu::cold]] DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths) {
   DurableBytes bytes;
   putBody(&bytes[kHeaderBytes], ids, lengths);
   putHeader(bytes.data(), kDurableMagic, bytes.size(), checksum(&bytes[kHeaderBytes], kBodyBytes));
   return bytes;
 }
 
-bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids, FileLengths& lengths) {
+[[gnu::cold]] bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids,
+                                 FileLengths& lengths) {
   if (wholeEntry(bytes, size, kDurableMagic) != kDurableBytes) return false;
   getBody(bytes + kHeaderBytes, ids, lengths);
   return true;
 }
 
-std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size) {
+[[gnu::cold]] std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size) {
   return size >= kHeaderBytes && loadLe32(bytes) == kDurableMagic ? loadLe32(bytes + 4) : 0;
 }
 

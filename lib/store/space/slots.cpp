@@ -32,7 +32,7 @@ void Backlog::addUnfreed(const Store::Entry& entry) {
   unfreed.push_back(entry);
 }
 
-void Backlog::wasWritten(unsigned int slot) {
+void Backlog::forgetUnfreed(unsigned int slot) {
   std::erase_if(unfreed, [slot](const Store::Entry& entry) { return entry.slot == slot; });
 }
 

@@ -26,9 +26,14 @@ struct Backlog {
   std::vector<Store::Entry> unfreed;
 
   bool isUnwritten(unsigned int slot) const { return !unwritten.empty() && slot >= unwritten.front().slot; }
-  void addUnfreed(const Store::Entry& entry);
-  void wasWritten(unsigned int slot);
+  [[gnu::cold]] void addUnfreed(const Store::Entry& entry);
+  void wasWritten(unsigned int slot) {
+    if (!unfreed.empty()) forgetUnfreed(slot);
+  }
   void clear();
+
+ private:
+  [[gnu::cold]] void forgetUnfreed(unsigned int slot);
 };
 
 // A slot of new files, with an entry in it.
@@ -63,7 +68,7 @@ class Slots {
   // The lengths of both files if they had no free slots.
   FileLengths lengthsWithoutFree() const;
 
-  void clear();
+  [[gnu::cold]] void clear();
   // Takes up the next slot of an index.
   void append(const IndexSlot& slot);
 
@@ -80,10 +85,10 @@ class Slots {
   // Forgets the entry, and frees its slot.
   void remove(Store::Entries::iterator entry);
   // The same for an entry whose slot could not be filled.
-  void drop(unsigned int id);
+  [[gnu::cold]] void drop(unsigned int id);
 
   // Goes on with the slots of new files, of which none is free and which fill so many bytes.
-  void rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBytes);
+  [[gnu::cold]] void rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBytes);
 
   Backlog& backlog() { return backlog_; }
 
