@@ -113,7 +113,7 @@ void ThinRunner::dispatchSockets(int ready) {
   }
 }
 
-void ThinRunner::dropSockets() {
+[[gnu::cold]] void ThinRunner::dropSockets() {
   polls_.clear();
   pollSockets_.clear();
   sockets_.clear();

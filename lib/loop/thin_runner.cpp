@@ -47,7 +47,7 @@ unsigned int getJiffies() {
 
 ThinRunner::ThinRunner() : ownSleepTime_(sleepTimeOf(this)) {}
 
-ThinRunner::~ThinRunner() { ThinRunner::shutdown(); }
+[[gnu::cold]] ThinRunner::~ThinRunner() { ThinRunner::shutdown(); }
 
 void ThinRunner::shutdown() {
   dropTimers();

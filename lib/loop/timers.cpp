@@ -232,7 +232,7 @@ void ThinRunner::adoptDelayedTimers(unsigned int now) {
   delayed_.clear();
 }
 
-void ThinRunner::dropTimers() {
+[[gnu::cold]] void ThinRunner::dropTimers() {
   for (const HeapEntry& entry : heap_) freeTimer(entry.timer);
   for (TimerInfo* timer : pending_) freeTimer(timer);
   for (TimerInfo* timer : delayed_) freeTimer(timer);

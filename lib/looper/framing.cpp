@@ -34,7 +34,7 @@ int waitFor(int fd, short events, int milliseconds) {
   return ::poll(&entry, 1, milliseconds);
 }
 
-std::string describe(ssize_t result, int error) {
+[[gnu::cold]] std::string describe(ssize_t result, int error) {
   return std::to_string(result) + ", errno: " + std::to_string(error);
 }
 

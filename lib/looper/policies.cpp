@@ -52,7 +52,7 @@ bool policies::is_allowed(const message& request) const {
   return covers(request.get(SYS_POLICY, RIGHTS_ALL), need);
 }
 
-message policies::get_policies(const message& request) const {
+[[gnu::cold]] message policies::get_policies(const message& request) const {
   const unsigned int have = request.get(SYS_POLICY, RIGHTS_ALL);
   std::vector<message::flat_message> entries;
   entries.reserve(required_.size());
