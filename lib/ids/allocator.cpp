@@ -34,7 +34,7 @@ Allocator::Allocator(unsigned int first, unsigned int last)
 // Kept on purpose: a range that is adjacent to the one above it extends that one downwards without being
 // counted, and the checks go on comparing with the one above.
 // Held by Allocator.AdjacentRangesBecomeOneOfWhichTheHighestPartCounts.
-Allocator::Allocator(const std::vector<unsigned int>& ranges)
+[[gnu::cold]] Allocator::Allocator(const std::vector<unsigned int>& ranges)
     : lowest_(0), highest_(0), freeCount_(0), ranges_(new FreeRanges) {
   if (ranges.empty()) misuse("allocator: empty initialisator");
   if (ranges.size() % 2 != 0) misuse("allocator: odd length initialisator");
@@ -98,7 +98,7 @@ void Allocator::spin() {
   if (!ranges_->isEmpty()) ranges_->makeLargestCurrent();
 }
 
-void Allocator::dump(const std::string& title) const {
+[[gnu::cold]] void Allocator::dump(const std::string& title) const {
   std::cout << title << ":" << std::endl;
   FreeRanges::Range range{0, 0};
   for (unsigned int from = 0; ranges_->findFrom(from, range); from = range.first + 1) {

@@ -7,16 +7,18 @@
 
 namespace kl {
 
-lstreambuf::lstreambuf(unsigned int topic) {
+[[gnu::cold]] lstreambuf::lstreambuf(unsigned int topic) {
   addTopic(topic);
   emptyPutArea();
 }
 
-lstreambuf::lstreambuf(unsigned int topic, std::va_list rest) : lstreambuf(topic) { addTopics(rest); }
+[[gnu::cold]] lstreambuf::lstreambuf(unsigned int topic, std::va_list rest) : lstreambuf(topic) {
+  addTopics(rest);
+}
 
 // Kept on purpose: here a 0 in front ends the list, in a list of arguments it is a topic.
 // Held by LogStream.AZeroInFrontIsATopicInAListAndTheEndOfAnArray.
-lstreambuf::lstreambuf(const unsigned int* topics) {
+[[gnu::cold]] lstreambuf::lstreambuf(const unsigned int* topics) {
   for (; *topics != 0; ++topics) addTopic(*topics);
   emptyPutArea();
 }
@@ -54,9 +56,11 @@ void lstreambuf::copyToEcho(unsigned int count) {
 
 void lstreambuf::emptyPutArea() { setp(text_, text_ + kTextBytes - 1); }
 
-void lstreambuf::addTopic(unsigned int topic) { topics_.push_back(static_cast<unsigned short>(topic)); }
+[[gnu::cold]] void lstreambuf::addTopic(unsigned int topic) {
+  topics_.push_back(static_cast<unsigned short>(topic));
+}
 
-void lstreambuf::addTopics(std::va_list rest) {
+[[gnu::cold]] void lstreambuf::addTopics(std::va_list rest) {
   while (const unsigned int topic = va_arg(rest, unsigned int)) addTopic(topic);
 }
 
