@@ -57,11 +57,11 @@ void Store::Core::Change::willWriteSlot(unsigned int id, const Entry& entry) {
 void Store::Core::Change::willFreeSlot(unsigned int id, const Entry& entry) {
   if (!intent_) return;
   intent_->restoreSlot(entry.slot, slotWith(id, entry));
-  intent_->writeSlot(entry.slot, kl::freeSlot(entry));
+  intent_->writeSlot(entry.slot, vacantSlot(entry));
 }
 
 void Store::Core::Change::willFill(const Entry& hole) {
-  if (intent_) intent_->restoreSlot(hole.slot, kl::freeSlot(hole));
+  if (intent_) intent_->restoreSlot(hole.slot, vacantSlot(hole));
 }
 
 void Store::Core::Change::willAppend(const Entry& entry) {
@@ -103,12 +103,12 @@ void Store::Core::Change::keepSlotWhole(const Entry& entry) {
 }
 
 void Store::Core::Change::freeSlot(const Entry& entry) {
-  if (!core_.writeSlot(entry.slot, kl::freeSlot(entry))) core_.slots_.backlog().addUnfreed(entry);
+  if (!core_.writeSlot(entry.slot, vacantSlot(entry))) core_.slots_.backlog().addUnfreed(entry);
 }
 
 void Store::Core::Change::freeLeftSlots(Core& core) {
   std::erase_if(core.slots_.backlog().unfreed, [&core](const Entry& entry) {
-    return core.files_.tryWriteSlot(entry.slot, kl::freeSlot(entry));
+    return core.files_.tryWriteSlot(entry.slot, vacantSlot(entry));
   });
 }
 
@@ -123,7 +123,7 @@ void Store::Core::Change::writeMissingSlots() {
   intent_.emplace(core_.files_.ids());
   intent_->cutBackTo(*before_);
   if (isHeld) core_.journal_.noteLengths(core_.files_, *before_);
-  for (const Entry& slot : slots) intent_->writeSlot(slot.slot, kl::freeSlot(slot));
+  for (const Entry& slot : slots) intent_->writeSlot(slot.slot, vacantSlot(slot));
   intent_->extendData(core_.slots_.dataBytes());
   if (isHeld) announce();
   if (extendFiles(slots)) slots.clear();
@@ -135,7 +135,7 @@ void Store::Core::Change::writeMissingSlots() {
 bool Store::Core::Change::extendFiles(const std::vector<Entry>& slots) {
   std::vector<unsigned char> bytes;
   for (const Entry& slot : slots) {
-    const SlotBytes one = encodeSlot(kl::freeSlot(slot));
+    const SlotBytes one = encodeSlot(vacantSlot(slot));
     bytes.insert(bytes.end(), one.begin(), one.end());
   }
   const unsigned int first = slots.front().slot;

@@ -116,7 +116,7 @@ bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
 // Frees the last slot, which could not be filled.  The data file is made as long as the index requires all the same;
 // if that fails, the files have nothing of the slot until the next change.
 [[gnu::cold]] void Store::Core::takeBackAppended(const Entry& last, bool isIndexed) {
-  const bool isFreed = writeSlot(last.slot, freeSlot(last));
+  const bool isFreed = writeSlot(last.slot, vacantSlot(last));
   if (isFreed && files_.data() >= 0 && files_.setDataLength(slots_.dataBytes())) return;
   if (isFreed || isIndexed) {
     (void)files_.setIdxLength(last.slot);

@@ -2,7 +2,7 @@
 //
 // A writer beside it changes one file after the other, uses slots again and replaces both files when it compacts.
 // Two readings that agree, with nothing under way when the second begins and ends, are the state of the store between
-// the two.  Where none do, the last one is made under the lock.
+// the two.  If none do, the last one is made under the lock.
 //
 // SV1  what a writer that holds the lock has not finished yet is no fault
 // Held by StoreViewBesideAChange.AWriterInMidChangeIsWaitedFor and

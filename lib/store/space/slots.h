@@ -16,7 +16,7 @@ namespace kl {
 inline IndexSlot slotWith(unsigned int id, const Store::Entry& entry) {
   return {id, entry.size, entry.lifetime};
 }
-inline IndexSlot freeSlot(const Store::Entry& entry) { return slotWith(kFreeId, entry); }
+inline IndexSlot vacantSlot(const Store::Entry& entry) { return slotWith(kFreeId, entry); }
 
 // The slots that the index file has not taken yet, and will be given with the next change.
 struct Backlog {

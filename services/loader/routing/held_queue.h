@@ -12,9 +12,9 @@
 namespace loader {
 
 enum class HeldKind : unsigned char {
-  kWord,    // a request or a notification
-  kAnswer,  // a reply or a notice
-  kGone,    // the notice that a service is gone
+  kMessage,  // a request or a notification
+  kAnswer,   // a reply or a notice
+  kGone,     // the notice that a service is gone
 };
 
 // Whole frames in their order, and beside the bytes who sent each of them and what it is: a death must not read them
@@ -30,8 +30,8 @@ class HeldQueue {
   bool empty() const { return bytes_.empty(); }
   std::span<const unsigned char> bytes() const { return bytes_.bytes(); }
 
-  // Adds the frame that `write` appends to a Buffer; the number of its bytes.  `sender` is whose words these are; of a
-  // notice that a service is gone, which service.
+  // Adds the frame that `write` appends to a Buffer; the number of its bytes.  `sender` is the service that sent it; in
+  // a notice that a service is gone, that service.
   template <class Write>
   std::size_t add(unsigned int sender, HeldKind kind, Write write) {
     const std::size_t before = bytes_.size();
@@ -47,7 +47,7 @@ class HeldQueue {
   }
 
   // True when a message of `sender` is held, and no notice behind it that it is gone.
-  bool hasWordOf(unsigned int sender) const {
+  bool hasMessageOf(unsigned int sender) const {
     bool has = false;
     for (const Frame& frame : frames_)
       if (frame.sender == sender) has = frame.kind != HeldKind::kGone;
@@ -58,14 +58,14 @@ class HeldQueue {
   // follows a message from the dead sender.
   void keepForNextProcess() {
     HeldQueue kept;
-    std::set<unsigned int> heard;  // whose words are kept so far
+    std::set<unsigned int> heard;  // the senders whose messages are kept so far
     std::span<const unsigned char> rest = bytes();
     for (const Frame& frame : frames_) {
       const std::span<const unsigned char> bytes = rest.first(frame.size);
       rest = rest.subspan(frame.size);
       if (frame.kind == HeldKind::kAnswer) continue;
       if (frame.kind == HeldKind::kGone && heard.erase(frame.sender) == 0) continue;
-      if (frame.kind == HeldKind::kWord) heard.insert(frame.sender);
+      if (frame.kind == HeldKind::kMessage) heard.insert(frame.sender);
       (void)kept.add(frame.sender, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
     }
     *this = std::move(kept);

@@ -14,7 +14,7 @@ namespace {
 // The kind of a frame for a service that does not see it yet.
 HeldKind kindOf(bool isAnswer, unsigned int command) {
   if (isAnswer) return HeldKind::kAnswer;
-  return command == kl::CMD_DISCONNECTED ? HeldKind::kGone : HeldKind::kWord;
+  return command == kl::CMD_DISCONNECTED ? HeldKind::kGone : HeldKind::kMessage;
 }
 
 HeldKind kindOf(const Envelope& e) { return kindOf(e.isReply() || e.isNotice(), e.command); }
@@ -24,7 +24,7 @@ HeldKind kindOf(const kl::message& m) {
   return kindOf(kl::isReply(m) || isNotice, m.get(kl::SYS_CMD, kl::CMD_NOOP));
 }
 
-// Whose words a message of the loader's own is; in news of a death, who has died.
+// The service that a message of the loader's own comes from; in a death notice, the one that has died.
 unsigned int senderOf(const kl::message& m) {
   const std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
   return from.empty() ? kl::BADID : from[0];
@@ -42,7 +42,7 @@ bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope,
 bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   if (!to.isConnected() && !to.isHeldFor) return false;
   if (!admit(to, m.max_length(), urgency)) return false;
-  const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kWord;
+  const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kMessage;
   const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;
   countSent(append(to, sender, kind, [&](Buffer& queue) { appendFrame(queue, m); }));
   return true;

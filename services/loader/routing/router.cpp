@@ -1,6 +1,6 @@
 // Which way a frame goes:
 //
-//     route --control frame for [1]--> control
+//     route --control frame for [1]--> handleControl
 //           --PATH_ALL--> deliverToAll ----.
 //           --PATH_MULTI--> deliverToEach -+--> deliver --[1]--> deliverToLoader
 //           --anything else----------------'            --reply--> deliverReply      (an open request must match)
@@ -86,7 +86,7 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body) 
   const Path path = e.path();
   if (e.isControl) {
     const bool isForLoader = path.size() == 1 && path[0] == kl::SERVICE_LOADER;
-    return isForLoader ? control(sender, e) : "sent a control message for somebody else";
+    return isForLoader ? handleControl(sender, e) : "sent a control message for somebody else";
   }
   switch (path[0]) {
     case kl::PATH_ALL: deliverToAll(sender, e); break;
@@ -137,7 +137,7 @@ void Router::forgetRequestsOf(Service& asker) {
 }
 
 // Codes that are unknown are passed over: a newer service must be able to talk to this loader.
-const char* Router::control(Service& sender, const Envelope& e) {
+const char* Router::handleControl(Service& sender, const Envelope& e) {
   if (e.control == kl::CTRL_HELLO) return "sent a second registration";
   calls_.onControl(sender, e);
   return nullptr;
@@ -247,7 +247,7 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
 void Router::announceDeath(const Service& gone) {
   const kl::message notice = deathNotice(gone.id);
   for (const auto& [id, service] : table_.all())
-    if (service->isConnected() || service->held.hasWordOf(gone.id))
+    if (service->isConnected() || service->held.hasMessageOf(gone.id))
       (void)outbox_.send(*service, notice, Urgency::kReply);
 }
 

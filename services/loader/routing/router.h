@@ -67,7 +67,7 @@ class Router {
  private:
   void breakOldestTo(Service& asked, const OpenRequest& request);
   void forgetRequestsOf(Service& asker);
-  const char* control(Service& sender, const Envelope& e);
+  const char* handleControl(Service& sender, const Envelope& e);
   void deliverToAll(Service& sender, const Envelope& e);
   void deliverToEach(Service& sender, const Envelope& e);
   void deliver(Service& sender, const Envelope& e, Path path);

@@ -37,9 +37,9 @@ class Courier : public kl::Looper {
   bool filterMessage(const kl::message&) override { return true; }
 };
 
-// Gives the descriptors their places, and keeps the library's lines off the results.  The process leaves no core file and
-// never outlives klctl.
-int settle(int loaderSocket, int klctlSocket) {
+// Gives the descriptors their places, and keeps the library's lines off the results.  The process leaves no core file
+// and never outlives klctl.
+int takeDescriptors(int loaderSocket, int klctlSocket) {
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   (void)::prctl(PR_SET_DUMPABLE, 0);
   klctlSocket = ::fcntl(klctlSocket, F_DUPFD_CLOEXEC, kFirstFreeSocket);
@@ -91,7 +91,7 @@ common::Descriptor connectToLoader(milliseconds limit) {
 }  // namespace
 
 void runCourier(int loaderSocket, int klctlSocket) {
-  const int klctl = settle(loaderSocket, klctlSocket);
+  const int klctl = takeDescriptors(loaderSocket, klctlSocket);
   Courier courier;
   Bytes bytes;
   bool connected = sendBytes(klctl, bytes);
@@ -101,7 +101,7 @@ void runCourier(int loaderSocket, int klctlSocket) {
 }
 
 void runJob(int loaderSocket, int klctlSocket, const Job& job) {
-  const int klctl = settle(loaderSocket, klctlSocket);
+  const int klctl = takeDescriptors(loaderSocket, klctlSocket);
   JobLooper looper;
   const auto giveBytes = [klctl](const Bytes& bytes) {
     if (!sendBytes(klctl, bytes)) ::_exit(0);

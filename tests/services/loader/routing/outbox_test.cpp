@@ -162,11 +162,11 @@ TEST_F(OutboxTest, ForTheNextStartTheEndOfWhoSaidSomethingStaysBehindItsWords) {
   const kl::message word = request({}, kl::CMD_SUBSCRIBE, 3, {600, 7});
   for (const kl::message& m : {endOf(600), word, endOf(600), endOf(600), endOf(601), word})
     ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
-  EXPECT_TRUE(a_.held.hasWordOf(600));
-  EXPECT_FALSE(a_.held.hasWordOf(601));
+  EXPECT_TRUE(a_.held.hasMessageOf(600));
+  EXPECT_FALSE(a_.held.hasMessageOf(601));
   a_.held.keepForNextProcess();
   EXPECT_EQ(takeHeld(a_), (std::vector<kl::message>{word, endOf(600), word}));
-  EXPECT_FALSE(a_.held.hasWordOf(600));
+  EXPECT_FALSE(a_.held.hasMessageOf(600));
 }
 
 }  // namespace
