@@ -1,7 +1,7 @@
 // Finding a subscription among many.
 //
 // A message is flattened, and the hashes of its records are added up, because equal messages may hold their fields in
-// different orders.  What has one hash is then compared.
+// different orders.  Records of one hash are then compared.
 //
 // X1  the table covers all messages of the list or none: it is made when they become many, and goes when few are left
 // X2  at most half of its entries are in use

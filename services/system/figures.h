@@ -24,8 +24,8 @@ struct Figures {
 // The machine as it is now, the time zone excepted.
 Figures readFigures();
 
-// From the lines of /proc/meminfo.  If the kernel does not report the available memory, it is the sum of what is free
-// and what could be freed.
+// Reads the lines of /proc/meminfo.  If the kernel does not report the available memory, it is the sum of what is
+// free and what could be freed.
 Memory memoryFrom(std::istream& lines);
 
 // Has an object of the table (SYSTEM_OBJECT_...) changed so much that its followers are sent the change?  The host,

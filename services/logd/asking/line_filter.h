@@ -9,7 +9,7 @@
 
 namespace logd {
 
-// What the fields of a request ask for; a field that is not there asks for nothing.
+// The conditions that the fields of a request set for lines; a field that is not there sets none.
 class LineFilter {
  public:
   explicit LineFilter(const kl::message& request);

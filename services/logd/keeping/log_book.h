@@ -14,7 +14,7 @@
 
 namespace logd {
 
-// What is kept where.
+// The rules by which lines are kept.
 struct BookRules {
   unsigned int memory = 4 * 1024 * 1024;  // bytes of lines
   std::string syslog;                     // the socket that gets every line, too; empty: none
