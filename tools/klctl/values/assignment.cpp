@@ -18,8 +18,6 @@ constexpr std::array<unsigned int, 9> kOwnFields = {kl::SYS_TO,     kl::SYS_FROM
                                                     kl::SYS_STATUS, kl::SYS_REPLYEXP, kl::SYS_CMD,
                                                     kl::SYS_REQID,  kl::SYS_CTRL,     kl::SYS_CTRL_ARG};
 
-constexpr unsigned int kTypelessId = 0x00ffffff;
-
 bool isOwnField(unsigned int id) {
   return std::any_of(kOwnFields.begin(), kOwnFields.end(),
                      [id](unsigned int own) { return (own & kTypelessId) == (id & kTypelessId); });

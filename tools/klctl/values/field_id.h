@@ -14,6 +14,8 @@ namespace klctl {
 // Types, as the top five bits of an id.
 inline constexpr unsigned int kTypeMask = 0xf8000000;
 inline constexpr unsigned int kArrayBit = 0x80000000;
+// The rest of an id: name space and number.
+inline constexpr unsigned int kTypelessId = 0x00ffffff;
 enum FieldType : unsigned int {
   kBool = 0x00000000,
   kU32 = 0x08000000,

@@ -14,7 +14,6 @@ namespace klctl {
 namespace {
 constexpr unsigned int kBuiltInRank = 0x10000;  // every name of a dictionary comes before
 constexpr unsigned int kNoRank = std::numeric_limits<unsigned int>::max();
-constexpr unsigned int kTypelessId = 0x00ffffff;
 constexpr unsigned int kMaxCommand = 0x00ffffff;
 
 struct Constant {

@@ -24,7 +24,7 @@ using Nanoseconds = unsigned long long;
 constexpr Nanoseconds kSecond = 1'000'000'000;
 constexpr Nanoseconds kMillisecond = 1'000'000;
 constexpr unsigned int kMostTopic = 0xffff;
-constexpr char kName[] = "log";
+constexpr char kLog[] = "log";
 constexpr char kPlain[] = "\x1b[0m";
 
 std::string timeText(Nanoseconds time) {
@@ -70,7 +70,7 @@ void setMuted(const CommandLine& line, const Channels& channels, bool isMuted) {
   request.insert(kl::SYS_CMD, kl::CMD_SETOBJ);
   request.insert(kl::STD_ID, LogTopics(channels.exchange).find(line.log.topics.front()));
   request.insert(kl::LOG_MUTED, isMuted);
-  (void)fetch(request, kName, channels.exchange);
+  (void)fetch(request, kLog, channels.exchange);
   channels.print("");
 }
 
@@ -80,7 +80,7 @@ LogTopics::LogTopics(const Exchange& exchange) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOG, kl::LOG_RULES});
   request.insert(kl::SYS_CMD, kl::CMD_GETALL);
-  for (const kl::message object : fetchAll(request, kName, exchange))
+  for (const kl::message object : fetchAll(request, kLog, exchange))
     if (object.has(kl::LOG_TOPIC_NAME))
       names_[object.get(kl::STD_ID, 0)] = object.get(kl::LOG_TOPIC_NAME, "");
 }
@@ -127,8 +127,8 @@ bool wantsColour() { return ::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLO
 
 void showLog(const CommandLine& line, const Channels& channels) {
   const LogTopics topics(channels.exchange);
-  const auto objects = channels.walk(logRequest(line, topics), kName);
-  if (line.json) return channels.print(jsonText(Json(toJson(objects, namesFor(kName, line.fields)))));
+  const auto objects = channels.walk(logRequest(line, topics), kLog);
+  if (line.json) return channels.print(jsonText(Json(toJson(objects, namesFor(kLog, line.fields)))));
   std::string text;
   const bool inColour = wantsColour();
   for (const kl::message object : objects) text += logLine(object, topics, inColour);

@@ -14,10 +14,10 @@
 namespace klctl {
 namespace {
 
-constexpr char kName[] = "undo";
+constexpr char kUndo[] = "undo";
 const std::vector<std::string> kColumns = {"id", "time", "user", "service", "description", "undone"};
 
-std::string timeText(unsigned long long seconds) {
+std::string dateText(unsigned long long seconds) {
   const auto moment = static_cast<std::time_t>(seconds);
   std::tm local{};
   char text[32];
@@ -67,7 +67,7 @@ class Sources {
 Json rowOf(const kl::message& record, Sources& sources) {
   Json row = Json::object();
   row["id"] = record.get(kl::STD_ID, kl::BADID);
-  row["time"] = timeText(record.get(kl::UNDO_TIME, 0));
+  row["time"] = dateText(record.get(kl::UNDO_TIME, 0));
   row["user"] = record.get(kl::UNDO_USER, "");
   row["service"] = sources.textOf(record.get(kl::UNDO_SOURCE, {}));
   row["description"] = record.get(kl::UNDO_DESCRIPTION, "");
@@ -102,7 +102,7 @@ kl::message requestFor(const CommandLine& line, unsigned int command) {
 }
 
 kl::message fetchOne(const CommandLine& line, unsigned int command, const Exchange& exchange) {
-  return fetch(requestFor(line, command), kName + (":" + std::to_string(*line.path.object)), exchange);
+  return fetch(requestFor(line, command), kUndo + (":" + std::to_string(*line.path.object)), exchange);
 }
 
 std::string jsonOf(kl::message reply, const FieldNames& names) {
@@ -113,10 +113,10 @@ std::string jsonOf(kl::message reply, const FieldNames& names) {
 }  // namespace
 
 void listChanges(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kName, line.fields);
+  const FieldNames names = namesFor(kUndo, line.fields);
   std::string dumped;
   const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
-  const auto records = fetchAll(requestFor(line, kl::CMD_GETALL), kName, exchange);
+  const auto records = fetchAll(requestFor(line, kl::CMD_GETALL), kUndo, exchange);
   if (line.dump) channels.print(dumped);
   else
     printTable(channels, line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange),
@@ -124,14 +124,14 @@ void listChanges(const CommandLine& line, const Channels& channels) {
 }
 
 void showChange(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kName, line.fields);
+  const FieldNames names = namesFor(kUndo, line.fields);
   const kl::message reply = fetchOne(line, kl::CMD_GETOBJ, channels.exchange);
   if (line.dump) channels.print(dumpText(reply));
   else channels.print(line.json ? jsonOf(reply, names) : showText(reply, channels.exchange));
 }
 
 void undoChange(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kName, line.fields);
+  const FieldNames names = namesFor(kUndo, line.fields);
   const kl::message reply = fetchOne(line, kl::CMD_START, channels.exchange);
   if (line.dump) channels.print(dumpText(reply));
   else channels.print(line.json ? jsonOf(reply, names) : "");
