@@ -62,14 +62,9 @@ void Outbox::countSent(std::size_t bytes) {
 }
 
 // A queue below its limit takes the whole frame, or a large one might never get through.
-unsigned int Outbox::obstacleFor(const Service& to, std::size_t bytes) const {
-  if (bytes > kMaxOrdinaryBytes) return kl::ERROR_TOOBIG;
-  return isFull(to) ? kl::ERROR_BUSY : kl::ERROR_OK;
-}
-
 bool Outbox::admit(Service& to, std::size_t bytes, Urgency urgency) {
-  const bool fits = urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes
-                                               : obstacleFor(to, bytes) == kl::ERROR_OK;
+  const bool fits =
+      urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes : !isFull(to);
   if (!fits) ++to.traffic.drops;
   return fits;
 }

@@ -24,8 +24,6 @@ enum class Urgency : unsigned char {
 class Outbox {
  public:
   static constexpr std::size_t kMaxQueueBytes = 16 * 1024 * 1024;
-  // A larger frame is only taken as a reply, so a queue exceeds its limit by no more than this.
-  static constexpr std::size_t kMaxOrdinaryBytes = 1024 * 1024;
 
   explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit) {}
 
@@ -34,9 +32,6 @@ class Outbox {
 
   // True when nothing but replies is taken for the service.
   bool isFull(const Service& to) const { return to.waiting() >= queueLimit_; }
-
-  // Why an ordinary frame of that size would be dropped: ERROR_TOOBIG or ERROR_BUSY; ERROR_OK if it would be taken.
-  unsigned int obstacleFor(const Service& to, std::size_t bytes) const;
 
   // Queues a frame on its way from `from`; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency);

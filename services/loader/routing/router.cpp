@@ -201,8 +201,7 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 }
 
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
-  const unsigned int obstacle = outbox_.obstacleFor(to, e.body.size());
-  if (obstacle != kl::ERROR_OK && e.wantsAnswer()) return refuse(sender, e, to, rest, obstacle);
+  if (outbox_.isFull(to) && e.wantsAnswer()) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
   if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary) && e.isTracked())
     requests_.add(sender, to, e, rest, now_);

@@ -26,13 +26,6 @@ kl::message endOf(unsigned int id) {
   return m;
 }
 
-// More than a frame of requests and notifications may have; its fields keep to what lengths can say.
-kl::message tooLarge() {
-  kl::message m;
-  for (unsigned int i = 0; i < 17; ++i) m.insert_raw(0x30000001 + i, std::vector<unsigned char>(65000));
-  return m;
-}
-
 class OutboxTest : public testing::Test {
  protected:
   ServiceTable table_;
@@ -79,14 +72,6 @@ TEST_F(OutboxTest, AFullQueueTakesOnlyRepliesAndCountsWhatItLoses) {
   EXPECT_EQ(a_.traffic.drops, 2u);
   EXPECT_TRUE(outbox_.send(a_, ofBytes(10), Urgency::kReply));
   EXPECT_TRUE(outbox_.send(b_, ofBytes(10), Urgency::kOrdinary));
-}
-
-TEST_F(OutboxTest, AFrameAbove1MiBIsTakenOnlyAsAReply) {
-  const kl::message large = tooLarge();
-  EXPECT_EQ(outbox_.obstacleFor(a_, large.max_length()), kl::ERROR_TOOBIG);
-  EXPECT_FALSE(outbox_.send(a_, large, Urgency::kOrdinary));
-  EXPECT_EQ(a_.traffic.drops, 1u);
-  EXPECT_TRUE(outbox_.send(a_, large, Urgency::kReply));
 }
 
 TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {

@@ -400,14 +400,6 @@ TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsA
   EXPECT_GT(b_.out.size(), full);
 }
 
-TEST_F(RouterTest, ARequestAbove1MiBIsTooBig) {
-  kl::message m = request({24, 0}, kl::CMD_SET, 5, {7});
-  for (unsigned int i = 0; i < 17; ++i) m.insert_raw(0x30000001 + i, std::vector<unsigned char>(65000));
-  EXPECT_EQ(route(a_, m), "");
-  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_TOOBIG);
-  EXPECT_EQ(b_.out.size(), 0u);
-}
-
 TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {
   router_.setNow(1000);
   for (unsigned int i = 0; i < Router::kMaxOpenRequests; ++i) {
