@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
 
 #include "admission/rights.h"
 #include "config/configuration.h"
+#include "services/common/text.h"
 #include "services/common/version.h"
 
 namespace loader {
@@ -39,21 +39,10 @@ bool isUser(uid_t uid, const std::string& name) {
 }
 
 // A process chooses this name itself, and it goes into the log and onto terminals.
-std::string printable(const std::string& name) {
-  std::string text;
-  char code[8];
-  for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    (void)std::snprintf(code, sizeof code, "\\x%02x", byte);
-    text += byte < 0x20 || byte > 0x7e ? code : std::string(1, c);
-  }
-  return text;
-}
-
 std::string programName(pid_t pid) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
   std::string name;
-  return std::getline(in, name) ? printable(name) : "unknown";
+  return std::getline(in, name) ? common::printable(name) : "unknown";
 }
 
 }  // namespace
