@@ -11,6 +11,9 @@
 #include <ctime>
 #include <filesystem>
 
+#include "kl/utilities.h"
+#include "life/markers.h"
+
 namespace loader {
 namespace {
 
@@ -111,6 +114,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addBeforeSleep(&pending_, kl::bind<PendingConnections, &PendingConnections::serve>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
+  removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   kept_.open();
   leaving_.restore();
   lifecycle_.begin();

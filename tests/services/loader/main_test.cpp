@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 #include "tests/support/doubles/loader_process.h"
@@ -47,6 +49,17 @@ TEST(LoaderMain, AMistakeInTheConfigurationIsToldAndNothingIsStarted) {
   EXPECT_NE(loader.log().find("kl-loader.toml:2: [loader] queue_limit: expected a number from 4096"),
             std::string::npos)
       << loader.log();
+}
+
+TEST(LoaderMain, AMarkerOfAnotherUserIsRemovedWhenItStarts) {
+  constexpr uid_t kNobody = 65534;
+  const std::string marker = "/kelo/run/marked";
+  ASSERT_TRUE(LoaderProcess().logs(""));  // the folder is there now
+  std::ofstream(marker).flush();
+  if (::chown(marker.c_str(), kNobody, kNobody) != 0) GTEST_SKIP() << "needs root, to give a file away";
+  const LoaderProcess loader("[[service]]\nid = 500\nname = \"marked\"\n");
+  EXPECT_TRUE(loader.logs(marker + ": is of another user (65534); removed")) << loader.log();
+  EXPECT_NE(::access(marker.c_str(), F_OK), 0);
 }
 
 TEST(LoaderMain, AnOrderlyEndHasStatus0) {
