@@ -2,11 +2,13 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
-#include "tests/support/doubles/raw_peer.h"
+#include "tests/support/builders.h"
 
 namespace attack {
 namespace {
 
+using kl::test::flat;
+using kl::test::framed;
 using kl::test::frameOf;
 
 constexpr unsigned int kPrefixBytes = 4;
@@ -22,18 +24,6 @@ Bytes prefixOf(unsigned int length) {
   for (unsigned int i = 0; i < kPrefixBytes; ++i)
     bytes.push_back(static_cast<unsigned char>(length >> 8 * i));
   return bytes;
-}
-
-Bytes framed(const Bytes& body) {
-  Bytes bytes = prefixOf(static_cast<unsigned int>(body.size()));
-  append(bytes, body);
-  return bytes;
-}
-
-Bytes bodyOf(const kl::message& m) {
-  Bytes body;
-  m.flatten(body);
-  return body;
 }
 
 }  // namespace
@@ -63,7 +53,7 @@ Frame FrameMaker::structured() {
     case 8: return {withReturnPath(32 + upTo(100)), true, true};
     case 9: return {withPath(0, 0), true, true};
     case 10: return {frameOf(kl::test::hello(kl::SERVICE_LOADER)), false, true};
-    case 11: return {framed({'M', '1', 0, 0}), true, true};
+    case 11: return {framed(Bytes{'M', '1', 0, 0}), true, true};
     case 12: return {brokenMulti(), true, false};
     case 13: return {unaskedReply(), true, false};
     default: return {mutated(), true, false};
@@ -91,15 +81,15 @@ Bytes FrameMaker::withRepeatedField() {
     case 3: again.insert(kl::SYS_REQID, 1); break;
     default: again.insert(kl::SYS_REPLYEXP, false); break;
   }
-  Bytes body = bodyOf(request());
-  const Bytes repeated = bodyOf(again);
+  Bytes body = flat(request());
+  const Bytes repeated = flat(again);
   body.insert(body.end(), repeated.begin() + kHeaderBytes, repeated.end());
   return framed(body);
 }
 
 // A path stands last, and its elements have four bytes: what is cut off is never a whole record.
 Bytes FrameMaker::truncated() {
-  Bytes body = bodyOf(request());
+  Bytes body = flat(request());
   body.resize(body.size() - 1 - upTo(2));
   return framed(body);
 }

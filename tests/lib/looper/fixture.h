@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kl/looper.h"
+#include "tests/support/builders.h"
 #include "tests/support/doubles/loader_double.h"
 
 namespace kl {
@@ -20,8 +21,6 @@ class HandlerProbe {
 }  // namespace kl
 
 namespace kl::test {
-
-using Ids = std::vector<unsigned int>;
 
 // A registered Looper of type L; what it sent to register has been received.
 template <class L>
@@ -43,12 +42,6 @@ struct ConnectedAs {
 
 using Connected = ConnectedAs<Looper>;
 
-inline message::flat_message flat(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 inline message to(const Ids& path) {
   message m;
   m.insert(SYS_TO, path);
@@ -56,19 +49,7 @@ inline message to(const Ids& path) {
 }
 
 inline message requestTo(const Ids& path, unsigned int command, unsigned int id = 5) {
-  message m = to(path);
-  m.insert(SYS_FROM, {9});
-  m.insert(SYS_CMD, command);
-  m.insert(SYS_REQID, id);
-  m.insert(SYS_REPLYEXP, true);
-  return m;
-}
-
-inline message replyTo(const Ids& path, unsigned int id) {
-  message m = to(path);
-  m.insert(SYS_TYPE, TYPE_REPLY);
-  m.insert(SYS_REQID, id);
-  return m;
+  return request(path, command, id, {9});
 }
 
 inline message ctrl(unsigned int code) {

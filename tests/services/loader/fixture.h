@@ -8,10 +8,15 @@
 #include "services/loader/routing/outbox.h"
 #include "services/loader/routing/service_table.h"
 #include "services/loader/transport/frame_reader.h"
+#include "tests/support/builders.h"
 
 namespace loader::test {
 
-using Ids = std::vector<unsigned int>;
+using kl::test::flat;
+using kl::test::Ids;
+using kl::test::notification;
+using kl::test::replyTo;
+using kl::test::request;
 
 // A service that counts as connected; what is queued for it is taken from its queue.
 inline Service& connected(ServiceTable& table, unsigned int id) {
@@ -37,12 +42,6 @@ inline Service& heldFor(ServiceTable& table, unsigned int id, unsigned int state
 inline void setLeaving(Service& service, bool isLeaving) {
   service.state = isLeaving ? kl::SVC_STATE_LEAVING : kl::SVC_STATE_RUNNING;
   service.isHeldFor = isLeaving;
-}
-
-inline std::vector<unsigned char> flat(const kl::message& m) {
-  std::vector<unsigned char> bytes;
-  m.flatten(bytes);
-  return bytes;
 }
 
 // The bodies of the frames in a queue, in order; the queue is empty afterwards.
@@ -75,33 +74,6 @@ inline std::vector<kl::message> takeHeld(Service& service) { return takeMessages
 inline kl::message takeOnly(Service& service) {
   const std::vector<kl::message> all = takeMessages(service);
   return all.size() == 1 ? all[0] : kl::message();
-}
-
-inline kl::message request(const Ids& to, unsigned int command, unsigned int id, const Ids& from = {}) {
-  kl::message m;
-  m.insert(kl::SYS_TO, to);
-  if (!from.empty()) m.insert(kl::SYS_FROM, from);
-  m.insert(kl::SYS_CMD, command);
-  m.insert(kl::SYS_REQID, id);
-  m.insert(kl::SYS_REPLYEXP, true);
-  return m;
-}
-
-inline kl::message notification(const Ids& to, const Ids& from = {}) {
-  kl::message m;
-  m.insert(kl::SYS_TO, to);
-  if (!from.empty()) m.insert(kl::SYS_FROM, from);
-  m.insert(kl::SYS_CMD, kl::CMD_NOTIFY);
-  return m;
-}
-
-inline kl::message reply(const Ids& to, unsigned int id, const Ids& from = {}) {
-  kl::message m;
-  m.insert(kl::SYS_TO, to);
-  if (!from.empty()) m.insert(kl::SYS_FROM, from);
-  m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
-  m.insert(kl::SYS_REQID, id);
-  return m;
 }
 
 inline unsigned int errorOf(const kl::message& m) {

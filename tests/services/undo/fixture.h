@@ -10,12 +10,14 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "tests/support/builders.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 
 namespace undo {
 
-using Ids = std::vector<unsigned int>;
+using kl::test::flat;
+using kl::test::Ids;
 using kl::test::RawPeer;
 
 inline const Ids kUndo = {kl::SERVICE_UNDO};
@@ -25,12 +27,6 @@ inline std::string configuration(const std::string& folder, const std::string& s
   return "[rights]\ndefault = \"all\"\n[[service]]\nname = \"undo\"\nid = 17\ncommand = [\"" KL_BIN_DIR
          "/kl-undo\"]\n[service.settings]\n0x20000002 = \"" +
          folder + "\"\n" + settings;
-}
-
-inline kl::message::flat_message flat(const kl::message& m) {
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
 }
 
 inline Ids idsIn(const kl::message& reply) {

@@ -14,12 +14,12 @@
 #include <cstring>
 
 #include "kl/conventions.h"
+#include "kl/services.h"
 
 namespace kl::test {
 namespace {
 
 constexpr int kInherited = 3;
-constexpr unsigned int kReady = 8;
 constexpr timeval kPatience{10, 0};
 
 unsigned long long inodeOf(int fd) {
@@ -79,7 +79,7 @@ void LoaderDouble::send(const message& m) { sendBytes(frameOf(m)); }
 
 void LoaderDouble::sendReady(message m) {
   m.insert(SYS_TO, {SERVICE_LOADER});
-  m.insert(SYS_CTRL, kReady);
+  m.insert(SYS_CTRL, CTRL_READY);
   send(m);
 }
 
@@ -119,16 +119,6 @@ void LoaderDouble::close() {
   if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);  // for whoever has a copy of it after a fork, too
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
-}
-
-std::vector<unsigned char> frameOf(const message& m) {
-  std::vector<unsigned char> body;
-  m.flatten(body);
-  std::vector<unsigned char> frame;
-  for (unsigned int shift = 0; shift < 32; shift += 8)
-    frame.push_back(static_cast<unsigned char>(body.size() >> shift));
-  frame.insert(frame.end(), body.begin(), body.end());
-  return frame;
 }
 
 // Its descriptor keeps clear of 3, which is not its own.

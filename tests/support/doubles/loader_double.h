@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kl/message.h"
+#include "tests/support/builders.h"
 
 namespace kl::test {
 
@@ -48,9 +49,6 @@ class LoaderDouble {
   int fd_ = -1;
   unsigned long long inherited_ = 0;  // the inode of the end at descriptor 3
 };
-
-// A frame: the length, little-endian, and the message.
-std::vector<unsigned char> frameOf(const message& m);
 
 // A loader that listens where processes look for it.  Needs: a root of the test's own.
 class ListeningLoader {

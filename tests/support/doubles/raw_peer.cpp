@@ -79,13 +79,7 @@ bool RawPeer::sendBytes(std::span<const unsigned char> bytes) {
   return true;
 }
 
-bool RawPeer::sendBody(std::span<const unsigned char> body) {
-  std::vector<unsigned char> frame;
-  for (unsigned int i = 0; i < kPrefixBytes; ++i)
-    frame.push_back(static_cast<unsigned char>(body.size() >> 8 * i));
-  frame.insert(frame.end(), body.begin(), body.end());
-  return sendBytes(frame);
-}
+bool RawPeer::sendBody(std::span<const unsigned char> body) { return sendBytes(framed(body)); }
 
 bool RawPeer::send(const message& m) { return sendBytes(frameOf(m)); }
 
@@ -153,51 +147,6 @@ bool RawPeer::readSome(int deadlineMs) {
   if (n <= 0) return false;
   in_.insert(in_.end(), bytes, bytes + n);
   return true;
-}
-
-message hello(unsigned int id) {
-  std::vector<unsigned int> values(12);
-  values[0] = id;
-  message m;
-  m.insert(SYS_TO, {SERVICE_LOADER});
-  m.insert(SYS_CTRL, CTRL_HELLO);
-  m.insert(REGISTRATION_VALUES, values);
-  return m;
-}
-
-message request(const std::vector<unsigned int>& to, unsigned int command, unsigned int id,
-                const std::vector<unsigned int>& from) {
-  message m = notification(to, from);
-  m.insert(SYS_CMD, command);
-  m.insert(SYS_REQID, id);
-  m.insert(SYS_REPLYEXP, true);
-  return m;
-}
-
-message notification(const std::vector<unsigned int>& to, const std::vector<unsigned int>& from) {
-  message m;
-  m.insert(SYS_TO, to);
-  if (!from.empty()) m.insert(SYS_FROM, from);
-  m.insert(SYS_CMD, CMD_NOTIFY);
-  return m;
-}
-
-message replyTo(const message& asked) {
-  message m;
-  m.insert(SYS_TO, asked.get(SYS_FROM, {}));
-  setType(m, TYPE_REPLY);
-  setRequestID(m, asked.get(SYS_REQID, 0));
-  return m;
-}
-
-std::vector<unsigned char> frameOf(const message& m) {
-  std::vector<unsigned char> body;
-  m.flatten(body);
-  std::vector<unsigned char> frame;
-  for (unsigned int i = 0; i < kPrefixBytes; ++i)
-    frame.push_back(static_cast<unsigned char>(body.size() >> 8 * i));
-  frame.insert(frame.end(), body.begin(), body.end());
-  return frame;
 }
 
 }  // namespace kl::test

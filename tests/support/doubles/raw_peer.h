@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kl/message.h"
+#include "tests/support/builders.h"
 
 namespace kl::test {
 
@@ -62,12 +63,5 @@ class RawPeer {
   std::vector<unsigned char> in_;
   message ready_;
 };
-
-message hello(unsigned int id);
-message request(const std::vector<unsigned int>& to, unsigned int command, unsigned int id,
-                const std::vector<unsigned int>& from = {});
-message notification(const std::vector<unsigned int>& to, const std::vector<unsigned int>& from = {});
-message replyTo(const message& request);
-std::vector<unsigned char> frameOf(const message& m);
 
 }  // namespace kl::test

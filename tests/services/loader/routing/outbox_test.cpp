@@ -131,7 +131,7 @@ TEST_F(OutboxTest, ForTheNextStartOnlyRequestsAndNotificationsAreKept) {
   const kl::message ended = endOf(600);
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, Ids());
-  for (const kl::message& m : {request({7}, kl::CMD_GET, 1), reply({7}, 2), ended, notification({}), notice,
+  for (const kl::message& m : {request({7}, kl::CMD_GET, 1), replyTo({7}, 2), ended, notification({}), notice,
                                request({}, kl::CMD_SUBSCRIBE, 3)})
     ASSERT_TRUE(outbox_.send(a_, m, Urgency::kReply));
   a_.held.keepForNextProcess();

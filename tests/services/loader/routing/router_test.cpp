@@ -68,7 +68,7 @@ TEST_F(RouterTest, ARequestArrivesWithItsPathCutAndItsReturnPathLengthened) {
 
 TEST_F(RouterTest, TheReplyComesBackToTheHandlerThatAsked) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
-  EXPECT_EQ(route(b_, reply({10, 7}, 5, {0})), "");
+  EXPECT_EQ(route(b_, replyTo({10, 7}, 5, {0})), "");
   const kl::message got = takeOnly(a_);
   EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{7});
   EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{24, 0}));
@@ -76,17 +76,17 @@ TEST_F(RouterTest, TheReplyComesBackToTheHandlerThatAsked) {
 }
 
 TEST_F(RouterTest, AReplyThatNobodyAskedForIsNotDelivered) {
-  EXPECT_EQ(route(b_, reply({10, 7}, 5)), "");
+  EXPECT_EQ(route(b_, replyTo({10, 7}, 5)), "");
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   (void)takeMessages(b_);
-  (void)route(b_, reply({10, 7}, 6));      // another id
-  (void)route(b_, reply({10, 8}, 5));      // another handler
-  (void)route(other_, reply({10, 7}, 5));  // another service
-  (void)route(b_, reply({99, 7}, 5));      // nobody: no error about a reply
+  (void)route(b_, replyTo({10, 7}, 6));      // another id
+  (void)route(b_, replyTo({10, 8}, 5));      // another handler
+  (void)route(other_, replyTo({10, 7}, 5));  // another service
+  (void)route(b_, replyTo({99, 7}, 5));      // nobody: no error about a reply
   EXPECT_TRUE(takeMessages(a_).empty());
   EXPECT_TRUE(takeMessages(b_).empty());
-  (void)route(b_, reply({10, 7}, 5));
-  (void)route(b_, reply({10, 7}, 5));  // once only
+  (void)route(b_, replyTo({10, 7}, 5));
+  (void)route(b_, replyTo({10, 7}, 5));  // once only
   EXPECT_EQ(takeMessages(a_).size(), 1u);
 }
 
@@ -97,7 +97,7 @@ TEST_F(RouterTest, AForgedReturnPathBeginsWithTheTruth) {
 
 TEST_F(RouterTest, AReplyToTheLongestReturnPathIsNoGarbage) {
   EXPECT_EQ(route(a_, request({24}, kl::CMD_GET, 5, Ids(31, 7))), "");
-  EXPECT_EQ(route(b_, reply(takeOnly(b_).get(kl::SYS_FROM, {}), 5)), "");
+  EXPECT_EQ(route(b_, replyTo(takeOnly(b_).get(kl::SYS_FROM, {}), 5)), "");
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_TO, {}), Ids(31, 7));
   EXPECT_NE(route(a_, request({24}, kl::CMD_GET, 6, Ids(32, 7))), "");  // the reply's path would be too long
   EXPECT_TRUE(takeMessages(b_).empty());
@@ -108,7 +108,7 @@ TEST_F(RouterTest, AProcessMayAddressItselfByItsId) {
   const kl::message got = takeOnly(a_);
   EXPECT_EQ(got.get(kl::SYS_TO, {}), Ids{3});
   EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 7}));
-  (void)route(a_, reply({10, 7}, 5, {3}));
+  (void)route(a_, replyTo({10, 7}, 5, {3}));
   EXPECT_TRUE(kl::isReply(takeOnly(a_)));
 }
 
@@ -124,9 +124,9 @@ TEST_F(RouterTest, PathAllReachesEveryOtherProcess) {
 
 TEST_F(RouterTest, EachCopyOfARequestToAllMayBeAnswered) {
   (void)route(a_, request({kl::PATH_ALL}, kl::CMD_GET, 5, {7}));
-  (void)route(b_, reply({10, 7}, 5));
-  (void)route(other_, reply({10, 7}, 5));
-  (void)route(other_, reply({10, 7}, 5));
+  (void)route(b_, replyTo({10, 7}, 5));
+  (void)route(other_, replyTo({10, 7}, 5));
+  (void)route(other_, replyTo({10, 7}, 5));
   EXPECT_EQ(takeMessages(a_).size(), 2u);
 }
 
@@ -225,7 +225,7 @@ TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
   router_.serviceGone(a_);
   EXPECT_EQ(requests_.size(), 0u);
   (void)takeMessages(b_);
-  (void)route(b_, reply({10, 7}, 5));
+  (void)route(b_, replyTo({10, 7}, 5));
   EXPECT_TRUE(a_.out.empty());
   EXPECT_TRUE(takeMessages(b_).empty());
 }
@@ -289,7 +289,7 @@ TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
 }
 
 TEST_F(RouterTest, RepliesAndNoticesToTheLoaderVanish) {
-  (void)route(a_, reply({1}, 5));
+  (void)route(a_, replyTo({1}, 5));
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, {1});
   (void)route(a_, notice);
@@ -396,7 +396,7 @@ TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsA
   (void)route(a_, notification({24}));
   EXPECT_EQ(b_.traffic.drops, 1u);
   EXPECT_EQ(b_.out.size(), full);
-  (void)route(other_, reply({24, 2}, 9));
+  (void)route(other_, replyTo({24, 2}, 9));
   EXPECT_GT(b_.out.size(), full);
 }
 
@@ -432,7 +432,7 @@ TEST_F(RouterTest, SubscribingOpensNoRequest) {
 TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
   Service& late = heldFor(table_, 40, kl::SVC_STATE_STARTING);
   (void)route(a_, request({40, 1}, kl::CMD_NOOP, 5, {7}));
-  (void)route(a_, reply({40, 1}, 5));
+  (void)route(a_, replyTo({40, 1}, 5));
   EXPECT_TRUE(a_.out.empty());
   const std::vector<kl::message> held = takeHeld(late);
   ASSERT_EQ(held.size(), 1u);
@@ -485,7 +485,7 @@ TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
   ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
   kl::message notice = kl::errorMsg(kl::ERROR_BRKPATH, "");
   notice.insert(kl::SYS_TO, {40});
-  for (const kl::message& m : {reply({40}, 5), notification({kl::PATH_ALL}), ended, notice})
+  for (const kl::message& m : {replyTo({40}, 5), notification({kl::PATH_ALL}), ended, notice})
     EXPECT_EQ(route(a_, m), "");
   other_.connection = nullptr;
   router_.serviceGone(other_);
@@ -499,7 +499,7 @@ TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
   (void)takeMessages(other_);
   setLeaving(b_, true);
   (void)route(a_, request({24, 0}, kl::CMD_GET, 6, {7}));
-  (void)route(other_, reply({24, 3}, 9));
+  (void)route(other_, replyTo({24, 3}, 9));
   EXPECT_TRUE(a_.out.empty());
   b_.connection = nullptr;
   router_.serviceLeft(b_);

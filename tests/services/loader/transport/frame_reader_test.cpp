@@ -9,20 +9,14 @@
 #include <vector>
 
 #include "services/loader/transport/descriptors.h"
+#include "tests/support/builders.h"
 
 namespace {
 
+using kl::test::framed;
 using loader::FrameReader;
 using loader::ReadArea;
 using Bytes = std::vector<unsigned char>;
-
-Bytes frameOf(const Bytes& body) {
-  const std::size_t n = body.size();
-  Bytes frame{static_cast<unsigned char>(n), static_cast<unsigned char>(n >> 8),
-              static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 24)};
-  frame.insert(frame.end(), body.begin(), body.end());
-  return frame;
-}
 
 Bytes bodyOf(std::size_t size, unsigned int salt) {
   Bytes body(size);
@@ -74,7 +68,7 @@ TEST_F(FrameReaderTest, OneReadBringsManyFrames) {
   std::vector<Bytes> bodies;
   for (unsigned int i = 0; i < 20; ++i) {
     bodies.push_back(bodyOf(i * 10, i));
-    const Bytes frame = frameOf(bodies.back());
+    const Bytes frame = framed(bodies.back());
     stream.insert(stream.end(), frame.begin(), frame.end());
   }
   feed(stream);
@@ -86,8 +80,8 @@ TEST_F(FrameReaderTest, OneReadBringsManyFrames) {
 TEST_F(FrameReaderTest, FramesSplitAtEveryByteComeWhole) {
   const Bytes first = bodyOf(30, 1);
   const Bytes second = bodyOf(5, 2);
-  Bytes stream = frameOf(first);
-  const Bytes more = frameOf(second);
+  Bytes stream = framed(first);
+  const Bytes more = framed(second);
   stream.insert(stream.end(), more.begin(), more.end());
   for (std::size_t split = 0; split <= stream.size(); ++split) {
     got_.clear();
@@ -101,7 +95,7 @@ TEST_F(FrameReaderTest, FramesSplitAtEveryByteComeWhole) {
 
 TEST_F(FrameReaderTest, ByteByByteIsNoDifferent) {
   const Bytes body = bodyOf(300, 9);
-  for (const unsigned char byte : frameOf(body)) {
+  for (const unsigned char byte : framed(body)) {
     feed({byte});
     readAll();
   }
@@ -115,7 +109,7 @@ TEST_F(FrameReaderTest, LargeFramesOfEverySizeComeWholeBetweenSmallOnes) {
     bodies.push_back(bodyOf(10, 3));
     bodies.push_back(bodyOf(size, 5));
   }
-  for (const Bytes& body : bodies) feed(frameOf(body));
+  for (const Bytes& body : bodies) feed(framed(body));
   readAll();
   EXPECT_TRUE(got_ == bodies);
 }
@@ -146,7 +140,7 @@ TEST_F(FrameReaderTest, AnAnnouncedLengthTakesNoMemoryBeforeItsBytesCome) {
 TEST_F(FrameReaderTest, ALengthOf65536AndMoreBreaksTheStream) {
   for (const Bytes& prefix : {Bytes{0, 0, 1, 0}, Bytes{0, 0, 0, 1}, Bytes{255, 255, 255, 255}}) {
     FrameReader reader(*area_);
-    feed(frameOf(bodyOf(3, 1)));
+    feed(framed(bodyOf(3, 1)));
     feed(prefix);
     ASSERT_EQ(reader.readFrom(mine_.get()), FrameReader::Outcome::kBytes);
     std::span<const unsigned char> body;
@@ -157,15 +151,15 @@ TEST_F(FrameReaderTest, ALengthOf65536AndMoreBreaksTheStream) {
 }
 
 TEST_F(FrameReaderTest, FramesAreCountedWhenTheyAreHandedOut) {
-  feed(frameOf(bodyOf(3, 1)));
-  feed(frameOf(bodyOf(0, 1)));
+  feed(framed(bodyOf(3, 1)));
+  feed(framed(bodyOf(0, 1)));
   feed({5, 0, 0, 0});
   readAll();
   EXPECT_EQ(reader_.frames(), 2u);
 }
 
 TEST_F(FrameReaderTest, TheEndOfTheStreamIsToldAfterItsLastFrame) {
-  feed(frameOf(bodyOf(3, 1)));
+  feed(framed(bodyOf(3, 1)));
   its_.close();
   EXPECT_EQ(readOnce(), FrameReader::Outcome::kBytes);
   EXPECT_EQ(got_.size(), 1u);

@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "kl/conventions.h"
-#include "tests/support/flat.h"
+#include "tests/support/builders.h"
 #include "tests/support/process/child.h"
 #include "tests/tools/klctl/hostile_text.h"
 

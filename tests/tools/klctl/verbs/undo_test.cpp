@@ -7,7 +7,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
-#include "tests/support/flat.h"
+#include "tests/support/builders.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
