@@ -5,12 +5,13 @@
 #include "kl/looper.h"
 #include "kl/services.h"
 #include "tests/examples/kernel_view.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child.h"
 
 namespace {
 
 using kl::test::ChildResult;
-using kl::test::RealLoader;
+using kl::test::LoaderProcess;
 using kl::test::runProgram;
 
 constexpr char kNetif[] = "[[service]]\nname = \"netif\"\ncommand = [\"" KL_BIN_DIR "/netif\"]\n";
@@ -31,7 +32,7 @@ pid_t pidOf(unsigned int service) {
 }  // namespace
 
 TEST(Ask, ShowsEveryInterfaceTwiceAndEnds) {
-  const RealLoader loader(KL_BIN_DIR, kNetif);
+  const LoaderProcess loader(kNetif);
   const ChildResult result = ask();
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.err, "");
@@ -46,14 +47,14 @@ TEST(Ask, ShowsEveryInterfaceTwiceAndEnds) {
 }
 
 TEST(Ask, WithoutNetifItIsToldOfABrokenPath) {
-  const RealLoader loader(KL_BIN_DIR);
+  const LoaderProcess loader;
   const ChildResult result = ask();
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.out, "netif: std failure: broken path (2)\n");
 }
 
 TEST(Ask, ANetifThatDoesNotAnswerIsATimeout) {
-  const RealLoader loader(KL_BIN_DIR, kNetif);
+  const LoaderProcess loader(kNetif);
   const pid_t netif = pidOf(32);
   ASSERT_EQ(::kill(netif, SIGSTOP), 0);
   const ChildResult result = ask();

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "kl/looper.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
 
 namespace {
 
@@ -15,8 +15,7 @@ class HelloService : public testing::Test {
     return client_.exchangeCmd(m, command, kPatienceTicks);
   }
 
-  kl::test::RealLoader loader_{KL_BIN_DIR,
-                               "[[service]]\nname = \"hello\"\ncommand = [\"" KL_BIN_DIR "/hello\"]\n"};
+  kl::test::LoaderProcess loader_{"[[service]]\nname = \"hello\"\ncommand = [\"" KL_BIN_DIR "/hello\"]\n"};
   kl::Looper client_{kl::Looper::kConnect};
 };
 

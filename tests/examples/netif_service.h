@@ -10,7 +10,7 @@
 #include "kl/looper.h"
 #include "kl/services.h"
 #include "tests/examples/kernel_view.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
 
 constexpr int kPatienceTicks = 2000;
 
@@ -24,7 +24,7 @@ class NetifService : public testing::Test {
   // that run beside netif.
   explicit NetifService(const std::string& command = "\"" KL_BIN_DIR "/netif\"",
                         unsigned int clientNumber = 0, const std::string& others = "")
-      : loader_(KL_BIN_DIR, configured(command) + others), client_(kl::Looper::kConnect, clientNumber) {}
+      : loader_(configured(command) + others), client_(kl::Looper::kConnect, clientNumber) {}
 
   static kl::message to(unsigned int service) {
     kl::message m;
@@ -81,6 +81,6 @@ class NetifService : public testing::Test {
   }
 
   const unsigned int lo_ = ::if_nametoindex("lo");
-  kl::test::RealLoader loader_;
+  kl::test::LoaderProcess loader_;
   kl::Looper client_;
 };

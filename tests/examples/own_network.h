@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/child.h"
 
 namespace network {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "tests/support/doubles/loader_process.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/child.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "services/logd/intake/listener.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/child.h"
 
 namespace {
 

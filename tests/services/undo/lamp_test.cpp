@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/services/undo/fixture.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/child.h"
 
 namespace undo {
 namespace {

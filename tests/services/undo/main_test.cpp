@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/process/child.h"
 
 namespace undo {
 

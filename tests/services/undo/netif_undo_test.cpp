@@ -5,7 +5,8 @@
 
 #include <chrono>
 
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child.h"
 #include "tests/support/process/open_folder.h"
 
 namespace undo {
@@ -38,7 +39,7 @@ class NetifUndone : public testing::Test {
     }
   }
 
-  kl::test::RealLoader loader_{KL_BIN_DIR, kServices};
+  kl::test::LoaderProcess loader_{kServices};
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/support/doubles/loader_process.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,11 +15,14 @@
 #include <sstream>
 
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/child.h"
 
 namespace kl::test {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr int kPatienceMs = 20000;
 
 // Looks again and again until it holds or the time is over.
 bool comesTrue(const std::function<bool()>& condition, int deadlineMs) {
@@ -45,13 +49,17 @@ LoaderProcess::LoaderProcess(const std::string& configuration) {
   start();
   // The socket of another loader, or of one that was killed, would answer too soon or not at all: the wait ends with
   // the process as well.
-  (void)comesTrue([this] { return hasEnded() || RawPeer().connect(0); }, 5000);
+  EXPECT_TRUE(comesTrue([this] { return hasEnded() || RawPeer().connect(0); }, kPatienceMs)) << log();
 }
 
 LoaderProcess::~LoaderProcess() {
   if (pid_ > 0) {
     signal(SIGTERM);
-    if (waitForEnd() < 0) signal(SIGKILL);
+    EXPECT_EQ(waitForEnd(kPatienceMs), 0) << log();
+  }
+  if (pid_ > 0) {
+    signal(SIGKILL);
+    (void)waitForEnd(kPatienceMs);
   }
   std::error_code ignored;
   fs::remove_all(folder_, ignored);
@@ -62,9 +70,7 @@ void LoaderProcess::start() {
   if (pid_ != 0) return;
   const int log = ::open((folder_ + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
   ::dup2(log, STDERR_FILENO);
-  const std::string file = folder_ + "/kl-loader.toml";
-  ::execl(KL_BIN_DIR "/kl-loader", "kl-loader", "--config", file.c_str(), nullptr);
-  ::_exit(127);
+  become({KL_BIN_DIR "/kl-loader", "--config", folder_ + "/kl-loader.toml"});
 }
 
 void LoaderProcess::signal(int sig) const {

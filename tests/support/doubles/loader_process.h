@@ -1,5 +1,5 @@
 #pragma once
-// loader_process.h: a kl-loader of the test's own.  Needs: a private root.
+// tests/support/doubles/loader_process.h: the loader itself, running for a test.  Needs: a private root.
 
 #include <sys/types.h>
 
@@ -7,10 +7,13 @@
 
 namespace kl::test {
 
-// Runs the loader with a configuration of the test's choice, and ends it with the test.
+// A loader with a configuration of the test's choice.  The destructor ends it unless the test has done so, and fails the
+// test when that end is not orderly.
+//
+//     LoaderProcess loader("[[service]]\nname = \"netif\"\ncommand = [\"" KL_BIN_DIR "/netif\"]\n");
 class LoaderProcess {
  public:
-  // Writes the configuration to a file, starts the loader and waits until it takes connections.
+  // Writes the configuration to a file, starts the loader and waits until it takes connections or has ended.
   explicit LoaderProcess(const std::string& configuration = "");
   LoaderProcess(const LoaderProcess&) = delete;
   LoaderProcess& operator=(const LoaderProcess&) = delete;

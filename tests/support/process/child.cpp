@@ -85,4 +85,16 @@ ChildResult runInChild(const std::function<void()>& body) {
   return result;
 }
 
+ChildResult runProgram(const std::vector<std::string>& words) {
+  return runInChild([&words] { become(words); });
+}
+
+void become(const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  ::execv(arguments.front(), arguments.data());
+  ::_exit(127);
+}
+
 }  // namespace kl::test

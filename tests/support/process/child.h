@@ -1,8 +1,9 @@
 #pragma once
-// tests/support/process/child.h: runs a function in a process of its own and says how that process ended.
+// tests/support/process/child.h: runs a function or a program in a process of its own and says how that process ended.
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kl::test {
 
@@ -15,5 +16,11 @@ struct ChildResult {
 
 // Runs `body` in a forked child; a child that comes back from it ends with status 0 and without destructors.
 ChildResult runInChild(const std::function<void()>& body);
+
+// Runs a program to its end: the words are its path and its arguments.
+ChildResult runProgram(const std::vector<std::string>& words);
+
+// Makes this process the program; one that cannot be started ends with status 127.
+[[noreturn]] void become(const std::vector<std::string>& words);
 
 }  // namespace kl::test

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/process/child.h"
+
 namespace kl::test {
 
 // Killed by the destructor unless it was ended.
@@ -31,11 +33,7 @@ class RunningProgram {
     if (pid_ == 0) {
       ::dup2(out[1], STDOUT_FILENO);
       ::dup2(err[1], STDERR_FILENO);
-      std::vector<char*> arguments;
-      for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-      arguments.push_back(nullptr);
-      ::execv(arguments.front(), arguments.data());
-      ::_exit(127);
+      become(words);
     }
     ::close(out[1]);
     ::close(err[1]);

@@ -11,7 +11,8 @@
 
 #include "kl/conventions.h"
 #include "tests/services/loader/leaver_program.h"
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child.h"
 #include "tests/support/process/running_program.h"
 #include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/scripted_loader.h"
@@ -21,7 +22,7 @@ namespace {
 
 using PlainJson = nlohmann::json;
 using kl::test::ChildResult;
-using kl::test::RealLoader;
+using kl::test::LoaderProcess;
 using kl::test::RunningProgram;
 using kl::test::runProgram;
 
@@ -64,7 +65,7 @@ std::string sysText(const std::string& interface, const std::string& file) {
 
 class Klctl : public testing::Test {
  protected:
-  RealLoader loader_{KL_BIN_DIR, kNetif};
+  LoaderProcess loader_{kNetif};
 };
 
 }  // namespace
@@ -309,8 +310,8 @@ TEST(KlctlAlone, DumpsMessagesInFilesAndFromItsInput) {
 }
 
 TEST(KlctlAlone, WhetherAServiceLeavesIsInTheExitStatus) {
-  const RealLoader loader(
-      KL_BIN_DIR, "[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR "/kl-test-leaver\"]\n");
+  const LoaderProcess loader("[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR
+                             "/kl-test-leaver\"]\n");
   const std::string reaction = "u32:" + std::to_string(kl::test::leaver::kReaction & 0xffff) + "=";
   EXPECT_EQ(done({"send", "leaver", "CMD_SET", reaction + std::to_string(kl::test::leaver::kRefuse)}), "");
   EXPECT_EQ(failed(5, {"leave", "leaver"}), "klctl: leaver: the service refused to leave (12)\n");
@@ -330,8 +331,8 @@ TEST(KlctlAlone, WhetherAServiceLeavesIsInTheExitStatus) {
 }
 
 TEST(KlctlAlone, AServiceThatDoesNotAnswerWhetherItLeavesIsStatusThree) {
-  const RealLoader loader(
-      KL_BIN_DIR, "[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR "/kl-test-leaver\"]\n");
+  const LoaderProcess loader("[[service]]\nname = \"leaver\"\nid = 32\ncommand = [\"" KL_BIN_DIR
+                             "/kl-test-leaver\"]\n");
   const std::string reaction = "u32:" + std::to_string(kl::test::leaver::kReaction & 0xffff) + "=";
   EXPECT_EQ(done({"send", "leaver", "CMD_SET", reaction + std::to_string(kl::test::leaver::kWait)}), "");
   EXPECT_EQ(failed(3, {"leave", "leaver", "--timeout", "0.2"}), "klctl: no reply within 0.2 s\n");
@@ -340,8 +341,9 @@ TEST(KlctlAlone, AServiceThatDoesNotAnswerWhetherItLeavesIsStatusThree) {
 
 TEST(KlctlAlone, NoLoaderIsStatusFour) {
   EXPECT_EQ(failed(4, {"services"}), "klctl: no loader runs at /ram/kelosock: No such file or directory\n");
-  RealLoader past(KL_BIN_DIR);
-  past.kill();  // leaves its socket behind
+  LoaderProcess past;
+  past.signal(SIGKILL);
+  EXPECT_EQ(past.waitForEnd(), 128 + SIGKILL);  // leaves its socket behind
   EXPECT_EQ(failed(4, {"get", "1"}), "klctl: no loader runs at /ram/kelosock: Connection refused\n");
   std::filesystem::remove("/ram/kelosock");
 }

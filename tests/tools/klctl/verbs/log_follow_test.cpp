@@ -7,14 +7,15 @@
 
 #include <fstream>
 
-#include "tests/support/doubles/real_loader.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child.h"
 #include "tests/support/process/running_program.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
 namespace {
 
-using kl::test::RealLoader;
+using kl::test::LoaderProcess;
 using kl::test::RunningProgram;
 using kl::test::runProgram;
 
@@ -26,7 +27,7 @@ struct FollowLog : testing::Test {
   FollowLog() {
     std::ofstream("/kelo/kl-logd.toml")
         << "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
-    loader = std::make_unique<RealLoader>(KL_BIN_DIR, kService);
+    loader = std::make_unique<LoaderProcess>(kService);
   }
 
   // Two lines with the topics info and 300, "wNAME 0 ." and "wNAME 1 x.".
@@ -39,7 +40,7 @@ struct FollowLog : testing::Test {
     EXPECT_EQ(::kill(row["pid"].get<pid_t>(), SIGKILL), 0);
   }
 
-  std::unique_ptr<RealLoader> loader;
+  std::unique_ptr<LoaderProcess> loader;
 };
 
 TEST_F(FollowLog, WhatIsThereComesFirstAndThenWhatComes) {
