@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/examples/log_socket.h"
 #include "tests/examples/netif_service.h"
 #include "tests/examples/own_network.h"
+#include "tests/support/doubles/log_service.h"
 
 namespace {
 
@@ -131,17 +131,17 @@ TEST_F(WatchedNetif, OfADescriptionEverybodyIsToldButWhoGaveIt) {
 }
 
 TEST_F(WatchedNetif, LogsWhatComesChangesAndGoesAndWhoIsDescribed) {
-  LogSocket log;
+  kl::test::LogService log;
   ASSERT_TRUE(network::addLink("made", pid_));
-  EXPECT_TRUE(log.gets("made is new: down, MTU 1500, addresses: 0"));
+  EXPECT_TRUE(log.awaits("made is new: down, MTU 1500, addresses: 0"));
   ASSERT_TRUE(ip("link set made mtu 1400"));
-  EXPECT_TRUE(log.gets("made: down, MTU 1400, addresses: 0"));
+  EXPECT_TRUE(log.awaits("made: down, MTU 1400, addresses: 0"));
   ASSERT_TRUE(ip("link del made"));
-  EXPECT_TRUE(log.gets("made is gone"));
+  EXPECT_TRUE(log.awaits("made is gone"));
   EXPECT_FALSE(kl::isError(describe(1, "to itself")));
-  EXPECT_TRUE(log.gets("description of lo given"));
+  EXPECT_TRUE(log.awaits("description of lo given"));
   EXPECT_FALSE(kl::isError(describe(1, "")));
-  EXPECT_TRUE(log.gets("description of lo changed"));
+  EXPECT_TRUE(log.awaits("description of lo changed"));
 }
 
 TEST_F(UndoableNetif, ADescriptionIsReportedWithWhatTakesItBack) {

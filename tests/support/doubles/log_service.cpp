@@ -1,6 +1,7 @@
 #include "tests/support/doubles/log_service.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -15,6 +16,15 @@
 #include "tests/support/hex.h"
 
 namespace kl::test {
+namespace {
+
+bool isReadable(int fd) {
+  constexpr int kPatienceMs = 20000;
+  pollfd entry{fd, POLLIN, 0};
+  return ::poll(&entry, 1, kPatienceMs) > 0;
+}
+
+}  // namespace
 
 LogService::LogService(int backlog) {
   sockaddr_un address{};
@@ -60,6 +70,17 @@ std::vector<unsigned char> LogService::receive() {
 }
 
 std::string LogService::received() { return hex(receive()); }
+
+bool LogService::awaits(const std::string& text) {
+  if (connection_ < 0 && (!isReadable(listener_) || !accept())) return false;
+  while (awaited_.find(text) == std::string::npos) {
+    if (!isReadable(connection_)) return false;
+    const std::vector<unsigned char> more = receive();
+    if (more.empty()) return false;
+    awaited_.append(more.begin(), more.end());
+  }
+  return true;
+}
 
 bool LogService::isLeft() {
   unsigned char byte = 0;

@@ -1,13 +1,13 @@
 #pragma once
-// log_service.h: the other end of the log socket, played by the test.
+// tests/support/doubles/log_service.h: the other end of the log socket, played by the test.
 
 #include <string>
 #include <vector>
 
 namespace kl::test {
 
-// Listens at the log service's socket while it lives.  Client and service are one thread, so whatever the client
-// has written is there when receive() looks.
+// Listens at the log service's socket while it lives.  A client in the test's own thread has written before receive()
+// looks; awaits() is for a client that is another process.
 class LogService {
  public:
   explicit LogService(int backlog = 4);
@@ -22,6 +22,9 @@ class LogService {
   // What has come since the last call, as bytes or in hexadecimal digits.
   std::vector<unsigned char> receive();
   std::string received();
+  // Takes a connection if there is none yet, and waits until the text has come in what it awaited since it began; false
+  // when 20 s pass without one more byte.
+  bool awaits(const std::string& text);
   // True when the client has ended the connection and nothing of it is left to read.
   bool isLeft();
   // Sends the bytes that the hexadecimal digits name.
@@ -31,6 +34,7 @@ class LogService {
  private:
   int listener_ = -1;
   int connection_ = -1;
+  std::string awaited_;
 };
 
 }  // namespace kl::test
