@@ -27,7 +27,7 @@ class DumpVerb : public testing::Test {
   RecordedChannels channels_;
 
  private:
-  const std::string path_ = "/tmp/klctl-dump-" + std::to_string(::getpid());
+  const std::string path_ = "/kelo/dump";  // nobody else sees this root
 };
 
 const std::string kMessage("M2\x05\0\0\x09\x07", 7);
