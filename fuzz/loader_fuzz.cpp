@@ -122,7 +122,7 @@ class System {
     loader::Envelope e;
     if (loader::readEnvelope(hello, e) != nullptr) return;
     std::string refusal;
-    Service* service = registration_.admit({::getpid(), user, nullptr}, e, refusal);
+    Service* service = registration_.admit({{::getpid(), user}, nullptr}, e, refusal);
     require((service == nullptr) != refusal.empty(), "a refusal says why");
     if (service == nullptr) return;
     require(!service->isConnected() && loader::isConfigurable(service->id), "an id that nobody has");

@@ -28,11 +28,11 @@ FrameReader::Outcome FrameReader::readFrom(int fd) {
 
 // The usual case: what is left of the last read is short and goes in front of the next.
 FrameReader::Outcome FrameReader::readIntoArea(int fd) {
-  const std::size_t before = kept_.size();
-  if (before > 0) std::memcpy(area_.bytes, kept_.bytes().data(), before);
-  const ssize_t got = ::read(fd, area_.bytes + before, sizeof area_.bytes - before);
+  const std::size_t keptBytes = kept_.size();
+  if (keptBytes > 0) std::memcpy(area_.bytes, kept_.bytes().data(), keptBytes);
+  const ssize_t got = ::read(fd, area_.bytes + keptBytes, sizeof area_.bytes - keptBytes);
   if (got > 0) kept_.clear();
-  rest_ = got > 0 ? std::span<const unsigned char>(area_.bytes, before + static_cast<std::size_t>(got))
+  rest_ = got > 0 ? std::span<const unsigned char>(area_.bytes, keptBytes + static_cast<std::size_t>(got))
                   : kept_.bytes();
   return outcomeOf(got);
 }

@@ -108,7 +108,7 @@ StreamSession::Next StreamSession::next(kl::message& m, const Deadline& deadline
   if (receiveBytes(courier_.socket(), bytes, {}) != Received::kWhole) throw noLoader("the loader went away");
   if (bytes.empty()) return kEnded;
   m = kl::message(bytes);
-  return kMessage;
+  return kArrived;
 }
 
 }  // namespace klctl

@@ -75,7 +75,7 @@ class Interrupt {
 //       looper.run();                               // looper.shutdown() ends the stream
 //     });
 //     kl::message m;
-//     while (stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage) show(m);
+//     while (stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived) show(m);
 //
 // Errors:    as Session: a Failure of the status kNoLoader when there is no loader, when it does not confirm the
 //            registration in time, and when it goes away.
@@ -86,7 +86,7 @@ class Interrupt {
 class StreamSession {
  public:
   enum Next {
-    kMessage,      // m is the next message
+    kArrived,      // m is the next message
     kEnded,        // the job has returned
     kInterrupted,  // the interrupt's descriptor is readable
     kLate,         // nothing came until the deadline

@@ -78,7 +78,7 @@ std::vector<kl::message::flat_message> walk(const kl::message& request, const st
   for (kl::message m;;) {
     const StreamSession::Next next = stream.next(m, std::min(limit, progress.nextLook()));
     const auto now = steady_clock::now();
-    if (next == StreamSession::kMessage) {
+    if (next == StreamSession::kArrived) {
       const Event event = eventOf(m);
       if (event.kind == EventKind::kEndless)
         throw endless(path, kl::message(event.content).get(kl::STD_GETALLID, kl::BADID));

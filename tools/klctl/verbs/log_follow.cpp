@@ -155,7 +155,7 @@ void followLog(const CommandLine& line, const Channels& channels) {
   const Interrupt interrupt;
   StreamSession stream(line.timeout, logJob(request, ticksOf(line.timeout)));
   LogReport report(line, topics, channels);
-  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;) report.take(eventOf(m));
+  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) report.take(eventOf(m));
 }
 
 }  // namespace klctl

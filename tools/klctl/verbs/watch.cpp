@@ -125,7 +125,7 @@ void watchTable(const CommandLine& line, const Channels& channels) {
   const Interrupt interrupt;
   StreamSession stream(line.timeout, watchJob(subject.request, ticksOf(line.timeout)));
   WatchReport report(line, subject, channels.isTerminal);
-  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kMessage;) {
+  for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) {
     const auto [results, remark] = report.take(eventOf(m));
     if (!results.empty()) channels.print(results);
     if (!remark.empty()) channels.remark(remark);

@@ -62,8 +62,8 @@ class RegistrationTest : public testing::Test {
   Registration registration_{table_, ids_, users_, configuration_};
   std::vector<unsigned char> body_;
   std::string refusal_;
-  const Applicant me_{::getpid(), ::geteuid(), nullptr};
-  const Applicant stranger_{::getpid(), kStranger, nullptr};
+  const Applicant me_{{::getpid(), ::geteuid()}, nullptr};
+  const Applicant stranger_{{::getpid(), kStranger}, nullptr};
 };
 
 TEST_F(RegistrationTest, WhoAsksForNoIdGetsThoseFrom0x10000On) {
@@ -135,7 +135,7 @@ TEST_F(RegistrationTest, AConfiguredIdBelongsToTheProcessThatTheLoaderStarted) {
   service.pid = 4711;
   EXPECT_EQ(admit(me_, 32u), nullptr);
   EXPECT_NE(refusal_.find("whose process runs"), std::string::npos) << refusal_;
-  const Applicant child{4711, ::geteuid(), &service};
+  const Applicant child{{4711, ::geteuid()}, &service};
   EXPECT_EQ(admit(child, 99u), nullptr);  // it may not ask for another one
   EXPECT_EQ(admit(child, 0u), &service);
   EXPECT_EQ(service.pid, 4711);
@@ -146,7 +146,7 @@ TEST_F(RegistrationTest, AProcessThatWasAskedToLeaveDoesNotRegisterAnew) {
   Service& service = configure({}, 32);
   service.pid = 4711;
   service.state = kl::SVC_STATE_LEAVING;
-  EXPECT_EQ(admit({4711, ::geteuid(), nullptr}, 32u), nullptr);
+  EXPECT_EQ(admit({{4711, ::geteuid()}, nullptr}, 32u), nullptr);
   EXPECT_EQ(refusal_, "asks for the id 32, which is leaving");
 }
 
@@ -179,7 +179,7 @@ TEST_F(RegistrationTest, ARegistrationWithoutItsValuesIsRefused) {
 
 TEST_F(RegistrationTest, TheLoadersOwnUserHasAllRightsAndOthersReadOnly) {
   EXPECT_TRUE(admit(me_, 0u)->rights.empty());
-  EXPECT_TRUE(admit({::getpid(), 0, nullptr}, 0u)->rights.empty());
+  EXPECT_TRUE(admit({{::getpid(), 0}, nullptr}, 0u)->rights.empty());
   EXPECT_EQ(admit(stranger_, 0u)->rights, loader::rightsRecords(users_.nameOf(kStranger), {false, 64}));
 }
 

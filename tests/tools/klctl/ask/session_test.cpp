@@ -318,9 +318,9 @@ TEST(StreamSession, BringsWhatTheJobGivesAndItsEnd) {
     give(kl::message());
   });
   kl::message m;
-  EXPECT_EQ(stream.next(m), StreamSession::kMessage);
+  EXPECT_EQ(stream.next(m), StreamSession::kArrived);
   EXPECT_EQ(m, numbered(1));
-  EXPECT_EQ(stream.next(m), StreamSession::kMessage);
+  EXPECT_EQ(stream.next(m), StreamSession::kArrived);
   EXPECT_EQ(m, kl::message());
   EXPECT_EQ(stream.next(m), StreamSession::kEnded);
 }
@@ -342,7 +342,7 @@ TEST(StreamSession, BringsWhatComesToAHandlerOfTheJob) {
   });
   kl::message m;
   for (unsigned int i = 1; i <= 1000; ++i) {
-    ASSERT_EQ(stream.next(m), StreamSession::kMessage);
+    ASSERT_EQ(stream.next(m), StreamSession::kArrived);
     ASSERT_EQ(m.get(kl::STD_ID, 0), i);
   }
 }
@@ -362,7 +362,7 @@ TEST(StreamSession, AJobMayFilterAndEndItsLoop) {
     looper.run();
   });
   kl::message m;
-  EXPECT_EQ(stream.next(m), StreamSession::kMessage);
+  EXPECT_EQ(stream.next(m), StreamSession::kArrived);
   EXPECT_EQ(m.get(kl::STD_ID, 0), 5u);
   EXPECT_EQ(stream.next(m), StreamSession::kEnded);
 }
@@ -395,7 +395,7 @@ TEST(StreamSession, AnInterruptIsToldAndReachesOnlyKlctl) {
     while (true) ::pause();
   });
   kl::message m;
-  EXPECT_EQ(stream.next(m, {}, interrupt.fd()), StreamSession::kMessage);
+  EXPECT_EQ(stream.next(m, {}, interrupt.fd()), StreamSession::kArrived);
   ASSERT_EQ(::raise(SIGINT), 0);
   EXPECT_EQ(stream.next(m, {}, interrupt.fd()), StreamSession::kInterrupted);
 }
