@@ -65,8 +65,9 @@ void removeStrangeMarkers(const Configuration& configuration, const std::string&
     const bool isRemoved = ::unlinkat(opened.get(), name.c_str(), how) == 0;
     const std::string outcome =
         isRemoved ? "removed" : std::string("cannot be removed: ") + std::strerror(errno);
-    log.line(folder + "/" + name + ": is of another user (" + std::to_string(marker.st_uid) + "); " +
-             outcome);
+    std::string line = folder;
+    line.append("/").append(name).append(": is of another user (").append(std::to_string(marker.st_uid));
+    log.line(line.append("); ").append(outcome));
   }
 }
 
