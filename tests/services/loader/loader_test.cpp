@@ -144,7 +144,8 @@ TEST_F(Frames, ABodyOf65535BytesIsCarried) {
 }
 
 TEST_F(Frames, ALengthOf65536BytesAndMoreIsGarbage) {
-  const std::size_t before = loader_.memory();
+  expectGarbage(bytes("00000100"), "announced a frame of more than 65535 bytes");
+  const std::size_t before = loader_.memory();  // an emulator has translated what the others run, too
   for (const char* prefix : {"00000100", "00000001", "01000001", "ffffffff"})
     expectGarbage(bytes(prefix), "announced a frame of more than 65535 bytes");
   EXPECT_LT(loader_.memory(), before + (1u << 20));
@@ -152,7 +153,8 @@ TEST_F(Frames, ALengthOf65536BytesAndMoreIsGarbage) {
 
 // The loader's own service gets nothing that is larger than what others get.
 TEST_F(Frames, AFrameOf16MiBToTheLoaderIsNotRead) {
-  const std::size_t before = loader_.memory();
+  expectGarbage(bytes("00000100"), "announced a frame of more than 65535 bytes");
+  const std::size_t before = loader_.memory();  // an emulator has translated what the frame runs through, too
   RawPeer peer = registered(600);
   Bytes frame = frameOf(request({1}, kl::CMD_GETALL, 5, {7}));
   frame.resize(16u << 20, 0);
