@@ -115,6 +115,7 @@ inline constexpr unsigned int PATH_SELF = 0xff0003;   // this process
 inline constexpr unsigned int RIGHT_READ = 64;
 inline constexpr unsigned int RIGHT_CHANGE = 128;
 inline constexpr unsigned int RIGHT_CONTROL = 512;           // CMD_START, CMD_POLL, CMD_CANCEL
+inline constexpr unsigned int RIGHT_CONTENTS = 1024;         // undo records and log lines of other users
 inline constexpr unsigned int RIGHT_OF_NOBODY = 0x80000000;  // only requests without SYS_POLICY have it
 inline constexpr unsigned int RIGHTS_ALL = 0xffffffff;       // of a request without SYS_POLICY
 

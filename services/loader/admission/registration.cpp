@@ -119,6 +119,7 @@ unsigned int Registration::pickId() {
 void Registration::fill(Service& service, const Applicant& who) {
   if (!isProcessOf(who, service)) ++service.starts;
   service.pid = who.pid;
+  service.uid = who.uid;
   service.user = users_.nameOf(who.uid);
   service.leaveValue = 0;  // a new process has yet to declare that it may leave
   service.wantsToLeave = false;

@@ -21,13 +21,14 @@ namespace {
 using common::Section;
 
 constexpr char kRightsExpected[] =
-    "\"all\", \"read\", \"change\", \"control\", a list of these, or a number of policy bits";
+    "\"all\", \"read\", \"change\", \"control\", \"contents\", a list of these, or a number of policy bits";
 
 bool addRight(const std::string& word, Rights& rights) {
   if (word == "all") rights.all = true;
   else if (word == "read") rights.bits |= kl::RIGHT_READ;
   else if (word == "change") rights.bits |= kl::RIGHT_CHANGE;
   else if (word == "control") rights.bits |= kl::RIGHT_CONTROL;
+  else if (word == "contents") rights.bits |= kl::RIGHT_CONTENTS;
   else return false;
   return true;
 }

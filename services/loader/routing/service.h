@@ -37,7 +37,8 @@ struct Service {
   std::string name;
   bool isConfigured = false;  // else it has only connected
   pid_t pid = 0;              // 0 while no process is known
-  std::string user;
+  uid_t uid = 0;
+  std::string user;      // its name
   RightsRecords rights;  // empty when it has all rights
   unsigned int starts = 0;
 

@@ -27,8 +27,10 @@ std::string dateText(unsigned long long seconds) {
 
 // The words that the loader's configuration has for rights; bits without a word as a number.
 std::string rightsText(unsigned int bits) {
-  static const std::map<unsigned int, std::string> words = {
-      {kl::RIGHT_READ, "read"}, {kl::RIGHT_CHANGE, "change"}, {kl::RIGHT_CONTROL, "control"}};
+  static const std::map<unsigned int, std::string> words = {{kl::RIGHT_READ, "read"},
+                                                            {kl::RIGHT_CHANGE, "change"},
+                                                            {kl::RIGHT_CONTROL, "control"},
+                                                            {kl::RIGHT_CONTENTS, "contents"}};
   std::string text;
   for (const auto& [bit, word] : words) {
     if ((bits & bit) == 0) continue;

@@ -132,7 +132,8 @@ TEST(Configuration, MistakesNameFileLineAndWhatWasExpected) {
       mistakesInService("user = \"no such user\"\n"),
       "test.toml:4: [service] user: expected the name of a user of this system, found \"no such user\"");
   EXPECT_EQ(mistakesInService("rights = \"some\"\n"),
-            "test.toml:4: [service] rights: expected \"all\", \"read\", \"change\", \"control\", a list of "
+            "test.toml:4: [service] rights: expected \"all\", \"read\", \"change\", \"control\", "
+            "\"contents\", a list of "
             "these, or a "
             "number of policy bits, found \"some\"");
   EXPECT_EQ(mistakesInService("environment = { A = 1 }\n"),
