@@ -2,25 +2,44 @@
 
 #include "routing/envelope.h"
 
+#include <array>
+
 namespace loader {
 namespace {
 
 constexpr unsigned int kNameSpaceMask = 0x00ff0000;
 constexpr unsigned int kSystemNameSpace = 0x00ff0000;
+constexpr unsigned int kSystemNumbers = 64;  // those from here on are beyond every system field
+
+constexpr unsigned int kSystemFields[] = {
+    kl::SYS_TO,     kl::SYS_FROM, kl::SYS_TYPE,     kl::SYS_STATUS,    kl::SYS_REPLYEXP,
+    kl::SYS_REQID,  kl::SYS_CMD,  kl::SYS_ERRNO,    kl::SYS_ERRSTR,    kl::SYS_USER,
+    kl::SYS_POLICY, kl::SYS_CTRL, kl::SYS_CTRL_ARG, kl::SYS_NOTIFYCMD, kl::SYS_NOTIFYPATH};
+
+constexpr std::array<unsigned int, kSystemNumbers> byNumber() {
+  std::array<unsigned int, kSystemNumbers> ids{};
+  for (const unsigned int id : kSystemFields) ids[id & 0xffff] = id;
+  return ids;
+}
+
+// The system fields by their numbers.  0 stands for a number without a name, and for SYS_RADDR, whose type is open.
+constexpr std::array<unsigned int, kSystemNumbers> kSystemIds = byNumber();
 
 // Notes which system fields a frame has.  A second one with the same number could be read differently here and at
-// the receiver, so it is never carried.
+// the receiver, so it is never carried; nor is one of another type, which would be the first of two as soon as a
+// receiver adds the field itself and sends the message on.
 class SeenSystemFields {
  public:
-  // False when the field was there before.
-  bool add(unsigned int id) {
-    if ((id & kNameSpaceMask) != kSystemNameSpace) return true;
+  // What is wrong with the field; null when it may be carried.
+  const char* add(unsigned int id) {
+    if ((id & kNameSpaceMask) != kSystemNameSpace) return nullptr;
     const unsigned int number = id & 0xffff;
-    if (number >= 64) return true;  // beyond every system field
+    if (number >= kSystemNumbers) return nullptr;
+    if (kSystemIds[number] != 0 && kSystemIds[number] != id) return "sent a system field of another type";
     const unsigned long long bit = 1ULL << number;
-    const bool fresh = (seen_ & bit) == 0;
+    const bool isSecond = (seen_ & bit) != 0;
     seen_ |= bit;
-    return fresh;
+    return isSecond ? "sent a system field twice" : nullptr;
   }
 
  private:
@@ -70,7 +89,7 @@ const char* readEnvelope(std::span<const unsigned char> body, Envelope& envelope
   SeenSystemFields seen;
   kl::RecordWalk walk(body);
   for (kl::Record record; walk.next(record);) {
-    if (!seen.add(record.id())) return "sent a system field twice";
+    if (const char* fault = seen.add(record.id())) return fault;
     note(record, envelope);
   }
   if (!walk.ok()) return "sent bytes that are no message";

@@ -180,6 +180,12 @@ TEST_F(Frames, ASystemFieldThatStandsTwiceIsGarbage) {
                 "sent a system field twice");
 }
 
+TEST_F(Frames, ASystemFieldOfAnotherTypeIsGarbage) {
+  kl::message m = notification({500});
+  m.insert_u32(0x08ff000a, 7);  // the number of SYS_USER
+  expectGarbage(m, "sent a system field of another type");
+}
+
 TEST_F(Frames, AMessageWithoutAPathIsGarbage) {
   expectGarbage(kl::errorMsg(kl::ERROR_FAILED, ""), "sent a message without a path");
 }

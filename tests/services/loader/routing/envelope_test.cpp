@@ -128,6 +128,40 @@ TEST(Envelope, ASystemFieldMayStandOnlyOnce) {
   EXPECT_EQ(faultOf(std::string("4d32 05000009 07 05000009 08") + kTo), "");  // others may
 }
 
+TEST(Envelope, ASystemFieldHasTheTypeThatBelongsToItsNumber) {
+  const char* const message = "4d32 0100ff88 0100 18000000";
+  const std::string fault = "sent a system field of another type";
+  for (const char* record : {"0200ff08 07000000",          // SYS_FROM as a number
+                             "0300ff20 0000",              // SYS_TYPE as a text
+                             "0400ff00",                   // SYS_STATUS as a truth
+                             "0500ff08 01000000",          // SYS_REPLYEXP as a number
+                             "0600ff10 0000000000000000",  // SYS_REQID as a long number
+                             "0700ff88 0000",              // SYS_CMD as a list
+                             "0800ff30 0000",              // SYS_ERRNO as raw bytes
+                             "0900ff28 0000",              // SYS_ERRSTR as a message
+                             "0a00ff08 07000000",          // SYS_USER as a number
+                             "0b00ff00",                   // SYS_POLICY as a truth
+                             "0d00ff20 0000",              // SYS_CTRL as a text
+                             "0f00ff10 0000000000000000",  // SYS_CTRL_ARG as a long number
+                             "1100ff88 0000",              // SYS_NOTIFYCMD as a list
+                             "1200ff08 07000000"})         // SYS_NOTIFYPATH as a number
+    EXPECT_EQ(faultOf(std::string(message) + record), fault) << record;
+  EXPECT_EQ(faultOf("4d32 0100ff08 18000000"), fault);                // SYS_TO as a number
+  EXPECT_EQ(faultOf(std::string(message) + "0a00ff09 07"), fault);    // in its short form, too
+  EXPECT_EQ(faultOf(std::string(message) + "0a00ff24 0000"), fault);  // with a bit that no type has
+  EXPECT_EQ(faultOf(std::string(message) + "0a00ff20 0000 0a00ff09 07"), fault);
+}
+
+TEST(Envelope, NumbersWithoutANameAndTheFieldWithAnOpenTypeHaveAnyType) {
+  const char* const message = "4d32 0100ff88 0100 18000000";
+  for (const char* number : {"0c", "0e", "10", "13", "3f", "40"})
+    for (const char* value : {"00ff00", "00ff09 07", "00ff20 0000", "00ff88 0000", "00ff30 0000"})
+      EXPECT_EQ(faultOf(std::string(message) + number + value), "") << number << value;
+  EXPECT_EQ(faultOf(std::string(message) + "0a00fe09 07"),
+            "");  // the number of SYS_USER in another name space
+  EXPECT_EQ(faultOf(std::string(message) + "0a010009 07"), "");
+}
+
 TEST(Envelope, APathMayNotBeginWithPathSelf) {
   EXPECT_EQ(faultOf(pathOf(2, kl::PATH_SELF)), "sent a path that begins with PATH_SELF");
 }

@@ -344,11 +344,17 @@ class RandomFrames {
     for (unsigned int i = 0; i < size; ++i) add(frame, below(2) == 0 ? hops[below(8)] : 1 + below(2));
   }
 
-  // Any system field, also with the type of another.
+  // Any system field, sometimes with the type of another.
   void addRecord(std::vector<unsigned char>& frame) {
     const Ids types{0x08000000, 0x20000000, 0x00000000, 0x88000000};
-    const unsigned int type = types[below(4)];
-    add(frame, type | 0x01000000 * (type < 0x80000000 ? 1U : 0U) | 0xff0000 | (1 + below(18)));
+    const Ids numbersOfType[] = {{3, 4, 6, 7, 8, 11, 13, 15, 17}, {9, 10}, {5, 12, 14, 16}, {2, 14, 18}};
+    const unsigned int choice = below(4);
+    const unsigned int type = types[choice];
+    const Ids& numbers = numbersOfType[choice];
+    const bool isTyped = below(8) != 0;
+    const unsigned int number =
+        isTyped ? numbers[below(static_cast<unsigned int>(numbers.size()))] : 1 + below(18);
+    add(frame, type | 0x01000000 * (type < 0x80000000 ? 1U : 0U) | 0xff0000 | number);
     if (type == 0x08000000) add(frame, 1 + below(2), 1);
     if (type == 0x20000000) add(frame, 0x6101, 2);  // "a"
     if (type == 0x88000000) add(frame, 1, 2), add(frame, below(3));
