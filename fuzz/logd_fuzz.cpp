@@ -27,16 +27,6 @@ struct Record {
   friend bool operator==(const Record&, const Record&) = default;
 };
 
-struct Records final : logd::RecordHost {
-  std::vector<Record> all;
-  void onRegistration(unsigned int source, logd::Topics topics) override {
-    all.push_back({source, true, std::move(topics), {}});
-  }
-  void onText(unsigned int source, std::string_view text) override {
-    all.push_back({source, false, {}, std::string(text)});
-  }
-};
-
 unsigned int u16(const Bytes& stream, std::size_t at) { return stream[at] * 256u + stream[at + 1]; }
 
 // False at the first record that is none.
@@ -64,15 +54,16 @@ bool readPlainly(const Bytes& stream, std::vector<Record>& all) {
 
 bool readInPieces(const Bytes& stream, const Bytes& sizes, std::vector<Record>& all) {
   logd::RecordReader reader;
-  Records records;
   bool isWell = true;
   for (std::size_t at = 0, i = 0; at < stream.size() && isWell; ++i) {
     const std::size_t wanted = sizes.empty() ? stream.size() : 1 + std::size_t{sizes[i % sizes.size()]};
     const std::size_t count = std::min(wanted, stream.size() - at);
-    isWell = reader.take({stream.data() + at, count}, records) == nullptr;
+    reader.add({stream.data() + at, count});
+    for (logd::Record r; reader.next(r);)
+      all.push_back({r.source, r.isRegistration, r.topics, std::string(r.text)});
+    isWell = reader.fault() == nullptr;
     at += count;
   }
-  all = std::move(records.all);
   return isWell;
 }
 
@@ -87,7 +78,7 @@ class Loop : public kl::ThinRunner {
 };
 
 // A client whose process has written everything and ended.
-class OneClient final : logd::ClientHost {
+class OneClient final {
  public:
   explicit OneClient(const Bytes& stream) {
     int ends[2];
@@ -95,9 +86,9 @@ class OneClient final : logd::ClientHost {
     require(
         ::send(ends[1], stream.data(), stream.size(), MSG_DONTWAIT) == static_cast<ssize_t>(stream.size()),
         "a socket that takes everything");
-    logd::ClientHost& host = *this;
-    client_ = std::make_unique<logd::Client>(loop_, host, book_, tally_, common::Descriptor(ends[0]),
-                                             logd::Standing{kAbout, account_, true});
+    client_ = std::make_unique<logd::Client>(loop_, book_, tally_, common::Descriptor(ends[0]),
+                                             logd::Standing{kAbout, account_, true},
+                                             [this](logd::Client&) { client_.reset(); });
     ::close(ends[1]);
     for (int i = 0; i < 100 && client_; ++i) loop_.pass();
     require(client_ == nullptr, "a process that has ended is let go");
@@ -116,8 +107,6 @@ class OneClient final : logd::ClientHost {
  private:
   inline static const logd::Limits kNoLimits{.linesPerSecond = 0, .bytesPerSecond = 0};
   inline static const logd::Origin kAbout{"p", 812, 0, {}, 0};
-
-  void onEnd(logd::Client&) override { client_.reset(); }
 
   Loop loop_;
   logd::LogBook book_{logd::BookRules()};

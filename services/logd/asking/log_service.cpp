@@ -42,9 +42,9 @@ LogService::LogService(const Limits& limits, LogBook& book, const Listener& list
     : kl::Looper(kAny, kl::SERVICE_LOG, common::versionWord()),
       book_(book),
       clients_(*this, book, listener, limits, loader),
-      rules_(book, *this) {
+      rules_(book, [this] { clients_.applyMutes(); }) {
   addHandler(kl::LOG_RULES, &rules_);
-  book_.setReader(this);
+  book_.setOnNews([this] { onNews(); });
   addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
   addSighandler(SIGHUP, this, kl::bind<LogService, &LogService::onHangup>(), true);
   addSighandler(SIGTERM, this, kl::bind<LogService, &LogService::onEndSignal>(), true);
@@ -55,7 +55,7 @@ LogService::LogService(const Limits& limits, LogBook& book, const Listener& list
 
 LogService::~LogService() {
   theService = nullptr;
-  book_.setReader(nullptr);
+  book_.setOnNews({});
 }
 
 void LogService::handleCmd(const kl::message& request, unsigned int command) {
@@ -98,8 +98,6 @@ void LogService::onNews() {
   tellsSoon_ = true;
   addTimer(this, kl::bind<LogService, &LogService::tellFollowers>(), kTellTicks);
 }
-
-void LogService::onMutesChanged() { clients_.applyMutes(); }
 
 void LogService::tellFollowers() {
   tellsSoon_ = false;

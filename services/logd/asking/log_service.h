@@ -15,7 +15,7 @@ namespace logd {
 // Threads:   belongs to one thread.
 // Cost:      followers are sent new lines together, every 50 ms at most, in at most 32 messages for each filter;
 //            lines beyond that are left out and counted.
-class LogService : public kl::Looper, private LineReader, private RuleHost {
+class LogService : public kl::Looper {
  public:
   LogService(const Limits& limits, LogBook& book, const Listener& listener, pid_t loader = 0);
   ~LogService() override;
@@ -28,8 +28,7 @@ class LogService : public kl::Looper, private LineReader, private RuleHost {
   kl::message cmdGetCount(const kl::message& request) override;
   bool shouldNotify(const kl::message& record, const kl::message& notification) override;
 
-  void onNews() override;
-  void onMutesChanged() override;
+  void onNews();
   void tellFollowers();
   void tellGroup(const LineFilter& filter, Ring::Number lost);
   void onTick();

@@ -35,7 +35,7 @@ kl::message RuleTable::cmdSetObj(const kl::message& request, unsigned int id) {
   }
   if (!request.has(kl::LOG_MUTED)) return kl::errorMsg(kl::ERROR_MISSING, "");
   if (!book_.mutes().set(static_cast<Topic>(id), request.get(kl::LOG_MUTED, false))) return {};
-  host_.onMutesChanged();
+  onMutesChanged_();
   notifyChange(id, request);
   return {};
 }

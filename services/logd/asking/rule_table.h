@@ -1,30 +1,25 @@
 #pragma once
 // rule_table.h: the rules as a table of objects.
 
+#include <functional>
+
 #include "keeping/log_book.h"
 #include "kl/looper.h"
 
 namespace logd {
 
-// Hears that a topic is muted, or no longer.
-class RuleHost {
- public:
-  virtual void onMutesChanged() = 0;
-
- protected:
-  ~RuleHost() = default;
-};
-
 // Shows the topics and the files, and mutes topics.  Rules made here end with the process; those of the
 // configuration come back.
 //
 // Errors:    files and their objects cannot be changed: ERROR_NOTALLOWED.
-// Ownership: borrows the book and the host.
+// Ownership: borrows the book.
 // Threads:   that of the Looper.
 // Cost:      in proportion to the number of topics.
 class RuleTable : public kl::Handler {
  public:
-  RuleTable(LogBook& book, RuleHost& host) : book_(book), host_(host) {}
+  // `onMutesChanged` is called when a topic is muted, or no longer.
+  RuleTable(LogBook& book, std::function<void()> onMutesChanged)
+      : book_(book), onMutesChanged_(std::move(onMutesChanged)) {}
 
   kl::message getObject(unsigned int id) override;
 
@@ -39,7 +34,7 @@ class RuleTable : public kl::Handler {
   kl::message fileObject(unsigned int id) const;
 
   LogBook& book_;
-  RuleHost& host_;
+  std::function<void()> onMutesChanged_;
 };
 
 }  // namespace logd

@@ -56,16 +56,16 @@ Origin originAt(int fd) {
   return origin;
 }
 
-Client::Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally,
-               common::Descriptor socket, Standing standing)
+Client::Client(kl::ThinRunner& runner, LogBook& book, Tally& tally, common::Descriptor socket,
+               Standing standing, OnEnd onEnd)
     : runner_(runner),
-      host_(host),
       book_(book),
       tally_(tally),
       socket_(std::move(socket)),
       about_(std::move(standing.about)),
       account_(std::move(standing.account)),
-      isLoader_(standing.isLoader) {
+      isLoader_(standing.isLoader),
+      onEnd_(std::move(onEnd)) {
   runner_.addSocket(socket_.get(), this, kl::bind<Client, &Client::onEvent>(), POLLIN);
 }
 
@@ -75,15 +75,14 @@ void Client::applyMutes() {
 }
 
 void Client::drain() {
-  for (int i = 0; i < kMostDrainReads && fault_.empty() && readOnce(); ++i) {
+  for (int i = 0; i < kMostDrainReads && fault_ == nullptr && readOnce(); ++i) {
   }
   account_->reportDrops(book_, steadyTime());
 }
 
 void Client::onEvent(int, unsigned int) {
   const bool goesOn = readOnce();
-  if (!fault_.empty()) return end(fault_);
-  if (!goesOn && errno != EAGAIN && errno != EINTR) end("");
+  if (fault_ != nullptr || (!goesOn && errno != EAGAIN && errno != EINTR)) end();
 }
 
 // False when nothing was read; errno has the reason, 0 at the end.
@@ -98,38 +97,39 @@ bool Client::readOnce() {
 void Client::take(std::span<const unsigned char> bytes) {
   now_ = steadyTime();
   received_ = timeOfDay();
-  if (const char* fault = reader_.take(bytes, *this); fault != nullptr && fault_.empty()) fault_ = fault;
+  reader_.add(bytes);
+  for (Record record; fault_ == nullptr && reader_.next(record);) fault_ = takeRecord(record);
+  if (fault_ == nullptr) fault_ = reader_.fault();
   book_.flush(now_);  // C3
 }
 
-void Client::onRegistration(unsigned int id, Topics topics) {
-  if (!fault_.empty()) return;
-  if (sources_.size() >= kMostSources && !sources_.contains(id)) {
-    fault_ = "a registration of too many sources";
-    return;
-  }
+const char* Client::takeRecord(const Record& record) {
+  return record.isRegistration ? addSource(record.source, record.topics)
+                               : addLine(record.source, record.text);
+}
+
+const char* Client::addSource(unsigned int id, Topics topics) {
+  if (sources_.size() >= kMostSources && !sources_.contains(id)) return "a registration of too many sources";
   topics = withoutForeign(std::move(topics));
   Source& source = sources_[id];
   source.isMuted = book_.mutes().mutes(topics);
   source.origin =
       std::make_shared<const Origin>(Origin{about_.process, about_.pid, id, std::move(topics), about_.uid});
   if (source.isMuted != source.isTold) tellMutes();
+  return nullptr;
 }
 
-void Client::onText(unsigned int id, std::string_view text) {
-  if (!fault_.empty()) return;
+const char* Client::addLine(unsigned int id, std::string_view text) {
   const auto source = sources_.find(id);
-  if (source == sources_.end()) {
-    fault_ = "a line of a source that was not registered";
-    return;
-  }
+  if (source == sources_.end()) return "a line of a source that was not registered";
   if (!account_->takeLine(now_, static_cast<unsigned int>(text.size()) + kLineHeadBytes)) {
     ++tally_.dropped;
-    return;
+    return nullptr;
   }
   account_->reportDrops(book_, now_);
   ++tally_.lines;
   book_.add({received_, source->second.origin, std::string(text)}, now_);
+  return nullptr;
 }
 
 // C4
@@ -164,14 +164,15 @@ bool Client::sendRecords(const std::vector<unsigned char>& records) {
   return n == static_cast<ssize_t>(records.size());
 }
 
-void Client::end(const std::string& fault) {
+void Client::end() {
   const Nanoseconds now = steadyTime();
   account_->reportDrops(book_, now);
-  if (reader_.pendingBytes() > 0 && fault.empty()) ++tally_.torn;
-  if (!fault.empty()) account_->remark(book_, now, "disconnected: it wrote " + fault);
+  if (fault_ != nullptr) account_->remark(book_, now, std::string("disconnected: it wrote ") + fault_);
+  else if (reader_.pendingBytes() > 0) ++tally_.torn;
   book_.flush(now);
   close();
-  host_.onEnd(*this);
+  const OnEnd onEnd = std::move(onEnd_);
+  onEnd(*this);
 }
 
 void Client::close() {

@@ -1,6 +1,7 @@
 #pragma once
 // client.h: one process that writes lines.
 
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -14,19 +15,8 @@
 
 namespace logd {
 
-class Client;
-
 // The process that a client's socket belongs to, as the kernel reports it: name, number and user.
 Origin originAt(int fd);
-
-class ClientHost {
- public:
-  // The client has ended; the host destroys it, and nothing of it is used after the call.
-  virtual void onEnd(Client& client) = 0;
-
- protected:
-  ~ClientHost() = default;
-};
 
 // The identity and the limits of a client.
 struct Standing {
@@ -50,13 +40,16 @@ struct Tally {
 // Ownership: owns the socket; borrows everything else.
 // Threads:   belongs to one thread.
 // Cost:      one read for many lines, one write for up to 42 mute records.
-class Client final : private RecordHost {
+class Client final {
  public:
   // A process has at most so many sources.
   static constexpr std::size_t kMostSources = 512;
 
-  Client(kl::ThinRunner& runner, ClientHost& host, LogBook& book, Tally& tally, common::Descriptor socket,
-         Standing standing);
+  // Called once the client has ended; it destroys the client, of which nothing is used any more.
+  using OnEnd = std::function<void(Client& client)>;
+
+  Client(kl::ThinRunner& runner, LogBook& book, Tally& tally, common::Descriptor socket, Standing standing,
+         OnEnd onEnd);
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client() { close(); }
@@ -80,25 +73,27 @@ class Client final : private RecordHost {
   void onEvent(int fd, unsigned int events);
   bool readOnce();
   void take(std::span<const unsigned char> bytes);
-  void onRegistration(unsigned int source, Topics topics) override;
-  void onText(unsigned int source, std::string_view text) override;
+  // Each gives null, or what is wrong with the record.
+  const char* takeRecord(const Record& record);
+  const char* addSource(unsigned int source, Topics topics);
+  const char* addLine(unsigned int source, std::string_view text);
   Topics withoutForeign(Topics topics);
   void tellMutes();
   bool sendRecords(const std::vector<unsigned char>& records);
-  void end(const std::string& fault);
+  void end();
   void close();
 
   kl::ThinRunner& runner_;
-  ClientHost& host_;
   LogBook& book_;
   Tally& tally_;
   common::Descriptor socket_;
   Origin about_;  // the process
   std::shared_ptr<ProcessAccount> account_;
   bool isLoader_;
+  OnEnd onEnd_;
   RecordReader reader_;
   std::map<unsigned int, Source> sources_;
-  std::string fault_;  // why it is to be disconnected
+  const char* fault_ = nullptr;  // why it is to be disconnected; null: it is not
   kl::TimerPtr retry_;
   Nanoseconds now_ = 0;  // of the read in hand
   Nanoseconds received_ = 0;

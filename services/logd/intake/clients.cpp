@@ -67,10 +67,10 @@ void Clients::take(common::Descriptor socket, const Origin& about) {
   const int fd = socket.get();
   const auto account = accounts_.processOf(about);
   ++account->user().clients;  // P1
-  ClientHost& host = *this;
   const bool isLoader = loader_ != 0 && about.pid == loader_;
-  clients_[fd] = std::make_unique<Client>(runner_, host, book_, tally_, std::move(socket),
-                                          Standing{about, account, isLoader});
+  clients_[fd] =
+      std::make_unique<Client>(runner_, book_, tally_, std::move(socket), Standing{about, account, isLoader},
+                               [this](Client& client) { remove(client); });
 }
 
 void Clients::refuse(UserAccount& user, const Origin& about) {
@@ -94,7 +94,7 @@ void Clients::setListening(bool listens) {
 }
 
 // A client that has ended leaves a descriptor free.
-void Clients::onEnd(Client& client) {
+void Clients::remove(Client& client) {
   for (auto entry = clients_.begin(); entry != clients_.end(); ++entry) {
     if (entry->second.get() != &client) continue;
     --accounts_.userOf(client.uid())->clients;  // P1

@@ -17,7 +17,7 @@ namespace logd {
 // Ownership: owns the clients; borrows everything else.
 // Threads:   belongs to one thread.
 // Cost:      three system calls for each process that comes.
-class Clients final : private ClientHost {
+class Clients final {
  public:
   // `loader` is the process of the loader, 0 when it is not known.
   Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener, const Limits& limits,
@@ -43,7 +43,7 @@ class Clients final : private ClientHost {
   void refuse(UserAccount& user, const Origin& about);
   void rest(int reason);
   void setListening(bool listens);
-  void onEnd(Client& client) override;
+  void remove(Client& client);
 
   kl::ThinRunner& runner_;
   LogBook& book_;

@@ -15,6 +15,8 @@
 
 #include "intake/record_reader.h"
 
+#include <utility>
+
 namespace logd {
 namespace {
 
@@ -26,43 +28,48 @@ constexpr std::size_t kKeptCapacity = 4096;
 
 unsigned int u16(Bytes bytes, std::size_t at) { return bytes[at] * 256u + bytes[at + 1]; }
 
-const char* takeRegistration(Bytes record, RecordHost& host) {
-  if (record.size() < kRegistrationHead) return "a control record that is too short";
-  if (u16(record, 4) != 0) return "a control record of an unknown kind";
-  if (record.size() % 2 != 0) return "a registration of odd length";
-  const unsigned int source = u16(record, 6);
-  if (source == 0) return "a registration of source 0";
-  Topics topics;
-  for (std::size_t at = kRegistrationHead; at < record.size(); at += 2)
-    topics.push_back(static_cast<Topic>(u16(record, at)));
-  if (topics.size() > RecordReader::kMostTopics) return "a registration with too many topics";
-  host.onRegistration(source, std::move(topics));
-  return nullptr;
+// Null, or what is wrong with the record.
+const char* readRegistration(Bytes bytes, Record& record) {
+  if (bytes.size() < kRegistrationHead) return "a control record that is too short";
+  if (u16(bytes, 4) != 0) return "a control record of an unknown kind";
+  if (bytes.size() % 2 != 0) return "a registration of odd length";
+  record.source = u16(bytes, 6);
+  if (record.source == 0) return "a registration of source 0";
+  for (std::size_t at = kRegistrationHead; at < bytes.size(); at += 2)
+    record.topics.push_back(static_cast<Topic>(u16(bytes, at)));
+  return record.topics.size() > RecordReader::kMostTopics ? "a registration with too many topics" : nullptr;
 }
 
-const char* takeRecord(Bytes record, RecordHost& host) {
-  const unsigned int source = u16(record, 2);
-  if (source == 0) return takeRegistration(record, host);
-  const Bytes text = record.subspan(kLineHead);
-  host.onText(source, {reinterpret_cast<const char*>(text.data()), text.size()});
+// The same.
+const char* readRecord(Bytes bytes, Record& record) {
+  record = {u16(bytes, 2), u16(bytes, 2) == 0, {}, {}};
+  if (record.isRegistration) return readRegistration(bytes, record);
+  const Bytes text = bytes.subspan(kLineHead);
+  record.text = {reinterpret_cast<const char*>(text.data()), text.size()};
   return nullptr;
 }
 
 }  // namespace
 
-const char* RecordReader::take(Bytes bytes, RecordHost& host) {
-  pending_.insert(pending_.end(), bytes.begin(), bytes.end());
-  Bytes rest = pending_;
-  while (rest.size() >= 2) {
-    const std::size_t length = u16(rest, 0);
-    if (length < kLineHead) return "a record with a bad length";
-    if (rest.size() < length) break;
-    if (const char* fault = takeRecord(rest.first(length), host); fault != nullptr) return fault;
-    rest = rest.subspan(length);
-  }
-  pending_.erase(pending_.begin(), pending_.end() - static_cast<std::ptrdiff_t>(rest.size()));
+void RecordReader::add(Bytes bytes) { pending_.insert(pending_.end(), bytes.begin(), bytes.end()); }
+
+bool RecordReader::next(Record& record) {
+  const Bytes rest = Bytes(pending_).subspan(taken_);
+  if (fault_ != nullptr || rest.size() < 2) return stop(fault_);
+  const std::size_t length = u16(rest, 0);
+  if (length < kLineHead) return stop("a record with a bad length");
+  if (rest.size() < length) return stop(nullptr);
+  if (const char* fault = readRecord(rest.first(length), record); fault != nullptr) return stop(fault);
+  taken_ += length;
+  return true;
+}
+
+// There is no whole record any more: only what has begun is kept.
+bool RecordReader::stop(const char* fault) {
+  fault_ = fault;
+  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(std::exchange(taken_, 0)));
   if (pending_.empty() && pending_.capacity() > kKeptCapacity) pending_.shrink_to_fit();
-  return nullptr;
+  return false;
 }
 
 }  // namespace logd

@@ -9,20 +9,22 @@
 
 namespace logd {
 
-// Takes the records of one client.
-class RecordHost {
- public:
-  virtual void onRegistration(unsigned int source, Topics topics) = 0;
-  virtual void onText(unsigned int source, std::string_view text) = 0;
-
- protected:
-  ~RecordHost() = default;
+// One record of a client: a registration of a source, or a line of one.
+struct Record {
+  unsigned int source = 0;
+  bool isRegistration = false;
+  Topics topics;          // of a registration
+  std::string_view text;  // of a line; borrowed from the reader until its next call
 };
 
 // Puts records together from what each read brings.
 //
-// Errors:    take() gives the reason why the bytes cannot be a client's; nothing more is to be fed to the reader then.
-// Ownership: keeps a record that has begun; texts given to the host are borrowed for the call.
+//     reader.add(bytes);
+//     for (Record record; reader.next(record);) use(record);
+//     if (reader.fault() != nullptr) ...          // no client of ours: disconnect it
+//
+// Errors:    fault() is the reason why the bytes cannot be a client's; no record comes any more then.
+// Ownership: keeps a record that has begun.
 // Threads:   belongs to one thread.
 // Cost:      one copy of what is read; at most one record, 64 KiB, is kept.
 class RecordReader {
@@ -30,14 +32,22 @@ class RecordReader {
   // A source has at most so many topics.
   static constexpr std::size_t kMostTopics = 64;
 
-  // Hands every whole record to the host.  Null, or what is wrong with the bytes.
-  const char* take(std::span<const unsigned char> bytes, RecordHost& host);
+  // Takes what a read brought.
+  void add(std::span<const unsigned char> bytes);
+  // The next whole record; false where there is none.
+  bool next(Record& record);
+  // What is wrong with the bytes; null: nothing so far.
+  const char* fault() const { return fault_; }
 
-  // Bytes of a record that is not whole yet.
-  std::size_t pendingBytes() const { return pending_.size(); }
+  // Bytes that are in no record yet.
+  std::size_t pendingBytes() const { return pending_.size() - taken_; }
 
  private:
+  bool stop(const char* fault);
+
   std::vector<unsigned char> pending_;
+  std::size_t taken_ = 0;  // bytes of pending_ that were given out as records
+  const char* fault_ = nullptr;
 };
 
 }  // namespace logd

@@ -45,8 +45,8 @@ Nanoseconds steadyTime() { return nanoseconds<std::chrono::steady_clock>(); }
 
 LogBook::LogBook(const BookRules& rules) : ring_(rules.memory), names_(rules.names), syslog_(rules.syslog) {
   for (const Topic topic : rules.muted) (void)mutes_.set(topic, true);
-  FileHost& host = *this;
-  for (const FileRule& rule : rules.files) files_.emplace_back(rule, host);
+  const auto report = [this](const std::string& sentence) { say(kl::TOPIC_ERROR, sentence); };  // B1
+  for (const FileRule& rule : rules.files) files_.emplace_back(rule, report);
 }
 
 void LogBook::add(Line line, Nanoseconds now) {
@@ -82,12 +82,10 @@ void LogBook::reopen(Nanoseconds now) {
   flush(now);
 }
 
-void LogBook::onFileNews(const std::string& sentence) { say(kl::TOPIC_ERROR, sentence); }  // B1
-
 void LogBook::keep(Line line, Nanoseconds now) {
   addToFiles(line, now);
   ring_.add(std::move(line));
-  if (reader_ != nullptr) reader_->onNews();
+  if (onNews_) onNews_();
 }
 
 void LogBook::flushFiles(Nanoseconds now) {

@@ -1,6 +1,7 @@
 #pragma once
 // log_book.h: where every line goes.
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -23,26 +24,17 @@ struct BookRules {
   std::vector<FileRule> files;
 };
 
-// Hears that there are lines that it has not seen.
-class LineReader {
- public:
-  virtual void onNews() = 0;
-
- protected:
-  ~LineReader() = default;
-};
-
-// Takes lines: into memory, into the files whose rules they fit, to the machine's own log, and to the reader.  A
-// remark of the log service itself becomes a line like any other, and never comes through a socket.
+// Takes lines: into memory, into the files whose rules they fit, to the machine's own log.  A remark of the
+// log service itself becomes a line like any other, and never comes through a socket.
 //
 //     book.add(line, now);  book.add(other, now);
 //     book.flush(now);                     // both are in their files now
 //
 // Errors:    the files' own; nothing here stops the others.
-// Ownership: owns lines and files; a reader is borrowed.
+// Ownership: owns lines and files.
 // Threads:   belongs to one thread.
 // Cost:      add formats a line once, when a file wants it; flush writes once for each file.
-class LogBook final : private FileHost {
+class LogBook final {
  public:
   explicit LogBook(const BookRules& rules);
   LogBook(const LogBook&) = delete;
@@ -58,7 +50,8 @@ class LogBook final : private FileHost {
   void tick(Nanoseconds now);    // a second has passed
   void reopen(Nanoseconds now);  // files were moved away
 
-  void setReader(LineReader* reader) { reader_ = reader; }
+  // Called for each line that has come into memory.
+  void setOnNews(std::function<void()> onNews) { onNews_ = std::move(onNews); }
 
   const Ring& ring() const { return ring_; }
   const TopicNames& names() const { return names_; }
@@ -67,7 +60,6 @@ class LogBook final : private FileHost {
   const MuteRules& mutes() const { return mutes_; }
 
  private:
-  void onFileNews(const std::string& sentence) override;
   void keep(Line line, Nanoseconds now);
   void flushFiles(Nanoseconds now);
   void addToFiles(const Line& line, Nanoseconds now);
@@ -77,7 +69,7 @@ class LogBook final : private FileHost {
   MuteRules mutes_;
   std::list<LogFile> files_;
   SyslogExport syslog_;
-  LineReader* reader_ = nullptr;
+  std::function<void()> onNews_;
   std::vector<Line> words_;  // of the log service, until the next flush
 };
 

@@ -160,15 +160,14 @@ std::string LogFile::pathOf(unsigned int age) const {
 void LogFile::stop(const std::string& reason, Nanoseconds now) {
   nextTry_ = now + kRetryAfter;
   file_.close();
-  if (failure_.empty())
-    host_.onFileNews(rule_.path + ": " + reason + ": lines are not written until they can be");
+  if (failure_.empty()) report_(rule_.path + ": " + reason + ": lines are not written until they can be");
   failure_ = reason;
 }
 
 void LogFile::goOn() {
   if (failure_.empty()) return;
   failure_.clear();
-  host_.onFileNews(rule_.path + ": lines are written again, " + std::to_string(lostSinceStop_) + " were not");
+  report_(rule_.path + ": lines are written again, " + std::to_string(lostSinceStop_) + " were not");
   lostSinceStop_ = 0;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // log_file.h: one file of lines, with those that it replaced.
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,25 +22,19 @@ struct FileRule {
   bool takes(const Topics& of) const { return topics.empty() || haveOneInCommon(topics, of); }
 };
 
-// Hears what an operator should know of a file.
-class FileHost {
- public:
-  virtual void onFileNews(const std::string& sentence) = 0;
-
- protected:
-  ~FileHost() = default;
-};
-
 // Writes lines to a file and replaces it when it is full.
 //
-// Errors:    when a file cannot be written, one sentence goes to the host, lines are counted and not written, and
+// Errors:    when a file cannot be written, one sentence is reported, lines are counted and not written, and
 //            it is tried again every second; another sentence says that it works again.
-// Ownership: owns the descriptor; borrows the host.
+// Ownership: owns the descriptor.
 // Threads:   belongs to one thread.
 // Cost:      one write for everything that was added since the last flush.
 class LogFile {
  public:
-  LogFile(FileRule rule, FileHost& host) : rule_(std::move(rule)), host_(host) {}
+  // Gets each sentence that an operator should read.
+  using Report = std::function<void(const std::string& sentence)>;
+
+  LogFile(FileRule rule, Report report) : rule_(std::move(rule)), report_(std::move(report)) {}
 
   const FileRule& rule() const { return rule_; }
 
@@ -68,7 +63,7 @@ class LogFile {
   void syncNow();
 
   FileRule rule_;
-  FileHost& host_;
+  Report report_;
   common::Descriptor file_;
   bool isRegular_ = true;
   unsigned long long size_ = 0;

@@ -8,7 +8,7 @@
 namespace logd::test {
 namespace {
 
-struct RuleTableTest : testing::Test, RuleHost {
+struct RuleTableTest : testing::Test {
   static BookRules configured() {
     BookRules c;
     common::Mistakes mistakes;
@@ -16,8 +16,6 @@ struct RuleTableTest : testing::Test, RuleHost {
     c.files.push_back({"/dev/full", {4}, 2048, 3, kl::LOG_SYNC_LINE});
     return c;
   }
-
-  void onMutesChanged() override { ++changes; }
 
   static unsigned int errorOf(const kl::message& m) {
     unsigned int code = kl::ERROR_OK;
@@ -39,7 +37,7 @@ struct RuleTableTest : testing::Test, RuleHost {
   }
 
   LogBook book{configured()};
-  RuleTable rules{book, *this};
+  RuleTable rules{book, [this] { ++changes; }};
   kl::Handler& table = rules;
   int changes = 0;
 };

@@ -23,7 +23,7 @@ class Loop : public kl::ThinRunner {
 };
 
 // A client whose process is the test.
-struct ClientTest : testing::Test, ClientHost {
+struct ClientTest : testing::Test {
   ClientTest() { connect(Limits{.linesPerSecond = 0, .bytesPerSecond = 0}); }
 
   void connect(const Limits& limits, bool isLoader = false) {
@@ -38,14 +38,12 @@ struct ClientTest : testing::Test, ClientHost {
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     process = common::Descriptor(ends[1]);
     hasEnded = false;
-    ClientHost& host = *this;
-    client = std::make_unique<Client>(loop, host, book, tally, common::Descriptor(ends[0]),
-                                      Standing{{"netif", 812, 0, {}, 1000}, account, isLoader});
-  }
-
-  void onEnd(Client&) override {
-    hasEnded = true;
-    client.reset();
+    client =
+        std::make_unique<Client>(loop, book, tally, common::Descriptor(ends[0]),
+                                 Standing{{"netif", 812, 0, {}, 1000}, account, isLoader}, [this](Client&) {
+                                   hasEnded = true;
+                                   client.reset();
+                                 });
   }
 
   void write(const Bytes& bytes) {

@@ -9,15 +9,23 @@
 namespace logd::test {
 namespace {
 
-struct Noted final : RecordHost {
-  void onRegistration(unsigned int source, Topics topics) override {
-    std::string word = "register" + std::to_string(source);
-    for (const Topic topic : topics) word += "," + std::to_string(topic);
-    journal.note(word);
+// A reader and the records that have come out of it, one word each.
+struct Reading {
+  // Null, or what is wrong with the bytes.
+  const char* take(std::span<const unsigned char> bytes) {
+    reader.add(bytes);
+    for (Record record; reader.next(record);) journal.note(wordOf(record));
+    return reader.fault();
   }
-  void onText(unsigned int source, std::string_view text) override {
-    journal.note(std::to_string(source) + ":" + std::string(text));
+
+  static std::string wordOf(const Record& record) {
+    if (!record.isRegistration) return std::to_string(record.source) + ":" + std::string(record.text);
+    std::string word = "register" + std::to_string(record.source);
+    for (const Topic topic : record.topics) word += "," + std::to_string(topic);
+    return word;
   }
+
+  RecordReader reader;
   kl::test::Journal journal;
 };
 
@@ -25,54 +33,48 @@ const Bytes kExample = kl::test::bytes("000c 0000 0000 0002 0005 0007   0007 000
 constexpr char kMeaning[] = "register2,5,7 2:abc";
 
 std::string faultOf(const std::string& digits) {
-  Noted host;
-  RecordReader reader;
-  const char* fault = reader.take(kl::test::bytes(digits), host);
+  Reading reading;
+  const char* fault = reading.take(kl::test::bytes(digits));
   return fault == nullptr ? "" : fault;
 }
 
 TEST(RecordReader, ARegistrationAndALineAreTheseBytes) {
-  Noted host;
-  RecordReader reader;
-  EXPECT_EQ(reader.take(kExample, host), nullptr);
-  EXPECT_EQ(host.journal.text(), kMeaning);
+  Reading reading;
+  EXPECT_EQ(reading.take(kExample), nullptr);
+  EXPECT_EQ(reading.journal.text(), kMeaning);
   EXPECT_EQ(registration(2, {5, 7}) + textRecord(2, "abc"), kExample);
 }
 
 TEST(RecordReader, WhereverTheBytesAreCutTheRecordsAreTheSame) {
   for (std::size_t cut = 0; cut <= kExample.size(); ++cut) {
-    Noted host;
-    RecordReader reader;
+    Reading reading;
     const std::span<const unsigned char> all(kExample);
-    EXPECT_EQ(reader.take(all.first(cut), host), nullptr);
-    EXPECT_EQ(reader.take(all.subspan(cut), host), nullptr);
-    EXPECT_EQ(host.journal.text(), kMeaning) << cut;
-    EXPECT_EQ(reader.pendingBytes(), 0u);
+    EXPECT_EQ(reading.take(all.first(cut)), nullptr);
+    EXPECT_EQ(reading.take(all.subspan(cut)), nullptr);
+    EXPECT_EQ(reading.journal.text(), kMeaning) << cut;
+    EXPECT_EQ(reading.reader.pendingBytes(), 0u);
   }
 }
 
 TEST(RecordReader, APrefixIsKeptAndGivesNoLine) {
   for (std::size_t cut = 1; cut < 7; ++cut) {
-    Noted host;
-    RecordReader reader;
-    EXPECT_EQ(reader.take(std::span(kExample).subspan(12, cut), host), nullptr);
-    EXPECT_EQ(host.journal.text(), "");
-    EXPECT_EQ(reader.pendingBytes(), cut);
+    Reading reading;
+    EXPECT_EQ(reading.take(std::span(kExample).subspan(12, cut)), nullptr);
+    EXPECT_EQ(reading.journal.text(), "");
+    EXPECT_EQ(reading.reader.pendingBytes(), cut);
   }
 }
 
 TEST(RecordReader, EmptyTextsAndListsOfTopicsAreRecords) {
-  Noted host;
-  RecordReader reader;
-  EXPECT_EQ(reader.take(registration(1, {}) + textRecord(1, ""), host), nullptr);
-  EXPECT_EQ(host.journal.text(), "register1 1:");
+  Reading reading;
+  EXPECT_EQ(reading.take(registration(1, {}) + textRecord(1, "")), nullptr);
+  EXPECT_EQ(reading.journal.text(), "register1 1:");
 }
 
 TEST(RecordReader, TheLongestRecordIsTaken) {
-  Noted host;
-  RecordReader reader;
-  EXPECT_EQ(reader.take(textRecord(1, std::string(65531, 'x')), host), nullptr);
-  EXPECT_EQ(host.journal.text().size(), 65531u + 2);
+  Reading reading;
+  EXPECT_EQ(reading.take(textRecord(1, std::string(65531, 'x'))), nullptr);
+  EXPECT_EQ(reading.journal.text().size(), 65531u + 2);
 }
 
 TEST(RecordReader, WhatIsNoRecordIsRefused) {
@@ -85,17 +87,21 @@ TEST(RecordReader, WhatIsNoRecordIsRefused) {
 }
 
 TEST(RecordReader, ASourceHasAtMost64Topics) {
-  Noted host;
-  EXPECT_EQ(RecordReader().take(registration(1, Topics(64, 5)), host), nullptr);
-  EXPECT_STREQ(RecordReader().take(registration(1, Topics(65, 5)), host),
-               "a registration with too many topics");
+  EXPECT_EQ(Reading().take(registration(1, Topics(64, 5))), nullptr);
+  EXPECT_STREQ(Reading().take(registration(1, Topics(65, 5))), "a registration with too many topics");
+}
+
+TEST(RecordReader, NothingComesBehindABadRecord) {
+  Reading reading;
+  EXPECT_STREQ(reading.take(Bytes(4) + textRecord(1, "a")), "a record with a bad length");
+  EXPECT_STREQ(reading.take(textRecord(1, "b")), "a record with a bad length");
+  EXPECT_EQ(reading.journal.text(), "");
 }
 
 TEST(RecordReader, RecordsBeforeABadOneCount) {
-  Noted host;
-  RecordReader reader;
-  EXPECT_STREQ(reader.take(textRecord(1, "a") + Bytes(4), host), "a record with a bad length");
-  EXPECT_EQ(host.journal.text(), "1:a");
+  Reading reading;
+  EXPECT_STREQ(reading.take(textRecord(1, "a") + Bytes(4)), "a record with a bad length");
+  EXPECT_EQ(reading.journal.text(), "1:a");
 }
 
 }  // namespace

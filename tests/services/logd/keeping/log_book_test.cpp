@@ -92,16 +92,13 @@ TEST_F(LogBookTest, ALossOfTheMachinesOwnLogIsToldOnceAndNotToIt) {
 }
 
 TEST_F(LogBookTest, AReaderHearsOfEveryLine) {
-  struct Counter final : LineReader {
-    void onNews() override { ++count; }
-    int count = 0;
-  } counter;
+  int count = 0;
   LogBook book(configuration);
-  book.setReader(&counter);
+  book.setOnNews([&] { ++count; });
   book.add(lineOf("a"), 1);
   book.say(kl::TOPIC_INFO, "b");
   book.flush(1);
-  EXPECT_EQ(counter.count, 2);
+  EXPECT_EQ(count, 2);
 }
 
 TEST_F(LogBookTest, TheConfigurationsRulesHoldFromTheStart) {

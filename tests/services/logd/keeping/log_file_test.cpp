@@ -17,11 +17,13 @@ namespace fs = std::filesystem;
 
 constexpr Nanoseconds kSecond = 1'000'000'000;
 
-struct LogFileTest : testing::Test, FileHost {
-  void onFileNews(const std::string& sentence) override { news.push_back(sentence); }
+struct LogFileTest : testing::Test {
+  LogFile make(const FileRule& rule) {
+    return LogFile(rule, [this](const std::string& sentence) { news.push_back(sentence); });
+  }
 
   LogFile make(unsigned long long mostBytes, unsigned int count) {
-    return LogFile({folder / "log", {}, mostBytes, count, kl::LOG_SYNC_NEVER}, *this);
+    return make({folder / "log", {}, mostBytes, count, kl::LOG_SYNC_NEVER});
   }
 
   void write(LogFile& file, const std::string& line) {
@@ -56,7 +58,7 @@ TEST_F(LogFileTest, LinesAreAppendedWithOneWrite) {
 }
 
 TEST_F(LogFileTest, AFolderThatIsMissingIsMade) {
-  LogFile file({folder / "a/b/log", {}, 1000, 2, kl::LOG_SYNC_NEVER}, *this);
+  LogFile file = make({folder / "a/b/log", {}, 1000, 2, kl::LOG_SYNC_NEVER});
   write(file, "a");
   EXPECT_EQ(contentOf(folder / "a/b/log"), "a\n");
 }
@@ -173,11 +175,11 @@ TEST_F(LogFileTest, WhatFitsOfSeveralLinesIsWrittenWhole) {
 }
 
 TEST_F(LogFileTest, ADeviceIsWrittenToAndNeverReplaced) {
-  LogFile file({"/dev/full", {}, 1024, 2, kl::LOG_SYNC_LINE}, *this);
+  LogFile file = make({"/dev/full", {}, 1024, 2, kl::LOG_SYNC_LINE});
   write(file, "a");
   EXPECT_EQ(news.size(), 1u);
   EXPECT_EQ(news[0], "/dev/full: No space left on device: lines are not written until they can be");
-  LogFile sink({"/dev/null", {}, 1024, 2, kl::LOG_SYNC_LINE}, *this);
+  LogFile sink = make({"/dev/null", {}, 1024, 2, kl::LOG_SYNC_LINE});
   for (int i = 0; i < 100; ++i) write(sink, std::string(500, 'x'));
   EXPECT_EQ(news.size(), 1u);
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
