@@ -39,7 +39,7 @@ FrameReader::Outcome FrameReader::readIntoArea(int fd) {
 
 FrameReader::Outcome FrameReader::readIntoKept(int fd) {
   const std::size_t wanted = wantedBytes();
-  const ssize_t got = ::read(fd, kept_.grow(wanted), wanted);
+  const ssize_t got = ::read(fd, kept_.grow(wanted, kPrefixBytes + kMaxFrameBytes), wanted);
   kept_.dropBack(wanted - static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
   rest_ = kept_.bytes();
   return outcomeOf(got);

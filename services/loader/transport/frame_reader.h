@@ -36,6 +36,9 @@ class FrameReader {
 
   explicit FrameReader(ReadArea& area) : area_(area) {}
 
+  // From now on what is kept is charged to this account.
+  void chargeTo(Account* account) { kept_.chargeTo(account, Resource::kFrameBytes); }
+
   // One read.  kNothing when the socket has nothing now; kEnd at the end of the stream or when it failed.
   Outcome readFrom(int fd);
 

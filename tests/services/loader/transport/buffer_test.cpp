@@ -75,4 +75,65 @@ TEST(LoaderBuffer, RandomStepsAgreeWithAString) {
   }
 }
 
+class ChargedBuffer : public testing::Test {
+ protected:
+  ChargedBuffer() { buffer_.chargeTo(&account_, loader::Resource::kQueueBytes); }
+  std::size_t charged() const { return account_.used(loader::Resource::kQueueBytes); }
+
+  loader::Accounts accounts_{loader::Limits(), 0};
+  loader::Account& account_ = accounts_.ofUser(1000, 0);
+  Buffer buffer_;
+};
+
+TEST_F(ChargedBuffer, ItsMemoryIsChargedAndNotItsBytes) {
+  append(buffer_, std::string(5000, 'x'));
+  EXPECT_GE(charged(), 5000u);
+  EXPECT_EQ(charged(), buffer_.memory());
+  buffer_.dropFront(4999);
+  EXPECT_EQ(charged(), buffer_.memory());
+  buffer_.dropFront(1);
+  EXPECT_EQ(buffer_.memory(), 0u);
+  EXPECT_EQ(charged(), 0u);
+}
+
+TEST_F(ChargedBuffer, ALittleIsNotCharged) {
+  for (int i = 0; i < 20; ++i) append(buffer_, std::string(100, 'x'));
+  EXPECT_EQ(charged(), 0u);
+  EXPECT_LE(buffer_.memory(), Buffer::kKeptBytes);
+}
+
+TEST_F(ChargedBuffer, WhatAPieceWouldBeChargedIsKnownBefore) {
+  unsigned int seed = 4711;
+  for (int step = 0; step < 3000; ++step) {
+    seed = seed * 1664525 + 1013904223;
+    const std::size_t amount = (seed >> 8) % 9000;
+    const std::size_t expected = charged() + buffer_.growthFor(amount);
+    append(buffer_, std::string(amount, 'x'));
+    ASSERT_LE(charged(), expected) << "step " << step;
+    buffer_.dropFront(
+        std::min<std::size_t>(buffer_.size(), amount / 2 + static_cast<unsigned int>(step) % 3000));
+    ASSERT_EQ(charged(), buffer_.memory() > Buffer::kKeptBytes ? buffer_.memory() : 0);
+  }
+}
+
+TEST_F(ChargedBuffer, MemoryIsNotMuchMoreThanWhatIsInIt) {
+  for (int i = 0; i < 1000; ++i) append(buffer_, std::string(1000, 'x'));
+  EXPECT_LT(buffer_.memory(), 1000000u * 5 / 4 + 1000);
+  while (buffer_.size() > 20000) {
+    buffer_.dropFront(1000);
+    ASSERT_LE(buffer_.memory(), std::max<std::size_t>(64 * 1024, 4 * buffer_.size())) << buffer_.size();
+  }
+}
+
+TEST_F(ChargedBuffer, WhatIsMovedIntoItIsItsOwn) {
+  Buffer other;
+  append(other, std::string(9000, 'y'));
+  append(buffer_, std::string(70000, 'x'));
+  buffer_ = std::move(other);
+  EXPECT_EQ(buffer_.size(), 9000u);
+  EXPECT_EQ(charged(), buffer_.memory());
+  buffer_.clear();
+  EXPECT_EQ(charged(), 0u);
+}
+
 }  // namespace

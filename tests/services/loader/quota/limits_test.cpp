@@ -1,0 +1,69 @@
+#include "services/loader/quota/limits.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+
+using loader::kKiB;
+using loader::kResourceRows;
+using loader::Limits;
+using loader::Resource;
+using loader::ResourceRow;
+
+std::string withCommas(std::size_t number) {
+  std::string text = std::to_string(number);
+  for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, ",");
+  return text;
+}
+
+std::string textOf(const std::string& file) {
+  std::ifstream in(KL_SOURCE_DIR "/" + file);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(Limits, TheDefaultsTakeAtMost24MiBTogether) { EXPECT_LE(Limits().memory(), 24 * 1024 * kKiB); }
+
+TEST(Limits, OneUserCannotTakeWhatAllHave) {
+  for (const ResourceRow& row : kResourceRows) EXPECT_LE(2 * row.user, row.all) << row.key;
+}
+
+TEST(Limits, ThePageShowsTheDefaults) {
+  const std::string page = textOf("docs/security.md");
+  for (const ResourceRow& row : kResourceRows) {
+    const std::string shown = " | " + withCommas(row.user) + " | " + withCommas(row.all) + " | " +
+                              withCommas(row.reserve) + " | `" + std::string(row.key) + "` |";
+    EXPECT_NE(page.find(shown), std::string::npos) << shown;
+  }
+}
+
+TEST(Limits, TheManualPageShowsTheDefaults) {
+  const std::string page = textOf("docs/man/kl-loader.8");
+  for (const ResourceRow& row : kResourceRows) {
+    const std::string shown = std::string(row.key) + "\t" + std::to_string(row.user) + "\t" +
+                              std::to_string(row.all) + "\t" + std::to_string(row.reserve) + "\n";
+    EXPECT_NE(page.find(shown), std::string::npos) << shown;
+  }
+}
+
+TEST(Limits, EnoughDescriptorsChangeNothing) {
+  Limits limits;
+  limits.fitDescriptors(1024);
+  EXPECT_EQ(limits.all, Limits().all);
+  EXPECT_EQ(limits.user, Limits().user);
+}
+
+TEST(Limits, FewDescriptorsAreTakenFromOrdinaryUsers) {
+  Limits limits;
+  limits.fitDescriptors(64);
+  EXPECT_EQ(limits.all[Resource::kConnections], 16u);  // half of what the loader does not need for itself
+  EXPECT_EQ(limits.user[Resource::kConnections], 16u);
+  EXPECT_EQ(limits.reserve, Limits().reserve);
+  limits.fitDescriptors(10);
+  EXPECT_EQ(limits.all[Resource::kConnections], 0u);
+}
+
+}  // namespace
