@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "life/process.h"
 
@@ -74,17 +75,18 @@ Lifecycle::Lifecycle(kl::ThinRunner& runner, ServiceTable& table, OpenRequests& 
 void Lifecycle::configure(Service& service, const ServiceConfiguration& configuration) {
   service.isConfigured = true;
   enter(service, LifeState::kExpected);
-  if (!configuration.command.empty())
-    children_[service.id] = std::make_unique<Child>(*this, service, configuration);
+  if (configuration.command.empty()) return;
+  children_.push_back(std::make_unique<Child>(*this, service, configuration));
+  byId_[service.id] = children_.back().get();
 }
 
 // The saved data of a service that nobody configures any more stay for the day when somebody does.
 void Lifecycle::begin() {
-  for (const auto& [id, child] : children_) {
-    child->service.bornAt = leaving_.awaySince(id);
+  for (const auto& child : children_) {
+    child->service.bornAt = leaving_.awaySince(child->service.id);
     if (child->service.bornAt != 0) enter(child->service, LifeState::kLeft);
   }
-  for (const auto& [id, child] : children_) {
+  for (const auto& child : children_) {
     Service& service = child->service;
     if (child->configuration.startsAtBoot) {
       (void)start(service);
@@ -198,12 +200,12 @@ void Lifecycle::onConnectionClosed(Service& service) {
 void Lifecycle::reap() {
   int status = 0;
   for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;)
-    for (const auto& [id, child] : children_)
+    for (const auto& child : children_)
       if (child->isAlive() && child->service.pid == pid) {
         onProcessExit(*child, status);
         break;
       }
-  if (isEnding_ && !anyAlive()) host_.onAllEnded();
+  if (isEnding_) endLogService();
 }
 
 void Lifecycle::onProcessExit(Child& child, int status) {
@@ -228,12 +230,24 @@ LifeEvent Lifecycle::exitEvent(const Child& child, bool crashed) const {
 void Lifecycle::end() {
   const bool isSecondCall = isEnding_;
   isEnding_ = true;
-  for (const auto& [id, child] : children_) {
+  for (const auto& child : children_) {
     if (isSecondCall && child->isAlive()) kill(child->service);
-    else if (!askToLeaveAtEnd(*child) && child->service.state != kl::SVC_STATE_LEFT)
-      (void)stop(child->service);
+    else if (child->service.id != kl::SERVICE_LOG) endInOrder(*child);
   }
-  if (!anyAlive()) host_.onAllEnded();
+  endLogService();
+}
+
+void Lifecycle::endInOrder(Child& child) {
+  if (!askToLeaveAtEnd(child) && child.service.state != kl::SVC_STATE_LEFT) (void)stop(child.service);
+}
+
+// Does nothing as long as another process runs.
+void Lifecycle::endLogService() {
+  const auto found = byId_.find(kl::SERVICE_LOG);
+  Child* log = found == byId_.end() ? nullptr : found->second;
+  if (anyAlive(log)) return;
+  if (log != nullptr && !std::exchange(isLogTold_, true)) endInOrder(*log);
+  if (!anyAlive(nullptr)) host_.onAllEnded();
 }
 
 // True when the process was asked to leave; one that does not answer in time is told to end.
@@ -385,13 +399,13 @@ void Lifecycle::Child::onTimeOut() {
 }
 
 Lifecycle::Child* Lifecycle::find(const Service& service) const {
-  const auto found = children_.find(service.id);
-  return found == children_.end() ? nullptr : found->second.get();
+  const auto found = byId_.find(service.id);
+  return found == byId_.end() ? nullptr : found->second;
 }
 
-bool Lifecycle::anyAlive() const {
+bool Lifecycle::anyAlive(const Child* except) const {
   return std::any_of(children_.begin(), children_.end(),
-                     [](const auto& entry) { return entry.second->isAlive(); });
+                     [&](const auto& child) { return child.get() != except && child->isAlive(); });
 }
 
 void Lifecycle::cancel(kl::TimerPtr& timer) {

@@ -1,9 +1,10 @@
 #pragma once
 // lifecycle.h: starts the services, keeps them running, lets them leave and ends them.
 
-#include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "admission/registration.h"
 #include "kl/runner.h"
@@ -82,8 +83,8 @@ class Lifecycle {
   // Collects the processes that have ended.
   void reap();
 
-  // Asks those processes to leave that may, tells all others to end, and starts none any more.  A second call kills
-  // them at once.
+  // Asks those processes to leave that may, tells all others to end, and starts none any more.  The log service comes
+  // when no other process is left, so that it hears of their ends.  A second call kills them at once.
   void end();
 
  private:
@@ -107,6 +108,8 @@ class Lifecycle {
   const char* start(Service& service);
   const char* stop(Service& service);
   const char* restart(Service& service);
+  void endInOrder(Child& child);
+  void endLogService();
   bool askToLeaveAtEnd(Child& child);
 
   void apply(Service& service, LifeEvent event, const std::string& how = {});
@@ -134,7 +137,7 @@ class Lifecycle {
   LifeEvent exitEvent(const Child& child, bool crashed) const;
 
   Child* find(const Service& service) const;
-  bool anyAlive() const;
+  bool anyAlive(const Child* except) const;
   void cancel(kl::TimerPtr& timer);
 
   kl::ThinRunner& runner_;
@@ -147,8 +150,10 @@ class Lifecycle {
   Idleness& idleness_;
   Log& log_;
   LifecycleHost& host_;
-  std::map<unsigned int, std::unique_ptr<Child>> children_;  // by service id
+  std::vector<std::unique_ptr<Child>> children_;  // in the order of the configuration
+  std::unordered_map<unsigned int, Child*> byId_;
   bool isEnding_ = false;
+  bool isLogTold_ = false;  // at the end the log service is told behind all others
 };
 
 }  // namespace loader

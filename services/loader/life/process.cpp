@@ -7,6 +7,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +47,14 @@ void becomeUser(const ServiceConfiguration& service) {
     giveUp(service, "cannot become its user");
 }
 
+// A process that outlives its loader would run beside the one that the next loader starts, so the kernel kills it when
+// the loader ends.  A change of the user drops that setting, so this comes after it.  If the loader ended before this
+// call, the parent is another process already.
+void endWith(pid_t loader) {
+  (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != loader) ::_exit(127);
+}
+
 void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0) giveUp(service, "no standard input");
@@ -65,11 +74,12 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   giveUp(service, arguments[0]);
 }
 
-[[noreturn]] void runChild(const ServiceConfiguration& service, int connection) {
+[[noreturn]] void runChild(const ServiceConfiguration& service, int connection, pid_t loader) {
   ::setpgid(0, 0);
   restoreDescriptorLimit();
   arrangeDescriptors(service, connection);
   becomeUser(service);
+  endWith(loader);
   if (!service.folder.empty() && ::chdir(service.folder.c_str()) != 0)
     giveUp(service, "cannot enter its folder");
   resetSignals();
@@ -83,8 +93,9 @@ pid_t startProcess(const ServiceConfiguration& service, int connection) {
   sigset_t before;
   ::sigfillset(&all);
   ::sigprocmask(SIG_SETMASK, &all, &before);
+  const pid_t loader = ::getpid();
   const pid_t pid = ::fork();
-  if (pid == 0) runChild(service, connection);
+  if (pid == 0) runChild(service, connection, loader);
   const int error = errno;
   if (pid > 0) ::setpgid(pid, pid);  // both sides do it, so it holds for either from here on
   ::sigprocmask(SIG_SETMASK, &before, nullptr);

@@ -195,9 +195,11 @@ void OwnService::serviceLeft(const Service& left) {
   std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &left; });
 }
 
+// An asker that its own order has ended gets no reply, nor does the next process under its id, for which messages may
+// be held already.
 void OwnService::reply(Service& asker, const kl::message& request, kl::message answer) {
   unsigned int id = 0;
-  if (!kl::getRequestID(request, &id)) return;
+  if (!asker.isConnected() || !kl::getRequestID(request, &id)) return;
   kl::setRequestID(answer, id);
   kl::setType(answer, kl::TYPE_REPLY);
   answer.insert(kl::SYS_TO, pathInside(request));

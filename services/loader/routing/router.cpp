@@ -150,12 +150,12 @@ void Router::deliverToAll(Service& sender, const Envelope& e) {
 }
 
 // The loader takes one copy of a frame: it works on a request at once, and thousands in one frame would keep all
-// others waiting.
+// others waiting.  A sender that this request has ended says nothing more.
 void Router::deliverToEach(Service& sender, const Envelope& e) {
   if (!isWellFormedMulti(e.path())) return;
   SubPaths walk(e.path());
   bool hasReachedLoader = false;
-  for (Path path; walk.next(path);)
+  for (Path path; sender.isConnected() && walk.next(path);)
     if (path[0] != kl::SERVICE_LOADER || !std::exchange(hasReachedLoader, true)) deliver(sender, e, path);
 }
 

@@ -121,9 +121,17 @@ void Connection::watchProgress(bool hasProgress) {
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
 }
 
+// The process may have read, or registered, while the loader itself stood still, so it is tried once before it is
+// judged.
 void Connection::onStall() {
   stallTimer_ = {};
-  host_.onConnectionClosed(out_ != nullptr ? "reads nothing while its queue is full" : "does not register");
+  const bool hasRegistered = out_ != nullptr;
+  const std::size_t before = hasRegistered ? out_->size() : 0;
+  if (hasRegistered) write();
+  else (void)readOnce();
+  const bool isStalled = isOpen() && (hasRegistered ? out_->size() == before : out_ == nullptr);
+  if (isStalled)
+    host_.onConnectionClosed(hasRegistered ? "reads nothing while its queue is full" : "does not register");
   host_.settle();
 }
 

@@ -84,6 +84,18 @@ class Supervision : public testing::Test {
     return true;
   }
 
+  // A process that nobody has waited for yet has ended, too.
+  static bool endsInTime(pid_t pid) {
+    const auto end = Clock::now() + std::chrono::seconds(5);
+    while (Clock::now() < end) {
+      std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+      const std::string text((std::istreambuf_iterator<char>(in)), {});
+      if (text.empty() || text.find("State:\tZ") != std::string::npos) return true;
+      ::usleep(2000);
+    }
+    return false;
+  }
+
   unsigned int act(unsigned int id, unsigned int action) {
     kl::message m = request({1}, kl::CMD_SETOBJ, 9998, {7});
     m.insert(kl::STD_ID, id);
@@ -396,6 +408,46 @@ TEST_F(Supervision, SigtermEndsTheServicesAndThenTheLoader) {
     EXPECT_TRUE(a_.isDisconnected());
     a_.close();
   }
+}
+
+TEST_F(Supervision, ServicesAreStartedInTheOrderOfTheConfiguration) {
+  const LoaderProcess loader(service("last", 44, "serve") + service("first", 32, "serve") +
+                             service("middle", 38, "serve"));
+  std::size_t at = 0;
+  for (const char* name : {"last (44", "first (32", "middle (38"}) {
+    ASSERT_TRUE(loader.logs(name));
+    at = loader.log().find(name, at);
+    EXPECT_NE(at, std::string::npos) << name << " in " << loader.log();
+  }
+}
+
+TEST_F(Supervision, TheLogServiceEndsWhenAllOthersHave) {
+  LoaderProcess loader(service("log", kl::SERVICE_LOG, "serve") + service("rock", 32, "stubborn"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({kl::SERVICE_LOG}));
+  ASSERT_TRUE(askUntilAnswered({32}));
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+  const std::string log = loader.log();
+  EXPECT_LT(log.rfind("rock (32"), log.rfind("log (18")) << log;
+}
+
+TEST_F(Supervision, AKilledLoaderLeavesNoServiceBehind) {
+  const std::string configuration = service("hidden", 32, "hide");
+  pid_t orphan = 0;
+  {
+    LoaderProcess loader(configuration);
+    connect();
+    orphan = static_cast<pid_t>(row(32).get(kl::SVC_PID, 0));
+    ASSERT_GT(orphan, 0);
+    loader.signal(SIGKILL);
+    ASSERT_EQ(loader.waitForEnd(), 128 + SIGKILL);
+  }
+  const LoaderProcess next(configuration);
+  EXPECT_TRUE(endsInTime(orphan));
+  a_.close();
+  connect();
+  EXPECT_NE(row(32).get(kl::SVC_PID, 0), static_cast<unsigned int>(orphan));
 }
 
 TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {

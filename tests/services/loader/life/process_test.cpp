@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -92,6 +93,30 @@ TEST_F(ProcessTest, FolderAndEnvironmentAreThoseConfigured) {
   const char* home = std::getenv("HOME");
   EXPECT_EQ(output(), std::string("/usr one two /bin ") + (home != nullptr ? home : "") + "\n");
   (void)status();
+}
+
+// Its descriptor 3 closes when it has ended.
+TEST_F(ProcessTest, ItDoesNotOutliveTheLoader) {
+  for (const std::string& user : {std::string(), std::string("nobody")}) {
+    if (!user.empty() && ::geteuid() != 0) break;  // only root can start a process as another user
+    if (!mine_.isOpen()) SetUp();
+    configuration_.user = user;
+    const pid_t loader = ::fork();
+    if (loader == 0) {
+      mine_.close();
+      start("echo >&3; exec sleep 1000");
+      ::pause();
+    }
+    its_.close();
+    char byte = 0;
+    ASSERT_EQ(::read(mine_.get(), &byte, 1), 1);
+    ASSERT_EQ(::kill(loader, SIGKILL), 0);
+    ASSERT_EQ(::waitpid(loader, nullptr, 0), loader);
+    pollfd end{mine_.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&end, 1, 5000), 1) << user;
+    EXPECT_EQ(::read(mine_.get(), &byte, 1), 0) << user;
+    mine_.close();
+  }
 }
 
 TEST_F(ProcessTest, WhatGoesWrongInTheNewProcessIsStatus127) {

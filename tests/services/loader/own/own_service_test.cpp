@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <utility>
 
 #include "tests/services/loader/fixture.h"
@@ -48,10 +49,12 @@ class OwnServiceTest : public testing::Test {
   ServiceTable table_;
   Outbox outbox_{1 << 20};
   std::string ordered_;  // what was to be done to which service
+  std::function<void()> onOrder_;
   const char* failure_ = nullptr;
   int settled_ = 0;
   OwnService own_{runner_, table_, outbox_,
                   [this](Service& service, unsigned int action) {
+                    if (onOrder_) onOrder_();
                     ordered_ += std::to_string(action) + " " + std::to_string(service.id) + ";";
                     return failure_;
                   },
@@ -100,6 +103,19 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   EXPECT_EQ(row.get(kl::SVC_DROPS, 0), 5u);
   EXPECT_EQ(row.get(kl::SVC_QUEUE, 9), 0u);
   EXPECT_EQ(row.get(kl::SVC_REQUESTS, 9), 0u);
+}
+
+TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsAsker) {
+  onOrder_ = [this] {  // a restart: messages are held for the process that comes
+    a_.connection = nullptr;
+    a_.isHeldFor = true;
+  };
+  kl::message m = request({}, kl::CMD_SETOBJ, 5);
+  m.insert(kl::STD_ID, 10);
+  m.insert(kl::SVC_ACTION, kl::SVC_RESTART);
+  (void)ask(m);
+  EXPECT_EQ(ordered_, std::to_string(kl::SVC_RESTART) + " 10;");
+  EXPECT_TRUE(a_.held.empty());
 }
 
 TEST_F(OwnServiceTest, AnObjectThatIsNotThereIsAnUnknownId) {

@@ -43,13 +43,15 @@ class RouterTest : public testing::Test {
                  {[this](Service& asker, const kl::message& m) {
                     askers_.push_back(asker.id);
                     asked_.push_back(m);
+                    if (endsItsAsker_) asker.connection = nullptr;
                   },
                   [this](Service& sender, const loader::Envelope& e) {
                     EXPECT_EQ(sender.id, 10u);
                     codes_.push_back(e.control);
                   },
                   [this](Service& to) { needed_.push_back(to.id); }}};
-  Ids askers_;  // of the loader's own service, and what they asked
+  bool endsItsAsker_ = false;  // as an asker ends that stops itself
+  Ids askers_;                 // of the loader's own service, and what they asked
   std::vector<kl::message> asked_;
   Ids codes_;   // of control messages
   Ids needed_;  // services that something is held for
@@ -278,6 +280,15 @@ TEST_F(RouterTest, AListOfPathsReachesTheLoaderOnce) {
   (void)route(a_, request({kl::PATH_MULTI, 1, 1, 2, 1, 0, 1, 24, 1, 1}, kl::CMD_GETALL, 5, {7}));
   EXPECT_EQ(asked_.size(), 1u);
   EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+TEST_F(RouterTest, WhoEndsItselfInTheMiddleOfAListSaysNothingMore) {
+  endsItsAsker_ = true;
+  (void)route(a_, request({kl::PATH_MULTI, 1, 30, 1, 1, 1, 24}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_EQ(takeMessages(other_).size(), 1u);
+  EXPECT_EQ(asked_.size(), 1u);
+  EXPECT_TRUE(takeMessages(b_).empty());
+  EXPECT_EQ(b_.requests.servingCount, 0u);
 }
 
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {

@@ -7,9 +7,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <optional>
 
 #include "kl/conventions.h"
+#include "kl/runner.h"
 #include "kl/services.h"
+#include "services/loader/transport/connection.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 #include "tests/support/hex.h"
@@ -30,6 +33,88 @@ constexpr char kImpatient[] = "[loader]\nqueue_limit = 65536\nstall_seconds = 1\
 kl::message large(kl::message m) {
   m.insert_raw(0x30000001, std::vector<unsigned char>(20000));
   return m;
+}
+
+// One connection, in a thread that stands still as long as the test wants.
+class StandingStill : public testing::Test, public loader::ConnectionHost {
+ protected:
+  static constexpr unsigned int kTicks = 5;
+
+  void SetUp() override {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+    other_ = loader::Descriptor(ends[0]);
+    connection_.emplace(runner_, *this, area_, loader::Descriptor(ends[1]),
+                        loader::Connection::Origin::kAccepted, loader::Patience{1 << 20, kTicks});
+  }
+
+  void fillQueue() {
+    const std::vector<unsigned char> bytes(4 << 20);
+    out_.append(bytes);
+    connection_->onOutput();
+    ASSERT_GT(out_.size(), 1U << 20);
+  }
+  std::size_t readAll() const {
+    std::vector<unsigned char> bytes(1 << 20);
+    std::size_t all = 0;
+    for (ssize_t n = 0; (n = ::read(other_.get(), bytes.data(), bytes.size())) > 0;)
+      all += static_cast<std::size_t>(n);
+    return all;
+  }
+
+  // The pass after a time in which nothing ran.
+  void wakeUp() {
+    ::usleep((kTicks + 2) * 10000);
+    runner_.runSocks(kl::getJiffies());
+  }
+
+  void onBatch() override {}
+  const char* onFrame(std::span<const unsigned char>) override {
+    connection_->attach(out_);
+    return nullptr;
+  }
+  void onPendingReadable() override { connection_->serve(); }
+  void onConnectionClosed(const std::string& reason) override {
+    end_ = reason;
+    connection_->close();
+  }
+  void settle() override {}
+
+  kl::Runner runner_;
+  loader::ReadArea area_;
+  loader::Buffer out_;
+  loader::Descriptor other_;
+  std::optional<loader::Connection> connection_;
+  std::string end_;
+};
+
+TEST_F(StandingStill, AProcessThatRegisteredMeanwhileIsTaken) {
+  const std::vector<unsigned char> frame = frameOf(notification({1}));
+  ASSERT_EQ(::send(other_.get(), frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
+  wakeUp();
+  EXPECT_EQ(end_, "");
+  EXPECT_FALSE(connection_->isPending());
+}
+
+TEST_F(StandingStill, AProcessThatDidNotRegisterIsNot) {
+  wakeUp();
+  EXPECT_EQ(end_, "does not register");
+}
+
+TEST_F(StandingStill, AProcessThatReadMeanwhileIsKept) {
+  connection_->attach(out_);
+  fillQueue();
+  ASSERT_GT(readAll(), 0u);
+  wakeUp();
+  EXPECT_EQ(end_, "");
+  EXPECT_TRUE(connection_->isOpen());
+}
+
+TEST_F(StandingStill, AProcessThatReadNothingIsNot) {
+  connection_->attach(out_);
+  fillQueue();
+  wakeUp();
+  EXPECT_EQ(end_, "reads nothing while its queue is full");
 }
 
 class Peers : public testing::Test {
