@@ -175,6 +175,8 @@ inline constexpr unsigned int LOG_SYNC_LINE = 2;    // before the next line is r
 //                    nothing, or its error
 //     CMD_SUBSCRIBE  follows the records; one that is gone has STD_DEAD
 //
+// Records are shown to requests without SYS_POLICY, to the user whom UNDO_USER names, and to who has RIGHT_CONTENTS:
+//
 //     kl::message m;
 //     m.insert(kl::SYS_TO, {kl::SERVICE_UNDO});
 //     m.insert(kl::STD_ID, 5);
@@ -188,6 +190,8 @@ inline constexpr field<std::string> UNDO_USER{0x20000006};               // who 
 inline constexpr field<unsigned long long> UNDO_TIME{0x10000007};           // seconds since 1970, UTC
 inline constexpr field<std::vector<unsigned int>> UNDO_SOURCE{0x88000008};  // the path of who made the record
 inline constexpr field<bool> UNDO_UNDONE{0x00000009};  // it is undone now; UNDO_MESSAGE does it again
+inline constexpr field<std::string> UNDO_REPORTER{
+    0x2000000a};  // whose process reported it, as the loader says
 
 // Settings of the undo service (READY_CONFIGURATION).
 inline constexpr field<unsigned int> UNDO_LIMIT{0x08000001};  // most records that are kept; absent: 100

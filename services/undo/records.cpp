@@ -1,6 +1,6 @@
 // The store's entries: under 0 the counter, under each other id the record of that id, without STD_ID.
 //
-// R1  makers_ has exactly the ids of the records in the store
+// R1  makers_ and parts_ have exactly the ids of the records in the store
 // R2  nextId_ is greater than every id that was ever given, until it has come round after four billion records
 
 #include "records.h"
@@ -31,9 +31,9 @@ void Records::load() {
   std::vector<unsigned int> unreadable;
   for (const auto& [id, entry] : store_.entries()) {
     if (id == kCounter) continue;
-    const unsigned int maker = makerOf(store_.get(id));
-    if (maker == kl::BADID) unreadable.push_back(id);
-    else makers_.emplace(id, maker);
+    const kl::message record = store_.get(id);
+    if (makerOf(record) == kl::BADID) unreadable.push_back(id);
+    else note(id, record);
     nextId_ = std::max(nextId_, id + 1);
   }
   for (const unsigned int id : unreadable) store_.remove(id);  // R1
@@ -62,7 +62,15 @@ bool Records::replace(unsigned int id, const kl::message& record) {
 }
 
 void Records::remove(unsigned int id) {
-  if (makers_.erase(id) != 0) store_.remove(id);
+  if (makers_.erase(id) == 0) return;
+  parts_.remove(id);
+  store_.remove(id);
+}
+
+// R1
+void Records::note(unsigned int id, const kl::message& record) {
+  makers_[id] = makerOf(record);
+  parts_.add(id, {record.get(kl::UNDO_REPORTER, ""), record.get(kl::UNDO_USER, "")});
 }
 
 bool Records::write(unsigned int id, const kl::message& record) {
@@ -71,7 +79,7 @@ bool Records::write(unsigned int id, const kl::message& record) {
   if (bytes.size() > kMostBytes) return false;
   store_.set(id, record);
   if (!store_.entries().contains(id)) return false;
-  makers_[id] = makerOf(record);
+  note(id, record);
   return true;
 }
 

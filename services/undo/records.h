@@ -7,6 +7,7 @@
 
 #include "kl/message.h"
 #include "kl/store.h"
+#include "parts.h"
 
 namespace undo {
 
@@ -30,6 +31,12 @@ class Records {
 
   const Makers& makers() const { return makers_; }
 
+  // The user who reported the record, and the one whom it names.
+  Origin originOf(unsigned int id) const { return parts_.originOf(id); }
+
+  // The record that goes when there are too many, and the newest is of this origin.  Needs: there is a record.
+  unsigned int firstToGo(const Origin& newest) const { return parts_.firstToGo(newest); }
+
   // The record with its STD_ID; an empty message when there is none.
   kl::message get(unsigned int id);
 
@@ -43,11 +50,13 @@ class Records {
 
  private:
   void load();
+  void note(unsigned int id, const kl::message& record);
   bool write(unsigned int id, const kl::message& record);
   unsigned int takeId();
 
   kl::Store store_;
   Makers makers_;
+  Parts parts_;
   unsigned int nextId_ = 1;
 };
 

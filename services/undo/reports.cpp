@@ -37,6 +37,7 @@ kl::message recordFrom(const kl::message& report, unsigned long long time) {
   copyField(record, report, kl::UNDO_MESSAGE);
   copyField(record, report, kl::UNDO_DESCRIPTION);
   copyField(record, report, kl::UNDO_USER);
+  if (report.has(kl::SYS_USER)) record.insert(kl::UNDO_REPORTER, report.get(kl::SYS_USER, ""));
   // A report without the rights that the request needed can be undone only by a user who may do everything.
   record.insert(kl::UNDO_RIGHTS, report.get(kl::UNDO_RIGHTS, kl::RIGHT_OF_NOBODY));
   record.insert(kl::UNDO_TIME, time);

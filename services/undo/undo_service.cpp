@@ -9,6 +9,9 @@
 //     element of a path back, so neither can be forged
 // U3  an undo message carries the rights of its caller, never those of this service
 // U4  records of an id that the loader picked are there only while that id is: nobody else is given their messages
+// U5  a record is shown to root, to the user whom it names and to who has the right "contents"; a notification has
+//     records of one user only, so that it can be kept from the others
+// U6  a user's reports push out his own records first
 
 #include "undo_service.h"
 
@@ -19,6 +22,7 @@
 #include "kl/services.h"
 #include "reports.h"
 #include "services/common/version.h"
+#include "viewers.h"
 
 namespace undo {
 namespace {
@@ -43,25 +47,33 @@ void log(unsigned int topic, const std::string& text) {
   line << text << std::endl;
 }
 
+kl::message hiddenError() {
+  return kl::errorMsg(kl::ERROR_NOTALLOWED, "the record is of another user, and you lack the right contents");
+}
+
 std::string recordText(unsigned int id) { return "record " + std::to_string(id); }
 std::string serviceText(unsigned int id) { return "service " + std::to_string(id); }
 
 }  // namespace
 
-// A user who may make a change may undo it: the record holds the rights that CMD_START needs, not a policy.
+// A user who may make a change may undo it: the record holds the rights that CMD_START needs, not a policy.  A report is
+// a service's account of itself, and changes nothing of others.
 UndoService::UndoService()
     : kl::Looper(kAny, kl::SERVICE_UNDO, common::versionWord()),
       limit_(std::clamp(getLoaderData().get(kl::UNDO_LIMIT, kLimit), 1U, kMostLimit)),
       records_(getLoaderData().get(kl::UNDO_FOLDER, kFolder)) {
   accessPolicies().set_policy(kl::CMD_START, 0);
+  accessPolicies().set_policy(kl::CMD_ADDOBJ, kl::RIGHT_READ);
+  accessPolicies().set_policy(kl::CMD_SETOBJ, kl::RIGHT_READ);
   dropRecordsOfTheGone();
-  dropSurplus();
+  dropSurplus({});
   log(kl::TOPIC_INFO, "keeps " + std::to_string(records_.makers().size()) + " undo records");
 }
 
 void UndoService::handleCmd(const kl::message& request, unsigned int command) {
+  const bool isSubscription = command == kl::CMD_SUBSCRIBE || command == kl::CMD_UNSUBSCRIBE;
   if (command == kl::CMD_START) start(request);
-  else kl::Looper::handleCmd(request, command);
+  else kl::Looper::handleCmd(isSubscription ? withViewer(request) : request, command);
 }
 
 // Refused reports are logged: each is a change that cannot be undone.
@@ -70,7 +82,7 @@ bool UndoService::checkPolicy(const kl::message& request) {
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
   if (command == kl::CMD_ADDOBJ || command == kl::CMD_SETOBJ)
     log(kl::TOPIC_WARNING,
-        "refuses a report of " + serviceText(senderOf(request)) + ", which may not change");
+        "refuses a report of " + serviceText(senderOf(request)) + ", which may not even read");
   return false;
 }
 
@@ -87,8 +99,9 @@ kl::message UndoService::cmdAddObj(const kl::message& request) {
     log(kl::TOPIC_WARNING, "drops a record of " + serviceText(maker) + ": it is too big or cannot be stored");
     return kl::errorMsg(kl::ERROR_TOOBIG, "");
   }
-  notifyChange(id, request);
-  dropSurplus();
+  const Origin origin = records_.originOf(id);
+  tell(id, origin, request.get(kl::SYS_FROM, {}));
+  dropSurplus(origin);
   kl::message reply;
   reply.insert(kl::STD_ID, id);
   return reply;
@@ -104,26 +117,27 @@ kl::message UndoService::cmdSetObj(const kl::message& request, unsigned int id) 
     return kl::errorMsg(kl::ERROR_NOTALLOWED, "");
   }
   if (kl::message fault = faultOf(request); kl::isError(fault)) return fault;
-  if (!records_.replace(id, turnedRound(records_.get(id), request))) {
-    log(kl::TOPIC_WARNING, "drops " + recordText(id) + ": its report is too big or cannot be stored");
-    notifyChange(id, request);
-    return kl::errorMsg(kl::ERROR_TOOBIG, "");
-  }
-  notifyChange(id, request);
-  return {};
+  const Origin origin = records_.originOf(id);
+  const bool isKept = records_.replace(id, turnedRound(records_.get(id), request));
+  tell(id, origin, request.get(kl::SYS_FROM, {}));
+  if (isKept) return {};
+  log(kl::TOPIC_WARNING, "drops " + recordText(id) + ": its report is too big or cannot be stored");
+  return kl::errorMsg(kl::ERROR_TOOBIG, "");
 }
 
-kl::message UndoService::cmdGetObj(const kl::message&, unsigned int id) {
-  return records_.makers().contains(id) ? records_.get(id) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+kl::message UndoService::cmdGetObj(const kl::message& request, unsigned int id) {
+  if (!records_.makers().contains(id)) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  return isHidden(id, request) ? hiddenError() : records_.get(id);
 }
 
 // If the record at the start no longer exists, the walk continues with the next older one.
-kl::message UndoService::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
+kl::message UndoService::cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) {
   const Records::Makers& all = records_.makers();
   auto at = all.lower_bound(start);
   std::vector<kl::message::flat_message> objects;
   std::size_t bytes = 0;
   for (; at != all.end() && (count == 0 || objects.size() < count); ++at) {
+    if (isHidden(at->first, request)) continue;
     kl::message::flat_message object;
     records_.get(at->first).flatten(object);
     bytes += object.size();
@@ -136,16 +150,20 @@ kl::message UndoService::cmdGetAll(const kl::message&, unsigned int start, unsig
   return reply;
 }
 
-kl::message UndoService::cmdGetCount(const kl::message&) {
+kl::message UndoService::cmdGetCount(const kl::message& request) {
+  unsigned int count = 0;
+  for (const auto& [id, maker] : records_.makers()) count += isHidden(id, request) ? 0 : 1;
   kl::message reply;
-  reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(records_.makers().size()));
+  reply.insert(kl::STD_GETALLNO, count);
   return reply;
 }
 
 kl::message UndoService::cmdRemoveObj(const kl::message& request, unsigned int id) {
   if (!records_.makers().contains(id)) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  if (isHidden(id, request)) return hiddenError();
+  const Origin origin = records_.originOf(id);
   records_.remove(id);
-  notifyChange(id, request);
+  tell(id, origin, request.get(kl::SYS_FROM, {}));
   return {};
 }
 
@@ -162,6 +180,22 @@ kl::message UndoService::getObject(unsigned int id) {
   dead.insert(kl::STD_ID, id);
   dead.insert(kl::STD_DEAD, 1);
   return dead;
+}
+
+// U5.  The library asks this for each subscriber while it sends the records that told_ is about.
+bool UndoService::shouldNotify(const kl::message& record, const kl::message& notification) {
+  return Viewer::ofSubscription(record).sees(told_) && kl::Looper::shouldNotify(record, notification);
+}
+
+bool UndoService::isHidden(unsigned int id, const kl::message& request) const {
+  return !Viewer::of(request).sees(records_.originOf(id).user);
+}
+
+// U5.  What has gathered about another user's records goes out first.
+void UndoService::tell(unsigned int id, const Origin& origin, const std::vector<unsigned int>& cause) {
+  if (origin.user != told_) sendChanges();
+  told_ = origin.user;
+  notifyChange(id, cause);
 }
 
 // The request is answered when the service has answered, so that the asker learns the outcome.  U3
@@ -192,12 +226,14 @@ void UndoService::onAnswer(const kl::message& reply, const kl::message& request)
 
 void UndoService::drop(unsigned int id, const std::string& reason) {
   log(kl::TOPIC_INFO, "drops " + recordText(id) + ": " + reason);
+  const Origin origin = records_.originOf(id);
   records_.remove(id);
-  notifyChange(id);
+  tell(id, origin);
 }
 
-void UndoService::dropSurplus() {
-  while (records_.makers().size() > limit_) drop(records_.makers().rbegin()->first, "there are newer ones");
+// U6
+void UndoService::dropSurplus(const Origin& newest) {
+  while (records_.makers().size() > limit_) drop(records_.firstToGo(newest), "there are newer ones");
 }
 
 void UndoService::dropRecordsOf(unsigned int maker) {

@@ -3,6 +3,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include "kl/looper.h"
 #include "records.h"
@@ -30,17 +31,21 @@ class UndoService : public kl::Looper {
   void cmdDisconnected(const kl::message& m) override;
   kl::message getObject(unsigned int id) override;
   bool checkPolicy(const kl::message& request) override;
+  bool shouldNotify(const kl::message& record, const kl::message& notification) override;
 
+  bool isHidden(unsigned int id, const kl::message& request) const;
+  void tell(unsigned int id, const Origin& origin, const std::vector<unsigned int>& cause = {});
   void start(const kl::message& request);
   void onAnswer(const kl::message& reply, const kl::message& request);
   void drop(unsigned int id, const std::string& reason);
-  void dropSurplus();
+  void dropSurplus(const Origin& newest);
   void dropRecordsOf(unsigned int maker);
   void dropRecordsOfTheGone();
   bool readServices(std::set<unsigned int>& connected);
 
   std::size_t limit_;
   Records records_;
+  std::string told_;                // the user whom the records of the next notification name
   std::set<unsigned int> running_;  // the records that are being undone
 };
 

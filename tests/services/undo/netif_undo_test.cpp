@@ -56,7 +56,7 @@ TEST_F(NetifUndone, ADescriptionIsTakenBackAndGivenAgain) {
   EXPECT_TRUE(has(klctl({"undo", "show", "1"}), "netif"));
 }
 
-TEST_F(NetifUndone, AnOrdinaryUserReadsTheListAndUndoesNothing) {
+TEST_F(NetifUndone, AnOrdinaryUserSeesAndUndoesNothing) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const kl::test::OpenFolder open(KL_BIN_DIR, "klctl");
   if (!open.isOpen()) GTEST_SKIP() << "other users cannot start " << open.program();
@@ -68,7 +68,12 @@ TEST_F(NetifUndone, AnOrdinaryUserReadsTheListAndUndoesNothing) {
   };
   klctl({"set", kLo, "descr=to itself"});
   awaitList("description of lo");
-  EXPECT_TRUE(has(asNobody("undo list").out, "description of lo"));
+  const auto list = asNobody("undo list");
+  EXPECT_EQ(list.exitStatus, 0) << list.err;
+  EXPECT_EQ(list.out, "");
+  const auto hidden = asNobody("undo show 1");
+  EXPECT_EQ(hidden.exitStatus, 1);
+  EXPECT_FALSE(has(hidden.out + hidden.err, "lo"));
   const auto refused = asNobody("undo run 1");
   EXPECT_EQ(refused.exitStatus, 1);
   EXPECT_EQ(refused.err, "klctl: undo:1: std failure: not allowed (9)\n");

@@ -67,6 +67,23 @@ TEST_F(UndoRecords, TheyAreThereAgainAfterARestart) {
   EXPECT_EQ(records.get(first).get(kl::UNDO_DESCRIPTION, ""), "changed");
 }
 
+TEST_F(UndoRecords, TheOriginIsKnownAgainAfterARestart) {
+  kl::message m = record(500);
+  m.insert(kl::UNDO_REPORTER, "netif");
+  m.insert(kl::UNDO_USER, "alice");
+  unsigned int id = 0;
+  {
+    Records records(folder_);
+    id = records.add(m);
+    EXPECT_EQ(records.originOf(id), (Origin{"netif", "alice"}));
+  }
+  Records records(folder_);
+  EXPECT_EQ(records.originOf(id), (Origin{"netif", "alice"}));
+  EXPECT_EQ(records.firstToGo({}), id);
+  records.remove(id);
+  EXPECT_EQ(records.originOf(id), Origin());
+}
+
 TEST_F(UndoRecords, AnIdIsNotUsedTwice) {
   unsigned int last = 0;
   {

@@ -11,6 +11,7 @@ kl::message reported() {
   kl::message m = report("the lamp", 128);
   m.insert(kl::SYS_FROM, {500, 3});
   m.insert(kl::SYS_POLICY, 192);
+  m.insert(kl::SYS_USER, "netif");
   return m;
 }
 
@@ -28,11 +29,21 @@ TEST(UndoReports, ARecordHasTheReportTheTimeAndTheMaker) {
   EXPECT_EQ(m.get(kl::UNDO_MESSAGE, {}), flat(setValue(1)));
   EXPECT_EQ(m.get(kl::UNDO_DESCRIPTION, ""), "the lamp");
   EXPECT_EQ(m.get(kl::UNDO_USER, ""), "alice");
+  EXPECT_EQ(m.get(kl::UNDO_REPORTER, ""), "netif");
   EXPECT_EQ(m.get(kl::UNDO_RIGHTS, 0), 128u);
   EXPECT_EQ(m.get(kl::UNDO_TIME, 0), 5000000000u);
   EXPECT_EQ(m.get(kl::UNDO_SOURCE, {}), (Ids{500, 3}));
   EXPECT_FALSE(m.has(kl::UNDO_UNDONE));
   EXPECT_FALSE(m.has(kl::SYS_POLICY));
+  EXPECT_FALSE(m.has(kl::SYS_USER));
+}
+
+TEST(UndoReports, TheReporterIsWhoTheLoaderSays) {
+  kl::message forged = reported();
+  forged.insert(kl::UNDO_REPORTER, "root");
+  EXPECT_EQ(recordFrom(forged, 0).get(kl::UNDO_REPORTER, ""), "netif");
+  forged.remove(kl::SYS_USER);
+  EXPECT_FALSE(recordFrom(forged, 0).has(kl::UNDO_REPORTER));
 }
 
 TEST(UndoReports, WithoutRightsOnlyWhoMayDoEverythingMayUndo) {

@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <ctime>
+#include <set>
 
 #include "tests/services/undo/fixture.h"
 
@@ -19,6 +20,19 @@ class SmallUndo : public UndoProcess {
 
 kl::message withRights(kl::message m, unsigned int rights) {
   m.insert(kl::SYS_POLICY, rights);
+  return m;
+}
+
+// A request of a user with these rights.
+kl::message by(const std::string& user, unsigned int rights, kl::message m) {
+  m.insert(kl::SYS_USER, user);
+  return withRights(std::move(m), rights);
+}
+
+// The report of a change that this user asked for.
+kl::message changeOf(const std::string& user) {
+  kl::message m = report("password of " + user);
+  m.insert(kl::UNDO_USER, user);
   return m;
 }
 
@@ -139,13 +153,103 @@ TEST_F(UndoProcess, TheLargestRecordIsListedWhole) {
   EXPECT_EQ(all(maker), Ids{id});
 }
 
-TEST_F(UndoProcess, WhoMayOnlyReadNeitherReportsNorRemoves) {
+TEST_F(UndoProcess, AReportIsTakenFromAServiceThatMayOnlyRead) {
+  RawPeer maker = connected(500);
+  const unsigned int id = add(maker, by("netif", 64, report("x")));
+  ASSERT_NE(id, kl::BADID);
+  EXPECT_FALSE(kl::isError(ask(maker, by("netif", 64, undoneReport(id, 7)))));
+  const kl::message record = ask(maker, kl::CMD_GETOBJ, id);
+  EXPECT_EQ(record.get(kl::UNDO_REPORTER, ""), "netif");
+  EXPECT_EQ(record.get(kl::UNDO_USER, ""), "alice");
+  EXPECT_TRUE(record.get(kl::UNDO_UNDONE, false));
+}
+
+TEST_F(UndoProcess, WhoMayOnlyReadRemovesNothing) {
   RawPeer maker = connected(500);
   const unsigned int id = add(maker, report("x"));
-  EXPECT_EQ(errorOf(ask(maker, withRights(report("y"), 64))), kl::ERROR_NOTALLOWED);
-  EXPECT_EQ(errorOf(ask(maker, withRights(undoneReport(id, 1), 64))), kl::ERROR_NOTALLOWED);
-  EXPECT_EQ(errorOf(ask(maker, withRights(to(kl::CMD_REMOVEOBJ, id), 64))), kl::ERROR_NOTALLOWED);
-  EXPECT_EQ(idsIn(ask(maker, withRights(to(kl::CMD_GETALL), 64))), Ids{id});
+  EXPECT_EQ(errorOf(ask(maker, by("alice", 64, to(kl::CMD_REMOVEOBJ, id)))), kl::ERROR_NOTALLOWED);
+  EXPECT_EQ(idsIn(ask(maker, by("alice", 64, to(kl::CMD_GETALL)))), Ids{id});
+  EXPECT_FALSE(kl::isError(ask(maker, by("alice", 64 | 128, to(kl::CMD_REMOVEOBJ, id)))));
+}
+
+TEST_F(UndoProcess, WithoutAnyRightNothingIsReported) {
+  RawPeer maker = connected(500);
+  EXPECT_EQ(errorOf(ask(maker, withRights(report("y"), 0))), kl::ERROR_NOTALLOWED);
+}
+
+// --- Who sees a record -----------------------------------------------------------------------------
+
+TEST_F(UndoProcess, ARecordIsHiddenFromOtherUsers) {
+  RawPeer maker = connected(500);
+  const unsigned int alices = add(maker, changeOf("alice"));
+  const unsigned int bobs = add(maker, changeOf("bob"));
+  const unsigned int most = 64 | 128 | 512;
+  EXPECT_EQ(idsIn(ask(maker, by("bob", most, to(kl::CMD_GETALL)))), Ids{bobs});
+  EXPECT_EQ(ask(maker, by("bob", most, to(kl::CMD_GETCOUNT))).get(kl::STD_GETALLNO, 0), 1u);
+  const kl::message refusal = ask(maker, by("bob", most, to(kl::CMD_GETOBJ, alices)));
+  EXPECT_EQ(errorOf(refusal), kl::ERROR_NOTALLOWED);
+  EXPECT_FALSE(refusal.has(kl::UNDO_DESCRIPTION));
+  EXPECT_EQ(errorOf(ask(maker, by("bob", most, to(kl::CMD_REMOVEOBJ, alices)))), kl::ERROR_NOTALLOWED);
+  EXPECT_EQ(all(maker), (Ids{bobs, alices}));  // this asker is root
+}
+
+TEST_F(UndoProcess, TheRightToContentsShowsTheRecordsOfOthers) {
+  RawPeer maker = connected(500);
+  const unsigned int id = add(maker, changeOf("alice"));
+  EXPECT_EQ(idsIn(ask(maker, by("bob", 64 | 1024, to(kl::CMD_GETALL)))), Ids{id});
+  EXPECT_EQ(ask(maker, by("bob", 64 | 1024, to(kl::CMD_GETOBJ, id))).get(kl::UNDO_DESCRIPTION, ""),
+            "password of alice");
+}
+
+TEST_F(UndoProcess, AListGoesOnBehindHiddenRecords) {
+  RawPeer maker = connected(500);
+  const unsigned int oldest = add(maker, changeOf("bob"));
+  for (int i = 0; i < 5; ++i) add(maker, changeOf("alice"));
+  const unsigned int newest = add(maker, changeOf("bob"));
+  kl::message request = by("bob", 64, to(kl::CMD_GETALL));
+  request.insert(kl::STD_GETALLNO, 1);
+  const kl::message first = ask(maker, request);
+  EXPECT_EQ(idsIn(first), Ids{newest});
+  request.insert(kl::STD_GETALLID, first.get(kl::STD_GETALLID, kl::BADID));
+  EXPECT_EQ(idsIn(ask(maker, request)), Ids{oldest});
+}
+
+TEST_F(UndoProcess, WhoFollowsIsNotToldOfTheRecordsOfOthers) {
+  RawPeer maker = connected(500);
+  RawPeer bob = connected();
+  RawPeer clerk = connected();
+  ASSERT_TRUE(bob.send(by("bob", 64, subscription())));
+  ASSERT_TRUE(clerk.send(by("clerk", 64 | 1024, subscription())));
+  for (RawPeer* peer : {&bob, &clerk}) ask(*peer, kl::CMD_NOOP);
+  const Ids ids = {add(maker, changeOf("alice")), add(maker, changeOf("bob")), add(maker, changeOf("alice"))};
+  ask(maker, kl::CMD_REMOVEOBJ, ids[0]);
+  const unsigned int last = add(maker, changeOf("bob"));
+  Ids toldBob;
+  while (toldBob.empty() || toldBob.back() != last) toldBob.push_back(toldObject(bob).get(kl::STD_ID, last));
+  EXPECT_EQ(toldBob, (Ids{ids[1], last}));
+  std::set<unsigned int> toldClerk;
+  while (!toldClerk.contains(last)) {
+    const auto told = clerk.receiveCommand(kl::CMD_NOTIFY);
+    ASSERT_TRUE(told);
+    for (const unsigned int id : idsIn(*told)) toldClerk.insert(id);
+  }
+  EXPECT_EQ(toldClerk, (std::set<unsigned int>{ids[0], ids[1], ids[2], last}));
+}
+
+TEST_F(UndoProcess, ASubscriptionEndsWithTheSameRequest) {
+  RawPeer maker = connected(500);
+  RawPeer bob = connected();
+  ASSERT_TRUE(bob.send(by("bob", 64, subscription())));
+  kl::message end = by("bob", 64, subscription());
+  end.insert(kl::SYS_CMD, kl::CMD_UNSUBSCRIBE);
+  ASSERT_TRUE(bob.send(end));
+  ask(bob, kl::CMD_NOOP);
+  RawPeer root = connected();
+  ASSERT_TRUE(root.send(subscription()));
+  ask(root, kl::CMD_NOOP);
+  add(maker, changeOf("bob"));
+  EXPECT_TRUE(root.receiveCommand(kl::CMD_NOTIFY));
+  EXPECT_TRUE(bob.isQuiet());
 }
 
 // --- Undoing ---------------------------------------------------------------------------------------
@@ -363,6 +467,16 @@ TEST_F(SmallUndo, TheOldestRecordsMakeRoom) {
   for (const char* name : {"a", "b", "c", "d", "e"}) ids.insert(ids.begin(), add(maker, report(name)));
   EXPECT_EQ(all(maker), (Ids{ids[0], ids[1], ids[2]}));
   EXPECT_EQ(errorOf(ask(maker, kl::CMD_START, ids[3])), kl::ERROR_UNKNOWNID);
+}
+
+TEST_F(SmallUndo, AUsersReportsPushOutHisOwnRecordsOnly) {
+  RawPeer maker = connected(500);
+  RawPeer guest = connected();
+  const unsigned int alices = add(maker, by("netif", 64, report("a")));
+  Ids guests;
+  for (const char* name : {"b", "c", "d", "e"})
+    guests.insert(guests.begin(), add(guest, by("guest", 64, report(name))));
+  EXPECT_EQ(all(maker), (Ids{guests[0], guests[1], alices}));
 }
 
 TEST_F(UndoProcess, RecordsSurviveACrash) {
