@@ -9,6 +9,7 @@
 #include <ostream>
 #include <set>
 
+#include "kl/chunk.h"
 #include "kl/logger.h"
 #include "kl/looper.h"
 #include "kl/services.h"
@@ -20,8 +21,7 @@ constexpr unsigned int kVersion = 0x01006600;
 constexpr unsigned int kMemory = 1;           // the number of the handler with the lasting data
 constexpr unsigned int kMayLeave = 1;         // any value but 0 says so
 constexpr unsigned int kRetryTicks = 100;     // until the kernel is asked again that did not answer
-constexpr std::size_t kChunkBytes = 16384;    // of objects in one reply; a frame could carry four times that
-constexpr std::size_t kAddressesShown = 512;  // of one interface and kind, for the same reason
+constexpr std::size_t kAddressesShown = 512;  // of one interface and kind, or a reply would grow too large
 constexpr std::size_t kLongestDescription = 255;
 
 class Netif : public kl::Looper {
@@ -48,18 +48,10 @@ class Netif : public kl::Looper {
   kl::message cmdGetAll(const kl::message&, unsigned int start, unsigned int count) override {
     const auto links = readLinks();
     if (!links) return noAnswer();
-    auto next = start == kl::BADID ? links->begin() : links->lower_bound(start);
-    std::vector<kl::message::flat_message> objects;
-    std::size_t bytes = 0;
-    while (next != links->end() && bytes < kChunkBytes && (count == 0 || objects.size() < count)) {
-      object(next->first, next->second).flatten(objects.emplace_back());
-      bytes += objects.back().size();
-      ++next;
-    }
-    kl::message reply;
-    reply.insert(kl::STD_OBJS, objects);
-    if (next != links->end()) reply.insert(kl::STD_GETALLID, next->first);
-    return reply;
+    kl::Chunk chunk(count);
+    for (auto at = start == kl::BADID ? links->begin() : links->lower_bound(start); at != links->end(); ++at)
+      if (!chunk.add(at->first, object(at->first, at->second))) break;
+    return chunk.reply();
   }
 
   kl::message cmdGetCount(const kl::message&) override {

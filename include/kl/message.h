@@ -275,6 +275,8 @@ class KL_API message {
   void flatten(unsigned char* buf, unsigned int* len) const;
   // Replaces what `out` held.
   void flatten(std::vector<unsigned char>& out) const;
+  // The flattened form as a value, which is also a field's when a message is nested.
+  flat_message flattened() const;
   // Adds the fields that the bytes hold: scalars overwrite, arrays replace.  False on a fault; the fields
   // read before it stay.  Lengths and counts are claims and never trusted.  A null `data` reads as nothing,
   // true.  A message that received a field is unshareable.

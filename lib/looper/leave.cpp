@@ -37,12 +37,6 @@ constexpr int kTimezoneTicks = 6000;
 
 bool holdsData(const message& m) { return m.max_length() >= kShortestData; }
 
-message::flat_message flattened(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 }  // namespace
 
 void Looper::handleCtrl(unsigned int code) {
@@ -62,7 +56,7 @@ void Looper::leave() {
     m.insert(SYS_TO, {SERVICE_LOADER});
     m.insert(SYS_CTRL, CTRL_LEFT);
     m.insert(SYS_CTRL_ARG, 1);
-    m.insert(READY_DATA, flattened(data));
+    m.insert(READY_DATA, data.flattened());
     sendMessage(m);
   }
   leaving_ = true;
@@ -98,7 +92,7 @@ void Looper::savePermData(message& data) {
     entry->second->savePermData(handlerData);
     if (holdsData(handlerData)) {
       data.get_u32_array_ref(kHandlerIDs)->push_back(id);
-      data.get_message_array_ref(kHandlerData)->push_back(flattened(handlerData));
+      data.get_message_array_ref(kHandlerData)->push_back(handlerData.flattened());
       found = true;
     }
     entry = handlers_.upper_bound(id);

@@ -87,11 +87,7 @@ void sendReply(const Liveness& sender, const message& request, message& reply) {
   answeredCommand = BADID;
 }
 
-unsigned int flattenedLength(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return static_cast<unsigned int>(bytes.size());
-}
+unsigned int flattenedLength(const message& m) { return static_cast<unsigned int>(m.flattened().size()); }
 
 std::string describeSender(const message& m) {
   const Path& from = pathOf(m, SYS_FROM);

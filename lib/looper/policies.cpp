@@ -24,9 +24,7 @@ message::flat_message flatEntry(unsigned int command, unsigned int bits, bool sa
   entry.insert(STD_ID, command);
   entry.insert(POLICY_RIGHTS, bits);
   entry.insert(POLICY_ALLOWED, satisfied);
-  message::flat_message flat;
-  entry.flatten(flat);
-  return flat;
+  return entry.flattened();
 }
 
 }  // namespace

@@ -29,8 +29,7 @@ std::uint64_t hashOf(std::span<const unsigned char> bytes, std::uint64_t factor)
 
 // A record that does not read back, because it is longer than the byte format can express, has one hash for all.
 std::uint32_t hashOf(const message& record) {
-  std::vector<unsigned char> bytes;
-  record.flatten(bytes);
+  const message::flat_message bytes = record.flattened();
   const std::uint64_t factor = idHashFactor();
   std::uint64_t sum = 0;
   RecordWalk walk(bytes);

@@ -43,12 +43,6 @@ constexpr std::size_t kElementBytes = 4;  // of an array of numbers
 
 constexpr field<std::vector<message::flat_message>> kSavedSubscriptions{0xa8000001};
 
-message::flat_message flat(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 message makeRecord(const message& request) {
   message record(request);
   cleanSys(record);
@@ -256,7 +250,7 @@ const message* Handler::sendObjects(const message* first, const message* last, c
   std::vector<message::flat_message> objects;
   std::size_t bytes = 0;
   for (; first != last; ++first) {
-    message::flat_message object = flat(*first);
+    message::flat_message object = first->flattened();
     bytes += object.size();
     if (!objects.empty() && bytes > kNotificationBytes) break;
     objects.push_back(std::move(object));
@@ -330,7 +324,7 @@ void Handler::savePermData(message& data) {
   sendChanges();
   if (self.ended()) return;  // S3
   auto& saved = *data.get_message_array_ref(kSavedSubscriptions);
-  for (const message& record : subscriptions_) saved.push_back(flat(record));
+  for (const message& record : subscriptions_) saved.push_back(record.flattened());
 }
 
 void Handler::loadPermData(const message& data) {

@@ -21,12 +21,6 @@ T* scratchValue() {
   return &scratch;
 }
 
-message::flat_message flattened(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 }  // namespace
 
 void reportMissing(unsigned int id) {
@@ -173,10 +167,10 @@ void message::insert_message(unsigned int id, const flat_message& v) {
 
 void message::insert_message(unsigned int id, const message& nested) {
   // As it is now: in becoming private its lists would turn round.
-  if (this == &nested) return insert_message(id, flattened(nested));
+  if (this == &nested) return insert_message(id, nested.flattened());
   Rep& rep = RepAccess::own(*this);
   if (const Node* old = rep.fields.find(id).node; old != nullptr && old->hasObject())
-    return rep.putObject<Kind::message>(id, flattened(nested));
+    return rep.putObject<Kind::message>(id, nested.flattened());
   unsigned int bytes = nested.max_length();
   Node& node = rep.putRoom(Kind::message, id, bytes);
   nested.flatten(node.room(), &bytes);

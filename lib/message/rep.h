@@ -19,7 +19,7 @@
 namespace kl {
 
 // Hidden, though it is declared inside a class that is exported.
-struct [[gnu::visibility("hidden")]] message::Rep {
+struct __attribute__((visibility("hidden"))) message::Rep {
   using Memory = container::Memory;
   using Node = container::Node;
   using NodeList = container::NodeList;
@@ -32,14 +32,14 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   // Empty, unshared, on the heap.
   static Rep* make();
   // Empty, in an arena that has room for arenaBytes().
-  static Rep* make(container::Arena & arena);
+  static Rep* make(container::Arena& arena);
   static std::size_t arenaBytes();
   // A deep copy with the lists reversed.
   static Rep* copyOf(const Rep& source);
   // Turns a representation that was just read from bytes into what the copy made in assigning it would be.
   void becomeItsCopy();
   // Needs: the caller has the last reference.
-  static void destroy(Rep * rep) noexcept;
+  static void destroy(Rep* rep) noexcept;
 
   Rep(const Rep&) = delete;
   Rep& operator=(const Rep&) = delete;
@@ -82,7 +82,7 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   // Needs: there is no object of that kind.
   Node& putRoom(Kind kind, unsigned int id, std::size_t bytes);
   // Takes over the bytes that the caller of putRoom() filled in, which may be fewer than the room.
-  void setFilled(Node & node, std::size_t bytes, std::size_t count) {
+  void setFilled(Node& node, std::size_t bytes, std::size_t count) {
     node.size = static_cast<unsigned int>(bytes);
     node.count = static_cast<unsigned int>(count);
     listBytes += recordBytes(node, bytes);
@@ -98,8 +98,8 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   // Writes the bytes of a node's object and returns the place behind them.
   static unsigned char* encodeObject(unsigned char* to, const Node& node);
 
-  void remove(NodeList & list, unsigned int id);
-  void removeIdMask(NodeList & list, unsigned int id, unsigned int mask);
+  void remove(NodeList& list, unsigned int id);
+  void removeIdMask(NodeList& list, unsigned int id, unsigned int mask);
 
   std::size_t maxLength() const;
 
@@ -142,10 +142,10 @@ struct [[gnu::visibility("hidden")]] message::Rep {
   template <Kind k>
   void replaceWithObject(unsigned int id, const container::Object<k>& v);
   template <Kind k>
-  void assign(Node & node, const container::Object<k>& v);
-  void resized(Node & node, std::size_t bytes);
-  void copyList(NodeList & to, const NodeList& from);
-  void pushCopy(NodeList & to, const Node& source);
+  void assign(Node& node, const container::Object<k>& v);
+  void resized(Node& node, std::size_t bytes);
+  void copyList(NodeList& to, const NodeList& from);
+  void pushCopy(NodeList& to, const Node& source);
   void destroyObjects(const NodeList& list) noexcept;
   static Rep* makeIn(void* block, std::size_t bytes, container::Arena* arena);
 };

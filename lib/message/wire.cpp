@@ -336,6 +336,12 @@ void message::flatten(std::vector<unsigned char>& out) const {
   }
 }
 
+message::flat_message message::flattened() const {
+  flat_message bytes;
+  flatten(bytes);
+  return bytes;
+}
+
 bool message::unflatten(const unsigned char* data, unsigned int len, flatten_type type) {
   Rep& rep = RepAccess::own(*this);
   if (data == nullptr) return true;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "kl/chunk.h"
 #include "kl/logger.h"
 #include "kl/services.h"
 #include "services/common/version.h"
@@ -65,14 +66,10 @@ kl::message SystemService::cmdGetObj(const kl::message&, unsigned int id) {
 
 kl::message SystemService::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
   const Figures now = figures();
-  const unsigned int first = start == kl::BADID ? 0 : std::min(start, kObjects);
-  const unsigned int last = count == 0 || count > kObjects - first ? kObjects : first + count;
-  std::vector<kl::message::flat_message> objects(last - first);
-  for (unsigned int id = first; id < last; ++id) objectOf(id, now).flatten(objects[id - first]);
-  kl::message reply;
-  reply.insert(kl::STD_OBJS, objects);
-  if (last < kObjects) reply.insert(kl::STD_GETALLID, last);
-  return reply;
+  kl::Chunk chunk(count);
+  for (unsigned int id = start == kl::BADID ? 0 : start; id < kObjects; ++id)
+    if (!chunk.add(id, objectOf(id, now))) break;
+  return chunk.reply();
 }
 
 kl::message SystemService::cmdGetCount(const kl::message&) {

@@ -15,7 +15,8 @@ constexpr std::time_t kStepSeconds = 900;  // no zone keeps an offset for less
 std::time_t firstWithAnother(int offset, std::time_t before, std::time_t after) {
   while (after - before > 1) {
     const std::time_t middle = before + (after - before) / 2;
-    (offsetAt(middle) == offset ? before : after) = middle;
+    if (offsetAt(middle) == offset) before = middle;
+    else after = middle;
   }
   return after;
 }

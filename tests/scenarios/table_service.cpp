@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "kl/chunk.h"
 #include "kl/looper.h"
 
 namespace {
 
 using Objects = std::vector<kl::message::flat_message>;
 
-constexpr std::size_t kChunkBytes = 16384;
 constexpr unsigned int kChangingIds = 200;
 constexpr unsigned int kLargeTable = 100000;
 
@@ -56,17 +56,11 @@ class Table : public kl::Handler {
   }
 
   kl::message cmdGetAll(const kl::message&, unsigned int start, unsigned int count) override {
-    auto next = start == kl::BADID ? objects_.begin() : objects_.lower_bound(start);
-    Objects objects;
-    std::size_t bytes = 0;
-    for (; next != objects_.end() && bytes < kChunkBytes && (count == 0 || objects.size() < count); ++next) {
-      next->second.flatten(objects.emplace_back());
-      bytes += objects.back().size();
-    }
-    kl::message reply;
-    reply.insert(kl::STD_OBJS, objects);
-    if (next != objects_.end()) reply.insert(kl::STD_GETALLID, next->first);
-    return reply;
+    kl::Chunk chunk(count);
+    for (auto at = start == kl::BADID ? objects_.begin() : objects_.lower_bound(start); at != objects_.end();
+         ++at)
+      if (!chunk.add(at->first, at->second)) break;
+    return chunk.reply();
   }
 
   kl::message cmdGetCount(const kl::message&) override {

@@ -1,5 +1,6 @@
 // kl-soak-keeper: a table that is kept in a store, and leaves.
 
+#include "kl/chunk.h"
 #include "kl/logger.h"
 #include "kl/looper.h"
 #include "kl/services.h"
@@ -8,7 +9,6 @@
 
 namespace {
 
-constexpr std::size_t kChunkBytes = 16384;
 constexpr std::size_t kLongestText = 4096;
 constexpr unsigned int kLifetime = 3;
 
@@ -58,17 +58,11 @@ class Keeper : public kl::Handler {
 
   kl::message cmdGetAll(const kl::message&, unsigned int start, unsigned int count) override {
     const auto& entries = store_.entries();
-    auto next = start == kl::BADID ? entries.begin() : entries.lower_bound(start);
-    std::vector<kl::message::flat_message> objects;
-    std::size_t bytes = 0;
-    for (; next != entries.end() && bytes < kChunkBytes && (count == 0 || objects.size() < count); ++next) {
-      store_.get(next->first).flatten(objects.emplace_back());
-      bytes += objects.back().size();
-    }
-    kl::message reply;
-    reply.insert(kl::STD_OBJS, objects);
-    if (next != entries.end()) reply.insert(kl::STD_GETALLID, next->first);
-    return reply;
+    kl::Chunk chunk(count);
+    for (auto at = start == kl::BADID ? entries.begin() : entries.lower_bound(start); at != entries.end();
+         ++at)
+      if (!chunk.add(at->first, store_.get(at->first))) break;
+    return chunk.reply();
   }
 
   kl::message cmdGetCount(const kl::message&) override {

@@ -173,8 +173,7 @@ class SettingsReader {
   std::optional<kl::message::flat_message> nested(const toml::node& node) {
     const toml::table* table = node.as_table();
     if (table == nullptr) return {};
-    kl::message::flat_message flat;
-    readTable(*table).flatten(flat);
+    kl::message::flat_message flat = readTable(*table).flattened();
     if (flat.size() > kMaxNestedBytes) return {};
     return flat;
   }
@@ -190,8 +189,7 @@ std::vector<unsigned char> readSettings(common::Section& section, const toml::no
     section.expected(settings, "settings", "a table of field ids and values");
     return {};
   }
-  std::vector<unsigned char> flat;
-  SettingsReader(section).readTable(*table).flatten(flat);
+  std::vector<unsigned char> flat = SettingsReader(section).readTable(*table).flattened();
   if (flat.size() > kMaxNestedBytes) section.mistake("expected settings of at most 65535 bytes together");
   return flat;
 }

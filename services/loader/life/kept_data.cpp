@@ -62,9 +62,7 @@ void KeptData::flush() {
 void KeptData::write(unsigned int id, const Kept& kept) {
   if (!store_) return;
   const kl::message record = recordOf(kept);
-  std::vector<unsigned char> bytes;
-  record.flatten(bytes);
-  if (bytes.size() <= kLongestRecord) return store_->set(id, record);
+  if (record.flattened().size() <= kLongestRecord) return store_->set(id, record);
   (void)store_->remove(id);
   log_.line("the data of service " + std::to_string(id) + " are too long for " + path_ +
             " and do not survive the loader");

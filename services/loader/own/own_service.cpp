@@ -5,21 +5,16 @@
 
 #include <algorithm>
 
+#include "kl/chunk.h"
+
 namespace loader {
 namespace {
 
 constexpr std::size_t kMostLeaveOrders = 1024;
 constexpr unsigned int kBatchTicks = 20;
 constexpr std::size_t kBatchRows = 100;
-constexpr std::size_t kChunkBytes = 16383;  // of objects in one message; the first always fits
 
 using Objects = std::vector<kl::message::flat_message>;
-
-kl::message::flat_message flat(const kl::message& m) {
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
 
 // The path of a subscriber or an asker inside its process is its return path without the process.
 std::vector<unsigned int> pathInside(const kl::message& request) {
@@ -45,7 +40,7 @@ kl::message deadRow(unsigned int id) {
 
 }  // namespace
 
-kl::message rowOf(const Service& s) {
+kl::message objectOf(const Service& s) {
   kl::message row;
   row.insert(kl::STD_ID, s.id);
   row.insert(kl::SVC_NAME, s.name);
@@ -91,7 +86,7 @@ kl::message OwnService::execute(const kl::message& request, unsigned int command
 
 kl::message OwnService::getObject(unsigned int id) const {
   const Service* service = table_.find(id);
-  return service != nullptr ? rowOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  return service != nullptr ? objectOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
 }
 
 // One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
@@ -101,20 +96,10 @@ kl::message OwnService::getAll(const kl::message& request) const {
   const unsigned int start = request.get(kl::STD_GETALLID, kl::BADID);
   const unsigned int most = request.get(kl::STD_GETALLNO, 0);
   const ServiceTable::Map& all = table_.all();
-  auto at = start == kl::BADID ? all.begin() : all.lower_bound(start);
-  Objects rows;
-  std::size_t bytes = 0;
-  for (; at != all.end() && (most == 0 || rows.size() < most); ++at) {
-    rows.push_back(flat(rowOf(*at->second)));
-    bytes += rows.back().size();
-    if (bytes <= kChunkBytes || rows.size() == 1) continue;
-    rows.pop_back();
-    break;
-  }
-  kl::message reply;
-  reply.insert(kl::STD_OBJS, rows);
-  if (at != all.end()) reply.insert(kl::STD_GETALLID, at->first);
-  return reply;
+  kl::Chunk chunk(most);
+  for (auto at = start == kl::BADID ? all.begin() : all.lower_bound(start); at != all.end(); ++at)
+    if (!chunk.add(at->first, objectOf(*at->second))) break;
+  return chunk.reply();
 }
 
 kl::message OwnService::getCount() const {
@@ -230,8 +215,8 @@ void OwnService::sendChanges() {
   std::size_t bytes = 0;
   for (const unsigned int id : ids) {
     const Service* service = table_.find(id);
-    kl::message::flat_message row = flat(service != nullptr ? rowOf(*service) : deadRow(id));
-    if (!objects.empty() && bytes + row.size() > kChunkBytes) {
+    kl::message::flat_message row = (service != nullptr ? objectOf(*service) : deadRow(id)).flattened();
+    if (!objects.empty() && bytes + row.size() > kl::Chunk::kMostBytes) {
       notify(objects);
       objects.clear();
       bytes = 0;

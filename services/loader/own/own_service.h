@@ -88,6 +88,6 @@ class OwnService {
 };
 
 // One row of the table as an object.
-kl::message rowOf(const Service& service);
+kl::message objectOf(const Service& service);
 
 }  // namespace loader

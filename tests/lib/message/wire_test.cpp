@@ -62,6 +62,13 @@ message withEverything() {
 
 // --- Writing ---------------------------------------------------------------------------------------------------
 
+TEST(Wire, FlattenedIsWhatFlattenWrites) {
+  Bytes written;
+  withEverything().flatten(written);
+  EXPECT_EQ(withEverything().flattened(), written);
+  EXPECT_EQ(message().flattened().size(), 2u);
+}
+
 TEST(Wire, TheEmptyMessageIsItsMagic) {
   EXPECT_EQ(flatHex(message()), "4d32");
   EXPECT_EQ(message().max_length(), 2u);

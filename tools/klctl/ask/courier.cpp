@@ -107,11 +107,7 @@ void runJob(int loaderSocket, int klctlSocket, const Job& job) {
     if (!sendBytes(klctl, bytes)) ::_exit(0);
   };
   giveBytes({});
-  job(looper, [&](const kl::message& m) {
-    Bytes bytes;
-    m.flatten(bytes);
-    giveBytes(bytes);
-  });
+  job(looper, [&](const kl::message& m) { giveBytes(m.flattened()); });
   giveBytes({});
   ::_exit(0);
 }

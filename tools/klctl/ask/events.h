@@ -26,10 +26,8 @@ inline constexpr kl::field<kl::message::flat_message> kEventContent{0x28fd0002};
 
 inline kl::message toMessage(EventKind kind, const kl::message& content) {
   kl::message m;
-  kl::message::flat_message bytes;
-  content.flatten(bytes);
   m.insert(kEventKind, static_cast<unsigned int>(kind));
-  m.insert(kEventContent, bytes);
+  m.insert(kEventContent, content.flattened());
   return m;
 }
 

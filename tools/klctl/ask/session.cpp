@@ -25,9 +25,7 @@ std::size_t sentBytes(kl::message m) {
   kl::setType(m, kl::TYPE_REQUEST);
   kl::setRequestID(m, kl::BADID);  // the longest form that an id can have
   m.insert(kl::SYS_REPLYEXP, true);
-  Bytes bytes;
-  m.flatten(bytes);
-  return bytes.size();
+  return m.flattened().size();
 }
 
 Bytes withOrder(const Order& order, const Bytes& message) {
@@ -65,8 +63,7 @@ void Session::send(const kl::message& m) {
 
 Bytes Session::carry(Order::Kind kind, const kl::message& m) {
   refuseOversized(m);
-  Bytes bytes;
-  m.flatten(bytes);
+  Bytes bytes = m.flattened();
   const Order order{kind, ticksOf(timeout_)};
   const bool sent = sendBytes(courier_.socket(), withOrder(order, bytes));
   const Received received =

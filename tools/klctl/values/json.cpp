@@ -41,8 +41,7 @@ class Writer {
 
  private:
   std::vector<unsigned int> idsOf(const kl::message& m) const {
-    Raw bytes;
-    m.flatten(bytes);
+    const Raw bytes = m.flattened();
     std::set<unsigned int> met;
     kl::RecordWalk walk(bytes);
     for (kl::Record record; walk.next(record);) met.insert(record.id());
@@ -201,11 +200,7 @@ class Reader {
     throw cannotHold(names_.nameOf(id), id, "text", value);
   }
 
-  Flat nested(const Json& value, int depth) const {
-    Flat bytes;
-    object(value, depth + 1).flatten(bytes);
-    return bytes;
-  }
+  Flat nested(const Json& value, int depth) const { return object(value, depth + 1).flattened(); }
 
   Raw raw(unsigned int id, const Json& value) const {
     Raw bytes;
