@@ -34,7 +34,7 @@ void write(std::ostream& out, const loader::Rights& rights) {
 // Everything that a configuration says.
 std::string textOf(const Configuration& c) {
   std::ostringstream out;
-  out << c.stateFolder << '\n' << c.queueLimit << '\n' << c.stallSeconds << '\n';
+  out << c.stateFolder << '\n' << c.queueLimit << '\n' << c.stallSeconds << '\n' << c.startSeconds << '\n';
   write(out, c.defaultRights);
   for (const auto& [user, rights] : c.userRights) write(out << user << ' ', rights);
   for (const loader::ServiceConfiguration& service : c.services) {
@@ -43,7 +43,7 @@ std::string textOf(const Configuration& c) {
     for (const auto& [name, value] : service.environment) out << name << '=' << value << '\n';
     write(out, service.rights);
     out << static_cast<int>(service.restart) << service.startsAtBoot << service.startsOnDemand
-        << service.leaveIdleSeconds << '\n'
+        << service.leaveIdleSeconds << ' ' << service.startSeconds << '\n'
         << kl::message(service.settings) << '\n';
   }
   return out.str();

@@ -106,7 +106,7 @@ unsigned int readId(Section& section, const std::string& name) {
   return id;
 }
 
-ServiceConfiguration readService(Section& section) {
+ServiceConfiguration readService(Section& section, unsigned int startSeconds) {
   ServiceConfiguration service;
   service.name = section.text("name", "");
   service.id = readId(section, service.name);
@@ -117,6 +117,7 @@ ServiceConfiguration readService(Section& section) {
   service.rights = readRights(section, "rights", Rights{true, 0});
   service.restart = readRestart(section);
   readStart(section, service);
+  service.startSeconds = section.number("start_seconds", startSeconds, 0, 86400);
   service.leaveIdleSeconds = section.number("leave_idle_seconds", 0u, 0, 86400);
   refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))
@@ -129,7 +130,7 @@ void readServices(Section& file, Configuration& configuration) {
   std::set<unsigned int> ids;
   std::set<std::string> names;
   for (Section& section : file.tables("service", "a table for each service, headed by [[service]]")) {
-    ServiceConfiguration service = readService(section);
+    ServiceConfiguration service = readService(section, configuration.startSeconds);
     if (!ids.insert(service.id).second && service.id != 0)
       section.mistake("expected an id of its own: another service has it");
     if (!names.insert(service.name).second)
@@ -142,6 +143,7 @@ void readLoader(Section& file, Configuration& configuration) {
   Section section = file.table("loader");
   configuration.stateFolder = section.text("state_folder", configuration.stateFolder);
   configuration.queueLimit = section.number("queue_limit", configuration.queueLimit, 4096, 16 * 1024 * 1024);
+  configuration.startSeconds = section.number("start_seconds", configuration.startSeconds, 0, 86400);
   configuration.stallSeconds = section.number("stall_seconds", configuration.stallSeconds, 0, 86400);
   section.refuseOthers();
 }

@@ -36,6 +36,7 @@ struct ServiceConfiguration {
   RestartRule restart = RestartRule::kAfterCrash;
   bool startsAtBoot = true;
   bool startsOnDemand = false;          // the first message for it starts it
+  unsigned int startSeconds = 60;       // a process that does not register in that time has to end; 0: never
   unsigned int leaveIdleSeconds = 0;    // after so long without work it is asked to leave; 0: never
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
 };
@@ -43,6 +44,7 @@ struct ServiceConfiguration {
 struct Configuration {
   std::string stateFolder;               // where the loader keeps what must survive it
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
+  unsigned int startSeconds = 60;        // of each service that has none of its own
   unsigned int stallSeconds = 10;  // a busy service that reads nothing for so long is disconnected; 0: never
   Rights defaultRights;
   std::map<std::string, Rights> userRights;

@@ -19,6 +19,9 @@
 namespace loader {
 namespace {
 
+constexpr unsigned int kTicksPerSecond = 100;
+constexpr unsigned int kLastLookTicks = 20;
+
 constexpr char kNotMine[] = "the loader does not start this service";
 constexpr char kEnding[] = "the loader is ending";
 constexpr char kNotThere[] = "no process that the loader started runs for this service";
@@ -213,7 +216,7 @@ void Lifecycle::onProcessExit(Child& child, int status) {
   const bool wasTold = service.life == LifeState::kStopping || service.life == LifeState::kRestarting;
   std::string how = describe(service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
   host_.closeConnectionsOf(service);
-  const LifeEvent event = exitEvent(child, isCrash(status));
+  const LifeEvent event = exitEvent(child, isCrash(status) || child.isLate());
   const Transition* transition = findTransition(service.life, event);
   if (transition != nullptr && transition->to == LifeState::kLeft) how = describe(service) + ": left";
   apply(service, event, how);
@@ -289,7 +292,7 @@ void Lifecycle::enter(Service& service, LifeState state) {
 
 // Why no process could be started, if one was to be.
 std::string Lifecycle::after(Service& service, Steps steps) {
-  if (steps.has(Step::kDisarm)) cancel(find(service)->endTimer);
+  if (steps.has(Step::kDisarm)) disarm(*find(service));
   if (steps.has(Step::kGreet)) greet(service);
   std::string failure;
   if (steps.has(Step::kLaunch)) failure = launch(*find(service));
@@ -325,12 +328,14 @@ void Lifecycle::keep(Service& service) {
 }
 
 void Lifecycle::forgetProcess(Service& service) {
-  if (Child* child = find(service)) cancel(child->endTimer);
+  if (Child* child = find(service)) disarm(*child);
   service.pid = 0;
 }
 
+// However long a process lived, without a registration it has not proved itself.
 void Lifecycle::wait(Child& child, const std::string& how) {
-  const unsigned int delay = child.delay.next(kl::getJiffies() - child.startTick);
+  const unsigned int lived = child.isLate() ? 0 : kl::getJiffies() - child.startTick;
+  const unsigned int delay = child.delay.next(lived);
   log_.line(how + "; starts again in " + secondsText(delay));
   child.delayTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onDelayOver>(), delay);
 }
@@ -359,7 +364,21 @@ std::string Lifecycle::launch(Child& child) {
   service.pid = pid;
   log_.line(describe(service) + ": started");
   host_.adopt(service, std::move(mine));
+  watchStart(child);
   return {};
+}
+
+void Lifecycle::watchStart(Child& child) {
+  cancel(child.startTimer);
+  child.isLastLook = false;
+  if (child.configuration.startSeconds == 0) return;
+  child.startTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onStartTimeOut>(),
+                                      child.configuration.startSeconds * kTicksPerSecond);
+}
+
+void Lifecycle::disarm(Child& child) {
+  cancel(child.endTimer);
+  cancel(child.startTimer);
 }
 
 void Lifecycle::arm(Child& child) {
@@ -395,6 +414,20 @@ void Lifecycle::Child::onTimeOut() {
   const bool isToldFirst = lifecycle.isEnding_ && service.state == kl::SVC_STATE_LEAVING;
   if (isAlive() && service.pid == pid)
     lifecycle.apply(service, isToldFirst ? LifeEvent::kStop : LifeEvent::kTimeOut);
+  lifecycle.host_.settle();
+}
+
+// The registration may have come while the loader itself stood still, so what is there is read before the process is
+// judged.
+void Lifecycle::Child::onStartTimeOut() {
+  startTimer = {};
+  if (!std::exchange(isLastLook, true)) {
+    startTimer = lifecycle.runner_.addTimer(this, kl::bind<Child, &Child::onStartTimeOut>(), kLastLookTicks);
+    return;
+  }
+  if (findTransition(service.life, LifeEvent::kOverdue) == nullptr) return;
+  lifecycle.log_.line(describe(service) + ": does not register, is told to end");
+  lifecycle.apply(service, LifeEvent::kOverdue);
   lifecycle.host_.settle();
 }
 

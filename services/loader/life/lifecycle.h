@@ -94,6 +94,8 @@ class Lifecycle {
         : lifecycle(l), service(s), configuration(c) {}
     void onDelayOver();
     void onTimeOut();
+    void onStartTimeOut();
+    bool isLate() const { return service.life == LifeState::kLate || service.life == LifeState::kLateAgain; }
     bool isAlive() const { return service.pid > 0 && rowOf(service.life).process == ProcessOf::kLoader; }
 
     Lifecycle& lifecycle;
@@ -103,6 +105,8 @@ class Lifecycle {
     RestartDelay delay;
     kl::TimerPtr delayTimer;
     kl::TimerPtr endTimer;
+    kl::TimerPtr startTimer;
+    bool isLastLook = false;  // of startTimer: its time is over, and what came meanwhile is read
   };
 
   const char* start(Service& service);
@@ -126,6 +130,8 @@ class Lifecycle {
   void greet(Service& service);
   std::string launch(Child& child);
   void arm(Child& child);
+  void watchStart(Child& child);
+  void disarm(Child& child);
   void kill(const Service& service);
   void release(Service& service);
 

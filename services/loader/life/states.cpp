@@ -24,6 +24,8 @@ constexpr std::array<StateRow, kLifeStates> kStates{{
     {"StartingAgain", kl::SVC_STATE_STARTING, false, ProcessOf::kLoader},
     {"HungUp", kl::SVC_STATE_STOPPING, false, ProcessOf::kLoader},
     {"CutOff", kl::SVC_STATE_STOPPING, false, ProcessOf::kLoader},
+    {"Late", kl::SVC_STATE_STOPPING, false, ProcessOf::kLoader},
+    {"LateAgain", kl::SVC_STATE_STOPPING, false, ProcessOf::kLoader},
     {"Registered", kl::SVC_STATE_REGISTERED, false, ProcessOf::kLoader},
     {"Running", kl::SVC_STATE_RUNNING, false, ProcessOf::kLoader},
     {"Leaving", kl::SVC_STATE_LEAVING, true, ProcessOf::kLoader},
@@ -55,6 +57,7 @@ constexpr std::array<std::string_view, kLifeEvents> kEventNames{"Start",
                                                                 "CrashedStaysDown",
                                                                 "CrashedComesAgain",
                                                                 "StartFailed",
+                                                                "Overdue",
                                                                 "DelayOver",
                                                                 "TimeOut"};
 
@@ -71,6 +74,7 @@ struct Row {
 
 constexpr unsigned int kExited = anyOf(E::kExitedStaysDown, E::kExitedOnDemand, E::kExitedComesAgain);
 constexpr unsigned int kEnded = kExited | anyOf(E::kCrashedStaysDown, E::kCrashedComesAgain);
+constexpr unsigned int kLate = anyOf(S::kLate, S::kLateAgain);
 constexpr unsigned int kAsked = anyOf(S::kLeaving, S::kLeavingNeeded, S::kSaved, S::kSavedNeeded);
 
 constexpr Row kTransitions[] = {
@@ -102,10 +106,13 @@ constexpr Row kTransitions[] = {
     {anyOf(S::kStarting), anyOf(E::kHungUp), {S::kHungUp, Steps(Step::kArm)}},
     {anyOf(S::kStartingAgain), anyOf(E::kHungUp), {S::kCutOff, Steps(Step::kArm)}},
 
+    {anyOf(S::kStarting), anyOf(E::kOverdue), {S::kLate, Steps(Step::kTell)}},
+    {anyOf(S::kStartingAgain), anyOf(E::kOverdue), {S::kLateAgain, Steps(Step::kTell)}},
+
     {anyOf(S::kRegistered), anyOf(E::kRunning), {S::kRunning, Steps()}},
     {anyOf(S::kStarting, S::kStartingAgain, S::kHungUp, S::kCutOff, S::kRegistered, S::kRunning, S::kStopping,
            S::kRestarting) |
-         kAsked,
+         kLate | kAsked,
      anyOf(E::kStop),
      {S::kStopping, Steps(Step::kTell)}},
     {anyOf(S::kRegistered, S::kRunning), anyOf(E::kClosed), {S::kCutOff, Steps(Step::kAnnounce, Step::kArm)}},
@@ -132,26 +139,29 @@ constexpr Row kTransitions[] = {
      kEnded,
      {S::kLeft, Steps(Step::kKeep, Step::kForgetProcess, Step::kLog, Step::kNeed)}},
 
-    {anyOf(S::kStopping, S::kHungUp, S::kCutOff), anyOf(E::kStart), {S::kRestarting, Steps()}},
-    {anyOf(S::kStopping, S::kRestarting), anyOf(E::kClosed), {S::kSame, Steps(Step::kAnnounce)}},
-    {anyOf(S::kStopping, S::kRestarting), anyOf(E::kRegistered), {S::kSame, Steps(Step::kGreet)}},
+    {anyOf(S::kStopping, S::kHungUp, S::kCutOff) | kLate, anyOf(E::kStart), {S::kRestarting, Steps()}},
+    {anyOf(S::kStopping, S::kRestarting) | kLate, anyOf(E::kClosed), {S::kSame, Steps(Step::kAnnounce)}},
+    {anyOf(S::kStopping, S::kRestarting, S::kLateAgain),
+     anyOf(E::kRegistered),
+     {S::kSame, Steps(Step::kGreet)}},
+    {anyOf(S::kLate), anyOf(E::kRegistered), {S::kLateAgain, Steps(Step::kGreet)}},
     {anyOf(S::kStopping), kEnded, {S::kStopped, Steps(Step::kGiveUp, Step::kForgetProcess, Step::kLog)}},
     {anyOf(S::kRestarting),
      kEnded,
      {S::kStarting, Steps(Step::kDrop, Step::kForgetProcess, Step::kLog, Step::kLaunch)}},
-    {anyOf(S::kHungUp, S::kCutOff),
+    {anyOf(S::kHungUp, S::kCutOff) | kLate,
      anyOf(E::kExitedStaysDown, E::kCrashedStaysDown),
      {S::kStopped, Steps(Step::kGiveUp, Step::kForgetProcess, Step::kLog)}},
-    {anyOf(S::kHungUp, S::kCutOff),
+    {anyOf(S::kHungUp, S::kCutOff) | kLate,
      anyOf(E::kExitedOnDemand),
      {S::kOnDemand, Steps(Step::kGiveUp, Step::kForgetProcess, Step::kLog)}},
-    {anyOf(S::kHungUp),
+    {anyOf(S::kHungUp, S::kLate),
      anyOf(E::kExitedComesAgain, E::kCrashedComesAgain),
      {S::kDelayedFirst, Steps(Step::kDrop, Step::kForgetProcess, Step::kWait)}},
-    {anyOf(S::kCutOff),
+    {anyOf(S::kCutOff, S::kLateAgain),
      anyOf(E::kExitedComesAgain, E::kCrashedComesAgain),
      {S::kDelayed, Steps(Step::kDrop, Step::kForgetProcess, Step::kWait)}},
-    {anyOf(S::kHungUp, S::kCutOff, S::kStopping, S::kRestarting) | kAsked,
+    {anyOf(S::kHungUp, S::kCutOff, S::kStopping, S::kRestarting) | kLate | kAsked,
      anyOf(E::kTimeOut),
      {S::kSame, Steps(Step::kKill)}},
 

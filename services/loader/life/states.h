@@ -21,6 +21,8 @@ enum class LifeState : unsigned char {
   kStartingAgain,
   kHungUp,
   kCutOff,
+  kLate,
+  kLateAgain,
   kRegistered,
   kRunning,
   kLeaving,
@@ -55,6 +57,7 @@ enum class LifeEvent : unsigned char {
   kCrashedStaysDown,  // its process has ended in another way
   kCrashedComesAgain,
   kStartFailed,  // there is no process
+  kOverdue,      // its process has not registered in the time that it is given
   kDelayOver,    // of the delay after a crash
   kTimeOut,      // a process that has to end has not
 };

@@ -42,6 +42,7 @@ TEST(Configuration, AnEmptyFileIsTheBuiltInConfiguration) {
   EXPECT_EQ(c.stateFolder, builtIn.stateFolder);
   EXPECT_EQ(c.queueLimit, 1024u * 1024);
   EXPECT_EQ(c.stallSeconds, 10u);
+  EXPECT_EQ(c.startSeconds, 60u);
   EXPECT_EQ(c.defaultRights, (Rights{false, 64}));
   EXPECT_TRUE(c.services.empty());
   EXPECT_EQ(c.stateFolder + "/", kl::runFolderPath().substr(0, kl::runFolderPath().size() - 3) + "loader/");
@@ -53,6 +54,7 @@ TEST(Configuration, EveryKeyIsRead) {
 state_folder = "/var/lib/kelo"
 queue_limit = 65536
 stall_seconds = 0
+start_seconds = 90
 
 [rights]
 default = "read"
@@ -70,6 +72,7 @@ environment = { LANG = "C" }
 rights = ["read"]
 restart = "never"
 start = false
+start_seconds = 0
 
 [service.settings]
 0x08000007 = 1000
@@ -81,6 +84,7 @@ id = 33
   EXPECT_EQ(c.stateFolder, "/var/lib/kelo");
   EXPECT_EQ(c.queueLimit, 65536u);
   EXPECT_EQ(c.stallSeconds, 0u);
+  EXPECT_EQ(c.startSeconds, 90u);
   EXPECT_TRUE(c.rightsOf("root").all);
   EXPECT_EQ(c.rightsOf("daemon"), (Rights{false, 64 | 128 | 512}));
   EXPECT_EQ(c.rightsOf("bin"), (Rights{false, 0x41}));
@@ -88,6 +92,8 @@ id = 33
   ASSERT_EQ(c.services.size(), 2u);
   const loader::ServiceConfiguration& s = c.services[0];
   EXPECT_EQ(s.id, 32u);
+  EXPECT_EQ(s.startSeconds, 0u);
+  EXPECT_EQ(c.services[1].startSeconds, 90u);
   EXPECT_EQ(s.name, "netif");
   EXPECT_EQ(s.command, (std::vector<std::string>{"/usr/bin/netif", "--quiet"}));
   EXPECT_EQ(s.user, "daemon");
@@ -148,7 +154,7 @@ TEST(Configuration, ASyntaxMistakeHasItsLine) {
 TEST(Configuration, AnUnknownKeyIsAMistake) {
   EXPECT_EQ(mistakesIn("[loader]\nqueue_limits = 4096\n"),
             "test.toml:2: [loader] queue_limits: expected one of the keys queue_limit, stall_seconds, "
-            "state_folder");
+            "start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
             "test.toml:2: services: expected one of the keys loader, rights, service");
   EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")

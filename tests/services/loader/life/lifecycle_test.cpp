@@ -267,6 +267,39 @@ TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasGivenUpBeforeItRegistered
   EXPECT_EQ(errorOf(ask({32})), kl::ERROR_BRKPATH);
 }
 
+TEST_F(Supervision, AServiceThatDoesNotRegisterInTimeIsEndedAndComesAgainLikeOneThatCrashed) {
+  const LoaderProcess loader(service("hidden", 32, "hide", "start_seconds = 1"));
+  connect();
+  ASSERT_TRUE(a_.send(request({32}, kl::CMD_GET, 5, {7})));
+  EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_BRKPATH);
+  EXPECT_TRUE(loader.logs("hidden (32, pid"));
+  EXPECT_TRUE(loader.logs("does not register, is told to end"));
+  EXPECT_TRUE(loader.logs("ended with signal 15; starts again in 0.1 s"));
+  EXPECT_TRUE(loader.logs("starts again in 0.2 s"));
+}
+
+TEST_F(Supervision, AServiceThatRegistersInTimeOrHasNoneIsLeftAlone) {
+  const LoaderProcess loader("[loader]\nstart_seconds = 1\n" +
+                             service("hidden", 32, "hide", "start_seconds = 0") +
+                             service("prompt", 33, "serve") + service("never", 34, "hide"));
+  connect();
+  ASSERT_TRUE(loader.logs("never (34"));
+  ASSERT_TRUE(loader.logs("does not register, is told to end"));
+  EXPECT_EQ(row(32).get(kl::SVC_STATE, 0), kl::SVC_STATE_STARTING);
+  EXPECT_EQ(row(33).get(kl::SVC_STATE, 0), kl::SVC_STATE_RUNNING);
+}
+
+TEST_F(Supervision, AServiceThatRegisteredWhileTheLoaderStoodStillIsLeftAlone) {
+  const LoaderProcess loader(service("slow", 32, "late 300", "start_seconds = 1"));
+  ASSERT_TRUE(loader.logs("started"));
+  loader.signal(SIGSTOP);
+  ::usleep(2500000);
+  loader.signal(SIGCONT);
+  connect();
+  EXPECT_TRUE(reachesState(32, kl::SVC_STATE_RUNNING));
+  EXPECT_EQ(loader.log().find("does not register"), std::string::npos) << loader.log();
+}
+
 TEST_F(Supervision, RequestsDoNotWaitForAServiceThatWasStoppedBetweenTwoStarts) {
   const LoaderProcess loader(service("bad", 32, "crash"));
   ASSERT_TRUE(loader.logs("starts again in 0.8 s"));
