@@ -4,7 +4,7 @@
 #include <string>
 
 #include "admission/id_counter.h"
-#include "admission/users.h"
+#include "config/users.h"
 #include "config/configuration.h"
 #include "routing/service_table.h"
 #include "services/common/local_socket.h"

@@ -19,7 +19,7 @@
 #include <set>
 #include <string_view>
 
-#include "admission/users.h"
+#include "config/users.h"
 #include "services/common/descriptor.h"
 
 namespace loader {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "services/common/descriptor.h"
-#include "services/loader/admission/users.h"
+#include "services/loader/config/users.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "services/loader/admission/users.h"
+#include "services/loader/config/users.h"
 
 #include <gtest/gtest.h>
 

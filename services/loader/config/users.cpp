@@ -1,6 +1,6 @@
 // The system's own lists are read once for each user.
 
-#include "admission/users.h"
+#include "config/users.h"
 
 #include <pwd.h>
 
