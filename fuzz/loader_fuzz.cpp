@@ -40,7 +40,7 @@ loader::Configuration configuration() {
   c.services.emplace_back();
   c.services[0].id = kConfigured;
   c.services[0].name = "configured";
-  c.services[0].rights = {false, 3};
+  c.services[0].rights = loader::Rights::of(3);
   return c;
 }
 
@@ -221,9 +221,10 @@ class System {
   }
 
   static void checkRights(const kl::message& command, const Service& sender) {
-    if (sender.rights.empty()) return;
+    if (sender.rights.isTrusted) return require(command.has(kl::SYS_USER), "a command names a user");
+    const auto& records = sender.rights.grants.at(0).records;
     Bytes expected{0x4d, 0x32};
-    expected.insert(expected.end(), sender.rights.begin(), sender.rights.end());
+    expected.insert(expected.end(), records.begin(), records.end());
     require(command.includes(kl::message(expected)), "a command carries the rights of its sender");
   }
 

@@ -125,9 +125,9 @@ void Registration::fill(Service& service, const Applicant& who) {
   service.wantsToLeave = false;
   if (service.name.empty()) service.name = programName(who.pid);
   const ServiceConfiguration* configured = configurationOf(service);
-  Rights rights = configured != nullptr ? configured->rights : configuration_.rightsOf(service.user);
-  if (who.uid == 0 || who.uid == ::geteuid()) rights.all = true;
-  service.rights = rightsRecords(service.user, rights);
+  const Rights rights = configured != nullptr ? configured->rights : configuration_.rightsOf(service.user);
+  const bool isTrusted = who.uid == 0 || who.uid == ::geteuid();
+  service.rights = isTrusted ? trustedRights(service.user) : equalRights(service.user, rights);
 }
 
 }  // namespace loader

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "admission/id_counter.h"
-#include "config/users.h"
 #include "config/configuration.h"
+#include "config/users.h"
 #include "routing/service_table.h"
 #include "services/common/local_socket.h"
 

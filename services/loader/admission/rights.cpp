@@ -10,17 +10,30 @@ namespace {
 
 constexpr std::size_t kMagicBytes = 2;
 
-}  // namespace
-
-RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
-  if (rights.all) return {};
-  kl::message m;
-  m.insert(kl::SYS_USER, user);
-  m.insert(kl::SYS_POLICY, rights.bits);
+RightsRecords recordsOf(const kl::message& m) {
   RightsRecords records;
   m.flatten(records);
   records.erase(records.begin(), records.begin() + kMagicBytes);
   return records;
+}
+
+}  // namespace
+
+RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
+  kl::message m;
+  m.insert(kl::SYS_USER, user);
+  m.insert(kl::SYS_POLICY, rights.bits);
+  return recordsOf(m);
+}
+
+SenderRights trustedRights(const std::string& user) {
+  kl::message m;
+  m.insert(kl::SYS_USER, user);
+  return {true, recordsOf(m), {}};
+}
+
+SenderRights equalRights(const std::string& user, const Rights& rights) {
+  return {false, {}, {{rights, rightsRecords(user, rights)}}};
 }
 
 }  // namespace loader

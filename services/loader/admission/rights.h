@@ -3,12 +3,16 @@
 
 #include <string>
 
-#include "config/configuration.h"
-#include "routing/rewrite.h"
+#include "routing/access.h"
 
 namespace loader {
 
-// The records that replace SYS_USER and SYS_POLICY in the commands of a sender; none for one with all rights.
+// The records that replace SYS_USER and SYS_POLICY in the requests of a sender.
 RightsRecords rightsRecords(const std::string& user, const Rights& rights);
+
+// The rights of root and of the loader's own user.
+SenderRights trustedRights(const std::string& user);
+// The same rights everywhere.
+SenderRights equalRights(const std::string& user, const Rights& rights);
 
 }  // namespace loader

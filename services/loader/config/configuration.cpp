@@ -24,7 +24,7 @@ constexpr char kRightsExpected[] =
     "\"all\", \"read\", \"change\", \"control\", \"contents\", a list of these, or a number of policy bits";
 
 bool addRight(const std::string& word, Rights& rights) {
-  if (word == "all") rights.all = true;
+  if (word == "all") rights = Rights::everything();
   else if (word == "read") rights.bits |= kl::RIGHT_READ;
   else if (word == "change") rights.bits |= kl::RIGHT_CHANGE;
   else if (word == "control") rights.bits |= kl::RIGHT_CONTROL;
@@ -43,7 +43,7 @@ bool addRights(const toml::array& words, Rights& rights) {
 Rights readRights(Section& section, const std::string& key, Rights otherwise) {
   const toml::node* node = section.find(key);
   if (node == nullptr) return otherwise;
-  Rights rights{false, 0};
+  Rights rights = Rights::of(0);
   if (const auto word = node->value_exact<std::string>(); word && addRight(*word, rights)) return rights;
   if (const auto* words = node->as_array(); words != nullptr && addRights(*words, rights)) return rights;
   if (const auto bits = node->value_exact<int64_t>(); bits && *bits >= 0 && *bits <= 0xffffffff) {
@@ -114,7 +114,7 @@ ServiceConfiguration readService(Section& section, unsigned int startSeconds) {
   service.user = readUser(section);
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
-  service.rights = readRights(section, "rights", Rights{true, 0});
+  service.rights = readRights(section, "rights", Rights::everything());
   service.restart = readRestart(section);
   readStart(section, service);
   service.startSeconds = section.number("start_seconds", startSeconds, 0, 86400);

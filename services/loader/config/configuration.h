@@ -5,18 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "kl/conventions.h"
+#include "config/rights.h"
 #include "services/common/command_line.h"
 
 namespace loader {
-
-// The rights of a sender's requests.
-struct Rights {
-  bool all = false;                    // the sender's own SYS_USER and SYS_POLICY are passed on
-  unsigned int bits = kl::RIGHT_READ;  // else every request of it carries these, and its user
-
-  friend bool operator==(const Rights&, const Rights&) = default;
-};
 
 // When the loader starts a service again that ended without an order.
 enum class RestartRule : unsigned char {
@@ -32,7 +24,7 @@ struct ServiceConfiguration {
   std::string user;                  // who it runs as and who may claim its id; empty: the loader's own user
   std::string folder;                // its working directory; empty: the loader's own
   std::map<std::string, std::string> environment;  // beside what the loader has
-  Rights rights{true, 0};
+  Rights rights = Rights::everything();
   RestartRule restart = RestartRule::kAfterCrash;
   bool startsAtBoot = true;
   bool startsOnDemand = false;          // the first message for it starts it

@@ -32,10 +32,11 @@ unsigned int senderOf(const kl::message& m) {
 
 }  // namespace
 
-bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency) {
+bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
+                     const RightsMark& mark) {
   if (!admit(to, envelope.body.size(), urgency)) return false;
   (void)append(to, from.id, kindOf(envelope),
-               [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, from.rights); });
+               [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, mark); });
   return true;
 }
 

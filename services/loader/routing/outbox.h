@@ -33,8 +33,9 @@ class Outbox {
   // True when nothing but replies is taken for the service.
   bool isFull(const Service& to) const { return to.waiting() >= queueLimit_; }
 
-  // Queues a frame on its way from `from`; false when it was dropped.
-  bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency);
+  // Queues a frame on its way from `from`, with the rights that `mark` says; false when it was dropped.
+  bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
+               const RightsMark& mark = {});
 
   // Queues a message of the loader's own; false when it was dropped.  A service that is neither connected nor held for
   // gets none.

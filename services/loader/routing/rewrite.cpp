@@ -69,23 +69,22 @@ class Touched {
   std::size_t size_ = 0;
 };
 
-std::size_t deliveredBytes(const Envelope& e, Path rest, bool replacesRights, std::size_t rightsBytes) {
+std::size_t deliveredBytes(const Envelope& e, Path rest, const RightsMark& mark) {
   std::size_t size = e.body.size() - e.to.bytes().size() + kArrayHeaderBytes + rest.bytes().size();
   size += e.from.bytes().empty() ? kArrayHeaderBytes + 4 : 4;
-  if (replacesRights) size += rightsBytes - e.user.bytes().size() - e.policy.bytes().size();
-  return size;
+  if (mark.replaces) size -= e.user.bytes().size() + e.policy.bytes().size();
+  return size + mark.records.size();
 }
 
 }  // namespace
 
 std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned int senderId,
-                            const RightsRecords& rights) {
-  const bool replacesRights = !rights.empty() && e.isCommand();
-  const std::size_t size = deliveredBytes(e, rest, replacesRights, rights.size());
+                            const RightsMark& mark) {
+  const std::size_t size = deliveredBytes(e, rest, mark);
   Touched touched;
   touched.add(e.to);
   touched.add(e.from);
-  if (replacesRights) {
+  if (mark.replaces) {
     touched.add(e.user);
     touched.add(e.policy);
   }
@@ -101,7 +100,7 @@ std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned 
   }
   writer.bytes({copied, e.body.data() + e.body.size()});
   if (e.from.bytes().empty()) writer.returnPath(senderId, Path());
-  if (replacesRights) writer.bytes(rights);
+  writer.bytes(mark.records);
   return kPrefixBytes + size;
 }
 

@@ -8,13 +8,20 @@
 
 namespace loader {
 
-// The records that replace SYS_USER and SYS_POLICY in the requests of a sender; none for one with all rights.
+// Records of SYS_USER and SYS_POLICY, as they stand in a frame.
 using RightsRecords = std::vector<unsigned char>;
 
+// What becomes of the rights in a frame: these records are added, and SYS_USER and SYS_POLICY of the sender go.
+// Without either the frame keeps what it carries.
+struct RightsMark {
+  std::span<const unsigned char> records;
+  bool replaces = false;
+};
+
 // Appends the whole frame, length prefix included, as the receiver gets it: the path is `rest`, the return path
-// begins with `senderId`, and in a command the rights are replaced by `rights` unless that is empty.  Everything
-// else passes as it came.  Returns the number of bytes appended.
+// begins with `senderId`, and the rights are what `mark` says.  Everything else passes as it came.  Returns the number
+// of bytes appended.
 std::size_t appendDelivered(Buffer& out, const Envelope& envelope, Path rest, unsigned int senderId,
-                            const RightsRecords& rights);
+                            const RightsMark& mark);
 
 }  // namespace loader

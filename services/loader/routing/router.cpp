@@ -29,8 +29,9 @@ Ids inFrontOf(unsigned int first, Ids rest) {
   return rest;
 }
 
-kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int code) {
-  kl::message m = kl::errorMsg(code, "");
+kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int code,
+                       const std::string& text = {}) {
+  kl::message m = kl::errorMsg(code, text);
   m.insert(kl::SYS_TO, returnPath);
   m.insert(kl::SYS_FROM, unreached);
   return m;
@@ -180,10 +181,13 @@ void Router::reportNeed(Service& to, const Envelope& e) {
 void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (e.isReply() || e.isNotice()) return;
   if (path.size() > 2 || (path.size() == 2 && path[1] != 0)) return reportBrokenPath(sender, e, path);
+  Service* own = table_.find(kl::SERVICE_LOADER);
+  const Access access = Access::decide(sender.rights, e, own != nullptr ? own->rules : DestinationRules());
+  if (access.isDenied()) return deny(sender, e, kl::SERVICE_LOADER, path.withoutFirst(), access);
   scratch_.clear();
-  appendDelivered(scratch_, e, Path(), sender.id, sender.rights);
+  appendDelivered(scratch_, e, Path(), sender.id, access.mark);
   const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
-  if (Service* own = table_.find(kl::SERVICE_LOADER)) {
+  if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
   }
@@ -201,9 +205,11 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 }
 
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
-  if (outbox_.isFull(to) && e.wantsAnswer()) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
-  if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to, rest, kl::ERROR_BUSY);
-  if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary) && e.isTracked())
+  const Access access = Access::decide(sender.rights, e, to.rules);
+  if (access.isDenied()) return deny(sender, e, to.id, rest, access);
+  if (outbox_.isFull(to) && e.wantsAnswer()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
+  if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
+  if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark) && e.isTracked())
     requests_.add(sender, to, e, rest, now_);
 }
 
@@ -225,11 +231,18 @@ void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
   (void)outbox_.send(sender, m, e.expectsReply ? Urgency::kReply : Urgency::kOrdinary);
 }
 
-void Router::refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code) {
-  kl::message m = errorAbout(inFrontOf(to.id, idsOf(rest)), idsOf(e.returnPath()), code);
+void Router::refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,
+                    const std::string& text) {
+  kl::message m = errorAbout(inFrontOf(toId, idsOf(rest)), idsOf(e.returnPath()), code, text);
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   if (e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
   (void)outbox_.send(sender, m, Urgency::kReply);
+}
+
+// A request without an answer is dropped without a word to its sender.
+void Router::deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access) {
+  if (calls_.onDenied) calls_.onDenied(sender, e, toId, rest, access);
+  if (e.wantsAnswer()) refuse(sender, e, toId, rest, kl::ERROR_NOTALLOWED, access.reason());
 }
 
 void Router::answerOpen(const OpenRequest& request, unsigned int code) {

@@ -38,6 +38,10 @@ class Router {
     std::function<void(Service& sender, const Envelope& e)> onControl;
     // Something is held for the service that it is to be started for.
     std::function<void(Service& to)> onNeeded;
+    // A request to this path was not delivered because of its sender's rights.
+    std::function<void(const Service& sender, const Envelope& e, unsigned int toId, Path rest,
+                       const Access& access)>
+        onDenied = {};
   };
 
   Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, Calls calls)
@@ -80,7 +84,9 @@ class Router {
   bool makeRoom(Service& asker);
 
   void reportBrokenPath(Service& sender, const Envelope& e, Path path);
-  void refuse(Service& sender, const Envelope& e, const Service& to, Path rest, unsigned int code);
+  void refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,
+              const std::string& text = {});
+  void deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access);
   void answerOpen(const OpenRequest& request, unsigned int code);
   void announceDeath(const Service& gone);
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "kl/services.h"
+#include "routing/access.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
-#include "routing/rewrite.h"
 #include "transport/buffer.h"
 
 namespace loader {
@@ -38,8 +38,9 @@ struct Service {
   bool isConfigured = false;  // else it has only connected
   pid_t pid = 0;              // 0 while no process is known
   uid_t uid = 0;
-  std::string user;      // its name
-  RightsRecords rights;  // empty when it has all rights
+  std::string user;        // its name
+  SenderRights rights;     // of its requests, from its registration on
+  DestinationRules rules;  // for requests to it
   unsigned int starts = 0;
 
   // Set by the lifecycle together: the state, what the table shows of it, and whether messages for it are held.

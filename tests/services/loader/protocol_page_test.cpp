@@ -90,7 +90,7 @@ TEST(ProtocolPage, TheRoutedRequestIsRewrittenAsShown) {
 }
 
 TEST(ProtocolPage, TheRightsAreThoseOfBob) {
-  EXPECT_EQ(hex(example(3)), hex(loader::rightsRecords("bob", {false, 64})));
+  EXPECT_EQ(hex(example(3)), hex(loader::rightsRecords("bob", loader::Rights::of(64))));
 }
 
 TEST(ProtocolPage, TheLastExampleStopsService32) {

@@ -290,14 +290,14 @@ TEST_F(UndoProcess, AnUndoMessageWithFieldsThatNobodyMaySendIsSentWithoutThem) {
   EXPECT_EQ(undo->get(VALUE, 0), 1u);
 }
 
-TEST_F(UndoProcess, WhoseRequestSaysNeitherUserNorRightsUndoesWithAllRights) {
+TEST_F(UndoProcess, WhoseRequestSaysNeitherUserNorRightsUndoesUnderItsUsersNameWithAllRights) {
   RawPeer maker = connected(500);
   const unsigned int id = add(maker, report("x", 0xffffffff));
   send(maker, to(kl::CMD_START, id));
   const auto undo = maker.receiveCommand(kl::CMD_SET);
   ASSERT_TRUE(undo);
   EXPECT_FALSE(undo->has(kl::SYS_POLICY));
-  EXPECT_FALSE(undo->has(kl::SYS_USER));
+  EXPECT_EQ(undo->get(kl::SYS_USER, ""), "root");
 }
 
 TEST_F(UndoProcess, WithoutTheRecordedRightsNothingIsUndone) {

@@ -12,11 +12,18 @@ using loader::rightsRecords;
 
 TEST(RightsRecords, TheRightsOfAUserAreTwoRecords) {
   // SYS_POLICY 64 and SYS_USER "bob": u32 values first.
-  EXPECT_EQ(rightsRecords("bob", Rights{false, 64}), bytes("0b00ff09 40 0a00ff21 03 626f62"));
+  EXPECT_EQ(rightsRecords("bob", Rights::of(64)), bytes("0b00ff09 40 0a00ff21 03 626f62"));
 }
 
-TEST(RightsRecords, WhoHasAllRightsHasNoRecords) {
-  EXPECT_TRUE(rightsRecords("root", Rights{true, 64}).empty());
+TEST(RightsRecords, AllRightsAreEveryBit) {
+  EXPECT_EQ(rightsRecords("bob", Rights::everything()), bytes("0b00ff08 ffffffff 0a00ff21 03 626f62"));
+}
+
+TEST(SenderRights, ATrustedSenderHasItsNameAndNoGrants) {
+  const loader::SenderRights rights = loader::trustedRights("root");
+  EXPECT_TRUE(rights.isTrusted);
+  EXPECT_EQ(rights.user, bytes("0a00ff21 04 726f6f74"));
+  EXPECT_TRUE(rights.grants.empty());
 }
 
 }  // namespace

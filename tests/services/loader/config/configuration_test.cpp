@@ -43,7 +43,7 @@ TEST(Configuration, AnEmptyFileIsTheBuiltInConfiguration) {
   EXPECT_EQ(c.queueLimit, 1024u * 1024);
   EXPECT_EQ(c.stallSeconds, 10u);
   EXPECT_EQ(c.startSeconds, 60u);
-  EXPECT_EQ(c.defaultRights, (Rights{false, 64}));
+  EXPECT_EQ(c.defaultRights, (Rights::of(64)));
   EXPECT_TRUE(c.services.empty());
   EXPECT_EQ(c.stateFolder + "/", kl::runFolderPath().substr(0, kl::runFolderPath().size() - 3) + "loader/");
 }
@@ -86,9 +86,9 @@ id = 33
   EXPECT_EQ(c.stallSeconds, 0u);
   EXPECT_EQ(c.startSeconds, 90u);
   EXPECT_TRUE(c.rightsOf("root").all);
-  EXPECT_EQ(c.rightsOf("daemon"), (Rights{false, 64 | 128 | 512}));
-  EXPECT_EQ(c.rightsOf("bin"), (Rights{false, 0x41}));
-  EXPECT_EQ(c.rightsOf("sys"), (Rights{false, 64}));
+  EXPECT_EQ(c.rightsOf("daemon"), (Rights::of(64 | 128 | 512)));
+  EXPECT_EQ(c.rightsOf("bin"), (Rights::of(0x41)));
+  EXPECT_EQ(c.rightsOf("sys"), (Rights::of(64)));
   ASSERT_EQ(c.services.size(), 2u);
   const loader::ServiceConfiguration& s = c.services[0];
   EXPECT_EQ(s.id, 32u);
@@ -99,7 +99,7 @@ id = 33
   EXPECT_EQ(s.user, "daemon");
   EXPECT_EQ(s.folder, "/tmp");
   EXPECT_EQ(s.environment.at("LANG"), "C");
-  EXPECT_EQ(s.rights, (Rights{false, 64}));
+  EXPECT_EQ(s.rights, (Rights::of(64)));
   EXPECT_EQ(s.restart, RestartRule::kNever);
   EXPECT_FALSE(s.startsAtBoot);
   EXPECT_EQ(kl::message(s.settings).get_u32(0x08000007, 0), 1000u);

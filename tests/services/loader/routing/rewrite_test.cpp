@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "services/loader/routing/access.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -22,8 +23,12 @@ std::string delivered(const std::string& hexBody, const std::string& rights = ""
   const std::vector<unsigned char> body = bytes(hexBody);
   Envelope e;
   EXPECT_EQ(readEnvelope(body, e), nullptr);
+  loader::SenderRights sender;
+  sender.isTrusted = rights.empty();
+  sender.grants.push_back({loader::Rights::of(64), bytes(rights)});
+  const loader::RightsMark mark = loader::Access::decide(sender, e, {}).mark;
   Buffer out;
-  const std::size_t size = appendDelivered(out, e, e.path().withoutFirst(), 0x20, bytes(rights));
+  const std::size_t size = appendDelivered(out, e, e.path().withoutFirst(), 0x20, mark);
   EXPECT_EQ(size, out.size());
   return hex({out.bytes().begin(), out.bytes().end()});
 }
@@ -87,6 +92,19 @@ TEST(Rewrite, WithAllRightsTheSendersOwnPass) {
   EXPECT_EQ(
       delivered(std::string("4d32 0b00ff09 01") + kCommand + "0100ff88 0100 18000000 0200ff88 0000"),
       grouped(std::string("1f000000 4d32 0b00ff09 01") + kCommand + "0100ff88 0000 0200ff88 0100 20000000"));
+}
+
+TEST(Rewrite, AUserMayBeAddedBesideTheRightsThatTheSenderSet) {
+  const std::vector<unsigned char> body =
+      bytes(std::string("4d32 0b00ff09 01") + kCommand + "0100ff88 0100 18000000");
+  const std::vector<unsigned char> user = bytes("0a00ff21 03 626f62");
+  Envelope e;
+  ASSERT_EQ(readEnvelope(body, e), nullptr);
+  Buffer out;
+  (void)appendDelivered(out, e, e.path().withoutFirst(), 0x20, {user, false});
+  EXPECT_EQ(hex({out.bytes().begin(), out.bytes().end()}),
+            grouped(std::string("27000000 4d32 0b00ff09 01") + kCommand +
+                    "0100ff88 0000 0200ff88 0100 20000000 0a00ff21 03 626f62"));
 }
 
 TEST(Rewrite, AFrameMayGrowPast65535Bytes) {

@@ -309,7 +309,7 @@ TEST_F(RouterTest, RepliesAndNoticesToTheLoaderVanish) {
 }
 
 TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
-  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  a_.rights = loader::equalRights("bob", Rights::of(64));
   kl::message m = request({24}, kl::CMD_SET, 5);
   m.insert(kl::SYS_USER, "root");
   m.insert(kl::SYS_POLICY, 0xffffffff);
@@ -323,6 +323,85 @@ TEST_F(RouterTest, ForgedRightsAreReplacedInRequests) {
   (void)route(a_, m);
   EXPECT_EQ(asked_.at(0).get(kl::SYS_POLICY, 0), 64u);
   EXPECT_EQ(asked_.at(0).get(kl::SYS_USER, ""), "bob");
+}
+
+TEST_F(RouterTest, ARequestWithoutAnyRightIsAnsweredByTheLoaderAndNotDelivered) {
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  (void)route(a_, request({24, 3}, kl::CMD_GET, 5, {7}));
+  (void)route(a_, request({1}, kl::CMD_GETALL, 6, {7}));
+  EXPECT_TRUE(takeMessages(b_).empty());
+  EXPECT_TRUE(asked_.empty());
+  const std::vector<kl::message> answers = takeMessages(a_);
+  ASSERT_EQ(answers.size(), 2u);
+  EXPECT_EQ(answers[0].get(kl::SYS_FROM, {}), (Ids{24, 3}));
+  EXPECT_EQ(answers[1].get(kl::SYS_FROM, {}), Ids{1});
+  for (unsigned int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(kl::isReply(answers[i]));
+    EXPECT_EQ(errorOf(answers[i]), kl::ERROR_NOTALLOWED);
+    EXPECT_EQ(answers[i].get(kl::SYS_ERRSTR, ""), "has no rights there");
+    EXPECT_EQ(answers[i].get(kl::SYS_REQID, 0), 5 + i);
+    EXPECT_EQ(answers[i].get(kl::SYS_TO, {}), Ids{7});
+  }
+  EXPECT_EQ(requests_.size(), 0u);
+}
+
+TEST_F(RouterTest, OnADenialOnlyWhoCanTakeAnAnswerGetsOne) {
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  (void)route(a_, notification({24}));
+  (void)route(a_, request({24}, kl::CMD_SUBSCRIBE, 5));
+  EXPECT_TRUE(takeMessages(b_).empty());
+  for (const kl::message& m : takeMessages(a_)) EXPECT_EQ(m.get(kl::SYS_REQID, 0), 5u);
+}
+
+TEST_F(RouterTest, RepliesAndMessagesWithoutACommandNeedNoRights) {
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  (void)route(b_, request({10}, kl::CMD_GET, 5, {7}));
+  (void)takeOnly(a_);
+  (void)route(a_, replyTo({24, 7}, 5));
+  EXPECT_TRUE(kl::isReply(takeOnly(b_)));
+  kl::message plain;
+  plain.insert(kl::SYS_TO, {24});
+  (void)route(a_, plain);
+  EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+TEST_F(RouterTest, CopiesAreDecidedForEachDestination) {
+  a_.rights = loader::equalRights("bob", Rights::of(64));
+  a_.rights.grants.push_back({Rights::nothing(), {}});
+  other_.rules.accessList = 1;
+  for (const Ids& path : {Ids{kl::PATH_ALL, 4}, Ids{kl::PATH_MULTI, 2, 24, 4, 2, 30, 4}}) {
+    (void)route(a_, request(path, kl::CMD_GET, 5, {7}));
+    EXPECT_EQ(takeOnly(b_).get(kl::SYS_POLICY, 0), 64u);
+    EXPECT_TRUE(takeMessages(other_).empty());
+    const kl::message denial = takeOnly(a_);
+    EXPECT_EQ(errorOf(denial), kl::ERROR_NOTALLOWED);
+    EXPECT_EQ(denial.get(kl::SYS_FROM, {}), (Ids{30, 4}));
+  }
+}
+
+TEST_F(RouterTest, ADeniedRequestStartsNobody) {
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  Service& away = heldFor(table_, 40, kl::SVC_STATE_LEFT);
+  (void)route(a_, request({40}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_NOTALLOWED);
+  EXPECT_TRUE(away.held.empty());
+  EXPECT_TRUE(needed_.empty());
+}
+
+TEST_F(RouterTest, ARequestOfTheTrustedCarriesTheirNameUnlessItNamesSomebody) {
+  a_.rights = loader::trustedRights("root");
+  kl::message m = request({24}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_POLICY, 128);
+  (void)route(a_, m);
+  kl::message got = takeOnly(b_);
+  EXPECT_EQ(got.get(kl::SYS_USER, ""), "root");
+  EXPECT_EQ(got.get(kl::SYS_POLICY, 0), 128u);
+  m.insert(kl::SYS_USER, "bob");
+  (void)route(a_, m);
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_USER, ""), "bob");
+  (void)route(a_, request({1}, kl::CMD_GETALL, 6));
+  EXPECT_EQ(asked_.at(0).get(kl::SYS_USER, ""), "root");
+  EXPECT_FALSE(asked_.at(0).has(kl::SYS_POLICY));
 }
 
 // Frames of records that nobody would write, some of them with a byte changed or their end cut off.
@@ -375,7 +454,7 @@ class RandomFrames {
 };
 
 TEST_F(RouterTest, RandomFramesAreGarbageOrArriveUnderTheRightsAndTheNameOfTheirSender) {
-  a_.rights = loader::rightsRecords("bob", Rights{false, 64});
+  a_.rights = loader::equalRights("bob", Rights::of(64));
   RandomFrames random(4711);
   int arrived = 0;
   for (int i = 0; i < 20000; ++i) {

@@ -1,0 +1,104 @@
+#include "services/loader/routing/access.h"
+
+#include <gtest/gtest.h>
+
+#include "kl/message.h"
+#include "services/loader/admission/rights.h"
+#include "tests/support/builders.h"
+
+namespace {
+
+using kl::test::flat;
+using loader::Access;
+using loader::CommandRights;
+using loader::DestinationRules;
+using loader::Envelope;
+using loader::Grant;
+using loader::Rights;
+using loader::SenderRights;
+
+// A sender with rights of its own at each of three access lists.
+SenderRights bob(const Rights& rights, const Rights& atFirst = Rights::nothing()) {
+  SenderRights result = loader::equalRights("bob", rights);
+  result.grants.push_back({atFirst, loader::rightsRecords("bob", atFirst)});
+  return result;
+}
+
+class AccessTest : public testing::Test {
+ protected:
+  Access decide(const SenderRights& sender, const kl::message& m, const DestinationRules& to = {}) {
+    frame_ = flat(m);
+    Envelope e;
+    EXPECT_EQ(readEnvelope(frame_, e), nullptr);
+    return Access::decide(sender, e, to);
+  }
+  Access decide(const SenderRights& sender, unsigned int command, const DestinationRules& to = {}) {
+    return decide(sender, kl::test::request({24}, command, 5), to);
+  }
+
+  std::vector<unsigned char> frame_;
+};
+
+TEST_F(AccessTest, ARequestCarriesTheRightsOfItsSenderAtItsDestination) {
+  const SenderRights sender = bob(Rights::of(64), Rights::of(64 | 128));
+  for (const unsigned int list : {0u, 1u}) {
+    const Access access = decide(sender, kl::CMD_SET, {list, nullptr});
+    EXPECT_FALSE(access.isDenied());
+    EXPECT_TRUE(access.mark.replaces);
+    EXPECT_EQ(access.mark.records.data(), sender.grants[list].records.data());
+  }
+}
+
+TEST_F(AccessTest, WithoutAnyRightNoRequestIsDelivered) {
+  const Access access = decide(bob(Rights::of(64)), kl::CMD_GET, {1, nullptr});
+  EXPECT_EQ(access.denial, Access::Denial::kNone);
+  EXPECT_EQ(access.reason(), "has no rights there");
+  EXPECT_FALSE(decide(bob(Rights::of(0)), kl::CMD_SET).isDenied());  // rights of no bit are rights
+}
+
+TEST_F(AccessTest, ASenderWithoutGrantsIsDenied) {
+  EXPECT_TRUE(decide(SenderRights(), kl::CMD_GET).isDenied());
+  EXPECT_TRUE(decide(bob(Rights::of(64)), kl::CMD_GET, {2, nullptr}).isDenied());
+}
+
+TEST_F(AccessTest, RepliesAndMessagesWithoutACommandPassAsTheyCame) {
+  kl::message reply = kl::test::replyTo({24}, 5);
+  kl::message plain;
+  plain.insert(kl::SYS_TO, {24});
+  for (const kl::message& m : {reply, plain}) {
+    const Access access = decide(bob(Rights::nothing()), m);
+    EXPECT_FALSE(access.isDenied());
+    EXPECT_FALSE(access.mark.replaces);
+    EXPECT_TRUE(access.mark.records.empty());
+  }
+}
+
+TEST_F(AccessTest, TheTrustedPassWithWhatTheyCarryAndAtLeastTheirName) {
+  const SenderRights root = loader::trustedRights("root");
+  const CommandRights none;
+  const Access unnamed = decide(root, kl::CMD_SET, {7, &none});
+  EXPECT_FALSE(unnamed.isDenied());
+  EXPECT_FALSE(unnamed.mark.replaces);
+  EXPECT_EQ(unnamed.mark.records.data(), root.user.data());
+  kl::message m = kl::test::request({24}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_USER, "somebody");
+  EXPECT_TRUE(decide(root, m).mark.records.empty());
+}
+
+TEST_F(AccessTest, AListOfCommandsSaysWhatEachNeeds) {
+  const CommandRights commands{{kl::CMD_GET, 64}, {0x60001, 64 | 512}};
+  const DestinationRules to{0, &commands};
+  const SenderRights reader = bob(Rights::of(64));
+  EXPECT_FALSE(decide(reader, kl::CMD_GET, to).isDenied());
+  const Access lacking = decide(reader, 0x60001, to);
+  EXPECT_EQ(lacking.denial, Access::Denial::kLacks);
+  EXPECT_EQ(lacking.missing, 512u);
+  EXPECT_EQ(lacking.reason(), "lacks the right control");
+  EXPECT_FALSE(decide(bob(Rights::of(64 | 512)), 0x60001, to).isDenied());
+  const Access unlisted = decide(reader, 0x60002, to);
+  EXPECT_EQ(unlisted.denial, Access::Denial::kUnlisted);
+  EXPECT_EQ(unlisted.reason(), "sends a command that is not listed there");
+  EXPECT_FALSE(decide(reader, 0x60002).isDenied());  // without a list the destination decides
+}
+
+}  // namespace
