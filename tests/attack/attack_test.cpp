@@ -1,6 +1,7 @@
 // The attacks on the loader, for a few seconds in all.  scripts/attack has them in full.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "tests/attack/scenarios.h"
 
@@ -38,5 +39,45 @@ TEST(Attack, NobodyCanSpeakInTheNameOfAnother) { EXPECT_TRUE(keepsItsPromises(fo
 TEST(Attack, EveryRequestToAKilledServiceEndsOnce) { EXPECT_TRUE(keepsItsPromises(kills(15, kSeed))); }
 
 TEST(Attack, TheLoaderEndsInOrderInTheMidstOfEverything) { EXPECT_TRUE(keepsItsPromises(endings(5, kSeed))); }
+
+// What follows needs attackers who are somebody else than the loader.
+class AttackOfNobody : public testing::Test {
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  }
+
+ protected:
+  static constexpr Pace kPace{100, 400};
+};
+
+TEST_F(AttackOfNobody, FramesThatAnnounceMoreThanTheLibrarySendsCostTheirSendersTheConnection) {
+  EXPECT_TRUE(keepsItsPromises(hugeFrames(kPace, 2, 16U << 20)));
+}
+
+TEST_F(AttackOfNobody, SubscriptionsAreKeptWithinTheMemoryOfTheLoader) {
+  EXPECT_TRUE(keepsItsPromises(manySubscriptions(kPace, 50)));
+}
+
+TEST_F(AttackOfNobody, RegistrationsOfOneUserLeaveRoomForOthers) {
+  EXPECT_TRUE(keepsItsPromises(manyRegistrations(kPace, 1017)));
+}
+
+TEST_F(AttackOfNobody, ThousandsOfEndsAtOnceAreNoNewsForOthers) {
+  EXPECT_TRUE(keepsItsPromises(endsAtOnce(kPace, 2000)));
+}
+
+TEST_F(AttackOfNobody, ThoseWhoSayNothingKeepNobodyOut) {
+  EXPECT_TRUE(keepsItsPromises(silentConnectors(kPace, 300)));
+}
+
+TEST_F(AttackOfNobody, ThoseWhoComeAndGoWithoutPauseKeepNobodyOut) {
+  EXPECT_TRUE(keepsItsPromises(comingsAndGoings(kPace, 4)));
+}
+
+TEST_F(AttackOfNobody, IdsAreNotPickedAgainAndTheirCounterIsSavedInBlocks) {
+  EXPECT_TRUE(keepsItsPromises(pickedIds(kPace, 4)));
+}
+
+TEST_F(AttackOfNobody, LinksInThePlaceOfMarkersLeadNowhere) { EXPECT_TRUE(keepsItsPromises(markerLinks(3))); }
 
 }  // namespace attack

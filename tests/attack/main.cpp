@@ -19,6 +19,8 @@ using attack::Report;
 
 constexpr std::size_t kMostGrownBytes = 1024 * 1024;
 
+attack::Pace paceOf(bool isQuick) { return isQuick ? attack::Pace{500, 1000} : attack::Pace{3000, 5000}; }
+
 const Scenario kScenarios[] = {
     {"malformed",
      [](bool isQuick, unsigned int seed) {
@@ -34,6 +36,27 @@ const Scenario kScenarios[] = {
      [](bool isQuick, unsigned int seed) { return attack::forgeries(isQuick ? 10000 : 100000, seed); }},
     {"kills", [](bool isQuick, unsigned int seed) { return attack::kills(isQuick ? 50 : 1000, seed); }},
     {"endings", [](bool isQuick, unsigned int seed) { return attack::endings(isQuick ? 10 : 100, seed); }},
+    {"huge", [](bool isQuick, unsigned int) { return attack::hugeFrames(paceOf(isQuick), 4, 16U << 20); }},
+    {"unfinished",
+     [](bool isQuick, unsigned int) {
+       return attack::unfinishedFrames(paceOf(isQuick), isQuick ? 40 : 900);
+     }},
+    {"unread", [](bool isQuick, unsigned int) { return attack::unreadReplies(paceOf(isQuick), 64); }},
+    {"tables1", [](bool isQuick, unsigned int) { return attack::pipelinedTables(paceOf(isQuick), 1); }},
+    {"tables24", [](bool isQuick, unsigned int) { return attack::pipelinedTables(paceOf(isQuick), 24); }},
+    {"multi", [](bool isQuick, unsigned int) { return attack::widePaths(paceOf(isQuick), 4); }},
+    {"subscriptions",
+     [](bool isQuick, unsigned int) { return attack::manySubscriptions(paceOf(isQuick), 200); }},
+    {"queue", [](bool, unsigned int) { return attack::fullQueue(2000); }},
+    {"registrations",
+     [](bool isQuick, unsigned int) { return attack::manyRegistrations(paceOf(isQuick), 1017); }},
+    {"ends",
+     [](bool isQuick, unsigned int) { return attack::endsAtOnce(paceOf(isQuick), isQuick ? 2000 : 5000); }},
+    {"silent", [](bool isQuick, unsigned int) { return attack::silentConnectors(paceOf(isQuick), 300); }},
+    {"comings", [](bool isQuick, unsigned int) { return attack::comingsAndGoings(paceOf(isQuick), 4); }},
+    {"ids", [](bool isQuick, unsigned int) { return attack::pickedIds(paceOf(isQuick), 4); }},
+    {"markers", [](bool isQuick, unsigned int) { return attack::markerLinks(isQuick ? 10 : 100); }},
+    {"log", [](bool isQuick, unsigned int) { return attack::logFlood(paceOf(isQuick), 50); }},
 };
 
 void print(const Report& report) {
