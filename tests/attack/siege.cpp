@@ -212,7 +212,8 @@ void Siege::noteShare(unsigned long long done, unsigned int roundTrips, unsigned
 }
 
 void Siege::judge(const Deeds& deeds) {
-  report_.figure("deeds of the attackers", deeds.done);
+  deeds_ = deeds.done;
+  report_.figure("deeds of the attackers", deeds_);
   report_.figure("  refused", deeds.refused);
   const std::size_t most = mostResidentBytes(loader_.pid());
   report_.figure("loader's memory after", loader_.memory() / 1024, "KiB");

@@ -60,7 +60,8 @@ class Siege {
   Report run(unsigned int attackers, const Attackers::Life& life,
              const std::function<void(Report&)>& meanwhile = nullptr);
 
-  kl::test::LoaderProcess& loader() { return loader_; }
+  // Of all attackers in the last run.
+  unsigned long long deeds() const { return deeds_; }
 
  private:
   void letOthersRegister();
@@ -74,6 +75,7 @@ class Siege {
   Bystanders bystanders_;
   Bystanders::Figures quiet_{};
   std::size_t descriptors_ = 0;
+  unsigned long long deeds_ = 0;
   Report report_;
 };
 
