@@ -3,7 +3,8 @@
 //
 //   - a service gets an id that nobody has and that may be given
 //   - a frame is delivered only to a service that its path names; it is a whole message, its SYS_FROM begins with the
-//     id of its sender, it is no control message, and a command carries the rights of its sender
+//     id of its sender, it is no control message, and a command carries the rights of its sender, or none where its
+//     receiver has subscribed to it
 //   - a reply is delivered only to who has asked, and once
 //   - who has ended has no open requests
 
@@ -72,10 +73,9 @@ std::set<unsigned int> namedBy(const Ids& path) {
 class System {
  public:
   System() {
-    Service& own = table_.add(kl::SERVICE_LOADER);
-    own.name = "loader";
-    own.state = kl::SVC_STATE_RUNNING;
-    outbox_.setSender(own);
+    self_.name = "loader";
+    self_.state = kl::SVC_STATE_RUNNING;
+    outbox_.setSender(self_);
     table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
     Service& configured = table_.add(kConfigured);
     configured.name = "configured";
@@ -100,6 +100,8 @@ class System {
 
  private:
   using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // asker, asked, id, return path
+  using Wish =
+      std::tuple<unsigned int, Ids, Ids, unsigned int>;  // provider, handler, who subscribed, command
 
   void registerAs(unsigned int id, uid_t user) {
     kl::message m;
@@ -140,11 +142,16 @@ class System {
     std::erase_if(open_, [&](const Open& open) {
       return std::get<0>(open) == service.id || std::get<1>(open) == service.id;
     });
+    std::erase_if(wishes_, [&](const Wish& wish) {
+      return std::get<0>(wish) == service.id || std::get<2>(wish).at(0) == service.id;
+    });
     std::erase(services_, &service);
     service.connection = nullptr;
-    own_.serviceGone(service);
+    own_.forgetOrdersOf(service);
     router_.serviceGone(service);
     require(service.requests.askedCount == 0 && service.requests.servingCount == 0, "no open requests");
+    require(service.subscriptions.oldestAt == nullptr && service.subscriptions.oldestOf == nullptr,
+            "no subscriptions");
     if (service.isConfigured) table_.setState(service, kl::SVC_STATE_STOPPED);
     else table_.remove(service.id);
   }
@@ -207,7 +214,9 @@ class System {
     require(named.contains(at.id) || named.contains(kl::PATH_ALL), "it arrives where its path says");
     if (&at == &sender) return;  // it may be what the loader said of a path that begins with the sender
     if (m.get(kl::SYS_TYPE, kl::TYPE_REQUEST) == kl::TYPE_REPLY) return answered(m, sender, at);
-    if (m.has(kl::SYS_CMD)) checkRights(m, sender);
+    if (m.has(kl::SYS_CMD)) checkRights(m, sender, at);
+    if (m.get(kl::SYS_CMD, 0) == kl::CMD_SUBSCRIBE)
+      wishes_.insert({at.id, m.get(kl::SYS_TO, {}), from, m.get(kl::SYS_NOTIFYCMD, kl::CMD_NOTIFY)});
     loader::Envelope e;
     if (loader::readEnvelope(frame, e) == nullptr || e.isTracked())
       open_.insert({sender.id, at.id, m.get(kl::SYS_REQID, 0), Ids(from.begin() + 1, from.end())});
@@ -220,12 +229,23 @@ class System {
     open_.erase(open);
   }
 
-  static void checkRights(const kl::message& command, const Service& sender) {
+  // Without the rights of a sender nothing passes but what its receiver once asked for.
+  void checkRights(const kl::message& command, const Service& sender, const Service& at) const {
     if (sender.rights.isTrusted) return require(command.has(kl::SYS_USER), "a command names a user");
+    if (!command.has(kl::SYS_USER) && !command.has(kl::SYS_POLICY)) return checkWish(command, sender, at);
     const auto& records = sender.rights.grants.at(0).records;
     Bytes expected{0x4d, 0x32};
     expected.insert(expected.end(), records.begin(), records.end());
     require(command.includes(kl::message(expected)), "a command carries the rights of its sender");
+  }
+
+  void checkWish(const kl::message& command, const Service& sender, const Service& at) const {
+    const Ids from = command.get(kl::SYS_FROM, {});
+    Ids subscriber = command.get(kl::SYS_TO, {});
+    subscriber.insert(subscriber.begin(), at.id);
+    const Wish wish{sender.id, Ids(from.begin() + 1, from.end()), subscriber, command.get(kl::SYS_CMD, 0)};
+    require(wishes_.contains(wish), "a command without rights was asked for");
+    require(!command.has(kl::SYS_REQID) && !command.has(kl::SYS_REPLYEXP), "nobody can answer it");
   }
 
   Loop loop_;
@@ -235,17 +255,22 @@ class System {
   loader::IdCounter ids_{"/dev/null/none", log_};  // no file: it counts in memory
   loader::ServiceTable table_;
   loader::OpenRequests requests_{1};
+  loader::Subscriptions subscriptions_{1};
   loader::Outbox outbox_{kQueueLimit};
-  loader::OwnService own_{loop_, table_, outbox_, [](Service&, unsigned int) { return "cannot be done"; },
+  Service& self_ = table_.add(kl::SERVICE_LOADER);
+  loader::OwnService own_{loop_,          self_,   table_,
+                          subscriptions_, outbox_, [](Service&, unsigned int) { return "cannot be done"; },
                           [] {}};
   loader::Router router_{table_,
                          requests_,
+                         subscriptions_,
                          outbox_,
                          {[this](Service& asker, const kl::message& m) { own_.handle(asker, m); },
                           [](Service&, const loader::Envelope&) {}, [](Service&) {}}};
   loader::Registration registration_{table_, ids_, users_, configuration_};
   std::vector<Service*> services_;  // that are connected
   std::multiset<Open> open_;
+  std::set<Wish> wishes_;  // subscriptions, some of which have been ended
 };
 
 }  // namespace

@@ -18,7 +18,8 @@ namespace loader {
 namespace {
 
 constexpr unsigned int kTicksPerSecond = 100;
-constexpr std::size_t kMostPending = 256;  // connections of one user that have not registered
+constexpr unsigned int kRefusalSeconds = 10;  // between two lines about refused subscriptions
+constexpr std::size_t kMostPending = 256;     // connections of one user that have not registered
 
 std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
 
@@ -84,10 +85,10 @@ Loader::Loader(const Configuration& configuration, Log& log)
       outbox_(configuration.queueLimit),
       kept_(configuration.stateFolder + "/leave", log),
       own_(
-          loop_, table_, outbox_,
+          loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { settle(); }),
-      router_(table_, requests_, outbox_,
+      router_(table_, requests_, subscriptions_, outbox_,
               {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
                [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
                [this](Service& to) { lifecycle_.onNeeded(to); }}),
@@ -98,7 +99,9 @@ Loader::Loader(const Configuration& configuration, Log& log)
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }) {
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
-  addOwnRow();
+  subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {
+    onSubscriptionRefused(subscriber, provider);
+  });
   for (const ServiceConfiguration& service : configuration.services) addConfigured(service);
 }
 
@@ -123,7 +126,7 @@ std::string Loader::start() {
 
 void Loader::run() { loop_.run(); }
 
-void Loader::addOwnRow() {
+Service& Loader::addOwnRow() {
   Service& own = table_.add(kl::SERVICE_LOADER);
   own.name = "loader";
   own.pid = ::getpid();
@@ -131,6 +134,7 @@ void Loader::addOwnRow() {
   own.starts = 1;
   own.state = kl::SVC_STATE_RUNNING;
   outbox_.setSender(own);
+  return own;
 }
 
 void Loader::addConfigured(const ServiceConfiguration& configured) {
@@ -218,6 +222,14 @@ void Loader::onIdle(Service& service) {
   if (lifecycle_.askToLeave(service) == nullptr)
     log_.line(describe(service) + ": is idle and asked to leave");
   settle();
+}
+
+void Loader::onSubscriptionRefused(const Service& subscriber, const Service& provider) {
+  const unsigned int now = secondsNow();
+  if (refusalReportedAt_ && now - *refusalReportedAt_ < kRefusalSeconds) return;
+  refusalReportedAt_ = now;
+  log_.line(describe(subscriber) + ": its subscription at " + describe(provider) +
+            " is refused, as its account has too many");
 }
 
 void Loader::onAllEnded() {

@@ -2,6 +2,7 @@
 // loader.h: everything together.
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,12 +48,13 @@ class Loader final : private LifecycleHost {
   void adopt(Service& service, Descriptor connection) override;
   void closeConnectionsOf(Service& service) override;
   void disconnect(Service& service) override;
-  void onServiceGone(Service& service) override { own_.serviceGone(service); }
-  void onServiceLeft(Service& service) override { own_.serviceLeft(service); }
+  void onServiceGone(Service& service) override { own_.forgetOrdersOf(service); }
+  void onServiceLeft(Service& service) override { own_.forgetOrdersOf(service); }
   void onAllEnded() override;
   void settle() override;
 
-  void addOwnRow();
+  Service& addOwnRow();
+  void onSubscriptionRefused(const Service& subscriber, const Service& provider);
   void addConfigured(const ServiceConfiguration& configured);
   void onConnection(Descriptor socket, common::Peer peer);
   void makeRoomFor(uid_t user);
@@ -72,6 +74,7 @@ class Loader final : private LifecycleHost {
   IdCounter ids_;
   ServiceTable table_;
   OpenRequests requests_;
+  Subscriptions subscriptions_;
   Outbox outbox_;
   KeptData kept_;
   OwnService own_;
@@ -85,6 +88,7 @@ class Loader final : private LifecycleHost {
   std::string refusal_;                           // text behind enroll()'s result
   std::vector<std::unique_ptr<Client>> clients_;  // closed ones are removed by settle()
   bool someoneClosed_ = false;
+  std::optional<unsigned int> refusalReportedAt_;  // seconds
 };
 
 }  // namespace loader

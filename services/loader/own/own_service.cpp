@@ -23,12 +23,20 @@ std::vector<unsigned int> pathInside(const kl::message& request) {
   return path;
 }
 
-kl::message recordOf(const kl::message& request) {
-  const std::vector<unsigned int> from = request.get(kl::SYS_FROM, {});
+// The size of a subscription: the request without the system's fields but its return path.
+unsigned int recordBytes(const kl::message& request) {
   kl::message record = request;
   kl::cleanSys(record);
-  record.insert(kl::SYS_FROM, from);
-  return record;
+  record.insert(kl::SYS_FROM, request.get(kl::SYS_FROM, {}));
+  return record.max_length();
+}
+
+// The return path of a request inside its asker, as it lies in the flattened request.
+Path returnPathIn(const kl::message::flat_message& request) {
+  kl::RecordWalk walk(request);
+  for (kl::Record record; walk.next(record);)
+    if (record.id() == kl::SYS_FROM && record.count() > 0) return Path(record).withoutFirst();
+  return {};
 }
 
 kl::message deadRow(unsigned int id) {
@@ -63,7 +71,7 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
   if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, ""));
   if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
-  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(request);
+  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(asker, request);
   const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(asker, request);
@@ -149,35 +157,21 @@ void OwnService::answerLeaveOrders(const Service& service) {
   }
 }
 
+// A subscription too many is passed over, as subscribing is never answered.  Each costs time at every change.
 void OwnService::subscribe(Service& asker, const kl::message& request) {
-  kl::message record = recordOf(request);
-  for (const Subscription& s : subscriptions_)
-    if (s.subscriber == &asker && s.record == record) return;
-  if (hasRoomFor(asker, record)) subscriptions_.push_back({&asker, record});
+  if (recordBytes(request) > kMostSubscriptionBytes) return;
+  if (subscriptions_.countAt(self_, asker) >= kMostSubscriptions) return;
+  const kl::message::flat_message body = request.flattened();
+  (void)subscriptions_.add(self_, Path(), asker, returnPathIn(body), body);
 }
 
-// A subscription too many is passed over, as subscribing is never answered.  Each costs memory, and time at every
-// change.
-bool OwnService::hasRoomFor(const Service& asker, const kl::message& record) const {
-  const auto isOfAsker = [&](const Subscription& s) { return s.subscriber == &asker; };
-  return record.max_length() <= kMostSubscriptionBytes &&
-         std::count_if(subscriptions_.begin(), subscriptions_.end(), isOfAsker) < kMostSubscriptions;
+void OwnService::unsubscribe(Service& asker, const kl::message& request) {
+  const kl::message::flat_message body = request.flattened();
+  subscriptions_.remove(self_, Path(), asker, returnPathIn(body), body);
 }
 
-void OwnService::unsubscribe(const kl::message& request) {
-  const kl::message record = recordOf(request);
-  const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
-                                  [&](const Subscription& s) { return s.record == record; });
-  if (found != subscriptions_.end()) subscriptions_.erase(found);
-}
-
-void OwnService::serviceGone(const Service& gone) {
-  std::erase_if(subscriptions_, [&](const Subscription& s) { return s.subscriber == &gone; });
-  serviceLeft(gone);
-}
-
-void OwnService::serviceLeft(const Service& left) {
-  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &left; });
+void OwnService::forgetOrdersOf(const Service& asker) {
+  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &asker; });
 }
 
 // An asker that its own order has ended gets no reply, nor does the next process under its id, for which messages may
@@ -195,7 +189,7 @@ void OwnService::reply(Service& asker, const kl::message& request, kl::message a
 void OwnService::onRowChanged(unsigned int id) {
   if (!leaveOrders_.empty())
     if (const Service* service = table_.find(id)) answerLeaveOrders(*service);
-  if (subscriptions_.empty()) return;
+  if (self_.subscriptions.oldestAt == nullptr) return;
   if (changed_.empty())
     runner_.addTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>(), kBatchTicks);
   changed_.insert(id);
@@ -228,14 +222,15 @@ void OwnService::sendChanges() {
 }
 
 void OwnService::notify(const Objects& objects) {
-  for (const Subscription& s : subscriptions_) {
-    if (!s.subscriber->isConnected()) continue;  // it left, and its own leave is no reason to start it
+  for (const Subscription* s = self_.subscriptions.oldestAt; s != nullptr; s = s->newerAt) {
+    const KeptChannel& channel = *s->channel;
+    if (!channel.subscriber->isConnected()) continue;  // it left, and its own leave is no reason to start it
     kl::message m;
-    m.insert(kl::SYS_CMD, s.record.get(kl::SYS_NOTIFYCMD, kl::CMD_NOTIFY));
-    m.insert(kl::SYS_TO, pathInside(s.record));
+    m.insert(kl::SYS_CMD, channel.command);
+    m.insert(kl::SYS_TO, channel.returnPathIds());
     m.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
     m.insert(kl::STD_OBJS, objects);
-    (void)outbox_.send(*s.subscriber, m, Urgency::kOrdinary);
+    (void)outbox_.send(*channel.subscriber, m, Urgency::kOrdinary);
   }
 }
 

@@ -9,6 +9,7 @@
 #include "kl/looper.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
+#include "routing/subscriptions.h"
 
 namespace loader {
 
@@ -21,7 +22,7 @@ namespace loader {
 // Cost:      a timer runs only while a batch waits.
 class OwnService {
  public:
-  static constexpr std::ptrdiff_t kMostSubscriptions = 64;      // of one service
+  static constexpr unsigned int kMostSubscriptions = 64;        // of one service
   static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
 
   // Carries out an SVC_ACTION on a service; null, or why it cannot be done.  Null for SVC_LEAVE means that the
@@ -29,9 +30,13 @@ class OwnService {
   using Order = std::function<const char*(Service& service, unsigned int action)>;
   using Settle = std::function<void()>;  // writes what the timer has put into queues
 
-  OwnService(kl::ThinRunner& runner, ServiceTable& table, Outbox& outbox, Order order, Settle settle)
+  // `self` is the row of the loader itself.
+  OwnService(kl::ThinRunner& runner, Service& self, ServiceTable& table, Subscriptions& subscriptions,
+             Outbox& outbox, Order order, Settle settle)
       : runner_(runner),
+        self_(self),
         table_(table),
+        subscriptions_(subscriptions),
         outbox_(outbox),
         order_(std::move(order)),
         settle_(std::move(settle)) {}
@@ -41,20 +46,14 @@ class OwnService {
   // A row came, changed or went.
   void onRowChanged(unsigned int id);
 
-  // The service is gone, and its subscriptions and what it waits for with it.
-  void serviceGone(const Service& gone);
-  // It left: its subscriptions hold on, though it is sent nothing while it is away.
-  void serviceLeft(const Service& left);
+  // The service is gone or has left, and what it waits for is forgotten.  The subscriptions of one that left hold on,
+  // though it is sent nothing while it is away.
+  void forgetOrdersOf(const Service& asker);
 
   // Sends what changed since the last batch.
   void sendChanges();
 
  private:
-  struct Subscription {
-    Service* subscriber;
-    kl::message record;  // the request without what is its own
-  };
-
   // A request that is answered when a service has left, or has not.
   struct LeaveOrder {
     unsigned int id;  // of the service that was asked
@@ -71,18 +70,18 @@ class OwnService {
   void orderLeave(Service& asker, const kl::message& request);
   void answerLeaveOrders(const Service& service);
   void subscribe(Service& asker, const kl::message& request);
-  bool hasRoomFor(const Service& asker, const kl::message& record) const;
-  void unsubscribe(const kl::message& request);
+  void unsubscribe(Service& asker, const kl::message& request);
   void reply(Service& asker, const kl::message& request, kl::message answer);
   void notify(const std::vector<kl::message::flat_message>& objects);
 
   kl::ThinRunner& runner_;
+  Service& self_;
   ServiceTable& table_;
+  Subscriptions& subscriptions_;
   Outbox& outbox_;
   Order order_;
   Settle settle_;
   kl::policies policies_;
-  std::vector<Subscription> subscriptions_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;
 };

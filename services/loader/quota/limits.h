@@ -14,7 +14,7 @@ enum class Resource : unsigned char {
   kQueueBytes,         // memory of what waits for its connections, or is held for them
   kRequests,           // delivered and not answered
   kSubscriptions,      // recorded ones, at all providers together
-  kSubscriptionBytes,  // of their paths and commands
+  kSubscriptionBytes,  // of their paths and filters
 };
 inline constexpr std::size_t kResources = static_cast<std::size_t>(Resource::kSubscriptionBytes) + 1;
 
@@ -51,7 +51,7 @@ inline constexpr std::array<ResourceRow, kResources> kResourceRows{{
     {Resource::kFrameBytes, "frame_bytes", 512 * kKiB, 1536 * kKiB, 1024 * kKiB, 1, 64 * kKiB},
     {Resource::kQueueBytes, "queue_bytes", 2048 * kKiB, 4096 * kKiB, 8192 * kKiB, 1, 128 * kKiB},
     {Resource::kRequests, "requests", 1024, 2048, 8192, 512, 4},
-    {Resource::kSubscriptions, "subscriptions", 256, 1024, 2048, 128, 0},
+    {Resource::kSubscriptions, "subscriptions", 256, 1024, 2048, 256, 0},
     {Resource::kSubscriptionBytes, "subscription_bytes", 32 * kKiB, 128 * kKiB, 256 * kKiB, 1, 0},
 }};
 

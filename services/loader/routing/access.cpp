@@ -13,17 +13,27 @@ Access denied(Access::Denial why, unsigned int missing = 0) {
   return result;
 }
 
-Access passed(std::span<const unsigned char> records, bool replaces) {
+Access passed(std::span<const unsigned char> records, bool replaces, unsigned int bits) {
   Access result;
   result.mark = {records, replaces};
+  result.bits = bits;
   return result;
+}
+
+// A trusted sender may limit its own request.
+Access passedAsItIs(const SenderRights& sender, const Envelope& e) {
+  const unsigned int bits = e.policy.bytes().empty() ? kl::RIGHTS_ALL : e.policy.u32();
+  if (!e.user.bytes().empty()) return passed({}, false, bits);
+  return passed(sender.user, false, bits);
 }
 
 }  // namespace
 
+Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
+
 Access Access::decide(const SenderRights& sender, const Envelope& e, const DestinationRules& to) {
   if (!e.isCommand()) return {};
-  if (sender.isTrusted) return e.user.bytes().empty() ? passed(sender.user, false) : Access();
+  if (sender.isTrusted) return passedAsItIs(sender, e);
   if (to.accessList >= sender.grants.size()) return denied(Denial::kNone);
   const Grant& grant = sender.grants[to.accessList];
   if (grant.rights.none) return denied(Denial::kNone);
@@ -33,7 +43,7 @@ Access Access::decide(const SenderRights& sender, const Envelope& e, const Desti
     if (const unsigned int missing = need->second & ~grant.rights.bits; missing != 0)
       return denied(Denial::kLacks, missing);
   }
-  return passed(grant.records, true);
+  return passed(grant.records, true, grant.rights.bits);
 }
 
 std::string Access::reason() const {

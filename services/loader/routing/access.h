@@ -47,12 +47,15 @@ struct Access {
   };
 
   Denial denial = Denial::kNot;
-  unsigned int missing = 0;  // the bits that it lacks
-  RightsMark mark;           // what becomes of the rights in the copy
+  unsigned int missing = 0;            // the bits that it lacks
+  RightsMark mark;                     // what becomes of the rights in the copy
+  unsigned int bits = kl::RIGHTS_ALL;  // those that it has in the end
 
   bool isDenied() const { return denial != Denial::kNot; }
   std::string reason() const;  // "lacks the right change"
 
+  // The copy passes without rights, so its receiver allows it everything.
+  static Access withoutRights();
   static Access decide(const SenderRights& sender, const Envelope& e, const DestinationRules& to);
 };
 

@@ -54,7 +54,10 @@ void note(const kl::Record& record, Envelope& e) {
     case kl::SYS_POLICY: e.policy = record; break;
     case kl::SYS_TYPE: e.type = record.u32(); break;
     case kl::SYS_STATUS: e.status = record.u32(); break;
-    case kl::SYS_REPLYEXP: e.expectsReply = record.boolean(); break;
+    case kl::SYS_REPLYEXP:
+      e.expectsReply = record.boolean();
+      e.hasReplyMark = true;
+      break;
     case kl::SYS_REQID:
       e.requestId = record.u32();
       e.hasRequestId = true;

@@ -67,6 +67,7 @@ struct Envelope {
   bool hasRequestId = false;
   bool isControl = false;
   bool expectsReply = false;
+  bool hasReplyMark = false;  // SYS_REPLYEXP is there, whatever it says
 
   Path path() const { return Path(to); }
   Path returnPath() const { return from.bytes().empty() ? Path() : Path(from); }
@@ -76,6 +77,12 @@ struct Envelope {
   bool isNotice() const { return !hasCommand && status == kl::STATUS_ERROR; }
   // A message that a handler would execute as a command.  A foreign SYS_TYPE does not make it harmless.
   bool isCommand() const { return !isReply() && hasCommand; }
+  bool isSubscribe() const { return isCommand() && command == kl::CMD_SUBSCRIBE; }
+  // A command that a handler may send to its subscribers: nobody could answer it.
+  bool mayNotify() const {
+    return hasCommand && type == kl::TYPE_REQUEST && !hasRequestId && !hasReplyMark &&
+           path()[0] != kl::PATH_ALL;
+  }
   // Somebody waits for an answer or could take one.
   bool wantsAnswer() const { return !isReply() && !isNotice() && (expectsReply || isTracked()); }
   // A request whose reply will come by; subscribing is never answered.

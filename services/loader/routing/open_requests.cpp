@@ -3,34 +3,16 @@
 
 #include "routing/open_requests.h"
 
-#include <sys/random.h>
-
 #include <algorithm>
 #include <cstdint>
 
+#include "routing/secret_hash.h"
 #include "routing/service.h"
 
 namespace loader {
 namespace {
 
 constexpr std::size_t kFirstChains = 64;
-
-// Mixes the bits of a number so that each depends on all of them.
-std::uint64_t mix(std::uint64_t x) {
-  x ^= x >> 33;
-  x *= 0xff51afd7ed558ccdULL;
-  x ^= x >> 33;
-  x *= 0xc4ceb9fe1a85ec53ULL;
-  x ^= x >> 33;
-  return x;
-}
-
-// Without the kernel's random numbers the place of the stack must do.
-std::uint64_t drawSeed() {
-  std::uint64_t seed = 0;
-  if (::getrandom(&seed, sizeof seed, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof seed)) return seed;
-  return mix(reinterpret_cast<std::uintptr_t>(&seed));
-}
 
 }  // namespace
 
@@ -108,7 +90,7 @@ void OpenRequests::forgetOldestFor(Service& asked) { unlink(asked.requests.oldes
 
 std::size_t OpenRequests::chainOf(const Service& asker, const Service& asked, unsigned int id) const {
   const auto ends = std::uint64_t{asker.id} << 32 | asked.id;
-  return static_cast<std::size_t>(mix(mix(ends + seed_) + id)) & (chains_.size() - 1);
+  return static_cast<std::size_t>(mixBits(mixBits(ends + seed_) + id)) & (chains_.size() - 1);
 }
 
 std::size_t OpenRequests::longestChain() const {

@@ -101,6 +101,7 @@ void Router::serviceGone(Service& gone) {
   gone.bornAt = 0;
   breakPathsTo(gone);
   forgetRequestsOf(gone);
+  subscriptions_.forgetOf(gone);
   announceDeath(gone);
 }
 
@@ -122,6 +123,7 @@ void Router::breakPathsTo(Service& asked) {
   outbox_.forget(asked);
   asked.out.clear();
   asked.held.clear();
+  subscriptions_.forgetAt(asked);  // its process is gone, or what it was sent never reached it
 }
 
 void Router::breakRequestsTo(Service& asked) {
@@ -205,12 +207,40 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 }
 
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
-  const Access access = Access::decide(sender.rights, e, to.rules);
+  const bool isWanted = isSubscribedTo(sender, e, to, rest);
+  const Access access = isWanted ? Access::withoutRights() : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
   if (outbox_.isFull(to) && e.wantsAnswer()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
-  if (outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark) && e.isTracked())
-    requests_.add(sender, to, e, rest, now_);
+  if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
+  if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;
+  if (e.isTracked()) requests_.add(sender, to, e, rest, now_);
+  if (e.isCommand()) forgetSubscriptions(sender, e, to, rest, access);
+}
+
+// R4.  The frame is judged in this one of its copies; who has all rights needs no other permission.
+bool Router::isSubscribedTo(Service& sender, const Envelope& e, Service& to, Path rest) const {
+  return e.mayNotify() && !sender.rights.isTrusted &&
+         subscriptions_.has({sender, e.returnPath(), to, rest, e.command});
+}
+
+// What is refused is not delivered either: its subscriber would be notified and never heard of again.
+void Router::deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest,
+                              const Access& access) {
+  const auto outcome = subscriptions_.add(to, rest, sender, e.returnPath(), e.body);
+  if (outcome == Subscriptions::Outcome::kRefused) return;
+  const bool isDelivered = outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark);
+  if (!isDelivered && outcome == Subscriptions::Outcome::kAdded)
+    subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);
+}
+
+// What ends subscriptions at their provider ends them here.
+void Router::forgetSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,
+                                 const Access& access) {
+  if (e.command == kl::CMD_UNSUBSCRIBE) subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);
+  const bool isObeyed = (access.bits & kl::RIGHT_OF_NOBODY) != 0;
+  if (e.command == kl::CMD_DISCONNECTED && isObeyed)
+    subscriptions_.forgetBehind(to, rest, sender, e.returnPath());
 }
 
 // True when the asker may have one more open request.

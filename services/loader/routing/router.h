@@ -8,6 +8,7 @@
 #include "routing/open_requests.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
+#include "routing/subscriptions.h"
 
 namespace loader {
 
@@ -18,6 +19,7 @@ namespace loader {
 // R1  the first element of a delivered return path is the id of the connection that the frame came in on
 // R2  a reply is delivered only if it answers an open request, and then once
 // R3  nothing is ever sent about a reply or about a notice
+// R4  a notification passes without rights where its receiver asked for it, and in nothing else than it asked for
 //
 // Errors:    a frame that may not be carried is named by route()'s result; its sender is to be disconnected.
 // Ownership: borrows everything that it is made with.
@@ -44,8 +46,13 @@ class Router {
         onDenied = {};
   };
 
-  Router(ServiceTable& table, OpenRequests& requests, Outbox& outbox, Calls calls)
-      : table_(table), requests_(requests), outbox_(outbox), calls_(std::move(calls)) {}
+  Router(ServiceTable& table, OpenRequests& requests, Subscriptions& subscriptions, Outbox& outbox,
+         Calls calls)
+      : table_(table),
+        requests_(requests),
+        subscriptions_(subscriptions),
+        outbox_(outbox),
+        calls_(std::move(calls)) {}
 
   // The time that requests are stamped with, in seconds from any beginning.
   void setNow(unsigned int seconds) { now_ = seconds; }
@@ -79,6 +86,9 @@ class Router {
   void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
+  void deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);
+  bool isSubscribedTo(Service& sender, const Envelope& e, Service& to, Path rest) const;
+  void forgetSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);
   void breakRequestsTo(Service& asked);
   void reportNeed(Service& to, const Envelope& e);
   bool makeRoom(Service& asker);
@@ -92,6 +102,7 @@ class Router {
 
   ServiceTable& table_;
   OpenRequests& requests_;
+  Subscriptions& subscriptions_;
   Outbox& outbox_;
   Calls calls_;
   Buffer scratch_;

@@ -9,6 +9,7 @@
 #include "routing/access.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
+#include "routing/subscriptions.h"
 #include "transport/buffer.h"
 
 namespace loader {
@@ -53,12 +54,14 @@ struct Service {
   unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
   unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone
 
+  Account* account = nullptr;        // what it takes is taken from there; null: nobody counts
   Connection* connection = nullptr;  // from its registration until it closes
   Buffer out;
   HeldQueue held;
   bool isDirty = false;  // something was put into `out` since the last write
   Traffic traffic;
   RequestLists requests;
+  SubscriptionLists subscriptions;
 
   bool isConnected() const { return connection != nullptr; }
   std::size_t waiting() const { return out.size() + held.size(); }

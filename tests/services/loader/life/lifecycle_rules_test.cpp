@@ -86,6 +86,7 @@ class LifecycleRules : public testing::Test {
   }();
   loader::ServiceTable table_;
   loader::OpenRequests requests_;
+  loader::Subscriptions subscriptions_;
   loader::Outbox outbox_{1 << 20};
   loader::KeptData kept_{"/nowhere", log_};
   loader::Users users_;
@@ -94,6 +95,7 @@ class LifecycleRules : public testing::Test {
   loader::Router router_{
       table_,
       requests_,
+      subscriptions_,
       outbox_,
       {[](Service&, const kl::message&) {},
        [this](Service& s, const loader::Envelope& e) { lifecycle_.onControl(s, e); }, [](Service&) {}}};

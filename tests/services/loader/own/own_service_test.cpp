@@ -15,6 +15,7 @@ using loader::Outbox;
 using loader::OwnService;
 using loader::Service;
 using loader::ServiceTable;
+using loader::Subscriptions;
 using loader::Urgency;
 
 class OwnServiceTest : public testing::Test {
@@ -52,7 +53,13 @@ class OwnServiceTest : public testing::Test {
   std::function<void()> onOrder_;
   const char* failure_ = nullptr;
   int settled_ = 0;
-  OwnService own_{runner_, table_, outbox_,
+  Service self_{kl::SERVICE_LOADER};
+  Subscriptions subscriptions_;
+  OwnService own_{runner_,
+                  self_,
+                  table_,
+                  subscriptions_,
+                  outbox_,
                   [this](Service& service, unsigned int action) {
                     if (onOrder_) onOrder_();
                     ordered_ += std::to_string(action) + " " + std::to_string(service.id) + ";";
@@ -236,7 +243,7 @@ TEST_F(OwnServiceTest, WhoIsGoneIsNotToldOfALeave) {
   m.insert(kl::STD_ID, 40);
   m.insert(kl::SVC_ACTION, kl::SVC_LEAVE);
   own_.handle(a_, m);
-  own_.serviceGone(a_);
+  own_.forgetOrdersOf(a_);
   table_.setState(leaver, kl::SVC_STATE_LEFT);
   EXPECT_TRUE(a_.out.empty());
 }
@@ -312,7 +319,7 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
   subscribe();
-  own_.serviceGone(a_);
+  subscriptions_.forgetOf(a_);
   table_.setState(a_, kl::SVC_STATE_RUNNING);
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
@@ -344,7 +351,7 @@ TEST_F(OwnServiceTest, OnlySoManySubscriptionsOfOneServiceAreKept) {
   own_.handle(b, m);
   table_.setState(a_, kl::SVC_STATE_RUNNING);
   own_.sendChanges();
-  EXPECT_EQ(std::ssize(takeMessages(a_)), OwnService::kMostSubscriptions);
+  EXPECT_EQ(takeMessages(a_).size(), OwnService::kMostSubscriptions);
   EXPECT_EQ(takeMessages(b).size(), 1u);  // others are not concerned
 }
 

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "services/loader/admission/rights.h"
+#include "services/loader/quota/accounts.h"
 #include "tests/services/loader/fixture.h"
 
 namespace {
@@ -16,6 +17,7 @@ using loader::Rights;
 using loader::Router;
 using loader::Service;
 using loader::ServiceTable;
+using loader::Subscriptions;
 
 constexpr std::size_t kLimit = 4000;
 
@@ -36,9 +38,11 @@ class RouterTest : public testing::Test {
 
   ServiceTable table_;
   OpenRequests requests_;
+  Subscriptions subscriptions_;
   Outbox outbox_{kLimit};
   Router router_{table_,
                  requests_,
+                 subscriptions_,
                  outbox_,
                  {[this](Service& asker, const kl::message& m) {
                     askers_.push_back(asker.id);
@@ -523,6 +527,224 @@ TEST_F(RouterTest, SubscribingOpensNoRequest) {
   (void)route(a_, request({24}, kl::CMD_UNSUBSCRIBE, 6, {7}));
   EXPECT_EQ(takeMessages(b_).size(), 2u);
   EXPECT_EQ(requests_.size(), 0u);
+}
+
+// Service 24 has few rights; handler 7 of service 10 has subscribed at its handler 3, under a command of its own.
+class NotificationTest : public RouterTest {
+ protected:
+  static constexpr unsigned int kChanged = 0x60001;
+
+  void SetUp() override {
+    b_.rights = loader::equalRights("bob", Rights::of(64));
+    other_.rights = b_.rights;
+    (void)route(a_, wish(kl::CMD_SUBSCRIBE));
+    (void)takeMessages(b_);
+  }
+
+  static kl::message wish(unsigned int command, const Ids& to = {24, 3}, const Ids& from = {7}) {
+    kl::message m = notification(to, from);
+    m.insert(kl::SYS_CMD, command);
+    m.insert(kl::SYS_NOTIFYCMD, kChanged);
+    return m;
+  }
+  static kl::message told(const Ids& to = {10, 7}, const Ids& from = {3}, unsigned int command = kChanged) {
+    kl::message m = notification(to, from);
+    m.insert(kl::SYS_CMD, command);
+    return m;
+  }
+
+  // Whether the only message that arrives has no rights, its handler thus does whatever it says.
+  bool passesWithoutRights(Service& from, const kl::message& m, Service& to) {
+    (void)route(from, m);
+    const std::vector<kl::message> got = takeMessages(to);
+    EXPECT_EQ(got.size(), 1u);
+    if (got.empty()) return false;
+    const bool hasNone = !got[0].has(kl::SYS_POLICY);
+    EXPECT_EQ(got[0].get(kl::SYS_USER, "nobody"), hasNone ? "nobody" : "bob");
+    EXPECT_EQ(got[0].get(kl::SYS_POLICY, 64), 64u);
+    return hasNone;
+  }
+  bool passesWithoutRights(const kl::message& m) { return passesWithoutRights(b_, m, a_); }
+};
+
+TEST_F(NotificationTest, ANotificationThatItsReceiverAskedForNeedsNoRights) {
+  EXPECT_TRUE(passesWithoutRights(told()));
+  b_.rights = loader::equalRights("bob", Rights::nothing());
+  EXPECT_TRUE(passesWithoutRights(told()));
+  EXPECT_TRUE(passesWithoutRights(told()));  // any number of times
+}
+
+TEST_F(NotificationTest, WithoutACommandOfItsOwnASubscriptionIsForCmdNotify) {
+  kl::message m = wish(kl::CMD_SUBSCRIBE, {24}, {8});
+  m.remove(kl::SYS_NOTIFYCMD);
+  (void)route(a_, m);
+  EXPECT_TRUE(passesWithoutRights(told({10, 8}, {}, kl::CMD_NOTIFY)));
+  EXPECT_FALSE(passesWithoutRights(told({10, 8}, {}, kChanged)));
+}
+
+TEST_F(NotificationTest, ItsOwnRightsAreRemoved) {
+  kl::message m = told();
+  m.insert(kl::SYS_USER, "root");
+  m.insert(kl::SYS_POLICY, 0);
+  EXPECT_TRUE(passesWithoutRights(m));
+}
+
+TEST_F(NotificationTest, AnotherCommandNeedsRights) {
+  EXPECT_FALSE(passesWithoutRights(told({10, 7}, {3}, kl::CMD_NOTIFY)));
+  EXPECT_FALSE(passesWithoutRights(told({10, 7}, {3}, kl::CMD_SET)));
+}
+
+TEST_F(NotificationTest, AnotherReturnPathNeedsRights) {
+  EXPECT_FALSE(passesWithoutRights(told({10})));
+  EXPECT_FALSE(passesWithoutRights(told({10, 8})));
+  EXPECT_FALSE(passesWithoutRights(told({10, 7, 7})));
+  EXPECT_FALSE(passesWithoutRights(b_, told({30, 7}), other_));
+}
+
+TEST_F(NotificationTest, AnotherHandlerNeedsRights) {
+  EXPECT_FALSE(passesWithoutRights(told({10, 7}, {})));
+  EXPECT_FALSE(passesWithoutRights(told({10, 7}, {4})));
+  EXPECT_FALSE(passesWithoutRights(told({10, 7}, {3, 3})));
+}
+
+TEST_F(NotificationTest, AnotherServiceNeedsRights) {
+  EXPECT_FALSE(passesWithoutRights(other_, told(), a_));
+  EXPECT_FALSE(passesWithoutRights(other_, told({10, 7}, {24, 3}), a_));
+}
+
+TEST_F(NotificationTest, WhatCouldBeAnsweredNeedsRights) {
+  kl::message numbered = told();
+  numbered.insert(kl::SYS_REQID, 5);
+  EXPECT_FALSE(passesWithoutRights(numbered));
+  kl::message expecting = told();
+  expecting.insert(kl::SYS_REPLYEXP, true);
+  EXPECT_FALSE(passesWithoutRights(expecting));
+  std::vector<unsigned char> bytes = flat(told());
+  for (const unsigned int byte : {5U, 0U, 0xffU, 0U})
+    bytes.push_back(static_cast<unsigned char>(byte));  // SYS_REPLYEXP: false
+  (void)routeBytes(b_, bytes);
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_POLICY, 0), 64u);
+}
+
+TEST_F(NotificationTest, AForeignTypeNeedsRights) {
+  kl::message m = told();
+  m.insert(kl::SYS_TYPE, 5);
+  EXPECT_FALSE(passesWithoutRights(m));
+  m.insert(kl::SYS_TYPE, kl::TYPE_REQUEST);
+  EXPECT_TRUE(passesWithoutRights(m));
+}
+
+TEST_F(NotificationTest, APathToAllNeedsRights) {
+  (void)route(b_, told({kl::PATH_ALL, 7}));
+  EXPECT_EQ(takeOnly(a_).get(kl::SYS_POLICY, 0), 64u);
+  EXPECT_EQ(takeOnly(other_).get(kl::SYS_POLICY, 0), 64u);
+}
+
+TEST_F(NotificationTest, EachCopyOfAListOfPathsIsJudgedByItself) {
+  (void)route(other_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {9}));
+  (void)takeMessages(b_);
+  (void)route(b_, told({kl::PATH_MULTI, 2, 10, 7, 2, 30, 9, 2, 10, 8}));
+  const std::vector<kl::message> got = takeMessages(a_);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_FALSE(got[0].has(kl::SYS_POLICY));
+  EXPECT_EQ(got[1].get(kl::SYS_POLICY, 0), 64u);
+  EXPECT_FALSE(takeOnly(other_).has(kl::SYS_POLICY));
+}
+
+TEST_F(NotificationTest, AfterUnsubscribingItNeedsRights) {
+  (void)route(a_, wish(kl::CMD_UNSUBSCRIBE, {24, 3}, {8}));  // another return path
+  (void)route(a_, wish(kl::CMD_UNSUBSCRIBE, {24}, {7}));     // another handler
+  EXPECT_TRUE(passesWithoutRights(told()));
+  (void)route(a_, wish(kl::CMD_UNSUBSCRIBE));
+  EXPECT_FALSE(passesWithoutRights(told()));
+}
+
+TEST_F(NotificationTest, TheSubscriptionsOfOneThatIsGoneAreForgotten) {
+  const auto endOf = [this](Service& gone) {
+    loader::Connection* const connection = std::exchange(gone.connection, nullptr);
+    router_.serviceGone(gone);
+    gone.connection = connection;
+    (void)takeMessages(a_), (void)takeMessages(b_), (void)takeMessages(other_);
+  };
+  endOf(b_);  // the provider
+  EXPECT_FALSE(passesWithoutRights(told()));
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE));
+  (void)takeMessages(b_);
+  EXPECT_TRUE(passesWithoutRights(told()));
+  endOf(a_);  // the subscriber
+  EXPECT_FALSE(passesWithoutRights(told()));
+  EXPECT_EQ(subscriptions_.size(), 0u);
+}
+
+TEST_F(NotificationTest, TheSubscriptionsOfOneThatLeavesHoldOn) {
+  const auto leaveOf = [this](Service& leaver) {
+    loader::Connection* const connection = std::exchange(leaver.connection, nullptr);
+    router_.serviceLeft(leaver);
+    leaver.connection = connection;
+  };
+  leaveOf(b_);
+  EXPECT_TRUE(passesWithoutRights(told()));
+  leaveOf(a_);
+  EXPECT_TRUE(passesWithoutRights(told()));
+}
+
+TEST_F(NotificationTest, WhatAnEndBehindASubscriberTakesWithItIsForgotten) {
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {8, 1}));
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 4}, {8, 2}));
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {30, 4}, {8, 2}));
+  kl::message end = notification({24}, {8});
+  end.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  a_.rights = loader::equalRights("bob", Rights::of(64));  // its handlers refuse it
+  (void)route(a_, end);
+  EXPECT_EQ(subscriptions_.size(), 4u);
+  a_.rights = loader::trustedRights("root");
+  kl::message limited = end;
+  limited.insert(kl::SYS_POLICY, 64);
+  (void)route(a_, limited);
+  EXPECT_EQ(subscriptions_.size(), 4u);
+  (void)route(a_, end);
+  EXPECT_EQ(subscriptions_.size(), 2u);  // at 24 under [7], and at 30
+  (void)takeMessages(b_);
+  EXPECT_TRUE(passesWithoutRights(told()));
+}
+
+TEST_F(NotificationTest, ASubscriptionThatIsNotDeliveredIsNotThere) {
+  fill(b_);
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {8}));
+  b_.out.clear();
+  EXPECT_FALSE(passesWithoutRights(told({10, 8})));
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {9}));
+  EXPECT_FALSE(passesWithoutRights(told({10, 9})));
+}
+
+TEST_F(NotificationTest, ASubscriptionBeyondTheLimitsIsNotDelivered) {
+  loader::Limits limits;
+  limits.user[loader::Resource::kSubscriptions] = 3;  // one is there
+  loader::Accounts accounts(limits, 0);
+  subscriptions_.forgetOf(a_);
+  a_.account = &accounts.ofUser(1000, 0);
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE));
+  for (const unsigned int handler : {1U, 2U, 3U})
+    (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, handler}, {1}));
+  EXPECT_EQ(takeMessages(b_).size(), 3u);
+  EXPECT_TRUE(passesWithoutRights(told({10, 1}, {2})));
+  EXPECT_FALSE(passesWithoutRights(told({10, 1}, {3})));
+  subscriptions_.forgetOf(a_);
+}
+
+TEST_F(NotificationTest, ASubscriptionThatIsHeldCountsUntilItIsThrownAway) {
+  Service& late = heldFor(table_, 40, kl::SVC_STATE_STARTING);
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {40}, {7}));
+  EXPECT_EQ(subscriptions_.countAt(late, a_), 1u);
+  router_.breakPathsTo(late);
+  EXPECT_EQ(subscriptions_.countAt(late, a_), 0u);
+}
+
+TEST_F(NotificationTest, ASubscriptionAtAllReachesEachAndIsRecordedAtEach) {
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {kl::PATH_ALL, 5}, {6}));
+  EXPECT_EQ(subscriptions_.countAt(b_, a_), 2u);
+  EXPECT_EQ(subscriptions_.countAt(other_, a_), 1u);
 }
 
 TEST_F(RouterTest, RequestsAreHeldForAServiceThatIsStartingForTheFirstTime) {
