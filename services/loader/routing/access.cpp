@@ -27,6 +27,34 @@ Access passedAsItIs(const SenderRights& sender, const Envelope& e) {
   return passed(sender.user, false, bits);
 }
 
+// Null where nothing of the sender is delivered.
+const Grant* grantAt(const SenderRights& sender, const DestinationRules& to) {
+  if (to.accessList >= sender.grants.size()) return nullptr;
+  const Grant& grant = sender.grants[to.accessList];
+  return grant.rights.none ? nullptr : &grant;
+}
+
+// Whether these bits suffice for the command, as far as the destination says what it needs.
+Access judged(unsigned int bits, unsigned int command, const DestinationRules& to) {
+  if (to.commands == nullptr) return {};
+  const auto need = to.commands->find(command);
+  if (need == to.commands->end()) return denied(Access::Denial::kUnlisted);
+  const unsigned int missing = need->second & ~bits;
+  return missing == 0 ? Access() : denied(Access::Denial::kLacks, missing);
+}
+
+// The request names a user: he may do what he may do himself at the destination, as far as the bits of the request go.
+Access decideInNameOf(const SenderRights* user, const Envelope& e, const DestinationRules& to) {
+  if (user == nullptr) return denied(Access::Denial::kStranger);
+  const Grant* grant = grantAt(*user, to);
+  if (grant == nullptr) return denied(Access::Denial::kNone);
+  const unsigned int bits = grant->rights.bits & (e.policy.bytes().empty() ? kl::RIGHTS_ALL : e.policy.u32());
+  Access result = judged(bits, e.command, to);
+  result.mark = {user->user, true, true, bits};
+  result.bits = bits;
+  return result;
+}
+
 }  // namespace
 
 Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
@@ -34,16 +62,15 @@ Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
 Access Access::decide(const SenderRights& sender, const Envelope& e, const DestinationRules& to) {
   if (!e.isCommand()) return {};
   if (sender.isTrusted) return passedAsItIs(sender, e);
-  if (to.accessList >= sender.grants.size()) return denied(Denial::kNone);
-  const Grant& grant = sender.grants[to.accessList];
-  if (grant.rights.none) return denied(Denial::kNone);
-  if (to.commands != nullptr) {
-    const auto need = to.commands->find(e.command);
-    if (need == to.commands->end()) return denied(Denial::kUnlisted);
-    if (const unsigned int missing = need->second & ~grant.rights.bits; missing != 0)
-      return denied(Denial::kLacks, missing);
+  if (sender.speaksFor != nullptr) {
+    // What lies behind a gateway ends by its word.
+    if (e.command == kl::CMD_DISCONNECTED) return withoutRights();
+    if (!e.user.bytes().empty()) return decideInNameOf(sender.speaksFor->find(e.user.text()), e, to);
   }
-  return passed(grant.records, true, grant.rights.bits);
+  const Grant* grant = grantAt(sender, to);
+  if (grant == nullptr) return denied(Denial::kNone);
+  const Access judgement = judged(grant->rights.bits, e.command, to);
+  return judgement.isDenied() ? judgement : passed(grant->records, true, grant->rights.bits);
 }
 
 std::string Access::reason() const {
@@ -52,6 +79,7 @@ std::string Access::reason() const {
     case Denial::kNone: return "has no rights there";
     case Denial::kUnlisted: return "sends a command that is not listed there";
     case Denial::kLacks: return "lacks the right " + wordsOf(missing);
+    case Denial::kStranger: return "names a user for whom it does not speak";
   }
   return {};
 }

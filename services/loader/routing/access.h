@@ -1,7 +1,12 @@
 #pragma once
 // access.h: whether a request may be delivered, and what it carries of its sender's rights.
 
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "config/rights.h"
@@ -16,11 +21,40 @@ struct Grant {
   RightsRecords records;  // SYS_USER and SYS_POLICY, as its requests carry them
 };
 
+class SpokenUsers;
+
 // The rights of a sender, made once when it registers.  Without grants nothing of it is delivered.
 struct SenderRights {
-  bool isTrusted = false;     // root and the loader's own user: requests pass with what they carry
-  RightsRecords user;         // of a trusted one: SYS_USER, for its requests that name nobody
+  bool isTrusted = false;  // root and the loader's own user: requests pass with what they carry
+  RightsRecords user;  // SYS_USER, for requests that do not bring it: those of a trusted one that name nobody
   std::vector<Grant> grants;  // by access list; the first is for destinations without a list of their own
+  std::shared_ptr<const SpokenUsers> speaksFor = nullptr;  // whom its requests may name; null: nobody
+};
+
+// The users whom the requests of a gateway may name, with what each of them may do.
+//
+// Errors:    none.
+// Ownership: owns the names and the rights.
+// Threads:   belongs to one thread.
+// Cost:      a look-up takes constant time and allocates nothing.
+class SpokenUsers {
+ public:
+  // `rights` are those of the user himself, with the record of his name.
+  void add(const std::string& name, SenderRights rights) { users_.emplace(name, std::move(rights)); }
+
+  // Null for a user whom it does not speak for.
+  const SenderRights* find(std::string_view name) const {
+    const auto found = users_.find(name);
+    return found == users_.end() ? nullptr : &found->second;
+  }
+
+ private:
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+  };
+
+  std::unordered_map<std::string, SenderRights, Hash, std::equal_to<>> users_;
 };
 
 // What each command of a destination needs.
@@ -44,6 +78,7 @@ struct Access {
     kNone,      // the sender has no rights at this destination
     kUnlisted,  // the destination does not list the command
     kLacks,     // the sender lacks a right that the command needs
+    kStranger,  // it names a user for whom it does not speak
   };
 
   Denial denial = Denial::kNot;

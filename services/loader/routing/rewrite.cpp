@@ -16,6 +16,7 @@ namespace loader {
 namespace {
 
 constexpr std::size_t kArrayHeaderBytes = 6;
+constexpr std::size_t kNumberBytes = 8;  // of a number's record, in its long form
 
 // Writes into room that is known to suffice.
 class Writer {
@@ -35,6 +36,10 @@ class Writer {
     u16(value >> 16);
   }
 
+  void policy(unsigned int bits) {
+    u32(kl::SYS_POLICY);
+    u32(bits);
+  }
   void path(Path path) {
     u32(kl::SYS_TO);
     u16(path.size());
@@ -73,7 +78,7 @@ std::size_t deliveredBytes(const Envelope& e, Path rest, const RightsMark& mark)
   std::size_t size = e.body.size() - e.to.bytes().size() + kArrayHeaderBytes + rest.bytes().size();
   size += e.from.bytes().empty() ? kArrayHeaderBytes + 4 : 4;
   if (mark.replaces) size -= e.user.bytes().size() + e.policy.bytes().size();
-  return size + mark.records.size();
+  return size + mark.records.size() + (mark.addsPolicy ? kNumberBytes : 0);
 }
 
 }  // namespace
@@ -101,6 +106,7 @@ std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned 
   writer.bytes({copied, e.body.data() + e.body.size()});
   if (e.from.bytes().empty()) writer.returnPath(senderId, Path());
   writer.bytes(mark.records);
+  if (mark.addsPolicy) writer.policy(mark.policy);
   return kPrefixBytes + size;
 }
 

@@ -12,10 +12,13 @@ namespace loader {
 using RightsRecords = std::vector<unsigned char>;
 
 // What becomes of the rights in a frame: these records are added, and SYS_USER and SYS_POLICY of the sender go.
-// Without either the frame keeps what it carries.
+// Without either the frame keeps what it carries.  A SYS_POLICY that was worked out for this frame alone stands in
+// `policy`, and not among the records.
 struct RightsMark {
   std::span<const unsigned char> records;
   bool replaces = false;
+  bool addsPolicy = false;
+  unsigned int policy = 0;
 };
 
 // Appends the whole frame, length prefix included, as the receiver gets it: the path is `rest`, the return path

@@ -192,6 +192,7 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
+    if (e.command == kl::CMD_DISCONNECTED) forgetSubscriptions(sender, e, *own, Path(), access);
   }
   calls_.onOwnRequest(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
 }

@@ -101,4 +101,91 @@ TEST_F(AccessTest, AListOfCommandsSaysWhatEachNeeds) {
   EXPECT_FALSE(decide(reader, 0x60002).isDenied());  // without a list the destination decides
 }
 
+// A gateway that may only read, and speaks for alice, who may change nothing at the first access list.
+SenderRights gateway() {
+  const auto users = std::make_shared<loader::SpokenUsers>();
+  SenderRights alice = loader::equalRights("alice", Rights::of(64 | 128 | 1024));
+  alice.user = loader::trustedRights("alice").user;
+  alice.grants.push_back({Rights::of(64), {}});
+  alice.grants.push_back({Rights::nothing(), {}});
+  users->add("alice", alice);
+  SenderRights result = loader::equalRights("web", Rights::of(64));
+  result.speaksFor = users;
+  return result;
+}
+
+kl::message inNameOf(const std::string& user, unsigned int command = kl::CMD_SET) {
+  kl::message m = kl::test::request({24}, command, 5);
+  m.insert(kl::SYS_USER, user);
+  return m;
+}
+
+TEST_F(AccessTest, AGatewaysRequestHasTheRightsOfTheUserThatItNames) {
+  const SenderRights sender = gateway();
+  const Access access = decide(sender, inNameOf("alice"));
+  EXPECT_FALSE(access.isDenied());
+  EXPECT_TRUE(access.mark.replaces);
+  EXPECT_TRUE(access.mark.addsPolicy);
+  EXPECT_EQ(access.mark.policy, 64u | 128 | 1024);
+  const auto& records = access.mark.records;
+  EXPECT_EQ(std::vector(records.begin(), records.end()), loader::trustedRights("alice").user);
+}
+
+TEST_F(AccessTest, TheRightsOfTheNamedUserAreThoseAtTheDestination) {
+  const SenderRights sender = gateway();
+  EXPECT_EQ(decide(sender, inNameOf("alice"), {1, nullptr}).mark.policy, 64u);
+  EXPECT_EQ(decide(sender, inNameOf("alice"), {2, nullptr}).denial, Access::Denial::kNone);
+  EXPECT_TRUE(decide(sender, inNameOf("alice"), {3, nullptr}).isDenied());
+}
+
+TEST_F(AccessTest, ThePolicyOfTheRequestLimitsTheRightsOfTheNamedUser) {
+  const SenderRights sender = gateway();
+  for (const auto& [asked, given] :
+       {std::pair{64u, 64u}, {128u | 512, 128u}, {0u, 0u}, {kl::RIGHTS_ALL, 1216u}}) {
+    kl::message m = inNameOf("alice");
+    m.insert(kl::SYS_POLICY, asked);
+    EXPECT_EQ(decide(sender, m).mark.policy, given);
+  }
+  const CommandRights commands{{kl::CMD_SET, 128}};
+  kl::message m = inNameOf("alice");
+  EXPECT_FALSE(decide(sender, m, {0, &commands}).isDenied());
+  m.insert(kl::SYS_POLICY, 64);
+  EXPECT_EQ(decide(sender, m, {0, &commands}).denial, Access::Denial::kLacks);
+}
+
+TEST_F(AccessTest, AGatewaySpeaksForNobodyElse) {
+  const SenderRights sender = gateway();
+  for (const char* user : {"root", "bob", "web", "", "alice ", "Alice"}) {
+    const Access access = decide(sender, inNameOf(user));
+    EXPECT_EQ(access.denial, Access::Denial::kStranger) << user;
+    EXPECT_EQ(access.reason(), "names a user for whom it does not speak");
+  }
+}
+
+TEST_F(AccessTest, ARequestOfAGatewayThatNamesNobodyIsItsOwn) {
+  const SenderRights sender = gateway();
+  kl::message m = kl::test::request({24}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_POLICY, kl::RIGHTS_ALL);
+  const Access access = decide(sender, m);
+  EXPECT_EQ(access.bits, 64u);
+  EXPECT_EQ(access.mark.records.data(), sender.grants[0].records.data());
+}
+
+TEST_F(AccessTest, WhoIsNoGatewaySpeaksForNobody) {
+  const SenderRights sender = bob(Rights::of(64));
+  const Access access = decide(sender, inNameOf("alice"));
+  EXPECT_FALSE(access.isDenied());
+  EXPECT_TRUE(access.mark.replaces);
+  EXPECT_EQ(access.mark.records.data(), sender.grants[0].records.data());
+}
+
+TEST_F(AccessTest, AGatewayEndsWhatLiesBehindIt) {
+  const Access access = decide(gateway(), kl::CMD_DISCONNECTED, {2, nullptr});
+  EXPECT_FALSE(access.isDenied());
+  EXPECT_TRUE(access.mark.replaces);
+  EXPECT_TRUE(access.mark.records.empty());
+  EXPECT_FALSE(access.mark.addsPolicy);
+  EXPECT_FALSE(decide(bob(Rights::of(64)), kl::CMD_DISCONNECTED).mark.records.empty());
+}
+
 }  // namespace

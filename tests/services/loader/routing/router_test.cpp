@@ -708,6 +708,50 @@ TEST_F(NotificationTest, WhatAnEndBehindASubscriberTakesWithItIsForgotten) {
   EXPECT_TRUE(passesWithoutRights(told()));
 }
 
+TEST_F(NotificationTest, AGatewaysWordEndsTheSubscriptionsBehindIt) {
+  a_.rights = loader::equalRights("web", Rights::of(64));
+  a_.rights.speaksFor = std::make_shared<loader::SpokenUsers>();
+  (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {8, 1}));
+  (void)takeMessages(b_);
+  kl::message end = notification({24}, {8});
+  end.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
+  end.insert(kl::SYS_USER, "root");
+  (void)route(a_, end);
+  const kl::message got = takeOnly(b_);
+  EXPECT_EQ(got.get(kl::SYS_FROM, {}), (Ids{10, 8}));
+  EXPECT_FALSE(got.has(kl::SYS_POLICY));
+  EXPECT_FALSE(got.has(kl::SYS_USER));
+  EXPECT_EQ(subscriptions_.countAt(b_, a_), 1u);  // under [7]
+}
+
+TEST_F(RouterTest, ARequestInTheNameOfAUserArrivesWithHisNameAndTheRightsWorkedOut) {
+  const auto users = std::make_shared<loader::SpokenUsers>();
+  loader::SenderRights alice = loader::equalRights("alice", Rights::of(64 | 128));
+  alice.user = loader::trustedRights("alice").user;
+  users->add("alice", alice);
+  a_.rights = loader::equalRights("web", Rights::of(64));
+  a_.rights.speaksFor = users;
+  kl::message m = request({24}, kl::CMD_SET, 5, {7});
+  m.insert(kl::SYS_USER, "alice");
+  m.insert(kl::SYS_POLICY, 128 | 512);
+  (void)route(a_, m);
+  const kl::message got = takeOnly(b_);
+  EXPECT_EQ(got.get(kl::SYS_USER, ""), "alice");
+  EXPECT_EQ(got.get(kl::SYS_POLICY, 0), 128u);
+  m.insert(kl::SYS_TO, {1});
+  (void)route(a_, m);
+  EXPECT_EQ(asked_.at(0).get(kl::SYS_USER, ""), "alice");
+  EXPECT_EQ(asked_.at(0).get(kl::SYS_POLICY, 0), 128u);
+  for (const Ids& path : {Ids{24}, Ids{1}}) {
+    m.insert(kl::SYS_TO, path);
+    m.insert(kl::SYS_USER, "root");
+    (void)route(a_, m);
+    EXPECT_TRUE(takeMessages(b_).empty());
+    EXPECT_EQ(asked_.size(), 1u);
+    EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_NOTALLOWED);
+  }
+}
+
 TEST_F(NotificationTest, ASubscriptionThatIsNotDeliveredIsNotThere) {
   fill(b_);
   (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {8}));
