@@ -17,23 +17,27 @@ constexpr char kSyslogSocket[] = "/dev/log";
 const common::Program kProgram{"kl-logd", "Takes the log lines of all processes, keeps them and shows them.",
                                KL_CONFIGURATION_FILE, "the log service"};
 
-// The loader's process: who made the connection that was passed on, or who listens at its socket.  0 where there is none.
-pid_t findLoader() {
-  if (const pid_t loader = common::peerOf(kLoaderConnection).pid; loader != 0) return loader;
+// The loader's process: who made the connection that was passed on, or who listens at its socket.  Its number is 0 where
+// there is none.
+common::Peer findLoader() {
+  if (const common::Peer loader = common::peerOf(kLoaderConnection); loader.pid != 0) return loader;
   const common::Descriptor probe = common::newStreamSocket();
-  return common::connectTo(probe.get(), kl::loaderSocketPath()) ? common::peerOf(probe.get()).pid : 0;
+  return common::connectTo(probe.get(), kl::loaderSocketPath()) ? common::peerOf(probe.get())
+                                                                : common::Peer();
 }
 
 // The socket is there before the loader knows of the service: who waits for the service finds it.
-int run(const logd::Configuration& configuration) {
+int run(logd::Configuration configuration) {
   (void)::signal(SIGPIPE, SIG_IGN);
   logd::Listener listener;
   if (const std::string problem = listener.open(); !problem.empty()) {
     std::cerr << "kl-logd: " << problem << '\n';
     return common::kCannotRun;
   }
+  const common::Peer loader = findLoader();
+  if (loader.pid != 0) configuration.book.system = logd::SystemUsers(loader.uid);
   logd::LogBook book(configuration.book);
-  logd::LogService service(configuration.limits, book, listener, findLoader());
+  logd::LogService service(configuration.limits, book, listener, loader.pid);
   service.reportTooBig(true);
   service.run();
   return 0;
@@ -53,5 +57,5 @@ int main(int argc, char** argv) {
   if (exports) configuration.book.syslog = kSyslogSocket;
   common::report(mistakes, kProgram.name);
   if (!mistakes.empty()) return common::kMistake;
-  return line->checksOnly ? 0 : run(configuration);
+  return line->checksOnly ? 0 : run(std::move(configuration));
 }

@@ -33,6 +33,7 @@ LineFilter::LineFilter(const kl::message& request)
     : topics_(topicsIn(request)),
       process_(valueIn(request, kl::LOG_PROCESS)),
       pid_(valueIn(request, kl::LOG_PROCESS_ID)),
+      uid_(valueIn(request, kl::LOG_UID)),
       source_(valueIn(request, kl::LOG_SOURCE)),
       since_(request.get(kl::LOG_SINCE, 0)),
       contains_(request.get(kl::LOG_CONTAINS, "")) {}
@@ -40,7 +41,8 @@ LineFilter::LineFilter(const kl::message& request)
 bool LineFilter::passes(const Line& line) const {
   const Origin& origin = *line.origin;
   return line.time >= since_ && (topics_.empty() || haveOneInCommon(topics_, origin.topics)) &&
-         fits(process_, origin.process) && fits(pid_, origin.pid) && fits(source_, origin.source) &&
+         fits(process_, origin.process) && fits(pid_, origin.pid) && fits(uid_, origin.uid) &&
+         fits(source_, origin.source) &&
          (contains_.empty() || line.text.find(contains_) != std::string::npos);
 }
 

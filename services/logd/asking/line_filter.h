@@ -15,6 +15,8 @@ class LineFilter {
   explicit LineFilter(const kl::message& request);
 
   bool passes(const Line& line) const;
+  // Whose lines alone it lets through; nothing: anybody's.
+  std::optional<unsigned int> uid() const { return uid_; }
 
   bool operator==(const LineFilter&) const = default;
 
@@ -22,6 +24,7 @@ class LineFilter {
   Topics topics_;
   std::optional<std::string> process_;
   std::optional<unsigned int> pid_;
+  std::optional<unsigned int> uid_;
   std::optional<unsigned int> source_;
   Nanoseconds since_;
   std::string contains_;

@@ -25,15 +25,25 @@ std::vector<kl::message::flat_message> takeChunk(const Ring& ring, const LineFil
                                                  Ring::Number& next, unsigned int count) {
   std::vector<kl::message::flat_message> objects;
   std::size_t bytes = 0;
-  for (; next != ring.end() && (count == 0 || objects.size() < count); ++next) {
-    if (!filter.passes(ring[next])) continue;
+  for (const auto& [n, kept] : ring.since(next)) {
+    next = n;
+    if (count != 0 && objects.size() == count) return objects;
+    if (!filter.passes(kept.line)) continue;
     kl::message::flat_message object;
-    objectOf(ring[next], Ring::idOf(next)).flatten(object);
+    objectOf(kept.line, Ring::idOf(n)).flatten(object);
     bytes += object.size();
-    if (!objects.empty() && bytes > kChunkBytes) break;
+    if (!objects.empty() && bytes > kChunkBytes) return objects;
     objects.push_back(std::move(object));
   }
+  next = ring.end();
   return objects;
+}
+
+unsigned int countRest(const Ring& ring, const LineFilter& filter, Ring::Number& next) {
+  unsigned int count = 0;
+  for (const auto& [n, kept] : ring.since(next)) count += filter.passes(kept.line) ? 1 : 0;
+  next = ring.end();
+  return count;
 }
 
 kl::message getAll(const Ring& ring, const kl::message& request, unsigned int start, unsigned int count) {
@@ -50,11 +60,9 @@ kl::message getObject(const Ring& ring, unsigned int id) {
 }
 
 kl::message getCount(const Ring& ring, const kl::message& request) {
-  const LineFilter filter(request);
-  unsigned int count = 0;
-  for (Ring::Number n = ring.begin(); n != ring.end(); ++n) count += filter.passes(ring[n]) ? 1 : 0;
+  Ring::Number next = ring.begin();
   kl::message reply;
-  reply.insert(kl::STD_GETALLNO, count);
+  reply.insert(kl::STD_GETALLNO, countRest(ring, LineFilter(request), next));
   return reply;
 }
 

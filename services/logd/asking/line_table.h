@@ -20,6 +20,9 @@ kl::message objectOf(const Line& line, unsigned int id);
 std::vector<kl::message::flat_message> takeChunk(const Ring& ring, const LineFilter& filter,
                                                  Ring::Number& next, unsigned int count);
 
+// How many of the lines from `next` on there are; next goes behind the last.
+unsigned int countRest(const Ring& ring, const LineFilter& filter, Ring::Number& next);
+
 // The answers to CMD_GETALL, CMD_GETOBJ and CMD_GETCOUNT.
 kl::message getAll(const Ring& ring, const kl::message& request, unsigned int start, unsigned int count);
 kl::message getObject(const Ring& ring, unsigned int id);

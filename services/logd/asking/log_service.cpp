@@ -1,7 +1,7 @@
 // Followers: onNews starts a timer unless it runs; when it fires, the lines since the last time go out, once for each
 // different filter that somebody has.
 //
-// L1  told_ is the first line that followers have not been sent; without followers nothing is sent
+// L1  the book knows the first line that followers have not been sent; without followers nothing is sent
 // L2  a burst costs at most kMostMessages for each filter and each 50 ms
 
 #include "asking/log_service.h"
@@ -92,7 +92,7 @@ bool LogService::shouldNotify(const kl::message& record, const kl::message& noti
 void LogService::onNews() {
   if (tellsSoon_) return;
   if (getSubscriptions().empty()) {
-    told_ = book_.ring().end();  // L1
+    book_.noteTold();  // L1
     return;
   }
   tellsSoon_ = true;
@@ -101,24 +101,23 @@ void LogService::onNews() {
 
 void LogService::tellFollowers() {
   tellsSoon_ = false;
-  const Ring& ring = book_.ring();
-  const Ring::Number lost = ring.begin() > told_ ? ring.begin() - told_ : 0;
-  told_ += lost;
-  for (const LineFilter& filter : filtersOf(getSubscriptions())) tellGroup(filter, lost);
-  told_ = ring.end();
+  for (const LineFilter& filter : filtersOf(getSubscriptions())) tellGroup(filter);
+  book_.noteTold();
 }
 
-// Lines that are no longer in memory are counted, whether the filter would have let them through or not.
-void LogService::tellGroup(const LineFilter& filter, Ring::Number lost) {
+// Lines that are no longer in memory are counted, whether the filter would have let them through or not, but for their
+// user.
+void LogService::tellGroup(const LineFilter& filter) {
   const Ring& ring = book_.ring();
-  Ring::Number next = told_;
+  Ring::Number next = ring.told();
+  Ring::Number lost = ring.lostUntold(filter.uid());
   group_ = &filter;
   for (unsigned int sent = 0; next != ring.end() || lost > 0; ++sent) {
     const bool isLast = sent + 1 == kMostMessages;
     kl::message m;
     m.insert(kl::SYS_CMD, kl::CMD_NOTIFY);
     const auto objects = takeChunk(ring, filter, next, 0);
-    for (; isLast && next != ring.end(); ++next) lost += filter.passes(ring[next]) ? 1 : 0;  // L2
+    if (isLast) lost += countRest(ring, filter, next);  // L2
     if (objects.empty() && lost == 0) break;
     m.insert(kl::STD_OBJS, objects);
     if (lost > 0) m.insert(kl::LOG_SKIPPED, static_cast<unsigned int>(lost));

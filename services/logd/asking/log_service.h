@@ -30,7 +30,7 @@ class LogService : public kl::Looper {
 
   void onNews();
   void tellFollowers();
-  void tellGroup(const LineFilter& filter, Ring::Number lost);
+  void tellGroup(const LineFilter& filter);
   void onTick();
   void onHangup(int sig);
   void onEndSignal(int sig);
@@ -39,7 +39,6 @@ class LogService : public kl::Looper {
   LogBook& book_;
   Clients clients_;
   RuleTable rules_;
-  Ring::Number told_ = 0;              // lines before this one have gone to followers
   bool tellsSoon_ = false;             // the timer runs
   const LineFilter* group_ = nullptr;  // whom the notification in hand is for; null: everyone
 };

@@ -53,6 +53,7 @@ FileRule readFileRule(Section& file, const TopicNames& names) {
   rule.topics = readTopics(file, "topics", names);
   rule.mostBytes = file.number("size", rule.mostBytes, 1024, 0x7fffffff);
   rule.count = file.number("files", rule.count, 1, 1000);
+  rule.isShared = file.boolean("shared", rule.isShared);
   rule.sync = file.choice("sync", {"never", "second", "line"});
   file.refuseOthers();
   return rule;

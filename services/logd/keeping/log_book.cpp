@@ -1,5 +1,5 @@
 // B1  words_ are added by flush only: a file may have something to report while it is being written
-// B2  a file reports at most one thing in a flush, and its report cannot make it report more: flush comes to an end
+// B2  what a file reports in a flush it reports once, and its reports cannot make it report more: flush comes to an end
 
 #include "keeping/log_book.h"
 
@@ -43,7 +43,8 @@ std::shared_ptr<const Origin> ownOrigin(Topic severity, const Origin* about) {
 Nanoseconds timeOfDay() { return nanoseconds<std::chrono::system_clock>(); }
 Nanoseconds steadyTime() { return nanoseconds<std::chrono::steady_clock>(); }
 
-LogBook::LogBook(const BookRules& rules) : ring_(rules.memory), names_(rules.names), syslog_(rules.syslog) {
+LogBook::LogBook(const BookRules& rules)
+    : system_(rules.system), ring_(rules.memory, rules.system), names_(rules.names), syslog_(rules.syslog) {
   for (const Topic topic : rules.muted) (void)mutes_.set(topic, true);
   const auto report = [this](const std::string& sentence) { say(kl::TOPIC_ERROR, sentence); };  // B1
   for (const FileRule& rule : rules.files) files_.emplace_back(rule, report);
@@ -93,11 +94,13 @@ void LogBook::flushFiles(Nanoseconds now) {
 }
 
 void LogBook::addToFiles(const Line& line, Nanoseconds now) {
+  const unsigned int uid = line.origin->uid;
+  const auto user = system_.have(uid) ? std::nullopt : std::optional(uid);
   std::string text;
   for (LogFile& file : files_) {
     if (!file.rule().takes(line.origin->topics)) continue;
     if (text.empty()) text = textOf(line, names_);
-    file.add(text, now);
+    file.add(text, now, user);
   }
 }
 

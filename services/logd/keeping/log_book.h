@@ -11,6 +11,7 @@
 #include "keeping/mute_rules.h"
 #include "keeping/ring.h"
 #include "keeping/syslog_export.h"
+#include "keeping/system_users.h"
 #include "keeping/topic_names.h"
 
 namespace logd {
@@ -22,6 +23,7 @@ struct BookRules {
   TopicNames names;
   Topics muted;
   std::vector<FileRule> files;
+  SystemUsers system;  // whose lines nobody pushes out
 };
 
 // Takes lines: into memory, into the files whose rules they fit, to the machine's own log.  A remark of the
@@ -54,6 +56,9 @@ class LogBook final {
   void setOnNews(std::function<void()> onNews) { onNews_ = std::move(onNews); }
 
   const Ring& ring() const { return ring_; }
+  // Followers have been sent every line so far.
+  void noteTold() { ring_.noteTold(); }
+  const SystemUsers& system() const { return system_; }
   const TopicNames& names() const { return names_; }
   const std::list<LogFile>& files() const { return files_; }
   MuteRules& mutes() { return mutes_; }
@@ -64,6 +69,7 @@ class LogBook final {
   void flushFiles(Nanoseconds now);
   void addToFiles(const Line& line, Nanoseconds now);
 
+  SystemUsers system_;
   Ring ring_;
   TopicNames names_;
   MuteRules mutes_;

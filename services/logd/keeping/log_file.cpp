@@ -3,6 +3,7 @@
 // F2  size_ + buffer_.size() <= mostBytes for a regular file, and PATH.n exists for n < count only: together never
 //     more than mostBytes * count bytes on the disk
 // F3  failure_ has the reason why nothing is written; it is reported once, when it begins
+// F4  what a user may have of a regular file is FileShares' rule; the system's lines are always taken
 
 #include "keeping/log_file.h"
 
@@ -23,6 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr Nanoseconds kRetryAfter = 1'000'000'000;
+constexpr Nanoseconds kOld = 24 * 3600 * kRetryAfter;
 constexpr mode_t kFileMode = 0640;
 static_assert(sizeof(off_t) >= 8, "a file that was there may have any length");
 
@@ -46,27 +48,47 @@ bool endsWithinALine(int fd, unsigned long long size) {
 
 }  // namespace
 
-void LogFile::add(std::string_view line, Nanoseconds now) {
-  if (!mayTry(now)) {
-    ++lost_;
-    ++lostSinceStop_;
-    return;
-  }
+void LogFile::add(std::string_view line, Nanoseconds now, std::optional<unsigned int> user) {
+  if (!mayTry(now)) return lose(1);
   std::string text(line);
   if (text.size() > rule_.mostBytes)
     text = text.substr(0, static_cast<std::size_t>(rule_.mostBytes) - 1) + "\n";
-  if (!file_.isOpen() && !open()) stop(std::strerror(errno), now);
+  if (!file_.isOpen() && !open(now)) stop(std::strerror(errno), now);
+  if (user && mayTry(now) && !hasRoomFor(*user, text.size(), now)) return void(++lost_);
   if (isRegular_ && size_ + buffer_.size() + text.size() > rule_.mostBytes) {
-    flush(now);
-    if (mayTry(now) && size_ > 0 && !rotate()) stop(std::strerror(errno), now);
+    replace(now);
+    if (user && rule_.isShared) (void)shares_.take(*user, text.size());
   }
   buffer_ += text;
   if (!mayTry(now)) loseBuffer();
 }
 
+// F4
+bool LogFile::hasRoomFor(unsigned int user, std::size_t bytes, Nanoseconds now) {
+  if (!rule_.isShared || !isRegular_) return true;
+  if (shares_.isOlderThan(kOld, now) && !shares_.hasRoomFor(user, bytes)) replace(now);
+  if (!mayTry(now) || shares_.take(user, bytes)) return true;
+  if (shares_.isNews())
+    report_(rule_.path + ": the user " + std::to_string(user) +
+            " has had its part: further lines of it are left out until the file is replaced");
+  return false;
+}
+
+void LogFile::replace(Nanoseconds now) {
+  flush(now);
+  if (mayTry(now) && size_ > 0 && !rotate(now)) stop(std::strerror(errno), now);
+}
+
+void LogFile::beginShares(Nanoseconds now) {
+  if (const auto count = shares_.leftOut(); count > 0)
+    report_(rule_.path + ": " + std::to_string(count) +
+            " lines of users who had had their part were left out");
+  shares_.begin(now);
+}
+
 void LogFile::flush(Nanoseconds now) {
   if (buffer_.empty()) return;
-  if (!mayTry(now) || (!file_.isOpen() && !open()) || !writeOut()) {
+  if (!mayTry(now) || (!file_.isOpen() && !open(now)) || !writeOut()) {
     if (mayTry(now)) stop(std::strerror(errno), now);
     return loseBuffer();
   }
@@ -85,7 +107,7 @@ void LogFile::reopen(Nanoseconds now) {
 }
 
 // The next write finds what is full, missing or forbidden.
-bool LogFile::open() {
+bool LogFile::open(Nanoseconds now) {
   std::error_code ignored;
   fs::create_directories(fs::path(rule_.path).parent_path(), ignored);
   common::Descriptor file(
@@ -96,11 +118,12 @@ bool LogFile::open() {
   isRegular_ = S_ISREG(about.st_mode);
   size_ = isRegular_ ? static_cast<unsigned long long>(about.st_size) : 0;
   if (!isRegular_) return true;
+  if (size_ == 0 || !shares_.hasBegun()) beginShares(now);
   if (endsWithinALine(file_.get(), size_)) {  // F1
     if (::write(file_.get(), "\n", 1) != 1) return file_.close(), false;
     ++size_;
   }
-  if (size_ > rule_.mostBytes) return rotate();
+  if (size_ > rule_.mostBytes) return rotate(now);
   removeSurplus();
   return true;
 }
@@ -124,7 +147,7 @@ bool LogFile::writeOut() {
 }
 
 // Renames from the oldest file on: the oldest goes, and each other takes the place of the next older one.
-bool LogFile::rotate() {
+bool LogFile::rotate(Nanoseconds now) {
   syncNow();
   if (rule_.count == 1) {
     if (::unlink(rule_.path.c_str()) != 0 && errno != ENOENT) return false;
@@ -132,7 +155,7 @@ bool LogFile::rotate() {
   for (unsigned int age = rule_.count - 1; age > 0; --age)
     if (::rename(pathOf(age - 1).c_str(), pathOf(age).c_str()) != 0 && errno != ENOENT) return false;
   file_.close();
-  return open();
+  return open(now);
 }
 
 // Files that an earlier configuration left, or that are together bigger than this one allows, go; the oldest first.
@@ -172,9 +195,13 @@ void LogFile::goOn() {
 }
 
 void LogFile::loseBuffer() {
-  lost_ += linesIn(buffer_);
-  lostSinceStop_ += linesIn(buffer_);
+  lose(linesIn(buffer_));
   buffer_.clear();
+}
+
+void LogFile::lose(unsigned long long lines) {
+  lost_ += lines;
+  lostSinceStop_ += lines;
 }
 
 void LogFile::syncNow() {

@@ -2,10 +2,12 @@
 // log_file.h: one file of lines, with those that it replaced.
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "keeping/file_shares.h"
 #include "keeping/line.h"
 #include "services/common/descriptor.h"
 
@@ -18,11 +20,13 @@ struct FileRule {
   unsigned long long mostBytes = 1024 * 1024;
   unsigned int count = 5;  // of files: this one, and PATH.1, PATH.2 ... that it replaced
   unsigned int sync = 0;   // LOG_SYNC_...
+  bool isShared = true;    // every user has a part of it; else whoever writes most replaces it
 
   bool takes(const Topics& of) const { return topics.empty() || haveOneInCommon(topics, of); }
 };
 
-// Writes lines to a file and replaces it when it is full.
+// Writes lines to a file and replaces it when it is full.  A user whose part of it is full (FileShares) is left out until
+// it is replaced, which is then done when the file is a day old: no user replaces the lines of others faster than that.
 //
 // Errors:    when a file cannot be written, one sentence is reported, lines are counted and not written, and
 //            it is tried again every second; another sentence says that it works again.
@@ -34,12 +38,13 @@ class LogFile {
   // Gets each sentence that an operator should read.
   using Report = std::function<void(const std::string& sentence)>;
 
-  LogFile(FileRule rule, Report report) : rule_(std::move(rule)), report_(std::move(report)) {}
+  LogFile(FileRule rule, Report report)
+      : rule_(std::move(rule)), report_(std::move(report)), shares_(rule_.mostBytes) {}
 
   const FileRule& rule() const { return rule_; }
 
-  // Adds a line, newline included; a longer one than the file is cut.
-  void add(std::string_view line, Nanoseconds now);
+  // Adds a line, newline included, of a user; without one it is the system's.  A longer one than the file is cut.
+  void add(std::string_view line, Nanoseconds now, std::optional<unsigned int> user = {});
   // Writes what was added.
   void flush(Nanoseconds now);
   // A second has passed.
@@ -52,9 +57,13 @@ class LogFile {
 
  private:
   bool mayTry(Nanoseconds now) const { return failure_.empty() || now >= nextTry_; }
-  bool open();
+  bool open(Nanoseconds now);
   bool writeOut();
-  bool rotate();
+  bool rotate(Nanoseconds now);
+  bool hasRoomFor(unsigned int user, std::size_t bytes, Nanoseconds now);
+  void replace(Nanoseconds now);
+  void beginShares(Nanoseconds now);
+  void lose(unsigned long long lines);
   void removeSurplus() const;
   std::string pathOf(unsigned int age) const;
   void stop(const std::string& reason, Nanoseconds now);
@@ -67,6 +76,7 @@ class LogFile {
   common::Descriptor file_;
   bool isRegular_ = true;
   unsigned long long size_ = 0;
+  FileShares shares_;
   std::string buffer_;
   bool isDirty_ = false;  // written since it was last synced
   std::string failure_;

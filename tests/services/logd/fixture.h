@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -53,6 +54,14 @@ inline std::shared_ptr<const Origin> originOf(const Topics& topics, const std::s
 
 inline Line lineOf(const std::string& text, const Topics& topics = {}, Nanoseconds time = 1) {
   return {time, originOf(topics), text};
+}
+
+// A line of an ordinary user.
+inline Line lineOfUser(unsigned int uid, const std::string& text) {
+  static std::map<unsigned int, std::shared_ptr<const Origin>> origins;
+  std::shared_ptr<const Origin>& origin = origins[uid];
+  if (origin == nullptr) origin = originOf({}, "p", 7, 1, uid);
+  return {1, origin, text};
 }
 
 using Bytes = std::vector<unsigned char>;

@@ -9,7 +9,7 @@
 namespace logd::test {
 namespace {
 
-const Line kLine{1000, originOf({32, 5}, "netif", 812, 3), "eth0 is down"};
+const Line kLine{1000, originOf({32, 5}, "netif", 812, 3, 1000), "eth0 is down"};
 
 template <class T, class V>
 bool passes(kl::field<T> field, const V& value) {
@@ -26,7 +26,9 @@ TEST(LineFilter, ALineHasOneOfTheTopics) {
   EXPECT_FALSE(passes(kl::LOG_TOPICS, std::vector<unsigned int>{0x10005}));
 }
 
-TEST(LineFilter, ProcessAndPidAndSourceAreExact) {
+TEST(LineFilter, ProcessAndPidAndUserAndSourceAreExact) {
+  EXPECT_TRUE(passes(kl::LOG_UID, 1000));
+  EXPECT_FALSE(passes(kl::LOG_UID, 0));
   EXPECT_TRUE(passes(kl::LOG_PROCESS, "netif"));
   EXPECT_FALSE(passes(kl::LOG_PROCESS, "net"));
   EXPECT_TRUE(passes(kl::LOG_PID, 812));

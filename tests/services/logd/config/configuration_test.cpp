@@ -35,6 +35,7 @@ TEST(LogdConfiguration, EverythingHasADefault) {
   EXPECT_EQ(c.book.files[0].count, 5u);
   EXPECT_EQ(c.book.files[0].sync, kl::LOG_SYNC_NEVER);
   EXPECT_TRUE(c.book.files[0].topics.empty());
+  EXPECT_TRUE(c.book.files[0].isShared);
 }
 
 TEST(LogdConfiguration, EveryKeyIsRead) {
@@ -54,6 +55,7 @@ path = "/a"
 topics = ["error", 32]
 size = 2048
 files = 1
+shared = false
 sync = "line"
 [[file]]
 path = "/b"
@@ -75,6 +77,7 @@ sync = "second"
   EXPECT_EQ(c.book.files[0].topics, (Topics{4, 32}));
   EXPECT_EQ(c.book.files[0].mostBytes, 2048u);
   EXPECT_EQ(c.book.files[0].count, 1u);
+  EXPECT_FALSE(c.book.files[0].isShared);
   EXPECT_EQ(c.book.files[0].sync, kl::LOG_SYNC_LINE);
   EXPECT_EQ(c.book.files[1].sync, kl::LOG_SYNC_SECOND);
 }

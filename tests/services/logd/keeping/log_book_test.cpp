@@ -91,6 +91,34 @@ TEST_F(LogBookTest, ALossOfTheMachinesOwnLogIsToldOnceAndNotToIt) {
   EXPECT_EQ(book.ring().end(), 2u);
 }
 
+TEST_F(LogBookTest, AUsersFloodIsLeftOutOfAFileAndTheLinesAboutThatAreThere) {
+  addFile(folder / "all");
+  configuration.files[0].mostBytes = 2000;
+  LogBook book(configuration);
+  for (int i = 0; i < 100; ++i) {
+    book.add(lineOfUser(4711, "flood"), 1);
+    book.add(lineOfUser(::geteuid(), "ours"), 1);
+    book.flush(1);
+  }
+  const std::string all = contentOf(folder / "all.1") + contentOf(folder / "all");
+  EXPECT_NE(all.find(": the user 4711 has had its part"), std::string::npos);
+  EXPECT_NE(all.find(" lines of users who had had their part were left out"), std::string::npos);
+  EXPECT_EQ(book.files().front().rule().mostBytes, 2000u);
+  EXPECT_GT(book.files().front().lost(), 0u);
+}
+
+TEST_F(LogBookTest, TheLoadersLinesAreTheSystemsWhoeverItRunsAs) {
+  configuration.memory = 65536;
+  configuration.system = SystemUsers(4711);
+  LogBook book(configuration);
+  book.add(lineOfUser(4711, "the loader's"), 1);
+  for (int i = 0; i < 2000; ++i) book.add(lineOf(std::string(100, 'x')), 1);
+  EXPECT_FALSE(book.ring().find(1)) << "root and the loader have one part";
+  for (int i = 0; i < 100; ++i) book.add(lineOfUser(4711, "the loader's"), 1);
+  for (int i = 0; i < 2000; ++i) book.add(lineOfUser(4712, std::string(100, 'x')), 1);
+  EXPECT_TRUE(book.ring().find(2101));
+}
+
 TEST_F(LogBookTest, AReaderHearsOfEveryLine) {
   int count = 0;
   LogBook book(configuration);

@@ -185,6 +185,68 @@ TEST_F(LogFileTest, ADeviceIsWrittenToAndNeverReplaced) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
+constexpr unsigned int kFlooder = 4711;
+constexpr unsigned int kQuiet = 4712;
+
+TEST_F(LogFileTest, AUsersFloodReplacesNoLinesOfOthers) {
+  LogFile file = make(10000, 2);
+  file.add("root's\n", now);
+  file.add("quiet\n", now, kQuiet);
+  for (int i = 0; i < 10000; ++i) {
+    file.add("flood\n", now, kFlooder);
+    file.flush(now);
+  }
+  write(file, "root's last");
+  file.add("quiet again\n", now, kQuiet);
+  file.flush(now);
+  const std::string all = contentOf(folder / "log");
+  EXPECT_TRUE(all.starts_with("root's\nquiet\nflood\n"));
+  EXPECT_TRUE(all.ends_with("flood\nroot's last\nquiet again\n")) << "what is left is for others";
+  EXPECT_FALSE(fs::exists(folder / "log.1"));
+  EXPECT_EQ(news,
+            std::vector<std::string>{folder / "log: the user 4711 has had its part: further lines of it are "
+                                              "left out until the file is replaced"});
+  EXPECT_GT(file.lost(), 9000u);
+}
+
+TEST_F(LogFileTest, ALongLineOfAUserWithoutAPartReplacesNothing) {
+  LogFile file = make(1024, 2);
+  write(file, "root's");
+  for (int i = 0; i < 10; ++i) file.add(std::string(5000, 'x') + "\n", now, kFlooder);
+  file.flush(now);
+  EXPECT_EQ(contentOf(folder / "log"), "root's\n");
+  EXPECT_FALSE(fs::exists(folder / "log.1"));
+}
+
+TEST_F(LogFileTest, TheNextFileHasAPartForTheUserAgainAndSaysHowManyLinesAreMissing) {
+  LogFile file = make(1000, 2);
+  for (int i = 0; i < 100; ++i) file.add("123456789\n", now, kFlooder);
+  while (!fs::exists(folder / "log.1")) write(file, "root's");
+  file.add("again\n", now, kFlooder);
+  file.flush(now);
+  EXPECT_TRUE(contentOf(folder / "log").ends_with("again\n"));
+  ASSERT_EQ(news.size(), 2u);
+  EXPECT_EQ(news[1], folder / "log: 62 lines of users who had had their part were left out");
+}
+
+TEST_F(LogFileTest, AFileThatIsADayOldIsReplacedForAUserWithoutAPart) {
+  LogFile file = make(1000, 2);
+  for (int i = 0; i < 100; ++i) file.add("123456789\n", now, kFlooder);
+  now += 24 * 3600 * kSecond;
+  file.add("again\n", now, kFlooder);
+  file.flush(now);
+  EXPECT_EQ(contentOf(folder / "log"), "again\n");
+  EXPECT_EQ(contentOf(folder / "log.1").size(), 380u);
+}
+
+TEST_F(LogFileTest, AFileThatIsNotSharedIsWhoevers) {
+  LogFile file = make({folder / "log", {}, 1000, 2, kl::LOG_SYNC_NEVER, false});
+  for (int i = 0; i < 150; ++i) file.add("123456789\n", now, kFlooder);
+  file.flush(now);
+  EXPECT_TRUE(fs::exists(folder / "log.1"));
+  EXPECT_EQ(file.lost(), 0u);
+}
+
 TEST_F(LogFileTest, AFileTakesItsTopicsOrAll) {
   EXPECT_TRUE((FileRule{"/a", {}}).takes({}));
   EXPECT_TRUE((FileRule{"/a", {4, 5}}).takes({32, 5}));

@@ -50,6 +50,86 @@ TEST(Ring, WhateverComesItStaysWithinItsBytes) {
   }
 }
 
+constexpr unsigned int kFlooder = 4711;
+constexpr unsigned int kQuiet = 4712;
+
+// How many lines of a user are there.
+std::size_t linesOf(const Ring& ring, unsigned int uid) {
+  std::size_t count = 0;
+  for (const auto& [n, kept] : ring.since(ring.begin())) count += kept.line.origin->uid == uid ? 1 : 0;
+  return count;
+}
+
+void flood(Ring& ring, unsigned int uid, int lines = 2000) {
+  for (int i = 0; i < lines; ++i) ring.add(lineOfUser(uid, std::string(100, 'x')));
+}
+
+TEST(Ring, AUsersFloodPushesOutItsOwnLinesAlone) {
+  Ring ring(40000);
+  for (int i = 0; i < 20; ++i) {
+    ring.add(lineOf("root's " + std::to_string(i)));
+    ring.add(lineOfUser(kQuiet, "quiet " + std::to_string(i)));
+  }
+  flood(ring, kFlooder);
+  EXPECT_EQ(linesOf(ring, 0), 20u);
+  EXPECT_EQ(linesOf(ring, kQuiet), 20u);
+  EXPECT_GT(linesOf(ring, kFlooder), 80u) << "what nobody needs it may have";
+  EXPECT_LE(ring.bytes(), 40000u);
+}
+
+TEST(Ring, WhoComesLateGetsItsPartOfAFloodersRing) {
+  Ring ring(40000);
+  flood(ring, kFlooder);
+  flood(ring, kQuiet);
+  flood(ring, 0);
+  const std::size_t all = linesOf(ring, kFlooder) + linesOf(ring, kQuiet) + linesOf(ring, 0);
+  for (const unsigned int uid : {kFlooder, kQuiet, 0u}) EXPECT_GT(linesOf(ring, uid), all / 3 - 5) << uid;
+}
+
+TEST(Ring, AQuarterIsTheSystemsHoweverManyUsersThereAre) {
+  Ring ring(80000);
+  flood(ring, 0, 1000);
+  for (unsigned int uid = 5000; uid < 5020; ++uid) flood(ring, uid, 200);
+  std::size_t users = 0;
+  for (unsigned int uid = 5000; uid < 5020; ++uid) {
+    EXPECT_GT(linesOf(ring, uid), 5u) << uid;
+    users += linesOf(ring, uid);
+  }
+  EXPECT_GE(4 * linesOf(ring, 0), users) << "a quarter of all";
+}
+
+TEST(Ring, LinesAreInTheOrderInWhichTheyCameWhoeverGaveWay) {
+  std::mt19937 random(4711);
+  Ring ring(30000);
+  for (int i = 0; i < 3000; ++i) {
+    ring.add(lineOfUser(random() % 5 == 0 ? kQuiet : kFlooder, std::to_string(i)));
+    ASSERT_LE(ring.bytes(), 30000u) << "seed 4711, step " << i;
+  }
+  for (const auto& [n, kept] : ring.since(ring.begin())) EXPECT_EQ(kept.line.text, std::to_string(n));
+}
+
+TEST(Ring, ALineThatGaveWayBetweenOthersIsNotFound) {
+  Ring ring(20000);
+  ring.add(lineOfUser(kQuiet, "quiet"));
+  flood(ring, kFlooder);
+  EXPECT_EQ(ring.find(1), 0u);
+  EXPECT_FALSE(ring.find(2));
+  EXPECT_EQ(ring.begin(), 0u);
+  EXPECT_GT(ring.since(ring.from(2)).begin()->first, 1000u) << "reading goes on behind it";
+}
+
+TEST(Ring, LinesThatGaveWayUntoldAreCountedForTheirUser) {
+  Ring ring(20000);
+  flood(ring, kFlooder);
+  ring.noteTold();
+  EXPECT_EQ(ring.lostUntold({}), 0u);
+  const Ring::Number kept = linesOf(ring, kFlooder);
+  flood(ring, kFlooder, 1000);
+  EXPECT_EQ(ring.lostUntold(kFlooder), 1000u - kept);
+  EXPECT_EQ(ring.lostUntold({}), 1000u - kept);
+  EXPECT_EQ(ring.lostUntold(kQuiet), 0u);
+}
+
 TEST(Ring, ALineIsFoundByItsIdWhileItIsThere) {
   Ring ring(3000);
   for (int i = 0; i < 100; ++i) ring.add(lineOf(std::string(100, 'x')));
