@@ -54,9 +54,10 @@ kl::message getAll(const Ring& ring, const kl::message& request, unsigned int st
   return reply;
 }
 
-kl::message getObject(const Ring& ring, unsigned int id) {
+kl::message getObject(const Ring& ring, unsigned int id, std::optional<unsigned int> onlyOf) {
   const auto n = ring.find(id);
-  return n ? objectOf(ring[*n], id) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  if (!n || (onlyOf && ring[*n].origin->uid != *onlyOf)) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  return objectOf(ring[*n], id);
 }
 
 kl::message getCount(const Ring& ring, const kl::message& request) {

@@ -1,6 +1,7 @@
 #pragma once
 // line_table.h: the lines in memory as a table of objects.
 
+#include <optional>
 #include <vector>
 
 #include "asking/line_filter.h"
@@ -25,7 +26,8 @@ unsigned int countRest(const Ring& ring, const LineFilter& filter, Ring::Number&
 
 // The answers to CMD_GETALL, CMD_GETOBJ and CMD_GETCOUNT.
 kl::message getAll(const Ring& ring, const kl::message& request, unsigned int start, unsigned int count);
-kl::message getObject(const Ring& ring, unsigned int id);
+// A line of anybody but `onlyOf` is not there.
+kl::message getObject(const Ring& ring, unsigned int id, std::optional<unsigned int> onlyOf = {});
 kl::message getCount(const Ring& ring, const kl::message& request);
 
 }  // namespace logd

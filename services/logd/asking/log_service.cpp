@@ -3,9 +3,13 @@
 //
 // L1  the book knows the first line that followers have not been sent; without followers nothing is sent
 // L2  a burst costs at most kMostMessages for each filter and each 50 ms
+// L3  each subscription is kept with the condition that its subscriber's rights set when it subscribed; two followers
+//     share a notification only where their filters, these conditions included, are the same
+// L4  followers who see their own lines alone have kMostOfUser subscriptions each and leave the last quarter to others
 
 #include "asking/log_service.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -23,6 +27,7 @@ constexpr unsigned int kTellTicks = 5;
 constexpr unsigned int kSecondTicks = 100;
 constexpr unsigned int kMostMessages = 32;
 constexpr std::size_t kMostSubscriptions = 256;
+constexpr std::size_t kMostOfUser = 32;
 
 LogService* theService = nullptr;
 
@@ -59,12 +64,36 @@ LogService::~LogService() {
 }
 
 void LogService::handleCmd(const kl::message& request, unsigned int command) {
-  if (command == kl::CMD_SUBSCRIBE && getSubscriptions().size() >= kMostSubscriptions) return;
-  Looper::handleCmd(request, command);
+  if (command == kl::CMD_SUBSCRIBE || command == kl::CMD_UNSUBSCRIBE) changeSubscription(request, command);
+  else Looper::handleCmd(request, command);
 }
 
-kl::message LogService::cmdGet(const kl::message&) {
+// L3.  The rights of a subscriber may have changed since it subscribed: what it had under the others goes.
+void LogService::changeSubscription(kl::message request, unsigned int command) {
+  if (request.has(kl::SYS_POLICY)) {
+    const kl::message own = limitedTo(request, viewers_.userOf(request));
+    const bool seesAll = !viewers_.onlyOf(request);
+    if (own != request) cmdUnsubscribe(seesAll ? own : request);
+    if (!seesAll) request = own;
+  }
+  if (command == kl::CMD_UNSUBSCRIBE) cmdUnsubscribe(request);
+  else if (!isFull(request)) cmdSubscribe(request);
+}
+
+// L4
+bool LogService::isFull(const kl::message& request) const {
+  const auto& records = getSubscriptions();
+  const auto uid = LineFilter(request).uid();
+  if (!uid) return records.size() >= kMostSubscriptions;
+  const auto isOfUser = [&](const kl::message& record) { return LineFilter(record).uid() == uid; };
+  return records.size() >= kMostSubscriptions - kMostSubscriptions / 4 ||
+         std::count_if(records.begin(), records.end(), isOfUser) >= std::ptrdiff_t{kMostOfUser};
+}
+
+// Who sees the lines of one user alone learns whose.
+kl::message LogService::cmdGet(const kl::message& request) {
   kl::message reply;
+  if (const auto uid = viewers_.onlyOf(request)) reply.insert(kl::LOG_UID, *uid);
   reply.insert(kl::LOG_CLIENTS, static_cast<unsigned int>(clients_.size()));
   reply.insert(kl::LOG_LINES, clients_.tally().lines);
   reply.insert(kl::LOG_DROPPED, clients_.tally().dropped);
@@ -73,16 +102,16 @@ kl::message LogService::cmdGet(const kl::message&) {
   return reply;
 }
 
-kl::message LogService::cmdGetObj(const kl::message&, unsigned int id) {
-  return logd::getObject(book_.ring(), id);
+kl::message LogService::cmdGetObj(const kl::message& request, unsigned int id) {
+  return logd::getObject(book_.ring(), id, viewers_.onlyOf(request));
 }
 
 kl::message LogService::cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) {
-  return logd::getAll(book_.ring(), request, start, count);
+  return logd::getAll(book_.ring(), viewers_.limited(request), start, count);
 }
 
 kl::message LogService::cmdGetCount(const kl::message& request) {
-  return logd::getCount(book_.ring(), request);
+  return logd::getCount(book_.ring(), viewers_.limited(request));
 }
 
 bool LogService::shouldNotify(const kl::message& record, const kl::message& notification) {
@@ -134,7 +163,10 @@ void LogService::onTick() {
   addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
 }
 
-void LogService::onHangup(int) { book_.reopen(steadyTime()); }
+void LogService::onHangup(int) {
+  viewers_.forget();
+  book_.reopen(steadyTime());
+}
 
 void LogService::onEndSignal(int) {
   clients_.drain();

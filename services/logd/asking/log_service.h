@@ -3,6 +3,7 @@
 
 #include "asking/line_filter.h"
 #include "asking/rule_table.h"
+#include "asking/viewers.h"
 #include "intake/clients.h"
 #include "kl/looper.h"
 
@@ -28,6 +29,8 @@ class LogService : public kl::Looper {
   kl::message cmdGetCount(const kl::message& request) override;
   bool shouldNotify(const kl::message& record, const kl::message& notification) override;
 
+  void changeSubscription(kl::message request, unsigned int command);
+  bool isFull(const kl::message& request) const;
   void onNews();
   void tellFollowers();
   void tellGroup(const LineFilter& filter);
@@ -39,6 +42,7 @@ class LogService : public kl::Looper {
   LogBook& book_;
   Clients clients_;
   RuleTable rules_;
+  Viewers viewers_;
   bool tellsSoon_ = false;             // the timer runs
   const LineFilter* group_ = nullptr;  // whom the notification in hand is for; null: everyone
 };

@@ -83,6 +83,9 @@ bool LogClient::isDisconnected() {
   return false;
 }
 
+AsUser::AsUser(unsigned int uid) { EXPECT_EQ(::seteuid(uid), 0); }
+AsUser::~AsUser() { EXPECT_EQ(::seteuid(0), 0); }
+
 System::System(const std::string& logConfiguration, const std::string& loaderSettings) {
   std::ofstream("/kelo/kl-logd.toml") << logConfiguration;
   loader_ = std::make_unique<kl::test::LoaderProcess>(loaderSettings + loaderConfiguration());
@@ -101,6 +104,13 @@ pid_t System::logService(pid_t otherThan) {
     return row.get(kl::SVC_STATE, 0) == kl::SVC_STATE_RUNNING && pid != otherThan;
   });
   return pid;
+}
+
+void System::become(unsigned int uid) {
+  const AsUser user(uid);
+  peer_ = kl::test::RawPeer();
+  EXPECT_TRUE(peer_.connect());
+  EXPECT_NE(peer_.registerAs(0), 0u);
 }
 
 kl::message System::ask(const std::vector<unsigned int>& to, unsigned int command, kl::message request) {

@@ -34,6 +34,15 @@ class LogClient {
   common::Descriptor fd_;
 };
 
+// While it lives, connections are made as another user.  Needs: to be root.
+class AsUser {
+ public:
+  explicit AsUser(unsigned int uid);
+  ~AsUser();
+  AsUser(const AsUser&) = delete;
+  AsUser& operator=(const AsUser&) = delete;
+};
+
 // The loader runs the log service with a configuration of the test's; what it is asked, a service of the test's asks.
 class System {
  public:
@@ -46,6 +55,9 @@ class System {
   void subscribe(const std::vector<unsigned int>& to, kl::message filter = {});
   kl::test::RawPeer& peer() { return peer_; }
   kl::test::LoaderProcess& loader() { return *loader_; }
+
+  // A peer of its own for an ordinary user: what is asked from now on, he asks.
+  void become(unsigned int uid);
 
   // All lines in memory that pass a filter.
   std::vector<kl::message> lines(const kl::message& filter = {});

@@ -123,10 +123,22 @@ std::string logLine(const kl::message& object, const LogTopics& topics, bool inC
   return colour.empty() ? text + "\n" : colour + text + kPlain + "\n";
 }
 
+void remarkLimits(const Channels& channels) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOG});
+  request.insert(kl::SYS_CMD, kl::CMD_GET);
+  const kl::message figures = fetch(request, kLog, channels.exchange);
+  if (!figures.has(kl::LOG_UID)) return;
+  channels.remark(
+      "log: only your own lines are shown; those of other users need the right \"contents\" at the log "
+      "service");
+}
+
 bool wantsColour() { return ::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr; }
 
 void showLog(const CommandLine& line, const Channels& channels) {
   const LogTopics topics(channels.exchange);
+  remarkLimits(channels);
   const auto objects = channels.walk(logRequest(line, topics), kLog);
   if (line.json) return channels.print(jsonText(Json(toJson(objects, namesFor(kLog, line.fields)))));
   std::string text;

@@ -28,6 +28,9 @@ class LogTopics {
 // The request for the lines that the command line asks for.  Throws Failure.
 kl::message logRequest(const CommandLine& line, const LogTopics& topics);
 
+// Says so where the log service shows the user its own lines alone.  Throws Failure.
+void remarkLimits(const Channels& channels);
+
 // One line of the log as text, in the colour of its severity.
 //
 //     2026-11-21 06:08:26.123 netif[812] warning,netif: eth0 is down

@@ -149,9 +149,10 @@ Job logJob(const kl::message& request, int timeoutTicks) {
 
 void followLog(const CommandLine& line, const Channels& channels) {
   const LogTopics topics(channels.exchange);
-  channels.disconnect();
   const kl::message request = logRequest(line, topics);
   refuseOversized(request);
+  remarkLimits(channels);
+  channels.disconnect();
   const Interrupt interrupt;
   StreamSession stream(line.timeout, logJob(request, ticksOf(line.timeout)));
   LogReport report(line, topics, channels);

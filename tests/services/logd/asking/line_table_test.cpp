@@ -83,6 +83,10 @@ TEST(LineTable, ALineIsFoundById) {
   unsigned int code = 0;
   EXPECT_TRUE(kl::isError(getObject(ring, 2), &code));
   EXPECT_EQ(code, kl::ERROR_UNKNOWNID);
+  ring.add(lineOfUser(1000, "b"));
+  EXPECT_EQ(getObject(ring, 2, 1000).get(kl::LOG_TEXT, ""), "b");
+  EXPECT_TRUE(kl::isError(getObject(ring, 2, 1001), &code));
+  EXPECT_EQ(code, kl::ERROR_UNKNOWNID) << "as if it were not there";
 }
 
 }  // namespace

@@ -173,6 +173,153 @@ TEST(LogService, NobodyLooksLikeTheLoader) {
     EXPECT_EQ(line.get(kl::LOG_PROCESS_ID, 0), static_cast<unsigned int>(system.loader().pid()));
 }
 
+constexpr unsigned int kUser = 4711;
+constexpr unsigned int kOther = 4712;
+constexpr unsigned int kNobodysUid = 65534;  // which has a name on every system
+
+// A process of a user that has written a line.
+std::unique_ptr<LogClient> clientOf(unsigned int uid, const std::string& text) {
+  const AsUser user(uid);
+  auto client = std::make_unique<LogClient>();
+  EXPECT_TRUE(client->write(registration(1, {5}) + textRecord(1, text)));
+  return client;
+}
+
+std::vector<std::string> textsIn(const std::vector<kl::message>& lines) {
+  std::vector<std::string> texts;
+  for (const kl::message& line : lines) texts.push_back(line.get(kl::LOG_TEXT, ""));
+  return texts;
+}
+
+TEST(LogService, AnOrdinaryUserSeesItsOwnLinesAlone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames);
+  const auto own = clientOf(kUser, "mine");
+  const auto other = clientOf(kOther, "a password");
+  LogClient root;
+  EXPECT_TRUE(root.write(registration(1, {5}) + textRecord(1, "root's")));
+  EXPECT_TRUE(system.hasLine("mine") && system.hasLine("a password") && system.hasLine("root's"));
+  EXPECT_FALSE(system.ask({kl::SERVICE_LOG}, kl::CMD_GET).has(kl::LOG_UID));
+  std::vector<unsigned int> ids;
+  for (const kl::message& line : system.lines()) ids.push_back(line.get(kl::STD_ID, 0));
+  system.become(kUser);
+  EXPECT_EQ(textsIn(system.lines()), std::vector<std::string>{"mine"});
+  kl::message wish;
+  wish.insert(kl::LOG_UID, kOther);
+  EXPECT_TRUE(system.lines(wish).empty());
+  EXPECT_EQ(system.ask({kl::SERVICE_LOG}, kl::CMD_GET).get(kl::LOG_UID, 0), kUser);
+  for (const char* text : {"a password", "root's"}) {
+    kl::message request;
+    request.insert(kl::LOG_CONTAINS, text);
+    EXPECT_EQ(system.ask({kl::SERVICE_LOG}, kl::CMD_GETCOUNT, request).get(kl::STD_GETALLNO, 9), 0u) << text;
+  }
+  unsigned int shown = 0;
+  for (const unsigned int id : ids) {
+    kl::message request;
+    request.insert(kl::STD_ID, id);
+    if (!kl::isError(system.ask({kl::SERVICE_LOG}, kl::CMD_GETOBJ, request))) ++shown;
+  }
+  EXPECT_EQ(shown, 1u);
+}
+
+TEST(LogService, TheRightToContentsShowsTheLinesOfOthers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames, "[rights]\nnobody = [\"read\", \"contents\"]\n");
+  const auto other = clientOf(kOther, "a password");
+  EXPECT_TRUE(system.hasLine("a password"));
+  system.become(kNobodysUid);
+  EXPECT_TRUE(system.hasLine("a password"));
+  EXPECT_FALSE(system.ask({kl::SERVICE_LOG}, kl::CMD_GET).has(kl::LOG_UID));
+}
+
+TEST(LogService, FollowersOfSeveralUsersAreToldTheirOwnLinesEach) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System all(kNames);
+  kl::message noRemarks;
+  noRemarks.insert(kl::LOG_TOPICS, {5});
+  all.subscribe({kl::SERVICE_LOG}, noRemarks);
+  kl::test::RawPeer users[2];
+  for (const unsigned int uid : {kUser, kOther}) {
+    const AsUser user(uid);
+    kl::test::RawPeer& peer = users[uid - kUser];
+    ASSERT_TRUE(peer.connect());
+    ASSERT_NE(peer.registerAs(0), 0u);
+    kl::message m = kl::test::notification({kl::SERVICE_LOG});
+    m.merge(noRemarks);
+    m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+    ASSERT_TRUE(peer.send(m));
+    ASSERT_TRUE(peer.send(kl::test::request({kl::SERVICE_LOG}, kl::CMD_NOOP, 1)));
+    ASSERT_TRUE(peer.receiveReply(1));
+  }
+  const auto first = clientOf(kUser, "first user's");
+  EXPECT_TRUE(all.hasLine("first user's"));
+  const auto second = clientOf(kOther, "second user's");
+  EXPECT_TRUE(all.hasLine("second user's"));
+  for (const unsigned int uid : {kUser, kOther}) {
+    const auto news = users[uid - kUser].receiveCommand(kl::CMD_NOTIFY);
+    ASSERT_TRUE(news);
+    const auto objects = news->get(kl::STD_OBJS, {});
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(kl::message(objects[0]).get(kl::LOG_UID, 0), uid);
+    EXPECT_TRUE(users[uid - kUser].isQuiet()) << "nothing of the other";
+  }
+  unsigned int skipped = 0;
+  std::vector<std::string> seen;
+  while (seen.size() < 2)
+    for (const std::string& text : nextNews(all, skipped)) seen.push_back(text);
+  EXPECT_EQ(seen, (std::vector<std::string>{"first user's", "second user's"}));
+}
+
+TEST(LogService, AnEndedSubscriptionIsNotToldWhateverItsUserSees) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames);
+  system.become(kUser);
+  system.subscribe({kl::SERVICE_LOG});
+  kl::message m = kl::test::notification({kl::SERVICE_LOG});
+  m.insert(kl::SYS_CMD, kl::CMD_UNSUBSCRIBE);
+  EXPECT_TRUE(system.peer().send(m));
+  (void)system.ask({kl::SERVICE_LOG}, kl::CMD_NOOP);
+  const auto client = clientOf(kUser, "mine");
+  EXPECT_TRUE(system.hasLine("mine"));
+  EXPECT_TRUE(system.peer().isQuiet());
+}
+
+TEST(LogService, AnOrdinaryUsersFollowersLeaveRoomForOthers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames);
+  system.become(kUser);
+  for (unsigned int i = 0; i < 300; ++i) {
+    kl::message filter;
+    filter.insert(kl::LOG_SOURCE, 1000 + i);
+    system.subscribe({kl::SERVICE_LOG}, filter);
+  }
+  system.become(0);
+  system.subscribe({kl::SERVICE_LOG});
+  const auto client = clientOf(kUser, "heard");
+  unsigned int skipped = 0;
+  EXPECT_FALSE(nextNews(system, skipped).empty());
+}
+
+TEST(LogService, NobodyPushesOutTheLinesOfOthersInMemoryOrFile) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames +
+                "memory = 200000\nlines_per_second = 0\nbytes_per_second = 0\n"
+                "[[file]]\npath = \"/kelo/all.log\"\nsize = 100000\nfiles = 2\n");
+  LogClient root;
+  EXPECT_TRUE(root.write(registration(1, {5}) + textRecord(1, "root's")));
+  const auto quiet = clientOf(kOther, "quiet");
+  EXPECT_TRUE(system.hasLine("root's") && system.hasLine("quiet"));
+  const auto flooder = clientOf(kUser, "first of many");
+  EXPECT_TRUE(flooder->write(manyLines(20000) + textRecord(1, "last of many")));
+  EXPECT_TRUE(system.hasLine("last of many"));
+  EXPECT_TRUE(system.hasLine("root's"));
+  EXPECT_TRUE(system.hasLine("quiet"));
+  EXPECT_NE(contentOf("/kelo/all.log").find("root's"), std::string::npos);
+  EXPECT_NE(contentOf("/kelo/all.log").find("quiet"), std::string::npos);
+  EXPECT_FALSE(fs::exists("/kelo/all.log.1"));
+  EXPECT_TRUE(system.hasLine("the user 4711 has had its part"));
+}
+
 TEST(LogService, AFloodIsLimitedAndTold) {
   System system(kNames + "lines_per_second = 10\nburst = 100\n");
   LogClient client;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -20,6 +21,7 @@ using kl::test::RunningProgram;
 using kl::test::runProgram;
 
 constexpr char kKlctl[] = KL_BIN_DIR "/klctl";
+constexpr uid_t kStranger = 65534;
 constexpr char kService[] = "[[service]]\nname = \"log\"\nrestart = \"always\"\ncommand = [\"" KL_BIN_DIR
                             "/kl-logd\", \"--config\", \"/kelo/kl-logd.toml\"]\n";
 
@@ -72,6 +74,18 @@ TEST_F(FollowLog, AServiceThatIsKilledIsWaitedForAndNoLineComesTwice) {
   EXPECT_TRUE(klctl.remarks("log is back"));
   write("2");
   EXPECT_TRUE(klctl.line().ends_with("w2 0 ."));
+}
+
+TEST_F(FollowLog, AnOrdinaryUserFollowsItsOwnLinesAndIsTold) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  EXPECT_EQ(runProgram({kKlctl, "get", "log"}).exitStatus, 0);
+  write("1");
+  ASSERT_EQ(::seteuid(kStranger), 0);
+  RunningProgram klctl({kKlctl, "log", "-f", "--topic", "300"});
+  write("2");
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_TRUE(klctl.line().ends_with("] info,300: w2 0 ."));
+  EXPECT_TRUE(klctl.remarks("log: only your own lines are shown; "));
 }
 
 TEST_F(FollowLog, AMutedTopicIsNotWrittenAnyMore) {

@@ -41,13 +41,20 @@ class KlctlLog : public testing::Test {
     const bool isMuting = !words.empty() && *words.front() != '-';
     words.insert(words.begin(), "log");
     if (!isMuting) words.insert(words.begin(), {"--fields", KL_SOURCE_DIR "/tools/fields"});
-    return RecordedChannels([this](const kl::message& m) { return answer(m); }).perform(parsed(words));
+    RecordedChannels channels([this](const kl::message& m) { return answer(m); });
+    std::string printed = channels.perform(parsed(words));
+    remarked_ = channels.remarked;
+    return printed;
   }
 
   kl::message answer(const kl::message& request) {
     kl::message reply;
     kl::setType(reply, kl::TYPE_REPLY);
     if (request.get(kl::SYS_TO, {}) == std::vector<unsigned int>{kl::SERVICE_LOG}) {
+      if (request.get(kl::SYS_CMD, 0) == kl::CMD_GET) {
+        if (seesItsOwn_) reply.insert(kl::LOG_UID, 1000);
+        return reply;
+      }
       asked_ = request;
       reply.insert(kl::STD_OBJS, {flat(lineOf({5, 32}, "eth0 is down"))});
       return reply;
@@ -75,6 +82,8 @@ class KlctlLog : public testing::Test {
 
   kl::message asked_;
   bool isForbidden_ = false;
+  bool seesItsOwn_ = false;
+  std::string remarked_;
   std::string nameOfDebug_ = "debug";
 };
 
@@ -83,6 +92,16 @@ TEST_F(KlctlLog, ALineIsShownWithTimeProcessTopicsAndText) {
   EXPECT_EQ(asked_.get(kl::SYS_TO, {}), std::vector<unsigned int>{kl::SERVICE_LOG});
   EXPECT_FALSE(asked_.has(kl::LOG_TOPICS));
   EXPECT_FALSE(asked_.has(kl::LOG_SINCE));
+}
+
+TEST_F(KlctlLog, WhoSeesItsOwnLinesAloneIsTold) {
+  (void)run({});
+  EXPECT_EQ(remarked_, "");
+  seesItsOwn_ = true;
+  EXPECT_EQ(run({}), "2026-11-21 06:08:26.123 netif[812] warning,32: eth0 is down\n");
+  EXPECT_TRUE(remarked_.starts_with("log: only your own lines are shown; ")) << remarked_;
+  EXPECT_EQ(Json::parse(run({"--json"})).size(), 1u);
+  EXPECT_TRUE(remarked_.starts_with("log: only your own lines are shown; ")) << remarked_;
 }
 
 TEST_F(KlctlLog, TopicsAndTimeGoIntoTheRequest) {
