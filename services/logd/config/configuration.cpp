@@ -36,6 +36,7 @@ void readLog(Section& whole, Configuration& result, common::Mistakes& mistakes) 
   limits.linesPerSecond = log.number("lines_per_second", limits.linesPerSecond, 0, 1000000);
   limits.burst = log.number("burst", limits.burst, 1, 1000000);
   limits.clientsPerUser = log.number("clients_per_user", limits.clientsPerUser, 1, 100000);
+  limits.idleSeconds = log.number("idle_seconds", limits.idleSeconds, 0, 1000000000);
   limits.bytesPerSecond = log.number("bytes_per_second", limits.bytesPerSecond, 0, 1000000000);
   limits.bytesBurst = log.number("bytes_burst", limits.bytesBurst, 65536, 1000000000);
   BookRules& book = result.book;

@@ -3,16 +3,22 @@
 // A1  a line is taken from both buckets of its process or from neither
 // A2  an account lives while a client uses it, and then until its buckets are full: a new one would be no better
 // A3  whatever a user's processes do, at most kRemarksPerSecond remarks about them go into the log, after a burst
+// A4  a process without room for an account of its own uses that of its user's others, which has the number 0; a user
+//     without one that of kOthers.  The last quarter of the accounts is for the system
 
 #include "intake/accounts.h"
-
-#include <unistd.h>
 
 #include <iterator>
 
 #include "kl/services.h"
 
 namespace logd {
+namespace {
+
+constexpr uid_t kOthers = static_cast<uid_t>(-1);  // the number that no user has
+constexpr char kOthersName[] = "others";
+
+}  // namespace
 
 // A1
 bool ProcessAccount::takeLine(Nanoseconds now, unsigned int bytes) {
@@ -34,19 +40,43 @@ void ProcessAccount::remark(LogBook& book, Nanoseconds now, const std::string& t
 }
 
 std::shared_ptr<UserAccount> Accounts::userOf(uid_t uid) {
+  const bool isTrusted = system_.have(uid);
+  if (!isTrusted && users_.size() >= kMostUsers && !users_.contains(uid)) uid = kOthers;
   std::shared_ptr<UserAccount>& user = users_[uid];
   if (user == nullptr) {
     user = std::make_shared<UserAccount>();
-    user->isTrusted = uid == 0 || uid == ::geteuid();
+    user->uid = uid;
+    user->isTrusted = isTrusted;
   }
   return user;
 }
 
 std::shared_ptr<ProcessAccount> Accounts::processOf(const Origin& about) {
-  std::shared_ptr<ProcessAccount>& process = processes_[{about.pid, about.uid}];
-  if (process == nullptr) process = std::make_shared<ProcessAccount>(limits_, userOf(about.uid), about);
-  process->setAbout(about);
-  return process;
+  if (const auto known = processes_.find({about.pid, about.uid}); known != processes_.end()) {
+    known->second->setAbout(about);
+    return known->second;
+  }
+  const std::shared_ptr<UserAccount> user = userOf(about.uid);
+  if (hasRoomFor(*user)) return add({about.pid, about.uid}, user, about);
+  return add({0, user->uid}, user, {kOthersName, 0, 0, {}, user->uid});
+}
+
+// A4
+bool Accounts::hasRoomFor(const UserAccount& user) const {
+  const std::size_t most = std::size_t{limits_.clients} * kAccountsPerClient * kAccountsPerClient;
+  if (user.isTrusted) return processes_.size() < most;
+  return processes_.size() < most - most / 4 &&
+         user.processes < std::size_t{limits_.clientsPerUser} * kAccountsPerClient;
+}
+
+std::shared_ptr<ProcessAccount> Accounts::add(const Process& process,
+                                              const std::shared_ptr<UserAccount>& user, const Origin& about) {
+  std::shared_ptr<ProcessAccount>& account = processes_[process];
+  if (account == nullptr) {
+    account = std::make_shared<ProcessAccount>(limits_, user, about);
+    ++user->processes;
+  }
+  return account;
 }
 
 void Accounts::tick(LogBook& book, Nanoseconds now) {
@@ -54,7 +84,12 @@ void Accounts::tick(LogBook& book, Nanoseconds now) {
     ProcessAccount& process = *entry->second;
     const bool isUsed = entry->second.use_count() > 1;
     if (!isUsed || process.mayWrite(now)) process.reportDrops(book, now);
-    entry = isUsed || !process.isRested(now) ? std::next(entry) : processes_.erase(entry);  // A2
+    if (isUsed || !process.isRested(now)) {
+      ++entry;
+      continue;
+    }
+    --process.user().processes;
+    entry = processes_.erase(entry);  // A2
   }
   for (auto entry = users_.begin(); entry != users_.end();) {
     UserAccount& user = *entry->second;

@@ -10,6 +10,7 @@
 #include "intake/limits.h"
 #include "intake/rate_limit.h"
 #include "keeping/log_book.h"
+#include "keeping/system_users.h"
 
 namespace logd {
 
@@ -18,8 +19,10 @@ struct UserAccount {
   static constexpr unsigned int kRemarksPerSecond = 1;
   static constexpr unsigned int kMostRemarksAtOnce = 20;
 
-  bool isTrusted = false;         // root, or the log service's own user
+  uid_t uid = 0;
+  bool isTrusted = false;         // one of the system's
   unsigned int clients = 0;       // connected now
+  unsigned int processes = 0;     // that have an account
   bool isRefused = false;         // reported, and not taken back by a client that was let in
   unsigned long long unsaid = 0;  // remarks that were left out
   RateLimit remarks{kRemarksPerSecond, kMostRemarksAtOnce};
@@ -58,6 +61,7 @@ class ProcessAccount {
 };
 
 // All accounts.  One that nobody uses is kept until its limits have recovered, so that connecting again buys nothing.
+// There are so many at most; the processes of a user for whom there is no room share one, as do users beyond kMostUsers.
 //
 // Errors:    none.
 // Ownership: shares its accounts with the clients; borrows the limits.
@@ -65,7 +69,11 @@ class ProcessAccount {
 // Cost:      logarithmic in the number of accounts; a tick looks at each.
 class Accounts {
  public:
-  explicit Accounts(const Limits& limits) : limits_(limits) {}
+  static constexpr std::size_t kMostUsers = 1024;
+  static constexpr unsigned int kAccountsPerClient = 4;  // of one user; of all four times as many
+
+  explicit Accounts(const Limits& limits, const SystemUsers& system = SystemUsers())
+      : limits_(limits), system_(system) {}
 
   std::shared_ptr<UserAccount> userOf(uid_t uid);
   // The account of the process that `about` names.
@@ -79,7 +87,12 @@ class Accounts {
  private:
   using Process = std::pair<unsigned int, unsigned int>;  // its number and its user's
 
+  bool hasRoomFor(const UserAccount& user) const;
+  std::shared_ptr<ProcessAccount> add(const Process& process, const std::shared_ptr<UserAccount>& user,
+                                      const Origin& about);
+
   const Limits& limits_;
+  SystemUsers system_;
   std::map<uid_t, std::shared_ptr<UserAccount>> users_;
   std::map<Process, std::shared_ptr<ProcessAccount>> processes_;
 };

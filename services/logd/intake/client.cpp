@@ -65,7 +65,8 @@ Client::Client(kl::ThinRunner& runner, LogBook& book, Tally& tally, common::Desc
       about_(std::move(standing.about)),
       account_(std::move(standing.account)),
       isLoader_(standing.isLoader),
-      onEnd_(std::move(onEnd)) {
+      onEnd_(std::move(onEnd)),
+      now_(steadyTime()) {
   runner_.addSocket(socket_.get(), this, kl::bind<Client, &Client::onEvent>(), POLLIN);
 }
 
@@ -78,6 +79,17 @@ void Client::drain() {
   for (int i = 0; i < kMostDrainReads && fault_ == nullptr && readOnce(); ++i) {
   }
   account_->reportDrops(book_, steadyTime());
+}
+
+// The process can write no more before what it wrote is taken: a line beyond that fails, and it knows.
+void Client::makeRoom() {
+  (void)::shutdown(socket_.get(), SHUT_RD);
+  const auto silence = std::to_string((steadyTime() - now_) / 1'000'000'000);
+  drain();
+  if (fault_ == nullptr)
+    account_->remark(book_, steadyTime(),
+                     "closed: it was silent for " + silence + " seconds, and another client came");
+  end();
 }
 
 void Client::onEvent(int, unsigned int) {

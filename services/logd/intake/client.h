@@ -55,13 +55,18 @@ class Client final {
   ~Client() { close(); }
 
   int fd() const { return socket_.get(); }
-  uid_t uid() const { return about_.uid; }
+  UserAccount& user() const { return account_->user(); }
+  // When it last wrote something, or came.
+  Nanoseconds lastRead() const { return now_; }
 
   // The rules have changed.
   void applyMutes();
 
   // Reads what is still there, but waits for nothing.  The log service is about to end.
   void drain();
+
+  // Ends it in favour of another client; what its process has written is taken.
+  void makeRoom();
 
  private:
   struct Source {
@@ -95,7 +100,7 @@ class Client final {
   std::map<unsigned int, Source> sources_;
   const char* fault_ = nullptr;  // why it is to be disconnected; null: it is not
   kl::TimerPtr retry_;
-  Nanoseconds now_ = 0;  // of the read in hand
+  Nanoseconds now_;  // of the read in hand, or of the last one
   Nanoseconds received_ = 0;
 };
 

@@ -1,5 +1,8 @@
 // P1  a user's clients are counted when they are taken and when they end: UserAccount::clients counts them
-// P2  the last quarter of the clients is for root and the log service's own user: nobody else can keep them out
+// P2  the last quarter of the clients is for the system: nobody else can keep it out
+// P3  a client is ended for another one only when that has no place otherwise, when it was silent for idleSeconds, and
+//     only of the same user, or of one that keeps as many as that user then has.  The system's make room for the system
+//     alone
 
 #include "intake/clients.h"
 
@@ -21,7 +24,7 @@ Clients::Clients(kl::ThinRunner& runner, LogBook& book, const Listener& listener
       listener_(listener),
       limits_(limits),
       loader_(static_cast<unsigned int>(loader)),
-      accounts_(limits) {
+      accounts_(limits, book.system()) {
   runner_.addSocket(listener_.fd(), this, kl::bind<Clients, &Clients::onConnect>(), POLLIN);
 }
 
@@ -52,6 +55,7 @@ void Clients::onConnect(int, unsigned int) {
   if (!socket.isOpen()) return rest(errno);
   const Origin about = originAt(socket.get());
   const auto user = accounts_.userOf(about.uid);
+  if (!hasRoomFor(*user)) makeRoomFor(*user);
   if (!hasRoomFor(*user)) return refuse(*user, about);
   user->isRefused = false;
   take(std::move(socket), about);
@@ -59,8 +63,30 @@ void Clients::onConnect(int, unsigned int) {
 
 // P2
 bool Clients::hasRoomFor(const UserAccount& user) const {
-  if (user.isTrusted) return clients_.size() < limits_.clients;
-  return clients_.size() < limits_.clients - limits_.clients / 4 && user.clients < limits_.clientsPerUser;
+  return clients_.size() < mostFor(user) && (user.isTrusted || user.clients < limits_.clientsPerUser);
+}
+
+std::size_t Clients::mostFor(const UserAccount& user) const {
+  return user.isTrusted ? limits_.clients : limits_.clients - limits_.clients / 4;
+}
+
+// P3.  Those of the system are the last to go.
+void Clients::makeRoomFor(const UserAccount& user) {
+  if (clients_.size() > mostFor(user)) return;
+  Client* idlest = nullptr;
+  const auto rank = [](const Client& client) {
+    return std::pair(client.user().isTrusted, client.lastRead());
+  };
+  for (const auto& [fd, client] : clients_)
+    if (mayTakeFrom(user, client->user()) && (idlest == nullptr || rank(*client) < rank(*idlest)))
+      idlest = client.get();
+  const Nanoseconds enough = Nanoseconds{limits_.idleSeconds} * 1'000'000'000;
+  if (idlest != nullptr && idlest->lastRead() + enough <= steadyTime()) idlest->makeRoom();
+}
+
+bool Clients::mayTakeFrom(const UserAccount& user, const UserAccount& other) const {
+  if (&user == &other || user.isTrusted) return true;
+  return user.clients < limits_.clientsPerUser && !other.isTrusted && other.clients > user.clients + 1;
 }
 
 void Clients::take(common::Descriptor socket, const Origin& about) {
@@ -84,7 +110,8 @@ void Clients::refuse(UserAccount& user, const Origin& about) {
 // A pending connection keeps the socket readable: without a rest each pass of the loop would try again.
 void Clients::rest(int reason) {
   if (reason == EAGAIN || reason == EINTR || reason == ECONNABORTED) return;
-  book_.say(kl::TOPIC_WARNING, std::string("nobody can be taken: ") + std::strerror(reason));
+  if (restRemarks_.allows(steadyTime()))  // a client that ends makes it try again
+    book_.say(kl::TOPIC_WARNING, std::string("nobody can be taken: ") + std::strerror(reason));
   book_.flush(steadyTime());
   setListening(false);
 }
@@ -97,7 +124,7 @@ void Clients::setListening(bool listens) {
 void Clients::remove(Client& client) {
   for (auto entry = clients_.begin(); entry != clients_.end(); ++entry) {
     if (entry->second.get() != &client) continue;
-    --accounts_.userOf(client.uid())->clients;  // P1
+    --client.user().clients;  // P1
     clients_.erase(entry);
     break;
   }

@@ -39,6 +39,9 @@ class Clients final {
  private:
   void onConnect(int fd, unsigned int events);
   bool hasRoomFor(const UserAccount& user) const;
+  std::size_t mostFor(const UserAccount& user) const;
+  void makeRoomFor(const UserAccount& user);
+  bool mayTakeFrom(const UserAccount& user, const UserAccount& other) const;
   void take(common::Descriptor socket, const Origin& about);
   void refuse(UserAccount& user, const Origin& about);
   void rest(int reason);
@@ -54,6 +57,7 @@ class Clients final {
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
   Tally tally_;
   bool listens_ = true;
+  RateLimit restRemarks_{1, 1};
 };
 
 }  // namespace logd

@@ -27,6 +27,7 @@ TEST(LogdConfiguration, EverythingHasADefault) {
   EXPECT_EQ(c.limits.linesPerSecond, 2000u);
   EXPECT_EQ(c.limits.burst, 10000u);
   EXPECT_EQ(c.limits.clientsPerUser, 64u);
+  EXPECT_EQ(c.limits.idleSeconds, 600u);
   EXPECT_EQ(c.limits.bytesPerSecond, 1048576u);
   EXPECT_EQ(c.limits.bytesBurst, 8388608u);
   EXPECT_EQ(c.book.syslog, "");
@@ -46,6 +47,7 @@ clients = 3
 lines_per_second = 0
 burst = 4
 clients_per_user = 2
+idle_seconds = 30
 bytes_per_second = 5000
 bytes_burst = 70000
 syslog = "/dev/log"
@@ -68,6 +70,7 @@ sync = "second"
   EXPECT_EQ(c.limits.linesPerSecond, 0u);
   EXPECT_EQ(c.limits.burst, 4u);
   EXPECT_EQ(c.limits.clientsPerUser, 2u);
+  EXPECT_EQ(c.limits.idleSeconds, 30u);
   EXPECT_EQ(c.limits.bytesPerSecond, 5000u);
   EXPECT_EQ(c.limits.bytesBurst, 70000u);
   EXPECT_EQ(c.book.syslog, "/dev/log");

@@ -73,6 +73,33 @@ TEST_F(AccountsTest, RemarksThatWereLeftOutAreCounted) {
   EXPECT_EQ(book.ring()[book.ring().end() - 1].text, "left out 30 remarks about processes of the user 65534");
 }
 
+TEST_F(AccountsTest, FiftyThousandProcessesOfAUserHaveOneAccountBeyondItsNumber) {
+  for (unsigned int pid = 1; pid <= 50000; ++pid)
+    (void)accounts.processOf(processOf(pid))->takeLine(kBegin, 10);
+  EXPECT_EQ(accounts.size(), 4 * limits.clientsPerUser + 1);
+  EXPECT_EQ(accounts.processOf(processOf(50001)), accounts.processOf(processOf(50002)));
+  EXPECT_NE(accounts.processOf(processOf(1)), accounts.processOf(processOf(50002)))
+      << "who was first has its own";
+  EXPECT_NE(accounts.processOf(processOf(50001, 1000)), accounts.processOf(processOf(50002, 1000)))
+      << "and another user";
+  tick(kBegin + 3 * kOneSecond);
+  EXPECT_TRUE(texts().ends_with(" lines dropped: they came too fast\n")) << texts();
+  tick(kBegin + 6 * kOneSecond);
+  tick(kBegin + 7 * kOneSecond);
+  EXPECT_EQ(accounts.size(), 0u);
+  EXPECT_NE(accounts.processOf(processOf(50001)), accounts.processOf(processOf(50002)));
+}
+
+TEST_F(AccountsTest, ManyUsersWithManyProcessesStayWithinTheNumberOfAll) {
+  for (unsigned int uid = 1000; uid < 4000; ++uid)
+    for (unsigned int pid = 1; pid <= 20; ++pid)
+      (void)accounts.processOf(processOf(pid, uid))->takeLine(kBegin, 10);
+  EXPECT_LE(accounts.size(), 16 * limits.clients + Accounts::kMostUsers + 1);
+  EXPECT_NE(accounts.processOf(processOf(1, 0)), accounts.processOf(processOf(2, 0))) << "root has its own";
+  EXPECT_EQ(accounts.userOf(8000), accounts.userOf(8001)) << "users beyond their number are one";
+  EXPECT_NE(accounts.userOf(8000), accounts.userOf(1000));
+}
+
 TEST_F(AccountsTest, ANumberThatIsUsedAgainHasItsNewName) {
   (void)accounts.processOf({"old", 7, 0, {}, kNobody});
   accounts.processOf({"new", 7, 0, {}, kNobody})->remark(book, kBegin, "remark");

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <list>
+#include <set>
 #include <vector>
 
 #include "kl/utilities.h"
@@ -127,13 +128,13 @@ TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
 // A process of another user at the log socket, for as long as the test lives.
 class Stranger {
  public:
-  explicit Stranger(unsigned int connections) {
+  explicit Stranger(unsigned int connections, uid_t uid = 4711) {
     int ends[2];
     EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     const common::Descriptor done(ends[0]);
     common::Descriptor isDone(ends[1]);
     pid_ = ::fork();
-    if (pid_ == 0) play(connections, isDone.get());
+    if (pid_ == 0) play(connections, uid, isDone.get());
     isDone.close();
     char word = 0;
     EXPECT_EQ(::read(done.get(), &word, 1), 1);
@@ -146,9 +147,9 @@ class Stranger {
   Stranger& operator=(const Stranger&) = delete;
 
  private:
-  [[noreturn]] static void play(unsigned int connections, int isDone) {
+  [[noreturn]] static void play(unsigned int connections, uid_t uid, int isDone) {
     std::vector<common::Descriptor> all(connections);
-    if (::setresuid(kStranger, kStranger, kStranger) != 0) ::_exit(1);
+    if (::setresuid(uid, uid, uid) != 0) ::_exit(1);
     for (common::Descriptor& one : all) {
       one = common::newStreamSocket();
       if (!common::connectTo(one.get(), kl::logSocketPath())) ::_exit(1);
@@ -157,7 +158,6 @@ class Stranger {
     for (;;) ::pause();
   }
 
-  static constexpr uid_t kStranger = 4711;
   pid_t pid_;
 };
 
@@ -182,6 +182,100 @@ TEST_F(ClientsTest, AUserHasItsNumberOfClientsAndTheLastQuarterIsRootsAlone) {
   const Stranger many(30);
   loop.passes(40);
   EXPECT_EQ(clients.size(), 9u);
+}
+
+// Connections of root that have written a line, the first one last.
+void writeInTurn(std::list<LogClient>& processes, Loop& loop) {
+  for (auto process = processes.rbegin(); process != processes.rend(); ++process) {
+    EXPECT_TRUE(process->write(registration(1, {5})));
+    loop.passes(2);
+  }
+}
+
+TEST_F(ClientsTest, TheLongestSilentMakesRoomWhenThereIsNone) {
+  limits.idleSeconds = 0;
+  Clients clients(loop, book, listener, limits);
+  std::list<LogClient> processes(3);
+  loop.passes(5);
+  writeInTurn(processes, loop);
+  EXPECT_EQ(clients.size(), 3u);
+  EXPECT_EQ(texts(), "") << "nobody is closed while there is room";
+  LogClient next;
+  EXPECT_TRUE(next.write(registration(1, {5}) + textRecord(1, "next")));
+  loop.passes(5);
+  EXPECT_EQ(clients.size(), 3u);
+  EXPECT_TRUE(processes.back().isDisconnected());
+  processes.pop_back();
+  for (LogClient& process : processes) EXPECT_TRUE(process.write(textRecord(1, "still here")));
+  loop.passes(5);
+  EXPECT_EQ(texts(),
+            "closed: it was silent for 0 seconds, and another client came\nnext\nstill here\nstill here\n");
+}
+
+TEST_F(ClientsTest, WhoWasNotSilentForLongEnoughStays) {
+  limits.idleSeconds = 600;
+  Clients clients(loop, book, listener, limits);
+  std::list<LogClient> processes(3);
+  loop.passes(5);
+  LogClient next;
+  loop.passes(5);
+  EXPECT_TRUE(next.isDisconnected());
+  EXPECT_TRUE(texts().starts_with("refused: ")) << texts();
+}
+
+TEST_F(ClientsTest, WhatAClosedClientHasWrittenIsTaken) {
+  limits.idleSeconds = 0;
+  limits.clients = 1;
+  Clients clients(loop, book, listener, limits);
+  LogClient process;
+  loop.passes(2);
+  EXPECT_TRUE(process.write(registration(1, {5}) + textRecord(1, "late")));
+  const LogClient next;
+  loop.passes(5);
+  EXPECT_NE(texts().find("late\n"), std::string::npos) << texts();
+}
+
+TEST_F(ClientsTest, NobodyTakesThePlaceOfRootOrOfWhoHasFewerClients) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  limits.idleSeconds = 0;
+  limits.clients = 12;
+  limits.clientsPerUser = 9;
+  Clients clients(loop, book, listener, limits);
+  std::list<LogClient> roots(2);
+  loop.passes(5);
+  const Stranger few(1, 4712);
+  loop.passes(5);
+  const Stranger many(30, 4711);
+  loop.passes(60);
+  EXPECT_EQ(clients.size(), 9u);
+  const Stranger another(1, 4713);
+  loop.passes(10);
+  EXPECT_EQ(clients.size(), 9u);
+  std::set<unsigned int> closed;
+  bool isAnotherRefused = false;
+  for (const auto& [n, kept] : book.ring().since(0)) {
+    if (kept.line.text.starts_with("closed: ")) closed.insert(kept.line.origin->uid);
+    if (kept.line.text.starts_with("refused: ") && kept.line.origin->uid == 4713) isAnotherRefused = true;
+  }
+  EXPECT_EQ(closed, std::set<unsigned int>{4711}) << "its own, and one for who has none";
+  EXPECT_FALSE(isAnotherRefused);
+  for (LogClient& root : roots) EXPECT_TRUE(root.write(registration(1, {5}) + textRecord(1, "root's")));
+  loop.passes(5);
+  EXPECT_TRUE(texts().ends_with("root's\nroot's\n"));
+}
+
+TEST_F(ClientsTest, HoweverManyEndWithoutADescriptorLeftOneLineASecondSaysSo) {
+  limits.clients = 100;
+  Clients clients(loop, book, listener, limits);
+  std::list<LogClient> those(10);
+  loop.passes(20);
+  const std::list<LogClient> waiting(50);
+  std::list<common::Descriptor> all = takeDescriptors();
+  while (!those.empty()) {
+    those.pop_front();
+    loop.passes(10);
+  }
+  EXPECT_EQ(texts(), "nobody can be taken: Too many open files\n");
 }
 
 TEST_F(ClientsTest, RulesReachEveryone) {
