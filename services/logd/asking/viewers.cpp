@@ -1,5 +1,5 @@
-// The loader puts the user's name (SYS_USER) and its rights (SYS_POLICY) into each request of somebody who has not all of
-// them, and nobody else can.  A line has the number of its user from the kernel; the two meet here.
+// The loader puts the user's name (SYS_USER) and its rights (SYS_POLICY) into each request of somebody who has not all
+// of them, and nobody else can.  A line has the number of its user from the kernel; the two meet here.
 
 #include "asking/viewers.h"
 

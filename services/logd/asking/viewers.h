@@ -10,8 +10,8 @@
 
 namespace logd {
 
-// A request that carries all rights, or RIGHT_CONTENTS among others, sees the lines of everybody; any other those of the
-// user in whose name it comes, as the loader says it, and no others.
+// A request that carries all rights, or RIGHT_CONTENTS among others, sees the lines of everybody; any other those of
+// the user in whose name it comes, as the loader says it, and no others.
 //
 //     Viewers viewers;
 //     const LineFilter filter(viewers.limited(request));

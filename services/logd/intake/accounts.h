@@ -18,11 +18,13 @@ namespace logd {
 struct UserAccount {
   static constexpr unsigned int kRemarksPerSecond = 1;
   static constexpr unsigned int kMostRemarksAtOnce = 20;
+  static constexpr unsigned int kMostSources = 2048;  // of all its clients, unless it is trusted
 
   uid_t uid = 0;
   bool isTrusted = false;         // one of the system's
   unsigned int clients = 0;       // connected now
   unsigned int processes = 0;     // that have an account
+  std::size_t sources = 0;        // of its clients
   bool isRefused = false;         // reported, and not taken back by a client that was let in
   unsigned long long unsaid = 0;  // remarks that were left out
   RateLimit remarks{kRemarksPerSecond, kMostRemarksAtOnce};
@@ -61,7 +63,8 @@ class ProcessAccount {
 };
 
 // All accounts.  One that nobody uses is kept until its limits have recovered, so that connecting again buys nothing.
-// There are so many at most; the processes of a user for whom there is no room share one, as do users beyond kMostUsers.
+// There are so many at most; the processes of a user for whom there is no room share one, as do users beyond
+// kMostUsers.
 //
 // Errors:    none.
 // Ownership: shares its accounts with the clients; borrows the limits.

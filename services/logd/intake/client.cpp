@@ -121,7 +121,10 @@ const char* Client::takeRecord(const Record& record) {
 }
 
 const char* Client::addSource(unsigned int id, Topics topics) {
-  if (sources_.size() >= kMostSources && !sources_.contains(id)) return "a registration of too many sources";
+  if (!sources_.contains(id)) {
+    if (!hasRoomForSource()) return "a registration of too many sources";
+    ++user().sources;
+  }
   topics = withoutForeign(std::move(topics));
   Source& source = sources_[id];
   source.isMuted = book_.mutes().mutes(topics);
@@ -129,6 +132,10 @@ const char* Client::addSource(unsigned int id, Topics topics) {
       std::make_shared<const Origin>(Origin{about_.process, about_.pid, id, std::move(topics), about_.uid});
   if (source.isMuted != source.isTold) tellMutes();
   return nullptr;
+}
+
+bool Client::hasRoomForSource() const {
+  return sources_.size() < kMostSources && (user().isTrusted || user().sources < UserAccount::kMostSources);
 }
 
 const char* Client::addLine(unsigned int id, std::string_view text) {
@@ -189,6 +196,7 @@ void Client::end() {
 
 void Client::close() {
   if (!socket_.isOpen()) return;
+  user().sources -= sources_.size();
   runner_.removeTimer(retry_);
   runner_.removeSocket(socket_.get());
   socket_.close();

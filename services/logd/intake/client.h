@@ -81,6 +81,7 @@ class Client final {
   // Each gives null, or what is wrong with the record.
   const char* takeRecord(const Record& record);
   const char* addSource(unsigned int source, Topics topics);
+  bool hasRoomForSource() const;
   const char* addLine(unsigned int source, std::string_view text);
   Topics withoutForeign(Topics topics);
   void tellMutes();

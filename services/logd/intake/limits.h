@@ -3,8 +3,8 @@
 
 namespace logd {
 
-// A process is a process however often it connects.  A user is any but the system's (keeping/system_users.h); those have
-// no limit of users, and the last quarter of the clients is theirs alone.
+// A process is a process however often it connects.  A user is any but the system's (keeping/system_users.h); those
+// have no limit of users, and the last quarter of the clients is theirs alone.
 struct Limits {
   unsigned int clients = 256;          // at the same time
   unsigned int clientsPerUser = 64;    // of one user

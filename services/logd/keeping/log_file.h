@@ -25,8 +25,8 @@ struct FileRule {
   bool takes(const Topics& of) const { return topics.empty() || haveOneInCommon(topics, of); }
 };
 
-// Writes lines to a file and replaces it when it is full.  A user whose part of it is full (FileShares) is left out until
-// it is replaced, which is then done when the file is a day old: no user replaces the lines of others faster than that.
+// Writes lines to a file and replaces it when it is full.  A user whose part of it is full (FileShares) is left out
+// until it is replaced, which is then done when the file is a day old: no user replaces the lines of others faster.
 //
 // Errors:    when a file cannot be written, one sentence is reported, lines are counted and not written, and
 //            it is tried again every second; another sentence says that it works again.

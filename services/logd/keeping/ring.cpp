@@ -1,8 +1,8 @@
 // R1  bytes_ is the sum of Part::bytes, that is of weightOf over the lines and over the keys of origins_ and of
 //     kPartBytes for each part, and at most mostBytes_
 // R2  the lines of a part are chained by Kept::next from Part::first to Part::last; a part without lines is none
-// R3  of n users beside the system each keeps (mostBytes_ - S) / n bytes whatever the others do, and the system S, which
-//     is a quarter or, where that is more, what each would have if the system were one of them.  What somebody does not
+// R3  of n users beside the system each keeps (mostBytes_ - S) / n bytes whatever the others do, and the system S:
+//     a quarter or, where that is more, what each would have if the system were one of them.  What somebody does not
 //     use the others may have until it is needed
 
 #include "keeping/ring.h"

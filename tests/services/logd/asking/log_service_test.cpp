@@ -232,7 +232,7 @@ TEST(LogService, TheRightToContentsShowsTheLinesOfOthers) {
   EXPECT_FALSE(system.ask({kl::SERVICE_LOG}, kl::CMD_GET).has(kl::LOG_UID));
 }
 
-TEST(LogService, FollowersOfSeveralUsersAreToldTheirOwnLinesEach) {
+TEST(LogService, FollowersAreToldTheirOwnLinesEach) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
   System all(kNames);
   kl::message noRemarks;

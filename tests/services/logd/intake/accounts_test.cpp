@@ -73,7 +73,7 @@ TEST_F(AccountsTest, RemarksThatWereLeftOutAreCounted) {
   EXPECT_EQ(book.ring()[book.ring().end() - 1].text, "left out 30 remarks about processes of the user 65534");
 }
 
-TEST_F(AccountsTest, FiftyThousandProcessesOfAUserHaveOneAccountBeyondItsNumber) {
+TEST_F(AccountsTest, FiftyThousandProcessesOfAUserShareAccounts) {
   for (unsigned int pid = 1; pid <= 50000; ++pid)
     (void)accounts.processOf(processOf(pid))->takeLine(kBegin, 10);
   EXPECT_EQ(accounts.size(), 4 * limits.clientsPerUser + 1);

@@ -135,6 +135,21 @@ TEST_F(ClientTest, TooManySourcesEndIt) {
   EXPECT_TRUE(hasEnded);
 }
 
+TEST_F(ClientTest, TheClientsOfAUserHaveSoManySourcesTogether) {
+  account->user().sources = UserAccount::kMostSources - 1;
+  write(registration(1, {5}) + registration(1, {6}));
+  EXPECT_FALSE(hasEnded) << "the same one again";
+  write(registration(2, {5}));
+  EXPECT_TRUE(hasEnded);
+  EXPECT_EQ(text(0), "disconnected: it wrote a registration of too many sources");
+  EXPECT_EQ(account->user().sources, UserAccount::kMostSources - 1) << "what a client had is free again";
+  account->user().isTrusted = true;
+  account->user().sources = UserAccount::kMostSources;
+  reconnect();
+  write(registration(1, {5}));
+  EXPECT_FALSE(hasEnded) << "the system's have no such limit";
+}
+
 TEST_F(ClientTest, ARecordThatDiesWithItsProcessIsCounted) {
   write(registration(1, {5}) + Bytes{0, 9, 0, 1, 'h', 'a'});
   process.close();
