@@ -363,17 +363,31 @@ TEST(LogService, ItTakesWhatWasWrittenBeforeItEnds) {
   EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
 }
 
+// A log service that the loader has not started and that lives on without it for a moment.
+pid_t startByHand() {
+  std::ofstream("/kelo/kl-logd.toml") << kWithFile;
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", "/kelo/kl-logd.toml", nullptr);
+    ::_exit(127);
+  }
+  return pid;
+}
+
 TEST(LogService, ItTakesWhatWasWrittenBeforeTheLoaderWentAway) {
-  System system(kWithFile);
+  kl::test::LoaderProcess loader;
+  const pid_t pid = startByHand();
   LogClient client;
-  const pid_t pid = system.logService();
+  EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "first")));
+  EXPECT_TRUE(comesTrue([] { return contentOf("/kelo/all.log").find("first") != std::string::npos; }));
   ASSERT_EQ(::kill(pid, SIGSTOP), 0);
   EXPECT_TRUE(client.write(manyLines(1000)));
-  system.loader().signal(SIGKILL);
-  EXPECT_EQ(system.loader().waitForEnd(), 128 + SIGKILL);
-  (void)::kill(pid, SIGCONT);
+  loader.signal(SIGKILL);
+  EXPECT_EQ(loader.waitForEnd(), 128 + SIGKILL);
+  EXPECT_EQ(::kill(pid, SIGCONT), 0);
   EXPECT_TRUE(client.isDisconnected());
   EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
+  EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
 }
 
 TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
@@ -399,14 +413,9 @@ TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
 }
 
 TEST(LogService, WhoComesBeforeTheLoaderHasLetItInIsNotMissed) {
-  std::ofstream("/kelo/kl-logd.toml") << kWithFile;
   kl::test::LoaderProcess loader;
   loader.signal(SIGSTOP);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", "/kelo/kl-logd.toml", nullptr);
-    ::_exit(127);
-  }
+  const pid_t pid = startByHand();
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "early")));
   loader.signal(SIGCONT);
