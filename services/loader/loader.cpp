@@ -37,7 +37,7 @@ class Loader::Client final : private ConnectionHost {
   Client(Loader& loader, Descriptor socket, const Applicant& applicant, Patience patience)
       : who(applicant),
         connection(
-            loader.loop_, *this, loader.area_, std::move(socket),
+            loader.loop_, *this, loader.area_, loader.turns_, std::move(socket),
             applicant.startedAs == nullptr ? Connection::Origin::kAccepted : Connection::Origin::kLaunched,
             patience),
         loader_(loader) {}
@@ -68,13 +68,16 @@ class Loader::Client final : private ConnectionHost {
  private:
   void onBatch() override { loader_.router_.setNow(secondsNow()); }
   const char* onFrame(std::span<const unsigned char> body) override {
-    return service != nullptr ? loader_.router_.route(*service, body) : loader_.enroll(*this, body);
+    return service != nullptr ? loader_.router_.route(*service, body, progress_)
+                              : loader_.enroll(*this, body);
   }
+  bool isFrameUnfinished() const override { return progress_.isUnfinished; }
   void onPendingReadable() override { loader_.pending_.add(connection); }
   void onConnectionClosed(const std::string& reason) override { loader_.onConnectionClosed(*this, reason); }
   void settle() override { loader_.settle(); }
 
   Loader& loader_;
+  Router::Progress progress_;
 };
 
 Loader::Loader(const Configuration& configuration, Log& log)
@@ -115,6 +118,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  loop_.addBeforeSleep(&turns_, kl::bind<Turns, &Turns::serve>());
   loop_.addBeforeSleep(&pending_, kl::bind<PendingConnections, &PendingConnections::serve>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
@@ -171,7 +175,8 @@ void Loader::adopt(Service& service, Descriptor connection) {
 }
 
 void Loader::addClient(Descriptor socket, const Applicant& who) {
-  const Patience patience{configuration_.queueLimit, configuration_.stallSeconds * kTicksPerSecond};
+  const Patience patience{Shares::refusesFrom(configuration_.queueLimit),
+                          configuration_.stallSeconds * kTicksPerSecond};
   clients_.push_back(std::make_unique<Client>(*this, std::move(socket), who, patience));
 }
 

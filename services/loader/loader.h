@@ -12,6 +12,7 @@
 #include "transport/connection.h"
 #include "transport/listener.h"
 #include "transport/pending_connections.h"
+#include "transport/turns.h"
 
 namespace loader {
 
@@ -76,6 +77,7 @@ class Loader final : private LifecycleHost {
   OpenRequests requests_;
   Subscriptions subscriptions_;
   Outbox outbox_;
+  Turns turns_{outbox_.work()};
   KeptData kept_;
   OwnService own_;
   Router router_;

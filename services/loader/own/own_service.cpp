@@ -72,6 +72,7 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, ""));
   if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
   if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(asker, request);
+  if (hasUnread(asker)) return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
   const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(asker, request);
@@ -92,7 +93,8 @@ kl::message OwnService::execute(const kl::message& request, unsigned int command
   }
 }
 
-kl::message OwnService::getObject(unsigned int id) const {
+kl::message OwnService::getObject(unsigned int id) {
+  outbox_.work().spend(Work::kRow);
   const Service* service = table_.find(id);
   return service != nullptr ? objectOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
 }
@@ -100,13 +102,15 @@ kl::message OwnService::getObject(unsigned int id) const {
 // One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
 // fit).  While more remain the reply has in STD_GETALLID the id to go on from.  If that row no longer exists, the
 // walk continues with the next one.
-kl::message OwnService::getAll(const kl::message& request) const {
+kl::message OwnService::getAll(const kl::message& request) {
   const unsigned int start = request.get(kl::STD_GETALLID, kl::BADID);
   const unsigned int most = request.get(kl::STD_GETALLNO, 0);
   const ServiceTable::Map& all = table_.all();
   kl::Chunk chunk(most);
-  for (auto at = start == kl::BADID ? all.begin() : all.lower_bound(start); at != all.end(); ++at)
+  for (auto at = start == kl::BADID ? all.begin() : all.lower_bound(start); at != all.end(); ++at) {
+    outbox_.work().spend(Work::kRow);
     if (!chunk.add(at->first, objectOf(*at->second))) break;
+  }
   return chunk.reply();
 }
 
@@ -174,16 +178,19 @@ void OwnService::forgetOrdersOf(const Service& asker) {
   std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &asker; });
 }
 
+// Answers that nobody reads must not be made.  The refusal is one, too, but a short one, and is lost in a full queue.
+bool OwnService::hasUnread(Service& asker) const { return outbox_.ownBytes(asker) >= kMostUnread; }
+
 // An asker that its own order has ended gets no reply, nor does the next process under its id, for which messages may
 // be held already.
-void OwnService::reply(Service& asker, const kl::message& request, kl::message answer) {
+void OwnService::reply(Service& asker, const kl::message& request, kl::message answer, Urgency urgency) {
   unsigned int id = 0;
   if (!asker.isConnected() || !kl::getRequestID(request, &id)) return;
   kl::setRequestID(answer, id);
   kl::setType(answer, kl::TYPE_REPLY);
   answer.insert(kl::SYS_TO, pathInside(request));
   answer.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
-  (void)outbox_.send(asker, answer, Urgency::kReply);
+  (void)outbox_.send(asker, answer, urgency);
 }
 
 void OwnService::onRowChanged(unsigned int id) {

@@ -24,6 +24,7 @@ class OwnService {
  public:
   static constexpr unsigned int kMostSubscriptions = 64;        // of one service
   static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
+  static constexpr std::size_t kMostUnread = 256 * 1024;        // bytes of the loader's own for one asker
 
   // Carries out an SVC_ACTION on a service; null, or why it cannot be done.  Null for SVC_LEAVE means that the
   // service has left or has been asked to: its state shows how that ends.
@@ -63,15 +64,17 @@ class OwnService {
 
   void onBatchTimer();
   kl::message execute(const kl::message& request, unsigned int command);
-  kl::message getObject(unsigned int id) const;
-  kl::message getAll(const kl::message& request) const;
+  kl::message getObject(unsigned int id);
+  kl::message getAll(const kl::message& request);
   kl::message getCount() const;
   kl::message setObject(const kl::message& request);
   void orderLeave(Service& asker, const kl::message& request);
   void answerLeaveOrders(const Service& service);
   void subscribe(Service& asker, const kl::message& request);
   void unsubscribe(Service& asker, const kl::message& request);
-  void reply(Service& asker, const kl::message& request, kl::message answer);
+  bool hasUnread(Service& asker) const;
+  void reply(Service& asker, const kl::message& request, kl::message answer,
+             Urgency urgency = Urgency::kReply);
   void notify(const std::vector<kl::message::flat_message>& objects);
 
   kl::ThinRunner& runner_;

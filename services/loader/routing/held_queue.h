@@ -30,15 +30,21 @@ class HeldQueue {
   bool empty() const { return bytes_.empty(); }
   std::span<const unsigned char> bytes() const { return bytes_.bytes(); }
 
-  // Adds the frame that `write` appends to a Buffer; the number of its bytes.  `sender` is the service that sent it; in
+  // Adds the frame that `write` appends to a Buffer and that counts for `share`; the number of its bytes.  `sender` is the service that sent it; in
   // a notice that a service is gone, that service.
   template <class Write>
-  std::size_t add(unsigned int sender, HeldKind kind, Write write) {
+  std::size_t add(unsigned int sender, unsigned int share, HeldKind kind, Write write) {
     const std::size_t before = bytes_.size();
     write(bytes_);
     const std::size_t size = bytes_.size() - before;
-    frames_.push_back({sender, static_cast<unsigned int>(size), kind});
+    frames_.push_back({sender, share, static_cast<unsigned int>(size), kind});
     return size;
+  }
+
+  // Calls `function` with the share and the bytes of each frame, in order.
+  template <class Function>
+  void eachFrame(Function function) const {
+    for (const Frame& frame : frames_) function(frame.share, frame.size);
   }
 
   void clear() {
@@ -66,7 +72,7 @@ class HeldQueue {
       if (frame.kind == HeldKind::kAnswer) continue;
       if (frame.kind == HeldKind::kGone && heard.erase(frame.sender) == 0) continue;
       if (frame.kind == HeldKind::kMessage) heard.insert(frame.sender);
-      (void)kept.add(frame.sender, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
+      (void)kept.add(frame.sender, frame.share, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
     }
     *this = std::move(kept);
   }
@@ -74,6 +80,7 @@ class HeldQueue {
  private:
   struct Frame {
     unsigned int sender;
+    unsigned int share;
     unsigned int size;
     HeldKind kind;
   };

@@ -34,8 +34,10 @@ unsigned int senderOf(const kl::message& m) {
 
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
                      const RightsMark& mark) {
+  if (urgency == Urgency::kOrdinary && isFull(to, from)) return drop(to);
   if (!admit(to, envelope.body.size(), urgency)) return false;
-  (void)append(to, from.id, kindOf(envelope),
+  const unsigned int share = urgency == Urgency::kReply ? shareOf(to) : shareOf(from);
+  (void)append(to, from.id, share, kindOf(envelope),
                [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, mark); });
   return true;
 }
@@ -45,7 +47,8 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   if (!admit(to, m.max_length(), urgency)) return false;
   const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kMessage;
   const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;
-  countSent(append(to, sender, kind, [&](Buffer& queue) { appendFrame(queue, m); }));
+  work_.spend(Work::kMessage);
+  countSent(append(to, sender, kl::SERVICE_LOADER, kind, [&](Buffer& queue) { appendFrame(queue, m); }));
   return true;
 }
 
@@ -54,6 +57,31 @@ void Outbox::release(Service& to) {
   to.out.append(to.held.bytes());
   to.held.clear();
   markDirty(to);
+}
+
+unsigned int Outbox::shareOf(const Service& service) const {
+  const bool isTrusted = service.isConfigured || service.uid == 0 || service.uid == ownUser_;
+  return isTrusted ? service.id : Shares::ofUser(service.uid);
+}
+
+bool Outbox::isPartUsed(Service& to, const Service& from) const {
+  const std::size_t waiting = to.waiting();
+  to.shares.update(waiting);
+  return Shares::isPartUsed(to.shares.of(shareOf(from)), waiting, queueLimit_);
+}
+
+std::size_t Outbox::ownBytes(Service& to) const {
+  to.shares.update(to.waiting());
+  return to.shares.of(kl::SERVICE_LOADER);
+}
+
+void Outbox::recount(Service& to) {
+  to.shares.clear();
+  std::size_t before = 0;
+  to.held.eachFrame([&](unsigned int share, unsigned int bytes) {
+    to.shares.add(share, bytes, before, Shares::floorOf(queueLimit_));
+    before += bytes;
+  });
 }
 
 void Outbox::countSent(std::size_t bytes) {
@@ -66,22 +94,31 @@ void Outbox::countSent(std::size_t bytes) {
 bool Outbox::admit(Service& to, std::size_t bytes, Urgency urgency) {
   const bool fits =
       urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes : !isFull(to);
-  if (!fits) ++to.traffic.drops;
-  return fits;
+  return fits || drop(to);
 }
 
-// Puts the frame that `write` appends into the queue that it belongs into; the number of its bytes.
+bool Outbox::drop(Service& to) {
+  ++to.traffic.drops;
+  return false;
+}
+
+// Puts the frame that `write` appends into the queue that it belongs into; the number of its bytes, which count for
+// `share`.
 template <class Write>
-std::size_t Outbox::append(Service& to, unsigned int sender, HeldKind kind, Write write) {
+std::size_t Outbox::append(Service& to, unsigned int sender, unsigned int share, HeldKind kind, Write write) {
+  const std::size_t waiting = to.waiting();
   const std::size_t before = to.out.size();
   std::size_t bytes = 0;
   if (to.isHeldFor) {
-    bytes = to.held.add(sender, kind, write);
+    bytes = to.held.add(sender, share, kind, write);
   } else {
     write(to.out);
     bytes = to.out.size() - before;
     markDirty(to);
   }
+  to.shares.add(share, bytes, waiting, Shares::floorOf(queueLimit_));
+  work_.spend(Work::kFrame);
+  work_.spendBytes(bytes);
   ++to.traffic.messagesIn;
   to.traffic.bytesIn += bytes;
   return bytes;

@@ -1,21 +1,25 @@
 #pragma once
 // outbox.h: what waits to be written, and for whom.
 
+#include <unistd.h>
+
 #include <vector>
 
 #include "kl/message.h"
 #include "routing/service.h"
+#include "transport/work.h"
 
 namespace loader {
 
 // How far a service's queue may fill before something for it is lost.
 enum class Urgency : unsigned char {
-  kOrdinary,  // up to the queue limit
+  kOrdinary,  // up to the queue limit, and to its sender's part
   kReply,     // up to kMaxQueueBytes: an asker must get its reply, a dependent must learn of a death
 };
 
 // Puts messages into the queues of services and marks those with new bytes, so that everything that one read brought
-// leaves with one write for each destination.
+// leaves with one write for each destination.  Of a queue that is not short each sender may fill its part only
+// (shares.h); replies count for who asked for them, and what the loader says for the loader.
 //
 // Errors:    what a full queue cannot take is dropped and counted in the service's traffic.
 // Ownership: borrows services; forget() one before it goes.
@@ -25,13 +29,25 @@ class Outbox {
  public:
   static constexpr std::size_t kMaxQueueBytes = 16 * 1024 * 1024;
 
-  explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit) {}
+  explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit), ownUser_(::geteuid()) {}
 
   // Whose messages send() carries: the loader's own row, which outlives this.
   void setSender(Service& loader) { sender_ = &loader; }
 
+  // The work of the deliveries is counted here.
+  Work& work() { return work_; }
+
   // True when nothing but replies is taken for the service.
   bool isFull(const Service& to) const { return to.waiting() >= queueLimit_; }
+  // True when nothing but replies is taken for the service from this sender: it has used its part of the queue.
+  bool isFull(Service& to, const Service& from) const {
+    return to.waiting() >= Shares::refusesFrom(queueLimit_) && isPartUsed(to, from);
+  }
+  // The bytes of the loader's own messages that the service has not read, as far as they are counted.
+  std::size_t ownBytes(Service& to) const;
+
+  // Some of the held frames were dropped.  Needs: nothing else waits for the service.
+  void recount(Service& to);
 
   // Queues a frame on its way from `from`, with the rights that `mark` says; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
@@ -60,11 +76,16 @@ class Outbox {
  private:
   void countSent(std::size_t bytes);
   bool admit(Service& to, std::size_t bytes, Urgency urgency);
+  bool isPartUsed(Service& to, const Service& from) const;
+  unsigned int shareOf(const Service& service) const;
+  bool drop(Service& to);
   template <class Write>
-  std::size_t append(Service& to, unsigned int sender, HeldKind kind, Write write);
+  std::size_t append(Service& to, unsigned int sender, unsigned int share, HeldKind kind, Write write);
   void markDirty(Service& to);
 
   std::size_t queueLimit_;
+  uid_t ownUser_;
+  Work work_;
   Service* sender_ = nullptr;
   std::vector<Service*> dirty_;
 };

@@ -9,6 +9,7 @@
 
 #include "routing/router.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "transport/frame_reader.h"
@@ -50,7 +51,9 @@ bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH
 // Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
 class SubPaths {
  public:
-  explicit SubPaths(Path path) : rest_(path.withoutFirst()) {}
+  explicit SubPaths(Path path) : SubPaths(path, 1) {}
+  // From so many elements on.
+  SubPaths(Path path, unsigned int from) : rest_(path.part(from, path.size() - from)) {}
 
   // False at the end and at the first sub-path that is not one; ok() distinguishes them.
   bool next(Path& path) {
@@ -63,6 +66,8 @@ class SubPaths {
     return true;
   }
   bool ok() const { return ok_; }
+  // The elements that are left.
+  unsigned int left() const { return rest_.size(); }
 
  private:
   Path rest_;
@@ -79,22 +84,33 @@ bool isWellFormedMulti(Path path) {
 }  // namespace
 
 const char* Router::route(Service& sender, std::span<const unsigned char> body) {
+  Progress progress;
+  const char* fault = route(sender, body, progress);
+  while (progress.isUnfinished) fault = route(sender, body, progress);
+  return fault;
+}
+
+const char* Router::route(Service& sender, std::span<const unsigned char> body, Progress& progress) {
   Envelope e;
   if (const char* fault = readEnvelope(body, e)) return fault;
-  sender.lastActive = now_;
-  ++sender.traffic.messagesOut;
-  sender.traffic.bytesOut += kPrefixBytes + body.size();
+  if (!progress.isUnfinished) countFrame(sender, body.size());
   const Path path = e.path();
   if (e.isControl) {
     const bool isForLoader = path.size() == 1 && path[0] == kl::SERVICE_LOADER;
     return isForLoader ? handleControl(sender, e) : "sent a control message for somebody else";
   }
   switch (path[0]) {
-    case kl::PATH_ALL: deliverToAll(sender, e); break;
-    case kl::PATH_MULTI: deliverToEach(sender, e); break;
+    case kl::PATH_ALL: deliverToAll(sender, e, progress); break;
+    case kl::PATH_MULTI: deliverToEach(sender, e, progress); break;
     default: deliver(sender, e, path); break;
   }
   return nullptr;
+}
+
+void Router::countFrame(Service& sender, std::size_t bytes) const {
+  sender.lastActive = now_;
+  ++sender.traffic.messagesOut;
+  sender.traffic.bytesOut += kPrefixBytes + bytes;
 }
 
 void Router::serviceGone(Service& gone) {
@@ -112,6 +128,7 @@ void Router::serviceLeft(Service& left) {
   outbox_.forget(left);
   left.out.clear();
   left.held.keepForNextProcess();
+  outbox_.recount(left);
 }
 
 void Router::reportGone(Service& to, unsigned int goneId) {
@@ -146,20 +163,36 @@ const char* Router::handleControl(Service& sender, const Envelope& e) {
   return nullptr;
 }
 
-void Router::deliverToAll(Service& sender, const Envelope& e) {
+// Who registers while the frame is on its way gets a copy if its turn is still to come.
+void Router::deliverToAll(Service& sender, const Envelope& e, Progress& progress) {
   const Path rest = e.path().withoutFirst();
-  for (const auto& [id, service] : table_.all())
-    if (service->isConnected() && service.get() != &sender) deliverCopy(sender, e, *service, rest);
+  const ServiceTable::Map& all = table_.all();
+  for (auto at = all.lower_bound(progress.next); at != all.end(); ++at) {
+    if (outbox_.work().isSpent() && at->first > progress.next) {  // R5
+      progress = {true, at->first, false};
+      return;
+    }
+    Service& to = *at->second;
+    if (to.isConnected() && &to != &sender) deliverCopy(sender, e, to, rest);
+  }
+  progress = {};
 }
 
 // The loader takes one copy of a frame: it works on a request at once, and thousands in one frame would keep all
 // others waiting.  A sender that this request has ended says nothing more.
-void Router::deliverToEach(Service& sender, const Envelope& e) {
-  if (!isWellFormedMulti(e.path())) return;
-  SubPaths walk(e.path());
-  bool hasReachedLoader = false;
-  for (Path path; sender.isConnected() && walk.next(path);)
-    if (path[0] != kl::SERVICE_LOADER || !std::exchange(hasReachedLoader, true)) deliver(sender, e, path);
+void Router::deliverToEach(Service& sender, const Envelope& e, Progress& progress) {
+  const Path all = e.path();
+  if (!progress.isUnfinished && !isWellFormedMulti(all)) return;
+  SubPaths walk(all, std::max(1U, progress.next));
+  for (Path path; sender.isConnected() && walk.next(path);) {
+    if (path[0] != kl::SERVICE_LOADER || !std::exchange(progress.hasReachedLoader, true))
+      deliver(sender, e, path);
+    if (!outbox_.work().isSpent() || walk.left() == 0) continue;
+    progress.isUnfinished = true;  // R5
+    progress.next = all.size() - walk.left();
+    return;
+  }
+  progress = {};
 }
 
 void Router::deliver(Service& sender, const Envelope& e, Path path) {
@@ -211,7 +244,7 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   const bool isWanted = isSubscribedTo(sender, e, to, rest);
   const Access access = isWanted ? Access::withoutRights() : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
-  if (outbox_.isFull(to) && e.wantsAnswer()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
+  if (outbox_.isFull(to, sender) && e.wantsAnswer()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
   if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;

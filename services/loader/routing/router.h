@@ -20,6 +20,7 @@ namespace loader {
 // R2  a reply is delivered only if it answers an open request, and then once
 // R3  nothing is ever sent about a reply or about a notice
 // R4  a notification passes without rights where its receiver asked for it, and in nothing else than it asked for
+// R5  a frame with many receivers costs a turn what it has and one delivery more
 //
 // Errors:    a frame that may not be carried is named by route()'s result; its sender is to be disconnected.
 // Ownership: borrows everything that it is made with.
@@ -57,8 +58,19 @@ class Router {
   // The time that requests are stamped with, in seconds from any beginning.
   void setNow(unsigned int seconds) { now_ = seconds; }
 
+  // How far a frame with many receivers has come, when the turn of its sender was over before it had reached all.
+  struct Progress {
+    bool isUnfinished = false;
+    unsigned int next =
+        0;  // PATH_ALL: the first id that may lack its copy; PATH_MULTI: elements of the path to pass
+    bool hasReachedLoader = false;
+  };
+
   // Carries one frame of a registered service.  Null, or what makes the frame garbage.
   const char* route(Service& sender, std::span<const unsigned char> body);
+  // The same, as far as the work of the turn allows: while `progress` is unfinished afterwards, the same frame is to
+  // be routed with it again, and no other frame of the sender before.
+  const char* route(Service& sender, std::span<const unsigned char> body, Progress& progress);
 
   // The service is gone: waiting callers are answered, its own requests are forgotten, all services are notified.
   // Needs: it has no connection any more.
@@ -78,9 +90,10 @@ class Router {
  private:
   void breakOldestTo(Service& asked, const OpenRequest& request);
   void forgetRequestsOf(Service& asker);
+  void countFrame(Service& sender, std::size_t bytes) const;
   const char* handleControl(Service& sender, const Envelope& e);
-  void deliverToAll(Service& sender, const Envelope& e);
-  void deliverToEach(Service& sender, const Envelope& e);
+  void deliverToAll(Service& sender, const Envelope& e, Progress& progress);
+  void deliverToEach(Service& sender, const Envelope& e, Progress& progress);
   void deliver(Service& sender, const Envelope& e, Path path);
   void deliverToLoader(Service& sender, const Envelope& e, Path path);
   void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);

@@ -9,6 +9,7 @@
 #include "routing/access.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
+#include "routing/shares.h"
 #include "routing/subscriptions.h"
 #include "transport/buffer.h"
 
@@ -58,6 +59,7 @@ struct Service {
   Connection* connection = nullptr;  // from its registration until it closes
   Buffer out;
   HeldQueue held;
+  Shares shares;         // in both
   bool isDirty = false;  // something was put into `out` since the last write
   Traffic traffic;
   RequestLists requests;

@@ -1,13 +1,16 @@
 // One socket, event by event.  Reading cuts the bytes into frames and hands them to the host one at a time, so a frame
 // that closes the connection is the last one; writing sends the whole queue at once and asks poll for room only when
-// that was too much.
+// that was too much.  A turn ends with the frame that spends the last of its work; while the connection waits for the
+// next one, its socket counts as readable, so that the loop does not sleep.
 
 #include "transport/connection.h"
 
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace loader {
 namespace {
@@ -17,14 +20,16 @@ constexpr int kMostReads = 256;
 
 }  // namespace
 
-Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Descriptor socket,
-                       Origin origin, Patience patience)
+Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Turns& turns,
+                       Descriptor socket, Origin origin, Patience patience)
     : runner_(runner),
       host_(host),
       socket_(std::move(socket)),
       origin_(origin),
       patience_(patience),
-      reader_(area) {
+      reader_(area),
+      turns_(turns),
+      place_(turns.nowhere()) {
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
   if (isPending() && patience_.stallTicks > 0)
     stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
@@ -36,8 +41,25 @@ void Connection::attach(Buffer& out) {
 }
 
 void Connection::serve() {
-  (void)readOnce();
+  takeFirstTurn();
   host_.settle();
+}
+
+Work::Units Connection::serveNext(Work::Units units) {
+  waitNoMore();
+  if (units <= debt_) {
+    debt_ -= units;
+    wait();
+    return 0;
+  }
+  Work& work = turns_.work();
+  work.allow(units - debt_);
+  goOn();
+  const Work::Units spent = units - debt_ - work.left();
+  debt_ = std::max<Work::Units>(0, -work.left());
+  if (debt_ > 0 && isOpen()) wait();
+  host_.settle();
+  return spent;
 }
 
 void Connection::onOutput() {
@@ -45,15 +67,21 @@ void Connection::onOutput() {
   else write();
 }
 
+// It has no next turn.
 void Connection::drain() {
-  for (int i = 0; i < kMostReads && isOpen() && readOnce(); ++i) {
+  const Work before = turns_.work();
+  turns_.work().allow(Work::kAll);
+  if (reader_.hasFrame()) handleSome();
+  for (int i = 0; i < kMostReads && isOpen() && readOnce(Turns::kLongRead); ++i) {
   }
+  turns_.work() = before;
 }
 
 void Connection::close() {
   if (!isOpen()) return;
   endTimer(stallTimer_);
   endTimer(frameTimer_);
+  waitNoMore();
   runner_.removeSocket(socket_.get());
   socket_.close();
   out_ = nullptr;
@@ -62,13 +90,44 @@ void Connection::close() {
 void Connection::onEvent(int, unsigned int events) {
   if (isPending()) return host_.onPendingReadable();
   if ((events & POLLOUT) != 0) write();
-  if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0) (void)readOnce();
+  if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0 && !isWaiting()) takeFirstTurn();
   host_.settle();
 }
 
+void Connection::takeFirstTurn() {
+  Work& work = turns_.work();
+  const Work::Units units = turns_.firstTurn();
+  work.allow(units);
+  (void)readOnce(turns_.firstRead());
+  turns_.addFirst(units - work.left());
+  debt_ = std::max<Work::Units>(0, -work.left());
+  if (isOpen() && (debt_ > 0 || reader_.hasFrame())) wait();
+}
+
+// Handles what was set aside, then what is read bit by bit, as long as the turn allows.
+void Connection::goOn() {
+  while (isOpen() && !turns_.work().isSpent()) {
+    if (reader_.hasFrame()) handleSome();
+    else if (!readOnce(Turns::kShortRead)) return;
+  }
+  if (isOpen()) wait();
+}
+
+void Connection::wait() {
+  if (isWaiting()) return;
+  place_ = turns_.add(*this, reader_.hasFrame() ? reader_.keptBytes() : 0);
+  (void)runner_.setReadAhead(socket_.get(), true);
+}
+
+void Connection::waitNoMore() {
+  if (!isWaiting()) return;
+  turns_.forget(std::exchange(place_, turns_.nowhere()));
+  (void)runner_.setReadAhead(socket_.get(), false);
+}
+
 // True when something was read and more may be there.
-bool Connection::readOnce() {
-  switch (reader_.readFrom(socket_.get())) {
+bool Connection::readOnce(std::size_t most) {
+  switch (reader_.readFrom(socket_.get(), most)) {
     case FrameReader::Outcome::kNothing: return false;
     case FrameReader::Outcome::kEnd:
       host_.onConnectionClosed(reader_.isInFrame() ? "ended within a frame" : "");
@@ -78,10 +137,22 @@ bool Connection::readOnce() {
   return false;
 }
 
+// Those that were set aside.
+void Connection::handleSome() {
+  reader_.resume();
+  handleFrames();
+  if (isOpen() && !reader_.hasFrame()) reader_.trim();
+}
+
 void Connection::handleFrames() {
   host_.onBatch();
-  for (std::span<const unsigned char> body; isOpen() && reader_.next(body);)
+  Work& work = turns_.work();
+  for (std::span<const unsigned char> body; isOpen() && !work.isSpent() && reader_.next(body);) {
+    work.spend(Work::kFrame);
+    work.spendBytes(body.size());
     if (const char* fault = host_.onFrame(body)) return host_.onConnectionClosed(fault);
+    if (work.isSpent() && host_.isFrameUnfinished()) reader_.putBack();
+  }
   if (reader_.isBroken()) return host_.onConnectionClosed(whatIsTooLong());
   reader_.keepRest();
   watchFrame();
@@ -128,7 +199,7 @@ void Connection::onStall() {
   const bool hasRegistered = out_ != nullptr;
   const std::size_t before = hasRegistered ? out_->size() : 0;
   if (hasRegistered) write();
-  else (void)readOnce();
+  else takeFirstTurn();
   const bool isStalled = isOpen() && (hasRegistered ? out_->size() == before : out_ == nullptr);
   if (isStalled)
     host_.onConnectionClosed(hasRegistered ? "reads nothing while its queue is full" : "does not register");
@@ -147,8 +218,10 @@ void Connection::watchFrame() {
 void Connection::onFrameStall() {
   frameTimer_ = {};
   const unsigned int before = framesBefore_;
-  const auto isStalled = [&] { return isOpen() && reader_.isInFrame() && reader_.frames() == before; };
-  if (isStalled()) (void)readOnce();
+  const auto isStalled = [&] {
+    return isOpen() && !isWaiting() && reader_.isInFrame() && reader_.frames() == before;
+  };
+  if (isStalled()) takeFirstTurn();
   if (isStalled()) host_.onConnectionClosed("left a frame unfinished");
   watchFrame();
   host_.settle();

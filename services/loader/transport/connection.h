@@ -7,6 +7,7 @@
 #include "kl/runner.h"
 #include "transport/descriptors.h"
 #include "transport/frame_reader.h"
+#include "transport/turns.h"
 
 namespace loader {
 
@@ -17,6 +18,8 @@ class ConnectionHost {
   virtual void onBatch() = 0;
   // One frame's body.  Null, or what makes it a reason to disconnect.
   virtual const char* onFrame(std::span<const unsigned char> body) = 0;
+  // The last frame has more receivers than its turn allows: it is to be handed over again in the next one.
+  virtual bool isFrameUnfinished() const { return false; }
   // A pending connection can be read: serve() is to be called when its turn comes.
   virtual void onPendingReadable() = 0;
   // The connection is of no use any more; the reason is empty when the other side just closed it.  Calls close().
@@ -30,7 +33,7 @@ class ConnectionHost {
 
 // How patient a connection is with a process that does not read.
 struct Patience {
-  std::size_t queueLimit;
+  std::size_t queueLimit;   // a queue that holds so much counts as full
   unsigned int stallTicks;  // also with one that does not end its frame or does not register; 0: without end
 };
 
@@ -42,6 +45,8 @@ struct Patience {
 //     connection from its beginning
 // C3  what a process makes the loader keep of its input is at most one frame of kMaxFrameBytes, for a bounded time:
 //     the frame timer runs while a frame is unfinished, and a frame that it meets twice closes the connection
+// C4  its frames are handled in their order, as many in a turn as the turn allows; the others are set aside, and
+//     nothing is read before they are handled, so the end of the stream is met behind all of them
 //
 // Errors:    reported to the host as the end of the connection, once.
 // Ownership: owns the descriptor; borrows everything else.
@@ -51,8 +56,8 @@ class Connection {
  public:
   enum class Origin : unsigned char { kAccepted, kLaunched };
 
-  Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Descriptor socket, Origin origin,
-             Patience patience);
+  Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Turns& turns, Descriptor socket,
+             Origin origin, Patience patience);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection() { close(); }
@@ -63,8 +68,10 @@ class Connection {
   // The process has registered; what is written to it is `out`, which is borrowed until close().
   void attach(Buffer& out);
 
-  // Reads once, and handles what it brings.
+  // Its first turn in a pass: reads once, and handles what it brings.
   void serve();
+  // Its turn, as it had to wait for it; what that cost.  It may be gone afterwards.
+  Work::Units serveNext(Work::Units units);
   // The mark of PendingConnections that it waits for its turn.
   bool isQueued() const { return isQueued_; }
   void setQueued(bool isQueued) { isQueued_ = isQueued; }
@@ -80,8 +87,14 @@ class Connection {
 
  private:
   void onEvent(int fd, unsigned int events);
-  bool readOnce();
+  void takeFirstTurn();
+  void goOn();
+  bool readOnce(std::size_t most);
+  void handleSome();
   void handleFrames();
+  bool isWaiting() const { return place_ != turns_.nowhere(); }
+  void wait();
+  void waitNoMore();
   const char* whatIsTooLong() const;
   void write();
   void giveUpWriting();
@@ -98,6 +111,9 @@ class Connection {
   Origin origin_;
   Patience patience_;
   FrameReader reader_;
+  Turns& turns_;
+  Turns::Queue::iterator place_;  // where it waits for its turn
+  Work::Units debt_ = 0;          // what its last turn cost beyond what it had
   Buffer* out_ = nullptr;
   bool isBlocked_ = false;
   bool isQueued_ = false;

@@ -1,5 +1,5 @@
-// One read brings bytes behind what was left of the last one; whole frames are handed out where they lie, and the rest
-// is kept by the connection that it came from.
+// One read brings bytes behind what was left of the last one; frames are handed out where they lie, and what is not
+// handed out is kept by the connection that it came from.
 
 #include "transport/frame_reader.h"
 
@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "kl/records.h"
 
@@ -22,15 +23,15 @@ FrameReader::Outcome outcomeOf(ssize_t result) {
 
 }  // namespace
 
-FrameReader::Outcome FrameReader::readFrom(int fd) {
-  return kept_.size() <= ReadArea::kBytes / 2 ? readIntoArea(fd) : readIntoKept(fd);
+FrameReader::Outcome FrameReader::readFrom(int fd, std::size_t most) {
+  return kept_.size() <= ReadArea::kBytes / 2 ? readIntoArea(fd, most) : readIntoKept(fd);
 }
 
 // The usual case: what is left of the last read is short and goes in front of the next.
-FrameReader::Outcome FrameReader::readIntoArea(int fd) {
+FrameReader::Outcome FrameReader::readIntoArea(int fd, std::size_t most) {
   const std::size_t keptBytes = kept_.size();
   if (keptBytes > 0) std::memcpy(area_.bytes, kept_.bytes().data(), keptBytes);
-  const ssize_t got = ::read(fd, area_.bytes + keptBytes, sizeof area_.bytes - keptBytes);
+  const ssize_t got = ::read(fd, area_.bytes + keptBytes, std::min(most, sizeof area_.bytes - keptBytes));
   if (got > 0) kept_.clear();
   rest_ = got > 0 ? std::span<const unsigned char>(area_.bytes, keptBytes + static_cast<std::size_t>(got))
                   : kept_.bytes();
@@ -52,14 +53,33 @@ bool FrameReader::next(std::span<const unsigned char>& body) {
   if (broken_ || rest_.size() - kPrefixBytes < length) return false;
   body = rest_.subspan(kPrefixBytes, length);
   rest_ = rest_.subspan(kPrefixBytes + length);
+  lastBytes_ = kPrefixBytes + length;
   ++frames_;
   return true;
+}
+
+void FrameReader::putBack() {
+  rest_ = {rest_.data() - lastBytes_, rest_.size() + lastBytes_};
+  --frames_;
+}
+
+// Also true for the length of a frame that cannot be: next() finds that out.
+bool FrameReader::hasFrame() const {
+  if (kept_.size() < kPrefixBytes) return false;
+  const std::size_t length = kl::readLe32(kept_.bytes().data());
+  return length > kMaxFrameBytes || kept_.size() - kPrefixBytes >= length;
 }
 
 void FrameReader::keepRest() {
   if (kept_.empty()) kept_.append(rest_);
   else kept_.dropFront(kept_.size() - rest_.size());
   rest_ = {};
+}
+
+void FrameReader::trim() {
+  Buffer needed;
+  needed.append(kept_.bytes());
+  kept_ = std::move(needed);
 }
 
 // The bytes that the unfinished frame still lacks, but no more at once than have come already.

@@ -25,11 +25,13 @@ struct ReadArea {
 //       for (std::span<const unsigned char> body; reader.next(body);) route(body);
 //     reader.keepRest();
 //
+// Who does not want all the frames of a read at once keeps the rest, and goes on with resume() and next().
+//
 // Errors:    a length above kMaxFrameBytes sets isBroken(); nothing is read out of such a stream any more.
 // Ownership: borrows the ReadArea for good; frames are borrowed until keepRest().
 // Threads:   belongs to one thread.
 // Cost:      one read(2) for as many frames as fit 64 KiB.  An idle connection keeps no buffer beyond what a cut
-//            frame needed before.
+//            frame or a rest needed before.
 class FrameReader {
  public:
   enum class Outcome { kBytes, kNothing, kEnd };
@@ -39,29 +41,41 @@ class FrameReader {
   // From now on what is kept is charged to this account.
   void chargeTo(Account* account) { kept_.chargeTo(account, Resource::kFrameBytes); }
 
-  // One read.  kNothing when the socket has nothing now; kEnd at the end of the stream or when it failed.
-  Outcome readFrom(int fd);
+  // One read of at most so many bytes.  kNothing when the socket has nothing now; kEnd at the end of the stream or
+  // when it failed.  Needs: hasFrame() is false.
+  Outcome readFrom(int fd, std::size_t most = ReadArea::kBytes);
 
   // The body of the next whole frame; false when there is none.
   bool next(std::span<const unsigned char>& body);
 
-  // Sets aside the bytes of a frame that has not come whole.  Call it once next() has returned false.
+  // The frame that next() has handed out last is to come again.
+  void putBack();
+
+  // Sets aside what next() has not handed out: whole frames, and the bytes of one that has not come whole.
   void keepRest();
+
+  // Something that was set aside can be handed out without a read: after resume(), by next().
+  bool hasFrame() const;
+  void resume() { rest_ = kept_.bytes(); }
+  std::size_t keptBytes() const { return kept_.size(); }
+  // Gives back memory that what is set aside does not need.
+  void trim();
 
   bool isBroken() const { return broken_; }
   // Some bytes of a frame have come and the rest has not.
-  bool isInFrame() const { return !kept_.empty(); }
+  bool isInFrame() const { return !kept_.empty() && !hasFrame(); }
   // The number of frames that next() has handed out; it may wrap around.
   unsigned int frames() const { return frames_; }
 
  private:
-  Outcome readIntoArea(int fd);
+  Outcome readIntoArea(int fd, std::size_t most);
   Outcome readIntoKept(int fd);
   std::size_t wantedBytes() const;
 
   ReadArea& area_;
-  Buffer kept_;                          // the beginning of an unfinished frame
+  Buffer kept_;                          // frames that were set aside, the last of them perhaps unfinished
   std::span<const unsigned char> rest_;  // read and not yet handed out
+  std::size_t lastBytes_ = 0;            // of the frame that was handed out last
   unsigned int frames_ = 0;
   bool broken_ = false;
 };

@@ -78,6 +78,32 @@ TEST_F(OwnServiceTest, AReplyGoesToTheAskingHandler) {
   EXPECT_EQ(got.get(kl::SYS_FROM, {}), Ids{1});
 }
 
+TEST_F(OwnServiceTest, WhoDoesNotReadItsRepliesGetsShortOnesAndThenNone) {
+  for (unsigned int id = 100; id < 200; ++id) (void)connected(table_, id);
+  const kl::message m = request({}, kl::CMD_GETALL, 5, {10, 7});
+  std::size_t before = 0;
+  for (int i = 0; i < 1000; ++i) {
+    before = a_.out.size();
+    own_.handle(a_, m);
+    if (a_.out.size() - before < 1000) break;
+  }
+  EXPECT_GE(before, OwnService::kMostUnread);
+  EXPECT_LT(before, OwnService::kMostUnread + (100u << 10));
+  for (int i = 0; i < 100000; ++i) own_.handle(a_, m);
+  EXPECT_LT(a_.out.size(), (1u << 20) + 100) << "the limit of the queue";
+  const std::vector<kl::message> all = takeMessages(a_);
+  EXPECT_EQ(errorOf(all.front()), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(all.back()), kl::ERROR_BUSY);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK) << "it has read";
+}
+
+TEST_F(OwnServiceTest, RowsThatAreShownAreWork) {
+  for (unsigned int id = 100; id < 120; ++id) (void)connected(table_, id);
+  outbox_.work().allow(loader::Work::kAll);
+  (void)askFor(kl::CMD_GETALL);
+  EXPECT_LE(outbox_.work().left(), loader::Work::kAll - 20 * loader::Work::kRow);
+}
+
 TEST_F(OwnServiceTest, WithoutARequestIdThereIsNoReply) {
   kl::message m = request({}, kl::CMD_GETALL, 5, {10, 7});
   m.remove(kl::SYS_REQID);

@@ -29,11 +29,14 @@ class RouterTest : public testing::Test {
     return fault == nullptr ? "" : fault;
   }
 
-  // Fills the queue of a service whose process does not read.
+  // Fills the queue of a service whose process does not read: each sender its part, until nothing is left.
   void fill(Service& service) {
+    for (unsigned int id = 5000; !outbox_.isFull(service); ++id) fillPart(service, connected(table_, id));
+  }
+  void fillPart(Service& service, Service& sender) {
     kl::message m = notification({service.id});
     m.insert_raw(0x30000001, std::vector<unsigned char>(1000));
-    while (!outbox_.isFull(service)) ASSERT_EQ(route(other_, m), "");
+    while (!outbox_.isFull(service, sender)) ASSERT_EQ(route(sender, m), "");
   }
 
   ServiceTable table_;
@@ -498,6 +501,90 @@ TEST_F(RouterTest, ASlowReaderGetsRepliesButRequestsToItAreBusyAndNotificationsA
   EXPECT_EQ(b_.out.size(), full);
   (void)route(other_, replyTo({24, 2}, 9));
   EXPECT_GT(b_.out.size(), full);
+}
+
+TEST_F(RouterTest, AQueueThatOneSenderHasFilledStillTakesARequestOfAnother) {
+  fillPart(b_, other_);
+  (void)route(other_, request({24, 3}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(errorOf(takeOnly(other_)), kl::ERROR_BUSY);
+  (void)route(a_, request({24, 3}, kl::CMD_GET, 6, {7}));
+  EXPECT_TRUE(a_.out.empty());
+  EXPECT_EQ(takeMessages(b_).back().get(kl::SYS_REQID, 0), 6u);
+  (void)route(other_, request({24, 3}, kl::CMD_GET, 7, {7}));  // the queue is empty again
+  EXPECT_EQ(takeOnly(b_).get(kl::SYS_REQID, 0), 7u);
+}
+
+TEST_F(RouterTest, TheConnectionsOfAnOrdinaryUserAreOneSender) {
+  for (unsigned int id = 5000; id < 5030; ++id) {
+    Service& greedy = connected(table_, id);
+    greedy.uid = 4711;
+    if (id == 5000) fillPart(b_, greedy);
+    EXPECT_TRUE(outbox_.isFull(b_, greedy));
+  }
+  Service& another = connected(table_, 6000);
+  another.uid = 4712;
+  EXPECT_FALSE(outbox_.isFull(b_, another));
+  EXPECT_FALSE(outbox_.isFull(b_, a_));
+}
+
+TEST_F(RouterTest, RepliesCountForWhoAskedForThem) {
+  for (unsigned int i = 0; i < 5; ++i) {
+    (void)route(b_, request({30, 1}, kl::CMD_GET, i, {2}));
+    kl::message reply = replyTo({24, 2}, i);
+    reply.insert_raw(0x30000001, std::vector<unsigned char>(500));
+    (void)route(other_, reply);
+  }
+  EXPECT_GT(b_.out.size(), kLimit / 2);
+  EXPECT_FALSE(outbox_.isFull(b_, other_));
+  EXPECT_TRUE(outbox_.isFull(b_, b_)) << "it asked";
+}
+
+TEST_F(RouterTest, WhatIsHeldForANextProcessCountsForItsSenders) {
+  setLeaving(b_, true);
+  fillPart(b_, other_);
+  EXPECT_FALSE(outbox_.isFull(b_, a_));
+  b_.connection = nullptr;
+  router_.serviceLeft(b_);
+  EXPECT_TRUE(outbox_.isFull(b_, other_));
+  EXPECT_FALSE(outbox_.isFull(b_, a_));
+}
+
+TEST_F(RouterTest, AListOfPathsIsWorkedOffInPartsAndInItsOrder) {
+  Ids path{kl::PATH_MULTI};
+  for (unsigned int i = 0; i < 1000; ++i) path.insert(path.end(), {2, 24, i, 1, 1});
+  const auto body = flat(notification(path, {8}));
+  Router::Progress progress;
+  unsigned int parts = 0;
+  std::vector<kl::message> got;
+  do {
+    outbox_.work().allow(10 * loader::Work::kFrame);
+    ASSERT_EQ(router_.route(a_, body, progress), nullptr);
+    const std::vector<kl::message> some = takeMessages(b_);
+    EXPECT_LE(some.size(), 10u);
+    got.insert(got.end(), some.begin(), some.end());
+    ++parts;
+  } while (progress.isUnfinished && parts < 2000);
+  EXPECT_GE(parts, 100u);
+  ASSERT_EQ(got.size(), 1000u);
+  for (unsigned int i = 0; i < 1000; ++i) EXPECT_EQ(got[i].get(kl::SYS_TO, {}), Ids{i});
+  EXPECT_EQ(asked_.size(), 1u) << "the loader takes one copy";
+  EXPECT_EQ(a_.traffic.messagesOut, 1u);
+}
+
+TEST_F(RouterTest, AMessageToAllIsWorkedOffInParts) {
+  for (unsigned int id = 5000; id < 5100; ++id) (void)connected(table_, id);
+  const auto body = flat(notification({kl::PATH_ALL, 4}, {7}));
+  Router::Progress progress;
+  unsigned int parts = 0;
+  do {
+    outbox_.work().allow(10 * loader::Work::kFrame);
+    ASSERT_EQ(router_.route(a_, body, progress), nullptr);
+    ++parts;
+  } while (progress.isUnfinished && parts < 2000);
+  EXPECT_GE(parts, 10u);
+  EXPECT_TRUE(a_.out.empty());
+  for (const auto& [id, service] : table_.all())
+    EXPECT_EQ(takeMessages(service->out).size(), id == 10 ? 0U : 1U) << id;
 }
 
 TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {

@@ -44,7 +44,7 @@ class StandingStill : public testing::Test, public loader::ConnectionHost {
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
     other_ = loader::Descriptor(ends[0]);
-    connection_.emplace(runner_, *this, area_, loader::Descriptor(ends[1]),
+    connection_.emplace(runner_, *this, area_, turns_, loader::Descriptor(ends[1]),
                         loader::Connection::Origin::kAccepted, loader::Patience{1 << 20, kTicks});
   }
 
@@ -82,6 +82,8 @@ class StandingStill : public testing::Test, public loader::ConnectionHost {
 
   kl::Runner runner_;
   loader::ReadArea area_;
+  loader::Work work_;
+  loader::Turns turns_{work_};
   loader::Buffer out_;
   loader::Descriptor other_;
   std::optional<loader::Connection> connection_;
@@ -144,11 +146,15 @@ class Peers : public testing::Test {
     return (field & 0xf8000000) == 0x10000000 ? answer->get_u64(field, 0) : answer->get_u32(field, 0);
   }
 
-  // Sends notifications to the mute peer until the loader's queue for it is full.
+  // Sends notifications to the mute peer until the loader's queue for it takes none of ten.
   void fillQueueOfMute() {
-    for (int i = 0; i < 10000 && row(502, kl::SVC_DROPS) == 0; ++i)
+    unsigned long long lost = 0;
+    for (int i = 0; i < 1000 && lost < 10; ++i) {
+      const unsigned long long before = row(502, kl::SVC_DROPS);
       for (int k = 0; k < 10; ++k) ASSERT_TRUE(a_.send(large(notification({502}))));
-    ASSERT_GT(row(502, kl::SVC_DROPS), 0u);
+      lost = row(502, kl::SVC_DROPS) - before;
+    }
+    ASSERT_EQ(lost, 10u);
   }
 
   RawPeer a_;
@@ -169,6 +175,69 @@ TEST_F(Peers, APeerThatNeverReadsSlowsNobodyAndItsLossesAreCounted) {
   EXPECT_EQ(code, kl::ERROR_BUSY);
   for (unsigned int i = 0; i < 100; ++i) roundTrip(1000 + i);  // each fails after seconds without its reply
   EXPECT_TRUE(mute_.receiveCommand(kl::CMD_NOTIFY));           // it is still connected and may catch up
+}
+
+// The loader stands still, so that everything is there in its first pass.
+TEST_F(Peers, WhoAsksOnceIsAnsweredBeforeTheThousandRequestsOfAnother) {
+  const LoaderProcess loader;
+  connectAll();
+  loader.signal(SIGSTOP);
+  std::vector<unsigned char> pipelined;
+  for (unsigned int i = 0; i < 1000; ++i) {
+    const std::vector<unsigned char> frame = frameOf(request({1}, kl::CMD_GETALL, i, {7}));
+    pipelined.insert(pipelined.end(), frame.begin(), frame.end());
+  }
+  ASSERT_TRUE(b_.sendBytes(pipelined));
+  kl::message question = request({1}, kl::CMD_GETOBJ, 99, {7});
+  question.insert(kl::STD_ID, 501);
+  ASSERT_TRUE(a_.send(question));
+  loader.signal(SIGCONT);
+  const auto answer = a_.receiveReply(99);
+  ASSERT_TRUE(answer);
+  EXPECT_LT(answer->get(kl::SVC_MESSAGES_IN, 0ULL), 200u);  // the replies to b_ so far
+  for (unsigned int i = 0; i < 1000; ++i) {
+    const auto reply = b_.receive();
+    ASSERT_TRUE(reply) << i;
+    EXPECT_EQ(reply->get(kl::SYS_REQID, 5000), i);
+  }
+}
+
+TEST_F(Peers, WhoAsksOnceIsAnsweredBeforeTheThousandsOfPathsInAFrame) {
+  const LoaderProcess loader;
+  connectAll();
+  loader.signal(SIGSTOP);
+  std::vector<unsigned int> path{kl::PATH_MULTI};
+  for (unsigned int i = 0; i < 5000; ++i) path.insert(path.end(), {2, 502, i});
+  ASSERT_TRUE(b_.send(notification(path)));
+  ASSERT_TRUE(b_.send(notification({502, 5000})));
+  kl::message question = request({1}, kl::CMD_GETOBJ, 99, {7});
+  question.insert(kl::STD_ID, 502);
+  ASSERT_TRUE(a_.send(question));
+  loader.signal(SIGCONT);
+  const auto answer = a_.receiveReply(99);
+  ASSERT_TRUE(answer);
+  EXPECT_LT(answer->get(kl::SVC_MESSAGES_IN, 0ULL), 4500u);
+  for (unsigned int i = 0; i <= 5000; ++i) {
+    const auto copy = mute_.receiveCommand(kl::CMD_NOTIFY);
+    ASSERT_TRUE(copy) << i;
+    EXPECT_EQ(copy->get(kl::SYS_TO, {}), std::vector<unsigned int>{i});
+  }
+}
+
+TEST_F(Peers, AQueueThatOnePeerHasFilledTakesTheRequestOfAnother) {
+  const LoaderProcess loader(kSmallQueues);
+  connectAll();
+  fillQueueOfMute();
+  ASSERT_TRUE(a_.send(request({502, 3}, kl::CMD_GET, 5, {7})));
+  const auto busy = a_.receiveReply(5);
+  ASSERT_TRUE(busy);
+  unsigned int code = 0;
+  EXPECT_TRUE(kl::isError(*busy, &code));
+  EXPECT_EQ(code, kl::ERROR_BUSY);
+  ASSERT_TRUE(b_.send(request({502, 3}, kl::CMD_GET, 6, {7})));
+  const auto asked = mute_.receiveCommand(kl::CMD_GET);
+  ASSERT_TRUE(asked);
+  EXPECT_EQ(asked->get(kl::SYS_REQID, 0), 6u);
 }
 
 TEST_F(Peers, APeerThatCatchesUpGetsWhatWaited) {

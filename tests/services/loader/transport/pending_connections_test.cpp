@@ -56,8 +56,8 @@ class PendingConnectionsTest : public testing::Test {
     Client(PendingConnectionsTest& test, std::size_t number, Descriptor socket)
         : test_(test),
           name_(std::to_string(number) + " "),
-          connection_(test.runner_, *this, test.area_, std::move(socket), Connection::Origin::kAccepted,
-                      Patience{1, 0}) {}
+          connection_(test.runner_, *this, test.area_, test.turns_, std::move(socket),
+                      Connection::Origin::kAccepted, Patience{1, 0}) {}
 
     void onBatch() override {}
     const char* onFrame(std::span<const unsigned char>) override {
@@ -80,6 +80,8 @@ class PendingConnectionsTest : public testing::Test {
 
   kl::Runner runner_;
   ReadArea area_;
+  Work work_;
+  Turns turns_{work_};
   PendingConnections pending_;
   std::vector<Descriptor> others_;
   std::vector<std::unique_ptr<Client>> clients_;
