@@ -19,7 +19,7 @@
 namespace loader {
 namespace {
 
-constexpr unsigned int kTicksPerSecond = 100;
+constexpr unsigned int kTicksASecond = 100;
 constexpr unsigned int kLastLookTicks = 20;
 
 constexpr char kNotMine[] = "the loader does not start this service";
@@ -373,7 +373,7 @@ void Lifecycle::watchStart(Child& child) {
   child.isLastLook = false;
   if (child.configuration.startSeconds == 0) return;
   child.startTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onStartTimeOut>(),
-                                      child.configuration.startSeconds * kTicksPerSecond);
+                                      child.configuration.startSeconds * kTicksASecond);
 }
 
 void Lifecycle::disarm(Child& child) {
