@@ -83,9 +83,10 @@ class TurnsTest : public testing::Test {
     runner_.addTimer(
         &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, ticks);
     unsigned int count = 0;
-    for (; !isOver; ++count) {
+    while (!isOver) {
       turns_.serve();
       runner_.runSocks(kl::getJiffies());
+      ++count;
     }
     return count;
   }
