@@ -62,8 +62,8 @@ TEST_F(AttackOfNobody, RegistrationsOfOneUserLeaveRoomForOthers) {
   EXPECT_TRUE(keepsItsPromises(manyRegistrations(kPace, 1017)));
 }
 
-TEST_F(AttackOfNobody, ThousandsOfEndsAtOnceAreNoNewsForOthers) {
-  EXPECT_TRUE(keepsItsPromises(endsAtOnce(kPace, 2000)));
+TEST_F(AttackOfNobody, ManyEndsAtOnceCostTheOthersNoMessage) {
+  EXPECT_TRUE(keepsItsPromises(endsAtOnce(kPace, 400)));
 }
 
 TEST_F(AttackOfNobody, ThoseWhoSayNothingKeepNobodyOut) {
@@ -79,5 +79,21 @@ TEST_F(AttackOfNobody, IdsAreNotPickedAgainAndTheirCounterIsSavedInBlocks) {
 }
 
 TEST_F(AttackOfNobody, LinksInThePlaceOfMarkersLeadNowhere) { EXPECT_TRUE(keepsItsPromises(markerLinks(3))); }
+
+TEST_F(AttackOfNobody, OneThatAsksWithoutPauseGetsAShareOfTheWork) {
+  EXPECT_TRUE(keepsItsPromises(pipelinedTables(kPace, 1)));
+}
+
+TEST_F(AttackOfNobody, AMessageToThousandsOfPathsIsAsMuchWorkAsItHasCopies) {
+  EXPECT_TRUE(keepsItsPromises(widePaths(kPace, 4)));
+}
+
+TEST_F(AttackOfNobody, AFullQueueHasRoomForTheRequestOfAnother) {
+  EXPECT_TRUE(keepsItsPromises(fullQueue(1000)));
+}
+
+TEST_F(AttackOfNobody, AFloodOfLinesPushesNoneOfRootsOut) {
+  EXPECT_TRUE(keepsItsPromises(logFlood(kPace, 10)));
+}
 
 }  // namespace attack

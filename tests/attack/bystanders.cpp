@@ -69,7 +69,8 @@ void askOnce(RawPeer& peer, unsigned int serial, Counter& counter) {
     const bool isMine = kl::isReply(*answer) && answer->get(kl::SYS_REQID, 0) == serial &&
                         answer->get(kl::STD_ID, 0) == serial && answer->get(kl::SYS_FROM, {}) == Ids{kEchoId};
     if (!isMine) {
-      counter.figures.wrong += isNewsOfAnEnd(*answer) ? 0 : 1;
+      if (isNewsOfAnEnd(*answer)) ++counter.figures.ends;
+      else ++counter.figures.wrong;
       continue;
     }
     const auto us = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
@@ -88,7 +89,7 @@ void askOnce(RawPeer& peer, unsigned int serial, Counter& counter) {
 }
 
 void answer(RawPeer& peer, const kl::message& m, Counter& counter) {
-  if (isNewsOfAnEnd(m)) return;
+  if (isNewsOfAnEnd(m)) return void(++counter.figures.ends);
   const Ids from = m.get(kl::SYS_FROM, {});
   if (kl::isReply(m) || from != Ids{kAskerId} || !m.has(kl::STD_ID)) return void(++counter.figures.wrong);
   kl::message reply = kl::test::replyTo(m);
@@ -157,6 +158,7 @@ Bystanders::Figures Bystanders::take() {
   const Figures echo = ask(control_[1]);
   figures.lost += echo.lost;
   figures.wrong += echo.wrong;
+  figures.ends += echo.ends;
   return figures;
 }
 

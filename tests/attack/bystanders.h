@@ -23,6 +23,7 @@ class Bystanders {
     unsigned int p50Us, p99Us, worstUs;
     unsigned int lost;   // requests without an answer
     unsigned int wrong;  // messages that were not for who got them
+    unsigned int ends;   // of which they were told: those of others that they had nothing to do with
   };
   // What there was since the last call.
   Figures take();

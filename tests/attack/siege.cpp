@@ -199,6 +199,7 @@ void Siege::noteRoundTrips(const std::string& when, const Bystanders::Figures& f
   report_.figures.emplace_back("  p50", times(figures.p50Us, quiet_.p50Us));
   report_.figures.emplace_back("  p99", times(figures.p99Us, quiet_.p99Us));
   report_.figures.emplace_back("  worst", times(figures.worstUs, quiet_.worstUs));
+  report_.figure("  ends that they were told of", figures.ends);
   report_.promise(figures.lost == 0, "a request of the others was lost, " + when);
   report_.promise(figures.roundTrips > 0, "the others had no round trip, " + when);
   report_.promise(figures.wrong == 0, "something was delivered that nobody sent");
