@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <map>
 #include <optional>
-#include <ranges>
 #include <set>
 #include <utility>
 
@@ -34,6 +33,16 @@ class Ring {
     Number next = 0;  // of its part; of the last one it means nothing
   };
   using Lines = std::map<Number, Kept>;
+  class Range {
+   public:
+    Range(Lines::const_iterator first, Lines::const_iterator last) : first_(first), last_(last) {}
+    Lines::const_iterator begin() const { return first_; }
+    Lines::const_iterator end() const { return last_; }
+
+   private:
+    Lines::const_iterator first_;
+    Lines::const_iterator last_;
+  };
 
   explicit Ring(std::size_t mostBytes, const SystemUsers& system = SystemUsers())
       : mostBytes_(mostBytes), system_(system) {}
@@ -45,9 +54,7 @@ class Ring {
   Number end() const { return end_; }
   // Needs: the line has not given way.
   const Line& operator[](Number n) const { return lines_.at(n).line; }
-  std::ranges::subrange<Lines::const_iterator> since(Number n) const {
-    return {lines_.lower_bound(n), lines_.end()};
-  }
+  Range since(Number n) const { return {lines_.lower_bound(n), lines_.end()}; }
   std::size_t bytes() const { return bytes_; }
 
   static unsigned int idOf(Number n) { return static_cast<unsigned int>(1 + n % kIds); }

@@ -222,6 +222,19 @@ TEST(LogService, AnOrdinaryUserSeesItsOwnLinesAlone) {
   EXPECT_EQ(shown, 1u);
 }
 
+TEST(LogService, AnOrdinaryUserReadsTheRulesAndMutesNothing) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  System system(kNames);
+  system.become(kUser);
+  kl::message request;
+  request.insert(kl::STD_ID, kl::TOPIC_DEBUG);
+  EXPECT_FALSE(kl::isError(system.ask({kl::SERVICE_LOG, kl::LOG_RULES}, kl::CMD_GETOBJ, request)));
+  request.insert(kl::LOG_MUTED, true);
+  unsigned int code = kl::ERROR_OK;
+  EXPECT_TRUE(kl::isError(system.ask({kl::SERVICE_LOG, kl::LOG_RULES}, kl::CMD_SETOBJ, request), &code));
+  EXPECT_EQ(code, kl::ERROR_NOTALLOWED);
+}
+
 TEST(LogService, TheRightToContentsShowsTheLinesOfOthers) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
   System system(kNames, "[rights]\nnobody = [\"read\", \"contents\"]\n");
