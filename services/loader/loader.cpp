@@ -21,6 +21,13 @@ constexpr unsigned int kTicksPerSecond = 100;
 constexpr unsigned int kRefusalSeconds = 10;  // between two lines about refused subscriptions
 constexpr std::size_t kMostPending = 256;     // connections of one user that have not registered
 
+// One user's connections must not exhaust the descriptors.
+Limits limitsOf(const Configuration& configuration) {
+  Limits limits = configuration.quota;
+  limits.fitDescriptors(descriptorLimit());
+  return limits;
+}
+
 std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
 
 // Read from a page that the kernel shares: no system call.
@@ -34,15 +41,22 @@ unsigned int secondsNow() {
 
 class Loader::Client final : private ConnectionHost {
  public:
-  Client(Loader& loader, Descriptor socket, const Applicant& applicant, Patience patience)
+  Client(Loader& loader, Descriptor socket, const Applicant& applicant, Patience patience, Account& account)
       : who(applicant),
         connection(
             loader.loop_, *this, loader.area_, loader.turns_, std::move(socket),
             applicant.startedAs == nullptr ? Connection::Origin::kAccepted : Connection::Origin::kLaunched,
             patience),
-        loader_(loader) {}
+        loader_(loader) {
+    charge_.set(1);
+    chargeTo(account);
+    if (connection.isPending()) place_ = line().insert(line().end(), this);
+  }
 
   void become(Service& registered) {
+    leaveLine();
+    if (registered.account == nullptr) registered.chargeTo(account());
+    chargeTo(*registered.account);
     service = &registered;
     registered.connection = &connection;
     connection.attach(registered.out);
@@ -50,7 +64,9 @@ class Loader::Client final : private ConnectionHost {
 
   // The service that it was, if it was one.
   Service* close() {
+    leaveLine();
     connection.close();
+    charge_.bind(nullptr, Resource::kConnections);
     if (service != nullptr) service->connection = nullptr;
     return std::exchange(service, nullptr);
   }
@@ -60,6 +76,14 @@ class Loader::Client final : private ConnectionHost {
     if (who.startedAs != nullptr) return describe(*who.startedAs);
     return "pid " + std::to_string(who.pid);
   }
+
+  // An ordinary user's process that registered, at the cost of all others, and has had no use of it.
+  bool saidNothing() const {
+    return service != nullptr && !service->isConfigured && !account().isTrusted() &&
+           service->traffic.messagesOut == 0;
+  }
+
+  Account& account() const { return *connection.account(); }
 
   const Applicant who;
   Service* service = nullptr;  // null until it has registered
@@ -76,14 +100,28 @@ class Loader::Client final : private ConnectionHost {
   void onConnectionClosed(const std::string& reason) override { loader_.onConnectionClosed(*this, reason); }
   void settle() override { loader_.settle(); }
 
+  void chargeTo(Account& account) {
+    charge_.bind(&account, Resource::kConnections);
+    connection.chargeTo(&account);
+  }
+  std::list<Client*>& line() { return loader_.waitingOf_[who.uid]; }
+  void leaveLine() {
+    if (!connection.isPending()) return;
+    line().erase(place_);
+    if (line().empty()) loader_.waitingOf_.erase(who.uid);
+  }
+
   Loader& loader_;
   Router::Progress progress_;
+  Charge charge_;
+  std::list<Client*>::iterator place_;  // in line() while the connection is pending
 };
 
 Loader::Loader(const Configuration& configuration, Log& log)
     : configuration_(configuration),
       log_(log),
       logSender_(loop_, log),
+      accounts_(limitsOf(configuration), ::geteuid()),
       ids_(counterFile(configuration), log),
       outbox_(configuration.queueLimit),
       kept_(configuration.stateFolder + "/leave", log),
@@ -100,7 +138,8 @@ Loader::Loader(const Configuration& configuration, Log& log)
       idleness_(loop_, secondsNow, [this](Service& service) { onIdle(service); }),
       lifecycle_(loop_, table_, requests_, outbox_, router_, registration_, leaving_, idleness_, log, *this),
       listener_(loop_, log,
-                [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }) {
+                [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
+      pending_(loop_) {
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {
     onSubscriptionRefused(subscriber, provider);
@@ -143,41 +182,45 @@ Service& Loader::addOwnRow() {
 
 void Loader::addConfigured(const ServiceConfiguration& configured) {
   Service& service = table_.add(configured.id);
+  service.chargeTo(accounts_.ofService(configured.id));
   service.name = configured.name;
   service.user = configured.user.empty() ? users_.nameOf(::geteuid()) : configured.user;
   lifecycle_.configure(service, configured);
 }
 
 void Loader::onConnection(Descriptor socket, common::Peer peer) {
+  Account& account = accounts_.ofUser(peer.uid, kl::getJiffies());
+  if (!account.isTrusted() && !account.hasRoomFor(Resource::kConnections, 1)) return turnAway(peer, account);
   makeRoomFor(peer.uid);
-  addClient(std::move(socket), {peer, nullptr});
-  settle();
+  addClient(std::move(socket), {peer, nullptr}, account);
+  pending_.add(clients_.back()->connection);  // poll would report the newest first
 }
 
-// One user's unregistered connections must not exhaust the descriptors.  The oldest is closed: a genuine client
-// registers at once.
+// The connection is closed rather than left where root would have to wait behind it.
+void Loader::turnAway(common::Peer peer, Account& account) {
+  if (!account.pace().takesLine(kl::getJiffies())) return;
+  log_.line("pid " + std::to_string(peer.pid) + ": too many connections of " + users_.nameOf(peer.uid) +
+            ", or of all users; refused");
+}
+
+// The oldest unregistered connection is closed when there are too many of one user: a genuine client registers at once.
 void Loader::makeRoomFor(uid_t user) {
-  std::size_t count = 0;
-  Client* oldest = nullptr;
-  for (const auto& client : clients_) {
-    if (!client->connection.isPending() || client->who.uid != user) continue;
-    ++count;
-    if (oldest == nullptr) oldest = client.get();
-  }
-  if (count >= kMostPending)
-    onConnectionClosed(*oldest, "has not registered, as too many others of its user");
+  const auto found = waitingOf_.find(user);
+  if (found != waitingOf_.end() && found->second.size() >= kMostPending)
+    onConnectionClosed(*found->second.front(), "has not registered, as too many others of its user");
 }
 
 // The credentials of a socket pair are those of its maker, the loader; the process is known anyway.
 void Loader::adopt(Service& service, Descriptor connection) {
   (void)::fcntl(connection.get(), F_SETFL, O_NONBLOCK);
-  addClient(std::move(connection), {{service.pid, registration_.userOf(service)}, &service});
+  addClient(std::move(connection), {{service.pid, registration_.userOf(service)}, &service},
+            *service.account);
 }
 
-void Loader::addClient(Descriptor socket, const Applicant& who) {
+void Loader::addClient(Descriptor socket, const Applicant& who, Account& account) {
   const Patience patience{Shares::refusesFrom(configuration_.queueLimit),
                           configuration_.stallSeconds * kTicksPerSecond};
-  clients_.push_back(std::make_unique<Client>(*this, std::move(socket), who, patience));
+  clients_.push_back(std::make_unique<Client>(*this, std::move(socket), who, patience, account));
 }
 
 // The first frame of a connection must register it.
@@ -198,12 +241,20 @@ void Loader::onConnectionClosed(Client& client, const std::string& reason) {
   if (!client.connection.isOpen()) return;
   if (!reason.empty()) log_.line(client.name() + ": " + reason + "; disconnected");
   Service* startedAs = client.who.startedAs;
-  const bool hasFailed = client.service == nullptr || !reason.empty();
-  if (hasFailed && startedAs == nullptr) listener_.onFailure();
+  const bool hasFailed = client.service == nullptr || !reason.empty() || client.saidNothing();
+  if (hasFailed && startedAs == nullptr) countFailure(client, client.account());
   pending_.forget(client.connection);
   someoneClosed_ = true;
   if (Service* service = client.close()) lifecycle_.onConnectionClosed(*service);
   else if (startedAs != nullptr && !startedAs->isConnected()) lifecycle_.onHungUp(*startedAs);
+}
+
+// Connections of an account that come to nothing hold up its own next ones.
+void Loader::countFailure(const Client& client, Account& account) {
+  const unsigned int now = kl::getJiffies();
+  if (account.pace().failed(now) && account.pace().takesLine(now))
+    log_.line(users_.nameOf(client.who.uid) +
+              ": too many connections come to nothing; new ones have to wait");
 }
 
 void Loader::disconnect(Service& service) {

@@ -1,6 +1,8 @@
 #pragma once
 // loader.h: everything together.
 
+#include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,10 +60,12 @@ class Loader final : private LifecycleHost {
   void onSubscriptionRefused(const Service& subscriber, const Service& provider);
   void addConfigured(const ServiceConfiguration& configured);
   void onConnection(Descriptor socket, common::Peer peer);
+  void turnAway(common::Peer peer, Account& account);
   void makeRoomFor(uid_t user);
-  void addClient(Descriptor socket, const Applicant& who);
+  void addClient(Descriptor socket, const Applicant& who, Account& account);
   const char* enroll(Client& client, std::span<const unsigned char> body);
   void onConnectionClosed(Client& client, const std::string& reason);
+  void countFailure(const Client& client, Account& account);
   void onIdle(Service& service);
   void onChildSignal(int sig);
   void onEndSignal(int sig);
@@ -71,6 +75,7 @@ class Loader final : private LifecycleHost {
   Loop loop_;
   LogSender logSender_;
   ReadArea area_;
+  Accounts accounts_;
   Users users_;
   IdCounter ids_;
   ServiceTable table_;
@@ -87,8 +92,9 @@ class Loader final : private LifecycleHost {
   Lifecycle lifecycle_;
   Listener listener_;
   PendingConnections pending_;
-  std::string refusal_;                           // text behind enroll()'s result
-  std::vector<std::unique_ptr<Client>> clients_;  // closed ones are removed by settle()
+  std::map<uid_t, std::list<Client*>> waitingOf_;  // to register, the oldest first
+  std::string refusal_;                            // text behind enroll()'s result
+  std::vector<std::unique_ptr<Client>> clients_;   // closed ones are removed by settle()
   bool someoneClosed_ = false;
   std::optional<unsigned int> refusalReportedAt_;  // seconds
 };

@@ -2,7 +2,11 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <new>
+
+#include "life/oom_score.h"
 #include "loader.h"
 #include "services/common/command_line.h"
 
@@ -12,7 +16,16 @@ const common::Program kProgram{"kl-loader",
                                "Starts the services of the system and carries the messages between them.",
                                KL_CONFIGURATION_FILE, "the loader"};
 
+// What strangers make the loader keep is bounded, so this is somebody else's fault; and nobody could go on from here.
+[[noreturn]] void endWithoutMemory() {
+  constexpr char kLine[] = "kl-loader: ends because no memory is left\n";
+  (void)!::write(STDERR_FILENO, kLine, sizeof kLine - 1);
+  ::_exit(common::kCannotRun);
+}
+
 int run(const loader::Configuration& configuration) {
+  std::set_new_handler(endWithoutMemory);
+  loader::lowerOomScore();
   (void)::signal(SIGPIPE, SIG_IGN);  // a log that nobody reads must not end the loader
   loader::raiseDescriptorLimit();
   loader::Log log(STDERR_FILENO);

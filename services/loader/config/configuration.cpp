@@ -20,6 +20,8 @@ namespace {
 
 using common::Section;
 
+constexpr long long kMostOfAResource = 1 << 30;
+
 constexpr char kRightsExpected[] =
     "\"all\", \"read\", \"change\", \"control\", \"contents\", a list of these, or a number of policy bits";
 
@@ -148,6 +150,24 @@ void readLoader(Section& file, Configuration& configuration) {
   section.refuseOthers();
 }
 
+void readAmounts(Section& quota, const std::string& who, Amounts& amounts) {
+  Section section = quota.table(who);
+  for (const ResourceRow& row : kResourceRows)
+    amounts[row.resource] = section.number(std::string(row.key), amounts[row.resource],
+                                           static_cast<long long>(row.least), kMostOfAResource);
+  section.refuseOthers();
+}
+
+void readQuota(Section& file, Limits& limits) {
+  Section section = file.table("quota");
+  readAmounts(section, "user", limits.user);
+  readAmounts(section, "all", limits.all);
+  readAmounts(section, "reserve", limits.reserve);
+  limits.registrations = section.number("registrations", limits.registrations, 1, 1000000);
+  limits.registrationBurst = section.number("registration_burst", limits.registrationBurst, 1, 1000000);
+  section.refuseOthers();
+}
+
 void readUserRights(Section& file, Configuration& configuration) {
   Section section = file.table("rights");
   configuration.defaultRights = readRights(section, "default", configuration.defaultRights);
@@ -188,6 +208,7 @@ Configuration parseConfiguration(const std::string& text, const std::string& fil
   if (!table) return configuration;
   Section whole(*table, "", file, mistakes);
   readLoader(whole, configuration);
+  readQuota(whole, configuration.quota);
   readUserRights(whole, configuration);
   readServices(whole, configuration);
   whole.refuseOthers();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "config/rights.h"
+#include "quota/limits.h"
 #include "services/common/command_line.h"
 
 namespace loader {
@@ -38,6 +39,7 @@ struct Configuration {
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
   unsigned int startSeconds = 60;        // of each service that has none of its own
   unsigned int stallSeconds = 10;  // a busy service that reads nothing for so long is disconnected; 0: never
+  Limits quota;                    // what users may take of the loader
   Rights defaultRights;
   std::map<std::string, Rights> userRights;
   std::vector<ServiceConfiguration> services;

@@ -137,7 +137,7 @@ const char* Lifecycle::askToLeave(Service& service) {
   if (!child->isAlive() || !service.isConnected()) return kNotThere;
   if (service.life != LifeState::kRunning) return kDoesNotRun;
   if (service.leaveValue == 0) return kMayNot;
-  if (!outbox_.send(service, leaveRequest(), Urgency::kReply)) return kReadsNothing;
+  if (!outbox_.send(service, leaveRequest(), Urgency::kNotice)) return kReadsNothing;
   leaving_.asked(service);
   service.wantsToLeave = false;
   apply(service, LifeEvent::kAsked);
@@ -345,7 +345,7 @@ void Lifecycle::greet(Service& service) {
   const Kept* kept = leaving_.comes(service);
   const std::vector<unsigned char> nothing;
   (void)outbox_.send(service, registration_.readyMessage(service, kept != nullptr ? kept->data : nothing),
-                     Urgency::kReply);
+                     Urgency::kNotice);
   if (kept != nullptr)
     for (const unsigned int id : leaving_.goneSince(*kept)) router_.reportGone(service, id);
   release(service);

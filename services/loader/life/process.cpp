@@ -17,6 +17,7 @@
 #include <cstring>
 #include <vector>
 
+#include "life/oom_score.h"
 #include "transport/descriptors.h"
 
 namespace loader {
@@ -77,6 +78,7 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
 [[noreturn]] void runChild(const ServiceConfiguration& service, int connection, pid_t loader) {
   ::setpgid(0, 0);
   restoreDescriptorLimit();
+  restoreOomScore();
   arrangeDescriptors(service, connection);
   becomeUser(service);
   endWith(loader);

@@ -8,10 +8,10 @@
 namespace loader {
 namespace {
 
-Amounts halfOf(const Amounts& whole) {
-  Amounts half;
-  for (const ResourceRow& row : kResourceRows) half[row.resource] = whole[row.resource] / 2;
-  return half;
+Amounts threeQuartersOf(const Amounts& whole) {
+  Amounts part;
+  for (const ResourceRow& row : kResourceRows) part[row.resource] = whole[row.resource] / 4 * 3;
+  return part;
 }
 
 bool fits(unsigned long long used, std::size_t amount, unsigned long long most, Part part) {
@@ -53,8 +53,8 @@ void Charge::change(std::size_t amount) {
 Accounts::Accounts(const Limits& limits, uid_t ownUser)
     : limits_(limits),
       ownUser_(ownUser),
-      ordinary_{limits.user, limits.all, {}},
-      trusted_{halfOf(limits.reserve), limits.reserve, {}} {}
+      ordinary_{limits.user, limits.all, {}, false},
+      trusted_{threeQuartersOf(limits.reserve), limits.reserve, {}, true} {}
 
 Account& Accounts::ofUser(uid_t uid, unsigned int now) {
   const auto known = users_.find(uid);

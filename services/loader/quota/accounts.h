@@ -24,6 +24,7 @@ struct Pool {
   Amounts mostOfOne;
   Amounts most;
   Amounts used;
+  bool isReserve = false;
 };
 
 // What one user, or one configured service, takes.
@@ -48,6 +49,9 @@ class Account {
   void take(Resource resource, std::size_t amount);
   void giveBack(Resource resource, std::size_t amount);
   std::size_t used(Resource resource) const { return used_[resource]; }
+
+  // True for an account of the reserve: its connections and unfinished frames are counted and never refused.
+  bool isTrusted() const { return pool_.isReserve; }
 
   // When its connections may come, and how often the log has a line about it.
   Pace& pace() { return pace_; }

@@ -55,7 +55,7 @@ inline constexpr std::array<ResourceRow, kResources> kResourceRows{{
     {Resource::kSubscriptionBytes, "subscription_bytes", 32 * kKiB, 128 * kKiB, 256 * kKiB, 1, 0},
 }};
 
-// The limits of accounts.  One trusted account gets at most half of the reserve.
+// The limits of accounts.  One trusted account gets at most three quarters of the reserve.
 struct Limits {
   Amounts user;
   Amounts all;

@@ -21,7 +21,7 @@ enum class HeldKind : unsigned char {
 // all again.
 //
 // Errors:    memory that cannot be had ends the process.
-// Ownership: owns its bytes; moved, not copied.
+// Ownership: owns its bytes; not copied.
 // Threads:   belongs to one thread.
 // Cost:      adding takes amortized constant time; nothing is allocated while nothing is held.
 class HeldQueue {
@@ -29,6 +29,14 @@ class HeldQueue {
   std::size_t size() const { return bytes_.size(); }
   bool empty() const { return bytes_.empty(); }
   std::span<const unsigned char> bytes() const { return bytes_.bytes(); }
+
+  // From now on its memory is taken from `account`.
+  void chargeTo(Account* account) {
+    bytes_.chargeTo(account, Resource::kQueueBytes);
+    charge_.bind(account, Resource::kQueueBytes);
+  }
+  // What `count` more bytes would take of it.
+  std::size_t growthFor(std::size_t count) const { return bytes_.growthFor(count); }
 
   // Adds the frame that `write` appends to a Buffer and that counts for `share`; the number of its bytes.  `sender` is the service that sent it; in
   // a notice that a service is gone, that service.
@@ -38,6 +46,7 @@ class HeldQueue {
     write(bytes_);
     const std::size_t size = bytes_.size() - before;
     frames_.push_back({sender, share, static_cast<unsigned int>(size), kind});
+    countFrames();
     return size;
   }
 
@@ -49,7 +58,8 @@ class HeldQueue {
 
   void clear() {
     bytes_.clear();
-    frames_ = {};
+    frames_ = std::vector<Frame>();  // its memory goes, too
+    countFrames();
   }
 
   // True when a message of `sender` is held, and no notice behind it that it is gone.
@@ -74,7 +84,9 @@ class HeldQueue {
       if (frame.kind == HeldKind::kMessage) heard.insert(frame.sender);
       (void)kept.add(frame.sender, frame.share, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
     }
-    *this = std::move(kept);
+    bytes_ = std::move(kept.bytes_);
+    frames_ = std::move(kept.frames_);
+    countFrames();
   }
 
  private:
@@ -85,8 +97,11 @@ class HeldQueue {
     HeldKind kind;
   };
 
+  void countFrames() { charge_.set(frames_.capacity() * sizeof(Frame)); }
+
   Buffer bytes_;
   std::vector<Frame> frames_;
+  Charge charge_;  // of frames_
 };
 
 }  // namespace loader

@@ -105,6 +105,8 @@ std::size_t OpenRequests::longestChain() const {
 
 unsigned int OpenRequests::takeFreePlace() {
   if (free_ == kNone) {
+    if (places_.size() == places_.capacity())
+      places_.reserve(places_.size() + std::max(kFirstChains, places_.size() / 4));
     places_.emplace_back();
     if (places_.size() > chains_.size()) rechain();
     return static_cast<unsigned int>(places_.size() - 1);
@@ -136,6 +138,7 @@ void OpenRequests::link(unsigned int place) {
   asked.newestServing = place;
   ++asked.servingCount;
   ++used_;
+  if (r.asker->account != nullptr) r.asker->account->take(Resource::kRequests, 1);
 }
 
 void OpenRequests::unlink(unsigned int place) {
@@ -155,6 +158,7 @@ void OpenRequests::unlink(unsigned int place) {
   if (r.newerServing == kNone) asked.newestServing = r.olderServing;
   else places_[r.newerServing].olderServing = r.olderServing;
   --asked.servingCount;
+  if (r.asker->account != nullptr) r.asker->account->giveBack(Resource::kRequests, 1);
 
   r.asker = r.asked = nullptr;
   r.nextInChain = free_;

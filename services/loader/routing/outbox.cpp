@@ -24,6 +24,15 @@ HeldKind kindOf(const kl::message& m) {
   return kindOf(kl::isReply(m) || isNotice, m.get(kl::SYS_CMD, kl::CMD_NOOP));
 }
 
+Part partFor(Urgency urgency) {
+  switch (urgency) {
+    case Urgency::kOrdinary: return Part::kMost;
+    case Urgency::kReply: return Part::kReplies;
+    case Urgency::kNotice: break;
+  }
+  return Part::kWhole;
+}
+
 // The service that a message of the loader's own comes from; in a death notice, the one that has died.
 unsigned int senderOf(const kl::message& m) {
   const std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
@@ -90,11 +99,17 @@ void Outbox::countSent(std::size_t bytes) {
   sender_->traffic.bytesOut += bytes;
 }
 
-// A queue below its limit takes the whole frame, or a large one might never get through.
+// A queue below its limit takes the whole frame, or a large one might never get through.  What counts of an account is
+// memory, so that a frame is taken in any case where no more of it is needed.
+bool Outbox::hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) const {
+  if (urgency == Urgency::kOrdinary && isFull(to)) return false;
+  if (to.account == nullptr) return true;
+  const std::size_t growth = to.isHeldFor ? to.held.growthFor(bytes) : to.out.growthFor(bytes);
+  return growth == 0 || to.account->hasRoomFor(Resource::kQueueBytes, growth, partFor(urgency));
+}
+
 bool Outbox::admit(Service& to, std::size_t bytes, Urgency urgency) {
-  const bool fits =
-      urgency == Urgency::kReply ? to.waiting() == 0 || to.waiting() + bytes <= kMaxQueueBytes : !isFull(to);
-  return fits || drop(to);
+  return hasRoomFor(to, kPrefixBytes + bytes, urgency) || drop(to);
 }
 
 bool Outbox::drop(Service& to) {

@@ -11,10 +11,12 @@
 
 namespace loader {
 
-// How far a service's queue may fill before something for it is lost.
+// How far a service's queue may fill before something for it is lost.  Each may take more of its account than the one
+// before.
 enum class Urgency : unsigned char {
   kOrdinary,  // up to the queue limit, and to its sender's part
-  kReply,     // up to kMaxQueueBytes: an asker must get its reply, a dependent must learn of a death
+  kReply,     // it was asked for
+  kNotice,    // a word of the loader itself: a refusal, a death, a control message
 };
 
 // Puts messages into the queues of services and marks those with new bytes, so that everything that one read brought
@@ -27,7 +29,8 @@ enum class Urgency : unsigned char {
 // Cost:      a copy of the bytes.
 class Outbox {
  public:
-  static constexpr std::size_t kMaxQueueBytes = 16 * 1024 * 1024;
+  // The room that there must be for the reply to a request, or it is not worked on.
+  static constexpr std::size_t kReplyBytes = 20 * 1024;
 
   explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit), ownUser_(::geteuid()) {}
 
@@ -48,6 +51,11 @@ class Outbox {
 
   // Some of the held frames were dropped.  Needs: nothing else waits for the service.
   void recount(Service& to);
+
+  // True when a frame of so many bytes is taken.
+  bool hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) const;
+  // True when a reply to the service is taken, as far as one can tell before it is made.
+  bool canAnswer(const Service& asker) const { return hasRoomFor(asker, kReplyBytes, Urgency::kReply); }
 
   // Queues a frame on its way from `from`, with the rights that `mark` says; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,

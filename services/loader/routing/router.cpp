@@ -132,7 +132,7 @@ void Router::serviceLeft(Service& left) {
 }
 
 void Router::reportGone(Service& to, unsigned int goneId) {
-  (void)outbox_.send(to, deathNotice(goneId), Urgency::kReply);
+  (void)outbox_.send(to, deathNotice(goneId), Urgency::kNotice);
 }
 
 void Router::breakPathsTo(Service& asked) {
@@ -219,6 +219,8 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   Service* own = table_.find(kl::SERVICE_LOADER);
   const Access access = Access::decide(sender.rights, e, own != nullptr ? own->rules : DestinationRules());
   if (access.isDenied()) return deny(sender, e, kl::SERVICE_LOADER, path.withoutFirst(), access);
+  if (e.wantsAnswer() && !outbox_.canAnswer(sender))
+    return refuse(sender, e, kl::SERVICE_LOADER, path.withoutFirst(), kl::ERROR_BUSY);
   scratch_.clear();
   appendDelivered(scratch_, e, Path(), sender.id, access.mark);
   const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
@@ -235,16 +237,23 @@ void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path r
   else deliverRequest(sender, e, to, rest);
 }
 
+// A reply that its asker has no room for becomes a short one that says so.
 void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path rest) {
-  if (e.hasRequestId && requests_.take(to, sender, e.requestId, rest))  // R2
-    (void)outbox_.deliver(to, sender, e, rest, Urgency::kReply);
+  if (!e.hasRequestId || !requests_.take(to, sender, e.requestId, rest)) return;  // R2
+  if (outbox_.deliver(to, sender, e, rest, Urgency::kReply)) return;
+  sendError(to, errorAbout(inFrontOf(sender.id, idsOf(e.returnPath())), idsOf(rest), kl::ERROR_BUSY), e);
 }
 
+// A request is refused before it is worked on when there is no room for it, or for its reply.
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
   const bool isWanted = isSubscribedTo(sender, e, to, rest);
   const Access access = isWanted ? Access::withoutRights() : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
-  if (outbox_.isFull(to, sender) && e.wantsAnswer()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
+  const auto hasRoom = [&] {
+    return !outbox_.isFull(to, sender) && outbox_.canAnswer(sender) &&
+           outbox_.hasRoomFor(to, kPrefixBytes + e.body.size(), Urgency::kOrdinary);
+  };
+  if (e.wantsAnswer() && !hasRoom()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
   if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;
@@ -279,9 +288,10 @@ void Router::forgetSubscriptions(Service& sender, const Envelope& e, Service& to
 
 // True when the asker may have one more open request.
 bool Router::makeRoom(Service& asker) {
-  if (asker.requests.askedCount < kMaxOpenRequests) return true;
+  const bool isInLimits = asker.account == nullptr || asker.account->hasRoomFor(Resource::kRequests, 1);
+  if (asker.requests.askedCount < kMaxOpenRequests && isInLimits) return true;
   const OpenRequest* oldest = requests_.oldestOf(asker);
-  if (now_ - oldest->since <= kOldSeconds) return false;
+  if (oldest == nullptr || now_ - oldest->since <= kOldSeconds) return false;
   answerOpen(*oldest, kl::ERROR_TIMEOUT);
   requests_.forgetOldestOf(asker);
   return true;
@@ -292,15 +302,19 @@ void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
   kl::message m = errorAbout(idsOf(path), idsOf(e.returnPath()), kl::ERROR_BRKPATH);
   if (e.expectsReply) m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   if (e.expectsReply && e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
-  (void)outbox_.send(sender, m, e.expectsReply ? Urgency::kReply : Urgency::kOrdinary);
+  (void)outbox_.send(sender, m, e.expectsReply ? Urgency::kNotice : Urgency::kOrdinary);
 }
 
 void Router::refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,
                     const std::string& text) {
-  kl::message m = errorAbout(inFrontOf(toId, idsOf(rest)), idsOf(e.returnPath()), code, text);
+  sendError(sender, errorAbout(inFrontOf(toId, idsOf(rest)), idsOf(e.returnPath()), code, text), e);
+}
+
+// Sends an error as the reply to what `e` is or answers.
+void Router::sendError(Service& to, kl::message m, const Envelope& e) {
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   if (e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
-  (void)outbox_.send(sender, m, Urgency::kReply);
+  (void)outbox_.send(to, m, Urgency::kNotice);
 }
 
 // A request without an answer is dropped without a word to its sender.
@@ -315,7 +329,7 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
       errorAbout(inFrontOf(request.asked->id, request.path.ids()), request.returnPath.ids(), code);
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   m.insert(kl::SYS_REQID, request.id);
-  (void)outbox_.send(*request.asker, m, Urgency::kReply);
+  (void)outbox_.send(*request.asker, m, Urgency::kNotice);
 }
 
 // A service that is not running gets the notice after any held message from the dead one, which may be a
@@ -324,7 +338,7 @@ void Router::announceDeath(const Service& gone) {
   const kl::message notice = deathNotice(gone.id);
   for (const auto& [id, service] : table_.all())
     if (service->isConnected() || service->held.hasMessageOf(gone.id))
-      (void)outbox_.send(*service, notice, Urgency::kReply);
+      (void)outbox_.send(*service, notice, Urgency::kNotice);
 }
 
 }  // namespace loader

@@ -110,6 +110,7 @@ class Router {
   void refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,
               const std::string& text = {});
   void deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access);
+  void sendError(Service& to, kl::message m, const Envelope& e);
   void answerOpen(const OpenRequest& request, unsigned int code);
   void announceDeath(const Service& gone);
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kl/services.h"
+#include "quota/accounts.h"
 #include "routing/access.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
@@ -64,6 +65,13 @@ struct Service {
   Traffic traffic;
   RequestLists requests;
   SubscriptionLists subscriptions;
+
+  // From now on what it takes is taken from `account`.  Needs: it has no open requests.
+  void chargeTo(Account& payer) {
+    account = &payer;
+    out.chargeTo(account, Resource::kQueueBytes);
+    held.chargeTo(account);
+  }
 
   bool isConnected() const { return connection != nullptr; }
   std::size_t waiting() const { return out.size() + held.size(); }

@@ -30,6 +30,7 @@ class Buffer {
 
   // From now on the memory is charged to `account`; to nobody when it is null.
   void chargeTo(Account* account, Resource resource) { charge_.bind(account, resource); }
+  Account* account() const { return charge_.account(); }
   // What `count` more bytes would be charged.
   std::size_t growthFor(std::size_t count) const;
   // The memory that it has.

@@ -62,6 +62,15 @@ Work::Units Connection::serveNext(Work::Units units) {
   return spent;
 }
 
+void Connection::setQueued(bool isQueued) {
+  if (isQueued == isQueued_ || !isOpen()) return;
+  isQueued_ = isQueued;
+  if (isQueued) runner_.removeSocket(socket_.get());
+  else
+    runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(),
+                      isBlocked_ ? POLLIN | POLLOUT : POLLIN);
+}
+
 void Connection::onOutput() {
   if (isBlocked_) watchProgress(false);
   else write();
@@ -82,7 +91,8 @@ void Connection::close() {
   endTimer(stallTimer_);
   endTimer(frameTimer_);
   waitNoMore();
-  runner_.removeSocket(socket_.get());
+  if (!isQueued_) runner_.removeSocket(socket_.get());
+  isQueued_ = false;
   socket_.close();
   out_ = nullptr;
 }
@@ -155,6 +165,7 @@ void Connection::handleFrames() {
   }
   if (reader_.isBroken()) return host_.onConnectionClosed(whatIsTooLong());
   reader_.keepRest();
+  if (reader_.takesTooMuch()) return host_.onConnectionClosed("leaves more unfinished than its user may");
   watchFrame();
 }
 

@@ -72,9 +72,21 @@ class Connection {
   void serve();
   // Its turn, as it had to wait for it; what that cost.  It may be gone afterwards.
   Work::Units serveNext(Work::Units units);
-  // The mark of PendingConnections that it waits for its turn.
+
+  // Whose account it takes what it keeps from; null: nobody's.
+  Account* account() const { return account_; }
+  void chargeTo(Account* account) {
+    account_ = account;
+    reader_.chargeTo(account);
+  }
+
+  // The mark of PendingConnections that it waits for its turn.  Poll does not look at it meanwhile, since it would
+  // report it in each pass.
   bool isQueued() const { return isQueued_; }
-  void setQueued(bool isQueued) { isQueued_ = isQueued; }
+  void setQueued(bool isQueued);
+  // The mark of PendingConnections that it has been let in.
+  bool isLetIn() const { return isLetIn_; }
+  void letIn() { isLetIn_ = true; }
 
   // Something new is in the queue.
   void onOutput();
@@ -117,6 +129,8 @@ class Connection {
   Buffer* out_ = nullptr;
   bool isBlocked_ = false;
   bool isQueued_ = false;
+  bool isLetIn_ = false;
+  Account* account_ = nullptr;
   kl::TimerPtr stallTimer_;
   kl::TimerPtr frameTimer_;
   unsigned int framesBefore_ = 0;  // what reader_.frames() was when frameTimer_ was started

@@ -13,6 +13,11 @@ bool isRaised = false;
 
 }  // namespace
 
+std::size_t descriptorLimit() {
+  rlimit now{};
+  return ::getrlimit(RLIMIT_NOFILE, &now) == 0 ? static_cast<std::size_t>(now.rlim_cur) : 0;
+}
+
 void raiseDescriptorLimit() {
   if (::getrlimit(RLIMIT_NOFILE, &before) != 0) return;
   rlimit most = before;

@@ -62,6 +62,12 @@ class FrameReader {
   void trim();
 
   bool isBroken() const { return broken_; }
+  // The unfinished frame that is kept makes its account take more than it may.
+  bool takesTooMuch() const {
+    const Account* account = kept_.account();
+    return isInFrame() && kept_.memory() > Buffer::kKeptBytes && account != nullptr &&
+           !account->isTrusted() && account->isOver(Resource::kFrameBytes);
+  }
   // Some bytes of a frame have come and the rest has not.
   bool isInFrame() const { return !kept_.empty() && !hasFrame(); }
   // The number of frames that next() has handed out; it may wrap around.

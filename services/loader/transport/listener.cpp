@@ -1,5 +1,4 @@
-// Accepting stops for two reasons, each with its timer: no descriptor is left (isPaused_), or too many connections came
-// to nothing in this tick (isSlow_).
+// Accepting stops while no descriptor is left; a timer, and each connection that is closed, make it try again.
 
 #include "transport/listener.h"
 
@@ -45,10 +44,8 @@ std::string Listener::open() {
 
 void Listener::close() {
   if (!socket_.isOpen()) return;
-  for (kl::TimerPtr* timer : {&resumeTimer_, &tickTimer_}) {
-    runner_.removeTimer(*timer);
-    *timer = {};
-  }
+  runner_.removeTimer(resumeTimer_);
+  resumeTimer_ = {};
   runner_.removeSocket(socket_.fd());
   socket_.close();
 }
@@ -69,40 +66,26 @@ void Listener::pause(int errorNumber) {
   resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
 }
 
-void Listener::onFailure() {
-  if (!socket_.isOpen()) return;
-  ++failures_;
-  if (!tickTimer_) tickTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::onTick>(), 1);
-  if (failures_ != kMostFailures) return;
-  if (!isSlow_) log_.line("too many connections come to nothing; new ones have to wait");
-  isSlow_ = true;
-  watch();
-}
-
-// After a tick with too many it looks at one more, whether they have become fewer.
-void Listener::onTick() {
-  tickTimer_ = {};
-  isSlow_ = failures_ >= kMostFailures;
-  failures_ = 0;
-  if (isSlow_) tickTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::onTick>(), 1);
-  watch();
-}
-
-void Listener::watch() {
-  const bool mayAccept = !isPaused_ && failures_ < kMostFailures;
-  runner_.changeSocket(socket_.fd(), mayAccept ? POLLIN : 0);
-}
+void Listener::watch() { runner_.changeSocket(socket_.fd(), isPaused_ ? 0 : POLLIN); }
 
 void Listener::onConnect(int, unsigned int) {
+  for (unsigned int n = 0; n < kMostInAPass && socket_.isOpen() && acceptOne(); ++n) {
+  }
+}
+
+// True when there may be another one.
+bool Listener::acceptOne() {
   Descriptor socket = socket_.accept();
   if (socket.isOpen()) {
     isPauseLogged_ = false;
     const common::Peer peer = common::peerOf(socket.get());
-    return onConnection_(std::move(socket), peer);
+    onConnection_(std::move(socket), peer);
+    return true;
   }
   // nothing was pending, or poll will report it again
   const bool passes = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
   if (!passes) pause(errno);
+  return false;
 }
 
 }  // namespace loader

@@ -14,9 +14,8 @@ namespace loader {
 
 // The loader's socket, and the folders that the system's fixed paths lie in.
 //
-// A process that connects only to be disconnected again takes the processor from everybody.  So not more than
-// kMostFailures connections may come to nothing in a tick: after them nobody is accepted until the tick is over, and
-// those who have registered have the rest of it for themselves.
+// A pass takes at most kMostInAPass connections, so that whoever has to be turned away is turned away soon and those who
+// have registered have the rest of the pass for themselves.
 //
 // Errors:    open() gives the reason as a text.  When a connection cannot be taken, mostly because no descriptor is
 //            left, that is one line on the log until the next one is, and nobody is accepted until it may work again:
@@ -26,7 +25,7 @@ namespace loader {
 // Cost:      two system calls for each connection.
 class Listener {
  public:
-  static constexpr unsigned int kMostFailures = 5;  // in a tick
+  static constexpr unsigned int kMostInAPass = 16;
 
   using OnConnection = std::function<void(Descriptor socket, common::Peer peer)>;
 
@@ -44,13 +43,10 @@ class Listener {
   // A descriptor has become free.
   void resume();
 
-  // A connection was closed by its process's fault, or before it registered.
-  void onFailure();
-
  private:
   void onConnect(int fd, unsigned int events);
+  bool acceptOne();
   void pause(int errorNumber);
-  void onTick();
   void watch();
 
   kl::ThinRunner& runner_;
@@ -60,9 +56,6 @@ class Listener {
   bool isPaused_ = false;
   bool isPauseLogged_ = false;
   kl::TimerPtr resumeTimer_;
-  unsigned int failures_ = 0;  // in this tick
-  bool isSlow_ = false;        // there were too many, and the log has a line
-  kl::TimerPtr tickTimer_;     // runs while failures are counted
 };
 
 }  // namespace loader

@@ -2,23 +2,32 @@
 // pending_connections.h: connections that have not registered, and can be read.
 
 #include <deque>
+#include <unordered_map>
 
+#include "kl/runner.h"
 #include "transport/connection.h"
 
 namespace loader {
 
-// Unregistered connections queue up; each pass serves at most kMostInAPass after all registered ones.  One that becomes
-// readable again goes to the back, so none starves.
+// Unregistered connections queue up, those of each account for themselves.  A pass serves the accounts in turns, one
+// connection at a time: first those of the reserve, then those of ordinary users, of each at most kMostInAPass after
+// all registered ones.  A connection that becomes readable again goes to the back, so none starves.
+//
+// An account lets its connections in at its pace; while that has none to spare they wait, and those of others do not.
 //
 // Errors:    none.
-// Ownership: borrows the connections until they are served or forgotten.
+// Ownership: borrows the connections until they are served or forgotten, and their accounts.
 // Threads:   belongs to one thread.
-// Cost:      constant, and a look along the queue when a connection in it is forgotten.
+// Cost:      constant, and a look along the queue of its account when a connection in it is forgotten.
 class PendingConnections {
  public:
   static constexpr unsigned int kMostInAPass = 4;
 
-  // Queues a readable connection.  Poll reports it until it is read, so it may be queued already.
+  explicit PendingConnections(kl::ThinRunner& runner) : runner_(runner) {}
+  PendingConnections(const PendingConnections&) = delete;
+  PendingConnections& operator=(const PendingConnections&) = delete;
+
+  // Queues a readable connection, which may be queued already.
   void add(Connection& connection);
   // The connection is closed.
   void forget(Connection& connection);
@@ -26,7 +35,30 @@ class PendingConnections {
   void serve();
 
  private:
-  std::deque<Connection*> queue_;
+  // The accounts of one pool with connections in their queues.
+  class Round {
+   public:
+    void add(Connection& connection);
+    void forget(Connection& connection);
+    // True when it stopped because so many were served.
+    bool serve(unsigned int most, unsigned int now);
+    bool isEmpty() const { return turns_.empty(); }
+
+   private:
+    Connection* takeNext(unsigned int now);
+
+    std::deque<Account*> turns_;
+    std::unordered_map<Account*, std::deque<Connection*>> queues_;
+  };
+
+  Round& roundOf(const Connection& connection);
+  void wakeIn(unsigned int ticks);
+  void onTimer() { timer_ = {}; }
+
+  kl::ThinRunner& runner_;
+  Round trusted_;
+  Round ordinary_;
+  kl::TimerPtr timer_;
 };
 
 }  // namespace loader

@@ -110,6 +110,38 @@ id = 33
   EXPECT_TRUE(c.services[1].settings.empty());
 }
 
+TEST(Configuration, QuotasAreReadAndOthersStandWithTheirDefaults) {
+  const loader::Limits builtIn;
+  EXPECT_EQ(read("").quota.user, builtIn.user);
+  EXPECT_EQ(read("").quota.registrations, 100u);
+  const loader::Limits quota = read(R"(
+[quota]
+registrations = 7
+registration_burst = 8
+[quota.user]
+connections = 9
+[quota.all]
+queue_bytes = 1000000
+[quota.reserve]
+requests = 10
+)")
+                                   .quota;
+  EXPECT_EQ(quota.registrations, 7u);
+  EXPECT_EQ(quota.registrationBurst, 8u);
+  EXPECT_EQ(quota.user[loader::Resource::kConnections], 9u);
+  EXPECT_EQ(quota.user[loader::Resource::kQueueBytes], builtIn.user[loader::Resource::kQueueBytes]);
+  EXPECT_EQ(quota.all[loader::Resource::kQueueBytes], 1000000u);
+  EXPECT_EQ(quota.reserve[loader::Resource::kRequests], 10u);
+}
+
+TEST(Configuration, AQuotaThatNobodyCouldWorkWithIsAMistake) {
+  EXPECT_NE(
+      mistakesIn("[quota.user]\nqueue_bytes = 1000\n").find("queue_bytes: expected a number from 131072"),
+      std::string::npos);
+  EXPECT_NE(mistakesIn("[quota.user]\nbytes = 1000\n"), "");
+  EXPECT_NE(mistakesIn("[quota]\nregistrations = 0\n"), "");
+}
+
 TEST(Configuration, AKnownNameNeedsNoId) {
   EXPECT_EQ(read("[[service]]\nname = \"system\"\n").services.at(0).id, 24u);
 }
@@ -156,7 +188,7 @@ TEST(Configuration, AnUnknownKeyIsAMistake) {
             "test.toml:2: [loader] queue_limits: expected one of the keys queue_limit, stall_seconds, "
             "start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
-            "test.toml:2: services: expected one of the keys loader, rights, service");
+            "test.toml:2: services: expected one of the keys loader, quota, rights, service");
   EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")
                 .find("test.toml:4: [service] comand: expected one of the keys command, "),
             std::string::npos);

@@ -68,13 +68,14 @@ TEST_F(AccountsTest, WhatUsersTakeLeavesTheReserve) {
   EXPECT_TRUE(accounts_.ofService(32).hasRoomFor(kBytes, 800));
 }
 
-TEST_F(AccountsTest, OneOfTheReserveGetsHalfOfItAtMost) {
+TEST_F(AccountsTest, OneOfTheReserveGetsThreeQuartersOfItAtMost) {
   Account& netif = accounts_.ofService(32);
-  EXPECT_FALSE(netif.hasRoomFor(kBytes, 801));
-  netif.take(kBytes, 800);
-  EXPECT_TRUE(accounts_.ofUser(0, 0).hasRoomFor(kBytes, 800));
+  EXPECT_TRUE(netif.hasRoomFor(kBytes, 1200));
+  EXPECT_FALSE(netif.hasRoomFor(kBytes, 1201));
+  netif.take(kBytes, 1200);
+  EXPECT_TRUE(accounts_.ofUser(0, 0).hasRoomFor(kBytes, 400));
   accounts_.ofUser(kOwn, 0).take(kBytes, 100);
-  EXPECT_FALSE(accounts_.ofUser(0, 0).hasRoomFor(kBytes, 701));
+  EXPECT_FALSE(accounts_.ofUser(0, 0).hasRoomFor(kBytes, 301));
 }
 
 TEST_F(AccountsTest, AServiceIsAccountedByItsName) {

@@ -28,6 +28,8 @@ kl::message endOf(unsigned int id) {
 
 class OutboxTest : public testing::Test {
  protected:
+  const loader::Limits limits_;
+  loader::Accounts accounts_{limits_, 900};
   ServiceTable table_;
   Outbox outbox_{kLimit};
   Service& a_ = connected(table_, 10);
@@ -74,13 +76,73 @@ TEST_F(OutboxTest, AFullQueueTakesOnlyRepliesAndCountsWhatItLoses) {
   EXPECT_TRUE(outbox_.send(b_, ofBytes(10), Urgency::kOrdinary));
 }
 
-TEST_F(OutboxTest, RepliesFillAQueueOnlyTo16MiB) {
-  const kl::message large = ofBytes(60000);
-  std::size_t taken = 0;
-  while (outbox_.send(a_, large, Urgency::kReply)) ++taken;
-  EXPECT_EQ(taken, Outbox::kMaxQueueBytes / 60004);
-  EXPECT_LE(a_.out.size(), Outbox::kMaxQueueBytes);
+class AccountedOutbox : public OutboxTest {
+ protected:
+  AccountedOutbox() {
+    a_.chargeTo(alice_);
+    b_.chargeTo(alice_);
+  }
+  // Fills a queue with messages of this urgency until one is dropped; the number of those that were not.
+  unsigned int fill(Service& service, Urgency urgency) {
+    unsigned int taken = 0;
+    while (outbox_.send(service, ofBytes(10000), urgency)) ++taken;
+    return taken;
+  }
+
+  std::size_t most_ = limits_.user[loader::Resource::kQueueBytes];
+  loader::Account& alice_ = accounts_.ofUser(1000, 0);
+  loader::Account& bob_ = accounts_.ofUser(1001, 0);
+};
+
+TEST_F(AccountedOutbox, RepliesAreTakenFromTheAccountOfWhoAsked) {
+  EXPECT_GT(fill(a_, Urgency::kReply), 100u);
+  EXPECT_LE(alice_.used(loader::Resource::kQueueBytes), most_ / 8 * 7);
+  EXPECT_GE(a_.out.size(), most_ / 2);
   EXPECT_EQ(a_.traffic.drops, 1u);
+  EXPECT_FALSE(outbox_.canAnswer(a_));
+}
+
+TEST_F(AccountedOutbox, AllConnectionsOfAUserTakeFromOneAccount) {
+  (void)fill(a_, Urgency::kReply);
+  EXPECT_LT(fill(b_, Urgency::kReply), 60u);
+  EXPECT_LE(alice_.used(loader::Resource::kQueueBytes), most_ / 8 * 7);
+}
+
+TEST_F(AccountedOutbox, AnotherUserHasHisOwn) {
+  (void)fill(a_, Urgency::kReply);
+  Service& c = connected(table_, 12);
+  c.chargeTo(bob_);
+  EXPECT_GT(fill(c, Urgency::kReply), 100u);
+}
+
+TEST_F(AccountedOutbox, BehindTheRepliesThereIsRoomForWordsOfTheLoader) {
+  (void)fill(a_, Urgency::kReply);
+  for (int i = 0; i < 1000; ++i) ASSERT_TRUE(outbox_.send(a_, endOf(600), Urgency::kNotice));
+  (void)fill(a_, Urgency::kNotice);
+  EXPECT_LE(alice_.used(loader::Resource::kQueueBytes), most_);
+}
+
+TEST_F(AccountedOutbox, WhatWasReadIsFreeAgain) {
+  (void)fill(a_, Urgency::kReply);
+  a_.out.dropFront(a_.out.size());
+  EXPECT_TRUE(outbox_.canAnswer(a_));
+  EXPECT_EQ(alice_.used(loader::Resource::kQueueBytes), 0u);
+}
+
+TEST_F(AccountedOutbox, WhatIsHeldCountsAndStaysCountedForTheNextProcess) {
+  setLeaving(a_, true);
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(outbox_.send(a_, replyTo({7}, 2), Urgency::kReply));
+  for (int i = 0; i < 300; ++i) ASSERT_TRUE(outbox_.send(b_, ofBytes(100), Urgency::kReply));
+  setLeaving(b_, true);
+  for (int i = 0; i < 900; ++i) (void)outbox_.send(b_, notification({}), Urgency::kReply);
+  const std::size_t before = alice_.used(loader::Resource::kQueueBytes);
+  EXPECT_GT(before, 20000u);
+  b_.held.keepForNextProcess();
+  EXPECT_GE(alice_.used(loader::Resource::kQueueBytes), b_.out.size() + b_.held.size());
+  b_.out.clear();
+  b_.held.clear();
+  a_.held.clear();
+  EXPECT_EQ(alice_.used(loader::Resource::kQueueBytes), 0u);
 }
 
 TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {

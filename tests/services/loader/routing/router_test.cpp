@@ -39,6 +39,14 @@ class RouterTest : public testing::Test {
     while (!outbox_.isFull(service, sender)) ASSERT_EQ(route(sender, m), "");
   }
 
+  static loader::Limits small() {
+    loader::Limits limits;
+    limits.user[loader::Resource::kQueueBytes] = 256 * 1024;
+    limits.user[loader::Resource::kRequests] = 10;
+    return limits;
+  }
+
+  loader::Accounts accounts_{small(), 900};
   ServiceTable table_;
   OpenRequests requests_;
   Subscriptions subscriptions_;
@@ -607,6 +615,87 @@ TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {
   EXPECT_EQ(a_.requests.askedCount, Router::kMaxOpenRequests);
   (void)route(other_, request({24}, kl::CMD_GET, 1, {7}));  // others are not concerned
   EXPECT_EQ(takeMessages(b_).size(), 1u);
+}
+
+class AccountedRouter : public RouterTest {
+ protected:
+  AccountedRouter() {
+    a_.chargeTo(alice_);
+    c_.chargeTo(alice_);
+  }
+  // Fills the queue of a_ with what it asked for and does not read.
+  void fillWithReplies() {
+    while (outbox_.canAnswer(a_)) askAndAnswer(1000);
+  }
+  void askAndAnswer(unsigned int bytes) {
+    ASSERT_EQ(route(a_, request({24, 3}, kl::CMD_GET, 7, {5})), "");
+    ASSERT_EQ(takeFrames(b_).size(), 1u);
+    kl::message reply = replyTo(request({24, 3}, kl::CMD_GET, 7, {10, 5}));
+    reply.insert_raw(0x30000001, std::vector<unsigned char>(bytes));
+    ASSERT_EQ(route(b_, reply), "");
+  }
+  kl::message lastOf(Service& service) {
+    const auto all = takeMessages(service);
+    return all.empty() ? kl::message() : all.back();
+  }
+
+  loader::Account& alice_ = accounts_.ofUser(1000, 0);
+  Service& c_ = connected(table_, 11);
+};
+
+TEST_F(AccountedRouter, WhoHasNoRoomForAReplyIsBusyBeforeItIsWorkedOn) {
+  fillWithReplies();
+  ASSERT_EQ(route(a_, request({24, 3}, kl::CMD_GET, 8, {5})), "");
+  EXPECT_TRUE(takeFrames(b_).empty());
+  const kl::message refused = lastOf(a_);
+  EXPECT_EQ(errorOf(refused), kl::ERROR_BUSY);
+  EXPECT_EQ(refused.get(kl::SYS_REQID, 0), 8u);
+  EXPECT_EQ(refused.get(kl::SYS_TO, {}), (Ids{5}));
+  EXPECT_EQ(refused.get(kl::SYS_FROM, {}), (Ids{24, 3}));
+}
+
+TEST_F(AccountedRouter, TheLoaderMakesNoReplyThatItsAskerHasNoRoomFor) {
+  fillWithReplies();
+  ASSERT_EQ(route(a_, request({1}, kl::CMD_GETALL, 9, {5})), "");
+  EXPECT_TRUE(asked_.empty());
+  const kl::message refused = lastOf(a_);
+  EXPECT_EQ(errorOf(refused), kl::ERROR_BUSY);
+  EXPECT_EQ(refused.get(kl::SYS_REQID, 0), 9u);
+  ASSERT_EQ(route(a_, request({1}, kl::CMD_GETALL, 10, {5})), "");
+  EXPECT_EQ(asked_.size(), 1u) << "it has read";
+}
+
+TEST_F(AccountedRouter, AReplyWithoutRoomBecomesAShortOneThatSaysSo) {
+  for (unsigned int id = 1; id <= 8; ++id) ASSERT_EQ(route(a_, request({24, 3}, kl::CMD_GET, id, {5})), "");
+  ASSERT_EQ(takeFrames(b_).size(), 8u);
+  for (unsigned int id = 1; id <= 8; ++id) {
+    kl::message reply = replyTo(request({24, 3}, kl::CMD_GET, id, {10, 5}));
+    reply.insert_raw(0x30000001, std::vector<unsigned char>(60000));
+    ASSERT_EQ(route(b_, reply), "");
+  }
+  const auto replies = takeMessages(a_);
+  ASSERT_EQ(replies.size(), 8u);
+  EXPECT_EQ(errorOf(replies[0]), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(replies[7]), kl::ERROR_BUSY);
+  EXPECT_EQ(replies[7].get(kl::SYS_REQID, 0), 8u);
+  EXPECT_EQ(replies[7].get(kl::SYS_TO, {}), (Ids{5}));
+  EXPECT_TRUE(kl::isReply(replies[7]));
+  EXPECT_EQ(requests_.size(), 0u);
+}
+
+TEST_F(AccountedRouter, OpenRequestsOfAllConnectionsOfAUserCount) {
+  for (unsigned int id = 1; id <= 5; ++id) {
+    ASSERT_EQ(route(a_, request({24}, kl::CMD_GET, id, {5})), "");
+    ASSERT_EQ(route(c_, request({24}, kl::CMD_GET, id, {5})), "");
+  }
+  EXPECT_EQ(requests_.size(), 10u);
+  ASSERT_EQ(route(c_, request({24}, kl::CMD_GET, 6, {5})), "");
+  EXPECT_EQ(errorOf(takeOnly(c_)), kl::ERROR_BUSY);
+  ASSERT_EQ(route(b_, replyTo(request({24}, kl::CMD_GET, 1, {10, 5}))), "");
+  ASSERT_EQ(route(c_, request({24}, kl::CMD_GET, 7, {5})), "");
+  EXPECT_EQ(requests_.size(), 10u);
+  router_.breakPathsTo(b_);
+  EXPECT_EQ(alice_.used(loader::Resource::kRequests), 0u);
 }
 
 TEST_F(RouterTest, SubscribingOpensNoRequest) {

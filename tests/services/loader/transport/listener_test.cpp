@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "kl/utilities.h"
-#include "tests/support/calls/scripted_calls.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 
@@ -27,11 +26,8 @@ namespace fs = std::filesystem;
 using common::Peer;
 using kl::test::LoaderProcess;
 using kl::test::RawPeer;
-using kl::test::ScriptedClock;
 using loader::Descriptor;
 using loader::Listener;
-
-constexpr char kTooMany[] = "kl-loader: too many connections come to nothing; new ones have to wait\n";
 
 // The process can open nothing while it lives.
 class NoDescriptorLeft {
@@ -53,9 +49,6 @@ class NoDescriptorLeft {
 class ListenerTest : public testing::Test {
  protected:
   void onePass() { runner_.runSocks(kl::getJiffies()); }
-  void fail(unsigned int count) {
-    for (unsigned int i = 0; i < count; ++i) listener_->onFailure();
-  }
   // What the log has said since the last call.
   std::string logged() {
     std::string text(4096, 0);
@@ -63,22 +56,6 @@ class ListenerTest : public testing::Test {
     text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     return text;
   }
-  // A pass that nothing keeps asleep.
-  void onePassAtOnce() {
-    runner_.addTimer(
-        nullptr, [](void*) {}, 0);
-    onePass();
-  }
-  // Passes, until a tick that had begun is over and another one as well; and one more, since all timers may have been
-  // due in the last.
-  void twoTicks() {
-    bool isOver = false;
-    runner_.addTimer(
-        &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 3);
-    while (!isOver) onePass();
-    onePassAtOnce();
-  }
-
   ListenerTest() {
     int ends[2];
     EXPECT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
@@ -122,6 +99,16 @@ TEST_F(ListenerTest, AConnectionComesWithItsProcessAndItsUser) {
   EXPECT_NE(::fcntl(sockets_[0].get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
+TEST_F(ListenerTest, APassTakesManyConnectionsButNotAll) {
+  ASSERT_EQ(listener_->open(), "");
+  std::vector<RawPeer> peers(Listener::kMostInAPass + 3);
+  for (RawPeer& peer : peers) ASSERT_TRUE(peer.connect());
+  onePass();
+  EXPECT_EQ(sockets_.size(), Listener::kMostInAPass);
+  onePass();
+  EXPECT_EQ(sockets_.size(), peers.size());
+}
+
 TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
@@ -158,81 +145,6 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
   }
   for (int passes = 0; passes < 100 && sockets_.size() == 1; ++passes) onePass();
   EXPECT_EQ(sockets_.size(), 2u);
-}
-
-TEST_F(ListenerTest, AfterTooManyFailuresNobodyIsAcceptedUntilTheTickIsOver) {
-  ASSERT_EQ(listener_->open(), "");
-  RawPeer peer;
-  {
-    const ScriptedClock sameTick(kl::getJiffies());
-    fail(Listener::kMostFailures);
-    ASSERT_TRUE(peer.connect());
-    onePassAtOnce();
-    EXPECT_TRUE(sockets_.empty());
-  }
-  twoTicks();
-  EXPECT_EQ(sockets_.size(), 1u);
-}
-
-TEST_F(ListenerTest, OneFailureLessHoldsNobodyUp) {
-  ASSERT_EQ(listener_->open(), "");
-  RawPeer peer;
-  fail(Listener::kMostFailures - 1);
-  ASSERT_TRUE(peer.connect());
-  onePass();
-  EXPECT_EQ(sockets_.size(), 1u);
-  EXPECT_EQ(logged(), "");
-}
-
-TEST_F(ListenerTest, FailuresOfDifferentTicksAreNotAddedUp) {
-  ASSERT_EQ(listener_->open(), "");
-  for (int i = 0; i < 3; ++i) {
-    fail(Listener::kMostFailures - 1);
-    twoTicks();
-  }
-  EXPECT_EQ(logged(), "");
-}
-
-TEST_F(ListenerTest, TooManyFailuresAreToldOnceUntilATickHasFewer) {
-  ASSERT_EQ(listener_->open(), "");
-  for (int i = 0; i < 3; ++i) {
-    fail(Listener::kMostFailures + 5);
-    onePass();  // sleeps until the tick is over
-  }
-  EXPECT_EQ(logged(), kTooMany);
-  twoTicks();
-  fail(Listener::kMostFailures);
-  EXPECT_EQ(logged(), kTooMany);
-}
-
-TEST_F(ListenerTest, AFreeDescriptorDoesNotEndTheWaitForTheTick) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer looks at objects through a pipe, for which no descriptor is left";
-#endif
-  ASSERT_EQ(listener_->open(), "");
-  RawPeer peer;
-  ASSERT_TRUE(peer.connect());
-  {
-    const NoDescriptorLeft none;
-    onePass();
-  }
-  {
-    const ScriptedClock sameTick(kl::getJiffies());
-    fail(Listener::kMostFailures);
-    listener_->resume();
-    onePassAtOnce();
-    EXPECT_TRUE(sockets_.empty());
-  }
-  twoTicks();
-  EXPECT_EQ(sockets_.size(), 1u);
-}
-
-TEST_F(ListenerTest, FailuresAfterItsEndAreNobodysConcern) {
-  fail(Listener::kMostFailures);
-  ASSERT_EQ(listener_->open(), "");
-  listener_->close();
-  fail(Listener::kMostFailures);
-  EXPECT_EQ(logged(), "");
 }
 
 TEST_F(ListenerTest, ALoaderThatIsStoppedIsFoundRunningWithoutAWait) {

@@ -1,0 +1,216 @@
+// What an ordinary user can take of the loader, and that the others do not feel it.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <vector>
+
+#include "kl/conventions.h"
+#include "kl/services.h"
+#include "tests/support/doubles/loader_process.h"
+#include "tests/support/doubles/raw_peer.h"
+
+namespace {
+
+using kl::test::frameOf;
+using kl::test::LoaderProcess;
+using kl::test::RawPeer;
+using kl::test::replyTo;
+using kl::test::request;
+using Bytes = std::vector<unsigned char>;
+
+constexpr uid_t kStranger = 65534;
+constexpr std::size_t kMiB = 1024 * 1024;
+
+// A process of another user that does its part, says how often that worked, and keeps what it has until it is ended.
+class Stranger {
+ public:
+  explicit Stranger(const std::function<unsigned int()>& part, uid_t user = kStranger) {
+    int ends[2];
+    EXPECT_EQ(::pipe(ends), 0);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      const unsigned int count = ::setuid(user) == 0 ? part() : 0;
+      (void)!::write(ends[1], &count, sizeof count);
+      for (;;) ::pause();
+    }
+    ::close(ends[1]);
+    if (::read(ends[0], &count_, sizeof count_) != sizeof count_) ADD_FAILURE() << "it has ended";
+    ::close(ends[0]);
+  }
+  ~Stranger() {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  Stranger(const Stranger&) = delete;
+  Stranger& operator=(const Stranger&) = delete;
+
+  unsigned int count() const { return count_; }
+
+ private:
+  pid_t pid_ = -1;
+  unsigned int count_ = 0;
+};
+
+// How many of so many peers register; they stay as long as the process.
+unsigned int registerMany(unsigned int count) {
+  static std::vector<RawPeer> peers;
+  unsigned int registered = 0;
+  for (unsigned int i = 0; i < count; ++i) {
+    RawPeer& peer = peers.emplace_back();
+    if (peer.connect() && peer.registerAs(0) != 0) ++registered;
+  }
+  return registered;
+}
+
+class QuotaScenario : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  }
+  static bool rootGetsIn() {
+    RawPeer peer;
+    if (!peer.connect() || peer.registerAs(0) == 0 || !peer.send(request({1}, kl::CMD_GETCOUNT, 1)))
+      return false;
+    const auto answer = peer.receiveReply(1);
+    return answer && !kl::isError(*answer);
+  }
+};
+
+TEST_F(QuotaScenario, AUserHasSoManyConnectionsAndTheNextAreRefused) {
+  const LoaderProcess loader("[quota.user]\nconnections = 8\n");
+  const Stranger stranger([] { return registerMany(20); });
+  EXPECT_EQ(stranger.count(), 8u);
+  EXPECT_TRUE(loader.logs("too many connections of nobody, or of all users; refused"));
+  const Stranger other([] { return registerMany(3); }, 65533);
+  EXPECT_EQ(other.count(), 3u) << "another user has his own";
+  EXPECT_TRUE(rootGetsIn());
+}
+
+TEST_F(QuotaScenario, AllUsersTogetherHaveSoManyAndRootHasTheReserve) {
+  const LoaderProcess loader("[quota.user]\nconnections = 8\n[quota.all]\nconnections = 10\n");
+  const Stranger stranger([] { return registerMany(8); });
+  const Stranger other([] { return registerMany(8); }, 65533);
+  EXPECT_EQ(stranger.count() + other.count(), 10u);
+  EXPECT_TRUE(rootGetsIn());
+}
+
+// Every peer asks as long as the loader takes more, and reads nothing.
+unsigned int askWithoutReading(unsigned int peersInAll, unsigned int requestsOfEach) {
+  static std::vector<RawPeer> peers;
+  const Bytes frame = frameOf(request({1}, kl::CMD_GETALL, 1, {7}));
+  unsigned int asked = 0;
+  for (unsigned int i = 0; i < peersInAll; ++i) {
+    RawPeer& peer = peers.emplace_back();
+    if (!peer.connect() || peer.registerAs(0) == 0) continue;
+    for (unsigned int n = 0; n < requestsOfEach && peer.sendBytes(frame); ++n) ++asked;
+  }
+  return asked;
+}
+
+TEST_F(QuotaScenario, RepliesThatNobodyReadsTakeWhatTheirAskerMayTake) {
+  const LoaderProcess loader("[loader]\nstall_seconds = 0\n");
+  ASSERT_TRUE(rootGetsIn());
+  const std::size_t before = loader.memory();
+  const Stranger stranger([] { return askWithoutReading(32, 2000); });
+  EXPECT_EQ(stranger.count(), 64000u);
+  EXPECT_TRUE(rootGetsIn());
+  EXPECT_LT(loader.memory(), before + 6 * kMiB);
+}
+
+unsigned int beginFrames(unsigned int count) {
+  static std::vector<RawPeer> peers;
+  Bytes part(60000, 0);
+  part[0] = part[1] = 0xff;
+  for (unsigned int i = 0; i < count; ++i) {
+    RawPeer& peer = peers.emplace_back();
+    if (peer.connect() && peer.registerAs(0) != 0) (void)peer.sendBytes(part);
+  }
+  unsigned int kept = 0;
+  for (RawPeer& peer : peers) kept += peer.isDisconnected(20) ? 0 : 1;
+  return kept;
+}
+
+TEST_F(QuotaScenario, UnfinishedFramesTakeWhatTheirUserMayTakeAndTheNewestIsClosed) {
+  const LoaderProcess loader;
+  ASSERT_TRUE(rootGetsIn());
+  const std::size_t before = loader.memory();
+  const Stranger stranger([] { return beginFrames(40); });
+  EXPECT_GE(stranger.count(), 4u);
+  EXPECT_LE(stranger.count(), 9u);
+  EXPECT_TRUE(loader.logs("leaves more unfinished than its user may; disconnected"));
+  EXPECT_LT(loader.memory(), before + 3 * kMiB);
+  EXPECT_TRUE(rootGetsIn());
+}
+
+unsigned int registerAndGo(unsigned int rounds) {
+  unsigned int count = 0;
+  for (unsigned int i = 0; i < rounds; ++i) {
+    std::vector<RawPeer> peers(50);
+    for (RawPeer& peer : peers) (void)peer.connect();
+    for (RawPeer& peer : peers) count += peer.registerAs(0) != 0 ? 1 : 0;
+  }
+  return count;
+}
+
+TEST_F(QuotaScenario, WhoRegistersAndGoesAtOnceCameToNothingAndWaitsAlone) {
+  const LoaderProcess loader("[quota]\nregistrations = 1000000\nregistration_burst = 1000000\n");
+  constexpr char kHeldUp[] = "nobody: too many connections come to nothing; new ones have to wait";
+  for (int i = 0; i < 40 && !loader.logs(kHeldUp, 0); ++i)
+    EXPECT_EQ(Stranger([] { return registerAndGo(5); }).count(), 250u) << "they wait, and come in";
+  EXPECT_TRUE(loader.logs(kHeldUp));
+  EXPECT_TRUE(rootGetsIn());
+}
+
+TEST_F(QuotaScenario, WhoIsAboveHisRateWaitsAndRootDoesNot) {
+  const LoaderProcess loader("[quota]\nregistrations = 1\nregistration_burst = 5\n");
+  const Stranger stranger([] {
+    static std::vector<RawPeer> peers(20);
+    for (RawPeer& peer : peers)
+      if (peer.connect()) (void)peer.send(kl::test::hello(0));
+    unsigned int registered = 0;
+    for (RawPeer& peer : peers) registered += peer.receive(50) ? 1 : 0;
+    return registered;
+  });
+  EXPECT_GE(stranger.count(), 5u) << "the burst";
+  EXPECT_LT(stranger.count(), 20u);
+  EXPECT_TRUE(rootGetsIn());
+}
+
+TEST_F(QuotaScenario, RootRegistersBesideHundredsOfSilentConnections) {
+  const LoaderProcess loader("[quota.user]\nconnections = 300\n");
+  const Stranger stranger([] {
+    static std::vector<RawPeer> peers(300);
+    unsigned int connected = 0;
+    for (RawPeer& peer : peers) connected += peer.connect() ? 1 : 0;
+    return connected;
+  });
+  EXPECT_EQ(stranger.count(), 300u);
+  EXPECT_TRUE(rootGetsIn());
+}
+
+// In the sanitizers' builds memory is not limited in this way.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(LoaderMemory, AnAllocationThatFailsEndsItWithOneLine) {
+  LoaderProcess loader("[quota.reserve]\nqueue_bytes = 1073741824\n[loader]\nqueue_limit = 16777216\n");
+  std::vector<RawPeer> peers(60);
+  for (RawPeer& peer : peers) {
+    ASSERT_TRUE(peer.connect());
+    ASSERT_NE(peer.registerAs(0), 0u);
+  }
+  const rlimit nothing{1, RLIM_INFINITY};
+  ASSERT_EQ(::prlimit(loader.pid(), RLIMIT_AS, &nothing, nullptr), 0);
+  Bytes part(60000, 0);
+  part[0] = part[1] = 0xff;
+  for (RawPeer& peer : peers) (void)peer.sendBytes(part);
+  EXPECT_EQ(loader.waitForEnd(), 1);
+  EXPECT_NE(loader.log().find("kl-loader: ends because no memory is left\n"), std::string::npos)
+      << loader.log();
+}
+#endif
+
+}  // namespace
