@@ -44,10 +44,12 @@ Access judged(unsigned int bits, unsigned int command, const DestinationRules& t
 }
 
 // The request names a user: he may do what he may do himself at the destination, as far as the bits of the request go.
+// Where he may do everything, nobody speaks for him.
 Access decideInNameOf(const SenderRights* user, const Envelope& e, const DestinationRules& to) {
   if (user == nullptr) return denied(Access::Denial::kStranger);
   const Grant* grant = grantAt(*user, to);
   if (grant == nullptr) return denied(Access::Denial::kNone);
+  if ((grant->rights.bits & kl::RIGHT_OF_NOBODY) != 0) return denied(Access::Denial::kStranger);
   const unsigned int bits = grant->rights.bits & (e.policy.bytes().empty() ? kl::RIGHTS_ALL : e.policy.u32());
   Access result = judged(bits, e.command, to);
   result.mark = {user->user, true, true, bits};

@@ -153,6 +153,15 @@ TEST_F(AccessTest, ThePolicyOfTheRequestLimitsTheRightsOfTheNamedUser) {
   EXPECT_EQ(decide(sender, m, {0, &commands}).denial, Access::Denial::kLacks);
 }
 
+TEST_F(AccessTest, NobodySpeaksForAUserWhereHeMayDoEverything) {
+  const auto users = std::make_shared<loader::SpokenUsers>();
+  users->add("alice", bob(Rights::everything(), Rights::of(64)));
+  SenderRights sender = loader::equalRights("web", Rights::of(64));
+  sender.speaksFor = users;
+  EXPECT_EQ(decide(sender, inNameOf("alice")).denial, Access::Denial::kStranger);
+  EXPECT_EQ(decide(sender, inNameOf("alice"), {1, nullptr}).bits, 64u);
+}
+
 TEST_F(AccessTest, AGatewaySpeaksForNobodyElse) {
   const SenderRights sender = gateway();
   for (const char* user : {"root", "bob", "web", "", "alice ", "Alice"}) {
