@@ -27,21 +27,31 @@ Configuration parse(const std::string& text, std::vector<Mistake>& mistakes) {
   return loader::parseConfiguration(text, kFile, mistakes);
 }
 
-void write(std::ostream& out, const loader::Rights& rights) {
-  out << rights.all << ' ' << rights.bits << '\n';
+void write(std::ostream& out, const loader::Rights& rights) { out << wordsOf(rights) << '\n'; }
+
+// Its order is that of the lines, which a library that writes the text anew does not keep.
+void write(std::ostream& out, const loader::AccessList& list) {
+  std::set<std::string> entries;
+  for (const loader::AccessEntry& entry : list.entries)
+    entries.insert(entry.key + ' ' + wordsOf(entry.rights));
+  out << list.name << '\n';
+  for (const std::string& entry : entries) out << entry << '\n';
 }
 
 // Everything that a configuration says.
 std::string textOf(const Configuration& c) {
   std::ostringstream out;
   out << c.stateFolder << '\n' << c.queueLimit << '\n' << c.stallSeconds << '\n' << c.startSeconds << '\n';
-  write(out, c.defaultRights);
-  for (const auto& [user, rights] : c.userRights) write(out << user << ' ', rights);
+  write(out, c.rights);
+  write(out, c.access);
   for (const loader::ServiceConfiguration& service : c.services) {
     out << service.id << ' ' << service.name << ' ' << service.user << ' ' << service.folder << '\n';
     for (const std::string& word : service.command) out << word << '\n';
     for (const auto& [name, value] : service.environment) out << name << '=' << value << '\n';
-    write(out, service.rights);
+    if (service.rights) write(out, *service.rights);
+    write(out, service.access);
+    for (const auto& [command, bits] : service.commands.value_or(loader::CommandRights()))
+      out << command << ' ' << bits << '\n';
     out << static_cast<int>(service.restart) << service.startsAtBoot << service.startsOnDemand
         << service.leaveIdleSeconds << ' ' << service.startSeconds << '\n'
         << kl::message(service.settings) << '\n';

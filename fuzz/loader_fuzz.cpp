@@ -251,7 +251,6 @@ class System {
   Loop loop_;
   const loader::Configuration configuration_ = configuration();
   loader::Log log_{-1};
-  loader::Users users_;
   loader::IdCounter ids_{"/dev/null/none", log_};  // no file: it counts in memory
   loader::ServiceTable table_;
   loader::OpenRequests requests_{1};
@@ -267,7 +266,7 @@ class System {
                          outbox_,
                          {[this](Service& asker, const kl::message& m) { own_.handle(asker, m); },
                           [](Service&, const loader::Envelope&) {}, [](Service&) {}}};
-  loader::Registration registration_{table_, ids_, users_, configuration_};
+  loader::Registration registration_{table_, ids_, configuration_};
   std::vector<Service*> services_;  // that are connected
   std::multiset<Open> open_;
   std::set<Wish> wishes_;  // subscriptions, some of which have been ended

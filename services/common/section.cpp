@@ -160,6 +160,11 @@ void Section::refuseOthers() {
   }
 }
 
+unsigned int Section::lineOf(const std::string& key) const {
+  const auto found = table_.find(key);
+  return found == table_.end() ? table_.source().begin.line : found->first.source().begin.line;
+}
+
 long long Section::numberOr(const std::string& key, long long otherwise, long long least, long long most) {
   const toml::node* node = find(key);
   if (node == nullptr) return otherwise;

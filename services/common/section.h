@@ -68,6 +68,13 @@ class Section {
   void mistake(const std::string& text) { mistake("", text); }
   void refuseOthers();
 
+  // The line in which the key stands; that of the table where it is missing.
+  unsigned int lineOf(const std::string& key) const;
+  // "[name] key: TEXT" in that line, for whoever wants to say something that is no mistake.
+  Mistake remark(const std::string& key, const std::string& text) const {
+    return {file_, lineOf(key), labelOf(key) + ": " + text};
+  }
+
  private:
   long long numberOr(const std::string& key, long long otherwise, long long least, long long most);
   std::string labelOf(const std::string& key) const;

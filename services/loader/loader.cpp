@@ -11,6 +11,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include "admission/rights.h"
 #include "kl/utilities.h"
 #include "life/markers.h"
 
@@ -129,11 +130,15 @@ Loader::Loader(const Configuration& configuration, Log& log)
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { settle(); }),
-      router_(table_, requests_, subscriptions_, outbox_,
-              {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
-               [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
-               [this](Service& to) { lifecycle_.onNeeded(to); }}),
-      registration_(table_, ids_, users_, configuration),
+      denials_(configuration, log),
+      router_(
+          table_, requests_, subscriptions_, outbox_,
+          {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
+           [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
+           [this](Service& to) { lifecycle_.onNeeded(to); },
+           [this](const Service& sender, const Envelope& e, unsigned int toId, Path rest,
+                  const Access& access) { denials_.report(sender, e, toId, rest, access, secondsNow()); }}),
+      registration_(table_, ids_, configuration),
       leaving_(table_, kept_),
       idleness_(loop_, secondsNow, [this](Service& service) { onIdle(service); }),
       lifecycle_(loop_, table_, requests_, outbox_, router_, registration_, leaving_, idleness_, log, *this),
@@ -173,8 +178,9 @@ Service& Loader::addOwnRow() {
   Service& own = table_.add(kl::SERVICE_LOADER);
   own.name = "loader";
   own.pid = ::getpid();
-  own.user = users_.nameOf(::geteuid());
+  own.user = configuration_.users.nameOf(::geteuid());
   own.starts = 1;
+  own.rules = rulesFor(configuration_, kl::SERVICE_LOADER);
   own.state = kl::SVC_STATE_RUNNING;
   outbox_.setSender(own);
   return own;
@@ -184,7 +190,8 @@ void Loader::addConfigured(const ServiceConfiguration& configured) {
   Service& service = table_.add(configured.id);
   service.chargeTo(accounts_.ofService(configured.id));
   service.name = configured.name;
-  service.user = configured.user.empty() ? users_.nameOf(::geteuid()) : configured.user;
+  service.user = configured.user.empty() ? configuration_.users.nameOf(::geteuid()) : configured.user;
+  service.rules = rulesFor(configuration_, configured.id);
   lifecycle_.configure(service, configured);
 }
 
@@ -199,8 +206,8 @@ void Loader::onConnection(Descriptor socket, common::Peer peer) {
 // The connection is closed rather than left where root would have to wait behind it.
 void Loader::turnAway(common::Peer peer, Account& account) {
   if (!account.pace().takesLine(kl::getJiffies())) return;
-  log_.line("pid " + std::to_string(peer.pid) + ": too many connections of " + users_.nameOf(peer.uid) +
-            ", or of all users; refused");
+  log_.line("pid " + std::to_string(peer.pid) + ": too many connections of " +
+            configuration_.users.nameOf(peer.uid) + ", or of all users; refused");
 }
 
 // The oldest unregistered connection is closed when there are too many of one user: a genuine client registers at once.
@@ -253,7 +260,7 @@ void Loader::onConnectionClosed(Client& client, const std::string& reason) {
 void Loader::countFailure(const Client& client, Account& account) {
   const unsigned int now = kl::getJiffies();
   if (account.pace().failed(now) && account.pace().takesLine(now))
-    log_.line(users_.nameOf(client.who.uid) +
+    log_.line(configuration_.users.nameOf(client.who.uid) +
               ": too many connections come to nothing; new ones have to wait");
 }
 

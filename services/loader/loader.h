@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "admission/denials.h"
 #include "life/lifecycle.h"
 #include "logging/log_sender.h"
 #include "own/own_service.h"
@@ -76,7 +77,6 @@ class Loader final : private LifecycleHost {
   LogSender logSender_;
   ReadArea area_;
   Accounts accounts_;
-  Users users_;
   IdCounter ids_;
   ServiceTable table_;
   OpenRequests requests_;
@@ -85,6 +85,7 @@ class Loader final : private LifecycleHost {
   Turns turns_{outbox_.work()};
   KeptData kept_;
   OwnService own_;
+  Denials denials_;
   Router router_;
   Registration registration_;
   Leaving leaving_;

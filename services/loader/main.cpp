@@ -48,6 +48,7 @@ int main(int argc, char** argv) {
   common::Mistakes mistakes;
   const loader::Configuration configuration = loader::readConfiguration(*line, mistakes);
   common::report(mistakes, kProgram.name);
+  common::report(configuration.warnings, kProgram.name);
   if (!mistakes.empty()) return common::kMistake;
   return line->checksOnly ? 0 : run(configuration);
 }

@@ -32,12 +32,6 @@ bool isProcessOf(const Applicant& who, const Service& service) {
   return who.startedAs == &service || (service.pid > 0 && service.pid == who.pid);
 }
 
-// The user that a configured service belongs to.
-bool isUser(uid_t uid, const std::string& name) {
-  if (name.empty()) return uid == ::geteuid();
-  return uid == Users::numberOf(name);
-}
-
 // A process chooses this name itself, and it goes into the log and onto terminals.
 std::string programName(pid_t pid) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
@@ -53,8 +47,9 @@ Service* Registration::admit(const Applicant& who, const Envelope& hello, std::s
     refusal = "registers without its values";
     return nullptr;
   }
-  if (id == 0) id = who.startedAs != nullptr ? who.startedAs->id : pickId();
-  refusal = whyNot(who, id);
+  const bool isPicked = id == 0 && who.startedAs == nullptr;
+  if (id == 0) id = isPicked ? pickId() : who.startedAs->id;
+  refusal = isPicked ? std::string() : whyNot(who, id);
   if (!refusal.empty()) return nullptr;
   Service* known = table_.find(id);
   Service& service = known != nullptr ? *known : table_.add(id);
@@ -63,8 +58,8 @@ Service* Registration::admit(const Applicant& who, const Envelope& hello, std::s
 }
 
 uid_t Registration::userOf(const Service& service) const {
-  const ServiceConfiguration* configured = configurationOf(service);
-  return configured == nullptr || configured->user.empty() ? ::geteuid() : Users::numberOf(configured->user);
+  const ServiceConfiguration* configured = configuration_.find(service.id);
+  return configured == nullptr ? ::geteuid() : configured->userId();
 }
 
 kl::message Registration::readyMessage(const Service& service, const std::vector<unsigned char>& data) const {
@@ -75,7 +70,7 @@ kl::message Registration::readyMessage(const Service& service, const std::vector
   m.insert(kl::READY_VERSION, common::versionWord());
   m.insert(kl::READY_STARTS, service.starts);
   if (!data.empty()) m.insert(kl::READY_DATA, kl::message::flat_message(data));
-  const ServiceConfiguration* configured = configurationOf(service);
+  const ServiceConfiguration* configured = configuration_.find(service.id);
   if (configured != nullptr && !configured->settings.empty())
     m.insert(kl::READY_CONFIGURATION, kl::message::flat_message(configured->settings));
   return m;
@@ -86,27 +81,26 @@ std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
   if (!isConfigurable(id)) return asked + "is never given";
   if (who.startedAs != nullptr && who.startedAs->id != id) return asked + "is not the one configured for it";
   const Service* service = table_.find(id);
-  if (service == nullptr) return {};
-  if (service->isConnected()) return asked + service->name + " has";
-  const std::string reason = whyNotConfigured(who, *service);
+  if (service != nullptr && service->isConnected()) return asked + service->name + " has";
+  const std::string reason = service != nullptr && service->isConfigured ? whyNotConfigured(who, *service)
+                                                                         : whyNotUnconfigured(who, id);
   return reason.empty() ? reason : asked + reason;
 }
 
 std::string Registration::whyNotConfigured(const Applicant& who, const Service& service) const {
   if (service.state == kl::SVC_STATE_LEAVING) return "is leaving";
   if (isProcessOf(who, service)) return {};
-  const ServiceConfiguration* configured = configurationOf(service);
+  const ServiceConfiguration* configured = configuration_.find(service.id);
   const std::string owner = "is configured for " + service.name;
   if (service.pid > 0) return owner + ", whose process runs";
-  if (configured != nullptr && !isUser(who.uid, configured->user)) return owner + " and not for this user";
+  if (configured != nullptr && who.uid != configured->userId()) return owner + " and not for this user";
   return {};
 }
 
-const ServiceConfiguration* Registration::configurationOf(const Service& service) const {
-  const auto found =
-      std::find_if(configuration_.services.begin(), configuration_.services.end(),
-                   [&](const ServiceConfiguration& configured) { return configured.id == service.id; });
-  return found == configuration_.services.end() ? nullptr : &*found;
+// The ids of others would lead what is meant for them to a stranger.
+std::string Registration::whyNotUnconfigured(const Applicant& who, unsigned int id) const {
+  if (id >= IdCounter::kFirst && id <= IdCounter::kLast) return "is for the loader to pick";
+  return isTrusted(who.uid) ? std::string() : "nobody is configured for";
 }
 
 // Needs: an id is free.  There are more of them than a machine has descriptors.
@@ -120,14 +114,11 @@ void Registration::fill(Service& service, const Applicant& who) {
   if (!isProcessOf(who, service)) ++service.starts;
   service.pid = who.pid;
   service.uid = who.uid;
-  service.user = users_.nameOf(who.uid);
+  service.user = configuration_.users.nameOf(who.uid);
   service.leaveValue = 0;  // a new process has yet to declare that it may leave
   service.wantsToLeave = false;
   if (service.name.empty()) service.name = programName(who.pid);
-  const ServiceConfiguration* configured = configurationOf(service);
-  const Rights rights = configured != nullptr ? configured->rights : configuration_.rightsOf(service.user);
-  const bool isTrusted = who.uid == 0 || who.uid == ::geteuid();
-  service.rights = isTrusted ? trustedRights(service.user) : equalRights(service.user, rights);
+  service.rights = senderRights(configuration_, {who.uid, configuration_.find(service.id)});
 }
 
 }  // namespace loader

@@ -5,7 +5,6 @@
 
 #include "admission/id_counter.h"
 #include "config/configuration.h"
-#include "config/users.h"
 #include "routing/service_table.h"
 #include "services/common/local_socket.h"
 
@@ -19,7 +18,8 @@ struct Applicant : common::Peer {
 // Decides about registrations.
 //
 // A configured id belongs to the process that the loader started for it, or, while there is none, to the user
-// configured for it.  Any other id that is free is given to the process that asks for it; 0 asks for any.
+// configured for it.  Another one that is free is for root and the loader's own user, to try a program by hand, unless
+// it is one of those that the loader picks: nobody asks for these but with 0.
 //
 // Errors:    a refusal has its reason.
 // Ownership: borrows everything that it is made with.
@@ -27,8 +27,8 @@ struct Applicant : common::Peer {
 // Cost:      one look at /proc for the name of a program that nobody configured.
 class Registration {
  public:
-  Registration(ServiceTable& table, IdCounter& ids, Users& users, const Configuration& configuration)
-      : table_(table), ids_(ids), users_(users), configuration_(configuration) {}
+  Registration(ServiceTable& table, IdCounter& ids, const Configuration& configuration)
+      : table_(table), ids_(ids), configuration_(configuration) {}
 
   // The service that the applicant now is, with its name, user and rights; null with the reason in `refusal`.
   // Its connection and its state are the caller's to set.
@@ -43,13 +43,12 @@ class Registration {
  private:
   std::string whyNot(const Applicant& who, unsigned int id) const;
   std::string whyNotConfigured(const Applicant& who, const Service& service) const;
-  const ServiceConfiguration* configurationOf(const Service& service) const;
+  std::string whyNotUnconfigured(const Applicant& who, unsigned int id) const;
   unsigned int pickId();
   void fill(Service& service, const Applicant& who);
 
   ServiceTable& table_;
   IdCounter& ids_;
-  Users& users_;
   const Configuration& configuration_;
 };
 

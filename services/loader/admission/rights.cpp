@@ -2,6 +2,8 @@
 
 #include "admission/rights.h"
 
+#include <algorithm>
+
 #include "kl/conventions.h"
 #include "kl/message.h"
 
@@ -24,6 +26,30 @@ RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
   m.insert(kl::SYS_USER, user);
   m.insert(kl::SYS_POLICY, rights.bits);
   return recordsOf(m);
+}
+
+SenderRights senderRights(const Configuration& configuration, const Sender& sender) {
+  const std::string user = configuration.users.nameOf(sender.uid);
+  if (isTrusted(sender.uid)) return trustedRights(user);
+  SenderRights result = equalRights(user, explain(configuration, sender, kl::BADID).rights);
+  for (const unsigned int destination : configuration.destinationsWithAccess()) {
+    const Rights rights = explain(configuration, sender, destination).rights;
+    result.grants.push_back({rights, rightsRecords(user, rights)});
+  }
+  return result;
+}
+
+// The first grant of each sender is for the destinations without a list.
+DestinationRules rulesFor(const Configuration& configuration, unsigned int id) {
+  DestinationRules rules;
+  const std::vector<unsigned int> lists = configuration.destinationsWithAccess();
+  const auto own = std::find(lists.begin(), lists.end(), id);
+  if (own != lists.end()) rules.accessList = static_cast<unsigned int>(own - lists.begin()) + 1;
+  static const CommandRights ofLoader = loaderCommands();
+  if (id == kl::SERVICE_LOADER) rules.commands = &ofLoader;
+  const ServiceConfiguration* service = configuration.find(id);
+  if (service != nullptr && service->commands) rules.commands = &*service->commands;
+  return rules;
 }
 
 SenderRights trustedRights(const std::string& user) {

@@ -3,12 +3,19 @@
 
 #include <string>
 
+#include "config/decision.h"
 #include "routing/access.h"
 
 namespace loader {
 
 // The records that replace SYS_USER and SYS_POLICY in the requests of a sender.
 RightsRecords rightsRecords(const std::string& user, const Rights& rights);
+
+// What a sender may do at each destination; its grants are in the order of the access lists.
+SenderRights senderRights(const Configuration& configuration, const Sender& sender);
+
+// What the requests to a service are measured by.
+DestinationRules rulesFor(const Configuration& configuration, unsigned int id);
 
 // The rights of root and of the loader's own user.
 SenderRights trustedRights(const std::string& user);

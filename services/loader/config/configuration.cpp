@@ -4,7 +4,7 @@
 
 #include "config/configuration.h"
 
-#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -22,46 +22,29 @@ using common::Section;
 
 constexpr long long kMostOfAResource = 1 << 30;
 
-constexpr char kRightsExpected[] =
-    "\"all\", \"read\", \"change\", \"control\", \"contents\", a list of these, or a number of policy bits";
-
-bool addRight(const std::string& word, Rights& rights) {
-  if (word == "all") rights = Rights::everything();
-  else if (word == "read") rights.bits |= kl::RIGHT_READ;
-  else if (word == "change") rights.bits |= kl::RIGHT_CHANGE;
-  else if (word == "control") rights.bits |= kl::RIGHT_CONTROL;
-  else if (word == "contents") rights.bits |= kl::RIGHT_CONTENTS;
-  else return false;
-  return true;
+// Somebody who starts a service must know its user; without one a service that comes by itself cannot come.
+void readUser(Section& section, ServiceConfiguration& service, Configuration& whole) {
+  service.user = section.text("user", "");
+  if (service.user.empty()) return;
+  if (const auto uid = whole.users.find(service.user)) service.uid = *uid;
+  else if (!service.command.empty()) section.expected("user", "the name of a user of this system");
+  else whole.warnings.push_back(section.remark("user", "this system has nobody of that name"));
 }
 
-bool addRights(const toml::array& words, Rights& rights) {
-  return std::all_of(words.begin(), words.end(), [&](const toml::node& node) {
-    const auto word = node.value_exact<std::string>();
-    return word && addRight(*word, rights);
-  });
+void readOwnRights(Section& section, ServiceConfiguration& service, Configuration& whole) {
+  if (section.find("rights") == nullptr) return;
+  service.rights = readRights(section, "rights", {});
+  service.rightsLine = section.lineOf("rights");
+  if (service.user.empty() || service.uid == 0)
+    whole.warnings.push_back(
+        section.remark("rights", "never matches: root and the loader's own user may do everything anyway"));
 }
 
-Rights readRights(Section& section, const std::string& key, Rights otherwise) {
-  const toml::node* node = section.find(key);
-  if (node == nullptr) return otherwise;
-  Rights rights = Rights::of(0);
-  if (const auto word = node->value_exact<std::string>(); word && addRight(*word, rights)) return rights;
-  if (const auto* words = node->as_array(); words != nullptr && addRights(*words, rights)) return rights;
-  if (const auto bits = node->value_exact<int64_t>(); bits && *bits >= 0 && *bits <= 0xffffffff) {
-    rights.bits = static_cast<unsigned int>(*bits);
-    return rights;
-  }
-  section.expected(*node, key, kRightsExpected);
-  return otherwise;
-}
-
-bool userExists(const std::string& name) { return ::getpwnam(name.c_str()) != nullptr; }
-
-std::string readUser(Section& section) {
-  std::string user = section.text("user", "");
-  if (!user.empty() && !userExists(user)) section.expected("user", "the name of a user of this system");
-  return user;
+// The `access` of a service or of the loader itself.
+AccessList readAccess(Section& section, const std::string& name, Configuration& whole) {
+  if (section.find("access") == nullptr) return {};
+  Section table = section.table("access");
+  return readAccessList(table, "access of " + name, whole.users, whole.warnings);
 }
 
 RestartRule readRestart(Section& section) {
@@ -108,18 +91,20 @@ unsigned int readId(Section& section, const std::string& name) {
   return id;
 }
 
-ServiceConfiguration readService(Section& section, unsigned int startSeconds) {
+ServiceConfiguration readService(Section& section, Configuration& whole) {
   ServiceConfiguration service;
   service.name = section.text("name", "");
   service.id = readId(section, service.name);
   service.command = section.texts("command", "a list of texts: the program and its arguments");
-  service.user = readUser(section);
+  readUser(section, service, whole);
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
-  service.rights = readRights(section, "rights", Rights::everything());
+  readOwnRights(section, service, whole);
+  service.access = readAccess(section, service.name, whole);
+  if (section.find("commands") != nullptr) service.commands = readCommands(section);
   service.restart = readRestart(section);
   readStart(section, service);
-  service.startSeconds = section.number("start_seconds", startSeconds, 0, 86400);
+  service.startSeconds = section.number("start_seconds", whole.startSeconds, 0, 86400);
   service.leaveIdleSeconds = section.number("leave_idle_seconds", 0u, 0, 86400);
   refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))
@@ -132,7 +117,7 @@ void readServices(Section& file, Configuration& configuration) {
   std::set<unsigned int> ids;
   std::set<std::string> names;
   for (Section& section : file.tables("service", "a table for each service, headed by [[service]]")) {
-    ServiceConfiguration service = readService(section, configuration.startSeconds);
+    ServiceConfiguration service = readService(section, configuration);
     if (!ids.insert(service.id).second && service.id != 0)
       section.mistake("expected an id of its own: another service has it");
     if (!names.insert(service.name).second)
@@ -147,6 +132,7 @@ void readLoader(Section& file, Configuration& configuration) {
   configuration.queueLimit = section.number("queue_limit", configuration.queueLimit, 4096, 16 * 1024 * 1024);
   configuration.startSeconds = section.number("start_seconds", configuration.startSeconds, 0, 86400);
   configuration.stallSeconds = section.number("stall_seconds", configuration.stallSeconds, 0, 86400);
+  configuration.access = readAccess(section, "loader", configuration);
   section.refuseOthers();
 }
 
@@ -170,20 +156,33 @@ void readQuota(Section& file, Limits& limits) {
 
 void readUserRights(Section& file, Configuration& configuration) {
   Section section = file.table("rights");
-  configuration.defaultRights = readRights(section, "default", configuration.defaultRights);
-  for (const std::string& user : section.keys()) {
-    if (user == "default") continue;
-    if (!userExists(user))
-      section.expected(user, "a key that is \"default\" or the name of a user of this system");
-    configuration.userRights[user] = readRights(section, user, configuration.defaultRights);
-  }
+  configuration.rights = readAccessList(section, "rights", configuration.users, configuration.warnings);
 }
 
 }  // namespace
 
-Rights Configuration::rightsOf(const std::string& who) const {
-  const auto found = userRights.find(who);
-  return found == userRights.end() ? defaultRights : found->second;
+uid_t ServiceConfiguration::userId() const { return user.empty() ? ::geteuid() : uid; }
+
+const ServiceConfiguration* Configuration::find(unsigned int id) const {
+  const auto found = std::find_if(services.begin(), services.end(),
+                                  [&](const ServiceConfiguration& service) { return service.id == id; });
+  return found == services.end() ? nullptr : &*found;
+}
+
+const AccessList* Configuration::accessOf(unsigned int destination) const {
+  const ServiceConfiguration* service = find(destination);
+  const AccessList* list = nullptr;
+  if (destination == kl::SERVICE_LOADER) list = &access;
+  else if (service != nullptr) list = &service->access;
+  return list == nullptr || list->empty() ? nullptr : list;
+}
+
+std::vector<unsigned int> Configuration::destinationsWithAccess() const {
+  std::vector<unsigned int> ids;
+  if (!access.empty()) ids.push_back(kl::SERVICE_LOADER);
+  for (const ServiceConfiguration& service : services)
+    if (!service.access.empty()) ids.push_back(service.id);
+  return ids;
 }
 
 bool isConfigurable(unsigned int id) {

@@ -2,14 +2,19 @@
 // configuration.h: the configuration file, read and checked.
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "config/rights.h"
+#include "config/access_list.h"
+#include "config/commands.h"
 #include "quota/limits.h"
 #include "services/common/command_line.h"
 
 namespace loader {
+
+// The number of a user whom the system does not know.
+inline constexpr uid_t kUnknownUser = static_cast<uid_t>(-1);
 
 // When the loader starts a service again that ended without an order.
 enum class RestartRule : unsigned char {
@@ -23,29 +28,41 @@ struct ServiceConfiguration {
   std::string name;
   std::vector<std::string> command;  // empty: somebody else starts it
   std::string user;                  // who it runs as and who may claim its id; empty: the loader's own user
+  uid_t uid = kUnknownUser;          // the number of `user`
   std::string folder;                // its working directory; empty: the loader's own
   std::map<std::string, std::string> environment;  // beside what the loader has
-  Rights rights = Rights::everything();
+  std::optional<Rights> rights;  // of its own requests, in the place of what [rights] gives to its user
+  unsigned int rightsLine = 0;
+  AccessList access;                      // who may do what with it; empty: what [rights] says
+  std::optional<CommandRights> commands;  // what its commands need; none: it decides about each itself
   RestartRule restart = RestartRule::kAfterCrash;
   bool startsAtBoot = true;
   bool startsOnDemand = false;          // the first message for it starts it
   unsigned int startSeconds = 60;       // a process that does not register in that time has to end; 0: never
   unsigned int leaveIdleSeconds = 0;    // after so long without work it is asked to leave; 0: never
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
+
+  // Who it runs as; kUnknownUser when the system does not know the user.
+  uid_t userId() const;
 };
 
 struct Configuration {
   std::string stateFolder;               // where the loader keeps what must survive it
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
   unsigned int startSeconds = 60;        // of each service that has none of its own
-  unsigned int stallSeconds = 10;  // a busy service that reads nothing for so long is disconnected; 0: never
-  Limits quota;                    // what users may take of the loader
-  Rights defaultRights;
-  std::map<std::string, Rights> userRights;
+  unsigned int stallSeconds = 10;   // a busy service that reads nothing for so long is disconnected; 0: never
+  Limits quota;                     // what users may take of the loader
+  AccessList rights{"rights", {}};  // what users may do everywhere
+  AccessList access;                // who may do what with the loader itself; empty: what `rights` says
   std::vector<ServiceConfiguration> services;
+  Users users;
+  common::Mistakes warnings;  // what can be lived with
 
-  // The rights of an ordinary user's requests.
-  Rights rightsOf(const std::string& user) const;
+  const ServiceConfiguration* find(unsigned int id) const;
+  // The `access` of a service or of the loader itself; null without one.
+  const AccessList* accessOf(unsigned int destination) const;
+  // The ids of those that have one, in the order of the file, the loader's own first.
+  std::vector<unsigned int> destinationsWithAccess() const;
 };
 
 // Ids that a configuration may give to a service.

@@ -1,28 +1,51 @@
 #pragma once
-// users.h: the names of users.
+// users.h: the users and groups of this system.
 
 #include <sys/types.h>
 
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace loader {
 
-// Names by number, asked of the system once each: services come and go often, users do not.
+// Users and groups as the system lists them when the configuration is read; nothing asks the system for names later.
+// A number is never a name: who is listed under one is called by his own number.
 //
 // Errors:    a user without a name is called by his number.
 // Ownership: owns the names.
 // Threads:   belongs to one thread.
-// Cost:      the first question about a user reads the system's files.
+// Cost:      each is made by reading the system's lists; nameOf() looks into a map.
 class Users {
  public:
-  const std::string& nameOf(uid_t uid);
+  struct User {
+    std::string name;
+    uid_t uid = 0;
+    gid_t group = 0;  // his primary group
+  };
+  struct Group {
+    std::string name;
+    gid_t gid = 0;
+    std::vector<std::string> members;  // beside those whose primary group it is
+  };
 
-  // The number of a user, or the highest one, which nobody has.
-  static uid_t numberOf(const std::string& name);
+  Users();  // those of this system
+  Users(const std::vector<User>& users, const std::vector<Group>& groups);
+
+  std::string nameOf(uid_t uid) const;
+
+  // The number of a user.  One whom the system knows but does not list is asked for by his name, and kept.
+  std::optional<uid_t> find(const std::string& name);
+  // The numbers of a group's members, in order and each once.
+  std::optional<std::vector<uid_t>> findGroup(const std::string& name);
 
  private:
+  void add(const User& user);
+
+  std::map<std::string, User> users_;
   std::map<uid_t, std::string> names_;
+  std::map<std::string, Group> groups_;
 };
 
 }  // namespace loader

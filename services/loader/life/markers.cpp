@@ -19,7 +19,6 @@
 #include <set>
 #include <string_view>
 
-#include "config/users.h"
 #include "services/common/descriptor.h"
 
 namespace loader {
@@ -43,7 +42,7 @@ bool isName(const std::string& name) {
 Owners ownersOf(const Configuration& configuration) {
   Owners owners;
   for (const ServiceConfiguration& service : configuration.services) {
-    const uid_t user = service.user.empty() ? ::geteuid() : Users::numberOf(service.user);
+    const uid_t user = service.userId();
     const std::string program =
         service.command.empty() ? service.name : markerNameOf(service.command.front());
     for (const std::string& name : {service.name, program})

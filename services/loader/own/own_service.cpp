@@ -69,7 +69,7 @@ kl::message objectOf(const Service& s) {
 void OwnService::handle(Service& asker, const kl::message& request) {
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
   const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
-  if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, ""));
+  if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, whyNotAllowed(request)));
   if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
   if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(asker, request);
   if (hasUnread(asker)) return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
@@ -77,6 +77,13 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(asker, request);
   reply(asker, request, execute(request, command));
+}
+
+// Of the trusted, who may send fewer rights than they have; the router sees to all others.
+std::string OwnService::whyNotAllowed(const kl::message& request) const {
+  const auto need = commands_.find(request.get(kl::SYS_CMD, kl::CMD_NOOP));
+  const unsigned int bits = need != commands_.end() ? need->second : kl::RIGHT_OF_NOBODY;
+  return "lacks the right " + wordsOf(bits & ~request.get(kl::SYS_POLICY, kl::RIGHTS_ALL));
 }
 
 kl::message OwnService::execute(const kl::message& request, unsigned int command) {

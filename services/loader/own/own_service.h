@@ -40,7 +40,9 @@ class OwnService {
         subscriptions_(subscriptions),
         outbox_(outbox),
         order_(std::move(order)),
-        settle_(std::move(settle)) {}
+        settle_(std::move(settle)) {
+    for (const auto& [command, bits] : commands_) policies_.set_policy(command, bits);
+  }
 
   // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
   void handle(Service& asker, const kl::message& request);
@@ -63,6 +65,7 @@ class OwnService {
   };
 
   void onBatchTimer();
+  std::string whyNotAllowed(const kl::message& request) const;
   kl::message execute(const kl::message& request, unsigned int command);
   kl::message getObject(unsigned int id);
   kl::message getAll(const kl::message& request);
@@ -84,6 +87,7 @@ class OwnService {
   Outbox& outbox_;
   Order order_;
   Settle settle_;
+  const CommandRights commands_ = loaderCommands();
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/commands.h"
 #include "config/rights.h"
 #include "routing/envelope.h"
 #include "routing/rewrite.h"
@@ -56,9 +57,6 @@ class SpokenUsers {
 
   std::unordered_map<std::string, SenderRights, Hash, std::equal_to<>> users_;
 };
-
-// What each command of a destination needs.
-using CommandRights = std::unordered_map<unsigned int, unsigned int>;
 
 // The rules of a destination, made once from the configuration.
 struct DestinationRules {

@@ -28,6 +28,28 @@ TEST(LoaderMain, HelpVersionAndAGoodCheckEndWithStatus0) {
   EXPECT_EQ(statusOf("--check --config " KL_SOURCE_DIR "/services/loader/kl-loader.toml"), 0);
 }
 
+TEST(LoaderMain, AWarningEndsACheckWithStatus0) {
+  const std::string file = "/kelo/warned.toml";
+  std::ofstream(file) << "[rights]\nnobodyknowsme = \"read\"\n";
+  const auto loader = kl::test::runProgram({KL_BIN_DIR "/kl-loader", "--check", "--config", file});
+  EXPECT_EQ(loader.exitStatus, 0);
+  EXPECT_EQ(loader.err,
+            "kl-loader: " + file +
+                ":2: [rights] nobodyknowsme: never matches: this system has nobody of that name\n");
+}
+
+// The text between .nf and .fi behind "Example".
+TEST(LoaderMain, TheExampleOfThePageIsRightOnAFreshMachine) {
+  std::ifstream in(KL_SOURCE_DIR "/docs/man/kl-loader.8");
+  const std::string page((std::istreambuf_iterator<char>(in)), {});
+  const std::size_t begin = page.find(".nf\n", page.find(".SS Example\n")) + 4;
+  const std::string text = page.substr(begin, page.find(".fi\n", begin) - begin);
+  ASSERT_NE(text.find("[[service]]"), std::string::npos);
+  const std::string file = "/kelo/example.toml";
+  std::ofstream(file) << text;
+  EXPECT_EQ(statusOf("--check --config " + file), 0);
+}
+
 TEST(LoaderMain, AMistakeEndsWithStatus2) {
   EXPECT_EQ(statusOf("--nonsense"), 2);
   EXPECT_EQ(statusOf("--check --config /nowhere/kl-loader.toml"), 2);

@@ -70,9 +70,8 @@ TEST(ProtocolPage, TheConfirmationIsTheLoaders) {
   loader::Log log(-1);
   loader::ServiceTable table;
   loader::IdCounter ids("/nowhere/next-id", log);
-  loader::Users users;
   const loader::Configuration configuration;
-  EXPECT_TRUE(m == loader::Registration(table, ids, users, configuration).readyMessage(service));
+  EXPECT_TRUE(m == loader::Registration(table, ids, configuration).readyMessage(service));
 }
 
 TEST(ProtocolPage, TheRoutedRequestIsRewrittenAsShown) {

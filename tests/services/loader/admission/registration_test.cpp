@@ -65,9 +65,8 @@ class RegistrationTest : public testing::Test {
   loader::Log log_{-1};
   ServiceTable table_;
   IdCounter ids_{"/nowhere/next-id", log_};
-  loader::Users users_;
   Configuration configuration_;
-  Registration registration_{table_, ids_, users_, configuration_};
+  Registration registration_{table_, ids_, configuration_};
   std::vector<unsigned char> body_;
   std::string refusal_;
   const Applicant me_{{::getpid(), ::geteuid()}, nullptr};
@@ -80,8 +79,9 @@ TEST_F(RegistrationTest, WhoAsksForNoIdGetsThoseFrom0x10000On) {
 }
 
 TEST_F(RegistrationTest, APickedIdIsNeverOneThatIsTaken) {
-  EXPECT_NE(admit(me_, 0x10000u), nullptr);
-  EXPECT_EQ(admit(me_, 0u)->id, 0x10001u);
+  ASSERT_NE(admit(me_, 0u), nullptr);
+  table_.add(0x10001);
+  EXPECT_EQ(admit(me_, 0u)->id, 0x10002u);
 }
 
 TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
@@ -114,11 +114,10 @@ TEST_F(RegistrationTest, TheConfirmationCarriesWhatTheServiceSaved) {
   EXPECT_FALSE(registration_.readyMessage(*table_.find(500)).has(kl::READY_DATA));
 }
 
-TEST_F(RegistrationTest, AFreeIdIsGivenToWhoeverAsks) {
-  const Service* service = admit(stranger_, 500u);
+TEST_F(RegistrationTest, WhoAsksForNoIdIsShownWithItsUser) {
+  const Service* service = admit(stranger_, 0u);
   ASSERT_NE(service, nullptr);
-  EXPECT_EQ(service->id, 500u);
-  EXPECT_EQ(service->user, users_.nameOf(kStranger));
+  EXPECT_EQ(service->user, configuration_.users.nameOf(kStranger));
   EXPECT_EQ(service->starts, 1u);
   EXPECT_FALSE(service->name.empty());
 }
@@ -127,6 +126,32 @@ TEST_F(RegistrationTest, ATakenIdIsRefused) {
   (void)admit(me_, 500u);
   EXPECT_EQ(admit(me_, 500u), nullptr);
   EXPECT_NE(refusal_.find("asks for the id 500, which "), std::string::npos) << refusal_;
+}
+
+TEST_F(RegistrationTest, AnIdThatNobodyIsConfiguredForIsForRootAndTheLoadersOwnUserAlone) {
+  for (const unsigned int id : {2u, 17u, 24u, 500u, 0xffffu, 0xff0000u, 0xff0004u, 0xfffffffeu}) {
+    EXPECT_EQ(admit(stranger_, id), nullptr) << id;
+    EXPECT_EQ(refusal_, "asks for the id " + std::to_string(id) + ", which nobody is configured for");
+    Service* service = admit(me_, id);
+    ASSERT_NE(service, nullptr) << id;
+    service->connection = nullptr;  // it has ended, and its row waits to be removed
+    EXPECT_EQ(admit(stranger_, id), nullptr) << id;
+    EXPECT_NE(admit({{::getpid(), 0}, nullptr}, id), nullptr) << id;
+  }
+}
+
+TEST_F(RegistrationTest, NobodyAsksForAnIdThatTheLoaderPicks) {
+  for (const unsigned int id : {0x10000u, 0x10001u, 0x80000u, 0xfeffffu})
+    for (const Applicant& who : {stranger_, me_, Applicant{{::getpid(), 0}, nullptr}}) {
+      EXPECT_EQ(admit(who, id), nullptr) << id;
+      EXPECT_EQ(refusal_, "asks for the id " + std::to_string(id) + ", which is for the loader to pick");
+    }
+}
+
+TEST_F(RegistrationTest, AConfiguredIdAmongThoseIsForItsService) {
+  (void)configure({}, 0x10000);
+  EXPECT_NE(admit(me_, 0x10000u), nullptr);
+  EXPECT_EQ(admit(me_, 0u)->id, 0x10001u);
 }
 
 TEST_F(RegistrationTest, SomeIdsAreNeverGiven) {
@@ -160,7 +185,8 @@ TEST_F(RegistrationTest, AProcessThatWasAskedToLeaveDoesNotRegisterAnew) {
 
 TEST_F(RegistrationTest, WithoutItsProcessAConfiguredIdBelongsToItsUser) {
   loader::ServiceConfiguration c;
-  c.user = users_.nameOf(kStranger);
+  c.user = configuration_.users.nameOf(kStranger);
+  c.uid = kStranger;
   Service& service = configure(c, 32);
   if (::geteuid() != kStranger) {
     EXPECT_EQ(admit(me_, 32u), nullptr);
@@ -191,19 +217,20 @@ TEST_F(RegistrationTest, TheLoadersOwnUserHasAllRightsAndOthersReadOnly) {
   EXPECT_EQ(grantOf(admit(stranger_, 0u)), Rights::of(64));
 }
 
-TEST_F(RegistrationTest, TheConfigurationGrantsUsersAndServicesMoreOrLess) {
-  configuration_.userRights[users_.nameOf(kStranger)] = Rights::of(64 | 128);
+TEST_F(RegistrationTest, AServiceHasTheRightsOfItsUserUnlessItHasItsOwn) {
+  loader::AccessEntry entry{
+      loader::AccessEntry::Kind::kUser, "stranger", 3, Rights::of(64 | 128), {kStranger}};
+  configuration_.rights.entries.push_back(entry);
   EXPECT_EQ(grantOf(admit(stranger_, 0u)), Rights::of(64 | 128));
 
-  loader::ServiceConfiguration trusted;
-  trusted.user = users_.nameOf(kStranger);
-  configure(trusted, 32);
-  EXPECT_EQ(grantOf(admit(stranger_, 32u)), Rights::everything());
+  loader::ServiceConfiguration plain;
+  plain.user = configuration_.users.nameOf(kStranger);
+  plain.uid = kStranger;
+  configure(plain, 32);
+  EXPECT_EQ(grantOf(admit(stranger_, 32u)), Rights::of(64 | 128));  // those of its user, and not all
 
-  loader::ServiceConfiguration limited;
-  limited.user = users_.nameOf(kStranger);
-  limited.rights = Rights::of(0);
-  configure(limited, 33);
+  plain.rights = Rights::of(0);
+  configure(plain, 33);
   EXPECT_EQ(grantOf(admit(stranger_, 33u)), Rights::of(0));
 }
 

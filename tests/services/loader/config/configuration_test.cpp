@@ -32,6 +32,13 @@ std::string mistakesIn(const std::string& text) {
   return result;
 }
 
+// The warnings of a text without mistakes, one a line.
+std::string warningsIn(const std::string& text) {
+  std::string result;
+  for (const Mistake& m : read(text).warnings) result += (result.empty() ? "" : "\n") + m.describe();
+  return result;
+}
+
 constexpr char kService[] = "[[service]]\nname = \"x\"\nid = 32\n";
 
 std::string mistakesInService(const std::string& lines) { return mistakesIn(kService + lines); }
@@ -43,7 +50,8 @@ TEST(Configuration, AnEmptyFileIsTheBuiltInConfiguration) {
   EXPECT_EQ(c.queueLimit, 1024u * 1024);
   EXPECT_EQ(c.stallSeconds, 10u);
   EXPECT_EQ(c.startSeconds, 60u);
-  EXPECT_EQ(c.defaultRights, (Rights::of(64)));
+  EXPECT_TRUE(c.rights.empty());
+  EXPECT_TRUE(c.destinationsWithAccess().empty());
   EXPECT_TRUE(c.services.empty());
   EXPECT_EQ(c.stateFolder + "/", kl::runFolderPath().substr(0, kl::runFolderPath().size() - 3) + "loader/");
 }
@@ -53,12 +61,13 @@ TEST(Configuration, EveryKeyIsRead) {
 [loader]
 state_folder = "/var/lib/kelo"
 queue_limit = 65536
+access = { default = "none" }
 stall_seconds = 0
 start_seconds = 90
 
 [rights]
 default = "read"
-root = "all"
+"@bin" = "all"
 daemon = ["read", "change", "control"]
 bin = 0x41
 
@@ -70,6 +79,8 @@ user = "daemon"
 folder = "/tmp"
 environment = { LANG = "C" }
 rights = ["read"]
+access = { default = "none" }
+commands = { "0x60001" = "control" }
 restart = "never"
 start = false
 start_seconds = 0
@@ -85,10 +96,11 @@ id = 33
   EXPECT_EQ(c.queueLimit, 65536u);
   EXPECT_EQ(c.stallSeconds, 0u);
   EXPECT_EQ(c.startSeconds, 90u);
-  EXPECT_TRUE(c.rightsOf("root").all);
-  EXPECT_EQ(c.rightsOf("daemon"), (Rights::of(64 | 128 | 512)));
-  EXPECT_EQ(c.rightsOf("bin"), (Rights::of(0x41)));
-  EXPECT_EQ(c.rightsOf("sys"), (Rights::of(64)));
+  ASSERT_EQ(c.rights.entries.size(), 4u);
+  EXPECT_EQ(c.rights.entries[0].rights, Rights::of(64 | 128 | 512));
+  EXPECT_EQ(c.rights.entries[1].rights, Rights::of(0x41));
+  EXPECT_EQ(c.rights.entries[2].rights, Rights::everything());
+  EXPECT_EQ(c.rights.entries[3].rights, Rights::of(64));
   ASSERT_EQ(c.services.size(), 2u);
   const loader::ServiceConfiguration& s = c.services[0];
   EXPECT_EQ(s.id, 32u);
@@ -99,12 +111,20 @@ id = 33
   EXPECT_EQ(s.user, "daemon");
   EXPECT_EQ(s.folder, "/tmp");
   EXPECT_EQ(s.environment.at("LANG"), "C");
-  EXPECT_EQ(s.rights, (Rights::of(64)));
+  EXPECT_EQ(s.rights, Rights::of(64));
+  EXPECT_EQ(s.userId(), 1u);
+  EXPECT_EQ(c.accessOf(32), &s.access);
+  EXPECT_EQ(c.accessOf(kl::SERVICE_LOADER), &c.access);
+  EXPECT_EQ(c.accessOf(33), nullptr);
+  EXPECT_EQ(c.destinationsWithAccess(), (std::vector<unsigned int>{kl::SERVICE_LOADER, 32}));
+  ASSERT_TRUE(s.commands);
+  EXPECT_EQ(s.commands->at(0x60001), 512u);
   EXPECT_EQ(s.restart, RestartRule::kNever);
   EXPECT_FALSE(s.startsAtBoot);
   EXPECT_EQ(kl::message(s.settings).get_u32(0x08000007, 0), 1000u);
   EXPECT_TRUE(c.services[1].command.empty());
-  EXPECT_TRUE(c.services[1].rights.all);
+  EXPECT_FALSE(c.services[1].rights);
+  EXPECT_FALSE(c.services[1].commands);
   EXPECT_TRUE(c.services[1].startsAtBoot);
   EXPECT_EQ(c.services[1].restart, RestartRule::kAfterCrash);
   EXPECT_TRUE(c.services[1].settings.empty());
@@ -167,15 +187,30 @@ TEST(Configuration, MistakesNameFileLineAndWhatWasExpected) {
   EXPECT_EQ(mistakesInService("restart = \"maybe\"\n"),
             "test.toml:4: [service] restart: expected \"crash\", \"always\" or \"never\", found \"maybe\"");
   EXPECT_EQ(
-      mistakesInService("user = \"no such user\"\n"),
-      "test.toml:4: [service] user: expected the name of a user of this system, found \"no such user\"");
+      mistakesInService("command = [\"/bin/x\"]\nuser = \"no such user\"\n"),
+      "test.toml:5: [service] user: expected the name of a user of this system, found \"no such user\"");
   EXPECT_EQ(mistakesInService("rights = \"some\"\n"),
-            "test.toml:4: [service] rights: expected \"all\", \"read\", \"change\", \"control\", "
-            "\"contents\", a list of "
-            "these, or a "
-            "number of policy bits, found \"some\"");
+            "test.toml:4: [service] rights: expected \"none\", \"all\", \"read\", \"change\", \"control\", "
+            "\"contents\", a list of rights, or a number of policy bits, found \"some\"");
   EXPECT_EQ(mistakesInService("environment = { A = 1 }\n"),
             "test.toml:4: [environment] A: expected a text, found 1");
+}
+
+TEST(Configuration, WhomTheSystemDoesNotKnowIsAWarningWhereNobodyNeedsHim) {
+  EXPECT_EQ(warningsIn("[rights]\nnobodyknowsme = \"all\"\n\"@norsuchgroup\" = \"read\"\n"),
+            "test.toml:2: [rights] nobodyknowsme: never matches: this system has nobody of that name\n"
+            "test.toml:3: [rights] @norsuchgroup: never matches: this system has nobody of that name");
+  EXPECT_EQ(warningsIn(std::string(kService) + "user = \"nobodyknowsme\"\n"),
+            "test.toml:4: [service] user: this system has nobody of that name");
+  EXPECT_EQ(warningsIn("[rights]\n1 = \"read\"\n"),
+            "test.toml:2: [rights] 1: never matches: this system has nobody of that name");
+}
+
+TEST(Configuration, OwnRightsOfWhoMayDoEverythingAreAWarning) {
+  EXPECT_EQ(warningsIn(std::string(kService) + "rights = \"read\"\n"),
+            "test.toml:4: [service] rights: never matches: root and the loader's own user may do everything "
+            "anyway");
+  EXPECT_EQ(warningsIn(std::string(kService) + "user = \"daemon\"\nrights = \"read\"\n"), "");
 }
 
 TEST(Configuration, ASyntaxMistakeHasItsLine) {
@@ -184,16 +219,14 @@ TEST(Configuration, ASyntaxMistakeHasItsLine) {
 }
 
 TEST(Configuration, AnUnknownKeyIsAMistake) {
-  EXPECT_EQ(mistakesIn("[loader]\nqueue_limits = 4096\n"),
-            "test.toml:2: [loader] queue_limits: expected one of the keys queue_limit, stall_seconds, "
-            "start_seconds, state_folder");
+  EXPECT_EQ(
+      mistakesIn("[loader]\nqueue_limits = 4096\n"),
+      "test.toml:2: [loader] queue_limits: expected one of the keys access, queue_limit, stall_seconds, "
+      "start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
             "test.toml:2: services: expected one of the keys loader, quota, rights, service");
   EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")
-                .find("test.toml:4: [service] comand: expected one of the keys command, "),
-            std::string::npos);
-  EXPECT_NE(mistakesIn("[rights]\nnobodyknowsme = \"all\"\n")
-                .find("test.toml:2: [rights] nobodyknowsme: expected a key"),
+                .find("test.toml:4: [service] comand: expected one of the keys access, command, "),
             std::string::npos);
 }
 

@@ -4,20 +4,39 @@
 
 namespace {
 
+using loader::Users;
+using Uids = std::vector<uid_t>;
+
 TEST(Users, NamesAreThoseOfTheSystem) {
-  loader::Users users;
+  Users users;
   EXPECT_EQ(users.nameOf(0), "root");
   EXPECT_EQ(users.nameOf(65534), "nobody");
+  EXPECT_EQ(users.find("root"), 0u);
+  EXPECT_FALSE(users.find("no such user"));
+  EXPECT_FALSE(users.findGroup("no such group"));
 }
 
-TEST(Users, AUserWithoutANameIsCalledByHisNumber) {
-  loader::Users users;
-  EXPECT_EQ(users.nameOf(3999999999u), "3999999999");
+TEST(Users, AUserWithoutANameIsCalledByHisNumber) { EXPECT_EQ(Users().nameOf(3999999999u), "3999999999"); }
+
+TEST(Users, ANumberIsNeverAName) {
+  Users users({{"0", 4711, 4711}, {"4712", 4712, 4712}}, {{"10", 10, {"4712"}}});
+  EXPECT_EQ(users.nameOf(4711), "4711");
+  EXPECT_FALSE(users.find("0"));
+  EXPECT_FALSE(users.find("4712"));
+  EXPECT_FALSE(users.findGroup("10"));
 }
 
-TEST(Users, NumbersAreFoundByName) {
-  EXPECT_EQ(loader::Users::numberOf("root"), 0u);
-  EXPECT_EQ(loader::Users::numberOf("no such user"), static_cast<uid_t>(-1));
+TEST(Users, OfSeveralNamesTheFirstIsShown) {
+  Users users({{"toor", 7000, 7000}, {"root2", 7000, 7000}}, {});
+  EXPECT_EQ(users.nameOf(7000), "toor");
+  EXPECT_EQ(users.find("root2"), 7000u);
+}
+
+TEST(Users, MembersAreThoseOfTheListAndThoseWhosePrimaryGroupItIs) {
+  Users users({{"ann_", 7003, 7100}, {"bob_", 7001, 7200}, {"eve_", 7002, 7300}},
+              {{"wheel_", 7100, {"bob_", "nobody of that name", "bob_"}}, {"empty_", 7400, {}}});
+  EXPECT_EQ(users.findGroup("wheel_"), (Uids{7001, 7003}));
+  EXPECT_EQ(users.findGroup("empty_"), Uids());
 }
 
 }  // namespace

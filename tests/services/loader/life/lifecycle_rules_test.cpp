@@ -89,9 +89,8 @@ class LifecycleRules : public testing::Test {
   loader::Subscriptions subscriptions_;
   loader::Outbox outbox_{1 << 20};
   loader::KeptData kept_{"/nowhere", log_};
-  loader::Users users_;
   loader::IdCounter ids_{"/nowhere/next-id", log_};
-  loader::Registration registration_{table_, ids_, users_, configuration_};
+  loader::Registration registration_{table_, ids_, configuration_};
   loader::Router router_{
       table_,
       requests_,

@@ -47,6 +47,7 @@ class LoaderMarkers : public testing::Test {
     service.name = name;
     service.command = command;
     service.user = user;
+    service.uid = user.empty() ? 0 : *loader::Users().find(user);
     configuration_.services.push_back(service);
   }
 
@@ -80,7 +81,7 @@ TEST_F(LoaderMarkers, AMarkerOfAnotherUserIsRemovedWithALine) {
 TEST_F(LoaderMarkers, MarkersOfRootAndOfTheServicesUserStay) {
   configure("netif", {"/usr/bin/netif"});
   configure("guest", {"/usr/bin/guest"}, "nobody");
-  const uid_t nobody = loader::Users::numberOf("nobody");
+  const uid_t nobody = loader::Users().find("nobody").value();
   makeFor(0, "netif");
   makeFor(nobody, "guest");
   EXPECT_EQ(remove(), "");
@@ -127,7 +128,7 @@ TEST_F(LoaderMarkers, AFolderIsRemovedIfItIsEmptyAndElseTold) {
 TEST_F(LoaderMarkers, ServicesOfOneProgramShareItsMarker) {
   configure("one", {"/usr/bin/twin"});
   configure("two", {"/usr/bin/twin"}, "nobody");
-  makeFor(loader::Users::numberOf("nobody"), "twin");
+  makeFor(loader::Users().find("nobody").value(), "twin");
   EXPECT_EQ(remove(), "");
   EXPECT_TRUE(isThere("twin"));
 }
