@@ -1,5 +1,5 @@
 // The file always holds an id that no loader has given out, so a block of ids is claimed there before the first of
-// them is used.
+// them is used.  When a block was used up is kept in memory: for a day the counter does not come back to it.
 
 #include "admission/id_counter.h"
 
@@ -10,7 +10,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fstream>
+#include <utility>
 
 namespace loader {
 namespace {
@@ -29,16 +31,40 @@ bool replaceFile(const std::string& file, const std::string& text) {
   return isWritten && std::rename(fresh.c_str(), file.c_str()) == 0;
 }
 
+unsigned int secondsNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<unsigned int>(now.tv_sec);
+}
+
 }  // namespace
 
-IdCounter::IdCounter(std::string file, Log& log)
-    : file_(std::move(file)), log_(log), next_(readFile()), claimedEnd_(next_) {}
+IdCounter::IdCounter(std::string file, Log& log) : IdCounter(std::move(file), log, secondsNow) {}
 
-unsigned int IdCounter::next() {
+IdCounter::IdCounter(std::string file, Log& log, Seconds seconds)
+    : file_(std::move(file)),
+      log_(log),
+      seconds_(std::move(seconds)),
+      next_(readFile()),
+      claimedEnd_(next_) {}
+
+// Without it the next loader skips some ids, which needs no line.
+IdCounter::~IdCounter() {
+  if (next_ != claimedEnd_) (void)replaceFile(file_, std::to_string(next_) + "\n");
+}
+
+unsigned int IdCounter::next(bool mayComeEarly) {
+  if (!mayComeEarly && isResting()) return 0;
   if (next_ == claimedEnd_) claimBlock();
   const unsigned int id = next_++;
-  if (next_ > kLast) next_ = claimedEnd_ = kFirst;
+  if (next_ % kBlock == 0) leaveBlock();
   return id;
+}
+
+// True when the ids of this block were given out so short a time ago that they are not given out again.
+bool IdCounter::isResting() const {
+  const std::optional<unsigned int>& leftAt = leftAt_[next_ / kBlock];
+  return leftAt && seconds_() - *leftAt < kRestSeconds;
 }
 
 unsigned int IdCounter::readFile() {
@@ -52,11 +78,16 @@ unsigned int IdCounter::readFile() {
 }
 
 void IdCounter::claimBlock() {
-  claimedEnd_ = std::min(next_ + kBlock, kLast + 1);
+  claimedEnd_ = (next_ / kBlock + 1) * kBlock;
   const unsigned int after = claimedEnd_ > kLast ? kFirst : claimedEnd_;
   if (!replaceFile(file_, std::to_string(after) + "\n"))
     log_.line(file_ + ": cannot be written: " + std::strerror(errno) +
               "; ids may come again after a restart");
+}
+
+void IdCounter::leaveBlock() {
+  leftAt_[(next_ - 1) / kBlock] = seconds_();
+  if (next_ > kLast) next_ = claimedEnd_ = kFirst;
 }
 
 }  // namespace loader

@@ -44,7 +44,7 @@ class Registration {
   std::string whyNot(const Applicant& who, unsigned int id) const;
   std::string whyNotConfigured(const Applicant& who, const Service& service) const;
   std::string whyNotUnconfigured(const Applicant& who, unsigned int id) const;
-  unsigned int pickId();
+  unsigned int pickId(const Applicant& who);
   void fill(Service& service, const Applicant& who);
 
   ServiceTable& table_;

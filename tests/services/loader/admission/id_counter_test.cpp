@@ -26,6 +26,12 @@ class IdCounterTest : public testing::Test {
     return text.str();
   }
 
+  // Picks all ids from this one on; the first that did not come.
+  static unsigned int spend(IdCounter& counter, unsigned int id) {
+    while (id <= IdCounter::kLast && counter.next() == id) ++id;
+    return id;
+  }
+
   char folder_[32] = "/tmp/id_counter_XXXXXX";
   loader::Log log_{-1};
 };
@@ -59,6 +65,44 @@ TEST_F(IdCounterTest, BehindTheLastIdComesTheFirst) {
   IdCounter counter(file(), log_);
   EXPECT_EQ(counter.next(), IdCounter::kLast);
   EXPECT_EQ(content(), std::to_string(IdCounter::kFirst) + "\n");
+  EXPECT_EQ(counter.next(), IdCounter::kFirst);
+}
+
+TEST_F(IdCounterTest, AnOrderlyEndGivesBackWhatIsLeft) {
+  for (unsigned int start = 0; start < 300; ++start)
+    EXPECT_EQ(IdCounter(file(), log_).next(), IdCounter::kFirst + start);
+}
+
+TEST_F(IdCounterTest, ALoaderThatWasKilledCostsItsBlock) {
+  IdCounter killed(file(), log_);
+  EXPECT_EQ(killed.next(), IdCounter::kFirst);
+  EXPECT_EQ(IdCounter(file(), log_).next(), IdCounter::kFirst + IdCounter::kBlock);
+}
+
+// All ids but those of a block in the time of this test.
+TEST_F(IdCounterTest, NoIdComesAgainWithinADay) {
+  unsigned int now = 1000;
+  IdCounter counter(file(), log_, [&] { return now; });
+  ASSERT_EQ(spend(counter, IdCounter::kFirst), IdCounter::kLast + 1);
+  EXPECT_EQ(counter.next(), 0u);
+  now += IdCounter::kRestSeconds - 1;
+  EXPECT_EQ(counter.next(), 0u);
+  EXPECT_EQ(counter.next(true), IdCounter::kFirst);  // for those to whom it does not matter
+  EXPECT_EQ(counter.next(), 0u);
+  now += 1;
+  EXPECT_EQ(counter.next(), IdCounter::kFirst + 1);
+}
+
+TEST_F(IdCounterTest, AnIdRestsFromItsOwnUseNotFromThatOfItsBlock) {
+  write(std::to_string(IdCounter::kFirst + IdCounter::kBlock - 1) + "\n");
+  unsigned int now = 0;
+  IdCounter counter(file(), log_, [&] { return now; });
+  now = 500;  // the only id of the block, long after its beginning
+  EXPECT_EQ(counter.next(), IdCounter::kFirst + IdCounter::kBlock - 1);
+  ASSERT_EQ(spend(counter, IdCounter::kFirst + IdCounter::kBlock), IdCounter::kLast + 1);
+  now = IdCounter::kRestSeconds + 499;
+  EXPECT_EQ(counter.next(), 0u);
+  now = IdCounter::kRestSeconds + 500;
   EXPECT_EQ(counter.next(), IdCounter::kFirst);
 }
 

@@ -84,6 +84,13 @@ TEST_F(RegistrationTest, APickedIdIsNeverOneThatIsTaken) {
   EXPECT_EQ(admit(me_, 0u)->id, 0x10002u);
 }
 
+TEST_F(RegistrationTest, AnOrdinaryUserGetsNoIdThatSomebodyHadWithinADay) {
+  for (unsigned int id = IdCounter::kFirst; id <= IdCounter::kLast; ++id) (void)ids_.next();
+  EXPECT_EQ(admit(stranger_, 0u), nullptr);
+  EXPECT_EQ(refusal_, "asks for any id, and all have been given out within a day");
+  EXPECT_NE(admit(me_, 0u), nullptr);
+}
+
 TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
   Service* service = admit(me_, 500u);
   ASSERT_NE(service, nullptr);
