@@ -162,8 +162,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
-  loop_.addBeforeSleep(&turns_, kl::bind<Turns, &Turns::serve>());
-  loop_.addBeforeSleep(&pending_, kl::bind<PendingConnections, &PendingConnections::serve>());
+  loop_.addBeforeSleep(this, kl::bind<Loader, &Loader::onPassOver>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   kept_.open();
@@ -237,6 +236,7 @@ const char* Loader::enroll(Client& client, std::span<const unsigned char> body) 
   const bool isForLoader = e.path().size() == 1 && e.path()[0] == kl::SERVICE_LOADER;
   if (!e.isControl || e.control != kl::CTRL_HELLO || !isForLoader)
     return "sent a message before its registration";
+  router_.announceEnds();  // nothing of a successor precedes the end of who had the id
   Service* service = registration_.admit(client.who, e, refusal_);
   if (service == nullptr) return refusal_.c_str();
   client.become(*service);
@@ -296,6 +296,8 @@ void Loader::onSubscriptionRefused(const Service& subscriber, const Service& pro
 }
 
 void Loader::onAllEnded() {
+  router_.announceEnds();
+  settle();
   kept_.flush();
   loop_.stop();
 }
@@ -304,6 +306,17 @@ void Loader::settle() {
   outbox_.eachDirty([](Service& service) {
     if (service.isConnected()) service.connection->onOutput();
   });
+}
+
+void Loader::onPassOver() {
+  turns_.serve();
+  pending_.serve();
+  router_.announceEnds();
+  settle();
+  removeClosed();
+}
+
+void Loader::removeClosed() {
   if (!someoneClosed_) return;
   someoneClosed_ = false;
   std::erase_if(clients_, [](const auto& client) { return !client->connection.isOpen(); });

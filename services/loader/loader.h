@@ -67,6 +67,8 @@ class Loader final : private LifecycleHost {
   const char* enroll(Client& client, std::span<const unsigned char> body);
   void onConnectionClosed(Client& client, const std::string& reason);
   void countFailure(const Client& client, Account& account);
+  void onPassOver();
+  void removeClosed();
   void onIdle(Service& service);
   void onChildSignal(int sig);
   void onEndSignal(int sig);
@@ -95,7 +97,7 @@ class Loader final : private LifecycleHost {
   PendingConnections pending_;
   std::map<uid_t, std::list<Client*>> waitingOf_;  // to register, the oldest first
   std::string refusal_;                            // text behind enroll()'s result
-  std::vector<std::unique_ptr<Client>> clients_;   // closed ones are removed by settle()
+  std::vector<std::unique_ptr<Client>> clients_;   // closed ones are removed when a pass is over
   bool someoneClosed_ = false;
   std::optional<unsigned int> refusalReportedAt_;  // seconds
 };

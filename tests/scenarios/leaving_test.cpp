@@ -106,6 +106,7 @@ TEST_F(LeavingScenario, ChangesThatWaitAreSentBeforeTheStateIsSaved) {
 TEST_F(LeavingScenario, ASubscriberThatEndedMeanwhileIsNoSubscriberAnyMore) {
   RawPeer stays = subscriber(500, 3);
   RawPeer goes = subscriber(501, 3);
+  ASSERT_TRUE(goes.meet(500, stays));
   while (look(3).get(keeper::SUBSCRIPTIONS, 0) != 2) {
   }
   ASSERT_EQ(leave(), kl::ERROR_OK);

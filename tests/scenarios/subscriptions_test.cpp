@@ -10,7 +10,7 @@ namespace {
 // A process that subscribes and hears.
 class Subscriber {
  public:
-  explicit Subscriber(unsigned int service, unsigned int handler = 7) : handler_(handler) {
+  explicit Subscriber(unsigned int service, unsigned int handler = 7) : service_(service), handler_(handler) {
     EXPECT_TRUE(peer_.connect(kPatienceMs));
     EXPECT_EQ(peer_.registerAs(service), service);
   }
@@ -39,6 +39,7 @@ class Subscriber {
   Ids hearIds() { return idsOf(hear()); }
 
   void leave() { peer_.close(); }
+  void meet(Subscriber& other) { EXPECT_TRUE(peer_.meet(other.service_, other.peer_)); }
 
  private:
   Ids path() const { return {handler_}; }
@@ -49,6 +50,7 @@ class Subscriber {
     EXPECT_TRUE(peer_.send(m));
   }
 
+  unsigned int service_;
   unsigned int handler_;
   RawPeer peer_;
 };
@@ -224,6 +226,8 @@ TEST_F(SubscriptionScenario, AnEndIsAskedForWithTheSameFields) {
 
 TEST_F(SubscriptionScenario, TheEndOfAProcessEndsItsSubscriptionsAndNoOthers) {
   Subscriber c(5000);
+  a_.meet(b_);
+  a_.meet(c);
   a_.subscribeFrom({4});
   a_.subscribeFrom({});
   b_.subscribeFrom({500, 4});

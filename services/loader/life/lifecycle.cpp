@@ -137,6 +137,7 @@ const char* Lifecycle::askToLeave(Service& service) {
   if (!child->isAlive() || !service.isConnected()) return kNotThere;
   if (service.life != LifeState::kRunning) return kDoesNotRun;
   if (service.leaveValue == 0) return kMayNot;
+  router_.announceEnds();  // what ended before the service is asked is not among what it misses
   if (!outbox_.send(service, leaveRequest(), Urgency::kNotice)) return kReadsNothing;
   leaving_.asked(service);
   service.wantsToLeave = false;

@@ -38,14 +38,6 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
   return m;
 }
 
-kl::message deathNotice(unsigned int goneId) {
-  kl::message m;
-  m.insert(kl::SYS_TO, Ids());
-  m.insert(kl::SYS_FROM, Ids{goneId});
-  m.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
-  return m;
-}
-
 bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }
 
 // Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
@@ -79,6 +71,11 @@ bool isWellFormedMulti(Path path) {
   for (Path ignored; walk.next(ignored);) {
   }
   return walk.ok();
+}
+
+void makeAcquainted(Service& one, Service& other) {
+  if (!one.isConfigured) one.acquaintances.add(other.id);
+  if (!other.isConfigured) other.acquaintances.add(one.id);
 }
 
 }  // namespace
@@ -118,7 +115,7 @@ void Router::serviceGone(Service& gone) {
   breakPathsTo(gone);
   forgetRequestsOf(gone);
   subscriptions_.forgetOf(gone);
-  announceDeath(gone);
+  ends_.add(gone);
 }
 
 void Router::serviceLeft(Service& left) {
@@ -129,10 +126,6 @@ void Router::serviceLeft(Service& left) {
   left.out.clear();
   left.held.keepForNextProcess();
   outbox_.recount(left);
-}
-
-void Router::reportGone(Service& to, unsigned int goneId) {
-  (void)outbox_.send(to, deathNotice(goneId), Urgency::kNotice);
 }
 
 void Router::breakPathsTo(Service& asked) {
@@ -244,11 +237,13 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
   sendError(to, errorAbout(inFrontOf(sender.id, idsOf(e.returnPath())), idsOf(rest), kl::ERROR_BUSY), e);
 }
 
-// A request is refused before it is worked on when there is no room for it, or for its reply.
+// A request is refused before it is worked on when there is no room for it, or for its reply.  Whoever gets a reply has
+// asked before, so requests and notifications alone make acquaintances.
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
   const bool isWanted = isSubscribedTo(sender, e, to, rest);
   const Access access = isWanted ? Access::withoutRights() : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
+  makeAcquainted(sender, to);
   const auto hasRoom = [&] {
     return !outbox_.isFull(to, sender) && outbox_.canAnswer(sender) &&
            outbox_.hasRoomFor(to, kPrefixBytes + e.body.size(), Urgency::kOrdinary);
@@ -330,15 +325,6 @@ void Router::answerOpen(const OpenRequest& request, unsigned int code) {
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   m.insert(kl::SYS_REQID, request.id);
   (void)outbox_.send(*request.asker, m, Urgency::kNotice);
-}
-
-// A service that is not running gets the notice after any held message from the dead one, which may be a
-// subscription.
-void Router::announceDeath(const Service& gone) {
-  const kl::message notice = deathNotice(gone.id);
-  for (const auto& [id, service] : table_.all())
-    if (service->isConnected() || service->held.hasMessageOf(gone.id))
-      (void)outbox_.send(*service, notice, Urgency::kNotice);
 }
 
 }  // namespace loader

@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "routing/ends.h"
 #include "routing/open_requests.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
@@ -53,7 +54,8 @@ class Router {
         requests_(requests),
         subscriptions_(subscriptions),
         outbox_(outbox),
-        calls_(std::move(calls)) {}
+        calls_(std::move(calls)),
+        ends_(table, outbox) {}
 
   // The time that requests are stamped with, in seconds from any beginning.
   void setNow(unsigned int seconds) { now_ = seconds; }
@@ -72,16 +74,17 @@ class Router {
   // be routed with it again, and no other frame of the sender before.
   const char* route(Service& sender, std::span<const unsigned char> body, Progress& progress);
 
-  // The service is gone: waiting callers are answered, its own requests are forgotten, all services are notified.
-  // Needs: it has no connection any more.
+  // The service is gone: waiting callers are answered, its own requests are forgotten, and those who can know it are
+  // notified by the next announceEnds().  Needs: it has no connection any more.
   void serviceGone(Service& gone);
+  void announceEnds() { ends_.announce(); }
 
   // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
   // is held for it stays, and nobody is notified.  Needs: it has no connection any more.
   void serviceLeft(Service& left);
 
   // Notifies one service that another is gone.
-  void reportGone(Service& to, unsigned int goneId);
+  void reportGone(Service& to, unsigned int goneId) { ends_.report(to, goneId); }
 
   // Answers and forgets the requests that wait for a service that does not take them, and throws away what is queued
   // for it.
@@ -112,13 +115,13 @@ class Router {
   void deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access);
   void sendError(Service& to, kl::message m, const Envelope& e);
   void answerOpen(const OpenRequest& request, unsigned int code);
-  void announceDeath(const Service& gone);
 
   ServiceTable& table_;
   OpenRequests& requests_;
   Subscriptions& subscriptions_;
   Outbox& outbox_;
   Calls calls_;
+  Ends ends_;
   Buffer scratch_;
   unsigned int now_ = 0;
 };

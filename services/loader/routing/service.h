@@ -8,6 +8,7 @@
 #include "kl/services.h"
 #include "quota/accounts.h"
 #include "routing/access.h"
+#include "routing/acquaintances.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
 #include "routing/shares.h"
@@ -65,6 +66,7 @@ struct Service {
   Traffic traffic;
   RequestLists requests;
   SubscriptionLists subscriptions;
+  Acquaintances acquaintances;  // of one that is not configured
 
   // From now on what it takes is taken from `account`.  Needs: it has no open requests.
   void chargeTo(Account& payer) {

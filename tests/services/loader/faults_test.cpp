@@ -53,7 +53,7 @@ class Pair {
     if (!asker_.connect() || !answerer_.connect()) return false;
     answererId_ = answerer_.registerAs(0);
     askerId_ = asker_.registerAs(0);
-    return answererId_ != 0 && askerId_ != 0;
+    return answererId_ != 0 && askerId_ != 0 && asker_.meet(answererId_, answerer_);
   }
 
   bool ask(unsigned int number) {

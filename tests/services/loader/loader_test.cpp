@@ -1,6 +1,9 @@
 // What comes in at the loader's socket: whole frames, cut frames and garbage.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
@@ -42,10 +45,11 @@ class Frames : public testing::Test {
     RawPeer peer;
     EXPECT_TRUE(peer.connect());
     EXPECT_EQ(peer.registerAs(id), id);
+    EXPECT_TRUE(peer.meet(500, witness_));
     return peer;
   }
 
-  // A registered peer that sends this is disconnected, everybody is told, and the log says why.
+  // A registered peer that sends this is disconnected, who knows it is told, and the log says why.
   void expectGarbage(std::span<const unsigned char> stream, const std::string& reason) {
     RawPeer peer = registered(600);
     ASSERT_TRUE(peer.sendBytes(stream));
@@ -56,6 +60,14 @@ class Frames : public testing::Test {
     EXPECT_TRUE(loader_.logs(reason)) << loader_.log();
   }
   void expectGarbage(const kl::message& m, const std::string& reason) { expectGarbage(frameOf(m), reason); }
+
+  // Messages of the loader's own.
+  unsigned long long sentByLoader() {
+    kl::message m = request({1}, kl::CMD_GETOBJ, 99, {7});
+    m.insert(kl::STD_ID, 1);
+    EXPECT_TRUE(witness_.send(m));
+    return witness_.receiveReply(99).value_or(kl::message()).get(kl::SVC_MESSAGES_OUT, 0);
+  }
 
   LoaderProcess loader_;
   RawPeer witness_;
@@ -70,6 +82,7 @@ TEST_F(Frames, FramesSplitAtEveryByteAreCarried) {
     ASSERT_TRUE(peer.isQuiet(1));
     ASSERT_TRUE(peer.sendBytes({first.data() + split, first.size() - split}));
     ASSERT_TRUE(peer.receive()) << "split at " << split;
+    ASSERT_TRUE(peer.meet(500, witness_));
     peer.close();
     ASSERT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED));
   }
@@ -227,6 +240,34 @@ TEST_F(Frames, WhoComesAndGoesInOrderHoldsNobodyUp) {
     for (RawPeer& peer : peers) ASSERT_NE(peer.registerAs(0), 0u);
   }
   EXPECT_FALSE(loader_.logs(kTooManyFail, 0));
+}
+
+// A child has them all, each knows everybody, and the loader meets their ends in one pass.
+TEST_F(Frames, ThoseWhoEndTogetherAreAnnouncedToWhoStaysAndNotToEachOther) {
+  constexpr unsigned int kMany = 60;
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    std::vector<RawPeer> peers(kMany);
+    for (RawPeer& peer : peers)
+      if (!peer.connect() || peer.registerAs(0) == 0) ::_exit(1);
+    for (RawPeer& peer : peers) (void)peer.send(notification({kl::PATH_ALL}));
+    (void)!::write(ready[1], "r", 1);
+    ::pause();
+  }
+  ::close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  ::close(ready[0]);
+  for (unsigned int i = 0; i < kMany; ++i) ASSERT_TRUE(witness_.receiveCommand(kl::CMD_NOTIFY)) << i;
+  const unsigned long long before = sentByLoader();
+  loader_.signal(SIGSTOP);
+  ::kill(child, SIGKILL);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  loader_.signal(SIGCONT);
+  for (unsigned int i = 0; i < kMany; ++i) ASSERT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED)) << i;
+  EXPECT_LT(sentByLoader(), before + 10 * kMany);
 }
 
 TEST_F(Frames, ManyBadPeersCostNothingThatStays) {

@@ -343,6 +343,7 @@ TEST_F(UndoProcess, TheRecordOfAServiceThatIsAwayCannotBeUndone) {
   unsigned int id = 0;
   {
     RawPeer maker = connected(500);
+    EXPECT_TRUE(asker.meet(500, maker));
     id = add(maker, report("x"));
   }
   EXPECT_TRUE(asker.receiveCommand(kl::CMD_DISCONNECTED));
@@ -436,6 +437,7 @@ TEST_F(UndoProcess, RecordsOfAPickedIdEndWithIt) {
   const unsigned int others = add(other, report("b"));
   {
     RawPeer goes = connected();
+    EXPECT_TRUE(goes.meet(500, stays));
     add(goes, report("c"));
     add(goes, report("d"));
     EXPECT_EQ(all(stays).size(), 4u);
@@ -451,6 +453,7 @@ TEST_F(UndoProcess, RecordsOfAPickedIdThatEndedMeanwhileAreGoneAfterARestart) {
   const unsigned int pickeds = add(picked, report("b"));
   {
     RawPeer goes = connected();
+    EXPECT_TRUE(goes.meet(500, stays));
     add(goes, report("c"));
     EXPECT_FALSE(kl::isError(askLoader(stays, kl::CMD_SETOBJ, kl::SVC_STOP)));
     EXPECT_TRUE(stays.receiveCommand(kl::CMD_DISCONNECTED));  // kl-undo has ended

@@ -135,6 +135,12 @@ unsigned int RawPeer::registerAs(unsigned int id) {
   return ready_.get(READY_ID, 0);
 }
 
+bool RawPeer::meet(unsigned int id, RawPeer& other) {
+  message m = notification({id});
+  m.insert(SYS_CMD, CMD_NOOP);
+  return send(m) && other.receiveCommand(CMD_NOOP);
+}
+
 bool RawPeer::waitFor(short events, int deadlineMs) const {
   pollfd entry{fd_, events, 0};
   return ::poll(&entry, 1, deadlineMs) == 1;

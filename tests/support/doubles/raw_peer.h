@@ -53,6 +53,8 @@ class RawPeer {
 
   // Sends a registration and waits for its confirmation: the id given, or 0.
   unsigned int registerAs(unsigned int id);
+  // Sends something to the service of another peer, which takes it: from now on each can know the other.
+  bool meet(unsigned int id, RawPeer& other);
   const message& ready() const { return ready_; }  // the confirmation
 
  private:

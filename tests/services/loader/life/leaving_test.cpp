@@ -40,8 +40,8 @@ class Leaving : public testing::Test {
 
   void begin(const std::string& configuration = kOne) {
     loader_.emplace(configuration);
-    a_ = peer(500);
-    watcher_ = peer(501);
+    a_ = stranger(500);
+    watcher_ = stranger(501);
   }
   // Another loader in place of the first, which ends in order or is killed.
   void beginAgain(int signal, const std::string& configuration = kOne) {
@@ -51,10 +51,16 @@ class Leaving : public testing::Test {
     begin(configuration);
   }
 
-  static RawPeer peer(unsigned int id) {
+  static RawPeer stranger(unsigned int id) {
     RawPeer p;
     EXPECT_TRUE(p.connect());
     EXPECT_EQ(p.registerAs(id), id);
+    return p;
+  }
+  // One of whose end the watcher hears.
+  RawPeer peer(unsigned int id) {
+    RawPeer p = stranger(id);
+    EXPECT_TRUE(p.meet(501, watcher_));
     return p;
   }
 
@@ -195,7 +201,7 @@ TEST_F(Leaving, NeitherAReplyNorWhatIsSentToAllNorAnEndStartsIt) {
   ASSERT_TRUE(isUp());
   ASSERT_EQ(leave(), kl::ERROR_OK);
   ASSERT_TRUE(a_.send(replyTo(request({500}, kl::CMD_GET, 1, {32}))));
-  ASSERT_TRUE(a_.send(notification({kl::PATH_ALL})));
+  ASSERT_TRUE(a_.send(notification({kl::PATH_ALL})));  // by which a_ and the watcher know each other, too
   kl::message ended = notification({32});
   ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
   ASSERT_TRUE(a_.send(ended));
@@ -244,10 +250,12 @@ TEST_F(Leaving, WhileItIsAskedEverythingForItIsHeldAndComesInOrderAfterItsRefusa
   begin();
   ASSERT_TRUE(isUp());
   ASSERT_TRUE(setReaction(kWait, kRefuse));
+  RawPeer shortLived = peer(600);
+  ASSERT_TRUE(shortLived.send(request({32}, kl::CMD_NOOP, 9)));  // so that it can be known
+  ASSERT_TRUE(shortLived.receiveReply(9));
   const std::size_t before = story().size();
   ASSERT_TRUE(a_.send(order(kl::SVC_LEAVE)));
   ASSERT_TRUE(reaches(kl::SVC_STATE_LEAVING));
-  RawPeer shortLived = peer(600);
   ASSERT_TRUE(a_.send(request({32}, kl::CMD_NOOP, 1, {7})));
   ASSERT_GT(row().get(kl::SVC_QUEUE, 0), 0u);  // it has come through
   shortLived.close();
@@ -606,7 +614,7 @@ TEST_F(Leaving, ASubscriberOfTheTableThatLeftIsNotStartedByItsOwnLeave) {
   EXPECT_EQ(state(), kl::SVC_STATE_LEFT);
   ASSERT_EQ(errorOf(ask({32}, kl::CMD_NOOP)), kl::ERROR_OK);
   ASSERT_TRUE(isUp());
-  RawPeer change = peer(600);
+  RawPeer change = stranger(600);
   ASSERT_TRUE(watcher_.receiveCommand(kl::CMD_NOTIFY));
   EXPECT_TRUE(getsNotification());  // its subscription has outlived its leave
 }

@@ -154,6 +154,7 @@ TEST_F(LifecycleRules, AGuestIsDisconnectedByAStopAndItsDeathIsAnnounced) {
   EXPECT_EQ(host_.gone, "32 ");
   EXPECT_EQ(guest.state, kl::SVC_STATE_STOPPED);
   EXPECT_EQ(guest.pid, 0);
+  router_.announceEnds();
   EXPECT_EQ(takeMessages(asker_.out).at(0).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
 }
 
@@ -175,6 +176,23 @@ TEST_F(LifecycleRules, ARowThatNobodyConfiguredGoesWithItsConnection) {
   closes(plain);
   EXPECT_EQ(table_.find(600), nullptr);
   EXPECT_EQ(host_.gone, "600 ");
+}
+
+// Else it would hear of the end neither now nor when it comes again.
+TEST_F(LifecycleRules, WhatEndedBeforeAServiceIsAskedToLeaveIsSentToItBefore) {
+  Service& own = configured(32);
+  registers(own);
+  Service& guest = configured(33);
+  registers(guest);
+  own.life = LifeState::kRunning;  // as a process of the loader's
+  own.state = kl::SVC_STATE_RUNNING;
+  own.leaveValue = 1;
+  closes(guest);
+  ASSERT_EQ(lifecycle_.askToLeave(own), nullptr);
+  const auto got = takeMessages(own.out);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(got[1].get(kl::SYS_CTRL, 0), kl::CTRL_LEAVE);
 }
 
 TEST_F(LifecycleRules, OrdersForWhatTheLoaderDoesNotStartAreRefused) {

@@ -212,16 +212,20 @@ TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
   EXPECT_EQ(requests_.size(), 0u);
   b_.connection = nullptr;
   router_.serviceGone(b_);
+  router_.announceEnds();
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
 }
 
-TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
+TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndThenNews) {
+  b_.isConfigured = true;
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   kl::message silent = request({24, 0}, kl::CMD_GET, 6, {7});
   silent.remove(kl::SYS_REPLYEXP);
   (void)route(a_, silent);
   b_.connection = nullptr;
   router_.serviceGone(b_);
+  EXPECT_TRUE(other_.out.empty());
+  router_.announceEnds();
   const std::vector<kl::message> got = takeMessages(a_);
   ASSERT_EQ(got.size(), 2u);
   EXPECT_EQ(errorOf(got[0]), kl::ERROR_BRKPATH);
@@ -234,6 +238,39 @@ TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndANewsForAll) {
   EXPECT_EQ(requests_.size(), 0u);
   (void)route(a_, request({24, 0}, kl::CMD_GET, 7, {7}));
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
+}
+
+TEST_F(RouterTest, WhoSentToTheEndedOrGotFromItHearsOfItAndNobodyElse) {
+  Service& peer = connected(table_, 31);
+  (void)route(a_, notification({24}));
+  (void)route(b_, notification({30}));
+  for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
+  b_.connection = nullptr;
+  router_.serviceGone(b_);
+  router_.announceEnds();
+  for (Service* s : {&a_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{24});
+  EXPECT_TRUE(peer.out.empty());
+}
+
+TEST_F(RouterTest, WhatIsSentToAllMakesAnAcquaintanceOfEverybodyThere) {
+  (void)route(a_, notification({kl::PATH_ALL}));
+  Service& late = connected(table_, 31);
+  for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
+  a_.connection = nullptr;
+  router_.serviceGone(a_);
+  router_.announceEnds();
+  for (Service* s : {&b_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{10});
+  EXPECT_TRUE(late.out.empty());
+}
+
+TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
+  (void)route(a_, request({99}, kl::CMD_GET, 5, {7}));
+  Service& late = connected(table_, 99);
+  (void)takeMessages(a_);
+  late.connection = nullptr;
+  router_.serviceGone(late);
+  router_.announceEnds();
+  EXPECT_TRUE(a_.out.empty());
 }
 
 TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
@@ -1058,6 +1095,7 @@ TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
     gone->connection = nullptr;
     router_.serviceGone(*gone);
   }
+  router_.announceEnds();
   const std::vector<kl::message> held = takeHeld(left);
   ASSERT_EQ(held.size(), 2u);  // nothing of the other: it has said nothing
   EXPECT_EQ(held[0].get(kl::SYS_CMD, 0), kl::CMD_SUBSCRIBE);

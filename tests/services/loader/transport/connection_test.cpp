@@ -126,6 +126,7 @@ class Peers : public testing::Test {
       ASSERT_TRUE(peer->connect());
       ASSERT_EQ(peer->registerAs(id), id);
     }
+    ASSERT_TRUE(mute_.meet(501, b_));  // which hears of its end
   }
 
   // A request from a_ to b_ and back.
