@@ -126,6 +126,7 @@ Loader::Loader(const Configuration& configuration, Log& log)
       ids_(counterFile(configuration), log),
       outbox_(configuration.queueLimit),
       kept_(configuration.stateFolder + "/leave", log),
+      explainer_(configuration, table_),
       own_(
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
@@ -145,6 +146,7 @@ Loader::Loader(const Configuration& configuration, Log& log)
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
       pending_(loop_) {
+  own_.setExplainer(explainer_);
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {
     onSubscriptionRefused(subscriber, provider);

@@ -86,6 +86,7 @@ class Loader final : private LifecycleHost {
   Outbox outbox_;
   Turns turns_{outbox_.work()};
   KeptData kept_;
+  RightsExplainer explainer_;
   OwnService own_;
   Denials denials_;
   Router router_;

@@ -4,6 +4,7 @@
 #include "reports.h"
 
 #include "kl/conventions.h"
+#include "kl/rights.h"
 #include "kl/services.h"
 
 namespace undo {
@@ -53,6 +54,31 @@ kl::message turnedRound(const kl::message& record, const kl::message& report) {
   return turned;
 }
 
+kl::message rightsQuestion(const kl::message& record, const kl::message& request) {
+  const kl::message undo(record.get(kl::UNDO_MESSAGE, {}));
+  const std::vector<unsigned int> from = request.get(kl::SYS_FROM, {});
+  kl::message m;
+  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  m.insert(kl::SYS_CMD, kl::CMD_EXPLAIN_RIGHTS);
+  m.insert(kl::RIGHTS_USER, request.get(kl::SYS_USER, ""));
+  if (!from.empty()) m.insert(kl::RIGHTS_SENDER, from.front());
+  m.insert(kl::RIGHTS_BITS, request.get(kl::SYS_POLICY, 0));
+  m.insert(kl::RIGHTS_TO, record.get(kl::UNDO_SOURCE, {}));
+  m.insert(kl::RIGHTS_COMMAND, undo.get(kl::SYS_CMD, kl::CMD_NOOP));
+  return m;
+}
+
+kl::message askerFrom(const kl::message& request, const kl::message& answer) {
+  kl::message asker;
+  copyField(asker, request, kl::SYS_USER);
+  if (answer.has(kl::RIGHTS_BITS)) asker.insert(kl::SYS_POLICY, answer.get(kl::RIGHTS_BITS, 0));
+  return asker;
+}
+
+bool isLetThrough(const kl::message& answer) {
+  return answer.get(kl::RIGHTS_VERDICT, kl::RIGHTS_DENIED) != kl::RIGHTS_DENIED;
+}
+
 // The paths in the record are not believed: the message goes to where the report came from.  A system field's number
 // under another type goes, too: the loader disconnects a sender of that beside the field itself.
 kl::message undoMessage(const kl::message& record, const kl::message& asker) {
@@ -68,7 +94,8 @@ kl::message undoMessage(const kl::message& record, const kl::message& asker) {
 }
 
 bool mayUndo(const kl::message& record, const kl::message& asker) {
-  const unsigned int needed = record.get(kl::UNDO_RIGHTS, kl::RIGHT_OF_NOBODY);
+  const unsigned int reported = record.get(kl::UNDO_RIGHTS, kl::RIGHT_OF_NOBODY);
+  const unsigned int needed = reported == 0 ? kl::RIGHT_CHANGE : reported;
   return (needed & asker.get(kl::SYS_POLICY, kl::RIGHTS_ALL)) == needed;
 }
 

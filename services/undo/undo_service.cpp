@@ -7,8 +7,8 @@
 // U1  a record is turned round by its service's report only, so it always shows what its service has done
 // U2  only the process that made a record reports about it and is sent its undo message: the loader puts the first
 //     element of a path back, so neither can be forged
-// U3  an undo message carries the rights of its caller, never those of this service
-// U4  records of an id that the loader picked are there only while that id is: nobody else is given their messages
+// U3  an undo message carries the rights that its caller has at its maker when it is sent, never those of this service
+// U4  records of an id that is not configured are there only while its process is: nobody else is given their messages
 // U5  a record is shown to root, to the user whom it names and to who has the right "contents"; a notification has
 //     records of one user only, so that it can be kept from the others
 // U6  a user's reports push out his own records first
@@ -49,6 +49,19 @@ void log(unsigned int topic, const std::string& text) {
 
 kl::message hiddenError() {
   return kl::errorMsg(kl::ERROR_NOTALLOWED, "the record is of another user, and you lack the right contents");
+}
+
+bool hasRecordsOf(const Records& records, unsigned int maker) {
+  const Records::Makers& all = records.makers();
+  return std::any_of(all.begin(), all.end(), [&](const auto& record) { return record.second == maker; });
+}
+
+kl::message rowRequest(unsigned int service) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  m.insert(kl::SYS_CMD, kl::CMD_GETOBJ);
+  m.insert(kl::STD_ID, service);
+  return m;
 }
 
 std::string recordText(unsigned int id) { return "record " + std::to_string(id); }
@@ -167,11 +180,20 @@ kl::message UndoService::cmdRemoveObj(const kl::message& request, unsigned int i
   return {};
 }
 
-// U4
+// U4.  A service that is configured stays in the loader's table.
 void UndoService::cmdDisconnected(const kl::message& m) {
   kl::Looper::cmdDisconnected(m);
   const auto gone = m.get(kl::SYS_FROM, {});
-  if (gone.size() == 1 && isPicked(gone.front())) dropRecordsOf(gone.front());
+  if (gone.size() != 1 || !hasRecordsOf(records_, gone.front())) return;
+  if (isPicked(gone.front())) return dropRecordsOf(gone.front());
+  kl::message row = rowRequest(gone.front());
+  postMessage(row, this, kl::bind<UndoService, &UndoService::onRowOfTheGone>(), m, kLoaderTicks);
+}
+
+void UndoService::onRowOfTheGone(const kl::message& row, const kl::message& notice) {
+  unsigned int code = kl::ERROR_OK;
+  if (kl::isError(row, &code) && code == kl::ERROR_UNKNOWNID)
+    dropRecordsOf(notice.get(kl::SYS_FROM, {kl::BADID}).front());
 }
 
 kl::message UndoService::getObject(unsigned int id) {
@@ -198,20 +220,42 @@ void UndoService::tell(unsigned int id, const Origin& origin, const std::vector<
   notifyChange(id, cause);
 }
 
-// The request is answered when the service has answered, so that the asker learns the outcome.  U3
+// The request is answered when the service has answered, so that the asker learns the outcome.  What it may do here says
+// nothing about the maker of the record, so the loader is asked.
 void UndoService::start(const kl::message& request) {
   const unsigned int id = request.get(kl::STD_ID, kl::BADID);
   if (!records_.makers().contains(id)) return replyError(request, kl::ERROR_UNKNOWNID, "");
   const kl::message record = records_.get(id);
   if (!record.has(kl::UNDO_SOURCE)) return replyError(request, kl::ERROR_FAILED, "the record cannot be read");
-  if (!mayUndo(record, request)) {
-    log(kl::TOPIC_WARNING,
-        "refuses to undo " + recordText(id) + " for the user " + request.get(kl::SYS_USER, "(none)"));
-    return replyError(request, kl::ERROR_NOTALLOWED, "");
-  }
   if (!running_.insert(id).second) return replyError(request, kl::ERROR_BUSY, "");
-  kl::message m = undoMessage(record, request);
+  if (!request.has(kl::SYS_POLICY)) return sendUndo(record, request, request);
+  kl::message m = rightsQuestion(record, request);
+  postMessage(m, this, kl::bind<UndoService, &UndoService::onRights>(), request, kLoaderTicks);
+}
+
+// U3.  The record may have gone meanwhile, and the process that made it.
+void UndoService::onRights(const kl::message& answer, const kl::message& request) {
+  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
+  unsigned int code = kl::ERROR_OK;
+  std::string text;
+  if (kl::isError(answer, &code, &text)) return refuse(request, code, text);
+  if (!records_.makers().contains(id)) return refuse(request, kl::ERROR_UNKNOWNID);
+  const kl::message record = records_.get(id);
+  const kl::message asker = askerFrom(request, answer);
+  if (isLetThrough(answer) && mayUndo(record, asker)) return sendUndo(record, asker, request);
+  log(kl::TOPIC_WARNING,
+      "refuses to undo " + recordText(id) + " for the user " + request.get(kl::SYS_USER, "(none)"));
+  refuse(request, kl::ERROR_NOTALLOWED);
+}
+
+void UndoService::sendUndo(const kl::message& record, const kl::message& asker, const kl::message& request) {
+  kl::message m = undoMessage(record, asker);
   postMessage(m, this, kl::bind<UndoService, &UndoService::onAnswer>(), request, kUndoTicks);
+}
+
+void UndoService::refuse(const kl::message& request, unsigned int code, const std::string& text) {
+  running_.erase(request.get(kl::STD_ID, kl::BADID));
+  replyError(request, code, text);
 }
 
 void UndoService::onAnswer(const kl::message& reply, const kl::message& request) {
@@ -245,8 +289,7 @@ void UndoService::dropRecordsOf(unsigned int maker) {
 // Services that ended while this one was not running sent it no notice.
 void UndoService::dropRecordsOfTheGone() {
   std::set<unsigned int> makers;
-  for (const auto& [id, maker] : records_.makers())
-    if (isPicked(maker)) makers.insert(maker);
+  for (const auto& [id, maker] : records_.makers()) makers.insert(maker);
   std::set<unsigned int> connected;
   if (makers.empty() || !readServices(connected)) return;
   for (const unsigned int maker : makers)

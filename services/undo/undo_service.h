@@ -36,10 +36,14 @@ class UndoService : public kl::Looper {
   bool isHidden(unsigned int id, const kl::message& request) const;
   void tell(unsigned int id, const Origin& origin, const std::vector<unsigned int>& cause = {});
   void start(const kl::message& request);
+  void onRights(const kl::message& answer, const kl::message& request);
+  void sendUndo(const kl::message& record, const kl::message& asker, const kl::message& request);
+  void refuse(const kl::message& request, unsigned int code, const std::string& text = "");
   void onAnswer(const kl::message& reply, const kl::message& request);
   void drop(unsigned int id, const std::string& reason);
   void dropSurplus(const Origin& newest);
   void dropRecordsOf(unsigned int maker);
+  void onRowOfTheGone(const kl::message& row, const kl::message& notice);
   void dropRecordsOfTheGone();
   bool readServices(std::set<unsigned int>& connected);
 

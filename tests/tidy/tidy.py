@@ -28,7 +28,7 @@ LAYERS = (
     {"message"},
     {"field", "records"},
     {"conventions", "runner"},
-    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk"},
+    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights"},
     {"looper"},
     {"reget"},
     {"watcher"},

@@ -12,6 +12,7 @@
 #include "config/access_list.h"
 #include "kl/conventions.h"
 #include "kl/looper.h"
+#include "kl/rights.h"
 
 namespace loader {
 namespace {
@@ -68,6 +69,8 @@ CommandRights standardCommands() {
 CommandRights loaderCommands() {
   CommandRights commands = standardCommands();
   commands[kl::CMD_SETOBJ] = kl::RIGHT_CONTROL;
+  commands[kl::CMD_EXPLAIN_RIGHTS] = kl::RIGHT_READ;
+  commands[kl::CMD_LIST_RIGHTS] = kl::RIGHT_CONTROL;
   return commands;
 }
 

@@ -203,6 +203,7 @@ Configuration readConfiguration(const common::CommandLine& line, common::Mistake
 Configuration parseConfiguration(const std::string& text, const std::string& file,
                                  common::Mistakes& mistakes) {
   Configuration configuration = defaultConfiguration();
+  configuration.file = file;
   const auto table = common::parseToml(text, file, mistakes);
   if (!table) return configuration;
   Section whole(*table, "", file, mistakes);

@@ -47,6 +47,7 @@ struct ServiceConfiguration {
 };
 
 struct Configuration {
+  std::string file;                      // where it was read; empty without a file
   std::string stateFolder;               // where the loader keeps what must survive it
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
   unsigned int startSeconds = 60;        // of each service that has none of its own

@@ -15,6 +15,7 @@ struct RuleReference {
   std::string table;      // "access of log", "rights", "rights of netif" or "built in"
   std::string key;        // "bob", "@wheel", "default"; "root" and "default" of what is built in
   unsigned int line = 0;  // of the configuration file; 0 of what is built in
+  Rights rights;          // what it gives
 };
 
 struct Decision {

@@ -7,6 +7,7 @@
 #include <pwd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <set>
 
 namespace loader {
@@ -53,6 +54,14 @@ Users::Users(const std::vector<User>& users, const std::vector<Group>& groups) {
 std::string Users::nameOf(uid_t uid) const {
   const auto found = names_.find(uid);
   return found != names_.end() ? found->second : std::to_string(uid);
+}
+
+std::optional<uid_t> Users::known(const std::string& name) const {
+  if (const auto found = users_.find(name); found != users_.end()) return found->second.uid;
+  uid_t uid = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), uid);
+  if (error != std::errc() || end != name.data() + name.size() || nameOf(uid) != name) return {};
+  return uid;
 }
 
 std::optional<uid_t> Users::find(const std::string& name) {

@@ -34,6 +34,8 @@ class Users {
   Users(const std::vector<User>& users, const std::vector<Group>& groups);
 
   std::string nameOf(uid_t uid) const;
+  // The number of who is called so; of one without a name that is the number itself.
+  std::optional<uid_t> known(const std::string& name) const;
 
   // The number of a user.  One whom the system knows but does not list is asked for by his name, and kept.
   std::optional<uid_t> find(const std::string& name);

@@ -76,6 +76,10 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(asker, request);
+  if (explainer_ != nullptr && command == kl::CMD_EXPLAIN_RIGHTS)
+    return reply(asker, request, explainer_->explain(asker, request));
+  if (explainer_ != nullptr && command == kl::CMD_LIST_RIGHTS)
+    return reply(asker, request, explainer_->list(request));
   reply(asker, request, execute(request, command));
 }
 

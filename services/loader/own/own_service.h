@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "kl/looper.h"
+#include "kl/rights.h"
+#include "own/rights_explainer.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
 #include "routing/subscriptions.h"
@@ -43,6 +45,9 @@ class OwnService {
         settle_(std::move(settle)) {
     for (const auto& [command, bits] : commands_) policies_.set_policy(command, bits);
   }
+
+  // Who answers questions about rights; without one they are not implemented.
+  void setExplainer(const RightsExplainer& explainer) { explainer_ = &explainer; }
 
   // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
   void handle(Service& asker, const kl::message& request);
@@ -88,6 +93,7 @@ class OwnService {
   Order order_;
   Settle settle_;
   const CommandRights commands_ = loaderCommands();
+  const RightsExplainer* explainer_ = nullptr;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;

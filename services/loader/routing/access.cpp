@@ -75,6 +75,10 @@ Access Access::decide(const SenderRights& sender, const Envelope& e, const Desti
   return judgement.isDenied() ? judgement : passed(grant->records, true, grant->rights.bits);
 }
 
+Access Access::decide(const Rights& rights, unsigned int command, const DestinationRules& to) {
+  return rights.none ? denied(Denial::kNone) : judged(rights.bits, command, to);
+}
+
 std::string Access::reason() const {
   switch (denial) {
     case Denial::kNot: return {};

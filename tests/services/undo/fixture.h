@@ -23,10 +23,18 @@ using kl::test::RawPeer;
 inline const Ids kUndo = {kl::SERVICE_UNDO};
 
 // Everybody has the rights that his messages say.
-inline std::string configuration(const std::string& folder, const std::string& settings) {
-  return "[rights]\ndefault = \"all\"\n[[service]]\nname = \"undo\"\nid = 17\ncommand = [\"" KL_BIN_DIR
+constexpr char kAllRights[] = "default = \"all\"\n";
+// Two makers that somebody else starts.
+constexpr char kMakers[] =
+    "[[service]]\nname = \"other\"\nid = 501\n[[service]]\nname = \"lamp\"\nid = 500\n";
+
+// `settings` are those of kl-undo; `makers` are more services.
+inline std::string configuration(const std::string& folder, const std::string& settings,
+                                 const std::string& rights, const std::string& makers) {
+  return "[rights]\n" + rights +
+         "[[service]]\nname = \"undo\"\nid = 17\ncommand = [\"" KL_BIN_DIR
          "/kl-undo\"]\n[service.settings]\n0x20000002 = \"" +
-         folder + "\"\n" + settings;
+         folder + "\"\n" + settings + makers;
 }
 
 inline Ids idsIn(const kl::message& reply) {
@@ -77,10 +85,11 @@ inline kl::message undoneReport(unsigned int id, unsigned int value, unsigned in
 
 class UndoProcess : public testing::Test {
  protected:
-  explicit UndoProcess(const std::string& settings = "") {
+  explicit UndoProcess(const std::string& settings = "", const std::string& rights = kAllRights,
+                       const std::string& makers = kMakers) {
     char name[] = "/tmp/undo-process-XXXXXX";
     folder_ = ::mkdtemp(name);
-    loader_.emplace(configuration(folder_ + "/undo", settings));
+    loader_.emplace(configuration(folder_ + "/undo", settings, rights, makers));
   }
   ~UndoProcess() override {
     loader_.reset();
@@ -92,6 +101,15 @@ class UndoProcess : public testing::Test {
     RawPeer peer;
     EXPECT_TRUE(peer.connect());
     EXPECT_NE(peer.registerAs(id), 0u);
+    return peer;
+  }
+
+  // A process of another user with an id that the loader picks.
+  static RawPeer connectedAs(uid_t user) {
+    const uid_t own = ::geteuid();
+    EXPECT_EQ(::seteuid(user), 0);
+    RawPeer peer = connected();
+    EXPECT_EQ(::seteuid(own), 0);
     return peer;
   }
 

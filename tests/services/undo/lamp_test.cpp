@@ -39,10 +39,10 @@ class Undoing : public UndoProcess {
     return ask(user_, m);
   }
 
-  // CMD_START by bob with these rights.
+  // CMD_START by daemon with these rights.
   kl::message start(unsigned int id, unsigned int rights = 192) {
     kl::message m = to(kl::CMD_START, id);
-    m.insert(kl::SYS_USER, "bob");
+    m.insert(kl::SYS_USER, "daemon");
     m.insert(kl::SYS_POLICY, rights);
     return ask(user_, m);
   }
@@ -81,7 +81,7 @@ TEST_F(Undoing, AChangeIsUndoneDoneAgainAndUndone) {
 
   EXPECT_FALSE(kl::isError(start(id)));
   EXPECT_EQ(brightness(), 0u);
-  EXPECT_EQ(lamp().get(Lamp::CHANGED_BY, ""), "bob");
+  EXPECT_EQ(lamp().get(Lamp::CHANGED_BY, ""), "daemon");
   EXPECT_TRUE(isUndone(id));
 
   EXPECT_FALSE(kl::isError(start(id)));
@@ -111,7 +111,7 @@ TEST_F(Undoing, WhoMayOnlyReadUndoesNothing) {
   EXPECT_FALSE(isUndone(newest()));
 }
 
-TEST_F(Undoing, AChangeByACommandWithoutRightsIsEverybodysToUndo) {
+TEST_F(Undoing, AChangeByACommandWithoutRightsIsUndoneByWhoMayChange) {
   EXPECT_FALSE(kl::isError(set(50)));
   kl::message off;
   off.insert(kl::SYS_TO, kLamp);
@@ -119,7 +119,7 @@ TEST_F(Undoing, AChangeByACommandWithoutRightsIsEverybodysToUndo) {
   EXPECT_FALSE(kl::isError(ask(user_, off)));
   const unsigned int id = newest();
   EXPECT_EQ(ask(user_, kl::CMD_GETOBJ, id).get(kl::UNDO_RIGHTS, 1), 0u);
-  EXPECT_EQ(errorOf(start(id, 0)), kl::ERROR_NOTALLOWED);  // the lamp's answer: its undo message is a CMD_SET
+  EXPECT_EQ(errorOf(start(id, 64)), kl::ERROR_NOTALLOWED);
   EXPECT_EQ(brightness(), 0u);
   EXPECT_FALSE(kl::isError(start(id)));
   EXPECT_EQ(brightness(), 50u);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "kl/rights.h"
+
 #include "tests/services/undo/fixture.h"
 
 namespace undo {
@@ -67,10 +69,47 @@ TEST(UndoReports, EveryRecordedRightIsNeeded) {
   EXPECT_TRUE(mayUndo(m, asker));
 }
 
-TEST(UndoReports, ARecordWithoutRightsNeededIsEverybodys) {
+// The library reports that of every command that the table of its handler does not name.
+TEST(UndoReports, ARecordThatNeededNoRightNeedsTheRightToChange) {
   kl::message asker;
-  asker.insert(kl::SYS_POLICY, 0);
+  asker.insert(kl::SYS_POLICY, 64);
+  EXPECT_FALSE(mayUndo(recordFrom(report("x", 0), 0), asker));
+  asker.insert(kl::SYS_POLICY, 128);
   EXPECT_TRUE(mayUndo(recordFrom(report("x", 0), 0), asker));
+}
+
+TEST(UndoReports, TheLoaderIsAskedAboutTheAskerAtTheMaker) {
+  kl::message request;
+  request.insert(kl::SYS_FROM, {0x10007, 3});
+  request.insert(kl::SYS_USER, "bob");
+  request.insert(kl::SYS_POLICY, 64);
+  const kl::message m = rightsQuestion(record(), request);
+  EXPECT_EQ(m.get(kl::SYS_TO, {}), Ids{kl::SERVICE_LOADER});
+  EXPECT_EQ(m.get(kl::SYS_CMD, 0), kl::CMD_EXPLAIN_RIGHTS);
+  EXPECT_EQ(m.get(kl::RIGHTS_USER, ""), "bob");
+  EXPECT_EQ(m.get(kl::RIGHTS_SENDER, 0), 0x10007u);
+  EXPECT_EQ(m.get(kl::RIGHTS_BITS, 0), 64u);
+  EXPECT_EQ(m.get(kl::RIGHTS_TO, {}), (Ids{500, 3}));
+  EXPECT_EQ(m.get(kl::RIGHTS_COMMAND, 0), kl::CMD_SET);
+  EXPECT_FALSE(m.has(kl::SYS_USER));
+  EXPECT_FALSE(m.has(kl::SYS_POLICY));
+}
+
+TEST(UndoReports, TheAskerHasTheRightsOfTheLoadersAnswer) {
+  kl::message request;
+  request.insert(kl::SYS_USER, "bob");
+  request.insert(kl::SYS_POLICY, 0xffffffff);
+  kl::message answer;
+  EXPECT_FALSE(isLetThrough(answer));
+  answer.insert(kl::RIGHTS_VERDICT, kl::RIGHTS_OPEN);
+  answer.insert(kl::RIGHTS_BITS, 64);
+  EXPECT_TRUE(isLetThrough(answer));
+  EXPECT_EQ(askerFrom(request, answer).get(kl::SYS_USER, ""), "bob");
+  EXPECT_EQ(askerFrom(request, answer).get(kl::SYS_POLICY, 0), 64u);
+  answer.remove(kl::RIGHTS_BITS);
+  EXPECT_FALSE(askerFrom(request, answer).has(kl::SYS_POLICY));
+  answer.insert(kl::RIGHTS_VERDICT, kl::RIGHTS_DENIED);
+  EXPECT_FALSE(isLetThrough(answer));
 }
 
 TEST(UndoReports, TheUndoMessageGoesToTheMakerInTheAskersName) {

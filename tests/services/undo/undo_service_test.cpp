@@ -261,13 +261,13 @@ TEST_F(UndoProcess, TheMakerIsSentTheUndoMessageInTheAskersName) {
   m.insert(kl::SYS_FROM, {3});
   const unsigned int id = add(maker, m);
   kl::message start = withRights(to(kl::CMD_START, id), 192);
-  start.insert(kl::SYS_USER, "bob");
+  start.insert(kl::SYS_USER, "daemon");
   const unsigned int asked = send(asker, start);
   const auto undo = maker.receiveCommand(kl::CMD_SET);
   ASSERT_TRUE(undo);
   EXPECT_EQ(undo->get(VALUE, 0), 1u);
   EXPECT_EQ(undo->get(kl::STD_UNDOID, 0), id);
-  EXPECT_EQ(undo->get(kl::SYS_USER, ""), "bob");
+  EXPECT_EQ(undo->get(kl::SYS_USER, ""), "daemon");
   EXPECT_EQ(undo->get(kl::SYS_POLICY, 0), 192u);
   EXPECT_EQ(undo->get(kl::SYS_TO, {}), Ids{3});
   EXPECT_EQ(undo->get(kl::SYS_FROM, {}), Ids{17});
@@ -379,6 +379,107 @@ TEST_F(UndoProcess, ARecordIsUndoneOnceAtATime) {
   EXPECT_TRUE(maker.receiveCommand(kl::CMD_SET));
 }
 
+// --- Who may undo ----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uid_t kDaemon = 1;
+constexpr uid_t kBin = 2;
+constexpr uid_t kNobody = 65534;
+
+// daemon may change everything but service 501, bin only service 500, everybody else reads.  Service 501 lists its
+// commands.
+class UndoRights : public UndoProcess {
+ protected:
+  UndoRights()
+      : UndoProcess("", "default = \"read\"\ndaemon = [\"read\", \"change\"]\n",
+                    "[[service]]\nname = \"lamp\"\nid = 500\naccess = { bin = [\"read\", \"change\"] }\n"
+                    "[[service]]\nname = \"other\"\nid = 501\naccess = { daemon = \"none\", bin = [\"read\", "
+                    "\"change\"] }\ncommands = { \"0x42\" = \"change\" }\n") {}
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  }
+
+  // The report of a change that the unlisted command 0x43 takes back: the library reports no rights for it.
+  static kl::message unlistedChange() {
+    kl::message undo = setValue(1);
+    undo.insert(kl::SYS_CMD, 0x43);
+    kl::message m = report("unlisted", 0);
+    m.insert(kl::UNDO_MESSAGE, flat(undo));
+    return m;
+  }
+};
+
+}  // namespace
+
+TEST_F(UndoRights, AnUndoHasTheRightsThatItsAskerHasAtTheMaker) {
+  RawPeer maker = connected(500);
+  RawPeer bin = connectedAs(kBin);
+  send(bin, to(kl::CMD_START, add(maker, report("x", 128))));  // at kl-undo he may only read
+  const auto undo = maker.receiveCommand(kl::CMD_SET);
+  ASSERT_TRUE(undo);
+  EXPECT_EQ(undo->get(kl::SYS_USER, ""), "bin");
+  EXPECT_EQ(undo->get(kl::SYS_POLICY, 0), 64u | 128u);
+  EXPECT_EQ(undo->get(kl::SYS_FROM, {}), Ids{17});
+}
+
+TEST_F(UndoRights, WhoMayOnlyReadAtTheMakerUndoesNothing) {
+  RawPeer maker = connected(500);
+  RawPeer nobody = connectedAs(kNobody);
+  EXPECT_EQ(errorOf(ask(nobody, kl::CMD_START, add(maker, report("x", 128)))), kl::ERROR_NOTALLOWED);
+  EXPECT_TRUE(maker.isQuiet());
+}
+
+TEST_F(UndoRights, WhoHasNoRightsAtTheMakerUndoesNothing) {
+  RawPeer maker = connected(501);
+  RawPeer daemon = connectedAs(kDaemon);
+  EXPECT_EQ(errorOf(ask(daemon, kl::CMD_START, add(maker, report("x", 64)))), kl::ERROR_NOTALLOWED);
+  EXPECT_TRUE(maker.isQuiet());
+}
+
+TEST_F(UndoRights, AChangeThatNeededNoRightNeedsTheRightToChange) {
+  RawPeer maker = connected(500);
+  RawPeer nobody = connectedAs(kNobody);
+  RawPeer daemon = connectedAs(kDaemon);
+  const unsigned int id = add(maker, unlistedChange());
+  EXPECT_EQ(errorOf(ask(nobody, kl::CMD_START, id)), kl::ERROR_NOTALLOWED);
+  EXPECT_TRUE(maker.isQuiet());
+  send(daemon, to(kl::CMD_START, id));
+  EXPECT_TRUE(maker.receiveCommand(0x43));
+}
+
+TEST_F(UndoRights, WhatTheMakerDoesNotListNobodyButRootUndoes) {
+  RawPeer maker = connected(501);
+  RawPeer bin = connectedAs(kBin);
+  const unsigned int id = add(maker, unlistedChange());
+  EXPECT_EQ(errorOf(ask(bin, kl::CMD_START, id)), kl::ERROR_NOTALLOWED);
+  EXPECT_TRUE(maker.isQuiet());
+  RawPeer root = connected();
+  send(root, to(kl::CMD_START, id));
+  EXPECT_TRUE(maker.receiveCommand(0x43));
+}
+
+TEST_F(UndoRights, ARefusedAskerLeavesTheRecordForOthers) {
+  RawPeer maker = connected(500);
+  RawPeer nobody = connectedAs(kNobody);
+  const unsigned int id = add(maker, report("x", 128));
+  EXPECT_EQ(errorOf(ask(nobody, kl::CMD_START, id)), kl::ERROR_NOTALLOWED);
+  send(maker, to(kl::CMD_START, id));
+  EXPECT_TRUE(maker.receiveCommand(kl::CMD_SET));
+}
+
+TEST_F(UndoRights, AnOrdinaryProcessReportsAndSeesWhatItReported) {
+  RawPeer nobody = connectedAs(kNobody);
+  kl::message m = report("x", 64);
+  m.insert(kl::UNDO_USER, "nobody");
+  const unsigned int id = add(nobody, m);
+  const kl::message record = ask(nobody, kl::CMD_GETOBJ, id);
+  EXPECT_EQ(record.get(kl::UNDO_REPORTER, ""), "nobody");
+  EXPECT_EQ(idsIn(ask(nobody, kl::CMD_GETALL)), Ids{id});
+  RawPeer daemon = connectedAs(kDaemon);
+  EXPECT_EQ(all(daemon), Ids());
+}
+
 // --- The report of an undo -------------------------------------------------------------------------
 
 TEST_F(UndoProcess, TheMakersReportMakesTheRecordTheRedo) {
@@ -462,6 +563,24 @@ TEST_F(UndoProcess, RecordsOfAPickedIdThatEndedMeanwhileAreGoneAfterARestart) {
   EXPECT_FALSE(kl::isError(askLoader(stays, kl::CMD_SETOBJ, kl::SVC_START)));
   awaitStart(stays, 2);
   EXPECT_EQ(all(stays), (Ids{pickeds, kept}));
+}
+
+TEST_F(UndoProcess, RecordsOfAnIdThatIsNotConfiguredEndWithItsProcess) {
+  RawPeer asker = connected();
+  RawPeer follower = connected();
+  ASSERT_TRUE(follower.send(subscription()));
+  ask(follower, kl::CMD_NOOP);
+  const unsigned int strange = 600;
+  unsigned int id = 0;
+  {
+    RawPeer maker = connected(strange);
+    id = add(maker, report("x"));
+    EXPECT_EQ(toldObject(follower).get(kl::STD_ID, 0), id);
+  }
+  EXPECT_TRUE(toldObject(follower).has(kl::STD_DEAD));
+  RawPeer successor = connected(strange);
+  EXPECT_EQ(errorOf(ask(asker, kl::CMD_START, id)), kl::ERROR_UNKNOWNID);
+  EXPECT_TRUE(successor.isQuiet());
 }
 
 TEST_F(SmallUndo, TheOldestRecordsMakeRoom) {

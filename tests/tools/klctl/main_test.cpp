@@ -261,9 +261,12 @@ TEST_F(Klctl, AnOrdinaryUserReadsWhatRootsLoaderLetsHimRead) {
   EXPECT_EQ(asNobody(program + "get netif:1 --json").exitStatus, 0);
   const ChildResult refused = asNobody(program + "set netif:1 descr=x");
   EXPECT_EQ(refused.exitStatus, 1);
-  EXPECT_EQ(refused.err, "klctl: netif:1: std failure: not allowed (9)\n");
+  EXPECT_EQ(refused.err,
+            "klctl: netif:1: std failure: not allowed (9); klctl rights explain nobody netif CMD_SETOBJ says "
+            "why\n");
   EXPECT_EQ(asNobody(program + "set loader:32 action=stop").err,
-            "klctl: loader:32: std failure: not allowed (9)\n");
+            "klctl: loader:32: std failure: not allowed (9); klctl rights explain nobody loader CMD_SETOBJ "
+            "says why\n");
 }
 
 TEST_F(Klctl, ABrokenDictionaryIsToldWithFileAndLine) {

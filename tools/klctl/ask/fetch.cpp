@@ -2,14 +2,38 @@
 
 #include "ask/fetch.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <set>
 
 #include "kl/conventions.h"
+#include "values/field_names.h"
 
 namespace klctl {
 
-Failure refused(const std::string& path, const kl::message& reply) {
-  return {Status::kRefused, path + ": " + kl::getError(reply)};
+std::string ownName() {
+  const passwd* const entry = ::getpwuid(::geteuid());
+  return entry != nullptr ? entry->pw_name : std::to_string(::geteuid());
+}
+
+std::string errorSentence(const std::string& path, const kl::message& reply, unsigned int command) {
+  return errorSentence(path, reply, path.substr(0, path.find(':')), command);
+}
+
+std::string errorSentence(const std::string& path, const kl::message& reply, const std::string& place,
+                          unsigned int command) {
+  const std::string sentence = path + ": " + kl::getError(reply);
+  unsigned int code = kl::ERROR_OK;
+  std::string text;
+  (void)kl::isError(reply, &code, &text);
+  if (code != kl::ERROR_NOTALLOWED || !text.empty()) return sentence;
+  return sentence + "; klctl rights explain " + ownName() + " " + place + " " + commandWord(command) +
+         " says why";
+}
+
+Failure refused(const std::string& path, const kl::message& reply, unsigned int command) {
+  return {Status::kRefused, errorSentence(path, reply, command)};
 }
 
 Failure endless(const std::string& path, unsigned int id) {
@@ -19,7 +43,7 @@ Failure endless(const std::string& path, unsigned int id) {
 
 kl::message fetch(const kl::message& request, const std::string& path, const Exchange& exchange) {
   kl::message reply = exchange(request);
-  if (kl::isError(reply)) throw refused(path, reply);
+  if (kl::isError(reply)) throw refused(path, reply, request.get(kl::SYS_CMD, kl::CMD_NOOP));
   return reply;
 }
 

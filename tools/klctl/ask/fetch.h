@@ -22,8 +22,17 @@ std::vector<kl::message::flat_message> fetchAll(kl::message request, const std::
 // The reply itself.  Throws Failure(kRefused) for an error reply.
 kl::message fetch(const kl::message& request, const std::string& path, const Exchange& exchange);
 
+// An error reply as a sentence about a path.  One that refuses a command at a place without a text says how to find out
+// why; the place is the path without its object.
+std::string errorSentence(const std::string& path, const kl::message& reply, unsigned int command);
+std::string errorSentence(const std::string& path, const kl::message& reply, const std::string& place,
+                          unsigned int command);
+
+// The user of this process, as the loader knows him.
+std::string ownName();
+
 // The reports of an error reply, and of a table that continues at one id for the second time.
-Failure refused(const std::string& path, const kl::message& reply);
+Failure refused(const std::string& path, const kl::message& reply, unsigned int command);
 Failure endless(const std::string& path, unsigned int id);
 
 }  // namespace klctl

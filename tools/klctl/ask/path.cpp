@@ -80,6 +80,13 @@ PathWord parsePath(const std::string& word) {
   return path;
 }
 
+std::string pathText(const PathWord& path) {
+  std::string text = path.service;
+  for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
+  if (path.object) text += ":" + std::to_string(*path.object);
+  return text;
+}
+
 std::string serviceName(const std::string& word, const Exchange& exchange) {
   const auto number = parseElement(word);
   return number ? askName(*number, exchange) : word;
@@ -88,6 +95,12 @@ std::string serviceName(const std::string& word, const Exchange& exchange) {
 unsigned int serviceId(const std::string& word, const Exchange& exchange) {
   if (const auto number = parseElement(word)) return *number;
   return word == "loader" ? kl::SERVICE_LOADER : askId(word, exchange);
+}
+
+std::vector<unsigned int> numbersOf(const PathWord& path, const Exchange& exchange) {
+  std::vector<unsigned int> numbers = {serviceId(path.service, exchange)};
+  numbers.insert(numbers.end(), path.handlers.begin(), path.handlers.end());
+  return numbers;
 }
 
 }  // namespace klctl

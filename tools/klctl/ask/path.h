@@ -22,6 +22,9 @@ struct PathWord {
 // Throws Failure(kUsage) when the word is no path.
 PathWord parsePath(const std::string& word);
 
+// The word that parsePath reads back.
+std::string pathText(const PathWord& path);
+
 // The name of the service that a word means: the word itself, or what the loader calls the number.  Empty when
 // the number is unknown.
 std::string serviceName(const std::string& word, const Exchange& exchange);
@@ -30,5 +33,8 @@ std::string serviceName(const std::string& word, const Exchange& exchange);
 // under the name.  Throws Failure(kRefused) for a name that no service has or that several have, and for a loader
 // that does not show its table.
 unsigned int serviceId(const std::string& word, const Exchange& exchange);
+
+// The numbers of the whole path, its object left out.
+std::vector<unsigned int> numbersOf(const PathWord& path, const Exchange& exchange);
 
 }  // namespace klctl

@@ -55,11 +55,12 @@ class Walker {
   std::set<unsigned int> continued_;
 };
 
-void refuseErrors(const kl::message& reply, const std::string& path, milliseconds timeout) {
+void refuseErrors(const kl::message& reply, const std::string& path, unsigned int command,
+                  milliseconds timeout) {
   if (!kl::isError(reply)) return;
   // The library's own time-out comes as an error that is no reply; a service's is one.
   if (!kl::isReply(reply)) throw noReply(timeout);
-  throw refused(path, reply);
+  throw refused(path, reply, command);
 }
 
 }  // namespace
@@ -83,7 +84,7 @@ std::vector<kl::message::flat_message> walk(const kl::message& request, const st
       if (event.kind == EventKind::kEndless)
         throw endless(path, kl::message(event.content).get(kl::STD_GETALLID, kl::BADID));
       if (event.kind == EventKind::kDone) {
-        refuseErrors(event.content, path, timeout);
+        refuseErrors(event.content, path, request.get(kl::SYS_CMD, kl::CMD_NOOP), timeout);
         return objects;
       }
       objects.push_back(event.content);

@@ -13,7 +13,8 @@ enum class Status {
   kUsage = 2,
   kTimeout = 3,
   kNoLoader = 4,
-  kStays = 5,  // a service refused to leave
+  kStays = 5,      // a service refused to leave
+  kUndecided = 6,  // what a user may do cannot be told
 };
 
 // Thrown wherever something stands in the way, caught once in main.  what() is a sentence for the user.

@@ -155,4 +155,12 @@ std::optional<unsigned int> parseCommand(const std::string& word) {
   return {};
 }
 
+std::string commandWord(unsigned int command) {
+  for (const Constant& known : kCommands)
+    if (command == known.value) return known.name;
+  char text[16];
+  (void)std::snprintf(text, sizeof text, "0x%x", command);
+  return text;
+}
+
 }  // namespace klctl

@@ -60,4 +60,7 @@ class FieldNames {
 // A command by its name, with CMD_ in front or in short and small (CMD_GETCOUNT, getcount), or by its number.
 std::optional<unsigned int> parseCommand(const std::string& word);
 
+// The word that parseCommand reads back as the same command: CMD_GETCOUNT, 0x60001.
+std::string commandWord(unsigned int command);
+
 }  // namespace klctl

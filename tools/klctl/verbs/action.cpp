@@ -27,7 +27,8 @@ void order(const CommandLine& line, const Channels& channels, unsigned int actio
   unsigned int code = kl::ERROR_OK;
   if (kl::isError(reply, &code)) {
     const bool stays = action == kl::SVC_LEAVE && code == kl::ERROR_BUSY;
-    throw Failure(stays ? Status::kStays : Status::kRefused, line.path.service + ": " + kl::getError(reply));
+    throw Failure(stays ? Status::kStays : Status::kRefused,
+                  errorSentence(line.path.service, reply, "loader", kl::CMD_SETOBJ));
   }
   channels.print(line.dump ? dumpText(reply) : replyText(line, reply, FieldNames()));
 }

@@ -56,6 +56,7 @@ class Parser {
     addUndo();
     addStore();
     addLog();
+    addRights();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -85,7 +86,7 @@ class Parser {
     options_[kFields]->type_name("DIR");
     app_.footer(
         "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
-        "leave.\n"
+        "leave, 6 cannot be told.\n"
         "See klctl(1).");
   }
 
@@ -194,6 +195,24 @@ class Parser {
     addTopic(addVerb(*log, Verb::kLogUnmute, "unmute", "Unmute them", kTimeout));
   }
 
+  void addRights() {
+    CLI::App* rights = app_.add_subcommand("rights", "Show who may do what");
+    rights->require_subcommand(1);
+    CLI::App* explain =
+        addVerb(*rights, Verb::kRightsExplain, "explain", "Say whether a user may send a command, and why",
+                kEveryOption, &Parser::interpretQuestion);
+    explain->add_option("USER", line_.user, "The name of the user")->required()->type_name("");
+    explain->add_option("PATH", words_.path, "A service or a handler, as netif or netif/3")
+        ->required()
+        ->type_name("");
+    explain->add_option("CMD", words_.rest, "The command; without one, whether anything is let through")
+        ->expected(0, 1)
+        ->type_name("");
+    CLI::App* list = addVerb(*rights, Verb::kRightsList, "list", "List the entries of the configuration",
+                             kEveryOption, &Parser::interpretListed);
+    list->add_option("SERVICE", words_.path, "Only those for requests to this service")->type_name("");
+  }
+
   // The words of the log are given to its verbs, too, which do not use them.
   static void refuseFilter(const CLI::App& log) {
     for (const char* option : {"--follow", "--topic", "--since"})
@@ -263,6 +282,17 @@ class Parser {
     line_.path = parsePath(words_.path);
     if (!line_.path.handlers.empty() || line_.path.object)
       throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
+  }
+
+  void interpretQuestion() {
+    line_.path = parsePath(words_.path);
+    if (line_.path.object) throw usage("rights are those for a service or a handler, not for an object");
+    interpretRest();
+    if (!line_.assignments.empty()) throw usage("'" + line_.assignments.front() + "' is no command");
+  }
+
+  void interpretListed() {
+    if (!words_.path.empty()) interpretService();
   }
 
   void interpretRequest() {

@@ -35,10 +35,12 @@ enum class Verb {
   kLogFollow,
   kLogMute,
   kLogUnmute,
+  kRightsExplain,
+  kRightsList,
 };
 
 inline constexpr unsigned int kVerbs =
-    static_cast<unsigned int>(Verb::kLogUnmute) + 1;  // the number of verbs
+    static_cast<unsigned int>(Verb::kRightsList) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {
@@ -59,6 +61,7 @@ struct CommandLine {
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
+  std::string user;  // whose rights kRightsExplain explains
 };
 
 // The words, or the text that --help or --version asked for.  Throws Failure(kUsage).

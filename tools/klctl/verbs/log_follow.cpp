@@ -121,7 +121,7 @@ class LogReport {
   void lost(const kl::message& reason) {
     unsigned int code = kl::ERROR_OK;
     const bool isError = kl::isError(reason, &code);
-    if (!wasThere_ && isError && code != kl::ERROR_BRKPATH) throw refused("log", reason);
+    if (!wasThere_ && isError && code != kl::ERROR_BRKPATH) throw refused("log", reason, kl::CMD_GETALL);
     if (!std::exchange(isLost_, true))
       channels_.remark("log is gone: " + (isError ? kl::getError(reason) : "it has ended") +
                        "; waiting for it");

@@ -21,19 +21,6 @@ using Objects = Channels::Objects;
 const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
                                                   "user", "starts", "messages_in", "messages_out"};
 
-std::string pathText(const PathWord& path) {
-  std::string text = path.service;
-  for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
-  if (path.object) text += ":" + std::to_string(*path.object);
-  return text;
-}
-
-void addressTo(kl::message& request, const PathWord& path, const Exchange& exchange) {
-  std::vector<unsigned int> to = {serviceId(path.service, exchange)};
-  to.insert(to.end(), path.handlers.begin(), path.handlers.end());
-  request.insert(kl::SYS_TO, to);
-}
-
 std::string objectsText(const CommandLine& line, const Objects& messages, const FieldNames& names,
                         const std::vector<std::string>& columns) {
   const std::vector<Json> objects = toJson(messages, names);
@@ -92,7 +79,7 @@ Subject subjectOf(const CommandLine& line, unsigned int usualCommand, const Exch
   request.insert(kl::SYS_CMD, line.command.value_or(usualCommand));
   if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
   for (const std::string& word : line.assignments) assign(request, word, subject.names);
-  addressTo(request, line.path, exchange);
+  request.insert(kl::SYS_TO, numbersOf(line.path, exchange));
   return subject;
 }
 

@@ -10,6 +10,7 @@
 #include "kl/services.h"
 #include "output/show.h"
 #include "values/dictionary.h"
+#include "values/rights_words.h"
 
 namespace klctl {
 namespace {
@@ -23,22 +24,6 @@ std::string dateText(unsigned long long seconds) {
   char text[32];
   if (::localtime_r(&moment, &local) == nullptr) return std::to_string(seconds);
   return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)};
-}
-
-// The words that the loader's configuration has for rights; bits without a word as a number.
-std::string rightsText(unsigned int bits) {
-  static const std::map<unsigned int, std::string> words = {{kl::RIGHT_READ, "read"},
-                                                            {kl::RIGHT_CHANGE, "change"},
-                                                            {kl::RIGHT_CONTROL, "control"},
-                                                            {kl::RIGHT_CONTENTS, "contents"}};
-  std::string text;
-  for (const auto& [bit, word] : words) {
-    if ((bits & bit) == 0) continue;
-    text += (text.empty() ? "" : " ") + word;
-    bits &= ~bit;
-  }
-  if (bits != 0) text += (text.empty() ? "" : " ") + std::to_string(bits);
-  return text.empty() ? "none" : text;
 }
 
 // Asks the loader for each name once.
@@ -89,6 +74,7 @@ std::string showText(const kl::message& record, const Exchange& exchange) {
   const bool isUndone = record.get(kl::UNDO_UNDONE, false);
   Json row = rowOf(record, sources);
   row["undone"] = isUndone ? "yes" : "no";
+  if (record.has(kl::UNDO_REPORTER)) row["reported by"] = record.get(kl::UNDO_REPORTER, "");
   row["needs"] = rightsText(record.get(kl::UNDO_RIGHTS, 0));
   return objectTable(row) + "\nwhat was asked:\n" + dumpText(record.get(kl::UNDO_REQUEST, {})) +
          (isUndone ? "\nwhat does it again:\n" : "\nwhat undoes it:\n") +

@@ -12,6 +12,7 @@
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
 #include "verbs/request.h"
+#include "verbs/rights.h"
 #include "verbs/store.h"
 #include "verbs/undo.h"
 #include "verbs/watch.h"
@@ -25,14 +26,30 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {Verb::kServices, listServices}, {Verb::kGet, getObject},         {Verb::kGetAll, getTable},
-    {Verb::kSet, setObject},         {Verb::kSend, sendCommand},      {Verb::kWatch, watchTable},
-    {Verb::kStart, startService},    {Verb::kStop, stopService},      {Verb::kRestart, restartService},
-    {Verb::kLeave, leaveService},    {Verb::kDump, dumpFile},         {Verb::kUndoList, listChanges},
-    {Verb::kUndoShow, showChange},   {Verb::kUndoRun, undoChange},    {Verb::kStoreList, listStore},
-    {Verb::kStoreGet, showEntry},    {Verb::kStoreCheck, checkStore}, {Verb::kStoreCompact, compactStore},
-    {Verb::kLog, showLog},           {Verb::kLogFollow, followLog},   {Verb::kLogMute, muteTopic},
+    {Verb::kServices, listServices},
+    {Verb::kGet, getObject},
+    {Verb::kGetAll, getTable},
+    {Verb::kSet, setObject},
+    {Verb::kSend, sendCommand},
+    {Verb::kWatch, watchTable},
+    {Verb::kStart, startService},
+    {Verb::kStop, stopService},
+    {Verb::kRestart, restartService},
+    {Verb::kLeave, leaveService},
+    {Verb::kDump, dumpFile},
+    {Verb::kUndoList, listChanges},
+    {Verb::kUndoShow, showChange},
+    {Verb::kUndoRun, undoChange},
+    {Verb::kStoreList, listStore},
+    {Verb::kStoreGet, showEntry},
+    {Verb::kStoreCheck, checkStore},
+    {Verb::kStoreCompact, compactStore},
+    {Verb::kLog, showLog},
+    {Verb::kLogFollow, followLog},
+    {Verb::kLogMute, muteTopic},
     {Verb::kLogUnmute, unmuteTopic},
+    {Verb::kRightsExplain, explainRights},
+    {Verb::kRightsList, listRights},
 };
 
 static_assert(std::size(kRows) == kVerbs, "each verb has one row");

@@ -100,7 +100,7 @@ WatchReport::Text WatchReport::complete() {
 std::string WatchReport::lost(const kl::message& reason) {
   unsigned int code = kl::ERROR_OK;
   const bool isErrorReply = kl::isError(reason, &code);
-  if (isErrorReply && !everShown_ && !mayPass(code)) throw refused(subject_.path, reason);
+  if (isErrorReply && !everShown_ && !mayPass(code)) throw refused(subject_.path, reason, kl::CMD_GETALL);
   complete_ = false;
   lost_ = true;
   const std::string why = isErrorReply ? kl::getError(reason) : "it has ended";

@@ -26,6 +26,15 @@ TEST(Users, ANumberIsNeverAName) {
   EXPECT_FALSE(users.findGroup("10"));
 }
 
+TEST(Users, WhoIsKnownIsFoundWithoutTheSystem) {
+  const Users users({{"toor", 7000, 7000}, {"4712", 4712, 4712}}, {});
+  EXPECT_EQ(users.known("toor"), 7000u);
+  EXPECT_EQ(users.known("3999999999"), 3999999999u);  // a user without a name
+  EXPECT_EQ(users.known("4712"), 4712u);              // one whose name is no name
+  for (const char* name : {"root", "7000", "99999999999", "", "-1", "0x10", "7000 "})
+    EXPECT_FALSE(users.known(name)) << name;
+}
+
 TEST(Users, OfSeveralNamesTheFirstIsShown) {
   Users users({{"toor", 7000, 7000}, {"root2", 7000, 7000}}, {});
   EXPECT_EQ(users.nameOf(7000), "toor");

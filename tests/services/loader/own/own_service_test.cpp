@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "kl/rights.h"
+
 #include <functional>
 #include <utility>
 
@@ -68,6 +70,30 @@ class OwnServiceTest : public testing::Test {
                   [this] { ++settled_; }};
   Service& a_ = connected(table_, 10);
 };
+
+TEST_F(OwnServiceTest, QuestionsAboutRightsNeedSomebodyWhoExplains) {
+  for (const unsigned int command : {kl::CMD_EXPLAIN_RIGHTS, kl::CMD_LIST_RIGHTS})
+    EXPECT_EQ(errorOf(askFor(command)), kl::ERROR_NOTIMP);
+  const loader::Configuration configuration;
+  const loader::RightsExplainer explainer(configuration, table_);
+  own_.setExplainer(explainer);
+  EXPECT_EQ(errorOf(askFor(kl::CMD_EXPLAIN_RIGHTS)), kl::ERROR_MISSING);  // at which destination?
+  kl::message question = request({}, kl::CMD_EXPLAIN_RIGHTS, 5);
+  question.insert(kl::RIGHTS_TO, Ids{24});
+  EXPECT_TRUE(ask(question).has(kl::RIGHTS_VERDICT));
+  EXPECT_EQ(errorOf(askFor(kl::CMD_LIST_RIGHTS)), kl::ERROR_OK);
+}
+
+TEST_F(OwnServiceTest, TheListOfRightsIsForWhoMayControl) {
+  const loader::Configuration configuration;
+  const loader::RightsExplainer explainer(configuration, table_);
+  own_.setExplainer(explainer);
+  kl::message m = request({}, kl::CMD_LIST_RIGHTS, 5);
+  m.insert(kl::SYS_POLICY, 64 | 128 | 1024);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_NOTALLOWED);
+  m.insert(kl::SYS_POLICY, 64 | 512);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK);
+}
 
 TEST_F(OwnServiceTest, AReplyGoesToTheAskingHandler) {
   const kl::message got = askFor(kl::CMD_NOOP);

@@ -32,6 +32,23 @@ kl::message chunk(const std::vector<unsigned int>& ids, unsigned int next) {
 
 }  // namespace
 
+TEST(Fetch, ARefusalWithoutATextSaysHowToFindOutWhy) {
+  const kl::message bare = kl::errorMsg(kl::ERROR_NOTALLOWED, "");
+  EXPECT_EQ(errorSentence("netif/3:2", bare, kl::CMD_SETOBJ),
+            "netif/3:2: std failure: not allowed (9); klctl rights explain " + ownName() +
+                " netif/3 CMD_SETOBJ says why");
+  EXPECT_EQ(
+      errorSentence("netif", bare, "loader", 0x60001),
+      "netif: std failure: not allowed (9); klctl rights explain " + ownName() + " loader 0x60001 says why");
+}
+
+TEST(Fetch, ARefusalWithATextIsLeftAlone) {
+  EXPECT_EQ(errorSentence("netif", kl::errorMsg(kl::ERROR_NOTALLOWED, "lacks the right change"), kl::CMD_SET),
+            "netif: lacks the right change (9)");
+  EXPECT_EQ(errorSentence("netif", kl::errorMsg(kl::ERROR_BUSY, ""), kl::CMD_SET),
+            "netif: " + kl::getErrorDescr(kl::ERROR_BUSY, ""));
+}
+
 TEST(Fetch, ChunksAreJoinedInOrder) {
   std::vector<unsigned int> starts;
   const auto objects = fetchAll(kl::message(), "t", [&](const kl::message& request) {

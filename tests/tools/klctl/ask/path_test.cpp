@@ -105,7 +105,8 @@ TEST(Path, ALoaderThatHidesItsTableIsToldAsSuch) {
   const auto refuses = [](const kl::message&) { return kl::errorMsg(kl::ERROR_NOTALLOWED, ""); };
   const Told told = failureOf([&] { (void)serviceId("netif", refuses); });
   EXPECT_EQ(told.status, 1);
-  EXPECT_EQ(told.sentence, "loader: std failure: not allowed (9)");
+  EXPECT_EQ(told.sentence, "loader: std failure: not allowed (9); klctl rights explain " + ownName() +
+                               " loader CMD_GETALL says why");
   EXPECT_EQ(serviceName("32", refuses), "netif");
 }
 

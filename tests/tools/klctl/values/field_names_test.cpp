@@ -75,4 +75,11 @@ TEST(FieldNames, CommandsAreNamedInFullInShortOrByNumber) {
   EXPECT_FALSE(parseCommand("0x1000000").has_value());
 }
 
+TEST(FieldNames, TheWordOfACommandIsReadBack) {
+  EXPECT_EQ(commandWord(0xfe0015), "CMD_GETCOUNT");
+  EXPECT_EQ(commandWord(0x60001), "0x60001");
+  for (const unsigned int command : {0xfe0000u, 0xfe0006u, 0xfe0008u, 0x60001u, 7u})
+    EXPECT_EQ(parseCommand(commandWord(command)), command);
+}
+
 }  // namespace klctl

@@ -137,8 +137,9 @@ TEST_F(KlctlUndo, AnErrorReplyIsToldWithTheRecord) {
   reply_ = kl::errorMsg(kl::ERROR_NOTALLOWED, "");
   const Told run7 = failureOf([&] { (void)run({"run", "7"}); });
   EXPECT_EQ(run7.status, 1);
-  EXPECT_EQ(run7.sentence, "undo:7: std failure: not allowed (9)");
-  EXPECT_EQ(failureOf([&] { (void)run({"list"}); }).sentence, "undo: std failure: not allowed (9)");
+  const std::string hint = "std failure: not allowed (9); klctl rights explain " + ownName() + " undo ";
+  EXPECT_EQ(run7.sentence, "undo:7: " + hint + "CMD_START says why");
+  EXPECT_EQ(failureOf([&] { (void)run({"list"}); }).sentence, "undo: " + hint + "CMD_GETALL says why");
 }
 
 TEST_F(KlctlUndo, ADumpShowsTheReplies) {

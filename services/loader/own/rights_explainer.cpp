@@ -1,0 +1,135 @@
+// An explanation takes three steps: whose requests are meant, what the configuration gives them at the destination, and
+// whether that suffices for the command where the configuration says what it needs.
+
+#include "own/rights_explainer.h"
+
+#include "admission/rights.h"
+#include "kl/rights.h"
+#include "kl/services.h"
+
+namespace loader {
+namespace {
+
+constexpr std::size_t kMostPassed = 32;     // entries in an explanation
+constexpr std::size_t kChunkBytes = 16383;  // of entries in one part of the list
+
+using Objects = std::vector<kl::message::flat_message>;
+
+kl::message::flat_message flat(const RuleReference& rule) {
+  kl::message m;
+  m.insert(kl::RULE_TABLE, rule.table);
+  m.insert(kl::RULE_KEY, rule.key);
+  if (rule.line != 0) m.insert(kl::RULE_LINE, rule.line);
+  m.insert(kl::RULE_RIGHTS, wordsOf(rule.rights));
+  kl::message::flat_message bytes;
+  m.flatten(bytes);
+  return bytes;
+}
+
+bool mayControl(const kl::message& request) {
+  return (request.get(kl::SYS_POLICY, kl::RIGHTS_ALL) & kl::RIGHT_CONTROL) != 0;
+}
+
+void addEntries(const AccessList& list, std::vector<RuleReference>& rules) {
+  for (const AccessEntry& entry : list.entries)
+    rules.push_back({list.name, entry.key, entry.line, entry.rights});
+}
+
+// The entries in the order in which they are asked, for requests to this service or to any.
+std::vector<RuleReference> rulesOf(const Configuration& configuration, std::optional<unsigned int> service) {
+  std::vector<RuleReference> rules;
+  for (const unsigned int id : configuration.destinationsWithAccess())
+    if (!service || *service == id) addEntries(*configuration.accessOf(id), rules);
+  for (const ServiceConfiguration& sender : configuration.services)
+    if (sender.rights)
+      rules.push_back({"rights of " + sender.name, "rights", sender.rightsLine, *sender.rights});
+  addEntries(configuration.rights, rules);
+  return rules;
+}
+
+void addRules(kl::message& reply, const Decision& decision) {
+  reply.insert(kl::RIGHTS_RULE, flat(decision.rule));
+  Objects passed;
+  for (const RuleReference& rule : decision.passed)
+    if (passed.size() < kMostPassed) passed.push_back(flat(rule));
+  if (!passed.empty()) reply.insert(kl::RIGHTS_PASSED, passed);
+}
+
+// Without a command the question is whether anything is delivered.
+void addVerdict(kl::message& reply, const Rights& rights, const DestinationRules& rules,
+                const kl::message& request) {
+  const bool isListed = rules.commands != nullptr && request.has(kl::RIGHTS_COMMAND);
+  const unsigned int command = request.get(kl::RIGHTS_COMMAND, kl::CMD_NOOP);
+  if (isListed) {
+    const auto need = rules.commands->find(command);
+    reply.insert(kl::RIGHTS_NEEDED, need != rules.commands->end() ? need->second : kl::RIGHT_OF_NOBODY);
+  }
+  const Access access = Access::decide(rights, command, isListed ? rules : DestinationRules());
+  const unsigned int passes = isListed ? kl::RIGHTS_ALLOWED : kl::RIGHTS_OPEN;
+  reply.insert(kl::RIGHTS_VERDICT, access.isDenied() ? kl::RIGHTS_DENIED : passes);
+}
+
+}  // namespace
+
+kl::message RightsExplainer::explain(const Service& asker, const kl::message& request) const {
+  const std::string own = request.get(kl::SYS_USER, asker.user);
+  const bool isOwn =
+      request.get(kl::RIGHTS_USER, own) == own && request.get(kl::RIGHTS_SENDER, asker.id) == asker.id;
+  if (!isOwn && !mayControl(request))
+    return kl::errorMsg(kl::ERROR_NOTALLOWED, "who asks about others needs the right control for the loader");
+  if (request.get(kl::RIGHTS_TO, {}).empty()) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (const auto subject = subjectOf(asker, request)) return answer(*subject, request);
+  return kl::errorMsg(kl::ERROR_UNKNOWNID, "no user is called '" + request.get(kl::RIGHTS_USER, "") + "'");
+}
+
+// The entries from STD_GETALLID on.
+kl::message RightsExplainer::list(const kl::message& request) const {
+  std::optional<unsigned int> service;
+  if (request.has(kl::STD_ID)) service = request.get(kl::STD_ID, kl::BADID);
+  const std::vector<RuleReference> rules = rulesOf(configuration_, service);
+  Objects objects;
+  std::size_t bytes = 0;
+  std::size_t at = request.get(kl::STD_GETALLID, 0);
+  for (; at < rules.size(); ++at) {
+    kl::message::flat_message object = flat(rules[at]);
+    bytes += object.size();
+    if (bytes > kChunkBytes && !objects.empty()) break;
+    objects.push_back(std::move(object));
+  }
+  kl::message reply;
+  reply.insert(kl::STD_OBJS, objects);
+  if (at < rules.size()) reply.insert(kl::STD_GETALLID, static_cast<unsigned int>(at));
+  return reply;
+}
+
+// A process has the rights of its own only where it sends in its own user's name.
+std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service& asker,
+                                                                   const kl::message& request) const {
+  const unsigned int senderId = request.get(kl::RIGHTS_SENDER, asker.id);
+  const Service* sender = table_.find(senderId);
+  std::string user = request.get(kl::RIGHTS_USER, "");
+  if (user.empty() && sender != nullptr) user = sender->user;
+  const bool isSender = sender != nullptr && sender->user == user;
+  const bool isSpokenFor = request.has(kl::RIGHTS_BITS) && !(isSender && !isTrusted(sender->uid));
+  if (isSender) return Subject{user, {sender->uid, configuration_.find(sender->id)}, isSpokenFor};
+  const auto uid = configuration_.users.known(user);
+  if (!uid) return {};
+  return Subject{user, {*uid, nullptr}, isSpokenFor};
+}
+
+kl::message RightsExplainer::answer(const Subject& subject, const kl::message& request) const {
+  const unsigned int destination = request.get(kl::RIGHTS_TO, {}).front();
+  Decision decision = loader::explain(configuration_, subject.sender, destination);
+  const bool passesAll = isTrusted(subject.sender.uid) && !subject.isSpokenFor;
+  if (subject.isSpokenFor) decision.rights.bits &= request.get(kl::RIGHTS_BITS, 0);
+  kl::message reply;
+  reply.insert(kl::RIGHTS_USER, subject.user);
+  if (!passesAll) reply.insert(kl::RIGHTS_BITS, decision.rights.bits);
+  if (!configuration_.file.empty()) reply.insert(kl::RIGHTS_FILE, configuration_.file);
+  addRules(reply, decision);
+  if (passesAll) reply.insert(kl::RIGHTS_VERDICT, kl::RIGHTS_ALLOWED);
+  else addVerdict(reply, decision.rights, rulesFor(configuration_, destination), request);
+  return reply;
+}
+
+}  // namespace loader

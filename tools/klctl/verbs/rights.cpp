@@ -1,0 +1,199 @@
+// Two decide about a request.  The loader gives it the rights of its user for the destination, and may know what the
+// command needs; then the handler asks its own table.  The first is explained by the loader, the second is read by
+// CMD_GETPOLICIES in that user's name.  What a handler decides beyond its table cannot be read.
+
+#include "verbs/rights.h"
+
+#include <optional>
+
+#include "ask/path.h"
+#include "kl/conventions.h"
+#include "kl/rights.h"
+#include "kl/services.h"
+#include "output/show.h"
+#include "services/common/text.h"
+#include "values/dictionary.h"
+#include "values/rights_words.h"
+
+namespace klctl {
+namespace {
+
+constexpr char kLoader[] = "loader";
+const std::vector<std::string> kListColumns = {"table", "key", "line", "rights"};
+
+enum class Verdict { kYes, kNo, kUnknown };
+
+// What is known about one question.
+struct Finding {
+  std::string user;
+  std::string place;                    // as the user called it
+  std::optional<unsigned int> command;  // without one the question is whether anything is delivered
+  kl::message explained;                // the loader's reply
+  std::optional<unsigned int> needed;   // by the handler's table
+  std::string fault;                    // why that cannot be read
+};
+
+bool isDenied(const kl::message& explained) {
+  return explained.get(kl::RIGHTS_VERDICT, kl::RIGHTS_DENIED) == kl::RIGHTS_DENIED;
+}
+
+unsigned int bitsOf(const kl::message& explained) { return explained.get(kl::RIGHTS_BITS, kl::RIGHTS_ALL); }
+
+Verdict verdictOf(const Finding& finding) {
+  if (isDenied(finding.explained)) return Verdict::kNo;
+  if (!finding.command) return Verdict::kYes;
+  if (!finding.fault.empty()) return Verdict::kUnknown;
+  const unsigned int needed = finding.needed.value_or(0);
+  return (needed & bitsOf(finding.explained)) == needed ? Verdict::kYes : Verdict::kNo;
+}
+
+// --- Asking ----------------------------------------------------------------------------------------
+
+kl::message askLoader(const CommandLine& line, const std::vector<unsigned int>& to,
+                      const Exchange& exchange) {
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  request.insert(kl::SYS_CMD, kl::CMD_EXPLAIN_RIGHTS);
+  request.insert(kl::RIGHTS_USER, line.user);
+  request.insert(kl::RIGHTS_TO, to);
+  if (line.command) request.insert(kl::RIGHTS_COMMAND, *line.command);
+  const kl::message reply = exchange(request);
+  if (kl::isError(reply))
+    throw Failure(Status::kUndecided, errorSentence(kLoader, reply, kl::CMD_EXPLAIN_RIGHTS));
+  return reply;
+}
+
+// What the handler's table says about the command; one that it does not name is for root alone.
+void askHandler(Finding& finding, const std::vector<unsigned int>& to, const Exchange& exchange) {
+  kl::message request;
+  request.insert(kl::SYS_TO, to);
+  request.insert(kl::SYS_CMD, kl::CMD_GETPOLICIES);
+  request.insert(kl::SYS_USER, finding.user);
+  request.insert(kl::SYS_POLICY, bitsOf(finding.explained));
+  const kl::message reply = exchange(request);
+  if (kl::isError(reply)) {
+    finding.fault = kl::getError(reply);
+    return;
+  }
+  finding.needed = kl::RIGHT_OF_NOBODY;
+  for (const kl::message entry : reply.get(kl::STD_OBJS, {}))
+    if (entry.get(kl::STD_ID, kl::BADID) == *finding.command)
+      finding.needed = entry.get(kl::POLICY_RIGHTS, kl::RIGHT_OF_NOBODY);
+}
+
+// A request with all rights passes every table.
+Finding find(const CommandLine& line, const Exchange& exchange) {
+  const std::vector<unsigned int> to = numbersOf(line.path, exchange);
+  Finding finding{line.user, pathText(line.path), line.command, askLoader(line, to, exchange), {}, ""};
+  const bool decidesHandler = finding.command && !isDenied(finding.explained);
+  if (decidesHandler && finding.explained.has(kl::RIGHTS_BITS)) askHandler(finding, to, exchange);
+  return finding;
+}
+
+// --- Showing ---------------------------------------------------------------------------------------
+
+std::string wordOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::kYes: return "yes";
+    case Verdict::kNo: return "no";
+    case Verdict::kUnknown: break;
+  }
+  return "unknown";
+}
+
+// Who asks for more decides.
+std::optional<unsigned int> neededBits(const Finding& finding) {
+  const bool isListed = finding.explained.has(kl::RIGHTS_NEEDED);
+  if (!isListed && !finding.needed) return {};
+  return finding.explained.get(kl::RIGHTS_NEEDED, 0) | finding.needed.value_or(0);
+}
+
+std::string sentenceOf(const Finding& finding) {
+  std::string text = wordOf(verdictOf(finding)) + ": " + finding.user + " has ";
+  text += rightsPhrase(bitsOf(finding.explained)) + " for " + finding.place;
+  if (!finding.command) return text;
+  const std::string command = commandWord(*finding.command);
+  if (!finding.fault.empty())
+    return text + ", and what " + command + " needs cannot be asked: " + finding.fault;
+  if (const auto needed = neededBits(finding)) text += ", " + command + " needs " + rightsPhrase(*needed);
+  return text;
+}
+
+std::string placeOf(const kl::message& explained, const kl::message& rule) {
+  if (!rule.has(kl::RULE_LINE)) return rule.get(kl::RULE_TABLE, "");
+  return explained.get(kl::RIGHTS_FILE, "") + ":" + std::to_string(rule.get(kl::RULE_LINE, 0));
+}
+
+std::string ruleText(const kl::message& rule) {
+  const std::string table = rule.has(kl::RULE_LINE) ? rule.get(kl::RULE_TABLE, "") + ": " : "";
+  return table + rule.get(kl::RULE_KEY, "") + " = " + rule.get(kl::RULE_RIGHTS, "");
+}
+
+std::string reasonOf(const std::string& user, const kl::message& rule) {
+  const std::string key = rule.get(kl::RULE_KEY, "");
+  return key.starts_with('@') ? user + " is not in " + key.substr(1) : "does not name " + user;
+}
+
+void addLine(std::string& text, const std::string& label, const std::string& content) {
+  text += "  " + label + std::string(label.size() < 12 ? 12 - label.size() : 1, ' ') + content + "\n";
+}
+
+std::string findingText(const Finding& finding) {
+  std::string text = sentenceOf(finding) + "\n";
+  const kl::message& explained = finding.explained;
+  const kl::message rule(explained.get(kl::RIGHTS_RULE, {}));
+  addLine(text, "decided by", placeOf(explained, rule) + "  " + ruleText(rule));
+  if (explained.has(kl::RIGHTS_NEEDED))
+    addLine(text, "needed by", "the loader's list of its commands");
+  if (finding.needed) addLine(text, "needed by", "the table of the handler");
+  for (const kl::message passed : explained.get(kl::RIGHTS_PASSED, {}))
+    addLine(text, "near",
+            placeOf(explained, passed) + "  " + ruleText(passed) + "  " + reasonOf(finding.user, passed));
+  if (finding.command && verdictOf(finding) == Verdict::kYes)
+    addLine(text, "but", "the handler may have rules of its own, which nobody can ask for");
+  return common::printable(text, common::Newline::kKept);
+}
+
+Json findingJson(const Finding& finding, const FieldNames& names) {
+  Json all = Json::object();
+  all["verdict"] = wordOf(verdictOf(finding));
+  all["user"] = finding.user;
+  all["path"] = finding.place;
+  if (finding.command) all["command"] = commandWord(*finding.command);
+  all["bits"] = bitsOf(finding.explained);
+  if (const auto needed = neededBits(finding)) all["needed"] = *needed;
+  if (!finding.fault.empty()) all["fault"] = finding.fault;
+  if (finding.explained.has(kl::RIGHTS_FILE)) all["file"] = finding.explained.get(kl::RIGHTS_FILE, "");
+  all["rule"] = toJson(kl::message(finding.explained.get(kl::RIGHTS_RULE, {})), names);
+  all["passed"] = toJson(finding.explained.get(kl::RIGHTS_PASSED, {}), names);
+  return all;
+}
+
+}  // namespace
+
+void explainRights(const CommandLine& line, const Channels& channels) {
+  const FieldNames names = namesFor(kLoader, line.fields);
+  std::string dumped;
+  const Finding finding = find(line, line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
+  if (line.dump) channels.print(dumped);
+  else channels.print(line.json ? jsonText(findingJson(finding, names)) : findingText(finding));
+  const Verdict verdict = verdictOf(finding);
+  if (verdict == Verdict::kNo) throw Failure(Status::kRefused, "not allowed");
+  if (verdict == Verdict::kUnknown) throw Failure(Status::kUndecided, "it cannot be told");
+}
+
+void listRights(const CommandLine& line, const Channels& channels) {
+  const FieldNames names = namesFor(kLoader, line.fields);
+  std::string dumped;
+  const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
+  kl::message request;
+  request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  request.insert(kl::SYS_CMD, kl::CMD_LIST_RIGHTS);
+  if (!line.path.service.empty()) request.insert(kl::STD_ID, serviceId(line.path.service, exchange));
+  const std::vector<Json> rows = toJson(fetchAll(request, kLoader, exchange), names);
+  if (line.dump) return channels.print(dumped);
+  printTable(channels, line.json ? jsonText(Json(rows)) : objectsTable(rows, kListColumns, lineWidth()),
+             "rights: the configuration has no entries");
+}
+
+}  // namespace klctl
