@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "config/speaks_for.h"
 #include "kl/conventions.h"
 #include "kl/message.h"
 
@@ -19,6 +20,36 @@ RightsRecords recordsOf(const kl::message& m) {
   return records;
 }
 
+RightsRecords nameRecord(const std::string& user) {
+  kl::message m;
+  m.insert(kl::SYS_USER, user);
+  return recordsOf(m);
+}
+
+SenderRights ordinaryRights(const Configuration& configuration, const Sender& sender) {
+  const std::string user = configuration.users.nameOf(sender.uid);
+  SenderRights result = equalRights(user, explain(configuration, sender, kl::BADID).rights);
+  for (const unsigned int destination : configuration.destinationsWithAccess()) {
+    const Rights rights = explain(configuration, sender, destination).rights;
+    result.grants.push_back({rights, rightsRecords(user, rights)});
+  }
+  return result;
+}
+
+// The users of a gateway, each with the rights that he has himself.
+std::shared_ptr<const SpokenUsers> spokenUsers(const Configuration& configuration,
+                                               const ServiceConfiguration& service) {
+  const auto users = std::make_shared<SpokenUsers>();
+  for (const uid_t uid : service.speaksFor) {
+    if (!maySpeakFor(configuration, uid)) continue;
+    const std::string name = configuration.users.nameOf(uid);
+    SenderRights rights = ordinaryRights(configuration, {uid, nullptr});
+    rights.user = nameRecord(name);
+    users->add(name, std::move(rights));
+  }
+  return users;
+}
+
 }  // namespace
 
 RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
@@ -29,13 +60,10 @@ RightsRecords rightsRecords(const std::string& user, const Rights& rights) {
 }
 
 SenderRights senderRights(const Configuration& configuration, const Sender& sender) {
-  const std::string user = configuration.users.nameOf(sender.uid);
-  if (isTrusted(sender.uid)) return trustedRights(user);
-  SenderRights result = equalRights(user, explain(configuration, sender, kl::BADID).rights);
-  for (const unsigned int destination : configuration.destinationsWithAccess()) {
-    const Rights rights = explain(configuration, sender, destination).rights;
-    result.grants.push_back({rights, rightsRecords(user, rights)});
-  }
+  if (isTrusted(sender.uid)) return trustedRights(configuration.users.nameOf(sender.uid));
+  SenderRights result = ordinaryRights(configuration, sender);
+  const bool isGateway = sender.service != nullptr && !sender.service->speaksFor.empty();
+  if (isGateway) result.speaksFor = spokenUsers(configuration, *sender.service);
   return result;
 }
 
@@ -52,11 +80,7 @@ DestinationRules rulesFor(const Configuration& configuration, unsigned int id) {
   return rules;
 }
 
-SenderRights trustedRights(const std::string& user) {
-  kl::message m;
-  m.insert(kl::SYS_USER, user);
-  return {true, recordsOf(m), {}};
-}
+SenderRights trustedRights(const std::string& user) { return {true, nameRecord(user), {}}; }
 
 SenderRights equalRights(const std::string& user, const Rights& rights) {
   return {false, {}, {{rights, rightsRecords(user, rights)}}};

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "config/settings.h"
+#include "config/speaks_for.h"
 #include "kl/conventions.h"
 #include "kl/utilities.h"
 #include "services/common/section.h"
@@ -100,6 +101,7 @@ ServiceConfiguration readService(Section& section, Configuration& whole) {
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
   readOwnRights(section, service, whole);
+  readSpeaksFor(section, service, whole);
   service.access = readAccess(section, service.name, whole);
   if (section.find("commands") != nullptr) service.commands = readCommands(section);
   service.restart = readRestart(section);

@@ -33,6 +33,7 @@ struct ServiceConfiguration {
   std::map<std::string, std::string> environment;  // beside what the loader has
   std::optional<Rights> rights;  // of its own requests, in the place of what [rights] gives to its user
   unsigned int rightsLine = 0;
+  std::vector<uid_t> speaksFor;           // the users whom its requests may name
   AccessList access;                      // who may do what with it; empty: what [rights] says
   std::optional<CommandRights> commands;  // what its commands need; none: it decides about each itself
   RestartRule restart = RestartRule::kAfterCrash;

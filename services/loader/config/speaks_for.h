@@ -1,0 +1,17 @@
+#pragma once
+// speaks_for.h: the users whom the requests of a service may name.
+
+#include "config/configuration.h"
+#include "services/common/section.h"
+
+namespace loader {
+
+// Reads `speaks_for`, a list of users and "@group"s, after everything that gives the service its own rights.  A service
+// that could do everything itself, or whose requests pass unchanged anyway, has no use for it: that is a mistake.  Who
+// may do everything is never spoken for, and whom nobody knows cannot be: both are warnings.
+void readSpeaksFor(common::Section& section, ServiceConfiguration& service, Configuration& whole);
+
+// False for root, the loader's own user and whom [rights] gives "all".
+bool maySpeakFor(const Configuration& configuration, uid_t uid);
+
+}  // namespace loader
