@@ -95,6 +95,15 @@ unsigned int logHonestly(int fd, unsigned int first, unsigned int count) {
   return sent;
 }
 
+// The loader's own connection is one of its descriptors from then on.
+void awaitLoadersLines(Client& client) {
+  kl::message m;
+  m.insert(kl::STD_GETALLID, kl::BADID);
+  m.insert(kl::LOG_PROCESS, "kl-loader");
+  while (client.ask({kl::SERVICE_LOG}, kl::CMD_GETALL, m).get(kl::STD_OBJS, {}).empty()) {
+  }
+}
+
 // How many of root's lines the log service still has.
 std::size_t honestLinesKept(Client& client) {
   std::set<std::string> met;
@@ -120,7 +129,7 @@ Report logFlood(Pace pace, unsigned int processes) {
   std::ofstream(kLogdConfiguration) << "[log]\nmemory = 1048576\n";
   Siege siege("A flood of lines from " + std::to_string(processes) + " processes", pace, 0, loaderWithLog());
   Client client;
-  (void)client.ask({kl::SERVICE_LOG}, kl::CMD_GET);  // waits until it has registered
+  awaitLoadersLines(client);
   const int fd = connectToLog();
   unsigned int sent = fd >= 0 && sendWhole(fd, registration()) ? logHonestly(fd, 0, kHonestLines / 2) : 0;
   std::size_t kept = 0;

@@ -15,9 +15,9 @@ constexpr unsigned int kStoppedService = 700;
 
 constexpr unsigned int kObjects = 1000;
 constexpr unsigned int kChanges = 10000;
-// What one round sends to a process is less than the loader keeps for one that does not read, so that nobody who reads,
+// What one round sends to a process is less than the half of a queue that one sender fills, so that nobody who reads,
 // however slowly, loses anything; all rounds together are more than that even for the process with one subscriber.
-constexpr unsigned int kChangesInRound = 400;
+constexpr unsigned int kChangesInRound = 200;
 constexpr std::size_t kPayloadBytes = 160;
 
 std::string subscribers(unsigned int service, unsigned int count) {

@@ -61,6 +61,10 @@ Access decideInNameOf(const SenderRights* user, const Envelope& e, const Destina
 
 Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
 
+Access Access::ofNotification(const SenderRights& sender) {
+  return passed({}, !sender.isTrusted, kl::RIGHTS_ALL);
+}
+
 Access Access::decide(const SenderRights& sender, const Envelope& e, const DestinationRules& to) {
   if (!e.isCommand()) return {};
   if (sender.isTrusted) return passedAsItIs(sender, e);

@@ -89,6 +89,8 @@ struct Access {
 
   // The copy passes without rights, so its receiver allows it everything.
   static Access withoutRights();
+  // The same of what its receiver has subscribed to; that of a trusted sender passes as it is.
+  static Access ofNotification(const SenderRights& sender);
   static Access decide(const SenderRights& sender, const Envelope& e, const DestinationRules& to);
   // The same of a command with these rights; the result has no mark.
   static Access decide(const Rights& rights, unsigned int command, const DestinationRules& to);

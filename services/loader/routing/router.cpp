@@ -241,7 +241,8 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 // asked before, so requests and notifications alone make acquaintances.
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
   const bool isWanted = isSubscribedTo(sender, e, to, rest);
-  const Access access = isWanted ? Access::withoutRights() : Access::decide(sender.rights, e, to.rules);
+  const Access access =
+      isWanted ? Access::ofNotification(sender.rights) : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
   makeAcquainted(sender, to);
   const auto hasRoom = [&] {
@@ -256,10 +257,9 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   if (e.isCommand()) forgetSubscriptions(sender, e, to, rest, access);
 }
 
-// R4.  The frame is judged in this one of its copies; who has all rights needs no other permission.
+// R4.  The frame is judged in this one of its copies.
 bool Router::isSubscribedTo(Service& sender, const Envelope& e, Service& to, Path rest) const {
-  return e.mayNotify() && !sender.rights.isTrusted &&
-         subscriptions_.has({sender, e.returnPath(), to, rest, e.command});
+  return e.mayNotify() && subscriptions_.has({sender, e.returnPath(), to, rest, e.command});
 }
 
 // What is refused is not delivered either: its subscriber would be notified and never heard of again.
