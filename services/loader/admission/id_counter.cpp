@@ -31,7 +31,7 @@ bool replaceFile(const std::string& file, const std::string& text) {
   return isWritten && std::rename(fresh.c_str(), file.c_str()) == 0;
 }
 
-unsigned int secondsNow() {
+unsigned int monotonicSeconds() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
   return static_cast<unsigned int>(now.tv_sec);
@@ -39,7 +39,7 @@ unsigned int secondsNow() {
 
 }  // namespace
 
-IdCounter::IdCounter(std::string file, Log& log) : IdCounter(std::move(file), log, secondsNow) {}
+IdCounter::IdCounter(std::string file, Log& log) : IdCounter(std::move(file), log, monotonicSeconds) {}
 
 IdCounter::IdCounter(std::string file, Log& log, Seconds seconds)
     : file_(std::move(file)),
