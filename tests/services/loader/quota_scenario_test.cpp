@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <set>
 #include <vector>
 
 #include "kl/conventions.h"
@@ -190,6 +191,37 @@ TEST_F(QuotaScenario, RootRegistersBesideHundredsOfSilentConnections) {
     return connected;
   });
   EXPECT_EQ(stranger.count(), 300u);
+  EXPECT_TRUE(rootGetsIn());
+}
+
+// How many of its handlers are told of a change, after each has subscribed: all of them before the next reply.
+unsigned int subscribeMany(unsigned int count) {
+  static RawPeer peer;
+  if (!peer.connect() || peer.registerAs(0) == 0) return 0;
+  for (unsigned int handler = 1; handler <= count; ++handler) {
+    kl::message wish = kl::test::notification({kl::SERVICE_LOADER}, {handler});
+    wish.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
+    if (!peer.send(wish)) return 0;
+  }
+  RawPeer change;  // a new row of the table
+  if (!change.connect() || change.registerAs(0) == 0) return 0;
+  std::set<std::vector<unsigned int>> told;
+  const auto first = peer.receiveCommand(kl::CMD_NOTIFY);
+  if (!first || !peer.send(request({kl::SERVICE_LOADER}, kl::CMD_GETCOUNT, 1))) return 0;
+  told.insert(first->get(kl::SYS_TO, {}));
+  for (auto next = peer.receive(); next && !kl::isReply(*next); next = peer.receive())
+    told.insert(next->get(kl::SYS_TO, {}));
+  return static_cast<unsigned int>(told.size());
+}
+
+TEST_F(QuotaScenario, SubscriptionsBeyondTheAccountAreRefusedWithALine) {
+  const LoaderProcess loader("[quota.user]\nsubscriptions = 4\n");
+  const Stranger stranger([] { return subscribeMany(10); });
+  EXPECT_EQ(stranger.count(), 4u);
+  EXPECT_TRUE(loader.logs("its subscription at loader ("));
+  EXPECT_TRUE(loader.logs(" is refused, as its account has too many"));
+  EXPECT_EQ(loader.log().find("is refused", loader.log().find("is refused") + 1), std::string::npos)
+      << "one line for all of them: " << loader.log();
   EXPECT_TRUE(rootGetsIn());
 }
 
