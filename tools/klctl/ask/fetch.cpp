@@ -23,7 +23,7 @@ std::string errorSentence(const std::string& path, const kl::message& reply, uns
 
 std::string errorSentence(const std::string& path, const kl::message& reply, const std::string& place,
                           unsigned int command) {
-  const std::string sentence = path + ": " + kl::getError(reply);
+  std::string sentence = path + ": " + kl::getError(reply);
   unsigned int code = kl::ERROR_OK;
   std::string text;
   (void)kl::isError(reply, &code, &text);

@@ -18,12 +18,15 @@ constexpr std::array<std::pair<unsigned int, const char*>, 4> kWords{{{kl::RIGHT
 // `quote` stands around each word.
 std::string joined(unsigned int bits, const std::string& quote) {
   std::string text;
-  const auto add = [&](const std::string& word) { text += (text.empty() ? "" : " ") + word; };
+  const auto add = [&](const std::string& mark, const std::string& word) {
+    if (!text.empty()) text += ' ';
+    text.append(mark).append(word).append(mark);
+  };
   for (const auto& [bit, word] : kWords) {
-    if ((bits & bit) != 0) add(quote + word + quote);
+    if ((bits & bit) != 0) add(quote, word);
     bits &= ~bit;
   }
-  if (bits != 0) add(std::to_string(bits));
+  if (bits != 0) add("", std::to_string(bits));
   return text;
 }
 
