@@ -48,7 +48,7 @@ std::time_t wallClock() {
 }  // namespace
 
 ZoneWatch::ZoneWatch(kl::Runner& loop, const std::string& file, void* context, void (*changed)(void*))
-    : loop_(loop), file_(file), context_(context), changed_(changed) {
+    : loop_(loop), file_(file), context_(context), changed_(changed), settling_(loop, *this) {
   clockFd_ = ::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK);
   if (clockFd_ >= 0) loop_.addSocket(clockFd_, this, kl::bind<ZoneWatch, &ZoneWatch::onClock>(), POLLIN);
   watchFile();
@@ -56,7 +56,6 @@ ZoneWatch::ZoneWatch(kl::Runner& loop, const std::string& file, void* context, v
 }
 
 ZoneWatch::~ZoneWatch() {
-  loop_.removeTimer(settling_);
   for (const int fd : {clockFd_, fileFd_}) {
     if (fd < 0) continue;
     loop_.removeSocket(fd);
@@ -82,8 +81,8 @@ void ZoneWatch::onClock(int fd, unsigned int) {
 void ZoneWatch::onFile(int fd, unsigned int) {
   alignas(inotify_event) char events[kEventBytes];
   const ssize_t got = ::read(fd, events, sizeof events);
-  if (got <= 0 || settling_ || !concernsFile(events, static_cast<std::size_t>(got))) return;
-  settling_ = loop_.addTimer(this, kl::bind<ZoneWatch, &ZoneWatch::onSettled>(), kSettleTicks);  // Z4
+  if (got <= 0 || settling_.isRunning() || !concernsFile(events, static_cast<std::size_t>(got))) return;
+  settling_.start(kSettleTicks);  // Z4
 }
 
 // Events of the folder carry the name that they are about, those of the file none.
@@ -99,7 +98,6 @@ bool ZoneWatch::concernsFile(const char* events, std::size_t length) const {
 }
 
 void ZoneWatch::onSettled() {
-  settling_ = kl::TimerPtr();
   followFile();
   look();
 }

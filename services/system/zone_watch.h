@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kl/runner.h"
+#include "services/common/timer.h"
 
 namespace kl_system {
 
@@ -44,7 +45,7 @@ class ZoneWatch {
   int clockFd_ = -1;
   int fileFd_ = -1;
   int fileWatch_ = -1;
-  kl::TimerPtr settling_;
+  common::Timer<&ZoneWatch::onSettled> settling_;
 };
 
 }  // namespace kl_system

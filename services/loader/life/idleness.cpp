@@ -17,7 +17,7 @@ void Idleness::onReadiness(Service& service, unsigned int limitSeconds) {
   std::unique_ptr<Watch>& watch = watches_[service.id];
   if (watch == nullptr) watch = std::make_unique<Watch>(*this, service, limitSeconds);
   service.lastActive = seconds_();
-  if (!watch->timer) lookAgainLater(*watch);
+  if (!watch->timer.isRunning()) lookAgainLater(*watch);
 }
 
 unsigned int Idleness::look(Service& service) { return look(*watches_.at(service.id)); }
@@ -34,12 +34,9 @@ unsigned int Idleness::look(Watch& watch) {
 }
 
 void Idleness::Watch::onTimer() {
-  timer = {};
   if (mayLeave(service)) idleness.lookAgainLater(*this);
 }
 
-void Idleness::lookAgainLater(Watch& watch) {
-  watch.timer = runner_.addTimer(&watch, kl::bind<Watch, &Watch::onTimer>(), look(watch) * kTicksPerSecond);
-}
+void Idleness::lookAgainLater(Watch& watch) { watch.timer.start(look(watch) * kTicksPerSecond); }
 
 }  // namespace loader

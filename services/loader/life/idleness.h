@@ -8,6 +8,7 @@
 
 #include "kl/runner.h"
 #include "routing/service.h"
+#include "services/common/timer.h"
 
 namespace loader {
 
@@ -37,13 +38,14 @@ class Idleness {
 
  private:
   struct Watch {
-    Watch(Idleness& i, Service& s, unsigned int seconds) : idleness(i), service(s), limitSeconds(seconds) {}
+    Watch(Idleness& i, Service& s, unsigned int seconds)
+        : idleness(i), service(s), limitSeconds(seconds), timer(i.runner_, *this) {}
     void onTimer();
 
     Idleness& idleness;
     Service& service;
     unsigned int limitSeconds;
-    kl::TimerPtr timer;
+    common::Timer<&Watch::onTimer> timer;
   };
 
   unsigned int look(Watch& watch);

@@ -274,7 +274,7 @@ void Lifecycle::apply(Service& service, LifeEvent event, const std::string& how)
 }
 
 void Lifecycle::before(Service& service, Steps steps, const std::string& how) {
-  if (steps.has(Step::kCancelDelay)) cancel(find(service)->delayTimer);
+  if (steps.has(Step::kCancelDelay)) find(service)->delayTimer.cancel();
   if (steps.has(Step::kAnnounce)) announce(service);
   if (steps.has(Step::kGiveUp)) giveUp(service);
   if (steps.has(Step::kDrop)) router_.breakPathsTo(service);
@@ -338,7 +338,7 @@ void Lifecycle::wait(Child& child, const std::string& how) {
   const unsigned int lived = child.isLate() ? 0 : kl::getJiffies() - child.startTick;
   const unsigned int delay = child.delay.next(lived);
   log_.line(how + "; starts again in " + secondsText(delay));
-  child.delayTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onDelayOver>(), delay);
+  child.delayTimer.start(delay);
 }
 
 // The confirmation, then what the service has missed: who died since it saved its data, then what was held.
@@ -370,21 +370,19 @@ std::string Lifecycle::launch(Child& child) {
 }
 
 void Lifecycle::watchStart(Child& child) {
-  cancel(child.startTimer);
+  child.startTimer.cancel();
   child.isLastLook = false;
-  if (child.configuration.startSeconds == 0) return;
-  child.startTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onStartTimeOut>(),
-                                      child.configuration.startSeconds * kTicksASecond);
+  if (child.configuration.startSeconds > 0)
+    child.startTimer.start(child.configuration.startSeconds * kTicksASecond);
 }
 
 void Lifecycle::disarm(Child& child) {
-  cancel(child.endTimer);
-  cancel(child.startTimer);
+  child.endTimer.cancel();
+  child.startTimer.cancel();
 }
 
 void Lifecycle::arm(Child& child) {
-  if (!child.endTimer)
-    child.endTimer = runner_.addTimer(&child, kl::bind<Child, &Child::onTimeOut>(), kEndTicks);
+  if (!child.endTimer.isRunning()) child.endTimer.start(kEndTicks);
 }
 
 // The whole group, so that what a stuck service has started goes with it; and the process, which may have joined
@@ -401,7 +399,6 @@ void Lifecycle::release(Service& service) {
 }
 
 void Lifecycle::Child::onDelayOver() {
-  delayTimer = {};
   if (!lifecycle.isEnding_) lifecycle.apply(service, LifeEvent::kDelayOver);
   lifecycle.host_.settle();
 }
@@ -409,7 +406,6 @@ void Lifecycle::Child::onDelayOver() {
 // The process may have ended long ago, if the signal of its end was lost.  When the loader ends, one that was asked
 // and has not answered is told before it is killed.
 void Lifecycle::Child::onTimeOut() {
-  endTimer = {};
   const pid_t pid = service.pid;
   lifecycle.reap();
   const bool isToldFirst = lifecycle.isEnding_ && service.state == kl::SVC_STATE_LEAVING;
@@ -421,11 +417,7 @@ void Lifecycle::Child::onTimeOut() {
 // The registration may have come while the loader itself stood still, so what is there is read before the process is
 // judged.
 void Lifecycle::Child::onStartTimeOut() {
-  startTimer = {};
-  if (!std::exchange(isLastLook, true)) {
-    startTimer = lifecycle.runner_.addTimer(this, kl::bind<Child, &Child::onStartTimeOut>(), kLastLookTicks);
-    return;
-  }
+  if (!std::exchange(isLastLook, true)) return startTimer.start(kLastLookTicks);
   if (findTransition(service.life, LifeEvent::kOverdue) == nullptr) return;
   lifecycle.log_.line(describe(service) + ": does not register, is told to end");
   lifecycle.apply(service, LifeEvent::kOverdue);
@@ -441,10 +433,4 @@ bool Lifecycle::anyAlive(const Child* except) const {
   return std::any_of(children_.begin(), children_.end(),
                      [&](const auto& child) { return child.get() != except && child->isAlive(); });
 }
-
-void Lifecycle::cancel(kl::TimerPtr& timer) {
-  runner_.removeTimer(timer);
-  timer = {};
-}
-
 }  // namespace loader

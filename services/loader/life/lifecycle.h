@@ -14,6 +14,7 @@
 #include "life/states.h"
 #include "logging/log.h"
 #include "routing/router.h"
+#include "services/common/timer.h"
 #include "transport/descriptors.h"
 
 namespace loader {
@@ -91,7 +92,12 @@ class Lifecycle {
   // A service that the loader starts.
   struct Child {
     Child(Lifecycle& l, Service& s, const ServiceConfiguration& c)
-        : lifecycle(l), service(s), configuration(c) {}
+        : lifecycle(l),
+          service(s),
+          configuration(c),
+          delayTimer(l.runner_, *this),
+          endTimer(l.runner_, *this),
+          startTimer(l.runner_, *this) {}
     void onDelayOver();
     void onTimeOut();
     void onStartTimeOut();
@@ -103,9 +109,9 @@ class Lifecycle {
     const ServiceConfiguration& configuration;
     unsigned int startTick = 0;
     RestartDelay delay;
-    kl::TimerPtr delayTimer;
-    kl::TimerPtr endTimer;
-    kl::TimerPtr startTimer;
+    common::Timer<&Child::onDelayOver> delayTimer;
+    common::Timer<&Child::onTimeOut> endTimer;
+    common::Timer<&Child::onStartTimeOut> startTimer;
     bool isLastLook = false;  // of startTimer: its time is over, and what came meanwhile is read
   };
 
@@ -144,7 +150,6 @@ class Lifecycle {
 
   Child* find(const Service& service) const;
   bool anyAlive(const Child* except) const;
-  void cancel(kl::TimerPtr& timer);
 
   kl::ThinRunner& runner_;
   ServiceTable& table_;

@@ -56,13 +56,12 @@ std::string lineRecord(std::string_view text) {
 }  // namespace
 
 LogSender::LogSender(kl::ThinRunner& loop, Log& log)
-    : loop_(loop), log_(log), lastTry_(kl::getJiffies() - kShortestRetryTicks) {
+    : loop_(loop), log_(log), retry_(loop, *this), lastTry_(kl::getJiffies() - kShortestRetryTicks) {
   log_.setSender(this);
 }
 
 LogSender::~LogSender() {
   log_.setSender(nullptr);
-  loop_.removeTimer(retry_);
   if (isConnected()) loop_.removeSocket(socket_.get());
 }
 
@@ -103,8 +102,7 @@ void LogSender::tryToConnect() {
   if (!fd.isOpen() || !common::connectTo(fd.get(), kl::logSocketPath()) || !introduce(fd.get()))
     return retryLater();
   socket_ = std::move(fd);
-  loop_.removeTimer(retry_);
-  retry_ = {};
+  retry_.cancel();
   retryTicks_ = kShortestRetryTicks;
   loop_.addSocket(socket_.get(), this, kl::bind<LogSender, &LogSender::onSocket>(), POLLIN);
   sendKept();
@@ -117,14 +115,8 @@ bool LogSender::introduce(int fd) {
 }
 
 void LogSender::retryLater() {
-  loop_.removeTimer(retry_);
-  retry_ = loop_.addTimer(this, kl::bind<LogSender, &LogSender::onRetry>(), retryTicks_);  // N3
+  retry_.start(retryTicks_);  // N3
   retryTicks_ = std::min(2 * retryTicks_, kLongestRetryTicks);
-}
-
-void LogSender::onRetry() {
-  retry_ = {};
-  tryToConnect();
 }
 
 void LogSender::disconnect() {

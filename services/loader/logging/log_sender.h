@@ -9,6 +9,7 @@
 #include "kl/runner.h"
 #include "services/common/descriptor.h"
 
+#include "services/common/timer.h"
 namespace loader {
 
 class Log;
@@ -44,7 +45,6 @@ class LogSender {
   bool introduce(int fd);
   void disconnect();
   void retryLater();
-  void onRetry();
 
   void keep(std::string_view text);
   bool hasRoomFor(std::string_view text) const;
@@ -59,7 +59,7 @@ class LogSender {
   kl::ThinRunner& loop_;
   Log& log_;
   common::Descriptor socket_;
-  kl::TimerPtr retry_;
+  common::Timer<&LogSender::tryToConnect> retry_;
   unsigned int retryTicks_ = kShortestRetryTicks;
   unsigned int lastTry_;
   std::deque<std::string> records_;  // whole records, the oldest first

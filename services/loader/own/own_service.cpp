@@ -208,11 +208,10 @@ void OwnService::onRowChanged(unsigned int id) {
   if (!leaveOrders_.empty())
     if (const Service* service = table_.find(id)) answerLeaveOrders(*service);
   if (self_.subscriptions.oldestAt == nullptr) return;
-  if (changed_.empty())
-    runner_.addTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>(), kBatchTicks);
+  if (changed_.empty()) batchTimer_.start(kBatchTicks);
   changed_.insert(id);
   if (changed_.size() < kBatchRows) return;
-  runner_.removeTimer(this, kl::bind<OwnService, &OwnService::onBatchTimer>());
+  batchTimer_.cancel();
   sendChanges();
 }
 

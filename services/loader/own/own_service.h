@@ -12,6 +12,7 @@
 #include "routing/outbox.h"
 #include "routing/service_table.h"
 #include "routing/subscriptions.h"
+#include "services/common/timer.h"
 
 namespace loader {
 
@@ -36,13 +37,13 @@ class OwnService {
   // `self` is the row of the loader itself.
   OwnService(kl::ThinRunner& runner, Service& self, ServiceTable& table, Subscriptions& subscriptions,
              Outbox& outbox, Order order, Settle settle)
-      : runner_(runner),
-        self_(self),
+      : self_(self),
         table_(table),
         subscriptions_(subscriptions),
         outbox_(outbox),
         order_(std::move(order)),
-        settle_(std::move(settle)) {
+        settle_(std::move(settle)),
+        batchTimer_(runner, *this) {
     for (const auto& [command, bits] : commands_) policies_.set_policy(command, bits);
   }
 
@@ -85,7 +86,6 @@ class OwnService {
              Urgency urgency = Urgency::kReply);
   void notify(const std::vector<kl::message::flat_message>& objects);
 
-  kl::ThinRunner& runner_;
   Service& self_;
   ServiceTable& table_;
   Subscriptions& subscriptions_;
@@ -97,6 +97,7 @@ class OwnService {
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;
+  common::Timer<&OwnService::onBatchTimer> batchTimer_;
 };
 
 // One row of the table as an object.

@@ -29,14 +29,15 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
       patience_(patience),
       reader_(area),
       turns_(turns),
-      place_(turns.nowhere()) {
+      place_(turns.nowhere()),
+      stallTimer_(runner, *this),
+      frameTimer_(runner, *this) {
   runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
-  if (isPending() && patience_.stallTicks > 0)
-    stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
+  if (isPending() && patience_.stallTicks > 0) stallTimer_.start(patience_.stallTicks);
 }
 
 void Connection::attach(Buffer& out) {
-  endTimer(stallTimer_);
+  stallTimer_.cancel();
   out_ = &out;
 }
 
@@ -88,8 +89,8 @@ void Connection::drain() {
 
 void Connection::close() {
   if (!isOpen()) return;
-  endTimer(stallTimer_);
-  endTimer(frameTimer_);
+  stallTimer_.cancel();
+  frameTimer_.cancel();
   waitNoMore();
   if (!isQueued_) runner_.removeSocket(socket_.get());
   isQueued_ = false;
@@ -198,15 +199,13 @@ void Connection::setBlocked(bool isBlocked) {
 // C2
 void Connection::watchProgress(bool hasProgress) {
   const bool isAtLimit = isBlocked_ && out_->size() >= patience_.queueLimit && patience_.stallTicks > 0;
-  if (hasProgress || !isAtLimit) endTimer(stallTimer_);
-  if (isAtLimit && !stallTimer_)
-    stallTimer_ = runner_.addTimer(this, kl::bind<Connection, &Connection::onStall>(), patience_.stallTicks);
+  if (hasProgress || !isAtLimit) stallTimer_.cancel();
+  if (isAtLimit && !stallTimer_.isRunning()) stallTimer_.start(patience_.stallTicks);
 }
 
 // The process may have read, or registered, while the loader itself stood still, so it is tried once before it is
 // judged.
 void Connection::onStall() {
-  stallTimer_ = {};
   const bool hasRegistered = out_ != nullptr;
   const std::size_t before = hasRegistered ? out_->size() : 0;
   if (hasRegistered) write();
@@ -219,15 +218,13 @@ void Connection::onStall() {
 
 // C3.  One timer outlasts many frames, so that a stream of them costs nothing but a look at their number.
 void Connection::watchFrame() {
-  if (!isOpen() || !reader_.isInFrame() || frameTimer_ || patience_.stallTicks == 0) return;
+  if (!isOpen() || !reader_.isInFrame() || frameTimer_.isRunning() || patience_.stallTicks == 0) return;
   framesBefore_ = reader_.frames();
-  frameTimer_ =
-      runner_.addTimer(this, kl::bind<Connection, &Connection::onFrameStall>(), patience_.stallTicks);
+  frameTimer_.start(patience_.stallTicks);
 }
 
 // The rest may have come while the loader itself stood still, so the socket is read before its process is judged.
 void Connection::onFrameStall() {
-  frameTimer_ = {};
   const unsigned int before = framesBefore_;
   const auto isStalled = [&] {
     return isOpen() && !isWaiting() && reader_.isInFrame() && reader_.frames() == before;
@@ -236,11 +233,6 @@ void Connection::onFrameStall() {
   if (isStalled()) host_.onConnectionClosed("left a frame unfinished");
   watchFrame();
   host_.settle();
-}
-
-void Connection::endTimer(kl::TimerPtr& timer) {
-  runner_.removeTimer(timer);
-  timer = {};
 }
 
 }  // namespace loader

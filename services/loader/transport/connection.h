@@ -5,6 +5,7 @@
 #include <string>
 
 #include "kl/runner.h"
+#include "services/common/timer.h"
 #include "transport/descriptors.h"
 #include "transport/frame_reader.h"
 #include "transport/turns.h"
@@ -115,7 +116,6 @@ class Connection {
   void onStall();
   void watchFrame();
   void onFrameStall();
-  void endTimer(kl::TimerPtr& timer);
 
   kl::ThinRunner& runner_;
   ConnectionHost& host_;
@@ -131,8 +131,8 @@ class Connection {
   bool isQueued_ = false;
   bool isLetIn_ = false;
   Account* account_ = nullptr;
-  kl::TimerPtr stallTimer_;
-  kl::TimerPtr frameTimer_;
+  common::Timer<&Connection::onStall> stallTimer_;
+  common::Timer<&Connection::onFrameStall> frameTimer_;
   unsigned int framesBefore_ = 0;  // what reader_.frames() was when frameTimer_ was started
 };
 

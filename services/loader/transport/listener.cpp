@@ -44,8 +44,7 @@ std::string Listener::open() {
 
 void Listener::close() {
   if (!socket_.isOpen()) return;
-  runner_.removeTimer(resumeTimer_);
-  resumeTimer_ = {};
+  resumeTimer_.cancel();
   runner_.removeSocket(socket_.fd());
   socket_.close();
 }
@@ -53,8 +52,7 @@ void Listener::close() {
 void Listener::resume() {
   if (!isPaused_ || !socket_.isOpen()) return;
   isPaused_ = false;
-  runner_.removeTimer(resumeTimer_);
-  resumeTimer_ = {};
+  resumeTimer_.cancel();
   watch();
 }
 
@@ -63,7 +61,7 @@ void Listener::pause(int errorNumber) {
   isPaused_ = true;
   isPauseLogged_ = true;
   watch();
-  resumeTimer_ = runner_.addTimer(this, kl::bind<Listener, &Listener::resume>(), kPauseTicks);
+  resumeTimer_.start(kPauseTicks);
 }
 
 void Listener::watch() { runner_.changeSocket(socket_.fd(), isPaused_ ? 0 : POLLIN); }

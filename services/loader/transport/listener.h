@@ -8,6 +8,7 @@
 #include "kl/runner.h"
 #include "logging/log.h"
 #include "services/common/local_socket.h"
+#include "services/common/timer.h"
 #include "transport/descriptors.h"
 
 namespace loader {
@@ -30,7 +31,7 @@ class Listener {
   using OnConnection = std::function<void(Descriptor socket, common::Peer peer)>;
 
   Listener(kl::ThinRunner& runner, Log& log, OnConnection onConnection)
-      : runner_(runner), log_(log), onConnection_(std::move(onConnection)) {}
+      : runner_(runner), log_(log), onConnection_(std::move(onConnection)), resumeTimer_(runner, *this) {}
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
   ~Listener() { close(); }
@@ -55,7 +56,7 @@ class Listener {
   common::ListeningSocket socket_;
   bool isPaused_ = false;
   bool isPauseLogged_ = false;
-  kl::TimerPtr resumeTimer_;
+  common::Timer<&Listener::resume> resumeTimer_;
 };
 
 }  // namespace loader

@@ -32,9 +32,7 @@ PendingConnections::Round& PendingConnections::roundOf(const Connection& connect
 }
 
 void PendingConnections::wakeIn(unsigned int ticks) {
-  if (timer_ && ticks > 0) return;
-  runner_.removeTimer(timer_);
-  timer_ = runner_.addTimer(this, kl::bind<PendingConnections, &PendingConnections::onTimer>(), ticks);
+  if (!timer_.isRunning() || ticks == 0) timer_.start(ticks);
 }
 
 void PendingConnections::Round::add(Connection& connection) {

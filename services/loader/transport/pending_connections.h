@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "kl/runner.h"
+#include "services/common/timer.h"
 #include "transport/connection.h"
 
 namespace loader {
@@ -23,7 +24,7 @@ class PendingConnections {
  public:
   static constexpr unsigned int kMostInAPass = 4;
 
-  explicit PendingConnections(kl::ThinRunner& runner) : runner_(runner) {}
+  explicit PendingConnections(kl::ThinRunner& runner) : timer_(runner, *this) {}
   PendingConnections(const PendingConnections&) = delete;
   PendingConnections& operator=(const PendingConnections&) = delete;
 
@@ -53,12 +54,11 @@ class PendingConnections {
 
   Round& roundOf(const Connection& connection);
   void wakeIn(unsigned int ticks);
-  void onTimer() { timer_ = {}; }
+  void onTimer() {}  // the pass has come
 
-  kl::ThinRunner& runner_;
   Round trusted_;
   Round ordinary_;
-  kl::TimerPtr timer_;
+  common::Timer<&PendingConnections::onTimer> timer_;
 };
 
 }  // namespace loader

@@ -60,6 +60,7 @@ Client::Client(kl::ThinRunner& runner, LogBook& book, Tally& tally, common::Desc
                Standing standing, OnEnd onEnd)
     : runner_(runner),
       book_(book),
+      retry_(runner, *this),
       tally_(tally),
       socket_(std::move(socket)),
       about_(std::move(standing.about)),
@@ -162,7 +163,7 @@ Topics Client::withoutForeign(Topics topics) {
 }
 
 void Client::tellMutes() {
-  runner_.removeTimer(std::exchange(retry_, kl::TimerPtr()));
+  retry_.cancel();
   std::vector<unsigned char> records;
   std::vector<Source*> told;
   for (auto& [id, source] : sources_) {
@@ -175,7 +176,7 @@ void Client::tellMutes() {
   if (told.empty()) return;
   if (isReadEmpty(socket_.get()) && sendRecords(records))
     for (Source* source : told) source->isTold = source->isMuted;
-  retry_ = runner_.addTimer(this, kl::bind<Client, &Client::tellMutes>(), kRetryTicks);  // C1
+  retry_.start(kRetryTicks);  // C1
 }
 
 bool Client::sendRecords(const std::vector<unsigned char>& records) {
@@ -197,7 +198,7 @@ void Client::end() {
 void Client::close() {
   if (!socket_.isOpen()) return;
   user().sources -= sources_.size();
-  runner_.removeTimer(retry_);
+  retry_.cancel();
   runner_.removeSocket(socket_.get());
   socket_.close();
 }

@@ -12,6 +12,7 @@
 #include "keeping/log_book.h"
 #include "kl/runner.h"
 #include "services/common/descriptor.h"
+#include "services/common/timer.h"
 
 namespace logd {
 
@@ -100,7 +101,7 @@ class Client final {
   RecordReader reader_;
   std::map<unsigned int, Source> sources_;
   const char* fault_ = nullptr;  // why it is to be disconnected; null: it is not
-  kl::TimerPtr retry_;
+  common::Timer<&Client::tellMutes> retry_;
   Nanoseconds now_;  // of the read in hand, or of the last one
   Nanoseconds received_ = 0;
 };
