@@ -19,39 +19,14 @@
 #include "kl/utilities.h"
 #include "logging/log.h"
 #include "services/common/local_socket.h"
+#include "services/common/log_records.h"
 
 namespace loader {
 namespace {
 
 constexpr unsigned int kSource = 1;
 constexpr std::size_t kMostTextBytes = 2048;
-constexpr std::size_t kMuteRecordBytes = 6;
-
-void appendField(std::string& record, unsigned int value) {
-  record += static_cast<char>(value >> 8 & 0xff);
-  record += static_cast<char>(value & 0xff);
-}
-
-unsigned int fieldAt(const std::string& bytes, std::size_t at) {
-  const auto byte = [&](std::size_t i) {
-    return static_cast<unsigned int>(static_cast<unsigned char>(bytes[i]));
-  };
-  return byte(at) << 8 | byte(at + 1);
-}
-
-std::string registration() {
-  std::string record;
-  for (const unsigned int field : {10u, 0u, 0u, kSource, kl::TOPIC_LOADER}) appendField(record, field);
-  return record;
-}
-
-std::string lineRecord(std::string_view text) {
-  text = text.substr(0, kMostTextBytes);
-  std::string record;
-  appendField(record, static_cast<unsigned int>(4 + text.size()));
-  appendField(record, kSource);
-  return record.append(text);
-}
+constexpr unsigned short kTopics[] = {kl::TOPIC_LOADER};
 
 }  // namespace
 
@@ -73,17 +48,18 @@ void LogSender::line(std::string_view text) {
 }
 
 void LogSender::keep(std::string_view text) {
+  text = text.substr(0, kMostTextBytes);
   tellDrops();
   if (dropped_ > 0 || !hasRoomFor(text)) {
     ++dropped_;
     return;
   }
-  records_.push_back(lineRecord(text));
+  records_.push_back(common::lineRecord(kSource, text));
   bytesKept_ += records_.back().size();
 }
 
 bool LogSender::hasRoomFor(std::string_view text) const {
-  return bytesKept_ + lineRecord(text).size() <= kMostBytesKept;
+  return bytesKept_ + common::kLineHeadBytes + text.size() <= kMostBytesKept;
 }
 
 // The report stands behind the lines that were kept before the first one was dropped; not before the reader has
@@ -110,7 +86,7 @@ void LogSender::tryToConnect() {
 
 // A new socket has room for a few bytes.
 bool LogSender::introduce(int fd) {
-  const std::string record = registration();
+  const std::string record = common::registrationRecord(kSource, kTopics);
   return ::send(fd, record.data(), record.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(record.size());
 }
 
@@ -156,20 +132,21 @@ void LogSender::onSocket(int, unsigned int events) {
 
 // False when the service is gone or sends something that is no record.
 bool LogSender::readWords() {
-  char bytes[256];
+  unsigned char bytes[256];
   const ssize_t count = ::recv(socket_.get(), bytes, sizeof bytes, 0);
   if (count < 0) return errno == EAGAIN || errno == EINTR;
-  heard_.append(bytes, static_cast<std::size_t>(count));
+  heard_.insert(heard_.end(), bytes, bytes + count);
   return count > 0 && obeyMuteRecords();
 }
 
 bool LogSender::obeyMuteRecords() {
   std::size_t at = 0;
-  for (; heard_.size() - at >= kMuteRecordBytes; at += kMuteRecordBytes) {
-    if (fieldAt(heard_, at) != kMuteRecordBytes) return false;
-    if (fieldAt(heard_, at + 2) == kSource) muted_ = fieldAt(heard_, at + 4) != 0;
+  for (; heard_.size() - at >= common::kMuteRecordBytes; at += common::kMuteRecordBytes) {
+    const common::MuteRecord record = common::readMuteRecord(heard_.data() + at);
+    if (record.length != common::kMuteRecordBytes) return false;
+    if (record.source == kSource) muted_ = record.mutes;
   }
-  heard_.erase(0, at);
+  heard_.erase(heard_.begin(), heard_.begin() + static_cast<std::ptrdiff_t>(at));
   return true;
 }
 

@@ -5,11 +5,12 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kl/runner.h"
 #include "services/common/descriptor.h"
-
 #include "services/common/timer.h"
+
 namespace loader {
 
 class Log;
@@ -66,7 +67,7 @@ class LogSender {
   std::size_t bytesKept_ = 0;
   std::size_t sentOfFirst_ = 0;
   unsigned int dropped_ = 0;
-  std::string heard_;  // the beginning of a record of the service
+  std::vector<unsigned char> heard_;  // the beginning of a record of the service
   bool muted_ = false;
 };
 

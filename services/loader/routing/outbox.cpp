@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "kl/conventions.h"
+#include "services/common/byte_order.h"
 #include "transport/frame_reader.h"
 
 namespace loader {
@@ -155,7 +156,7 @@ void appendFrame(Buffer& out, const kl::message& m) {
   unsigned char* at = out.grow(kPrefixBytes + most);
   unsigned int length = most;
   m.flatten(at + kPrefixBytes, &length);
-  for (std::size_t i = 0; i < kPrefixBytes; ++i) at[i] = static_cast<unsigned char>(length >> 8 * i);
+  common::storeLe32(at, length);
   out.dropBack(most - length);
 }
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstring>
 
+#include "services/common/byte_order.h"
 #include "transport/frame_reader.h"
 
 namespace loader {
@@ -27,14 +28,8 @@ class Writer {
     if (!source.empty()) std::memcpy(at_, source.data(), source.size());
     at_ += source.size();
   }
-  void u16(unsigned int value) {
-    *at_++ = static_cast<unsigned char>(value);
-    *at_++ = static_cast<unsigned char>(value >> 8);
-  }
-  void u32(unsigned int value) {
-    u16(value & 0xffff);
-    u16(value >> 16);
-  }
+  void u16(unsigned int value) { at_ = common::storeLe16(at_, value); }
+  void u32(unsigned int value) { at_ = common::storeLe32(at_, value); }
 
   void policy(unsigned int bits) {
     u32(kl::SYS_POLICY);

@@ -1,4 +1,4 @@
-// Mute records, to the client: 6 bytes, 0006, the id of the source, 0001 to mute and 0000 to unmute it.
+// What is read becomes lines of their sources; what is written are mute records (services/common/log_records.h).
 //
 // C1  at most 42 of them are under way: a client takes what one read of 256 bytes brings, and a record that such a
 //     read cuts in two makes it disconnect.  While the last ones are not read, the next wait.
@@ -19,24 +19,18 @@
 #include "kl/bind.h"
 #include "kl/services.h"
 #include "services/common/local_socket.h"
+#include "services/common/log_records.h"
 
 namespace logd {
 namespace {
 
 constexpr std::size_t kReadBytes = 65536;
-constexpr std::size_t kMuteRecordBytes = 6;
 constexpr std::size_t kMostRecords = 42;  // C1
-constexpr unsigned int kLineHeadBytes = 4;
 constexpr unsigned int kRetryTicks = 5;
 constexpr int kMostDrainReads = 64;
 
 // All clients share it: the bytes of one read are taken before the next.
 unsigned char readArea[kReadBytes];
-
-void addU16(std::vector<unsigned char>& bytes, unsigned int v) {
-  bytes.push_back(static_cast<unsigned char>(v >> 8));
-  bytes.push_back(static_cast<unsigned char>(v));
-}
 
 // Has the other side read everything?
 bool isReadEmpty(int fd) {
@@ -60,13 +54,13 @@ Client::Client(kl::ThinRunner& runner, LogBook& book, Tally& tally, common::Desc
                Standing standing, OnEnd onEnd)
     : runner_(runner),
       book_(book),
-      retry_(runner, *this),
       tally_(tally),
       socket_(std::move(socket)),
       about_(std::move(standing.about)),
       account_(std::move(standing.account)),
       isLoader_(standing.isLoader),
       onEnd_(std::move(onEnd)),
+      retry_(runner, *this),
       now_(steadyTime()) {
   runner_.addSocket(socket_.get(), this, kl::bind<Client, &Client::onEvent>(), POLLIN);
 }
@@ -142,7 +136,7 @@ bool Client::hasRoomForSource() const {
 const char* Client::addLine(unsigned int id, std::string_view text) {
   const auto source = sources_.find(id);
   if (source == sources_.end()) return "a line of a source that was not registered";
-  if (!account_->takeLine(now_, static_cast<unsigned int>(text.size()) + kLineHeadBytes)) {
+  if (!account_->takeLine(now_, static_cast<unsigned int>(common::kLineHeadBytes + text.size()))) {
     ++tally_.dropped;
     return nullptr;
   }
@@ -164,13 +158,11 @@ Topics Client::withoutForeign(Topics topics) {
 
 void Client::tellMutes() {
   retry_.cancel();
-  std::vector<unsigned char> records;
+  std::string records;
   std::vector<Source*> told;
   for (auto& [id, source] : sources_) {
     if (source.isMuted == source.isTold || told.size() == kMostRecords) continue;
-    addU16(records, kMuteRecordBytes);
-    addU16(records, id);
-    addU16(records, source.isMuted ? 1 : 0);
+    records += common::muteRecord(id, source.isMuted);
     told.push_back(&source);
   }
   if (told.empty()) return;
@@ -179,7 +171,7 @@ void Client::tellMutes() {
   retry_.start(kRetryTicks);  // C1
 }
 
-bool Client::sendRecords(const std::vector<unsigned char>& records) {
+bool Client::sendRecords(const std::string& records) {
   const ssize_t n = ::send(socket_.get(), records.data(), records.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   return n == static_cast<ssize_t>(records.size());
 }

@@ -86,7 +86,7 @@ class Client final {
   const char* addLine(unsigned int source, std::string_view text);
   Topics withoutForeign(Topics topics);
   void tellMutes();
-  bool sendRecords(const std::vector<unsigned char>& records);
+  bool sendRecords(const std::string& records);
   void end();
   void close();
 

@@ -1,50 +1,37 @@
-// The records that clients write.  All numbers have 16 bits and are big-endian; records follow each other without
-// anything in between:
-//
-//     registration   0  length of the whole record: 8 + 2 for each topic
-//                    2  0
-//                    4  0
-//                    6  id of the source, not 0
-//                    8  its topics, 2 bytes each
-//
-//     line           0  length of the whole record: 4 + that of the text
-//                    2  id of the source
-//                    4  the text
-//
-// Source 2 with the topics 5 and 7 logs "abc":   000c 0000 0000 0002 0005 0007   0007 0002 616263
+// A record is as long as its first field says, so what a read brought is cut by lengths, and what is left waits for the
+// rest.  A record that no client of ours writes ends it all: behind a length that is not one nothing can be found.
 
 #include "intake/record_reader.h"
 
 #include <utility>
+
+#include "services/common/log_records.h"
 
 namespace logd {
 namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-constexpr std::size_t kLineHead = 4;
-constexpr std::size_t kRegistrationHead = 8;
 constexpr std::size_t kKeptCapacity = 4096;
-
-unsigned int u16(Bytes bytes, std::size_t at) { return bytes[at] * 256u + bytes[at + 1]; }
 
 // Null, or what is wrong with the record.
 const char* readRegistration(Bytes bytes, Record& record) {
-  if (bytes.size() < kRegistrationHead) return "a control record that is too short";
-  if (u16(bytes, 4) != 0) return "a control record of an unknown kind";
+  if (bytes.size() < common::kRegistrationHeadBytes) return "a control record that is too short";
+  if (common::kindOfControl(bytes.data()) != 0) return "a control record of an unknown kind";
   if (bytes.size() % 2 != 0) return "a registration of odd length";
-  record.source = u16(bytes, 6);
+  record.source = common::sourceOfRegistration(bytes.data());
   if (record.source == 0) return "a registration of source 0";
-  for (std::size_t at = kRegistrationHead; at < bytes.size(); at += 2)
-    record.topics.push_back(static_cast<Topic>(u16(bytes, at)));
+  const std::size_t topics = (bytes.size() - common::kRegistrationHeadBytes) / 2;
+  for (std::size_t i = 0; i < topics; ++i) record.topics.push_back(common::topicOf(bytes.data(), i));
   return record.topics.size() > RecordReader::kMostTopics ? "a registration with too many topics" : nullptr;
 }
 
 // The same.
 const char* readRecord(Bytes bytes, Record& record) {
-  record = {u16(bytes, 2), u16(bytes, 2) == 0, {}, {}};
+  const unsigned int source = common::sourceOfLine(bytes.data());
+  record = {source, source == 0, {}, {}};
   if (record.isRegistration) return readRegistration(bytes, record);
-  const Bytes text = bytes.subspan(kLineHead);
+  const Bytes text = bytes.subspan(common::kLineHeadBytes);
   record.text = {reinterpret_cast<const char*>(text.data()), text.size()};
   return nullptr;
 }
@@ -56,8 +43,8 @@ void RecordReader::add(Bytes bytes) { pending_.insert(pending_.end(), bytes.begi
 bool RecordReader::next(Record& record) {
   const Bytes rest = Bytes(pending_).subspan(taken_);
   if (fault_ != nullptr || rest.size() < 2) return stop(fault_);
-  const std::size_t length = u16(rest, 0);
-  if (length < kLineHead) return stop("a record with a bad length");
+  const std::size_t length = common::lengthOf(rest.data());
+  if (length < common::kLineHeadBytes) return stop("a record with a bad length");
   if (rest.size() < length) return stop(nullptr);
   if (const char* fault = readRecord(rest.first(length), record); fault != nullptr) return stop(fault);
   taken_ += length;
