@@ -8,6 +8,7 @@
 // U2  only the process that made a record reports about it and is sent its undo message: the loader puts the first
 //     element of a path back, so neither can be forged
 // U3  an undo message carries the rights that its caller has at its maker when it is sent, never those of this service
+//     (undo_orders.cpp)
 // U4  records of an id that is not configured are there only while its process is: nobody else is given their messages
 // U5  a record is shown to root, to the user whom it names and to who has the right "contents"; a notification has
 //     records of one user only, so that it can be kept from the others
@@ -18,8 +19,9 @@
 #include <algorithm>
 #include <ctime>
 
-#include "kl/logger.h"
+#include "kl/chunk.h"
 #include "kl/services.h"
+#include "remarks.h"
 #include "reports.h"
 #include "services/common/version.h"
 #include "viewers.h"
@@ -31,20 +33,13 @@ constexpr char kFolder[] = "/kelo/undo";
 constexpr unsigned int kLimit = 100;
 constexpr unsigned int kMostLimit = 10000;
 constexpr unsigned int kFirstPicked = 0x10000;  // from here on ids are the loader's to give
-constexpr int kUndoTicks = 3000;
 constexpr int kLoaderTicks = 500;
-constexpr std::size_t kChunkBytes = 16384;  // of records in one reply, the first one excepted
 
 bool isPicked(unsigned int id) { return id >= kFirstPicked; }
 
 unsigned int senderOf(const kl::message& m) {
   const auto from = m.get(kl::SYS_FROM, {});
   return from.empty() ? kl::BADID : from.front();
-}
-
-void log(unsigned int topic, const std::string& text) {
-  kl::lstream line(kl::TOPIC_UNDO, topic, 0);
-  line << text << std::endl;
 }
 
 kl::message hiddenError() {
@@ -64,9 +59,6 @@ kl::message rowRequest(unsigned int service) {
   return m;
 }
 
-std::string recordText(unsigned int id) { return "record " + std::to_string(id); }
-std::string serviceText(unsigned int id) { return "service " + std::to_string(id); }
-
 }  // namespace
 
 // A user who may make a change may undo it: the record holds the rights that CMD_START needs, not a policy.  A report is
@@ -85,7 +77,7 @@ UndoService::UndoService()
 
 void UndoService::handleCmd(const kl::message& request, unsigned int command) {
   const bool isSubscription = command == kl::CMD_SUBSCRIBE || command == kl::CMD_UNSUBSCRIBE;
-  if (command == kl::CMD_START) start(request);
+  if (command == kl::CMD_START) orders_.start(request);
   else kl::Looper::handleCmd(isSubscription ? withViewer(request) : request, command);
 }
 
@@ -146,21 +138,12 @@ kl::message UndoService::cmdGetObj(const kl::message& request, unsigned int id) 
 // If the record at the start no longer exists, the walk continues with the next older one.
 kl::message UndoService::cmdGetAll(const kl::message& request, unsigned int start, unsigned int count) {
   const Records::Makers& all = records_.makers();
-  auto at = all.lower_bound(start);
-  std::vector<kl::message::flat_message> objects;
-  std::size_t bytes = 0;
-  for (; at != all.end() && (count == 0 || objects.size() < count); ++at) {
+  kl::Chunk chunk(count);
+  for (auto at = all.lower_bound(start); at != all.end(); ++at) {
     if (isHidden(at->first, request)) continue;
-    kl::message::flat_message object;
-    records_.get(at->first).flatten(object);
-    bytes += object.size();
-    if (bytes > kChunkBytes && !objects.empty()) break;
-    objects.push_back(object);
+    if (!chunk.add(at->first, records_.get(at->first))) break;
   }
-  kl::message reply;
-  reply.insert(kl::STD_OBJS, objects);
-  if (at != all.end()) reply.insert(kl::STD_GETALLID, at->first);
-  return reply;
+  return chunk.reply();
 }
 
 kl::message UndoService::cmdGetCount(const kl::message& request) {
@@ -218,54 +201,6 @@ void UndoService::tell(unsigned int id, const Origin& origin, const std::vector<
   if (origin.user != told_) sendChanges();
   told_ = origin.user;
   notifyChange(id, cause);
-}
-
-// The request is answered when the service has answered, so that the asker learns the outcome.  What it may do here says
-// nothing about the maker of the record, so the loader is asked.
-void UndoService::start(const kl::message& request) {
-  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
-  if (!records_.makers().contains(id)) return replyError(request, kl::ERROR_UNKNOWNID, "");
-  const kl::message record = records_.get(id);
-  if (!record.has(kl::UNDO_SOURCE)) return replyError(request, kl::ERROR_FAILED, "the record cannot be read");
-  if (!running_.insert(id).second) return replyError(request, kl::ERROR_BUSY, "");
-  if (!request.has(kl::SYS_POLICY)) return sendUndo(record, request, request);
-  kl::message m = rightsQuestion(record, request);
-  postMessage(m, this, kl::bind<UndoService, &UndoService::onRights>(), request, kLoaderTicks);
-}
-
-// U3.  The record may have gone meanwhile, and the process that made it.
-void UndoService::onRights(const kl::message& answer, const kl::message& request) {
-  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
-  unsigned int code = kl::ERROR_OK;
-  std::string text;
-  if (kl::isError(answer, &code, &text)) return refuse(request, code, text);
-  if (!records_.makers().contains(id)) return refuse(request, kl::ERROR_UNKNOWNID);
-  const kl::message record = records_.get(id);
-  const kl::message asker = askerFrom(request, answer);
-  if (isLetThrough(answer) && mayUndo(record, asker)) return sendUndo(record, asker, request);
-  log(kl::TOPIC_WARNING,
-      "refuses to undo " + recordText(id) + " for the user " + request.get(kl::SYS_USER, "(none)"));
-  refuse(request, kl::ERROR_NOTALLOWED);
-}
-
-void UndoService::sendUndo(const kl::message& record, const kl::message& asker, const kl::message& request) {
-  kl::message m = undoMessage(record, asker);
-  postMessage(m, this, kl::bind<UndoService, &UndoService::onAnswer>(), request, kUndoTicks);
-}
-
-void UndoService::refuse(const kl::message& request, unsigned int code, const std::string& text) {
-  running_.erase(request.get(kl::STD_ID, kl::BADID));
-  replyError(request, code, text);
-}
-
-void UndoService::onAnswer(const kl::message& reply, const kl::message& request) {
-  const unsigned int id = request.get(kl::STD_ID, kl::BADID);
-  running_.erase(id);
-  unsigned int code = kl::ERROR_OK;
-  std::string text;
-  if (!kl::isError(reply, &code, &text)) return replyMessage(request, {});
-  log(kl::TOPIC_NOTICE, recordText(id) + " could not be undone: " + kl::getError(reply));
-  replyError(request, code, text);
 }
 
 void UndoService::drop(unsigned int id, const std::string& reason) {

@@ -7,6 +7,7 @@
 
 #include "kl/looper.h"
 #include "records.h"
+#include "undo_orders.h"
 
 namespace undo {
 
@@ -35,11 +36,6 @@ class UndoService : public kl::Looper {
 
   bool isHidden(unsigned int id, const kl::message& request) const;
   void tell(unsigned int id, const Origin& origin, const std::vector<unsigned int>& cause = {});
-  void start(const kl::message& request);
-  void onRights(const kl::message& answer, const kl::message& request);
-  void sendUndo(const kl::message& record, const kl::message& asker, const kl::message& request);
-  void refuse(const kl::message& request, unsigned int code, const std::string& text = "");
-  void onAnswer(const kl::message& reply, const kl::message& request);
   void drop(unsigned int id, const std::string& reason);
   void dropSurplus(const Origin& newest);
   void dropRecordsOf(unsigned int maker);
@@ -49,8 +45,8 @@ class UndoService : public kl::Looper {
 
   std::size_t limit_;
   Records records_;
-  std::string told_;                // the user whom the records of the next notification name
-  std::set<unsigned int> running_;  // the records that are being undone
+  UndoOrders orders_{*this, records_};
+  std::string told_;  // the user whom the records of the next notification name
 };
 
 }  // namespace undo

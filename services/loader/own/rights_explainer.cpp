@@ -4,26 +4,24 @@
 #include "own/rights_explainer.h"
 
 #include "admission/rights.h"
+#include "kl/chunk.h"
 #include "kl/rights.h"
 #include "kl/services.h"
 
 namespace loader {
 namespace {
 
-constexpr std::size_t kMostPassed = 32;     // entries in an explanation
-constexpr std::size_t kChunkBytes = 16383;  // of entries in one part of the list
+constexpr std::size_t kMostPassed = 32;  // entries in an explanation
 
 using Objects = std::vector<kl::message::flat_message>;
 
-kl::message::flat_message flat(const RuleReference& rule) {
+kl::message entryOf(const RuleReference& rule) {
   kl::message m;
   m.insert(kl::RULE_TABLE, rule.table);
   m.insert(kl::RULE_KEY, rule.key);
   if (rule.line != 0) m.insert(kl::RULE_LINE, rule.line);
   m.insert(kl::RULE_RIGHTS, wordsOf(rule.rights));
-  kl::message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
+  return m;
 }
 
 bool mayControl(const kl::message& request) {
@@ -48,10 +46,10 @@ std::vector<RuleReference> rulesOf(const Configuration& configuration, std::opti
 }
 
 void addRules(kl::message& reply, const Decision& decision) {
-  reply.insert(kl::RIGHTS_RULE, flat(decision.rule));
+  reply.insert(kl::RIGHTS_RULE, entryOf(decision.rule).flattened());
   Objects passed;
   for (const RuleReference& rule : decision.passed)
-    if (passed.size() < kMostPassed) passed.push_back(flat(rule));
+    if (passed.size() < kMostPassed) passed.push_back(entryOf(rule).flattened());
   if (!passed.empty()) reply.insert(kl::RIGHTS_PASSED, passed);
 }
 
@@ -87,19 +85,10 @@ kl::message RightsExplainer::list(const kl::message& request) const {
   std::optional<unsigned int> service;
   if (request.has(kl::STD_ID)) service = request.get(kl::STD_ID, kl::BADID);
   const std::vector<RuleReference> rules = rulesOf(configuration_, service);
-  Objects objects;
-  std::size_t bytes = 0;
-  std::size_t at = request.get(kl::STD_GETALLID, 0);
-  for (; at < rules.size(); ++at) {
-    kl::message::flat_message object = flat(rules[at]);
-    bytes += object.size();
-    if (bytes > kChunkBytes && !objects.empty()) break;
-    objects.push_back(std::move(object));
-  }
-  kl::message reply;
-  reply.insert(kl::STD_OBJS, objects);
-  if (at < rules.size()) reply.insert(kl::STD_GETALLID, static_cast<unsigned int>(at));
-  return reply;
+  kl::Chunk chunk(0);
+  for (unsigned int at = request.get(kl::STD_GETALLID, 0); at < rules.size(); ++at)
+    if (!chunk.add(at, entryOf(rules[at]))) break;
+  return chunk.reply();
 }
 
 // A process has the rights of its own only where it sends in its own user's name.

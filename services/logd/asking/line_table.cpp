@@ -3,10 +3,11 @@
 
 #include "asking/line_table.h"
 
-#include "kl/conventions.h"
+#include "kl/chunk.h"
 #include "kl/services.h"
 
 namespace logd {
+
 kl::message objectOf(const Line& line, unsigned int id) {
   const Origin& origin = *line.origin;
   kl::message object;
@@ -29,10 +30,9 @@ std::vector<kl::message::flat_message> takeChunk(const Ring& ring, const LineFil
     next = n;
     if (count != 0 && objects.size() == count) return objects;
     if (!filter.passes(kept.line)) continue;
-    kl::message::flat_message object;
-    objectOf(kept.line, Ring::idOf(n)).flatten(object);
+    kl::message::flat_message object = objectOf(kept.line, Ring::idOf(n)).flattened();
     bytes += object.size();
-    if (!objects.empty() && bytes > kChunkBytes) return objects;
+    if (!objects.empty() && bytes > kl::Chunk::kMostBytes) return objects;
     objects.push_back(std::move(object));
   }
   next = ring.end();

@@ -10,9 +10,6 @@
 
 namespace logd {
 
-// Objects of so many bytes go into one message; the first one always does.
-inline constexpr std::size_t kChunkBytes = 16383;
-
 // One line as an object.
 kl::message objectOf(const Line& line, unsigned int id);
 

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <set>
 
-#include "asking/line_table.h"
+#include "kl/chunk.h"
 #include "kl/services.h"
 
 namespace logd {
@@ -41,22 +41,12 @@ kl::message RuleTable::cmdSetObj(const kl::message& request, unsigned int id) {
 }
 
 kl::message RuleTable::cmdGetAll(const kl::message&, unsigned int start, unsigned int count) {
-  std::vector<kl::message::flat_message> objects;
-  std::size_t bytes = 0;
-  kl::message reply;
+  kl::Chunk chunk(count);
   for (const unsigned int id : ids()) {
     if (start != kl::BADID && id < start) continue;
-    kl::message::flat_message object;
-    getObject(id).flatten(object);
-    bytes += object.size();
-    if (!objects.empty() && (bytes > kChunkBytes || (count != 0 && objects.size() == count))) {
-      reply.insert(kl::STD_GETALLID, id);
-      break;
-    }
-    objects.push_back(std::move(object));
+    if (!chunk.add(id, getObject(id))) break;
   }
-  reply.insert(kl::STD_OBJS, objects);
-  return reply;
+  return chunk.reply();
 }
 
 kl::message RuleTable::cmdGetCount(const kl::message&) {

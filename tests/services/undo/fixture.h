@@ -83,6 +83,18 @@ inline kl::message undoneReport(unsigned int id, unsigned int value, unsigned in
   return m;
 }
 
+// A request with these rights.
+inline kl::message withRights(kl::message m, unsigned int rights) {
+  m.insert(kl::SYS_POLICY, rights);
+  return m;
+}
+
+// A request of a user with these rights.
+inline kl::message by(const std::string& user, unsigned int rights, kl::message m) {
+  m.insert(kl::SYS_USER, user);
+  return withRights(std::move(m), rights);
+}
+
 class UndoProcess : public testing::Test {
  protected:
   explicit UndoProcess(const std::string& settings = "", const std::string& rights = kAllRights,
