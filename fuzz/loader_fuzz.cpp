@@ -18,6 +18,7 @@
 #include "fuzz/input.h"
 #include "own/own_service.h"
 #include "routing/router.h"
+#include "tests/services/loader/silent_connection.h"
 #include "transport/frame_reader.h"
 
 namespace {
@@ -128,8 +129,7 @@ class System {
     require((service == nullptr) != refusal.empty(), "a refusal says why");
     if (service == nullptr) return;
     require(!service->isConnected() && loader::isConfigurable(service->id), "an id that nobody has");
-    static char nobody;  // never followed: only its being there counts
-    service->connection = reinterpret_cast<loader::Connection*>(&nobody);
+    service->connection = &loader::test::SilentConnection::get();
     service->bornAt = 1;
     service->isHeldFor = false;
     services_.push_back(service);

@@ -8,6 +8,7 @@
 #include "services/loader/routing/outbox.h"
 #include "services/loader/routing/service_table.h"
 #include "services/loader/transport/frame_reader.h"
+#include "tests/services/loader/silent_connection.h"
 #include "tests/support/builders.h"
 
 namespace loader::test {
@@ -20,10 +21,9 @@ using kl::test::request;
 
 // A service that counts as connected; what is queued for it is taken from its queue.
 inline Service& connected(ServiceTable& table, unsigned int id) {
-  static char nobody;  // never followed: only its being there counts
   Service& service = table.add(id);
   service.name = "s" + std::to_string(id);
-  service.connection = reinterpret_cast<Connection*>(&nobody);
+  service.connection = &SilentConnection::get();
   service.state = kl::SVC_STATE_RUNNING;
   service.bornAt = 1;
   service.rights.isTrusted = true;

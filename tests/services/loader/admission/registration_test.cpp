@@ -40,10 +40,7 @@ class RegistrationTest : public testing::Test {
   }
   Service* admit(const Applicant& who, unsigned int id) { return admit(who, hello(id)); }
 
-  static void connect(Service& service) {
-    static char nobody;
-    service.connection = reinterpret_cast<loader::Connection*>(&nobody);
-  }
+  static void connect(Service& service) { service.connection = &SilentConnection::get(); }
 
   // What a service that was admitted may do at a destination without a list of its own.
   static Rights grantOf(const Service* service) {

@@ -46,9 +46,8 @@ class LifecycleRules : public testing::Test {
 
   // A process has registered as this service.
   void registers(Service& service) {
-    static char nobody;  // never followed: only its being there counts
     service.pid = 4711;
-    service.connection = reinterpret_cast<loader::Connection*>(&nobody);
+    service.connection = &SilentConnection::get();
     lifecycle_.onRegistered(service);
     (void)takeMessages(service.out);
   }
