@@ -4,6 +4,7 @@
 
 #include "services/common/local_socket.h"
 
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,10 +21,15 @@ constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 const sockaddr* generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
+// A killed process leaves its socket, for a moment, to a child that has not come to its own program yet.  At the end
+// that connects the kernel reports who made the socket listen; whom it cannot see it calls 0.
+bool hasEnded(pid_t listener) { return listener > 0 && ::kill(listener, 0) != 0 && errno == ESRCH; }
+
 // A process that is stopped takes no connections: once its backlog is full a connect that waits would wait for it.
 bool somebodyListens(const std::string& path) {
   const Descriptor probe = newStreamSocket();
-  return connectTo(probe.get(), path) || errno == EAGAIN;
+  if (!connectTo(probe.get(), path)) return errno == EAGAIN;
+  return !hasEnded(peerOf(probe.get()).pid);
 }
 
 bool listenAt(int fd, const sockaddr_un& address, int backlog) {

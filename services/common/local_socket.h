@@ -20,7 +20,8 @@ Descriptor newStreamSocket();
 // Connects at once or not at all; false with errno.
 bool connectTo(int fd, const std::string& path);
 
-// The process at the other end of a connection when it connected, as the kernel reports it.
+// The process at the other end of a connection, as the kernel reports it: who connected, or to who connected, who made
+// the socket listen.
 struct Peer {
   pid_t pid = 0;
   uid_t uid = static_cast<uid_t>(-1);  // nobody's if the kernel does not report it

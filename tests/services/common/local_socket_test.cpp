@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -94,6 +97,32 @@ TEST_F(LocalSocket, WhatAKilledOneLeftIsReplaced) {
   EXPECT_EQ(open(), "");
   EXPECT_TRUE(connects());
   EXPECT_EQ(files(), 1u);
+}
+
+TEST_F(LocalSocket, OneThatOnlyAChildOfAKilledOneHoldsIsReplaced) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const pid_t killed = ::fork();
+  if (killed == 0) {
+    if (!open().empty()) ::_exit(1);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      char end = 0;
+      ::close(ends[1]);
+      (void)!::read(ends[0], &end, 1);  // until the test has looked
+      ::_exit(0);
+    }
+    ::kill(::getpid(), SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(killed, &status, 0), killed);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_TRUE(connects()) << "the child has the socket";
+  EXPECT_EQ(open(), "");
+  EXPECT_TRUE(connects());
+  EXPECT_TRUE(socket.accept().isOpen());
+  ::close(ends[1]);
+  ::close(ends[0]);
 }
 
 TEST_F(LocalSocket, WhereNoneCanBeMadeNothingIsLeft) {
