@@ -69,7 +69,7 @@ struct Limits {
   std::size_t memory() const;
 
   // Leaves the loader and the reserve their descriptors: with `descriptors` of them in all, ordinary users get fewer
-  // connections if need be.
+  // connections if need be, one of them and all together in the same proportion.
   void fitDescriptors(std::size_t descriptors);
 };
 

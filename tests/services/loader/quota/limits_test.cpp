@@ -60,10 +60,19 @@ TEST(Limits, FewDescriptorsAreTakenFromOrdinaryUsers) {
   Limits limits;
   limits.fitDescriptors(64);
   EXPECT_EQ(limits.all[Resource::kConnections], 16u);  // half of what the loader does not need for itself
-  EXPECT_EQ(limits.user[Resource::kConnections], 16u);
+  EXPECT_EQ(limits.user[Resource::kConnections], 6u);  // a third, as by default, so that others get in, too
   EXPECT_EQ(limits.reserve, Limits().reserve);
   limits.fitDescriptors(10);
   EXPECT_EQ(limits.all[Resource::kConnections], 0u);
+  EXPECT_EQ(limits.user[Resource::kConnections], 0u);
+}
+
+TEST(Limits, WhoHasMoreThanFitsSharesWhatFits) {
+  Limits limits;
+  limits.user[Resource::kConnections] = limits.all[Resource::kConnections] = 300;
+  limits.fitDescriptors(132);
+  EXPECT_EQ(limits.all[Resource::kConnections], 50u);
+  EXPECT_EQ(limits.user[Resource::kConnections], 50u) << "it is configured that one may have all";
 }
 
 }  // namespace
