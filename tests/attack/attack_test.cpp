@@ -54,16 +54,28 @@ TEST_F(AttackOfNobody, FramesThatAnnounceMoreThanTheLibrarySendsCostTheirSenders
   EXPECT_TRUE(keepsItsPromises(hugeFrames(kPace, 2, 16U << 20)));
 }
 
+TEST_F(AttackOfNobody, UnfinishedFramesAreKeptWithinTheMemoryOfTheLoader) {
+  EXPECT_TRUE(keepsItsPromises(unfinishedFrames(kPace, 900)));
+}
+
+TEST_F(AttackOfNobody, RepliesThatNobodyReadsAreKeptWithinTheMemoryOfTheLoader) {
+  EXPECT_TRUE(keepsItsPromises(unreadReplies(kPace, 16)));
+}
+
 TEST_F(AttackOfNobody, SubscriptionsAreKeptWithinTheMemoryOfTheLoader) {
-  EXPECT_TRUE(keepsItsPromises(manySubscriptions(kPace, 50)));
+  EXPECT_TRUE(keepsItsPromises(manySubscriptions(kPace, 200)));
 }
 
 TEST_F(AttackOfNobody, RegistrationsOfOneUserLeaveRoomForOthers) {
   EXPECT_TRUE(keepsItsPromises(manyRegistrations(kPace, 1017)));
 }
 
+TEST_F(AttackOfNobody, RegistrationsLeaveRoomForOthersWhereDescriptorsAreFew) {
+  EXPECT_TRUE(keepsItsPromises(fewDescriptors(kPace, 300)));
+}
+
 TEST_F(AttackOfNobody, ManyEndsAtOnceCostTheOthersNoMessage) {
-  EXPECT_TRUE(keepsItsPromises(endsAtOnce(kPace, 400)));
+  EXPECT_TRUE(keepsItsPromises(endsAtOnce(kPace, 2000)));
 }
 
 TEST_F(AttackOfNobody, ThoseWhoSayNothingKeepNobodyOut) {
@@ -82,6 +94,10 @@ TEST_F(AttackOfNobody, LinksInThePlaceOfMarkersLeadNowhere) { EXPECT_TRUE(keepsI
 
 TEST_F(AttackOfNobody, OneThatAsksWithoutPauseGetsAShareOfTheWork) {
   EXPECT_TRUE(keepsItsPromises(pipelinedTables(kPace, 1)));
+}
+
+TEST_F(AttackOfNobody, ManyThatAskWithoutPauseGetAShareOfTheWorkEach) {
+  EXPECT_TRUE(keepsItsPromises(pipelinedTables(kPace, 24)));
 }
 
 TEST_F(AttackOfNobody, AMessageToThousandsOfPathsIsAsMuchWorkAsItHasCopies) {

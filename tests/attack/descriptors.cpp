@@ -1,4 +1,4 @@
-// Descriptors: all of them taken, and peers that come and go.
+// Descriptors: all of them taken, few of them in all, and peers that come and go.
 
 #include <poll.h>
 #include <sys/resource.h>
@@ -10,6 +10,7 @@
 #include "tests/attack/bystanders.h"
 #include "tests/attack/client.h"
 #include "tests/attack/scenarios.h"
+#include "tests/attack/siege.h"
 #include "tests/support/doubles/loader_process.h"
 
 namespace attack {
@@ -19,6 +20,12 @@ using kl::test::LoaderProcess;
 
 constexpr unsigned int kRoom = 40;     // descriptors that the loader has left
 constexpr unsigned int kComers = 100;  // peers that want one
+constexpr std::size_t kFewDescriptors = 96;
+constexpr std::size_t kSpareDescriptors = 16;  // of these, for files that the loader opens for a moment
+constexpr unsigned int kLateService = 600;
+constexpr const char* kLateConfiguration =
+    "[[service]]\nname = \"late\"\nid = 600\nstart = \"demand\"\ncommand = [\"" KL_BIN_DIR
+    "/kl-attack-victim\"]\n";
 
 // What another process has done cannot be awaited but by looking.
 bool comesTrue(const std::function<bool()>& condition) {
@@ -75,6 +82,29 @@ Report descriptorExhaustion(unsigned int rounds) {
   report.promise(meanwhile.lost == 0 && meanwhile.wrong == 0, "the others were disturbed");
   report.promise(areBack, "descriptors were lost");
   report.promise(client.table().size() == 4, "the table has rows of peers that have gone");
+  return report;
+}
+
+// One connection too many is accepted and closed, so nobody waits for a descriptor: not root, not the service that
+// starts meanwhile, and not a second user.
+Report fewDescriptors(Pace pace, unsigned int connections) {
+  Siege siege(std::to_string(connections) + " registrations where descriptors are few", pace, 0,
+              kLateConfiguration, kFewDescriptors);
+  siege.expectDescriptors(1);
+  std::size_t most = 0;
+  bool hasStarted = false;
+  Report report = siege.run(
+      1, [&](unsigned int, Deeds& deeds) { comeWith(connections, deeds); },
+      [&](Report&) {
+        Client client;
+        const kl::message reply = client.ask({kLateService, 1}, kl::CMD_GET);
+        hasStarted = kl::isReply(reply) && !kl::isError(reply);
+        most = siege.loader().descriptors();
+      });
+  report.figure("loader's descriptors at most", most);
+  report.promise(siege.deeds() > 0 && siege.deeds() < kFewDescriptors, "the limit was not felt");
+  report.promise(hasStarted, "a service could not be started");
+  report.promise(most + kSpareDescriptors <= kFewDescriptors, "the loader's own files have no room");
   return report;
 }
 

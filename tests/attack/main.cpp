@@ -50,6 +50,7 @@ const Scenario kScenarios[] = {
     {"queue", [](bool, unsigned int) { return attack::fullQueue(2000); }},
     {"registrations",
      [](bool isQuick, unsigned int) { return attack::manyRegistrations(paceOf(isQuick), 1017); }},
+    {"few", [](bool isQuick, unsigned int) { return attack::fewDescriptors(paceOf(isQuick), 1017); }},
     {"ends",
      [](bool isQuick, unsigned int) { return attack::endsAtOnce(paceOf(isQuick), isQuick ? 2000 : 5000); }},
     {"silent", [](bool isQuick, unsigned int) { return attack::silentConnectors(paceOf(isQuick), 300); }},

@@ -58,10 +58,14 @@ Report manySubscriptions(Pace pace, unsigned int connections);
 // So many requests of 4 KiB to a service that does not read, and one of another.
 Report fullQueue(unsigned int frames);
 
-// Connections that register and stay, those that all end when their process does, and those that never register.
+// Connections that register and stay, those that all end when their process does (with quotas that let all of them
+// in), and those that never register.
 Report manyRegistrations(Pace pace, unsigned int connections);
 Report endsAtOnce(Pace pace, unsigned int connections);
 Report silentConnectors(Pace pace, unsigned int connections);
+
+// Registrations of one user at a loader that may have few descriptors, and that restarts a service meanwhile.
+Report fewDescriptors(Pace pace, unsigned int connections);
 
 // Processes that register and close, again and again; what that costs the others, and the counter of ids.
 Report comingsAndGoings(Pace pace, unsigned int attackers);

@@ -89,6 +89,16 @@ void stay() {
   for (;;) ::pause();
 }
 
+void comeWith(unsigned int connections, Deeds& deeds) {
+  std::vector<RawPeer> peers(connections);
+  for (RawPeer& peer : peers) {
+    if (peer.connect(kPatienceMs) && peer.registerAs(0) != 0) ++deeds.done;
+    else ++deeds.refused;
+  }
+  ++deeds.inPlace;
+  stay();
+}
+
 void takeManyDescriptors() {
   const rlimit many{kManyDescriptors, kManyDescriptors};
   (void)::setrlimit(RLIMIT_NOFILE, &many);
@@ -155,17 +165,18 @@ void Attackers::kill() {
   pids_.clear();
 }
 
-Siege::Siege(const std::string& title, Pace pace, unsigned int mostDeeds, const std::string& configuration)
+Siege::Siege(const std::string& title, Pace pace, unsigned int mostDeeds, const std::string& configuration,
+             std::size_t mostDescriptors)
     : pace_(pace),
       mostDeeds_(mostDeeds),
-      loader_(withUsualDescriptors(configuration)),
+      loader_(withUsualDescriptors(configuration), mostDescriptors),
       report_{title, {}, {}, 0} {}
 
 Report Siege::run(unsigned int attackers, const Attackers::Life& life,
                   const std::function<void(Report&)>& meanwhile) {
   quiet_ = bystanders_.takeQuiet(pace_.quietMs);
   noteRoundTrips("quiet", quiet_);
-  descriptors_ = loader_.descriptors();
+  descriptors_ = loader_.descriptors() + moreDescriptors_;
   report_.figure("loader's memory before", loader_.memory() / 1024, "KiB");
   Attackers army;
   army.start(attackers, life);
@@ -200,6 +211,7 @@ void Siege::noteRoundTrips(const std::string& when, const Bystanders::Figures& f
   report_.figures.emplace_back("  p99", times(figures.p99Us, quiet_.p99Us));
   report_.figures.emplace_back("  worst", times(figures.worstUs, quiet_.worstUs));
   report_.figure("  ends that they were told of", figures.ends);
+  report_.promise(figures.ends == 0, "the others were told of ends that are not their business, " + when);
   report_.promise(figures.lost == 0, "a request of the others was lost, " + when);
   report_.promise(figures.roundTrips > 0, "the others had no round trip, " + when);
   report_.promise(figures.wrong == 0, "something was delivered that nobody sent");

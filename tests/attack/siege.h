@@ -45,20 +45,26 @@ class Attackers {
 
 // A loader, two others that talk to each other, and attackers.
 //
-// It promises what every attack must leave alone: the two lose nothing and get nothing that is not theirs, root and
-// another user can register meanwhile, the loader's memory has a bound, its descriptors come back, it ends in order.
+// It promises what every attack must leave alone: the two lose nothing, get nothing that is not theirs and are told of
+// no end of a stranger, root and another user can register meanwhile, the loader's memory has a bound, its descriptors
+// come back, it ends in order.
 // Round trips are shown beside quiet ones and never judged.
 //
 // Needs: root, whom the attackers can cease to be.
 class Siege {
  public:
-  // `mostDeeds` of each attacker may be done while the others have one round trip; 0: any number.
+  // `mostDeeds` of each attacker may be done while the others have one round trip; 0: any number.  The loader may have
+  // `mostDescriptors` and no more; 0: those of a login.
   Siege(const std::string& title, Pace pace, unsigned int mostDeeds = 0,
-        const std::string& configuration = "");
+        const std::string& configuration = "", std::size_t mostDescriptors = 0);
 
   // `meanwhile` runs once all attackers are in place.
   Report run(unsigned int attackers, const Attackers::Life& life,
              const std::function<void(Report&)>& meanwhile = nullptr);
+
+  // So many descriptors more than before the run stay: those of services that start meanwhile.
+  void expectDescriptors(std::size_t more) { moreDescriptors_ = more; }
+  const kl::test::LoaderProcess& loader() const { return loader_; }
 
   // Of all attackers in the last run.
   unsigned long long deeds() const { return deeds_; }
@@ -75,6 +81,7 @@ class Siege {
   Bystanders bystanders_;
   Bystanders::Figures quiet_{};
   std::size_t descriptors_ = 0;
+  std::size_t moreDescriptors_ = 0;
   unsigned long long deeds_ = 0;
   Report report_;
 };
@@ -84,6 +91,9 @@ inline constexpr std::size_t kMostLoaderBytes = 32 * 1024 * 1024;
 
 // Until the process is killed.
 [[noreturn]] void stay();
+
+// Registers so many connections and keeps those that the loader does not refuse.
+[[noreturn]] void comeWith(unsigned int connections, Deeds& deeds);
 
 // A limit of descriptors with which an attacker can hold thousands of connections.
 void takeManyDescriptors();

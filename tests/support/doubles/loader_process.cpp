@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,11 +43,11 @@ std::string contentOf(const std::string& file) {
 
 }  // namespace
 
-LoaderProcess::LoaderProcess(const std::string& configuration) {
+LoaderProcess::LoaderProcess(const std::string& configuration, std::size_t mostDescriptors) {
   char folder[] = "/tmp/loader_process_XXXXXX";
   folder_ = ::mkdtemp(folder);
   std::ofstream(folder_ + "/kl-loader.toml") << configuration;
-  start();
+  start(mostDescriptors);
   // The socket of another loader, or of one that was killed, would answer too soon or not at all: the wait ends with
   // the process as well.
   EXPECT_TRUE(comesTrue([this] { return hasEnded() || RawPeer().connect(0); }, kPatienceMs)) << log();
@@ -65,11 +66,13 @@ LoaderProcess::~LoaderProcess() {
   fs::remove_all(folder_, ignored);
 }
 
-void LoaderProcess::start() {
+void LoaderProcess::start(std::size_t mostDescriptors) {
   pid_ = ::fork();
   if (pid_ != 0) return;
   const int log = ::open((folder_ + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
   ::dup2(log, STDERR_FILENO);
+  const rlimit most{mostDescriptors, mostDescriptors};
+  if (mostDescriptors > 0) (void)::setrlimit(RLIMIT_NOFILE, &most);
   become({KL_BIN_DIR "/kl-loader", "--config", folder_ + "/kl-loader.toml"});
 }
 

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 
 namespace kl::test {
@@ -13,8 +14,9 @@ namespace kl::test {
 //     LoaderProcess loader("[[service]]\nname = \"netif\"\ncommand = [\"" KL_BIN_DIR "/netif\"]\n");
 class LoaderProcess {
  public:
-  // Writes the configuration to a file, starts the loader and waits until it takes connections or has ended.
-  explicit LoaderProcess(const std::string& configuration = "");
+  // Writes the configuration to a file, starts the loader and waits until it takes connections or has ended.  It may
+  // have `mostDescriptors` and cannot raise that; 0: as many as this process.
+  explicit LoaderProcess(const std::string& configuration = "", std::size_t mostDescriptors = 0);
   LoaderProcess(const LoaderProcess&) = delete;
   LoaderProcess& operator=(const LoaderProcess&) = delete;
   ~LoaderProcess();
@@ -35,7 +37,7 @@ class LoaderProcess {
   std::size_t memory() const;
 
  private:
-  void start();
+  void start(std::size_t mostDescriptors);
   bool hasEnded() const;
 
   std::string folder_;
