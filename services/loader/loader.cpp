@@ -8,12 +8,12 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <filesystem>
 
 #include "admission/rights.h"
 #include "kl/utilities.h"
 #include "life/markers.h"
+#include "services/common/seconds.h"
 
 namespace loader {
 namespace {
@@ -30,13 +30,6 @@ Limits limitsOf(const Configuration& configuration) {
 }
 
 std::string counterFile(const Configuration& configuration) { return configuration.stateFolder + "/next-id"; }
-
-// Read from a page that the kernel shares: no system call.
-unsigned int secondsNow() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return static_cast<unsigned int>(now.tv_sec);
-}
 
 }  // namespace
 
@@ -91,7 +84,7 @@ class Loader::Client final : private ConnectionHost {
   Connection connection;
 
  private:
-  void onBatch() override { loader_.router_.setNow(secondsNow()); }
+  void onBatch() override { loader_.router_.setNow(common::secondsNow()); }
   const char* onFrame(std::span<const unsigned char> body) override {
     return service != nullptr ? loader_.router_.route(*service, body, progress_)
                               : loader_.enroll(*this, body);
@@ -132,16 +125,17 @@ Loader::Loader(const Configuration& configuration, Log& log)
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { settle(); }),
       denials_(configuration, log),
-      router_(
-          table_, requests_, subscriptions_, outbox_,
-          {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
-           [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
-           [this](Service& to) { lifecycle_.onNeeded(to); },
-           [this](const Service& sender, const Envelope& e, unsigned int toId, Path rest,
-                  const Access& access) { denials_.report(sender, e, toId, rest, access, secondsNow()); }}),
+      router_(table_, requests_, subscriptions_, outbox_,
+              {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
+               [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
+               [this](Service& to) { lifecycle_.onNeeded(to); },
+               [this](const Service& sender, const Envelope& e, unsigned int toId, Path rest,
+                      const Access& access) {
+                 denials_.report(sender, e, toId, rest, access, common::secondsNow());
+               }}),
       registration_(table_, ids_, configuration),
       leaving_(table_, kept_),
-      idleness_(loop_, secondsNow, [this](Service& service) { onIdle(service); }),
+      idleness_(loop_, common::secondsNow, [this](Service& service) { onIdle(service); }),
       lifecycle_(loop_, table_, requests_, outbox_, router_, registration_, leaving_, idleness_, log, *this),
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
@@ -290,7 +284,7 @@ void Loader::onIdle(Service& service) {
 }
 
 void Loader::onSubscriptionRefused(const Service& subscriber, const Service& provider) {
-  const unsigned int now = secondsNow();
+  const unsigned int now = common::secondsNow();
   if (refusalReportedAt_ && now - *refusalReportedAt_ < kRefusalSeconds) return;
   refusalReportedAt_ = now;
   log_.line(describe(subscriber) + ": its subscription at " + describe(provider) +

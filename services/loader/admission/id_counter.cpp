@@ -10,9 +10,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <fstream>
 #include <utility>
+
+#include "services/common/seconds.h"
 
 namespace loader {
 namespace {
@@ -31,15 +32,9 @@ bool replaceFile(const std::string& file, const std::string& text) {
   return isWritten && std::rename(fresh.c_str(), file.c_str()) == 0;
 }
 
-unsigned int monotonicSeconds() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return static_cast<unsigned int>(now.tv_sec);
-}
-
 }  // namespace
 
-IdCounter::IdCounter(std::string file, Log& log) : IdCounter(std::move(file), log, monotonicSeconds) {}
+IdCounter::IdCounter(std::string file, Log& log) : IdCounter(std::move(file), log, common::secondsNow) {}
 
 IdCounter::IdCounter(std::string file, Log& log, Seconds seconds)
     : file_(std::move(file)),
