@@ -6,12 +6,10 @@
 #include "kl/conventions.h"
 #include "kl/rights.h"
 #include "kl/services.h"
+#include "name_spaces.h"
 
 namespace undo {
 namespace {
-
-constexpr unsigned int kSystemNameSpace = 0x00ff0000;
-constexpr unsigned int kNameSpaceMask = 0x00ff0000;
 
 bool isWhole(const kl::message::flat_message& bytes) {
   kl::message m;

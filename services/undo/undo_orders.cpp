@@ -11,7 +11,7 @@ namespace undo {
 namespace {
 
 constexpr int kUndoTicks = 3000;
-constexpr int kLoaderTicks = 500;
+constexpr int kRightsTicks = 500;
 
 }  // namespace
 
@@ -25,7 +25,7 @@ void UndoOrders::start(const kl::message& request) {
   if (!running_.insert(id).second) return looper_.replyError(request, kl::ERROR_BUSY, "");
   if (!request.has(kl::SYS_POLICY)) return sendUndo(record, request, request);
   kl::message m = rightsQuestion(record, request);
-  looper_.postMessage(m, this, kl::bind<UndoOrders, &UndoOrders::onRights>(), request, kLoaderTicks);
+  looper_.postMessage(m, this, kl::bind<UndoOrders, &UndoOrders::onRights>(), request, kRightsTicks);
 }
 
 // U3.  The record may have gone meanwhile, and the process that made it.

@@ -6,14 +6,13 @@
 #include <utility>
 
 #include "kl/conventions.h"
+#include "name_spaces.h"
 
 namespace undo {
 namespace {
 
 constexpr kl::field<std::string> kUser{0x20fd0001};
 constexpr kl::field<unsigned int> kRights{0x08fd0002};
-constexpr unsigned int kLocalNameSpace = 0x00fd0000;
-constexpr unsigned int kNameSpaceMask = 0x00ff0000;
 
 bool hasContents(unsigned int rights) { return (rights & kl::RIGHT_CONTENTS) != 0; }
 
