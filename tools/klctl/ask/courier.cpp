@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,7 +17,7 @@
 
 #include "ask/pipe.h"
 #include "kl/utilities.h"
-#include "services/common/descriptor.h"
+#include "services/common/local_socket.h"
 
 namespace klctl {
 namespace {
@@ -74,13 +73,10 @@ void limitSending(int fd, milliseconds limit) {
 
 common::Descriptor connectToLoader(milliseconds limit) {
   const std::string path = kl::loaderSocketPath();
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
   common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd.isOpen()) throw noLoader(std::string("cannot make a socket: ") + std::strerror(errno));
   limitSending(fd.get(), limit);
-  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (!common::connectTo(fd.get(), path)) {
     if (errno == EAGAIN) throw noLoader("the loader at " + path + " accepts no connections");
     throw noLoader("no loader runs at " + path + ": " + std::strerror(errno));
   }
