@@ -40,7 +40,7 @@ void UndoOrders::onRights(const kl::message& answer, const kl::message& request)
   if (isLetThrough(answer) && mayUndo(record, asker)) return sendUndo(record, asker, request);
   log(kl::TOPIC_WARNING,
       "refuses to undo " + recordText(id) + " for the user " + request.get(kl::SYS_USER, "(none)"));
-  refuse(request, kl::ERROR_NOTALLOWED);
+  refuse(request, kl::ERROR_NOTALLOWED, "your rights at the service that made the record do not suffice");
 }
 
 void UndoOrders::sendUndo(const kl::message& record, const kl::message& asker, const kl::message& request) {

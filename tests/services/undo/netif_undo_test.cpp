@@ -76,9 +76,8 @@ TEST_F(NetifUndone, AnOrdinaryUserSeesAndUndoesNothing) {
   EXPECT_FALSE(has(hidden.out + hidden.err, "lo"));
   const auto refused = asNobody("undo run 1");
   EXPECT_EQ(refused.exitStatus, 1);
-  EXPECT_EQ(
-      refused.err,
-      "klctl: undo:1: std failure: not allowed (9); klctl rights explain nobody undo CMD_START says why\n");
+  EXPECT_EQ(refused.err,
+            "klctl: undo:1: your rights at the service that made the record do not suffice (9)\n");
   EXPECT_TRUE(has(klctl({"get", kLo}), "to itself"));
 }
 

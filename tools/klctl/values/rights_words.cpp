@@ -15,11 +15,11 @@ constexpr std::array<std::pair<unsigned int, const char*>, 4> kWords{{{kl::RIGHT
                                                                       {kl::RIGHT_CONTROL, "control"},
                                                                       {kl::RIGHT_CONTENTS, "contents"}}};
 
-// `quote` stands around each word.
+// `quote` stands around each word, "and" between two.
 std::string joined(unsigned int bits, const std::string& quote) {
   std::string text;
   const auto add = [&](const std::string& mark, const std::string& word) {
-    if (!text.empty()) text += ' ';
+    if (!text.empty()) text += " and ";
     text.append(mark).append(word).append(mark);
   };
   for (const auto& [bit, word] : kWords) {

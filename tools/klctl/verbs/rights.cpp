@@ -4,7 +4,9 @@
 
 #include "verbs/rights.h"
 
+#include <algorithm>
 #include <optional>
+#include <string_view>
 
 #include "ask/path.h"
 #include "kl/conventions.h"
@@ -124,9 +126,28 @@ std::string placeOf(const kl::message& explained, const kl::message& rule) {
   return explained.get(kl::RIGHTS_FILE, "") + ":" + std::to_string(rule.get(kl::RULE_LINE, 0));
 }
 
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+// "read and change" becomes a list, one word a text, and bits without a word a number.
+std::string valueText(const std::string& words) {
+  constexpr std::string_view kAnd = " and ";
+  std::string list;
+  std::size_t count = 0;
+  for (std::size_t at = 0; at <= words.size(); ++count) {
+    const std::size_t end = std::min(words.find(kAnd, at), words.size());
+    const std::string word = words.substr(at, end - at);
+    list += (count == 0 ? "" : ", ") + (word.starts_with("0x") ? word : quoted(word));
+    at = end + kAnd.size();
+  }
+  return count == 1 ? list : "[" + list + "]";
+}
+
+// An entry as the configuration has it, behind the name of its table.
 std::string ruleText(const kl::message& rule) {
   const std::string table = rule.has(kl::RULE_LINE) ? rule.get(kl::RULE_TABLE, "") + ": " : "";
-  return table + rule.get(kl::RULE_KEY, "") + " = " + rule.get(kl::RULE_RIGHTS, "");
+  const std::string key = rule.get(kl::RULE_KEY, "");
+  return table + (key.starts_with('@') ? quoted(key) : key) + " = " +
+         valueText(rule.get(kl::RULE_RIGHTS, ""));
 }
 
 std::string reasonOf(const std::string& user, const kl::message& rule) {
@@ -138,13 +159,18 @@ void addLine(std::string& text, const std::string& label, const std::string& con
   text += "  " + label + std::string(label.size() < 12 ? 12 - label.size() : 1, ' ') + content + "\n";
 }
 
+// Where the loader knows from what a command needs.
+std::string listOf(const Finding& finding) {
+  if (finding.place == kLoader) return "the loader's list of its commands";
+  return "the key commands of this service in " + finding.explained.get(kl::RIGHTS_FILE, "");
+}
+
 std::string findingText(const Finding& finding) {
   std::string text = sentenceOf(finding) + "\n";
   const kl::message& explained = finding.explained;
   const kl::message rule(explained.get(kl::RIGHTS_RULE, {}));
   addLine(text, "decided by", placeOf(explained, rule) + "  " + ruleText(rule));
-  if (explained.has(kl::RIGHTS_NEEDED))
-    addLine(text, "needed by", "the loader's list of its commands");
+  if (explained.has(kl::RIGHTS_NEEDED)) addLine(text, "needed by", listOf(finding));
   if (finding.needed) addLine(text, "needed by", "the table of the handler");
   for (const kl::message passed : explained.get(kl::RIGHTS_PASSED, {}))
     addLine(text, "near",

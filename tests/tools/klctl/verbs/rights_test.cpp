@@ -90,13 +90,14 @@ class KlctlRights : public testing::Test {
 }  // namespace
 
 TEST_F(KlctlRights, WhatIsAllowedIsStatusZero) {
-  EXPECT_EQ(explain("CMD_GETALL"),
-            "yes: guest has \"read\" (64) for leases, CMD_GETALL needs \"read\" (64)\n"
-            "  decided by  /etc/kl/kl-loader.toml:12  rights: default = read\n"
-            "  needed by   the table of the handler\n"
-            "  near        /etc/kl/kl-loader.toml:14  rights: @operators = read and change  guest is not in "
-            "operators\n"
-            "  but         the handler may have rules of its own, which nobody can ask for\n");
+  EXPECT_EQ(
+      explain("CMD_GETALL"),
+      "yes: guest has \"read\" (64) for leases, CMD_GETALL needs \"read\" (64)\n"
+      "  decided by  /etc/kl/kl-loader.toml:12  rights: default = \"read\"\n"
+      "  needed by   the table of the handler\n"
+      "  near        /etc/kl/kl-loader.toml:14  rights: \"@operators\" = [\"read\", \"change\"]  guest is "
+      "not in operators\n"
+      "  but         the handler may have rules of its own, which nobody can ask for\n");
   EXPECT_EQ(status_, 0);
 }
 
@@ -137,8 +138,22 @@ TEST_F(KlctlRights, WhatTheLoaderRefusesNoHandlerIsAskedAbout) {
   const std::string text = explain("0x60001");
   EXPECT_TRUE(text.starts_with("no: guest has \"read\" (64) for leases, 0x60001 needs \"change\" (128)\n"))
       << text;
-  EXPECT_NE(text.find("the loader's list of its commands"), std::string::npos) << text;
+  EXPECT_NE(text.find("needed by   the key commands of this service in /etc/kl/kl-loader.toml\n"),
+            std::string::npos)
+      << text;
   EXPECT_EQ(asked_, kl::message());
+}
+
+TEST_F(KlctlRights, WhatTheLoadersOwnCommandsNeedIsItsOwnList) {
+  explained_.insert(kl::RIGHTS_VERDICT, kl::RIGHTS_DENIED);
+  explained_.insert(kl::RIGHTS_NEEDED, kl::RIGHT_CONTROL);
+  const std::string text = run({"explain", "guest", "loader", "CMD_SETOBJ"});
+  EXPECT_NE(text.find("  needed by   the loader's list of its commands\n"), std::string::npos) << text;
+}
+
+TEST_F(KlctlRights, BitsWithoutAWordAreANumber) {
+  explained_.insert(kl::RIGHTS_RULE, flat(rule("access of leases", "guest", 20, "change and 0x40000")));
+  EXPECT_NE(explain().find(":20  access of leases: guest = [\"change\", 0x40000]\n"), std::string::npos);
 }
 
 TEST_F(KlctlRights, WhatTheLoaderAllowsTheHandlerMayRefuse) {
@@ -154,7 +169,7 @@ TEST_F(KlctlRights, AllRightsPassEveryTable) {
   explained_.remove(kl::RIGHTS_PASSED);
   EXPECT_EQ(explain("0x60001"),
             "yes: guest has all rights for leases\n"
-            "  decided by  built in  root = all\n"
+            "  decided by  built in  root = \"all\"\n"
             "  but         the handler may have rules of its own, which nobody can ask for\n");
   EXPECT_EQ(asked_, kl::message());
 }
