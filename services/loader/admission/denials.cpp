@@ -18,6 +18,19 @@ bool isPlainWord(const std::string& text) {
   });
 }
 
+// Whether the decision was about a user whom a gateway named, and not about the sender itself.
+bool isInNameOfUser(const Service& sender, const Envelope& e, const Access& access) {
+  return sender.rights.speaksFor != nullptr && !e.user.bytes().empty() &&
+         access.denial != Access::Denial::kStranger;
+}
+
+// Whom a gateway asks for, and to what its request limits him.
+std::string inWhoseName(const Envelope& e) {
+  std::string text = " in the name of " + std::string(e.user.text());
+  if (!e.policy.bytes().empty()) text += ", limited to " + wordsOf(e.policy.u32());
+  return text;
+}
+
 void refill(unsigned int& tokens, unsigned int& since, unsigned int now) {
   tokens =
       static_cast<unsigned int>(std::min<unsigned long long>(Denials::kBurst, 0ULL + tokens + (now - since)));
@@ -37,9 +50,12 @@ void Denials::report(const Service& sender, const Envelope& e, unsigned int toId
   --bucket.tokens;
   const std::string path = pathText(toId, rest);
   const std::string command = nameOfCommand(e.command);
-  std::string line = describe(sender) + ": " + command + " to " + path +
-                     " is not allowed: " + access.reason() + "; see: klctl rights explain " + sender.user +
-                     " " + path + " " + command;
+  const bool isInName = isInNameOfUser(sender, e, access);
+  const std::string user = isInName ? std::string(e.user.text()) : sender.user;
+  std::string line = describe(sender) + ": " + command + " to " + path + (isInName ? inWhoseName(e) : "") +
+                     " is not allowed: " + access.reason() + "; see: ";
+  if (access.denial == Access::Denial::kStranger) line += "the key speaks_for of " + sender.name;
+  else line += "klctl rights explain " + user + " " + path + " " + command;
   if (bucket.dropped > 0) line += " (and " + std::to_string(bucket.dropped) + " more without a line)";
   bucket.dropped = 0;
   log_.line(line);

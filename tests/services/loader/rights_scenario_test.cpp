@@ -206,6 +206,9 @@ TEST_F(GatewayScenario, ItMayGiveItsUsersLessThanTheyHaveAndNeverMore) {
                isAnswered(web, withBits(0xffffffff, stop), kl::ERROR_UNKNOWNID);  // it is allowed
       },
       kGateway));
+  EXPECT_TRUE(
+      loader_.logs("CMD_SETOBJ to loader in the name of sys, limited to read is not allowed: lacks the right "
+                   "control; see: klctl rights explain sys loader CMD_SETOBJ"));
   for (const unsigned int bits : {kl::RIGHT_CHANGE, kl::RIGHT_READ | kl::RIGHT_CHANGE, 0u})
     EXPECT_EQ(whoAsks(kl::CMD_GET).second, bits);
 }
@@ -229,7 +232,9 @@ TEST_F(GatewayScenario, ItSpeaksForNobodyElseAndNeverForThePowerful) {
   const auto first = lab_.receive();
   ASSERT_TRUE(first);
   EXPECT_EQ(first->get(kl::SYS_CMD, 0), kl::CMD_SET) << "nothing came before it";
-  EXPECT_TRUE(loader_.logs("not allowed: names a user for whom it does not speak"));
+  EXPECT_TRUE(
+      loader_.logs("CMD_GETALL to lab/3 is not allowed: names a user for whom it does not speak; see: the "
+                   "key speaks_for of web"));
 }
 
 TEST_F(GatewayScenario, ItsWordThatSomebodyBehindItHasEndedIsAlwaysObeyed) {

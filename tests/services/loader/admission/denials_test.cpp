@@ -35,7 +35,7 @@ class DenialsTest : public testing::Test {
     Envelope e;
     EXPECT_EQ(readEnvelope(frame_, e), nullptr);
     Access access;
-    access.denial = Access::Denial::kLacks;
+    access.denial = denial_;
     access.missing = kl::RIGHT_CONTROL;
     sender_.uid = uid;
     denials_->report(sender_, e, e.path()[0], e.path().withoutFirst(), access, now);
@@ -49,6 +49,7 @@ class DenialsTest : public testing::Test {
   common::Descriptor in_;
   std::unique_ptr<loader::Log> log_;
   std::unique_ptr<Denials> denials_;
+  Access::Denial denial_ = Access::Denial::kLacks;
   Service sender_{500};
   std::vector<unsigned char> frame_;
 };
@@ -68,6 +69,23 @@ TEST_F(DenialsTest, ALineNamesTheCommandThatExplainsIt) {
             std::string::npos);
   EXPECT_NE(report(7001, 0, request({1}, kl::CMD_SETOBJ, 5)).find("explain bob loader CMD_SETOBJ\n"),
             std::string::npos);
+}
+
+TEST_F(DenialsTest, ALineAboutAGatewayIsAboutTheUserWhomItNames) {
+  kl::message m = request({24, 3}, kl::CMD_SET, 5);
+  m.insert(kl::SYS_USER, "alice");
+  EXPECT_NE(report(7001, 0, m).find("explain bob 24/3 CMD_SET\n"), std::string::npos) << "it is none";
+  sender_.rights.speaksFor = std::make_shared<loader::SpokenUsers>();
+  EXPECT_EQ(report(7001, 0, m),
+            "kl-loader: netif (500): CMD_SET to 24/3 in the name of alice is not allowed: lacks the right "
+            "control; see: klctl rights explain alice 24/3 CMD_SET\n");
+  m.insert(kl::SYS_POLICY, 64);
+  EXPECT_NE(report(7001, 0, m).find("in the name of alice, limited to read is not"), std::string::npos);
+  denial_ = Access::Denial::kStranger;
+  m.insert(kl::SYS_USER, "\x1b[2J");
+  EXPECT_EQ(report(7001, 0, m),
+            "kl-loader: netif (500): CMD_SET to 24/3 is not allowed: names a user for whom it does not "
+            "speak; see: the key speaks_for of netif\n");
 }
 
 TEST_F(DenialsTest, AUserHasFiveLinesAtOnceAndOneMoreForEachSecond) {
