@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -92,8 +93,34 @@ TEST(ProtocolPage, TheRightsAreThoseOfBob) {
   EXPECT_EQ(hex(example(3)), hex(loader::rightsRecords("bob", loader::Rights::of(64))));
 }
 
+TEST(ProtocolPage, AGatewaysRightsAreWorkedOutAsShown) {
+  const auto users = std::make_shared<loader::SpokenUsers>();
+  loader::SenderRights bob = loader::equalRights("bob", loader::Rights::of(64 | 128));
+  bob.user = loader::trustedRights("bob").user;
+  users->add("bob", bob);
+  loader::SenderRights gateway = loader::equalRights("web", loader::Rights::of(64));
+  gateway.speaksFor = users;
+  const std::string user = "0a 00 ff 21  03  62 6f 62";
+  const std::string sentBits = "0b 00 ff 08  80 02 00 00";
+  const std::string bits = "0b 00 ff 08  80 00 00 00";
+  const std::vector<unsigned char> sent =
+      bytes("4d32 0700ff08 0d00fe00 0100ff88 0100 18000000 " + user + " " + sentBits);
+  loader::Envelope e;
+  ASSERT_EQ(readEnvelope(sent, e), nullptr);
+  loader::Buffer out;
+  appendDelivered(out, e, loader::Path(), 500, loader::Access::decide(gateway, e, {}).mark);
+  const std::vector<unsigned char> appended = bytes(user + bits);
+  ASSERT_GT(out.size(), appended.size());
+  EXPECT_EQ(hex({out.bytes().end() - static_cast<std::ptrdiff_t>(appended.size()), out.bytes().end()}),
+            hex(appended));
+  EXPECT_NE(page().find(user + "                 " + user + "                 SYS_USER \"bob\"\n"),
+            std::string::npos);
+  EXPECT_NE(page().find(sentBits + "                  " + bits + "                  SYS_POLICY: 640"),
+            std::string::npos);
+}
+
 TEST(ProtocolPage, TheLastExampleStopsService32) {
-  const std::vector<unsigned char> frame = example(4);
+  const std::vector<unsigned char> frame = example(5);
   ASSERT_TRUE(areFrames(frame)) << hex(frame);
   const kl::message m(std::vector<unsigned char>(frame.begin() + 4, frame.end()));
   EXPECT_EQ(m.get(kl::SYS_CMD, 0), kl::CMD_SETOBJ);
