@@ -5,12 +5,10 @@
 #include <string>
 #include <type_traits>
 
+#include "kl/message.h"
 #include "kl/runner.h"
 
 namespace kl {
-
-class message;
-
 namespace {
 
 class Counter {
@@ -56,9 +54,8 @@ TEST(Bind, ArgumentsArePassedOn) {
 
 TEST(Bind, ReferencesArePassedOnWithoutACopy) {
   Counter counter;
-  alignas(16) char places[2][16];
-  const auto& reply = reinterpret_cast<const message&>(places[0][0]);
-  const auto& data = reinterpret_cast<const message&>(places[1][0]);
+  const message reply;
+  const message data;
   bind<Counter, &Counter::onReply>()(&counter, reply, data);
   EXPECT_EQ(counter.first, &reply);
   EXPECT_EQ(counter.second, &data);
