@@ -3,6 +3,8 @@
 //   - however the bytes are split into what each read brings, the same frames come out: those that a plain walk over
 //     the whole stream finds
 //   - a length above the limit ends the stream, and what stands before it has come
+//   - memory grows with the bytes that come, and where an account has little of it, the stream may end earlier; the
+//     frames before that are the same, and afterwards nothing is taken any more
 
 #include "transport/frame_reader.h"
 
@@ -19,11 +21,13 @@ using fuzz::require;
 using loader::FrameReader;
 
 constexpr std::size_t kMostBytes = 0x8000;  // a pipe takes them without anybody reading
+constexpr std::size_t kMostKept = 0x1000;   // of an unfinished frame, by the account
 
 struct Cut {
   std::vector<Bytes> frames;
   bool isBroken = false;
   bool isInFrame = false;
+  bool isOver = false;  // it took too much of its account
   friend bool operator==(const Cut&, const Cut&) = default;
 };
 
@@ -62,14 +66,15 @@ class Pipe {
   int ends_[2];
 };
 
-// Delivers `stream` in pieces of these sizes, over and over.
-Cut cutInPieces(const Bytes& stream, const Bytes& sizes) {
+// Delivers `stream` in pieces of these sizes, over and over, as long as the account is not over its limit.
+Cut cutInPieces(const Bytes& stream, const Bytes& sizes, loader::Account* account = nullptr) {
   static loader::ReadArea area;
   const Pipe pipe;
   FrameReader reader(area);
+  reader.chargeTo(account);
   Cut result;
   std::size_t at = 0;
-  for (std::size_t i = 0; at < stream.size() && !reader.isBroken(); ++i) {
+  for (std::size_t i = 0; at < stream.size() && !reader.isBroken() && !result.isOver; ++i) {
     const std::size_t wanted = sizes.empty() ? stream.size() : 1 + std::size_t{sizes[i % sizes.size()]} * 3;
     const std::size_t count = std::min(wanted, stream.size() - at);
     pipe.write(stream.data() + at, count);
@@ -79,10 +84,25 @@ Cut cutInPieces(const Bytes& stream, const Bytes& sizes) {
         result.frames.emplace_back(body.begin(), body.end());
       if (!reader.isBroken()) reader.keepRest();
     }
+    if (account == nullptr) continue;
+    require(account->used(loader::Resource::kFrameBytes) <= 2 * at, "memory grows with the bytes that come");
+    result.isOver = !reader.isBroken() && reader.takesTooMuch();
   }
   result.isBroken = reader.isBroken();
   result.isInFrame = !result.isBroken && reader.isInFrame();
   return result;
+}
+
+void checkWithAccount(const Bytes& stream, const Bytes& sizes, const Cut& whole) {
+  loader::Pool pool;
+  pool.mostOfOne[loader::Resource::kFrameBytes] = pool.most[loader::Resource::kFrameBytes] = kMostKept;
+  loader::Account account(pool, loader::Pace());
+  const Cut some = cutInPieces(stream, sizes, &account);
+  require(account.used(loader::Resource::kFrameBytes) == 0, "who has ended takes nothing");
+  if (!some.isOver) return require(some == whole, "an account changes nothing that it has room for");
+  require(some.frames.size() <= whole.frames.size() &&
+              std::equal(some.frames.begin(), some.frames.end(), whole.frames.begin()),
+          "the frames before too much are the same");
 }
 
 }  // namespace
@@ -94,5 +114,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Cut whole = cutPlainly(stream);
   require(cutInPieces(stream, {}) == whole, "one read brings every frame");
   require(cutInPieces(stream, sizes) == whole, "any splitting brings the same frames");
+  checkWithAccount(stream, sizes, whole);
   return 0;
 }

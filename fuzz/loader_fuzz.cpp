@@ -7,9 +7,12 @@
 //     receiver has subscribed to it
 //   - a reply is delivered only to who has asked, and once
 //   - who has ended has no open requests
+//   - an account has what its services take, a pool what its accounts have, and no user more than its limits, which are
+//     small here; when all have ended nothing is taken any more
 
 #include <unistd.h>
 
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -25,11 +28,16 @@ namespace {
 
 using fuzz::Bytes;
 using fuzz::require;
+using loader::Account;
+using loader::Amounts;
+using loader::Pool;
+using loader::Resource;
 using loader::Service;
 using Ids = std::vector<unsigned int>;
 
 constexpr std::size_t kQueueLimit = 4000;
 constexpr unsigned int kNobody = 65534;
+constexpr unsigned int kAnother = 65533;
 constexpr unsigned int kConfigured = 40;
 
 // A loop that is never run: its timers wait.
@@ -45,6 +53,55 @@ loader::Configuration configuration() {
   c.services[0].rights = loader::Rights::of(3);
   return c;
 }
+
+// Limits that few frames reach.
+Pool poolOf(bool isReserve) {
+  Pool pool;
+  const auto set = [&](Resource resource, std::size_t one, std::size_t all) {
+    pool.mostOfOne[resource] = one;
+    pool.most[resource] = all;
+  };
+  set(Resource::kConnections, 3, 4);
+  set(Resource::kQueueBytes, 26 * 1024, 40 * 1024);
+  set(Resource::kRequests, 3, 4);
+  set(Resource::kSubscriptions, 3, 4);
+  set(Resource::kSubscriptionBytes, 48, 64);
+  pool.isReserve = isReserve;
+  return pool;
+}
+
+// An account of each user, and one of the configured service.
+class Quotas {
+ public:
+  Account& of(uid_t user) {
+    const bool isOrdinary = user != 0;
+    return users_.try_emplace(user, isOrdinary ? ordinary_ : reserve_, loader::Pace()).first->second;
+  }
+  Account& ofConfigured() { return configured_; }
+
+  template <class Function>
+  void each(Function function) const {
+    for (const auto& [user, account] : users_) function(account);
+    function(configured_);
+  }
+  void checkPools() const {
+    for (const loader::ResourceRow& row : loader::kResourceRows) {
+      std::size_t ofUsers = 0;
+      std::size_t ofReserve = 0;
+      each([&](const Account& account) {
+        (account.isTrusted() ? ofReserve : ofUsers) += account.used(row.resource);
+      });
+      require(ordinary_.used[row.resource] == ofUsers, "a pool has what its accounts have");
+      require(reserve_.used[row.resource] == ofReserve, "the reserve has what its accounts have");
+    }
+  }
+
+ private:
+  Pool ordinary_ = poolOf(false);
+  Pool reserve_ = poolOf(true);
+  std::map<uid_t, Account> users_;
+  Account configured_{reserve_, loader::Pace()};
+};
 
 // A whole frame's body, as it lies in a queue.
 template <class Queue>
@@ -82,10 +139,35 @@ class System {
     configured.name = "configured";
     configured.isConfigured = true;
     configured.isHeldFor = true;
+    configured.chargeTo(quotas_.ofConfigured());
     for (const unsigned int id : {10U, 24U}) registerAs(id, 0);
   }
 
   void step(fuzz::Input& input) {
+    act(input);
+    checkAccounts();
+  }
+
+  // Everybody ends, and what is held for the configured service is given up.
+  void finish() {
+    while (!services_.empty()) end(*services_.back());
+    Service* configured = table_.find(kConfigured);
+    require(configured != nullptr, "what is configured stays");
+    router_.serviceGone(*configured);
+    router_.announceEnds();
+    checkAccounts();
+    quotas_.each([](const Account& account) {
+      for (const loader::ResourceRow& row : loader::kResourceRows)
+        require(account.used(row.resource) == 0, "who has ended takes nothing");
+    });
+  }
+
+ private:
+  using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // asker, asked, id, return path
+  using Wish =
+      std::tuple<unsigned int, Ids, Ids, unsigned int>;  // provider, handler, who subscribed, command
+
+  void act(fuzz::Input& input) {
     const unsigned int operation = input.upTo(7);
     if (operation == 0) return enroll(input);
     if (services_.empty()) return;
@@ -99,11 +181,6 @@ class System {
     }
   }
 
- private:
-  using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // asker, asked, id, return path
-  using Wish =
-      std::tuple<unsigned int, Ids, Ids, unsigned int>;  // provider, handler, who subscribed, command
-
   void registerAs(unsigned int id, uid_t user) {
     kl::message m;
     m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
@@ -116,7 +193,8 @@ class System {
 
   void enroll(fuzz::Input& input) {
     if (services_.size() >= 8) return;
-    const uid_t user = input.upTo(1) == 0 ? 0 : kNobody;
+    static constexpr uid_t kUsers[] = {0, kNobody, 0, kAnother};
+    const uid_t user = kUsers[input.upTo(3)];
     if (input.upTo(1) == 0) return admit(input.bytes(input.u8()), user);
     registerAs(input.upTo(3) == 0 ? input.u32() : input.u8(), user);
   }
@@ -124,6 +202,8 @@ class System {
   void admit(const Bytes& hello, uid_t user) {
     loader::Envelope e;
     if (loader::readEnvelope(hello, e) != nullptr) return;
+    Account& account = quotas_.of(user);
+    if (!account.isTrusted() && !account.hasRoomFor(Resource::kConnections, 1)) return;
     std::string refusal;
     Service* service = registration_.admit({{::getpid(), user}, nullptr}, e, refusal);
     require((service == nullptr) != refusal.empty(), "a refusal says why");
@@ -132,6 +212,9 @@ class System {
     service->connection = &loader::test::SilentConnection::get();
     service->bornAt = 1;
     service->isHeldFor = false;
+    if (service->account == nullptr) service->chargeTo(account);
+    connections_[service].bind(service->account, Resource::kConnections);
+    connections_[service].set(1);
     services_.push_back(service);
     outbox_.release(*service);
     requests_.release(*service);
@@ -146,6 +229,7 @@ class System {
       return std::get<0>(wish) == service.id || std::get<2>(wish).at(0) == service.id;
     });
     std::erase(services_, &service);
+    connections_.erase(&service);
     service.connection = nullptr;
     own_.forgetOrdersOf(service);
     router_.serviceGone(service);
@@ -154,6 +238,33 @@ class System {
             "no subscriptions");
     if (service.isConfigured) table_.setState(service, kl::SVC_STATE_STOPPED);
     else table_.remove(service.id);
+  }
+
+  void checkAccounts() const {
+    quotas_.checkPools();
+    quotas_.each([this](const Account& account) {
+      const Amounts taken = takenFrom(account);
+      for (const Resource resource :
+           {Resource::kConnections, Resource::kQueueBytes, Resource::kRequests, Resource::kSubscriptions})
+        require(account.used(resource) == taken[resource], "an account has what its services take");
+      if (account.isTrusted()) return;
+      for (const Resource resource : {Resource::kConnections, Resource::kRequests, Resource::kSubscriptions,
+                                      Resource::kSubscriptionBytes})
+        require(!account.isOver(resource), "nobody takes more than he may");
+    });
+  }
+
+  Amounts takenFrom(const Account& account) const {
+    Amounts taken;
+    for (const auto& [id, service] : table_.all()) {
+      if (service->account != &account) continue;
+      taken[Resource::kConnections] += service->isConnected() ? 1 : 0;
+      taken[Resource::kQueueBytes] += service->out.charged() + service->held.charged();
+      taken[Resource::kRequests] += service->requests.askedCount;
+      for (const auto* one = service->subscriptions.oldestOf; one != nullptr; one = one->newerOf)
+        ++taken[Resource::kSubscriptions];
+    }
+    return taken;
   }
 
   static Bytes madeFrom(fuzz::Input& input) {
@@ -248,6 +359,7 @@ class System {
     require(!command.has(kl::SYS_REQID) && !command.has(kl::SYS_REPLYEXP), "nobody can answer it");
   }
 
+  Quotas quotas_;
   Loop loop_;
   const loader::Configuration configuration_ = configuration();
   loader::Log log_{-1};
@@ -267,6 +379,7 @@ class System {
                          {[this](Service& asker, const kl::message& m) { own_.handle(asker, m); },
                           [](Service&, const loader::Envelope&) {}, [](Service&) {}}};
   loader::Registration registration_{table_, ids_, configuration_};
+  std::map<const Service*, loader::Charge> connections_;
   std::vector<Service*> services_;  // that are connected
   std::multiset<Open> open_;
   std::set<Wish> wishes_;  // subscriptions, some of which have been ended
@@ -278,5 +391,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Input input(data, std::min<std::size_t>(size, 4096));
   System system;
   while (!input.isEmpty()) system.step(input);
+  system.finish();
   return 0;
 }

@@ -35,7 +35,8 @@ class HeldQueue {
     bytes_.chargeTo(account, Resource::kQueueBytes);
     charge_.bind(account, Resource::kQueueBytes);
   }
-  // What `count` more bytes would take of it.
+  // What it takes of it, and what `count` more bytes would take.
+  std::size_t charged() const { return bytes_.charged() + framesMemory(); }
   std::size_t growthFor(std::size_t count) const { return bytes_.growthFor(count); }
 
   // Adds the frame that `write` appends to a Buffer and that counts for `share`; the number of its bytes.  `sender` is the service that sent it; in
@@ -97,7 +98,8 @@ class HeldQueue {
     HeldKind kind;
   };
 
-  void countFrames() { charge_.set(frames_.capacity() * sizeof(Frame)); }
+  std::size_t framesMemory() const { return frames_.capacity() * sizeof(Frame); }
+  void countFrames() { charge_.set(framesMemory()); }
 
   Buffer bytes_;
   std::vector<Frame> frames_;

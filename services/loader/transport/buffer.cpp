@@ -22,12 +22,12 @@ Buffer& Buffer::operator=(Buffer&& other) noexcept {
   begin_ = std::exchange(other.begin_, 0);
   end_ = std::exchange(other.end_, 0);
   other.charge_.set(0);
-  charge_.set(chargedFor(capacity_));  // B1
+  charge_.set(charged());  // B1
   return *this;
 }
 
 std::size_t Buffer::growthFor(std::size_t count) const {
-  const std::size_t before = chargedFor(capacity_);
+  const std::size_t before = charged();
   return std::max(chargedFor(capacityFor(count, static_cast<std::size_t>(-1))), before) - before;
 }
 
@@ -79,7 +79,7 @@ void Buffer::moveTo(std::size_t capacity) {
     if (used > 0) std::memcpy(other.get(), memory_.get() + begin_, used);
     memory_ = std::move(other);
     capacity_ = capacity;
-    charge_.set(chargedFor(capacity_));  // B1
+    charge_.set(charged());  // B1
   }
   begin_ = 0;
   end_ = used;

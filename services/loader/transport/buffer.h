@@ -33,8 +33,9 @@ class Buffer {
   Account* account() const { return charge_.account(); }
   // What `count` more bytes would be charged.
   std::size_t growthFor(std::size_t count) const;
-  // The memory that it has.
+  // The memory that it has, and what of it is charged.
   std::size_t memory() const { return capacity_; }
+  std::size_t charged() const { return capacity_ > kKeptBytes ? capacity_ : 0; }
 
   std::size_t size() const { return end_ - begin_; }
   bool empty() const { return begin_ == end_; }
