@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "kl/chunk.h"
+#include "transport/connection.h"
 
 namespace loader {
 namespace {
@@ -37,6 +38,22 @@ Path returnPathIn(const kl::message::flat_message& request) {
   for (kl::Record record; walk.next(record);)
     if (record.id() == kl::SYS_FROM && record.count() > 0) return Path(record).withoutFirst();
   return {};
+}
+
+// What it asks for is shown, and nothing is done.
+bool isQuestion(unsigned int command) {
+  switch (command) {
+    case kl::CMD_GETALL:
+    case kl::CMD_GETCOUNT:
+    case kl::CMD_GETOBJ:
+    case kl::CMD_EXPLAIN_RIGHTS:
+    case kl::CMD_LIST_RIGHTS: return true;
+    default: return false;
+  }
+}
+
+bool readsNoAnswer(const Service& asker) {
+  return asker.connection != nullptr && asker.connection->hasStoppedReading();
 }
 
 kl::message deadRow(unsigned int id) {
@@ -73,6 +90,7 @@ void OwnService::handle(Service& asker, const kl::message& request) {
   if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
   if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(asker, request);
   if (hasUnread(asker)) return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
+  if (isQuestion(command) && readsNoAnswer(asker)) return;
   const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(asker, request);

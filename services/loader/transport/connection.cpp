@@ -186,6 +186,7 @@ void Connection::write() {
 
 // The process has ended, or reads no more for good.  Its earlier bytes are still read, and then the end is met.
 void Connection::giveUpWriting() {
+  hasStoppedReading_ = true;
   out_->clear();
   (void)::shutdown(socket_.get(), SHUT_RD);
 }

@@ -89,6 +89,9 @@ class Connection {
   bool isLetIn() const { return isLetIn_; }
   void letIn() { isLetIn_ = true; }
 
+  // The process reads no more, as a write has shown; what it has sent before is still handled.
+  bool hasStoppedReading() const { return hasStoppedReading_; }
+
   // Something new is in the queue.
   void onOutput();
 
@@ -128,6 +131,7 @@ class Connection {
   Work::Units debt_ = 0;          // what its last turn cost beyond what it had
   Buffer* out_ = nullptr;
   bool isBlocked_ = false;
+  bool hasStoppedReading_ = false;
   bool isQueued_ = false;
   bool isLetIn_ = false;
   Account* account_ = nullptr;

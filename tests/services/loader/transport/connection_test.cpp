@@ -276,6 +276,24 @@ TEST_F(Peers, APeerThatHasClosedItsReadingEndIsDisconnected) {
   EXPECT_EQ(code, kl::ERROR_BRKPATH);
 }
 
+// Thousands of questions of those who have ended must not cost the others more than to pass them over.
+TEST_F(Peers, WhatAPeerThatHasEndedAskedIsNotWorkedOut) {
+  constexpr unsigned int kQuestions = 3000;
+  const LoaderProcess loader;
+  connectAll();
+  const std::vector<unsigned char> one = frameOf(request({1}, kl::CMD_GETALL, 1, {7}));
+  std::vector<unsigned char> all;
+  for (unsigned int i = 0; i < kQuestions; ++i) all.insert(all.end(), one.begin(), one.end());
+  const unsigned long long before = row(1, kl::SVC_MESSAGES_OUT);
+  loader.signal(SIGSTOP);
+  ASSERT_TRUE(mute_.sendBytes(all));
+  mute_.close();
+  loader.signal(SIGCONT);
+  ASSERT_TRUE(b_.receiveCommand(kl::CMD_DISCONNECTED)) << "everything of it has been handled";
+  EXPECT_GE(row(1, kl::SVC_MESSAGES_IN), kQuestions);
+  EXPECT_LT(row(1, kl::SVC_MESSAGES_OUT) - before, kQuestions / 4) << "what its first turn takes";
+}
+
 TEST_F(Peers, APeerThatNeverRegistersIsDisconnected) {
   const LoaderProcess loader(kImpatient);
   connectAll();
