@@ -41,7 +41,7 @@ std::shared_ptr<const SpokenUsers> spokenUsers(const Configuration& configuratio
                                                const ServiceConfiguration& service) {
   const auto users = std::make_shared<SpokenUsers>();
   for (const uid_t uid : service.speaksFor) {
-    if (!maySpeakFor(configuration, uid)) continue;
+    if (!maySpeakFor(configuration, service, uid)) continue;
     const std::string name = configuration.users.nameOf(uid);
     SenderRights rights = ordinaryRights(configuration, {uid, nullptr});
     rights.user = nameRecord(name);

@@ -28,10 +28,20 @@ void refuseForThePowerful(Section& section, const ServiceConfiguration& service,
     section.mistake("speaks_for", "expected a service without the right \"all\"");
 }
 
+// About a user for whom it does not speak although he stands in its list.
+void warnAbout(Section& section, const std::string& name, uid_t uid, const ServiceConfiguration& service,
+               Configuration& whole) {
+  if (maySpeakFor(whole, service, uid)) return;
+  const bool isOwn = uid == service.userId();
+  whole.warnings.push_back(
+      section.remark("speaks_for", name + (isOwn ? " is its own user, in whose name it asks anyway"
+                                                 : " may do everything, so nobody speaks for him")));
+}
+
 }  // namespace
 
-bool maySpeakFor(const Configuration& configuration, uid_t uid) {
-  return !mayDoEverything(configuration, {uid, nullptr});
+bool maySpeakFor(const Configuration& configuration, const ServiceConfiguration& service, uid_t uid) {
+  return uid != service.userId() && !mayDoEverything(configuration, {uid, nullptr});
 }
 
 void readSpeaksFor(Section& section, ServiceConfiguration& service, Configuration& whole) {
@@ -41,9 +51,7 @@ void readSpeaksFor(Section& section, ServiceConfiguration& service, Configuratio
     const auto users = usersNamed(name, whole.users);
     if (!users)
       whole.warnings.push_back(section.remark("speaks_for", "this system has nobody of the name " + name));
-    else if (!name.starts_with('@') && !maySpeakFor(whole, users->front()))
-      whole.warnings.push_back(
-          section.remark("speaks_for", name + " may do everything, so nobody speaks for him"));
+    else if (!name.starts_with('@')) warnAbout(section, name, users->front(), service, whole);
     if (users) service.speaksFor.insert(service.speaksFor.end(), users->begin(), users->end());
   }
 }

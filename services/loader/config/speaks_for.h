@@ -8,10 +8,12 @@ namespace loader {
 
 // Reads `speaks_for`, a list of users and "@group"s, after everything that gives the service its own rights.  A service
 // that could do everything itself, or whose requests pass unchanged anyway, has no use for it: that is a mistake.  Who
-// may do everything is never spoken for, and whom nobody knows cannot be: both are warnings.
+// may do everything is never spoken for, its own user needs nobody for that, and whom nobody knows cannot be: these are
+// warnings.
 void readSpeaksFor(common::Section& section, ServiceConfiguration& service, Configuration& whole);
 
-// False for root, the loader's own user and whom [rights] gives "all".
-bool maySpeakFor(const Configuration& configuration, uid_t uid);
+// False for root, the loader's own user, whom [rights] gives "all", and the user of the service: what comes in his name
+// is its own.
+bool maySpeakFor(const Configuration& configuration, const ServiceConfiguration& service, uid_t uid);
 
 }  // namespace loader

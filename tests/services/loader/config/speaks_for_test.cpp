@@ -81,6 +81,15 @@ TEST_F(SpeaksForTest, NobodySpeaksForThePowerful) {
   EXPECT_NE(spokenBy(c)->find("sys"), nullptr);
 }
 
+// What a request in his name may do is worked out as for the service itself, which may have more than he.
+TEST_F(SpeaksForTest, ItsOwnUserNeedsNobodyToSpeakForHim) {
+  const Configuration c = read("user = \"daemon\"\nspeaks_for = [\"daemon\", \"@daemon\", \"bin\"]\n");
+  EXPECT_EQ(mistakes_, "");
+  EXPECT_NE(warningsOf(c).find("daemon is its own user, in whose name it asks anyway"), std::string::npos);
+  EXPECT_EQ(spokenBy(c)->find("daemon"), nullptr);
+  EXPECT_NE(spokenBy(c)->find("bin"), nullptr);
+}
+
 TEST_F(SpeaksForTest, WhomNobodyKnowsIsAWarning) {
   const Configuration c =
       read("user = \"daemon\"\nspeaks_for = [\"nosuchuser\", \"@nosuchgroup\", \"7003\"]\n");
