@@ -24,6 +24,12 @@ bool isInNameOfUser(const Service& sender, const Envelope& e, const Access& acce
          access.denial != Access::Denial::kStranger;
 }
 
+// The option of the explaining command for a service that has rights of its own.
+std::string senderOption(const ServiceConfiguration* sender) {
+  if (sender == nullptr || !sender->rights) return {};
+  return "--sender " + (isPlainWord(sender->name) ? sender->name : std::to_string(sender->id)) + " ";
+}
+
 // Whom a gateway asks for, and to what its request limits him.
 std::string inWhoseName(const Envelope& e) {
   std::string text = " in the name of " + std::string(e.user.text());
@@ -51,7 +57,8 @@ void Denials::report(const Service& sender, const Envelope& e, unsigned int toId
   const std::string path = pathText(toId, rest);
   const std::string command = nameOfCommand(e.command);
   const bool isInName = isInNameOfUser(sender, e, access);
-  const std::string user = isInName ? std::string(e.user.text()) : sender.user;
+  const std::string user =
+      isInName ? std::string(e.user.text()) : senderOption(configuration_.find(sender.id)) + sender.user;
   std::string line = describe(sender) + ": " + command + " to " + path + (isInName ? inWhoseName(e) : "") +
                      " is not allowed: " + access.reason() + "; see: ";
   if (access.denial == Access::Denial::kStranger) line += "the key speaks_for of " + sender.name;

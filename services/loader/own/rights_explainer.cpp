@@ -53,6 +53,11 @@ void addRules(kl::message& reply, const Decision& decision) {
   if (!passed.empty()) reply.insert(kl::RIGHTS_PASSED, passed);
 }
 
+// Whose process it is; one that does not run now will be that of its configured user.
+uid_t userOf(const Service& service, const ServiceConfiguration* configured) {
+  return service.isConnected() || configured == nullptr ? service.uid : configured->userId();
+}
+
 // Without a command the question is whether anything is delivered.
 void addVerdict(kl::message& reply, const Rights& rights, const DestinationRules& rules,
                 const kl::message& request) {
@@ -99,8 +104,10 @@ std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service
   std::string user = request.get(kl::RIGHTS_USER, "");
   if (user.empty() && sender != nullptr) user = sender->user;
   const bool isSender = sender != nullptr && sender->user == user;
-  const bool isSpokenFor = request.has(kl::RIGHTS_BITS) && !(isSender && !isTrusted(sender->uid));
-  if (isSender) return Subject{user, {sender->uid, configuration_.find(sender->id)}, isSpokenFor};
+  const ServiceConfiguration* configured = configuration_.find(senderId);
+  const Sender own{isSender ? userOf(*sender, configured) : kUnknownUser, configured};
+  const bool isSpokenFor = request.has(kl::RIGHTS_BITS) && !(isSender && !isTrusted(own.uid));
+  if (isSender) return Subject{user, own, isSpokenFor};
   const auto uid = configuration_.users.known(user);
   if (!uid) return {};
   return Subject{user, {*uid, nullptr}, isSpokenFor};

@@ -208,6 +208,10 @@ class Parser {
     explain->add_option("CMD", words_.rest, "The command; without one, whether anything is let through")
         ->expected(0, 1)
         ->type_name("");
+    explain
+        ->add_option("--sender", line_.sender,
+                     "The requests are those of this service, which runs as the user")
+        ->type_name("SERVICE");
     CLI::App* list = addVerb(*rights, Verb::kRightsList, "list", "List the entries of the configuration",
                              kEveryOption, &Parser::interpretListed);
     list->add_option("SERVICE", words_.path, "Only those for requests to this service")->type_name("");

@@ -61,7 +61,8 @@ struct CommandLine {
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
-  std::string user;  // whose rights kRightsExplain explains
+  std::string user;    // whose rights kRightsExplain explains
+  std::string sender;  // the service that sends for him; empty: any other process of his
 };
 
 // The words, or the text that --help or --version asked for.  Throws Failure(kUsage).

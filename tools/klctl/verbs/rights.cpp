@@ -58,6 +58,7 @@ kl::message askLoader(const CommandLine& line, const std::vector<unsigned int>& 
   request.insert(kl::SYS_CMD, kl::CMD_EXPLAIN_RIGHTS);
   request.insert(kl::RIGHTS_USER, line.user);
   request.insert(kl::RIGHTS_TO, to);
+  if (!line.sender.empty()) request.insert(kl::RIGHTS_SENDER, serviceId(line.sender, exchange));
   if (line.command) request.insert(kl::RIGHTS_COMMAND, *line.command);
   const kl::message reply = exchange(request);
   if (kl::isError(reply))

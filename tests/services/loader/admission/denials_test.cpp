@@ -71,6 +71,17 @@ TEST_F(DenialsTest, ALineNamesTheCommandThatExplainsIt) {
             std::string::npos);
 }
 
+TEST_F(DenialsTest, AServiceWithRightsOfItsOwnIsTheSenderOfTheQuestion) {
+  configuration_.services.emplace_back();
+  configuration_.services[0].id = 500;
+  configuration_.services[0].name = "netif";
+  EXPECT_NE(report(7001, 0).find("explain bob 24/3 0x60001\n"), std::string::npos);
+  configuration_.services[0].rights = loader::Rights::of(64);
+  EXPECT_NE(report(7001, 0).find("explain --sender netif bob 24/3 0x60001\n"), std::string::npos);
+  configuration_.services[0].name = "a b";
+  EXPECT_NE(report(7001, 0).find("explain --sender 500 bob 24/3 0x60001\n"), std::string::npos);
+}
+
 TEST_F(DenialsTest, ALineAboutAGatewayIsAboutTheUserWhomItNames) {
   kl::message m = request({24, 3}, kl::CMD_SET, 5);
   m.insert(kl::SYS_USER, "alice");

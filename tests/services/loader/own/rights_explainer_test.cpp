@@ -162,6 +162,17 @@ TEST_F(RightsExplainerTest, AServiceHasTheRightsOfItsOwnKey) {
   EXPECT_EQ(ruleText(ruleOf(answer)), "rights of shop|rights|12|read and change");
 }
 
+TEST_F(RightsExplainerTest, AServiceThatDoesNotRunHasTheRightsThatItWillHave) {
+  Service& shop = *table_.find(501);
+  shop.connection = nullptr;
+  shop.uid = 0;
+  kl::message m = question("bin", {24});
+  m.insert(kl::RIGHTS_SENDER, 501);
+  const kl::message answer = explain(m);
+  EXPECT_EQ(answer.get(kl::RIGHTS_BITS, 0), kl::RIGHT_READ | kl::RIGHT_CHANGE);
+  EXPECT_EQ(ruleText(ruleOf(answer)), "rights of shop|rights|12|read and change");
+}
+
 TEST_F(RightsExplainerTest, WhoIsSpokenForHasNoMoreThanHisRequestCarried) {
   kl::message m = question("daemon", {24}, kl::CMD_SET);
   m.insert(kl::RIGHTS_SENDER, 501);  // a process of another user

@@ -120,6 +120,15 @@ TEST_F(KlctlRights, TheLoaderAndTheHandlerAreAskedAboutThatUser) {
   EXPECT_EQ(asked_.get(kl::SYS_POLICY, 0), kl::RIGHT_READ);
 }
 
+TEST_F(KlctlRights, AServiceMayBeTheSender) {
+  (void)explain("CMD_GETALL");
+  EXPECT_FALSE(asked1_.has(kl::RIGHTS_SENDER));
+  (void)run({"explain", "--sender", "leases", "guest", "loader", "CMD_GETALL"});
+  EXPECT_EQ(asked1_.get(kl::RIGHTS_SENDER, 0), 300u);
+  EXPECT_EQ(asked1_.get(kl::RIGHTS_USER, ""), "guest");
+  EXPECT_EQ(asked1_.get(kl::RIGHTS_TO, {}), Ids{1});
+}
+
 TEST_F(KlctlRights, AHandlerIsPartOfThePath) {
   (void)run({"explain", "guest", "leases/3/4", "getall"});
   EXPECT_EQ(asked1_.get(kl::RIGHTS_TO, {}), (Ids{300, 3, 4}));
