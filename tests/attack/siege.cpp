@@ -16,6 +16,7 @@
 #include <new>
 
 #include "tests/attack/client.h"
+#include "tests/support/build/effort.h"
 
 namespace attack {
 namespace {
@@ -28,12 +29,6 @@ constexpr int kLookMs = 5;
 constexpr int kComingMs = 5000;
 constexpr rlim_t kUsualDescriptors = 1024;
 constexpr rlim_t kManyDescriptors = 8192;
-// Sanitizers keep memory of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsWeighed = false;
-#else
-constexpr bool kIsWeighed = true;
-#endif
 
 int msSince(Clock::time_point begin) {
   return static_cast<int>(
@@ -231,7 +226,7 @@ void Siege::judge(const Deeds& deeds) {
   const std::size_t most = mostResidentBytes(loader_.pid());
   report_.figure("loader's memory after", loader_.memory() / 1024, "KiB");
   report_.figure("loader at most, resident", most / 1024, "KiB");
-  report_.promise(!kIsWeighed || most <= kMostLoaderBytes, "the loader took more than 32 MiB");
+  report_.promise(!kl::test::kIsWeighed || most <= kMostLoaderBytes, "the loader took more than 32 MiB");
   const bool areBack = comesAbout([this] { return loader_.descriptors() <= descriptors_; });
   report_.promise(areBack, "descriptors were lost");
   loader_.signal(SIGTERM);

@@ -1,7 +1,7 @@
 #pragma once
-// tests/support/build/effort.h: how much a test does of what it repeats.  In an emulator everything takes ten times as long:
-// there a test that is repeated to find rare orders of events, and not for what the processor does with numbers, is
-// content with less.
+// tests/support/build/effort.h: what a build can be asked for.  In an emulator everything takes ten times as long: there a
+// test that is repeated to find rare orders of events, and not for what the processor does with numbers, is content with
+// less.
 
 namespace kl::test {
 
@@ -13,5 +13,12 @@ inline constexpr bool kEmulated = false;
 
 // `all`, and in an emulator a part of it.
 constexpr unsigned int repeated(unsigned int all) { return kEmulated ? all / 5 : all; }
+
+// False where a program's memory is not its own alone: an emulator and sanitizers keep theirs in it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kIsWeighed = false;
+#else
+inline constexpr bool kIsWeighed = !kEmulated;
+#endif
 
 }  // namespace kl::test
