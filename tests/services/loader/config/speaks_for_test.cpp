@@ -12,7 +12,6 @@ namespace {
 using loader::Configuration;
 
 constexpr uid_t kDaemon = 1;
-constexpr uid_t kBin = 2;
 constexpr uid_t kSys = 3;
 
 class SpeaksForTest : public testing::Test {
