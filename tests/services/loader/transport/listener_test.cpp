@@ -124,7 +124,8 @@ TEST_F(ListenerTest, WithoutADescriptorLeftItWaitsUntilOneIsFree) {
     runner_.addTimer(
         &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 5);
     int passes = 0;
-    for (; !isOver; ++passes) {
+    while (!isOver) {
+      ++passes;
       onePass();
       runner_.runTimers();
     }

@@ -202,7 +202,8 @@ TEST_F(PendingConnectionsTest, WhoWaitsWakesNobody) {
   bool isOver = false;
   runner_.addTimer(
       &isOver, [](void* over) { *static_cast<bool*>(over) = true; }, 10);
-  for (; !isOver; ++passes) {
+  while (!isOver) {
+    ++passes;
     pending_.serve();
     runner_.runSocks(kl::getJiffies());
     runner_.runTimers();
