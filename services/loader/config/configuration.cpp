@@ -27,9 +27,14 @@ constexpr long long kMostOfAResource = 1 << 30;
 void readUser(Section& section, ServiceConfiguration& service, Configuration& whole) {
   service.user = section.text("user", "");
   if (service.user.empty()) return;
-  if (const auto uid = whole.users.find(service.user)) service.uid = *uid;
-  else if (!service.command.empty()) section.expected("user", "the name of a user of this system");
-  else whole.warnings.push_back(section.remark("user", "this system has nobody of that name"));
+  if (const auto uid = whole.users.find(service.user)) {
+    service.uid = *uid;
+    service.groups = whole.users.groupsOf(service.user);
+  } else if (!service.command.empty()) {
+    section.expected("user", "the name of a user of this system");
+  } else {
+    whole.warnings.push_back(section.remark("user", "this system has nobody of that name"));
+  }
 }
 
 void readOwnRights(Section& section, ServiceConfiguration& service, Configuration& whole) {

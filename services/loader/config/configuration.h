@@ -29,6 +29,7 @@ struct ServiceConfiguration {
   std::vector<std::string> command;  // empty: somebody else starts it
   std::string user;                  // who it runs as and who may claim its id; empty: the loader's own user
   uid_t uid = kUnknownUser;          // the number of `user`
+  std::vector<gid_t> groups;         // of `user`, his primary one first
   std::string folder;                // its working directory; empty: the loader's own
   std::map<std::string, std::string> environment;  // beside what the loader has
   std::optional<Rights> rights;  // of its own requests, in the place of what [rights] gives to its user

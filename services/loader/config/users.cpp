@@ -13,6 +13,8 @@
 namespace loader {
 namespace {
 
+constexpr std::size_t kUsualGroups = 64;
+
 bool isNumber(const std::string& name) {
   return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -86,6 +88,20 @@ std::optional<std::vector<uid_t>> Users::findGroup(const std::string& name) {
   for (const auto& [user, about] : users_)
     if (about.group == found->second.gid) uids.insert(about.uid);
   return std::vector<uid_t>(uids.begin(), uids.end());
+}
+
+std::vector<gid_t> Users::groupsOf(const std::string& name) const {
+  const auto found = users_.find(name);
+  if (found == users_.end()) return {};
+  const gid_t primary = found->second.group;
+  std::vector<gid_t> groups(kUsualGroups);
+  int count = static_cast<int>(groups.size());
+  if (::getgrouplist(name.c_str(), primary, groups.data(), &count) < 0) {
+    groups.resize(static_cast<std::size_t>(count));  // so many there are
+    (void)::getgrouplist(name.c_str(), primary, groups.data(), &count);
+  }
+  groups.resize(static_cast<std::size_t>(count));
+  return groups;
 }
 
 void Users::add(const User& user) {

@@ -39,6 +39,8 @@ class Users {
 
   // The number of a user.  One whom the system knows but does not list is asked for by his name, and kept.
   std::optional<uid_t> find(const std::string& name);
+  // The groups that a process of this user is in, his primary one first; none when he has not been found.
+  std::vector<gid_t> groupsOf(const std::string& name) const;
   // The numbers of a group's members, in order and each once.
   std::optional<std::vector<uid_t>> findGroup(const std::string& name);
 

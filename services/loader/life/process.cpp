@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -38,13 +37,12 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// The user and his groups are those of the time when the configuration was read: the system is not asked for names.
 void becomeUser(const ServiceConfiguration& service) {
-  if (service.user.empty()) return;
-  const passwd* user = ::getpwnam(service.user.c_str());
-  if (user == nullptr) giveUp(service, "its user is not known");
-  if (user->pw_uid == ::geteuid()) return;
-  if (::initgroups(user->pw_name, user->pw_gid) != 0 || ::setgid(user->pw_gid) != 0 ||
-      ::setuid(user->pw_uid) != 0)
+  const std::vector<gid_t>& groups = service.groups;
+  if (service.userId() == ::geteuid()) return;
+  if (groups.empty() || ::setgroups(groups.size(), groups.data()) != 0 || ::setgid(groups.front()) != 0 ||
+      ::setuid(service.uid) != 0)
     giveUp(service, "cannot become its user");
 }
 

@@ -18,6 +18,14 @@ TEST(Users, NamesAreThoseOfTheSystem) {
 
 TEST(Users, AUserWithoutANameIsCalledByHisNumber) { EXPECT_EQ(Users().nameOf(3999999999u), "3999999999"); }
 
+TEST(Users, TheGroupsOfAUserBeginWithHisPrimaryOne) {
+  const Users users;
+  ASSERT_FALSE(users.groupsOf("nobody").empty());
+  EXPECT_EQ(users.groupsOf("root").front(), 0u);
+  EXPECT_EQ(Users({{"toor", 7000, 7100}}, {}).groupsOf("toor"), std::vector<gid_t>{7100});
+  EXPECT_TRUE(users.groupsOf("no such user").empty());
+}
+
 TEST(Users, ANumberIsNeverAName) {
   Users users({{"0", 4711, 4711}, {"4712", 4712, 4712}}, {{"10", 10, {"4712"}}});
   EXPECT_EQ(users.nameOf(4711), "4711");

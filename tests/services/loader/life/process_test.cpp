@@ -17,6 +17,8 @@ namespace {
 using loader::Descriptor;
 using loader::ServiceConfiguration;
 
+constexpr uid_t kOtherUser = 65534;
+
 class ProcessTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -95,12 +97,31 @@ TEST_F(ProcessTest, FolderAndEnvironmentAreThoseConfigured) {
   (void)status();
 }
 
+// They may have other names by now, or none.
+TEST_F(ProcessTest, ItsUserAndGroupsAreThoseOfTheConfiguration) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";
+  configuration_.user = "nobody of this system";
+  configuration_.uid = kOtherUser;
+  configuration_.groups = {4242, 4343};
+  start("id -u >&3; id -g >&3; id -G >&3");
+  EXPECT_EQ(output(), "65534\n4242\n4242 4343\n");
+  EXPECT_EQ(loader::describeEnd(status()), "status 0");
+}
+
+TEST_F(ProcessTest, WithoutGroupsItDoesNotStart) {
+  configuration_.user = "nobody of this system";
+  start("true");
+  EXPECT_EQ(loader::describeEnd(status()), "status 127");
+}
+
 // Its descriptor 3 closes when it has ended.
 TEST_F(ProcessTest, ItDoesNotOutliveTheLoader) {
   for (const std::string& user : {std::string(), std::string("nobody")}) {
     if (!user.empty() && ::geteuid() != 0) break;  // only root can start a process as another user
     if (!mine_.isOpen()) SetUp();
     configuration_.user = user;
+    configuration_.uid = kOtherUser;
+    configuration_.groups = {kOtherUser};
     const pid_t loader = ::fork();
     if (loader == 0) {
       mine_.close();
