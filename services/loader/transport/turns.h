@@ -27,7 +27,7 @@ class Turns {
  public:
   static constexpr Work::Units kFirst = 256 * 1024;    // about a millisecond
   static constexpr Work::Units kAtOnce = 1024 * 1024;  // of first turns in one pass
-  static constexpr Work::Units kNext = 16 * 1024;
+  static constexpr Work::Units kNext = 2 * 1024;       // what a pass costs anyway, or little more
   static constexpr std::size_t kLongRead = 64 * 1024;
   static constexpr std::size_t kShortRead = 2 * 1024;  // which is not charged
   static constexpr std::size_t kMostAhead = 128 * 1024;

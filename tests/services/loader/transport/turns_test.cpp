@@ -26,6 +26,8 @@ class TurnsTest : public testing::Test {
     friend bool operator==(const Heard&, const Heard&) = default;
   };
   static constexpr unsigned int kEnd = 0xffffffff;
+  // Frames that cost kNext each, and a first turn has not enough for them.
+  static constexpr unsigned int kMany = Turns::kFirst / Turns::kNext + 100;
 
   void come(unsigned int count) {
     for (unsigned int i = 0; i < count; ++i) {
@@ -176,7 +178,7 @@ TEST_F(TurnsTest, HoweverManySayMuchAPassOfTheirRestsCostsOneTurn) {
   constexpr unsigned int kSenders = 24;
   come(kSenders + 1);
   cost_ = Turns::kNext;
-  for (unsigned int i = 0; i < kSenders; ++i) say(i, 0, 100);
+  for (unsigned int i = 0; i < kSenders; ++i) say(i, 0, kMany);
   const std::vector<Heard> first = pass();
   EXPECT_LE(first.size(),
             static_cast<std::size_t>((Turns::kAtOnce + Turns::kFirst) / Turns::kNext) + kSenders);
@@ -189,7 +191,7 @@ TEST_F(TurnsTest, HoweverManySayMuchAPassOfTheirRestsCostsOneTurn) {
 TEST_F(TurnsTest, ThoseThatWaitTakeTurnsAndNoneStarves) {
   come(3);
   cost_ = Turns::kNext;
-  for (std::size_t i = 0; i < 3; ++i) say(i, 0, 100);
+  for (std::size_t i = 0; i < 3; ++i) say(i, 0, kMany);
   (void)pass();
   const std::vector<Heard> heard = passes(30);
   for (std::size_t i = 0; i < 3; ++i) EXPECT_GE(of(heard, i).size(), 8u) << i;
@@ -207,9 +209,9 @@ TEST_F(TurnsTest, TheOrderWithinAConnectionIsKept) {
 TEST_F(TurnsTest, WhoClosesWhileItsRestWaitsIsHeardToTheEnd) {
   come(1);
   cost_ = Turns::kNext;
-  say(0, 0, 300);
+  say(0, 0, kMany);
   closeOther(0);
-  std::vector<Heard> expected = inOrder(0, 300);
+  std::vector<Heard> expected = inOrder(0, kMany);
   expected.push_back({0, kEnd});
   EXPECT_EQ(allPasses(), expected);
 }
@@ -217,10 +219,10 @@ TEST_F(TurnsTest, WhoClosesWhileItsRestWaitsIsHeardToTheEnd) {
 TEST_F(TurnsTest, WhoseProcessHasEndedIsHeardAtOnce) {
   come(1);
   cost_ = Turns::kNext;
-  say(0, 0, 300);
+  say(0, 0, kMany);
   std::vector<Heard> heard = pass();
   const std::size_t before = heard.size();
-  EXPECT_LT(before, 300u);
+  EXPECT_LT(before, kMany);
   connection(0).drain();
   EXPECT_EQ(pass().size(), 0u) << "pass() forgets what the drain brought";
   EXPECT_EQ(turns_.ahead(), 0u);
@@ -229,7 +231,7 @@ TEST_F(TurnsTest, WhoseProcessHasEndedIsHeardAtOnce) {
 TEST_F(TurnsTest, AFrameWithManyReceiversIsHandledInParts) {
   come(2);
   cost_ = Turns::kNext;
-  parts_ = 100;
+  parts_ = kMany;
   say(0, 0, 1);
   EXPECT_TRUE(pass().empty());
   EXPECT_EQ(turns_.waiting(), 1u);
@@ -264,17 +266,17 @@ TEST_F(TurnsTest, WhatIsReadAheadIsBoundedForAllTogether) {
 TEST_F(TurnsTest, WhenNobodyWaitsTheLoopSleepsAgain) {
   come(2);
   cost_ = Turns::kNext;
-  say(0, 0, 100);
-  say(1, 0, 100);
-  EXPECT_EQ(allPasses().size(), 200u);
+  say(0, 0, kMany);
+  say(1, 0, kMany);
+  EXPECT_EQ(allPasses().size(), 2 * kMany);
   EXPECT_LE(passesInTicks(5), 20u);
 }
 
 TEST_F(TurnsTest, WhoIsClosedWhileItWaitsHasNoTurn) {
   come(2);
   cost_ = Turns::kNext;
-  say(0, 0, 100);
-  say(1, 0, 100);
+  say(0, 0, kMany);
+  say(1, 0, kMany);
   (void)pass();
   ASSERT_EQ(turns_.waiting(), 2u);
   connection(0).close();
