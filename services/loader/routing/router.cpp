@@ -194,7 +194,6 @@ void Router::deliver(Service& sender, const Envelope& e, Path path) {
   const bool isHeld = to != nullptr && to->isHeldFor;
   const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isNotice()));
   if (!isTaken) return reportBrokenPath(sender, e, path);
-  to->lastActive = now_;
   deliverCopy(sender, e, *to, path.withoutFirst());
   if (isHeld) reportNeed(*to, e);
 }
@@ -230,8 +229,14 @@ void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path r
   else deliverRequest(sender, e, to, rest);
 }
 
+// What goes to all keeps nobody from leaving.
+void Router::noteActivity(const Envelope& e, Service& to) const {
+  if (e.path()[0] != kl::PATH_ALL) to.lastActive = now_;
+}
+
 // A reply that its asker has no room for becomes a short one that says so.
 void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path rest) {
+  noteActivity(e, to);
   if (!e.hasRequestId || !requests_.take(to, sender, e.requestId, rest)) return;  // R2
   if (outbox_.deliver(to, sender, e, rest, Urgency::kReply)) return;
   sendError(to, errorAbout(inFrontOf(sender.id, idsOf(e.returnPath())), idsOf(rest), kl::ERROR_BUSY), e);
@@ -244,6 +249,7 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   const Access access =
       isWanted ? Access::ofNotification(sender.rights) : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
+  noteActivity(e, to);
   makeAcquainted(sender, to);
   const auto hasRoom = [&] {
     return !outbox_.isFull(to, sender) && outbox_.canAnswer(sender) &&

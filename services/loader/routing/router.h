@@ -100,6 +100,7 @@ class Router {
   void deliver(Service& sender, const Envelope& e, Path path);
   void deliverToLoader(Service& sender, const Envelope& e, Path path);
   void deliverCopy(Service& sender, const Envelope& e, Service& to, Path rest);
+  void noteActivity(const Envelope& e, Service& to) const;
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);

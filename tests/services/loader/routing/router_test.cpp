@@ -440,6 +440,18 @@ TEST_F(RouterTest, ADeniedRequestStartsNobody) {
   EXPECT_TRUE(needed_.empty());
 }
 
+TEST_F(RouterTest, ADeniedRequestKeepsNobodyFromLeaving) {
+  const auto lastActive = [&](unsigned int now, const kl::message& m) {
+    router_.setNow(now);
+    (void)route(a_, m);
+    return b_.lastActive;
+  };
+  EXPECT_EQ(lastActive(100, request({24}, kl::CMD_GET, 5)), 100u);
+  EXPECT_EQ(lastActive(200, request({kl::PATH_ALL}, kl::CMD_NOOP, 6)), 100u);
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  EXPECT_EQ(lastActive(300, request({24}, kl::CMD_GET, 7)), 100u);
+}
+
 TEST_F(RouterTest, ARequestOfTheTrustedCarriesTheirNameUnlessItNamesSomebody) {
   a_.rights = loader::trustedRights("root");
   kl::message m = request({24}, kl::CMD_SET, 5);
