@@ -209,15 +209,17 @@ unsigned int subscribeMany(unsigned int count, unsigned int expected) {
     wish.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
     if (!peer.send(wish)) return 0;
   }
-  std::set<std::vector<unsigned int>> told;
+  if (!peer.send(request({kl::SERVICE_LOADER}, kl::CMD_GETALL, 9)) || !peer.receiveReply(9)) return 0;
+  std::set<unsigned int> told;
   static RawPeer changes[2];  // new rows of the table
   for (RawPeer& change : changes) {
     if (!change.connect() || change.registerAs(0) == 0) return 0;
-    for (std::set<std::vector<unsigned int>> now; now.size() < expected;) {
+    for (std::set<unsigned int> now; now.size() < expected;) {
       const auto next = peer.receiveCommand(kl::CMD_NOTIFY);
       if (!next) return 0;
-      now.insert(next->get(kl::SYS_TO, {}));
-      told.insert(next->get(kl::SYS_TO, {}));
+      const std::vector<unsigned int> to = next->get(kl::SYS_TO, {});
+      now.insert(to.back());
+      told.insert(to.back());
     }
   }
   return static_cast<unsigned int>(told.size());
