@@ -11,7 +11,7 @@
 //     if (!walk.ok()) return refuse();        // the bytes did not end where a record ends
 //
 // The walk accepts exactly what kl::message::unflatten accepts of this format; the older format is not
-// walked.
+// walked.  kl/message_view.h finds fields by their ids.
 
 #include <cstddef>
 #include <span>
@@ -30,6 +30,69 @@ constexpr unsigned int readLe16(const unsigned char* at) {
 constexpr unsigned int readLe32(const unsigned char* at) { return readLe16(at) | readLe16(at + 2) << 16; }
 constexpr unsigned long long readLe64(const unsigned char* at) {
   return readLe32(at) | static_cast<unsigned long long>(readLe32(at + 4)) << 32;
+}
+
+// What follows the id of a record, by the last byte of the id as written, in which bits 31..27 tell the type and bit 24
+// is the flag: so many bytes; a length of one byte or of two, and so many bytes; a count of two bytes and elements of one
+// size, or elements with a length each.
+struct RecordShapes {
+  static constexpr unsigned char kMostBytes = 16, kShortLength = 17, kLongLength = 18, kElements = 19,
+                                 kPrefixedElements = 64, kUnknown = 65;
+  unsigned char codes[256];
+};
+constexpr unsigned char recordShape(unsigned int last) {
+  const bool isArray = last >= 128;
+  const bool flag = (last & 1) != 0;
+  switch (last >> 3 & 15) {
+    case 0: return isArray ? RecordShapes::kElements + 1 : 0;
+    case 1: return isArray ? RecordShapes::kElements + 4 : flag ? 1 : 4;
+    case 2: return isArray ? RecordShapes::kElements + 8 : 8;
+    case 3: return isArray ? RecordShapes::kElements + 16 : 16;
+    case 4:
+    case 5:
+    case 6:
+      return isArray ? RecordShapes::kPrefixedElements
+             : flag  ? RecordShapes::kShortLength
+                     : RecordShapes::kLongLength;
+    default: return RecordShapes::kUnknown;
+  }
+}
+constexpr RecordShapes recordShapes() {
+  RecordShapes shapes{};
+  for (unsigned int last = 0; last < 256; ++last) shapes.codes[last] = recordShape(last);
+  return shapes;
+}
+inline constexpr RecordShapes kRecordShapes = recordShapes();
+
+// Bytes of the array record at `at`, as recordBytes().
+inline std::size_t arrayBytes(const unsigned char* at, std::size_t left) {
+  const unsigned int code = kRecordShapes.codes[at[3]];
+  if (code == RecordShapes::kUnknown || left < 6) return 0;
+  unsigned int count = readLe16(at + 4);
+  std::size_t bytes = 6;
+  if (code != RecordShapes::kPrefixedElements) {
+    bytes += std::size_t{count} * (code - RecordShapes::kElements);
+    return left < bytes ? 0 : bytes;
+  }
+  for (; count > 0; --count) {
+    if (left - bytes < 2 || left - bytes - 2 < readLe16(at + bytes)) return 0;
+    bytes += 2 + readLe16(at + bytes);
+  }
+  return bytes;
+}
+
+// Bytes of the record at `at`, of which `left` are there; 0 if its type is unknown or it is not all there.
+inline std::size_t recordBytes(const unsigned char* at, std::size_t left) {
+  if (left < 4) return 0;
+  const std::size_t code = kRecordShapes.codes[at[3]];
+  std::size_t bytes = 4 + code;
+  if (code > RecordShapes::kMostBytes) {
+    if (code > RecordShapes::kLongLength) return arrayBytes(at, left);
+    const std::size_t header = code == RecordShapes::kShortLength ? 5 : 6;
+    if (left < header) return 0;
+    bytes = header + (header == 5 ? at[4] : readLe16(at + 4));
+  }
+  return left < bytes ? 0 : bytes;
 }
 
 // One record, as a view of the bytes that it was found in.
@@ -75,6 +138,18 @@ class Record {
 
  private:
   friend class RecordWalk;
+  friend class message_view;
+
+  // Becomes the record of these bytes.  Needs: it is all there.
+  void take(std::span<const unsigned char> bytes) {
+    const unsigned int code = kRecordShapes.codes[bytes[3]];
+    const unsigned int written = readLe32(bytes.data());
+    bytes_ = bytes;
+    id_ = written & ~0x01000000U;
+    flag_ = (written & 0x01000000) != 0;
+    header_ = code <= RecordShapes::kMostBytes ? 4 : code == RecordShapes::kShortLength ? 5 : 6;
+    count_ = isArray() ? readLe16(bytes.data() + 4) : 1;
+  }
 
   bool is(RecordKind kind) const { return !bytes_.empty() && !isArray() && this->kind() == kind; }
 
@@ -112,69 +187,11 @@ class RecordWalk {
   bool ok() const { return ok_; }
 
  private:
-  std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
-
   bool read(Record& record) {
-    if (left() < 4) return false;
-    const unsigned int written = readLe32(at_);
-    record.id_ = written & ~0x01000000U;
-    record.flag_ = (written & 0x01000000) != 0;
-    std::size_t payload = 0;
-    if (!measure(record, payload) || left() - record.header_ < payload) return false;
-    record.bytes_ = {at_, record.header_ + payload};
-    at_ += record.header_ + payload;
-    return true;
-  }
-
-  // Finds the header's and the payload's length.  False for an unknown type or a header that is cut off.
-  bool measure(Record& record, std::size_t& payload) const {
-    record.header_ = 4;
-    record.count_ = 1;
-    if (record.isArray()) return measureArray(record, payload);
-    switch (record.kind()) {
-      case RecordKind::kBool: payload = 0; return true;
-      case RecordKind::kU32: payload = record.flag_ ? 1 : 4; return true;
-      case RecordKind::kU64: payload = 8; return true;
-      case RecordKind::kAddr6: payload = 16; return true;
-      case RecordKind::kString:
-      case RecordKind::kMessage:
-      case RecordKind::kRaw: return measureBytes(record, payload);
-    }
-    return false;
-  }
-
-  bool measureBytes(Record& record, std::size_t& payload) const {
-    record.header_ = record.flag_ ? 5 : 6;
-    if (left() < record.header_) return false;
-    payload = record.flag_ ? at_[4] : readLe16(at_ + 4);
-    return true;
-  }
-
-  bool measureArray(Record& record, std::size_t& payload) const {
-    record.header_ = 6;
-    if (left() < 6) return false;
-    record.count_ = readLe16(at_ + 4);
-    switch (record.kind()) {
-      case RecordKind::kBool: payload = record.count_; return true;
-      case RecordKind::kU32: payload = std::size_t{4} * record.count_; return true;
-      case RecordKind::kU64: payload = std::size_t{8} * record.count_; return true;
-      case RecordKind::kAddr6: payload = std::size_t{16} * record.count_; return true;
-      case RecordKind::kString:
-      case RecordKind::kMessage:
-      case RecordKind::kRaw: return measureElements(record.count_, payload);
-    }
-    return false;
-  }
-
-  bool measureElements(unsigned int count, std::size_t& payload) const {
-    const std::size_t room = left() - 6;
-    payload = 0;
-    for (unsigned int i = 0; i < count; ++i) {
-      if (room - payload < 2) return false;
-      const std::size_t length = readLe16(at_ + 6 + payload);
-      if (room - payload - 2 < length) return false;
-      payload += 2 + length;
-    }
+    const std::size_t bytes = recordBytes(at_, static_cast<std::size_t>(end_ - at_));
+    if (bytes == 0) return false;
+    record.take({at_, bytes});
+    at_ += bytes;
     return true;
   }
 

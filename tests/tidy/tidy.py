@@ -27,7 +27,7 @@ LAYERS = (
     {"export", "bind"},
     {"message"},
     {"field", "records"},
-    {"conventions", "runner"},
+    {"conventions", "runner", "message_view"},
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights"},
     {"looper"},
     {"reget"},
