@@ -16,7 +16,16 @@ namespace {
 
 using benchmark::DoNotOptimize;
 using Bytes = std::vector<unsigned char>;
-using Read = std::function<unsigned long long(const kl::message&)>;
+
+// The three ways in which a workload is read.
+template <class Value, class Reference, class View>
+struct Readers {
+  Value byValue;
+  Reference byReference;
+  View inPlace;
+};
+template <class Value, class Reference, class View>
+Readers(Value, Reference, View) -> Readers<Value, Reference, View>;
 
 // What the operations of one workload share, made once and kept to the end.
 template <class Struct, class Source>
@@ -49,8 +58,8 @@ Workload<Struct, Source>& makeWorkload(const Source& source) {
   return made;
 }
 
-template <class Work, class ReadValue, class ReadReference>
-void verify(const std::string& name, Work& work, ReadValue readValue, ReadReference readReference) {
+template <class Work, class Read>
+void verify(const std::string& name, Work& work, const Read& read) {
   kl::message built;
   bench::product::build(built, work.source);
   Bytes flat;
@@ -60,7 +69,9 @@ void verify(const std::string& name, Work& work, ReadValue readValue, ReadRefere
   require(bench::limit::parse(*work.scratch, flat.data(), flat.size()), name, "what can be parsed");
   const kl::message parsed(flat);
   const unsigned long long sum = bench::limit::read(*work.scratch);
-  require(readValue(parsed) == sum && readReference(parsed) == sum, name, "the sum of the values read");
+  require(read.byValue(parsed) == sum && read.byReference(parsed) == sum &&
+              read.inPlace(kl::message_view(work.bytes)) == sum,
+          name, "the sum of the values read");
   require(parsed == built && bench::limit::equal(*work.scratch, *work.other), name, "what is equal");
 }
 
@@ -89,8 +100,8 @@ void addBuilding(const std::string& name, Work& work) {
                  }));
 }
 
-template <class Work, class ReadValue, class ReadReference>
-void addParsing(const std::string& name, Work& work, ReadValue readValue, ReadReference readReference) {
+template <class Work, class Read>
+void addParsing(const std::string& name, Work& work, const Read& read) {
   const auto limitParseAndRead = bench::repeated([&work] {
     DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
     DoNotOptimize(bench::limit::read(*work.scratch));
@@ -104,14 +115,20 @@ void addParsing(const std::string& name, Work& work, ReadValue readValue, ReadRe
                                                           work.buffer.get()));
                    benchmark::ClobberMemory();
                  }));
-  bench::addPair(name + "/parse+read", bench::repeated([&work, readValue] {
+  bench::addPair(name + "/parse+read", bench::repeated([&work, readValue = read.byValue] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(readValue(parsed));
                  }),
                  limitParseAndRead);
-  bench::addPair(name + "/parse+read by reference", bench::repeated([&work, readReference] {
+  bench::addPair(name + "/parse+read by reference",
+                 bench::repeated([&work, readReference = read.byReference] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(readReference(parsed));
+                 }),
+                 limitParseAndRead);
+  bench::addPair(name + "/parse+read in place", bench::repeated([&work, readInPlace = read.inPlace] {
+                   const kl::message_view view(work.bytes);
+                   DoNotOptimize(readInPlace(view));
                  }),
                  limitParseAndRead);
 }
@@ -133,30 +150,37 @@ void addCopyAndCompare(const std::string& name, Work& work) {
                  bench::repeated([&work] { DoNotOptimize(bench::limit::equal(*work.plain, *work.other)); }));
 }
 
-template <class Struct, class Source, class ReadValue, class ReadReference>
-void add(const std::string& name, const Source& source, ReadValue readValue, ReadReference readReference) {
+template <class Struct, class Source, class Read>
+void add(const std::string& name, const Source& source, const Read& read) {
   auto& work = makeWorkload<Struct>(source);
-  verify(name, work, readValue, readReference);
+  verify(name, work, read);
   addBuilding(name, work);
-  addParsing(name, work, readValue, readReference);
+  addParsing(name, work, read);
   addCopyAndCompare(name, work);
+}
+
+// Of the functions that have one name, one that reads messages and one that reads views.
+using OfMessage = unsigned long long (*)(const kl::message&);
+using OfView = unsigned long long (*)(const kl::message_view&);
+Readers<OfMessage, OfMessage, OfView> readersOf(OfMessage byValue, OfMessage byReference, OfView inPlace) {
+  return {byValue, byReference, inPlace};
 }
 
 void addFlat(unsigned int fields) {
   using namespace bench::product;
-  add<bench::limit::Flat>(
-      "flat " + std::to_string(fields), bench::flatSource(fields),
-      [fields](const kl::message& in) { return readFlat(in, fields); },
-      [fields](const kl::message& in) { return readFlatByReference(in, fields); });
+  add<bench::limit::Flat>("flat " + std::to_string(fields), bench::flatSource(fields),
+                          Readers{[fields](const kl::message& in) { return readFlat(in, fields); },
+                                  [fields](const kl::message& in) { return readFlatByReference(in, fields); },
+                                  [fields](const kl::message_view& in) { return readFlat(in, fields); }});
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace bench::product;
-  add<bench::limit::W1>("W1", bench::w1Source(1), readW1, readW1ByReference);
-  add<bench::limit::W2>("W2", bench::w2Source(1), readW2, readW2ByReference);
-  add<bench::limit::W3>("W3", bench::w3Source(), readW3, readW3ByReference);
+  add<bench::limit::W1>("W1", bench::w1Source(1), readersOf(readW1, readW1ByReference, readW1));
+  add<bench::limit::W2>("W2", bench::w2Source(1), readersOf(readW2, readW2ByReference, readW2));
+  add<bench::limit::W3>("W3", bench::w3Source(), readersOf(readW3, readW3ByReference, readW3));
   for (const unsigned int fields : {10U, 100U, 1000U, 5000U}) addFlat(fields);
   return bench::run(argc, argv);
 }

@@ -19,13 +19,15 @@ unsigned long long ends(const kl::IPAddr6& address) {
   return sizeof(address) + bytes[0] + bytes[sizeof(address) - 1];
 }
 
-unsigned long long sumOf(const std::vector<unsigned int>& path) {
+template <class Path>
+unsigned long long sumOf(const Path& path) {
   unsigned long long sum = path.size();
   for (const unsigned int hop : path) sum += hop;
   return sum;
 }
 
-unsigned long long readW1Numbers(const kl::message& in) {
+template <class Message>
+unsigned long long readW1Numbers(const Message& in) {
   unsigned long long sum = in.get_u32(id::kType, 0);
   sum += in.get_u32(id::kRequestId, 0);
   sum += in.get_u32(id::kCommand, 0);
@@ -35,7 +37,8 @@ unsigned long long readW1Numbers(const kl::message& in) {
   return sum + (in.get_bool(id::kReplyExpected, false) ? 1 : 0);
 }
 
-unsigned long long readW2Numbers(const kl::message& in) {
+template <class Message>
+unsigned long long readW2Numbers(const Message& in) {
   unsigned long long sum = in.get_u64(id::kBytesIn, 0);
   for (unsigned int i = 0; i < 8; ++i) sum += in.get_u32(id::kNumber + i, 0);
   for (unsigned int i = 0; i < 4; ++i) sum += in.get_bool(id::kFlag + i, false) ? 1 : 0;
@@ -136,6 +139,31 @@ unsigned long long readW3ByReference(const kl::message& in) {
 unsigned long long readFlatByReference(const kl::message& in, unsigned int fields) {
   unsigned long long sum = 0;
   for (unsigned int i = 0; i < fields; ++i) sum += ends(*in.get_string_ref(id::kFlat + i));
+  return sum;
+}
+
+unsigned long long readW1(const kl::message_view& in) {
+  return readW1Numbers(in) + sumOf(in.get_u32_array(id::kTo)) + sumOf(in.get_u32_array(id::kFrom)) +
+         ends(in.get_string(id::kUser, kNoText));
+}
+
+unsigned long long readW2(const kl::message_view& in) {
+  unsigned long long sum = readW2Numbers(in);
+  for (unsigned int i = 0; i < 4; ++i) sum += ends(in.get_string(id::kText + i, kNoText));
+  sum += ends(in.get_raw(id::kKey, kNoBytes));
+  return sum + readW1(in.get_message(id::kOrigin));
+}
+
+unsigned long long readW3(const kl::message_view& in) {
+  const auto objects = in.get_message_array(id::kObjects);
+  unsigned long long sum = objects.size();
+  for (const kl::message_view object : objects) sum += readW2(object);
+  return sum;
+}
+
+unsigned long long readFlat(const kl::message_view& in, unsigned int fields) {
+  unsigned long long sum = 0;
+  for (unsigned int i = 0; i < fields; ++i) sum += ends(in.get_string(id::kFlat + i, kNoText));
   return sum;
 }
 

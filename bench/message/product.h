@@ -2,6 +2,7 @@
 // product.h: the same messages as a service makes and reads them with kl::message.
 
 #include "bench/message/sources.h"
+#include "kl/message_view.h"
 
 namespace bench::product {
 
@@ -21,5 +22,11 @@ unsigned long long readW1ByReference(const kl::message& in);
 unsigned long long readW2ByReference(const kl::message& in);
 unsigned long long readW3ByReference(const kl::message& in);
 unsigned long long readFlatByReference(const kl::message& in, unsigned int fields);
+
+// The same from the bytes, in place.
+unsigned long long readW1(const kl::message_view& in);
+unsigned long long readW2(const kl::message_view& in);
+unsigned long long readW3(const kl::message_view& in);
+unsigned long long readFlat(const kl::message_view& in, unsigned int fields);
 
 }  // namespace bench::product
