@@ -4,7 +4,9 @@
 #include <cstring>
 #include <iosfwd>
 #include <ostream>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -27,6 +29,10 @@ inline constexpr IPAddr6 IPAddr6::zero{};
 
 template <class T>
 class field;  // kl/field.h: a field id that knows its type
+
+class message_view;  // kl/message_view.h: a message read where its bytes lie
+template <class T>
+class array_view;
 
 // An output stream over memory of the caller's: it never allocates, formats no locale and is therefore
 // fit for a crash report.  What does not fit is dropped without notice.
@@ -166,6 +172,25 @@ class KL_API message {
   std::vector<std::string> get_string_array(unsigned int id) const;
   std::vector<std::vector<unsigned char>> get_raw_array(unsigned int id) const;
   std::vector<flat_message> get_message_array(unsigned int id) const;
+
+  // --- Getters in place ----------------------------------------------------------------------------
+  //
+  // The value where it lies, or `def` where the field is absent; nothing is allocated.  It is valid until this message
+  // is changed, assigned or destroyed, or the value through a pointer from a reference getter.  Copies taken in the
+  // meantime do not matter.  The last two, and nothing else, need kl/message_view.h.
+
+  std::string_view view_string(unsigned int id, std::string_view def) const {
+    const Stored value = stored(id, 0x20000000);
+    return value.isThere ? std::string_view(reinterpret_cast<const char*>(value.bytes), value.size) : def;
+  }
+  std::span<const unsigned char> view_raw(unsigned int id, std::span<const unsigned char> def) const {
+    const Stored value = stored(id, 0x30000000);
+    return value.isThere ? std::span(value.bytes, value.size) : def;
+  }
+  // Without fields where it is absent.
+  message_view view_message(unsigned int id) const;
+  // Empty where it is absent.
+  array_view<unsigned int> view_u32_array(unsigned int id) const;
 
   // --- Const reference getters -------------------------------------------------------------------
   //
@@ -322,6 +347,15 @@ class KL_API message {
 
  private:
   friend struct RepAccess;
+
+  // A string, message, raw value or u32 array as bytes: those of the format, or the numbers as this machine has them.
+  struct Stored {
+    const unsigned char* bytes = nullptr;
+    unsigned int size = 0;
+    bool isThere = false;
+    bool isNative = false;
+  };
+  Stored stored(unsigned int id, unsigned int typeBits) const;
 
   static void release(Rep* rep);
 

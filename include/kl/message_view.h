@@ -92,31 +92,36 @@ class array_view {
 
    private:
     friend class array_view;
-    iterator(const unsigned char* at, unsigned int left) : at_(at), left_(left) {}
+    iterator(const unsigned char* at, unsigned int left, bool isNative = false)
+        : at_(at), left_(left), isNative_(isNative) {}
 
     const unsigned char* at_ = nullptr;
     unsigned int left_ = 0;
+    bool isNative_ = false;
   };
 
   array_view() = default;
   unsigned int size() const { return count_; }
   bool empty() const { return count_ == 0; }
-  iterator begin() const { return {elements_, count_}; }
+  iterator begin() const { return {elements_, count_, isNative_}; }
   iterator end() const { return {nullptr, 0}; }
   // Needs: index < size().
   value_type operator[](unsigned int index) const requires(kElementBytes != 0) {
-    return *iterator(elements_ + kElementBytes * index, count_ - index);
+    return *iterator(elements_ + kElementBytes * index, count_ - index, isNative_);
   }
   value_type front() const { return *begin(); }
   // The elements as an array of a message's.
   std::vector<T> values() const;
 
  private:
+  friend class message;
   friend class message_view;
-  array_view(const unsigned char* elements, unsigned int count) : elements_(elements), count_(count) {}
+  array_view(const unsigned char* elements, unsigned int count, bool isNative = false)
+      : elements_(elements), count_(count), isNative_(isNative) {}
 
   const unsigned char* elements_ = nullptr;
   unsigned int count_ = 0;
+  bool isNative_ = false;  // numbers as this machine has them, not those of the format
 };
 
 // A message that is only read, over the bytes that it was received as:
@@ -396,7 +401,9 @@ auto array_view<T>::iterator::operator*() const -> value_type {
   if constexpr (std::is_same_v<T, bool>) {
     return *at_ != 0;
   } else if constexpr (std::is_same_v<T, unsigned int>) {
-    return readLe32(at_);
+    const unsigned int number = readLe32(at_);
+    if constexpr (std::endian::native == std::endian::little) return number;
+    else return isNative_ ? __builtin_bswap32(number) : number;
   } else if constexpr (std::is_same_v<T, unsigned long long>) {
     return readLe64(at_);
   } else if constexpr (std::is_same_v<T, IPAddr6>) {
@@ -420,6 +427,18 @@ std::vector<T> array_view<T>::values() const {
     else all.emplace_back(i.at_ + 2, i.at_ + 2 + readLe16(i.at_));
   }
   return all;
+}
+
+// --- Values of a message -------------------------------------------------------------------------------------
+
+inline message_view message::view_message(unsigned int id) const {
+  const Stored value = stored(id, 0x28000000);
+  return message_view(value.bytes, value.size);
+}
+
+inline array_view<unsigned int> message::view_u32_array(unsigned int id) const {
+  const Stored value = stored(id, 0x88000000);
+  return {value.bytes, value.size / 4, value.isNative};
 }
 
 // --- Reading the records -------------------------------------------------------------------------------------

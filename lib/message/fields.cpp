@@ -67,6 +67,20 @@ message::flat_message message::get_message(unsigned int id, const flat_message& 
   return valueOr<Kind::message>(*this, id, def);
 }
 
+// --- Getters in place ------------------------------------------------------------------------------------
+
+message::Stored message::stored(unsigned int id, unsigned int typeBits) const {
+  const Node* node = RepAccess::read(*this).find(container::kindOf(typeBits), id);
+  if (node == nullptr) return {};
+  if (node->kind != Kind::u32Array || !node->hasObject()) {
+    const container::Span bytes = container::bytesOf(*node);
+    return {bytes.data, static_cast<unsigned int>(bytes.size), true, false};
+  }
+  const std::vector<unsigned int>& numbers = *node->objectIfAny<Kind::u32Array>();
+  return {reinterpret_cast<const unsigned char*>(numbers.data()),
+          static_cast<unsigned int>(4 * numbers.size()), true, true};
+}
+
 // --- Const reference getters -----------------------------------------------------------------------------
 
 const bool* message::get_bool_ref(unsigned int id) const {

@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "kl/message.h"
+#include "kl/message_view.h"
 #include "message/rep.h"
+#include "tests/lib/message/allocation_count.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -309,6 +311,72 @@ TEST(ReferencesDeathTest, AConstReferenceNeedsTheField) {
   EXPECT_DEATH((void)m.get_string_ref(0x20000001), "const reference to field 0x20000001");
   EXPECT_DEATH((void)m.get_u64_ref(0x10000001), "const reference to field 0x10000001");
   EXPECT_DEATH((void)m.get_u32_array_ref(0x88000001), "const reference to field 0x88000001");
+}
+
+// --- Values in place -----------------------------------------------------------------------------------------
+
+message withAllThatLiesInPlace() {
+  message nested;
+  nested.insert_u32(0x08000001, 5);
+  message m;
+  m.insert_string(0x20000001, "ab");
+  m.insert_raw(0x30000001, {1, 2, 3});
+  m.insert_message(0x28000001, nested);
+  m.insert_u32_array(0x88000001, {7, 0x01020304});
+  return m;
+}
+
+void expectAllInPlace(const message& m) {
+  EXPECT_EQ(m.view_string(0x20000001, "?"), "ab");
+  const std::span<const unsigned char> raw = m.view_raw(0x30000001, {});
+  EXPECT_EQ(Bytes(raw.begin(), raw.end()), (Bytes{1, 2, 3}));
+  EXPECT_EQ(m.view_message(0x28000001).get_u32(0x08000001, 0), 5u);
+  EXPECT_EQ(m.view_u32_array(0x88000001).values(), (std::vector<unsigned int>{7, 0x01020304}));
+  EXPECT_EQ(m.view_u32_array(0x88000001)[1], 0x01020304u);
+}
+
+TEST(InPlace, AValueIsSeenWhereverItLies) {
+  const message built = withAllThatLiesInPlace();
+  expectAllInPlace(built);
+  expectAllInPlace(message(built.flattened()));
+  (void)built.get_string_ref(0x20000001);
+  (void)built.get_raw_ref(0x30000001);
+  (void)built.get_message_ref(0x28000001);
+  (void)built.get_u32_array_ref(0x88000001);
+  expectAllInPlace(built);
+}
+
+TEST(InPlace, WhatIsChangedThroughAPointerIsSeenChanged) {
+  message m = withAllThatLiesInPlace();
+  *m.get_string_ref(0x20000001) = "changed";
+  m.get_u32_array_ref(0x88000001)->push_back(9);
+  m.get_raw_ref(0x30000001)->clear();
+  EXPECT_EQ(m.view_string(0x20000001, "?"), "changed");
+  EXPECT_EQ(m.view_u32_array(0x88000001).values(), (std::vector<unsigned int>{7, 0x01020304, 9}));
+  EXPECT_TRUE(m.view_raw(0x30000001, Bytes{1}).empty());
+}
+
+TEST(InPlace, WhatIsAbsentOrOfAnotherKindGivesTheDefault) {
+  message m;
+  m.insert_raw(0x20000001, {1});
+  const Bytes def{9};
+  EXPECT_EQ(m.view_string(0x20000001, "none"), "none");
+  EXPECT_EQ(m.view_string(0x20000002, "none"), "none");
+  EXPECT_EQ(m.view_raw(0x30000001, def).data(), def.data());
+  EXPECT_TRUE(m.view_message(0x28000001).empty());
+  EXPECT_TRUE(m.view_u32_array(0x88000001).empty());
+  m.insert_string(0x20000003, "");
+  EXPECT_EQ(m.view_string(0x20000003, "none"), "");
+}
+
+TEST(InPlace, NothingIsAllocated) {
+  const message m(withAllThatLiesInPlace().flattened());
+  const kl::test::AllocationCount count;
+  std::size_t sum = m.view_string(0x20000001, "").size() + m.view_raw(0x30000001, {}).size();
+  sum += m.view_message(0x28000001).size();
+  for (const unsigned int number : m.view_u32_array(0x88000001)) sum += number;
+  EXPECT_EQ(count.since(), 0u);
+  EXPECT_EQ(sum, 2u + 3 + 1 + 7 + 0x01020304);
 }
 
 // --- Kinds that disagree with their id ------------------------------------------------------------------------

@@ -340,12 +340,19 @@ TEST(MessageView, AFieldThatStandsTwiceIsSeenWhereverItStands) {
   }
 }
 
-// Ids that share a bit of every table, as a peer may choose them: more than are looked for.
+// Ids that all share one bit of the table by which doubles are noticed, as a peer may choose them: few enough to be
+// looked for, and too many.
 TEST(MessageView, IdsThatCollideAreToldApart) {
-  for (const unsigned int step : {0x2000U, 0x4000U, 0x8000U}) {
-    Numbers ids;
-    for (unsigned int i = 0; i < 60; ++i) ids.push_back(0x08000000 + i * step % 0x00FF0000 + i);
-    EXPECT_EQ(viewDifferences(numbersUnder(ids)), "") << step;
+  constexpr unsigned int kMask = 0x1FFF;
+  for (const unsigned int colliding : {10U, 128U}) {
+    Numbers ids = consecutive(128 - colliding);
+    for (unsigned int i = 0; i < colliding; ++i) {
+      const unsigned int upper = 0x0801 + i / 8;
+      ids.push_back(upper << 16 | (i % 8) << 13 | ((0x1234 - upper * 0x9E35) & kMask));
+    }
+    EXPECT_EQ(viewDifferences(numbersUnder(ids)), "") << colliding;
+    ids.back() = ids[ids.size() - 2];
+    EXPECT_EQ(viewDifferences(numbersUnder(ids)), "") << colliding;
   }
 }
 
