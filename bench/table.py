@@ -25,6 +25,7 @@ MESSAGE_AIMS = {
     "W3/parse+read": 5, "W3/parse+read by reference": 5,
     **{f"{case}/parse+read in place": aim
        for case, aim in (("W1", 2), ("W2", 2), ("W3", 2), ("flat 100", 3), ("flat 1000", 3), ("flat 5000", 3))},
+    "W1/parse+read by view": 4.2, "W2/parse+read by view": 4, "W3/parse+read by view": 4.5,
     "flat 5000/build+flatten": 6, "flat 5000/parse+read": 5, "flat 5000/parse+read by reference": 5,
 }
 ALLOCATION_AIMS = {"W1/parse": 1, "W2/parse": 1}

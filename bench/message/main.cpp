@@ -17,15 +17,16 @@ namespace {
 using benchmark::DoNotOptimize;
 using Bytes = std::vector<unsigned char>;
 
-// The three ways in which a workload is read.
-template <class Value, class Reference, class View>
+// The ways in which a workload is read.
+template <class Value, class Reference, class View, class InPlace>
 struct Readers {
   Value byValue;
   Reference byReference;
-  View inPlace;
+  View byView;
+  InPlace inPlace;
 };
-template <class Value, class Reference, class View>
-Readers(Value, Reference, View) -> Readers<Value, Reference, View>;
+template <class Value, class Reference, class View, class InPlace>
+Readers(Value, Reference, View, InPlace) -> Readers<Value, Reference, View, InPlace>;
 
 // What the operations of one workload share, made once and kept to the end.
 template <class Struct, class Source>
@@ -69,7 +70,7 @@ void verify(const std::string& name, Work& work, const Read& read) {
   require(bench::limit::parse(*work.scratch, flat.data(), flat.size()), name, "what can be parsed");
   const kl::message parsed(flat);
   const unsigned long long sum = bench::limit::read(*work.scratch);
-  require(read.byValue(parsed) == sum && read.byReference(parsed) == sum &&
+  require(read.byValue(parsed) == sum && read.byReference(parsed) == sum && read.byView(parsed) == sum &&
               read.inPlace(kl::message_view(work.bytes)) == sum,
           name, "the sum of the values read");
   require(parsed == built && bench::limit::equal(*work.scratch, *work.other), name, "what is equal");
@@ -126,6 +127,11 @@ void addParsing(const std::string& name, Work& work, const Read& read) {
                    DoNotOptimize(readReference(parsed));
                  }),
                  limitParseAndRead);
+  bench::addPair(name + "/parse+read by view", bench::repeated([&work, readView = read.byView] {
+                   const kl::message parsed(work.bytes);
+                   DoNotOptimize(readView(parsed));
+                 }),
+                 limitParseAndRead);
   bench::addPair(name + "/parse+read in place", bench::repeated([&work, readInPlace = read.inPlace] {
                    const kl::message_view view(work.bytes);
                    DoNotOptimize(readInPlace(view));
@@ -162,8 +168,9 @@ void add(const std::string& name, const Source& source, const Read& read) {
 // Of the functions that have one name, one that reads messages and one that reads views.
 using OfMessage = unsigned long long (*)(const kl::message&);
 using OfView = unsigned long long (*)(const kl::message_view&);
-Readers<OfMessage, OfMessage, OfView> readersOf(OfMessage byValue, OfMessage byReference, OfView inPlace) {
-  return {byValue, byReference, inPlace};
+Readers<OfMessage, OfMessage, OfMessage, OfView> readersOf(OfMessage byValue, OfMessage byReference,
+                                                           OfMessage byView, OfView inPlace) {
+  return {byValue, byReference, byView, inPlace};
 }
 
 void addFlat(unsigned int fields) {
@@ -171,6 +178,7 @@ void addFlat(unsigned int fields) {
   add<bench::limit::Flat>("flat " + std::to_string(fields), bench::flatSource(fields),
                           Readers{[fields](const kl::message& in) { return readFlat(in, fields); },
                                   [fields](const kl::message& in) { return readFlatByReference(in, fields); },
+                                  [fields](const kl::message& in) { return readFlatByView(in, fields); },
                                   [fields](const kl::message_view& in) { return readFlat(in, fields); }});
 }
 
@@ -178,9 +186,9 @@ void addFlat(unsigned int fields) {
 
 int main(int argc, char** argv) {
   using namespace bench::product;
-  add<bench::limit::W1>("W1", bench::w1Source(1), readersOf(readW1, readW1ByReference, readW1));
-  add<bench::limit::W2>("W2", bench::w2Source(1), readersOf(readW2, readW2ByReference, readW2));
-  add<bench::limit::W3>("W3", bench::w3Source(), readersOf(readW3, readW3ByReference, readW3));
+  add<bench::limit::W1>("W1", bench::w1Source(1), readersOf(readW1, readW1ByReference, readW1ByView, readW1));
+  add<bench::limit::W2>("W2", bench::w2Source(1), readersOf(readW2, readW2ByReference, readW2ByView, readW2));
+  add<bench::limit::W3>("W3", bench::w3Source(), readersOf(readW3, readW3ByReference, readW3ByView, readW3));
   for (const unsigned int fields : {10U, 100U, 1000U, 5000U}) addFlat(fields);
   return bench::run(argc, argv);
 }

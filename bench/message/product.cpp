@@ -142,6 +142,32 @@ unsigned long long readFlatByReference(const kl::message& in, unsigned int field
   return sum;
 }
 
+unsigned long long readW1ByView(const kl::message& in) {
+  return readW1Numbers(in) + sumOf(in.view_u32_array(id::kTo)) + sumOf(in.view_u32_array(id::kFrom)) +
+         ends(in.view_string(id::kUser, kNoText));
+}
+
+unsigned long long readW2ByView(const kl::message& in) {
+  unsigned long long sum = readW2Numbers(in);
+  for (unsigned int i = 0; i < 4; ++i) sum += ends(in.view_string(id::kText + i, kNoText));
+  sum += ends(in.view_raw(id::kKey, kNoBytes));
+  return sum + readW1(in.view_message(id::kOrigin));
+}
+
+// There is no getter in place for an array of messages.
+unsigned long long readW3ByView(const kl::message& in) {
+  const std::vector<flat_message>& objects = *in.get_message_array_ref(id::kObjects);
+  unsigned long long sum = objects.size();
+  for (const flat_message& object : objects) sum += readW2ByView(kl::message(object));
+  return sum;
+}
+
+unsigned long long readFlatByView(const kl::message& in, unsigned int fields) {
+  unsigned long long sum = 0;
+  for (unsigned int i = 0; i < fields; ++i) sum += ends(in.view_string(id::kFlat + i, kNoText));
+  return sum;
+}
+
 unsigned long long readW1(const kl::message_view& in) {
   return readW1Numbers(in) + sumOf(in.get_u32_array(id::kTo)) + sumOf(in.get_u32_array(id::kFrom)) +
          ends(in.get_string(id::kUser, kNoText));

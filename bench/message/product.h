@@ -23,6 +23,12 @@ unsigned long long readW2ByReference(const kl::message& in);
 unsigned long long readW3ByReference(const kl::message& in);
 unsigned long long readFlatByReference(const kl::message& in, unsigned int fields);
 
+// The same through the getters that leave texts, bytes, arrays and nested messages in place.
+unsigned long long readW1ByView(const kl::message& in);
+unsigned long long readW2ByView(const kl::message& in);
+unsigned long long readW3ByView(const kl::message& in);
+unsigned long long readFlatByView(const kl::message& in, unsigned int fields);
+
 // The same from the bytes, in place.
 unsigned long long readW1(const kl::message_view& in);
 unsigned long long readW2(const kl::message_view& in);
