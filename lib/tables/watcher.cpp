@@ -19,6 +19,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "kl/message_view.h"
+
 namespace kl {
 namespace {
 
@@ -79,8 +81,8 @@ void Watcher::cmdDisconnected(const message& m) {
 
 // The first element is the loader's word, the others are the sender's.
 bool Watcher::isFromProvider(const message& m) const {
-  return !path_.empty() && m.size_unsigned_array(SYS_FROM) > 0 &&
-         m.get_u32_array_ref(SYS_FROM)->front() == path_.front();
+  const array_view<unsigned int> from = m.view_u32_array(SYS_FROM);
+  return !path_.empty() && !from.empty() && from.front() == path_.front();
 }
 
 void Watcher::fetchTable() {
