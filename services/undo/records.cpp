@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kl/conventions.h"
+#include "kl/message_view.h"
 #include "kl/services.h"
 
 namespace undo {
@@ -19,7 +20,7 @@ constexpr unsigned int kLifetime = 1;  // nothing here ages
 constexpr kl::field<unsigned int> kNextId{0x08000001};
 
 unsigned int makerOf(const kl::message& record) {
-  const auto source = record.get(kl::UNDO_SOURCE, {});
+  const auto source = record.view_u32_array(kl::UNDO_SOURCE);
   return source.empty() ? kl::BADID : source.front();
 }
 

@@ -12,6 +12,7 @@
 #include "config/access_list.h"
 #include "kl/conventions.h"
 #include "kl/looper.h"
+#include "kl/message_view.h"
 #include "kl/rights.h"
 
 namespace loader {
@@ -60,7 +61,7 @@ CommandRights standardCommands() {
   CommandRights commands;
   const kl::message table = kl::policies().get_policies({});
   for (const auto& flat : table.get(kl::STD_OBJS, {})) {
-    const kl::message entry(flat);
+    const kl::message_view entry(flat);
     commands[entry.get(kl::STD_ID, 0)] = entry.get(kl::POLICY_RIGHTS, kl::RIGHT_OF_NOBODY);
   }
   return commands;

@@ -11,6 +11,7 @@
 #include "ask/fetch.h"
 #include "ask/progress.h"
 #include "ask/session.h"
+#include "kl/message_view.h"
 #include "kl/reget.h"
 #include "values/failure.h"
 
@@ -82,7 +83,7 @@ std::vector<kl::message::flat_message> walk(const kl::message& request, const st
     if (next == StreamSession::kArrived) {
       const Event event = eventOf(m);
       if (event.kind == EventKind::kEndless)
-        throw endless(path, kl::message(event.content).get(kl::STD_GETALLID, kl::BADID));
+        throw endless(path, kl::message_view(event.content).get(kl::STD_GETALLID, kl::BADID));
       if (event.kind == EventKind::kDone) {
         refuseErrors(event.content, path, request.get(kl::SYS_CMD, kl::CMD_NOOP), timeout);
         return objects;
