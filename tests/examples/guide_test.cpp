@@ -1,4 +1,4 @@
-// The guide and the README quote the examples; a quotation that is no longer true must not stay.
+// The guide, the page about messages and the README quote the examples; a quotation that is no longer true must not stay.
 
 #include <gtest/gtest.h>
 
@@ -45,5 +45,7 @@ void expectTrueQuotations(const std::string& document, std::size_t atLeast) {
 }  // namespace
 
 TEST(Guide, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/guide.md", 7); }
+
+TEST(MessagePage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/message.md", 2); }
 
 TEST(Readme, ShowsTheSmallestServiceAsItIs) { expectTrueQuotations("README.md", 1); }

@@ -1,0 +1,49 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "kl/conventions.h"
+#include "tests/support/process/child.h"
+
+namespace {
+
+using kl::test::ChildResult;
+using kl::test::runProgram;
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr char kFile[] = "/tmp/peeked.msg";
+
+ChildResult peekInto(const Bytes& bytes) {
+  std::ofstream(kFile, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return runProgram({KL_BIN_DIR "/peek", kFile});
+}
+
+kl::message object(unsigned int id) {
+  kl::message m;
+  m.insert(kl::STD_ID, id);
+  return m;
+}
+
+}  // namespace
+
+TEST(Peek, PrintsFieldsAndTexts) {
+  kl::message m;
+  m.insert(kl::SYS_CMD, kl::CMD_GETALL);
+  m.insert(kl::SYS_TO, {7, 9});
+  m.insert(kl::STD_OBJS, {object(3).flattened(), object(4).flattened()});
+  m.insert_string(0x20000001, "ab");
+  const ChildResult result = peekInto(m.flattened());
+  EXPECT_EQ(result.out, "command " + std::to_string(kl::CMD_GETALL) +
+                            "\nto 7\nto 9\nobject 3, 1 fields\nobject 4, 1 fields\ntext ab\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST(Peek, ShowsWhatStandsBeforeAFault) {
+  const ChildResult result = peekInto({0x4d, 0x32, 1, 0, 0, 0x21, 2, 'a', 'b', 5, 0, 0});
+  EXPECT_EQ(result.out, "command " + std::to_string(kl::CMD_NOOP) + "\ntext ab\n");
+  EXPECT_EQ(result.err, "peek: not a whole message: 1 records were read\n");
+  EXPECT_EQ(result.exitStatus, 1);
+}
