@@ -327,10 +327,10 @@ class message_view::iterator {
   using value_type = Record;
   using difference_type = std::ptrdiff_t;
   using pointer = const Record*;
-  using reference = const Record&;
+  using reference = Record;
 
   iterator() = default;
-  const Record& operator*() const { return record_; }
+  Record operator*() const { return record_; }
   const Record* operator->() const { return &record_; }
   iterator& operator++() {
     place_ += static_cast<unsigned int>(record_.bytes().size());

@@ -217,6 +217,12 @@ TEST(MessageView, RecordsAreMetInTheOrderOfTheBytes) {
   EXPECT_EQ(std::ranges::distance(view), 3);
 }
 
+TEST(MessageView, RecordsAndElementsAreForwardRanges) {
+  EXPECT_TRUE(std::ranges::forward_range<message_view>);
+  EXPECT_TRUE(std::ranges::forward_range<kl::array_view<unsigned int>>);
+  EXPECT_TRUE(std::ranges::forward_range<kl::array_view<message::flat_message>>);
+}
+
 TEST(MessageView, AMarkedRecordIsAField) {
   const Bytes flat = bytes("4d32 0700000b 09");
   EXPECT_EQ(message_view(flat).get_u32(0x0a000007, 0), 9u);
