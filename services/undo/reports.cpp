@@ -4,6 +4,7 @@
 #include "reports.h"
 
 #include "kl/conventions.h"
+#include "kl/message_view.h"
 #include "kl/rights.h"
 #include "kl/services.h"
 #include "name_spaces.h"
@@ -54,7 +55,7 @@ kl::message turnedRound(const kl::message& record, const kl::message& report) {
 
 kl::message rightsQuestion(const kl::message& record, const kl::message& request) {
   const kl::message undo(record.get(kl::UNDO_MESSAGE, {}));
-  const std::vector<unsigned int> from = request.get(kl::SYS_FROM, {});
+  const auto from = request.view_u32_array(kl::SYS_FROM);
   kl::message m;
   m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   m.insert(kl::SYS_CMD, kl::CMD_EXPLAIN_RIGHTS);

@@ -20,6 +20,7 @@
 #include <ctime>
 
 #include "kl/chunk.h"
+#include "kl/message_view.h"
 #include "kl/services.h"
 #include "remarks.h"
 #include "reports.h"
@@ -38,7 +39,7 @@ constexpr int kLoaderTicks = 500;
 bool isPicked(unsigned int id) { return id >= kFirstPicked; }
 
 unsigned int senderOf(const kl::message& m) {
-  const auto from = m.get(kl::SYS_FROM, {});
+  const auto from = m.view_u32_array(kl::SYS_FROM);
   return from.empty() ? kl::BADID : from.front();
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "kl/conventions.h"
+#include "kl/message_view.h"
 #include "services/common/byte_order.h"
 #include "transport/frame_reader.h"
 
@@ -36,8 +37,8 @@ Part partFor(Urgency urgency) {
 
 // The service that a message of the loader's own comes from; in a death notice, the one that has died.
 unsigned int senderOf(const kl::message& m) {
-  const std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
-  return from.empty() ? kl::BADID : from[0];
+  const auto from = m.view_u32_array(kl::SYS_FROM);
+  return from.empty() ? kl::BADID : from.front();
 }
 
 }  // namespace
