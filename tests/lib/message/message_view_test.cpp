@@ -131,6 +131,7 @@ TEST(MessageView, NestedMessagesAreViews) {
 TEST(MessageView, AFieldKnowsTheTypeOfItsValue) {
   constexpr field<unsigned int> kNumber{0x08000005};
   constexpr field<std::string> kText{0x20000001};
+  constexpr field<std::string> kAbsent{0x20000003};
   constexpr field<message::flat_message> kNested{0x28000009};
   constexpr field<Numbers> kList{0x8800000c};
   const Bytes flat = bytes(kOneOfEach);
@@ -140,7 +141,7 @@ TEST(MessageView, AFieldKnowsTheTypeOfItsValue) {
   EXPECT_EQ(view.get(kNested, {}).get(kNumber, 0), 42u);
   EXPECT_EQ(view.get(kList, {}).size(), 2u);
   EXPECT_TRUE(view.has(kText));
-  EXPECT_FALSE(view.has(field<std::string>{0x20000003}));
+  EXPECT_FALSE(view.has(kAbsent));
 }
 
 TEST(MessageView, WhatIsAbsentOrOfAnotherTypeGivesTheDefault) {
