@@ -20,7 +20,7 @@ ChildResult peekInto(const Bytes& bytes) {
   return runProgram({KL_BIN_DIR "/peek", kFile});
 }
 
-kl::message object(unsigned int id) {
+kl::message withId(unsigned int id) {
   kl::message m;
   m.insert(kl::STD_ID, id);
   return m;
@@ -32,7 +32,7 @@ TEST(Peek, PrintsFieldsAndTexts) {
   kl::message m;
   m.insert(kl::SYS_CMD, kl::CMD_GETALL);
   m.insert(kl::SYS_TO, {7, 9});
-  m.insert(kl::STD_OBJS, {object(3).flattened(), object(4).flattened()});
+  m.insert(kl::STD_OBJS, {withId(3).flattened(), withId(4).flattened()});
   m.insert_string(0x20000001, "ab");
   const ChildResult result = peekInto(m.flattened());
   EXPECT_EQ(result.out, "command " + std::to_string(kl::CMD_GETALL) +
