@@ -26,7 +26,7 @@ LONGEST_LINE = 120  # of a document, in characters
 LAYERS = (
     {"export", "bind"},
     {"message"},
-    {"field", "records"},
+    {"field", "records", "address"},
     {"conventions", "runner", "message_view"},
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights"},
     {"looper"},
