@@ -5,10 +5,11 @@
 #include <iostream>
 
 #include "kl/looper.h"
+#include "kl/ticks.h"
 #include "netif.h"
 
 namespace {
-constexpr int kTimeoutTicks = 300;  // 3 seconds
+constexpr kl::TickCount kTimeout = kl::inTicks(std::chrono::seconds(3));
 
 class Ask : public kl::Looper {
  public:
@@ -19,7 +20,7 @@ class Ask : public kl::Looper {
     kl::message request = question();
     for (;;) {
       kl::message m = request;
-      const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, kTimeoutTicks);
+      const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, kTimeout);
       if (kl::isError(reply)) return fail(reply);
       for (const kl::message interface : reply.get(kl::STD_OBJS, {})) note(interface);
       if (!reply.has(kl::STD_GETALLID)) return true;
@@ -33,7 +34,7 @@ class Ask : public kl::Looper {
       kl::message m = question();
       m.insert(kl::SYS_CMD, kl::CMD_GETOBJ);
       m.insert(kl::STD_ID, id);
-      postMessage(m, this, kl::bind<Ask, &Ask::onReply>(), m, kTimeoutTicks);
+      postMessage(m, this, kl::bind<Ask, &Ask::onReply>(), m, kTimeout);
     }
     expected_ = ids_.size();
     if (expected_ > 0) run();

@@ -24,7 +24,7 @@ LONGEST_LINE = 120  # of a document, in characters
 
 # Public headers include only headers of a layer below their own.
 LAYERS = (
-    {"export", "bind"},
+    {"export", "bind", "ticks"},
     {"message"},
     {"field", "records", "address"},
     {"conventions", "runner", "message_view"},
