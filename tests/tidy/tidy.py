@@ -24,11 +24,11 @@ LONGEST_LINE = 120  # of a document, in characters
 
 # Public headers include only headers of a layer below their own.
 LAYERS = (
-    {"export", "bind", "ticks"},
+    {"export", "bind", "callable", "ticks"},
     {"message"},
     {"field", "records", "address"},
     {"conventions", "runner", "message_view"},
-    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights"},
+    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer"},
     {"looper"},
     {"reget"},
     {"watcher"},
