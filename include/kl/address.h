@@ -30,8 +30,9 @@ KL_API bool isIPv4(const IPAddr6& address);
 // The shortest usual text: lower case, the longest run of zeros as "::".
 KL_API std::string addressText(const IPAddr6& address);
 
-// The address that the whole text stands for: "2001:db8::1", "::ffff:192.0.2.1" or "192.0.2.1".  Blanks, zones ("%eth0"),
-// prefix lengths ("/64") and IPv4 addresses with fewer than four numbers or with leading zeros are no part of an address.
+// The address that the whole text stands for: "2001:db8::1", "::ffff:192.0.2.1" or "192.0.2.1".  Blanks, zones
+// ("%eth0"), prefix lengths ("/64") and IPv4 addresses with fewer than four numbers or with leading zeros are no part
+// of an address.
 [[nodiscard]] KL_API std::optional<IPAddr6> parseAddress(std::string_view text);
 
 }  // namespace kl

@@ -15,9 +15,9 @@ namespace kl {
 //     const kl::message reply = handler.exchangeCmd(m, kl::CMD_GET, kl::inTicks(1500ms));    // 150 ticks
 //     fetch.setTimeout(kl::inTicks(1min));
 //
-// Errors:    none.  A span that is no whole number of ticks becomes the next longer one, one below 0 becomes 0.  One that
-//            is too long becomes the longest: 4294607296 ticks (497 days) as a delay, 2147483647 (248 days) as a time-out.
-//            No limit, which is -1 as a time-out, is no span and stays a plain -1.
+// Errors:    none.  A span that is no whole number of ticks becomes the next longer one, one below 0 becomes 0.  One
+//            that is too long becomes the longest: 4294607296 ticks (497 days) as a delay, 2147483647 (248 days) as a
+//            time-out.  No limit, which is -1 as a time-out, is no span and stays a plain -1.
 // Ownership: a number.
 // Threads:   any.
 // Cost:      none for a constant; else a comparison and a division.

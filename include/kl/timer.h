@@ -12,8 +12,8 @@
 namespace kl {
 namespace detail {
 
-// What a timer or a watch calls.  While it is called it lies on the stack, so that the callback may give its owner another
-// one or destroy it: the owner's part is told by a flag.
+// What a timer or a watch calls.  While it is called it lies on the stack, so that the callback may give its owner
+// another one or destroy it: the owner's part is told by a flag.
 template <class Signature>
 class Call;
 
@@ -66,8 +66,8 @@ class Call<void(Args...)> {
 // was busy are left out, so that two calls never follow each other at once.
 //
 // Errors:    as ThinRunner.
-// Ownership: owns what it calls, and what that has captured; borrows the loop, which outlives it.  Its destruction stops
-//            it.  A resource, so it is not copied.
+// Ownership: owns what it calls, and what that has captured; borrows the loop, which outlives it.  Its destruction
+//            stops it.  A resource, so it is not copied.
 // Threads:   belongs to the thread of the loop.  Its callback may stop, start or destroy it.
 // Cost:      one timer of the loop, and what Callable says: no allocation for what has captured up to two words.  A
 //            repeated one reads the clock twice a call.

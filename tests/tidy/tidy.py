@@ -29,7 +29,7 @@ LAYERS = (
     {"field", "records", "address"},
     {"conventions", "runner", "message_view"},
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer"},
-    {"looper"},
+    {"looper", "post"},
     {"reget"},
     {"watcher"},
 )
