@@ -144,7 +144,7 @@ def check_includes(tree):
             owner = home(target)
             if top(path) == "tests":
                 mine = (target.startswith("tests/") or path.startswith(f"tests/{owner}/") or
-                        (owner in SHARED and path.startswith(f"tests/{top(owner)}/")))
+                        (owner in SHARED and top(owner) in users_of(path[len("tests/"):])))
             elif top(path) == "fuzz":
                 mine = True  # a target looks behind its subject's headers, and at the models of its tests
             else:

@@ -1,5 +1,5 @@
 #pragma once
-// dictionary.h: the files that name the fields of one service.
+// dictionary.h: the names of the fields of one service, from its description (docs/descriptions.md).
 //
 //     # netif.toml: a list, in the order in which klctl shows the fields
 //     fields = [

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <limits>
 
 #include "kl/conventions.h"
+#include "services/describe/words.h"
 #include "values/field_id.h"
 
 namespace klctl {
@@ -55,42 +55,12 @@ constexpr std::array<Constant, 16> kSystemFields = {{
     {"SYS_NOTIFYPATH", kl::SYS_NOTIFYPATH},
 }};
 
-constexpr std::array<Constant, 20> kCommands = {{
-    {"CMD_NOOP", kl::CMD_NOOP},
-    {"CMD_GETPOLICIES", kl::CMD_GETPOLICIES},
-    {"CMD_GETOBJ", kl::CMD_GETOBJ},
-    {"CMD_SETOBJ", kl::CMD_SETOBJ},
-    {"CMD_GETALL", kl::CMD_GETALL},
-    {"CMD_ADDOBJ", kl::CMD_ADDOBJ},
-    {"CMD_REMOVEOBJ", kl::CMD_REMOVEOBJ},
-    {"CMD_MOVEOBJ", kl::CMD_MOVEOBJ},
-    {"CMD_NOTIFY", kl::CMD_NOTIFY},
-    {"CMD_SHUTDOWN", kl::CMD_SHUTDOWN},
-    {"CMD_GET", kl::CMD_GET},
-    {"CMD_SET", kl::CMD_SET},
-    {"CMD_START", kl::CMD_START},
-    {"CMD_POLL", kl::CMD_POLL},
-    {"CMD_CANCEL", kl::CMD_CANCEL},
-    {"CMD_SUBSCRIBE", kl::CMD_SUBSCRIBE},
-    {"CMD_UNSUBSCRIBE", kl::CMD_UNSUBSCRIBE},
-    {"CMD_DISCONNECTED", kl::CMD_DISCONNECTED},
-    {"CMD_GETCOUNT", kl::CMD_GETCOUNT},
-    {"CMD_RESET", kl::CMD_RESET},
-}};
-
-// "STD_DESCR" in short: "descr".
-std::string shortForm(const std::string& constant) {
-  std::string word = constant.substr(constant.find('_') + 1);
-  for (char& c : word) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return word;
-}
-
 }  // namespace
 
 FieldNames::FieldNames() : nextRank_(kBuiltInRank) {
   for (const Constant& field : kStandardFields) {
     ids_[field.name] = field.value;
-    add(shortForm(field.name), field.value);
+    add(describe::shortForm(field.name), field.value);
   }
   for (const Constant& field : kSystemFields) add(field.name, field.value);
   nextRank_ = 0;
@@ -149,15 +119,14 @@ unsigned int FieldNames::rankOf(unsigned int id) const {
 }
 
 std::optional<unsigned int> parseCommand(const std::string& word) {
-  for (const Constant& command : kCommands)
-    if (word == command.name || word == shortForm(command.name)) return command.value;
+  if (const describe::StandardCommand* known = describe::findStandardCommand(word)) return known->code;
   if (const auto number = parseNumber(word, kMaxCommand)) return static_cast<unsigned int>(*number);
   return {};
 }
 
 std::string commandWord(unsigned int command) {
-  for (const Constant& known : kCommands)
-    if (command == known.value) return known.name;
+  for (const describe::StandardCommand& known : describe::standardCommands())
+    if (command == known.code) return known.name;
   char text[16];
   (void)std::snprintf(text, sizeof text, "0x%x", command);
   return text;

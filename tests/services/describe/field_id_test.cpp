@@ -1,10 +1,10 @@
-#include "tools/klctl/values/field_id.h"
+#include "services/describe/field_id.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace klctl {
+namespace describe {
 
 TEST(FieldId, AShortFormNamesTypeSpaceAndNumber) {
   EXPECT_EQ(parseFieldId("bool:3"), 0x00000003u);
@@ -96,4 +96,4 @@ TEST(FieldId, ANumberIsDecimalOrHexadecimalAndWhole) {
   EXPECT_FALSE(parseNumber("11", 10).has_value());
 }
 
-}  // namespace klctl
+}  // namespace describe

@@ -1,12 +1,12 @@
 // Field ids as text: the type word, the name space and the number.
 
-#include "values/field_id.h"
+#include "services/describe/field_id.h"
 
 #include <array>
 #include <charconv>
 #include <cstdio>
 
-namespace klctl {
+namespace describe {
 namespace {
 constexpr unsigned int kFlagBit = 0x01000000;   // belongs to the byte format, never to an id
 constexpr unsigned int kMarkBits = 0x06000000;  // may be set in an id; the short form has no place for them
@@ -100,4 +100,4 @@ std::optional<unsigned long long> parseNumber(const std::string& text, unsigned 
   return value;
 }
 
-}  // namespace klctl
+}  // namespace describe
