@@ -35,6 +35,7 @@ configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/klConfig.cmake.in" "$
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kl)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/klConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/klConfig.cmake" "${PROJECT_BINARY_DIR}/klConfigVersion.cmake"
+  "${PROJECT_SOURCE_DIR}/cmake/KlDescribe.cmake"
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kl)
 file(RELATIVE_PATH kl_prefix_from_pc "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/kl.pc.in" "${PROJECT_BINARY_DIR}/kl.pc" @ONLY)

@@ -1,0 +1,20 @@
+#pragma once
+// identifiers.h: names of a description as names in C++.
+
+#include <string>
+
+namespace klgen {
+
+// "rx_bytes" in three forms.  What C++ or the headers that every program includes have for themselves gets an underscore
+// behind it, which no name of a description has.
+std::string memberName(const std::string& name);    // rx_bytes, class_
+std::string constantName(const std::string& name);  // RX_BYTES, EOF_
+std::string typeName(const std::string& name);      // RxBytes
+
+// A name space: "netif", "std_".
+std::string spaceName(const std::string& name);
+
+// A text as the rest of a line behind "//".
+std::string commentText(const std::string& text);
+
+}  // namespace klgen

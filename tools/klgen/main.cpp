@@ -1,0 +1,125 @@
+// klgen: makes headers and pages of a description, and says whether a new description breaks what an older one promised.
+// Everything that it makes is made in memory first: a description with a mistake leaves no file behind.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <optional>
+
+#include "against.h"
+#include "header.h"
+#include "pages.h"
+#include "services/common/command_line.h"
+#include "services/describe/check.h"
+#include "services/describe/reader.h"
+
+namespace klgen {
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kBroken = 1;  // a break, or a file that cannot be written
+constexpr int kMistake = common::kMistake;
+
+struct Words {
+  std::string file;
+  std::string output;
+  std::string older;
+  std::string level = "wire";
+};
+
+// The description in a file; none, and its mistakes are told, when it has any.
+std::optional<describe::Description> load(const std::string& file) {
+  common::Mistakes mistakes;
+  auto description = describe::readFile(file, describe::OtherKeys::kRefused, mistakes);
+  if (mistakes.empty()) describe::check(description, file, mistakes);
+  if (mistakes.empty()) (void)headerOf(description, file, mistakes);
+  common::report(mistakes, "klgen");
+  return mistakes.empty() ? std::optional(std::move(description)) : std::nullopt;
+}
+
+std::string textOf(const std::string& form, const describe::Description& description,
+                   const std::string& file) {
+  common::Mistakes none;  // load() has told them
+  if (form == "header") return headerOf(description, file, none);
+  if (form == "json") return jsonOf(description);
+  if (form == "markdown") return markdownOf(description);
+  return manPageOf(description);
+}
+
+bool isThere(const std::string& file, const std::string& text) {
+  std::ifstream in(file, std::ios::binary);
+  return in && std::string(std::istreambuf_iterator<char>(in), {}) == text;
+}
+
+// A file that has the text already keeps its time, so that nothing is built anew because of it.
+bool write(const std::string& file, const std::string& text) {
+  if (file.empty()) return static_cast<bool>(std::cout << text << std::flush);
+  if (isThere(file, text)) return true;
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  return static_cast<bool>(out << text << std::flush);
+}
+
+int make(const std::string& form, const Words& words) {
+  const auto description = load(words.file);
+  if (!description) return kMistake;
+  if (write(words.output, textOf(form, *description, words.file))) return kDone;
+  std::cerr << "klgen: cannot write " << (words.output.empty() ? "the text" : words.output) << "\n";
+  return kBroken;
+}
+
+int checkFile(const Words& words) {
+  const auto newer = load(words.file);
+  if (!newer) return kMistake;
+  if (words.older.empty()) return kDone;
+  const auto older = load(words.older);
+  if (!older) return kMistake;
+  int status = kDone;
+  for (const Break& found : breaksOf(*older, *newer)) {
+    if (found.level == Level::kSource && words.level == "wire") continue;
+    std::cerr << "klgen: " << words.file << ":" << found.line << ": "
+              << (found.level == Level::kWire ? "wire: " : "source: ") << found.text << "\n";
+    status = kBroken;
+  }
+  return status;
+}
+
+void addForm(CLI::App& app, Words& words, const std::string& form, const std::string& what) {
+  CLI::App* command = app.add_subcommand(form, "Makes " + what);
+  command->add_option("file", words.file, "The description")->required()->type_name("FILE");
+  command->add_option("-o,--output", words.output, "The file to write; without it the standard output")
+      ->type_name("FILE");
+}
+
+int run(int argc, char** argv) {
+  Words words;
+  CLI::App app("Makes headers and pages of the description of a service, and checks it.", "klgen");
+  app.set_version_flag("--version", "klgen " KLGEN_VERSION);
+  app.require_subcommand(1);
+  app.footer(
+      "Exit status: 0 when it is done, 1 for a break or a file that cannot be written, 2 after a mistake in "
+      "the\n"
+      "command line or in a description.");
+  addForm(app, words, "header", "a C++ header");
+  addForm(app, words, "json", "JSON");
+  addForm(app, words, "markdown", "a page in Markdown");
+  addForm(app, words, "man", "a man page");
+  CLI::App* check = app.add_subcommand("check", "Says whether a description is right");
+  check->add_option("file", words.file, "The description")->required()->type_name("FILE");
+  check->add_option("--against", words.older, "Says what it breaks of an older one")->type_name("OLD");
+  check->add_option("--level", words.level, "What counts as broken: programs that run, or also their sources")
+      ->check(CLI::IsMember({"wire", "source"}))
+      ->capture_default_str();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& end) {
+    return app.exit(end) == 0 ? kDone : kMistake;
+  }
+  if (check->parsed()) return checkFile(words);
+  return make(app.get_subcommands().front()->get_name(), words);
+}
+
+}  // namespace
+}  // namespace klgen
+
+int main(int argc, char** argv) { return klgen::run(argc, argv); }

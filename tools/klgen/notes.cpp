@@ -1,0 +1,37 @@
+// What every kind of page says of a field.
+
+#include "pages.h"
+
+namespace klgen {
+namespace {
+
+void add(std::string& all, const std::string& text) {
+  if (!text.empty()) all += (all.empty() ? "" : "; ") + text;
+}
+
+std::string boundsOf(const describe::Field& field) {
+  if (field.min && field.max) return std::to_string(*field.min) + " to " + std::to_string(*field.max);
+  if (field.min) return "at least " + std::to_string(*field.min);
+  if (field.max) return "at most " + std::to_string(*field.max);
+  return {};
+}
+
+}  // namespace
+
+std::string notesOf(const describe::Field& field) {
+  std::string all = field.doc;
+  if (!field.unit.empty()) add(all, "in " + field.unit);
+  add(all, boundsOf(field));
+  std::string words;
+  for (const describe::Value& value : field.values)
+    words += (words.empty() ? "" : ", ") + std::to_string(value.number) + " " + value.word;
+  add(all, words);
+  if (!field.initial.empty()) add(all, "without it " + field.initial);
+  if (field.isRequired) add(all, "always there");
+  if (field.isSecret) add(all, "secret");
+  if (!field.since.empty()) add(all, "since " + field.since);
+  if (!field.deprecated.empty()) add(all, "deprecated: " + field.deprecated);
+  return all;
+}
+
+}  // namespace klgen
