@@ -3,7 +3,9 @@
 // service.
 
 #include <algorithm>
+#include <concepts>
 #include <cstdarg>
+#include <initializer_list>
 #include <map>
 #include <ostream>
 #include <streambuf>
@@ -141,9 +143,39 @@ class KL_API lstreambuf : public std::streambuf {
   std::streambuf* echo_ = nullptr;
 };
 
+namespace detail {
+
+// The compiler says what stands in the brackets where it optimises and sees that a call is reached.
+[[gnu::noinline, gnu::warning("the topics of this lstream end without a 0")]] inline void warnOfMissingEnd() {
+  asm volatile("");
+}
+[[gnu::error("a topic is at most 65535")]] void refuseTopic();
+
+}  // namespace detail
+
+// A topic in a list in braces, 0 to 65535.  A constant outside that does not compile where the compiler optimises;
+// any other number outside is left out, with a line on standard output.
+class LogTopic {
+ public:
+  template <class T>
+  requires(std::convertible_to<T, unsigned int>) constexpr LogTopic(T topic) {
+    const auto given = static_cast<unsigned long long>(topic);
+    if (__builtin_constant_p(given) && given > 0xFFFF) detail::refuseTopic();
+    if (given <= 0xFFFF) number_ = static_cast<unsigned int>(given);
+  }
+  constexpr bool isTooLarge() const { return number_ == kTooLarge; }
+  constexpr unsigned int number() const { return number_; }  // needs: not too large
+
+ private:
+  static constexpr unsigned int kTooLarge = 0x10000;
+
+  unsigned int number_ = kTooLarge;
+};
+
 // A stream whose text goes to the log service, one line for each flush:
 //
-//     kl::lstream info(kl::TOPIC_INFO, 300, 0);          // topics up to the closing 0
+//     kl::lstream info({kl::TOPIC_INFO, 300});           // a list of topics
+//     kl::lstream old(kl::TOPIC_INFO, 300, 0);           // the same: topics up to the closing 0
 //     kl::lstream errors(std::cerr, kl::TOPIC_ERROR);    // and a copy to the standard error stream
 //     info << "link " << name << " is up" << std::endl;
 //     if (!info.isMuted()) info << table() << std::endl;
@@ -163,9 +195,32 @@ class KL_API lstream : public std::ostream {
       : lstream(static_cast<unsigned int>(topic)) {}  // so that a literal 0 is a topic
   lstream(std::ostream& echo, unsigned int topic);
 
-  // Several topics, as unsigned ints, closed by a 0.  The first one may be 0.
+  // Several topics in braces.  The first one may be 0; a later 0 ends the list and may be left out.
+  explicit lstream(std::initializer_list<LogTopic> topics);
+  lstream(std::ostream& echo, std::initializer_list<LogTopic> topics);
+
+#ifdef KL_KEPT_SYMBOLS
+  // What programs of earlier builds call.
   lstream(unsigned int topic, unsigned int next, ...);
   lstream(std::ostream& echo, unsigned int topic, unsigned int next, ...);
+#else
+  // Several topics closed by a 0, of which the low 16 bits count.  The first one may be 0.  Where the compiler
+  // optimises and sees that the last one is another number, it warns; such a list ends with it.
+  template <class Topic, class... Rest>
+  requires(std::convertible_to<Topic, unsigned int> && sizeof...(Rest) > 0 &&
+           (std::convertible_to<Rest, unsigned int> && ...))
+      [[gnu::always_inline]] lstream(Topic topic, Rest... rest)
+      : lstream(listOf({static_cast<unsigned int>(topic), static_cast<unsigned int>(rest)...}), nullptr) {
+    warnUnlessClosed(rest...);
+  }
+  template <class Topic, class... Rest>
+  requires(std::convertible_to<Topic, unsigned int> && sizeof...(Rest) > 0 &&
+           (std::convertible_to<Rest, unsigned int> && ...))
+      [[gnu::always_inline]] lstream(std::ostream& echo, Topic topic, Rest... rest)
+      : lstream(listOf({static_cast<unsigned int>(topic), static_cast<unsigned int>(rest)...}), &echo) {
+    warnUnlessClosed(rest...);
+  }
+#endif
 
   // The topics of an array that a 0 closes; its first 0, wherever it stands.
   explicit lstream(const unsigned int* topics);
@@ -179,6 +234,19 @@ class KL_API lstream : public std::ostream {
   }
 
  private:
+  using List = std::initializer_list<unsigned int>;
+
+  lstream(const List& topics, std::ostream* echo);
+
+  static const List& listOf(const List& topics) { return topics; }
+
+  template <class... Rest>
+  [[gnu::always_inline]] static void warnUnlessClosed(Rest... rest) {
+    unsigned int last = 0;
+    ((last = static_cast<unsigned int>(rest)), ...);
+    if (__builtin_constant_p(last) && last != 0) detail::warnOfMissingEnd();
+  }
+
   lstreambuf buffer_;
 };
 

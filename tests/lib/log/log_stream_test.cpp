@@ -57,6 +57,38 @@ TEST_F(LogStream, TakesTopicsBehindAnEcho) {
   EXPECT_EQ(topicsOf(zero), (Topics{0, 34}));
 }
 
+TEST_F(LogStream, TakesTopicsInBraces) {
+  lstream two({3, 4});
+  EXPECT_EQ(topicsOf(two), (Topics{3, 4}));
+  lstream named({TOPIC_INFO, 0xFFFFu});
+  EXPECT_EQ(topicsOf(named), (Topics{7, 0xFFFF}));
+  lstream zero({0, 4});
+  EXPECT_EQ(topicsOf(zero), (Topics{0, 4}));
+  std::ostringstream echo;
+  lstream echoed(echo, {61, 62});
+  EXPECT_EQ(topicsOf(echoed), (Topics{61, 62}));
+  echoed << "abc" << std::endl;
+  EXPECT_NE(echo.str().find("abc\n"), std::string::npos);
+}
+
+TEST_F(LogStream, BracesMayEndWithAZeroAsArgumentsDo) {
+  lstream closed{0, 63, 0, 64};
+  EXPECT_EQ(topicsOf(closed), (Topics{0, 63}));
+}
+
+TEST_F(LogStream, ATopicAbove65535InBracesIsLeftOut) {
+  volatile unsigned int tooLarge = 0x10001;
+  lstream list({65u, tooLarge, 66u});
+  EXPECT_EQ(output(), "log topic above 65535 left out\n");
+  EXPECT_EQ(topicsOf(list), (Topics{65, 66}));
+}
+
+TEST_F(LogStream, ArgumentsWithoutAClosingZeroEndWithTheLast) {
+  volatile unsigned int last = 68;
+  lstream open(67, last);
+  EXPECT_EQ(topicsOf(open), (Topics{67, 68}));
+}
+
 TEST_F(LogStream, EqualListsShareASource) {
   lstream a(51, 52, 0);
   lstream b(51, 52, 0);
