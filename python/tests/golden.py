@@ -24,5 +24,6 @@ def listing_bytes(text: str) -> bytes:
 
 
 def listings(page: str) -> list[str]:
-    """The blocks of code on a page of docs/."""
-    return re.findall(r"^```\w*\n(.*?)^```$", (ROOT / "docs" / page).read_text(), re.M | re.S)
+    """The blocks of code on a page of docs/ that are not taken from an example."""
+    blocks = re.findall(r"^```(.*?)\n(.*?)^```$", (ROOT / "docs" / page).read_text(), re.M | re.S)
+    return [text for kind, text in blocks if " " not in kind]
