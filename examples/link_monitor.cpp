@@ -73,8 +73,9 @@ bool LinkMonitor::takeOne(Links& links) {
 }
 
 void LinkMonitor::readAnew(Links& links) {
-  auto all = readLinks();
+  bool isWhole = false;
+  auto all = readLinks(&isWhole);
   if (!all) return;
   links.swap(*all);
-  isStale_ = false;
+  isStale_ = !isWhole;
 }

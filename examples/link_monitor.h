@@ -11,7 +11,8 @@
 //     ...
 //     for (const auto& [index, before] : monitor.takeNews()) notifyChange(index);
 //
-// Errors:    while the kernel cannot be asked the table stays as it was, and isStale() says so.
+// Errors:    while the kernel cannot be asked the table stays as it was; while the kernel's changes each time it is
+//            read, it is what was seen last.  isStale() says so in both cases.
 // Ownership: owns its socket, which never blocks; a resource, so it is not copied.
 // Threads:   belongs to one thread.
 // Cost:      one system call for each change in the kernel; when more came than the socket holds, the whole table

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "link_messages.h"
 #include "route_socket.h"
@@ -56,7 +57,8 @@ Reading dump(int fd, unsigned short type, Links& links) {
 
 Reading readOnce(int fd, Links& links) {
   const Reading first = dump(fd, RTM_GETLINK, links);
-  return first == Reading::kDone ? dump(fd, RTM_GETADDR, links) : first;
+  const Reading second = first == Reading::kFailed ? first : dump(fd, RTM_GETADDR, links);
+  return second == Reading::kDone ? first : second;
 }
 
 }  // namespace
@@ -73,13 +75,15 @@ bool Link::looksLike(const Link& other) const {
          mtu == other.mtu && up == other.up && running == other.running;
 }
 
-std::optional<Links> readLinks() {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+std::optional<Links> readLinks(bool* isWhole) {
+  std::optional<Links> result;
+  Reading reading = Reading::kInterrupted;
+  for (int attempt = 0; attempt < kAttempts && reading == Reading::kInterrupted; ++attempt) {
     const RouteSocket socket;  // a new one, on which no old answer waits
     Links links;
-    const Reading reading = readOnce(socket.fd(), links);
-    if (reading == Reading::kDone) return links;
-    if (reading == Reading::kFailed) return {};
+    reading = readOnce(socket.fd(), links);
+    if (reading != Reading::kFailed) result = std::move(links);
   }
-  return {};
+  if (isWhole != nullptr) *isWhole = reading == Reading::kDone;
+  return result;
 }

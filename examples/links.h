@@ -44,5 +44,7 @@ struct Link {
 // Interfaces under their index.
 using Links = std::map<unsigned int, Link>;
 
-// Every interface of this network namespace.  Asks the kernel afresh each time; nothing when it does not answer.
-std::optional<Links> readLinks();
+// Every interface of this network namespace.  Asks the kernel afresh each time; nothing when it does not answer.  A
+// table that changes each time while it is read is given as it was last seen: what stood still may be missing in it,
+// and `*isWhole` is false.
+std::optional<Links> readLinks(bool* isWhole = nullptr);

@@ -1,8 +1,11 @@
 #include "examples/links.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/examples/kernel_view.h"
+#include "tests/examples/own_network.h"
 
 namespace {
 
@@ -18,6 +21,13 @@ std::set<std::string> addressesOf(const Link& link) {
     if (!address.isIPv4()) result.insert(kernel::addressText(&address.own));
   return result;
 }
+
+// Makes six hundred addresses, whose reading takes a while, and one that comes and goes meanwhile.
+constexpr char kRestless[] =
+    "{ echo link set lo up; for i in $(seq 1 600); do echo addr add fd00::$i/128 dev lo; done; "
+    "for i in $(seq 1 5000); do echo addr add 10.1.1.1/32 dev lo; echo addr del 10.1.1.1/32 dev lo; done; } "
+    "| "
+    "ip -batch -";
 
 }  // namespace
 
@@ -55,6 +65,18 @@ TEST(Links, CountersLieBetweenAReadingBeforeAndOneAfter) {
       EXPECT_LE(now[i], after[i]) << link.name << " counter " << i;
     }
   }
+}
+
+TEST(Links, OfATableThatNeverStandsStillAreThoseThatWereLastSeen) {
+  if (!network::enter()) GTEST_SKIP() << "the kernel refuses a network namespace";
+  const pid_t changer = ::fork();
+  if (changer == 0) ::_exit(kl::test::runProgram({"/bin/sh", "-c", kRestless}).exitStatus);
+  int status = 0;
+  while (::waitpid(changer, &status, WNOHANG) == 0) {
+    const auto links = readLinks();
+    ASSERT_TRUE(links && links->contains(1)) << "lo is always there";
+  }
+  EXPECT_EQ(status, 0) << "it changed addresses to its end";
 }
 
 TEST(Links, ReadingLeavesNoDescriptorOpen) {
