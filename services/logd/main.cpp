@@ -37,7 +37,7 @@ int run(logd::Configuration configuration) {
   const common::Peer loader = findLoader();
   if (loader.pid != 0) configuration.book.system = logd::SystemUsers(loader.uid);
   logd::LogBook book(configuration.book);
-  logd::LogService service(configuration.limits, book, listener, loader.pid);
+  logd::LogService service(configuration.limits, book, listener, configuration.users, loader.pid);
   service.reportTooBig(true);
   service.run();
   return 0;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "services/common/known_users.h"
+
 namespace loader {
 
 // Users and groups as the system lists them when the configuration is read; nothing asks the system for names later.
@@ -19,11 +21,7 @@ namespace loader {
 // Cost:      each is made by reading the system's lists; nameOf() looks into a map.
 class Users {
  public:
-  struct User {
-    std::string name;
-    uid_t uid = 0;
-    gid_t group = 0;  // his primary group
-  };
+  using User = common::User;
   struct Group {
     std::string name;
     gid_t gid = 0;
@@ -33,9 +31,9 @@ class Users {
   Users();  // those of this system
   Users(const std::vector<User>& users, const std::vector<Group>& groups);
 
-  std::string nameOf(uid_t uid) const;
+  std::string nameOf(uid_t uid) const { return users_.nameOf(uid); }
   // The number of who is called so; of one without a name that is the number itself.
-  std::optional<uid_t> known(const std::string& name) const;
+  std::optional<uid_t> known(const std::string& name) const { return users_.numberOf(name); }
 
   // The number of a user.  One whom the system knows but does not list is asked for by his name, and kept.
   std::optional<uid_t> find(const std::string& name);
@@ -45,10 +43,9 @@ class Users {
   std::optional<std::vector<uid_t>> findGroup(const std::string& name);
 
  private:
-  void add(const User& user);
+  void addGroups(const std::vector<Group>& groups);
 
-  std::map<std::string, User> users_;
-  std::map<uid_t, std::string> names_;
+  common::KnownUsers users_;
   std::map<std::string, Group> groups_;
 };
 

@@ -43,11 +43,13 @@ std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions)
 
 }  // namespace
 
-LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener, pid_t loader)
+LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener,
+                       const common::KnownUsers& users, pid_t loader)
     : kl::Looper(kAny, kl::SERVICE_LOG, common::versionWord()),
       book_(book),
       clients_(*this, book, listener, limits, loader),
-      rules_(book, [this] { clients_.applyMutes(); }) {
+      rules_(book, [this] { clients_.applyMutes(); }),
+      viewers_(users) {
   addHandler(kl::LOG_RULES, &rules_);
   book_.setOnNews([this] { onNews(); });
   addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
@@ -163,10 +165,7 @@ void LogService::onTick() {
   addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
 }
 
-void LogService::onHangup(int) {
-  viewers_.forget();
-  book_.reopen(steadyTime());
-}
+void LogService::onHangup(int) { book_.reopen(steadyTime()); }
 
 void LogService::onEndSignal(int) {
   clients_.drain();

@@ -12,13 +12,14 @@ namespace logd {
 // The message loop of the process, which is also the table of lines.
 //
 // Errors:    as every Looper: without a loader the process ends.
-// Ownership: borrows book and listener.
+// Ownership: borrows book, listener and users.
 // Threads:   belongs to one thread.
 // Cost:      followers are sent new lines together, every 50 ms at most, in at most 32 messages for each filter;
 //            lines beyond that are left out and counted.
 class LogService : public kl::Looper {
  public:
-  LogService(const Limits& limits, LogBook& book, const Listener& listener, pid_t loader = 0);
+  LogService(const Limits& limits, LogBook& book, const Listener& listener, const common::KnownUsers& users,
+             pid_t loader = 0);
   ~LogService() override;
 
  private:

@@ -6,12 +6,14 @@
 #include "intake/limits.h"
 #include "keeping/log_book.h"
 #include "services/common/command_line.h"
+#include "services/common/known_users.h"
 
 namespace logd {
 
 struct Configuration {
   Limits limits;
   BookRules book;
+  common::KnownUsers users;  // as the system lists them now
 };
 
 // Reads the file that the command line names, and the list of topics that it names.  Every mistake is added to

@@ -150,7 +150,7 @@ class Stage {
     if (!problem.empty()) return void(std::printf("cannot run"));
     exposed([&] {
       book_ = std::make_unique<LogBook>(rules_);
-      service_ = std::make_unique<LogService>(limits_, *book_, listener_);
+      service_ = std::make_unique<LogService>(limits_, *book_, listener_, users_);
     });
     begin();
     exposed([&] { service_->run(); });
@@ -249,6 +249,7 @@ class Stage {
   common::Descriptor log_;
   Listener listener_;
   std::unique_ptr<LogBook> book_;
+  const common::KnownUsers users_;
   std::unique_ptr<LogService> service_;
   std::vector<std::unique_ptr<Writer>> writers_;
   Follower follower_;

@@ -222,6 +222,44 @@ TEST(LogService, AnOrdinaryUserSeesItsOwnLinesAlone) {
   EXPECT_EQ(shown, 1u);
 }
 
+// While it lives, the system's list of users is root and one more.
+class ListOfUsers {
+ public:
+  explicit ListOfUsers(unsigned int uidOfVisitor) {
+    write(uidOfVisitor);
+    isThere_ = ::mount(kFile, "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
+  }
+  ~ListOfUsers() {
+    if (isThere_) (void)::umount2("/etc/passwd", MNT_DETACH);
+  }
+  ListOfUsers(const ListOfUsers&) = delete;
+  ListOfUsers& operator=(const ListOfUsers&) = delete;
+
+  bool isThere() const { return isThere_; }
+  void write(unsigned int uidOfVisitor) {
+    std::ofstream(kFile) << "root:x:0:0::/:/bin/sh\nvisitor:x:" << uidOfVisitor << ":0::/:/bin/sh\n";
+  }
+
+ private:
+  static constexpr char kFile[] = "/kelo/passwd";
+  bool isThere_ = false;
+};
+
+TEST(LogService, UsersAreThoseWhoWereListedWhenItStarted) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  ListOfUsers list(kUser);
+  if (!list.isThere()) GTEST_SKIP() << "nothing can be mounted";
+  System system(kNames);
+  const auto own = clientOf(kUser, "mine");
+  const auto other = clientOf(kOther, "a password");
+  EXPECT_TRUE(system.hasLine("mine") && system.hasLine("a password"));
+  list.write(kOther);
+  system.become(kUser);
+  EXPECT_EQ(textsIn(system.lines()), std::vector<std::string>{"mine"});
+  EXPECT_EQ(::kill(system.logService(), SIGHUP), 0);
+  EXPECT_EQ(textsIn(system.lines()), std::vector<std::string>{"mine"});
+}
+
 TEST(LogService, AnOrdinaryUserReadsTheRulesAndMutesNothing) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
   System system(kNames);
