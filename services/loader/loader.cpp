@@ -92,7 +92,10 @@ class Loader::Client final : private ConnectionHost {
   bool isFrameUnfinished() const override { return progress_.isUnfinished; }
   void onPendingReadable() override { loader_.pending_.add(connection); }
   void onConnectionClosed(const std::string& reason) override { loader_.onConnectionClosed(*this, reason); }
-  void settle() override { loader_.settle(); }
+  void settle() override {
+    if (service != nullptr) Outbox::noteWritten(*service);
+    loader_.settle();
+  }
 
   void chargeTo(Account& account) {
     charge_.bind(&account, Resource::kConnections);

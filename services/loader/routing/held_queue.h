@@ -1,6 +1,7 @@
 #pragma once
 // held_queue.h: what waits for a service that is not to see it yet.
 
+#include <algorithm>
 #include <cstddef>
 #include <set>
 #include <span>
@@ -35,17 +36,20 @@ class HeldQueue {
     bytes_.chargeTo(account, Resource::kQueueBytes);
     charge_.bind(account, Resource::kQueueBytes);
   }
-  // What it takes of it, and what `count` more bytes would take.
-  std::size_t charged() const { return bytes_.charged() + framesMemory(); }
-  std::size_t growthFor(std::size_t count) const { return bytes_.growthFor(count); }
+  // What it takes of it, and what one more frame of `count` bytes would take.
+  std::size_t charged() const { return bytes_.charged() + memoryOf(frames_.capacity()); }
+  std::size_t growthFor(std::size_t count) const {
+    return bytes_.growthFor(count) + memoryOf(capacityForOneMore()) - memoryOf(frames_.capacity());
+  }
 
-  // Adds the frame that `write` appends to a Buffer and that counts for `share`; the number of its bytes.  `sender` is the service that sent it; in
-  // a notice that a service is gone, that service.
+  // Adds the frame that `write` appends to a Buffer and that counts for `share`; the number of its bytes.  `sender` is
+  // the service that sent it; in a notice that a service is gone, that service.
   template <class Write>
   std::size_t add(unsigned int sender, unsigned int share, HeldKind kind, Write write) {
     const std::size_t before = bytes_.size();
     write(bytes_);
     const std::size_t size = bytes_.size() - before;
+    frames_.reserve(capacityForOneMore());
     frames_.push_back({sender, share, static_cast<unsigned int>(size), kind});
     countFrames();
     return size;
@@ -55,6 +59,13 @@ class HeldQueue {
   template <class Function>
   void eachFrame(Function function) const {
     for (const Frame& frame : frames_) function(frame.share, frame.size);
+  }
+
+  // Puts everything behind what is in `queue`, which takes no more memory than both did.
+  void moveTo(Buffer& queue) {
+    if (queue.empty()) queue = std::move(bytes_);
+    else queue.append(bytes(), queue.size() + size());
+    clear();
   }
 
   void clear() {
@@ -75,6 +86,7 @@ class HeldQueue {
   // follows a message from the dead sender.
   void keepForNextProcess() {
     HeldQueue kept;
+    kept.frames_.reserve(frames_.size());
     std::set<unsigned int> heard;  // the senders whose messages are kept so far
     std::span<const unsigned char> rest = bytes();
     for (const Frame& frame : frames_) {
@@ -83,7 +95,8 @@ class HeldQueue {
       if (frame.kind == HeldKind::kAnswer) continue;
       if (frame.kind == HeldKind::kGone && heard.erase(frame.sender) == 0) continue;
       if (frame.kind == HeldKind::kMessage) heard.insert(frame.sender);
-      (void)kept.add(frame.sender, frame.share, frame.kind, [&](Buffer& queue) { queue.append(bytes); });
+      (void)kept.add(frame.sender, frame.share, frame.kind,
+                     [&](Buffer& queue) { queue.append(bytes, size()); });
     }
     bytes_ = std::move(kept.bytes_);
     frames_ = std::move(kept.frames_);
@@ -98,8 +111,16 @@ class HeldQueue {
     HeldKind kind;
   };
 
-  std::size_t framesMemory() const { return frames_.capacity() * sizeof(Frame); }
-  void countFrames() { charge_.set(framesMemory()); }
+  static constexpr std::size_t kLeastFrames = 16;
+  static constexpr std::size_t kFramesAhead = 4096;
+
+  static std::size_t memoryOf(std::size_t frames) { return frames * sizeof(Frame); }
+  std::size_t capacityForOneMore() const {
+    const std::size_t used = frames_.size();
+    if (used < frames_.capacity()) return frames_.capacity();
+    return used + std::max({kLeastFrames, std::min(used, kFramesAhead), used / 4});
+  }
+  void countFrames() { charge_.set(memoryOf(frames_.capacity())); }
 
   Buffer bytes_;
   std::vector<Frame> frames_;

@@ -46,7 +46,7 @@ unsigned int senderOf(const kl::message& m) {
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
                      const RightsMark& mark) {
   if (urgency == Urgency::kOrdinary && isFull(to, from)) return drop(to);
-  if (!admit(to, envelope.body.size(), urgency)) return false;
+  if (!admit(to, deliveredBytes(envelope, rest, mark), urgency)) return false;
   const unsigned int share = urgency == Urgency::kReply ? shareOf(to) : shareOf(from);
   (void)append(to, from.id, share, kindOf(envelope),
                [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, mark); });
@@ -65,8 +65,7 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
 
 void Outbox::release(Service& to) {
   if (to.held.empty()) return;
-  to.out.append(to.held.bytes());
-  to.held.clear();
+  to.held.moveTo(to.out);
   markDirty(to);
 }
 
@@ -102,11 +101,13 @@ void Outbox::countSent(std::size_t bytes) {
 }
 
 // A queue below its limit takes the whole frame, or a large one might never get through.  What counts of an account is
-// memory, so that a frame is taken in any case where no more of it is needed.
+// memory: of the queue, and of what is noted about its frames.  A frame is taken in any case where no more of it is
+// needed.
 bool Outbox::hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) const {
   if (urgency == Urgency::kOrdinary && isFull(to)) return false;
   if (to.account == nullptr) return true;
-  const std::size_t growth = to.isHeldFor ? to.held.growthFor(bytes) : to.out.growthFor(bytes);
+  const std::size_t growth = (to.isHeldFor ? to.held.growthFor(bytes) : to.out.growthFor(bytes)) +
+                             to.shares.growth(to.waiting(), Shares::floorOf(queueLimit_));
   return growth == 0 || to.account->hasRoomFor(Resource::kQueueBytes, growth, partFor(urgency));
 }
 

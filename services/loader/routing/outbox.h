@@ -76,10 +76,16 @@ class Outbox {
       if (service == nullptr) continue;
       service->isDirty = false;
       function(*service);
+      noteWritten(*service);
     }
     dirty_.clear();
   }
   void forget(Service& service);
+
+  // Something has left the queue: of an empty one nothing is noted any more.
+  static void noteWritten(Service& service) {
+    if (service.waiting() == 0) service.shares.clear();
+  }
 
  private:
   void countSent(std::size_t bytes);

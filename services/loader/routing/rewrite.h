@@ -21,6 +21,9 @@ struct RightsMark {
   unsigned int policy = 0;
 };
 
+// The bytes of the body as the receiver gets it.
+std::size_t deliveredBytes(const Envelope& envelope, Path rest, const RightsMark& mark);
+
 // Appends the whole frame, length prefix included, as the receiver gets it: the path is `rest`, the return path
 // begins with `senderId`, and the rights are what `mark` says.  Everything else passes as it came.  Returns the number
 // of bytes appended.

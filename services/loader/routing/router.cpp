@@ -133,6 +133,7 @@ void Router::breakPathsTo(Service& asked) {
   outbox_.forget(asked);
   asked.out.clear();
   asked.held.clear();
+  outbox_.recount(asked);
   subscriptions_.forgetAt(asked);  // its process is gone, or what it was sent never reached it
 }
 

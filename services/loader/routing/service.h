@@ -73,6 +73,7 @@ struct Service {
     account = &payer;
     out.chargeTo(account, Resource::kQueueBytes);
     held.chargeTo(account);
+    shares.chargeTo(account);
   }
 
   bool isConnected() const { return connection != nullptr; }

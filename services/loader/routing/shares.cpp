@@ -34,6 +34,7 @@ void Shares::count(unsigned int sender, std::size_t bytes, std::size_t before) {
                     runs.back().bytes <= std::numeric_limits<unsigned int>::max() - added;
   if (fits) runs.back().bytes += added;
   else runs.push_back({sender, added});
+  charge_.set(charged());
 }
 
 void Shares::dropFront(std::size_t bytes) {
@@ -47,6 +48,7 @@ void Shares::dropFront(std::size_t bytes) {
     if (runs.front().bytes == 0) runs.pop_front();
     bytes -= dropped;
   }
+  charge_.set(charged());
 }
 
 void Shares::dropFrom(Run& run, unsigned int bytes) {

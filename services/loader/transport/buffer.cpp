@@ -38,8 +38,8 @@ unsigned char* Buffer::grow(std::size_t count, std::size_t expected) {
   return at;
 }
 
-void Buffer::append(std::span<const unsigned char> more) {
-  if (!more.empty()) std::memcpy(grow(more.size()), more.data(), more.size());
+void Buffer::append(std::span<const unsigned char> more, std::size_t expected) {
+  if (!more.empty()) std::memcpy(grow(more.size(), expected), more.data(), more.size());
 }
 
 void Buffer::dropFront(std::size_t count) {

@@ -44,7 +44,7 @@ class Buffer {
   // Adds `count` bytes at the back; the caller writes them.  Borrowed until the next change.  No more than `expected`
   // bytes will be in the buffer at once, as far as the caller knows.
   unsigned char* grow(std::size_t count, std::size_t expected = static_cast<std::size_t>(-1));
-  void append(std::span<const unsigned char> more);
+  void append(std::span<const unsigned char> more, std::size_t expected = static_cast<std::size_t>(-1));
 
   // Takes bytes away.  Needs: as many are there.
   void dropFront(std::size_t count);

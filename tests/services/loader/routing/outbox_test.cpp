@@ -145,6 +145,90 @@ TEST_F(AccountedOutbox, WhatIsHeldCountsAndStaysCountedForTheNextProcess) {
   EXPECT_EQ(alice_.used(loader::Resource::kQueueBytes), 0u);
 }
 
+// Whatever the sizes of frames, and whatever is added to them on their way, an account has what it is charged for, and
+// never more than its limit.
+class OutboxLimit : public testing::Test {
+ protected:
+  static constexpr std::size_t kMost = 256 * 1024;
+  static loader::Limits limits() {
+    loader::Limits result;
+    result.user[loader::Resource::kQueueBytes] = kMost;
+    return result;
+  }
+  OutboxLimit() {
+    a_.chargeTo(alice_);
+    b_.chargeTo(accounts_.ofUser(1001, 0));
+  }
+
+  bool deliver(Service& from, std::size_t bytes, const loader::RightsMark& mark = {},
+               Urgency urgency = Urgency::kReply) {
+    kl::message m = replyTo(request({from.id}, kl::CMD_GET, 7, {10, 5}));
+    m.insert_raw(0x30000001, std::vector<unsigned char>(bytes));
+    const std::vector<unsigned char> body = flat(m);
+    loader::Envelope e;
+    EXPECT_EQ(loader::readEnvelope(body, e), nullptr);
+    return outbox_.deliver(a_, from, e, e.path().withoutFirst(), urgency, mark);
+  }
+  std::size_t used() const { return alice_.used(loader::Resource::kQueueBytes); }
+
+  const loader::Limits limits_ = limits();
+  loader::Accounts accounts_{limits_, 900};
+  loader::Account& alice_ = accounts_.ofUser(1000, 0);
+  ServiceTable table_;
+  Outbox outbox_{1024 * 1024};
+  Service& a_ = connected(table_, 10);
+  Service& b_ = connected(table_, 11);
+  Service& c_ = connected(table_, 12);
+};
+
+TEST_F(OutboxLimit, HoldsWhateverRewritingAddsToAFrame) {
+  const std::vector<unsigned char> added(100);
+  for (std::size_t bytes = 1; bytes < 200; ++bytes) {
+    while (deliver(b_, bytes, {added, true})) ASSERT_LE(used(), kMost / 8 * 7) << bytes;
+    ASSERT_LE(used(), kMost / 8 * 7) << bytes;
+    ASSERT_GE(used(), kMost / 4) << bytes;
+    a_.out.clear();
+    Outbox::noteWritten(a_);
+    ASSERT_EQ(used(), 0u);
+  }
+}
+
+TEST_F(OutboxLimit, HoldsForWhatIsNotedOfHeldFrames) {
+  setLeaving(a_, true);
+  for (std::size_t bytes = 1; bytes < 100; ++bytes) {
+    while (deliver(b_, bytes)) ASSERT_LE(used(), kMost / 8 * 7) << bytes;
+    ASSERT_GE(used(), a_.held.charged());
+    a_.held.clear();
+    Outbox::noteWritten(a_);
+    ASSERT_EQ(used(), 0u);
+  }
+}
+
+TEST_F(OutboxLimit, HoldsForTheSharesOfSendersThatTakeTurns) {
+  const auto deliverFrom = [&](Service& from) { return deliver(from, 1, {}, Urgency::kOrdinary); };
+  while (deliverFrom(b_) && deliverFrom(c_)) ASSERT_LE(used(), kMost / 8 * 6);
+  EXPECT_GE(used(), a_.out.memory() + (a_.out.size() - 64 * 1024) / 10) << "a run for each frame";
+  outbox_.eachDirty([](Service& service) { service.out.clear(); });
+  EXPECT_EQ(used(), 0u);
+}
+
+TEST_F(OutboxLimit, IsNotPassedWhenHeldFramesAreReleasedOrKept) {
+  for (std::size_t before : {0, 5000, 30000}) {
+    setLeaving(a_, false);
+    while (a_.out.size() < before) ASSERT_TRUE(deliver(b_, 1000));
+    setLeaving(a_, true);
+    while (deliver(b_, 100)) {
+    }
+    const std::size_t most = used();
+    if (before == 0) a_.held.keepForNextProcess();
+    EXPECT_LE(used(), most);
+    outbox_.release(a_);
+    EXPECT_LE(used(), most);
+    EXPECT_GE(used(), a_.out.memory());
+    a_.out.clear();
+  }
+}
+
 TEST_F(OutboxTest, TheLoadersOwnMessagesCountAsSentByItsRow) {
   outbox_.setSender(b_);
   (void)outbox_.send(a_, ofBytes(500), Urgency::kOrdinary);

@@ -49,6 +49,26 @@ TEST(Shares, WhatIsCountedOnceIsCountedUntilTheQueueIsEmpty) {
   EXPECT_EQ(shares.of(2), 20u);
 }
 
+TEST(Shares, WhatIsNotedIsChargedBeforeItIsThere) {
+  loader::Accounts accounts(loader::Limits(), 0);
+  loader::Account& account = accounts.ofUser(1000, 0);
+  Shares shares;
+  shares.chargeTo(&account);
+  const auto used = [&] { return account.used(loader::Resource::kQueueBytes); };
+  std::size_t waiting = kFloor;
+  for (unsigned int i = 0; i < 5000; ++i) {
+    const std::size_t expected = used() + shares.growth(waiting, kFloor);
+    shares.add(i % 100, 10, waiting, kFloor);
+    waiting += 10;
+    ASSERT_LE(used(), expected) << i;
+  }
+  EXPECT_GE(used(), 5000u * 8);
+  shares.update(5000);
+  EXPECT_LT(used(), 500u * 8 + 100 * 64 + 1024);
+  shares.update(0);
+  EXPECT_EQ(used(), 0u);
+}
+
 TEST(Shares, APartIsWhatIsFree) {
   EXPECT_FALSE(Shares::isPartUsed(0, 999, 1000));
   EXPECT_FALSE(Shares::isPartUsed(499, 500, 1000));
