@@ -26,7 +26,7 @@ const std::vector<std::string> kListColumns = {"table", "key", "line", "rights"}
 enum class Verdict { kYes, kNo, kUnknown };
 
 // What is known about one question.
-struct Finding {
+struct Inquiry {
   std::string user;
   std::string place;                    // as the user called it
   std::optional<unsigned int> command;  // without one the question is whether anything is delivered
@@ -41,12 +41,12 @@ bool isDenied(const kl::message& explained) {
 
 unsigned int bitsOf(const kl::message& explained) { return explained.get(kl::RIGHTS_BITS, kl::RIGHTS_ALL); }
 
-Verdict verdictOf(const Finding& finding) {
-  if (isDenied(finding.explained)) return Verdict::kNo;
-  if (!finding.command) return Verdict::kYes;
-  if (!finding.fault.empty()) return Verdict::kUnknown;
-  const unsigned int needed = finding.needed.value_or(0);
-  return (needed & bitsOf(finding.explained)) == needed ? Verdict::kYes : Verdict::kNo;
+Verdict verdictOf(const Inquiry& inquiry) {
+  if (isDenied(inquiry.explained)) return Verdict::kNo;
+  if (!inquiry.command) return Verdict::kYes;
+  if (!inquiry.fault.empty()) return Verdict::kUnknown;
+  const unsigned int needed = inquiry.needed.value_or(0);
+  return (needed & bitsOf(inquiry.explained)) == needed ? Verdict::kYes : Verdict::kNo;
 }
 
 // --- Asking ----------------------------------------------------------------------------------------
@@ -67,30 +67,30 @@ kl::message askLoader(const CommandLine& line, const std::vector<unsigned int>& 
 }
 
 // What the handler's table says about the command; one that it does not name is for root alone.
-void askHandler(Finding& finding, const std::vector<unsigned int>& to, const Exchange& exchange) {
+void askHandler(Inquiry& inquiry, const std::vector<unsigned int>& to, const Exchange& exchange) {
   kl::message request;
   request.insert(kl::SYS_TO, to);
   request.insert(kl::SYS_CMD, kl::CMD_GETPOLICIES);
-  request.insert(kl::SYS_USER, finding.user);
-  request.insert(kl::SYS_POLICY, bitsOf(finding.explained));
+  request.insert(kl::SYS_USER, inquiry.user);
+  request.insert(kl::SYS_POLICY, bitsOf(inquiry.explained));
   const kl::message reply = exchange(request);
   if (kl::isError(reply)) {
-    finding.fault = kl::getError(reply);
+    inquiry.fault = kl::getError(reply);
     return;
   }
-  finding.needed = kl::RIGHT_OF_NOBODY;
+  inquiry.needed = kl::RIGHT_OF_NOBODY;
   for (const kl::message entry : reply.get(kl::STD_OBJS, {}))
-    if (entry.get(kl::STD_ID, kl::BADID) == *finding.command)
-      finding.needed = entry.get(kl::POLICY_RIGHTS, kl::RIGHT_OF_NOBODY);
+    if (entry.get(kl::STD_ID, kl::BADID) == *inquiry.command)
+      inquiry.needed = entry.get(kl::POLICY_RIGHTS, kl::RIGHT_OF_NOBODY);
 }
 
 // A request with all rights passes every table.
-Finding find(const CommandLine& line, const Exchange& exchange) {
+Inquiry inquire(const CommandLine& line, const Exchange& exchange) {
   const std::vector<unsigned int> to = numbersOf(line.path, exchange);
-  Finding finding{line.user, pathText(line.path), line.command, askLoader(line, to, exchange), {}, ""};
-  const bool decidesHandler = finding.command && !isDenied(finding.explained);
-  if (decidesHandler && finding.explained.has(kl::RIGHTS_BITS)) askHandler(finding, to, exchange);
-  return finding;
+  Inquiry inquiry{line.user, pathText(line.path), line.command, askLoader(line, to, exchange), {}, ""};
+  const bool decidesHandler = inquiry.command && !isDenied(inquiry.explained);
+  if (decidesHandler && inquiry.explained.has(kl::RIGHTS_BITS)) askHandler(inquiry, to, exchange);
+  return inquiry;
 }
 
 // --- Showing ---------------------------------------------------------------------------------------
@@ -105,20 +105,20 @@ std::string wordOf(Verdict verdict) {
 }
 
 // Who asks for more decides.
-std::optional<unsigned int> neededBits(const Finding& finding) {
-  const bool isListed = finding.explained.has(kl::RIGHTS_NEEDED);
-  if (!isListed && !finding.needed) return {};
-  return finding.explained.get(kl::RIGHTS_NEEDED, 0) | finding.needed.value_or(0);
+std::optional<unsigned int> neededBits(const Inquiry& inquiry) {
+  const bool isListed = inquiry.explained.has(kl::RIGHTS_NEEDED);
+  if (!isListed && !inquiry.needed) return {};
+  return inquiry.explained.get(kl::RIGHTS_NEEDED, 0) | inquiry.needed.value_or(0);
 }
 
-std::string sentenceOf(const Finding& finding) {
-  std::string text = wordOf(verdictOf(finding)) + ": " + finding.user + " has ";
-  text += rightsPhrase(bitsOf(finding.explained)) + " for " + finding.place;
-  if (!finding.command) return text;
-  const std::string command = commandWord(*finding.command);
-  if (!finding.fault.empty())
-    return text + ", and what " + command + " needs cannot be asked: " + finding.fault;
-  if (const auto needed = neededBits(finding)) text += ", " + command + " needs " + rightsPhrase(*needed);
+std::string sentenceOf(const Inquiry& inquiry) {
+  std::string text = wordOf(verdictOf(inquiry)) + ": " + inquiry.user + " has ";
+  text += rightsPhrase(bitsOf(inquiry.explained)) + " for " + inquiry.place;
+  if (!inquiry.command) return text;
+  const std::string command = commandWord(*inquiry.command);
+  if (!inquiry.fault.empty())
+    return text + ", and what " + command + " needs cannot be asked: " + inquiry.fault;
+  if (const auto needed = neededBits(inquiry)) text += ", " + command + " needs " + rightsPhrase(*needed);
   return text;
 }
 
@@ -161,38 +161,38 @@ void addLine(std::string& text, const std::string& label, const std::string& con
 }
 
 // Where the loader knows from what a command needs.
-std::string listOf(const Finding& finding) {
-  if (finding.place == kLoader) return "the loader's list of its commands";
-  return "the key commands of this service in " + finding.explained.get(kl::RIGHTS_FILE, "");
+std::string listOf(const Inquiry& inquiry) {
+  if (inquiry.place == kLoader) return "the loader's list of its commands";
+  return "the key commands of this service in " + inquiry.explained.get(kl::RIGHTS_FILE, "");
 }
 
-std::string findingText(const Finding& finding) {
-  std::string text = sentenceOf(finding) + "\n";
-  const kl::message& explained = finding.explained;
+std::string inquiryText(const Inquiry& inquiry) {
+  std::string text = sentenceOf(inquiry) + "\n";
+  const kl::message& explained = inquiry.explained;
   const kl::message rule(explained.get(kl::RIGHTS_RULE, {}));
   addLine(text, "decided by", placeOf(explained, rule) + "  " + ruleText(rule));
-  if (explained.has(kl::RIGHTS_NEEDED)) addLine(text, "needed by", listOf(finding));
-  if (finding.needed) addLine(text, "needed by", "the table of the handler");
+  if (explained.has(kl::RIGHTS_NEEDED)) addLine(text, "needed by", listOf(inquiry));
+  if (inquiry.needed) addLine(text, "needed by", "the table of the handler");
   for (const kl::message passed : explained.get(kl::RIGHTS_PASSED, {}))
     addLine(text, "near",
-            placeOf(explained, passed) + "  " + ruleText(passed) + "  " + reasonOf(finding.user, passed));
-  if (finding.command && verdictOf(finding) == Verdict::kYes)
+            placeOf(explained, passed) + "  " + ruleText(passed) + "  " + reasonOf(inquiry.user, passed));
+  if (inquiry.command && verdictOf(inquiry) == Verdict::kYes)
     addLine(text, "but", "the handler may have rules of its own, which nobody can ask for");
   return common::printable(text, common::Newline::kKept);
 }
 
-Json findingJson(const Finding& finding, const FieldNames& names) {
+Json inquiryJson(const Inquiry& inquiry, const FieldNames& names) {
   Json all = Json::object();
-  all["verdict"] = wordOf(verdictOf(finding));
-  all["user"] = finding.user;
-  all["path"] = finding.place;
-  if (finding.command) all["command"] = commandWord(*finding.command);
-  all["bits"] = bitsOf(finding.explained);
-  if (const auto needed = neededBits(finding)) all["needed"] = *needed;
-  if (!finding.fault.empty()) all["fault"] = finding.fault;
-  if (finding.explained.has(kl::RIGHTS_FILE)) all["file"] = finding.explained.get(kl::RIGHTS_FILE, "");
-  all["rule"] = toJson(kl::message(finding.explained.get(kl::RIGHTS_RULE, {})), names);
-  all["passed"] = toJson(finding.explained.get(kl::RIGHTS_PASSED, {}), names);
+  all["verdict"] = wordOf(verdictOf(inquiry));
+  all["user"] = inquiry.user;
+  all["path"] = inquiry.place;
+  if (inquiry.command) all["command"] = commandWord(*inquiry.command);
+  all["bits"] = bitsOf(inquiry.explained);
+  if (const auto needed = neededBits(inquiry)) all["needed"] = *needed;
+  if (!inquiry.fault.empty()) all["fault"] = inquiry.fault;
+  if (inquiry.explained.has(kl::RIGHTS_FILE)) all["file"] = inquiry.explained.get(kl::RIGHTS_FILE, "");
+  all["rule"] = toJson(kl::message(inquiry.explained.get(kl::RIGHTS_RULE, {})), names);
+  all["passed"] = toJson(inquiry.explained.get(kl::RIGHTS_PASSED, {}), names);
   return all;
 }
 
@@ -201,10 +201,10 @@ Json findingJson(const Finding& finding, const FieldNames& names) {
 void explainRights(const CommandLine& line, const Channels& channels) {
   const FieldNames names = namesFor(kLoader, line.fields);
   std::string dumped;
-  const Finding finding = find(line, line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
+  const Inquiry inquiry = inquire(line, line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
   if (line.dump) channels.print(dumped);
-  else channels.print(line.json ? jsonText(findingJson(finding, names)) : findingText(finding));
-  const Verdict verdict = verdictOf(finding);
+  else channels.print(line.json ? jsonText(inquiryJson(inquiry, names)) : inquiryText(inquiry));
+  const Verdict verdict = verdictOf(inquiry);
   if (verdict == Verdict::kNo) throw Failure(Status::kRefused, "not allowed");
   if (verdict == Verdict::kUnknown) throw Failure(Status::kUndecided, "it cannot be told");
 }
