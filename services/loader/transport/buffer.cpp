@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kLeastBytes = 256;
 constexpr std::size_t kLargeBytes = 64 * 1024;
 
-std::size_t chargedFor(std::size_t capacity) { return capacity > Buffer::kKeptBytes ? capacity : 0; }
+std::size_t chargedFor(std::size_t capacity) { return capacity > Buffer::kFreeBytes ? capacity : 0; }
 
 }  // namespace
 
@@ -65,7 +65,7 @@ std::size_t Buffer::capacityFor(std::size_t count, std::size_t expected) const {
   const std::size_t wanted = used + count;
   if (capacity_ - end_ >= count || (begin_ >= used && capacity_ >= wanted)) return capacity_;
   const std::size_t ahead = std::max(std::min(used, kLargeBytes), used / 4);
-  const std::size_t most = wanted <= kKeptBytes ? kKeptBytes : expected;
+  const std::size_t most = wanted <= kFreeBytes ? kFreeBytes : expected;
   return std::max({wanted, std::min(wanted + ahead, most), kLeastBytes});
 }
 

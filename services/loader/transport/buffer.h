@@ -12,7 +12,7 @@ namespace loader {
 
 // Bytes on their way, in one piece so that a single write takes them all.
 //
-// B1  what an account is charged is the memory of the buffer, when that is above kKeptBytes
+// B1  what an account is charged is the memory of the buffer, when that is above kFreeBytes
 //
 // Errors:    memory that cannot be had ends the process.
 // Ownership: owns its bytes; moved, not copied.  What is moved into a buffer is charged to that buffer's account.
@@ -22,7 +22,8 @@ namespace loader {
 //            empty keeps not much more than its bytes.
 class Buffer {
  public:
-  static constexpr std::size_t kKeptBytes = 2 * 1024;
+  static constexpr std::size_t kFreeBytes = 2 * 1024;  // the row of its connection pays for these
+  static constexpr std::size_t kKeptBytes = 512;       // of an empty one
 
   Buffer() = default;
   Buffer(Buffer&& other) noexcept { *this = std::move(other); }
@@ -35,7 +36,7 @@ class Buffer {
   std::size_t growthFor(std::size_t count) const;
   // The memory that it has, and what of it is charged.
   std::size_t memory() const { return capacity_; }
-  std::size_t charged() const { return capacity_ > kKeptBytes ? capacity_ : 0; }
+  std::size_t charged() const { return capacity_ > kFreeBytes ? capacity_ : 0; }
 
   std::size_t size() const { return end_ - begin_; }
   bool empty() const { return begin_ == end_; }

@@ -65,7 +65,7 @@ class FrameReader {
   // The unfinished frame that is kept makes its account take more than it may.
   bool takesTooMuch() const {
     const Account* account = kept_.account();
-    return isInFrame() && kept_.memory() > Buffer::kKeptBytes && account != nullptr &&
+    return isInFrame() && kept_.memory() > Buffer::kFreeBytes && account != nullptr &&
            !account->isTrusted() && account->isOver(Resource::kFrameBytes);
   }
   // Some bytes of a frame have come and the rest has not.
