@@ -9,6 +9,7 @@ wrong".  Exit status: 0 nothing found, 1 findings, 2 usage.
 
 import argparse
 import concurrent.futures
+import fnmatch
 import os
 import pathlib
 import re
@@ -49,6 +50,8 @@ TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)
 VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has)[A-Z]\w*)\s*\(", re.M)
 COMMENT = re.compile(r"^[ \t]*//[^\n]*(?:\n[ \t]*//[^\n]*)*", re.M)
 TEST_NAME = re.compile(r"\b([A-Z]\w*)\.([A-Z]\w*)\b")
+OTHER_TEST = re.compile(r"\badd_test\(\s*NAME\s+([A-Z]\w*)\.([A-Z]\w*)")  # of a CMakeLists.txt
+PAGE_TEST = re.compile(r"`([A-Z]\w*\*?)?\.([A-Z*][\w*]*)`")  # `Suite.Test`, `Suite.Begin*`, and `.Test` of the same suite
 
 
 class Tree:
@@ -237,10 +240,29 @@ def check_headers(tree):
                 yield path, 1, f"does not compile alone: {first}"
 
 
+def tests_in(tree):
+    kinds = {".cpp": TEST, "CMakeLists.txt": OTHER_TEST}
+    return {match.groups() for path in tree.files if path.startswith("tests/")
+            for end, pattern in kinds.items() if path.endswith(end)
+            for match in pattern.finditer(tree.text(path))}
+
+
+def tests_missing_on_pages(tree, tests):
+    names = {".".join(test) for test in tests}
+    for path in tree.files:
+        for line, text in enumerate(tree.text(path).splitlines() if path.endswith(".md") else (), 1):
+            suite = None
+            for note in PAGE_TEST.finditer(text):
+                suite = note.group(1) or suite
+                name = f"{suite}.{note.group(2)}"
+                if not fnmatch.filter(names, name):
+                    yield path, line, f"no test {name}"
+
+
 def check_held_by(tree):
-    """Each "Held by" names a real test, and what is kept on purpose says by which it is held."""
-    tests = {match.groups() for path in tree.files if path.startswith("tests/") and path.endswith(".cpp")
-             for match in TEST.finditer(tree.text(path))}
+    """Each "Held by" and each page names real tests, and what is kept on purpose says by which it is held."""
+    tests = tests_in(tree)
+    yield from tests_missing_on_pages(tree, tests)
     for path in tree.code():
         text = tree.text(path)
         for comment in COMMENT.finditer(text):

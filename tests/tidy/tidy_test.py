@@ -153,6 +153,13 @@ class TidyTest(unittest.TestCase):
         self.assertEqual(self.findings("held-by", {"lib/message/rep.cpp": "int y;\n// Kept on\n// purpose: so.\n"}),
                          ["lib/message/rep.cpp:2: kept on purpose, but held by no test"])
 
+    def test_a_page_that_names_no_real_test(self):
+        page = "| newest first | `Rep.*`, `.NewestComesFirst` |\n| oldest | `Rep.NewestComes*`, `.Oldest*` |\n`R*.*` `Map.*`\n"
+        self.assertEqual(self.findings("held-by", {"lib/message/README.md": page}),
+                         ["lib/message/README.md:2: no test Rep.Oldest*", "lib/message/README.md:3: no test Map.*"])
+        self.assertEqual(self.findings("held-by", {"docs/guide.md": "`Tidy.*`\n",
+                                                   "tests/CMakeLists.txt": "add_test(NAME Tidy.FindsAll COMMAND x)\n"}), [])
+
     @unittest.skipUnless(shutil.which("groff"), "groff is missing")
     def test_a_man_page_with_an_unknown_macro(self):
         found = self.findings("man-pages", {"docs/man/klctl.1": ".TH KLCTL 1\n.SH NAME\n.XYZ\nklctl\n"})

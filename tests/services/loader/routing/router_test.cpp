@@ -747,6 +747,26 @@ TEST_F(AccountedRouter, OpenRequestsOfAllConnectionsOfAUserCount) {
   EXPECT_EQ(alice_.used(loader::Resource::kRequests), 0u);
 }
 
+TEST_F(AccountedRouter, WhatAGatewayAsksForOthersIsTakenFromItsOwnAccount) {
+  const auto users = std::make_shared<loader::SpokenUsers>();
+  users->add("bob", loader::equalRights("bob", Rights::of(64)));
+  a_.rights = loader::equalRights("web", Rights::of(64));
+  a_.rights.speaksFor = users;
+  loader::Account& bob = accounts_.ofUser(1001, 0);
+  Service& c = connected(table_, 12);
+  c.chargeTo(bob);
+  for (unsigned int id = 1; id <= 11; ++id) {
+    kl::message m = request({24}, kl::CMD_GET, id, {5});
+    m.insert(kl::SYS_USER, "bob");
+    ASSERT_EQ(route(a_, m), "");
+  }
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BUSY) << "it has ten at once";
+  EXPECT_EQ(alice_.used(loader::Resource::kRequests), 10u);
+  EXPECT_EQ(bob.used(loader::Resource::kRequests), 0u);
+  ASSERT_EQ(route(c, request({24}, kl::CMD_GET, 1, {5})), "");
+  EXPECT_EQ(bob.used(loader::Resource::kRequests), 1u);
+}
+
 TEST_F(RouterTest, SubscribingOpensNoRequest) {
   (void)route(a_, request({24}, kl::CMD_SUBSCRIBE, 5, {7}));
   (void)route(a_, request({24}, kl::CMD_UNSUBSCRIBE, 6, {7}));
