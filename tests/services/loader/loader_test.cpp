@@ -31,9 +31,7 @@ class Frames : public testing::Test {
   }
   void TearDown() override {
     // Whatever came in, the loader still routes.
-    RawPeer late;
-    ASSERT_TRUE(late.connect());
-    ASSERT_NE(late.registerAs(0), 0u);
+    RawPeer late = RawPeer::registered();
     ASSERT_TRUE(late.send(request({500, 1}, kl::CMD_GET, 77)));
     const auto asked = witness_.receiveCommand(kl::CMD_GET);
     ASSERT_TRUE(asked);
@@ -42,9 +40,7 @@ class Frames : public testing::Test {
   }
 
   RawPeer registered(unsigned int id) {
-    RawPeer peer;
-    EXPECT_TRUE(peer.connect());
-    EXPECT_EQ(peer.registerAs(id), id);
+    RawPeer peer = RawPeer::registered(id);
     EXPECT_TRUE(peer.meet(500, witness_));
     return peer;
   }

@@ -116,9 +116,7 @@ TEST(RegistrationScenario, TwoHundredPeersAtOnceAreServedAndLeaveNothingBehind) 
     ASSERT_TRUE(peers[0].send(notification({kl::PATH_ALL, 4})));
     for (std::size_t i = 1; i < peers.size(); ++i) ASSERT_TRUE(peers[i].receiveCommand(kl::CMD_NOTIFY));
   }
-  RawPeer last;
-  ASSERT_TRUE(last.connect());
-  ASSERT_NE(last.registerAs(0), 0u);
+  RawPeer last = RawPeer::registered();
   kl::message count = request({1}, kl::CMD_GETCOUNT, 1);
   for (unsigned int rows = 0; rows != 3;) {  // the loader, the first and the one that asks
     ASSERT_TRUE(last.send(count));
@@ -150,9 +148,7 @@ TEST(RegistrationScenario, RootKeepsTheRightsThatItSets) {
 TEST(RegistrationScenario, ForgedRightsOfAnOrdinaryUserAreReplaced) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const LoaderProcess loader;
-  RawPeer b;
-  ASSERT_TRUE(b.connect());
-  ASSERT_EQ(b.registerAs(501), 501u);
+  RawPeer b = RawPeer::registered(501);
   EXPECT_TRUE(holdsFor(kNobody, [] {
     RawPeer a;
     if (!a.connect() || a.registerAs(0) == 0) return false;
@@ -227,11 +223,8 @@ TEST(RegistrationScenario, AForgedReturnPathReachesNobodyElse) {
 
 TEST(RegistrationScenario, RepliesThatNobodyAskedForAreNotDelivered) {
   const LoaderProcess loader;
-  RawPeer a;
-  RawPeer b;
-  ASSERT_TRUE(a.connect() && b.connect());
-  ASSERT_EQ(a.registerAs(500), 500u);
-  ASSERT_EQ(b.registerAs(501), 501u);
+  RawPeer a = RawPeer::registered(500);
+  RawPeer b = RawPeer::registered(501);
   ASSERT_TRUE(b.send(replyTo(request({501}, kl::CMD_GET, 1, {500, 7}))));
   ASSERT_TRUE(b.send(request({500}, kl::CMD_GET, 3)));  // comes behind it
   const auto first = a.receive();

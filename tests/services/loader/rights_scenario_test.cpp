@@ -126,15 +126,11 @@ TEST_F(RightsScenario, AccessOfTheLoaderSaysWhoMayOrderAndWhoMayLook) {
 TEST_F(RightsScenario, WithoutAnyRightAtAServiceNothingReachesIt) {
   const LoaderProcess loader(std::string("[rights]\nnobody = \"all\"\n") + kService +
                              "access = { nobody = \"none\" }\n");
-  RawPeer lab;
-  ASSERT_TRUE(lab.connect());
-  ASSERT_EQ(lab.registerAs(40), 40u);
+  RawPeer lab = RawPeer::registered(40);
   EXPECT_TRUE(holdsForNobody([](RawPeer& peer) {
     return isAnswered(peer, request({40, 3}, kl::CMD_GET, 8), kl::ERROR_NOTALLOWED, "has no rights there");
   }));
-  RawPeer root;
-  ASSERT_TRUE(root.connect());
-  ASSERT_NE(root.registerAs(0), 0u);
+  RawPeer root = RawPeer::registered();
   ASSERT_TRUE(root.send(request({40, 3}, kl::CMD_SET, 9)));
   const auto first = lab.receiveCommand(kl::CMD_SET);
   ASSERT_TRUE(first);
@@ -145,9 +141,7 @@ TEST_F(RightsScenario, WithoutAnyRightAtAServiceNothingReachesIt) {
 TEST_F(RightsScenario, ListedCommandsNeedWhatTheListSaysAndOthersAreRefused) {
   const LoaderProcess loader(std::string(kService) +
                              "commands = { \"0x60001\" = \"read\", \"0x60002\" = \"change\" }\n");
-  RawPeer lab;
-  ASSERT_TRUE(lab.connect());
-  ASSERT_EQ(lab.registerAs(40), 40u);
+  RawPeer lab = RawPeer::registered(40);
   EXPECT_TRUE(holdsForNobody([](RawPeer& peer) {
     return isAnswered(peer, request({40}, 0x60002, 8), kl::ERROR_NOTALLOWED, "lacks the right change") &&
            isAnswered(peer, request({40}, 0x60003, 8), kl::ERROR_NOTALLOWED,
@@ -162,9 +156,7 @@ TEST_F(RightsScenario, ListedCommandsNeedWhatTheListSaysAndOthersAreRefused) {
     EXPECT_EQ(got->get(kl::SYS_POLICY, 0), 64u);
     EXPECT_EQ(got->get(kl::SYS_USER, ""), "nobody");
   }
-  RawPeer root;
-  ASSERT_TRUE(root.connect());
-  ASSERT_NE(root.registerAs(0), 0u);
+  RawPeer root = RawPeer::registered();
   ASSERT_TRUE(root.send(request({40}, 0x60003, 9)));
   EXPECT_TRUE(lab.receiveCommand(0x60003));
 }
@@ -266,11 +258,8 @@ TEST_F(GatewayScenario, TheWordOfOneThatIsNoGatewayHasItsRights) {
 
 TEST_F(RightsScenario, ANotificationOfRootArrivesAsItWasSent) {
   const LoaderProcess loader;
-  RawPeer teller;
-  RawPeer subscriber;
-  ASSERT_TRUE(teller.connect() && subscriber.connect());
-  ASSERT_EQ(teller.registerAs(500), 500u);
-  ASSERT_EQ(subscriber.registerAs(501), 501u);
+  RawPeer teller = RawPeer::registered(500);
+  RawPeer subscriber = RawPeer::registered(501);
   kl::message wish = notification({500, 3}, {7});
   wish.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
   ASSERT_TRUE(subscriber.send(wish));

@@ -109,12 +109,7 @@ class UndoProcess : public testing::Test {
   }
 
   // A process with this id; 0: one that the loader picks.
-  static RawPeer connected(unsigned int id = 0) {
-    RawPeer peer;
-    EXPECT_TRUE(peer.connect());
-    EXPECT_NE(peer.registerAs(id), 0u);
-    return peer;
-  }
+  static RawPeer connected(unsigned int id = 0) { return RawPeer::registered(id); }
 
   // A process of another user with an id that the loader picks.
   static RawPeer connectedAs(uid_t user) {

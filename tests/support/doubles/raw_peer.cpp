@@ -1,5 +1,6 @@
 #include "tests/support/doubles/raw_peer.h"
 
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -54,6 +55,14 @@ RawPeer& RawPeer::operator=(RawPeer&& other) noexcept {
   in_.swap(other.in_);
   ready_.swap(other.ready_);
   return *this;
+}
+
+RawPeer RawPeer::registered(unsigned int id) {
+  RawPeer peer;
+  EXPECT_TRUE(peer.connect());
+  const unsigned int given = peer.registerAs(id);
+  EXPECT_TRUE(id == 0 ? given != 0 : given == id) << "asked for " << id << ", got " << given;
+  return peer;
 }
 
 bool RawPeer::connect(int deadlineMs) {

@@ -29,6 +29,10 @@ class RawPeer {
   RawPeer& operator=(RawPeer&& other) noexcept;
   ~RawPeer() { close(); }
 
+  // One that has connected and registered, with this id or, for 0, with one that the loader picks; the test fails
+  // when that fails.
+  static RawPeer registered(unsigned int id = 0);
+
   // Connects to the loader's socket; waits until there is one.
   bool connect(int deadlineMs = kDeadlineMs);
   void close();

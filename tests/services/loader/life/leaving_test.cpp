@@ -40,8 +40,8 @@ class Leaving : public testing::Test {
 
   void begin(const std::string& configuration = kOne) {
     loader_.emplace(configuration);
-    a_ = stranger(500);
-    watcher_ = stranger(501);
+    a_ = RawPeer::registered(500);
+    watcher_ = RawPeer::registered(501);
   }
   // Another loader in place of the first, which ends in order or is killed.
   void beginAgain(int signal, const std::string& configuration = kOne) {
@@ -51,15 +51,9 @@ class Leaving : public testing::Test {
     begin(configuration);
   }
 
-  static RawPeer stranger(unsigned int id) {
-    RawPeer p;
-    EXPECT_TRUE(p.connect());
-    EXPECT_EQ(p.registerAs(id), id);
-    return p;
-  }
   // One of whose end the watcher hears.
   RawPeer peer(unsigned int id) {
-    RawPeer p = stranger(id);
+    RawPeer p = RawPeer::registered(id);
     EXPECT_TRUE(p.meet(501, watcher_));
     return p;
   }
@@ -614,7 +608,7 @@ TEST_F(Leaving, ASubscriberOfTheTableThatLeftIsNotStartedByItsOwnLeave) {
   EXPECT_EQ(state(), kl::SVC_STATE_LEFT);
   ASSERT_EQ(errorOf(ask({32}, kl::CMD_NOOP)), kl::ERROR_OK);
   ASSERT_TRUE(isUp());
-  RawPeer change = stranger(600);
+  RawPeer change = RawPeer::registered(600);
   ASSERT_TRUE(watcher_.receiveCommand(kl::CMD_NOTIFY));
   EXPECT_TRUE(getsNotification());  // its subscription has outlived its leave
 }

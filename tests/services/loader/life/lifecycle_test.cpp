@@ -170,9 +170,7 @@ TEST_F(Supervision, RequestsWaitForAServiceThatIsStartingForTheFirstTime) {
 TEST_F(Supervision, AServiceKilledWithinAnExchangeBreaksThePathAndComesAgain) {
   const LoaderProcess loader(service("echo", 32, "serve"));
   connect();
-  RawPeer b;
-  ASSERT_TRUE(b.connect());
-  ASSERT_EQ(b.registerAs(501), 501u);
+  RawPeer b = RawPeer::registered(501);
   ASSERT_TRUE(askUntilAnswered({32}));
   const auto first = static_cast<pid_t>(row(32).get(kl::SVC_PID, 0));
   ASSERT_TRUE(a_.send(request({32, 4}, kl::CMD_POLL, 77, {7})));  // it never answers this one
@@ -323,9 +321,7 @@ TEST_F(Supervision, AStopEndsTheConnectionOfAStrangerAndARestartTakesItsPlace) {
   const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
   connect();
   for (const unsigned int action : {kl::SVC_STOP, kl::SVC_RESTART}) {
-    RawPeer stranger;
-    ASSERT_TRUE(stranger.connect());
-    ASSERT_EQ(stranger.registerAs(32), 32u);
+    RawPeer stranger = RawPeer::registered(32);
     EXPECT_EQ(act(32, action), kl::ERROR_OK);
     EXPECT_TRUE(stranger.isDisconnected());
     EXPECT_TRUE(loader.logs("is to stop; disconnected"));
@@ -336,9 +332,7 @@ TEST_F(Supervision, AStopEndsTheConnectionOfAStrangerAndARestartTakesItsPlace) {
 TEST_F(Supervision, AStrangerMayStopItself) {
   const LoaderProcess loader(service("echo", 32, "serve", "start = false"));
   connect();
-  RawPeer stranger;
-  ASSERT_TRUE(stranger.connect());
-  ASSERT_EQ(stranger.registerAs(32), 32u);
+  RawPeer stranger = RawPeer::registered(32);
   kl::message m = request({1}, kl::CMD_SETOBJ, 5, {7});
   m.insert(kl::STD_ID, 32);
   m.insert(kl::SVC_ACTION, kl::SVC_STOP);

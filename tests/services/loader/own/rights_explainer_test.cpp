@@ -1,10 +1,9 @@
 #include "services/loader/own/rights_explainer.h"
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
-#include "kl/rights.h"
 
+#include "kl/rights.h"
 #include "tests/services/loader/fixture.h"
 
 namespace {

@@ -138,10 +138,15 @@ class Peers : public testing::Test {
     ASSERT_TRUE(a_.receiveReply(id));
   }
 
-  unsigned long long row(unsigned int id, unsigned int field) {
+  // The answer is number 99.
+  bool askForRow(unsigned int id) {
     kl::message m = request({1}, kl::CMD_GETOBJ, 99, {7});
     m.insert(kl::STD_ID, id);
-    if (!a_.send(m)) return 0;
+    return a_.send(m);
+  }
+
+  unsigned long long row(unsigned int id, unsigned int field) {
+    if (!askForRow(id)) return 0;
     const auto answer = a_.receiveReply(99);
     if (!answer) return 0;
     return (field & 0xf8000000) == 0x10000000 ? answer->get_u64(field, 0) : answer->get_u32(field, 0);
@@ -189,9 +194,7 @@ TEST_F(Peers, WhoAsksOnceIsAnsweredBeforeTheThousandRequestsOfAnother) {
     pipelined.insert(pipelined.end(), frame.begin(), frame.end());
   }
   ASSERT_TRUE(b_.sendBytes(pipelined));
-  kl::message question = request({1}, kl::CMD_GETOBJ, 99, {7});
-  question.insert(kl::STD_ID, 501);
-  ASSERT_TRUE(a_.send(question));
+  ASSERT_TRUE(askForRow(501));
   loader.signal(SIGCONT);
   const auto answer = a_.receiveReply(99);
   ASSERT_TRUE(answer);
@@ -211,9 +214,7 @@ TEST_F(Peers, WhoAsksOnceIsAnsweredBeforeTheThousandsOfPathsInAFrame) {
   for (unsigned int i = 0; i < 5000; ++i) path.insert(path.end(), {2, 502, i});
   ASSERT_TRUE(b_.send(notification(path)));
   ASSERT_TRUE(b_.send(notification({502, 5000})));
-  kl::message question = request({1}, kl::CMD_GETOBJ, 99, {7});
-  question.insert(kl::STD_ID, 502);
-  ASSERT_TRUE(a_.send(question));
+  ASSERT_TRUE(askForRow(502));
   loader.signal(SIGCONT);
   const auto answer = a_.receiveReply(99);
   ASSERT_TRUE(answer);

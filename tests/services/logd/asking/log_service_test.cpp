@@ -97,9 +97,7 @@ TEST(LogService, ABurstCostsAFollowerFewMessages) {
 
 TEST(LogService, AFollowerThatDoesNotReadIsNotWaitedFor) {
   System system(kWithFile);
-  kl::test::RawPeer lazy;
-  ASSERT_TRUE(lazy.connect());
-  ASSERT_NE(lazy.registerAs(0), 0u);
+  kl::test::RawPeer lazy = kl::test::RawPeer::registered();
   kl::message m = kl::test::notification({kl::SERVICE_LOG});
   m.insert(kl::SYS_CMD, kl::CMD_SUBSCRIBE);
   ASSERT_TRUE(lazy.send(m));
@@ -129,9 +127,7 @@ TEST(LogService, MutingReachesThoseWhoAreThereAndThoseWhoCome) {
 TEST(LogService, WhoFollowsTheRulesHearsOfAChange) {
   System system(kNames);
   system.subscribe({kl::SERVICE_LOG, kl::LOG_RULES});
-  kl::test::RawPeer other;
-  ASSERT_TRUE(other.connect());
-  ASSERT_NE(other.registerAs(0), 0u);
+  kl::test::RawPeer other = kl::test::RawPeer::registered();
   kl::message m = kl::test::request({kl::SERVICE_LOG, kl::LOG_RULES}, kl::CMD_SETOBJ, 1);
   m.insert(kl::STD_ID, kl::TOPIC_DEBUG);
   m.insert(kl::LOG_MUTED, true);
