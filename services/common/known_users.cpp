@@ -1,3 +1,5 @@
+// The users of this system: its list is read once, with getpwent(3), and then only looked into.
+
 #include "services/common/known_users.h"
 
 #include <pwd.h>
