@@ -213,7 +213,7 @@ TEST_F(OutboxLimit, HoldsForTheSharesOfSendersThatTakeTurns) {
 }
 
 TEST_F(OutboxLimit, IsNotPassedWhenHeldFramesAreReleasedOrKept) {
-  for (std::size_t before : {0, 5000, 30000}) {
+  for (const unsigned int before : {0U, 5000U, 30000U}) {
     setLeaving(a_, false);
     while (a_.out.size() < before) ASSERT_TRUE(deliver(b_, 1000));
     setLeaving(a_, true);
