@@ -46,7 +46,7 @@ unsigned int senderOf(const kl::message& m) {
 bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
                      const RightsMark& mark) {
   if (urgency == Urgency::kOrdinary && isFull(to, from)) return drop(to);
-  if (!admit(to, deliveredBytes(envelope, rest, mark), urgency)) return false;
+  if (!admit(to, mostDelivered(envelope, mark), urgency)) return false;
   const unsigned int share = urgency == Urgency::kReply ? shareOf(to) : shareOf(from);
   (void)append(to, from.id, share, kindOf(envelope),
                [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, mark); });

@@ -84,7 +84,7 @@ class Outbox {
 
   // Something has left the queue: of an empty one nothing is noted any more.
   static void noteWritten(Service& service) {
-    if (service.waiting() == 0) service.shares.clear();
+    if (service.shares.isCounting() && service.waiting() == 0) service.shares.clear();
   }
 
  private:

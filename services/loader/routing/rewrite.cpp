@@ -69,14 +69,14 @@ class Touched {
   std::size_t size_ = 0;
 };
 
-}  // namespace
-
 std::size_t deliveredBytes(const Envelope& e, Path rest, const RightsMark& mark) {
   std::size_t size = e.body.size() - e.to.bytes().size() + kArrayHeaderBytes + rest.bytes().size();
   size += e.from.bytes().empty() ? kArrayHeaderBytes + 4 : 4;
   if (mark.replaces) size -= e.user.bytes().size() + e.policy.bytes().size();
   return size + mark.records.size() + (mark.addsPolicy ? kNumberBytes : 0);
 }
+
+}  // namespace
 
 std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned int senderId,
                             const RightsMark& mark) {

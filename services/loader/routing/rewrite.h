@@ -21,8 +21,11 @@ struct RightsMark {
   unsigned int policy = 0;
 };
 
-// The bytes of the body as the receiver gets it.
-std::size_t deliveredBytes(const Envelope& envelope, Path rest, const RightsMark& mark);
+// The bytes of the body as the receiver gets it, at most: a return path and a number may be new.
+inline std::size_t mostDelivered(const Envelope& envelope, const RightsMark& mark) {
+  constexpr std::size_t kMostAdded = 10 + 8;
+  return envelope.body.size() + kMostAdded + mark.records.size();
+}
 
 // Appends the whole frame, length prefix included, as the receiver gets it: the path is `rest`, the return path
 // begins with `senderId`, and the rights are what `mark` says.  Everything else passes as it came.  Returns the number

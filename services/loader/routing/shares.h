@@ -59,6 +59,8 @@ class Shares {
   // As of the last update().
   std::size_t of(unsigned int sender) const;
 
+  bool isCounting() const { return counts_ != nullptr; }
+
   // What waits is nobody's from now on.
   void clear() {
     counts_.reset();

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "services/loader/routing/access.h"
+#include "tests/support/builders.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -30,6 +31,7 @@ std::string delivered(const std::string& hexBody, const std::string& rights = ""
   Buffer out;
   const std::size_t size = appendDelivered(out, e, e.path().withoutFirst(), 0x20, mark);
   EXPECT_EQ(size, out.size());
+  EXPECT_LE(size, 4 + mostDelivered(e, mark));
   return hex({out.bytes().begin(), out.bytes().end()});
 }
 
@@ -107,6 +109,21 @@ TEST(Rewrite, AUserMayBeAddedBesideTheRightsThatTheSenderSet) {
                     "0100ff88 0000 0200ff88 0100 20000000 0a00ff21 03 626f62"));
 }
 
+TEST(Rewrite, HowLongAFrameGetsIsKnownBefore) {
+  using Ids = std::vector<unsigned int>;
+  const std::vector<unsigned char> records(30);
+  for (const Ids& path : {Ids{24}, Ids{24, 3}, Ids{kl::PATH_MULTI, 2, 24, 3, 1, 25}})
+    for (const Ids& from : {Ids{}, Ids{7}, Ids{7, 8, 9}}) {
+      kl::message m = kl::test::notification(path, from);
+      const std::vector<unsigned char> body = kl::test::flat(m);
+      Envelope e;
+      ASSERT_EQ(readEnvelope(body, e), nullptr);
+      Buffer out;
+      const loader::RightsMark mark{records, true, true, 64};
+      EXPECT_LE(appendDelivered(out, e, e.path().withoutFirst(), 0x20, mark), 4 + mostDelivered(e, mark));
+    }
+}
+
 TEST(Rewrite, AFrameMayGrowPast65535Bytes) {
   std::vector<unsigned char> body = bytes("4d32 0100ff88 0100 18000000 01000030 edff");
   body.resize(body.size() + 0xffed, 0x5a);
@@ -115,6 +132,7 @@ TEST(Rewrite, AFrameMayGrowPast65535Bytes) {
   ASSERT_EQ(readEnvelope(body, e), nullptr);
   Buffer out;
   EXPECT_EQ(appendDelivered(out, e, loader::Path(), 0x20, {}), 4u + 65541u);
+  EXPECT_LE(65541u, loader::mostDelivered(e, {}));
   EXPECT_EQ(hex({out.bytes().begin(), out.bytes().begin() + 18}),
             grouped("05000100 4d32 0100ff88 0000 01000030 edff"));
 }
