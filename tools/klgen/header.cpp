@@ -13,8 +13,8 @@
 #include <map>
 
 #include "identifiers.h"
-#include "pages.h"
 #include "services/describe/field_id.h"
+#include "services/describe/notes.h"
 
 namespace klgen {
 namespace {
@@ -162,7 +162,7 @@ void HeaderWriter::writeFields(const std::vector<Field>& fields, const std::stri
     const std::string word = constantName(prefix + field.name);
     if (!claim(word, prefix + "field " + field.name, field.line)) continue;
     out_ += "inline constexpr ::kl::field<" + typeOf(field.id) + "> " + word + "{" + hex(field.id) + "};" +
-            remark(notesOf(field)) + "\n";
+            remark(describe::notesOf(field)) + "\n";
   }
 }
 
@@ -209,7 +209,7 @@ void HeaderWriter::writeMember(const Field& field) {
   const std::string type = enumeration.empty() ? typeOf(field.id) : enumeration;
   const std::string word = memberName(field.name);
   out_ += "  " + (field.isRequired ? type : "::std::optional<" + type + ">") + " " + word + "{};" +
-          remark(notesOf(field)) + "\n";
+          remark(describe::notesOf(field)) + "\n";
 }
 
 // A member that is an enumeration goes by way of its number.

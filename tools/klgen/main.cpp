@@ -12,6 +12,7 @@
 #include "pages.h"
 #include "services/common/command_line.h"
 #include "services/describe/check.h"
+#include "services/describe/json.h"
 #include "services/describe/reader.h"
 
 namespace klgen {
@@ -42,7 +43,7 @@ std::string textOf(const std::string& form, const describe::Description& descrip
                    const std::string& file) {
   common::Mistakes none;  // load() has told them
   if (form == "header") return headerOf(description, file, none);
-  if (form == "json") return jsonOf(description);
+  if (form == "json") return describe::jsonOf(description);
   if (form == "markdown") return markdownOf(description);
   return manPageOf(description);
 }

@@ -2,6 +2,7 @@
 
 #include "pages.h"
 #include "services/describe/field_id.h"
+#include "services/describe/notes.h"
 
 namespace klgen {
 namespace {
@@ -41,7 +42,7 @@ std::string sentence(const std::string& label, const std::vector<std::string>& n
 std::string fieldItems(const std::string& heading, const std::vector<describe::Field>& fields) {
   std::string text = fields.empty() ? "" : ".SH " + heading + "\n";
   for (const describe::Field& field : fields) {
-    text += tagged(field.name, describe::fieldIdText(field.id), notesOf(field));
+    text += tagged(field.name, describe::fieldIdText(field.id), describe::notesOf(field));
   }
   return text;
 }

@@ -2,6 +2,7 @@
 
 #include "pages.h"
 #include "services/describe/field_id.h"
+#include "services/describe/notes.h"
 
 namespace klgen {
 namespace {
@@ -31,7 +32,7 @@ std::string fieldTable(const std::string& heading, const std::vector<describe::F
   std::string text = "\n## " + heading + "\n\n| name | field | |\n|---|---|---|\n";
   for (const describe::Field& field : fields) {
     text += "| " + code(field.name) + " | " + code(describe::fieldIdText(field.id)) + " | " +
-            cell(notesOf(field)) + " |\n";
+            cell(describe::notesOf(field)) + " |\n";
   }
   return text;
 }

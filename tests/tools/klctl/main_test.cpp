@@ -283,8 +283,9 @@ TEST_F(Klctl, WithoutADictionaryFieldsHaveTheirExplicitNames) {
 TEST(KlctlAlone, UsageIsStatusTwoWithoutALoader) {
   EXPECT_NE(failed(2, {}).find("klctl: "), std::string::npos);
   EXPECT_NE(failed(2, {"bogus"}), "");
-  EXPECT_EQ(failed(2, {"set", "netif", "mtu=big"}),
-            "klctl: mtu is of the type u32 and takes a whole number from 0 to 4294967295, not \"big\"\n");
+  EXPECT_EQ(
+      failed(2, {"set", "netif", "mtu=big"}),
+      "klctl: mtu is of the type u32 and takes a whole number from 0 to 4294967295 in bytes, not \"big\"\n");
   EXPECT_EQ(failed(2, {"set", "netif", "colour=red"}),
             "klctl: there is no field 'colour' (a form like u32:5 or string:std.9 names any)\n");
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "services/common/configuration_file.h"
+#include "services/describe/json.h"
 #include "tests/tools/klgen/described.h"
 #include "tools/klgen/header.h"
 #include "tools/klgen/pages.h"

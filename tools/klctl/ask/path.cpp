@@ -6,6 +6,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "services/describe/check.h"
 #include "values/failure.h"
 #include "values/field_id.h"
 #include "values/similar.h"
@@ -20,14 +21,19 @@ std::optional<unsigned int> parseElement(const std::string& word) {
   return static_cast<unsigned int>(*number);
 }
 
-// Cuts off what follows the last `separator` and reads it as a number.
-std::optional<unsigned int> cutNumber(std::string& text, char separator, const std::string& word) {
+// Cuts off what follows the last `separator`; nothing where there is none.
+std::optional<std::string> cutLast(std::string& text, char separator) {
   const std::size_t at = text.rfind(separator);
   if (at == std::string::npos) return {};
-  const auto number = parseElement(text.substr(at + 1));
-  if (!number) throw usage("'" + word + "' is no path: a number must follow '" + separator + "'");
+  std::string last = text.substr(at + 1);
   text.resize(at);
-  return number;
+  return last;
+}
+
+unsigned int numberBehind(char separator, const std::string& element, const std::string& word) {
+  const auto number = parseElement(element);
+  if (!number) throw usage("'" + word + "' is no path: a number must follow '" + separator + "'");
+  return *number;
 }
 
 // The name of a service that is known by its number; the loader's table first.
@@ -69,9 +75,12 @@ unsigned int askId(const std::string& name, const Exchange& exchange) {
 PathWord parsePath(const std::string& word) {
   PathWord path;
   std::string text = word;
-  path.object = cutNumber(text, ':', word);
-  while (const auto handler = cutNumber(text, '/', word))
-    path.handlers.insert(path.handlers.begin(), *handler);
+  if (const auto object = cutLast(text, ':')) path.object = numberBehind(':', *object, word);
+  while (const auto element = cutLast(text, '/')) {
+    const bool isFirst = text.find('/') == std::string::npos;
+    if (isFirst && describe::isName(*element)) path.objectName = *element;
+    else path.handlers.insert(path.handlers.begin(), numberBehind('/', *element, word));
+  }
   path.service = text;
   if (text.empty() || text.find(':') != std::string::npos)
     throw usage("'" + word + "' is no path: it begins with the name or the number of a service");
@@ -82,9 +91,16 @@ PathWord parsePath(const std::string& word) {
 
 std::string pathText(const PathWord& path) {
   std::string text = path.service;
+  if (!path.objectName.empty()) text += "/" + path.objectName;
   for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
   if (path.object) text += ":" + std::to_string(*path.object);
   return text;
+}
+
+std::vector<unsigned int> handlersOf(const PathWord& path) {
+  std::vector<unsigned int> all = path.named;
+  all.insert(all.end(), path.handlers.begin(), path.handlers.end());
+  return all;
 }
 
 std::string serviceName(const std::string& word, const Exchange& exchange) {
@@ -99,7 +115,8 @@ unsigned int serviceId(const std::string& word, const Exchange& exchange) {
 
 std::vector<unsigned int> numbersOf(const PathWord& path, const Exchange& exchange) {
   std::vector<unsigned int> numbers = {serviceId(path.service, exchange)};
-  numbers.insert(numbers.end(), path.handlers.begin(), path.handlers.end());
+  const std::vector<unsigned int> handlers = handlersOf(path);
+  numbers.insert(numbers.end(), handlers.begin(), handlers.end());
   return numbers;
 }
 

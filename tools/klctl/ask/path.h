@@ -4,6 +4,7 @@
 //     netif        the service netif
 //     netif/3      handler 3 in it;  24/0  handler 0 of service 24
 //     netif:2      object 2 of the service;  24/0:2  object 2 of a handler
+//     log/rule:2   object 2 of the handler that the description of the service calls rule
 
 #include <optional>
 #include <string>
@@ -15,7 +16,9 @@ namespace klctl {
 
 struct PathWord {
   std::string service;                 // a name or a number
-  std::vector<unsigned int> handlers;  // what follows it
+  std::string objectName;              // in front of the handlers; empty: none was named
+  std::vector<unsigned int> named;     // its handlers, once they were looked up
+  std::vector<unsigned int> handlers;  // what follows
   std::optional<unsigned int> object;
 };
 
@@ -24,6 +27,9 @@ PathWord parsePath(const std::string& word);
 
 // The word that parsePath reads back.
 std::string pathText(const PathWord& path);
+
+// Those of the named object and those behind it.
+std::vector<unsigned int> handlersOf(const PathWord& path);
 
 // The name of the service that a word means: the word itself, or what the loader calls the number.  Empty when
 // the number is unknown.

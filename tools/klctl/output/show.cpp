@@ -14,15 +14,21 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <set>
 #include <sstream>
 
 #include "kl/conventions.h"
+#include "kl/records.h"
 #include "services/common/text.h"
+#include "values/field_id.h"
+#include "values/units.h"
 
 namespace klctl {
 namespace {
 constexpr int kJsonIndent = 2;
 constexpr int kOneLine = -1;
+constexpr int kMaxDepth = 64;  // of messages in messages
+constexpr unsigned int kWholeId = 0xffffffff;
 
 // The length of a character in UTF-8, by its first byte.
 std::size_t bytesOfCharacter(char first) {
@@ -64,15 +70,36 @@ std::string dumped(const Json& value, int indent) {
 }
 
 // Text of one value.  The elements of an array stand below each other.
-std::string cellText(const Json& value) {
+std::string cellText(const Json& value, const std::string& unit = "") {
   if (value.is_string()) return common::printable(value.get<std::string>());
+  if (value.is_number()) return common::printable(withUnit(dumped(value, kOneLine), unit));
   if (!value.is_array()) return dumped(value, kOneLine);
   std::string text;
   for (const Json& element : value) {
     if (!text.empty()) text += '\n';
-    text += cellText(element);
+    text += cellText(element, unit);
   }
   return text;
+}
+
+// The unit of a field; empty where its name says it.
+std::string unitBeside(const std::string& name, const FieldNames& names) {
+  const std::string unit = names.unitOf(names.find(name).value_or(kl::BADID));
+  return saysUnit(name, unit) ? "" : unit;
+}
+
+std::string columnTitle(const std::string& name, const FieldNames& names) {
+  const std::string unit = unitBeside(name, names);
+  return common::printable(unit.empty() ? name : name + " " + unit);
+}
+
+// The fields of a message.
+std::set<unsigned int> fieldsOf(const kl::message& m) {
+  const std::vector<unsigned char> bytes = m.flattened();
+  std::set<unsigned int> ids;
+  kl::RecordWalk walk(bytes);
+  for (kl::Record record; walk.next(record);) ids.insert(record.id());
+  return ids;
 }
 
 using Lines = std::vector<std::vector<std::string>>;  // of cells, titles included
@@ -145,10 +172,31 @@ bool isNumberColumn(const std::vector<Json>& objects, const std::string& name) {
                      [&](const Json& object) { return !object.contains(name) || object[name].is_number(); });
 }
 
-std::string columnsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns) {
+kl::message withoutSecrets(const kl::message& m, const FieldNames& names, int depth) {
+  const auto inside = [&](const kl::message::flat_message& flat) {
+    return withoutSecrets(kl::message(flat), names, depth + 1).flattened();
+  };
+  kl::message rest(m);
+  for (const unsigned int id : fieldsOf(m)) {
+    const bool holdsMessages = elementType(id) == kMessage;
+    if (names.isHidden(id) || (holdsMessages && depth == kMaxDepth)) {
+      rest.removeIdMask(id, kWholeId);
+    } else if (holdsMessages && isArray(id)) {
+      std::vector<kl::message::flat_message> all = m.get_message_array(id);
+      std::transform(all.begin(), all.end(), all.begin(), inside);
+      rest.insert_message_array(id, all);
+    } else if (holdsMessages) {
+      rest.insert_message(id, inside(m.get_message(id, {})));
+    }
+  }
+  return rest;
+}
+
+std::string columnsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns,
+                         const FieldNames& names) {
   Lines lines(1 + objects.size(), std::vector<std::string>(columns.size()));
   std::transform(columns.begin(), columns.end(), lines[0].begin(),
-                 [](const std::string& name) { return common::printable(name); });
+                 [&](const std::string& name) { return columnTitle(name, names); });
   for (std::size_t i = 0; i < objects.size(); ++i)
     std::transform(columns.begin(), columns.end(), lines[i + 1].begin(), [&](const std::string& name) {
       return objects[i].contains(name) ? cellText(objects[i][name]) : "";
@@ -160,13 +208,14 @@ std::string columnsTable(const std::vector<Json>& objects, const std::vector<std
   return table.text();
 }
 
-std::string recordsText(const std::vector<Json>& objects, const std::vector<std::string>& columns) {
+std::string recordsText(const std::vector<Json>& objects, const std::vector<std::string>& columns,
+                        const FieldNames& names) {
   std::string text;
   for (const Json& object : objects) {
     Json shown = Json::object();
     for (const std::string& name : columns)
       if (object.contains(name)) shown[name] = object[name];
-    text += (text.empty() ? "" : "\n") + objectTable(shown);
+    text += (text.empty() ? "" : "\n") + objectTable(shown, names);
   }
   return text;
 }
@@ -211,19 +260,27 @@ std::string dumpText(const kl::message& m) {
   return common::printable(text.str(), common::Newline::kKept);
 }
 
-Exchange dumping(const Exchange& exchange, std::string& text) {
+std::string dumpText(const kl::message& m, const FieldNames& names) {
+  return dumpText(withoutSecrets(m, names));
+}
+
+Exchange dumping(const Exchange& exchange, std::string& text, const FieldNames& names) {
   return [&](const kl::message& request) {
     kl::message reply = exchange(request);
-    text += dumpText(reply);
+    text += dumpText(reply, names);
     return reply;
   };
 }
 
-std::string objectTable(const Json& object) {
+kl::message withoutSecrets(const kl::message& m, const FieldNames& names) {
+  return names.hidesSomething() ? withoutSecrets(m, names, 0) : m;
+}
+
+std::string objectTable(const Json& object, const FieldNames& names) {
   if (object.empty()) return {};
   Lines lines;
   for (const auto& [name, value] : object.items())
-    lines.push_back({common::printable(name), cellText(value)});
+    lines.push_back({common::printable(name), cellText(value, unitBeside(name, names))});
   Table table(lines);
   table.addColumn("", 0);
   table.addColumn("", 0);
@@ -233,10 +290,10 @@ std::string objectTable(const Json& object) {
 }
 
 std::string objectsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns,
-                         std::size_t width) {
+                         std::size_t width, const FieldNames& names) {
   if (objects.empty()) return {};
-  const std::string text = columnsTable(objects, columns);
-  return longestLine(text) <= width ? text : recordsText(objects, columns);
+  const std::string text = columnsTable(objects, columns, names);
+  return longestLine(text) <= width ? text : recordsText(objects, columns, names);
 }
 
 std::size_t lineWidth() {

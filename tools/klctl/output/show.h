@@ -22,17 +22,22 @@ std::vector<Json> toJson(const std::vector<kl::message::flat_message>& objects, 
 
 // Field by field.
 std::string dumpText(const kl::message& m);
+// The same without the fields that `names` hides, also in messages inside.
+std::string dumpText(const kl::message& m, const FieldNames& names);
 
-// An exchange that also adds the dump of each reply to `text`.  Both arguments are borrowed.
-Exchange dumping(const Exchange& exchange, std::string& text);
+// An exchange that also adds the dump of each reply to `text`.  The arguments are borrowed.
+Exchange dumping(const Exchange& exchange, std::string& text, const FieldNames& names);
 
-// One object: a line for each member, its name and its value.
-std::string objectTable(const Json& object);
+// The message without the fields that `names` hides, also in messages inside.
+kl::message withoutSecrets(const kl::message& m, const FieldNames& names);
+
+// One object: a line for each member, its name and its value, which has the unit of its field behind it.
+std::string objectTable(const Json& object, const FieldNames& names = FieldNames());
 
 // Many objects: a line for each, a column for each of `columns`.  If such a line were longer than `width` characters,
-// every object gets its lines as objectTable() gives them, with an empty one between two.
+// every object gets its lines as objectTable() gives them, with an empty one between two.  Units stand in the titles.
 std::string objectsTable(const std::vector<Json>& objects, const std::vector<std::string>& columns,
-                         std::size_t width);
+                         std::size_t width, const FieldNames& names = FieldNames());
 
 // Characters in a line of the terminal that the standard output is; without limit when it is none.
 std::size_t lineWidth();

@@ -9,6 +9,7 @@
 #include "values/failure.h"
 #include "values/field_id.h"
 #include "values/json.h"
+#include "values/similar.h"
 
 namespace klctl {
 namespace {
@@ -23,11 +24,13 @@ bool isOwnField(unsigned int id) {
                      [id](unsigned int own) { return (own & kTypelessId) == (id & kTypelessId); });
 }
 
-Json parseJson(const std::string& name, const std::string& text) {
+// A secret is not repeated.
+Json parseJson(unsigned int id, const std::string& text, const FieldNames& names) {
   try {
     return Json::parse(text);
   } catch (const nlohmann::json::exception&) {
-    throw usage("the value of " + name + " is not valid JSON: " + text);
+    const std::string shown = names.isHidden(id) ? "" : ": " + text;
+    throw usage("the value of " + names.nameOf(id) + " is not valid JSON" + shown);
   }
 }
 
@@ -42,10 +45,10 @@ Json splitAtCommas(const std::string& text) {
   }
 }
 
-Json parseValue(unsigned int id, const std::string& name, const std::string& text) {
-  if (isArray(id) && text.starts_with('[')) return parseJson(name, text);
+Json parseValue(unsigned int id, const std::string& text, const FieldNames& names) {
+  if (isArray(id) && text.starts_with('[')) return parseJson(id, text, names);
   if (isArray(id) && elementType(id) != kMessage) return splitAtCommas(text);
-  if (elementType(id) == kMessage) return parseJson(name, text);
+  if (elementType(id) == kMessage) return parseJson(id, text, names);
   return text;
 }
 
@@ -56,9 +59,12 @@ void assign(kl::message& request, const std::string& word, const FieldNames& nam
   if (equals == std::string::npos) throw usage("'" + word + "' is not of the form field=value");
   const std::string name = word.substr(0, equals);
   const auto id = names.find(name);
-  if (!id) throw usage("there is no field '" + name + "' (a form like u32:5 or string:std.9 names any)");
+  if (!id) {
+    throw usage("there is no field '" + name + "'" + didYouMean(name, names.words()) +
+                " (a form like u32:5 or string:std.9 names any)");
+  }
   if (isOwnField(*id)) throw usage(name + " is set by klctl itself");
-  insertJson(request, *id, parseValue(*id, name, word.substr(equals + 1)), names);
+  insertJson(request, *id, parseValue(*id, word.substr(equals + 1), names), names);
 }
 
 }  // namespace klctl

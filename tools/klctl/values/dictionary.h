@@ -1,5 +1,5 @@
 #pragma once
-// dictionary.h: the names of the fields of one service, from its description (docs/descriptions.md).
+// dictionary.h: the names of one service, from its description (docs/descriptions.md).
 //
 //     # netif.toml: a list, in the order in which klctl shows the fields
 //     fields = [
@@ -8,8 +8,11 @@
 //     ]
 
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "services/describe/description.h"
 #include "values/field_names.h"
 
 namespace klctl {
@@ -17,9 +20,34 @@ namespace klctl {
 // The folder of the dictionaries: that beside the program, in the build tree as on an installed system.
 std::filesystem::path dictionaryFolder();
 
-// The built-in names and those of FOLDER/SERVICE.toml, if there is such a file.  A service name that is no plain
-// file name (empty, hidden, with a slash) has no dictionary.  Throws Failure(kUsage), naming file, line and what
-// was expected, when the file is not what it should be.
+// What is known of a service: the names of its fields, and its description where it has one.
+struct Dictionary {
+  FieldNames names;
+  std::optional<describe::Description> description;
+};
+
+// That of FOLDER/SERVICE.toml, if there is such a file.  A service name that is no plain file name (empty, hidden, with a
+// slash) has no description.  Throws Failure(kUsage), naming file, line and what was expected, when the file is not what
+// it should be.
+Dictionary dictionaryOf(const std::string& service, const std::filesystem::path& folder);
+
+// Its names alone.
 FieldNames namesFor(const std::string& service, const std::filesystem::path& folder);
+
+// The services that have a description in the folder, in the order of the alphabet.
+std::vector<std::string> describedServices(const std::filesystem::path& folder);
+
+// The handlers of an object by its name, none where the service itself answers.  Throws Failure(kUsage) when there is no
+// such object, naming those that there are.
+std::vector<unsigned int> handlersOf(const Dictionary& dictionary, const std::string& service,
+                                     const std::string& object);
+
+// A command of the service's own at these handlers, by its name.  Throws Failure(kUsage) when there is none, naming where
+// there is one, or what was probably meant.
+unsigned int commandOf(const Dictionary& dictionary, const std::string& service,
+                       const std::vector<unsigned int>& handlers, const std::string& word);
+
+// The name that commandOf knows, or that of a standard command, or a number.
+std::string commandText(const Dictionary& dictionary, unsigned int command);
 
 }  // namespace klctl

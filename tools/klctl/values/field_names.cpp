@@ -103,6 +103,27 @@ std::optional<unsigned int> FieldNames::findValue(unsigned int id, const std::st
   return value->second;
 }
 
+std::vector<std::string> FieldNames::valueWords(unsigned int id) const {
+  const auto words = values_.find(id);
+  std::multimap<unsigned int, std::string> inOrder;
+  if (words != values_.end())
+    for (const auto& [word, number] : words->second) inOrder.emplace(number, word);
+  std::vector<std::string> all;
+  for (const auto& [number, word] : inOrder) all.push_back(word);
+  return all;
+}
+
+std::string FieldNames::unitOf(unsigned int id) const {
+  const auto unit = units_.find(id);
+  return unit == units_.end() ? "" : unit->second;
+}
+
+std::vector<std::string> FieldNames::words() const {
+  std::vector<std::string> all;
+  for (const auto& [word, id] : ids_) all.push_back(word);
+  return all;
+}
+
 void FieldNames::sort(std::vector<unsigned int>& ids) const {
   std::sort(ids.begin(), ids.end(), [this](unsigned int a, unsigned int b) {
     const unsigned int rankA = rankOf(a);

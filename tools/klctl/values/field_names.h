@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,8 @@ namespace klctl {
 //     names.find("mtu");             // 0x08000004
 //     names.find("u32:4");           // the same
 //     names.nameOf(0x08000009);      // "u32:9", since it has no name
+//
+// It also knows the words for values, the units of numbers, and which fields are secret.
 //
 // Errors:    a word that means nothing gives nothing.
 // Ownership: a value.
@@ -30,6 +33,16 @@ class FieldNames {
   // The number `value` of this field is called `word`: { state 4 } reads "running".
   void addValue(unsigned int id, const std::string& word, unsigned int value);
 
+  // The unit of a field's numbers.
+  void setUnit(unsigned int id, const std::string& unit) { units_[id] = unit; }
+
+  // The field is not shown unless the secrets are.
+  void setSecret(unsigned int id) { secrets_.insert(id); }
+
+  // What is shown of secret fields: nothing at first.
+  enum class Secrets { kLeftOut, kMarked, kShown };
+  void showSecrets(Secrets how) { showsSecrets_ = how; }
+
   // The id of a name or of an explicit form (field_id.h).
   std::optional<unsigned int> find(const std::string& word) const;
 
@@ -39,6 +52,21 @@ class FieldNames {
   // The word for a value of a u32 field and the value for a word; nothing where there is none.
   std::optional<std::string> valueWord(unsigned int id, unsigned int value) const;
   std::optional<unsigned int> findValue(unsigned int id, const std::string& word) const;
+
+  // The words for the values of a field, in the order of their numbers; none where it has none.
+  std::vector<std::string> valueWords(unsigned int id) const;
+
+  // Empty where it has none.
+  std::string unitOf(unsigned int id) const;
+
+  bool hidesSomething() const { return showsSecrets_ != Secrets::kShown && !secrets_.empty(); }
+
+  // A secret field whose value may not be shown.  isMarked: that it is there may be shown.
+  bool isHidden(unsigned int id) const { return showsSecrets_ != Secrets::kShown && secrets_.contains(id); }
+  bool isMarked(unsigned int id) const { return showsSecrets_ == Secrets::kMarked && secrets_.contains(id); }
+
+  // Every name that find knows.
+  std::vector<std::string> words() const;
 
   // Sorts `ids` into the order of showing: a service's own, the standard and system ones, the nameless.
   void sort(std::vector<unsigned int>& ids) const;
@@ -54,6 +82,9 @@ class FieldNames {
   std::map<std::string, unsigned int> ids_;
   std::map<unsigned int, Name> names_;
   std::map<unsigned int, std::map<std::string, unsigned int>> values_;
+  std::map<unsigned int, std::string> units_;
+  std::set<unsigned int> secrets_;
+  Secrets showsSecrets_ = Secrets::kLeftOut;
   unsigned int nextRank_ = 0;
 };
 

@@ -17,11 +17,14 @@
 #include "kl/records.h"
 #include "values/failure.h"
 #include "values/field_id.h"
+#include "values/similar.h"
+#include "values/units.h"
 
 namespace klctl {
 namespace {
 constexpr unsigned int kMaxU32 = std::numeric_limits<unsigned int>::max();
 constexpr unsigned long long kMaxU64 = std::numeric_limits<unsigned long long>::max();
+constexpr char kSecretMark[] = "(secret)";
 constexpr int kMaxDepth = 64;  // of objects in objects, on the way in and on the way out
 
 using Raw = std::vector<unsigned char>;
@@ -35,7 +38,10 @@ class Writer {
 
   Json object(const kl::message& m, int depth) const {
     Json result = Json::object();
-    for (const unsigned int id : idsOf(m)) result[names_.nameOf(id)] = value(m, id, depth);
+    for (const unsigned int id : idsOf(m)) {
+      if (!names_.isHidden(id)) result[names_.nameOf(id)] = value(m, id, depth);
+      else if (names_.isMarked(id)) result[names_.nameOf(id)] = kSecretMark;
+    }
     return result;
   }
 
@@ -104,12 +110,6 @@ class Writer {
 
 // --- in --------------------------------------------------------------------------------------------------
 
-Failure cannotHold(const std::string& name, unsigned int id, const std::string& expected, const Json& value) {
-  std::string shown = value.dump(-1, ' ', false, Json::error_handler_t::replace);
-  if (shown.size() > 60) shown = shown.substr(0, 60) + "...";
-  return usage(name + " is of the type " + typeWord(id) + " and takes " + expected + ", not " + shown);
-}
-
 class Reader {
  public:
   explicit Reader(const FieldNames& names) : names_(names) {}
@@ -120,7 +120,7 @@ class Reader {
     kl::message m;
     for (const auto& [name, value] : object.items()) {
       const auto id = names_.find(name);
-      if (!id) throw usage("there is no field '" + name + "'");
+      if (!id) throw usage("there is no field '" + name + "'" + didYouMean(name, names_.words()));
       insert(m, *id, value, depth);
     }
     return m;
@@ -141,7 +141,7 @@ class Reader {
 
  private:
   void insertArray(kl::message& m, unsigned int id, const Json& value, int depth) const {
-    if (!value.is_array()) throw cannotHold(names_.nameOf(id), id, "a list of values", value);
+    if (!value.is_array()) throw cannotHold(id, "a list of values", value);
     switch (elementType(id)) {
       case kBool:
         return m.insert_bool_array(id, elements(value, [&](const Json& v) { return boolean(id, v); }));
@@ -169,7 +169,7 @@ class Reader {
     if (value.is_boolean()) return value.get<bool>();
     if (value == "true" || value == "1") return true;
     if (value == "false" || value == "0") return false;
-    throw cannotHold(names_.nameOf(id), id, "true or false", value);
+    throw cannotHold(id, "true or false", value);
   }
 
   unsigned int u32(unsigned int id, const Json& value) const {
@@ -182,22 +182,40 @@ class Reader {
     std::optional<unsigned long long> result;
     if (value.is_number_unsigned()) result = value.get<unsigned long long>();
     if (value.is_string()) result = parseNumber(value.get<std::string>(), max);
-    if (!result || *result > max) {
-      throw cannotHold(names_.nameOf(id), id, "a whole number from 0 to " + std::to_string(max), value);
-    }
+    if (!result && value.is_string())
+      result = parseQuantity(value.get<std::string>(), names_.unitOf(id), max);
+    if (!result || *result > max) throw cannotHold(id, expectedNumber(id, max), value);
     return *result;
+  }
+
+  // "busy, idle or a whole number from 0 to 10 in bytes".
+  std::string expectedNumber(unsigned int id, unsigned long long max) const {
+    std::string expected;
+    for (const std::string& word : names_.valueWords(id)) expected += (expected.empty() ? "" : ", ") + word;
+    if (!expected.empty()) expected += " or ";
+    const std::string unit = names_.unitOf(id);
+    return expected + "a whole number from 0 to " + std::to_string(max) + (unit.empty() ? "" : " in " + unit);
+  }
+
+  // A secret is not repeated.
+  Failure cannotHold(unsigned int id, const std::string& expected, const Json& value) const {
+    std::string shown = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    if (shown.size() > 60) shown = shown.substr(0, 60) + "...";
+    if (names_.isHidden(id)) shown = "what was given";
+    return usage(names_.nameOf(id) + " is of the type " + typeWord(id) + " and takes " + expected + ", not " +
+                 shown);
   }
 
   kl::IPAddr6 address(unsigned int id, const Json& value) const {
     kl::IPAddr6 result;
     if (value.is_string() && ::inet_pton(AF_INET6, value.get<std::string>().c_str(), &result) == 1)
       return result;
-    throw cannotHold(names_.nameOf(id), id, "an IPv6 address", value);
+    throw cannotHold(id, "an IPv6 address", value);
   }
 
   std::string string(unsigned int id, const Json& value) const {
     if (value.is_string()) return value.get<std::string>();
-    throw cannotHold(names_.nameOf(id), id, "text", value);
+    throw cannotHold(id, "text", value);
   }
 
   Flat nested(const Json& value, int depth) const { return object(value, depth + 1).flattened(); }
@@ -205,7 +223,7 @@ class Reader {
   Raw raw(unsigned int id, const Json& value) const {
     Raw bytes;
     if (value.is_string() && readHex(value.get<std::string>(), bytes)) return bytes;
-    throw cannotHold(names_.nameOf(id), id, "bytes as pairs of hexadecimal digits (02:fc:00)", value);
+    throw cannotHold(id, "bytes as pairs of hexadecimal digits (02:fc:00)", value);
   }
 
   // Pairs of digits, with or without colons between them.

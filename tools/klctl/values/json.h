@@ -3,7 +3,8 @@
 //
 // Members are named as FieldNames names fields.  A bool is a JSON boolean, a u32 or u64 a number (or the word that a
 // dictionary has for it), a string a string, an address its usual text, raw bytes two hexadecimal digits each with
-// colons between them ("02:fc:00"), a nested message an object, an array of anything an array.  The result of
+// colons between them ("02:fc:00"), a nested message an object, an array of anything an array.  A secret field is left
+// out, or says so, unless the secrets are shown.  The result of
 // toJson() is read back by messageFrom() as an equal message, strings that are no UTF-8 excepted (printing replaces
 // their broken characters).
 
@@ -21,7 +22,7 @@ using Json = nlohmann::ordered_json;
 Json toJson(const kl::message& m, const FieldNames& names);
 
 // Reads an object.  Besides what toJson writes, a number may stand in a string, in decimal or hexadecimal
-// ("0x10"), a boolean as "true" or "false".  Throws Failure(kUsage) for a member that names no field and
+// ("0x10") or with a unit where its field has one ("10 s", units.h), a boolean as "true" or "false".  Throws Failure(kUsage) for a member that names no field and
 // for a value that the field cannot hold.
 kl::message messageFrom(const Json& object, const FieldNames& names);
 

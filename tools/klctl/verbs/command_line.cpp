@@ -22,7 +22,14 @@ constexpr double kLongestTimeout = 1e6;
 
 // The options that may stand before and after any verb, and that not every verb uses.  --json is for every verb: results,
 // if there are any, are JSON.
-enum Use : unsigned int { kNoOption = 0, kTimeout = 1, kDump = 2, kFields = 4, kEveryOption = 7 };
+enum Use : unsigned int {
+  kNoOption = 0,
+  kTimeout = 1,
+  kDump = 2,
+  kFields = 4,
+  kSecrets = 8,
+  kEveryOption = 15
+};
 
 struct Words {
   std::string path;
@@ -57,11 +64,13 @@ class Parser {
     addStore();
     addLog();
     addRights();
+    addHelp();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
     try {
       app_.parse(argc, argv);
+      interpret();
     } catch (const CLI::CallForVersion&) {
       return app_.version() + "\n";
     } catch (const CLI::Success&) {  // --help
@@ -70,7 +79,6 @@ class Parser {
       refuseUnknownCommand(app_);
       throw usage(std::string(error.what()) + " (klctl --help shows what there is)");
     }
-    interpret();
     return line_;
   }
 
@@ -84,6 +92,7 @@ class Parser {
     options_[kDump]->excludes(json_);
     options_[kFields] = app_.add_option("--fields", line_.fields, "The folder of the field dictionaries");
     options_[kFields]->type_name("DIR");
+    options_[kSecrets] = app_.add_flag("--secrets", line_.secrets, "Show the values of secret fields");
     app_.footer(
         "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
         "leave, 6 cannot be told.\n"
@@ -217,6 +226,13 @@ class Parser {
     list->add_option("SERVICE", words_.path, "Only those for requests to this service")->type_name("");
   }
 
+  void addHelp() {
+    CLI::App* help = addVerb(app_, Verb::kHelp, "help", "Show what a service describes", kTimeout | kFields,
+                             &Parser::interpretHelp);
+    help->add_option("PATH", words_.path, "A service or an object of it, as netif or netif/interface")
+        ->type_name("");
+  }
+
   // The words of the log are given to its verbs, too, which do not use them.
   static void refuseFilter(const CLI::App& log) {
     for (const char* option : {"--follow", "--topic", "--since"})
@@ -284,7 +300,7 @@ class Parser {
 
   void interpretService() {
     line_.path = parsePath(words_.path);
-    if (!line_.path.handlers.empty() || line_.path.object)
+    if (!line_.path.handlers.empty() || !line_.path.objectName.empty() || line_.path.object)
       throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
   }
 
@@ -299,6 +315,13 @@ class Parser {
     if (!words_.path.empty()) interpretService();
   }
 
+  void interpretHelp() {
+    if (words_.path.empty()) throw CLI::CallForHelp();
+    line_.path = parsePath(words_.path);
+    if (!line_.path.handlers.empty() || line_.path.object)
+      throw usage("'" + words_.path + "' is no service and no object of one by its name");
+  }
+
   void interpretRequest() {
     line_.path = parsePath(words_.path);
     interpretId();
@@ -307,7 +330,7 @@ class Parser {
 
   void interpretTable() {
     interpretRequest();
-    if (line_.command || line_.path.object)
+    if (line_.command || !line_.commandName.empty() || line_.path.object)
       throw usage("watch follows a whole table: it takes no command and no object");
   }
 
@@ -321,7 +344,7 @@ class Parser {
     auto word = words_.rest.begin();
     if (word != words_.rest.end() && word->find('=') == std::string::npos) {
       line_.command = parseCommand(*word);
-      if (!line_.command) throw usage("there is no command '" + *word + "' (a number names any)");
+      if (!line_.command) line_.commandName = *word;
       ++word;
     }
     line_.assignments.assign(word, words_.rest.end());

@@ -37,10 +37,10 @@ enum class Verb {
   kLogUnmute,
   kRightsExplain,
   kRightsList,
+  kHelp,
 };
 
-inline constexpr unsigned int kVerbs =
-    static_cast<unsigned int>(Verb::kRightsList) + 1;  // the number of verbs
+inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kHelp) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {
@@ -50,12 +50,14 @@ struct LogWords {
 
 struct CommandLine {
   Verb verb = Verb::kServices;
-  PathWord path;                         // object included, whether it stood in the path or behind --id
-  std::optional<unsigned int> command;   // the CMD word
+  PathWord path;                        // object included, whether it stood in the path or behind --id
+  std::optional<unsigned int> command;  // the CMD word
+  std::string commandName;  // the CMD word, where only the service's description can tell its number
   std::vector<std::string> assignments;  // field=value, unread
   std::chrono::milliseconds timeout{5000};
   bool json = false;
   bool dump = false;
+  bool secrets = false;
   bool noReply = false;
   std::string file;                        // of kDump, "-" is the standard input; of a store its path
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump

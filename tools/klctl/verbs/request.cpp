@@ -10,8 +10,8 @@
 #include "kl/conventions.h"
 #include "output/show.h"
 #include "values/assignment.h"
-#include "values/dictionary.h"
 #include "values/json.h"
+#include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
@@ -25,21 +25,22 @@ std::string objectsText(const CommandLine& line, const Objects& messages, const 
                         const std::vector<std::string>& columns) {
   const std::vector<Json> objects = toJson(messages, names);
   if (line.json) return jsonText(Json(objects));
-  return objectsTable(objects, columns.empty() ? columnsOf(objects, names) : columns, lineWidth());
+  return objectsTable(objects, columns.empty() ? columnsOf(objects, names) : columns, lineWidth(), names);
 }
 
 void requestReply(const CommandLine& line, const Channels& channels, unsigned int usualCommand) {
   const auto& [path, names, request] = subjectOf(line, usualCommand, channels.exchange);
   const kl::message reply = fetch(request, path, channels.exchange);
-  channels.print(line.dump ? dumpText(reply) : replyText(line, reply, names));
+  channels.print(line.dump ? dumpText(reply, names) : replyText(line, reply, names));
 }
 
 // A table over the connection that is open.  No columns: those that the objects have.
 void requestTable(const CommandLine& line, const Channels& channels, const Subject& subject,
                   const std::vector<std::string>& columns) {
   std::string dumped;
-  const Objects objects = fetchAll(subject.request, subject.path,
-                                   line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
+  const Objects objects =
+      fetchAll(subject.request, subject.path,
+               line.dump ? dumping(channels.exchange, dumped, subject.names) : channels.exchange);
   printTable(channels, line.dump ? dumped : objectsText(line, objects, subject.names, columns),
              subject.path + ": no objects");
 }
@@ -73,8 +74,10 @@ void sendCommand(const CommandLine& line, const Channels& channels) {
   channels.print("");
 }
 
-Subject subjectOf(const CommandLine& line, unsigned int usualCommand, const Exchange& exchange) {
-  Subject subject{pathText(line.path), namesFor(serviceName(line.path.service, exchange), line.fields), {}};
+Subject subjectOf(const CommandLine& words, unsigned int usualCommand, const Exchange& exchange) {
+  const Dictionary dictionary = dictionaryFor(words, serviceName(words.path.service, exchange));
+  const CommandLine line = resolved(words, dictionary);
+  Subject subject{pathText(line.path), dictionary.names, {}};
   kl::message& request = subject.request;
   request.insert(kl::SYS_CMD, line.command.value_or(usualCommand));
   if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
@@ -88,8 +91,8 @@ std::string replyText(const CommandLine& line, kl::message reply, const FieldNam
   if (line.json) return jsonText(klctl::toJson(reply, names));
   const auto objects = toJson(reply.get(kl::STD_OBJS, {}), names);
   reply.remove(kl::STD_OBJS);
-  return objectTable(klctl::toJson(reply, names)) +
-         objectsTable(objects, columnsOf(objects, names), lineWidth());
+  return objectTable(klctl::toJson(reply, names), names) +
+         objectsTable(objects, columnsOf(objects, names), lineWidth(), names);
 }
 
 }  // namespace klctl

@@ -14,8 +14,8 @@
 #include "kl/services.h"
 #include "output/show.h"
 #include "services/common/text.h"
-#include "values/dictionary.h"
 #include "values/rights_words.h"
+#include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
@@ -30,9 +30,10 @@ struct Inquiry {
   std::string user;
   std::string place;                    // as the user called it
   std::optional<unsigned int> command;  // without one the question is whether anything is delivered
-  kl::message explained;                // the loader's reply
-  std::optional<unsigned int> needed;   // by the handler's table
-  std::string fault;                    // why that cannot be read
+  std::string commandName;
+  kl::message explained;               // the loader's reply
+  std::optional<unsigned int> needed;  // by the handler's table
+  std::string fault;                   // why that cannot be read
 };
 
 bool isDenied(const kl::message& explained) {
@@ -85,9 +86,12 @@ void askHandler(Inquiry& inquiry, const std::vector<unsigned int>& to, const Exc
 }
 
 // A request with all rights passes every table.
-Inquiry inquire(const CommandLine& line, const Exchange& exchange) {
+Inquiry inquire(const CommandLine& words, const Exchange& exchange) {
+  const Dictionary dictionary = dictionaryFor(words, serviceName(words.path.service, exchange));
+  const CommandLine line = resolved(words, dictionary);
   const std::vector<unsigned int> to = numbersOf(line.path, exchange);
-  Inquiry inquiry{line.user, pathText(line.path), line.command, askLoader(line, to, exchange), {}, ""};
+  Inquiry inquiry{line.user, pathText(line.path), line.command, "", askLoader(line, to, exchange), {}, ""};
+  if (inquiry.command) inquiry.commandName = commandText(dictionary, *inquiry.command);
   const bool decidesHandler = inquiry.command && !isDenied(inquiry.explained);
   if (decidesHandler && inquiry.explained.has(kl::RIGHTS_BITS)) askHandler(inquiry, to, exchange);
   return inquiry;
@@ -115,7 +119,7 @@ std::string sentenceOf(const Inquiry& inquiry) {
   std::string text = wordOf(verdictOf(inquiry)) + ": " + inquiry.user + " has ";
   text += rightsPhrase(bitsOf(inquiry.explained)) + " for " + inquiry.place;
   if (!inquiry.command) return text;
-  const std::string command = commandWord(*inquiry.command);
+  const std::string& command = inquiry.commandName;
   if (!inquiry.fault.empty())
     return text + ", and what " + command + " needs cannot be asked: " + inquiry.fault;
   if (const auto needed = neededBits(inquiry)) text += ", " + command + " needs " + rightsPhrase(*needed);
@@ -186,7 +190,7 @@ Json inquiryJson(const Inquiry& inquiry, const FieldNames& names) {
   all["verdict"] = wordOf(verdictOf(inquiry));
   all["user"] = inquiry.user;
   all["path"] = inquiry.place;
-  if (inquiry.command) all["command"] = commandWord(*inquiry.command);
+  if (inquiry.command) all["command"] = inquiry.commandName;
   all["bits"] = bitsOf(inquiry.explained);
   if (const auto needed = neededBits(inquiry)) all["needed"] = *needed;
   if (!inquiry.fault.empty()) all["fault"] = inquiry.fault;
@@ -201,7 +205,8 @@ Json inquiryJson(const Inquiry& inquiry, const FieldNames& names) {
 void explainRights(const CommandLine& line, const Channels& channels) {
   const FieldNames names = namesFor(kLoader, line.fields);
   std::string dumped;
-  const Inquiry inquiry = inquire(line, line.dump ? dumping(channels.exchange, dumped) : channels.exchange);
+  const Inquiry inquiry =
+      inquire(line, line.dump ? dumping(channels.exchange, dumped, names) : channels.exchange);
   if (line.dump) channels.print(dumped);
   else channels.print(line.json ? jsonText(inquiryJson(inquiry, names)) : inquiryText(inquiry));
   const Verdict verdict = verdictOf(inquiry);
@@ -212,7 +217,7 @@ void explainRights(const CommandLine& line, const Channels& channels) {
 void listRights(const CommandLine& line, const Channels& channels) {
   const FieldNames names = namesFor(kLoader, line.fields);
   std::string dumped;
-  const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
+  const Exchange exchange = line.dump ? dumping(channels.exchange, dumped, names) : channels.exchange;
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   request.insert(kl::SYS_CMD, kl::CMD_LIST_RIGHTS);

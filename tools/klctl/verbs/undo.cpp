@@ -1,4 +1,5 @@
 // A record has its maker as numbers and its time in seconds; text shows a name and a date, JSON the fields as they came.
+// Its messages are those of another service, whose description says what is secret in them.
 
 #include "verbs/undo.h"
 
@@ -9,8 +10,8 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
-#include "values/dictionary.h"
 #include "values/rights_words.h"
+#include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
@@ -50,6 +51,33 @@ class Sources {
   const Exchange& exchange_;
   std::map<unsigned int, std::string> names_;
 };
+
+// The record without the secrets in its messages, by the description of whoever they are for.
+kl::message withoutSecrets(kl::message record, const CommandLine& line, const Exchange& exchange) {
+  if (line.secrets) return record;
+  for (const auto field : {kl::UNDO_REQUEST, kl::UNDO_MESSAGE}) {
+    if (!record.has(field)) continue;
+    const kl::message m(record.get(field, {}));
+    auto to = m.get(kl::SYS_TO, {});
+    if (to.empty()) to = record.get(kl::UNDO_SOURCE, {});
+    if (to.empty()) continue;
+    const std::string service = serviceName(std::to_string(to.front()), exchange);
+    record.insert(field, klctl::withoutSecrets(m, dictionaryFor(line, service).names).flattened());
+  }
+  return record;
+}
+
+// An exchange whose replies are such records, or have them.  The arguments are borrowed.
+Exchange hidingSecrets(const CommandLine& line, const Exchange& exchange) {
+  return [&](const kl::message& request) {
+    kl::message reply = withoutSecrets(exchange(request), line, exchange);
+    if (!reply.has(kl::STD_OBJS)) return reply;
+    std::vector<kl::message::flat_message> objects = reply.get(kl::STD_OBJS, {});
+    for (auto& object : objects) object = withoutSecrets(kl::message(object), line, exchange).flattened();
+    reply.insert(kl::STD_OBJS, objects);
+    return reply;
+  };
+}
 
 Json rowOf(const kl::message& record, Sources& sources) {
   Json row = Json::object();
@@ -101,26 +129,28 @@ std::string jsonOf(kl::message reply, const FieldNames& names) {
 }  // namespace
 
 void listChanges(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kUndo, line.fields);
+  const FieldNames names = dictionaryFor(line, kUndo).names;
   std::string dumped;
-  const Exchange exchange = line.dump ? dumping(channels.exchange, dumped) : channels.exchange;
+  const Exchange hiding = hidingSecrets(line, channels.exchange);
+  const Exchange exchange = line.dump ? dumping(hiding, dumped, names) : hiding;
   const auto records = fetchAll(requestFor(line, kl::CMD_GETALL), kUndo, exchange);
   if (line.dump) channels.print(dumped);
   else
-    printTable(channels, line.json ? jsonText(Json(toJson(records, names))) : listText(records, exchange),
+    printTable(channels,
+               line.json ? jsonText(Json(toJson(records, names))) : listText(records, channels.exchange),
                "undo: no changes");
 }
 
 void showChange(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kUndo, line.fields);
-  const kl::message reply = fetchOne(line, kl::CMD_GETOBJ, channels.exchange);
+  const FieldNames names = dictionaryFor(line, kUndo).names;
+  const kl::message reply = fetchOne(line, kl::CMD_GETOBJ, hidingSecrets(line, channels.exchange));
   if (line.dump) channels.print(dumpText(reply));
   else channels.print(line.json ? jsonOf(reply, names) : showText(reply, channels.exchange));
 }
 
 void undoChange(const CommandLine& line, const Channels& channels) {
-  const FieldNames names = namesFor(kUndo, line.fields);
-  const kl::message reply = fetchOne(line, kl::CMD_START, channels.exchange);
+  const FieldNames names = dictionaryFor(line, kUndo).names;
+  const kl::message reply = fetchOne(line, kl::CMD_START, hidingSecrets(line, channels.exchange));
   if (line.dump) channels.print(dumpText(reply));
   else channels.print(line.json ? jsonOf(reply, names) : "");
 }

@@ -9,6 +9,7 @@
 #include "values/failure.h"
 #include "verbs/action.h"
 #include "verbs/dump.h"
+#include "verbs/help.h"
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
 #include "verbs/request.h"
@@ -50,6 +51,7 @@ constexpr Row kRows[] = {
     {Verb::kLogUnmute, unmuteTopic},
     {Verb::kRightsExplain, explainRights},
     {Verb::kRightsList, listRights},
+    {Verb::kHelp, helpService},
 };
 
 static_assert(std::size(kRows) == kVerbs, "each verb has one row");

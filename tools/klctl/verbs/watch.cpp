@@ -88,7 +88,7 @@ WatchReport::Text WatchReport::complete() {
   if (!everShown_ && !isAtOnce()) {
     std::vector<Json> rows;
     for (const auto& [id, object] : objects_) rows.push_back(toJson(object, subject_.names));
-    text.results = objectsTable(rows, columnsOf(rows, subject_.names), lineWidth());
+    text.results = objectsTable(rows, columnsOf(rows, subject_.names), lineWidth(), subject_.names);
     if (rows.empty() && isTerminal_) text.remark = subject_.path + ": no objects yet";
   }
   if (lost_) text.remark = subject_.path + " is back";
@@ -108,10 +108,10 @@ std::string WatchReport::lost(const kl::message& reason) {
 }
 
 std::string WatchReport::show(unsigned int id, const kl::message& object) const {
-  if (line_.dump) return dumpText(object);
+  if (line_.dump) return dumpText(object, subject_.names);
   const Json shown = toJson(object, subject_.names);
   if (line_.json) return jsonLine(shown);
-  return title(id) + "\n" + objectTable(shown);
+  return title(id) + "\n" + objectTable(shown, subject_.names);
 }
 
 std::string WatchReport::title(unsigned int id) const {

@@ -16,6 +16,12 @@ kl::message serviceObject(unsigned int id, const std::string& name) {
   return m;
 }
 
+kl::message serviceTable(const std::string& name, unsigned int id) {
+  kl::message reply;
+  reply.insert(kl::STD_OBJS, {serviceObject(id, name).flattened()});
+  return reply;
+}
+
 // Answers as the loader does, from a table of four services.
 kl::message loader(const kl::message& request) {
   const kl::message table[] = {serviceObject(1, "loader"), serviceObject(32, "netif"),
@@ -56,9 +62,22 @@ TEST(Path, HandlersFollowBehindSlashesAndAnObjectBehindAColon) {
   EXPECT_EQ(parsePath("netif:4294967295").object, 4294967295u);
 }
 
+TEST(Path, TheFirstElementMayBeTheNameOfAnObject) {
+  PathWord path = parsePath("log/rule/3:7");
+  EXPECT_EQ(path.service, "log");
+  EXPECT_EQ(path.objectName, "rule");
+  EXPECT_EQ(path.handlers, std::vector<unsigned int>{3});
+  EXPECT_EQ(pathText(path), "log/rule/3:7");
+  path.named = {1};
+  EXPECT_EQ(handlersOf(path), (std::vector<unsigned int>{1, 3}));
+  EXPECT_EQ(numbersOf(path, [](const kl::message&) { return serviceTable("log", 18); }),
+            (std::vector<unsigned int>{18, 1, 3}));
+}
+
 TEST(Path, WhatIsNoPathIsRefused) {
-  for (const std::string word : {"", "/", "/3", ":3", "netif/", "netif:", "netif/x", "netif:x", "netif:3/4",
-                                 "netif/-1", "netif//3", "netif:3:4", "netif/4294967296"}) {
+  for (const std::string word :
+       {"", "/", "/3", ":3", "netif/", "netif:", "netif/X", "netif/3/x", "netif/x/y", "netif:x", "netif:3/4",
+        "netif/-1", "netif//3", "netif:3:4", "netif/4294967296"}) {
     const Told told = failureOf([&] { (void)parsePath(word); });
     EXPECT_EQ(told.status, 2) << word;
     EXPECT_NE(told.sentence.find("'" + word + "' is no path"), std::string::npos) << told.sentence;

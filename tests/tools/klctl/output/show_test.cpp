@@ -130,4 +130,49 @@ TEST(Show, ADumpCannotSteerTheTerminal) {
   EXPECT_TRUE(dumpText(m).ends_with("------\n"));
 }
 
+TEST(Show, UnitsStandBehindNumbersAndInTitles) {
+  FieldNames names;
+  names.add("mtu", 0x08000004);
+  names.setUnit(0x08000004, "bytes");
+  names.add("rx_bytes", 0x10000006);
+  names.setUnit(0x10000006, "bytes");
+  const Json object = Json::parse(R"({"mtu": 1500, "rx_bytes": 7})");
+  EXPECT_EQ(objectTable(object, names), "mtu      1500 bytes\nrx_bytes 7\n");
+  EXPECT_EQ(objectsTable({object}, {"mtu", "rx_bytes"}, kWide, names),
+            "mtu bytes rx_bytes\n     1500        7\n");
+}
+
+TEST(Show, SecretsAreInNoDump) {
+  FieldNames names;
+  for (const unsigned int id : {0x20000001u, 0x00000002u, 0x08000003u, 0xa0000004u}) names.setSecret(id);
+  kl::message m;
+  m.insert_string(0x20000001, "swordfish");
+  m.insert_bool(0x00000002, true);
+  m.insert_u32(0x08000003, 4711);
+  m.insert_string_array(0xa0000004, {"swordfish"});
+  m.insert_string(0x20000005, "herring");
+  kl::message outer(m);
+  outer.insert_message(0x28000006, m.flattened());
+  outer.insert_message_array(0xa8000007, {m.flattened(), m.flattened()});
+  const std::string text = dumpText(outer, names);
+  for (const char* secret : {"swordfish", "4711", "true", "0x00000002"})
+    EXPECT_EQ(text.find(secret), std::string::npos) << secret << text;
+  EXPECT_NE(text.find("herring"), std::string::npos) << text;
+  names.showSecrets(FieldNames::Secrets::kShown);
+  EXPECT_NE(dumpText(outer, names).find("swordfish"), std::string::npos);
+}
+
+TEST(Show, MessagesThatAreNestedTooDeepEndInADump) {
+  FieldNames names;
+  names.setSecret(0x20000001);
+  kl::message m;
+  m.insert_string(0x20000001, "swordfish");
+  for (int i = 0; i < 100; ++i) {
+    kl::message outer;
+    outer.insert_message(0x28000002, m.flattened());
+    m = outer;
+  }
+  EXPECT_EQ(dumpText(m, names).find("swordfish"), std::string::npos);
+}
+
 }  // namespace klctl

@@ -12,13 +12,13 @@
 namespace klctl {
 namespace {
 
-class Dictionary : public testing::Test {
+class Dictionaries : public testing::Test {
  protected:
-  Dictionary() {
+  Dictionaries() {
     char name[] = "/tmp/klctl-dictionary-XXXXXX";
     folder_ = ::mkdtemp(name);
   }
-  ~Dictionary() override { std::filesystem::remove_all(folder_); }
+  ~Dictionaries() override { std::filesystem::remove_all(folder_); }
 
   void write(const std::string& name, const std::string& text) { std::ofstream(folder_ / name) << text; }
 
@@ -37,7 +37,7 @@ const std::filesystem::path kShipped = std::filesystem::path(KL_SOURCE_DIR) / "t
 
 }  // namespace
 
-TEST_F(Dictionary, NamesFieldsInItsOrder) {
+TEST_F(Dictionaries, NamesFieldsInItsOrder) {
   write("svc.toml",
         "fields = [\n"
         "  { name = \"size\", field = \"u64:2\" },\n"
@@ -51,12 +51,47 @@ TEST_F(Dictionary, NamesFieldsInItsOrder) {
   EXPECT_EQ(ids, (std::vector<unsigned int>{0x10000002, 0x08000001}));
 }
 
-TEST_F(Dictionary, AServiceWithoutOneHasTheCommonNames) {
+TEST_F(Dictionaries, UnitsAndSecretsAreOfTheFields) {
+  write("svc.toml",
+        "fields = [\n"
+        "  { name = \"size\", field = \"u64:2\", unit = \"bytes\" },\n"
+        "  { name = \"pin\", field = \"string:1\", secret = true },\n"
+        "]\n");
+  const FieldNames names = namesFor("svc", folder_);
+  EXPECT_EQ(names.unitOf(0x10000002), "bytes");
+  EXPECT_EQ(names.unitOf(0x20000001), "");
+  EXPECT_TRUE(names.isHidden(0x20000001));
+  EXPECT_FALSE(names.isHidden(0x10000002));
+}
+
+TEST_F(Dictionaries, ServicesWithADescriptionAreListed) {
+  write("b.toml", "");
+  write("a.toml", "");
+  write("c.txt", "");
+  EXPECT_EQ(describedServices(folder_), (std::vector<std::string>{"a", "b"}));
+  EXPECT_TRUE(describedServices(folder_ / "missing").empty());
+}
+
+TEST_F(Dictionaries, CommandsHaveNamesAtTheirHandlers) {
+  write(
+      "svc.toml",
+      "[[objects]]\nname = \"a\"\ncommands = [\"getobj\", { name = \"go\", code = 7, right = \"read\" }]\n"
+      "[[objects]]\nname = \"b\"\nhandler = 2\ncommands = [{ name = \"go\", code = 8, right = \"read\" }]\n");
+  const Dictionary dictionary = dictionaryOf("svc", folder_);
+  EXPECT_EQ(commandOf(dictionary, "svc", {}, "go"), 7u);
+  EXPECT_EQ(commandOf(dictionary, "svc", {2}, "CMD_GO"), 8u);
+  EXPECT_EQ(handlersOf(dictionary, "svc", "b"), std::vector<unsigned int>{2});
+  EXPECT_EQ(commandText(dictionary, 8), "go");
+  EXPECT_EQ(commandText(dictionary, 9), "0x9");
+  EXPECT_EQ(commandText(dictionary, kl::CMD_GETOBJ), "CMD_GETOBJ");
+}
+
+TEST_F(Dictionaries, AServiceWithoutOneHasTheCommonNames) {
   EXPECT_TRUE(namesFor("svc", folder_).find("descr").has_value());
   EXPECT_TRUE(namesFor("svc", folder_ / "missing").find("descr").has_value());
 }
 
-TEST_F(Dictionary, ANameThatLeadsElsewhereIsNotFollowed) {
+TEST_F(Dictionaries, ANameThatLeadsElsewhereIsNotFollowed) {
   write("outside.toml", "this is no TOML");
   std::filesystem::create_directory(folder_ / "in");
   EXPECT_TRUE(namesFor("../outside", folder_ / "in").find("descr").has_value());
@@ -64,7 +99,7 @@ TEST_F(Dictionary, ANameThatLeadsElsewhereIsNotFollowed) {
   EXPECT_TRUE(namesFor(".hidden", folder_).find("descr").has_value());
 }
 
-TEST_F(Dictionary, MistakesNameTheLineAndWhatWasExpected) {
+TEST_F(Dictionaries, MistakesNameTheLineAndWhatWasExpected) {
   EXPECT_EQ(refusal("fields = 7\n"), "1: expected a list 'fields = [ ... ]'");
   EXPECT_EQ(refusal("fields = [\n 7 ]\n"), "2: expected { name = \"...\", field = \"TYPE:NUMBER\" }");
   EXPECT_EQ(refusal("fields = [\n { field = \"u32:1\" } ]\n"), "2: expected name = \"...\"");

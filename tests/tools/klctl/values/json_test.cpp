@@ -119,4 +119,46 @@ TEST(JsonForm, ANestedMessageWithBadBytesShowsWhatWasReadBeforeTheFault) {
   EXPECT_EQ(toJson(m, FieldNames()).dump(), "{\"message:1\":{\"u32:5\":7}}");
 }
 
+TEST(JsonForm, SecretsAreLeftOutOrMarkedOrShown) {
+  FieldNames names;
+  names.add("pin", 0x20000001);
+  names.setSecret(0x20000001);
+  kl::message m;
+  m.insert_string(0x20000001, "swordfish");
+  kl::message outer(m);
+  outer.insert_message(0x28000002, m.flattened());
+  EXPECT_EQ(toJson(outer, names).dump(), R"({"message:2":{}})");
+  names.showSecrets(FieldNames::Secrets::kMarked);
+  EXPECT_EQ(toJson(outer, names).dump(), R"x({"pin":"(secret)","message:2":{"pin":"(secret)"}})x");
+  names.showSecrets(FieldNames::Secrets::kShown);
+  EXPECT_EQ(toJson(m, names).dump(), R"({"pin":"swordfish"})");
+}
+
+TEST(JsonForm, NumbersMayHaveUnits) {
+  FieldNames names;
+  names.add("lease", 0x08000001);
+  names.setUnit(0x08000001, "s");
+  EXPECT_EQ(messageFrom(Json::parse(R"({"lease": "2h"})"), names).get_u32(0x08000001, 0), 7200u);
+  EXPECT_EQ(messageFrom(Json::parse(R"({"lease": "90 s"})"), names).get_u32(0x08000001, 0), 90u);
+  EXPECT_EQ(failureOf([&] { (void)messageFrom(Json::parse(R"({"lease": "5ms"})"), names); }).sentence,
+            "lease is of the type u32 and takes a whole number from 0 to 4294967295 in s, not \"5ms\"");
+}
+
+TEST(JsonForm, ARefusalNamesTheWordsThatThereAreAndNoSecret) {
+  FieldNames names;
+  names.add("state", 0x08000001);
+  names.addValue(0x08000001, "stopped", 1);
+  names.addValue(0x08000001, "idle", 2);
+  EXPECT_EQ(
+      failureOf([&] { (void)messageFrom(Json::parse(R"({"state": "x"})"), names); }).sentence,
+      "state is of the type u32 and takes stopped, idle or a whole number from 0 to 4294967295, not \"x\"");
+  EXPECT_EQ(failureOf([&] { (void)messageFrom(Json::parse(R"({"stat": 1})"), names); }).sentence,
+            "there is no field 'stat'; did you mean 'state'?");
+  names.add("pin", 0x30000001);
+  names.setSecret(0x30000001);
+  EXPECT_EQ(
+      failureOf([&] { (void)messageFrom(Json::parse(R"({"pin": "swordfish"})"), names); }).sentence,
+      "pin is of the type raw and takes bytes as pairs of hexadecimal digits (02:fc:00), not what was given");
+}
+
 }  // namespace klctl

@@ -1,6 +1,10 @@
 #include "tools/klctl/verbs/request.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
@@ -167,6 +171,24 @@ TEST_F(Requests, UnderDumpRepliesAreShownAsTheyCame) {
   EXPECT_NE(run({"services", "--dump"}).find("message[] [STD_OBJS].."), std::string::npos);
 }
 
+TEST_F(Requests, ObjectsAndCommandsHaveNames) {
+  (void)run({"get", "netif/interface:2"});
+  EXPECT_EQ(last_.get(kl::SYS_TO, {}), std::vector<unsigned int>{32});
+  EXPECT_EQ(last_.get(kl::STD_ID, 0), 2u);
+  const Told told = failureOf([&] { (void)run({"send", "netif", "getcuont"}); });
+  EXPECT_EQ(told.status, 2);
+  EXPECT_EQ(told.sentence,
+            "there is no command 'getcuont'; did you mean 'getcount'? (a number names any; klctl help netif "
+            "lists those of netif)");
+}
+
+TEST_F(Requests, UnitsAreShownAndRead) {
+  reply_.insert_u32(0x08000004, 1500);
+  EXPECT_EQ(run({"get", "netif:2"}), "mtu 1500 bytes\n");
+  (void)run({"set", "netif:2", "mtu=2KiB"});
+  EXPECT_EQ(last_.get_u32(0x08000004, 0), 2048u);
+}
+
 TEST_F(Requests, AnErrorReplyIsToldWithThePath) {
   reply_ = kl::errorMsg(kl::ERROR_UNKNOWNID, "");
   const Told told = failureOf([&] { (void)run({"get", "netif/3:99"}); });
@@ -178,8 +200,41 @@ TEST_F(Requests, MistakesInTheWordsAreToldBeforeAnythingIsSent) {
   const Told told = failureOf([&] { (void)run({"set", "netif", "mtu=big"}); });
   EXPECT_EQ(told.status, 2);
   EXPECT_EQ(told.sentence,
-            "mtu is of the type u32 and takes a whole number from 0 to 4294967295, not \"big\"");
+            "mtu is of the type u32 and takes a whole number from 0 to 4294967295 in bytes, not \"big\"");
   EXPECT_TRUE(last_ == kl::message());
+}
+
+// A service with a secret, which is shown in no form unless that is asked for.
+TEST(Secrets, AreShownOnRequestOnly) {
+  char name[] = "/tmp/klctl-secrets-XXXXXX";
+  const std::string folder = ::mkdtemp(name);
+  std::ofstream(folder + "/safe.toml")
+      << "fields = [{ name = \"pin\", field = \"string:77\", secret = true }]\n";
+  const auto service = [](const kl::message& request) {
+    kl::message safe;
+    safe.insert(kl::SVC_NAME, "safe");
+    safe.insert_string(0x2000004d, "swordfish");
+    kl::message reply;
+    if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETALL) reply.insert(kl::STD_OBJS, {flat(safe)});
+    else reply = safe;
+    return reply;
+  };
+  const auto run = [&](std::vector<const char*> words) {
+    words.insert(words.end(), {"--fields", folder.c_str()});
+    return RecordedChannels(service).perform(parsed(words));
+  };
+  for (const std::vector<const char*>& form :
+       {std::vector<const char*>{}, std::vector<const char*>{"--json"}, std::vector<const char*>{"--dump"}}) {
+    for (const char* verb : {"get", "getall"}) {
+      std::vector<const char*> words = {verb, "300"};
+      words.insert(words.end(), form.begin(), form.end());
+      EXPECT_EQ(run(words).find("swordfish"), std::string::npos) << verb << run(words);
+      words.push_back("--secrets");
+      EXPECT_NE(run(words).find("swordfish"), std::string::npos) << verb << run(words);
+    }
+  }
+  EXPECT_NE(run({"get", "300"}).find("(secret)"), std::string::npos) << run({"get", "300"});
+  std::filesystem::remove_all(folder);
 }
 
 }  // namespace klctl

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
@@ -124,6 +126,29 @@ TEST_F(KlctlUndo, ARecordCannotSteerTheTerminal) {
     for (const char* part : {"\x1b", "\x07", "\x7f", "\xc2\x9b", "\xe2\x80\xae", "\xff"})
       EXPECT_EQ(text.find(part), std::string::npos) << text;
   }
+}
+
+// The messages of a record are those of netif, and what is secret in them is said by its description.
+TEST_F(KlctlUndo, SecretsOfTheServiceAreNotShown) {
+  char name[] = "/tmp/klctl-undo-XXXXXX";
+  const std::string folder = ::mkdtemp(name);
+  std::ofstream(folder + "/netif.toml")
+      << "fields = [{ name = \"descr\", field = \"string:std.9\", secret = true }]\n";
+  const auto runIn = [&](std::vector<const char*> words) {
+    words.insert(words.begin(), {"--fields", folder.c_str(), "undo"});
+    return RecordedChannels([this](const kl::message& m) { return answer(m); }).perform(parsed(words));
+  };
+  hostile_ = "swordfish";
+  for (const std::vector<const char*>& words :
+       {std::vector<const char*>{"show", "4"}, std::vector<const char*>{"show", "4", "--dump"},
+        std::vector<const char*>{"show", "4", "--json"}, std::vector<const char*>{"list", "--json"},
+        std::vector<const char*>{"list", "--dump"}}) {
+    EXPECT_EQ(runIn(words).find("newswordfish"), std::string::npos) << runIn(words);
+    std::vector<const char*> open = words;
+    open.push_back("--secrets");
+    EXPECT_NE(runIn(open).find("newswordfish"), std::string::npos) << runIn(open);
+  }
+  std::filesystem::remove_all(folder);
 }
 
 TEST_F(KlctlUndo, RunStartsARecordAndPrintsNothing) {

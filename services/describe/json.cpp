@@ -1,15 +1,14 @@
 // JSON is written in one pass: a writer knows whether a comma is due, and a key without a value is left out.
 
+#include "services/describe/json.h"
+
 #include <cstdio>
 
-#include "pages.h"
 #include "services/describe/field_id.h"
 #include "services/describe/words.h"
 
-namespace klgen {
+namespace describe {
 namespace {
-
-using describe::Description;
 
 std::string jsonText(const std::string& text) {
   std::string result = "\"";
@@ -54,18 +53,18 @@ class JsonObject {
   std::string text_;
 };
 
-std::string fieldJson(const describe::Field& field) {
+std::string fieldJson(const Field& field) {
   JsonObject json;
   json.addText("name", field.name);
-  json.addText("type", describe::typeWord(field.id));
+  json.addText("type", typeWord(field.id));
   json.add("id", std::to_string(field.id));
-  json.addText("field", describe::fieldIdText(field.id));
+  json.addText("field", fieldIdText(field.id));
   json.addText("doc", field.doc);
   json.addText("unit", field.unit);
   json.addNumber("min", field.min);
   json.addNumber("max", field.max);
   JsonObject values;
-  for (const describe::Value& value : field.values) values.add(value.word, std::to_string(value.number));
+  for (const Value& value : field.values) values.add(value.word, std::to_string(value.number));
   if (!field.values.empty()) json.add("values", values.text());
   json.addText("default", field.initial);
   json.addTrue("required", field.isRequired);
@@ -75,7 +74,7 @@ std::string fieldJson(const describe::Field& field) {
   return json.text();
 }
 
-std::string commandJson(const describe::Command& command) {
+std::string commandJson(const Command& command) {
   JsonObject json;
   json.addText("name", command.name);
   json.add("code", std::to_string(command.code));
@@ -89,7 +88,7 @@ std::string commandJson(const describe::Command& command) {
   return json.text();
 }
 
-std::string objectJson(const describe::Object& object) {
+std::string objectJson(const Object& object) {
   JsonObject json;
   json.addText("name", object.name);
   json.addNumber("handler", object.handler);
@@ -100,7 +99,7 @@ std::string objectJson(const describe::Object& object) {
   return json.text();
 }
 
-std::string topicJson(const describe::Topic& topic) {
+std::string topicJson(const Topic& topic) {
   JsonObject json;
   json.addText("name", topic.name);
   json.add("number", std::to_string(topic.number));
@@ -124,4 +123,4 @@ std::string jsonOf(const Description& description) {
   return json.text() + "\n";
 }
 
-}  // namespace klgen
+}  // namespace describe

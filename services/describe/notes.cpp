@@ -1,15 +1,15 @@
 // What every kind of page says of a field.
 
-#include "pages.h"
+#include "services/describe/notes.h"
 
-namespace klgen {
+namespace describe {
 namespace {
 
 void add(std::string& all, const std::string& text) {
   if (!text.empty()) all += (all.empty() ? "" : "; ") + text;
 }
 
-std::string boundsOf(const describe::Field& field) {
+std::string boundsOf(const Field& field) {
   if (field.min && field.max) return std::to_string(*field.min) + " to " + std::to_string(*field.max);
   if (field.min) return "at least " + std::to_string(*field.min);
   if (field.max) return "at most " + std::to_string(*field.max);
@@ -18,12 +18,12 @@ std::string boundsOf(const describe::Field& field) {
 
 }  // namespace
 
-std::string notesOf(const describe::Field& field) {
+std::string notesOf(const Field& field) {
   std::string all = field.doc;
   if (!field.unit.empty()) add(all, "in " + field.unit);
   add(all, boundsOf(field));
   std::string words;
-  for (const describe::Value& value : field.values)
+  for (const Value& value : field.values)
     words += (words.empty() ? "" : ", ") + std::to_string(value.number) + " " + value.word;
   add(all, words);
   if (!field.initial.empty()) add(all, "without it " + field.initial);
@@ -34,4 +34,4 @@ std::string notesOf(const describe::Field& field) {
   return all;
 }
 
-}  // namespace klgen
+}  // namespace describe

@@ -1,9 +1,10 @@
+#include "services/describe/json.h"
+
 #include <gtest/gtest.h>
 
-#include "tests/tools/klgen/described.h"
-#include "tools/klgen/pages.h"
+#include "tests/services/describe/described.h"
 
-namespace klgen {
+namespace describe {
 
 TEST(Json, HasWhatTheDescriptionHas) {
   EXPECT_EQ(jsonOf(described("fields = [{ name = \"a\", field = \"u32:1\", min = 1, values = { on = 1, off = "
@@ -24,4 +25,4 @@ TEST(Json, HasWhatTheDescriptionHas) {
 
 TEST(Json, NothingIsLittle) { EXPECT_EQ(jsonOf(described("")), "{\"name\":\"svc\"}\n"); }
 
-}  // namespace klgen
+}  // namespace describe

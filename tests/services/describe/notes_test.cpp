@@ -1,12 +1,13 @@
+#include "services/describe/notes.h"
+
 #include <gtest/gtest.h>
 
-#include "tests/tools/klgen/described.h"
-#include "tools/klgen/pages.h"
+#include "tests/services/describe/described.h"
 
-namespace klgen {
+namespace describe {
 
 TEST(Notes, SayEverythingThatADescriptionSaysOfAField) {
-  const describe::Description d = described(
+  const Description d = described(
       "fields = [\n"
       "{ name = \"a\", field = \"u32:1\", doc = \"what it is\", unit = \"s\", min = 1, max = 9, required = "
       "true },\n"
@@ -21,4 +22,4 @@ TEST(Notes, SayEverythingThatADescriptionSaysOfAField) {
   EXPECT_EQ(notesOf(d.settings[0]), "without it 7");
 }
 
-}  // namespace klgen
+}  // namespace describe
