@@ -68,6 +68,9 @@ class Section {
   void mistake(const std::string& text) { mistake("", text); }
   void refuseOthers();
 
+  // The list of this table's mistakes, for what it refers to.
+  Mistakes& mistakes() const { return mistakes_; }
+
   // The line in which the key stands; that of the table where it is missing.
   unsigned int lineOf(const std::string& key) const;
   // "[name] key: TEXT" in that line, for whoever wants to say something that is no mistake.

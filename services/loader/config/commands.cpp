@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdio>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "kl/looper.h"
 #include "kl/message_view.h"
 #include "kl/rights.h"
+#include "services/describe/check.h"
 
 namespace loader {
 namespace {
@@ -52,6 +54,22 @@ std::optional<unsigned int> commandOf(std::string_view key) {
   return number;
 }
 
+// By the name that the description of the service has; none, and a mistake, where there is no such command.
+std::optional<unsigned int> describedCommand(common::Section& table, const std::string& key,
+                                             ServiceNames& names) {
+  std::vector<unsigned int> codes;
+  if (describe::isName(key)) codes = names.findCommands(key);
+  if (codes.size() == 1) return codes.front();
+  if (codes.size() > 1) {
+    table.mistake(key, "several commands of the service have this name: give their numbers");
+  } else {
+    const bool isName = describe::isName(key) && names.mayHaveNames();
+    const std::string hint = isName ? ", or a name (" + names.commandsThereAre() + ")" : "";
+    table.expected(key, "a key that is a command, like \"0x60001\" or \"CMD_START\"" + hint);
+  }
+  return {};
+}
+
 // "none" means that the command needs no right.
 unsigned int bitsOf(const Rights& rights) { return rights.none ? 0 : rights.bits; }
 
@@ -83,13 +101,19 @@ std::string nameOfCommand(unsigned int command) {
   return text;
 }
 
-CommandRights readCommands(common::Section& section) {
+CommandRights readCommands(common::Section& section, ServiceNames names) {
   CommandRights commands = standardCommands();
   common::Section table = section.table("commands");
+  std::set<unsigned int> given;
   for (const std::string& key : table.keys()) {
-    const auto command = commandOf(key);
-    if (!command) table.expected(key, "a key that is a command, like \"0x60001\" or \"CMD_START\"");
-    else commands[*command] = bitsOf(readRights(table, key, Rights::of(kl::RIGHT_OF_NOBODY)));
+    auto command = commandOf(key);
+    if (!command) {
+      command = describedCommand(table, key, names);
+      if (command && given.contains(*command)) table.mistake(key, "it is given twice, also by its number");
+    }
+    if (!command) continue;
+    given.insert(*command);
+    commands[*command] = bitsOf(readRights(table, key, Rights::of(kl::RIGHT_OF_NOBODY)));
   }
   return commands;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "config/service_names.h"
 #include "services/common/section.h"
 
 namespace loader {
@@ -20,9 +21,9 @@ CommandRights loaderCommands();
 // "CMD_SETOBJ", or "0x60001" where the library has no name.
 std::string nameOfCommand(unsigned int command);
 
-// Reads the key `commands` of a service: a table of commands, as "0x60001" or under the name that the library has for
-// them, and of rights.  The result has the standard commands, too, with what the library says where the table does not
+// Reads the key `commands` of a service: a table of commands, as "0x60001" or under the name that the library or the
+// description of the service has for them, and of rights.  The result has the standard commands, too, with what the library says where the table does not
 // name them.
-CommandRights readCommands(common::Section& section);
+CommandRights readCommands(common::Section& section, ServiceNames names = {});
 
 }  // namespace loader

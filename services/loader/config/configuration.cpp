@@ -108,14 +108,15 @@ ServiceConfiguration readService(Section& section, Configuration& whole) {
   readOwnRights(section, service, whole);
   readSpeaksFor(section, service, whole);
   service.access = readAccess(section, service.name, whole);
-  if (section.find("commands") != nullptr) service.commands = readCommands(section);
+  const ServiceNames names(whole.descriptions, service.name, section.mistakes());
+  if (section.find("commands") != nullptr) service.commands = readCommands(section, names);
   service.restart = readRestart(section);
   readStart(section, service);
   service.startSeconds = section.number("start_seconds", whole.startSeconds, 0, 86400);
   service.leaveIdleSeconds = section.number("leave_idle_seconds", 0u, 0, 86400);
   refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))
-    service.settings = readSettings(section, *settings);
+    service.settings = readSettings(section, *settings, names);
   section.refuseOthers();
   return service;
 }
@@ -136,6 +137,7 @@ void readServices(Section& file, Configuration& configuration) {
 void readLoader(Section& file, Configuration& configuration) {
   Section section = file.table("loader");
   configuration.stateFolder = section.text("state_folder", configuration.stateFolder);
+  configuration.descriptions = section.text("descriptions", configuration.descriptions);
   configuration.queueLimit = section.number("queue_limit", configuration.queueLimit, 4096, 16 * 1024 * 1024);
   configuration.startSeconds = section.number("start_seconds", configuration.startSeconds, 0, 86400);
   configuration.stallSeconds = section.number("stall_seconds", configuration.stallSeconds, 0, 86400);
@@ -199,6 +201,7 @@ bool isConfigurable(unsigned int id) {
 Configuration defaultConfiguration() {
   Configuration configuration;
   configuration.stateFolder = std::filesystem::path(kl::runFolderPath()).parent_path() / "loader";
+  configuration.descriptions = installedDescriptions();
   return configuration;
 }
 

@@ -51,6 +51,7 @@ struct ServiceConfiguration {
 struct Configuration {
   std::string file;                      // where it was read; empty without a file
   std::string stateFolder;               // where the loader keeps what must survive it
+  std::string descriptions;              // the folder of the descriptions of services
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
   unsigned int startSeconds = 60;        // of each service that has none of its own
   unsigned int stallSeconds = 10;   // a busy service that reads nothing for so long is disconnected; 0: never

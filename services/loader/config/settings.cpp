@@ -8,9 +8,11 @@
 #include <charconv>
 #include <cstring>
 #include <optional>
+#include <set>
 
 #include "kl/message.h"
 #include "kl/records.h"
+#include "services/describe/check.h"
 
 namespace loader {
 namespace {
@@ -49,21 +51,77 @@ const char* expectedFor(RecordKind kind) {
 
 class SettingsReader {
  public:
-  explicit SettingsReader(common::Section& section) : section_(section) {}
+  SettingsReader(common::Section& section, ServiceNames& names) : section_(section), names_(names) {}
 
-  kl::message readTable(const toml::table& table) {
+  kl::message readTable(const toml::table& table) { return readTable(table, false); }
+
+ private:
+  kl::message readTable(const toml::table& table, bool isInside) {
     kl::message result;
+    std::set<unsigned int> given;
     for (const auto& [key, value] : table) {
       const std::string name(key.str());
-      const auto id = fieldIdOf(name);
-      if (!id) section_.expected(value, name, "a key that is a field id, like 0x08000007");
-      else if (!((*id & kArrayBit) != 0 ? readArray(result, *id, value) : readSingle(result, *id, value)))
-        section_.expected(value, name, expectation(*id));
+      if (const auto id = fieldIdOf(name)) {
+        given.insert(*id);
+        if (!readValue(result, *id, value)) section_.expected(value, name, expectation(*id));
+      } else if (const describe::Field* field = findName(name, isInside)) {
+        if (!given.insert(field->id).second)
+          section_.expected(value, name, "each setting once, by its name or by its field id");
+        else if (!readNamed(result, *field, value)) section_.expected(value, name, expectation(*field));
+      } else {
+        section_.expected(value, name, "a key that is a field id, like 0x08000007" + hint(name, isInside));
+      }
     }
     return result;
   }
 
- private:
+  const describe::Field* findName(const std::string& name, bool isInside) {
+    if (!describe::isName(name)) return nullptr;
+    return isInside ? names_.findField(name) : names_.findSetting(name);
+  }
+
+  std::string hint(const std::string& name, bool isInside) {
+    if (!describe::isName(name) || !names_.mayHaveNames()) return "";
+    return ", or a name (" + (isInside ? names_.fieldsThereAre() : names_.settingsThereAre()) + ")";
+  }
+
+  // A word for the value, or the value within its bounds.
+  bool readNamed(kl::message& m, const describe::Field& field, const toml::node& node) {
+    const auto word = node.value_exact<std::string>();
+    for (const describe::Value& value : field.values) {
+      if (word != value.word || (field.id & kArrayBit) != 0) continue;
+      m.insert_u32(field.id, value.number);
+      return true;
+    }
+    return isWithin(field, node) && readValue(m, field.id, node);
+  }
+
+  // Of a number its value is bounded, of a text, of bytes and of a list their length.
+  static bool isWithin(const describe::Field& field, const toml::node& node) {
+    std::uint64_t measure = 0;
+    if (const toml::array* list = node.as_array()) measure = list->size();
+    else if (const auto text = node.value_exact<std::string>())
+      measure = kindOf(field.id) == RecordKind::kRaw ? text->size() / 2 : text->size();
+    else if (const auto number = node.value_exact<int64_t>(); number && *number >= 0)
+      measure = static_cast<std::uint64_t>(*number);
+    else return true;  // of another kind, which is refused anyway
+    return measure >= field.min.value_or(0) && (!field.max || measure <= *field.max);
+  }
+
+  static std::string expectation(const describe::Field& field) {
+    std::string text = expectation(field.id);
+    if (field.min || field.max) {
+      text += ", at least " + std::to_string(field.min.value_or(0));
+      if (field.max) text += " and at most " + std::to_string(*field.max);
+    }
+    for (const describe::Value& value : field.values) text += ", or \"" + value.word + "\"";
+    return text;
+  }
+
+  bool readValue(kl::message& m, unsigned int id, const toml::node& node) {
+    return (id & kArrayBit) != 0 ? readArray(m, id, node) : readSingle(m, id, node);
+  }
+
   static std::string expectation(unsigned int id) {
     const std::string one = expectedFor(kindOf(id));
     return (id & kArrayBit) != 0 ? "a list, each of its elements " + one : one;
@@ -173,23 +231,25 @@ class SettingsReader {
   std::optional<kl::message::flat_message> nested(const toml::node& node) {
     const toml::table* table = node.as_table();
     if (table == nullptr) return {};
-    kl::message::flat_message flat = readTable(*table).flattened();
+    kl::message::flat_message flat = readTable(*table, true).flattened();
     if (flat.size() > kMaxNestedBytes) return {};
     return flat;
   }
 
   common::Section& section_;
+  ServiceNames& names_;
 };
 
 }  // namespace
 
-std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings) {
+std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings,
+                                        ServiceNames names) {
   const toml::table* table = settings.as_table();
   if (table == nullptr) {
     section.expected(settings, "settings", "a table of field ids and values");
     return {};
   }
-  std::vector<unsigned char> flat = SettingsReader(section).readTable(*table).flattened();
+  std::vector<unsigned char> flat = SettingsReader(section, names).readTable(*table).flattened();
   if (flat.size() > kMaxNestedBytes) section.mistake("expected settings of at most 65535 bytes together");
   return flat;
 }

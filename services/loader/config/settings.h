@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "config/service_names.h"
 #include "services/common/section.h"
 
 namespace loader {
@@ -14,9 +15,14 @@ namespace loader {
 //     0x20000001 = "eth0"                  # text
 //     0xa0000002 = ["a", "b"]              # list of texts
 //     0x28000003 = { 0x00000001 = true }   # a message inside
+//     look_ticks = 500                     # a setting of the service's description
+//
+// A named setting keeps the bounds of the description and may have one of its words for a value; the members of messages
+// inside have the names of its fields.
 //
 // The type bits of an id give the form of its value; addresses are texts in IPv6 notation, raw data are texts of
 // hexadecimal digits.  A value that does not fit is a mistake of `section`.
-std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings);
+std::vector<unsigned char> readSettings(common::Section& section, const toml::node& settings,
+                                        ServiceNames names = {});
 
 }  // namespace loader

@@ -219,10 +219,9 @@ TEST(Configuration, ASyntaxMistakeHasItsLine) {
 }
 
 TEST(Configuration, AnUnknownKeyIsAMistake) {
-  EXPECT_EQ(
-      mistakesIn("[loader]\nqueue_limits = 4096\n"),
-      "test.toml:2: [loader] queue_limits: expected one of the keys access, queue_limit, stall_seconds, "
-      "start_seconds, state_folder");
+  EXPECT_EQ(mistakesIn("[loader]\nqueue_limits = 4096\n"),
+            "test.toml:2: [loader] queue_limits: expected one of the keys access, descriptions, queue_limit, "
+            "stall_seconds, start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
             "test.toml:2: services: expected one of the keys loader, quota, rights, service");
   EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")

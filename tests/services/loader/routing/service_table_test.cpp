@@ -38,9 +38,9 @@ TEST(ServiceTable, TheListenerHearsOfEveryChange) {
 TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
   Service s(32);
   s.name = "netif";
-  EXPECT_EQ(describe(s), "netif (32)");
+  EXPECT_EQ(loader::describe(s), "netif (32)");
   s.pid = 4711;
-  EXPECT_EQ(describe(s), "netif (32, pid 4711)");
+  EXPECT_EQ(loader::describe(s), "netif (32, pid 4711)");
 }
 
 }  // namespace
