@@ -7,7 +7,7 @@ set(KL_GEN "" CACHE FILEPATH "The klgen that runs while building; without it the
 # the target include it.
 function(kl_describe target)
   set(generator "${KL_GEN}")
-  if(NOT generator AND TARGET klgen)
+  if(NOT generator AND (TARGET klgen OR KL_GEN_IS_BUILT))
     set(generator klgen)
   elseif(NOT generator)
     get_filename_component(kl_above "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../../.." ABSOLUTE)

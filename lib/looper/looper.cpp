@@ -37,6 +37,7 @@
 #include "kl/backtrace.h"
 #include "kl/services.h"
 #include "looper/connection.h"
+#include "looper/description.h"
 #include "looper/first_start.h"
 #include "looper/framing.h"
 #include "looper/liveness.h"
@@ -468,6 +469,8 @@ void Looper::dispatchMessage(message& m) {
   if (entry != handlers_.end()) {
     removeFirstHop(m);
     deliverTo(*entry->second, m);
+  } else if (asksForDescription(m)) {
+    replyMessage(m, describeProcess(m, accessPolicies()));
   } else {
     deliverTo(*this, m);
   }

@@ -7,7 +7,9 @@
 
 #include "asking/log_service.h"
 #include "config/configuration.h"
+#include "kl/description.h"
 #include "kl/utilities.h"
+#include "log.kl.h"
 
 namespace {
 
@@ -39,6 +41,7 @@ int run(logd::Configuration configuration) {
   logd::LogBook book(configuration.book);
   logd::LogService service(configuration.limits, book, listener, configuration.users, loader.pid);
   service.reportTooBig(true);
+  kl::setDescription(log_service::kDescription);
   service.run();
   return 0;
 }

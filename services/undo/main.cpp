@@ -1,6 +1,8 @@
 // kl-undo: keeps what services report of changes, and undoes them by order.
 
+#include "kl/description.h"
 #include "services/common/command_line.h"
+#include "undo.kl.h"
 #include "undo_service.h"
 
 int main(int argc, char** argv) {
@@ -10,5 +12,6 @@ int main(int argc, char** argv) {
   if (!common::readCommandLine(program, argc, argv, status)) return status;
   undo::UndoService service;
   service.reportTooBig(true);
+  kl::setDescription(undo_service::kDescription);
   service.run();
 }

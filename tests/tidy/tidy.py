@@ -26,7 +26,7 @@ LONGEST_LINE = 120  # of a document, in characters
 # Public headers include only headers of a layer below their own.
 LAYERS = (
     {"export", "bind", "callable", "ticks"},
-    {"message"},
+    {"message", "description"},
     {"field", "records", "address"},
     {"conventions", "runner", "message_view"},
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer"},
@@ -195,13 +195,13 @@ def check_predicates(tree):
 
 
 def check_programs(tree):
-    """Companions, tools and examples use the public headers and their own, as any user would."""
+    """Companions, tools and examples use the public headers, their own, and those that klgen makes (NAME.kl.h)."""
     for path in tree.code():
         if top(path) not in PROGRAMS:
             continue
         for line, included in tree.includes(path):
             target = resolve(tree, path, included)
-            if target is None:
+            if target is None and not included.endswith(".kl.h"):
                 yield path, line, f'"{included}" is neither a public header nor one of {home(path)}/'
 
 

@@ -13,6 +13,7 @@
 #include <map>
 
 #include "identifiers.h"
+#include "services/describe/compact.h"
 #include "services/describe/field_id.h"
 #include "services/describe/notes.h"
 
@@ -74,6 +75,17 @@ std::string typeOf(unsigned int id) {
   return describe::isArray(id) ? "::std::vector<" + element + ">" : element;
 }
 
+// A text in C++; in one of descriptions the newline is the only control character.
+std::string literal(const std::string& text) {
+  std::string result = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') result += '\\';
+    if (c == '\n') result += "\\n";
+    else result += c;
+  }
+  return result + "\"";
+}
+
 // "  // TEXT", or nothing.
 std::string remark(const std::string& text) { return text.empty() ? "" : "  // " + commentText(text); }
 
@@ -91,6 +103,7 @@ class HeaderWriter {
 
  private:
   void writeOpening();
+  void writeDescription();
   void writeNumbers();
   void writeFields(const std::vector<Field>& fields, const std::string& prefix);
   void writeEnumerations(const std::vector<Field>& fields, const std::string& prefix);
@@ -122,6 +135,7 @@ std::string HeaderWriter::write() {
   writeFields(description_.settings, "setting_");
   writeEnumerations(description_.settings, "setting_");
   for (const describe::Object& object : description_.objects) writeObject(object);
+  writeDescription();
   out_ += "\n}  // namespace " + space + "\n";
   return std::move(out_);
 }
@@ -134,6 +148,19 @@ void HeaderWriter::writeOpening() {
   out_ += "// Made by klgen of " + commentText(source) + "; changes belong there.\n\n";
   out_ += "#include <optional>\n#include <string>\n#include <vector>\n\n#include \"kl/field.h\"\n";
   if (!description_.objects.empty()) out_ += kHelpers;
+}
+
+// What kl::setDescription takes.  Its name is like no other, as these are all capitals or begin with one.
+void HeaderWriter::writeDescription() {
+  const std::string text = describe::compactOf(description_);
+  if (text.empty()) {
+    out_ += "\n// The description is too long for a process to carry.\n";
+    return;
+  }
+  out_ += "\n// For kl::setDescription (kl/description.h).\ninline constexpr char kDescription[] =";
+  for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
+    out_ += "\n    " + literal(text.substr(at, text.find('\n', at) + 1 - at));
+  out_ += ";\n";
 }
 
 void HeaderWriter::writeNumbers() {

@@ -280,6 +280,19 @@ TEST_F(Klctl, WithoutADictionaryFieldsHaveTheirExplicitNames) {
   EXPECT_EQ(doneJson({"get", kLo, "--fields", "/nowhere"})["string:1"], "lo");
 }
 
+TEST(KlctlAlone, AsksAServiceWhatItSaysOfItself) {
+  const LoaderProcess loader(std::string(kNetif) + "[[service]]\nname = \"system\"\ncommand = [\"" KL_BIN_DIR
+                                                   "/kl-system\"]\n");
+  (void)done({"send", "system"});
+  EXPECT_EQ(done({"introspect", "system"}), done({"help", "system"}));  // and no remark of a difference
+  (void)done({"send", "netif"});
+  const ChildResult netif = klctl({"introspect", "netif"});
+  EXPECT_EQ(netif.exitStatus, 0);
+  EXPECT_EQ(netif.out, done({"help", "netif"}));
+  EXPECT_NE(netif.err.find("netif does not describe itself"), std::string::npos) << netif.err;
+  EXPECT_NE(failed(1, {"introspect", "nobody"}).find("no service is called 'nobody'"), std::string::npos);
+}
+
 TEST(KlctlAlone, UsageIsStatusTwoWithoutALoader) {
   EXPECT_NE(failed(2, {}).find("klctl: "), std::string::npos);
   EXPECT_NE(failed(2, {"bogus"}), "");

@@ -65,6 +65,7 @@ class Parser {
     addLog();
     addRights();
     addHelp();
+    addIntrospect();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -230,6 +231,14 @@ class Parser {
     CLI::App* help = addVerb(app_, Verb::kHelp, "help", "Show what a service describes", kTimeout | kFields,
                              &Parser::interpretHelp);
     help->add_option("PATH", words_.path, "A service or an object of it, as netif or netif/interface")
+        ->type_name("");
+  }
+
+  void addIntrospect() {
+    addVerb(app_, Verb::kIntrospect, "introspect", "Ask a service what it says of itself", kTimeout | kFields,
+            &Parser::interpretService)
+        ->add_option("SERVICE", words_.path, "A service, by its name or its number")
+        ->required()
         ->type_name("");
   }
 

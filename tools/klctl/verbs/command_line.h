@@ -38,9 +38,11 @@ enum class Verb {
   kRightsExplain,
   kRightsList,
   kHelp,
+  kIntrospect,
 };
 
-inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kHelp) + 1;  // the number of verbs
+inline constexpr unsigned int kVerbs =
+    static_cast<unsigned int>(Verb::kIntrospect) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {

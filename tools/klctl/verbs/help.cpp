@@ -135,7 +135,7 @@ void helpService(const CommandLine& line, const Channels& channels) {
   const Description description = descriptionOf(line, service);
   const std::string& object = line.path.objectName;
   if (!object.empty()) (void)resolved(line, {.names = {}, .description = description});
-  channels.print(line.json ? describe::jsonOf(description)
+  channels.print(line.json ? jsonText(Json::parse(describe::jsonOf(description)))
                            : helpText(description, line.path.service, object));
 }
 

@@ -10,6 +10,7 @@
 #include "verbs/action.h"
 #include "verbs/dump.h"
 #include "verbs/help.h"
+#include "verbs/introspect.h"
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
 #include "verbs/request.h"
@@ -52,6 +53,7 @@ constexpr Row kRows[] = {
     {Verb::kRightsExplain, explainRights},
     {Verb::kRightsList, listRights},
     {Verb::kHelp, helpService},
+    {Verb::kIntrospect, introspectService},
 };
 
 static_assert(std::size(kRows) == kVerbs, "each verb has one row");
