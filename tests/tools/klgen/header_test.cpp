@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "sample.kl.h"
+#include "services/describe/json.h"
 #include "tests/tools/klgen/described.h"
 #include "tools/klgen/taken_words.h"
 
@@ -114,6 +115,23 @@ TEST(SampleHeader, ConstantsAreThoseOfTheDescription) {
   EXPECT_EQ(sample::KEYS, 0xb000000fu);
   EXPECT_EQ(sample::SETTING_LIMIT, 0x08000001u);
   EXPECT_EQ(static_cast<unsigned int>(sample::State::delete_), 3u);
+}
+
+// The compiler has read the text as it was written.
+TEST(SampleHeader, HasItsDescriptionAsAText) {
+  common::Mistakes mistakes;
+  const auto told = describe::read(sample::kDescription, "told", describe::OtherKeys::kRefused, mistakes);
+  EXPECT_TRUE(mistakes.empty());
+  EXPECT_EQ(describe::jsonOf(told), describe::jsonOf(sample()));
+}
+
+TEST(Header, ADescriptionThatIsTooLongIsNoText) {
+  std::string fields;
+  for (int i = 1; i <= 500; ++i)
+    fields += "{ name = \"field_" + std::to_string(i) + "\", field = \"u32:" + std::to_string(i) + "\" },\n";
+  const std::string text = headerFor(described("fields = [\n" + fields + "]\n"));
+  EXPECT_EQ(text.find("kDescription"), std::string::npos);
+  EXPECT_NE(text.find("// The description is too long for a process to carry."), std::string::npos);
 }
 
 TEST(SampleHeader, AStructureHasWhatTheMessageHas) {
