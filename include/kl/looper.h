@@ -327,7 +327,7 @@ class KL_API Handler {
 // Ownership: owns the connection.  Handlers are borrowed until they are removed.
 // Threads:   belongs to the thread that made it.
 // Cost:      a message out is one system call, one in is one poll and one read, less when several arrive
-//            together.
+//            together: then those out leave together as well (flushMessages).
 class KL_API Looper : public Handler, public Runner {
  public:
   // How to come by the connection: use descriptor 3 if the loader passed it on, else connect; descriptor 3
@@ -399,6 +399,19 @@ class KL_API Looper : public Handler, public Runner {
   void writeRaw(const unsigned char* bytes, unsigned int count);
   bool readMessage(message& m, int timeout);
   void writeMessage(const message& m);
+
+  // Writes now what run() holds back.  A message that is sent while others wait that came together in one read may
+  // leave together with the next ones, in one write: at most 32 messages or 16 KiB, and none later than the pass in
+  // which the loop sees another tick.  As soon as none waits any more, everything is out, and a message is written at
+  // once.  Order and bytes are the same.  Whatever waits in this library writes them first: exchanges and the other
+  // readers of the connection, a loop that sleeps, stores, a full log, the loading of modules.  So do shutdown, the end
+  // of run(), the destructor and exit; the report of a crash makes one attempt that does not wait.  A forked child does
+  // not have them.
+  //
+  // The rest is the caller's.  They are lost with a process that a signal ends without a report (SIGKILL, SIGTERM), or
+  // that calls _exit or exec.  An operation or callback that waits or computes for long holds up what was sent before:
+  // it calls this first, above all where what it waits for depends on a message of its own.
+  void flushMessages();
 
   // The connection is readable: takes messages up to the first request.
   void onMsgSock(int fd, unsigned int events);

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "base/held_output.h"
 #include "base/report.h"
 #include "kl/logger.h"
 #include "log/parts.h"
@@ -69,6 +70,7 @@ unsigned int Logger::writeParts(Parts parts) {
       written += static_cast<unsigned int>(result);
       parts.advance(static_cast<unsigned int>(result));
     }
+    heldOutput.write();  // the service that reads so slowly may wait for this process
     printLine("sleeping");
     ::usleep(kPauseMicroseconds);
   }

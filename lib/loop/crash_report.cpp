@@ -22,6 +22,7 @@
 #include <ctime>
 #include <initializer_list>
 
+#include "base/held_output.h"
 #include "fixed_paths.h"
 #include "kl/backtrace.h"
 #include "kl/message.h"
@@ -193,6 +194,7 @@ void onFatalSignal(int sig, siginfo_t*, void* context) {
   }
   {
     const WithoutSigpipe quiet;
+    if (sig != SIGUSR2) heldOutput.attempt();
     writeReport(sig, context, sig == SIGUSR2 ? STDOUT_FILENO : openReportDevice(), ownFrame);
     if (sig != SIGUSR2) writeClosingLine(sig);
   }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 
+#include "base/held_output.h"
 #include "base/report.h"
 #include "kl/runner.h"
 
@@ -70,6 +71,7 @@ void ThinRunner::runSocks(unsigned int now) {
   // A poll that fails (a signal interrupts it) reports nothing ready: the pass goes on with the timers.
   // A loop that a hook has ended may have nothing left to wake it, so it does not sleep.
   const bool stays = someoneReadsAhead() || stop_;
+  if (!stays && timeoutMs != 0) heldOutput.write();
   int ready = ::poll(polls_.data(), polls_.size(), stays ? 0 : timeoutMs);
   ready = mergeReadAhead(ready);
   runTimers();

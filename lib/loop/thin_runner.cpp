@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/held_output.h"
+#include "loop/clock.h"
+
 namespace kl {
 namespace {
 
@@ -45,6 +48,12 @@ unsigned int getJiffies() {
   return kTicksBeforeBoot + static_cast<unsigned int>(ticks);
 }
 
+unsigned int readTick() {
+  const unsigned int now = getJiffies();
+  heldOutput.noteTick(now);
+  return now;
+}
+
 ThinRunner::ThinRunner() : ownSleepTime_(sleepTimeOf(this)) {}
 
 [[gnu::cold]] ThinRunner::~ThinRunner() { ThinRunner::shutdown(); }
@@ -59,7 +68,12 @@ void ThinRunner::run() {
   addDelayedTimers();
   while (!stop_) {
     runBeforeSleep();
-    runSocks(sleepTimeNeedsClock() ? getJiffies() : heapTime_);
+    if (sleepTimeNeedsClock()) {
+      runSocks(readTick());
+    } else {
+      heldOutput.writeOld();
+      runSocks(heapTime_);
+    }
   }
 }
 

@@ -16,6 +16,7 @@
 
 #include "base/report.h"
 #include "kl/runner.h"
+#include "loop/clock.h"
 
 namespace kl {
 namespace {
@@ -58,7 +59,7 @@ int ThinRunner::sleepTime(unsigned int now) {
 }
 
 ThinRunner::TimerPtr ThinRunner::addTimer(void* data, TimerCallback cb, unsigned int delay) {
-  const Ticks now = getJiffies();
+  const Ticks now = readTick();
   TimerInfo* timer = newTimer(data, cb, now + limitedDelay(delay));
   if (inRunTimers_) pending_.push_back(timer);  // T3
   else pushTimer(timer, now);
@@ -72,7 +73,7 @@ ThinRunner::TimerPtr ThinRunner::addDelayedTimer(void* data, TimerCallback cb, u
 }
 
 void ThinRunner::addDelayedTimers() {
-  if (!delayed_.empty()) adoptDelayedTimers(getJiffies());
+  if (!delayed_.empty()) adoptDelayedTimers(readTick());
 }
 
 bool ThinRunner::removeTimer(TimerPtr timer) {
@@ -91,7 +92,7 @@ bool ThinRunner::removeTimer(void* data, TimerCallback cb) {
 void ThinRunner::runTimers() {
   // With nothing to fire and nothing to adopt, the clock is not asked.
   if (!heap_.empty() || !pending_.empty()) {
-    const Ticks now = getJiffies();
+    const Ticks now = readTick();
     fireDueTimers(now);
     adoptPendingTimers(now);
   }

@@ -19,6 +19,7 @@ message Looper::exchangeMessage(message& m, int timeout) {
   if (std::exchange(leaveAsked_, false)) sendCtrl(CTRL_REFUSED);  // E2
   const Path from = pathOf(m, SYS_FROM);
   const unsigned int id = requestMessage(m);
+  flushMessages();
   Timeout limit(timeout);
   while (socket_ != -1) {
     message reply;

@@ -5,6 +5,10 @@
 // F2  a time-out runs only until the first byte of a frame: a frame that has begun is completed
 // F3  the buffer never holds more than twice the bytes that really came, or kSmallBuffer
 //
+// Writing:
+// F4  what is held back leaves before the socket is read, before anything else is written, and in the order of writing
+// F5  a frame is held back only behind others within the bounds, and only while a whole frame waits to be taken
+//
 // The frame of a message with the boolean 0x00000003: 06 00 00 00 | 4d 32 03 00 00 01.
 
 #include "looper/framing.h"
@@ -19,6 +23,7 @@
 #include <string>
 
 #include "base/byte_order.h"
+#include "base/held_output.h"
 #include "base/report.h"
 
 namespace kl {
@@ -39,6 +44,10 @@ int waitFor(int fd, short events, int milliseconds) {
 }
 
 }  // namespace
+
+FrameSocket::~FrameSocket() {
+  if (isHolding_) heldOutput.end();
+}
 
 unsigned int FrameSocket::read(unsigned char* bytes, unsigned int count, Timeout& timeout) {
   if (count == 0 || (!holdsBytes() && !receive(timeout, count))) return 0;
@@ -64,7 +73,63 @@ bool FrameSocket::readFrame(message& m, Timeout& timeout) {
   return true;
 }
 
+bool FrameSocket::holdsFrame() const {
+  const std::size_t held = end_ - begin_;
+  return held >= kLengthBytes && held - kLengthBytes >= loadLe32(&buffer_[begin_]);
+}
+
 void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
+  writeHeld();
+  send(bytes, count);
+}
+
+unsigned int FrameSocket::writeFrame(const message& m) {
+  unsigned int length = m.max_length();
+  unsigned char* const frame = roomToFlatten(kLengthBytes + length);
+  m.flatten(frame + kLengthBytes, &length);
+  if (length < kFrameLimit) {
+    storeLe32(frame, length);
+    holdOrSend(frame, kLengthBytes + length);
+  }
+  if (outCapacity_ > kKeptBuffer && heldBytes() == 0) giveRoomBack();
+  return length;
+}
+
+void FrameSocket::beginHolding() {
+  heldOutput.begin(fd_, this, [](void* writer, const unsigned char* bytes, std::size_t count) {
+    static_cast<FrameSocket*>(writer)->send(bytes, count);
+  });
+  isHolding_ = true;
+}
+
+void FrameSocket::endHolding() {
+  writeHeld();
+  if (isHolding_) heldOutput.end();
+  isHolding_ = false;
+}
+
+// F4
+void FrameSocket::writeHeld() {
+  if (const std::size_t count = isHolding_ ? heldOutput.take() : 0) send(out_.get(), count);
+}
+
+std::size_t FrameSocket::heldBytes() const { return isHolding_ ? heldOutput.bytes() : 0; }
+
+// F5
+bool FrameSocket::mayHold(std::size_t bytes) const {
+  if (!isHolding_ || !heldOutput.mayHold(this) || bytes > kMostHeldBytes || !holdsFrame()) return false;
+  return heldOutput.bytes() == 0 || heldOutput.frames() + 1 < kMostHeldFrames;
+}
+
+// The frame lies behind what is held back.
+void FrameSocket::holdOrSend(const unsigned char* frame, std::size_t count) {
+  const auto behind = static_cast<std::size_t>(frame - out_.get());
+  if (mayHold(behind + count)) return heldOutput.hold(out_.get(), behind + count);
+  const std::size_t before = isHolding_ ? heldOutput.take() : 0;
+  send(frame - before, before + count);  // F4
+}
+
+void FrameSocket::send(const unsigned char* bytes, std::size_t count) {
   while (count > 0) {
     const ssize_t written = ::send(fd_, bytes, count, MSG_NOSIGNAL);
     if (written > 0) {
@@ -80,18 +145,6 @@ void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
   }
 }
 
-unsigned int FrameSocket::writeFrame(const message& m) {
-  unsigned int length = m.max_length();
-  unsigned char* const frame = roomToFlatten(kLengthBytes + length);
-  m.flatten(frame + kLengthBytes, &length);
-  if (length < kFrameLimit) {
-    storeLe32(frame, length);
-    write(frame, kLengthBytes + length);
-  }
-  if (outCapacity_ > kKeptBuffer) roomToFlatten(0);
-  return length;
-}
-
 // Waits until so many bytes are held.  F2
 void FrameSocket::complete(std::size_t wanted) {
   Timeout noLimit(-1);
@@ -99,8 +152,9 @@ void FrameSocket::complete(std::size_t wanted) {
 }
 
 // Reads what has come, at least one byte, of a run of `wanted` bytes that begins with those that are held.
-// False when the time-out passed first.
+// False when the time-out passed first.  F4
 bool FrameSocket::receive(Timeout& timeout, std::size_t wanted) {
+  writeHeld();
   if (drained_ && timeout.waits() && !awaitBytes(timeout)) return false;  // F1
   makeRoom(wanted);
   while (true) {
@@ -164,14 +218,20 @@ void FrameSocket::consume(std::size_t count) {
   capacity_ = 0;
 }
 
-// Room to put a frame together in, never zero-filled; 0 gives it back.
+// Room to put a frame together in, never zero-filled, behind what is held back.
 unsigned char* FrameSocket::roomToFlatten(std::size_t count) {
-  if (count == 0 || count > outCapacity_) {
-    out_.reset();
-    outCapacity_ = count == 0 ? 0 : std::max(kSmallBuffer, count);
-    if (outCapacity_ > 0) out_ = std::make_unique_for_overwrite<unsigned char[]>(outCapacity_);
+  if (count > outCapacity_ - heldBytes()) writeHeld();
+  if (count > outCapacity_) {
+    giveRoomBack();
+    out_ = std::make_unique_for_overwrite<unsigned char[]>(std::max(kSmallBuffer, count));
+    outCapacity_ = std::max(kSmallBuffer, count);
   }
-  return out_.get();
+  return out_.get() + heldBytes();
+}
+
+void FrameSocket::giveRoomBack() {
+  out_.reset();
+  outCapacity_ = 0;
 }
 
 }  // namespace kl

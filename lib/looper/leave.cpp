@@ -59,6 +59,7 @@ void Looper::leave() {
     m.insert(READY_DATA, data.flattened());
     sendMessage(m);
   }
+  flushMessages();
   leaving_ = true;
   stop_ = true;
 }

@@ -18,6 +18,8 @@
 //     or a control message
 // L3  while bytes are held that were read ahead, the loop knows it (setReadAhead) and does not sleep on them
 // L4  a walk over the handlers goes by their numbers, so they may come and go meanwhile
+// L5  while frames that were read ahead wait, run() holds back what is sent and lets it leave together; where none waits
+//     any more, nothing is held
 // H1  a handler may be destroyed by its own operation: behind a call of one, nothing of it is touched before its
 //     Liveness was asked
 
@@ -254,6 +256,7 @@ Looper::Looper(unsigned int mode, unsigned int a1, unsigned int a2, unsigned int
 }
 
 Looper::~Looper() {
+  flushMessages();
   if (socket_ != -1) ::close(socket_);
   theLooper = nullptr;
 }
@@ -261,6 +264,7 @@ Looper::~Looper() {
 // Kept on purpose: the descriptor is forgotten and not closed, so the loader sees the process as connected
 // until it has ended.  Held by LooperEnd.AfterShutdownTheConnectionStaysOpen.
 void Looper::shutdown() {
+  flushMessages();
   Runner::shutdown();
   stop_ = true;
   socket_ = -1;
@@ -275,7 +279,9 @@ void Looper::run() {
   sendCtrl(CTRL_RUNNING);
   notifySubscriptions();
   unblockLeave();
+  frames_->beginHolding();  // L5
   Runner::run();
+  frames_->endHolding();
 }
 
 void Looper::onInit() {}
@@ -415,6 +421,8 @@ void Looper::refuseTooBig(const message& m, unsigned int length) {
 
 void Looper::writeRaw(const unsigned char* bytes, unsigned int count) { frames_->write(bytes, count); }
 
+void Looper::flushMessages() { frames_->writeHeld(); }
+
 void Looper::sendCtrl(unsigned int code, unsigned int argument) {
   message m;
   m.insert(SYS_TO, {SERVICE_LOADER});
@@ -435,12 +443,14 @@ void Looper::sendCtrl(unsigned int code) {
 void Looper::onMsgSock(int, unsigned int) {
   while (takeMessage()) {
   }
+  if (!frames_->holdsFrame()) flushMessages();  // L5
 }
 
 // Takes one message off the socket; true when the next one may follow at once.  L2
 bool Looper::takeMessage() {
   message m;
-  if (!readMessage(m, 0)) return false;
+  Timeout atOnce(0);
+  if (!readMessage(m, atOnce)) return false;
   if (unsigned int code = 0; isCtrl(m, &code)) {
     handleCtrl(code);
     return false;
@@ -489,6 +499,7 @@ void Looper::breakPath(Handler& handler, const message& m) {
 }
 
 bool Looper::readMessage(message& m, int timeout) {
+  flushMessages();
   Timeout limit(timeout);
   return readMessage(m, limit);
 }
@@ -502,6 +513,7 @@ bool Looper::readMessage(message& m, Timeout& timeout) {
 }
 
 unsigned int Looper::readRaw(unsigned char* bytes, unsigned int count, int timeout) {
+  flushMessages();
   Timeout limit(timeout);
   const unsigned int got = frames_->read(bytes, count, limit);
   declareReadAhead();

@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "base/descriptor.h"
+#include "base/held_output.h"
 #include "kl/utilities.h"
 
 namespace {
@@ -62,11 +63,13 @@ constexpr unsigned int kRemovalFlags = 128;  // O_EXCL, which kernels of today i
 }  // namespace
 
 int insmod(const std::string& name, const std::string& parameters) {
+  kl::heldOutput.write();
   const MappedFile image(moduleFolder() + name);
   if (image.data() == nullptr) return -1;
   return static_cast<int>(::syscall(SYS_init_module, image.data(), image.bytes(), parameters.c_str()));
 }
 
 int rmmod(const std::string& name) {
+  kl::heldOutput.write();
   return static_cast<int>(::syscall(SYS_delete_module, moduleName(name).c_str(), kRemovalFlags));
 }

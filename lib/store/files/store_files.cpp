@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "base/descriptor.h"
+#include "base/held_output.h"
 #include "base/report.h"
 #include "store/files/blob.h"
 
@@ -117,6 +118,7 @@ void StoreFiles::replace(int idx, int data) {
 }
 
 void StoreFiles::sync() const {
+  heldOutput.write();
   (void)::fsync(idxFd_);
   (void)::fsync(heldData());
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "base/file_io.h"
+#include "base/held_output.h"
 #include "base/report.h"
 
 namespace kl {
@@ -24,6 +25,7 @@ bool changeLock(int fd, short type) {
 }  // namespace
 
 void FileLock::acquire() {
+  heldOutput.write();  // whoever has the lock may wait for this process
   fd_ = openFile(path_.c_str(), O_RDWR | O_CREAT);
   isHeld_ = changeLock(fd_, F_WRLCK);
 }

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "base/held_output.h"
 #include "tests/lib/log/fixture.h"
 
 namespace kl {
@@ -25,6 +26,29 @@ TEST_F(LogWriting, AnAttemptThatMustWaitIsRepeatedAfterAPause) {
   EXPECT_EQ(calls.pauses(), (Pauses{100000, 100000}));
   EXPECT_EQ(service.received(), "0007 0001 6162 63");
   EXPECT_EQ(output(), "sleeping\nsleeping\n");
+}
+
+TEST_F(LogWriting, WhatIsHeldBackForTheLoaderLeavesBeforeAPause) {
+  static constexpr unsigned char kByte = 'x';
+  heldOutput.begin(-1, &calls, [](void* socket, const unsigned char*, std::size_t) {
+    EXPECT_EQ(static_cast<test::ScriptedSocket*>(socket)->pauses(), Pauses{});
+    EXPECT_EQ(static_cast<test::ScriptedSocket*>(socket)->writes(), Sizes{7});
+  });
+  heldOutput.hold(&kByte, 1);
+  calls.nextWrites({-EAGAIN});
+  say(logger, source, "abc");
+  EXPECT_EQ(heldOutput.take(), 0u);
+  heldOutput.end();
+  EXPECT_EQ(calls.pauses(), Pauses{100000});
+}
+
+TEST_F(LogWriting, ALineThatNeedsNoPauseLeavesWhatIsHeldBack) {
+  static constexpr unsigned char kByte = 'x';
+  heldOutput.begin(-1, nullptr, [](void*, const unsigned char*, std::size_t) { ADD_FAILURE(); });
+  heldOutput.hold(&kByte, 1);
+  say(logger, source, "abc");
+  EXPECT_EQ(heldOutput.take(), 1u);
+  heldOutput.end();
 }
 
 TEST_F(LogWriting, FourAttemptsAndThreePausesAreAllThereIs) {

@@ -14,23 +14,12 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/calls/real_calls.h"
+#include "base/held_output.h"
+#include "tests/lib/looper/sends.h"
 #include "tests/support/calls/scripted_calls.h"
 #include "tests/support/doubles/loader_double.h"
 #include "tests/support/hex.h"
 #include "tests/support/process/child.h"
-
-namespace {
-
-bool sendsNothing = false;
-
-}  // namespace
-
-// In the place of the C library's.
-extern "C" ssize_t send(int fd, const void* from, size_t size, int flags) {
-  static auto* const next = kl::test::realCall<ssize_t(int, const void*, size_t, int)>("send");
-  return sendsNothing ? 0 : next(fd, from, size, flags);
-}
 
 namespace kl {
 namespace {
@@ -300,7 +289,7 @@ TEST(FramingFaults, WritingToALostPeerEndsTheProcessWithALineAndNoSignal) {
 TEST(FramingFaults, AWriteThatTakesNothingEndsTheProcess) {
   const test::ChildResult result = test::runInChild([] {
     Pair pair;
-    sendsNothing = true;
+    test::letSendsTakeNothing(true);
     pair.frames.writeFrame(numbered(1));
   });
   EXPECT_EQ(result.err, "LOOPER: write_raw write failed: EOF\n");
@@ -403,6 +392,109 @@ TEST(Framing, RawBytesOnceBegunAreCompleted) {
   EXPECT_EQ(pair.read(two, 0), 2u);
   EXPECT_EQ(two, (Bytes{1, 2}));
   EXPECT_EQ(poll.timeouts(), std::vector<int>{-1});
+}
+
+// --- Holding back
+
+TEST(Framing, OnlyAWholeFrameThatWaitsIsOne) {
+  const Bytes frame = test::frameOf(numbered(1));
+  for (std::size_t more = 0; more <= frame.size(); ++more) {
+    Pair pair;
+    Bytes bytes = frame;
+    bytes.insert(bytes.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(more));
+    pair.peer.sendBytes(bytes);
+    message m;
+    EXPECT_FALSE(pair.frames.holdsFrame());
+    ASSERT_TRUE(pair.readFrame(m));
+    EXPECT_EQ(pair.frames.holdsFrame(), more == frame.size()) << more;
+  }
+}
+
+// With one frame taken and another that waits.
+struct BusyPair : Pair {
+  BusyPair() {
+    peer.send(numbered(1));
+    peer.send(numbered(2));
+    message m;
+    EXPECT_TRUE(readFrame(m));
+  }
+};
+
+TEST(Framing, WithoutLeaveToHoldNothingIsHeld) {
+  BusyPair pair;
+  pair.frames.writeFrame(numbered(3));
+  EXPECT_EQ(pair.peer.receive(), numbered(3));
+  pair.frames.beginHolding();
+  pair.frames.endHolding();
+  pair.frames.writeFrame(numbered(4));
+  EXPECT_EQ(pair.peer.receive(), numbered(4));
+}
+
+TEST(Framing, WhatIsHeldLeavesInFrontOfWhateverIsWrittenNext) {
+  BusyPair pair;
+  const test::Sends sends(pair.ours);
+  pair.frames.beginHolding();
+  pair.frames.writeFrame(numbered(3));
+  pair.frames.writeFrame(numbered(4));
+  EXPECT_TRUE(pair.peer.isSilent());
+  const Bytes frame = test::frameOf(numbered(5));
+  pair.frames.write(frame.data(), frame.size());
+  EXPECT_EQ(sends.sizes(), (std::vector<std::size_t>{2 * frame.size(), frame.size()}));
+  for (const unsigned int n : {3u, 4u, 5u}) EXPECT_EQ(pair.peer.receive(), numbered(n));
+}
+
+TEST(Framing, WhatIsHeldLeavesBeforeTheSocketIsRead) {
+  BusyPair pair;
+  pair.frames.beginHolding();
+  pair.frames.writeFrame(numbered(3));
+  message m;
+  ASSERT_TRUE(pair.readFrame(m));
+  EXPECT_TRUE(pair.peer.isSilent());  // that one had been read
+  EXPECT_FALSE(pair.readFrame(m));
+  EXPECT_EQ(pair.peer.receive(), numbered(3));
+}
+
+TEST(Framing, TheEndOfHoldingWritesWhatIsHeld) {
+  BusyPair pair;
+  pair.frames.beginHolding();
+  pair.frames.writeFrame(numbered(3));
+  pair.frames.endHolding();
+  EXPECT_EQ(pair.peer.receive(), numbered(3));
+}
+
+TEST(Framing, FramesOfEverySizeKeepTheirOrderAroundTheBounds) {
+  for (const std::size_t length :
+       {100u, 511u, 512u, 513u, 5000u, 8000u, 16379u, 16380u, 16381u, 60000u, 65535u}) {
+    BusyPair pair;
+    pair.frames.beginHolding();
+    const message large = ofLength(length);
+    std::thread reader([&] {
+      for (unsigned int n = 0; n < 50; ++n) {
+        EXPECT_EQ(pair.peer.receive(), numbered(n)) << length;
+        EXPECT_TRUE(pair.peer.receive() == large) << length;
+      }
+    });
+    for (unsigned int n = 0; n < 50; ++n) {
+      pair.frames.writeFrame(numbered(n));
+      pair.frames.writeFrame(large);
+      EXPECT_LE(heldOutput.bytes(), kMostHeldBytes);
+    }
+    pair.frames.endHolding();
+    reader.join();
+  }
+}
+
+TEST(Framing, WhatIsTooLargeLeavesWhatIsHeldAsItIs) {
+  BusyPair pair;
+  pair.frames.beginHolding();
+  pair.frames.writeFrame(numbered(3));
+  EXPECT_EQ(pair.frames.writeFrame(ofLength(65536)), 65536u);
+  EXPECT_EQ(pair.frames.writeFrame(ofLength(300000)), 300000u);
+  pair.frames.writeFrame(numbered(4));
+  pair.frames.endHolding();
+  EXPECT_EQ(pair.peer.receive(), numbered(3));
+  EXPECT_EQ(pair.peer.receive(), numbered(4));
+  EXPECT_TRUE(pair.peer.isSilent());
 }
 
 TEST(Framing, WritingNothingWritesNothing) {
