@@ -117,6 +117,7 @@ class Asker : public kl::Handler {
       m.insert(kSerial, i);  // a notification is no request: nobody answers it
       bench::fillRequest(m, i, command_.payloadBytes);
       sendCmd(m, kl::CMD_NOTIFY);
+      kl::getLooper()->flushMessages();  // what follows waits for it
       char last = 0;
       if (::read(allArrived_, &last, 1) != 1) std::exit(1);
       if (i > 0) continue;

@@ -4,7 +4,7 @@
 //
 // usage: router_bench [--benchmark_...]
 //        router_bench --round-trips product|product-with-time-out|relay N    only that, for a counter of
-//                                                                            system calls
+//        router_bench --outstanding product|relay N                          system calls
 
 #include <benchmark/benchmark.h>
 #include <sched.h>
@@ -136,14 +136,14 @@ void measureMemory(benchmark::State& state) {
 
 // --- system calls, by two runs of different length under strace
 
-double callsOf(const std::string& system, unsigned int roundTrips) {
+double callsOf(const std::string& task, const std::string& system, unsigned int times) {
   char summary[] = "/tmp/kl-calls-XXXXXX";
   const int fd = ::mkstemp(summary);
   if (fd < 0) return -1;
   ::close(fd);
   const std::string command = "strace -f -qq -c -U calls,name -o " + std::string(summary) + " " +
-                              bench::programFolder() + "router_bench --round-trips " + system + " " +
-                              std::to_string(roundTrips);
+                              bench::programFolder() + "router_bench --" + task + " " + system + " " +
+                              std::to_string(times);
   double calls = -1;
   if (std::system(command.c_str()) == 0) {
     std::ifstream in(summary);
@@ -154,26 +154,27 @@ double callsOf(const std::string& system, unsigned int roundTrips) {
   return calls;
 }
 
-double callsARoundTrip(const std::string& system) {
-  const double few = callsOf(system, 100);
-  const double many = callsOf(system, 1'100);
+double callsARequest(const std::string& task, const std::string& system) {
+  const double few = callsOf(task, system, 100);
+  const double many = callsOf(task, system, 1'100);
   return few < 0 || many < 0 ? -1 : (many - few) / 1'000;
 }
 
-void measureCalls(benchmark::State& state, const std::string& system) {
+void measureCalls(benchmark::State& state, const std::string& task, const std::string& system) {
   if (std::system("strace -V >/dev/null 2>&1") != 0) return state.SkipWithError("strace is missing");
   for ([[maybe_unused]] auto unused : state) state.SetIterationTime(1);
-  const double product = callsARoundTrip(system);
-  const double limit = callsARoundTrip("relay");
+  const double product = callsARequest(task, system);
+  const double limit = callsARequest(task, "relay");
   if (product < 0 || limit < 0) return state.SkipWithError("strace failed");
   state.counters["product"] = state.counters["value"] = product;
   state.counters["limit"] = limit;
 }
 
-int onlyRoundTrips(const std::string_view system, unsigned int times) {
+int onlyOne(const std::string_view task, const std::string_view system, unsigned int times) {
   const auto started = system == "relay" ? bench::startRelay(0, kSmallFrames) : bench::startProduct(0);
   const bool limited = system == "product-with-time-out";
-  started->run({limited ? Task::kRoundTripWithTimeout : Task::kRoundTrip, times, 0, 0});
+  if (task == "--outstanding") started->run({Task::kOutstanding, times, kWindow, 0});
+  else started->run({limited ? Task::kRoundTripWithTimeout : Task::kRoundTrip, times, 0, 0});
   return 0;
 }
 
@@ -185,8 +186,9 @@ void registerOnce(const char* name, void (*measure)(benchmark::State&)) {
 
 int main(int argc, char** argv) {
   useOneCore();
-  if (argc == 4 && std::string_view(argv[1]) == "--round-trips")
-    return onlyRoundTrips(argv[2], static_cast<unsigned int>(std::atoi(argv[3])));
+  const std::string_view task = argc == 4 ? argv[1] : "";
+  if (task == "--round-trips" || task == "--outstanding")
+    return onlyOne(task, argv[2], static_cast<unsigned int>(std::atoi(argv[3])));
 
   for (const Case& what : kCases)
     benchmark::RegisterBenchmark(what.name, [&what](benchmark::State& state) {
@@ -194,9 +196,12 @@ int main(int argc, char** argv) {
     })->UseManualTime();
   benchmark::RegisterBenchmark("connect and register", measureConnecting)->UseManualTime();
   registerOnce("idle service, private KiB", measureMemory);
-  registerOnce("system calls a round trip", [](benchmark::State& state) { measureCalls(state, "product"); });
+  registerOnce("system calls a round trip",
+               [](benchmark::State& state) { measureCalls(state, "round-trips", "product"); });
   registerOnce("system calls a round trip, with a time-out",
-               [](benchmark::State& state) { measureCalls(state, "product-with-time-out"); });
+               [](benchmark::State& state) { measureCalls(state, "round-trips", "product-with-time-out"); });
+  registerOnce("system calls a request, 64 outstanding",
+               [](benchmark::State& state) { measureCalls(state, "outstanding", "product"); });
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();
