@@ -17,13 +17,13 @@ constexpr char kFraction[] = "1/";
 
 enum class Kind { kTime, kMemory };
 
-struct Word {
+struct UnitWord {
   const char* word;
   Kind kind;
   Number size;
 };
 
-constexpr std::array<Word, 12> kWords = {{
+constexpr std::array<UnitWord, 12> kUnitWords = {{
     {"ns", Kind::kTime, 1},
     {"us", Kind::kTime, 1'000},
     {"ms", Kind::kTime, 1'000'000},
@@ -38,8 +38,8 @@ constexpr std::array<Word, 12> kWords = {{
     {"GiB", Kind::kMemory, 1ull << 30},
 }};
 
-const Word* findWord(const std::string& text) {
-  for (const Word& word : kWords)
+const UnitWord* findUnitWord(const std::string& text) {
+  for (const UnitWord& word : kUnitWords)
     if (text == word.word) return &word;
   return nullptr;
 }
@@ -66,7 +66,7 @@ std::optional<Quantity> split(const std::string& text) {
 // The size of one `unit` in the smallest unit of the kind; nothing for another kind.
 std::optional<Number> sizeOf(const std::string& unit, Kind kind) {
   const Quantity factor = split(unit).value_or(Quantity{1, unit});
-  const Word* const word = findWord(factor.word);
+  const UnitWord* const word = findUnitWord(factor.word);
   Number size = 0;
   if (word == nullptr || word->kind != kind || factor.number == 0) return {};
   if (__builtin_mul_overflow(factor.number, word->size, &size)) return {};
@@ -76,7 +76,7 @@ std::optional<Number> sizeOf(const std::string& unit, Kind kind) {
 std::optional<Number> converted(const Quantity& quantity, const std::string& unit) {
   if (quantity.word == unit || quantity.word == "x " + unit) return quantity.number;
   if (isFraction(unit) && quantity.word == unit.substr(1)) return quantity.number;
-  const Word* const word = findWord(quantity.word);
+  const UnitWord* const word = findUnitWord(quantity.word);
   const auto size = word != nullptr ? sizeOf(unit, word->kind) : std::nullopt;
   Number whole = 0;
   if (!size || __builtin_mul_overflow(quantity.number, word->size, &whole)) return {};
