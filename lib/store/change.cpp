@@ -35,56 +35,56 @@ FileLengths lengthsBefore(const Store::Entry& entry) {
 
 Store::Core::Change::Change(Core& core) : core_(core) {
   ++core.changes_;
-  hold_.emplace(core.journal_.lock());
-  core.journal_.recover(*hold_);
+  guard_.emplace(core.journal_.lock());
+  core.journal_.recover(*guard_);
   if (!core.files_.openIdx() || !core.files_.openData()) return;
-  if (!core.slots_.backlog().unwritten.empty()) writeMissingSlots();
-  if (!core.slots_.backlog().unfreed.empty()) freeLeftSlots(core);
+  if (!core.slots_.backlog().unwritten.empty()) writeUnwrittenSlots();
+  if (!core.slots_.backlog().unfreed.empty()) freeUnfreedSlots(core);
   if (core.journal_.lock().isHeld()) intent_.emplace(core.files_.ids());
 }
 
 Store::Core::Change::~Change() {
   withdraw();
-  hold_.reset();
+  guard_.reset();
   --core_.changes_;
   if (core_.changes_ == 0 && std::exchange(core_.isFlushWanted_, false)) core_.doFlush();
 }
 
 void Store::Core::Change::willWriteSlot(unsigned int id, const Entry& entry) {
-  if (intent_) intent_->writeSlot(entry.slot, slotWith(id, entry));
+  if (intent_) intent_->willWriteSlot(entry.slot, slotWith(id, entry));
 }
 
 void Store::Core::Change::willFreeSlot(unsigned int id, const Entry& entry) {
   if (!intent_) return;
-  intent_->restoreSlot(entry.slot, slotWith(id, entry));
-  intent_->writeSlot(entry.slot, vacantSlot(entry));
+  intent_->willRestoreSlot(entry.slot, slotWith(id, entry));
+  intent_->willWriteSlot(entry.slot, vacantSlot(entry));
 }
 
 void Store::Core::Change::willFill(const Entry& hole) {
-  if (intent_) intent_->restoreSlot(hole.slot, vacantSlot(hole));
+  if (intent_) intent_->willRestoreSlot(hole.slot, vacantSlot(hole));
 }
 
 void Store::Core::Change::willAppend(const Entry& entry) {
   if (!intent_) return;
   before_ = lengthsBefore(entry);
-  intent_->cutBackTo(*before_);
+  intent_->setLengthsBefore(*before_);
   core_.journal_.noteLengths(core_.files_, *before_);
 }
 
 void Store::Core::Change::willWriteBlob(unsigned int offset, Bytes blob) {
-  if (intent_) intent_->writeBlob(offset, blob);
+  if (intent_) intent_->willWriteBlob(offset, blob);
 }
 
-void Store::Core::Change::announce() {
+void Store::Core::Change::noteIntent() {
   if (!intent_) return;
-  isAnnounced_ = true;
+  isNoted_ = true;
   isWhole_ = core_.journal_.note(*intent_);
   if (isWhole_) return;
-  if (before_) core_.journal_.noteEnd(*before_);
+  if (before_) core_.journal_.markEnd(*before_);
   else core_.journal_.withdraw();
 }
 
-void Store::Core::Change::prepareSlot(unsigned int id, const Entry& entry, Bytes blob) {
+void Store::Core::Change::writeFirstUnlessNoted(unsigned int id, const Entry& entry, Bytes blob) {
   if (!intent_ || isWhole_ || core_.slots_.backlog().isUnwritten(entry.slot)) return;
   if (core_.files_.tryWriteBlob(entry.offset, blob) &&
       core_.files_.tryWriteSlot(entry.slot, slotWith(id, entry)))
@@ -106,26 +106,26 @@ void Store::Core::Change::freeSlot(const Entry& entry) {
   if (!core_.writeSlot(entry.slot, vacantSlot(entry))) core_.slots_.backlog().addUnfreed(entry);
 }
 
-void Store::Core::Change::freeLeftSlots(Core& core) {
+void Store::Core::Change::freeUnfreedSlots(Core& core) {
   std::erase_if(core.slots_.backlog().unfreed, [&core](const Entry& entry) {
     return core.files_.tryWriteSlot(entry.slot, vacantSlot(entry));
   });
 }
 
 void Store::Core::Change::withdraw() {
-  if (std::exchange(isAnnounced_, false)) core_.journal_.withdraw();
+  if (std::exchange(isNoted_, false)) core_.journal_.withdraw();
 }
 
-void Store::Core::Change::writeMissingSlots() {
+void Store::Core::Change::writeUnwrittenSlots() {
   std::vector<Entry>& slots = core_.slots_.backlog().unwritten;
   const bool isHeld = core_.journal_.lock().isHeld();
   before_ = lengthsBefore(slots.front());
   intent_.emplace(core_.files_.ids());
-  intent_->cutBackTo(*before_);
+  intent_->setLengthsBefore(*before_);
   if (isHeld) core_.journal_.noteLengths(core_.files_, *before_);
-  for (const Entry& slot : slots) intent_->writeSlot(slot.slot, vacantSlot(slot));
-  intent_->extendData(core_.slots_.dataBytes());
-  if (isHeld) announce();
+  for (const Entry& slot : slots) intent_->willWriteSlot(slot.slot, vacantSlot(slot));
+  intent_->willExtendData(core_.slots_.dataBytes());
+  if (isHeld) noteIntent();
   if (extendFiles(slots)) slots.clear();
   withdraw();
   intent_.reset();

@@ -37,8 +37,8 @@ Store::Core::Core(const std::string& path, unsigned int lifetime, Durability dur
   makeParentFolders(path);
   if (!tryLoad()) {
     closeIdx();  // it may be replaced while this waits for the lock
-    const LockHold hold(journal_.lock());
-    journal_.recover(hold);
+    const QuietLockGuard guard(journal_.lock());
+    journal_.recover(guard);
     if (!readIndex(false)) restart();
   }
   if (journal_.survivesPowerLoss()) files_.sync();
@@ -51,8 +51,8 @@ bool Store::Core::readIndex(bool convert) {
   const bool wasOpen = files_.idx() >= 0;
   if (!convert && tryLoad()) return true;
   if (!wasOpen) closeIdx();  // it may have been replaced
-  const LockHold hold(journal_.lock());
-  journal_.recover(hold);
+  const QuietLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   if (!convert && journal_.lock().isHeld()) journal_.recoverFiles();
   return load(convert);
 }
@@ -63,7 +63,7 @@ bool Store::Core::tryLoad() {
   cleanup();
   return isAtRest() && files_.openIdx() && files_.holdData() &&
          readSlots(files_.idx(), ByteOrder::kLittle, slots_) == IndexReader::End::kReached &&
-         slots_.fill(files_.dataLength()) && isAtRest() && files_.areNamed();
+         slots_.addUpTo(files_.dataLength()) && isAtRest() && files_.areNamed();
 }
 
 // Nothing is under way: the lock file is empty, and there are no files of a compaction.
@@ -83,7 +83,7 @@ bool Store::Core::load(bool convert) {
     printLine("STORE: readIndex stat failed");
     return false;
   }
-  if (slots_.fill(data.st_size)) {
+  if (slots_.addUpTo(data.st_size)) {
     isOlderLayout_ = convert;
     (void)files_.holdData();  // while nobody can replace it
     if (convert) compact(true);
@@ -109,8 +109,8 @@ void Store::Core::cleanup() {
 
 // Durable lengths in the journal count for the old files, until the new ones have their names for good.
 void Store::Core::restart() {
-  const LockBracket bracket(journal_.lock());
-  journal_.recover(bracket);
+  const ReportingLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   files_.makeEmpty();
   cleanup();
   if (journal_.survivesPowerLoss()) journal_.syncFolder();
@@ -118,8 +118,8 @@ void Store::Core::restart() {
 }
 
 void Store::Core::deleteFiles() {
-  const LockBracket bracket(journal_.lock());
-  journal_.recover(bracket);
+  const ReportingLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   for (const char* suffix : {".idx", ".dat", ".lock"}) (void)::unlink((files_.path() + suffix).c_str());
 }
 

@@ -38,8 +38,8 @@ void Store::Core::flush() {
 void Store::Core::doFlush() {
   cancelTimer(flushTimer_);
   if (!journal_.survivesPowerLoss()) return files_.sync();
-  const LockHold hold(journal_.lock());
-  journal_.recover(hold);
+  const QuietLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   files_.sync();
   journal_.dropLengths();
 }
@@ -57,14 +57,14 @@ void Store::Core::doCompaction() {
 
 void Store::Core::compact(bool convert) {
   cancelTimers();
-  const LockBracket bracket(journal_.lock());
-  journal_.recover(bracket);
+  const ReportingLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   if (!openIdx() || !openData()) {
     closeIdx();
     closeData();
     return;
   }
-  Change::freeLeftSlots(*this);
+  Change::freeUnfreedSlots(*this);
   NewFiles fresh(files_.path());
   if (!fresh.create(slots_.lengthsWithoutFree())) return;
   const ByteOrder order = convert || isOlderLayout_ ? ByteOrder::kBig : ByteOrder::kLittle;

@@ -47,7 +47,7 @@ bool Store::Core::remove(unsigned int id) {
   {
     Change change(*this);
     change.willFreeSlot(id, entry->second);
-    change.announce();
+    change.noteIntent();
     change.freeSlot(entry->second);
   }
   slots_.remove(entry);
@@ -62,7 +62,7 @@ void Store::Core::touch(unsigned int id, unsigned int lifetime) {
   entry->lifetime = lifetime;
   Change change(*this);
   change.willWriteSlot(id, *entry);
-  change.announce();
+  change.noteIntent();
   (void)writeSlot(entry->slot, slotWith(id, *entry));
 }
 
@@ -87,7 +87,7 @@ bool Store::Core::ensureConverted() {
 void Store::Core::rewrite(unsigned int offset, const Blob& blob) {
   Change change(*this);
   change.willWriteBlob(offset, blob.bytes());
-  change.announce();
+  change.noteIntent();
   (void)writeBlob(offset, blob.bytes(), {});
 }
 
@@ -100,8 +100,8 @@ bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   else change.willAppend(entry);
   change.willWriteSlot(id, entry);
   change.willWriteBlob(entry.offset, blob.bytes());
-  change.announce();
-  if (left || hole) change.prepareSlot(id, entry, blob.bytes());
+  change.noteIntent();
+  if (left || hole) change.writeFirstUnlessNoted(id, entry, blob.bytes());
 
   if (left) change.freeSlot(*left);
   const bool isIndexed = writeSlot(entry.slot, slotWith(id, entry));
@@ -129,20 +129,20 @@ bool Store::Core::openIdx() { return reportUnless(files_.openIdx(), "STORE: open
 bool Store::Core::openData() { return reportUnless(files_.openData(), "STORE: openData failed"); }
 
 bool Store::Core::writeSlot(unsigned int slot, const IndexSlot& content) {
-  const LockBracket bracket(journal_.lock());
-  journal_.recover(bracket);
+  const ReportingLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   (void)openIdx();
   const bool wouldLeaveGap = files_.idx() >= 0 && slots_.backlog().isUnwritten(slot);
   if (wouldLeaveGap) return reportUnless(false, "STORE: writeIndexent write failed");
   if (!files_.writeSlot(slot, content)) return false;
-  slots_.backlog().wasWritten(slot);
+  slots_.backlog().noteWritten(slot);
   flush();
   return true;
 }
 
 bool Store::Core::writeBlob(unsigned int offset, Bytes first, Bytes second) {
-  const LockBracket bracket(journal_.lock());
-  journal_.recover(bracket);
+  const ReportingLockGuard guard(journal_.lock());
+  journal_.recover(guard);
   if (!openData() || !files_.writeBlob(offset, first, second)) return false;
   flush();
   return true;

@@ -65,7 +65,7 @@ class InputFile {
 bool hasPendingChange(const InputFile& lockFile) {
   ByteVector journal;
   (void)lockFile.read(journal);
-  return journal.size() > durableBytesAnnounced(journal.data(), journal.size());
+  return journal.size() > durableBytesClaimed(journal.data(), journal.size());
 }
 
 // Keeps writers out until the file is closed.  False if one holds the lock and does not let go of it: gives up after

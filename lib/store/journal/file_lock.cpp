@@ -1,7 +1,7 @@
 // The lock under which a store's files are changed.
 //
 // SL1  there is one descriptor of the lock file while the lock is held
-// SL2  a hold that failed is reported by the first bracket inside it; each further one tries anew
+// SL2  a quiet guard that failed is reported by the first reporting one inside it; each further one tries anew
 
 #include "store/journal/file_lock.h"
 
@@ -35,14 +35,14 @@ bool FileLock::release() {
   return changeLock(fd_, F_UNLCK);
 }
 
-LockHold::LockHold(FileLock& lock) : LockScope(lock, !lock.isHeld_ && !lock.isUnreported_) {
+QuietLockGuard::QuietLockGuard(FileLock& lock) : LockGuard(lock, !lock.isHeld_ && !lock.isUnreported_) {
   if (!isOutermost_) return;
   lock_.acquire();
   isMine_ = lock_.isHeld_;
   lock_.isUnreported_ = !isMine_;
 }
 
-LockHold::~LockHold() {
+QuietLockGuard::~QuietLockGuard() {
   if (!isOutermost_ || (!isMine_ && !lock_.isUnreported_)) return;
   lock_.isUnreported_ = false;
   if (isMine_ && !lock_.release()) {
@@ -52,7 +52,7 @@ LockHold::~LockHold() {
   ::close(lock_.fd_);
 }
 
-LockBracket::LockBracket(FileLock& lock) : LockScope(lock, !lock.isHeld_) {
+ReportingLockGuard::ReportingLockGuard(FileLock& lock) : LockGuard(lock, !lock.isHeld_) {
   if (!isOutermost_) return;
   outerFd_ = lock_.fd_;
   if (!lock_.isUnreported_) lock_.acquire();
@@ -61,7 +61,7 @@ LockBracket::LockBracket(FileLock& lock) : LockScope(lock, !lock.isHeld_) {
   if (!lock_.isHeld_) printLine("STORE: lock fnctl failed");
 }
 
-LockBracket::~LockBracket() {
+ReportingLockGuard::~ReportingLockGuard() {
   if (!isOutermost_) return;
   if (!lock_.release()) {
     printLine("STORE: unlock fnctl failed");

@@ -18,9 +18,9 @@ class FileLock {
   int fd() const { return fd_; }
 
  private:
-  friend class LockScope;
-  friend class LockHold;
-  friend class LockBracket;
+  friend class LockGuard;
+  friend class QuietLockGuard;
+  friend class ReportingLockGuard;
 
   void acquire();
   bool release();
@@ -28,43 +28,42 @@ class FileLock {
   std::string path_;
   int fd_ = -1;
   bool isHeld_ = false;
-  bool isUnreported_ = false;  // a hold could not have the lock, and no bracket has reported it yet
+  bool isUnreported_ = false;  // a quiet guard has failed, and no reporting one has told yet
 };
 
-// The base of both ways of holding the lock.
-class LockScope {
+// The base of both guards.
+class LockGuard {
  public:
-  LockScope(const LockScope&) = delete;
-  LockScope& operator=(const LockScope&) = delete;
+  LockGuard(const LockGuard&) = delete;
+  LockGuard& operator=(const LockGuard&) = delete;
 
   // Whether this one took the lock, or tried to.  Inside of it the others do nothing: closing any descriptor of a file
   // drops the locks that the process has on it.
   bool isOutermost() const { return isOutermost_; }
 
  protected:
-  LockScope(FileLock& lock, bool isOutermost) : lock_(lock), isOutermost_(isOutermost) {}
-  ~LockScope() = default;
+  LockGuard(FileLock& lock, bool isOutermost) : lock_(lock), isOutermost_(isOutermost) {}
+  ~LockGuard() = default;
 
   FileLock& lock_;
   const bool isOutermost_;
 };
 
-// Holds the lock for the length of an operation and prints nothing: the brackets inside report what failed.
-class LockHold : public LockScope {
+// Holds the lock for the length of an operation and prints nothing: the reporting guards inside print what failed.
+class QuietLockGuard : public LockGuard {
  public:
-  explicit LockHold(FileLock& lock);
-  ~LockHold();
+  explicit QuietLockGuard(FileLock& lock);
+  ~QuietLockGuard();
 
  private:
   bool isMine_ = false;
 };
 
-// Brackets one change of the files: holds the lock for its lifetime, and reports a failure; the work then goes on
-// without it.
-class LockBracket : public LockScope {
+// Holds the lock for the length of one change of the files, and prints a failure; the work then goes on without it.
+class ReportingLockGuard : public LockGuard {
  public:
-  explicit LockBracket(FileLock& lock);
-  ~LockBracket();
+  explicit ReportingLockGuard(FileLock& lock);
+  ~ReportingLockGuard();
 
  private:
   int outerFd_ = -1;

@@ -8,7 +8,7 @@
 // SJ2  lengths are noted only if both files were synced since they had them
 // SJ3  the new data file is renamed first: a new index that is left alone belongs to the data file
 //
-// Held by StoreChange.IsAnnouncedBeforeItsWritesAndWithdrawnBehindThem,
+// Held by StoreChange.IsNotedBeforeItsWritesAndWithdrawnBehindThem,
 // StoreChange.DurableLengthsThatHadNoRoomAreMadeAnewBeforeTheNextSlot and
 // StoreRecovery.ACommitIsFinishedFromWhereverItStopped.
 
@@ -55,21 +55,21 @@ bool copyOver(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-bool Journal::note(Intent& intent) { return intent.write(lock_.fd(), durableBytes_); }
+bool Journal::note(Intent& intent) { return intent.write(lock_.fd(), lengthsBytes_); }
 
-void Journal::noteEnd(const FileLengths& before) {
+void Journal::markEnd(const FileLengths& before) {
   withdraw();
-  (void)::ftruncate(lock_.fd(), static_cast<off_t>(durableBytes_ + endMarkBytes(before)));
+  (void)::ftruncate(lock_.fd(), static_cast<off_t>(lengthsBytes_ + endMarkBytes(before)));
 }
 
 // If there was no room for the lengths of the last flush, the files are synced before the next append tries again
 // (SJ2).
 void Journal::noteLengths(const StoreFiles& files, const FileLengths& lengths) {
-  if (!survivesPowerLoss_ || durableBytes_ > 0) return;
+  if (!survivesPowerLoss_ || lengthsBytes_ > 0) return;
   if (!std::exchange(areLengthsDurable_, false)) files.sync();
   const DurableBytes entry = encodeDurable(files.ids(), lengths);
   if (!hasWritten(writeAt(lock_.fd(), {entry.data(), entry.size()}, 0), entry.size())) return cutBackTo(0);
-  durableBytes_ = entry.size();
+  lengthsBytes_ = entry.size();
   areLengthsDurable_ = true;
   (void)::fsync(lock_.fd());
 }
@@ -84,13 +84,13 @@ Journal::Replaced Journal::replaceFiles(const FileIds& fresh) {
   if (survivesPowerLoss_) syncFolder();  // the new names, before anything relies on them
   if (lock_.isHeld()) {
     const CommitBytes entry = encodeCommit(fresh);
-    (void)writeAt(lock_.fd(), {entry.data(), entry.size()}, static_cast<off_t>(durableBytes_));
+    (void)writeAt(lock_.fd(), {entry.data(), entry.size()}, static_cast<off_t>(lengthsBytes_));
     if (survivesPowerLoss_) (void)::fsync(lock_.fd());
   }
   const bool isDataReplaced = putDataInPlace(path_);
   const bool isIndexReplaced = isDataReplaced && putIndexInPlace(path_);  // SJ3
   syncFolder();
-  cutDurablyBackTo(isDataReplaced ? 0 : durableBytes_);  // lengths that were noted are those of the old files
+  cutDurablyBackTo(isDataReplaced ? 0 : lengthsBytes_);  // lengths that were noted are those of the old files
   if (!isDataReplaced) return Replaced::kNone;
   return isIndexReplaced ? Replaced::kBoth : Replaced::kInPart;
 }
@@ -112,7 +112,7 @@ void Journal::cutDurablyBackTo(std::size_t bytes) {
 
 // An entry that cannot be cut off is spoilt: carried out later, it would undo what came after it.
 void Journal::cutBackTo(std::size_t bytes) {
-  durableBytes_ = bytes;
+  lengthsBytes_ = bytes;
   if (::ftruncate(lock_.fd(), static_cast<off_t>(bytes)) != 0)
     (void)writeAt(lock_.fd(), {"\0\0\0\0", 4}, static_cast<off_t>(bytes));
 }

@@ -26,8 +26,8 @@ class Journal {
 
   // --- Recovery (recovery.cpp)
 
-  // Finishes what a process that was killed left half done, if `scope` has taken the lock just now.
-  void recover(const LockScope& scope);
+  // Finishes what a process that was killed left half done, if `guard` has taken the lock just now.
+  void recover(const LockGuard& guard);
   // The rest of it, which only a store that is opened may do: cuts back files that a loss of power made disagree, and
   // finishes or removes the new files of a compaction.
   void recoverFiles();
@@ -37,9 +37,9 @@ class Journal {
   // Notes what is about to be written.  False if there is no room for that.
   bool note(Intent& intent);
   // The number of slots before a change that adds some, noted if there was no room for an intent.
-  [[gnu::cold]] void noteEnd(const FileLengths& before);
+  [[gnu::cold]] void markEnd(const FileLengths& before);
   // Drops the intent of a change that is complete, and what an incomplete note left.
-  void withdraw() { cutBackTo(durableBytes_); }
+  void withdraw() { cutBackTo(lengthsBytes_); }
 
   // --- Lengths that survive a loss of power
 
@@ -72,7 +72,8 @@ class Journal {
   std::string path_;
   FileLock lock_;
   const bool survivesPowerLoss_;
-  std::size_t durableBytes_ = 0;   // at the start of the lock file, of the entry of durable lengths
+  std::size_t lengthsBytes_ =
+      0;  // of the entry of durable lengths, which begins the lock file; 0: there is none
   bool areLengthsDurable_ = true;  // those that the files had at the last flush
 };
 

@@ -139,14 +139,14 @@ void putHeader(unsigned char* to, unsigned int magic, std::size_t length, unsign
 Intent::Intent(const FileIds& ids) : ids_(ids) {
   head_.reserve(kUsualHeadBytes);
   head_.resize(kHeaderBytes + kBodyBytes);
-  cutBackTo({kAnyLength, kAnyLength});
+  setLengthsBefore({kAnyLength, kAnyLength});
 }
 
-void Intent::cutBackTo(const FileLengths& before) { putBody(&head_[kHeaderBytes], ids_, before); }
+void Intent::setLengthsBefore(const FileLengths& before) { putBody(&head_[kHeaderBytes], ids_, before); }
 
-void Intent::extendData(unsigned long long length) { addStep(Kind::kExtend, length, 0); }
+void Intent::willExtendData(unsigned long long length) { addStep(Kind::kExtend, length, 0); }
 
-void Intent::writeBlob(unsigned int offset, Bytes blob) {
+void Intent::willWriteBlob(unsigned int offset, Bytes blob) {
   addStep(Kind::kWriteData, offset, blob.size);
   blob_ = blob;
 }
@@ -227,7 +227,7 @@ void Intent::addStep(Kind kind, unsigned long long offset, std::size_t size) {
   return true;
 }
 
-[[gnu::cold]] std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size) {
+[[gnu::cold]] std::size_t durableBytesClaimed(const unsigned char* bytes, std::size_t size) {
   return size >= kHeaderBytes && loadLe32(bytes) == kDurableMagic ? loadLe32(bytes + 4) : 0;
 }
 

@@ -33,13 +33,15 @@ class Intent {
   explicit Intent(const FileIds& ids);
 
   // The files are cut back to these lengths if there is no room for the change.
-  void cutBackTo(const FileLengths& before);
+  void setLengthsBefore(const FileLengths& before);
 
-  void writeSlot(unsigned int slot, const IndexSlot& content) { addSlot(Kind::kWriteIdx, slot, content); }
-  void restoreSlot(unsigned int slot, const IndexSlot& content) { addSlot(Kind::kRestore, slot, content); }
-  void extendData(unsigned long long length);
+  void willWriteSlot(unsigned int slot, const IndexSlot& content) { addSlot(Kind::kWriteIdx, slot, content); }
+  void willRestoreSlot(unsigned int slot, const IndexSlot& content) {
+    addSlot(Kind::kRestore, slot, content);
+  }
+  void willExtendData(unsigned long long length);
   // The last step of an intent.
-  void writeBlob(unsigned int offset, Bytes blob);
+  void willWriteBlob(unsigned int offset, Bytes blob);
 
   // Writes the intent at `offset` of the lock file.
   bool write(int lockFd, std::size_t offset);
@@ -88,6 +90,6 @@ using DurableBytes = std::array<unsigned char, kDurableBytes>;
 DurableBytes encodeDurable(const FileIds& ids, const FileLengths& lengths);
 bool decodeDurable(const unsigned char* bytes, std::size_t size, FileIds& ids, FileLengths& lengths);
 // The length that such an entry at the start of a journal claims, whole or not; 0 if there is none.
-std::size_t durableBytesAnnounced(const unsigned char* bytes, std::size_t size);
+std::size_t durableBytesClaimed(const unsigned char* bytes, std::size_t size);
 
 }  // namespace kl

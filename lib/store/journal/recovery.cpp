@@ -112,13 +112,13 @@ void finishCommit(const std::string& basePath, const FileIds& fresh) {
 
 }  // namespace
 
-void Journal::recover(const LockScope& scope) {
-  if (scope.isOutermost()) durableBytes_ = lock_.isHeld() ? recoverChange() : 0;
+void Journal::recover(const LockGuard& guard) {
+  if (guard.isOutermost()) lengthsBytes_ = lock_.isHeld() ? recoverChange() : 0;
 }
 
 void Journal::recoverFiles() {
   const bool areOldFiles = recoverLengths();
-  durableBytes_ = 0;
+  lengthsBytes_ = 0;
   if (!areOldFiles) finishRenames();
   removeNewFiles(path_);
 }

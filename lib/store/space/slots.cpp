@@ -28,7 +28,7 @@ constexpr unsigned int kBloatedShareShift = 3;  // an eighth
 
 void Backlog::addUnfreed(const Store::Entry& entry) {
   if (isUnwritten(entry.slot)) return;  // it is written as a free one, or not at all
-  wasWritten(entry.slot);
+  noteWritten(entry.slot);
   unfreed.push_back(entry);
 }
 
@@ -46,7 +46,7 @@ Store::Entry* Slots::entryOf(unsigned int id) {
   return found == entries_.end() ? nullptr : &found->second;
 }
 
-bool Slots::fill(long long dataBytes) const {
+bool Slots::addUpTo(long long dataBytes) const {
   return !exceedsFile_ && dataBytes == static_cast<long long>(dataBytes_);
 }
 
@@ -92,7 +92,7 @@ Slots::Move Slots::move(unsigned int id, unsigned int lifetime, unsigned int nee
     free_.pushBack(move.entry, true);
     countFreed(move.entry);
   }
-  move.hole = settle(move.entry, needBytes);
+  move.hole = allocate(move.entry, needBytes);
   table_.put({id, move.entry.offset, move.entry.size});
   return move;
 }
@@ -131,7 +131,7 @@ void Slots::rearrange(const std::vector<CopiedSlot>& copied, unsigned int dataBy
   }
 }
 
-std::optional<Store::Entry> Slots::settle(Entry& entry, unsigned int needBytes) {
+std::optional<Store::Entry> Slots::allocate(Entry& entry, unsigned int needBytes) {
   FreeSlots::Slot found;
   if (!free_.takeFirstFit(needBytes, found)) {
     entry = {dataBytes_, needBytes, count_, entry.lifetime};

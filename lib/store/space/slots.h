@@ -27,7 +27,7 @@ struct Backlog {
 
   bool isUnwritten(unsigned int slot) const { return !unwritten.empty() && slot >= unwritten.front().slot; }
   [[gnu::cold]] void addUnfreed(const Store::Entry& entry);
-  void wasWritten(unsigned int slot) {
+  void noteWritten(unsigned int slot) {
     if (!unfreed.empty()) forgetUnfreed(slot);
   }
   void clear();
@@ -61,8 +61,8 @@ class Slots {
 
   // The length of the data file that these slots fill.
   unsigned int dataBytes() const { return dataBytes_; }
-  // Whether they fill a data file of that length.
-  bool fill(long long dataBytes) const;
+  // Whether their sizes add up to a data file of that length.
+  bool addUpTo(long long dataBytes) const;
   // Whether so much is free that a compaction is worth it.
   bool areBloated() const;
   // The lengths of both files if they had no free slots.
@@ -93,7 +93,7 @@ class Slots {
   Backlog& backlog() { return backlog_; }
 
  private:
-  std::optional<Entry> settle(Entry& entry, unsigned int needBytes);
+  std::optional<Entry> allocate(Entry& entry, unsigned int needBytes);
   void countFreed(const Entry& entry);
 
   Store::Entries entries_;

@@ -109,7 +109,7 @@ TEST_F(StoreBloat, ASetThatFailsDoesNotLook) {
   fill(store, 8, 60);
   {
     ChangingCalls calls;
-    calls.failWrite(4, ENOSPC);  // the announcement, the old slot, the new one, the blob
+    calls.failWrite(4, ENOSPC);  // the note, the old slot, the new one, the blob
     EXPECT_EQ(linesOf([&] { store.set(8, ofBlob(60)); }), "STORE: writeMsg write header failed\n");
   }
   EXPECT_EQ(store.entries().size(), 8U);

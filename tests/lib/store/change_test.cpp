@@ -43,7 +43,7 @@ class StoreChange : public kl::test::StoreFiles {
   kl::Runner loop;
 };
 
-TEST_F(StoreChange, IsAnnouncedBeforeItsWritesAndWithdrawnBehindThem) {
+TEST_F(StoreChange, IsNotedBeforeItsWritesAndWithdrawnBehindThem) {
   Store store(path, 3);
   EXPECT_EQ(callsOf([&] { store.set(2, number(2)); }), "write.lock write.idx write.dat truncate.lock ");
   EXPECT_EQ(callsOf([&] { store.set(2, number(3)); }), "write.lock write.dat truncate.lock ");
@@ -131,7 +131,7 @@ TEST_F(StoreChange, DurableLengthsThatHadNoRoomAreMadeAnewBeforeTheNextSlot) {
             "sync.idx sync.dat write.lock sync.lock write.lock write.idx write.dat truncate.lock ");
 }
 
-TEST_F(StoreChange, ASlotThatCannotBeAnnouncedHasItsPlaceMarked) {
+TEST_F(StoreChange, ASlotThatCannotBeNotedHasItsPlaceMarked) {
   Store store(path, 3);
   ChangingCalls calls;
   std::vector<unsigned long long> lengths;
@@ -144,13 +144,13 @@ TEST_F(StoreChange, ASlotThatCannotBeAnnouncedHasItsPlaceMarked) {
   EXPECT_EQ(Store(path, 3).entries().size(), 2U);
 }
 
-TEST_F(StoreChange, WhatCannotBeAnnouncedIsWrittenNevertheless) {
+TEST_F(StoreChange, WhatCannotBeNotedIsWrittenNevertheless) {
   Store store(path, 3);
   ChangingCalls calls;
   calls.failEveryWrite(4, ENOSPC);
   EXPECT_EQ(linesOf([&] {
               store.set(2, number(2));  // three writes
-              store.set(3, number(3));  // its announcement fails
+              store.set(3, number(3));  // its note fails
             }),
             "");
   EXPECT_EQ(Store(path, 3).entries().size(), 3U);
@@ -162,7 +162,7 @@ TEST_F(StoreChange, AnAppendThatCannotBeFinishedIsTakenBack) {
   const auto killed = kl::test::runInChild([this] {
     Store store(path, 3);
     ChangingCalls calls;
-    calls.endAt(4, kl::test::When::kBefore);  // the lock file, the announcement, the index, the data
+    calls.endAt(4, kl::test::When::kBefore);  // the lock file, the note, the index, the data
     store.set(2, number(2));
   });
   ASSERT_EQ(killed.exitStatus, ChangingCalls::kEndStatus);

@@ -97,7 +97,7 @@ TEST_F(StoreFaults, AfterAnAppendThatFailedTheStoreOpensAgain) {
   const auto full = kl::test::readFile(path + ".dat").size();
   {
     kl::test::ChangingCalls calls;
-    calls.failEveryWrite(3, ENOSPC);  // the announcement, the index, the data
+    calls.failEveryWrite(3, ENOSPC);  // the note, the index, the data
     EXPECT_EQ(linesOf([&] { store.set(100, filled(500)); }), "STORE: writeMsg write header failed\n");
   }
   EXPECT_EQ(kl::test::readFile(path + ".dat").size(), full + kl::test::blobBytes(filled(500)));
@@ -140,7 +140,7 @@ TEST_F(StoreFaults, ASlotThatFailsAgainAndAgainIsCaughtUpWithOnce) {
   calls.failEveryWrite(1000, EIO);
   const unsigned int before = calls.calls();
   store.set(2, filled(50));
-  EXPECT_EQ(calls.calls() - before, 6U);  // the lock file, one slot, the announcement, two writes, its end
+  EXPECT_EQ(calls.calls() - before, 6U);  // the lock file, one slot, the note, two writes, its end
 }
 
 TEST_F(StoreFaults, AnEmptiedStoreForgetsSlotsThatHadNoRoom) {

@@ -88,7 +88,7 @@ class StoreKillsOnFullDisk : public kl::test::KilledWriter, public testing::With
   }
 
   // Where nothing can be written any more, what failed can neither be finished nor taken back.  A write over what is
-  // there that could not be announced is torn if the end comes inside of it.
+  // there that could not be noted is torn if the end comes inside of it.
   bool mayBeTorn(const Steps& steps, unsigned int id) const {
     for (std::size_t i = 0; i < progress->begun; ++i) {
       const bool isInFlight = i == progress->done && GetParam().when == When::kInside;

@@ -153,7 +153,7 @@ TEST_F(StoreLoading, AHealthyStoreIsOpenedAndReadWhileSomebodyHoldsTheLock) {
   linesOfOpening();
   Store(path, 3).set(1, number(7));
   kl::FileLock lock(path);
-  const kl::LockBracket bracket(lock);
+  const kl::ReportingLockGuard guard(lock);
   const auto other = kl::test::runInChild([this] {
     ::alarm(10);  // it would wait without end
     Store store(path, 3);

@@ -235,14 +235,14 @@ class StoreViewBesideAChange : public StoreViewTest {
   template <class Body>
   void change(Body meanwhile) {
     kl::Journal journal(path, false);
-    const kl::LockHold hold(journal.lock());
+    const kl::QuietLockGuard guard(journal.lock());
     kl::StoreFiles files(path);
     if (!files.openIdx() || !files.openData()) return;
     const kl::test::Bytes blob = kl::test::bytes("0900 4d320500000963");
     kl::Intent intent(files.ids());
-    intent.cutBackTo({36, 33});
-    intent.writeSlot(3, {5, 9, 3});
-    intent.writeBlob(33, {blob.data(), blob.size()});
+    intent.setLengthsBefore({36, 33});
+    intent.willWriteSlot(3, {5, 9, 3});
+    intent.willWriteBlob(33, {blob.data(), blob.size()});
     (void)journal.note(intent);
     (void)files.tryWriteSlot(3, {5, 9, 3});
     meanwhile();

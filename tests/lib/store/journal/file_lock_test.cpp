@@ -7,7 +7,7 @@
 namespace {
 
 using kl::FileLock;
-using kl::LockBracket;
+using kl::ReportingLockGuard;
 using kl::test::linesOf;
 
 class StoreFileLock : public kl::test::StoreFiles {};
@@ -15,7 +15,7 @@ class StoreFileLock : public kl::test::StoreFiles {};
 TEST_F(StoreFileLock, OthersWaitWhileABracketLives) {
   FileLock lock(path);
   {
-    const LockBracket bracket(lock);
+    const ReportingLockGuard guard(lock);
     EXPECT_FALSE(isLockFree());
   }
   EXPECT_TRUE(isLockFree());
@@ -23,14 +23,14 @@ TEST_F(StoreFileLock, OthersWaitWhileABracketLives) {
 
 TEST_F(StoreFileLock, AnInnerBracketKeepsTheOuterOnesLock) {
   FileLock lock(path);
-  const LockBracket outer(lock);
-  { const LockBracket inner(lock); }
+  const ReportingLockGuard outer(lock);
+  { const ReportingLockGuard inner(lock); }
   EXPECT_FALSE(isLockFree());
 }
 
 TEST_F(StoreFileLock, TheFileIsTheOwnersAloneAndStaysEmpty) {
   FileLock lock(path);
-  { const LockBracket bracket(lock); }
+  { const ReportingLockGuard guard(lock); }
   EXPECT_EQ(std::filesystem::status(path + ".lock").permissions(),
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   EXPECT_EQ(std::filesystem::file_size(path + ".lock"), 0U);
@@ -40,7 +40,7 @@ TEST_F(StoreFileLock, ALockFileThatCannotBeOpenedIsReportedAndTheWorkGoesOn) {
   std::filesystem::create_directory(path + ".lock");
   FileLock lock(path);
   EXPECT_EQ(linesOf([&] {
-              const LockBracket bracket(lock);
+              const ReportingLockGuard guard(lock);
               std::cout << "work\n";
             }),
             "STORE: lock open failed\nSTORE: lock fnctl failed\nwork\nSTORE: unlock fnctl failed\n");
@@ -51,8 +51,8 @@ TEST_F(StoreFileLock, WithoutTheLockEachInnerBracketReportsAsWell) {
   FileLock lock(path);
   const std::string each = "STORE: lock open failed\nSTORE: lock fnctl failed\n";
   EXPECT_EQ(linesOf([&] {
-              const LockBracket outer(lock);
-              const LockBracket inner(lock);
+              const ReportingLockGuard outer(lock);
+              const ReportingLockGuard inner(lock);
             }),
             each + each + "STORE: unlock fnctl failed\nSTORE: unlock fnctl failed\n");
 }

@@ -25,11 +25,11 @@ class StoreIntent : public kl::test::StoreFiles {
   Bytes written() {
     const Bytes blob = bytes("0400 4d32");
     Intent intent({0x11, 0x22});
-    intent.cutBackTo({24, 21});
-    intent.restoreSlot(0, {9, 3, 5});
-    intent.writeSlot(0, {kl::kFreeId, 3, 5});
-    intent.writeSlot(2, {9, 4, 5});
-    intent.writeBlob(21, {blob.data(), blob.size()});
+    intent.setLengthsBefore({24, 21});
+    intent.willRestoreSlot(0, {9, 3, 5});
+    intent.willWriteSlot(0, {kl::kFreeId, 3, 5});
+    intent.willWriteSlot(2, {9, 4, 5});
+    intent.willWriteBlob(21, {blob.data(), blob.size()});
     return fileOf(intent);
   }
 
@@ -133,7 +133,7 @@ TEST_F(StoreIntent, NoByteOfALongPayloadMayBeAnother) {
   for (std::size_t length = 30; length < 46; ++length) {
     const Bytes payload(length, 0);
     Intent intent({1, 2});
-    intent.writeBlob(0, {payload.data(), payload.size()});
+    intent.willWriteBlob(0, {payload.data(), payload.size()});
     Bytes entry = fileOf(intent);
     IntentReader reader;
     EXPECT_TRUE(reader.read(entry.data(), entry.size()));

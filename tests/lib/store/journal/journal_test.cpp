@@ -35,13 +35,13 @@ class StoreJournal : public kl::test::StoreFiles {
 
   void noteFreeing() {
     kl::Intent intent(files->ids());
-    intent.writeSlot(0, {kl::kFreeId, 9, 3});
+    intent.willWriteSlot(0, {kl::kFreeId, 9, 3});
     EXPECT_TRUE(journal->note(intent));
   }
 
   std::optional<kl::StoreFiles> files;
   std::optional<Journal> journal;
-  std::optional<kl::LockHold> held;
+  std::optional<kl::QuietLockGuard> held;
 };
 
 TEST_F(StoreJournal, ANoteIsThereUntilItIsWithdrawn) {
@@ -56,7 +56,7 @@ TEST_F(StoreJournal, OnlyWhoTookTheLockRecovers) {
   hold(false);
   noteFreeing();
   {
-    const kl::LockBracket inner(journal->lock());
+    const kl::ReportingLockGuard inner(journal->lock());
     journal->recover(inner);
     EXPECT_FALSE(inner.isOutermost());
   }
@@ -70,7 +70,7 @@ TEST_F(StoreJournal, OnlyWhoTookTheLockRecovers) {
 
 TEST_F(StoreJournal, AMarkedEndIsALengthAndNothingElse) {
   hold(false);
-  journal->noteEnd({12, 9});
+  journal->markEnd({12, 9});
   EXPECT_EQ(hex(lockBytes()), hex(bytes("0000")));
 }
 

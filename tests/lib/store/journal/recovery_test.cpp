@@ -48,10 +48,10 @@ class StoreRecovery : public kl::test::StoreFiles {
   // An intent that appends id 2 in a slot of its own.
   void leaveAppend(const FileIds& files) const {
     kl::Intent intent(files);
-    intent.cutBackTo({12, 9});
-    intent.writeSlot(1, {2, 9, 3});
+    intent.setLengthsBefore({12, 9});
+    intent.willWriteSlot(1, {2, 9, 3});
     const auto blob = bytes("0900 4d32 05000009 02");
-    intent.writeBlob(9, {blob.data(), blob.size()});
+    intent.willWriteBlob(9, {blob.data(), blob.size()});
     const Descriptor lock((path + ".lock").c_str(), O_RDWR | O_CREAT | O_TRUNC);
     EXPECT_TRUE(intent.write(lock.fd(), 0));
   }
@@ -224,8 +224,8 @@ TEST_F(StoreRecovery, ACommitWhoseDataFileStaysWhereItIsLeavesTheOldFiles) {
   std::filesystem::create_directory(path + ".dat");
   kl::Journal journal(path, false);
   {
-    const kl::LockHold hold(journal.lock());
-    journal.recover(hold);
+    const kl::QuietLockGuard guard(journal.lock());
+    journal.recover(guard);
   }
   EXPECT_EQ(idx(), hex(bytes("ffffffff 05000000 00000000  01000000 09000000 03000000")));
   EXPECT_TRUE(lockBytes().empty());

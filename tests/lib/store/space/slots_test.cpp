@@ -31,8 +31,8 @@ class StoreSlots : public testing::Test {
 TEST_F(StoreSlots, OffsetsFollowFromTheSizes) {
   expectSlot(1, 0, 10, 0);
   expectSlot(3, 30, 30, 2);
-  EXPECT_TRUE(slots.fill(60));
-  EXPECT_FALSE(slots.fill(61));
+  EXPECT_TRUE(slots.addUpTo(60));
+  EXPECT_FALSE(slots.addUpTo(61));
 }
 
 TEST_F(StoreSlots, ANewEntryHasItsOwnLifetimeAndTheEndWhereNothingFits) {
@@ -77,7 +77,7 @@ TEST_F(StoreSlots, AfterARearrangementTheFirstOfTwoSlotsWithOneIdCounts) {
   slots.rearrange({{2, 0}, {3, 20}, {2, 50}}, 70);
   expectSlot(2, 0, 20, 0);
   expectSlot(3, 20, 30, 1);
-  EXPECT_TRUE(slots.fill(70));
+  EXPECT_TRUE(slots.addUpTo(70));
   EXPECT_EQ(slots.lengthsWithoutFree().data, 70U);
 }
 
@@ -86,7 +86,7 @@ TEST_F(StoreSlots, OnlyTheNewestOfASlotsBacklogIsKept) {
   slots.backlog().addUnfreed({0, 10, 0, 3});
   ASSERT_EQ(slots.backlog().unfreed.size(), 1U);
   EXPECT_EQ(slots.backlog().unfreed[0].lifetime, 3U);
-  slots.backlog().wasWritten(0);
+  slots.backlog().noteWritten(0);
   EXPECT_TRUE(slots.backlog().unfreed.empty());
 }
 
