@@ -153,7 +153,7 @@ class System {
     while (!services_.empty()) end(*services_.back());
     Service* configured = table_.find(kConfigured);
     require(configured != nullptr, "what is configured stays");
-    router_.serviceGone(*configured);
+    router_.onServiceGone(*configured);
     router_.announceEnds();
     checkAccounts();
     quotas_.each([](const Account& account) {
@@ -163,13 +163,13 @@ class System {
   }
 
  private:
-  using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // asker, asked, id, return path
+  using Open = std::tuple<unsigned int, unsigned int, unsigned int, Ids>;  // caller, callee, id, return path
   using Wish =
       std::tuple<unsigned int, Ids, Ids, unsigned int>;  // provider, handler, who subscribed, command
 
   void act(fuzz::Input& input) {
     const unsigned int operation = input.upTo(7);
-    if (operation == 0) return enroll(input);
+    if (operation == 0) return registerOne(input);
     if (services_.empty()) return;
     Service& service = *services_[input.upTo(static_cast<unsigned int>(services_.size()) - 1)];
     switch (operation) {
@@ -191,7 +191,7 @@ class System {
     admit(bytes, user);
   }
 
-  void enroll(fuzz::Input& input) {
+  void registerOne(fuzz::Input& input) {
     if (services_.size() >= 8) return;
     static constexpr uid_t kUsers[] = {0, kNobody, 0, kAnother};
     const uid_t user = kUsers[input.upTo(3)];
@@ -232,8 +232,8 @@ class System {
     connections_.erase(&service);
     service.connection = nullptr;
     own_.forgetOrdersOf(service);
-    router_.serviceGone(service);
-    require(service.requests.askedCount == 0 && service.requests.servingCount == 0, "no open requests");
+    router_.onServiceGone(service);
+    require(service.requests.madeCount == 0 && service.requests.servingCount == 0, "no open requests");
     require(service.subscriptions.oldestAt == nullptr && service.subscriptions.oldestOf == nullptr,
             "no subscriptions");
     if (service.isConfigured) table_.setState(service, kl::SVC_STATE_STOPPED);
@@ -260,7 +260,7 @@ class System {
       if (service->account != &account) continue;
       taken[Resource::kConnections] += service->isConnected() ? 1 : 0;
       taken[Resource::kQueueBytes] += service->out.charged() + service->held.charged();
-      taken[Resource::kRequests] += service->requests.askedCount;
+      taken[Resource::kRequests] += service->requests.madeCount;
       for (const auto* one = service->subscriptions.oldestOf; one != nullptr; one = one->newerOf)
         ++taken[Resource::kSubscriptions];
     }
@@ -333,9 +333,9 @@ class System {
       open_.insert({sender.id, at.id, m.get(kl::SYS_REQID, 0), Ids(from.begin() + 1, from.end())});
   }
 
-  void answered(const kl::message& reply, const Service& sender, const Service& asker) {
+  void answered(const kl::message& reply, const Service& sender, const Service& caller) {
     const auto open =
-        open_.find({asker.id, sender.id, reply.get(kl::SYS_REQID, 0), reply.get(kl::SYS_TO, {})});
+        open_.find({caller.id, sender.id, reply.get(kl::SYS_REQID, 0), reply.get(kl::SYS_TO, {})});
     require(open != open_.end(), "a reply answers an open request, once");
     open_.erase(open);
   }
@@ -376,7 +376,7 @@ class System {
                          requests_,
                          subscriptions_,
                          outbox_,
-                         {[this](Service& asker, const kl::message& m) { own_.handle(asker, m); },
+                         {[this](Service& caller, const kl::message& m) { own_.handle(caller, m); },
                           [](Service&, const loader::Envelope&) {}, [](Service&) {}}};
   loader::Registration registration_{table_, ids_, configuration_};
   std::map<const Service*, loader::Charge> connections_;

@@ -44,11 +44,11 @@ class Loader::Client final : private ConnectionHost {
         loader_(loader) {
     charge_.set(1);
     chargeTo(account);
-    if (connection.isPending()) place_ = line().insert(line().end(), this);
+    if (connection.isPending()) place_ = pendingOfUser().insert(pendingOfUser().end(), this);
   }
 
   void become(Service& registered) {
-    leaveLine();
+    leavePending();
     if (registered.account == nullptr) registered.chargeTo(account());
     chargeTo(*registered.account);
     service = &registered;
@@ -58,7 +58,7 @@ class Loader::Client final : private ConnectionHost {
 
   // The service that it was, if it was one.
   Service* close() {
-    leaveLine();
+    leavePending();
     connection.close();
     charge_.bind(nullptr, Resource::kConnections);
     if (service != nullptr) service->connection = nullptr;
@@ -71,8 +71,8 @@ class Loader::Client final : private ConnectionHost {
     return "pid " + std::to_string(who.pid);
   }
 
-  // An ordinary user's process that registered, at the cost of all others, and has had no use of it.
-  bool saidNothing() const {
+  // An ordinary user's process that registered, at the cost of all others, and has sent nothing since.
+  bool hasWastedRegistration() const {
     return service != nullptr && !service->isConfigured && !account().isTrusted() &&
            service->traffic.messagesOut == 0;
   }
@@ -87,25 +87,25 @@ class Loader::Client final : private ConnectionHost {
   void onBatch() override { loader_.router_.setNow(common::secondsNow()); }
   const char* onFrame(std::span<const unsigned char> body) override {
     return service != nullptr ? loader_.router_.route(*service, body, progress_)
-                              : loader_.enroll(*this, body);
+                              : loader_.registerClient(*this, body);
   }
   bool isFrameUnfinished() const override { return progress_.isUnfinished; }
   void onPendingReadable() override { loader_.pending_.add(connection); }
   void onConnectionClosed(const std::string& reason) override { loader_.onConnectionClosed(*this, reason); }
-  void settle() override {
+  void writeQueues() override {
     if (service != nullptr) Outbox::noteWritten(*service);
-    loader_.settle();
+    loader_.writeQueues();
   }
 
   void chargeTo(Account& account) {
     charge_.bind(&account, Resource::kConnections);
     connection.chargeTo(&account);
   }
-  std::list<Client*>& line() { return loader_.waitingOf_[who.uid]; }
-  void leaveLine() {
+  std::list<Client*>& pendingOfUser() { return loader_.pendingByUser_[who.uid]; }
+  void leavePending() {
     if (!connection.isPending()) return;
-    line().erase(place_);
-    if (line().empty()) loader_.waitingOf_.erase(who.uid);
+    pendingOfUser().erase(place_);
+    if (pendingOfUser().empty()) loader_.pendingByUser_.erase(who.uid);
   }
 
   Loader& loader_;
@@ -126,10 +126,10 @@ Loader::Loader(const Configuration& configuration, Log& log)
       own_(
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
-          [this] { settle(); }),
+          [this] { writeQueues(); }),
       denials_(configuration, log),
       router_(table_, requests_, subscriptions_, outbox_,
-              {[this](Service& asker, const kl::message& request) { own_.handle(asker, request); },
+              {[this](Service& caller, const kl::message& request) { own_.handle(caller, request); },
                [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
                [this](Service& to) { lifecycle_.onNeeded(to); },
                [this](const Service& sender, const Envelope& e, unsigned int toId, Path rest,
@@ -203,15 +203,15 @@ void Loader::onConnection(Descriptor socket, common::Peer peer) {
 
 // The connection is closed rather than left where root would have to wait behind it.
 void Loader::turnAway(common::Peer peer, Account& account) {
-  if (!account.pace().takesLine(kl::getJiffies())) return;
+  if (!account.pace().takeLogLine(kl::getJiffies())) return;
   log_.line("pid " + std::to_string(peer.pid) + ": too many connections of " +
             configuration_.users.nameOf(peer.uid) + ", or of all users; refused");
 }
 
 // The oldest unregistered connection is closed when there are too many of one user: a genuine client registers at once.
 void Loader::makeRoomFor(uid_t user) {
-  const auto found = waitingOf_.find(user);
-  if (found != waitingOf_.end() && found->second.size() >= kMostPending)
+  const auto found = pendingByUser_.find(user);
+  if (found != pendingByUser_.end() && found->second.size() >= kMostPending)
     onConnectionClosed(*found->second.front(), "has not registered, as too many others of its user");
 }
 
@@ -229,7 +229,7 @@ void Loader::addClient(Descriptor socket, const Applicant& who, Account& account
 }
 
 // The first frame of a connection must register it.
-const char* Loader::enroll(Client& client, std::span<const unsigned char> body) {
+const char* Loader::registerClient(Client& client, std::span<const unsigned char> body) {
   Envelope e;
   if (const char* fault = readEnvelope(body, e)) return fault;
   const bool isForLoader = e.path().size() == 1 && e.path()[0] == kl::SERVICE_LOADER;
@@ -247,7 +247,7 @@ void Loader::onConnectionClosed(Client& client, const std::string& reason) {
   if (!client.connection.isOpen()) return;
   if (!reason.empty()) log_.line(client.name() + ": " + reason + "; disconnected");
   Service* startedAs = client.who.startedAs;
-  const bool hasFailed = client.service == nullptr || !reason.empty() || client.saidNothing();
+  const bool hasFailed = client.service == nullptr || !reason.empty() || client.hasWastedRegistration();
   if (hasFailed && startedAs == nullptr) countFailure(client, client.account());
   pending_.forget(client.connection);
   someoneClosed_ = true;
@@ -258,7 +258,7 @@ void Loader::onConnectionClosed(Client& client, const std::string& reason) {
 // Connections of an account that come to nothing hold up its own next ones.
 void Loader::countFailure(const Client& client, Account& account) {
   const unsigned int now = kl::getJiffies();
-  if (account.pace().failed(now) && account.pace().takesLine(now))
+  if (account.pace().countFailure(now) && account.pace().takeLogLine(now))
     log_.line(configuration_.users.nameOf(client.who.uid) +
               ": too many connections come to nothing; new ones have to wait");
 }
@@ -270,7 +270,7 @@ void Loader::disconnect(Service& service) {
 
 // A process that never registered has no connection in its row; it is found by what it was started as.  One that
 // registered at the socket has two connections.
-void Loader::closeConnectionsOf(Service& service) {
+void Loader::drainConnectionsOf(Service& service) {
   for (std::size_t i = 0; i < clients_.size(); ++i) {
     Client& client = *clients_[i];
     const bool isOfService = client.who.startedAs == &service || client.service == &service;
@@ -283,7 +283,7 @@ void Loader::closeConnectionsOf(Service& service) {
 void Loader::onIdle(Service& service) {
   if (lifecycle_.askToLeave(service) == nullptr)
     log_.line(describe(service) + ": is idle and asked to leave");
-  settle();
+  writeQueues();
 }
 
 void Loader::onSubscriptionRefused(const Service& subscriber, const Service& provider) {
@@ -296,12 +296,12 @@ void Loader::onSubscriptionRefused(const Service& subscriber, const Service& pro
 
 void Loader::onAllEnded() {
   router_.announceEnds();
-  settle();
+  writeQueues();
   kept_.flush();
   loop_.stop();
 }
 
-void Loader::settle() {
+void Loader::writeQueues() {
   outbox_.eachDirty([](Service& service) {
     if (service.isConnected()) service.connection->onOutput();
   });
@@ -311,7 +311,7 @@ void Loader::onPassOver() {
   turns_.serve();
   pending_.serve();
   router_.announceEnds();
-  settle();
+  writeQueues();
   removeClosed();
 }
 
@@ -324,14 +324,14 @@ void Loader::removeClosed() {
 
 void Loader::onChildSignal(int) {
   lifecycle_.reap();
-  settle();
+  writeQueues();
 }
 
 void Loader::onEndSignal(int sig) {
   log_.line("ends because of signal " + std::to_string(sig));
   listener_.close();
   lifecycle_.end();
-  settle();
+  writeQueues();
 }
 
 }  // namespace loader

@@ -24,7 +24,7 @@ namespace loader {
 //     Listener, Lifecycle --make--> Client --frames--> Router --puts into queues--> Outbox
 //                                     ^                  |                            |
 //                                     |          OwnService, Lifecycle                |
-//                                     '------------ settle(): one write each ---------'
+//                                     '--------- writeQueues(): one write each ---------'
 //
 // Errors:    start() says why the loader cannot run.  Afterwards everything is one line on the log.
 // Ownership: owns all of it.
@@ -50,12 +50,12 @@ class Loader final : private LifecycleHost {
   };
 
   void adopt(Service& service, Descriptor connection) override;
-  void closeConnectionsOf(Service& service) override;
+  void drainConnectionsOf(Service& service) override;
   void disconnect(Service& service) override;
   void onServiceGone(Service& service) override { own_.forgetOrdersOf(service); }
   void onServiceLeft(Service& service) override { own_.forgetOrdersOf(service); }
   void onAllEnded() override;
-  void settle() override;
+  void writeQueues() override;
 
   Service& addOwnRow();
   void onSubscriptionRefused(const Service& subscriber, const Service& provider);
@@ -64,7 +64,7 @@ class Loader final : private LifecycleHost {
   void turnAway(common::Peer peer, Account& account);
   void makeRoomFor(uid_t user);
   void addClient(Descriptor socket, const Applicant& who, Account& account);
-  const char* enroll(Client& client, std::span<const unsigned char> body);
+  const char* registerClient(Client& client, std::span<const unsigned char> body);
   void onConnectionClosed(Client& client, const std::string& reason);
   void countFailure(const Client& client, Account& account);
   void onPassOver();
@@ -96,9 +96,9 @@ class Loader final : private LifecycleHost {
   Lifecycle lifecycle_;
   Listener listener_;
   PendingConnections pending_;
-  std::map<uid_t, std::list<Client*>> waitingOf_;  // to register, the oldest first
-  std::string refusal_;                            // text behind enroll()'s result
-  std::vector<std::unique_ptr<Client>> clients_;   // closed ones are removed when a pass is over
+  std::map<uid_t, std::list<Client*>> pendingByUser_;  // to register, the oldest first
+  std::string refusal_;                                // text behind registerClient()'s result
+  std::vector<std::unique_ptr<Client>> clients_;       // closed ones are removed when a pass is over
   bool someoneClosed_ = false;
   std::optional<unsigned int> refusalReportedAt_;  // seconds
 };

@@ -21,7 +21,7 @@ bool isPlainWord(const std::string& text) {
 // Whether the decision was about a user whom a gateway named, and not about the sender itself.
 bool isInNameOfUser(const Service& sender, const Envelope& e, const Access& access) {
   return sender.rights.speaksFor != nullptr && !e.user.bytes().empty() &&
-         access.denial != Access::Denial::kStranger;
+         access.denial != Access::Denial::kForeignUser;
 }
 
 // The option of the explaining command for a service that has rights of its own.
@@ -61,7 +61,7 @@ void Denials::report(const Service& sender, const Envelope& e, unsigned int toId
       isInName ? std::string(e.user.text()) : senderOption(configuration_.find(sender.id)) + sender.user;
   std::string line = describe(sender) + ": " + command + " to " + path + (isInName ? inWhoseName(e) : "") +
                      " is not allowed: " + access.reason() + "; see: ";
-  if (access.denial == Access::Denial::kStranger) line += "the key speaks_for of " + sender.name;
+  if (access.denial == Access::Denial::kForeignUser) line += "the key speaks_for of " + sender.name;
   else line += "klctl rights explain " + user + " " + path + " " + command;
   if (bucket.dropped > 0) line += " (and " + std::to_string(bucket.dropped) + " more without a line)";
   bucket.dropped = 0;

@@ -37,9 +37,9 @@ SenderRights ordinaryRights(const Configuration& configuration, const Sender& se
 }
 
 // The users of a gateway, each with the rights that he has himself.
-std::shared_ptr<const SpokenUsers> spokenUsers(const Configuration& configuration,
-                                               const ServiceConfiguration& service) {
-  const auto users = std::make_shared<SpokenUsers>();
+std::shared_ptr<const UsersSpokenFor> spokenUsers(const Configuration& configuration,
+                                                  const ServiceConfiguration& service) {
+  const auto users = std::make_shared<UsersSpokenFor>();
   for (const uid_t uid : service.speaksFor) {
     if (!maySpeakFor(configuration, service, uid)) continue;
     const std::string name = configuration.users.nameOf(uid);

@@ -39,7 +39,7 @@ void KeptData::put(unsigned int id, Kept kept) {
   kept_[id] = std::move(kept);
 }
 
-void KeptData::back(unsigned int id) {
+void KeptData::endAbsence(unsigned int id) {
   const auto found = kept_.find(id);
   if (found == kept_.end() || found->second.awaySince == 0) return;
   found->second.awaySince = 0;

@@ -28,7 +28,7 @@ struct Kept {
 //            that are too long for a record, which costs a line on the log.
 // Ownership: owns the data and the store.
 // Threads:   belongs to one thread.
-// Cost:      finding takes constant time; put() and back() write one record.
+// Cost:      finding takes constant time; put() and endAbsence() write one record.
 class KeptData {
  public:
   KeptData(std::string path, Log& log) : path_(std::move(path)), log_(log) {}
@@ -44,7 +44,7 @@ class KeptData {
 
   void put(unsigned int id, Kept kept);
   // The service is no longer away: it came again, or ended for good.  Its data stay.
-  void back(unsigned int id);
+  void endAbsence(unsigned int id);
 
   // The latest moment in what was read.
   unsigned long long latest() const;

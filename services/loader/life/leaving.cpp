@@ -25,10 +25,10 @@ unsigned long long Leaving::awaySince(unsigned int id) const {
   return kept != nullptr ? kept->awaySince : 0;
 }
 
-void Leaving::asked(const Service& service) { asked_[service.id] = {++now_, othersOf(service)}; }
+void Leaving::onAsked(const Service& service) { asked_[service.id] = {++now_, othersOf(service)}; }
 
 // The data cover everything up to the moment the service was asked, so that moment is stored with them.
-void Leaving::saved(const Service& service, const Envelope& e) {
+void Leaving::onSaved(const Service& service, const Envelope& e) {
   Asked asked = std::exchange(asked_[service.id], {});
   asked_.erase(service.id);
   std::vector<unsigned char> data = dataIn(e);
@@ -36,21 +36,21 @@ void Leaving::saved(const Service& service, const Envelope& e) {
   kept_.put(service.id, {std::move(data), asked.at, std::move(asked.known), service.bornAt});
 }
 
-void Leaving::left(const Service& service) {
+void Leaving::onLeft(const Service& service) {
   const auto asked = asked_.find(service.id);
   if (asked == asked_.end()) return;  // what it saved is kept
   kept_.put(service.id, {{}, asked->second.at, {}, service.bornAt});
   asked_.erase(asked);
 }
 
-void Leaving::gone(const Service& service) {
+void Leaving::onGone(const Service& service) {
   asked_.erase(service.id);
-  kept_.back(service.id);
+  kept_.endAbsence(service.id);
 }
 
-const Kept* Leaving::comes(Service& service) {
+const Kept* Leaving::onRegistered(Service& service) {
   if (service.bornAt == 0) service.bornAt = ++now_;
-  kept_.back(service.id);
+  kept_.endAbsence(service.id);
   return kept_.find(service.id);
 }
 

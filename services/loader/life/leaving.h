@@ -33,19 +33,19 @@ class Leaving {
   unsigned long long awaySince(unsigned int id) const;
 
   // The service has been asked to leave.
-  void asked(const Service& service);
+  void onAsked(const Service& service);
   bool isAsked(const Service& service) const { return asked_.contains(service.id); }
   // It goes on.
-  void refused(const Service& service) { asked_.erase(service.id); }
+  void onRefused(const Service& service) { asked_.erase(service.id); }
   // It has handed over its data.  Needs: it was asked.
-  void saved(const Service& service, const Envelope& e);
+  void onSaved(const Service& service, const Envelope& e);
   // It has left; a process that ended in order without a word had nothing to save.
-  void left(const Service& service);
-  // Its death is being announced.
-  void gone(const Service& service);
+  void onLeft(const Service& service);
+  // It is gone for good.
+  void onGone(const Service& service);
 
   // The service has registered: what it saved when it last left, null without anything, and who has died since.
-  const Kept* comes(Service& service);
+  const Kept* onRegistered(Service& service);
   std::vector<unsigned int> goneSince(const Kept& kept) const;
 
  private:

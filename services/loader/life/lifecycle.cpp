@@ -139,7 +139,7 @@ const char* Lifecycle::askToLeave(Service& service) {
   if (service.leaveValue == 0) return kMayNot;
   router_.announceEnds();  // what ended before the service is asked is not among what it misses
   if (!outbox_.send(service, leaveRequest(), Urgency::kNotice)) return kReadsNothing;
-  leaving_.asked(service);
+  leaving_.onAsked(service);
   service.wantsToLeave = false;
   apply(service, LifeEvent::kAsked);
   return nullptr;
@@ -177,14 +177,14 @@ void Lifecycle::onWish(Service& service) {
 void Lifecycle::onRefused(Service& service) {
   if (findTransition(service.life, LifeEvent::kRefused) == nullptr) return;
   log_.line(describe(service) + ": refuses to leave");
-  leaving_.refused(service);
+  leaving_.onRefused(service);
   apply(service, LifeEvent::kRefused);
   if (isEnding_) (void)stop(service);
 }
 
 void Lifecycle::onSaved(Service& service, const Envelope& e) {
   if (findTransition(service.life, LifeEvent::kSaved) == nullptr) return;
-  leaving_.saved(service, e);
+  leaving_.onSaved(service, e);
   apply(service, LifeEvent::kSaved);
 }
 
@@ -194,7 +194,7 @@ void Lifecycle::onNeeded(Service& service) {
 
 void Lifecycle::onConnectionClosed(Service& service) {
   if (!service.isConfigured) {
-    announce(service);
+    declareGone(service);
     return table_.remove(service.id);
   }
   if (rowOf(service.life).process == ProcessOf::kSomebodyElse) service.pid = 0;
@@ -216,7 +216,7 @@ void Lifecycle::onProcessExit(Child& child, int status) {
   Service& service = child.service;
   const bool wasTold = service.life == LifeState::kStopping || service.life == LifeState::kRestarting;
   std::string how = describe(service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
-  host_.closeConnectionsOf(service);
+  host_.drainConnectionsOf(service);
   const LifeEvent event = exitEvent(child, isCrash(status) || child.isLate());
   const Transition* transition = findTransition(service.life, event);
   if (transition != nullptr && transition->to == LifeState::kLeft) how = describe(service) + ": left";
@@ -275,7 +275,7 @@ void Lifecycle::apply(Service& service, LifeEvent event, const std::string& how)
 
 void Lifecycle::before(Service& service, Steps steps, const std::string& how) {
   if (steps.has(Step::kCancelDelay)) find(service)->delayTimer.cancel();
-  if (steps.has(Step::kAnnounce)) announce(service);
+  if (steps.has(Step::kDeclareGone)) declareGone(service);
   if (steps.has(Step::kGiveUp)) giveUp(service);
   if (steps.has(Step::kDrop)) router_.breakPathsTo(service);
   if (steps.has(Step::kKeep)) keep(service);
@@ -310,22 +310,22 @@ void Lifecycle::follow(Service& service, Steps steps, const std::string& failure
   if (steps.has(Step::kDisconnect)) host_.disconnect(service);
 }
 
-void Lifecycle::announce(Service& service) {
+void Lifecycle::declareGone(Service& service) {
   host_.onServiceGone(service);
-  leaving_.gone(service);
-  router_.serviceGone(service);
+  leaving_.onGone(service);
+  router_.onServiceGone(service);
 }
 
 // A service that had left and does not come again is gone, which the others have not heard yet.
 void Lifecycle::giveUp(Service& service) {
-  if (service.bornAt != 0 && !isEnding_) announce(service);
+  if (service.bornAt != 0 && !isEnding_) declareGone(service);
   else router_.breakPathsTo(service);
 }
 
 void Lifecycle::keep(Service& service) {
-  leaving_.left(service);
+  leaving_.onLeft(service);
   host_.onServiceLeft(service);
-  router_.serviceLeft(service);
+  router_.onServiceLeft(service);
 }
 
 void Lifecycle::forgetProcess(Service& service) {
@@ -343,7 +343,7 @@ void Lifecycle::wait(Child& child, const std::string& how) {
 
 // The confirmation, then what the service has missed: who died since it saved its data, then what was held.
 void Lifecycle::greet(Service& service) {
-  const Kept* kept = leaving_.comes(service);
+  const Kept* kept = leaving_.onRegistered(service);
   const std::vector<unsigned char> nothing;
   (void)outbox_.send(service, registration_.readyMessage(service, kept != nullptr ? kept->data : nothing),
                      Urgency::kNotice);
@@ -400,7 +400,7 @@ void Lifecycle::release(Service& service) {
 
 void Lifecycle::Child::onDelayOver() {
   if (!lifecycle.isEnding_) lifecycle.apply(service, LifeEvent::kDelayOver);
-  lifecycle.host_.settle();
+  lifecycle.host_.writeQueues();
 }
 
 // The process may have ended long ago, if the signal of its end was lost.  When the loader ends, one that was asked
@@ -411,7 +411,7 @@ void Lifecycle::Child::onTimeOut() {
   const bool isToldFirst = lifecycle.isEnding_ && service.state == kl::SVC_STATE_LEAVING;
   if (isAlive() && service.pid == pid)
     lifecycle.apply(service, isToldFirst ? LifeEvent::kStop : LifeEvent::kTimeOut);
-  lifecycle.host_.settle();
+  lifecycle.host_.writeQueues();
 }
 
 // The registration may have come while the loader itself stood still, so what is there is read before the process is
@@ -421,7 +421,7 @@ void Lifecycle::Child::onStartTimeOut() {
   if (findTransition(service.life, LifeEvent::kOverdue) == nullptr) return;
   lifecycle.log_.line(describe(service) + ": does not register, is told to end");
   lifecycle.apply(service, LifeEvent::kOverdue);
-  lifecycle.host_.settle();
+  lifecycle.host_.writeQueues();
 }
 
 Lifecycle::Child* Lifecycle::find(const Service& service) const {

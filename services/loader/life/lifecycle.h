@@ -24,8 +24,8 @@ class LifecycleHost {
  public:
   // Takes the loader's end of the connection of a process that is being started.
   virtual void adopt(Service& service, Descriptor connection) = 0;
-  // The process has ended: its last frames are to be read, and its connections are to be closed.
-  virtual void closeConnectionsOf(Service& service) = 0;
+  // The process has ended: reads its last frames and closes its connections.
+  virtual void drainConnectionsOf(Service& service) = 0;
   // Closes the connection of somebody else's process that has the id of a service.
   virtual void disconnect(Service& service) = 0;
   // The service is gone; it has left, and only its process is gone.
@@ -34,7 +34,7 @@ class LifecycleHost {
   // After end(): no process is left.
   virtual void onAllEnded() = 0;
   // Writes what was put into queues.  Called at the end of each callback.
-  virtual void settle() = 0;
+  virtual void writeQueues() = 0;
 
  protected:
   ~LifecycleHost() = default;
@@ -128,7 +128,7 @@ class Lifecycle {
   void follow(Service& service, Steps steps, const std::string& failure);
   void enter(Service& service, LifeState state);
 
-  void announce(Service& service);
+  void declareGone(Service& service);
   void giveUp(Service& service);
   void keep(Service& service);
   void forgetProcess(Service& service);

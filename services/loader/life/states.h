@@ -67,7 +67,7 @@ inline constexpr std::size_t kLifeEvents = static_cast<std::size_t>(LifeEvent::k
 // it behind kRelease.
 enum class Step : unsigned char {
   kCancelDelay,    // the delay after a crash
-  kAnnounce,       // the service is gone: waiting callers are answered, all services are notified
+  kDeclareGone,    // the service is gone: waiting callers are answered, all services are notified
   kGiveUp,         // the same if others count on it still; else only what waits for it is answered
   kDrop,           // what waits for it is answered, what is queued for it is thrown away
   kKeep,           // it has left: what is kept of that is written, what it had not answered is answered

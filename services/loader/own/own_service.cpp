@@ -1,5 +1,5 @@
 // The rows are made when somebody asks for them; of changes only the ids are kept until the batch is sent.  An order to
-// leave is answered by the state of its service: as long as that is LEAVING, its asker waits.
+// leave is answered by the state of its service: as long as that is LEAVING, its caller waits.
 
 #include "own/own_service.h"
 
@@ -17,7 +17,7 @@ constexpr std::size_t kBatchRows = 100;
 
 using Objects = std::vector<kl::message::flat_message>;
 
-// The path of a subscriber or an asker inside its process is its return path without the process.
+// The path of a subscriber or a caller inside its process is its return path without the process.
 std::vector<unsigned int> pathInside(const kl::message& request) {
   std::vector<unsigned int> path = request.get(kl::SYS_FROM, {});
   if (!path.empty()) path.erase(path.begin());
@@ -32,7 +32,7 @@ unsigned int recordBytes(const kl::message& request) {
   return record.max_length();
 }
 
-// The return path of a request inside its asker, as it lies in the flattened request.
+// The return path of a request inside its caller, as it lies in the flattened request.
 Path returnPathIn(const kl::message::flat_message& request) {
   kl::RecordWalk walk(request);
   for (kl::Record record; walk.next(record);)
@@ -52,8 +52,8 @@ bool isQuestion(unsigned int command) {
   }
 }
 
-bool readsNoAnswer(const Service& asker) {
-  return asker.connection != nullptr && asker.connection->hasStoppedReading();
+bool readsNoAnswer(const Service& caller) {
+  return caller.connection != nullptr && caller.connection->hasStoppedReading();
 }
 
 kl::message deadRow(unsigned int id) {
@@ -83,22 +83,22 @@ kl::message objectOf(const Service& s) {
   return row;
 }
 
-void OwnService::handle(Service& asker, const kl::message& request) {
+void OwnService::handle(Service& caller, const kl::message& request) {
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
   const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
-  if (!isAllowed) return reply(asker, request, kl::errorMsg(kl::ERROR_NOTALLOWED, whyNotAllowed(request)));
-  if (command == kl::CMD_SUBSCRIBE) return subscribe(asker, request);
-  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(asker, request);
-  if (hasUnread(asker)) return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
-  if (isQuestion(command) && readsNoAnswer(asker)) return;
+  if (!isAllowed) return reply(caller, request, kl::errorMsg(kl::ERROR_NOTALLOWED, whyNotAllowed(request)));
+  if (command == kl::CMD_SUBSCRIBE) return subscribe(caller, request);
+  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(caller, request);
+  if (hasUnread(caller)) return reply(caller, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
+  if (isQuestion(command) && readsNoAnswer(caller)) return;
   const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
-    return orderLeave(asker, request);
+    return orderLeave(caller, request);
   if (explainer_ != nullptr && command == kl::CMD_EXPLAIN_RIGHTS)
-    return reply(asker, request, explainer_->explain(asker, request));
+    return reply(caller, request, explainer_->explain(caller, request));
   if (explainer_ != nullptr && command == kl::CMD_LIST_RIGHTS)
-    return reply(asker, request, explainer_->list(request));
-  reply(asker, request, execute(request, command));
+    return reply(caller, request, explainer_->list(request));
+  reply(caller, request, execute(request, command));
 }
 
 // Of the trusted, who may send fewer rights than they have; the router sees to all others.
@@ -161,13 +161,13 @@ kl::message OwnService::setObject(const kl::message& request) {
 }
 
 // Answered when the service has left, or has not.
-void OwnService::orderLeave(Service& asker, const kl::message& request) {
+void OwnService::orderLeave(Service& caller, const kl::message& request) {
   Service& service = *table_.find(request.get(kl::STD_ID, kl::BADID));
   if (leaveOrders_.size() >= kMostLeaveOrders)
-    return reply(asker, request, kl::errorMsg(kl::ERROR_BUSY, "too many wait for services to leave"));
+    return reply(caller, request, kl::errorMsg(kl::ERROR_BUSY, "too many wait for services to leave"));
   if (const char* failure = order_(service, kl::SVC_LEAVE))
-    return reply(asker, request, kl::errorMsg(kl::ERROR_FAILED, failure));
-  leaveOrders_.push_back({service.id, &asker, request});
+    return reply(caller, request, kl::errorMsg(kl::ERROR_FAILED, failure));
+  leaveOrders_.push_back({service.id, &caller, request});
   answerLeaveOrders(service);
 }
 
@@ -186,40 +186,40 @@ void OwnService::answerLeaveOrders(const Service& service) {
       continue;
     }
     leaveOrders_.erase(leaveOrders_.begin() + static_cast<std::ptrdiff_t>(i));
-    reply(*order.asker, order.request, answer);
+    reply(*order.caller, order.request, answer);
   }
 }
 
 // A subscription too many is passed over, as subscribing is never answered.  Each costs time at every change.
-void OwnService::subscribe(Service& asker, const kl::message& request) {
+void OwnService::subscribe(Service& caller, const kl::message& request) {
   if (recordBytes(request) > kMostSubscriptionBytes) return;
-  if (subscriptions_.countAt(self_, asker) >= kMostSubscriptions) return;
+  if (subscriptions_.countAt(self_, caller) >= kMostSubscriptions) return;
   const kl::message::flat_message body = request.flattened();
-  (void)subscriptions_.add(self_, Path(), asker, returnPathIn(body), body);
+  (void)subscriptions_.add(self_, Path(), caller, returnPathIn(body), body);
 }
 
-void OwnService::unsubscribe(Service& asker, const kl::message& request) {
+void OwnService::unsubscribe(Service& caller, const kl::message& request) {
   const kl::message::flat_message body = request.flattened();
-  subscriptions_.remove(self_, Path(), asker, returnPathIn(body), body);
+  subscriptions_.remove(self_, Path(), caller, returnPathIn(body), body);
 }
 
-void OwnService::forgetOrdersOf(const Service& asker) {
-  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.asker == &asker; });
+void OwnService::forgetOrdersOf(const Service& caller) {
+  std::erase_if(leaveOrders_, [&](const LeaveOrder& order) { return order.caller == &caller; });
 }
 
 // Answers that nobody reads must not be made.  The refusal is one, too, but a short one, and is lost in a full queue.
-bool OwnService::hasUnread(Service& asker) const { return outbox_.ownBytes(asker) >= kMostUnread; }
+bool OwnService::hasUnread(Service& caller) const { return outbox_.ownBytes(caller) >= kMostUnread; }
 
-// An asker that its own order has ended gets no reply, nor does the next process under its id, for which messages may
+// A caller that its own order has ended gets no reply, nor does the next process under its id, for which messages may
 // be held already.
-void OwnService::reply(Service& asker, const kl::message& request, kl::message answer, Urgency urgency) {
+void OwnService::reply(Service& caller, const kl::message& request, kl::message answer, Urgency urgency) {
   unsigned int id = 0;
-  if (!asker.isConnected() || !kl::getRequestID(request, &id)) return;
+  if (!caller.isConnected() || !kl::getRequestID(request, &id)) return;
   kl::setRequestID(answer, id);
   kl::setType(answer, kl::TYPE_REPLY);
   answer.insert(kl::SYS_TO, pathInside(request));
   answer.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
-  (void)outbox_.send(asker, answer, urgency);
+  (void)outbox_.send(caller, answer, urgency);
 }
 
 void OwnService::onRowChanged(unsigned int id) {
@@ -235,7 +235,7 @@ void OwnService::onRowChanged(unsigned int id) {
 
 void OwnService::onBatchTimer() {
   sendChanges();
-  settle_();
+  writeQueues_();
 }
 
 void OwnService::sendChanges() {

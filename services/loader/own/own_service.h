@@ -27,22 +27,22 @@ class OwnService {
  public:
   static constexpr unsigned int kMostSubscriptions = 64;        // of one service
   static constexpr unsigned int kMostSubscriptionBytes = 1024;  // of the record of one
-  static constexpr std::size_t kMostUnread = 256 * 1024;        // bytes of the loader's own for one asker
+  static constexpr std::size_t kMostUnread = 256 * 1024;        // bytes of the loader's own for one caller
 
   // Carries out an SVC_ACTION on a service; null, or why it cannot be done.  Null for SVC_LEAVE means that the
   // service has left or has been asked to: its state shows how that ends.
   using Order = std::function<const char*(Service& service, unsigned int action)>;
-  using Settle = std::function<void()>;  // writes what the timer has put into queues
+  using WriteQueues = std::function<void()>;  // writes what the timer has put into queues
 
   // `self` is the row of the loader itself.
   OwnService(kl::ThinRunner& runner, Service& self, ServiceTable& table, Subscriptions& subscriptions,
-             Outbox& outbox, Order order, Settle settle)
+             Outbox& outbox, Order order, WriteQueues writeQueues)
       : self_(self),
         table_(table),
         subscriptions_(subscriptions),
         outbox_(outbox),
         order_(std::move(order)),
-        settle_(std::move(settle)),
+        writeQueues_(std::move(writeQueues)),
         batchTimer_(runner, *this) {
     for (const auto& [command, bits] : commands_) policies_.set_policy(command, bits);
   }
@@ -50,14 +50,14 @@ class OwnService {
   // Who answers questions about rights; without one they are not implemented.
   void setExplainer(const RightsExplainer& explainer) { explainer_ = &explainer; }
 
-  // `request` is as any service would get it: path without the loader's id, return path with the asker's in front.
-  void handle(Service& asker, const kl::message& request);
+  // `request` is as any service would get it: path without the loader's id, return path with the caller's in front.
+  void handle(Service& caller, const kl::message& request);
   // A row came, changed or went.
   void onRowChanged(unsigned int id);
 
   // The service is gone or has left, and what it waits for is forgotten.  The subscriptions of one that left hold on,
   // though it is sent nothing while it is away.
-  void forgetOrdersOf(const Service& asker);
+  void forgetOrdersOf(const Service& caller);
 
   // Sends what changed since the last batch.
   void sendChanges();
@@ -66,7 +66,7 @@ class OwnService {
   // A request that is answered when a service has left, or has not.
   struct LeaveOrder {
     unsigned int id;  // of the service that was asked
-    Service* asker;
+    Service* caller;
     kl::message request;
   };
 
@@ -77,12 +77,12 @@ class OwnService {
   kl::message getAll(const kl::message& request);
   kl::message getCount() const;
   kl::message setObject(const kl::message& request);
-  void orderLeave(Service& asker, const kl::message& request);
+  void orderLeave(Service& caller, const kl::message& request);
   void answerLeaveOrders(const Service& service);
-  void subscribe(Service& asker, const kl::message& request);
-  void unsubscribe(Service& asker, const kl::message& request);
-  bool hasUnread(Service& asker) const;
-  void reply(Service& asker, const kl::message& request, kl::message answer,
+  void subscribe(Service& caller, const kl::message& request);
+  void unsubscribe(Service& caller, const kl::message& request);
+  bool hasUnread(Service& caller) const;
+  void reply(Service& caller, const kl::message& request, kl::message answer,
              Urgency urgency = Urgency::kReply);
   void notify(const std::vector<kl::message::flat_message>& objects);
 
@@ -91,7 +91,7 @@ class OwnService {
   Subscriptions& subscriptions_;
   Outbox& outbox_;
   Order order_;
-  Settle settle_;
+  WriteQueues writeQueues_;
   const CommandRights commands_ = loaderCommands();
   const RightsExplainer* explainer_ = nullptr;
   kl::policies policies_;

@@ -74,14 +74,14 @@ void addVerdict(kl::message& reply, const Rights& rights, const DestinationRules
 
 }  // namespace
 
-kl::message RightsExplainer::explain(const Service& asker, const kl::message& request) const {
-  const std::string own = request.get(kl::SYS_USER, asker.user);
+kl::message RightsExplainer::explain(const Service& caller, const kl::message& request) const {
+  const std::string own = request.get(kl::SYS_USER, caller.user);
   const bool isOwn =
-      request.get(kl::RIGHTS_USER, own) == own && request.get(kl::RIGHTS_SENDER, asker.id) == asker.id;
+      request.get(kl::RIGHTS_USER, own) == own && request.get(kl::RIGHTS_SENDER, caller.id) == caller.id;
   if (!isOwn && !mayControl(request))
     return kl::errorMsg(kl::ERROR_NOTALLOWED, "who asks about others needs the right control for the loader");
   if (request.get(kl::RIGHTS_TO, {}).empty()) return kl::errorMsg(kl::ERROR_MISSING, "");
-  if (const auto subject = subjectOf(asker, request)) return answer(*subject, request);
+  if (const auto subject = subjectOf(caller, request)) return answer(*subject, request);
   return kl::errorMsg(kl::ERROR_UNKNOWNID, "no user is called '" + request.get(kl::RIGHTS_USER, "") + "'");
 }
 
@@ -97,9 +97,9 @@ kl::message RightsExplainer::list(const kl::message& request) const {
 }
 
 // A process has the rights of its own only where it sends in its own user's name.
-std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service& asker,
+std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service& caller,
                                                                    const kl::message& request) const {
-  const unsigned int senderId = request.get(kl::RIGHTS_SENDER, asker.id);
+  const unsigned int senderId = request.get(kl::RIGHTS_SENDER, caller.id);
   const Service* sender = table_.find(senderId);
   std::string user = request.get(kl::RIGHTS_USER, "");
   if (user.empty() && sender != nullptr) user = sender->user;

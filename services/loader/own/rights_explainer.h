@@ -25,7 +25,7 @@ class RightsExplainer {
       : configuration_(configuration), table_(table) {}
 
   // `request` is as any service would get it.
-  kl::message explain(const Service& asker, const kl::message& request) const;
+  kl::message explain(const Service& caller, const kl::message& request) const;
   kl::message list(const kl::message& request) const;
 
  private:
@@ -37,7 +37,7 @@ class RightsExplainer {
     bool isSpokenFor = false;
   };
 
-  std::optional<Subject> subjectOf(const Service& asker, const kl::message& request) const;
+  std::optional<Subject> subjectOf(const Service& caller, const kl::message& request) const;
   kl::message answer(const Subject& subject, const kl::message& request) const;
 
   const Configuration& configuration_;

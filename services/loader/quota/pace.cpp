@@ -6,22 +6,22 @@
 
 namespace loader {
 
-bool Pace::takesOne(unsigned int now) {
-  pass(now);
+bool Pace::admitOne(unsigned int now) {
+  advance(now);
   if (failures_ >= kMostFailures) return false;
-  if (wasSlow_ && comings_ >= kMostFailures) return false;
+  if (wasSlow_ && admitted_ >= kMostFailures) return false;
   if (burst_ != 0 && parts_ < kTicksPerSecond) return false;
   if (burst_ != 0) parts_ -= kTicksPerSecond;
-  ++comings_;
+  ++admitted_;
   return true;
 }
 
-bool Pace::failed(unsigned int now) {
-  pass(now);
+bool Pace::countFailure(unsigned int now) {
+  advance(now);
   return ++failures_ == kMostFailures;
 }
 
-bool Pace::takesLine(unsigned int now) {
+bool Pace::takeLogLine(unsigned int now) {
   if (hasLine_ && now - lineAt_ < kLineTicks) return false;
   hasLine_ = true;
   lineAt_ = now;
@@ -34,11 +34,11 @@ bool Pace::isRested(unsigned int now) const {
          (!hasLine_ || now - lineAt_ >= kLineTicks);
 }
 
-void Pace::pass(unsigned int now) {
+void Pace::advance(unsigned int now) {
   if (now == now_) return;
   const unsigned int ticks = now - now_;
   wasSlow_ = ticks == 1 && failures_ >= kMostFailures;
-  failures_ = comings_ = 0;
+  failures_ = admitted_ = 0;
   parts_ = std::min(parts_ + static_cast<unsigned long long>(ticks) * perSecond_, burst_ * kTicksPerSecond);
   now_ = now;
 }

@@ -19,12 +19,12 @@ class Pace {
   Pace() = default;  // no rate, only the failures count
   Pace(unsigned int perSecond, unsigned int burst) : perSecond_(perSecond), burst_(burst) { fill(); }
 
-  // True when one more connection may come now; it is counted.
-  bool takesOne(unsigned int now);
-  // A connection came to nothing.  True when it is the one that makes the next ones wait.
-  bool failed(unsigned int now);
-  // True when the log has had no line for a while; the next one is counted as written.
-  bool takesLine(unsigned int now);
+  // Lets one more connection in, and counts it; false when it has to wait.
+  bool admitOne(unsigned int now);
+  // A connection came to nothing.  True when this is the one that makes the next ones wait.
+  bool countFailure(unsigned int now);
+  // Takes the right to write one line on the log; false while the last one is too recent.
+  bool takeLogLine(unsigned int now);
 
   // True when nothing of its past matters any more.
   bool isRested(unsigned int now) const;
@@ -33,13 +33,13 @@ class Pace {
   static constexpr unsigned long long kTicksPerSecond = 100;
 
   void fill() { parts_ = burst_ * kTicksPerSecond; }
-  void pass(unsigned int now);
+  void advance(unsigned int now);
 
   unsigned int perSecond_ = 0;
   unsigned int burst_ = 0;        // 0: without end
   unsigned long long parts_ = 0;  // hundredths of tokens
   unsigned int now_ = 0;          // the tick that the counts belong to
-  unsigned int comings_ = 0;      // in this tick
+  unsigned int admitted_ = 0;     // in this tick
   unsigned int failures_ = 0;     // in this tick
   bool wasSlow_ = false;          // the last tick had too many failures
   bool hasLine_ = false;

@@ -40,16 +40,16 @@ Access judged(unsigned int bits, unsigned int command, const DestinationRules& t
   const auto need = to.commands->find(command);
   if (need == to.commands->end()) return denied(Access::Denial::kUnlisted);
   const unsigned int missing = need->second & ~bits;
-  return missing == 0 ? Access() : denied(Access::Denial::kLacks, missing);
+  return missing == 0 ? Access() : denied(Access::Denial::kLacksRight, missing);
 }
 
 // The request names a user: he may do what he may do himself at the destination, as far as the bits of the request go.
 // Where he may do everything, nobody speaks for him.
 Access decideInNameOf(const SenderRights* user, const Envelope& e, const DestinationRules& to) {
-  if (user == nullptr) return denied(Access::Denial::kStranger);
+  if (user == nullptr) return denied(Access::Denial::kForeignUser);
   const Grant* grant = grantAt(*user, to);
-  if (grant == nullptr) return denied(Access::Denial::kNone);
-  if ((grant->rights.bits & kl::RIGHT_OF_NOBODY) != 0) return denied(Access::Denial::kStranger);
+  if (grant == nullptr) return denied(Access::Denial::kNoRights);
+  if ((grant->rights.bits & kl::RIGHT_OF_NOBODY) != 0) return denied(Access::Denial::kForeignUser);
   const unsigned int bits = grant->rights.bits & (e.policy.bytes().empty() ? kl::RIGHTS_ALL : e.policy.u32());
   Access result = judged(bits, e.command, to);
   result.mark = {user->user, true, true, bits};
@@ -74,22 +74,22 @@ Access Access::decide(const SenderRights& sender, const Envelope& e, const Desti
     if (!e.user.bytes().empty()) return decideInNameOf(sender.speaksFor->find(e.user.text()), e, to);
   }
   const Grant* grant = grantAt(sender, to);
-  if (grant == nullptr) return denied(Denial::kNone);
+  if (grant == nullptr) return denied(Denial::kNoRights);
   const Access judgement = judged(grant->rights.bits, e.command, to);
   return judgement.isDenied() ? judgement : passed(grant->records, true, grant->rights.bits);
 }
 
 Access Access::decide(const Rights& rights, unsigned int command, const DestinationRules& to) {
-  return rights.none ? denied(Denial::kNone) : judged(rights.bits, command, to);
+  return rights.none ? denied(Denial::kNoRights) : judged(rights.bits, command, to);
 }
 
 std::string Access::reason() const {
   switch (denial) {
-    case Denial::kNot: return {};
-    case Denial::kNone: return "has no rights there";
+    case Denial::kNone: return {};
+    case Denial::kNoRights: return "has no rights there";
     case Denial::kUnlisted: return "sends a command that is not listed there";
-    case Denial::kLacks: return "lacks the right " + wordsOf(missing);
-    case Denial::kStranger: return "names a user for whom it does not speak";
+    case Denial::kLacksRight: return "lacks the right " + wordsOf(missing);
+    case Denial::kForeignUser: return "names a user for whom it does not speak";
   }
   return {};
 }

@@ -22,14 +22,14 @@ struct Grant {
   RightsRecords records;  // SYS_USER and SYS_POLICY, as its requests carry them
 };
 
-class SpokenUsers;
+class UsersSpokenFor;
 
 // The rights of a sender, made once when it registers.  Without grants nothing of it is delivered.
 struct SenderRights {
   bool isTrusted = false;  // root and the loader's own user: requests pass with what they carry
   RightsRecords user;  // SYS_USER, for requests that do not bring it: those of a trusted one that name nobody
   std::vector<Grant> grants;  // by access list; the first is for destinations without a list of their own
-  std::shared_ptr<const SpokenUsers> speaksFor = nullptr;  // whom its requests may name; null: nobody
+  std::shared_ptr<const UsersSpokenFor> speaksFor = nullptr;  // whom its requests may name; null: nobody
 };
 
 // The users whom the requests of a gateway may name, with what each of them may do.
@@ -38,7 +38,7 @@ struct SenderRights {
 // Ownership: owns the names and the rights.
 // Threads:   belongs to one thread.
 // Cost:      a look-up takes constant time and allocates nothing.
-class SpokenUsers {
+class UsersSpokenFor {
  public:
   // `rights` are those of the user himself, with the record of his name.
   void add(const std::string& name, SenderRights rights) { users_.emplace(name, std::move(rights)); }
@@ -72,19 +72,19 @@ struct DestinationRules {
 // Cost:      constant time, no allocation.
 struct Access {
   enum class Denial : unsigned char {
-    kNot,       // the copy may be delivered
-    kNone,      // the sender has no rights at this destination
-    kUnlisted,  // the destination does not list the command
-    kLacks,     // the sender lacks a right that the command needs
-    kStranger,  // it names a user for whom it does not speak
+    kNone,         // the copy may be delivered
+    kNoRights,     // the sender has no rights at this destination
+    kUnlisted,     // the destination does not list the command
+    kLacksRight,   // the sender lacks a right that the command needs
+    kForeignUser,  // it names a user for whom it does not speak
   };
 
-  Denial denial = Denial::kNot;
+  Denial denial = Denial::kNone;
   unsigned int missing = 0;            // the bits that it lacks
   RightsMark mark;                     // what becomes of the rights in the copy
   unsigned int bits = kl::RIGHTS_ALL;  // those that it has in the end
 
-  bool isDenied() const { return denial != Denial::kNot; }
+  bool isDenied() const { return denial != Denial::kNone; }
   std::string reason() const;  // "lacks the right change"
 
   // The copy passes without rights, so its receiver allows it everything.

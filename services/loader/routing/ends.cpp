@@ -35,10 +35,10 @@ void Ends::announce() {
   for (const Ended& ended : all) {
     const kl::message notice = noticeOf(ended.id);
     if (ended.isForAll)
-      for (Service* to : others) tell(*to, ended, notice);
+      for (Service* to : others) notify(*to, ended, notice);
     else
       for (const unsigned int id : ended.acquaintances)
-        if (Service* to = table_.find(id)) tell(*to, ended, notice);
+        if (Service* to = table_.find(id)) notify(*to, ended, notice);
   }
 }
 
@@ -56,7 +56,7 @@ std::vector<Service*> Ends::everybody() const {
 
 // A service that is not running gets the notice after any held message from the ended one, which may be a
 // subscription.  The id of a configured service stays an acquaintance: somebody may wait for its next process already.
-void Ends::tell(Service& to, const Ended& ended, const kl::message& notice) {
+void Ends::notify(Service& to, const Ended& ended, const kl::message& notice) {
   if (!ended.isConfigured) to.acquaintances.forget(ended.id);
   if (to.isConnected() || to.held.hasMessageOf(ended.id)) (void)outbox_.send(to, notice, Urgency::kNotice);
 }

@@ -39,7 +39,7 @@ class Ends {
   };
 
   std::vector<Service*> everybody() const;
-  void tell(Service& to, const Ended& ended, const kl::message& notice);
+  void notify(Service& to, const Ended& ended, const kl::message& notice);
 
   ServiceTable& table_;
   Outbox& outbox_;

@@ -73,8 +73,8 @@ struct Envelope {
   Path returnPath() const { return from.bytes().empty() ? Path() : Path(from); }
 
   bool isReply() const { return type == kl::TYPE_REPLY; }
-  // A message that only reports an error, like the notice about a broken path.
-  bool isNotice() const { return !hasCommand && status == kl::STATUS_ERROR; }
+  // A message that only reports an error, like the notice about a broken path.  That of a death is a command.
+  bool isErrorNotice() const { return !hasCommand && status == kl::STATUS_ERROR; }
   // A message that a handler would execute as a command.  A foreign SYS_TYPE does not make it harmless.
   bool isCommand() const { return !isReply() && hasCommand; }
   bool isSubscribe() const { return isCommand() && command == kl::CMD_SUBSCRIBE; }
@@ -84,10 +84,10 @@ struct Envelope {
            path()[0] != kl::PATH_ALL;
   }
   // Somebody waits for an answer or could take one.
-  bool wantsAnswer() const { return !isReply() && !isNotice() && (expectsReply || isTracked()); }
+  bool wantsAnswer() const { return !isReply() && !isErrorNotice() && (expectsReply || isTracked()); }
   // A request whose reply will come by; subscribing is never answered.
   bool isTracked() const {
-    return !isReply() && !isNotice() && hasRequestId && command != kl::CMD_SUBSCRIBE &&
+    return !isReply() && !isErrorNotice() && hasRequestId && command != kl::CMD_SUBSCRIBE &&
            command != kl::CMD_UNSUBSCRIBE;
   }
 };

@@ -1,5 +1,5 @@
 // Requests lie in one vector and are linked by position: a free list, hash chains to match a reply, and two lists for
-// each service, what it asked and what it is asked, to answer for it when it dies.
+// each service, the requests that it made and those that it serves, to answer for it when it dies.
 
 #include "routing/open_requests.h"
 
@@ -41,55 +41,55 @@ std::span<const unsigned int> KeptPath::view() const {
   return {few_.data(), size_};
 }
 
-void OpenRequests::add(Service& asker, Service& asked, const Envelope& envelope, Path path,
+void OpenRequests::add(Service& caller, Service& callee, const Envelope& envelope, Path path,
                        unsigned int now) {
   const unsigned int place = takeFreePlace();
   OpenRequest& request = places_[place];
-  request.asker = &asker;
-  request.asked = &asked;
+  request.caller = &caller;
+  request.callee = &callee;
   request.id = envelope.requestId;
   request.expectsReply = envelope.expectsReply;
-  request.isHeld = asked.isHeldFor;
+  request.isHeld = callee.isHeldFor;
   request.since = now;
   request.returnPath.assign(envelope.returnPath());
   request.path.assign(path);
   link(place);
 }
 
-void OpenRequests::release(const Service& asked) {
-  for (unsigned int at = asked.requests.newestServing; at != kNone && places_[at].isHeld;  // O4
+void OpenRequests::release(const Service& callee) {
+  for (unsigned int at = callee.requests.newestServing; at != kNone && places_[at].isHeld;  // O4
        at = places_[at].olderServing)
     places_[at].isHeld = false;
 }
 
-bool OpenRequests::take(Service& asker, Service& asked, unsigned int id, Path path) {
+bool OpenRequests::take(Service& caller, Service& callee, unsigned int id, Path path) {
   if (chains_.empty()) return false;
   unsigned int found = kNone;  // a chain runs from the newest to the oldest, so the last match is the oldest
-  for (unsigned int at = chains_[chainOf(asker, asked, id)]; at != kNone; at = places_[at].nextInChain) {
+  for (unsigned int at = chains_[chainOf(caller, callee, id)]; at != kNone; at = places_[at].nextInChain) {
     const OpenRequest& r = places_[at];
-    if (r.asker == &asker && r.asked == &asked && r.id == id && r.returnPath.equals(path)) found = at;
+    if (r.caller == &caller && r.callee == &callee && r.id == id && r.returnPath.equals(path)) found = at;
   }
   if (found == kNone) return false;
   unlink(found);
   return true;
 }
 
-const OpenRequest* OpenRequests::oldestOf(const Service& asker) const {
-  const unsigned int place = asker.requests.oldestAsked;
+const OpenRequest* OpenRequests::oldestFrom(const Service& caller) const {
+  const unsigned int place = caller.requests.oldestMade;
   return place == kNone ? nullptr : &places_[place];
 }
 
-void OpenRequests::forgetOldestOf(Service& asker) { unlink(asker.requests.oldestAsked); }
+void OpenRequests::forgetOldestFrom(Service& caller) { unlink(caller.requests.oldestMade); }
 
-const OpenRequest* OpenRequests::oldestFor(const Service& asked) const {
-  const unsigned int place = asked.requests.oldestServing;
+const OpenRequest* OpenRequests::oldestTo(const Service& callee) const {
+  const unsigned int place = callee.requests.oldestServing;
   return place == kNone ? nullptr : &places_[place];
 }
 
-void OpenRequests::forgetOldestFor(Service& asked) { unlink(asked.requests.oldestServing); }
+void OpenRequests::forgetOldestTo(Service& callee) { unlink(callee.requests.oldestServing); }
 
-std::size_t OpenRequests::chainOf(const Service& asker, const Service& asked, unsigned int id) const {
-  const auto ends = std::uint64_t{asker.id} << 32 | asked.id;
+std::size_t OpenRequests::chainOf(const Service& caller, const Service& callee, unsigned int id) const {
+  const auto ends = std::uint64_t{caller.id} << 32 | callee.id;
   return static_cast<std::size_t>(mixBits(mixBits(ends + seed_) + id)) & (chains_.size() - 1);
 }
 
@@ -118,49 +118,49 @@ unsigned int OpenRequests::takeFreePlace() {
 
 void OpenRequests::link(unsigned int place) {
   OpenRequest& r = places_[place];
-  unsigned int& chain = chains_[chainOf(*r.asker, *r.asked, r.id)];
+  unsigned int& chain = chains_[chainOf(*r.caller, *r.callee, r.id)];
   r.nextInChain = chain;
   chain = place;
 
-  RequestLists& asker = r.asker->requests;
-  r.olderAsked = asker.newestAsked;
-  r.newerAsked = kNone;
-  if (asker.newestAsked == kNone) asker.oldestAsked = place;
-  else places_[asker.newestAsked].newerAsked = place;
-  asker.newestAsked = place;
-  ++asker.askedCount;
+  RequestLists& caller = r.caller->requests;
+  r.olderMade = caller.newestMade;
+  r.newerMade = kNone;
+  if (caller.newestMade == kNone) caller.oldestMade = place;
+  else places_[caller.newestMade].newerMade = place;
+  caller.newestMade = place;
+  ++caller.madeCount;
 
-  RequestLists& asked = r.asked->requests;
-  r.olderServing = asked.newestServing;
+  RequestLists& callee = r.callee->requests;
+  r.olderServing = callee.newestServing;
   r.newerServing = kNone;
-  if (asked.newestServing == kNone) asked.oldestServing = place;
-  else places_[asked.newestServing].newerServing = place;
-  asked.newestServing = place;
-  ++asked.servingCount;
+  if (callee.newestServing == kNone) callee.oldestServing = place;
+  else places_[callee.newestServing].newerServing = place;
+  callee.newestServing = place;
+  ++callee.servingCount;
   ++used_;
-  if (r.asker->account != nullptr) r.asker->account->take(Resource::kRequests, 1);
+  if (r.caller->account != nullptr) r.caller->account->take(Resource::kRequests, 1);
 }
 
 void OpenRequests::unlink(unsigned int place) {
   unchain(place);
   OpenRequest& r = places_[place];
 
-  RequestLists& asker = r.asker->requests;
-  if (r.olderAsked == kNone) asker.oldestAsked = r.newerAsked;
-  else places_[r.olderAsked].newerAsked = r.newerAsked;
-  if (r.newerAsked == kNone) asker.newestAsked = r.olderAsked;
-  else places_[r.newerAsked].olderAsked = r.olderAsked;
-  --asker.askedCount;
+  RequestLists& caller = r.caller->requests;
+  if (r.olderMade == kNone) caller.oldestMade = r.newerMade;
+  else places_[r.olderMade].newerMade = r.newerMade;
+  if (r.newerMade == kNone) caller.newestMade = r.olderMade;
+  else places_[r.newerMade].olderMade = r.olderMade;
+  --caller.madeCount;
 
-  RequestLists& asked = r.asked->requests;
-  if (r.olderServing == kNone) asked.oldestServing = r.newerServing;
+  RequestLists& callee = r.callee->requests;
+  if (r.olderServing == kNone) callee.oldestServing = r.newerServing;
   else places_[r.olderServing].newerServing = r.newerServing;
-  if (r.newerServing == kNone) asked.newestServing = r.olderServing;
+  if (r.newerServing == kNone) callee.newestServing = r.olderServing;
   else places_[r.newerServing].olderServing = r.olderServing;
-  --asked.servingCount;
-  if (r.asker->account != nullptr) r.asker->account->giveBack(Resource::kRequests, 1);
+  --callee.servingCount;
+  if (r.caller->account != nullptr) r.caller->account->giveBack(Resource::kRequests, 1);
 
-  r.asker = r.asked = nullptr;
+  r.caller = r.callee = nullptr;
   r.nextInChain = free_;
   free_ = place;
   --used_;
@@ -168,7 +168,7 @@ void OpenRequests::unlink(unsigned int place) {
 
 void OpenRequests::unchain(unsigned int place) {
   const OpenRequest& r = places_[place];
-  unsigned int* at = &chains_[chainOf(*r.asker, *r.asked, r.id)];
+  unsigned int* at = &chains_[chainOf(*r.caller, *r.callee, r.id)];
   while (*at != place) at = &places_[*at].nextInChain;
   *at = r.nextInChain;
 }
@@ -185,7 +185,7 @@ void OpenRequests::rechain() {
   chains_.assign(std::max(kFirstChains, 2 * chains_.size()), kNone);
   for (const unsigned int place : inUse) {
     OpenRequest& r = places_[place];
-    unsigned int& chain = chains_[chainOf(*r.asker, *r.asked, r.id)];
+    unsigned int& chain = chains_[chainOf(*r.caller, *r.callee, r.id)];
     r.nextInChain = chain;
     chain = place;
   }

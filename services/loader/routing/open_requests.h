@@ -32,17 +32,17 @@ class KeptPath {
 
 // One delivered request whose reply has not come by.
 struct OpenRequest {
-  Service* asker = nullptr;
-  Service* asked = nullptr;
+  Service* caller = nullptr;
+  Service* callee = nullptr;
   unsigned int id = 0;  // its SYS_REQID
   bool expectsReply = false;
-  bool isHeld = false;     // the asked has not been given it yet
+  bool isHeld = false;     // the callee has not been given it yet
   unsigned int since = 0;  // seconds
-  KeptPath returnPath;     // inside the asker
-  KeptPath path;           // inside the asked
+  KeptPath returnPath;     // inside the caller
+  KeptPath path;           // inside the callee
 
-  // Links by position: the asker's requests and those of the asked in order of age, and the hash chain.
-  unsigned int olderAsked = 0, newerAsked = 0;
+  // Links by position: the caller's requests and those of the callee in order of age, and the hash chain.
+  unsigned int olderMade = 0, newerMade = 0;
   unsigned int olderServing = 0, newerServing = 0;
   unsigned int nextInChain = 0;
 };
@@ -51,7 +51,7 @@ struct OpenRequest {
 struct RequestLists {
   static constexpr unsigned int kNone = 0xffffffff;
 
-  unsigned int oldestAsked = kNone, newestAsked = kNone, askedCount = 0;
+  unsigned int oldestMade = kNone, newestMade = kNone, madeCount = 0;
   unsigned int oldestServing = kNone, newestServing = kNone, servingCount = 0;
 };
 
@@ -60,36 +60,36 @@ struct RequestLists {
 // O1  a request stands in exactly one chain and in the two lists of its services
 // O2  the counts of a service are the lengths of its lists
 // O3  a list runs from the oldest to the newest
-// O4  in the list of the asked, those that are held are newer than all others
+// O4  in the list of the callee, those that are held are newer than all others
 //
 // Errors:    none.
 // Ownership: owns the requests; borrows the services, which must be forgotten here before they go.
 // Threads:   belongs to one thread.
 // Cost:      constant time to add and to match, also when somebody chooses ids so that they collide: the chains depend
-//            on a number that is drawn at the start; no allocation while the number of open requests stays below what it
-//            once was and paths are short.
+//            on a number that is drawn at the start; no allocation while the number of open requests stays below what
+//            it once was and paths are short.
 class OpenRequests {
  public:
   OpenRequests();
   // With a seed of the caller's choice.
   explicit OpenRequests(std::uint64_t seed) : seed_(seed) {}
 
-  // Notes a request that is delivered to `path` inside `asked`.
-  void add(Service& asker, Service& asked, const Envelope& envelope, Path path, unsigned int now);
+  // Notes a request that is delivered to `path` inside `callee`.
+  void add(Service& caller, Service& callee, const Envelope& envelope, Path path, unsigned int now);
 
   // Everything that was held for the service is on its way to it.
-  void release(const Service& asked);
+  void release(const Service& callee);
 
-  // Takes out the oldest request that a reply of `asked` to `path` inside `asker` answers; false without one.
-  bool take(Service& asker, Service& asked, unsigned int id, Path path);
+  // Takes out the oldest request that a reply of `callee` to `path` inside `caller` answers; false without one.
+  bool take(Service& caller, Service& callee, unsigned int id, Path path);
 
-  // The asker's oldest request, null without one.  Borrowed until the next change.
-  const OpenRequest* oldestOf(const Service& asker) const;
-  void forgetOldestOf(Service& asker);
+  // The caller's oldest request, null without one.  Borrowed until the next change.
+  const OpenRequest* oldestFrom(const Service& caller) const;
+  void forgetOldestFrom(Service& caller);
 
-  // The oldest request that waits for `asked`, null without one.  Borrowed until the next change.
-  const OpenRequest* oldestFor(const Service& asked) const;
-  void forgetOldestFor(Service& asked);
+  // The oldest request that waits for `callee`, null without one.  Borrowed until the next change.
+  const OpenRequest* oldestTo(const Service& callee) const;
+  void forgetOldestTo(Service& callee);
 
   std::size_t size() const { return used_; }
   std::size_t longestChain() const;  // walks all of them
@@ -97,7 +97,7 @@ class OpenRequests {
  private:
   static constexpr unsigned int kNone = RequestLists::kNone;
 
-  std::size_t chainOf(const Service& asker, const Service& asked, unsigned int id) const;
+  std::size_t chainOf(const Service& caller, const Service& callee, unsigned int id) const;
   unsigned int takeFreePlace();
   void link(unsigned int place);
   void unlink(unsigned int place);

@@ -19,11 +19,11 @@ HeldKind kindOf(bool isAnswer, unsigned int command) {
   return command == kl::CMD_DISCONNECTED ? HeldKind::kGone : HeldKind::kMessage;
 }
 
-HeldKind kindOf(const Envelope& e) { return kindOf(e.isReply() || e.isNotice(), e.command); }
+HeldKind kindOf(const Envelope& e) { return kindOf(e.isReply() || e.isErrorNotice(), e.command); }
 
 HeldKind kindOf(const kl::message& m) {
-  const bool isNotice = !m.has(kl::SYS_CMD) && m.get(kl::SYS_STATUS, kl::STATUS_OK) == kl::STATUS_ERROR;
-  return kindOf(kl::isReply(m) || isNotice, m.get(kl::SYS_CMD, kl::CMD_NOOP));
+  const bool isErrorNotice = !m.has(kl::SYS_CMD) && m.get(kl::SYS_STATUS, kl::STATUS_OK) == kl::STATUS_ERROR;
+  return kindOf(kl::isReply(m) || isErrorNotice, m.get(kl::SYS_CMD, kl::CMD_NOOP));
 }
 
 Part partFor(Urgency urgency) {
@@ -74,10 +74,10 @@ unsigned int Outbox::shareOf(const Service& service) const {
   return isTrusted ? service.id : Shares::ofUser(service.uid);
 }
 
-bool Outbox::isPartUsed(Service& to, const Service& from) const {
+bool Outbox::isShareUsed(Service& to, const Service& from) const {
   const std::size_t waiting = to.waiting();
   to.shares.update(waiting);
-  return Shares::isPartUsed(to.shares.of(shareOf(from)), waiting, queueLimit_);
+  return Shares::isShareUsed(to.shares.of(shareOf(from)), waiting, queueLimit_);
 }
 
 std::size_t Outbox::ownBytes(Service& to) const {

@@ -14,13 +14,13 @@ namespace loader {
 // How far a service's queue may fill before something for it is lost.  Each may take more of its account than the one
 // before.
 enum class Urgency : unsigned char {
-  kOrdinary,  // up to the queue limit, and to its sender's part
+  kOrdinary,  // up to the queue limit, and to its sender's share
   kReply,     // it was asked for
-  kNotice,    // a word of the loader itself: a refusal, a death, a control message
+  kNotice,    // the loader says it: an error reply, a death, a control message
 };
 
 // Puts messages into the queues of services and marks those with new bytes, so that everything that one read brought
-// leaves with one write for each destination.  Of a queue that is not short each sender may fill its part only
+// leaves with one write for each destination.  Of a queue that is not short each sender may fill its share only
 // (shares.h); replies count for who asked for them, and what the loader says for the loader.
 //
 // Errors:    what a full queue cannot take is dropped and counted in the service's traffic.
@@ -42,9 +42,9 @@ class Outbox {
 
   // True when nothing but replies is taken for the service.
   bool isFull(const Service& to) const { return to.waiting() >= queueLimit_; }
-  // True when nothing but replies is taken for the service from this sender: it has used its part of the queue.
+  // True when nothing but replies is taken for the service from this sender: it has used its share of the queue.
   bool isFull(Service& to, const Service& from) const {
-    return to.waiting() >= Shares::refusesFrom(queueLimit_) && isPartUsed(to, from);
+    return to.waiting() >= Shares::refusesFrom(queueLimit_) && isShareUsed(to, from);
   }
   // The bytes of the loader's own messages that the service has not read, as far as they are counted.
   std::size_t ownBytes(Service& to) const;
@@ -55,7 +55,7 @@ class Outbox {
   // True when a frame of so many bytes is taken.
   bool hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) const;
   // True when a reply to the service is taken, as far as one can tell before it is made.
-  bool canAnswer(const Service& asker) const { return hasRoomFor(asker, kReplyBytes, Urgency::kReply); }
+  bool canAnswer(const Service& caller) const { return hasRoomFor(caller, kReplyBytes, Urgency::kReply); }
 
   // Queues a frame on its way from `from`, with the rights that `mark` says; false when it was dropped.
   bool deliver(Service& to, const Service& from, const Envelope& envelope, Path rest, Urgency urgency,
@@ -90,7 +90,7 @@ class Outbox {
  private:
   void countSent(std::size_t bytes);
   bool admit(Service& to, std::size_t bytes, Urgency urgency);
-  bool isPartUsed(Service& to, const Service& from) const;
+  bool isShareUsed(Service& to, const Service& from) const;
   unsigned int shareOf(const Service& service) const;
   bool drop(Service& to);
   template <class Write>

@@ -110,17 +110,17 @@ void Router::countFrame(Service& sender, std::size_t bytes) const {
   sender.traffic.bytesOut += kPrefixBytes + bytes;
 }
 
-void Router::serviceGone(Service& gone) {
+void Router::onServiceGone(Service& gone) {
   gone.bornAt = 0;
   breakPathsTo(gone);
   forgetRequestsOf(gone);
-  subscriptions_.forgetOf(gone);
+  subscriptions_.forgetSubscriber(gone);
   ends_.add(gone);
 }
 
-void Router::serviceLeft(Service& left) {
+void Router::onServiceLeft(Service& left) {
   const OpenRequest* request = nullptr;
-  while ((request = requests_.oldestFor(left)) != nullptr && !request->isHeld) breakOldestTo(left, *request);
+  while ((request = requests_.oldestTo(left)) != nullptr && !request->isHeld) breakOldestTo(left, *request);
   forgetRequestsOf(left);
   outbox_.forget(left);
   left.out.clear();
@@ -128,26 +128,26 @@ void Router::serviceLeft(Service& left) {
   outbox_.recount(left);
 }
 
-void Router::breakPathsTo(Service& asked) {
-  breakRequestsTo(asked);
-  outbox_.forget(asked);
-  asked.out.clear();
-  asked.held.clear();
-  outbox_.recount(asked);
-  subscriptions_.forgetAt(asked);  // its process is gone, or what it was sent never reached it
+void Router::breakPathsTo(Service& callee) {
+  breakRequestsTo(callee);
+  outbox_.forget(callee);
+  callee.out.clear();
+  callee.held.clear();
+  outbox_.recount(callee);
+  subscriptions_.forgetProvider(callee);  // its process is gone, or what it was sent never reached it
 }
 
-void Router::breakRequestsTo(Service& asked) {
-  while (const OpenRequest* request = requests_.oldestFor(asked)) breakOldestTo(asked, *request);
+void Router::breakRequestsTo(Service& callee) {
+  while (const OpenRequest* request = requests_.oldestTo(callee)) breakOldestTo(callee, *request);
 }
 
-void Router::breakOldestTo(Service& asked, const OpenRequest& request) {
+void Router::breakOldestTo(Service& callee, const OpenRequest& request) {
   if (request.expectsReply) answerOpen(request, kl::ERROR_BRKPATH);
-  requests_.forgetOldestFor(asked);
+  requests_.forgetOldestTo(callee);
 }
 
-void Router::forgetRequestsOf(Service& asker) {
-  while (requests_.oldestOf(asker) != nullptr) requests_.forgetOldestOf(asker);
+void Router::forgetRequestsOf(Service& caller) {
+  while (requests_.oldestFrom(caller) != nullptr) requests_.forgetOldestFrom(caller);
 }
 
 // Codes that are unknown are passed over: a newer service must be able to talk to this loader.
@@ -193,7 +193,7 @@ void Router::deliver(Service& sender, const Envelope& e, Path path) {
   if (path[0] == kl::SERVICE_LOADER) return deliverToLoader(sender, e, path);
   Service* to = table_.find(path[0]);
   const bool isHeld = to != nullptr && to->isHeldFor;
-  const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isNotice()));
+  const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isErrorNotice()));
   if (!isTaken) return reportBrokenPath(sender, e, path);
   deliverCopy(sender, e, *to, path.withoutFirst());
   if (isHeld) reportNeed(*to, e);
@@ -201,13 +201,13 @@ void Router::deliver(Service& sender, const Envelope& e, Path path) {
 
 // Replies, notices of deaths and what is sent to all wait until somebody needs the service.
 void Router::reportNeed(Service& to, const Envelope& e) {
-  if (e.isReply() || e.isNotice() || e.command == kl::CMD_DISCONNECTED || to.held.empty()) return;
+  if (e.isReply() || e.isErrorNotice() || e.command == kl::CMD_DISCONNECTED || to.held.empty()) return;
   calls_.onNeeded(to);
 }
 
 // Handler 0 is the loader's only handler, so it need not be named.
 void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
-  if (e.isReply() || e.isNotice()) return;
+  if (e.isReply() || e.isErrorNotice()) return;
   if (path.size() > 2 || (path.size() == 2 && path[1] != 0)) return reportBrokenPath(sender, e, path);
   Service* own = table_.find(kl::SERVICE_LOADER);
   const Access access = Access::decide(sender.rights, e, own != nullptr ? own->rules : DestinationRules());
@@ -220,7 +220,7 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
-    if (e.command == kl::CMD_DISCONNECTED) forgetSubscriptions(sender, e, *own, Path(), access);
+    if (e.command == kl::CMD_DISCONNECTED) forgetEndedSubscriptions(sender, e, *own, Path(), access);
   }
   calls_.onOwnRequest(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
 }
@@ -235,7 +235,7 @@ void Router::noteActivity(const Envelope& e, Service& to) const {
   if (e.path()[0] != kl::PATH_ALL) to.lastActive = now_;
 }
 
-// A reply that its asker has no room for becomes a short one that says so.
+// A reply that its caller has no room for becomes a short one that says so.
 void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path rest) {
   noteActivity(e, to);
   if (!e.hasRequestId || !requests_.take(to, sender, e.requestId, rest)) return;  // R2
@@ -246,7 +246,7 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
 // A request is refused before it is worked on when there is no room for it, or for its reply.  Whoever gets a reply has
 // asked before, so requests and notifications alone make acquaintances.
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
-  const bool isWanted = isSubscribedTo(sender, e, to, rest);
+  const bool isWanted = receiverHasSubscribed(sender, e, to, rest);
   const Access access =
       isWanted ? Access::ofNotification(sender.rights) : Access::decide(sender.rights, e, to.rules);
   if (access.isDenied()) return deny(sender, e, to.id, rest, access);
@@ -261,11 +261,11 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
   if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;
   if (e.isTracked()) requests_.add(sender, to, e, rest, now_);
-  if (e.isCommand()) forgetSubscriptions(sender, e, to, rest, access);
+  if (e.isCommand()) forgetEndedSubscriptions(sender, e, to, rest, access);
 }
 
 // R4.  The frame is judged in this one of its copies.
-bool Router::isSubscribedTo(Service& sender, const Envelope& e, Service& to, Path rest) const {
+bool Router::receiverHasSubscribed(Service& sender, const Envelope& e, Service& to, Path rest) const {
   return e.mayNotify() && subscriptions_.has({sender, e.returnPath(), to, rest, e.command});
 }
 
@@ -280,27 +280,27 @@ void Router::deliverSubscribe(Service& sender, const Envelope& e, Service& to, P
 }
 
 // What ends subscriptions at their provider ends them here.
-void Router::forgetSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,
-                                 const Access& access) {
+void Router::forgetEndedSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,
+                                      const Access& access) {
   if (e.command == kl::CMD_UNSUBSCRIBE) subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);
   const bool isObeyed = (access.bits & kl::RIGHT_OF_NOBODY) != 0;
   if (e.command == kl::CMD_DISCONNECTED && isObeyed)
     subscriptions_.forgetBehind(to, rest, sender, e.returnPath());
 }
 
-// True when the asker may have one more open request.
-bool Router::makeRoom(Service& asker) {
-  const bool isInLimits = asker.account == nullptr || asker.account->hasRoomFor(Resource::kRequests, 1);
-  if (asker.requests.askedCount < kMaxOpenRequests && isInLimits) return true;
-  const OpenRequest* oldest = requests_.oldestOf(asker);
+// True when the caller may have one more open request.
+bool Router::makeRoom(Service& caller) {
+  const bool isInLimits = caller.account == nullptr || caller.account->hasRoomFor(Resource::kRequests, 1);
+  if (caller.requests.madeCount < kMaxOpenRequests && isInLimits) return true;
+  const OpenRequest* oldest = requests_.oldestFrom(caller);
   if (oldest == nullptr || now_ - oldest->since <= kOldSeconds) return false;
   answerOpen(*oldest, kl::ERROR_TIMEOUT);
-  requests_.forgetOldestOf(asker);
+  requests_.forgetOldestFrom(caller);
   return true;
 }
 
 void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
-  if (e.isReply() || e.isNotice()) return;  // R3
+  if (e.isReply() || e.isErrorNotice()) return;  // R3
   kl::message m = errorAbout(idsOf(path), idsOf(e.returnPath()), kl::ERROR_BRKPATH);
   if (e.expectsReply) m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   if (e.expectsReply && e.hasRequestId) m.insert(kl::SYS_REQID, e.requestId);
@@ -326,12 +326,12 @@ void Router::deny(Service& sender, const Envelope& e, unsigned int toId, Path re
 }
 
 void Router::answerOpen(const OpenRequest& request, unsigned int code) {
-  if (!request.asker->isConnected()) return;
+  if (!request.caller->isConnected()) return;
   kl::message m =
-      errorAbout(inFrontOf(request.asked->id, request.path.ids()), request.returnPath.ids(), code);
+      errorAbout(inFrontOf(request.callee->id, request.path.ids()), request.returnPath.ids(), code);
   m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
   m.insert(kl::SYS_REQID, request.id);
-  (void)outbox_.send(*request.asker, m, Urgency::kNotice);
+  (void)outbox_.send(*request.caller, m, Urgency::kNotice);
 }
 
 }  // namespace loader

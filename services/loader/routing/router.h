@@ -19,7 +19,7 @@ namespace loader {
 //
 // R1  the first element of a delivered return path is the id of the connection that the frame came in on
 // R2  a reply is delivered only if it answers an open request, and then once
-// R3  nothing is ever sent about a reply or about a notice
+// R3  nothing is ever sent about a reply or about an error notice
 // R4  a notification passes without rights where its receiver asked for it, and in nothing else than it asked for
 // R5  a frame with many receivers costs a turn what it has and one delivery more
 //
@@ -30,14 +30,14 @@ namespace loader {
 //            nothing is allocated for what passes through.
 class Router {
  public:
-  static constexpr unsigned int kMaxOpenRequests = 4096;  // of one asker
+  static constexpr unsigned int kMaxOpenRequests = 4096;  // of one caller
   static constexpr unsigned int kOldSeconds = 600;        // older ones make room
 
   // The frames that are meant for the loader itself.
   struct Calls {
     // A request to the loader's own service, as any service would get it: path without the loader's id, return path
-    // with the asker's in front.
-    std::function<void(Service& asker, const kl::message& request)> onOwnRequest;
+    // with the caller's in front.
+    std::function<void(Service& caller, const kl::message& request)> onOwnRequest;
     // A control message of a process that has registered; its code may be one that nobody knows.
     std::function<void(Service& sender, const Envelope& e)> onControl;
     // Something is held for the service that it is to be started for.
@@ -76,23 +76,23 @@ class Router {
 
   // The service is gone: waiting callers are answered, its own requests are forgotten, and those who can know it are
   // notified by the next announceEnds().  Needs: it has no connection any more.
-  void serviceGone(Service& gone);
+  void onServiceGone(Service& gone);
   void announceEnds() { ends_.announce(); }
 
   // The service has left: what it was given and did not answer is answered and what it asked is forgotten, but what
   // is held for it stays, and nobody is notified.  Needs: it has no connection any more.
-  void serviceLeft(Service& left);
+  void onServiceLeft(Service& left);
 
   // Notifies one service that another is gone.
   void reportGone(Service& to, unsigned int goneId) { ends_.report(to, goneId); }
 
   // Answers and forgets the requests that wait for a service that does not take them, and throws away what is queued
   // for it.
-  void breakPathsTo(Service& asked);
+  void breakPathsTo(Service& callee);
 
  private:
-  void breakOldestTo(Service& asked, const OpenRequest& request);
-  void forgetRequestsOf(Service& asker);
+  void breakOldestTo(Service& callee, const OpenRequest& request);
+  void forgetRequestsOf(Service& caller);
   void countFrame(Service& sender, std::size_t bytes) const;
   const char* handleControl(Service& sender, const Envelope& e);
   void deliverToAll(Service& sender, const Envelope& e, Progress& progress);
@@ -104,11 +104,12 @@ class Router {
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);
-  bool isSubscribedTo(Service& sender, const Envelope& e, Service& to, Path rest) const;
-  void forgetSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);
-  void breakRequestsTo(Service& asked);
+  bool receiverHasSubscribed(Service& sender, const Envelope& e, Service& to, Path rest) const;
+  void forgetEndedSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,
+                                const Access& access);
+  void breakRequestsTo(Service& callee);
   void reportNeed(Service& to, const Envelope& e);
-  bool makeRoom(Service& asker);
+  bool makeRoom(Service& caller);
 
   void reportBrokenPath(Service& sender, const Envelope& e, Path path);
   void refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,

@@ -14,15 +14,15 @@ Service& ServiceTable::add(unsigned int id) {
 void ServiceTable::remove(unsigned int id) {
   index_.erase(id);
   services_.erase(id);
-  changed(id);
+  notifyListener(id);
 }
 
 void ServiceTable::setState(Service& service, unsigned int state) {
   service.state = state;
-  changed(service.id);
+  notifyListener(service.id);
 }
 
-void ServiceTable::changed(unsigned int id) {
+void ServiceTable::notifyListener(unsigned int id) {
   if (listener_) listener_(id);
 }
 

@@ -40,7 +40,7 @@ class ServiceTable {
   const Map& all() const { return services_; }
 
  private:
-  void changed(unsigned int id);
+  void notifyListener(unsigned int id);
 
   Map services_;
   std::unordered_map<unsigned int, Service*> index_;

@@ -21,16 +21,16 @@ namespace loader {
 // Ownership: owns its records; borrows the account.
 // Threads:   belongs to one thread.
 // Cost:      a comparison while the queue is short, and no memory; else amortized constant time for each delivery, and
-//            8 bytes for each run of frames of one sender, which are charged beyond the first kStep.  Nobody can make senders collide: services are
-//            told apart by ids that the loader gives, users by their uids.
+//            8 bytes for each run of frames of one sender, which are charged beyond the first kStep.  Nobody can make
+//            senders collide: services are told apart by ids that the loader gives, users by their uids.
 class Shares {
  public:
-  // How far a queue may fill before anybody's part is looked at.
+  // How far a queue may fill before anybody's share is looked at.
   static constexpr std::size_t floorOf(std::size_t limit) { return limit / 4 < kFloor ? limit / 4 : kFloor; }
 
-  // A sender may have as much waiting as is free: one alone fills half of a queue, and several come to equal parts as
+  // A sender may have as much waiting as is free: one alone fills half of a queue, and several come to equal shares as
   // the queue moves.
-  static constexpr bool isPartUsed(std::size_t mine, std::size_t waiting, std::size_t limit) {
+  static constexpr bool isShareUsed(std::size_t mine, std::size_t waiting, std::size_t limit) {
     return waiting >= limit || mine >= limit - waiting;
   }
   // Nobody is refused while less waits.

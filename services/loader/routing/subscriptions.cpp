@@ -124,11 +124,11 @@ void Subscriptions::remove(Service& provider, Path handler, Service& subscriber,
   if (Subscription* found = find(*kept, wish, hashOf(*kept, wish))) erase(*found);
 }
 
-void Subscriptions::forgetAt(Service& provider) {
+void Subscriptions::forgetProvider(Service& provider) {
   while (provider.subscriptions.oldestAt != nullptr) erase(*provider.subscriptions.oldestAt);
 }
 
-void Subscriptions::forgetOf(Service& subscriber) {
+void Subscriptions::forgetSubscriber(Service& subscriber) {
   while (subscriber.subscriptions.oldestOf != nullptr) erase(*subscriber.subscriptions.oldestOf);
 }
 

@@ -113,8 +113,8 @@ class Subscriptions {
   unsigned int countAt(const Service& provider, const Service& subscriber) const;
 
   // A service is gone: as a provider, as a subscriber.
-  void forgetAt(Service& provider);
-  void forgetOf(Service& subscriber);
+  void forgetProvider(Service& provider);
+  void forgetSubscriber(Service& subscriber);
   // What lies behind a subscriber's return path is gone, and the handler has been told; without a path all handlers of
   // the provider have.
   void forgetBehind(Service& provider, Path handler, Service& subscriber, Path returnPath);

@@ -43,23 +43,23 @@ void Connection::attach(Buffer& out) {
 
 void Connection::serve() {
   takeFirstTurn();
-  host_.settle();
+  host_.writeQueues();
 }
 
 Work::Units Connection::serveNext(Work::Units units) {
-  waitNoMore();
+  stopAwaitingTurn();
   if (units <= debt_) {
     debt_ -= units;
-    wait();
+    awaitTurn();
     return 0;
   }
   Work& work = turns_.work();
   work.allow(units - debt_);
-  goOn();
+  spendTurn();
   const Work::Units spent = units - debt_ - work.left();
   debt_ = std::max<Work::Units>(0, -work.left());
-  if (debt_ > 0 && isOpen()) wait();
-  host_.settle();
+  if (debt_ > 0 && isOpen()) awaitTurn();
+  host_.writeQueues();
   return spent;
 }
 
@@ -81,7 +81,7 @@ void Connection::onOutput() {
 void Connection::drain() {
   const Work before = turns_.work();
   turns_.work().allow(Work::kAll);
-  if (reader_.hasFrame()) handleSome();
+  if (reader_.hasFrame()) handleKept();
   for (int i = 0; i < kMostReads && isOpen() && readOnce(Turns::kLongRead); ++i) {
   }
   turns_.work() = before;
@@ -91,7 +91,7 @@ void Connection::close() {
   if (!isOpen()) return;
   stallTimer_.cancel();
   frameTimer_.cancel();
-  waitNoMore();
+  stopAwaitingTurn();
   if (!isQueued_) runner_.removeSocket(socket_.get());
   isQueued_ = false;
   socket_.close();
@@ -102,7 +102,7 @@ void Connection::onEvent(int, unsigned int events) {
   if (isPending()) return host_.onPendingReadable();
   if ((events & POLLOUT) != 0) write();
   if ((events & ~static_cast<unsigned int>(POLLOUT)) != 0 && !isWaiting()) takeFirstTurn();
-  host_.settle();
+  host_.writeQueues();
 }
 
 void Connection::takeFirstTurn() {
@@ -112,25 +112,25 @@ void Connection::takeFirstTurn() {
   (void)readOnce(turns_.firstRead());
   turns_.addFirst(units - work.left());
   debt_ = std::max<Work::Units>(0, -work.left());
-  if (isOpen() && (debt_ > 0 || reader_.hasFrame())) wait();
+  if (isOpen() && (debt_ > 0 || reader_.hasFrame())) awaitTurn();
 }
 
 // Handles what was set aside, then what is read bit by bit, as long as the turn allows.
-void Connection::goOn() {
+void Connection::spendTurn() {
   while (isOpen() && !turns_.work().isSpent()) {
-    if (reader_.hasFrame()) handleSome();
+    if (reader_.hasFrame()) handleKept();
     else if (!readOnce(Turns::kShortRead)) return;
   }
-  if (isOpen()) wait();
+  if (isOpen()) awaitTurn();
 }
 
-void Connection::wait() {
+void Connection::awaitTurn() {
   if (isWaiting()) return;
   place_ = turns_.add(*this, reader_.hasFrame() ? reader_.keptBytes() : 0);
   (void)runner_.setReadAhead(socket_.get(), true);
 }
 
-void Connection::waitNoMore() {
+void Connection::stopAwaitingTurn() {
   if (!isWaiting()) return;
   turns_.forget(std::exchange(place_, turns_.nowhere()));
   (void)runner_.setReadAhead(socket_.get(), false);
@@ -148,8 +148,8 @@ bool Connection::readOnce(std::size_t most) {
   return false;
 }
 
-// Those that were set aside.
-void Connection::handleSome() {
+// The frames that were set aside.
+void Connection::handleKept() {
   reader_.resume();
   handleFrames();
   if (isOpen() && !reader_.hasFrame()) reader_.trim();
@@ -214,7 +214,7 @@ void Connection::onStall() {
   const bool isStalled = isOpen() && (hasRegistered ? out_->size() == before : out_ == nullptr);
   if (isStalled)
     host_.onConnectionClosed(hasRegistered ? "reads nothing while its queue is full" : "does not register");
-  host_.settle();
+  host_.writeQueues();
 }
 
 // C3.  One timer outlasts many frames, so that a stream of them costs nothing but a look at their number.
@@ -233,7 +233,7 @@ void Connection::onFrameStall() {
   if (isStalled()) takeFirstTurn();
   if (isStalled()) host_.onConnectionClosed("left a frame unfinished");
   watchFrame();
-  host_.settle();
+  host_.writeQueues();
 }
 
 }  // namespace loader

@@ -25,8 +25,8 @@ class ConnectionHost {
   virtual void onPendingReadable() = 0;
   // The connection is of no use any more; the reason is empty when the other side just closed it.  Calls close().
   virtual void onConnectionClosed(const std::string& reason) = 0;
-  // At the end of every callback: what it put into queues is to be written.
-  virtual void settle() = 0;
+  // At the end of every callback: writes what it put into queues.
+  virtual void writeQueues() = 0;
 
  protected:
   ~ConnectionHost() = default;
@@ -104,13 +104,13 @@ class Connection {
  private:
   void onEvent(int fd, unsigned int events);
   void takeFirstTurn();
-  void goOn();
+  void spendTurn();
   bool readOnce(std::size_t most);
-  void handleSome();
+  void handleKept();
   void handleFrames();
   bool isWaiting() const { return place_ != turns_.nowhere(); }
-  void wait();
-  void waitNoMore();
+  void awaitTurn();
+  void stopAwaitingTurn();
   const char* whatIsTooLong() const;
   void write();
   void giveUpWriting();

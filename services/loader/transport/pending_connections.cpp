@@ -1,5 +1,5 @@
-// A connection is taken out of its queue before it is served: it may be closed, or queued again, from inside.  Poll does
-// not report what is queued, so a timer sees to it that the next pass comes.
+// A connection is taken out of its queue before it is served: it may be closed, or queued again, from inside.  Poll
+// does not report what is queued, so a timer sees to it that the next pass comes.
 
 #include "transport/pending_connections.h"
 
@@ -68,7 +68,7 @@ Connection* PendingConnections::Round::takeNext(unsigned int now) {
     }
     turns_.push_back(account);
     Connection* first = queue.front();
-    if (!first->isLetIn() && account != nullptr && !account->pace().takesOne(now)) continue;
+    if (!first->isLetIn() && account != nullptr && !account->pace().admitOne(now)) continue;
     first->letIn();
     queue.pop_front();
     return first;

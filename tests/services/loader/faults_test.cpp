@@ -48,37 +48,37 @@ struct Story {
 class Pair {
  public:
   bool begin() {
-    asker_ = RawPeer();
+    caller_ = RawPeer();
     answerer_ = RawPeer();
-    if (!asker_.connect() || !answerer_.connect()) return false;
+    if (!caller_.connect() || !answerer_.connect()) return false;
     answererId_ = answerer_.registerAs(0);
-    askerId_ = asker_.registerAs(0);
-    return answererId_ != 0 && askerId_ != 0 && asker_.meet(answererId_, answerer_);
+    callerId_ = caller_.registerAs(0);
+    return answererId_ != 0 && callerId_ != 0 && caller_.meet(answererId_, answerer_);
   }
 
   bool ask(unsigned int number) {
-    if (!asker_.send(kl::test::request({answererId_, 0}, kl::CMD_GETOBJ, number))) return false;
+    if (!caller_.send(kl::test::request({answererId_, 0}, kl::CMD_GETOBJ, number))) return false;
     const auto request = receiveRequest();
     if (!request || !answerer_.send(kl::test::replyTo(*request))) return false;
-    return asker_.receiveReply(number).has_value();
+    return caller_.receiveReply(number).has_value();
   }
 
-  bool stands() { return !asker_.isDisconnected(0) && !answerer_.isDisconnected(0); }
+  bool stands() { return !caller_.isDisconnected(0) && !answerer_.isDisconnected(0); }
 
  private:
-  // Nothing when the asker has ended: the loader says so, and no request comes any more.
+  // Nothing when the caller has ended: the loader says so, and no request comes any more.
   std::optional<kl::message> receiveRequest() {
     while (auto m = answerer_.receive()) {
       const unsigned int command = m->get(kl::SYS_CMD, kl::CMD_NOOP);
       if (command == kl::CMD_GETOBJ) return m;
-      if (command == kl::CMD_DISCONNECTED && m->get(kl::SYS_FROM, {}) == std::vector{askerId_}) break;
+      if (command == kl::CMD_DISCONNECTED && m->get(kl::SYS_FROM, {}) == std::vector{callerId_}) break;
     }
     return {};
   }
 
-  RawPeer asker_;
+  RawPeer caller_;
   RawPeer answerer_;
-  unsigned int askerId_ = 0;
+  unsigned int callerId_ = 0;
   unsigned int answererId_ = 0;
 };
 

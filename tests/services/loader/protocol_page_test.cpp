@@ -94,7 +94,7 @@ TEST(ProtocolPage, TheRightsAreThoseOfBob) {
 }
 
 TEST(ProtocolPage, AGatewaysRightsAreWorkedOutAsShown) {
-  const auto users = std::make_shared<loader::SpokenUsers>();
+  const auto users = std::make_shared<loader::UsersSpokenFor>();
   loader::SenderRights bob = loader::equalRights("bob", loader::Rights::of(64 | 128));
   bob.user = loader::trustedRights("bob").user;
   users->add("bob", bob);

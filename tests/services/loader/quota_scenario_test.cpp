@@ -118,7 +118,7 @@ unsigned int askWithoutReading(unsigned int peersInAll, unsigned int requestsOfE
   return asked;
 }
 
-TEST_F(QuotaScenario, RepliesThatNobodyReadsTakeWhatTheirAskerMayTake) {
+TEST_F(QuotaScenario, RepliesThatNobodyReadsTakeWhatTheirCallerMayTake) {
   const LoaderProcess loader("[loader]\nstall_seconds = 0\n");
   ASSERT_TRUE(rootGetsIn());
   const std::size_t before = loader.memory();

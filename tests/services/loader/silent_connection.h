@@ -22,7 +22,7 @@ class SilentConnection final : public ConnectionHost {
   const char* onFrame(std::span<const unsigned char>) override { return nullptr; }
   void onPendingReadable() override {}
   void onConnectionClosed(const std::string&) override {}
-  void settle() override {}
+  void writeQueues() override {}
 
  private:
   static Descriptor newSocket() { return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }

@@ -49,7 +49,7 @@ class DenialsTest : public testing::Test {
   common::Descriptor in_;
   std::unique_ptr<loader::Log> log_;
   std::unique_ptr<Denials> denials_;
-  Access::Denial denial_ = Access::Denial::kLacks;
+  Access::Denial denial_ = Access::Denial::kLacksRight;
   Service sender_{500};
   std::vector<unsigned char> frame_;
 };
@@ -86,13 +86,13 @@ TEST_F(DenialsTest, ALineAboutAGatewayIsAboutTheUserWhomItNames) {
   kl::message m = request({24, 3}, kl::CMD_SET, 5);
   m.insert(kl::SYS_USER, "alice");
   EXPECT_NE(report(7001, 0, m).find("explain bob 24/3 CMD_SET\n"), std::string::npos) << "it is none";
-  sender_.rights.speaksFor = std::make_shared<loader::SpokenUsers>();
+  sender_.rights.speaksFor = std::make_shared<loader::UsersSpokenFor>();
   EXPECT_EQ(report(7001, 0, m),
             "kl-loader: netif (500): CMD_SET to 24/3 in the name of alice is not allowed: lacks the right "
             "control; see: klctl rights explain alice 24/3 CMD_SET\n");
   m.insert(kl::SYS_POLICY, 64);
   EXPECT_NE(report(7001, 0, m).find("in the name of alice, limited to read is not"), std::string::npos);
-  denial_ = Access::Denial::kStranger;
+  denial_ = Access::Denial::kForeignUser;
   m.insert(kl::SYS_USER, "\x1b[2J");
   EXPECT_EQ(report(7001, 0, m),
             "kl-loader: netif (500): CMD_SET to 24/3 is not allowed: names a user for whom it does not "

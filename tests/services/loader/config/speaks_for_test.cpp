@@ -32,7 +32,7 @@ class SpeaksForTest : public testing::Test {
     for (const auto& warning : c.warnings) text += warning.describe() + "\n";
     return text;
   }
-  static std::shared_ptr<const loader::SpokenUsers> spokenBy(const Configuration& c) {
+  static std::shared_ptr<const loader::UsersSpokenFor> spokenBy(const Configuration& c) {
     return loader::senderRights(c, {kDaemon, c.find(40)}).speaksFor;
   }
 

@@ -62,8 +62,8 @@ TEST_F(KeptDataTest, WhoComesAgainKeepsItsDataButIsAwayNoMore) {
   KeptData kept(path(), log_);
   kept.open();
   kept.put(32, someData());
-  kept.back(32);
-  kept.back(33);  // nothing to it
+  kept.endAbsence(32);
+  kept.endAbsence(33);  // nothing to it
   Kept expected = someData();
   expected.awaySince = 0;
   EXPECT_EQ(*kept.find(32), expected);
@@ -74,7 +74,7 @@ TEST_F(KeptDataTest, WithoutDataNothingStaysOfWhoComesAgain) {
   KeptData kept(path(), log_);
   kept.open();
   kept.put(32, {{}, 9, {}, 3});
-  kept.back(32);
+  kept.endAbsence(32);
   EXPECT_EQ(kept.find(32), nullptr);
   EXPECT_TRUE(found().empty());
 }

@@ -18,12 +18,12 @@ using loader::Service;
 class Host final : public loader::LifecycleHost {
  public:
   void adopt(Service&, loader::Descriptor) override { ADD_FAILURE() << "nothing is started here"; }
-  void closeConnectionsOf(Service&) override {}
+  void drainConnectionsOf(Service&) override {}
   void disconnect(Service& service) override { disconnected += std::to_string(service.id) + " "; }
   void onServiceGone(Service& service) override { gone += std::to_string(service.id) + " "; }
   void onServiceLeft(Service&) override {}
   void onAllEnded() override { hasEnded = true; }
-  void settle() override {}
+  void writeQueues() override {}
 
   std::string gone;
   std::string disconnected;
@@ -66,12 +66,12 @@ class LifecycleRules : public testing::Test {
   }
 
   unsigned int ask(Service& service) {
-    EXPECT_EQ(router_.route(asker_, flat(request({service.id}, kl::CMD_GET, 5, {7}))), nullptr);
+    EXPECT_EQ(router_.route(caller_, flat(request({service.id}, kl::CMD_GET, 5, {7}))), nullptr);
     return takeError();
   }
-  // The error that the asker has been answered; ERROR_OK when it waits.
+  // The error that the caller has been answered; ERROR_OK when it waits.
   unsigned int takeError() {
-    const auto all = takeMessages(asker_.out);
+    const auto all = takeMessages(caller_.out);
     return all.empty() ? kl::ERROR_OK : errorOf(all[0]);
   }
 
@@ -101,7 +101,7 @@ class LifecycleRules : public testing::Test {
   loader::Idleness idleness_{runner_, [] { return 0U; }, [](Service&) {}};
   loader::Lifecycle lifecycle_{runner_,       table_,   requests_, outbox_, router_,
                                registration_, leaving_, idleness_, log_,    host_};
-  Service& asker_ = connected(table_, 10);
+  Service& caller_ = connected(table_, 10);
 };
 
 TEST_F(LifecycleRules, AStopOfAServiceThatNobodyHasRegisteredAsBreaksThePathsAtOnce) {
@@ -154,7 +154,7 @@ TEST_F(LifecycleRules, AGuestIsDisconnectedByAStopAndItsDeathIsAnnounced) {
   EXPECT_EQ(guest.state, kl::SVC_STATE_STOPPED);
   EXPECT_EQ(guest.pid, 0);
   router_.announceEnds();
-  EXPECT_EQ(takeMessages(asker_.out).at(0).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
+  EXPECT_EQ(takeMessages(caller_.out).at(0).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);
 }
 
 TEST_F(LifecycleRules, AGuestThatTheLoaderWasToldToFollowIsFollowedAfterADelay) {
@@ -196,7 +196,7 @@ TEST_F(LifecycleRules, WhatEndedBeforeAServiceIsAskedToLeaveIsSentToItBefore) {
 
 TEST_F(LifecycleRules, OrdersForWhatTheLoaderDoesNotStartAreRefused) {
   for (const unsigned int action : {kl::SVC_START, kl::SVC_STOP, kl::SVC_RESTART, kl::SVC_LEAVE})
-    EXPECT_STREQ(lifecycle_.order(asker_, action), "the loader does not start this service");
+    EXPECT_STREQ(lifecycle_.order(caller_, action), "the loader does not start this service");
 }
 
 TEST_F(LifecycleRules, WhenTheLoaderEndsNothingIsStartedAnyMore) {

@@ -21,9 +21,10 @@ using loader::Step;
 using loader::Steps;
 using Words = std::vector<std::string>;
 
-constexpr const char* kStepNames[] = {
-    "cancel delay", "announce", "give up", "drop", "keep", "forget process", "log",  "wait",      "disarm",
-    "greet",        "launch",   "tell",    "arm",  "kill", "release",        "need", "disconnect"};
+constexpr const char* kStepNames[] = {"cancel delay",   "declare gone", "give up", "drop",   "keep",
+                                      "forget process", "log",          "wait",    "disarm", "greet",
+                                      "launch",         "tell",         "arm",     "kill",   "release",
+                                      "need",           "disconnect"};
 static_assert(std::size(kStepNames) == loader::kSteps);
 
 std::string trimmed(const std::string& text) {
@@ -161,7 +162,7 @@ TEST(LifeStates, StepsAndTargetsFitTogether) {
       // what is held is not left lying when nothing is held any more
       const bool empties = t->steps.has(Step::kRelease) || t->steps.has(Step::kGreet) ||
                            t->steps.has(Step::kDrop) || t->steps.has(Step::kGiveUp) ||
-                           t->steps.has(Step::kAnnounce);
+                           t->steps.has(Step::kDeclareGone);
       const bool waitsForItsEnd = to.process == ProcessOf::kLoader && to.shown == kl::SVC_STATE_STOPPING;
       EXPECT_TRUE(!from.holds || to.holds || empties || waitsForItsEnd || failed) << pair;
       // a delay is begun exactly on the way to a state that waits for it

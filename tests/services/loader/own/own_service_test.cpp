@@ -164,7 +164,7 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   EXPECT_EQ(row.get(kl::SVC_REQUESTS, 9), 0u);
 }
 
-TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsAsker) {
+TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsCaller) {
   onOrder_ = [this] {  // a restart: messages are held for the process that comes
     a_.connection = nullptr;
     a_.isHeldFor = true;
@@ -214,7 +214,7 @@ TEST_F(OwnServiceTest, ALargeTableComesInChunksThatGoOnWhereTheLastEnded) {
   EXPECT_GT(chunks, 3);
 }
 
-TEST_F(OwnServiceTest, TheAskerMayWantFewerRowsAtATime) {
+TEST_F(OwnServiceTest, TheCallerMayWantFewerRowsAtATime) {
   for (const unsigned int id : {20u, 30u, 40u}) connected(table_, id);
   kl::message m = request({}, kl::CMD_GETALL, 5);
   m.insert(kl::STD_GETALLNO, 2);
@@ -371,7 +371,7 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());
   subscribe();
-  subscriptions_.forgetOf(a_);
+  subscriptions_.forgetSubscriber(a_);
   table_.setState(a_, kl::SVC_STATE_RUNNING);
   own_.sendChanges();
   EXPECT_TRUE(a_.out.empty());

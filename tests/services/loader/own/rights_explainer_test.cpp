@@ -133,7 +133,7 @@ TEST_F(RightsExplainerTest, RootMayDoEverything) {
   EXPECT_EQ(ruleText(ruleOf(answer)), "built in|root|0|all");
 }
 
-TEST_F(RightsExplainerTest, WithoutAUserTheAskersOwnRequestsAreExplained) {
+TEST_F(RightsExplainerTest, WithoutAUserTheCallersOwnRequestsAreExplained) {
   const kl::message answer = explainer_.explain(daemon_, by("daemon", 64, question("", {24})));
   EXPECT_EQ(answer.get(kl::RIGHTS_USER, ""), "daemon");
   EXPECT_EQ(ruleOf(answer).get(kl::RULE_KEY, ""), "daemon");

@@ -9,12 +9,12 @@ using loader::Pace;
 // How many of `count` connections may come in this tick.
 unsigned int taken(Pace& pace, unsigned int now, unsigned int count) {
   unsigned int sum = 0;
-  for (unsigned int i = 0; i < count; ++i) sum += pace.takesOne(now) ? 1 : 0;
+  for (unsigned int i = 0; i < count; ++i) sum += pace.admitOne(now) ? 1 : 0;
   return sum;
 }
 
 void fail(Pace& pace, unsigned int now, unsigned int count) {
-  for (unsigned int i = 0; i < count; ++i) (void)pace.failed(now);
+  for (unsigned int i = 0; i < count; ++i) (void)pace.countFailure(now);
 }
 
 TEST(Pace, WithoutARateAnyNumberMayCome) {
@@ -42,16 +42,16 @@ TEST(Pace, AfterALongQuietItIsNoMoreThanTheBurst) {
 TEST(Pace, AfterTooManyFailuresNobodyComesUntilTheTickIsOver) {
   Pace pace;
   fail(pace, 7, Pace::kMostFailures);
-  EXPECT_FALSE(pace.takesOne(7));
-  EXPECT_TRUE(pace.takesOne(8));
+  EXPECT_FALSE(pace.admitOne(7));
+  EXPECT_TRUE(pace.admitOne(8));
 }
 
 TEST(Pace, OneFailureLessHoldsNobodyUp) {
   Pace pace;
   fail(pace, 7, Pace::kMostFailures - 1);
-  EXPECT_TRUE(pace.takesOne(7));
+  EXPECT_TRUE(pace.admitOne(7));
   fail(pace, 8, Pace::kMostFailures - 1);
-  EXPECT_TRUE(pace.takesOne(8));
+  EXPECT_TRUE(pace.admitOne(8));
 }
 
 TEST(Pace, BehindATickWithTooManyOnlyAsManyComeAsMayFail) {
@@ -64,15 +64,15 @@ TEST(Pace, BehindATickWithTooManyOnlyAsManyComeAsMayFail) {
 TEST(Pace, TheFailureThatHoldsUpIsToldOnceATick) {
   Pace pace;
   unsigned int told = 0;
-  for (unsigned int i = 0; i < 3 * Pace::kMostFailures; ++i) told += pace.failed(7) ? 1 : 0;
+  for (unsigned int i = 0; i < 3 * Pace::kMostFailures; ++i) told += pace.countFailure(7) ? 1 : 0;
   EXPECT_EQ(told, 1u);
 }
 
 TEST(Pace, LinesKeepADistance) {
   Pace pace;
-  EXPECT_TRUE(pace.takesLine(3));
-  EXPECT_FALSE(pace.takesLine(3 + Pace::kLineTicks - 1));
-  EXPECT_TRUE(pace.takesLine(3 + Pace::kLineTicks));
+  EXPECT_TRUE(pace.takeLogLine(3));
+  EXPECT_FALSE(pace.takeLogLine(3 + Pace::kLineTicks - 1));
+  EXPECT_TRUE(pace.takeLogLine(3 + Pace::kLineTicks));
 }
 
 TEST(Pace, TheTimeMayWrapAround) {

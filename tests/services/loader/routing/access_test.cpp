@@ -51,7 +51,7 @@ TEST_F(AccessTest, ARequestCarriesTheRightsOfItsSenderAtItsDestination) {
 
 TEST_F(AccessTest, WithoutAnyRightNoRequestIsDelivered) {
   const Access access = decide(bob(Rights::of(64)), kl::CMD_GET, {1, nullptr});
-  EXPECT_EQ(access.denial, Access::Denial::kNone);
+  EXPECT_EQ(access.denial, Access::Denial::kNoRights);
   EXPECT_EQ(access.reason(), "has no rights there");
   EXPECT_FALSE(decide(bob(Rights::of(0)), kl::CMD_SET).isDenied());  // rights of no bit are rights
 }
@@ -91,7 +91,7 @@ TEST_F(AccessTest, AListOfCommandsSaysWhatEachNeeds) {
   const SenderRights reader = bob(Rights::of(64));
   EXPECT_FALSE(decide(reader, kl::CMD_GET, to).isDenied());
   const Access lacking = decide(reader, 0x60001, to);
-  EXPECT_EQ(lacking.denial, Access::Denial::kLacks);
+  EXPECT_EQ(lacking.denial, Access::Denial::kLacksRight);
   EXPECT_EQ(lacking.missing, 512u);
   EXPECT_EQ(lacking.reason(), "lacks the right control");
   EXPECT_FALSE(decide(bob(Rights::of(64 | 512)), 0x60001, to).isDenied());
@@ -103,7 +103,7 @@ TEST_F(AccessTest, AListOfCommandsSaysWhatEachNeeds) {
 
 // A gateway that may only read, and speaks for alice, who may change nothing at the first access list.
 SenderRights gateway() {
-  const auto users = std::make_shared<loader::SpokenUsers>();
+  const auto users = std::make_shared<loader::UsersSpokenFor>();
   SenderRights alice = loader::equalRights("alice", Rights::of(64 | 128 | 1024));
   alice.user = loader::trustedRights("alice").user;
   alice.grants.push_back({Rights::of(64), {}});
@@ -134,7 +134,7 @@ TEST_F(AccessTest, AGatewaysRequestHasTheRightsOfTheUserThatItNames) {
 TEST_F(AccessTest, TheRightsOfTheNamedUserAreThoseAtTheDestination) {
   const SenderRights sender = gateway();
   EXPECT_EQ(decide(sender, inNameOf("alice"), {1, nullptr}).mark.policy, 64u);
-  EXPECT_EQ(decide(sender, inNameOf("alice"), {2, nullptr}).denial, Access::Denial::kNone);
+  EXPECT_EQ(decide(sender, inNameOf("alice"), {2, nullptr}).denial, Access::Denial::kNoRights);
   EXPECT_TRUE(decide(sender, inNameOf("alice"), {3, nullptr}).isDenied());
 }
 
@@ -150,15 +150,15 @@ TEST_F(AccessTest, ThePolicyOfTheRequestLimitsTheRightsOfTheNamedUser) {
   kl::message m = inNameOf("alice");
   EXPECT_FALSE(decide(sender, m, {0, &commands}).isDenied());
   m.insert(kl::SYS_POLICY, 64);
-  EXPECT_EQ(decide(sender, m, {0, &commands}).denial, Access::Denial::kLacks);
+  EXPECT_EQ(decide(sender, m, {0, &commands}).denial, Access::Denial::kLacksRight);
 }
 
 TEST_F(AccessTest, NobodySpeaksForAUserWhereHeMayDoEverything) {
-  const auto users = std::make_shared<loader::SpokenUsers>();
+  const auto users = std::make_shared<loader::UsersSpokenFor>();
   users->add("alice", bob(Rights::everything(), Rights::of(64)));
   SenderRights sender = loader::equalRights("web", Rights::of(64));
   sender.speaksFor = users;
-  EXPECT_EQ(decide(sender, inNameOf("alice")).denial, Access::Denial::kStranger);
+  EXPECT_EQ(decide(sender, inNameOf("alice")).denial, Access::Denial::kForeignUser);
   EXPECT_EQ(decide(sender, inNameOf("alice"), {1, nullptr}).bits, 64u);
 }
 
@@ -166,7 +166,7 @@ TEST_F(AccessTest, AGatewaySpeaksForNobodyElse) {
   const SenderRights sender = gateway();
   for (const char* user : {"root", "bob", "web", "", "alice ", "Alice"}) {
     const Access access = decide(sender, inNameOf(user));
-    EXPECT_EQ(access.denial, Access::Denial::kStranger) << user;
+    EXPECT_EQ(access.denial, Access::Denial::kForeignUser) << user;
     EXPECT_EQ(access.reason(), "names a user for whom it does not speak");
   }
 }

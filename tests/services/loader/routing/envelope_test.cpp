@@ -59,7 +59,7 @@ TEST(Envelope, FindsWhatRoutingDependsOn) {
   EXPECT_TRUE(e.isCommand());
   EXPECT_TRUE(e.isTracked());
   EXPECT_FALSE(e.isReply());
-  EXPECT_FALSE(e.isNotice());
+  EXPECT_FALSE(e.isErrorNotice());
   EXPECT_FALSE(e.isControl);
 }
 
@@ -83,10 +83,10 @@ TEST(Envelope, AnErrorWithoutCommandIsANotice) {
   Envelope e;
   const auto notice = bytes(std::string("4d32 0400ff09 02") + kTo);
   ASSERT_EQ(readEnvelope(notice, e), nullptr);
-  EXPECT_TRUE(e.isNotice());
+  EXPECT_TRUE(e.isErrorNotice());
   const auto command = bytes(std::string("4d32 0400ff09 02 0700ff09 07") + kTo);
   ASSERT_EQ(readEnvelope(command, e), nullptr);
-  EXPECT_FALSE(e.isNotice());
+  EXPECT_FALSE(e.isErrorNotice());
 }
 
 TEST(Envelope, ANoticeIsNotTracked) {
@@ -94,7 +94,7 @@ TEST(Envelope, ANoticeIsNotTracked) {
   const auto notice =
       bytes(std::string("4d32 0400ff09 02 0600ff09 2a") + kTo);  // STATUS_ERROR with a request id
   ASSERT_EQ(readEnvelope(notice, e), nullptr);
-  EXPECT_TRUE(e.isNotice());
+  EXPECT_TRUE(e.isErrorNotice());
   EXPECT_FALSE(e.isTracked());
 }
 

@@ -55,18 +55,18 @@ class RouterTest : public testing::Test {
                  requests_,
                  subscriptions_,
                  outbox_,
-                 {[this](Service& asker, const kl::message& m) {
-                    askers_.push_back(asker.id);
+                 {[this](Service& caller, const kl::message& m) {
+                    callers_.push_back(caller.id);
                     asked_.push_back(m);
-                    if (endsItsAsker_) asker.connection = nullptr;
+                    if (endsItsCaller_) caller.connection = nullptr;
                   },
                   [this](Service& sender, const loader::Envelope& e) {
                     EXPECT_EQ(sender.id, 10u);
                     codes_.push_back(e.control);
                   },
                   [this](Service& to) { needed_.push_back(to.id); }}};
-  bool endsItsAsker_ = false;  // as an asker ends that stops itself
-  Ids askers_;                 // of the loader's own service, and what they asked
+  bool endsItsCaller_ = false;  // as a caller ends that stops itself
+  Ids callers_;                 // of the loader's own service, and what they asked
   std::vector<kl::message> asked_;
   Ids codes_;   // of control messages
   Ids needed_;  // services that something is held for
@@ -211,7 +211,7 @@ TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
   EXPECT_EQ(takeMessages(b_).size(), 1u);
   EXPECT_EQ(requests_.size(), 0u);
   b_.connection = nullptr;
-  router_.serviceGone(b_);
+  router_.onServiceGone(b_);
   router_.announceEnds();
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
 }
@@ -223,7 +223,7 @@ TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndThenNews) {
   silent.remove(kl::SYS_REPLYEXP);
   (void)route(a_, silent);
   b_.connection = nullptr;
-  router_.serviceGone(b_);
+  router_.onServiceGone(b_);
   EXPECT_TRUE(other_.out.empty());
   router_.announceEnds();
   const std::vector<kl::message> got = takeMessages(a_);
@@ -246,7 +246,7 @@ TEST_F(RouterTest, WhoSentToTheEndedOrGotFromItHearsOfItAndNobodyElse) {
   (void)route(b_, notification({30}));
   for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
   b_.connection = nullptr;
-  router_.serviceGone(b_);
+  router_.onServiceGone(b_);
   router_.announceEnds();
   for (Service* s : {&a_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{24});
   EXPECT_TRUE(peer.out.empty());
@@ -257,7 +257,7 @@ TEST_F(RouterTest, WhatIsSentToAllMakesAnAcquaintanceOfEverybodyThere) {
   Service& late = connected(table_, 31);
   for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
   a_.connection = nullptr;
-  router_.serviceGone(a_);
+  router_.onServiceGone(a_);
   router_.announceEnds();
   for (Service* s : {&b_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{10});
   EXPECT_TRUE(late.out.empty());
@@ -268,7 +268,7 @@ TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
   Service& late = connected(table_, 99);
   (void)takeMessages(a_);
   late.connection = nullptr;
-  router_.serviceGone(late);
+  router_.onServiceGone(late);
   router_.announceEnds();
   EXPECT_TRUE(a_.out.empty());
 }
@@ -276,7 +276,7 @@ TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
 TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
   a_.connection = nullptr;
-  router_.serviceGone(a_);
+  router_.onServiceGone(a_);
   EXPECT_EQ(requests_.size(), 0u);
   (void)takeMessages(b_);
   (void)route(b_, replyTo({10, 7}, 5));
@@ -323,7 +323,7 @@ TEST_F(RouterTest, RequestsToTheLoaderReachItsOwnService) {
   (void)route(a_, request({1, 0}, kl::CMD_GETALL, 6, {7}));
   ASSERT_EQ(asked_.size(), 2u);
   EXPECT_EQ(table_.find(1)->traffic.messagesIn, 2u);
-  EXPECT_EQ(askers_, (Ids{10, 10}));
+  EXPECT_EQ(callers_, (Ids{10, 10}));
   EXPECT_EQ(asked_[0].get(kl::SYS_FROM, {}), (Ids{10, 7}));
   EXPECT_EQ(asked_[0].get(kl::SYS_TO, Ids{5}), Ids{});
 }
@@ -335,7 +335,7 @@ TEST_F(RouterTest, AListOfPathsReachesTheLoaderOnce) {
 }
 
 TEST_F(RouterTest, WhoEndsItselfInTheMiddleOfAListSaysNothingMore) {
-  endsItsAsker_ = true;
+  endsItsCaller_ = true;
   (void)route(a_, request({kl::PATH_MULTI, 1, 30, 1, 1, 1, 24}, kl::CMD_GETALL, 5, {7}));
   EXPECT_EQ(takeMessages(other_).size(), 1u);
   EXPECT_EQ(asked_.size(), 1u);
@@ -601,7 +601,7 @@ TEST_F(RouterTest, WhatIsHeldForANextProcessCountsForItsSenders) {
   fillPart(b_, other_);
   EXPECT_FALSE(outbox_.isFull(b_, a_));
   b_.connection = nullptr;
-  router_.serviceLeft(b_);
+  router_.onServiceLeft(b_);
   EXPECT_TRUE(outbox_.isFull(b_, other_));
   EXPECT_FALSE(outbox_.isFull(b_, a_));
 }
@@ -661,7 +661,7 @@ TEST_F(RouterTest, ARequestTooManyIsBusyUntilTheOldestIsOld) {
   EXPECT_EQ(errorOf(old), kl::ERROR_TIMEOUT);
   EXPECT_EQ(old.get(kl::SYS_REQID, 77), 0u);
   EXPECT_EQ(takeOnly(b_).get(kl::SYS_REQID, 0), 5000u);
-  EXPECT_EQ(a_.requests.askedCount, Router::kMaxOpenRequests);
+  EXPECT_EQ(a_.requests.madeCount, Router::kMaxOpenRequests);
   (void)route(other_, request({24}, kl::CMD_GET, 1, {7}));  // others are not concerned
   EXPECT_EQ(takeMessages(b_).size(), 1u);
 }
@@ -703,7 +703,7 @@ TEST_F(AccountedRouter, WhoHasNoRoomForAReplyIsBusyBeforeItIsWorkedOn) {
   EXPECT_EQ(refused.get(kl::SYS_FROM, {}), (Ids{24, 3}));
 }
 
-TEST_F(AccountedRouter, TheLoaderMakesNoReplyThatItsAskerHasNoRoomFor) {
+TEST_F(AccountedRouter, TheLoaderMakesNoReplyThatItsCallerHasNoRoomFor) {
   fillWithReplies();
   ASSERT_EQ(route(a_, request({1}, kl::CMD_GETALL, 9, {5})), "");
   EXPECT_TRUE(asked_.empty());
@@ -748,7 +748,7 @@ TEST_F(AccountedRouter, OpenRequestsOfAllConnectionsOfAUserCount) {
 }
 
 TEST_F(AccountedRouter, WhatAGatewayAsksForOthersIsTakenFromItsOwnAccount) {
-  const auto users = std::make_shared<loader::SpokenUsers>();
+  const auto users = std::make_shared<loader::UsersSpokenFor>();
   users->add("bob", loader::equalRights("bob", Rights::of(64)));
   a_.rights = loader::equalRights("web", Rights::of(64));
   a_.rights.speaksFor = users;
@@ -907,7 +907,7 @@ TEST_F(NotificationTest, AfterUnsubscribingItNeedsRights) {
 TEST_F(NotificationTest, TheSubscriptionsOfOneThatIsGoneAreForgotten) {
   const auto endOf = [this](Service& gone) {
     loader::Connection* const connection = std::exchange(gone.connection, nullptr);
-    router_.serviceGone(gone);
+    router_.onServiceGone(gone);
     gone.connection = connection;
     (void)takeMessages(a_), (void)takeMessages(b_), (void)takeMessages(other_);
   };
@@ -924,7 +924,7 @@ TEST_F(NotificationTest, TheSubscriptionsOfOneThatIsGoneAreForgotten) {
 TEST_F(NotificationTest, TheSubscriptionsOfOneThatLeavesHoldOn) {
   const auto leaveOf = [this](Service& leaver) {
     loader::Connection* const connection = std::exchange(leaver.connection, nullptr);
-    router_.serviceLeft(leaver);
+    router_.onServiceLeft(leaver);
     leaver.connection = connection;
   };
   leaveOf(b_);
@@ -955,7 +955,7 @@ TEST_F(NotificationTest, WhatAnEndBehindASubscriberTakesWithItIsForgotten) {
 
 TEST_F(NotificationTest, AGatewaysWordEndsTheSubscriptionsBehindIt) {
   a_.rights = loader::equalRights("web", Rights::of(64));
-  a_.rights.speaksFor = std::make_shared<loader::SpokenUsers>();
+  a_.rights.speaksFor = std::make_shared<loader::UsersSpokenFor>();
   (void)route(a_, wish(kl::CMD_SUBSCRIBE, {24, 3}, {8, 1}));
   (void)takeMessages(b_);
   kl::message end = notification({24}, {8});
@@ -970,7 +970,7 @@ TEST_F(NotificationTest, AGatewaysWordEndsTheSubscriptionsBehindIt) {
 }
 
 TEST_F(RouterTest, ARequestInTheNameOfAUserArrivesWithHisNameAndTheRightsWorkedOut) {
-  const auto users = std::make_shared<loader::SpokenUsers>();
+  const auto users = std::make_shared<loader::UsersSpokenFor>();
   loader::SenderRights alice = loader::equalRights("alice", Rights::of(64 | 128));
   alice.user = loader::trustedRights("alice").user;
   users->add("alice", alice);
@@ -1011,7 +1011,7 @@ TEST_F(NotificationTest, ASubscriptionBeyondTheLimitsIsNotDelivered) {
   loader::Limits limits;
   limits.user[loader::Resource::kSubscriptions] = 3;  // one is there
   loader::Accounts accounts(limits, 0);
-  subscriptions_.forgetOf(a_);
+  subscriptions_.forgetSubscriber(a_);
   a_.account = &accounts.ofUser(1000, 0);
   (void)route(a_, wish(kl::CMD_SUBSCRIBE));
   for (const unsigned int handler : {1U, 2U, 3U})
@@ -1019,7 +1019,7 @@ TEST_F(NotificationTest, ASubscriptionBeyondTheLimitsIsNotDelivered) {
   EXPECT_EQ(takeMessages(b_).size(), 3u);
   EXPECT_TRUE(passesWithoutRights(told({10, 1}, {2})));
   EXPECT_FALSE(passesWithoutRights(told({10, 1}, {3})));
-  subscriptions_.forgetOf(a_);
+  subscriptions_.forgetSubscriber(a_);
 }
 
 TEST_F(NotificationTest, ASubscriptionThatIsHeldCountsUntilItIsThrownAway) {
@@ -1095,7 +1095,7 @@ TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
   for (const kl::message& m : {replyTo({40}, 5), notification({kl::PATH_ALL}), ended, notice})
     EXPECT_EQ(route(a_, m), "");
   other_.connection = nullptr;
-  router_.serviceGone(other_);
+  router_.onServiceGone(other_);
   EXPECT_TRUE(needed_.empty());
   EXPECT_EQ(takeHeld(left).size(), 1u);  // what another service said of an end, for whoever comes
 }
@@ -1109,7 +1109,7 @@ TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
   (void)route(other_, replyTo({24, 3}, 9));
   EXPECT_TRUE(a_.out.empty());
   b_.connection = nullptr;
-  router_.serviceLeft(b_);
+  router_.onServiceLeft(b_);
   const kl::message broken = takeOnly(a_);
   EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
   EXPECT_EQ(broken.get(kl::SYS_REQID, 0), 5u);
@@ -1125,7 +1125,7 @@ TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
   (void)route(a_, request({40}, kl::CMD_SUBSCRIBE, 5, {7}));
   for (Service* gone : {&a_, &other_}) {
     gone->connection = nullptr;
-    router_.serviceGone(*gone);
+    router_.onServiceGone(*gone);
   }
   router_.announceEnds();
   const std::vector<kl::message> held = takeHeld(left);
@@ -1142,7 +1142,7 @@ TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
   outbox_.release(b_);
   requests_.release(b_);
   b_.connection = nullptr;
-  router_.serviceLeft(b_);
+  router_.onServiceLeft(b_);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 

@@ -70,13 +70,13 @@ TEST(Shares, WhatIsNotedIsChargedBeforeItIsThere) {
 }
 
 TEST(Shares, APartIsWhatIsFree) {
-  EXPECT_FALSE(Shares::isPartUsed(0, 999, 1000));
-  EXPECT_FALSE(Shares::isPartUsed(499, 500, 1000));
-  EXPECT_TRUE(Shares::isPartUsed(500, 500, 1000));
-  EXPECT_TRUE(Shares::isPartUsed(0, 1000, 1000));
-  EXPECT_TRUE(Shares::isPartUsed(0, 1001, 1000));
+  EXPECT_FALSE(Shares::isShareUsed(0, 999, 1000));
+  EXPECT_FALSE(Shares::isShareUsed(499, 500, 1000));
+  EXPECT_TRUE(Shares::isShareUsed(500, 500, 1000));
+  EXPECT_TRUE(Shares::isShareUsed(0, 1000, 1000));
+  EXPECT_TRUE(Shares::isShareUsed(0, 1001, 1000));
   for (std::size_t waiting = 0; waiting < Shares::refusesFrom(1000); ++waiting)
-    EXPECT_FALSE(Shares::isPartUsed(waiting, waiting, 1000));
+    EXPECT_FALSE(Shares::isShareUsed(waiting, waiting, 1000));
 }
 
 // A queue as a list of single bytes with their senders beside the records.

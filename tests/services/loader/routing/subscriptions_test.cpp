@@ -178,7 +178,7 @@ TEST_F(SubscriptionsTest, BeyondTheNumberOfAnAccountTheNewestIsRefused) {
   EXPECT_EQ(add(other_, {3}, {7}), Outcome::kAdded);  // another account
   remove(reader_, {0}, {7});
   EXPECT_EQ(add(alsoOfAlice, {3}, {7}), Outcome::kAdded);
-  all_.forgetAt(provider_);
+  all_.forgetProvider(provider_);
 }
 
 TEST_F(SubscriptionsTest, TheBytesOfAnAccountAreBounded) {
@@ -191,7 +191,7 @@ TEST_F(SubscriptionsTest, TheBytesOfAnAccountAreBounded) {
   EXPECT_EQ(add(reader_, {3}, {7}, large), Outcome::kRefused);
   EXPECT_EQ(add(reader_, {3}, {7}), Outcome::kAdded);  // a small one
   EXPECT_EQ(alice_->used(loader::Resource::kSubscriptions), 3u);
-  all_.forgetAt(provider_);
+  all_.forgetProvider(provider_);
   EXPECT_EQ(alice_->used(loader::Resource::kSubscriptions), 0u);
   EXPECT_EQ(alice_->used(loader::Resource::kSubscriptionBytes), 0u);
 }
@@ -201,9 +201,9 @@ TEST_F(SubscriptionsTest, AServiceThatIsGoneTakesItsSubscriptionsWithIt) {
   (void)add(other_, {1}, {7});
   (void)all_.add(second_, Path(), reader_, Path(), loader::test::flat(wish()));
   (void)all_.add(reader_, Path(), other_, Path(), loader::test::flat(wish()));
-  all_.forgetAt(reader_);
+  all_.forgetProvider(reader_);
   EXPECT_EQ(all_.size(), 3u);
-  all_.forgetOf(reader_);
+  all_.forgetSubscriber(reader_);
   EXPECT_EQ(all_.size(), 1u);
   EXPECT_TRUE(has(other_, {1}, {7}));
 }
@@ -256,11 +256,11 @@ TEST_F(SubscriptionsTest, RandomStepsKeepTheTableAndItsAccountsTrue) {
     const PathOf path({std::get<2>(key)});
     switch (below(40)) {
       case 0:
-        all_.forgetAt(*at);
+        all_.forgetProvider(*at);
         std::erase_if(model, [&](const Key& k) { return std::get<0>(k) == at; });
         break;
       case 1:
-        all_.forgetOf(*of);
+        all_.forgetSubscriber(*of);
         std::erase_if(model, [&](const Key& k) { return std::get<1>(k) == of; });
         break;
       default:
@@ -281,7 +281,7 @@ TEST_F(SubscriptionsTest, RandomStepsKeepTheTableAndItsAccountsTrue) {
     ASSERT_EQ(all_.has({*at, handler, *of, path, 0x60000 + std::get<3>(key)}),
               channels.contains({at, of, std::get<2>(key), std::get<3>(key)}));
   }
-  for (Service* const service : services) all_.forgetAt(*service);
+  for (Service* const service : services) all_.forgetProvider(*service);
   EXPECT_EQ(all_.size(), 0u);
   EXPECT_EQ(alice_->used(loader::Resource::kSubscriptions), 0u);
   EXPECT_EQ(alice_->used(loader::Resource::kSubscriptionBytes), 0u);

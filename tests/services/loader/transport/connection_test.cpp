@@ -78,7 +78,7 @@ class StandingStill : public testing::Test, public loader::ConnectionHost {
     end_ = reason;
     connection_->close();
   }
-  void settle() override {}
+  void writeQueues() override {}
 
   kl::Runner runner_;
   loader::ReadArea area_;

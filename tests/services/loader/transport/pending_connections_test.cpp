@@ -93,7 +93,7 @@ class PendingConnectionsTest : public testing::Test {
       test_.pending_.forget(connection_);
       connection_.close();
     }
-    void settle() override {}
+    void writeQueues() override {}
 
    private:
     PendingConnectionsTest& test_;
@@ -182,7 +182,7 @@ TEST_F(PendingConnectionsTest, AfterTooManyFailuresOfAUserHisNextOnesWaitForTheT
   {
     const kl::test::ScriptedClock sameTick(kl::getJiffies());
     for (unsigned int i = 0; i < Pace::kMostFailures; ++i)
-      (void)accountOf(kAlice).pace().failed(kl::getJiffies());
+      (void)accountOf(kAlice).pace().countFailure(kl::getJiffies());
     allSay(kTooLong);
     (void)pass();
     EXPECT_EQ(pass(), "e2 ");
@@ -195,7 +195,7 @@ TEST_F(PendingConnectionsTest, AfterTooManyFailuresOfAUserHisNextOnesWaitForTheT
 
 TEST_F(PendingConnectionsTest, WhoWaitsWakesNobody) {
   comes(kAlice);
-  for (unsigned int i = 0; i < kBurst; ++i) (void)accountOf(kAlice).pace().takesOne(kl::getJiffies());
+  for (unsigned int i = 0; i < kBurst; ++i) (void)accountOf(kAlice).pace().admitOne(kl::getJiffies());
   says(0, kFrame);
   (void)pass();
   unsigned int passes = 0;
@@ -216,7 +216,7 @@ TEST_F(PendingConnectionsTest, WhoWasLetInGoesOnWithoutWaitingAgain) {
   says(0, kHalf);
   (void)pass();
   (void)pass();
-  while (accountOf(kAlice).pace().takesOne(kl::getJiffies())) {
+  while (accountOf(kAlice).pace().admitOne(kl::getJiffies())) {
   }
   says(0, {0, 0, 'M', '2'});
   (void)pass();

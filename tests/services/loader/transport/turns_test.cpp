@@ -136,7 +136,7 @@ class TurnsTest : public testing::Test {
       test_.heard_.push_back({number_, kEnd});
       connection.close();
     }
-    void settle() override {}
+    void writeQueues() override {}
 
     Connection connection;
 
