@@ -38,7 +38,7 @@ class Courier : public kl::Looper {
 
 // Gives the descriptors their places, and keeps the library's lines off the results.  The process leaves no core file
 // and never outlives klctl.
-int takeDescriptors(int loaderSocket, int klctlSocket) {
+int prepareProcess(int loaderSocket, int klctlSocket) {
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   (void)::prctl(PR_SET_DUMPABLE, 0);
   klctlSocket = ::fcntl(klctlSocket, F_DUPFD_CLOEXEC, kFirstFreeSocket);
@@ -47,10 +47,10 @@ int takeDescriptors(int loaderSocket, int klctlSocket) {
   return klctlSocket;
 }
 
-Bytes replyTo(Courier& courier, const Bytes& request) {
+Bytes performOrder(Courier& courier, const Bytes& bytes) {
   Order order;
-  std::memcpy(&order, request.data(), sizeof order);
-  kl::message m(request.data() + sizeof order, static_cast<unsigned int>(request.size() - sizeof order));
+  std::memcpy(&order, bytes.data(), sizeof order);
+  kl::message m(bytes.data() + sizeof order, static_cast<unsigned int>(bytes.size() - sizeof order));
   Bytes reply;
   if (order.kind == Order::kExchange) courier.exchangeMessage(m, order.timeoutTicks).flatten(reply);
   else courier.sendMessage(m);
@@ -64,7 +64,7 @@ constexpr milliseconds kLongestRegistration(9000);
 constexpr milliseconds kTick(10);
 
 // Limits the time of connect() to a loader that accepts no connection and whose backlog is full; 0 is no limit.
-void limitSending(int fd, milliseconds limit) {
+void limitConnecting(int fd, milliseconds limit) {
   timeval time{};
   time.tv_sec = static_cast<time_t>(limit.count() / 1000);
   time.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
@@ -75,36 +75,36 @@ common::Descriptor connectToLoader(milliseconds limit) {
   const std::string path = kl::loaderSocketPath();
   common::Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd.isOpen()) throw noLoader(std::string("cannot make a socket: ") + std::strerror(errno));
-  limitSending(fd.get(), limit);
+  limitConnecting(fd.get(), limit);
   if (!common::connectTo(fd.get(), path)) {
     if (errno == EAGAIN) throw noLoader("the loader at " + path + " accepts no connections");
     throw noLoader("no loader runs at " + path + ": " + std::strerror(errno));
   }
-  limitSending(fd.get(), milliseconds(0));
+  limitConnecting(fd.get(), milliseconds(0));
   return fd;
 }
 
 }  // namespace
 
 void runCourier(int loaderSocket, int klctlSocket) {
-  const int klctl = takeDescriptors(loaderSocket, klctlSocket);
+  const int klctl = prepareProcess(loaderSocket, klctlSocket);
   Courier courier;
   Bytes bytes;
   bool connected = sendBytes(klctl, bytes);
   while (connected && receiveBytes(klctl, bytes, {}) == Received::kWhole && bytes.size() >= sizeof(Order))
-    connected = sendBytes(klctl, replyTo(courier, bytes));
+    connected = sendBytes(klctl, performOrder(courier, bytes));
   ::_exit(0);
 }
 
 void runJob(int loaderSocket, int klctlSocket, const Job& job) {
-  const int klctl = takeDescriptors(loaderSocket, klctlSocket);
+  const int klctl = prepareProcess(loaderSocket, klctlSocket);
   JobLooper looper;
-  const auto giveBytes = [klctl](const Bytes& bytes) {
+  const auto sendToKlctl = [klctl](const Bytes& bytes) {
     if (!sendBytes(klctl, bytes)) ::_exit(0);
   };
-  giveBytes({});
-  job(looper, [&](const kl::message& m) { giveBytes(m.flattened()); });
-  giveBytes({});
+  sendToKlctl({});
+  job(looper, [&](const kl::message& m) { sendToKlctl(m.flattened()); });
+  sendToKlctl({});
   ::_exit(0);
 }
 

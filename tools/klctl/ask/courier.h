@@ -9,7 +9,7 @@
 //
 // and from then on, when klctl asks one thing after the other (runCourier):
 //
-//     klctl -> courier   a request: what to do, the time-out, the flattened message
+//     klctl -> courier   an order: what to do, the time-out, the flattened message
 //     courier -> klctl   the flattened reply, or an empty string for a message that expects none
 //
 // or, when the courier has a job of its own (runJob):
@@ -30,7 +30,7 @@
 
 namespace klctl {
 
-// The head of a request to the courier, in front of the flattened message, in the host's byte order.
+// The head of an order to the courier, in front of the flattened message, in the host's byte order.
 struct Order {
   enum Kind : int { kExchange, kSend };
   Kind kind;
@@ -48,11 +48,11 @@ class JobLooper : public kl::Looper {
   bool filterMessage(const kl::message& m) override { return filter && filter(m); }
 };
 
-// Hands a message to klctl; waits when klctl does not read.
-using Give = std::function<void(const kl::message& m)>;
+// Sends a message to klctl; waits while klctl does not read.
+using Emit = std::function<void(const kl::message& m)>;
 
 // Adds handlers, posts requests, runs the loop; all that in the courier's process, which is a copy of klctl's.
-using Job = std::function<void(JobLooper& looper, const Give& give)>;
+using Job = std::function<void(JobLooper& looper, const Emit& emit)>;
 
 // Registers over a connected socket and carries messages until klctl ends.
 [[noreturn]] void runCourier(int loaderSocket, int klctlSocket);

@@ -1,5 +1,5 @@
 #pragma once
-// events.h: the events that a job which reads a table gives to klctl, one message each.
+// events.h: the events that a job emits to klctl while it reads a table, one message each.
 
 #include "kl/conventions.h"
 #include "kl/field.h"

@@ -72,8 +72,8 @@ unsigned int askId(const std::string& name, const Exchange& exchange) {
 
 }  // namespace
 
-PathWord parsePath(const std::string& word) {
-  PathWord path;
+NamedPath parsePath(const std::string& word) {
+  NamedPath path;
   std::string text = word;
   if (const auto object = cutLast(text, ':')) path.object = numberBehind(':', *object, word);
   while (const auto element = cutLast(text, '/')) {
@@ -89,7 +89,7 @@ PathWord parsePath(const std::string& word) {
   return path;
 }
 
-std::string pathText(const PathWord& path) {
+std::string pathText(const NamedPath& path) {
   std::string text = path.service;
   if (!path.objectName.empty()) text += "/" + path.objectName;
   for (const unsigned int handler : path.handlers) text += "/" + std::to_string(handler);
@@ -97,24 +97,24 @@ std::string pathText(const PathWord& path) {
   return text;
 }
 
-std::vector<unsigned int> handlersOf(const PathWord& path) {
+std::vector<unsigned int> handlersOf(const NamedPath& path) {
   std::vector<unsigned int> all = path.named;
   all.insert(all.end(), path.handlers.begin(), path.handlers.end());
   return all;
 }
 
-std::string serviceName(const std::string& word, const Exchange& exchange) {
+std::string resolveName(const std::string& word, const Exchange& exchange) {
   const auto number = parseElement(word);
   return number ? askName(*number, exchange) : word;
 }
 
-unsigned int serviceId(const std::string& word, const Exchange& exchange) {
+unsigned int resolveId(const std::string& word, const Exchange& exchange) {
   if (const auto number = parseElement(word)) return *number;
   return word == "loader" ? kl::SERVICE_LOADER : askId(word, exchange);
 }
 
-std::vector<unsigned int> numbersOf(const PathWord& path, const Exchange& exchange) {
-  std::vector<unsigned int> numbers = {serviceId(path.service, exchange)};
+std::vector<unsigned int> resolvePath(const NamedPath& path, const Exchange& exchange) {
+  std::vector<unsigned int> numbers = {resolveId(path.service, exchange)};
   const std::vector<unsigned int> handlers = handlersOf(path);
   numbers.insert(numbers.end(), handlers.begin(), handlers.end());
   return numbers;

@@ -14,7 +14,8 @@
 
 namespace klctl {
 
-struct PathWord {
+// A path whose service may still be a name.
+struct NamedPath {
   std::string service;                 // a name or a number
   std::string objectName;              // in front of the handlers; empty: none was named
   std::vector<unsigned int> named;     // its handlers, once they were looked up
@@ -23,24 +24,24 @@ struct PathWord {
 };
 
 // Throws Failure(kUsage) when the word is no path.
-PathWord parsePath(const std::string& word);
+NamedPath parsePath(const std::string& word);
 
 // The word that parsePath reads back.
-std::string pathText(const PathWord& path);
+std::string pathText(const NamedPath& path);
 
 // Those of the named object and those behind it.
-std::vector<unsigned int> handlersOf(const PathWord& path);
+std::vector<unsigned int> handlersOf(const NamedPath& path);
 
 // The name of the service that a word means: the word itself, or what the loader calls the number.  Empty when
 // the number is unknown.
-std::string serviceName(const std::string& word, const Exchange& exchange);
+std::string resolveName(const std::string& word, const Exchange& exchange);
 
 // The number of the service that a word means: the number itself, known or not, or what the loader's table has
 // under the name.  Throws Failure(kRefused) for a name that no service has or that several have, and for a loader
 // that does not show its table.
-unsigned int serviceId(const std::string& word, const Exchange& exchange);
+unsigned int resolveId(const std::string& word, const Exchange& exchange);
 
 // The numbers of the whole path, its object left out.
-std::vector<unsigned int> numbersOf(const PathWord& path, const Exchange& exchange);
+std::vector<unsigned int> resolvePath(const NamedPath& path, const Exchange& exchange);
 
 }  // namespace klctl

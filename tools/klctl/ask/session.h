@@ -65,11 +65,11 @@ class Interrupt {
   int fd_ = -1;
 };
 
-// A job in a registered process, and the messages that it gives:
+// A job in a registered process, and the messages that it emits:
 //
 //     const Interrupt interrupt;                      // before the stream
-//     StreamSession stream(std::chrono::seconds(5), [](JobLooper& looper, const Give& give) {
-//       Follower follower(give);                    // a kl::Handler that gives what it is notified of
+//     StreamSession stream(std::chrono::seconds(5), [](JobLooper& looper, const Emit& emit) {
+//       Follower follower(emit);                    // a kl::Handler that emits what it is notified of
 //       looper.addHandler(1, &follower);
 //       follower.subscribe({32}, kl::CMD_NOTIFY, kl::message());
 //       looper.run();                               // looper.shutdown() ends the stream

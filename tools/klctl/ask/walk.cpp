@@ -23,7 +23,7 @@ using std::chrono::steady_clock;
 // The walk in the courier's loop.
 class Walker {
  public:
-  Walker(JobLooper& looper, const Give& give) : looper_(looper), give_(give) {
+  Walker(JobLooper& looper, const Emit& emit) : looper_(looper), emit_(emit) {
     looper_.filter = [this](const kl::message& m) { return endsForSecondTime(m); };
   }
 
@@ -42,16 +42,16 @@ class Walker {
     return true;
   }
 
-  void onObject(const kl::message& object) { give_(toMessage(EventKind::kObject, object)); }
+  void onObject(const kl::message& object) { emit_(toMessage(EventKind::kObject, object)); }
   void onDone(const kl::message& reply) { end(EventKind::kDone, reply); }
 
   void end(EventKind kind, const kl::message& last) {
-    give_(toMessage(kind, last));
+    emit_(toMessage(kind, last));
     looper_.shutdown();
   }
 
   JobLooper& looper_;
-  const Give& give_;
+  const Emit& emit_;
   kl::AsyncReget reget_;
   std::set<unsigned int> continued_;
 };
@@ -67,7 +67,7 @@ void refuseErrors(const kl::message& reply, const std::string& path, unsigned in
 }  // namespace
 
 Job walkJob(const kl::message& request, int timeoutTicks) {
-  return [=](JobLooper& looper, const Give& give) { Walker(looper, give).run(request, timeoutTicks); };
+  return [=](JobLooper& looper, const Emit& emit) { Walker(looper, emit).run(request, timeoutTicks); };
 }
 
 std::vector<kl::message::flat_message> walk(const kl::message& request, const std::string& path,

@@ -17,7 +17,7 @@ kl::message requestFor(const CommandLine& line, unsigned int action, const Excha
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   request.insert(kl::SYS_CMD, kl::CMD_SETOBJ);
-  request.insert(kl::STD_ID, serviceId(line.path.service, exchange));
+  request.insert(kl::STD_ID, resolveId(line.path.service, exchange));
   request.insert(kl::SVC_ACTION, action);
   return request;
 }

@@ -52,7 +52,7 @@ struct LogWords {
 
 struct CommandLine {
   Verb verb = Verb::kServices;
-  PathWord path;                        // object included, whether it stood in the path or behind --id
+  NamedPath path;                       // object included, whether it stood in the path or behind --id
   std::optional<unsigned int> command;  // the CMD word
   std::string commandName;  // the CMD word, where only the service's description can tell its number
   std::vector<std::string> assignments;  // field=value, unread

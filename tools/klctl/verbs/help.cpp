@@ -131,7 +131,7 @@ std::string helpText(const Description& description, const std::string& service,
 }
 
 void helpService(const CommandLine& line, const Channels& channels) {
-  const std::string service = serviceName(line.path.service, channels.exchange);
+  const std::string service = resolveName(line.path.service, channels.exchange);
   const Description description = descriptionOf(line, service);
   const std::string& object = line.path.objectName;
   if (!object.empty()) (void)resolved(line, {.names = {}, .description = description});

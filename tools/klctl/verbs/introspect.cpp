@@ -33,7 +33,7 @@ struct Answer {
 Answer ask(const std::string& service, const Exchange& exchange) {
   try {
     kl::message request;
-    request.insert(kl::SYS_TO, {serviceId(service, exchange), kl::HANDLER_DESCRIPTION});
+    request.insert(kl::SYS_TO, {resolveId(service, exchange), kl::HANDLER_DESCRIPTION});
     request.insert(kl::SYS_CMD, kl::CMD_GET);
     const kl::message reply = exchange(request);
     if (kl::isError(reply)) return {"", service + " does not describe itself: " + kl::getError(reply)};
@@ -86,7 +86,7 @@ Description shown(const CommandLine& line, const Channels& channels, const std::
 }  // namespace
 
 void introspectService(const CommandLine& line, const Channels& channels) {
-  const std::string name = serviceName(line.path.service, channels.exchange);
+  const std::string name = resolveName(line.path.service, channels.exchange);
   const Description description = shown(line, channels, name);
   channels.print(line.json ? jsonText(Json::parse(describe::jsonOf(description)))
                            : helpText(description, line.path.service, ""));

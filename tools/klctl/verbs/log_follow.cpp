@@ -22,8 +22,8 @@ constexpr unsigned int kRetryTicks = 50;
 
 class LogFollower : public kl::Handler {
  public:
-  LogFollower(const kl::message& request, int timeoutTicks, const Give& give)
-      : filter_(request), timeoutTicks_(timeoutTicks), give_(give) {
+  LogFollower(const kl::message& request, int timeoutTicks, const Emit& emit)
+      : filter_(request), timeoutTicks_(timeoutTicks), emit_(emit) {
     kl::cleanSys(filter_);
   }
 
@@ -44,29 +44,29 @@ class LogFollower : public kl::Handler {
       kl::message m(request);
       const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, timeoutTicks_);
       if (kl::isError(reply)) return lose(reply);
-      giveLines(reply);
+      emitLines(reply);
       if (!reply.has(kl::STD_GETALLID)) break;
       request.insert(kl::STD_GETALLID, reply.get(kl::STD_GETALLID, kl::BADID));
     }
-    give_(toMessage(EventKind::kComplete, {}));
+    emit_(toMessage(EventKind::kComplete, {}));
   }
 
-  void giveLines(const kl::message& from) {
+  void emitLines(const kl::message& from) {
     for (const kl::message object : from.get(kl::STD_OBJS, {})) {
       const unsigned int id = object.get(kl::STD_ID, 0);
       if (lastId_ != 0 && static_cast<int>(id - lastId_) <= 0) continue;  // F1
       lastId_ = id;
       filter_.insert(kl::LOG_SINCE, object.get(kl::LOG_TIME, 0) + 1);
-      give_(toMessage(EventKind::kObject, object));
+      emit_(toMessage(EventKind::kObject, object));
     }
     if (!from.has(kl::LOG_SKIPPED)) return;
     kl::message skipped;
     skipped.insert(kl::LOG_SKIPPED, from.get(kl::LOG_SKIPPED, 0));
-    give_(toMessage(EventKind::kObject, skipped));
+    emit_(toMessage(EventKind::kObject, skipped));
   }
 
   void lose(const kl::message& reason) {
-    give_(toMessage(EventKind::kLost, reason));
+    emit_(toMessage(EventKind::kLost, reason));
     (void)kl::getLooper()->addTimer(this, kl::bind<LogFollower, &LogFollower::begin>(), kRetryTicks);
   }
 
@@ -74,7 +74,7 @@ class LogFollower : public kl::Handler {
   bool checkPolicy(const kl::message&) override { return true; }
 
   void handleCmd(const kl::message& m, unsigned int command) override {
-    if (command == kl::CMD_NOTIFY) giveLines(m);
+    if (command == kl::CMD_NOTIFY) emitLines(m);
     else Handler::handleCmd(m, command);
   }
 
@@ -85,7 +85,7 @@ class LogFollower : public kl::Handler {
 
   kl::message filter_;
   int timeoutTicks_;
-  const Give& give_;
+  const Emit& emit_;
   unsigned int lastId_ = 0;  // 0: none was given since the service began
 };
 
@@ -139,8 +139,8 @@ class LogReport {
 }  // namespace
 
 Job logJob(const kl::message& request, int timeoutTicks) {
-  return [=](JobLooper& looper, const Give& give) {
-    LogFollower follower(request, timeoutTicks, give);
+  return [=](JobLooper& looper, const Emit& emit) {
+    LogFollower follower(request, timeoutTicks, emit);
     looper.addHandler(kOwnNumber, &follower);
     follower.begin();
     looper.run();

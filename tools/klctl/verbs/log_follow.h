@@ -6,7 +6,7 @@
 
 namespace klctl {
 
-// The courier's part: gives an event for each line that is in the log and for each new one, a kObject without a STD_ID
+// The courier's part: emits an event for each line that is in the log and for each new one, a kObject without a STD_ID
 // when lines were left out, and kLost whenever the service is gone.
 Job logJob(const kl::message& request, int timeoutTicks);
 

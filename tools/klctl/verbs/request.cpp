@@ -1,8 +1,8 @@
 // The words of the command line become a request, and the reply becomes text.
 //
 // The road of `klctl get netif:2`: main.cpp opens the channels, command_line.cpp reads the words, verb.cpp finds
-// getObject() here; subjectOf() builds the request, fetch() sends it through Session (ask/session.cpp), and the courier
-// (ask/courier.cpp) carries it to the loader and the reply back; replyText() shows that.
+// getObject() here; prepareRequest() builds the request, fetch() sends it through Session (ask/session.cpp), and the
+// courier (ask/courier.cpp) carries it to the loader and the reply back; replyText() shows that.
 
 #include "verbs/request.h"
 
@@ -29,20 +29,20 @@ std::string objectsText(const CommandLine& line, const Objects& messages, const 
 }
 
 void requestReply(const CommandLine& line, const Channels& channels, unsigned int usualCommand) {
-  const auto& [path, names, request] = subjectOf(line, usualCommand, channels.exchange);
+  const auto& [path, names, request] = prepareRequest(line, usualCommand, channels.exchange);
   const kl::message reply = fetch(request, path, channels.exchange);
   channels.print(line.dump ? dumpText(reply, names) : replyText(line, reply, names));
 }
 
 // A table over the connection that is open.  No columns: those that the objects have.
-void requestTable(const CommandLine& line, const Channels& channels, const Subject& subject,
+void requestTable(const CommandLine& line, const Channels& channels, const PreparedRequest& prepared,
                   const std::vector<std::string>& columns) {
   std::string dumped;
   const Objects objects =
-      fetchAll(subject.request, subject.path,
-               line.dump ? dumping(channels.exchange, dumped, subject.names) : channels.exchange);
-  printTable(channels, line.dump ? dumped : objectsText(line, objects, subject.names, columns),
-             subject.path + ": no objects");
+      fetchAll(prepared.request, prepared.path,
+               line.dump ? dumping(channels.exchange, dumped, prepared.names) : channels.exchange);
+  printTable(channels, line.dump ? dumped : objectsText(line, objects, prepared.names, columns),
+             prepared.path + ": no objects");
 }
 
 }  // namespace
@@ -50,7 +50,7 @@ void requestTable(const CommandLine& line, const Channels& channels, const Subje
 void listServices(const CommandLine& words, const Channels& channels) {
   CommandLine line = words;
   line.path.service = "loader";
-  requestTable(line, channels, subjectOf(line, kl::CMD_GETALL, channels.exchange), kServiceColumns);
+  requestTable(line, channels, prepareRequest(line, kl::CMD_GETALL, channels.exchange), kServiceColumns);
 }
 
 void getObject(const CommandLine& line, const Channels& channels) {
@@ -58,10 +58,10 @@ void getObject(const CommandLine& line, const Channels& channels) {
 }
 
 void getTable(const CommandLine& line, const Channels& channels) {
-  const Subject subject = subjectOf(line, kl::CMD_GETALL, channels.exchange);
-  if (line.dump) return requestTable(line, channels, subject, {});
-  const Objects objects = channels.walk(subject.request, subject.path);
-  printTable(channels, objectsText(line, objects, subject.names, {}), subject.path + ": no objects");
+  const PreparedRequest prepared = prepareRequest(line, kl::CMD_GETALL, channels.exchange);
+  if (line.dump) return requestTable(line, channels, prepared, {});
+  const Objects objects = channels.walk(prepared.request, prepared.path);
+  printTable(channels, objectsText(line, objects, prepared.names, {}), prepared.path + ": no objects");
 }
 
 void setObject(const CommandLine& line, const Channels& channels) {
@@ -70,20 +70,21 @@ void setObject(const CommandLine& line, const Channels& channels) {
 
 void sendCommand(const CommandLine& line, const Channels& channels) {
   if (!line.noReply) return requestReply(line, channels, kl::CMD_NOOP);
-  channels.send(subjectOf(line, kl::CMD_NOOP, channels.exchange).request);
+  channels.send(prepareRequest(line, kl::CMD_NOOP, channels.exchange).request);
   channels.print("");
 }
 
-Subject subjectOf(const CommandLine& words, unsigned int usualCommand, const Exchange& exchange) {
-  const Dictionary dictionary = dictionaryFor(words, serviceName(words.path.service, exchange));
+PreparedRequest prepareRequest(const CommandLine& words, unsigned int usualCommand,
+                               const Exchange& exchange) {
+  const Dictionary dictionary = dictionaryFor(words, resolveName(words.path.service, exchange));
   const CommandLine line = resolved(words, dictionary);
-  Subject subject{pathText(line.path), dictionary.names, {}};
-  kl::message& request = subject.request;
+  PreparedRequest prepared{pathText(line.path), dictionary.names, {}};
+  kl::message& request = prepared.request;
   request.insert(kl::SYS_CMD, line.command.value_or(usualCommand));
   if (line.path.object) request.insert(kl::STD_ID, *line.path.object);
-  for (const std::string& word : line.assignments) assign(request, word, subject.names);
-  request.insert(kl::SYS_TO, numbersOf(line.path, exchange));
-  return subject;
+  for (const std::string& word : line.assignments) assign(request, word, prepared.names);
+  request.insert(kl::SYS_TO, resolvePath(line.path, exchange));
+  return prepared;
 }
 
 std::string replyText(const CommandLine& line, kl::message reply, const FieldNames& names) {

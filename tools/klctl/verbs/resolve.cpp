@@ -14,7 +14,7 @@ Dictionary dictionaryFor(const CommandLine& line, const std::string& service) {
 }
 
 CommandLine resolved(CommandLine line, const Dictionary& dictionary) {
-  PathWord& path = line.path;
+  NamedPath& path = line.path;
   if (!path.objectName.empty()) path.named = handlersOf(dictionary, path.service, path.objectName);
   if (!line.commandName.empty())
     line.command = commandOf(dictionary, path.service, handlersOf(path), line.commandName);

@@ -59,7 +59,7 @@ kl::message askLoader(const CommandLine& line, const std::vector<unsigned int>& 
   request.insert(kl::SYS_CMD, kl::CMD_EXPLAIN_RIGHTS);
   request.insert(kl::RIGHTS_USER, line.user);
   request.insert(kl::RIGHTS_TO, to);
-  if (!line.sender.empty()) request.insert(kl::RIGHTS_SENDER, serviceId(line.sender, exchange));
+  if (!line.sender.empty()) request.insert(kl::RIGHTS_SENDER, resolveId(line.sender, exchange));
   if (line.command) request.insert(kl::RIGHTS_COMMAND, *line.command);
   const kl::message reply = exchange(request);
   if (kl::isError(reply))
@@ -87,9 +87,9 @@ void askHandler(Inquiry& inquiry, const std::vector<unsigned int>& to, const Exc
 
 // A request with all rights passes every table.
 Inquiry inquire(const CommandLine& words, const Exchange& exchange) {
-  const Dictionary dictionary = dictionaryFor(words, serviceName(words.path.service, exchange));
+  const Dictionary dictionary = dictionaryFor(words, resolveName(words.path.service, exchange));
   const CommandLine line = resolved(words, dictionary);
-  const std::vector<unsigned int> to = numbersOf(line.path, exchange);
+  const std::vector<unsigned int> to = resolvePath(line.path, exchange);
   Inquiry inquiry{line.user, pathText(line.path), line.command, "", askLoader(line, to, exchange), {}, ""};
   if (inquiry.command) inquiry.commandName = commandText(dictionary, *inquiry.command);
   const bool decidesHandler = inquiry.command && !isDenied(inquiry.explained);
@@ -221,7 +221,7 @@ void listRights(const CommandLine& line, const Channels& channels) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   request.insert(kl::SYS_CMD, kl::CMD_LIST_RIGHTS);
-  if (!line.path.service.empty()) request.insert(kl::STD_ID, serviceId(line.path.service, exchange));
+  if (!line.path.service.empty()) request.insert(kl::STD_ID, resolveId(line.path.service, exchange));
   const std::vector<Json> rows = toJson(fetchAll(request, kLoader, exchange), names);
   if (line.dump) return channels.print(dumped);
   printTable(channels, line.json ? jsonText(Json(rows)) : objectsTable(rows, kListColumns, lineWidth()),

@@ -44,7 +44,7 @@ class Sources {
     const auto known = names_.find(id);
     if (known != names_.end()) return known->second;
     const std::string number = std::to_string(id);
-    const std::string name = serviceName(number, exchange_);
+    const std::string name = resolveName(number, exchange_);
     return names_[id] = name.empty() ? number : name;
   }
 
@@ -61,7 +61,7 @@ kl::message withoutSecrets(kl::message record, const CommandLine& line, const Ex
     auto to = m.get(kl::SYS_TO, {});
     if (to.empty()) to = record.get(kl::UNDO_SOURCE, {});
     if (to.empty()) continue;
-    const std::string service = serviceName(std::to_string(to.front()), exchange);
+    const std::string service = resolveName(std::to_string(to.front()), exchange);
     record.insert(field, klctl::withoutSecrets(m, dictionaryFor(line, service).names).flattened());
   }
   return record;

@@ -19,21 +19,21 @@ namespace {
 
 constexpr unsigned int kOwnNumber = 1;
 
-// Gives the callbacks of the watcher as events.
-class Giving : public kl::Watcher {
+// Emits the callbacks of the watcher as events.
+class EmittingWatcher : public kl::Watcher {
  public:
-  explicit Giving(const Give& give) : give_(give) {}
-  void objectChanged(const kl::message& object) override { give_(toMessage(EventKind::kObject, object)); }
+  explicit EmittingWatcher(const Emit& emit) : emit_(emit) {}
+  void objectChanged(const kl::message& object) override { emit_(toMessage(EventKind::kObject, object)); }
   void objectRemoved(unsigned int id) override {
     kl::message m;
     m.insert(kl::STD_ID, id);
-    give_(toMessage(EventKind::kRemoved, m));
+    emit_(toMessage(EventKind::kRemoved, m));
   }
-  void tableComplete() override { give_(toMessage(EventKind::kComplete, {})); }
-  void providerLost(const kl::message& reason) override { give_(toMessage(EventKind::kLost, reason)); }
+  void tableComplete() override { emit_(toMessage(EventKind::kComplete, {})); }
+  void providerLost(const kl::message& reason) override { emit_(toMessage(EventKind::kLost, reason)); }
 
  private:
-  const Give& give_;
+  const Emit& emit_;
 };
 
 // True for an error that a later attempt may not meet.
@@ -44,8 +44,8 @@ bool mayPass(unsigned int error) {
 }  // namespace
 
 Job watchJob(const kl::message& request, int timeoutTicks) {
-  return [=](JobLooper& looper, const Give& give) {
-    Giving watcher(give);
+  return [=](JobLooper& looper, const Emit& emit) {
+    EmittingWatcher watcher(emit);
     looper.addHandler(kOwnNumber, &watcher);
     watcher.setTimeout(static_cast<unsigned int>(timeoutTicks));
     kl::message extra(request);
@@ -87,11 +87,11 @@ WatchReport::Text WatchReport::complete() {
   Text text;
   if (!everShown_ && !isAtOnce()) {
     std::vector<Json> rows;
-    for (const auto& [id, object] : objects_) rows.push_back(toJson(object, subject_.names));
-    text.results = objectsTable(rows, columnsOf(rows, subject_.names), lineWidth(), subject_.names);
-    if (rows.empty() && isTerminal_) text.remark = subject_.path + ": no objects yet";
+    for (const auto& [id, object] : objects_) rows.push_back(toJson(object, prepared_.names));
+    text.results = objectsTable(rows, columnsOf(rows, prepared_.names), lineWidth(), prepared_.names);
+    if (rows.empty() && isTerminal_) text.remark = prepared_.path + ": no objects yet";
   }
-  if (lost_) text.remark = subject_.path + " is back";
+  if (lost_) text.remark = prepared_.path + " is back";
   complete_ = everShown_ = true;
   lost_ = false;
   return text;
@@ -100,31 +100,31 @@ WatchReport::Text WatchReport::complete() {
 std::string WatchReport::lost(const kl::message& reason) {
   unsigned int code = kl::ERROR_OK;
   const bool isErrorReply = kl::isError(reason, &code);
-  if (isErrorReply && !everShown_ && !mayPass(code)) throw refused(subject_.path, reason, kl::CMD_GETALL);
+  if (isErrorReply && !everShown_ && !mayPass(code)) throw refused(prepared_.path, reason, kl::CMD_GETALL);
   complete_ = false;
   lost_ = true;
   const std::string why = isErrorReply ? kl::getError(reason) : "it has ended";
-  return subject_.path + (everShown_ ? " is gone: " : " is not there: ") + why + "; waiting for it";
+  return prepared_.path + (everShown_ ? " is gone: " : " is not there: ") + why + "; waiting for it";
 }
 
 std::string WatchReport::show(unsigned int id, const kl::message& object) const {
-  if (line_.dump) return dumpText(object, subject_.names);
-  const Json shown = toJson(object, subject_.names);
+  if (line_.dump) return dumpText(object, prepared_.names);
+  const Json shown = toJson(object, prepared_.names);
   if (line_.json) return jsonLine(shown);
-  return title(id) + "\n" + objectTable(shown, subject_.names);
+  return title(id) + "\n" + objectTable(shown, prepared_.names);
 }
 
 std::string WatchReport::title(unsigned int id) const {
-  return "\n" + common::printable(subject_.path) + ":" + std::to_string(id);
+  return "\n" + common::printable(prepared_.path) + ":" + std::to_string(id);
 }
 
 void watchTable(const CommandLine& line, const Channels& channels) {
-  const Subject subject = subjectOf(line, kl::CMD_GETALL, channels.exchange);
+  const PreparedRequest prepared = prepareRequest(line, kl::CMD_GETALL, channels.exchange);
   channels.disconnect();
-  refuseOversized(subject.request);
+  refuseOversized(prepared.request);
   const Interrupt interrupt;
-  StreamSession stream(line.timeout, watchJob(subject.request, ticksOf(line.timeout)));
-  WatchReport report(line, subject, channels.isTerminal);
+  StreamSession stream(line.timeout, watchJob(prepared.request, ticksOf(line.timeout)));
+  WatchReport report(line, prepared, channels.isTerminal);
   for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) {
     const auto [results, remark] = report.take(eventOf(m));
     if (!results.empty()) channels.print(results);

@@ -10,7 +10,7 @@
 
 namespace klctl {
 
-// The courier's part: a kl::Watcher that gives each of its callbacks as an event.
+// The courier's part: a kl::Watcher that emits each of its callbacks as an event.
 Job watchJob(const kl::message& request, int timeoutTicks);
 
 // Turns events into text.
@@ -21,8 +21,8 @@ class WatchReport {
     std::string remark;   // a sentence for the standard error stream
   };
 
-  WatchReport(const CommandLine& line, const Subject& subject, bool isTerminal = false)
-      : line_(line), subject_(subject), isTerminal_(isTerminal) {}
+  WatchReport(const CommandLine& line, const PreparedRequest& prepared, bool isTerminal = false)
+      : line_(line), prepared_(prepared), isTerminal_(isTerminal) {}
 
   // The table is printed when it is complete and each change as it comes; with --json or --dump each object as it comes.
   // After the service was gone only the differences are printed.  Throws Failure(kRefused) when the service refuses from
@@ -41,7 +41,7 @@ class WatchReport {
   bool isAtOnce() const { return line_.json || line_.dump; }
 
   const CommandLine& line_;
-  const Subject& subject_;
+  const PreparedRequest& prepared_;
   bool isTerminal_;
   Objects objects_;
   bool complete_ = false;   // nothing is outstanding

@@ -54,7 +54,7 @@ TEST(Path, AServiceIsANameOrANumber) {
 }
 
 TEST(Path, HandlersFollowBehindSlashesAndAnObjectBehindAColon) {
-  const PathWord path = parsePath("netif/3/0x10:7");
+  const NamedPath path = parsePath("netif/3/0x10:7");
   EXPECT_EQ(path.service, "netif");
   EXPECT_EQ(path.handlers, (std::vector<unsigned int>{3, 16}));
   EXPECT_EQ(path.object, 7u);
@@ -63,14 +63,14 @@ TEST(Path, HandlersFollowBehindSlashesAndAnObjectBehindAColon) {
 }
 
 TEST(Path, TheFirstElementMayBeTheNameOfAnObject) {
-  PathWord path = parsePath("log/rule/3:7");
+  NamedPath path = parsePath("log/rule/3:7");
   EXPECT_EQ(path.service, "log");
   EXPECT_EQ(path.objectName, "rule");
   EXPECT_EQ(path.handlers, std::vector<unsigned int>{3});
   EXPECT_EQ(pathText(path), "log/rule/3:7");
   path.named = {1};
   EXPECT_EQ(handlersOf(path), (std::vector<unsigned int>{1, 3}));
-  EXPECT_EQ(numbersOf(path, [](const kl::message&) { return serviceTable("log", 18); }),
+  EXPECT_EQ(resolvePath(path, [](const kl::message&) { return serviceTable("log", 18); }),
             (std::vector<unsigned int>{18, 1, 3}));
 }
 
@@ -89,44 +89,44 @@ TEST(Path, WhatIsNoPathIsRefused) {
 }
 
 TEST(Path, ANameIsFoundInTheLoadersTable) {
-  EXPECT_EQ(serviceId("netif", loader), 32u);
-  EXPECT_EQ(serviceId("loader", nobody), 1u);
-  EXPECT_EQ(serviceName("netif", nobody), "netif");
+  EXPECT_EQ(resolveId("netif", loader), 32u);
+  EXPECT_EQ(resolveId("loader", nobody), 1u);
+  EXPECT_EQ(resolveName("netif", nobody), "netif");
 }
 
 TEST(Path, ANumberIsTakenAsItIsAndItsNameIsAsked) {
-  EXPECT_EQ(serviceId("4711", nobody), 4711u);
-  EXPECT_EQ(serviceId("0x20", nobody), 32u);
-  EXPECT_EQ(serviceName("32", loader), "netif");
-  EXPECT_EQ(serviceName("1", nobody), "loader");
-  EXPECT_EQ(serviceName("24", loader), "system");  // not in the table: its fixed name
-  EXPECT_EQ(serviceName("4711", loader), "");
+  EXPECT_EQ(resolveId("4711", nobody), 4711u);
+  EXPECT_EQ(resolveId("0x20", nobody), 32u);
+  EXPECT_EQ(resolveName("32", loader), "netif");
+  EXPECT_EQ(resolveName("1", nobody), "loader");
+  EXPECT_EQ(resolveName("24", loader), "system");  // not in the table: its fixed name
+  EXPECT_EQ(resolveName("4711", loader), "");
 }
 
 TEST(Path, ANameThatNoServiceHasIsRefused) {
-  const Told told = failureOf([] { (void)serviceId("nobody", loader); });
+  const Told told = failureOf([] { (void)resolveId("nobody", loader); });
   EXPECT_EQ(told.status, 1);
   EXPECT_EQ(told.sentence, "no service is called 'nobody' (klctl services lists them)");
 }
 
 TEST(Path, ANameThatIsLikeAServicesNameIsAskedBack) {
-  EXPECT_EQ(failureOf([] { (void)serviceId("netfi", loader); }).sentence,
+  EXPECT_EQ(failureOf([] { (void)resolveId("netfi", loader); }).sentence,
             "no service is called 'netfi'; did you mean 'netif'? (klctl services lists them)");
 }
 
 TEST(Path, ANameThatTwoServicesHaveIsRefused) {
-  const Told told = failureOf([] { (void)serviceId("twin", loader); });
+  const Told told = failureOf([] { (void)resolveId("twin", loader); });
   EXPECT_EQ(told.status, 1);
   EXPECT_EQ(told.sentence, "several services are called 'twin', 65536 and 65537 among them: give the number");
 }
 
 TEST(Path, ALoaderThatHidesItsTableIsToldAsSuch) {
   const auto refuses = [](const kl::message&) { return kl::errorMsg(kl::ERROR_NOTALLOWED, ""); };
-  const Told told = failureOf([&] { (void)serviceId("netif", refuses); });
+  const Told told = failureOf([&] { (void)resolveId("netif", refuses); });
   EXPECT_EQ(told.status, 1);
   EXPECT_EQ(told.sentence, "loader: std failure: not allowed (9); klctl rights explain " + ownName() +
                                " loader CMD_GETALL says why");
-  EXPECT_EQ(serviceName("32", refuses), "netif");
+  EXPECT_EQ(resolveName("32", refuses), "netif");
 }
 
 }  // namespace klctl

@@ -46,11 +46,11 @@ kl::message numbered(unsigned int n) {
 // Gives what comes to it.
 class Passing : public kl::Handler {
  public:
-  explicit Passing(const Give& give) : give_(give) {}
-  void handle(const kl::message& m) override { give_(m); }
+  explicit Passing(const Emit& emit) : emit_(emit) {}
+  void handle(const kl::message& m) override { emit_(m); }
 
  private:
-  const Give& give_;
+  const Emit& emit_;
 };
 
 void confirmAndWait(LoaderDouble& connection) {
@@ -58,7 +58,7 @@ void confirmAndWait(LoaderDouble& connection) {
   awaitEnd(connection);
 }
 
-void waitForEver(JobLooper&, const Give&) {
+void waitForEver(JobLooper&, const Emit&) {
   while (true) ::pause();
 }
 
@@ -313,9 +313,9 @@ TEST(StreamSession, WithoutALoaderThereIsNone) {
 
 TEST(StreamSession, BringsWhatTheJobGivesAndItsEnd) {
   const ScriptedLoader loader(confirmAndWait);
-  StreamSession stream(kAmple, [](JobLooper&, const Give& give) {
-    give(numbered(1));
-    give(kl::message());
+  StreamSession stream(kAmple, [](JobLooper&, const Emit& emit) {
+    emit(numbered(1));
+    emit(kl::message());
   });
   kl::message m;
   EXPECT_EQ(stream.next(m), StreamSession::kArrived);
@@ -335,8 +335,8 @@ TEST(StreamSession, BringsWhatComesToAHandlerOfTheJob) {
     }
     awaitEnd(connection);
   });
-  StreamSession stream(kAmple, [](JobLooper& looper, const Give& give) {
-    Passing passing(give);
+  StreamSession stream(kAmple, [](JobLooper& looper, const Emit& emit) {
+    Passing passing(emit);
     looper.addHandler(7, &passing);
     looper.run();
   });
@@ -353,9 +353,9 @@ TEST(StreamSession, AJobMayFilterAndEndItsLoop) {
     connection.send(numbered(5));
     awaitEnd(connection);
   });
-  StreamSession stream(kAmple, [](JobLooper& looper, const Give& give) {
+  StreamSession stream(kAmple, [](JobLooper& looper, const Emit& emit) {
     looper.filter = [&](const kl::message& m) {
-      give(m);
+      emit(m);
       looper.shutdown();
       return true;
     };
@@ -369,7 +369,7 @@ TEST(StreamSession, AJobMayFilterAndEndItsLoop) {
 
 TEST(StreamSession, ALoaderThatGoesAwayIsNoLoader) {
   const ScriptedLoader loader([](LoaderDouble& connection) { confirm(connection); });
-  StreamSession stream(kAmple, [](JobLooper& looper, const Give&) { looper.run(); });
+  StreamSession stream(kAmple, [](JobLooper& looper, const Emit&) { looper.run(); });
   const Told told = failureOf([&] {
     kl::message m;
     (void)stream.next(m);
@@ -389,9 +389,9 @@ TEST(StreamSession, NothingUntilTheDeadlineIsLateAndNotTheEnd) {
 TEST(StreamSession, AnInterruptIsToldAndReachesOnlyKlctl) {
   const Interrupt interrupt;
   const ScriptedLoader loader(confirmAndWait);
-  StreamSession stream(kAmple, [](JobLooper&, const Give& give) {
+  StreamSession stream(kAmple, [](JobLooper&, const Emit& emit) {
     (void)::raise(SIGINT);
-    give(numbered(1));
+    emit(numbered(1));
     while (true) ::pause();
   });
   kl::message m;

@@ -30,8 +30,8 @@ class Watch : public testing::Test {
   std::string lost(const kl::message& reason) { return take(EventKind::kLost, reason).remark; }
 
   CommandLine line_;
-  Subject subject_{"netif", FieldNames(), {}};
-  WatchReport report_{line_, subject_};
+  PreparedRequest prepared_{"netif", FieldNames(), {}};
+  WatchReport report_{line_, prepared_};
   const kl::message brokenPath_ = kl::errorMsg(kl::ERROR_BRKPATH, "");
 };
 
@@ -83,14 +83,14 @@ TEST_F(Watch, AServiceThatIsNotThereYetIsWaitedFor) {
 
 TEST_F(Watch, AnEmptyTableIsRemarkedOnATerminal) {
   EXPECT_EQ(take(EventKind::kComplete).remark, "");
-  WatchReport onTerminal(line_, subject_, true);
+  WatchReport onTerminal(line_, prepared_, true);
   const Event complete = eventOf(toMessage(EventKind::kComplete, {}));
   EXPECT_EQ(onTerminal.take(complete).remark, "netif: no objects yet");
   EXPECT_EQ(onTerminal.take(complete).remark, "");
 }
 
 TEST_F(Watch, NeitherAnObjectNorAPathCanSteerTheTerminal) {
-  subject_.path = kHostile;
+  prepared_.path = kHostile;
   (void)take(EventKind::kComplete);
   EXPECT_EQ(changed(1, kHostile), "\n" + kHarmless + ":1\nid    1\ndescr " + kHarmless + "\n");
   EXPECT_EQ(removed(1), "\n" + kHarmless + ":1 is gone\n");
