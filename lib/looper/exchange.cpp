@@ -64,11 +64,11 @@ bool Looper::isAnswer(const message& reply, unsigned int id, const std::vector<u
   unsigned int replyID = BADID;
   if (isCtrl(reply) || !isReply(reply) || !getRequestID(reply, &replyID) || replyID != id) return false;
   if (pathOf(reply, SYS_TO) != from) return false;
-  const auto asker = from.empty() ? handlers_.end() : handlers_.find(from.front());
-  const ReplyHandler* const post = asker == handlers_.end() ? nullptr : asker->second->findPost(id);
+  const auto caller = from.empty() ? handlers_.end() : handlers_.find(from.front());
+  const ReplyHandler* const post = caller == handlers_.end() ? nullptr : caller->second->findPost(id);
   if (!post) return true;
-  const Path& answerer = pathOf(reply, SYS_FROM);
-  return answerer == pathOf(request, SYS_TO) || answerer != post->to;
+  const Path& callee = pathOf(reply, SYS_FROM);
+  return callee == pathOf(request, SYS_TO) || callee != post->to;
 }
 
 }  // namespace kl

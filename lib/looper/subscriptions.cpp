@@ -43,7 +43,8 @@ constexpr std::size_t kElementBytes = 4;  // of an array of numbers
 
 constexpr field<std::vector<message::flat_message>> kSavedSubscriptions{0xa8000001};
 
-message makeRecord(const message& request) {
+// What a handler keeps of a request to subscribe.
+message recordOf(const message& request) {
   message record(request);
   cleanSys(record);
   if (request.has(SYS_FROM)) record.insert(SYS_FROM, pathOf(request, SYS_FROM));
@@ -139,8 +140,8 @@ std::string describeWrongObject(const Handler& handler, unsigned int id, const m
          (given != nullptr ? "with STD_ID " + std::to_string(*given) : std::string("without STD_ID"));
 }
 
-message subscription(const Path& path, unsigned int command, unsigned int notifyCommand,
-                     const message& extra) {
+message subscriptionRequest(const Path& path, unsigned int command, unsigned int notifyCommand,
+                            const message& extra) {
   message m(extra);
   m.insert(SYS_TO, path);
   m.insert(SYS_CMD, command);
@@ -151,17 +152,17 @@ message subscription(const Path& path, unsigned int command, unsigned int notify
 }  // namespace
 
 void Handler::subscribe(const Path& path, unsigned int notifyCommand, const message& extra) {
-  message m = subscription(path, CMD_SUBSCRIBE, notifyCommand, extra);
+  message m = subscriptionRequest(path, CMD_SUBSCRIBE, notifyCommand, extra);
   sendMessage(m);
 }
 
 void Handler::unsubscribe(const Path& path, unsigned int notifyCommand, const message& extra) {
-  message m = subscription(path, CMD_UNSUBSCRIBE, notifyCommand, extra);
+  message m = subscriptionRequest(path, CMD_UNSUBSCRIBE, notifyCommand, extra);
   sendMessage(m);
 }
 
 void Handler::cmdSubscribe(const message& request) {
-  const message record = makeRecord(request);
+  const message record = recordOf(request);
   if (placeOfSubscription(record) != subscriptions_.size()) return;
   if (subscriptions_.size() >= getSubscriptionLimit()) return;
   addSubscription(record);
@@ -169,7 +170,7 @@ void Handler::cmdSubscribe(const message& request) {
 }
 
 void Handler::cmdUnsubscribe(const message& request) {
-  const message record = makeRecord(request);
+  const message record = recordOf(request);
   if (placeOfSubscription(record) == subscriptions_.size()) return;
   const Liveness self(*this);
   unsubscribed(record);
