@@ -25,7 +25,7 @@ namespace {
 constexpr unsigned int kMaxU32 = std::numeric_limits<unsigned int>::max();
 constexpr unsigned long long kMaxU64 = std::numeric_limits<unsigned long long>::max();
 constexpr char kSecretMark[] = "(secret)";
-constexpr int kMaxDepth = 64;  // of objects in objects, on the way in and on the way out
+constexpr int kDeepest = 64;  // of objects in objects, on the way in and on the way out
 
 using Raw = std::vector<unsigned char>;
 using Flat = kl::message::flat_message;
@@ -96,7 +96,7 @@ class Writer {
   }
 
   Json nested(const Flat& bytes, int depth) const {
-    if (depth == kMaxDepth) return rawText(bytes);
+    if (depth == kDeepest) return rawText(bytes);
     return object(kl::message(bytes), depth + 1);
   }
 
@@ -116,7 +116,7 @@ class Reader {
 
   kl::message object(const Json& object, int depth) const {
     if (!object.is_object()) throw usage("a message is written as a JSON object, {\"field\": value, ...}");
-    if (depth > kMaxDepth) throw usage("messages are nested too deep");
+    if (depth > kDeepest) throw usage("messages are nested too deep");
     kl::message m;
     for (const auto& [name, value] : object.items()) {
       const auto id = names_.find(name);
