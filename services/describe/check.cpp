@@ -158,10 +158,10 @@ void Checker::checkTopics() {
 }
 
 void Checker::checkKnown(const std::vector<std::string>& names, unsigned int line, const std::string& where) {
-  for (const std::string& name : names) {
+  const std::string unknown = where + ": there is no field \"";
+  for (const std::string& name : names)
     if (description_.findField(name) == nullptr)
-      mistake(line, where + ": there is no field \"" + name + "\"");
-  }
+      mistake(line, std::string(unknown).append(name).append("\""));
 }
 
 void Checker::checkName(const std::string& name, unsigned int line, const std::string& kind) {

@@ -88,6 +88,10 @@ std::map<std::string, std::string> namedIn(const Description& description) {
   return all;
 }
 
+std::string difference(const std::string& what, const std::string& installed, const std::string& told) {
+  return what + ": " + installed + ", " + told;
+}
+
 }  // namespace
 
 Description completed(const Description& installed, const Description& told) {
@@ -110,13 +114,14 @@ std::vector<std::string> differencesOf(const Description& installed, const Descr
   std::vector<std::string> differences;
   for (const auto& [what, value] : here) {
     const auto other = there.find(what);
-    if (other == there.end()) differences.push_back(what + ": installed " + value + ", the process has none");
+    if (other == there.end())
+      differences.push_back(difference(what, "installed " + value, "the process has none"));
     else if (other->second != value)
-      differences.push_back(what + ": installed " + value + ", the process says " + other->second);
+      differences.push_back(difference(what, "installed " + value, "the process says " + other->second));
   }
   for (const auto& [what, value] : there)
     if (!here.contains(what))
-      differences.push_back(what + ": the process says " + value + ", none is installed");
+      differences.push_back(difference(what, "the process says " + value, "none is installed"));
   return differences;
 }
 
