@@ -57,9 +57,9 @@ std::string nameIn(const std::string& word) {
 Failure noCommand(const describe::Description& description, const std::string& service,
                   const std::string& word) {
   std::vector<std::string> names;
+  const std::string isOneOf = "the command '" + word + "' is one of " + service + "/";
   for (const Object& object : description.objects) {
-    if (findCommand(object, nameIn(word)) != nullptr)
-      return usage("the command '" + word + "' is one of " + service + "/" + object.name);
+    if (findCommand(object, nameIn(word)) != nullptr) return usage(std::string(isOneOf).append(object.name));
     for (const Command& command : object.commands) names.push_back(command.name);
   }
   for (const auto& command : describe::standardCommands()) names.push_back(describe::shortForm(command.name));
