@@ -35,7 +35,7 @@ std::string tagged(const std::string& name, const std::string& number, const std
 
 std::string sentence(const std::string& label, const std::vector<std::string>& names) {
   std::string all;
-  for (const std::string& name : names) all += (all.empty() ? label + " " : ", ") + name;
+  for (const std::string& name : names) all.append(all.empty() ? label + " " : ", ").append(name);
   return all.empty() ? "" : all + ".";
 }
 
