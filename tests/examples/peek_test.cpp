@@ -10,11 +10,11 @@ namespace {
 using kl::test::ChildResult;
 using kl::test::runProgram;
 
-using Bytes = std::vector<unsigned char>;
+using FileBytes = std::vector<unsigned char>;
 
 constexpr char kFile[] = "/tmp/peeked.msg";
 
-ChildResult peekInto(const Bytes& bytes) {
+ChildResult peekInto(const FileBytes& bytes) {
   std::ofstream(kFile, std::ios::binary)
       .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   return runProgram({KL_BIN_DIR "/peek", kFile});

@@ -28,10 +28,10 @@ LAYERS = (
     {"export", "bind", "callable", "ticks"},
     {"message", "description"},
     {"field", "records", "address"},
-    {"conventions", "runner", "message_view"},
-    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer"},
+    {"conventions", "runner", "message_view", "described"},
+    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
     {"looper", "post"},
-    {"reget"},
+    {"reget", "table", "client"},
     {"watcher"},
 )
 

@@ -13,6 +13,7 @@
 #include <map>
 
 #include "identifiers.h"
+#include "rules.h"
 #include "services/describe/compact.h"
 #include "services/describe/field_id.h"
 #include "services/describe/notes.h"
@@ -108,8 +109,10 @@ class HeaderWriter {
   void writeFields(const std::vector<Field>& fields, const std::string& prefix);
   void writeEnumerations(const std::vector<Field>& fields, const std::string& prefix);
   void writeObject(const describe::Object& object);
+  // `object` is null where a structure is of what a command takes or gives.
   void writeStructure(const std::string& name, const std::string& doc, const std::vector<std::string>& fields,
-                      unsigned int line);
+                      unsigned int line, const describe::Object* object);
+  void writeCommand(const std::string& name, const describe::Command& command);
   void writeMember(const Field& field);
   void writeTransfer(const Field& field, bool takes);
 
@@ -146,7 +149,8 @@ void HeaderWriter::writeOpening() {
   out_ += "#pragma once\n// " + commentText(title) + ": the messages of the service " + description_.name +
           ".\n//\n";
   out_ += "// Made by klgen of " + commentText(source) + "; changes belong there.\n\n";
-  out_ += "#include <optional>\n#include <string>\n#include <vector>\n\n#include \"kl/field.h\"\n";
+  out_ += "#include <optional>\n#include <string>\n#include <vector>\n\n";
+  out_ += "#include \"kl/described.h\"\n#include \"kl/field.h\"\n";
   if (!description_.objects.empty()) out_ += kHelpers;
 }
 
@@ -208,16 +212,29 @@ void HeaderWriter::writeEnumerations(const std::vector<Field>& fields, const std
 }
 
 void HeaderWriter::writeObject(const describe::Object& object) {
-  writeStructure(typeName(object.name), object.doc, object.fields, object.line);
+  writeStructure(typeName(object.name), object.doc, object.fields, object.line, &object);
   for (const describe::Command& command : object.commands) {
     const std::string name = typeName(object.name + "_" + command.name);
-    if (!command.takes.empty()) writeStructure(name + "Request", command.doc, command.takes, command.line);
-    if (!command.gives.empty()) writeStructure(name + "Reply", command.doc, command.gives, command.line);
+    if (!command.takes.empty())
+      writeStructure(name + "Request", command.doc, command.takes, command.line, nullptr);
+    if (!command.gives.empty())
+      writeStructure(name + "Reply", command.doc, command.gives, command.line, nullptr);
+    if (!command.isStandard) writeCommand(name, command);
   }
 }
 
+// What kl::Client calls a command by.
+void HeaderWriter::writeCommand(const std::string& name, const describe::Command& command) {
+  if (!claim(name, "command " + name, command.line)) return;
+  out_ += "\nstruct " + name + " {\n";
+  out_ += "  static constexpr unsigned int kCommand = " + hex(command.code) + ";\n";
+  out_ += "  using Request = " + (command.takes.empty() ? "::kl::NoFields" : name + "Request") + ";\n";
+  out_ += "  using Reply = " + (command.gives.empty() ? "::kl::NoFields" : name + "Reply") + ";\n};\n";
+}
+
 void HeaderWriter::writeStructure(const std::string& name, const std::string& doc,
-                                  const std::vector<std::string>& fields, unsigned int line) {
+                                  const std::vector<std::string>& fields, unsigned int line,
+                                  const describe::Object* object) {
   if (!claim(name, "structure " + name, line)) return;
   out_ += "\n" + (doc.empty() ? "" : "// " + commentText(doc) + "\n") + "struct " + name + " {\n";
   for (const std::string& field : fields) writeMember(*description_.findField(field));
@@ -228,7 +245,9 @@ void HeaderWriter::writeStructure(const std::string& name, const std::string& do
   out_ += "    return theObject;\n  }\n";
   out_ += "  ::kl::message toMessage() const {\n    ::kl::message theMessage = otherFields;\n";
   for (const std::string& field : fields) writeTransfer(*description_.findField(field), false);
-  out_ += "    return theMessage;\n  }\n};\n";
+  out_ += "    return theMessage;\n  }\n";
+  if (object != nullptr) out_ += rulesOf(description_, *object);
+  out_ += "};\n";
 }
 
 void HeaderWriter::writeMember(const Field& field) {

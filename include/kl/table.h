@@ -1,0 +1,423 @@
+#pragma once
+// kl/table.h: a handler that is a table of objects, made of the structure that klgen makes of a description.
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "kl/callable.h"
+#include "kl/chunk.h"
+#include "kl/conventions.h"
+#include "kl/described.h"
+#include "kl/export.h"
+#include "kl/field.h"
+#include "kl/looper.h"
+#include "kl/message.h"
+#include "kl/result.h"
+
+namespace kl {
+
+class Store;
+
+// The handler under which a Looper that is a table itself keeps its objects over a leave.
+inline constexpr unsigned int HANDLER_KEEPER = 0xff0011;
+
+// What is wrong with an object that somebody asks for, by the names of its fields.
+//
+// Errors:    none.
+// Ownership: borrows the rules, which are constants.
+// Threads:   belongs to one thread.
+// Cost:      a text that grows with the problems.
+class KL_API Problems {
+ public:
+  explicit Problems(const ObjectRules& rules) : rules_(rules) {}
+
+  // "mac: has 6 bytes".  The first one's code becomes the error's.
+  void add(unsigned int field, std::string_view what, unsigned int code = ERROR_FAILED);
+
+  bool empty() const { return text_.empty(); }
+
+  // The error reply with all of them, "mac: missing; mtu: at least 68"; an empty message without problems.
+  message reply() const { return empty() ? message() : errorMsg(code_, text_); }
+
+ private:
+  const ObjectRules& rules_;
+  unsigned int code_ = ERROR_OK;
+  std::string text_;
+};
+
+namespace detail {
+
+// The commands of a table, for objects as messages.  What the objects are and where is a derived class's; the handler
+// that the commands come to is another part of the same object.
+class KL_API TableCore {
+ public:
+  // An object that is larger is refused.  It fits into one part of the table and, twice, into an undo record.
+  static constexpr std::size_t kMostObjectBytes = Chunk::kMostBytes;
+
+  TableCore(const TableCore&) = delete;
+  TableCore& operator=(const TableCore&) = delete;
+
+  // Reports each change that a request makes to the undo service, where the description has the command that takes it
+  // back.  A change that the service makes on its own is not reported.
+  void canUndo() { reportsUndo_ = true; }
+
+ protected:
+  TableCore(Handler& handler, const ObjectRules& rules);
+  virtual ~TableCore();
+
+  message getObj(unsigned int id);
+  message getAll(unsigned int start, unsigned int count);
+  message getCount();
+  message addObj(const message& request);
+  message setObj(const message& request, unsigned int id);
+  message removeObj(const message& request, unsigned int id);
+  message changedObj(unsigned int id);
+
+  // Makes a change and tells it to everybody.  Null `before`: the object is new; null `now`: it goes.  Gives an empty
+  // message, or the error of whoever has the objects.
+  message change(const message& cause, unsigned int id, const message* before, const message* now,
+                 unsigned int next = BADID);
+  void reportUndo(const message& cause, message undo, unsigned int command, unsigned int done,
+                  const message& object);
+
+  // Objects from `start` on go into the chunk until it is full.  An empty message or an error.
+  virtual message fillChunk(Chunk& chunk, unsigned int start) = 0;
+  // False: `object` is then the error.
+  virtual bool readRow(unsigned int id, message& object) = 0;
+  // The same for a notification.
+  virtual bool readChanged(unsigned int id, message& object) { return readRow(id, object); }
+  // What subscribers are told of an object that is gone, beside its id.
+  virtual message remains(unsigned int id);
+  virtual Result<unsigned int> countRows() = 0;
+  // BADID where there is none.
+  virtual unsigned int freeId() { return BADID; }
+  virtual message writeRow(const message& cause, unsigned int id, const message& object,
+                           unsigned int next) = 0;
+  virtual message eraseRow(const message& cause, unsigned int id) = 0;
+  virtual message moveObj(const message& request, unsigned int id);
+
+  virtual void inspect(const message& object, Problems& problems) = 0;
+  virtual void tell(const message* before, const message* now) = 0;
+  // "lease 4 added".  `done` is CMD_ADDOBJ, CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
+  virtual std::string changeText(unsigned int done, const message& object) = 0;
+  std::string plainChangeText(unsigned int done, unsigned int id) const;
+
+  bool takes(unsigned int change) const { return (rules_.changes & change) != 0; }
+
+  Handler& handler_;
+  const ObjectRules& rules_;
+
+ private:
+  message refusalOf(const message& object, const message& request, unsigned int use);
+
+  bool reportsUndo_ = false;
+};
+
+// Objects in memory, and what keeps them.
+class KL_API TableRows : public TableCore {
+ public:
+  unsigned int size() const { return static_cast<unsigned int>(rows_.size()); }
+
+  // In the order of the table: ascending, or its own.
+  std::vector<unsigned int> ids() const;
+
+  // An object more than so many is refused; any number at first.
+  void limitTo(unsigned int most) { most_ = most; }
+
+  // Keeps the objects in the kl::Store of this path (kl/store.h) and takes those that are in it; added() is called for
+  // each.  Needs: the table is empty; called by the constructor of the most derived class, so that added() is there.
+  void keepIn(const std::string& path);
+
+  // Keeps the objects over a leave (docs/leave.md): added() is called for each that comes back.  A table with more than
+  // kMostKeptBytes of objects keeps its process from leaving, because all that a process leaves with is one message.
+  // Needs: a Looper; the table is empty, and not added to the Looper yet.  Not together with keepIn().
+  void keepOverLeave();
+  static constexpr std::size_t kMostKeptBytes = 32768;
+
+ protected:
+  TableRows(Handler& handler, const ObjectRules& rules);
+  ~TableRows() override;
+
+  const message* findRow(unsigned int id) const;
+  void saveRows(message& data) const;
+  void loadRows(const message& data);
+  // False where another handler does it.
+  bool keepsRowsItself() const { return keepsOverLeave_ && !keeper_; }
+
+  // The table's own changes; `cause` is the request behind one.
+  unsigned int addRow(const message& object, const message& cause);
+  bool setRow(const message& object, const message& cause);
+  bool removeRow(unsigned int id, const message& cause);
+  void clearRows(const message& cause);
+
+  message fillChunk(Chunk& chunk, unsigned int start) override;
+  bool readRow(unsigned int id, message& object) override;
+  Result<unsigned int> countRows() override;
+  unsigned int freeId() override;
+  message writeRow(const message& cause, unsigned int id, const message& object, unsigned int next) override;
+  message eraseRow(const message& cause, unsigned int id) override;
+  message moveObj(const message& request, unsigned int id) override;
+
+ private:
+  class Keeper;
+
+  message shown(unsigned int id, const message& object) const;
+  std::size_t placeOf(unsigned int id) const;
+  unsigned int nextOf(unsigned int id) const;
+  void place(const message& cause, unsigned int id, unsigned int next);
+  void unplace(const message& cause, unsigned int id);
+  void touchPlace(const message& cause, std::size_t place);
+  void weigh(std::size_t more, std::size_t less);
+  void restore(unsigned int id, message object);
+  void settle();
+
+  std::map<unsigned int, message> rows_;
+  std::vector<unsigned int> order_;  // of a table with an order of its own, else empty
+  unsigned int last_ = 0;            // the id that was given last
+  unsigned int most_ = BADID;
+  std::unique_ptr<Store> store_;
+  std::unique_ptr<Handler> keeper_;
+  std::size_t bytes_ = 0;  // of all objects, about
+  bool keepsOverLeave_ = false;
+  bool blocksLeave_ = false;
+};
+
+// The handler of a table, whose objects are Core's matter.
+template <class Object, class Base, class Core>
+class TableHandler : public Base, public Core {
+ public:
+  template <class... Args>
+  explicit TableHandler(Args&&... args)
+      : Base(std::forward<Args>(args)...), Core(static_cast<Handler&>(*this), Object::kRules) {}
+
+  // A problem of an object that a request asks for and that keeps to the description.  The object is not there yet.
+  virtual void check(const Object&, Problems&) {}
+  // What the undo service shows of a change by a request: "lease 4 added".  `done` is CMD_ADDOBJ, CMD_SETOBJ,
+  // CMD_REMOVEOBJ or CMD_MOVEOBJ.
+  virtual std::string describe(unsigned int done, const Object& object) {
+    return Core::plainChangeText(done, object.toMessage().get(STD_ID, BADID));
+  }
+
+  message cmdGetObj(const message&, unsigned int id) override { return Core::getObj(id); }
+  message cmdGetAll(const message&, unsigned int start, unsigned int count) override {
+    return Core::getAll(start, count);
+  }
+  message cmdGetCount(const message&) override { return Core::getCount(); }
+  message cmdAddObj(const message& request) override { return Core::addObj(request); }
+  message cmdSetObj(const message& request, unsigned int id) override { return Core::setObj(request, id); }
+  message cmdRemoveObj(const message& request, unsigned int id) override {
+    return Core::removeObj(request, id);
+  }
+  message cmdMoveObj(const message& request, unsigned int id) override { return Core::moveObj(request, id); }
+  message getObject(unsigned int id) final { return Core::changedObj(id); }
+
+ protected:
+  void inspect(const message& object, Problems& problems) override {
+    check(Object::fromMessage(object), problems);
+  }
+  std::string changeText(unsigned int done, const message& object) override {
+    return describe(done, Object::fromMessage(object));
+  }
+};
+
+}  // namespace detail
+
+// A table whose objects are in memory.  What a description says of them is all that it needs:
+//
+//     class Leases : public kl::Table<leases::Lease> {
+//       void check(const leases::Lease& lease, kl::Problems& problems) override {
+//         if (isBlocked(lease.mac)) problems.add(leases::MAC, "is blocked");
+//       }
+//       void removed(const leases::Lease& lease) override { free(lease.address); }
+//     };
+//
+//     kl::Looper loop(kl::Looper::kAny, leases::SERVICE);
+//     Leases leases;
+//     leases.canUndo();
+//     leases.keepIn("/kelo/leases/leases");
+//     loop.addHandler(0, &leases);
+//
+// A service that is one table and nothing else is kl::Table<leases::Lease, kl::Looper>, whose constructor takes what
+// that of kl::Looper takes.
+//
+// It answers CMD_GETALL (in parts), CMD_GETOBJ and CMD_GETCOUNT, keeps subscribers informed, with STD_DEAD of what is
+// gone, and carries out those of CMD_ADDOBJ, CMD_SETOBJ, CMD_REMOVEOBJ and CMD_MOVEOBJ that the description has among
+// the object's commands; the others are ERROR_NOTIMP.  A command of the service's own has the right that the
+// description says, and arrives in cmdUnknown().
+//
+//     CMD_ADDOBJ   an id of the request is taken if it is free (else ERROR_EXISTS); without one, or with 0, the object
+//                  gets one that was not used for long.  The reply has it in STD_ID.  With STD_NEXTID it goes in front
+//                  of that one, in a table with an order; else to the end.
+//     CMD_SETOBJ   changes the fields that the request has, takes those away that TABLE_CLEARS names, and leaves the
+//                  others.  A request that changes nothing is carried out and told to nobody.
+//     CMD_MOVEOBJ  puts the object in front of STD_NEXTID, or at the end.  A table whose description has this command
+//                  has an order: its objects name the next one in STD_NEXTID.
+//
+// Of a request a command takes the fields that the description says it takes; where it says nothing of that, all of the
+// object's fields and those that the description does not know, which newer programs may.  They must keep to the
+// description: `required`, `min`, `max`, and one of the `values` where the field has words for them.  What does not is
+// refused with the names of the fields: "mac: missing; mtu: at least 68".
+//
+// Errors:    ERROR_UNKNOWNID, ERROR_EXISTS, ERROR_UNKNOWNNEXTID; ERROR_MISSING for a required field, ERROR_TOOBIG for
+//            one that is too long and for an object of more than kMostObjectBytes, ERROR_FAILED with a text for the
+//            rest.  CMD_GETALL of a table with an order that goes on from an object that has gone is ERROR_UNKNOWNID:
+//            the asker begins again.
+// Ownership: a handler, and owned as one.  Owns its objects, as messages, so that fields which the description does
+//            not know stay with them.  It may be destroyed by added(), changed() and removed(), not by check() and
+//            describe().
+// Threads:   as any handler.
+// Cost:      an object is one message in a map.  Its structure is made when check(), added() and their like are called;
+//            to read the table makes none.  In a table with an order, adding, moving and finding the next one take time
+//            in proportion to its size.
+template <class Object, class Base = Handler>
+class Table : public detail::TableHandler<Object, Base, detail::TableRows> {
+  using Parent = detail::TableHandler<Object, Base, detail::TableRows>;
+
+ public:
+  using Parent::Parent;
+
+  // Called when an object came, was changed or has gone, whoever did it.  They may change the table.
+  virtual void added(const Object&) {}
+  virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
+  virtual void removed(const Object&) {}
+
+  std::optional<Object> find(unsigned int id) const {
+    const message* row = Parent::findRow(id);
+    return row == nullptr ? std::nullopt : std::optional(Object::fromMessage(*row));
+  }
+
+  // f(const Object&) for each in the order of the table.  f may change the table; what it removes does not come any
+  // more, what it adds may not.
+  template <class F>
+  void forEach(F f) const {
+    for (const unsigned int id : Parent::ids())
+      if (const auto object = find(id)) f(*object);
+  }
+
+  // The service's own changes.  Nothing is checked.  `cause` is the request behind a change: its sender is not
+  // notified, and what it did can be undone (canUndo()); without one, all subscribers are told and nobody undoes it.
+
+  // Adds an object under its id, or under a free one if that is absent or 0.  Gives the id; BADID if it is taken or
+  // there is no room.
+  unsigned int add(const Object& object, const message& cause = message()) {
+    return Parent::addRow(object.toMessage(), cause);
+  }
+  // Replaces the object of the same id; false if there is none.
+  bool set(const Object& object, const message& cause = message()) {
+    return Parent::setRow(object.toMessage(), cause);
+  }
+  // False if there is none.
+  bool remove(unsigned int id, const message& cause = message()) { return Parent::removeRow(id, cause); }
+  // Removes them all, one after the other.
+  void clear(const message& cause = message()) { Parent::clearRows(cause); }
+
+  void savePermData(message& data) override {
+    Base::savePermData(data);
+    if (Parent::keepsRowsItself()) Parent::saveRows(data);
+  }
+  void loadPermData(const message& data) override {
+    Base::loadPermData(data);
+    if (Parent::keepsRowsItself()) Parent::loadRows(data);
+  }
+
+ protected:
+  void tell(const message* before, const message* now) override {
+    if (before == nullptr) added(Object::fromMessage(*now));
+    else if (now == nullptr) removed(Object::fromMessage(*before));
+    else changed(Object::fromMessage(*before), Object::fromMessage(*now));
+  }
+};
+
+// A table whose objects are elsewhere: in the kernel, in a file, in another program's hands.  Four operations, of which
+// two may be left out, make it a table as kl::Table is, but without an order:
+//
+//     class Disks : public kl::TableView<disks::Disk> {
+//       kl::Error list(unsigned int from, Take& take) override {
+//         for (const Disk& disk : readDisks(from))
+//           if (!take(disk.id, shown(disk))) break;
+//         return {};
+//       }
+//       kl::Result<disks::Disk> find(unsigned int id) override;
+//       kl::Error put(const disks::Disk& disk) override;           // CMD_SETOBJ and CMD_ADDOBJ
+//       kl::Error erase(unsigned int id) override;                 // CMD_REMOVEOBJ
+//     };
+//
+// The service says notifyChange(id) when an object changed, came or went without a request; changes by requests are
+// told without that.
+//
+// Errors:    those of kl::Table, and whatever the four operations say.
+// Ownership: a handler, and owned as one; has no objects.
+// Threads:   as any handler.
+// Cost:      that of the four operations.
+template <class Object, class Base = Handler>
+class TableView : public detail::TableHandler<Object, Base, detail::TableCore> {
+  using Parent = detail::TableHandler<Object, Base, detail::TableCore>;
+
+ public:
+  using Parent::Parent;
+
+  // Takes an object and its id; false when the list is to end.
+  using Take = Callable<bool(unsigned int id, const Object& object)>;
+
+  // Gives the objects whose ids are not below `from` to take, in ascending order, until it says no.
+  virtual Error list(unsigned int from, Take& take) = 0;
+  // ERROR_UNKNOWNID where there is none.
+  virtual Result<Object> find(unsigned int id) = 0;
+  // Keeps an object that is new or changed; it has all that find() gave.
+  virtual Error put(const Object&) { return {ERROR_NOTIMP}; }
+  virtual Error erase(unsigned int) { return {ERROR_NOTIMP}; }
+
+  // How many there are; counts the list.
+  virtual Result<unsigned int> count() {
+    unsigned int number = 0;
+    Take take = [&number](unsigned int, const Object&) { return ++number != 0; };
+    if (Error error = list(0, take)) return error;
+    return number;
+  }
+  // The id of a new object whose request has none; without one the request is refused.
+  unsigned int freeId() override { return BADID; }
+  // As find(), for a notification: one call for each object of a batch, notifiesSent() after the last.
+  virtual Result<Object> findChanged(unsigned int id) { return find(id); }
+  // What subscribers are told of an object that is gone, beside STD_ID and STD_DEAD.
+  message remains(unsigned int) override { return {}; }
+  // Called when a request changed an object.
+  virtual void added(const Object&) {}
+  virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
+  virtual void removed(const Object&) {}
+
+ protected:
+  message fillChunk(Chunk& chunk, unsigned int start) override {
+    Take take = [&chunk](unsigned int id, const Object& object) { return chunk.add(id, shown(id, object)); };
+    return list(start == BADID ? 0 : start, take).reply();
+  }
+  bool readRow(unsigned int id, message& object) override { return took(id, find(id), object); }
+  bool readChanged(unsigned int id, message& object) override { return took(id, findChanged(id), object); }
+  Result<unsigned int> countRows() override { return count(); }
+  message writeRow(const message&, unsigned int, const message& object, unsigned int) override {
+    return put(Object::fromMessage(object)).reply();
+  }
+  message eraseRow(const message&, unsigned int id) override { return erase(id).reply(); }
+  void tell(const message* before, const message* now) override {
+    if (before == nullptr) added(Object::fromMessage(*now));
+    else if (now == nullptr) removed(Object::fromMessage(*before));
+    else changed(Object::fromMessage(*before), Object::fromMessage(*now));
+  }
+
+ private:
+  static message shown(unsigned int id, const Object& object) {
+    message m = object.toMessage();
+    m.insert(STD_ID, id);
+    return m;
+  }
+  static bool took(unsigned int id, const Result<Object>& found, message& object) {
+    object = found ? shown(id, *found) : found.error().reply();
+    return static_cast<bool>(found);
+  }
+};
+
+}  // namespace kl

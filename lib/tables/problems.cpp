@@ -1,0 +1,76 @@
+// What a description asks of an object, and what an error says of one that does not keep to it.
+//
+//     required   the field is there
+//     min, max   of a number its value; of a text, of bytes and of an array the length
+//     values     of a u32 with words for its values: it is one of them
+//
+// A bool, an address and a message have no bounds.
+
+#include "tables/problems.h"
+
+#include <algorithm>
+
+#include "tables/flat_fields.h"
+
+namespace kl {
+namespace {
+
+bool isNumber(const Record& record) {
+  return !record.isArray() && (record.kind() == RecordKind::kU32 || record.kind() == RecordKind::kU64);
+}
+
+// What the bounds are about.
+unsigned long long amountOf(const Record& record) {
+  if (record.isArray()) return record.count();
+  if (record.kind() == RecordKind::kU32) return record.u32();
+  return record.kind() == RecordKind::kU64 ? record.u64() : record.payload().size();
+}
+
+const char* unitOf(const Record& record) {
+  if (isNumber(record)) return "";
+  return record.isArray() ? " elements" : " bytes";
+}
+
+bool isBounded(const Record& record) {
+  return record.isArray() || (record.kind() != RecordKind::kBool && record.kind() != RecordKind::kAddr6 &&
+                              record.kind() != RecordKind::kMessage);
+}
+
+void checkValue(const FieldRule& rule, const Record& record, Problems& problems) {
+  if (!isBounded(record)) return;
+  const unsigned long long amount = amountOf(record);
+  if (amount < rule.min) problems.add(rule.id, "at least " + std::to_string(rule.min) + unitOf(record));
+  if (amount > rule.max)
+    problems.add(rule.id, "at most " + std::to_string(rule.max) + unitOf(record),
+                 isNumber(record) ? ERROR_FAILED : ERROR_TOOBIG);
+  if (rule.values.empty() || !isNumber(record)) return;
+  if (std::find(rule.values.begin(), rule.values.end(), amount) == rule.values.end())
+    problems.add(rule.id, std::to_string(amount) + " is none of its values");
+}
+
+}  // namespace
+
+void Problems::add(unsigned int field, std::string_view what, unsigned int code) {
+  const FieldRule* rule = rules_.find(field);
+  if (empty()) code_ = code;
+  else text_ += "; ";
+  text_ += rule != nullptr ? rule->name : "field " + std::to_string(field);
+  text_ += ": ";
+  text_ += what;
+}
+
+void findProblems(const ObjectRules& rules, const message& object, const message& request,
+                  Problems& problems) {
+  const message::flat_message all = object.flattened();
+  const message::flat_message given = request.flattened();
+  for (const FieldRule& rule : rules.fields) {
+    Record record;
+    if (!findRecord(all, rule.id, record)) {
+      if ((rule.uses & FieldRule::kRequired) != 0) problems.add(rule.id, "missing", ERROR_MISSING);
+    } else if (findRecord(given, rule.id, record)) {
+      checkValue(rule, record, problems);
+    }
+  }
+}
+
+}  // namespace kl
