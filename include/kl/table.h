@@ -1,7 +1,6 @@
 #pragma once
 // kl/table.h: a handler that is a table of objects, made of the structure that klgen makes of a description.
 
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,8 +19,6 @@
 #include "kl/result.h"
 
 namespace kl {
-
-class Store;
 
 // The handler under which a Looper that is a table itself keeps its objects over a leave.
 inline constexpr unsigned int HANDLER_KEEPER = 0xff0011;
@@ -52,8 +49,46 @@ class KL_API Problems {
 
 namespace detail {
 
-// The commands of a table, for objects as messages.  What the objects are and where is a derived class's; the handler
-// that the commands come to is another part of the same object.
+struct TableParts;  // the library's part of a table
+
+// What a table is asked and told beside its commands.
+class TableHooks {
+ public:
+  virtual void inspect(const message& object, Problems& problems) = 0;
+  // Null `before`: the object is new; null `now`: it has gone.
+  virtual void tell(const message* before, const message* now) = 0;
+  // Empty where nothing is to be said but what was done.
+  virtual std::string changeText(unsigned int done, const message& object) = 0;
+
+ protected:
+  ~TableHooks() = default;
+};
+
+// Where the objects of a table are, as messages.  The messages that are given are errors, or empty.
+class TableSource {
+ public:
+  // Objects from `start` on go into the chunk until it is full.
+  virtual message fillChunk(Chunk& chunk, unsigned int start) = 0;
+  // False: `object` is then the error.
+  virtual bool readRow(unsigned int id, message& object) = 0;
+  // The same for a notification.
+  virtual bool readChanged(unsigned int id, message& object) { return readRow(id, object); }
+  // What subscribers are told of an object that is gone, beside its id.
+  virtual message remains(unsigned int) { return {}; }
+  virtual Result<unsigned int> countRows() = 0;
+  // BADID where there is none.
+  virtual unsigned int freeId() = 0;
+  // `cause` is the request behind a change, or empty; `next` the object in front of which a new one goes, or BADID.
+  virtual message writeRow(const message& cause, unsigned int id, const message& object,
+                           unsigned int next) = 0;
+  virtual message eraseRow(const message& cause, unsigned int id) = 0;
+  virtual message moveRow(const message&, unsigned int) { return errorMsg(ERROR_NOTIMP, ""); }
+
+ protected:
+  ~TableSource() = default;
+};
+
+// The commands of a table, for objects as messages; the handler that they come to is another part of the same object.
 class KL_API TableCore {
  public:
   // An object that is larger is refused.  It fits into one part of the table and, twice, into an undo record.
@@ -64,70 +99,39 @@ class KL_API TableCore {
 
   // Reports each change that a request makes to the undo service, where the description has the command that takes it
   // back.  A change that the service makes on its own is not reported.
-  void canUndo() { reportsUndo_ = true; }
+  void canUndo();
 
  protected:
-  TableCore(Handler& handler, const ObjectRules& rules);
-  virtual ~TableCore();
+  // Null `source`: the objects are in memory.
+  TableCore(Handler& handler, const ObjectRules& rules, TableHooks& hooks, TableSource* source);
+  ~TableCore();
 
-  message getObj(unsigned int id);
-  message getAll(unsigned int start, unsigned int count);
-  message getCount();
-  message addObj(const message& request);
-  message setObj(const message& request, unsigned int id);
-  message removeObj(const message& request, unsigned int id);
+  // `id` is the first object of CMD_GETALL, `count` their number.
+  message carryOut(unsigned int command, const message& request, unsigned int id = BADID,
+                   unsigned int count = 0);
   message changedObj(unsigned int id);
 
-  // Makes a change and tells it to everybody.  Null `before`: the object is new; null `now`: it goes.  Gives an empty
-  // message, or the error of whoever has the objects.
-  message change(const message& cause, unsigned int id, const message* before, const message* now,
-                 unsigned int next = BADID);
-  void reportUndo(const message& cause, message undo, unsigned int command, unsigned int done,
-                  const message& object);
-
-  // Objects from `start` on go into the chunk until it is full.  An empty message or an error.
-  virtual message fillChunk(Chunk& chunk, unsigned int start) = 0;
-  // False: `object` is then the error.
-  virtual bool readRow(unsigned int id, message& object) = 0;
-  // The same for a notification.
-  virtual bool readChanged(unsigned int id, message& object) { return readRow(id, object); }
-  // What subscribers are told of an object that is gone, beside its id.
-  virtual message remains(unsigned int id);
-  virtual Result<unsigned int> countRows() = 0;
-  // BADID where there is none.
-  virtual unsigned int freeId() { return BADID; }
-  virtual message writeRow(const message& cause, unsigned int id, const message& object,
-                           unsigned int next) = 0;
-  virtual message eraseRow(const message& cause, unsigned int id) = 0;
-  virtual message moveObj(const message& request, unsigned int id);
-
-  virtual void inspect(const message& object, Problems& problems) = 0;
-  virtual void tell(const message* before, const message* now) = 0;
-  // "lease 4 added".  `done` is CMD_ADDOBJ, CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
-  virtual std::string changeText(unsigned int done, const message& object) = 0;
-  std::string plainChangeText(unsigned int done, unsigned int id) const;
-
-  bool takes(unsigned int change) const { return (rules_.changes & change) != 0; }
-
-  Handler& handler_;
-  const ObjectRules& rules_;
-
- private:
-  message refusalOf(const message& object, const message& request, unsigned int use);
-
-  bool reportsUndo_ = false;
+  std::unique_ptr<TableParts> parts_;
 };
 
-// Objects in memory, and what keeps them.
-class KL_API TableRows : public TableCore {
+// Of objects elsewhere.
+class TableElsewhere : public TableSource, public TableCore {
+ protected:
+  TableElsewhere(Handler& handler, const ObjectRules& rules, TableHooks& hooks)
+      : TableCore(handler, rules, hooks, this) {}
+  ~TableElsewhere() = default;
+};
+
+// Of objects in memory.
+class KL_API TableMemory : public TableCore {
  public:
-  unsigned int size() const { return static_cast<unsigned int>(rows_.size()); }
+  unsigned int size() const;
 
   // In the order of the table: ascending, or its own.
   std::vector<unsigned int> ids() const;
 
   // An object more than so many is refused; any number at first.
-  void limitTo(unsigned int most) { most_ = most; }
+  void limitTo(unsigned int most);
 
   // Keeps the objects in the kl::Store of this path (kl/store.h) and takes those that are in it; added() is called for
   // each.  Needs: the table is empty; called by the constructor of the most derived class, so that added() is there.
@@ -140,80 +144,51 @@ class KL_API TableRows : public TableCore {
   static constexpr std::size_t kMostKeptBytes = 32768;
 
  protected:
-  TableRows(Handler& handler, const ObjectRules& rules);
-  ~TableRows() override;
+  TableMemory(Handler& handler, const ObjectRules& rules, TableHooks& hooks)
+      : TableCore(handler, rules, hooks, nullptr) {}
+  ~TableMemory() = default;
 
   const message* findRow(unsigned int id) const;
   void saveRows(message& data) const;
   void loadRows(const message& data);
-  // False where another handler does it.
-  bool keepsRowsItself() const { return keepsOverLeave_ && !keeper_; }
 
-  // The table's own changes; `cause` is the request behind one.
-  unsigned int addRow(const message& object, const message& cause);
+  // The table's own changes.
+  unsigned int addRow(message object, const message& cause);
   bool setRow(const message& object, const message& cause);
   bool removeRow(unsigned int id, const message& cause);
-  void clearRows(const message& cause);
-
-  message fillChunk(Chunk& chunk, unsigned int start) override;
-  bool readRow(unsigned int id, message& object) override;
-  Result<unsigned int> countRows() override;
-  unsigned int freeId() override;
-  message writeRow(const message& cause, unsigned int id, const message& object, unsigned int next) override;
-  message eraseRow(const message& cause, unsigned int id) override;
-  message moveObj(const message& request, unsigned int id) override;
-
- private:
-  class Keeper;
-
-  message shown(unsigned int id, const message& object) const;
-  std::size_t placeOf(unsigned int id) const;
-  unsigned int nextOf(unsigned int id) const;
-  void place(const message& cause, unsigned int id, unsigned int next);
-  void unplace(const message& cause, unsigned int id);
-  void touchPlace(const message& cause, std::size_t place);
-  void weigh(std::size_t more, std::size_t less);
-  void restore(unsigned int id, message object);
-  void settle();
-
-  std::map<unsigned int, message> rows_;
-  std::vector<unsigned int> order_;  // of a table with an order of its own, else empty
-  unsigned int last_ = 0;            // the id that was given last
-  unsigned int most_ = BADID;
-  std::unique_ptr<Store> store_;
-  std::unique_ptr<Handler> keeper_;
-  std::size_t bytes_ = 0;  // of all objects, about
-  bool keepsOverLeave_ = false;
-  bool blocksLeave_ = false;
 };
 
 // The handler of a table, whose objects are Core's matter.
 template <class Object, class Base, class Core>
-class TableHandler : public Base, public Core {
+class TableHandler : public Base, public TableHooks, public Core {
  public:
   template <class... Args>
   explicit TableHandler(Args&&... args)
-      : Base(std::forward<Args>(args)...), Core(static_cast<Handler&>(*this), Object::kRules) {}
+      : Base(std::forward<Args>(args)...), Core(static_cast<Handler&>(*this), Object::kRules, *this) {}
 
   // A problem of an object that a request asks for and that keeps to the description.  The object is not there yet.
   virtual void check(const Object&, Problems&) {}
-  // What the undo service shows of a change by a request: "lease 4 added".  `done` is CMD_ADDOBJ, CMD_SETOBJ,
-  // CMD_REMOVEOBJ or CMD_MOVEOBJ.
-  virtual std::string describe(unsigned int done, const Object& object) {
-    return Core::plainChangeText(done, object.toMessage().get(STD_ID, BADID));
-  }
+  // What the undo service shows of a change by a request; "lease 4 added" where that is empty.  `done` is CMD_ADDOBJ,
+  // CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
+  virtual std::string describe(unsigned int done, const Object&) { return (void)done, std::string(); }
 
-  message cmdGetObj(const message&, unsigned int id) override { return Core::getObj(id); }
-  message cmdGetAll(const message&, unsigned int start, unsigned int count) override {
-    return Core::getAll(start, count);
+  message cmdGetObj(const message& request, unsigned int id) override {
+    return Core::carryOut(CMD_GETOBJ, request, id);
   }
-  message cmdGetCount(const message&) override { return Core::getCount(); }
-  message cmdAddObj(const message& request) override { return Core::addObj(request); }
-  message cmdSetObj(const message& request, unsigned int id) override { return Core::setObj(request, id); }
+  message cmdGetAll(const message& request, unsigned int start, unsigned int count) override {
+    return Core::carryOut(CMD_GETALL, request, start, count);
+  }
+  message cmdGetCount(const message& request) override { return Core::carryOut(CMD_GETCOUNT, request); }
+  message cmdAddObj(const message& request) override { return Core::carryOut(CMD_ADDOBJ, request); }
+  message cmdSetObj(const message& request, unsigned int id) override {
+    return Core::carryOut(CMD_SETOBJ, request, id);
+  }
   message cmdRemoveObj(const message& request, unsigned int id) override {
-    return Core::removeObj(request, id);
+    return Core::carryOut(CMD_REMOVEOBJ, request, id);
   }
-  message cmdMoveObj(const message& request, unsigned int id) override { return Core::moveObj(request, id); }
+  message cmdMoveObj(const message& request, unsigned int id) override {
+    return Core::carryOut(CMD_MOVEOBJ, request, id);
+  }
   message getObject(unsigned int id) final { return Core::changedObj(id); }
 
  protected:
@@ -275,8 +250,8 @@ class TableHandler : public Base, public Core {
 //            to read the table makes none.  In a table with an order, adding, moving and finding the next one take time
 //            in proportion to its size.
 template <class Object, class Base = Handler>
-class Table : public detail::TableHandler<Object, Base, detail::TableRows> {
-  using Parent = detail::TableHandler<Object, Base, detail::TableRows>;
+class Table : public detail::TableHandler<Object, Base, detail::TableMemory> {
+  using Parent = detail::TableHandler<Object, Base, detail::TableMemory>;
 
  public:
   using Parent::Parent;
@@ -314,15 +289,17 @@ class Table : public detail::TableHandler<Object, Base, detail::TableRows> {
   // False if there is none.
   bool remove(unsigned int id, const message& cause = message()) { return Parent::removeRow(id, cause); }
   // Removes them all, one after the other.
-  void clear(const message& cause = message()) { Parent::clearRows(cause); }
+  void clear(const message& cause = message()) {
+    for (const unsigned int id : Parent::ids()) remove(id, cause);
+  }
 
   void savePermData(message& data) override {
     Base::savePermData(data);
-    if (Parent::keepsRowsItself()) Parent::saveRows(data);
+    Parent::saveRows(data);
   }
   void loadPermData(const message& data) override {
     Base::loadPermData(data);
-    if (Parent::keepsRowsItself()) Parent::loadRows(data);
+    Parent::loadRows(data);
   }
 
  protected:
@@ -355,8 +332,8 @@ class Table : public detail::TableHandler<Object, Base, detail::TableRows> {
 // Threads:   as any handler.
 // Cost:      that of the four operations.
 template <class Object, class Base = Handler>
-class TableView : public detail::TableHandler<Object, Base, detail::TableCore> {
-  using Parent = detail::TableHandler<Object, Base, detail::TableCore>;
+class TableView : public detail::TableHandler<Object, Base, detail::TableElsewhere> {
+  using Parent = detail::TableHandler<Object, Base, detail::TableElsewhere>;
 
  public:
   using Parent::Parent;

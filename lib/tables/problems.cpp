@@ -9,6 +9,7 @@
 #include "tables/problems.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "tables/flat_fields.h"
 
@@ -36,16 +37,25 @@ bool isBounded(const Record& record) {
                               record.kind() != RecordKind::kMessage);
 }
 
+// "at most 63 bytes".
+void addProblem(const FieldRule& rule, const char* form, unsigned long long amount, const char* unit,
+                unsigned int code, Problems& problems) {
+  char text[64];
+  (void)std::snprintf(text, sizeof text, form, amount, unit);
+  problems.add(rule.id, text, code);
+}
+
 void checkValue(const FieldRule& rule, const Record& record, Problems& problems) {
   if (!isBounded(record)) return;
   const unsigned long long amount = amountOf(record);
-  if (amount < rule.min) problems.add(rule.id, "at least " + std::to_string(rule.min) + unitOf(record));
+  const char* const unit = unitOf(record);
+  if (amount < rule.min) addProblem(rule, "at least %llu%s", rule.min, unit, ERROR_FAILED, problems);
   if (amount > rule.max)
-    problems.add(rule.id, "at most " + std::to_string(rule.max) + unitOf(record),
-                 isNumber(record) ? ERROR_FAILED : ERROR_TOOBIG);
+    addProblem(rule, "at most %llu%s", rule.max, unit, isNumber(record) ? ERROR_FAILED : ERROR_TOOBIG,
+               problems);
   if (rule.values.empty() || !isNumber(record)) return;
   if (std::find(rule.values.begin(), rule.values.end(), amount) == rule.values.end())
-    problems.add(rule.id, std::to_string(amount) + " is none of its values");
+    addProblem(rule, "%llu is none of its values%s", amount, "", ERROR_FAILED, problems);
 }
 
 }  // namespace
@@ -54,7 +64,8 @@ void Problems::add(unsigned int field, std::string_view what, unsigned int code)
   const FieldRule* rule = rules_.find(field);
   if (empty()) code_ = code;
   else text_ += "; ";
-  text_ += rule != nullptr ? rule->name : "field " + std::to_string(field);
+  if (rule != nullptr) text_.append(rule->name);
+  else text_.append("field ").append(std::to_string(field));
   text_ += ": ";
   text_ += what;
 }

@@ -11,11 +11,10 @@
 //
 //     0xa8000002   message[]   the objects with STD_ID, in the order of the table
 
+#include "tables/table_rows.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "kl/store.h"
-#include "kl/table.h"
 
 namespace kl::detail {
 namespace {
@@ -51,24 +50,22 @@ std::vector<unsigned int> orderOf(const std::map<unsigned int, message>& rows) {
 }  // namespace
 
 // Keeps the objects of a table that is the Looper itself: what that left with is given to handlers alone.
-class __attribute__((visibility("hidden"))) TableRows::Keeper : public Handler {
+class TableRows::Keeper : public Handler {
  public:
   explicit Keeper(TableRows& table) : table_(table) { setSubscriptionLimit(0); }
-  void savePermData(message& data) override { table_.saveRows(data); }
-  void loadPermData(const message& data) override { table_.loadRows(data); }
+  void savePermData(message& data) override { table_.save(data); }
+  void loadPermData(const message& data) override { table_.load(data); }
 
  private:
   TableRows& table_;
 };
-
-TableRows::TableRows(Handler& handler, const ObjectRules& rules) : TableCore(handler, rules) {}
 
 TableRows::~TableRows() {
   if (blocksLeave_ && getLooper() != nullptr) getLooper()->unblockLeave();
 }
 
 std::vector<unsigned int> TableRows::ids() const {
-  if (takes(ObjectRules::kMove)) return order_;
+  if (isOrdered()) return order_;
   std::vector<unsigned int> result;
   result.reserve(rows_.size());
   for (const auto& [id, object] : rows_) result.push_back(id);
@@ -82,65 +79,41 @@ void TableRows::keepIn(const std::string& path) {
 }
 
 void TableRows::keepOverLeave() {
-  keepsOverLeave_ = true;
+  isKept_ = true;
   Looper* const looper = getLooper();
-  if (looper != &handler_) return;
+  if (looper != &commands_.handler()) return;
   keeper_ = std::make_unique<Keeper>(*this);
   looper->addHandler(HANDLER_KEEPER, keeper_.get());
 }
 
-const message* TableRows::findRow(unsigned int id) const {
+const message* TableRows::find(unsigned int id) const {
   const auto row = rows_.find(id);
   return row == rows_.end() ? nullptr : &row->second;
 }
 
-void TableRows::saveRows(message& data) const {
+void TableRows::save(message& data) const {
   std::vector<message::flat_message> objects;
-  for (const unsigned int id : ids()) objects.push_back(findRow(id)->flattened());
+  for (const unsigned int id : ids()) objects.push_back(find(id)->flattened());
   if (!objects.empty()) data.insert(kKeptObjects, objects);
 }
 
-void TableRows::loadRows(const message& data) {
+void TableRows::load(const message& data) {
   for (const message object : data.get(kKeptObjects, {})) {
     const unsigned int id = object.get(STD_ID, BADID);
     if (rows_.contains(id)) continue;
     restore(id, object);
-    if (takes(ObjectRules::kMove)) order_.push_back(id);
+    if (isOrdered()) order_.push_back(id);
   }
   settle();
-}
-
-unsigned int TableRows::addRow(const message& object, const message& cause) {
-  const unsigned int wanted = object.get(STD_ID, 0);
-  const unsigned int id = wanted == 0 || wanted == BADID ? freeId() : wanted;
-  if (rows_.contains(id)) return BADID;
-  message now = object;
-  now.insert(STD_ID, id);
-  return isError(change(cause, id, nullptr, &now)) ? BADID : id;
-}
-
-bool TableRows::setRow(const message& object, const message& cause) {
-  const unsigned int id = object.get(STD_ID, BADID);
-  message before;
-  return readRow(id, before) && !isError(change(cause, id, &before, &object));
-}
-
-bool TableRows::removeRow(unsigned int id, const message& cause) {
-  message before;
-  return readRow(id, before) && !isError(change(cause, id, &before, nullptr));
-}
-
-void TableRows::clearRows(const message& cause) {
-  for (const unsigned int id : ids()) removeRow(id, cause);
 }
 
 // --- What the commands ask for.
 
 message TableRows::fillChunk(Chunk& chunk, unsigned int start) {
-  if (takes(ObjectRules::kMove)) {
+  if (isOrdered()) {
     std::size_t at = start == BADID ? 0 : placeOf(start);
     if (start != BADID && at == order_.size()) return errorMsg(ERROR_UNKNOWNID, "");
-    while (at < order_.size() && chunk.add(order_[at], shown(order_[at], *findRow(order_[at])))) ++at;
+    while (at < order_.size() && chunk.add(order_[at], shown(order_[at], *find(order_[at])))) ++at;
     return {};
   }
   for (auto row = start == BADID ? rows_.begin() : rows_.lower_bound(start); row != rows_.end(); ++row)
@@ -149,12 +122,10 @@ message TableRows::fillChunk(Chunk& chunk, unsigned int start) {
 }
 
 bool TableRows::readRow(unsigned int id, message& object) {
-  const message* const row = findRow(id);
+  const message* const row = find(id);
   object = row != nullptr ? shown(id, *row) : errorMsg(ERROR_UNKNOWNID, "");
   return row != nullptr;
 }
-
-Result<unsigned int> TableRows::countRows() { return size(); }
 
 unsigned int TableRows::freeId() {
   unsigned int id = last_;
@@ -173,8 +144,8 @@ message TableRows::writeRow(const message& cause, unsigned int id, const message
   row = object;
   row.remove(STD_NEXTID);
   weigh(row.max_length(), before);
-  if (isNew && takes(ObjectRules::kMove)) place(cause, id, next);
-  if (store_) store_->set(id, shown(id, row));
+  if (isNew && isOrdered()) place(cause, id, next);
+  keep(id);
   return {};
 }
 
@@ -182,14 +153,13 @@ message TableRows::eraseRow(const message& cause, unsigned int id) {
   const auto row = rows_.find(id);
   weigh(0, row->second.max_length());
   rows_.erase(row);
-  if (takes(ObjectRules::kMove)) unplace(cause, id);
+  if (isOrdered()) unplace(cause, id);
   if (store_) store_->remove(id);
   return {};
 }
 
-message TableRows::moveObj(const message& request, unsigned int id) {
-  if (!takes(ObjectRules::kMove)) return errorMsg(ERROR_NOTIMP, "");
-  const message* const row = findRow(id);
+message TableRows::moveRow(const message& request, unsigned int id) {
+  const message* const row = find(id);
   if (row == nullptr) return errorMsg(ERROR_UNKNOWNID, "");
   const unsigned int next = request.get(STD_NEXTID, BADID);
   if (next != BADID && !rows_.contains(next)) return errorMsg(ERROR_UNKNOWNNEXTID, "");
@@ -199,12 +169,12 @@ message TableRows::moveObj(const message& request, unsigned int id) {
   unplace(request, id);
   place(request, id, next);
   const message now = shown(id, *row);
-  if (store_) store_->set(id, now);
-  handler_.notifyChange(id, request);
+  keep(id);
+  commands_.handler().notifyChange(id, request);
   message undo;
   if (nextBefore != BADID) undo.insert(STD_NEXTID, nextBefore);
-  reportUndo(request, undo, CMD_MOVEOBJ, CMD_MOVEOBJ, now);
-  tell(&before, &now);
+  commands_.reportUndo(request, undo, CMD_MOVEOBJ, CMD_MOVEOBJ, now);
+  commands_.tell(&before, &now);
   return {};
 }
 
@@ -229,27 +199,31 @@ unsigned int TableRows::nextOf(unsigned int id) const {
 void TableRows::place(const message& cause, unsigned int id, unsigned int next) {
   const std::size_t at = placeOf(next);
   order_.insert(order_.begin() + static_cast<std::ptrdiff_t>(at), id);
-  if (at > 0) touchPlace(cause, at - 1);
+  if (at > 0) tellPlace(cause, at - 1);
 }
 
 void TableRows::unplace(const message& cause, unsigned int id) {
   const std::size_t at = placeOf(id);
   order_.erase(order_.begin() + static_cast<std::ptrdiff_t>(at));
-  if (at > 0) touchPlace(cause, at - 1);
+  if (at > 0) tellPlace(cause, at - 1);
 }
 
 // The object there names another one behind it.
-void TableRows::touchPlace(const message& cause, std::size_t place) {
+void TableRows::tellPlace(const message& cause, std::size_t place) {
   const unsigned int id = order_[place];
-  if (store_) store_->set(id, shown(id, *findRow(id)));
-  handler_.notifyChange(id, cause);
+  keep(id);
+  commands_.handler().notifyChange(id, cause);
 }
 
 // --- Outliving the process (W3).
 
+void TableRows::keep(unsigned int id) {
+  if (store_) store_->set(id, shown(id, *find(id)));
+}
+
 void TableRows::weigh(std::size_t more, std::size_t less) {
   bytes_ += more - less;
-  const bool isTooMuch = keepsOverLeave_ && bytes_ > kMostKeptBytes;
+  const bool isTooMuch = isKept_ && bytes_ > TableMemory::kMostKeptBytes;
   if (isTooMuch == blocksLeave_) return;
   blocksLeave_ = isTooMuch;
   if (isTooMuch) getLooper()->blockLeave();
@@ -264,10 +238,10 @@ void TableRows::restore(unsigned int id, message object) {
 }
 
 void TableRows::settle() {
-  if (takes(ObjectRules::kMove) && order_.empty()) order_ = orderOf(rows_);
+  if (isOrdered() && order_.empty()) order_ = orderOf(rows_);
   for (auto& [id, object] : rows_) object.remove(STD_NEXTID);
   for (const unsigned int id : ids())
-    if (const message* object = findRow(id)) tell(nullptr, object);
+    if (const message* object = find(id)) commands_.tell(nullptr, object);
 }
 
 }  // namespace kl::detail
