@@ -2,30 +2,14 @@
 
 #include "services/describe/compact.h"
 
-#include <cstdio>
-
 #include "services/describe/check.h"
 #include "services/describe/field_id.h"
+#include "services/describe/quoted.h"
 
 namespace describe {
 namespace {
 
 enum class Amount { kAll, kWithoutSentences, kNames };
-
-std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') result += '\\';
-    if (static_cast<unsigned char>(c) >= ' ' && c != '\x7f') {
-      result += c;
-      continue;
-    }
-    char escaped[8];
-    (void)std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned int>(c));
-    result += escaped;
-  }
-  return result + "\"";
-}
 
 template <class Entries, class ToText>
 std::string listOf(const Entries& entries, const std::string& separator, ToText toText) {

@@ -2,37 +2,21 @@
 
 #include "services/describe/json.h"
 
-#include <cstdio>
-
 #include "services/describe/field_id.h"
+#include "services/describe/quoted.h"
 #include "services/describe/words.h"
 
 namespace describe {
 namespace {
 
-std::string jsonText(const std::string& text) {
-  std::string result = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') result += '\\';
-    if (static_cast<unsigned char>(c) >= ' ') {
-      result += c;
-      continue;
-    }
-    char escaped[8];
-    (void)std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned int>(c));
-    result += escaped;
-  }
-  return result + "\"";
-}
-
 // An object of JSON, key by key.
 class JsonObject {
  public:
   void add(const std::string& key, const std::string& json) {
-    text_ += (text_.empty() ? "" : ",") + jsonText(key) + ":" + json;
+    text_ += (text_.empty() ? "" : ",") + quoted(key) + ":" + json;
   }
   void addText(const std::string& key, const std::string& text) {
-    if (!text.empty()) add(key, jsonText(text));
+    if (!text.empty()) add(key, quoted(text));
   }
   template <class Number>
   void addNumber(const std::string& key, const std::optional<Number>& number) {
@@ -80,9 +64,9 @@ std::string commandJson(const Command& command) {
   json.add("code", std::to_string(command.code));
   json.addText("right", command.right);
   json.addText("doc", command.doc);
-  json.addList("takes", command.takes, jsonText);
-  json.addList("gives", command.gives, jsonText);
-  json.addList("errors", command.errors, jsonText);
+  json.addList("takes", command.takes, quoted);
+  json.addList("gives", command.gives, quoted);
+  json.addList("errors", command.errors, quoted);
   json.addText("since", command.since);
   json.addText("deprecated", command.deprecated);
   return json.text();
@@ -94,7 +78,7 @@ std::string objectJson(const Object& object) {
   json.addNumber("handler", object.handler);
   json.addText("key", object.key);
   json.addText("doc", object.doc);
-  json.addList("fields", object.fields, jsonText);
+  json.addList("fields", object.fields, quoted);
   json.addList("commands", object.commands, commandJson);
   return json.text();
 }
