@@ -25,7 +25,7 @@ from weakref import WeakSet
 from kelo import ids
 from kelo.codec.message import Message
 from kelo.errors import CodecError, Disconnected, KeloError, PathError
-from kelo.names import Dictionaries, Dictionary, Object, Target, command_of
+from kelo.names import Dictionaries, Dictionary, Object, Target
 from kelo.process import SOCKET, TIMEOUT, Process
 from kelo.watch import Change, Watch, walk
 
@@ -168,10 +168,10 @@ class Bus:
         **named: Any,
     ) -> Object:
         """Sends any command.  Without `reply` nobody answers, and what is returned is empty."""
-        code = command_of(command)
-        if reply:
-            return await self._ask(path, code, code, id, fields, named)
         to, dictionary, message = await self._prepared(path, id, fields, named)
+        code = dictionary.command_of(command, to[1:])
+        if reply:
+            return Object(await self._process.request(to, code, message, self.timeout), dictionary)
         message[ids.SYS_TO] = to
         message[ids.SYS_CMD] = code
         self._process.send(message)
@@ -210,8 +210,9 @@ class Bus:
         **named: Any,
     ) -> Subscription:
         """Notifications of one command, as they come."""
-        to, _, message = await self._prepared(path, None, fields, named)
-        subscription = Subscription(self._process, to, command_of(command), message, limit)
+        to, dictionary, message = await self._prepared(path, None, fields, named)
+        code = dictionary.command_of(command, to[1:])
+        subscription = Subscription(self._process, to, code, message, limit)
         self._followers.add(subscription)
         await self._process.flush()
         return subscription
@@ -260,7 +261,7 @@ class Bus:
     # Names
 
     async def dictionary(self, path: AnyPath) -> Dictionary:
-        """The names of a service's fields."""
+        """The names of a service."""
         return (await self._resolve(path))[2]
 
     async def _act(self, service: str | int, action: str) -> None:
@@ -296,7 +297,8 @@ class Bus:
             number, name = service, await self._name_of(service)
         else:
             number, name = await self._number_of(service), service
-        return [number, *target.handlers], target.id, self._dictionaries.of(name)
+        dictionary = self._dictionaries.of(name)
+        return [number, *dictionary.handlers_of(target.handlers)], target.id, dictionary
 
     async def _read_names(self) -> dict[int, str]:
         names = {}

@@ -1,6 +1,6 @@
-"""Names for fields: the dictionaries of services, and objects whose fields are seen by name.
+"""Names for fields, values, objects and commands: the descriptions of services, and objects whose fields are seen by name.
 
-A dictionary is the file SERVICE.toml that klctl uses, too.  A field is named as klctl names it: by the dictionary
+A description is the file SERVICE.toml that klctl uses, too (docs/descriptions.md).  A field is named as klctl names it: by the dictionary
 ("mtu"), as a standard or system field ("STD_DESCR", "descr"), or by its type and number ("u32:5", "string:std.9",
 "u32[]:8", "0x0a000005").
 """
@@ -11,7 +11,7 @@ import os
 import re
 import socket
 import tomllib
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
@@ -62,29 +62,74 @@ def explicit_field(name: str) -> int | None:
     return _KINDS[kind] | (ARRAY if array else 0) | space << 16 | number
 
 
+def _field_of(row: Mapping[str, Any], where: str) -> int:
+    """The id of a field as a description has it: field = "u32:5", or type and id."""
+    name = row["field"] if "field" in row else f"{row['type']}:{row['id']}"
+    id = explicit_field(name)
+    if id is None:
+        raise PathError(f"{where}: '{name}' is no field")
+    return id
+
+
+def _field_rows(description: Mapping[str, Any]) -> Iterator[Mapping[str, Any]]:
+    """The fields of a description, in the order of the file; some are written where they are used."""
+    yield from description.get("fields", [])
+    for each in description.get("objects", []):
+        commands = [command for command in each.get("commands", []) if not isinstance(command, str)]
+        lists = [each.get("fields", [])] + [command.get(key, []) for command in commands for key in ("takes", "gives")]
+        yield from (row for rows in lists for row in rows if not isinstance(row, str))
+
+
 @dataclass(frozen=True)
 class Dictionary:
-    """The names of one service's fields, and words for values of its u32 fields."""
+    """The names of one service: of its fields, of values of its u32 fields, of its objects, commands and settings."""
 
     fields: dict[str, int] = field(default_factory=dict)  # in the order in which they are shown
     words: dict[int, dict[str, int]] = field(default_factory=dict)
+    units: dict[int, str] = field(default_factory=dict)  # of numbers: "s", "bytes", "1/100"
+    secrets: frozenset[int] = frozenset()  # fields that are not to be shown
+    objects: dict[str, tuple[int, ...]] = field(default_factory=dict)  # the handlers of each; none: the service itself
+    commands: dict[tuple[int, ...], dict[str, int]] = field(default_factory=dict)  # of the service's own, by handlers
+    settings: dict[str, int] = field(default_factory=dict)
 
     @classmethod
     def parse(cls, text: str, where: str = "dictionary") -> Dictionary:
         try:
-            rows = tomllib.loads(text).get("fields", [])
-            fields: dict[str, int] = {}
-            words: dict[int, dict[str, int]] = {}
-            for row in rows:
-                id = explicit_field(row["field"])
-                if id is None:
-                    raise PathError(f"{where}: '{row['field']}' is no field")
-                fields[row["name"]] = id
-                if "values" in row:
-                    words[id] = dict(row["values"])
-            return cls(fields, words)
-        except (tomllib.TOMLDecodeError, KeyError, TypeError, AttributeError) as error:
+            description = tomllib.loads(text)
+            rows = [(row, _field_of(row, where)) for row in _field_rows(description)]
+            objects: dict[str, tuple[int, ...]] = {}
+            commands: dict[tuple[int, ...], dict[str, int]] = {}
+            for each in description.get("objects", []):
+                handlers = (each["handler"],) if "handler" in each else ()
+                objects[each["name"]] = handlers
+                own = [command for command in each.get("commands", []) if not isinstance(command, str)]
+                commands[handlers] = {command["name"]: command["code"] for command in own if "code" in command}
+            return cls(
+                fields={row["name"]: id for row, id in rows},
+                words={id: dict(row["values"]) for row, id in rows if "values" in row},
+                units={id: row["unit"] for row, id in rows if "unit" in row},
+                secrets=frozenset(id for row, id in rows if row.get("secret", False)),
+                objects=objects,
+                commands=commands,
+                settings={row["name"]: _field_of(row, where) for row in description.get("settings", [])},
+            )
+        except (tomllib.TOMLDecodeError, KeyError, TypeError, ValueError, AttributeError) as error:
             raise PathError(f"{where}: {error}") from None
+
+    def handlers_of(self, handlers: Iterable[int | str]) -> tuple[int, ...]:
+        """The handlers of a path, in which the name of an object stands for its own; PathError if there is none."""
+        numbers: list[int] = []
+        for handler in handlers:
+            if isinstance(handler, str) and handler not in self.objects:
+                known = f"; there are {', '.join(self.objects)}" if self.objects else ""
+                raise PathError(f"no object is called '{handler}'{known}")
+            numbers += self.objects[handler] if isinstance(handler, str) else (handler,)
+        return tuple(numbers)
+
+    def command_of(self, command: str | int, handlers: Iterable[int] = ()) -> int:
+        """A command of the service's own at these handlers, or a standard one; PathError if there is none."""
+        own = self.commands.get(tuple(handlers), {})
+        return own[command] if isinstance(command, str) and command in own else command_of(command)
 
     def id_of(self, name: str) -> int:
         """The field of this name; PathError if there is none."""
@@ -162,7 +207,8 @@ class Object(Mapping[str, Any]):
     """A message whose fields are seen by name: link["mtu"], link.mtu, dict(link).
 
     Values are those of a message, but addresses are texts, u32 values that the dictionary has words for are words, and
-    nested messages are Objects.  System fields are left out; `message` has them.
+    nested messages are Objects.  System fields are left out; `message` has them.  Secret fields are there, and their
+    values are not printed.
     """
 
     __slots__ = ("message", "dictionary")
@@ -227,7 +273,10 @@ class Object(Mapping[str, Any]):
                 return "[" + ", ".join(map(text, value)) + "]"
             return value._text(depth - 1) if isinstance(value, Object) else repr(value)
 
-        return "{" + ", ".join(f"{name}: {text(value)}" for name, value in self.items()) + "}"
+        def shown(name: str, value: Any) -> str:
+            return "(secret)" if self.dictionary.id_of(name) in self.dictionary.secrets else text(value)
+
+        return "{" + ", ".join(f"{name}: {shown(name, value)}" for name, value in self.items()) + "}"
 
 
 def default_folders() -> list[Path]:
@@ -269,12 +318,12 @@ class Target:
     """A path as it is written: a service by name or number, handlers in it, perhaps an object."""
 
     service: str | int
-    handlers: tuple[int, ...] = ()
+    handlers: tuple[int | str, ...] = ()  # a name is that of an object
     id: int | None = None
 
     @classmethod
     def parse(cls, path: str | int | tuple[int, ...] | list[int]) -> Target:
-        """ "netif", "netif/3", "24/0:7", 32, (32, 3)."""
+        """ "netif", "netif/3", "log/rule:7", 32, (32, 3)."""
         if isinstance(path, int):
             return cls(path)
         if not isinstance(path, str):
@@ -287,7 +336,7 @@ class Target:
             raise PathError(f"'{path}' is no path")
         return cls(
             _number(service) if service[0].isdigit() else service,
-            tuple(_number(handler) for handler in handlers),
+            tuple(_number(handler) if handler[:1].isdigit() else handler for handler in handlers),
             _number(id) if id else None,
         )
 
