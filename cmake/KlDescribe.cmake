@@ -4,7 +4,7 @@
 set(KL_GEN "" CACHE FILEPATH "The klgen that runs while building; without it the one that is built or installed")
 
 # kl_describe(TARGET FILE...): makes NAME.kl.h of each description NAME.toml when it has changed, and lets the sources of
-# the target include it.
+# the target, and of those that link it, include it.
 function(kl_describe target)
   set(generator "${KL_GEN}")
   if(NOT generator AND (TARGET klgen OR KL_GEN_IS_BUILT))
@@ -24,5 +24,5 @@ function(kl_describe target)
       DEPENDS "${file}" ${generator} COMMENT "Making ${name}.kl.h" VERBATIM)
     target_sources(${target} PRIVATE "${folder}/${name}.kl.h")
   endforeach()
-  target_include_directories(${target} PRIVATE "${folder}")
+  target_include_directories(${target} PUBLIC "$<BUILD_INTERFACE:${folder}>")
 endfunction()

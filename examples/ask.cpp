@@ -6,7 +6,7 @@
 
 #include "kl/looper.h"
 #include "kl/ticks.h"
-#include "netif.h"
+#include "netif.kl.h"
 
 namespace {
 constexpr kl::TickCount kTimeout = kl::inTicks(std::chrono::seconds(3));

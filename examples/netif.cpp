@@ -1,15 +1,19 @@
 // netif: serves the machine's network interfaces to other services, and notifies them of changes.
 //
+// What its messages are made of stands in netif.toml, of which klgen makes netif.kl.h for the service and its clients.
+//
 // The whole service is one Looper, on the path [32].  Each request is answered from the kernel's own tables, read anew,
 // and the kernel's notifications (link_monitor.h) become those of the service.
-// Only the descriptions are netif's own; they outlive the process in a handler of their own (memory.h).
+// Only the descriptions are netif's own; they outlive the process in a handler of their own (memory.h).  One belongs to
+// the name of an interface, whatever index the kernel gives it.
 
-#include "netif.h"
+#include "netif.kl.h"
 
 #include <ostream>
 #include <set>
 
 #include "kl/chunk.h"
+#include "kl/description.h"
 #include "kl/logger.h"
 #include "kl/looper.h"
 #include "kl/services.h"
@@ -207,4 +211,7 @@ class Netif : public kl::Looper {
 
 }  // namespace
 
-int main() { Netif().run(); }
+int main() {
+  kl::setDescription(netif::kDescription);  // klctl introspect netif shows it
+  Netif().run();
+}

@@ -8,7 +8,7 @@
 
 #include "kl/looper.h"
 #include "kl/watcher.h"
-#include "netif.h"
+#include "netif.kl.h"
 
 namespace {
 constexpr unsigned int kSecondsADay = 86400;

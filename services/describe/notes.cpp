@@ -9,6 +9,12 @@ void add(std::string& all, const std::string& text) {
   if (!text.empty()) all += (all.empty() ? "" : "; ") + text;
 }
 
+std::string unitOf(const Field& field) {
+  if (field.unit.empty()) return {};
+  const bool isNumber = field.unit.front() >= '0' && field.unit.front() <= '9';
+  return (isNumber ? "in units of " : "in ") + field.unit;
+}
+
 std::string boundsOf(const Field& field) {
   if (field.min && field.max) return std::to_string(*field.min) + " to " + std::to_string(*field.max);
   if (field.min) return "at least " + std::to_string(*field.min);
@@ -20,7 +26,7 @@ std::string boundsOf(const Field& field) {
 
 std::string notesOf(const Field& field) {
   std::string all = field.doc;
-  if (!field.unit.empty()) add(all, "in " + field.unit);
+  add(all, unitOf(field));
   add(all, boundsOf(field));
   std::string words;
   for (const Value& value : field.values)

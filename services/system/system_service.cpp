@@ -10,11 +10,11 @@
 #include "kl/logger.h"
 #include "kl/services.h"
 #include "services/common/version.h"
+#include "system.kl.h"
 
 namespace kl_system {
 namespace {
 
-constexpr unsigned int kLookTicks = 500;
 constexpr const char* kNames[] = {"timezone", "host", "version", "uptime", "memory", "load"};
 static_assert(std::size(kNames) == kl::SYSTEM_OBJECT_LOAD + 1, "each object has a name");
 
@@ -22,16 +22,16 @@ static_assert(std::size(kNames) == kl::SYSTEM_OBJECT_LOAD + 1, "each object has 
 void describe(kl::message& m, unsigned int object, const Figures& f) {
   switch (object) {
     case kl::SYSTEM_OBJECT_TIMEZONE:
-      m.insert(kl::SYSTEM_TIMEZONE, static_cast<unsigned int>(f.timezone));
+      m.insert(system_service::TIMEZONE, static_cast<unsigned int>(f.timezone));
       break;
-    case kl::SYSTEM_OBJECT_HOST: m.insert(kl::SYSTEM_HOSTNAME, f.hostname); break;
-    case kl::SYSTEM_OBJECT_VERSION: m.insert(kl::SYSTEM_VERSION, f.version); break;
-    case kl::SYSTEM_OBJECT_UPTIME: m.insert(kl::SYSTEM_UPTIME, f.uptime); break;
+    case kl::SYSTEM_OBJECT_HOST: m.insert(system_service::HOSTNAME, f.hostname); break;
+    case kl::SYSTEM_OBJECT_VERSION: m.insert(system_service::VERSION, f.version); break;
+    case kl::SYSTEM_OBJECT_UPTIME: m.insert(system_service::UPTIME, f.uptime); break;
     case kl::SYSTEM_OBJECT_MEMORY:
-      m.insert(kl::SYSTEM_MEMORY_TOTAL, f.memory.total);
-      m.insert(kl::SYSTEM_MEMORY_AVAILABLE, f.memory.available);
+      m.insert(system_service::MEMORY_TOTAL, f.memory.total);
+      m.insert(system_service::MEMORY_AVAILABLE, f.memory.available);
       break;
-    case kl::SYSTEM_OBJECT_LOAD: m.insert(kl::SYSTEM_LOAD, {f.load.begin(), f.load.end()}); break;
+    case kl::SYSTEM_OBJECT_LOAD: m.insert(system_service::LOAD, {f.load.begin(), f.load.end()}); break;
     default: break;
   }
 }
@@ -47,9 +47,11 @@ kl::message objectOf(unsigned int id, const Figures& figures) {
 }  // namespace
 
 SystemService::SystemService()
-    : kl::Looper(kAny, kl::SERVICE_SYSTEM, common::versionWord()),
+    : kl::Looper(kAny, system_service::SERVICE, common::versionWord()),
       timezone_(*this, this, kl::bind<SystemService, &SystemService::onTimezone>()),
-      lookTicks_(std::max(getLoaderData().get(kl::SYSTEM_LOOK_TICKS, kLookTicks), 1U)) {
+      lookTicks_(std::max(
+          getLoaderData().get(system_service::SETTING_LOOK_TICKS, system_service::SETTING_LOOK_TICKS_DEFAULT),
+          1U)) {
   addHandler(0, &timezone_);
 }
 

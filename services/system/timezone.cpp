@@ -3,6 +3,7 @@
 #include "timezone.h"
 
 #include "kl/services.h"
+#include "system.kl.h"
 #include "zone.h"
 
 namespace kl_system {
@@ -14,7 +15,7 @@ Timezone::Timezone(kl::Runner& loop, void* context, void (*changed)(void*))
 
 kl::message Timezone::cmdGet(const kl::message&) {
   kl::message reply;
-  reply.insert(kl::SYSTEM_TIMEZONE, static_cast<unsigned int>(offset()));
+  reply.insert(system_service::TIMEZONE, static_cast<unsigned int>(offset()));
   return reply;
 }
 
@@ -22,7 +23,7 @@ kl::message Timezone::cmdGet(const kl::message&) {
 void Timezone::onChange() {
   kl::message m;
   m.insert(kl::SYS_CMD, kl::SYSTEM_TIMEZONE_CHANGED);
-  m.insert(kl::SYSTEM_TIMEZONE, static_cast<unsigned int>(offset()));
+  m.insert(system_service::TIMEZONE, static_cast<unsigned int>(offset()));
   sendNotify(m);
   changed_(context_);
 }

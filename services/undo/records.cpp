@@ -10,7 +10,7 @@
 
 #include "kl/conventions.h"
 #include "kl/message_view.h"
-#include "kl/services.h"
+#include "undo.kl.h"
 
 namespace undo {
 namespace {
@@ -20,7 +20,7 @@ constexpr unsigned int kLifetime = 1;  // nothing here ages
 constexpr kl::field<unsigned int> kNextId{0x08000001};
 
 unsigned int makerOf(const kl::message& record) {
-  const auto source = record.view_u32_array(kl::UNDO_SOURCE);
+  const auto source = record.view_u32_array(undo_service::SOURCE);
   return source.empty() ? kl::BADID : source.front();
 }
 
@@ -71,7 +71,7 @@ void Records::remove(unsigned int id) {
 // R1
 void Records::note(unsigned int id, const kl::message& record) {
   makers_[id] = makerOf(record);
-  parts_.add(id, {record.get(kl::UNDO_REPORTER, ""), record.get(kl::UNDO_USER, "")});
+  parts_.add(id, {record.get(undo_service::REPORTER, ""), record.get(undo_service::USER, "")});
 }
 
 bool Records::write(unsigned int id, const kl::message& record) {

@@ -6,6 +6,7 @@
 #include "kl/services.h"
 #include "remarks.h"
 #include "reports.h"
+#include "undo.kl.h"
 
 namespace undo {
 namespace {
@@ -20,7 +21,7 @@ void UndoOrders::start(const kl::message& request) {
   const unsigned int id = request.get(kl::STD_ID, kl::BADID);
   if (!records_.makers().contains(id)) return looper_.replyError(request, kl::ERROR_UNKNOWNID, "");
   const kl::message record = records_.get(id);
-  if (!record.has(kl::UNDO_SOURCE))
+  if (!record.has(undo_service::SOURCE))
     return looper_.replyError(request, kl::ERROR_FAILED, "the record cannot be read");
   if (!running_.insert(id).second) return looper_.replyError(request, kl::ERROR_BUSY, "");
   if (!request.has(kl::SYS_POLICY)) return sendUndo(record, request, request);

@@ -25,14 +25,12 @@
 #include "remarks.h"
 #include "reports.h"
 #include "services/common/version.h"
+#include "undo.kl.h"
 #include "viewers.h"
 
 namespace undo {
 namespace {
 
-constexpr char kFolder[] = "/kelo/undo";
-constexpr unsigned int kLimit = 100;
-constexpr unsigned int kMostLimit = 10000;
 constexpr unsigned int kFirstPicked = 0x10000;  // from here on ids are the loader's to give
 constexpr int kLoaderTicks = 500;
 
@@ -65,9 +63,10 @@ kl::message rowRequest(unsigned int service) {
 // A user who may make a change may undo it: the record holds the rights that CMD_START needs, not a policy.  A report is
 // a service's account of itself, and changes nothing of others.
 UndoService::UndoService()
-    : kl::Looper(kAny, kl::SERVICE_UNDO, common::versionWord()),
-      limit_(std::clamp(getLoaderData().get(kl::UNDO_LIMIT, kLimit), 1U, kMostLimit)),
-      records_(getLoaderData().get(kl::UNDO_FOLDER, kFolder)) {
+    : kl::Looper(kAny, undo_service::SERVICE, common::versionWord()),
+      limit_(std::clamp(getLoaderData().get(undo_service::SETTING_LIMIT, undo_service::SETTING_LIMIT_DEFAULT),
+                        undo_service::SETTING_LIMIT_MIN, undo_service::SETTING_LIMIT_MAX)),
+      records_(getLoaderData().get(undo_service::SETTING_FOLDER, undo_service::SETTING_FOLDER_DEFAULT)) {
   accessPolicies().set_policy(kl::CMD_START, 0);
   accessPolicies().set_policy(kl::CMD_ADDOBJ, kl::RIGHT_READ);
   accessPolicies().set_policy(kl::CMD_SETOBJ, kl::RIGHT_READ);

@@ -18,15 +18,15 @@ struct Quotation {
   std::string text;
 };
 
-// The blocks that name their file behind the language.
+// The blocks that name their file behind the language: "```cpp examples/netif.cpp".
 std::vector<Quotation> quotationsIn(const std::string& guide) {
   static constexpr char kFence[] = "```";
-  static constexpr char kNamed[] = "```cpp examples/";
   std::vector<Quotation> quotations;
   std::istringstream lines(textOf(guide));
   for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with(kNamed)) continue;
-    Quotation quotation{line.substr(sizeof "```cpp " - 1), ""};
+    const std::size_t blank = line.find(' ');
+    if (!line.starts_with(kFence) || blank == std::string::npos) continue;
+    Quotation quotation{line.substr(blank + 1), ""};
     while (std::getline(lines, line) && line != kFence) quotation.text += line + "\n";
     quotations.push_back(quotation);
   }

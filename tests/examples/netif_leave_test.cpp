@@ -7,9 +7,9 @@
 
 #include <set>
 
-#include "examples/netif.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "netif.kl.h"
 #include "tests/examples/kernel_view.h"
 #include "tests/support/doubles/loader_double.h"
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "examples/netif.h"
 #include "kl/looper.h"
 #include "kl/services.h"
+#include "netif.kl.h"
 #include "tests/examples/kernel_view.h"
 #include "tests/support/doubles/loader_process.h"
 

@@ -1,4 +1,4 @@
-#include "examples/netif.h"
+#include "netif.kl.h"
 
 #include <gtest/gtest.h>
 

@@ -176,6 +176,10 @@ class TidyTest(unittest.TestCase):
         longest = "\u00e9" * 120
         self.assertEqual(self.findings("lines", {"docs/guide.md": f"{longest}\n{longest}x\n"}),
                          ["docs/guide.md:2: 121 characters, and a document's lines have at most 120"])
+        row = "| " + "x" * 119
+        made = f"<!-- klgen fields f.toml -->\n{row}\n<!-- klgen end -->\n"
+        self.assertEqual(self.findings("lines", {"docs/guide.md": f"{made}{row}\n"}),
+                         ["docs/guide.md:4: 121 characters, and a document's lines have at most 120"])
         self.assertEqual(self.findings("lines", {"docs/man/klctl.1": "x" * 121 + "\n",
                                                  "lib/README.md": "x" * 121 + "\n",
                                                  "lib/loop/a.cpp": "// " + "x" * 121 + "\n"}),

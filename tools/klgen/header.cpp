@@ -107,6 +107,7 @@ class HeaderWriter {
   void writeDescription();
   void writeNumbers();
   void writeFields(const std::vector<Field>& fields, const std::string& prefix);
+  void writeDefaults();
   void writeEnumerations(const std::vector<Field>& fields, const std::string& prefix);
   void writeObject(const describe::Object& object);
   // `object` is null where a structure is of what a command takes or gives.
@@ -119,6 +120,7 @@ class HeaderWriter {
   // Remembers a name of the outer level; false when the same thing has it already.
   bool claim(const std::string& name, const std::string& meaning, unsigned int line);
   void constant(const std::string& name, unsigned int number, const std::string& text, unsigned int line);
+  void define(const std::string& type, const std::string& name, const std::string& value, const Field& field);
 
   const Description& description_;
   const std::string& file_;
@@ -136,6 +138,7 @@ std::string HeaderWriter::write() {
   writeEnumerations(description_.fields, "");
   if (!description_.settings.empty()) out_ += "\n// Settings.\n";
   writeFields(description_.settings, "setting_");
+  writeDefaults();
   writeEnumerations(description_.settings, "setting_");
   for (const describe::Object& object : description_.objects) writeObject(object);
   writeDescription();
@@ -195,6 +198,32 @@ void HeaderWriter::writeFields(const std::vector<Field>& fields, const std::stri
     out_ += "inline constexpr ::kl::field<" + typeOf(field.id) + "> " + word + "{" + hex(field.id) + "};" +
             remark(describe::notesOf(field)) + "\n";
   }
+}
+
+// What a setting is without a value, and the bounds of a number.
+void HeaderWriter::writeDefaults() {
+  for (const Field& field : description_.settings) {
+    const std::string name = "setting_" + field.name;
+    const auto type = describe::elementType(field.id);
+    if (describe::isArray(field.id)) continue;
+    if (type == describe::kString && !field.initial.empty())
+      define("char", name + "_default", literal(field.initial), field);
+    if (type == describe::kBool && !field.initial.empty())
+      define("bool", name + "_default", field.initial == "true" ? "true" : "false", field);
+    if (type != describe::kU32 && type != describe::kU64) continue;
+    const unsigned long long most = type == describe::kU32 ? ~0u : ~0ull;
+    if (const auto initial = describe::parseNumber(field.initial, most))
+      define(elementTypeOf(field.id), name + "_default", std::to_string(*initial) + "u", field);
+    if (field.min) define(elementTypeOf(field.id), name + "_min", std::to_string(*field.min) + "u", field);
+    if (field.max) define(elementTypeOf(field.id), name + "_max", std::to_string(*field.max) + "u", field);
+  }
+}
+
+void HeaderWriter::define(const std::string& type, const std::string& name, const std::string& value,
+                          const Field& field) {
+  const std::string word = constantName(name);
+  if (!claim(word, name, field.line)) return;
+  out_ += "inline constexpr " + type + " " + word + (type == "char" ? "[]" : "") + " = " + value + ";\n";
 }
 
 void HeaderWriter::writeEnumerations(const std::vector<Field>& fields, const std::string& prefix) {

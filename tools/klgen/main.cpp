@@ -2,6 +2,7 @@
 // Everything that it makes is made in memory first: a description with a mistake leaves no file behind.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -10,6 +11,7 @@
 #include "against.h"
 #include "header.h"
 #include "pages.h"
+#include "regions.h"
 #include "services/common/command_line.h"
 #include "services/describe/check.h"
 #include "services/describe/json.h"
@@ -24,6 +26,8 @@ constexpr int kMistake = common::kMistake;
 
 struct Words {
   std::string file;
+  std::vector<std::string> pages;
+  bool checks = false;
   std::string output;
   std::string older;
   std::string level = "wire";
@@ -85,6 +89,26 @@ int checkFile(const Words& words) {
   return status;
 }
 
+// Writes what is made of descriptions into a page, or says that it is not there.
+int update(const std::string& file, bool checks) {
+  common::Mistakes mistakes;
+  const auto page = common::readFile(file, mistakes);
+  const std::string now = page ? updatedPage(*page, file, load, mistakes) : "";
+  common::report(mistakes, "klgen");
+  if (!mistakes.empty()) return kMistake;
+  if (now == *page) return kDone;
+  if (checks) std::cerr << "klgen: " << file << ": its tables are not those of the descriptions\n";
+  else if (write(file, now)) return kDone;
+  else std::cerr << "klgen: cannot write " << file << "\n";
+  return kBroken;
+}
+
+int updateAll(const Words& words) {
+  int status = kDone;
+  for (const std::string& page : words.pages) status = std::max(status, update(page, words.checks));
+  return status;
+}
+
 void addForm(CLI::App& app, Words& words, const std::string& form, const std::string& what) {
   CLI::App* command = app.add_subcommand(form, "Makes " + what);
   command->add_option("file", words.file, "The description")->required()->type_name("FILE");
@@ -98,9 +122,8 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "klgen " KLGEN_VERSION);
   app.require_subcommand(1);
   app.footer(
-      "Exit status: 0 when it is done, 1 for a break or a file that cannot be written, 2 after a mistake in "
-      "the\n"
-      "command line or in a description.");
+      "Exit status: 0 when it is done, 1 for a break, a page that is not current or a file that cannot be\n"
+      "written, 2 after a mistake in the command line, in a description or in a page.");
   addForm(app, words, "header", "a C++ header");
   addForm(app, words, "json", "JSON");
   addForm(app, words, "markdown", "a page in Markdown");
@@ -111,12 +134,18 @@ int run(int argc, char** argv) {
   check->add_option("--level", words.level, "What counts as broken: programs that run, or also their sources")
       ->check(CLI::IsMember({"wire", "source"}))
       ->capture_default_str();
+  CLI::App* updates = app.add_subcommand("update", "Writes tables of descriptions into pages");
+  updates->add_option("page", words.pages, "Pages with regions, in Markdown or for man")
+      ->required()
+      ->type_name("PAGE");
+  updates->add_flag("--check", words.checks, "Writes nothing, and says which pages are not current");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& end) {
     return app.exit(end) == 0 ? kDone : kMistake;
   }
   if (check->parsed()) return checkFile(words);
+  if (updates->parsed()) return updateAll(words);
   return make(app.get_subcommands().front()->get_name(), words);
 }
 

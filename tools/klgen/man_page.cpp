@@ -29,8 +29,9 @@ std::string paragraphLine(const std::string& text) {
 
 // A paragraph with a tag: "name u32:4" and what it is.
 std::string tagged(const std::string& name, const std::string& number, const std::string& text) {
-  return ".TP\n.BR " + escaped(name) + " \" " + escaped(number) + "\"\n" +
-         (text.empty() ? "\\&\n" : paragraphLine(text));
+  const std::string tag =
+      number.empty() ? ".B " + escaped(name) : ".BR " + escaped(name) + " \" " + escaped(number) + "\"";
+  return ".TP\n" + tag + "\n" + (text.empty() ? "\\&\n" : paragraphLine(text));
 }
 
 std::string sentence(const std::string& label, const std::vector<std::string>& names) {
@@ -39,12 +40,28 @@ std::string sentence(const std::string& label, const std::vector<std::string>& n
   return all.empty() ? "" : all + ".";
 }
 
+std::string fieldItem(const describe::Field& field, const std::string& label) {
+  const std::string name = label.empty() ? field.name : label;
+  return tagged(name, describe::fieldIdText(field.id), describe::notesOf(field));
+}
+
 std::string fieldItems(const std::string& heading, const std::vector<describe::Field>& fields) {
   std::string text = fields.empty() ? "" : ".SH " + heading + "\n";
-  for (const describe::Field& field : fields) {
-    text += tagged(field.name, describe::fieldIdText(field.id), describe::notesOf(field));
-  }
+  for (const describe::Field& field : fields) text += fieldItem(field, "");
   return text;
+}
+
+// What stands behind "name =" in a configuration.
+std::string valueWord(unsigned int id) {
+  const std::string word = [id] {
+    switch (describe::elementType(id)) {
+      case describe::kBool: return "boolean";
+      case describe::kU32:
+      case describe::kU64: return "number";
+      default: return "text";
+    }
+  }();
+  return describe::isArray(id) ? "list of " + word + "s" : word;
 }
 
 std::string commandItem(const describe::Command& command) {
@@ -91,6 +108,33 @@ std::string manPageOf(const Description& description) {
   for (const describe::Topic& topic : description.topics) {
     text += tagged(topic.name, std::to_string(topic.number), topic.doc);
   }
+  return text;
+}
+
+std::string manFields(const Rows<describe::Field>& fields) {
+  std::string text;
+  for (const auto& [label, field] : fields) text += fieldItem(*field, label);
+  return text;
+}
+
+std::string manSettings(const Rows<describe::Field>& settings) {
+  std::string text;
+  for (const auto& [label, setting] : settings)
+    text += tagged(setting->name, "= " + valueWord(setting->id), describe::notesOf(*setting));
+  return text;
+}
+
+std::string manCommands(const Rows<describe::Object>& objects) {
+  std::string text;
+  for (const auto& [label, object] : objects)
+    for (const describe::Command& command : object->commands) text += commandItem(command);
+  return text;
+}
+
+std::string manTopics(const Rows<describe::Topic>& topics) {
+  std::string text;
+  for (const auto& [label, topic] : topics)
+    text += tagged(topic->name, std::to_string(topic->number), topic->doc);
   return text;
 }
 

@@ -1,5 +1,8 @@
 // A page in Markdown: a table for each list of the description.  Every text is written so that it is only text there.
 
+#include <algorithm>
+#include <cstdio>
+
 #include "pages.h"
 #include "services/describe/field_id.h"
 #include "services/describe/notes.h"
@@ -27,19 +30,26 @@ std::string codeList(const std::vector<std::string>& names) {
   return all;
 }
 
+template <class Thing>
+Rows<Thing> unlabelled(const std::vector<Thing>& things) {
+  Rows<Thing> rows;
+  for (const Thing& thing : things) rows.push_back({"", &thing});
+  return rows;
+}
+
 std::string fieldTable(const std::string& heading, const std::vector<describe::Field>& fields) {
-  if (fields.empty()) return {};
-  std::string text = "\n## " + heading + "\n\n| name | field | |\n|---|---|---|\n";
-  for (const describe::Field& field : fields) {
-    text += "| " + code(field.name) + " | " + code(describe::fieldIdText(field.id)) + " | " +
-            cell(describe::notesOf(field)) + " |\n";
-  }
+  return fields.empty() ? "" : "\n## " + heading + "\n\n" + markdownFields(unlabelled(fields));
+}
+
+std::string idInHex(unsigned int number) {
+  char text[12];
+  (void)std::snprintf(text, sizeof text, "0x%08x", number);
   return text;
 }
 
 std::string commandTable(const std::vector<describe::Command>& commands) {
   if (commands.empty()) return {};
-  std::string text = "\n| command | right | takes | gives | may answer | |\n|---|---|---|---|---|---|\n";
+  std::string text = "| command | right | takes | gives | may answer | |\n|---|---|---|---|---|---|\n";
   for (const describe::Command& command : commands) {
     const std::string number = command.isStandard ? "" : " " + std::to_string(command.code);
     text += "| " + code(command.name) + number + " | " + command.right + " | " + codeList(command.takes) +
@@ -61,7 +71,7 @@ std::string objectSection(const Description& description, const describe::Object
   if (!object.key.empty()) text += " The key is " + code(object.key) + ".";
   text += "\n";
   if (!object.fields.empty()) text += "\nFields: " + codeList(object.fields) + "\n";
-  return text + commandTable(object.commands);
+  return text + (object.commands.empty() ? "" : "\n") + commandTable(object.commands);
 }
 
 }  // namespace
@@ -76,10 +86,45 @@ std::string markdownOf(const Description& description) {
   for (const describe::Object& object : description.objects) text += objectSection(description, object);
   text += fieldTable("Fields", description.fields);
   text += fieldTable("Settings", description.settings);
-  if (!description.topics.empty()) text += "\n## Topics\n\n| name | number | |\n|---|---|---|\n";
-  for (const describe::Topic& topic : description.topics) {
-    text += "| " + code(topic.name) + " | " + std::to_string(topic.number) + " | " + cell(topic.doc) + " |\n";
+  if (!description.topics.empty()) text += "\n## Topics\n\n" + markdownTopics(unlabelled(description.topics));
+  return text;
+}
+
+std::string markdownFields(const Rows<describe::Field>& fields) {
+  const bool hasLabels =
+      std::any_of(fields.begin(), fields.end(), [](const auto& row) { return !row.label.empty(); });
+  std::string text =
+      hasLabels ? "| field | name | id | |\n|---|---|---|---|\n" : "| name | field | |\n|---|---|---|\n";
+  for (const auto& [label, field] : fields) {
+    const std::string name = code(field->name) + " | ";
+    const std::string id = hasLabels ? idInHex(field->id) : code(describe::fieldIdText(field->id));
+    text += "| " + (hasLabels ? (label.empty() ? "" : code(label)) + " | " : "") + name + id + " | " +
+            cell(describe::notesOf(*field)) + " |\n";
   }
+  return text;
+}
+
+std::string markdownValues(const Rows<describe::Field>& fields) {
+  std::string text = "| field | value | word |\n|---|---|---|\n";
+  for (const auto& [label, field] : fields)
+    for (const describe::Value& value : field->values)
+      text += "| " + code(label.empty() ? field->name : label) + " | " + std::to_string(value.number) +
+              " | " + code(value.word) + " |\n";
+  return text;
+}
+
+std::string markdownCommands(const Rows<describe::Object>& objects) {
+  std::string text;
+  for (const auto& [label, object] : objects)
+    text += (text.empty() ? "" : "\n") + commandTable(object->commands);
+  return text;
+}
+
+std::string markdownTopics(const Rows<describe::Topic>& topics) {
+  std::string text = "| name | number | |\n|---|---|---|\n";
+  for (const auto& [label, topic] : topics)
+    text +=
+        "| " + code(topic->name) + " | " + std::to_string(topic->number) + " | " + cell(topic->doc) + " |\n";
   return text;
 }
 

@@ -14,7 +14,7 @@
 #include "kl/conventions.h"
 #include "kl/looper.h"
 #include "kl/message_view.h"
-#include "kl/rights.h"
+#include "loader.kl.h"
 #include "services/describe/check.h"
 
 namespace loader {
@@ -88,8 +88,8 @@ CommandRights standardCommands() {
 CommandRights loaderCommands() {
   CommandRights commands = standardCommands();
   commands[kl::CMD_SETOBJ] = kl::RIGHT_CONTROL;
-  commands[kl::CMD_EXPLAIN_RIGHTS] = kl::RIGHT_READ;
-  commands[kl::CMD_LIST_RIGHTS] = kl::RIGHT_CONTROL;
+  commands[loader_service::CMD_EXPLAIN_RIGHTS] = kl::RIGHT_READ;
+  commands[loader_service::CMD_LIST_RIGHTS] = kl::RIGHT_CONTROL;
   return commands;
 }
 

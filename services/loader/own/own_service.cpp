@@ -6,6 +6,9 @@
 #include <algorithm>
 
 #include "kl/chunk.h"
+#include "kl/description.h"
+#include "kl/message_view.h"
+#include "loader.kl.h"
 #include "transport/connection.h"
 
 namespace loader {
@@ -43,13 +46,27 @@ Path returnPathIn(const kl::message::flat_message& request) {
 // What it asks for is shown, and nothing is done.
 bool isQuestion(unsigned int command) {
   switch (command) {
+    case kl::CMD_GET:
     case kl::CMD_GETALL:
     case kl::CMD_GETCOUNT:
     case kl::CMD_GETOBJ:
-    case kl::CMD_EXPLAIN_RIGHTS:
-    case kl::CMD_LIST_RIGHTS: return true;
+    case loader_service::CMD_EXPLAIN_RIGHTS:
+    case loader_service::CMD_LIST_RIGHTS: return true;
     default: return false;
   }
+}
+
+bool asksForDescription(const kl::message& request) {
+  const auto to = request.view_u32_array(kl::SYS_TO);
+  return to.size() == 1 && to.front() == kl::HANDLER_DESCRIPTION;
+}
+
+kl::message describeLoader(unsigned int command) {
+  if (command != kl::CMD_GET)
+    return command == kl::CMD_NOOP ? kl::message() : kl::errorMsg(kl::ERROR_NOTIMP, "");
+  kl::message reply;
+  reply.insert(kl::STD_DESCR, loader_service::kDescription);
+  return reply;
 }
 
 bool readsNoAnswer(const Service& caller) {
@@ -68,18 +85,18 @@ kl::message deadRow(unsigned int id) {
 kl::message objectOf(const Service& s) {
   kl::message row;
   row.insert(kl::STD_ID, s.id);
-  row.insert(kl::SVC_NAME, s.name);
-  row.insert(kl::SVC_USER, s.user);
-  row.insert(kl::SVC_STATE, s.state);
-  row.insert(kl::SVC_STARTS, s.starts);
-  row.insert(kl::SVC_QUEUE, static_cast<unsigned int>(s.waiting()));
-  row.insert(kl::SVC_REQUESTS, s.requests.servingCount);
-  row.insert(kl::SVC_MESSAGES_IN, s.traffic.messagesIn);
-  row.insert(kl::SVC_MESSAGES_OUT, s.traffic.messagesOut);
-  row.insert(kl::SVC_BYTES_IN, s.traffic.bytesIn);
-  row.insert(kl::SVC_BYTES_OUT, s.traffic.bytesOut);
-  row.insert(kl::SVC_DROPS, s.traffic.drops);
-  if (s.pid > 0) row.insert(kl::SVC_PID, static_cast<unsigned int>(s.pid));
+  row.insert(loader_service::NAME, s.name);
+  row.insert(loader_service::USER, s.user);
+  row.insert(loader_service::STATE, s.state);
+  row.insert(loader_service::STARTS, s.starts);
+  row.insert(loader_service::QUEUE, static_cast<unsigned int>(s.waiting()));
+  row.insert(loader_service::REQUESTS, s.requests.servingCount);
+  row.insert(loader_service::MESSAGES_IN, s.traffic.messagesIn);
+  row.insert(loader_service::MESSAGES_OUT, s.traffic.messagesOut);
+  row.insert(loader_service::BYTES_IN, s.traffic.bytesIn);
+  row.insert(loader_service::BYTES_OUT, s.traffic.bytesOut);
+  row.insert(loader_service::DROPS, s.traffic.drops);
+  if (s.pid > 0) row.insert(loader_service::PID, static_cast<unsigned int>(s.pid));
   return row;
 }
 
@@ -87,16 +104,24 @@ void OwnService::handle(Service& caller, const kl::message& request) {
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
   const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
   if (!isAllowed) return reply(caller, request, kl::errorMsg(kl::ERROR_NOTALLOWED, whyNotAllowed(request)));
-  if (command == kl::CMD_SUBSCRIBE) return subscribe(caller, request);
-  if (command == kl::CMD_UNSUBSCRIBE) return unsubscribe(caller, request);
+  const bool isForTable = !asksForDescription(request);
+  if (isForTable && command == kl::CMD_SUBSCRIBE) return subscribe(caller, request);
+  if (isForTable && command == kl::CMD_UNSUBSCRIBE) return unsubscribe(caller, request);
   if (hasUnread(caller)) return reply(caller, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
   if (isQuestion(command) && readsNoAnswer(caller)) return;
-  const bool isLeave = command == kl::CMD_SETOBJ && request.get(kl::SVC_ACTION, 0) == kl::SVC_LEAVE;
+  if (command == kl::CMD_GETPOLICIES) return reply(caller, request, policies_.get_policies(request));
+  if (isForTable) return handleForTable(caller, request, command);
+  outbox_.work().spend(Work::kRow);
+  reply(caller, request, describeLoader(command));
+}
+
+void OwnService::handleForTable(Service& caller, const kl::message& request, unsigned int command) {
+  const bool isLeave = command == kl::CMD_SETOBJ && request.get(loader_service::ACTION, 0) == kl::SVC_LEAVE;
   if (isLeave && table_.find(request.get(kl::STD_ID, kl::BADID)) != nullptr)
     return orderLeave(caller, request);
-  if (explainer_ != nullptr && command == kl::CMD_EXPLAIN_RIGHTS)
+  if (explainer_ != nullptr && command == loader_service::CMD_EXPLAIN_RIGHTS)
     return reply(caller, request, explainer_->explain(caller, request));
-  if (explainer_ != nullptr && command == kl::CMD_LIST_RIGHTS)
+  if (explainer_ != nullptr && command == loader_service::CMD_LIST_RIGHTS)
     return reply(caller, request, explainer_->list(request));
   reply(caller, request, execute(request, command));
 }
@@ -111,7 +136,6 @@ std::string OwnService::whyNotAllowed(const kl::message& request) const {
 kl::message OwnService::execute(const kl::message& request, unsigned int command) {
   switch (command) {
     case kl::CMD_NOOP: return {};
-    case kl::CMD_GETPOLICIES: return policies_.get_policies(request);
     case kl::CMD_GETALL: return getAll(request);
     case kl::CMD_GETCOUNT: return getCount();
     case kl::CMD_GETOBJ:
@@ -152,8 +176,8 @@ kl::message OwnService::getCount() const {
 kl::message OwnService::setObject(const kl::message& request) {
   Service* service = table_.find(request.get(kl::STD_ID, kl::BADID));
   if (service == nullptr) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
-  if (!request.has(kl::SVC_ACTION)) return kl::errorMsg(kl::ERROR_MISSING, "");
-  const unsigned int action = request.get(kl::SVC_ACTION, 0);
+  if (!request.has(loader_service::ACTION)) return kl::errorMsg(kl::ERROR_MISSING, "");
+  const unsigned int action = request.get(loader_service::ACTION, 0);
   if (action != kl::SVC_START && action != kl::SVC_STOP && action != kl::SVC_RESTART)
     return kl::errorMsg(kl::ERROR_NOTIMP, "");
   const char* failure = order_(*service, action);

@@ -17,7 +17,8 @@
 namespace loader {
 
 // Shows the table of services as objects, by the standard commands, under the same policies as any handler, and
-// notifies subscribers of rows that changed, in batches.
+// notifies subscribers of rows that changed, in batches.  Like any process the loader says what its messages are made
+// of, at HANDLER_DESCRIPTION.
 //
 // Errors:    answered with error replies.
 // Ownership: borrows everything that it is made with.
@@ -71,6 +72,7 @@ class OwnService {
   };
 
   void onBatchTimer();
+  void handleForTable(Service& caller, const kl::message& request, unsigned int command);
   std::string whyNotAllowed(const kl::message& request) const;
   kl::message execute(const kl::message& request, unsigned int command);
   kl::message getObject(unsigned int id);

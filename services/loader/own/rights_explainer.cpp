@@ -7,6 +7,7 @@
 #include "kl/chunk.h"
 #include "kl/rights.h"
 #include "kl/services.h"
+#include "loader.kl.h"
 
 namespace loader {
 namespace {
@@ -17,10 +18,10 @@ using Objects = std::vector<kl::message::flat_message>;
 
 kl::message entryOf(const RuleReference& rule) {
   kl::message m;
-  m.insert(kl::RULE_TABLE, rule.table);
-  m.insert(kl::RULE_KEY, rule.key);
-  if (rule.line != 0) m.insert(kl::RULE_LINE, rule.line);
-  m.insert(kl::RULE_RIGHTS, wordsOf(rule.rights));
+  m.insert(loader_service::TABLE, rule.table);
+  m.insert(loader_service::KEY, rule.key);
+  if (rule.line != 0) m.insert(loader_service::LINE, rule.line);
+  m.insert(loader_service::RIGHTS, wordsOf(rule.rights));
   return m;
 }
 
@@ -46,11 +47,11 @@ std::vector<RuleReference> rulesOf(const Configuration& configuration, std::opti
 }
 
 void addRules(kl::message& reply, const Decision& decision) {
-  reply.insert(kl::RIGHTS_RULE, entryOf(decision.rule).flattened());
+  reply.insert(loader_service::RULE, entryOf(decision.rule).flattened());
   Objects passed;
   for (const RuleReference& rule : decision.passed)
     if (passed.size() < kMostPassed) passed.push_back(entryOf(rule).flattened());
-  if (!passed.empty()) reply.insert(kl::RIGHTS_PASSED, passed);
+  if (!passed.empty()) reply.insert(loader_service::PASSED, passed);
 }
 
 // Whose process it is; one that does not run now will be that of its configured user.
@@ -61,28 +62,29 @@ uid_t userOf(const Service& service, const ServiceConfiguration* configured) {
 // Without a command the question is whether anything is delivered.
 void addVerdict(kl::message& reply, const Rights& rights, const DestinationRules& rules,
                 const kl::message& request) {
-  const bool isListed = rules.commands != nullptr && request.has(kl::RIGHTS_COMMAND);
-  const unsigned int command = request.get(kl::RIGHTS_COMMAND, kl::CMD_NOOP);
+  const bool isListed = rules.commands != nullptr && request.has(loader_service::RIGHTS_COMMAND);
+  const unsigned int command = request.get(loader_service::RIGHTS_COMMAND, kl::CMD_NOOP);
   if (isListed) {
     const auto need = rules.commands->find(command);
-    reply.insert(kl::RIGHTS_NEEDED, need != rules.commands->end() ? need->second : kl::RIGHT_OF_NOBODY);
+    reply.insert(loader_service::NEEDED, need != rules.commands->end() ? need->second : kl::RIGHT_OF_NOBODY);
   }
   const Access access = Access::decide(rights, command, isListed ? rules : DestinationRules());
   const unsigned int passes = isListed ? kl::RIGHTS_ALLOWED : kl::RIGHTS_OPEN;
-  reply.insert(kl::RIGHTS_VERDICT, access.isDenied() ? kl::RIGHTS_DENIED : passes);
+  reply.insert(loader_service::VERDICT, access.isDenied() ? kl::RIGHTS_DENIED : passes);
 }
 
 }  // namespace
 
 kl::message RightsExplainer::explain(const Service& caller, const kl::message& request) const {
   const std::string own = request.get(kl::SYS_USER, caller.user);
-  const bool isOwn =
-      request.get(kl::RIGHTS_USER, own) == own && request.get(kl::RIGHTS_SENDER, caller.id) == caller.id;
+  const bool isOwn = request.get(loader_service::RIGHTS_USER, own) == own &&
+                     request.get(loader_service::RIGHTS_SENDER, caller.id) == caller.id;
   if (!isOwn && !mayControl(request))
     return kl::errorMsg(kl::ERROR_NOTALLOWED, "who asks about others needs the right control for the loader");
-  if (request.get(kl::RIGHTS_TO, {}).empty()) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (request.get(loader_service::RIGHTS_TO, {}).empty()) return kl::errorMsg(kl::ERROR_MISSING, "");
   if (const auto subject = subjectOf(caller, request)) return answer(*subject, request);
-  return kl::errorMsg(kl::ERROR_UNKNOWNID, "no user is called '" + request.get(kl::RIGHTS_USER, "") + "'");
+  return kl::errorMsg(kl::ERROR_UNKNOWNID,
+                      "no user is called '" + request.get(loader_service::RIGHTS_USER, "") + "'");
 }
 
 // The entries from STD_GETALLID on.
@@ -99,14 +101,14 @@ kl::message RightsExplainer::list(const kl::message& request) const {
 // A process has the rights of its own only where it sends in its own user's name.
 std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service& caller,
                                                                    const kl::message& request) const {
-  const unsigned int senderId = request.get(kl::RIGHTS_SENDER, caller.id);
+  const unsigned int senderId = request.get(loader_service::RIGHTS_SENDER, caller.id);
   const Service* sender = table_.find(senderId);
-  std::string user = request.get(kl::RIGHTS_USER, "");
+  std::string user = request.get(loader_service::RIGHTS_USER, "");
   if (user.empty() && sender != nullptr) user = sender->user;
   const bool isSender = sender != nullptr && sender->user == user;
   const ServiceConfiguration* configured = configuration_.find(senderId);
   const Sender own{isSender ? userOf(*sender, configured) : kUnknownUser, configured};
-  const bool isSpokenFor = request.has(kl::RIGHTS_BITS) && !(isSender && !isTrusted(own.uid));
+  const bool isSpokenFor = request.has(loader_service::BITS) && !(isSender && !isTrusted(own.uid));
   if (isSender) return Subject{user, own, isSpokenFor};
   const auto uid = configuration_.users.known(user);
   if (!uid) return {};
@@ -114,16 +116,16 @@ std::optional<RightsExplainer::Subject> RightsExplainer::subjectOf(const Service
 }
 
 kl::message RightsExplainer::answer(const Subject& subject, const kl::message& request) const {
-  const unsigned int destination = request.get(kl::RIGHTS_TO, {}).front();
+  const unsigned int destination = request.get(loader_service::RIGHTS_TO, {}).front();
   Decision decision = loader::explain(configuration_, subject.sender, destination);
   const bool passesAll = isTrusted(subject.sender.uid) && !subject.isSpokenFor;
-  if (subject.isSpokenFor) decision.rights.bits &= request.get(kl::RIGHTS_BITS, 0);
+  if (subject.isSpokenFor) decision.rights.bits &= request.get(loader_service::BITS, 0);
   kl::message reply;
-  reply.insert(kl::RIGHTS_USER, subject.user);
-  if (!passesAll) reply.insert(kl::RIGHTS_BITS, decision.rights.bits);
-  if (!configuration_.file.empty()) reply.insert(kl::RIGHTS_FILE, configuration_.file);
+  reply.insert(loader_service::RIGHTS_USER, subject.user);
+  if (!passesAll) reply.insert(loader_service::BITS, decision.rights.bits);
+  if (!configuration_.file.empty()) reply.insert(loader_service::FILE, configuration_.file);
   addRules(reply, decision);
-  if (passesAll) reply.insert(kl::RIGHTS_VERDICT, kl::RIGHTS_ALLOWED);
+  if (passesAll) reply.insert(loader_service::VERDICT, kl::RIGHTS_ALLOWED);
   else addVerdict(reply, decision.rights, rulesFor(configuration_, destination), request);
   return reply;
 }

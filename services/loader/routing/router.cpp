@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "kl/description.h"
 #include "transport/frame_reader.h"
 
 namespace loader {
@@ -205,22 +206,26 @@ void Router::reportNeed(Service& to, const Envelope& e) {
   calls_.onNeeded(to);
 }
 
-// Handler 0 is the loader's only handler, so it need not be named.
+// Handler 0 is the loader's table, so it need not be named; its description is the only other handler.
 void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (e.isReply() || e.isErrorNotice()) return;
-  if (path.size() > 2 || (path.size() == 2 && path[1] != 0)) return reportBrokenPath(sender, e, path);
+  const Path inside = path.withoutFirst();
+  const bool isForDescription = inside.size() == 1 && inside[0] == kl::HANDLER_DESCRIPTION;
+  const bool isForTable = inside.size() == 0 || (inside.size() == 1 && inside[0] == 0);
+  if (!isForDescription && !isForTable) return reportBrokenPath(sender, e, path);
   Service* own = table_.find(kl::SERVICE_LOADER);
   const Access access = Access::decide(sender.rights, e, own != nullptr ? own->rules : DestinationRules());
-  if (access.isDenied()) return deny(sender, e, kl::SERVICE_LOADER, path.withoutFirst(), access);
+  if (access.isDenied()) return deny(sender, e, kl::SERVICE_LOADER, inside, access);
   if (e.wantsAnswer() && !outbox_.canAnswer(sender))
-    return refuse(sender, e, kl::SERVICE_LOADER, path.withoutFirst(), kl::ERROR_BUSY);
+    return refuse(sender, e, kl::SERVICE_LOADER, inside, kl::ERROR_BUSY);
   scratch_.clear();
-  appendDelivered(scratch_, e, Path(), sender.id, access.mark);
+  appendDelivered(scratch_, e, isForDescription ? inside : Path(), sender.id, access.mark);
   const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
   if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
-    if (e.command == kl::CMD_DISCONNECTED) forgetEndedSubscriptions(sender, e, *own, Path(), access);
+    if (e.command == kl::CMD_DISCONNECTED && isForTable)
+      forgetEndedSubscriptions(sender, e, *own, Path(), access);
   }
   calls_.onOwnRequest(sender, kl::message(body.data(), static_cast<unsigned int>(body.size())));
 }

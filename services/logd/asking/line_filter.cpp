@@ -3,7 +3,7 @@
 
 #include "asking/line_filter.h"
 
-#include "kl/services.h"
+#include "log.kl.h"
 
 namespace logd {
 namespace {
@@ -17,7 +17,7 @@ std::optional<T> valueIn(const kl::message& request, kl::field<T> field) {
 // A number that is no topic fits no line; 0 is the one that none has.
 Topics topicsIn(const kl::message& request) {
   Topics topics;
-  for (const unsigned int topic : request.get(kl::LOG_TOPICS, {}))
+  for (const unsigned int topic : request.get(log_service::TOPICS, {}))
     topics.push_back(topic > 0xffff ? Topic{0} : static_cast<Topic>(topic));
   return topics;
 }
@@ -31,12 +31,12 @@ bool fits(const std::optional<T>& wanted, const T& value) {
 
 LineFilter::LineFilter(const kl::message& request)
     : topics_(topicsIn(request)),
-      process_(valueIn(request, kl::LOG_PROCESS)),
-      pid_(valueIn(request, kl::LOG_PROCESS_ID)),
-      uid_(valueIn(request, kl::LOG_UID)),
-      source_(valueIn(request, kl::LOG_SOURCE)),
-      since_(request.get(kl::LOG_SINCE, 0)),
-      contains_(request.get(kl::LOG_CONTAINS, "")) {}
+      process_(valueIn(request, log_service::PROCESS)),
+      pid_(valueIn(request, log_service::PID)),
+      uid_(valueIn(request, log_service::UID)),
+      source_(valueIn(request, log_service::SOURCE)),
+      since_(request.get(log_service::SINCE, 0)),
+      contains_(request.get(log_service::CONTAINS, "")) {}
 
 bool LineFilter::passes(const Line& line) const {
   const Origin& origin = *line.origin;

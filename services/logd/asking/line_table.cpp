@@ -4,7 +4,7 @@
 #include "asking/line_table.h"
 
 #include "kl/chunk.h"
-#include "kl/services.h"
+#include "log.kl.h"
 
 namespace logd {
 
@@ -12,13 +12,13 @@ kl::message objectOf(const Line& line, unsigned int id) {
   const Origin& origin = *line.origin;
   kl::message object;
   object.insert(kl::STD_ID, id);
-  object.insert(kl::LOG_TIME, line.time);
-  object.insert(kl::LOG_PROCESS, origin.process);
-  object.insert(kl::LOG_PROCESS_ID, origin.pid);
-  object.insert(kl::LOG_UID, origin.uid);
-  object.insert(kl::LOG_SOURCE, origin.source);
-  object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(origin.topics.begin(), origin.topics.end()));
-  object.insert(kl::LOG_TEXT, line.text);
+  object.insert(log_service::TIME, line.time);
+  object.insert(log_service::PROCESS, origin.process);
+  object.insert(log_service::PID, origin.pid);
+  object.insert(log_service::UID, origin.uid);
+  object.insert(log_service::SOURCE, origin.source);
+  object.insert(log_service::TOPICS, std::vector<unsigned int>(origin.topics.begin(), origin.topics.end()));
+  object.insert(log_service::TEXT, line.text);
   return object;
 }
 

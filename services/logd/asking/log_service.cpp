@@ -17,7 +17,7 @@
 
 #include "asking/line_table.h"
 #include "kl/bind.h"
-#include "kl/services.h"
+#include "log.kl.h"
 #include "services/common/version.h"
 
 namespace logd {
@@ -45,12 +45,12 @@ std::vector<LineFilter> filtersOf(const std::vector<kl::message>& subscriptions)
 
 LogService::LogService(const Limits& limits, LogBook& book, const Listener& listener,
                        const common::KnownUsers& users, pid_t loader)
-    : kl::Looper(kAny, kl::SERVICE_LOG, common::versionWord()),
+    : kl::Looper(kAny, log_service::SERVICE, common::versionWord()),
       book_(book),
       clients_(*this, book, listener, limits, loader),
       rules_(book, [this] { clients_.applyMutes(); }),
       viewers_(users) {
-  addHandler(kl::LOG_RULES, &rules_);
+  addHandler(log_service::HANDLER_RULE, &rules_);
   book_.setOnNews([this] { onNews(); });
   addTimer(this, kl::bind<LogService, &LogService::onTick>(), kSecondTicks);
   addSighandler(SIGHUP, this, kl::bind<LogService, &LogService::onHangup>(), true);
@@ -95,12 +95,12 @@ bool LogService::isFull(const kl::message& request) const {
 // Who sees the lines of one user alone learns whose.
 kl::message LogService::cmdGet(const kl::message& request) {
   kl::message reply;
-  if (const auto uid = viewers_.onlyOf(request)) reply.insert(kl::LOG_UID, *uid);
-  reply.insert(kl::LOG_CLIENTS, static_cast<unsigned int>(clients_.size()));
-  reply.insert(kl::LOG_LINES, clients_.tally().lines);
-  reply.insert(kl::LOG_DROPPED, clients_.tally().dropped);
-  reply.insert(kl::LOG_TORN, clients_.tally().torn);
-  reply.insert(kl::LOG_MEMORY, static_cast<unsigned int>(book_.ring().bytes()));
+  if (const auto uid = viewers_.onlyOf(request)) reply.insert(log_service::UID, *uid);
+  reply.insert(log_service::CLIENTS, static_cast<unsigned int>(clients_.size()));
+  reply.insert(log_service::LINES, clients_.tally().lines);
+  reply.insert(log_service::DROPPED, clients_.tally().dropped);
+  reply.insert(log_service::TORN, clients_.tally().torn);
+  reply.insert(log_service::MEMORY, static_cast<unsigned int>(book_.ring().bytes()));
   return reply;
 }
 
@@ -151,7 +151,7 @@ void LogService::tellGroup(const LineFilter& filter) {
     if (isLast) lost += countRest(ring, filter, next);  // L2
     if (objects.empty() && lost == 0) break;
     m.insert(kl::STD_OBJS, objects);
-    if (lost > 0) m.insert(kl::LOG_SKIPPED, static_cast<unsigned int>(lost));
+    if (lost > 0) m.insert(log_service::SKIPPED, static_cast<unsigned int>(lost));
     lost = 0;
     sendNotify(m);
   }

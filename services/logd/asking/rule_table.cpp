@@ -8,6 +8,7 @@
 
 #include "kl/chunk.h"
 #include "kl/services.h"
+#include "log.kl.h"
 
 namespace logd {
 namespace {
@@ -33,8 +34,8 @@ kl::message RuleTable::cmdSetObj(const kl::message& request, unsigned int id) {
     return isFile ? kl::errorMsg(kl::ERROR_NOTALLOWED, "files are set in the configuration")
                   : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
   }
-  if (!request.has(kl::LOG_MUTED)) return kl::errorMsg(kl::ERROR_MISSING, "");
-  if (!book_.mutes().set(static_cast<Topic>(id), request.get(kl::LOG_MUTED, false))) return {};
+  if (!request.has(log_service::MUTED)) return kl::errorMsg(kl::ERROR_MISSING, "");
+  if (!book_.mutes().set(static_cast<Topic>(id), request.get(log_service::MUTED, false))) return {};
   onMutesChanged_();
   notifyChange(id, request);
   return {};
@@ -66,8 +67,8 @@ std::vector<unsigned int> RuleTable::ids() const {
 kl::message RuleTable::topicObject(Topic topic) const {
   kl::message object;
   object.insert(kl::STD_ID, topic);
-  object.insert(kl::LOG_MUTED, book_.mutes().isMuted(topic));
-  if (const std::string* name = book_.names().findName(topic)) object.insert(kl::LOG_TOPIC_NAME, *name);
+  object.insert(log_service::MUTED, book_.mutes().isMuted(topic));
+  if (const std::string* name = book_.names().findName(topic)) object.insert(log_service::TOPIC, *name);
   return object;
 }
 
@@ -77,14 +78,14 @@ kl::message RuleTable::fileObject(unsigned int id) const {
   const FileRule& rule = file.rule();
   kl::message object;
   object.insert(kl::STD_ID, id);
-  object.insert(kl::LOG_FILE, rule.path);
-  object.insert(kl::LOG_FILE_BYTES, rule.mostBytes);
-  object.insert(kl::LOG_FILE_COUNT, rule.count);
-  object.insert(kl::LOG_FILE_SYNC, rule.sync);
-  object.insert(kl::LOG_FILE_LOST, file.lost());
+  object.insert(log_service::FILE, rule.path);
+  object.insert(log_service::SIZE, rule.mostBytes);
+  object.insert(log_service::FILES, rule.count);
+  object.insert(log_service::SYNC, rule.sync);
+  object.insert(log_service::LOST, file.lost());
   if (!rule.topics.empty())
-    object.insert(kl::LOG_TOPICS, std::vector<unsigned int>(rule.topics.begin(), rule.topics.end()));
-  if (!file.failure().empty()) object.insert(kl::LOG_FILE_FAILURE, file.failure());
+    object.insert(log_service::TOPICS, std::vector<unsigned int>(rule.topics.begin(), rule.topics.end()));
+  if (!file.failure().empty()) object.insert(log_service::FAILURE, file.failure());
   return object;
 }
 

@@ -4,7 +4,7 @@
 #include "asking/viewers.h"
 
 #include "kl/conventions.h"
-#include "kl/services.h"
+#include "log.kl.h"
 
 namespace logd {
 
@@ -24,7 +24,7 @@ unsigned int Viewers::userOf(const kl::message& request) const {
 
 kl::message limitedTo(const kl::message& request, unsigned int uid) {
   kl::message result(request);
-  result.insert(kl::LOG_UID, request.get(kl::LOG_UID, uid) == uid ? uid : Viewers::kNobody);
+  result.insert(log_service::UID, request.get(log_service::UID, uid) == uid ? uid : Viewers::kNobody);
   return result;
 }
 

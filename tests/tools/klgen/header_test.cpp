@@ -117,6 +117,16 @@ TEST(SampleHeader, ConstantsAreThoseOfTheDescription) {
   EXPECT_EQ(static_cast<unsigned int>(sample::State::delete_), 3u);
 }
 
+TEST(SampleHeader, SettingsHaveTheirDefaultsAndBounds) {
+  EXPECT_EQ(sample::SETTING_LIMIT_DEFAULT, 5u);
+  EXPECT_EQ(sample::SETTING_LIMIT_MIN, 1u);
+  EXPECT_EQ(sample::SETTING_LIMIT_MAX, 9u);
+  EXPECT_EQ(sample::SETTING_BYTES_DEFAULT, 4294967296u);
+  EXPECT_EQ(sample::SETTING_BYTES_MAX, 5000000000u);
+  EXPECT_STREQ(sample::SETTING_FOLDER_DEFAULT, "/a \"b\"");
+  EXPECT_TRUE(sample::SETTING_FAST_DEFAULT);
+}
+
 // The compiler has read the text as it was written.
 TEST(SampleHeader, HasItsDescriptionAsAText) {
   common::Mistakes mistakes;

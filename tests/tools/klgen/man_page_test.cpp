@@ -13,7 +13,7 @@ TEST(ManPage, HasASectionForEachList) {
            ".SS thing\n\\&The service itself.\n\\&one of many.\n",
            ".SS pool\n\\&Handler 1.\n.TP\n.BR release_all \" 393217\"\n\\&takes everything back\n"
            "\\&Needs the right: change.\n\\&Takes host.\n\\&Gives released.\n\\&May answer busy.\n",
-           ".SH SETTINGS\n.TP\n.BR limit \" u32:1\"\n\\&how many; without it 5\n",
+           ".SH SETTINGS\n.TP\n.BR limit \" u32:1\"\n\\&how many; 1 to 9; without it 5\n",
            ".SH TOPICS\n.TP\n.BR samples \" 300\"\n\\&what happens\n",
        }) {
     EXPECT_NE(page.find(part), std::string::npos) << part << "\nis not in\n" << page;

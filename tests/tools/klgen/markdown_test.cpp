@@ -14,7 +14,8 @@ TEST(Markdown, HasATableForEachList) {
            "| `setobj` | change |  |  | `unknownid` |  |\n",
            "| `release_all` 393217 | change | `host` | `released` | `busy` | takes everything back |\n",
            "| `state` | `u32:1` | how it is; 1 stopped, 2 running, 3 delete |\n",
-           "## Settings\n\n| name | field | |\n|---|---|---|\n| `limit` | `u32:1` | how many; without it 5 "
+           "## Settings\n\n| name | field | |\n|---|---|---|\n| `limit` | `u32:1` | how many; 1 to 9; "
+           "without it 5 "
            "|\n",
            "## Topics\n\n| name | number | |\n|---|---|---|\n| `samples` | 300 | what happens |\n",
        }) {

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "kl/rights.h"
-
 #include <functional>
 #include <utility>
+
+#include "kl/description.h"
+#include "kl/rights.h"
+#include "loader.kl.h"
 
 #include "tests/services/loader/fixture.h"
 
@@ -128,6 +130,21 @@ TEST_F(OwnServiceTest, RowsThatAreShownAreWork) {
   outbox_.work().allow(loader::Work::kAll);
   (void)askFor(kl::CMD_GETALL);
   EXPECT_LE(outbox_.work().left(), loader::Work::kAll - 20 * loader::Work::kRow);
+}
+
+TEST_F(OwnServiceTest, TheLoaderDescribesItself) {
+  const auto answer = [&](unsigned int command) {
+    kl::message m = request({}, command, 5, {10, 7});
+    m.insert(kl::SYS_TO, Ids{kl::HANDLER_DESCRIPTION});
+    own_.handle(a_, m);
+    return takeOnly(a_);
+  };
+  EXPECT_EQ(answer(kl::CMD_GET).get(kl::STD_DESCR, ""), loader_service::kDescription);
+  EXPECT_FALSE(answer(kl::CMD_GETPOLICIES).get(kl::STD_OBJS, {}).empty());
+  EXPECT_EQ(errorOf(answer(kl::CMD_NOOP)), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(answer(kl::CMD_GETALL)), kl::ERROR_NOTIMP);
+  EXPECT_EQ(errorOf(answer(kl::CMD_SUBSCRIBE)), kl::ERROR_NOTIMP);
+  EXPECT_EQ(errorOf(askFor(kl::CMD_GET)), kl::ERROR_NOTIMP);  // the table has no settings
 }
 
 TEST_F(OwnServiceTest, WithoutARequestIdThereIsNoReply) {

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "kl/description.h"
 #include "services/loader/admission/rights.h"
 #include "services/loader/quota/accounts.h"
 #include "tests/services/loader/fixture.h"
@@ -341,6 +342,14 @@ TEST_F(RouterTest, WhoEndsItselfInTheMiddleOfAListSaysNothingMore) {
   EXPECT_EQ(asked_.size(), 1u);
   EXPECT_TRUE(takeMessages(b_).empty());
   EXPECT_EQ(b_.requests.servingCount, 0u);
+}
+
+TEST_F(RouterTest, TheLoadersDescriptionIsAtAHandlerOfItsOwn) {
+  (void)route(a_, request({1, kl::HANDLER_DESCRIPTION}, kl::CMD_GET, 5, {7}));
+  ASSERT_EQ(asked_.size(), 1u);
+  EXPECT_EQ(asked_[0].get(kl::SYS_TO, {}), Ids{kl::HANDLER_DESCRIPTION});
+  (void)route(a_, request({1, kl::HANDLER_DESCRIPTION, 0}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
