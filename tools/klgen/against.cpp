@@ -5,6 +5,7 @@
 #include "against.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "services/describe/field_id.h"
 
@@ -37,10 +38,12 @@ class Comparison {
  private:
   void compareService();
   void compareReserved();
+  std::optional<std::string> scopeNow(const Reserved& reserved) const;
   void compareFields(const std::vector<Field>& olds, const std::vector<Field>& news, Reserved::Kind kind);
   void compareField(const Field& old, const Field& now);
   void compareBounds(const Field& old, const Field& now);
   void compareValues(const Field& old, const Field& now);
+  void compareDefaults();
   void compareObjects();
   void compareObject(const Object& old, const Object& now);
   void compareCommands(const Object& old, const Object& now);
@@ -71,6 +74,7 @@ std::vector<Break> Comparison::run() {
   compareReserved();
   compareFields(older_.fields, newer_.fields, Reserved::Kind::kField);
   compareFields(older_.settings, newer_.settings, Reserved::Kind::kSetting);
+  compareDefaults();
   compareObjects();
   compareTopics();
   return std::move(breaks_);
@@ -84,11 +88,29 @@ void Comparison::compareService() {
 
 void Comparison::compareReserved() {
   for (const Reserved& reserved : older_.reserved) {
-    if (!isReserved(reserved.kind, reserved.number, reserved.scope)) {
+    const auto scope = scopeNow(reserved);
+    if (scope && !isReserved(reserved.kind, reserved.number, *scope)) {
       wire(1,
            "what line " + std::to_string(reserved.line) + " of the older one reserves is no longer reserved");
     }
   }
+}
+
+// What the scope of a reserved number is called now; none when it is gone, and the number with it.
+std::optional<std::string> Comparison::scopeNow(const Reserved& reserved) const {
+  const auto nameNow = [&](const auto& olds, const auto& news, auto number) -> std::optional<std::string> {
+    const auto named = [&](const auto& thing) { return thing.name == reserved.scope; };
+    if (findThing(news, named) != nullptr) return reserved.scope;
+    const auto* old = findThing(olds, named);
+    if (old == nullptr) return {};
+    const auto* now = findThing(news, [&](const auto& thing) { return thing.*number == old->*number; });
+    return now != nullptr ? std::optional(now->name) : std::nullopt;
+  };
+  if (reserved.kind == Reserved::Kind::kCommand)
+    return nameNow(older_.objects, newer_.objects, &Object::handler);
+  if (reserved.kind != Reserved::Kind::kValue) return reserved.scope;
+  const auto field = nameNow(older_.fields, newer_.fields, &Field::id);
+  return field ? field : nameNow(older_.settings, newer_.settings, &Field::id);
 }
 
 // --- Fields.
@@ -150,6 +172,20 @@ void Comparison::compareValues(const Field& old, const Field& now) {
   }
 }
 
+// The header has a constant for each of these.
+void Comparison::compareDefaults() {
+  for (const Field& old : older_.settings) {
+    const Field* now = findThing(newer_.settings, [&](const Field& f) { return f.name == old.name; });
+    if (now == nullptr) continue;
+    const auto mustStay = [&](bool was, bool is, const std::string& what) {
+      if (was && !is) source(now->line, quoted(old.name) + " had a " + what);
+    };
+    mustStay(!old.initial.empty(), !now->initial.empty(), "default");
+    mustStay(old.min.has_value(), now->min.has_value(), "min");
+    mustStay(old.max.has_value(), now->max.has_value(), "max");
+  }
+}
+
 // --- Objects.
 
 void Comparison::compareObjects() {
@@ -178,7 +214,8 @@ void Comparison::compareObject(const Object& old, const Object& now) {
   compareCommands(old, now);
 }
 
-// A field that is gone altogether is told once, among the fields.
+// A field that is gone altogether is told once, among the fields; but who must be sent it misses it.  Programs name the
+// members of a structure in their order.
 void Comparison::compareNames(const Names& olds, const Names& news, unsigned int line,
                               const std::string& where) {
   const auto has = [](const Names& names, const std::string& name) {
@@ -187,6 +224,9 @@ void Comparison::compareNames(const Names& olds, const Names& news, unsigned int
   Names known;
   for (const std::string& old : olds) {
     const Field* now = nowOf(old);
+    const Field* before = older_.findField(old);
+    if (now == nullptr && before != nullptr && before->isRequired)
+      wire(line, where + " had " + quoted(old) + ", which was required");
     if (now == nullptr) continue;
     known.push_back(now->name);
     if (!has(news, now->name)) wire(line, where + " had " + quoted(now->name));
@@ -197,6 +237,11 @@ void Comparison::compareNames(const Names& olds, const Names& news, unsigned int
       wire(line, where + " has " + quoted(name) + " now, which is required");
     }
   }
+  Names both;
+  for (const std::string& name : news)
+    if (has(known, name)) both.push_back(name);
+  std::erase_if(known, [&](const std::string& name) { return !has(news, name); });
+  if (both != known) source(line, where + " has its fields in another order");
 }
 
 void Comparison::compareCommands(const Object& old, const Object& now) {

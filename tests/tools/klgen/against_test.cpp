@@ -137,6 +137,46 @@ TEST(Against, CommandsTakeAndGiveWhatTheyDid) {
       "wire 4: what \"go\" takes has \"must\" now, which is required\n");
 }
 
+TEST(Against, ARequiredFieldIsMissedWhereItWas) {
+  const std::string rest = "[[objects]]\nname = \"o\"\nfields = [";
+  const std::string must = "fields = [{ name = \"must\", field = \"u32:2\", required = true }]\n";
+  EXPECT_EQ(breaks(must + rest + "\"must\"]\n", "reserved = [\"u32:2\"]\n" + rest + "]\n"),
+            "source 1: \"must\" is gone\nwire 2: \"o\" had \"must\", which was required\n");
+}
+
+TEST(Against, MembersKeepTheirOrder) {
+  const auto object = [](const std::string& names) {
+    return "fields = [{ name = \"a\", field = \"u32:1\" }, { name = \"b\", field = \"u32:2\" }, { name = "
+           "\"c\", field "
+           "= \"u32:3\" }]\n[[objects]]\nname = \"o\"\nfields = [" +
+           names + "]\n";
+  };
+  EXPECT_EQ(breaks(object("\"a\", \"b\""), object("\"b\", \"a\"")),
+            "source 2: \"o\" has its fields in another order\n");
+  EXPECT_EQ(breaks(object("\"a\", \"b\""), object("\"c\", \"a\", \"b\"")), "");
+}
+
+TEST(Against, WhatIsReservedFollowsTheNameOfItsScope) {
+  const std::string reserved = "reserved = [\"value a 3\"]\n";
+  const std::string renamed = "fields = [{ name = \"b\", field = \"u32:1\" }]\n";
+  EXPECT_EQ(breaks(reserved + field("field = \"u32:1\""), "reserved = [\"value b 3\"]\n" + renamed),
+            "source 2: \"a\" is called \"b\" now\n");
+  EXPECT_EQ(breaks(reserved + field("field = \"u32:1\""), renamed),
+            "wire 1: what line 1 of the older one reserves is no longer reserved\n"
+            "source 1: \"a\" is called \"b\" now\n");
+  EXPECT_EQ(breaks(reserved + field("field = \"u32:1\""), "reserved = [\"u32:1\"]\n"),
+            "source 1: \"a\" is gone\n");
+}
+
+TEST(Against, SettingsKeepTheirDefaultsAndBounds) {
+  const auto setting = [](const std::string& rest) {
+    return "settings = [{ name = \"a\", field = \"u32:1\"" + rest + " }]\n";
+  };
+  EXPECT_EQ(breaks(setting(", min = 1, max = 9, default = 5"), setting("")),
+            "source 1: \"a\" had a default\nsource 1: \"a\" had a min\nsource 1: \"a\" had a max\n");
+  EXPECT_EQ(breaks(setting(", default = 5"), setting(", default = 6, min = 0")), "");
+}
+
 TEST(Against, ObjectsStayWhereTheyAre) {
   const std::string fields =
       "fields = [{ name = \"a\", field = \"u32:1\" }, { name = \"b\", field = \"u32:2\" }]\n";
