@@ -2,8 +2,9 @@
 //
 // What its messages are made of stands in netif.toml, of which klgen makes netif.kl.h for the service and its clients.
 //
-// The whole service is one Looper, on the path [32].  Each request is answered from the kernel's own tables, read anew,
-// and the kernel's notifications (link_monitor.h) become those of the service.
+// The whole service is one Looper that is a table (kl/table.h), on the path [32].  Its objects are the kernel's: each
+// request is answered from the kernel's own tables, read anew, and the kernel's notifications (link_monitor.h) become
+// those of the service.
 // Only the descriptions are netif's own; they outlive the process in a handler of their own (memory.h).  One belongs to
 // the name of an interface, whatever index the kernel gives it.
 
@@ -12,11 +13,11 @@
 #include <ostream>
 #include <set>
 
-#include "kl/chunk.h"
 #include "kl/description.h"
 #include "kl/logger.h"
 #include "kl/looper.h"
 #include "kl/services.h"
+#include "kl/table.h"
 #include "link_monitor.h"
 #include "memory.h"
 
@@ -26,11 +27,12 @@ constexpr unsigned int kMemory = 1;           // the number of the handler with 
 constexpr unsigned int kMayLeave = 1;         // any value but 0 says so
 constexpr unsigned int kRetryTicks = 100;     // until the kernel is asked again that did not answer
 constexpr std::size_t kAddressesShown = 512;  // of one interface and kind, or a reply would grow too large
-constexpr std::size_t kLongestDescription = 255;
 
-class Netif : public kl::Looper {
+using netif::Interface;
+
+class Netif : public kl::TableView<Interface, kl::Looper> {
  public:
-  Netif() : kl::Looper(kAny, netif::SERVICE, kVersion) {
+  Netif() : TableView(kAny, netif::SERVICE, kVersion) {
     reportTooBig(true);
     addHandler(kMemory, &memory_);  // now it has what the last leave saved
     addSocket(monitor_.fd(), this, kl::bind<Netif, &Netif::onNews>(), POLLIN);
@@ -40,59 +42,65 @@ class Netif : public kl::Looper {
   }
 
  private:
-  // --- requests
+  // --- the table
 
-  kl::message cmdGetObj(const kl::message&, unsigned int id) override {
+  kl::Error list(unsigned int from, Take& take) override {
     const auto links = readLinks();
     if (!links) return noAnswer();
-    const auto link = links->find(id);
-    return link == links->end() ? kl::errorMsg(kl::ERROR_UNKNOWNID, "") : object(id, link->second);
-  }
-
-  kl::message cmdGetAll(const kl::message&, unsigned int start, unsigned int count) override {
-    const auto links = readLinks();
-    if (!links) return noAnswer();
-    kl::Chunk chunk(count);
-    for (auto at = start == kl::BADID ? links->begin() : links->lower_bound(start); at != links->end(); ++at)
-      if (!chunk.add(at->first, object(at->first, at->second))) break;
-    return chunk.reply();
-  }
-
-  kl::message cmdGetCount(const kl::message&) override {
-    takeNews();
-    kl::message reply;
-    reply.insert(kl::STD_GETALLNO, static_cast<unsigned int>(monitor_.links().size()));
-    return reply;
-  }
-
-  kl::message cmdSetObj(const kl::message& request, unsigned int id) override {
-    takeNews();
-    const auto link = monitor_.links().find(id);
-    if (link == monitor_.links().end()) return kl::errorMsg(kl::ERROR_UNKNOWNID, "");
-    if (!request.has(kl::STD_DESCR)) return kl::errorMsg(kl::ERROR_MISSING, "");
-    const std::string text = request.get(kl::STD_DESCR, "");
-    if (text.size() > kLongestDescription) return kl::errorMsg(kl::ERROR_TOOBIG, "");
-    const std::string& name = link->second.name;
-    const std::string before = memory_.description(name);
-    if (text == before) return {};
-    if (!describe(name, text)) return kl::errorMsg(kl::ERROR_FAILED, "no room for more descriptions");
-    reportChange(request, id, "description of " + name, before);
+    for (auto at = links->lower_bound(from); at != links->end(); ++at)
+      if (!take(at->first, shown(at->first, at->second))) break;
     return {};
   }
 
+  kl::Result<Interface> find(unsigned int id) override {
+    const auto links = readLinks();
+    if (!links) return noAnswer();
+    return findIn(*links, id);
+  }
+
+  kl::Result<Interface> findIn(const Links& links, unsigned int id) const {
+    const auto link = links.find(id);
+    if (link == links.end()) return kl::Error{kl::ERROR_UNKNOWNID};
+    return shown(id, link->second);
+  }
+
+  kl::Result<unsigned int> count() override {
+    takeNews();
+    return static_cast<unsigned int>(monitor_.links().size());
+  }
+
+  // An empty description is none.
+  kl::message cmdSetObj(const kl::message& request, unsigned int id) override {
+    takeNews();
+    kl::message m = request;
+    if (request.has(kl::STD_DESCR) && request.get(kl::STD_DESCR, "").empty()) {
+      m.remove(kl::STD_DESCR);
+      m.insert(kl::TABLE_CLEARS, {kl::STD_DESCR});
+    } else if (!request.has(kl::STD_DESCR)) {
+      const auto found = find(id);
+      return found ? kl::errorMsg(kl::ERROR_MISSING, "") : found.error().reply();
+    }
+    request_ = request;
+    return TableView::cmdSetObj(m, id);
+  }
+
+  kl::Error put(const Interface& interface) override {
+    if (keepDescription(*interface.name, interface.descr.value_or(""))) return {};
+    return {kl::ERROR_FAILED, "no room for more descriptions"};
+  }
+
   // The undo is the same request with the former text; an empty text where there was none.
-  void reportChange(const kl::message& request, unsigned int id, const std::string& what,
-                    const std::string& before) {
+  void changed(const Interface& before, const Interface& now) override {
+    const std::string what = "description of " + *now.name;
     kl::message undo;
-    undo.insert(kl::STD_ID, id);
-    undo.insert(kl::STD_DESCR, before);
-    sendUndo(request, undo, what, kl::CMD_SETOBJ);
-    notifyChange(id, request);  // all subscribers but the caller
-    log_ << what << (before.empty() ? " given" : " changed") << std::endl;
+    undo.insert(kl::STD_ID, now.id);
+    undo.insert(kl::STD_DESCR, before.descr.value_or(""));
+    sendUndo(request_, undo, what, kl::CMD_SETOBJ);
+    log_ << what << (before.descr ? " changed" : " given") << std::endl;
   }
 
   // Those whose interface is not there make room when it is needed.
-  bool describe(const std::string& name, const std::string& text) {
+  bool keepDescription(const std::string& name, const std::string& text) {
     if (memory_.describe(name, text)) return true;
     std::set<std::string> names;
     for (const auto& [id, link] : monitor_.links()) names.insert(link.name);
@@ -100,7 +108,7 @@ class Netif : public kl::Looper {
     return memory_.describe(name, text);
   }
 
-  static kl::message noAnswer() { return kl::errorMsg(kl::ERROR_FAILED, "the kernel does not answer"); }
+  static kl::Error noAnswer() { return {kl::ERROR_FAILED, "the kernel does not answer"}; }
 
   // --- notifications
 
@@ -132,16 +140,13 @@ class Netif : public kl::Looper {
   }
 
   // An interface as it is notified.  The kernel is asked once for the whole batch.
-  kl::message getObject(unsigned int id) override {
+  kl::Result<Interface> findChanged(unsigned int id) override {
     if (!batch_) batch_ = readLinks().value_or(monitor_.links());
-    const auto link = batch_->find(id);
-    return link == batch_->end() ? deadObject(id) : object(id, link->second);
+    return findIn(*batch_, id);
   }
 
-  kl::message deadObject(unsigned int id) const {
+  kl::message remains(unsigned int id) override {
     kl::message m;
-    m.insert(kl::STD_ID, id);
-    m.insert(kl::STD_DEAD, 1);
     if (const auto known = names_.find(id); known != names_.end()) m.insert(netif::NAME, known->second);
     return m;
   }
@@ -152,23 +157,23 @@ class Netif : public kl::Looper {
     names_.clear();
   }
 
-  kl::message object(unsigned int id, const Link& link) const {
-    kl::message m;
-    m.insert(kl::STD_ID, id);
-    m.insert(netif::NAME, link.name);
-    if (!link.hardwareAddress.empty()) m.insert(netif::HWADDR, link.hardwareAddress);
-    m.insert(netif::ADDRESSES, shownAddresses(link, false));
-    m.insert(netif::ADDRESSES4, shownAddresses(link, true));
-    m.insert(netif::MTU, link.mtu);
-    m.insert(netif::UP, link.up);
-    m.insert(netif::RUNNING, link.running);
-    m.insert(netif::RX_BYTES, link.counters.rxBytes);
-    m.insert(netif::TX_BYTES, link.counters.txBytes);
-    m.insert(netif::RX_PACKETS, link.counters.rxPackets);
-    m.insert(netif::TX_PACKETS, link.counters.txPackets);
+  Interface shown(unsigned int id, const Link& link) const {
+    Interface interface;
+    interface.id = id;
+    interface.name = link.name;
+    if (!link.hardwareAddress.empty()) interface.hwaddr = link.hardwareAddress;
+    interface.addresses = shownAddresses(link, false);
+    interface.addresses4 = shownAddresses(link, true);
+    interface.mtu = link.mtu;
+    interface.up = link.up;
+    interface.running = link.running;
+    interface.rx_bytes = link.counters.rxBytes;
+    interface.tx_bytes = link.counters.txBytes;
+    interface.rx_packets = link.counters.rxPackets;
+    interface.tx_packets = link.counters.txPackets;
     const std::string description = memory_.description(link.name);
-    if (!description.empty()) m.insert(kl::STD_DESCR, description);
-    return m;
+    if (!description.empty()) interface.descr = description;
+    return interface;
   }
 
   // The set is ordered by the own address, so one that serves towards several neighbours is shown once.
@@ -205,6 +210,7 @@ class Netif : public kl::Looper {
   LinkMonitor monitor_;
   Memory memory_;
   kl::TimerPtr retry_;
+  kl::message request_;                        // that sets a description
   std::optional<Links> batch_;                 // the interfaces while a batch of notifications is made
   std::map<unsigned int, std::string> names_;  // of those that changed since the last batch
 };
