@@ -28,8 +28,10 @@ std::string listText(const std::string& title, const std::vector<Json>& rows,
   if (rows.empty()) return {};
   std::string text = "\n" + common::printable(title) + "\n";
   std::string table = objectsTable(rows, columns, std::numeric_limits<std::size_t>::max());
-  for (std::size_t at = table.find('\n') + 1; at < table.size(); at = table.find('\n', at) + 1)
-    text += kIndent + table.substr(at, table.find('\n', at) + 1 - at);
+  for (std::size_t at = table.find('\n') + 1; at < table.size(); at = table.find('\n', at) + 1) {
+    const std::string line = table.substr(at, table.find('\n', at) - at);
+    text += kIndent + line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+  }
   return text;
 }
 
@@ -51,18 +53,29 @@ void add(std::string& all, const std::string& label, const std::string& text) {
   if (!text.empty()) all += (all.empty() ? "" : "; ") + label + text;
 }
 
-Json commandRow(const Command& command) {
-  std::string notes = command.doc;
-  add(notes, "takes ", joined(command.takes));
-  add(notes, "gives ", joined(command.gives));
-  add(notes, "may answer ", joined(command.errors));
-  add(notes, "since ", command.since);
-  add(notes, "deprecated: ", command.deprecated);
+Json commandRow(const std::string& name, const std::string& right, const std::string& notes) {
   Json row = Json::object();
-  row["name"] = command.name;
-  row["right"] = command.right;
+  row["name"] = name;
+  row["right"] = right;
   row["notes"] = notes;
   return row;
+}
+
+// What a command takes, gives and may answer stands below its sentence, each on a line of its own.
+void addCommand(std::vector<Json>& rows, const Command& command) {
+  std::string notes = command.doc;
+  add(notes, "since ", command.since);
+  add(notes, "deprecated: ", command.deprecated);
+  std::vector<std::string> lines;
+  if (!notes.empty()) lines.push_back(notes);
+  const auto addLine = [&lines](const std::string& label, const std::vector<std::string>& words) {
+    if (!words.empty()) lines.push_back(label + joined(words));
+  };
+  addLine("takes ", command.takes);
+  addLine("gives ", command.gives);
+  addLine("may answer ", command.errors);
+  rows.push_back(commandRow(command.name, command.right, lines.empty() ? "" : lines.front()));
+  for (std::size_t i = 1; i < lines.size(); ++i) rows.push_back(commandRow("", "", lines[i]));
 }
 
 std::string objectText(const Description& description, const Object& object, const std::string& service) {
@@ -70,10 +83,10 @@ std::string objectText(const Description& description, const Object& object, con
   for (const std::string& name : object.fields)
     if (const Field* const field = description.findField(name)) fields.push_back(fieldRow(*field));
   std::vector<Json> commands;
-  for (const Command& command : object.commands) commands.push_back(commandRow(command));
+  for (const Command& command : object.commands) addCommand(commands, command);
   const std::string path = object.handler ? service + "/" + object.name : service;
-  std::string title = path + (object.key.empty() ? "" : ", " + path + ":" + common::printable(object.key));
-  add(title, "", object.doc);
+  std::string title = path + (object.doc.empty() ? "" : ": " + object.doc);
+  if (!object.key.empty()) title += " (one of them: " + path + ":" + object.key + ")";
   return "\n" + common::printable(title) + "\n" + listText("fields", fields, {"name", "field", "notes"}) +
          listText("commands, and the right that each needs", commands, {"name", "right", "notes"});
 }

@@ -74,7 +74,7 @@ TEST_F(Introspection, DifferencesAreRemarkedAndNamesAdded) {
   told_ =
       "fields = [{ name = \"pin\", field = \"string:1\" }, { name = \"new\", field = \"u32:7\", secret = "
       "true }]\n";
-  EXPECT_EQ(run(), "door\n\nfields\n  pin  string:1 secret\n  new  u32:7    \n");
+  EXPECT_EQ(run(), "door\n\nfields\n  pin  string:1 secret\n  new  u32:7\n");
   EXPECT_EQ(remarked_, "door: field new: the process says u32:7, none is installed\n");
 }
 
@@ -88,7 +88,7 @@ TEST_F(Introspection, WithoutAnAnswerTheInstalledOneIsShown) {
 
 TEST_F(Introspection, WithoutAnInstalledOneTheProcessIsShown) {
   told_ = kInstalled;
-  EXPECT_EQ(run(), "door\n\nfields\n  pin  string:1 \n");
+  EXPECT_EQ(run(), "door\n\nfields\n  pin  string:1\n");
   EXPECT_EQ(remarked_, "no description of door is installed; this is what the process says\n");
 }
 
