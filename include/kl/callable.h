@@ -29,6 +29,7 @@ class Callable<Result(Args...)> {
  public:
   Callable() = default;
   Callable(std::nullptr_t) {}
+  // NOLINTBEGIN(bugprone-forwarding-reference-overload): a Callable itself is moved
   template <class F>
   requires(!std::same_as<std::remove_cvref_t<F>, Callable> && !std::is_member_pointer_v<std::decay_t<F>> &&
            std::is_invocable_r_v<Result, std::decay_t<F>&, Args...>) Callable(F&& f) {
@@ -41,6 +42,7 @@ class Callable<Result(Args...)> {
     else ::new (words_) Kept*(new Kept(std::forward<F>(f)));
     work_ = &workOf<Kept>;
   }
+  // NOLINTEND(bugprone-forwarding-reference-overload)
   Callable(Callable&& other) noexcept { takeFrom(other); }
   Callable& operator=(Callable&& other) noexcept {
     if (this != &other) {
@@ -58,7 +60,7 @@ class Callable<Result(Args...)> {
   // Does an F need no allocation?
   template <class F>
   static constexpr bool fits() {
-    return sizeof(F) <= sizeof words_ && alignof(F) <= alignof(void*) &&
+    return sizeof(F) <= sizeof words_ && alignof(F) <= alignof(void*) &&  // NOLINT(misc-redundant-expression)
            std::is_nothrow_move_constructible_v<F>;
   }
 
