@@ -1,6 +1,6 @@
 // The text dump.
 //
-// One template makes the lines for both kinds of output; they differ in how numbers are written and lines end.
+// One class makes the lines for both kinds of output; they differ in how numbers are written and lines end.
 // Nested messages are rebuilt from their bytes, which stay where they are in the outer message, and walked
 // by a chain of levels instead of a recursion: the depth is that of the data, which may come from a peer.
 //
@@ -61,27 +61,71 @@ struct Level {
   unsigned char* arenaMark = nullptr;
 };
 
-// The memory of levels and of the representations of nested messages: the heap for a stream ...
-template <class S>
-class Levels {
+// Where the lines go, and where the levels of nested messages and their representations lie.
+class Output {
  public:
-  Level* nested(Level* outer, Span bytes) {
+  virtual void write(const char* p, std::size_t n) = 0;
+  virtual void text(const char* s) = 0;
+  virtual void number(unsigned int v) = 0;
+  virtual void number(unsigned long long v) = 0;
+  // What is written next may be a number.
+  virtual void decimal() {}
+  virtual void endLine() = 0;
+  // Null where there is no room.
+  virtual Level* nested(Level* outer, Span bytes) = 0;
+  virtual void end(Level* level) = 0;
+
+ protected:
+  ~Output() = default;
+};
+
+template <class S>
+class OutputTo;
+
+// A stream; the levels lie on the heap.
+template <>
+class OutputTo<std::ostream> final : public Output {
+ public:
+  explicit OutputTo(std::ostream& out) : out_(out) {}
+
+  void write(const char* p, std::size_t n) override { out_.write(p, static_cast<std::streamsize>(n)); }
+  void text(const char* s) override { out_ << s; }
+  void number(unsigned int v) override {
+    decimal();
+    out_ << v;
+  }
+  void number(unsigned long long v) override {
+    decimal();
+    out_ << v;
+  }
+  void decimal() override { out_.setf(std::ios_base::dec, std::ios_base::basefield); }
+  void endLine() override { doEndl(out_); }
+  Level* nested(Level* outer, Span bytes) override {
     message::Rep* rep = message::Rep::make();
     (void)readFormat(*rep, bytes.data, bytes.size, message::normal, Reading::borrowing);
     return new Level{outer, rep, outer->indent + 1};
   }
-  void end(Level* level) {
+  void end(Level* level) override {
     message::Rep::destroy(const_cast<message::Rep*>(level->rep));
     delete level;
   }
+
+ private:
+  std::ostream& out_;
 };
 
-// ... the arena for a Dumper (D1).
+// A Dumper; the levels lie in the arena (D1).  Async-signal-safe.
 template <>
-class Levels<Dumper> {
+class OutputTo<Dumper> final : public Output {
  public:
-  // Null where there is no room.  Async-signal-safe.
-  Level* nested(Level* outer, Span bytes) {
+  explicit OutputTo(Dumper& out) : out_(out) {}
+
+  void write(const char* p, std::size_t n) override { out_.write(p, static_cast<unsigned int>(n)); }
+  void text(const char* s) override { out_ << s; }
+  void number(unsigned int v) override { out_ << v; }
+  void number(unsigned long long v) override { out_ << v; }
+  void endLine() override { doEndl(out_); }
+  Level* nested(Level* outer, Span bytes) override {
     constexpr std::size_t levelBytes = container::roundedUp(sizeof(Level));
     unsigned char* const mark = arena_.mark();
     if (arena_.room() < levelBytes + message::Rep::arenaBytes()) return nullptr;
@@ -94,18 +138,18 @@ class Levels<Dumper> {
     level->arenaMark = mark;
     return level;
   }
-  void end(Level* level) { arena_.rewind(level->arenaMark); }  // D3
+  void end(Level* level) override { arena_.rewind(level->arenaMark); }  // D3
 
  private:
+  Dumper& out_;
   ArenaLease lease_;
   Arena arena_{arenaBytes, lease_.bytes()};
 };
 
-// Async-signal-safe where S is a Dumper.
-template <class S>
+// Async-signal-safe where the output is a Dumper.
 class Dump {
  public:
-  Dump(S& out, const char* prefix) : out_(out), prefix_(prefix) {}
+  Dump(Output& out, const char* prefix) : out_(out), prefix_(prefix) {}
 
   void write(const message::Rep& rep, unsigned int indent);
 
@@ -126,34 +170,18 @@ class Dump {
   void head(const Level& level) { head(level.indent); }
   void head(unsigned int indent);
   void title(const Level& level, const char* word, unsigned int id, const char* after);
-  S& text(const char* s) {
-    out_ << s;
-    return out_;
-  }
-  void characters(Span bytes) {
-    out_.write(reinterpret_cast<const char*>(bytes.data), static_cast<unsigned int>(bytes.size));
-  }
-  template <class Number>
-  void number(Number v) {
-    decimal();
-    out_ << v;
-  }
+  void text(const char* s) { out_.text(s); }
+  void characters(Span bytes) { out_.write(reinterpret_cast<const char*>(bytes.data), bytes.size); }
   void size(std::size_t bytes) {
     text("#");
-    number(static_cast<unsigned int>(bytes));
+    out_.number(static_cast<unsigned int>(bytes));
   }
-  void decimal() {
-    if constexpr (std::is_same_v<S, std::ostream>) out_.setf(std::ios_base::dec, std::ios_base::basefield);
-  }
-  void endLine() { doEndl<S>(out_); }
 
-  S& out_;
+  Output& out_;
   const char* prefix_;
-  Levels<S> levels_;
 };
 
-template <class S>
-void Dump<S>::write(const message::Rep& rep, unsigned int indent) {
+void Dump::write(const message::Rep& rep, unsigned int indent) {
   Level outermost{nullptr, &rep, indent};
   begin(outermost);
   for (Level* level = &outermost; level != nullptr;) {
@@ -162,11 +190,10 @@ void Dump<S>::write(const message::Rep& rep, unsigned int indent) {
   }
 }
 
-template <class S>
-void Dump<S>::begin(Level& level) {
+void Dump::begin(Level& level) {
   head(level);
   text("--- kl::message --------");
-  endLine();
+  out_.endLine();
   writeBools(level);
   writeU32s(level);
   level.field = level.rep->fields.head();
@@ -174,13 +201,9 @@ void Dump<S>::begin(Level& level) {
 }
 
 // Writes lines of the level up to the next nested message.  False at the level's end.
-template <class S>
-bool Dump<S>::next(Level& level, Span& nested) {
-  return nextField(level, nested) || nextArray(level, nested);
-}
+bool Dump::next(Level& level, Span& nested) { return nextField(level, nested) || nextArray(level, nested); }
 
-template <class S>
-bool Dump<S>::nextField(Level& level, Span& nested) {
+bool Dump::nextField(Level& level, Span& nested) {
   while (level.field != nullptr) {
     const Node& node = *level.field;
     level.field = node.next;
@@ -190,21 +213,20 @@ bool Dump<S>::nextField(Level& level, Span& nested) {
       continue;
     }
     title(level, "message", node.id, "]...");
-    endLine();
+    out_.endLine();
     nested = bytesOf(node);
     return true;
   }
   return false;
 }
 
-template <class S>
-bool Dump<S>::nextArray(Level& level, Span& nested) {
+bool Dump::nextArray(Level& level, Span& nested) {
   while (level.array != nullptr) {
     const Node& node = *level.array;
     if (node.agrees() && node.kind == Kind::messageArray) {
       if (!level.elements.has_value()) {
         title(level, "message[]", node.id, "]..");
-        endLine();
+        out_.endLine();
         level.elements.emplace(node);
       }
       if (!level.elements->atEnd()) {
@@ -213,7 +235,7 @@ bool Dump<S>::nextArray(Level& level, Span& nested) {
         return true;
       }
       level.elements.reset();
-      endLine();
+      out_.endLine();
     } else if (node.agrees()) {
       writeArray(level, node);
     }
@@ -223,9 +245,8 @@ bool Dump<S>::nextArray(Level& level, Span& nested) {
 }
 
 // D2
-template <class S>
-Level* Dump<S>::enter(Level* level, Span nested) {
-  Level* inner = levels_.nested(level, nested);
+Level* Dump::enter(Level* level, Span nested) {
+  Level* inner = out_.nested(level, nested);
   if (inner != nullptr) {
     begin(*inner);
     return inner;
@@ -233,49 +254,45 @@ Level* Dump<S>::enter(Level* level, Span nested) {
   head(level->indent + 1);
   text("--- no room for a message of ");
   size(nested.size);
-  endLine();
+  out_.endLine();
   return level;
 }
 
-template <class S>
-Level* Dump<S>::leave(Level* level) {
+Level* Dump::leave(Level* level) {
   if (level->isCut) {
     head(*level);
     text("--- no room for more fields");
-    endLine();
+    out_.endLine();
   }
   head(*level);
   text("------------------------");
-  endLine();
+  out_.endLine();
   Level* const outer = level->outer;
-  if (outer != nullptr) levels_.end(level);
+  if (outer != nullptr) out_.end(level);
   return outer;
 }
 
-template <class S>
-void Dump<S>::writeBools(const Level& level) {
+void Dump::writeBools(const Level& level) {
   level.rep->forEachBool([&](unsigned int id, bool v) {
     title(level, "bool", id, "]=");
     text(v ? "true" : "false");
-    endLine();
+    out_.endLine();
   });
 }
 
-template <class S>
-void Dump<S>::writeU32s(const Level& level) {
+void Dump::writeU32s(const Level& level) {
   char room[kNameBytes];
   const htable<unsigned int>& u32s = level.rep->u32s;
   for (unsigned int i = u32s.next(u32s.kNoSlot); i < u32s.capacity(); i = u32s.next(i)) {
     title(level, "u32", u32s.key(i), "]=");
-    decimal();
+    out_.decimal();
     text(container::valueName(u32s.key(i), u32s.value(i), room));
-    endLine();
+    out_.endLine();
   }
 }
 
 // Needs: no message.
-template <class S>
-void Dump<S>::writeField(const Level& level, const Node& node) {
+void Dump::writeField(const Level& level, const Node& node) {
   char room[kNameBytes];
   switch (node.kind) {
     case Kind::string:
@@ -292,10 +309,10 @@ void Dump<S>::writeField(const Level& level, const Node& node) {
       break;
     default:
       title(level, "u64", node.id, "]=");
-      number(*node.u64());
+      out_.number(*node.u64());
       break;
   }
-  endLine();
+  out_.endLine();
 }
 
 const char* arrayWord(Kind kind) {
@@ -310,8 +327,7 @@ const char* arrayWord(Kind kind) {
 }
 
 // Needs: no message array.
-template <class S>
-void Dump<S>::writeArray(const Level& level, const Node& node) {
+void Dump::writeArray(const Level& level, const Node& node) {
   title(level, arrayWord(node.kind), node.id, "]=");
   bool isFirst = true;
   for (Elements element(node); !element.atEnd(); element.next()) {
@@ -319,7 +335,7 @@ void Dump<S>::writeArray(const Level& level, const Node& node) {
     text(", ");
     isFirst = false;
   }
-  endLine();
+  out_.endLine();
 }
 
 bool isPath(unsigned int id) {
@@ -327,27 +343,28 @@ bool isPath(unsigned int id) {
   return (id & kWithoutType) == (SYS_TO & kWithoutType) || (id & kWithoutType) == (SYS_FROM & kWithoutType);
 }
 
-template <class S>
-void Dump<S>::writeElement(const Node& node, const Elements& element, bool isFirst) {
+void Dump::writeElement(const Node& node, const Elements& element, bool isFirst) {
   char room[kNameBytes];
   switch (node.kind) {
     case Kind::addr6Array: text(container::addressText(element.bytes().data, room)); break;
     case Kind::stringArray: characters(element.bytes()); break;
     case Kind::rawArray: size(element.bytes().size); break;
     case Kind::boolArray: text(element.number() != 0 ? "true" : "false"); break;
-    case Kind::u64Array: number(element.number()); break;
+    case Kind::u64Array: out_.number(element.number()); break;
     default: {
       const auto v = static_cast<unsigned int>(element.number());
-      number(v);
+      out_.number(v);
       const char* service = isFirst && isPath(node.id) ? findServiceName(v) : nullptr;
-      if (service != nullptr) text("(") << service << ")";
+      if (service == nullptr) break;
+      text("(");
+      text(service);
+      text(")");
       break;
     }
   }
 }
 
-template <class S>
-void Dump<S>::head(unsigned int indent) {
+void Dump::head(unsigned int indent) {
   constexpr unsigned int kAtOnce = 16;
   text(prefix_);
   for (; indent >= kAtOnce; indent -= kAtOnce)
@@ -355,11 +372,10 @@ void Dump<S>::head(unsigned int indent) {
   for (; indent > 0; --indent) out_.write("    ", 4);
 }
 
-template <class S>
-void Dump<S>::title(const Level& level, const char* word, unsigned int id, const char* after) {
+void Dump::title(const Level& level, const char* word, unsigned int id, const char* after) {
   char room[kNameBytes];
   head(level);
-  text(" ") << word << " [" << container::fieldName(id, room) << after;
+  for (const char* part : {" ", word, " [", container::fieldName(id, room), after}) text(part);
 }
 
 }  // namespace
@@ -368,7 +384,8 @@ template <class S>
 requires(std::is_same_v<S, std::ostream> ||
          std::is_same_v<S, Dumper>) void message::dump2(S& out, const char* prefix,
                                                         unsigned int indent) const {
-  Dump<S>(out, prefix).write(RepAccess::read(*this), indent);
+  OutputTo<S> to(out);
+  Dump(to, prefix).write(RepAccess::read(*this), indent);
 }
 
 template KL_API void message::dump2<std::ostream>(std::ostream&, const char*, unsigned int) const;
