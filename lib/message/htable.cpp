@@ -10,22 +10,122 @@
 
 namespace kl {
 
-template <class T>
-void htable<T>::copyFrom(const htable& source, container::Memory& memory) {
-  if (source.capacity_ != capacity_) {
-    void* const first = keys_;
-    takeSlots(source.capacity_, memory);
-    memory.giveAsRegion(first, kFirstBytes);
-  }
+void KeySlots::copySlots(const KeySlots& source, std::size_t valueBytes, container::Memory& memory) {
+  void* const first = keys_;
+  takeSlots(source.capacity_, valueBytes, memory);
+  memory.giveAsRegion(first, slotBytes(kFirstCapacity, valueBytes));
   count_ = source.count_;
   if (isSmall()) {
     bits_ = source.bits_;
-    if (bits_.small.live != 0) std::memcpy(keys_, source.keys_, slotBytes(capacity_));
+    if (bits_.small.live != 0) std::memcpy(keys_, source.keys_, slotBytes(capacity_, valueBytes));
     return;
   }
-  std::memcpy(keys_, source.keys_, slotBytes(capacity_));
+  std::memcpy(keys_, source.keys_, slotBytes(capacity_, valueBytes));
   std::memcpy(bits_.large->live(), source.bits_.large->live(), flagBytes(capacity_));
   for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i)) bits_.large->index.add({key(i), i});
+}
+
+void KeySlots::removeIdMask(std::uint32_t id, std::uint32_t mask) {
+  for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i))
+    if ((key(i) & mask) == id) eraseSlot(i);
+}
+
+void KeySlots::erase(std::uint32_t key) {
+  const unsigned int slot = find(key);
+  if (slot != kNoSlot) eraseSlot(slot);
+}
+
+unsigned int KeySlots::find(std::uint32_t key) const {
+  if (!isSmall()) return findLarge(key);
+  const std::uint64_t live = bits_.small.live;
+  const std::uint64_t everUsed = live | bits_.small.erased;
+  unsigned int slot = home(key);
+  for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
+    if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
+    if (++slot == capacity_) slot = 0;
+  }
+  return kNoSlot;
+}
+
+unsigned int KeySlots::findLarge(std::uint32_t key) const {
+  const SlotEntry* entry = bits_.large->index.find(key);
+  return entry == nullptr ? kNoSlot : entry->slot;
+}
+
+unsigned int KeySlots::placeLarge(std::uint32_t key) {
+  const unsigned int slot = firstFreeSlot(home(key));
+  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
+  bits_.large->live()[slot / 64] |= bit;
+  bits_.large->erased()[slot / 64] &= ~bit;
+  if (freeSlotsOf(slot / 64) == 0) bits_.large->full()[slot / 4096] |= std::uint64_t{1} << slot / 64 % 64;
+  bits_.large->index.add({key, slot});
+  keys_[slot] = key;
+  ++count_;
+  return slot;
+}
+
+// H1 for large tables: the rest of the home slot's word, then the first word with room, 4096 slots at a time.
+unsigned int KeySlots::firstFreeSlot(unsigned int home) const {
+  unsigned int word = home / 64;
+  std::uint64_t free = freeSlotsOf(word) >> home % 64 << home % 64;
+  if (free == 0) {
+    word = firstWordWithRoom(word + 1);
+    if (word == wordsFor(capacity_)) word = firstWordWithRoom(0);
+    free = freeSlotsOf(word);
+  }
+  return word * 64 + static_cast<unsigned int>(std::countr_zero(free));
+}
+
+// Bits beyond the last slot stand for none.
+std::uint64_t KeySlots::freeSlotsOf(unsigned int word) const {
+  const std::uint64_t free = ~bits_.large->live()[word];
+  return word == capacity_ / 64 ? free & ((std::uint64_t{1} << capacity_ % 64) - 1) : free;
+}
+
+// The number of words where there is none.
+unsigned int KeySlots::firstWordWithRoom(unsigned int from) const {
+  const auto words = static_cast<unsigned int>(wordsFor(capacity_));
+  for (unsigned int i = from / 64; i * 64 < words; ++i) {
+    std::uint64_t withRoom = ~bits_.large->full()[i];
+    if (i == from / 64) withRoom = withRoom >> from % 64 << from % 64;
+    if (withRoom != 0) return std::min(words, i * 64 + static_cast<unsigned int>(std::countr_zero(withRoom)));
+  }
+  return words;
+}
+
+void KeySlots::eraseSlot(unsigned int slot) {
+  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
+  if (isSmall()) {
+    bits_.small.live &= ~bit;
+    bits_.small.erased |= bit;
+  } else {
+    bits_.large->live()[slot / 64] &= ~bit;
+    bits_.large->erased()[slot / 64] |= bit;
+    bits_.large->full()[slot / 4096] &= ~(std::uint64_t{1} << slot / 64 % 64);
+    bits_.large->index.remove(bits_.large->index.find(keys_[slot]));
+  }
+  --count_;
+}
+
+void KeySlots::takeSlots(unsigned int capacity, std::size_t valueBytes, container::Memory& memory) {
+  auto* bytes = static_cast<unsigned char*>(memory.take(bytesFor(capacity, valueBytes)));
+  capacity_ = capacity;
+  keys_ = reinterpret_cast<std::uint32_t*>(bytes + largeBytes(capacity));
+  bits_.small = Small{0, 0};
+  if (!isSmall()) makeLarge(bytes, slotBytes(capacity, valueBytes));
+}
+
+void KeySlots::makeLarge(unsigned char* bytes, std::size_t bytesOfSlots) {
+  auto* entries = reinterpret_cast<SlotEntry*>(reinterpret_cast<unsigned char*>(keys_) + bytesOfSlots);
+  bits_.large = new (bytes) Large{{entries, indexSize(capacity_)}, wordsFor(capacity_)};
+  std::memset(bits_.large->live(), 0, flagBytes(capacity_));
+}
+
+void KeySlots::giveSlots(std::size_t valueBytes, container::Memory& memory) {
+  const std::size_t bytes = bytesFor(capacity_, valueBytes);
+  void* const block = isSmall() ? static_cast<void*>(keys_) : bits_.large;
+  if (bytes > container::Memory::kLargestSmall) memory.give(block, bytes);
+  else memory.giveAsRegion(block, bytes);
 }
 
 template <class T>
@@ -38,21 +138,9 @@ bool htable<T>::includes(const htable& other) const {
 }
 
 template <class T>
-void htable<T>::merge(const htable& other, container::Memory& memory) {
+[[gnu::cold]] void htable<T>::merge(const htable& other, container::Memory& memory) {
   for (unsigned int i = other.next(kNoSlot); i < other.capacity_; i = other.next(i))
     get_ref(other.key(i), memory) = other.value(i);
-}
-
-template <class T>
-void htable<T>::removeIdMask(std::uint32_t id, std::uint32_t mask) {
-  for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i))
-    if ((key(i) & mask) == id) eraseSlot(i);
-}
-
-template <class T>
-void htable<T>::erase(std::uint32_t key) {
-  const unsigned int slot = find(key);
-  if (slot != kNoSlot) eraseSlot(slot);
 }
 
 template <class T>
@@ -65,24 +153,6 @@ template <class T>
 T htable<T>::searched(std::uint32_t key, T def) const {
   const T* v = searched(key);
   return v != nullptr ? *v : def;
-}
-
-template <class T>
-unsigned int htable<T>::findSmall(std::uint32_t key) const {
-  const std::uint64_t live = bits_.small.live;
-  const std::uint64_t everUsed = live | bits_.small.erased;
-  unsigned int slot = home(key);
-  for (unsigned int round = 0; round < capacity_ && (everUsed >> slot & 1) != 0; ++round) {
-    if ((live >> slot & 1) != 0 && keys_[slot] == key) return slot;
-    if (++slot == capacity_) slot = 0;
-  }
-  return kNoSlot;
-}
-
-template <class T>
-unsigned int htable<T>::findLarge(std::uint32_t key) const {
-  const SlotEntry* entry = bits_.large->index.find(key);
-  return entry == nullptr ? kNoSlot : entry->slot;
 }
 
 // Probes on from a slot that is, or was, in use.
@@ -108,68 +178,7 @@ T& htable<T>::probedRef(unsigned int slot, std::uint32_t key) {
 template <class T>
 T& htable<T>::largeRef(std::uint32_t key) {
   const unsigned int slot = findLarge(key);
-  return slot == kNoSlot ? placeLarge(key, T{}) : value(slot);
-}
-
-// Needs: the key is not in the table, and the table has a free slot.
-template <class T>
-T& htable<T>::placeLarge(std::uint32_t key, const T& v) {
-  const unsigned int slot = firstFreeSlot(home(key));
-  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
-  bits_.large->live()[slot / 64] |= bit;
-  bits_.large->erased()[slot / 64] &= ~bit;
-  if (freeSlotsOf(slot / 64) == 0) bits_.large->full()[slot / 4096] |= std::uint64_t{1} << slot / 64 % 64;
-  bits_.large->index.add({key, slot});
-  keys_[slot] = key;
-  ++count_;
-  return value(slot) = v;
-}
-
-// H1 for large tables: the rest of the home slot's word, then the first word with room, 4096 slots at a time.
-template <class T>
-unsigned int htable<T>::firstFreeSlot(unsigned int home) const {
-  unsigned int word = home / 64;
-  std::uint64_t free = freeSlotsOf(word) >> home % 64 << home % 64;
-  if (free == 0) {
-    word = firstWordWithRoom(word + 1);
-    if (word == wordsFor(capacity_)) word = firstWordWithRoom(0);
-    free = freeSlotsOf(word);
-  }
-  return word * 64 + static_cast<unsigned int>(std::countr_zero(free));
-}
-
-// Bits beyond the last slot stand for none.
-template <class T>
-std::uint64_t htable<T>::freeSlotsOf(unsigned int word) const {
-  const std::uint64_t free = ~bits_.large->live()[word];
-  return word == capacity_ / 64 ? free & ((std::uint64_t{1} << capacity_ % 64) - 1) : free;
-}
-
-// The number of words where there is none.
-template <class T>
-unsigned int htable<T>::firstWordWithRoom(unsigned int from) const {
-  const auto words = static_cast<unsigned int>(wordsFor(capacity_));
-  for (unsigned int i = from / 64; i * 64 < words; ++i) {
-    std::uint64_t withRoom = ~bits_.large->full()[i];
-    if (i == from / 64) withRoom = withRoom >> from % 64 << from % 64;
-    if (withRoom != 0) return std::min(words, i * 64 + static_cast<unsigned int>(std::countr_zero(withRoom)));
-  }
-  return words;
-}
-
-template <class T>
-void htable<T>::eraseSlot(unsigned int slot) {
-  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
-  if (isSmall()) {
-    bits_.small.live &= ~bit;
-    bits_.small.erased |= bit;
-  } else {
-    bits_.large->live()[slot / 64] &= ~bit;
-    bits_.large->erased()[slot / 64] |= bit;
-    bits_.large->full()[slot / 4096] &= ~(std::uint64_t{1} << slot / 64 % 64);
-    bits_.large->index.remove(bits_.large->index.find(keys_[slot]));
-  }
-  --count_;
+  return slot == kNoSlot ? value(placeLarge(key)) = T{} : value(slot);
 }
 
 // H3
@@ -179,15 +188,18 @@ void htable<T>::rehash(container::Memory& memory) {
   old.keys_ = keys_;
   old.capacity_ = capacity_;
   old.bits_ = bits_;
-  takeSlots(2 * capacity_, memory);
-  if (isSmall()) {
+  if (isSmallCapacity(2 * capacity_)) {
+    capacity_ *= 2;
+    keys_ = static_cast<std::uint32_t*>(memory.take(slotBytes(capacity_, sizeof(T))));
+    bits_.small.erased = 0;
     enterAllOfSmall(old);
   } else {
+    takeSlots(2 * capacity_, sizeof(T), memory);
     count_ = 0;
     for (unsigned int i = old.next(kNoSlot); i < old.capacity_; i = old.next(i))
-      placeLarge(old.key(i), old.value(i));
+      value(placeLarge(old.key(i))) = old.value(i);
   }
-  old.giveSlots(memory);
+  old.giveSlots(sizeof(T), memory);
 }
 
 // Needs: all slots are empty, and both tables are small.
@@ -209,36 +221,6 @@ inline void htable<T>::enterAllOfSmall(const htable& old) {
     fresh[slot] = before[from];
   }
   bits_.small.live = live;
-}
-
-// All slots are empty afterwards; the count is left to the caller.
-template <class T>
-void htable<T>::takeSlots(unsigned int capacity, container::Memory& memory) {
-  auto* bytes = static_cast<unsigned char*>(memory.take(bytesFor(capacity)));
-  capacity_ = capacity;
-  keys_ = reinterpret_cast<std::uint32_t*>(bytes + largeBytes(capacity));
-  bits_.small = Small{0, 0};
-  if (!isSmall()) makeLarge(bytes);
-}
-
-template <class T>
-void htable<T>::makeLarge(unsigned char* bytes) {
-  auto* entries =
-      reinterpret_cast<SlotEntry*>(reinterpret_cast<unsigned char*>(keys_) + slotBytes(capacity_));
-  bits_.large = new (bytes) Large{{entries, indexSize(capacity_)}, wordsFor(capacity_)};
-  std::memset(bits_.large->live(), 0, flagBytes(capacity_));
-}
-
-template <class T>
-void htable<T>::giveSlots(container::Memory& memory) {
-  const std::size_t bytes = bytesFor(capacity_);
-  if (bytes > container::Memory::kLargestSmall) memory.give(block(), bytes);
-  else memory.giveAsRegion(block(), bytes);
-}
-
-template <class T>
-void* htable<T>::block() const {
-  return isSmall() ? static_cast<void*>(keys_) : bits_.large;
 }
 
 template class htable<bool>;
