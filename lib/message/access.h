@@ -37,4 +37,17 @@ const container::Object<k>* constRef(const message& m, unsigned int id) {
   return container::objectOf<k>(node);
 }
 
+template <container::Kind k>
+container::Object<k> arrayOf(const message& m, unsigned int id) {
+  const container::Node* node = RepAccess::read(m).find(k, id);
+  return node != nullptr ? container::valueOf<k>(*node) : container::Object<k>{};
+}
+
+// Kept on purpose: an array insert makes the message unshareable, though no pointer leaves it.
+// Held by Sharing.AnArrayInsertMakesTheMessageUnshareable.
+template <container::Kind k>
+void putArray(message& m, unsigned int id, const container::Object<k>& v) {
+  ownForGood(m).putObject<k>(id, v);
+}
+
 }  // namespace kl

@@ -1,4 +1,5 @@
-// Getters, inserts and removals of arrays.
+// Getters, inserts and removals of arrays.  Those of u32 and of nested messages, which most messages have, stand in
+// fields.cpp.
 
 #include "message/access.h"
 
@@ -17,29 +18,12 @@ unsigned int countOf(const message& m, Kind kind, unsigned int id) {
   return node != nullptr ? static_cast<unsigned int>(valueCount(*node)) : 0;
 }
 
-template <Kind k>
-container::Object<k> arrayOf(const message& m, unsigned int id) {
-  const Node* node = RepAccess::read(m).find(k, id);
-  return node != nullptr ? container::valueOf<k>(*node) : container::Object<k>{};
-}
-
-// Kept on purpose: an array insert makes the message unshareable, though no pointer leaves it.
-// Held by Sharing.AnArrayInsertMakesTheMessageUnshareable.
-template <Kind k>
-void putArray(message& m, unsigned int id, const container::Object<k>& v) {
-  ownForGood(m).putObject<k>(id, v);
-}
-
 }  // namespace
 
 // --- Getters by value ------------------------------------------------------------------------------------
 
 std::vector<bool> message::get_bool_array(unsigned int id) const {
   return arrayOf<Kind::boolArray>(*this, id);
-}
-
-std::vector<unsigned int> message::get_u32_array(unsigned int id) const {
-  return arrayOf<Kind::u32Array>(*this, id);
 }
 
 std::vector<unsigned long long> message::get_u64_array(unsigned int id) const {
@@ -58,10 +42,6 @@ std::vector<std::vector<unsigned char>> message::get_raw_array(unsigned int id) 
   return arrayOf<Kind::rawArray>(*this, id);
 }
 
-std::vector<message::flat_message> message::get_message_array(unsigned int id) const {
-  return arrayOf<Kind::messageArray>(*this, id);
-}
-
 std::vector<unsigned int> message::get_be32_array(unsigned int id) const {
   std::vector<unsigned int> numbers = get_u32_array(id);
   reverseBytes(numbers);
@@ -72,10 +52,6 @@ std::vector<unsigned int> message::get_be32_array(unsigned int id) const {
 
 const std::vector<bool>* message::get_bool_array_ref(unsigned int id) const {
   return constRef<Kind::boolArray>(*this, id);
-}
-
-const std::vector<unsigned int>* message::get_u32_array_ref(unsigned int id) const {
-  return constRef<Kind::u32Array>(*this, id);
 }
 
 const std::vector<unsigned long long>* message::get_u64_array_ref(unsigned int id) const {
@@ -92,10 +68,6 @@ const std::vector<std::string>* message::get_string_array_ref(unsigned int id) c
 
 const std::vector<std::vector<unsigned char>>* message::get_raw_array_ref(unsigned int id) const {
   return constRef<Kind::rawArray>(*this, id);
-}
-
-const std::vector<message::flat_message>* message::get_message_array_ref(unsigned int id) const {
-  return constRef<Kind::messageArray>(*this, id);
 }
 
 std::vector<bool>* message::get_bool_array_ref(unsigned int id) {
@@ -132,10 +104,6 @@ void message::insert_bool_array(unsigned int id, const std::vector<bool>& v) {
   putArray<Kind::boolArray>(*this, id, v);
 }
 
-void message::insert_u32_array(unsigned int id, const std::vector<unsigned int>& v) {
-  putArray<Kind::u32Array>(*this, id, v);
-}
-
 void message::insert_u64_array(unsigned int id, const std::vector<unsigned long long>& v) {
   putArray<Kind::u64Array>(*this, id, v);
 }
@@ -150,10 +118,6 @@ void message::insert_string_array(unsigned int id, const std::vector<std::string
 
 void message::insert_raw_array(unsigned int id, const std::vector<std::vector<unsigned char>>& v) {
   putArray<Kind::rawArray>(*this, id, v);
-}
-
-void message::insert_message_array(unsigned int id, const std::vector<flat_message>& v) {
-  putArray<Kind::messageArray>(*this, id, v);
 }
 
 void message::insert_be32_array(unsigned int id, const std::vector<unsigned int>& v) {

@@ -1,4 +1,5 @@
-// Getters, inserts and removals of single values.
+// Getters, inserts and removals of single values, and the arrays that most messages have: paths, which are u32, and
+// nested messages.
 
 #include <cstdio>
 #include <cstdlib>
@@ -189,6 +190,32 @@ void message::insert_message(unsigned int id, const message& nested) {
   Node& node = rep.putRoom(Kind::message, id, bytes);
   nested.flatten(node.room(), &bytes);
   rep.setFilled(node, bytes, 0);
+}
+
+// --- Arrays -----------------------------------------------------------------------------------------------
+
+std::vector<unsigned int> message::get_u32_array(unsigned int id) const {
+  return arrayOf<Kind::u32Array>(*this, id);
+}
+
+std::vector<message::flat_message> message::get_message_array(unsigned int id) const {
+  return arrayOf<Kind::messageArray>(*this, id);
+}
+
+const std::vector<unsigned int>* message::get_u32_array_ref(unsigned int id) const {
+  return constRef<Kind::u32Array>(*this, id);
+}
+
+const std::vector<message::flat_message>* message::get_message_array_ref(unsigned int id) const {
+  return constRef<Kind::messageArray>(*this, id);
+}
+
+void message::insert_u32_array(unsigned int id, const std::vector<unsigned int>& v) {
+  putArray<Kind::u32Array>(*this, id, v);
+}
+
+void message::insert_message_array(unsigned int id, const std::vector<flat_message>& v) {
+  putArray<Kind::messageArray>(*this, id, v);
 }
 
 // --- Removal and presence --------------------------------------------------------------------------------

@@ -134,10 +134,22 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
   rep_.unshareable = true;
   const Node* node = rep_.find(kind, id);
   if (node == nullptr || !node->hasObject()) return appendBytes(node, kind, id, bytes, count);
+  if (!hasLongElements(kind)) {
+    std::vector<unsigned char> joined(valueBytes(*node) + bytes);
+    copyBytes(encodeObject(kind, joined.data(), node->anyObject()), at_, bytes);
+    rep_.putBytes(kind, id, joined.data(), joined.size(), valueCount(*node) + count);
+    return Outcome::ok;
+  }
+  // Elements may be too long to be joined as bytes.
   withObjectKind(kind, [&]<Kind k>() {
-    Object<k>& all = *node->objectIfAny<k>();
-    for (const auto& element : decoded<k>(at_, bytes, count)) all.push_back(element);
-    rep_.putObject<k>(id, all);  // its length is counted anew
+    if constexpr (hasLongElements(k)) {
+      Object<k>& all = *node->objectIfAny<k>();
+      Object<k> more = decoded<k>(at_, bytes, count);
+      Object<k> joined(all.size() + count);
+      std::move(more.begin(), more.end(), std::move(all.begin(), all.end(), joined.begin()));
+      all.swap(joined);
+      rep_.putObject<k>(id, all);  // its length is counted anew
+    }
   });
   return Outcome::ok;
 }

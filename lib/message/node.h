@@ -46,6 +46,7 @@ struct alignas(kGrain) Node {
   // Code that goes by the type of an id passes over a node that disagrees with it.
   bool agrees() const { return kindOf(id) == kind; }
   bool hasObject() const { return object.load(std::memory_order_acquire) != nullptr; }
+  void* anyObject() const { return object.load(std::memory_order_acquire); }
   // Null where the value is in bytes.
   template <Kind k>
   Object<k>* objectIfAny() const {
@@ -70,7 +71,24 @@ inline Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t va
 void giveNode(Memory& memory, Node* node);
 void destroyObject(Node& node);
 
-// Each of these three exists for every kind that may become an object.
+// What is done with an object of this kind, which rarely is.
+void* decodedObject(Kind kind, const unsigned char* at, std::size_t bytes, std::size_t count);
+void deleteObject(Kind kind, void* object);
+void* copyOfObject(Kind kind, const void* object);
+void assignObject(Kind kind, void* to, const void* from);
+bool objectFitsBytes(Kind kind, const void* object);
+std::size_t objectBytes(Kind kind, const void* object);
+std::size_t objectCount(Kind kind, const void* object);
+unsigned char* encodeObject(Kind kind, unsigned char* to, const void* object);
+
+// A value as an object, made and published where there is none yet.
+void* objectIn(const Node& node);
+template <Kind k>
+Object<k>* objectOf(const Node& node) {
+  return static_cast<Object<k>*>(objectIn(node));
+}
+
+// Each of these two exists for every kind that may become an object.
 //
 // The object of a value in bytes and, of an array, the number of its elements.
 template <Kind k>
@@ -78,9 +96,6 @@ Object<k> decoded(const unsigned char* at, std::size_t bytes, std::size_t count)
 // A copy of the value.
 template <Kind k>
 Object<k> valueOf(const Node& node);
-// The value as an object, made and published where there is none yet.
-template <Kind k>
-Object<k>* objectOf(const Node& node);
 
 struct Span {
   const unsigned char* data;

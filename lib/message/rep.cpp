@@ -5,18 +5,15 @@
 #include <new>
 
 #include "message/block_stock.h"
+#include "message/values.h"
 
 namespace kl {
 
 using container::Arena;
 using container::destroyObject;
-using container::encode;
-using container::encodedSize;
 using container::giveNode;
 using container::kBlockBytes;
-using container::Object;
 using container::takeNode;
-using container::withObjectKind;
 
 constinit const message::Rep RepAccess::nilRep;
 
@@ -131,29 +128,7 @@ void message::Rep::putBorrowed(Kind kind, unsigned int id, const unsigned char* 
   setFilled(node, bytes, count);
 }
 
-template <message::Rep::Kind k>
-void message::Rep::putObject(unsigned int id, const Object<k>& v) {
-  Node* node = nullptr;
-  if (container::fitsBytes(v)) node = add(k, id, encodedSize(v), container::elementCount(v));
-  if (node == nullptr) return replaceWithObject<k>(id, v);
-  encode(node->room(), v);
-}
-
-template void message::Rep::putObject<container::Kind::string>(unsigned int, const std::string&);
-template void message::Rep::putObject<container::Kind::message>(unsigned int, const flat_message&);
-template void message::Rep::putObject<container::Kind::raw>(unsigned int, const container::Bytes&);
-template void message::Rep::putObject<container::Kind::boolArray>(unsigned int, const std::vector<bool>&);
-template void message::Rep::putObject<container::Kind::u32Array>(unsigned int,
-                                                                 const std::vector<unsigned int>&);
-template void message::Rep::putObject<container::Kind::u64Array>(unsigned int,
-                                                                 const std::vector<unsigned long long>&);
-template void message::Rep::putObject<container::Kind::addr6Array>(unsigned int, const std::vector<IPAddr6>&);
-template void message::Rep::putObject<container::Kind::stringArray>(unsigned int,
-                                                                    const std::vector<std::string>&);
-template void message::Rep::putObject<container::Kind::messageArray>(unsigned int,
-                                                                     const std::vector<flat_message>&);
-template void message::Rep::putObject<container::Kind::rawArray>(unsigned int,
-                                                                 const std::vector<container::Bytes>&);
+KL_COMMON_PUTS(template)
 
 message::Rep::Node& message::Rep::putRoom(Kind kind, unsigned int id, std::size_t bytes) {
   NodeList& list = listOf(kind);
@@ -169,10 +144,7 @@ message::Rep::Node& message::Rep::putRoom(Kind kind, unsigned int id, std::size_
 }
 
 void message::Rep::putCopy(const Node& source) {
-  if (source.hasObject()) {
-    withObjectKind(source.kind, [&]<Kind k>() { putObject<k>(source.id, *source.objectIfAny<k>()); });
-    return;
-  }
+  if (source.hasObject()) return putCopyOfObject(source);
   putBytes(source.kind, source.id, source.content(), source.size, source.count);
 }
 

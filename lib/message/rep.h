@@ -89,14 +89,15 @@ struct __attribute__((visibility("hidden"))) message::Rep {
   }
   // Gives the field of the node's id the node's value.
   void putCopy(const Node& node);
+  // The same.  Needs: the node has an object.
+  void putCopyOfObject(const Node& node);
   // The node of that kind, made with the value zero where it is absent.
   Node& nodeRef(Kind kind, unsigned int id);
   // Its object, which the caller may change at any time.
   template <Kind k>
-  container::Object<k>* objectRef(unsigned int id);
-
-  // Writes the bytes of a node's object and returns the place behind them.
-  static unsigned char* encodeObject(unsigned char* to, const Node& node);
+  container::Object<k>* objectRef(unsigned int id) {
+    return container::objectOf<k>(nodeOfObject(k, id));
+  }
 
   void remove(NodeList& list, unsigned int id);
   void removeIdMask(NodeList& list, unsigned int id, unsigned int mask);
@@ -139,10 +140,8 @@ struct __attribute__((visibility("hidden"))) message::Rep {
   void replaceWithBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
                         std::size_t count);
   // The same as putObject, where there is a field already or the value is too large for bytes.
-  template <Kind k>
-  void replaceWithObject(unsigned int id, const container::Object<k>& v);
-  template <Kind k>
-  void assign(Node& node, const container::Object<k>& v);
+  void replaceWithObject(Kind kind, unsigned int id, const void* v);
+  Node& nodeOfObject(Kind kind, unsigned int id);
   void resized(Node& node, std::size_t bytes);
   void copyList(NodeList& to, const NodeList& from);
   void pushCopy(NodeList& to, const Node& source);

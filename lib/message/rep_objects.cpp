@@ -1,79 +1,115 @@
 // Fields whose value has been made an object, for a reference getter or because it is too large for bytes.  That is
 // rare, and the code for each kind of object is long.
 
-#include <optional>
+#include "message/values.h"
 
-#include "message/rep.h"
+namespace kl::container {
+
+KL_OTHER_VALUES(template)
+
+// N3: the winner's object is the one that everybody gets.
+void* objectIn(const Node& node) {
+  if (void* const object = node.anyObject(); object != nullptr) return object;
+  void* const fresh = decodedObject(node.kind, node.content(), node.size, node.count);
+  void* published = nullptr;
+  if (node.object.compare_exchange_strong(published, fresh, std::memory_order_acq_rel)) return fresh;
+  deleteObject(node.kind, fresh);
+  return published;
+}
+
+void* decodedObject(Kind kind, const unsigned char* at, std::size_t bytes, std::size_t count) {
+  void* object = nullptr;
+  withObjectKind(kind, [&]<Kind k>() { object = new Object<k>(decoded<k>(at, bytes, count)); });
+  return object;
+}
+
+void deleteObject(Kind kind, void* object) {
+  withObjectKind(kind, [&]<Kind k>() { delete static_cast<Object<k>*>(object); });
+}
+
+void* copyOfObject(Kind kind, const void* object) {
+  void* copy = nullptr;
+  withObjectKind(kind, [&]<Kind k>() { copy = new Object<k>(*static_cast<const Object<k>*>(object)); });
+  return copy;
+}
+
+void assignObject(Kind kind, void* to, const void* from) {
+  if (to == from) return;
+  withObjectKind(kind, [&]<Kind k>() {
+    *static_cast<Object<k>*>(to) = Object<k>(*static_cast<const Object<k>*>(from));
+  });
+}
+
+bool objectFitsBytes(Kind kind, const void* object) {
+  bool fits = false;
+  withObjectKind(kind, [&]<Kind k>() { fits = fitsBytes(*static_cast<const Object<k>*>(object)); });
+  return fits;
+}
+
+std::size_t objectBytes(Kind kind, const void* object) {
+  std::size_t bytes = 0;
+  withObjectKind(kind, [&]<Kind k>() { bytes = encodedSize(*static_cast<const Object<k>*>(object)); });
+  return bytes;
+}
+
+std::size_t objectCount(Kind kind, const void* object) {
+  std::size_t count = 0;
+  withObjectKind(kind, [&]<Kind k>() { count = elementCount(*static_cast<const Object<k>*>(object)); });
+  return count;
+}
+
+unsigned char* encodeObject(Kind kind, unsigned char* to, const void* object) {
+  withObjectKind(kind, [&]<Kind k>() { to = encode(to, *static_cast<const Object<k>*>(object)); });
+  return to;
+}
+
+}  // namespace kl::container
 
 namespace kl {
 
-using container::encode;
-using container::encodedSize;
-using container::Object;
-using container::objectOf;
-using container::withObjectKind;
+KL_OTHER_PUTS(template)
 
-template <message::Rep::Kind k>
-void message::Rep::replaceWithObject(unsigned int id, const Object<k>& v) {
-  const NodeList::Place place = listOf(k).find(id);
-  std::optional<Object<k>> copy;  // `v` may be the object of the node that is replaced
-  if (place.node != nullptr && place.node->kind != k) copy = v;
-  const Object<k>& value = copy.has_value() ? *copy : v;
-  if (place.node != nullptr && place.node->kind == k && place.node->hasObject())
-    return assign<k>(*place.node, value);
-  const bool inBytes = container::fitsBytes(value);
-  Node& node = putRoom(k, id, inBytes ? encodedSize(value) : 0);
-  if (inBytes) {
-    encode(node.room(), value);
-    return setFilled(node, encodedSize(value), container::elementCount(value));
+// `v` may be the object that is replaced, or lie in it, so that one goes last.
+void message::Rep::replaceWithObject(Kind kind, unsigned int id, const void* v) {
+  Node* const old = listOf(kind).find(id).node;
+  if (old != nullptr && old->kind == kind && old->hasObject()) {
+    container::assignObject(kind, old->anyObject(), v);
+    return resized(*old, container::objectBytes(kind, old->anyObject()));
   }
-  setFilled(node, 0, 0);
-  node.object.store(new Object<k>(value), std::memory_order_release);
-  hasObjects.store(true, std::memory_order_relaxed);
-  lengthsOpen = true;
+  const Kind oldKind = old != nullptr ? old->kind : kind;
+  void* const oldObject = old != nullptr ? old->object.exchange(nullptr) : nullptr;
+  if (container::objectFitsBytes(kind, v)) {
+    const std::size_t bytes = container::objectBytes(kind, v);
+    Node& node = putRoom(kind, id, bytes);
+    (void)container::encodeObject(kind, node.room(), v);
+    setFilled(node, bytes, container::objectCount(kind, v));
+  } else {
+    Node& node = putRoom(kind, id, 0);
+    setFilled(node, 0, 0);
+    node.object.store(container::copyOfObject(kind, v), std::memory_order_release);
+    hasObjects.store(true, std::memory_order_relaxed);
+    lengthsOpen = true;
+  }
+  if (oldObject != nullptr) container::deleteObject(oldKind, oldObject);
 }
 
-template void message::Rep::replaceWithObject<container::Kind::string>(unsigned int, const std::string&);
-template void message::Rep::replaceWithObject<container::Kind::message>(unsigned int, const flat_message&);
-template void message::Rep::replaceWithObject<container::Kind::raw>(unsigned int, const container::Bytes&);
-template void message::Rep::replaceWithObject<container::Kind::boolArray>(unsigned int,
-                                                                          const std::vector<bool>&);
-template void message::Rep::replaceWithObject<container::Kind::u32Array>(unsigned int,
-                                                                         const std::vector<unsigned int>&);
-template void message::Rep::replaceWithObject<container::Kind::u64Array>(
-    unsigned int, const std::vector<unsigned long long>&);
-template void message::Rep::replaceWithObject<container::Kind::addr6Array>(unsigned int,
-                                                                           const std::vector<IPAddr6>&);
-template void message::Rep::replaceWithObject<container::Kind::stringArray>(unsigned int,
-                                                                            const std::vector<std::string>&);
-template void message::Rep::replaceWithObject<container::Kind::messageArray>(
-    unsigned int, const std::vector<flat_message>&);
-template void message::Rep::replaceWithObject<container::Kind::rawArray>(
-    unsigned int, const std::vector<container::Bytes>&);
-
-template <message::Rep::Kind k>
-void message::Rep::assign(Node& node, const Object<k>& v) {
-  Object<k>& object = *node.objectIfAny<k>();
-  if (&object != &v) object = v;
-  resized(node, encodedSize(object));
+void message::Rep::putCopyOfObject(const Node& source) {
+  container::withObjectKind(source.kind,
+                            [&]<Kind k>() { putObject<k>(source.id, *source.objectIfAny<k>()); });
 }
 
 void message::Rep::replaceWithBytes(Kind kind, unsigned int id, const unsigned char* from, std::size_t bytes,
                                     std::size_t count) {
   Node* const old = listOf(kind).find(id).node;
   if (old != nullptr && old->kind == kind && old->hasObject()) {
-    withObjectKind(kind,
-                   [&]<Kind k>() { *old->objectIfAny<k>() = container::decoded<k>(from, bytes, count); });
+    void* const fresh = container::decodedObject(kind, from, bytes, count);
+    container::assignObject(kind, old->anyObject(), fresh);
+    container::deleteObject(kind, fresh);
     return resized(*old, bytes);
   }
   Node& node = putRoom(kind, id, bytes);
   setFilled(node, bytes, count);
   container::copyValue(kind, node.room(), from, bytes);
-}
-
-unsigned char* message::Rep::encodeObject(unsigned char* to, const Node& node) {
-  withObjectKind(node.kind, [&]<Kind k>() { to = encode(to, *node.objectIfAny<k>()); });
-  return to;
 }
 
 // The node's object was changed by one of our operations.
@@ -83,24 +119,11 @@ void message::Rep::resized(Node& node, std::size_t bytes) {
   listBytes += recordBytes(node, bytes);
 }
 
-template <message::Rep::Kind k>
-Object<k>* message::Rep::objectRef(unsigned int id) {
-  Node& node = nodeRef(k, id);
+message::Rep::Node& message::Rep::nodeOfObject(Kind kind, unsigned int id) {
+  Node& node = nodeRef(kind, id);
   hasObjects.store(true, std::memory_order_relaxed);
   lengthsOpen = true;
-  return objectOf<k>(node);
+  return node;
 }
-
-template std::string* message::Rep::objectRef<container::Kind::string>(unsigned int);
-template message::flat_message* message::Rep::objectRef<container::Kind::message>(unsigned int);
-template container::Bytes* message::Rep::objectRef<container::Kind::raw>(unsigned int);
-template std::vector<bool>* message::Rep::objectRef<container::Kind::boolArray>(unsigned int);
-template std::vector<unsigned int>* message::Rep::objectRef<container::Kind::u32Array>(unsigned int);
-template std::vector<unsigned long long>* message::Rep::objectRef<container::Kind::u64Array>(unsigned int);
-template std::vector<IPAddr6>* message::Rep::objectRef<container::Kind::addr6Array>(unsigned int);
-template std::vector<std::string>* message::Rep::objectRef<container::Kind::stringArray>(unsigned int);
-template std::vector<message::flat_message>* message::Rep::objectRef<container::Kind::messageArray>(
-    unsigned int);
-template std::vector<container::Bytes>* message::Rep::objectRef<container::Kind::rawArray>(unsigned int);
 
 }  // namespace kl

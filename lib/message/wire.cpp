@@ -76,7 +76,8 @@ unsigned char* writeField(unsigned char* to, const Node& node) {
 // read back wrongly.  Held by Wire.CutsALengthAbove65535WhileWritingAllBytes.
 unsigned char* writeArray(unsigned char* to, const Node& node) {
   to = storeLe16(writeId(to, node.id), valueCount(node));
-  return node.hasObject() ? message::Rep::encodeObject(to, node) : encode(to, node.content(), node.size);
+  return node.hasObject() ? encodeObject(node.kind, to, node.anyObject())
+                          : encode(to, node.content(), node.size);
 }
 
 // --- Reading ---------------------------------------------------------------------------------------------

@@ -94,6 +94,18 @@ TEST(LegacyWire, AnArrayJoinsTheElementsThatAreThere) {
   EXPECT_EQ(m.get_string_array(0xA0000001), (std::vector<std::string>{"x", "a", "bc"}));
 }
 
+TEST(LegacyWire, ElementsJoinAnArrayThatIsAnObject) {
+  message m;
+  m.insert_bool_array(0x80000001, {true});
+  const std::vector<bool>* flags = m.get_bool_array_ref(0x80000001);
+  EXPECT_TRUE(reads(m, "01 00 | 01 0100 00 00 0200 0000 00 01"));
+  EXPECT_EQ(*flags, (std::vector<bool>{true, false, true}));
+  const std::string tooLong(70000, 'x');
+  m.insert_string_array(0xA0000001, {tooLong});
+  EXPECT_TRUE(reads(m, "01 00 | 03 0100 00 00 0200 0000 0100 61 0200 6263"));
+  EXPECT_EQ(m.get_string_array(0xA0000001), (std::vector<std::string>{tooLong, "a", "bc"}));
+}
+
 TEST(LegacyWire, ACountOfZeroMakesAnEmptyArray) {
   message m;
   EXPECT_TRUE(reads(m, "01 00 | 02 0100 00 00 0000 0000"));
