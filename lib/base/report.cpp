@@ -3,6 +3,7 @@
 #include "base/report.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -17,12 +18,17 @@ void writeLine(std::ostream& stream, std::string line) {
 
 }  // namespace
 
+std::string decimal(long long number) {
+  char text[24];
+  return {text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%lld", number))};
+}
+
 void printLine(const char* text) { writeLine(std::cout, text); }
 
 void printLine(const char* text, const char* detail) { writeLine(std::cout, std::string(text) + detail); }
 
 void printLine(const char* text, long long number, const char* unit) {
-  writeLine(std::cout, text + std::to_string(number) + unit);
+  writeLine(std::cout, text + decimal(number) + unit);
 }
 
 void printErrno(const char* text) { printLine(text, std::strerror(errno)); }

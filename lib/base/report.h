@@ -8,6 +8,9 @@
 
 namespace kl {
 
+// A number in such a line.
+std::string decimal(long long number);
+
 // A line on the standard output stream: the text and, behind it, a detail or a number with its unit.
 void printLine(const char* text);
 void printLine(const char* text, const char* detail);

@@ -30,9 +30,7 @@ bool isLocalSocket(int fd) {
          address.ss_family == AF_UNIX;
 }
 
-std::string withErrno(const char* text) {
-  return std::string(text) + " (errno=" + std::to_string(errno) + ")";
-}
+std::string withErrno(const char* text) { return std::string(text) + " (errno=" + decimal(errno) + ")"; }
 
 int connectToLoader() {
   Descriptor fd(openLocalSocket());

@@ -14,6 +14,7 @@
 #include <cerrno>
 
 #include "base/descriptor.h"
+#include "base/report.h"
 #include "fixed_paths.h"
 
 namespace kl {
@@ -23,7 +24,7 @@ constexpr std::size_t kCommandBytes = 79;  // of the command line that are looke
 
 // The first word of the command line, without its folder; empty when it cannot be read.
 std::string programName() {
-  const std::string source = "/proc/" + std::to_string(::getpid()) + "/cmdline";
+  const std::string source = "/proc/" + decimal(::getpid()) + "/cmdline";
   const Descriptor file(source.c_str(), O_RDONLY);
   if (!file) return "";
   char command[kCommandBytes + 1] = {};

@@ -40,7 +40,7 @@ int waitFor(int fd, short events, int milliseconds) {
 }
 
 [[gnu::cold]] std::string describe(ssize_t result, int error) {
-  return std::to_string(result) + ", errno: " + std::to_string(error);
+  return decimal(result) + ", errno: " + decimal(error);
 }
 
 }  // namespace
@@ -179,7 +179,7 @@ bool FrameSocket::awaitBytes(Timeout& timeout) {
   while (true) {
     const int ready = waitFor(fd_, POLLIN, timeout.milliseconds());
     if (ready >= 0) return ready > 0;
-    if (errno != EINTR) endProcess("LOOPER:: read_raw pool failed: errno=" + std::to_string(errno));
+    if (errno != EINTR) endProcess("LOOPER:: read_raw pool failed: errno=" + decimal(errno));
   }
 }
 

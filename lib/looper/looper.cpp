@@ -94,7 +94,7 @@ unsigned int flattenedLength(const message& m) { return static_cast<unsigned int
 
 std::string describeSender(const message& m) {
   const Path& from = pathOf(m, SYS_FROM);
-  return from.empty() ? "the loop itself" : "handler " + std::to_string(from.front());
+  return from.empty() ? "the loop itself" : "handler " + decimal(from.front());
 }
 
 std::string describeCommand(unsigned int command) {
@@ -408,8 +408,8 @@ void Looper::refuseTooBig(const message& m, unsigned int length) {
   const unsigned int command = reply ? answeredCommand : m.get(SYS_CMD, CMD_NOOP);
   printErrorLine(
       "LOOPER: too big for a frame, not sent: " + std::string(reply ? "reply of " : "message of ") +
-      describeSender(m) + (command == BADID ? "" : ", " + describeCommand(command)) + ", " +
-      std::to_string(length) + " bytes");
+      describeSender(m) + (command == BADID ? "" : ", " + describeCommand(command)) + ", " + decimal(length) +
+      " bytes");
   if (!reply) return;
   message error = errorMsg(ERROR_TOOBIG, "");
   if (unsigned int id = BADID; getRequestID(m, &id)) setRequestID(error, id);

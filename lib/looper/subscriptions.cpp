@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "base/assertions.h"
+#include "base/report.h"
 #include "kl/looper.h"
 #include "looper/framing.h"
 #include "looper/liveness.h"
@@ -135,9 +136,9 @@ std::string className(const Handler& handler) {
 
 std::string describeWrongObject(const Handler& handler, unsigned int id, const message& object) {
   const unsigned int* const given = object.get_u32_ref(STD_ID);
-  return "handler " + std::to_string(handler.getHandlerID()) + " (" + className(handler) + "): getObject(" +
-         std::to_string(id) + ") gave an object " +
-         (given != nullptr ? "with STD_ID " + std::to_string(*given) : std::string("without STD_ID"));
+  return "handler " + decimal(handler.getHandlerID()) + " (" + className(handler) + "): getObject(" +
+         decimal(id) + ") gave an object " +
+         (given != nullptr ? "with STD_ID " + decimal(*given) : std::string("without STD_ID"));
 }
 
 message subscriptionRequest(const Path& path, unsigned int command, unsigned int notifyCommand,

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 
+#include "base/report.h"
 #include "kl/conventions.h"
 
 namespace kl {
@@ -51,7 +52,7 @@ message errorMsg(unsigned int code, const std::string& text) {
 }
 
 message ctrlErrorMsg(unsigned int n) {
-  return errorMsg(ERROR_FAILED, "control message (" + std::to_string(static_cast<int>(n)) + ")");
+  return errorMsg(ERROR_FAILED, "control message (" + decimal(static_cast<int>(n)) + ")");
 }
 
 bool isError(const message& msg, unsigned int* code, std::string* text) {
@@ -69,7 +70,7 @@ std::string getError(const message& msg) {
 }
 
 std::string getErrorDescr(unsigned int code, const std::string& text) {
-  const std::string number = std::to_string(numberOf(code));
+  const std::string number = decimal(numberOf(code));
   if (!text.empty()) return text + " (" + number + ")";
   const std::string prefix = std::string(nameSpaceWord(nameSpaceOf(code))) + " failure:";
   if (hasText(code)) return prefix + " " + kErrorTexts[numberOf(code)] + " (" + number + ")";

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <functional>
 #include <iostream>
+#include <limits>
 
 #include "tests/support/process/child.h"
 
@@ -29,6 +30,12 @@ TEST(Report, ALineOnOutputMayEndWithANumberAndItsUnit) {
   EXPECT_EQ(outputOf([] { printLine("partial write written=", 4294967295u); }),
             "partial write written=4294967295\n");
   EXPECT_EQ(outputOf([] { printLine("fd=", -1, " again"); }), "fd=-1 again\n");
+}
+
+TEST(Report, ANumberIsTextInDecimal) {
+  EXPECT_EQ(decimal(0), "0");
+  EXPECT_EQ(decimal(4294967295u), "4294967295");
+  EXPECT_EQ(decimal(std::numeric_limits<long long>::min()), "-9223372036854775808");
 }
 
 TEST(Report, ErrnoIsToldByItsText) {
