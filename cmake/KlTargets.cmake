@@ -38,6 +38,9 @@ endif()
 
 configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_DIR}/generated/fixed_paths.h" @ONLY)
 
+# True where what is built may be shipped.
+set(kl_is_shipped $<CONFIG:RelWithDebInfo,Release>)
+
 # kl_component(NAME SOURCE...): one room of the library.  Its sources see the public headers, the fixed paths and, by
 # their path from lib/, the internal headers of their own room and of those below it.
 function(kl_component name)
@@ -49,22 +52,34 @@ function(kl_component name)
   # It throws nothing and lets no exception pass, so it carries no code to clean up after one and no tables to find its way.
   target_compile_options(kl_${name} PRIVATE
     -fno-semantic-interposition -fno-exceptions -fno-unwind-tables -fno-asynchronous-unwind-tables ${kl_coverage_flags})
-  # What the linker finds unused goes.  Only the starts of functions and loops are worth being aligned for.
-  target_compile_options(kl_${name} PRIVATE -ffunction-sections
-    $<$<CXX_COMPILER_ID:GNU>:-falign-jumps=1> $<$<CXX_COMPILER_ID:GNU>:-falign-labels=1>)
+  # What the linker finds unused goes.
+  target_compile_options(kl_${name} PRIVATE -ffunction-sections)
+  # Memory counts for more than time in most of the library: of some 100 sources about 30 run for each message
+  # (kl_often_runs).  Even in those only the starts of loops are worth being aligned for.
+  if(NOT CMAKE_UNITY_BUILD)
+    target_compile_options(kl_${name} PRIVATE $<${kl_is_shipped}:-Os>)
+    target_compile_options(kl_${name} PRIVATE
+      "$<${kl_is_shipped}:SHELL:-include \"${PROJECT_SOURCE_DIR}/lib/base/std_string.h\">")
+  endif()
+  target_compile_options(kl_${name} PRIVATE
+    $<$<CXX_COMPILER_ID:GNU>:-falign-functions=1> $<$<CXX_COMPILER_ID:GNU>:-falign-jumps=1>
+    $<$<CXX_COMPILER_ID:GNU>:-falign-labels=1>)
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
 endfunction()
 
-# kl_rarely_runs(SOURCE...): sources of this folder in which memory counts for more than time.  Where several are compiled
-# as one nothing is shipped, and a source with options of its own would stay by itself.  A function that rarely runs in a
-# source that often does is marked [[gnu::cold]].
-function(kl_rarely_runs)
-  if(CMAKE_UNITY_BUILD)
-    return()
+# kl_often_runs(SOURCE...): the sources of this folder on the road of a message, a timer or a log line,
+# which are compiled to be fast, as the whole library is where several sources are compiled as one: then nothing is
+# shipped, and a source with options of its own would stay by itself.  A function that rarely runs in such a source is
+# marked [[gnu::cold]].  Nothing there gains by recursion unrolled, loops vectorised or blocks doubled.
+set(kl_plain_code $<$<CXX_COMPILER_ID:GNU>:--param=max-inline-recursive-depth-auto=0>
+  -fno-tree-vectorize -fno-tree-slp-vectorize $<$<CXX_COMPILER_ID:GNU>:-freorder-blocks-algorithm=simple>)
+function(kl_often_runs)
+  if(NOT CMAKE_UNITY_BUILD)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
+      "$<${kl_is_shipped}:-O2>;${kl_plain_code}")
   endif()
-  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo,Release>:-Os>)
 endfunction()
 
 # kl_program(NAME SOURCE...): a program that uses the library as any user would.  Its includes are

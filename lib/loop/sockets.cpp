@@ -23,7 +23,7 @@ short pollBits(unsigned int events) { return static_cast<short>(static_cast<unsi
 
 }  // namespace
 
-void ThinRunner::addSocket(int fd, void* data, SocketCallback cb, unsigned int events) {
+[[gnu::cold]] void ThinRunner::addSocket(int fd, void* data, SocketCallback cb, unsigned int events) {
   const auto index = static_cast<unsigned int>(polls_.size());
   const auto [place, isNew] = sockets_.try_emplace(fd, SockInfo{fd, data, cb, index, false});
   if (!isNew) {

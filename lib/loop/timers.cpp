@@ -112,7 +112,7 @@ ThinRunner::TimerInfo* ThinRunner::newTimer(void* data, TimerCallback cb, unsign
 
 // Records are kept for the next timers until the loop ends: a handle may always look at its record, and
 // adding a timer does not call malloc.
-void ThinRunner::addTimerBlock() {
+[[gnu::cold]] void ThinRunner::addTimerBlock() {
   timerBlocks_.push_back(std::make_unique<TimerInfo[]>(kTimersPerBlock));
   TimerInfo* block = timerBlocks_.back().get();
   for (std::size_t i = kTimersPerBlock; i-- > 0;) {
@@ -189,7 +189,7 @@ void ThinRunner::cancelTimer(TimerInfo* timer) {
   freeTimer(timer);
 }
 
-ThinRunner::TimerInfo* ThinRunner::findTimer(void* data, TimerCallback cb) const {
+[[gnu::cold]] ThinRunner::TimerInfo* ThinRunner::findTimer(void* data, TimerCallback cb) const {
   const auto matches = [=](const TimerInfo* t) { return t->data == data && t->callback == cb; };
   for (const HeapEntry& entry : heap_)
     if (matches(entry.timer)) return entry.timer;
