@@ -38,7 +38,7 @@ class Loader::Client final : private ConnectionHost {
   Client(Loader& loader, Descriptor socket, const Applicant& applicant, Patience patience, Account& account)
       : who(applicant),
         connection(
-            loader.loop_, *this, loader.area_, loader.turns_, std::move(socket),
+            loader.sockets_, *this, loader.area_, loader.turns_, std::move(socket),
             applicant.startedAs == nullptr ? Connection::Origin::kAccepted : Connection::Origin::kLaunched,
             patience),
         loader_(loader) {

@@ -77,6 +77,7 @@ class Loader final : private LifecycleHost {
   Log& log_;
   Loop loop_;
   LogSender logSender_;
+  Sockets sockets_{loop_};
   ReadArea area_;
   Accounts accounts_;
   IdCounter ids_;

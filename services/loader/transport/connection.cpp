@@ -20,9 +20,9 @@ constexpr int kMostReads = 256;
 
 }  // namespace
 
-Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Turns& turns,
+Connection::Connection(Sockets& sockets, ConnectionHost& host, ReadArea& area, Turns& turns,
                        Descriptor socket, Origin origin, Patience patience)
-    : runner_(runner),
+    : sockets_(sockets),
       host_(host),
       socket_(std::move(socket)),
       origin_(origin),
@@ -30,9 +30,9 @@ Connection::Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& a
       reader_(area),
       turns_(turns),
       place_(turns.nowhere()),
-      stallTimer_(runner, *this),
-      frameTimer_(runner, *this) {
-  runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
+      stallTimer_(sockets.runner(), *this),
+      frameTimer_(sockets.runner(), *this) {
+  sockets_.add(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(), POLLIN);
   if (isPending() && patience_.stallTicks > 0) stallTimer_.start(patience_.stallTicks);
 }
 
@@ -66,10 +66,10 @@ Work::Units Connection::serveNext(Work::Units units) {
 void Connection::setQueued(bool isQueued) {
   if (isQueued == isQueued_ || !isOpen()) return;
   isQueued_ = isQueued;
-  if (isQueued) runner_.removeSocket(socket_.get());
+  if (isQueued) sockets_.remove(socket_.get());
   else
-    runner_.addSocket(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(),
-                      isBlocked_ ? POLLIN | POLLOUT : POLLIN);
+    sockets_.add(socket_.get(), this, kl::bind<Connection, &Connection::onEvent>(),
+                 isBlocked_ ? POLLIN | POLLOUT : POLLIN);
 }
 
 void Connection::onOutput() {
@@ -92,7 +92,7 @@ void Connection::close() {
   stallTimer_.cancel();
   frameTimer_.cancel();
   stopAwaitingTurn();
-  if (!isQueued_) runner_.removeSocket(socket_.get());
+  if (!isQueued_) sockets_.remove(socket_.get());
   isQueued_ = false;
   socket_.close();
   out_ = nullptr;
@@ -127,13 +127,13 @@ void Connection::spendTurn() {
 void Connection::awaitTurn() {
   if (isWaiting()) return;
   place_ = turns_.add(*this, reader_.hasFrame() ? reader_.keptBytes() : 0);
-  (void)runner_.setReadAhead(socket_.get(), true);
+  sockets_.setReadAhead(socket_.get(), true);
 }
 
 void Connection::stopAwaitingTurn() {
   if (!isWaiting()) return;
   turns_.forget(std::exchange(place_, turns_.nowhere()));
-  (void)runner_.setReadAhead(socket_.get(), false);
+  sockets_.setReadAhead(socket_.get(), false);
 }
 
 // True when something was read and more may be there.
@@ -194,7 +194,7 @@ void Connection::giveUpWriting() {
 void Connection::setBlocked(bool isBlocked) {
   if (isBlocked == isBlocked_) return;
   isBlocked_ = isBlocked;
-  runner_.changeSocket(socket_.get(), isBlocked ? POLLIN | POLLOUT : POLLIN);  // C1
+  sockets_.change(socket_.get(), isBlocked ? POLLIN | POLLOUT : POLLIN);  // C1
 }
 
 // C2

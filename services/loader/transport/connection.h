@@ -4,10 +4,10 @@
 #include <span>
 #include <string>
 
-#include "kl/runner.h"
 #include "services/common/timer.h"
 #include "transport/descriptors.h"
 #include "transport/frame_reader.h"
+#include "transport/sockets.h"
 #include "transport/turns.h"
 
 namespace loader {
@@ -57,7 +57,7 @@ class Connection {
  public:
   enum class Origin : unsigned char { kAccepted, kLaunched };
 
-  Connection(kl::ThinRunner& runner, ConnectionHost& host, ReadArea& area, Turns& turns, Descriptor socket,
+  Connection(Sockets& sockets, ConnectionHost& host, ReadArea& area, Turns& turns, Descriptor socket,
              Origin origin, Patience patience);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -120,7 +120,7 @@ class Connection {
   void watchFrame();
   void onFrameStall();
 
-  kl::ThinRunner& runner_;
+  Sockets& sockets_;
   ConnectionHost& host_;
   Descriptor socket_;
   Origin origin_;

@@ -28,10 +28,11 @@ class SilentConnection final : public ConnectionHost {
   static Descriptor newSocket() { return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
   kl::ThinRunner runner_;
+  Sockets sockets_{runner_};
   ReadArea area_;
   Work work_;
   Turns turns_{work_};
-  Connection connection_{runner_, *this, area_, turns_, newSocket(), Connection::Origin::kAccepted, {0, 0}};
+  Connection connection_{sockets_, *this, area_, turns_, newSocket(), Connection::Origin::kAccepted, {0, 0}};
 };
 
 }  // namespace loader::test

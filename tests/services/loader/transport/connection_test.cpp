@@ -44,7 +44,7 @@ class StandingStill : public testing::Test, public loader::ConnectionHost {
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
     other_ = loader::Descriptor(ends[0]);
-    connection_.emplace(runner_, *this, area_, turns_, loader::Descriptor(ends[1]),
+    connection_.emplace(sockets_, *this, area_, turns_, loader::Descriptor(ends[1]),
                         loader::Connection::Origin::kAccepted, loader::Patience{1 << 20, kTicks});
   }
 
@@ -81,6 +81,7 @@ class StandingStill : public testing::Test, public loader::ConnectionHost {
   void writeQueues() override {}
 
   kl::Runner runner_;
+  loader::Sockets sockets_{runner_};
   loader::ReadArea area_;
   loader::Work work_;
   loader::Turns turns_{work_};

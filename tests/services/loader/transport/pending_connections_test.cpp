@@ -64,6 +64,7 @@ class PendingConnectionsTest : public testing::Test {
 
   Accounts accounts_{limitsOf(1, kBurst), kLoader};
   kl::Runner runner_;
+  Sockets sockets_{runner_};
   PendingConnections pending_{runner_};
   const std::vector<unsigned char> kFrame = {2, 0, 0, 0, 'M', '2'};
   const std::vector<unsigned char> kHalf = {2, 0};
@@ -75,7 +76,7 @@ class PendingConnectionsTest : public testing::Test {
     Client(PendingConnectionsTest& test, std::size_t number, Descriptor socket, uid_t uid)
         : test_(test),
           name_(std::to_string(number) + " "),
-          connection_(test.runner_, *this, test.area_, test.turns_, std::move(socket),
+          connection_(test.sockets_, *this, test.area_, test.turns_, std::move(socket),
                       Connection::Origin::kAccepted, Patience{1, 0}) {
       charge_.bind(&test.accountOf(uid), Resource::kConnections);
       charge_.set(1);

@@ -116,7 +116,7 @@ class TurnsTest : public testing::Test {
   class Client final : public ConnectionHost {
    public:
     Client(TurnsTest& test, std::size_t number, Descriptor socket)
-        : connection(test.runner_, *this, test.area_, test.turns_, std::move(socket),
+        : connection(test.sockets_, *this, test.area_, test.turns_, std::move(socket),
                      Connection::Origin::kLaunched, Patience{1, 0}),
           test_(test),
           number_(number) {}
@@ -147,6 +147,7 @@ class TurnsTest : public testing::Test {
   };
 
   kl::Runner runner_;
+  Sockets sockets_{runner_};
   ReadArea area_;
   std::vector<Descriptor> others_;
   std::vector<std::unique_ptr<Client>> clients_;
