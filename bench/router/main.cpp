@@ -5,9 +5,11 @@
 // usage: router_bench [--benchmark_...]
 //        router_bench --round-trips product|product-with-time-out|relay N    only that, for a counter of
 //        router_bench --outstanding product|relay N                          system calls
+//        router_bench --beside IDLE N                                        round trips beside idle services
 
 #include <benchmark/benchmark.h>
 #include <sched.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -51,6 +53,9 @@ constexpr Case kCases[] = {
     {"fan-out to everybody", {Task::kFanOutToAll, 10, 0, 0}, kMembers, Figure::kTime},
 };
 constexpr Command kConnects{Task::kConnect, 20, 0, 0};
+constexpr Command kRoundTrips{Task::kRoundTrip, 200, 0, 0};
+constexpr unsigned int kIdle[] = {10, 100, 1'000, 5'000};
+constexpr rlim_t kDescriptors = 6'000;
 
 void useOneCore() {
   cpu_set_t allowed;
@@ -106,6 +111,32 @@ void measureCase(benchmark::State& state, const Case& what) {
   const auto product = bench::startProduct(what.members);
   const auto limit = bench::startRelay(what.members, frameSizes(*product, what.batch));
   compare(state, *product, *limit, what.batch, what.figure);
+}
+
+// Each idle service is a descriptor of the loader's and one of the process that has them all.
+bool takesManyDescriptors() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_max < kDescriptors) return false;
+  limit.rlim_cur = std::max(limit.rlim_cur, kDescriptors);
+  return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+// The time for which a process has run, in the kernel and outside.
+double cpuNanoseconds(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/schedstat");
+  double nanoseconds = 0;
+  in >> nanoseconds;
+  return nanoseconds;
+}
+
+void measureBesideIdle(benchmark::State& state, unsigned int idle) {
+  if (!takesManyDescriptors()) return state.SkipWithError("too few descriptors are allowed");
+  const auto product = bench::startProduct(0, idle);
+  const auto limit = bench::startRelay(0, frameSizes(*product, kRoundTrips));
+  compare(state, *product, *limit, kRoundTrips, Figure::kTime);
+  const double before = cpuNanoseconds(product->middle());
+  product->run(kRoundTrips);
+  state.counters["loader_ns"] = (cpuNanoseconds(product->middle()) - before) / kRoundTrips.times;
 }
 
 void measureConnecting(benchmark::State& state) {
@@ -170,6 +201,12 @@ void measureCalls(benchmark::State& state, const std::string& task, const std::s
   state.counters["limit"] = limit;
 }
 
+int onlyBeside(unsigned int idle, unsigned int times) {
+  if (!takesManyDescriptors()) return 1;
+  bench::startProduct(0, idle)->run({Task::kRoundTrip, times, 0, 0});
+  return 0;
+}
+
 int onlyOne(const std::string_view task, const std::string_view system, unsigned int times) {
   const auto started = system == "relay" ? bench::startRelay(0, kSmallFrames) : bench::startProduct(0);
   const bool limited = system == "product-with-time-out";
@@ -189,11 +226,18 @@ int main(int argc, char** argv) {
   const std::string_view task = argc == 4 ? argv[1] : "";
   if (task == "--round-trips" || task == "--outstanding")
     return onlyOne(task, argv[2], static_cast<unsigned int>(std::atoi(argv[3])));
+  if (task == "--beside")
+    return onlyBeside(static_cast<unsigned int>(std::atoi(argv[2])),
+                      static_cast<unsigned int>(std::atoi(argv[3])));
 
   for (const Case& what : kCases)
     benchmark::RegisterBenchmark(what.name, [&what](benchmark::State& state) {
       measureCase(state, what);
     })->UseManualTime();
+  for (const unsigned int idle : kIdle)
+    benchmark::RegisterBenchmark(("round trip beside " + std::to_string(idle) + " idle services").c_str(),
+                                 [idle](benchmark::State& state) { measureBesideIdle(state, idle); })
+        ->UseManualTime();
   benchmark::RegisterBenchmark("connect and register", measureConnecting)->UseManualTime();
   registerOnce("idle service, private KiB", measureMemory);
   registerOnce("system calls a round trip",

@@ -44,9 +44,16 @@ Child startLoader() {
   return loader;
 }
 
+Child startIdle(unsigned int count) {
+  Child idle("router_idle", {std::to_string(count)});
+  if (idle.readLine().empty()) die("the idle services do not all register");
+  return idle;
+}
+
 class Product : public System {
  public:
-  explicit Product(unsigned int members) : meeting_(members), loader_(startLoader()) {
+  Product(unsigned int members, unsigned int idle) : meeting_(members), loader_(startLoader()) {
+    if (idle > 0) idle_ = startIdle(idle);
     for (unsigned int i = 0; i < members; ++i)
       services_.emplace_back("router_service", meeting_.memberArguments(), meeting_.memberDescriptors());
     if (members == 0) services_.emplace_back("router_service", std::vector<std::string>());
@@ -60,10 +67,12 @@ class Product : public System {
   ~Product() override { client_ = Child(); }
 
   pid_t idleProcess() const override { return services_.front().pid(); }
+  pid_t middle() const override { return loader_.pid(); }
 
  private:
   Meeting meeting_;
   Child loader_;
+  Child idle_;
   std::vector<Child> services_;
 };
 
@@ -92,6 +101,7 @@ class Relay : public System {
   }
 
   pid_t idleProcess() const override { return peers_.front().pid(); }
+  pid_t middle() const override { return relay_.pid(); }
 
  private:
   void startPeer(const std::string& connection, int fd, const std::string& request,
@@ -117,6 +127,7 @@ class ProductToConnectTo : public System {
  public:
   ProductToConnectTo() : loader_(startLoader()) { client_ = Child("router_client", {}); }
   pid_t idleProcess() const override { return client_.pid(); }
+  pid_t middle() const override { return loader_.pid(); }
 
  private:
   Child loader_;
@@ -134,6 +145,7 @@ class Greeter : public System {
     client_ = Child("raw_peers", {"connect", kGreeterSocket});
   }
   pid_t idleProcess() const override { return greeter_.pid(); }
+  pid_t middle() const override { return greeter_.pid(); }
 
  private:
   Descriptor listening_;
@@ -158,7 +170,9 @@ std::vector<std::string> Meeting::memberArguments() const {
   return {std::to_string(memory.get()), std::to_string(allArrived.second.get()), std::to_string(members)};
 }
 
-std::unique_ptr<System> startProduct(unsigned int members) { return std::make_unique<Product>(members); }
+std::unique_ptr<System> startProduct(unsigned int members, unsigned int idle) {
+  return std::make_unique<Product>(members, idle);
+}
 std::unique_ptr<System> startRelay(unsigned int members, FrameSizes sizes) {
   return std::make_unique<Relay>(members, sizes);
 }

@@ -18,6 +18,8 @@ class System {
   Answer run(const Command& command) const;
   // A process of it that answers requests and has nothing to do now.
   virtual pid_t idleProcess() const = 0;
+  // The process that frames pass through.
+  virtual pid_t middle() const = 0;
 
  protected:
   Child client_;
@@ -39,8 +41,8 @@ struct FrameSizes {
   unsigned int request, reply;
 };
 
-// Without members: one service that answers.
-std::unique_ptr<System> startProduct(unsigned int members);
+// Without members: one service that answers.  So many others, `idle`, are connected beside them and say nothing.
+std::unique_ptr<System> startProduct(unsigned int members, unsigned int idle = 0);
 std::unique_ptr<System> startRelay(unsigned int members, FrameSizes sizes);
 
 // For Task::kConnect.
