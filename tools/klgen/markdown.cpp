@@ -96,10 +96,10 @@ std::string markdownFields(const Rows<describe::Field>& fields) {
   std::string text =
       hasLabels ? "| field | name | id | |\n|---|---|---|---|\n" : "| name | field | |\n|---|---|---|\n";
   for (const auto& [label, field] : fields) {
-    const std::string name = code(field->name) + " | ";
     const std::string id = hasLabels ? idInHex(field->id) : code(describe::fieldIdText(field->id));
-    text += "| " + (hasLabels ? (label.empty() ? "" : code(label)) + " | " : "") + name + id + " | " +
-            cell(describe::notesOf(*field)) + " |\n";
+    if (hasLabels) text.append("| ").append(label.empty() ? "" : code(label)).append(" ");
+    text.append("| ").append(code(field->name)).append(" | ").append(id);
+    text.append(" | ").append(cell(describe::notesOf(*field))).append(" |\n");
   }
   return text;
 }
