@@ -13,6 +13,7 @@
 #include "kl/services.h"
 #include "kl/table.h"
 #include "kl/timer.h"
+#include "kl/utilities.h"
 #include "leases.kl.h"
 
 namespace {
@@ -25,7 +26,7 @@ class Leases : public kl::Table<leases::Lease, kl::Looper> {
     reportTooBig(true);
     kl::setDescription(leases::kDescription);
     canUndo();
-    keepIn("/kelo/leases/leases");
+    keepIn(kl::underRoot("/kelo/leases/leases"));
   }
 
  private:

@@ -195,7 +195,8 @@ inline constexpr field<std::string> UNDO_REPORTER{
 
 // Settings of the undo service (READY_CONFIGURATION).
 inline constexpr field<unsigned int> UNDO_LIMIT{0x08000001};  // most records that are kept; absent: 100
-inline constexpr field<std::string> UNDO_FOLDER{0x20000002};  // where they are kept; absent: "/kelo/undo"
+inline constexpr field<std::string> UNDO_FOLDER{
+    0x20000002};  // where they are kept; absent: "/kelo/undo" under the root
 
 // The system service answers as service 24 (kl::SERVICE_SYSTEM).  On the path [24, 0] it is the local time
 // zone: CMD_GET gives SYSTEM_TIMEZONE, and whoever subscribed with SYS_NOTIFYCMD SYSTEM_TIMEZONE_CHANGED is sent

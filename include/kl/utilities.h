@@ -12,8 +12,8 @@
 // "3.1" and "3.1.4" are finals, "3.2beta10" and "3.2rc" are not; an unknown kind has no tag: "3.25".
 KL_API std::string version2string(unsigned int version);
 
-// The installed system's version as text, from /var/pdb/system/version, which begins with two decimal numbers;
-// the first is the version word.  Empty when the file is missing or does not begin so.
+// The installed system's version as text, from /var/pdb/system/version under the root (see "Places"), which begins with
+// two decimal numbers; the first is the version word.  Empty when the file is missing or does not begin so.
 KL_API std::string getOSVersion();
 
 // Loads the module file `name` (with its extension) from /lib/modules/RELEASE/ of the running kernel.
@@ -48,16 +48,30 @@ KL_API unsigned int getAvailableMemory(unsigned int* totalKiB);
 
 // --- Places.
 
-// The places that every program of the system must agree on.  They are fixed when the library is built, so ask the
-// library instead of writing them down again.  Constant for the life of the process, on every thread.
+// The places that every program of the system must agree on, so ask the library instead of writing them down again.
+// Constant for the life of the process, on every thread.
+//
+// All of them stand under the root of the system: the folder that the environment variable KL_ROOT names, without it
+// the one that the library was built for, usually none.  So a whole system can run in a folder of an ordinary user, in a
+// container or in a test, beside another one on the same machine.
+//
+// KL_ROOT is read once, when the first of these places is asked for or the process first connects.  It is an absolute
+// path without "..", of at most 83 bytes, so that the sockets' names fit behind it; for a process of root a folder that
+// root owns and nobody else may write, and so are all above it.  Anything else ends the process with a line on the
+// standard error stream and status 1.  A program with the set-user-ID bit or capabilities of its own ignores it.
 
-// The socket that services connect to: "/ram/kelosock".
+// A path under that root: "/kelo/routes/table" is "/tmp/x/kelo/routes/table" where KL_ROOT is /tmp/x.  For the files of
+// the system's own services; /proc, /dev, /sys and /lib/modules are the kernel's and have no root.
+// Needs: `path` begins with a slash, or is empty, which gives the root itself (empty where there is none).
+KL_API std::string underRoot(const std::string& path);
+
+// The socket that services connect to: under the root, "/ram/kelosock".
 KL_API std::string loaderSocketPath();
 
-// The socket that log lines go to: "/kelo/logs/logsocket".
+// The socket that log lines go to: under the root, "/kelo/logs/logsocket".
 KL_API std::string logSocketPath();
 
-// The folder of the first-start markers, without a slash at its end: "/kelo/run".
+// The folder of the first-start markers, without a slash at its end: under the root, "/kelo/run".
 KL_API std::string runFolderPath();
 
 }  // namespace kl

@@ -12,13 +12,14 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <string>
 #include <utility>
 
 #include "base/local_socket.h"
 #include "base/report.h"
-#include "fixed_paths.h"
 #include "kl/logger.h"
 #include "kl/runner.h"
+#include "kl/utilities.h"
 
 namespace kl {
 namespace {
@@ -50,7 +51,8 @@ void Logger::connectToLog() {
   if (fd < 0) return printErrno("could not connect to log: ");
   // A service that takes no connections must not stop this process, so connecting does not wait either.
   if (::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) printErrno("could not set to non blocking: ");
-  if (!connectLocalSocket(fd, paths::kLogSocket)) {
+  const std::string path = logSocketPath();
+  if (!connectLocalSocket(fd, path.c_str())) {
     spareSocket_ = fd;  // C2
     return printErrno("could not connect to log: ");
   }

@@ -15,8 +15,8 @@
 #include "base/descriptor.h"
 #include "base/local_socket.h"
 #include "base/report.h"
-#include "fixed_paths.h"
 #include "kl/looper.h"
+#include "kl/utilities.h"
 
 namespace kl {
 namespace {
@@ -35,7 +35,8 @@ std::string withErrno(const char* text) { return std::string(text) + " (errno=" 
 int connectToLoader() {
   Descriptor fd(openLocalSocket());
   if (!fd) endProcess(withErrno("socket failed"));
-  if (!connectLocalSocket(fd.fd(), paths::kLoaderSocket)) endProcess(withErrno("connect failed"));
+  const std::string path = loaderSocketPath();
+  if (!connectLocalSocket(fd.fd(), path.c_str())) endProcess(withErrno("connect failed"));
   return fd.release();
 }
 

@@ -15,7 +15,7 @@
 
 #include "base/descriptor.h"
 #include "base/report.h"
-#include "fixed_paths.h"
+#include "kl/utilities.h"
 
 namespace kl {
 namespace {
@@ -38,7 +38,7 @@ std::string programName() {
 
 }  // namespace
 
-std::string firstStartMarker() { return paths::kFirstStartMarkers + programName(); }
+std::string firstStartMarker() { return runFolderPath() + "/" + programName(); }
 
 bool hasMarker(const std::string& path) {
   struct stat status {};

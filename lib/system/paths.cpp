@@ -6,14 +6,10 @@
 
 namespace kl {
 
-std::string loaderSocketPath() { return paths::kLoaderSocket; }
+std::string loaderSocketPath() { return underRoot(paths::kLoaderSocket); }
 
-std::string logSocketPath() { return paths::kLogSocket; }
+std::string logSocketPath() { return underRoot(paths::kLogSocket); }
 
-std::string runFolderPath() {
-  std::string folder = paths::kFirstStartMarkers;
-  folder.pop_back();  // the slash that the marker's name follows
-  return folder;
-}
+std::string runFolderPath() { return underRoot(paths::kRunFolder); }
 
 }  // namespace kl

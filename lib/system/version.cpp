@@ -42,7 +42,7 @@ std::string version2string(unsigned int version) {
 }
 
 std::string getOSVersion() {
-  std::FILE* file = std::fopen(kl::paths::kVersionFile, "re");
+  std::FILE* file = std::fopen(kl::underRoot(kl::paths::kVersionFile).c_str(), "re");
   if (file == nullptr) return {};
   unsigned int version = 0;
   unsigned int unused = 0;

@@ -82,8 +82,8 @@ def main() -> int:
     parser.add_argument("--fields", metavar="DIR", help="where the dictionaries are")
     options = parser.parse_args()
     folders = [options.fields] if options.fields else None
-    dictionaries = Dictionaries([Path(options.fields)] if options.fields else None)
     try:
+        dictionaries = Dictionaries([Path(options.fields)] if options.fields else None)
         with kelo.blocking.connect(fields=folders) as bus:
             names: dict[str, Any] = {"bus": bus, "kelo": kelo, "show": show}
             if sys.stdin.isatty():
@@ -93,6 +93,9 @@ def main() -> int:
     except kelo.Disconnected as error:
         print(f"kelo: {error}", file=sys.stderr)
         return 4
+    except kelo.RootError as error:
+        print(f"kelo: {error}", file=sys.stderr)
+        return 1
     return 0
 
 

@@ -23,7 +23,7 @@ from kelo import bus as asynchronous
 from kelo.bus import AnyPath, Fields, Following
 from kelo.codec.message import Message
 from kelo.names import Object
-from kelo.process import SOCKET, TIMEOUT
+from kelo.process import TIMEOUT
 from kelo.watch import Change, Watch
 
 T = TypeVar("T")
@@ -193,7 +193,7 @@ async def _begun(following: Following) -> Watch:
 
 @contextmanager
 def connect(
-    path: str = SOCKET,
+    path: str | None = None,
     *,
     service: int = 0,
     timeout: float | None = TIMEOUT,

@@ -26,7 +26,7 @@ from kelo import ids
 from kelo.codec.message import Message
 from kelo.errors import CodecError, Disconnected, KeloError, PathError
 from kelo.names import Dictionaries, Dictionary, Object, Target
-from kelo.process import SOCKET, TIMEOUT, Process
+from kelo.process import TIMEOUT, Process
 from kelo.watch import Change, Watch, walk
 
 AnyPath = Union[str, int, Sequence[int]]
@@ -364,7 +364,7 @@ def _object(data: bytes, dictionary: Dictionary) -> Object:
 
 @asynccontextmanager
 async def connect(
-    path: str = SOCKET,
+    path: str | None = None,
     *,
     service: int = 0,
     timeout: float | None = TIMEOUT,

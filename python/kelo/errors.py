@@ -53,6 +53,10 @@ class Disconnected(KeloError):
     """There is no loader, it did not confirm the registration, or it went away."""
 
 
+class RootError(KeloError):
+    """The variable KL_ROOT names a folder that is not taken."""
+
+
 class PathError(KeloError, ValueError):
     """A path, a field or a command that cannot be understood, or a service that nobody knows."""
 

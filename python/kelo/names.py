@@ -19,6 +19,7 @@ from typing import Any
 from kelo import ids
 from kelo.codec.message import ARRAY, Kind, Message, is_array, kind_of
 from kelo.errors import CodecError, PathError
+from kelo.root import under_root
 
 _KINDS = {kind.name.lower(): kind.value << 27 for kind in Kind}
 _SPACES = {"global": 0x00, "local": 0xFD, "std": 0xFE, "sys": 0xFF}
@@ -280,9 +281,10 @@ class Object(Mapping[str, Any]):
 
 
 def default_folders() -> list[Path]:
-    """Where dictionaries are looked for: KELO_FIELDS, where kelo is installed, and where it is developed."""
+    """Where dictionaries are looked for: KELO_FIELDS, KL_ROOT, where kelo is installed, and where it is developed."""
     folders = [Path(folder) for folder in os.environ.get("KELO_FIELDS", "").split(os.pathsep) if folder]
-    folders += [Path(prefix, "share/kl/fields") for prefix in ("/usr/local", "/usr")]
+    installed = ("/usr/local/share/kl/fields", "/usr/share/kl/fields")
+    folders += [Path(folder) for folder in dict.fromkeys((*map(under_root, installed), *installed))]
     folders.append(Path(__file__).resolve().parents[2] / "tools" / "fields")
     return folders
 

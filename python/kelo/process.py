@@ -22,8 +22,9 @@ from kelo import ids
 from kelo.codec.frame import FrameReader, frame
 from kelo.codec.message import Message
 from kelo.errors import BrokenPath, CodecError, Disconnected, ServiceError, Timeout, service_error
+from kelo.root import under_root
 
-SOCKET = "/ram/kelosock"
+SOCKET = "/ram/kelosock"  # under the root
 INHERITED = 3  # the descriptor that the loader passes to a process that it starts
 TIMEOUT = 5.0
 CONFIRMATION = 10.0
@@ -79,13 +80,17 @@ class Process:
         self._task: Optional[asyncio.Task[None]] = None
 
     @classmethod
-    async def connect(cls, service: int = 0, version: int = 0, path: str = SOCKET, inherit: bool = False) -> Process:
+    async def connect(
+        cls, service: int = 0, version: int = 0, path: str | None = None, inherit: bool = False
+    ) -> Process:
         """Connects and registers.  `inherit`: on the connection that the loader passed on, if it did.
 
-        Disconnected if there is no loader or it does not confirm.
+        Without a path at the loader's socket.  Disconnected if there is no loader or it does not confirm.
         """
+        inherited = _inherited() if inherit else None
+        if path is None and inherited is None:
+            path = under_root(SOCKET)
         try:
-            inherited = _inherited() if inherit else None
             if inherited is not None:
                 streams = await asyncio.open_unix_connection(sock=inherited)
             else:

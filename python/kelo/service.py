@@ -40,7 +40,7 @@ from kelo.bus import Bus
 from kelo.codec.message import Message
 from kelo.errors import CodecError, Failed, KeloError, NotAllowed, NotImplementedByService, ServiceError, UnknownId
 from kelo.names import NO_DICTIONARY, Dictionaries, Dictionary, Object
-from kelo.process import SOCKET, TIMEOUT, Process, error_message, error_of
+from kelo.process import TIMEOUT, Process, error_message, error_of
 
 Body = Union[Message, Object, Mapping[Any, Any], None]
 Result = Union[Body, Awaitable[Body]]
@@ -602,7 +602,7 @@ async def serve(
     service: int = 0,
     version: int = 0,
     *,
-    path: str = SOCKET,
+    path: str | None = None,
     timeout: float | None = TIMEOUT,
     fields: Sequence[str | Path] | None = None,
 ) -> AsyncIterator[Service]:

@@ -8,6 +8,7 @@ import sys
 import unittest
 
 import kelo
+from kelo.root import under_root
 from tests.golden import ROOT
 from tests.loader import SECONDS, LoaderTest, program, service
 from tests.test_bus import until
@@ -63,7 +64,8 @@ class WithoutALoader(unittest.TestCase):
         for name in ("report", "mock_netif"):
             run = subprocess.run(example(name), stderr=subprocess.PIPE, text=True, timeout=SECONDS)
             self.assertNotEqual(run.returncode, 0)
-            self.assertEqual(run.stderr, f"{name}.py: there is no loader at /ram/kelosock: No such file or directory\n")
+            place = under_root("/ram/kelosock")
+            self.assertEqual(run.stderr, f"{name}.py: there is no loader at {place}: No such file or directory\n")
 
 
 if __name__ == "__main__":

@@ -11,15 +11,16 @@ import unittest
 import kelo.blocking
 from kelo.__main__ import Completer
 from kelo.names import Dictionaries
+from kelo.root import under_root
 from tests.golden import ROOT
 from tests.loader import FIELDS, SECONDS, LoaderTest, program, service
 
 COMMAND = (sys.executable, "-B", "-m", "kelo", "--fields", str(FIELDS[0]))
 
 
-def typed(lines: str) -> subprocess.CompletedProcess[str]:
+def typed(lines: str, **variables: str) -> subprocess.CompletedProcess[str]:
     """What the shell says to these lines."""
-    environment = dict(os.environ, PYTHONPATH=str(ROOT / "python"))
+    environment = dict(os.environ, PYTHONPATH=str(ROOT / "python"), **variables)
     return subprocess.run(COMMAND, input=lines, capture_output=True, text=True, timeout=SECONDS, env=environment)
 
 
@@ -53,10 +54,14 @@ class Shell(LoaderTest):
 
 
 class WithoutALoader(unittest.TestCase):
+    def test_a_root_that_is_not_taken_is_told(self) -> None:
+        run = typed("", KL_ROOT="here")
+        self.assertEqual((run.returncode, run.stderr), (1, "kelo: KL_ROOT: expected an absolute path\n"))
+
     def test_it_says_so(self) -> None:
         run = typed("")
         self.assertEqual(run.returncode, 4)
-        self.assertIn("kelo: there is no loader at /ram/kelosock", run.stderr)
+        self.assertIn("kelo: there is no loader at " + under_root("/ram/kelosock"), run.stderr)
 
 
 if __name__ == "__main__":

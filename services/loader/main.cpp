@@ -6,15 +6,12 @@
 
 #include <new>
 
+#include "kl/utilities.h"
 #include "life/oom_score.h"
 #include "loader.h"
 #include "services/common/command_line.h"
 
 namespace {
-
-const common::Program kProgram{"kl-loader",
-                               "Starts the services of the system and carries the messages between them.",
-                               KL_CONFIGURATION_FILE, "the loader"};
 
 // What strangers make the loader keep is bounded, so this is somebody else's fault; and nobody could go on from here.
 [[noreturn]] void endWithoutMemory() {
@@ -42,13 +39,16 @@ int run(const loader::Configuration& configuration) {
 
 int main(int argc, char** argv) {
   common::occupyDescriptors(STDERR_FILENO, O_RDWR);
+  const common::Program program{"kl-loader",
+                                "Starts the services of the system and carries the messages between them.",
+                                kl::underRoot(KL_CONFIGURATION_FILE), "the loader"};
   int status = 0;
-  const auto line = common::readCommandLine(kProgram, argc, argv, status);
+  const auto line = common::readCommandLine(program, argc, argv, status);
   if (!line) return status;
   common::Mistakes mistakes;
   const loader::Configuration configuration = loader::readConfiguration(*line, mistakes);
-  common::report(mistakes, kProgram.name);
-  common::report(configuration.warnings, kProgram.name);
+  common::report(mistakes, program.name);
+  common::report(configuration.warnings, program.name);
   if (!mistakes.empty()) return common::kMistake;
   return line->checksOnly ? 0 : run(configuration);
 }

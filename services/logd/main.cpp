@@ -16,9 +16,6 @@ namespace {
 constexpr int kLoaderConnection = 3;  // where the loader passes its connection on
 constexpr char kSyslogSocket[] = "/dev/log";
 
-const common::Program kProgram{"kl-logd", "Takes the log lines of all processes, keeps them and shows them.",
-                               KL_CONFIGURATION_FILE, "the log service"};
-
 // The loader's process: who made the connection that was passed on, or who listens at its socket.  Its number is 0 where
 // there is none.
 common::Peer findLoader() {
@@ -50,15 +47,17 @@ int run(logd::Configuration configuration) {
 
 int main(int argc, char** argv) {
   common::occupyDescriptors(kLoaderConnection, O_RDWR);
+  const common::Program program{"kl-logd", "Takes the log lines of all processes, keeps them and shows them.",
+                                kl::underRoot(KL_CONFIGURATION_FILE), "the log service"};
   int status = 0;
   bool exports = false;
   const common::Flag syslog{"--syslog", "Send every line to the machine's own log, too", &exports};
-  const auto line = common::readCommandLine(kProgram, argc, argv, status, {syslog});
+  const auto line = common::readCommandLine(program, argc, argv, status, {syslog});
   if (!line) return status;
   common::Mistakes mistakes;
   logd::Configuration configuration = logd::readConfiguration(*line, mistakes);
   if (exports) configuration.book.syslog = kSyslogSocket;
-  common::report(mistakes, kProgram.name);
+  common::report(mistakes, program.name);
   if (!mistakes.empty()) return common::kMistake;
   return line->checksOnly ? 0 : run(std::move(configuration));
 }

@@ -22,6 +22,7 @@
 #include "kl/chunk.h"
 #include "kl/message_view.h"
 #include "kl/services.h"
+#include "kl/utilities.h"
 #include "remarks.h"
 #include "reports.h"
 #include "services/common/version.h"
@@ -66,7 +67,8 @@ UndoService::UndoService()
     : kl::Looper(kAny, undo_service::SERVICE, common::versionWord()),
       limit_(std::clamp(getLoaderData().get(undo_service::SETTING_LIMIT, undo_service::SETTING_LIMIT_DEFAULT),
                         undo_service::SETTING_LIMIT_MIN, undo_service::SETTING_LIMIT_MAX)),
-      records_(getLoaderData().get(undo_service::SETTING_FOLDER, undo_service::SETTING_FOLDER_DEFAULT)) {
+      records_(getLoaderData().get(undo_service::SETTING_FOLDER,
+                                   kl::underRoot(undo_service::SETTING_FOLDER_DEFAULT))) {
   accessPolicies().set_policy(kl::CMD_START, 0);
   accessPolicies().set_policy(kl::CMD_ADDOBJ, kl::RIGHT_READ);
   accessPolicies().set_policy(kl::CMD_SETOBJ, kl::RIGHT_READ);

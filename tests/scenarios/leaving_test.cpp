@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "kl/utilities.h"
 #include "tests/scenarios/fixture.h"
 #include "tests/scenarios/keeper_service.h"
 
@@ -16,7 +17,7 @@ constexpr char kKeeper[] =
 class LeavingScenario : public testing::Test {
  protected:
   LeavingScenario() {
-    std::filesystem::remove_all("/kelo/loader");
+    std::filesystem::remove_all(kl::underRoot("/kelo/loader"));
     begin();
   }
 

@@ -105,6 +105,8 @@ ServiceConfiguration readService(Section& section, Configuration& whole) {
   readUser(section, service, whole);
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
+  if (service.environment.contains("KL_ROOT"))
+    section.mistake("environment", "expected no KL_ROOT: services have that of the loader");
   readOwnRights(section, service, whole);
   readSpeaksFor(section, service, whole);
   service.access = readAccess(section, service.name, whole);
@@ -200,7 +202,7 @@ bool isConfigurable(unsigned int id) {
 
 Configuration defaultConfiguration() {
   Configuration configuration;
-  configuration.stateFolder = std::filesystem::path(kl::runFolderPath()).parent_path() / "loader";
+  configuration.stateFolder = kl::underRoot("/kelo/loader");
   configuration.descriptions = installedDescriptions();
   return configuration;
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "kl/utilities.h"
+#include "services/common/data_file.h"
 #include "services/describe/reader.h"
 
 namespace loader {
@@ -31,9 +33,7 @@ std::string fileOf(const std::string& folder, const std::string& service) {
 }  // namespace
 
 std::string installedDescriptions() {
-  std::error_code ignored;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-  return (program.parent_path() / KL_FIELDS_FROM_PROGRAM).lexically_normal().string();
+  return common::findData(kl::underRoot(KL_FIELDS), KL_FIELDS_FROM_PROGRAM, KL_FIELDS);
 }
 
 const describe::Field* ServiceNames::findSetting(const std::string& name) {

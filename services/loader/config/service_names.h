@@ -10,7 +10,8 @@
 
 namespace loader {
 
-// The folder of the descriptions beside the program, in the build tree as on an installed system.
+// The folder of the descriptions: under the root of the system, beside the program (in the build tree as on an installed
+// system), or of the prefix.
 std::string installedDescriptions();
 
 // Errors:    a description that cannot be read has no names; its mistakes go to the list that was given.

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -63,12 +64,18 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   (void)::close_range(kConnection + 1, ~0U, 0);  // whatever the loader itself has inherited
 }
 
+// A service lives where its loader does.  A variable that the loader may not believe would take it elsewhere.
+void passRootOn() {
+  if (::secure_getenv("KL_ROOT") == nullptr) ::unsetenv("KL_ROOT");
+}
+
 [[noreturn]] void becomeProgram(const ServiceConfiguration& service) {
   std::vector<char*> arguments;
   for (const std::string& argument : service.command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   for (const auto& [name, value] : service.environment) ::setenv(name.c_str(), value.c_str(), 1);
+  passRootOn();
   ::execvp(arguments[0], arguments.data());
   giveUp(service, arguments[0]);
 }

@@ -5,6 +5,8 @@
 
 #include <set>
 
+#include "kl/utilities.h"
+#include "services/common/data_file.h"
 #include "services/common/section.h"
 
 namespace logd {
@@ -15,7 +17,8 @@ using common::Section;
 // The list that is installed with the program may be missing; one that the configuration names may not.
 void readNames(Section& log, BookRules& book, common::Mistakes& mistakes) {
   const bool isNamed = log.find("topics") != nullptr;
-  const std::string file = log.text("topics", KL_TOPICS_LIST);
+  const std::string installed = common::findData(kl::underRoot(KL_TOPICS), KL_TOPICS_FROM_PROGRAM, KL_TOPICS);
+  const std::string file = log.text("topics", installed);
   const auto text = isNamed ? common::readFile(file, mistakes) : common::readFileIfThere(file, mistakes);
   if (text) book.names = TopicNames::parse(*text, file, mistakes);
 }

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <optional>
 
-#include "fixed_paths.h"
+#include "kl/utilities.h"
 #include "tests/lib/log/fixture.h"
 #include "tests/support/process/child.h"
 #include "tests/support/process/descriptors.h"
@@ -67,9 +67,10 @@ TEST_F(LogConnection, TheBrokenPipeSignalIsIgnored) {
 
 TEST_F(LogConnection, ASocketThatNobodyListensAtIsToldAsRefused) {
   std::optional<test::LogService> service(std::in_place);
-  ASSERT_EQ(::rename(paths::kLogSocket, "/kelo/logs/kept"), 0);
+  const std::string kept = logSocketPath() + ".kept";
+  ASSERT_EQ(::rename(logSocketPath().c_str(), kept.c_str()), 0);
   service.reset();
-  ASSERT_EQ(::rename("/kelo/logs/kept", paths::kLogSocket), 0);
+  ASSERT_EQ(::rename(kept.c_str(), logSocketPath().c_str()), 0);
   Logger logger;
   EXPECT_EQ(output(), "could not connect to log: Connection refused\n");
 }

@@ -9,12 +9,13 @@
 #include <fstream>
 #include <string>
 
+#include "kl/utilities.h"
 #include "tests/support/process/child.h"
 
 namespace kl {
 namespace {
 
-const std::string kMarker = "/kelo/run/looper_tests";
+const std::string kMarker = runFolderPath() + "/looper_tests";
 
 TEST(FirstStart, TheMarkerIsNamedAsTheProgramIs) { EXPECT_EQ(firstStartMarker(), kMarker); }
 
@@ -37,7 +38,7 @@ TEST(FirstStart, AMarkerIsAnEmptyFileOfItsOwnersAlone) {
 }
 
 TEST(FirstStart, ALinkIsNoMarkerAndIsNotFollowed) {
-  const std::string target = "/kelo/run/target";
+  const std::string target = runFolderPath() + "/target";
   ::unlink(kMarker.c_str());
   ASSERT_EQ(::symlink(target.c_str(), kMarker.c_str()), 0);
   leaveMarker(kMarker);
@@ -81,7 +82,7 @@ TEST(FirstStart, AMarkerOfRootCountsForEveryUser) {
   ::unlink(kMarker.c_str());
 }
 
-TEST(FirstStart, AFolderThatIsMissingIsNoReasonToStop) { leaveMarker("/kelo/nowhere/name"); }
+TEST(FirstStart, AFolderThatIsMissingIsNoReasonToStop) { leaveMarker(underRoot("/kelo/nowhere/name")); }
 
 }  // namespace
 }  // namespace kl

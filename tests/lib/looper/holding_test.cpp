@@ -347,31 +347,32 @@ class OnePass : public ThinRunner {
 
 INSTANTIATE_TEST_SUITE_P(
     , HoldingBefore,
-    testing::Values(
-        Waiting{"AnExchange", [](Looper&, Handler& service) { exchangeUpTo(service, 1); }},
-        Waiting{"AnExchangeThatTakesWhatHasCome",
-                [](Looper&, Handler& service) { exchangeUpTo(service, 0); }},
-        Waiting{"APulledMessage", [](Looper& looper, Handler&) { (void)looper.getMessage(0); }},
-        Waiting{"AMessageThatIsRead",
-                [](Looper& looper, Handler&) {
-                  message m;
-                  (void)looper.readMessage(m, 0);
-                }},
-        Waiting{"BytesThatAreRead",
-                [](Looper& looper, Handler&) {
-                  unsigned char byte = 0;
-                  (void)looper.readRaw(&byte, 0, 0);
-                }},
-        Waiting{"BytesThatAreWritten",
-                [](Looper& looper, Handler&) {
-                  const auto frame = test::frameOf(saying(1));
-                  looper.writeRaw(frame.data(), 0);
-                }},
-        Waiting{"AnotherLoopThatSleeps", [](Looper&, Handler&) { OnePass().runSocks(0); }},
-        Waiting{"AStoreThatLocks", [](Looper&, Handler&) { Store("/kelo/held", 3).set(1, saying(1)); }},
-        Waiting{"LoadingAModule", [](Looper&, Handler&) { EXPECT_NE(insmod("no_such.ko", ""), 0); }},
-        Waiting{"RemovingAModule", [](Looper&, Handler&) { EXPECT_NE(rmmod("no_such"), 0); }},
-        Waiting{"Shutdown", [](Looper& looper, Handler&) { looper.shutdown(); }}),
+    testing::Values(Waiting{"AnExchange", [](Looper&, Handler& service) { exchangeUpTo(service, 1); }},
+                    Waiting{"AnExchangeThatTakesWhatHasCome",
+                            [](Looper&, Handler& service) { exchangeUpTo(service, 0); }},
+                    Waiting{"APulledMessage", [](Looper& looper, Handler&) { (void)looper.getMessage(0); }},
+                    Waiting{"AMessageThatIsRead",
+                            [](Looper& looper, Handler&) {
+                              message m;
+                              (void)looper.readMessage(m, 0);
+                            }},
+                    Waiting{"BytesThatAreRead",
+                            [](Looper& looper, Handler&) {
+                              unsigned char byte = 0;
+                              (void)looper.readRaw(&byte, 0, 0);
+                            }},
+                    Waiting{"BytesThatAreWritten",
+                            [](Looper& looper, Handler&) {
+                              const auto frame = test::frameOf(saying(1));
+                              looper.writeRaw(frame.data(), 0);
+                            }},
+                    Waiting{"AnotherLoopThatSleeps", [](Looper&, Handler&) { OnePass().runSocks(0); }},
+                    Waiting{"AStoreThatLocks",
+                            [](Looper&, Handler&) { Store(underRoot("/kelo/held"), 3).set(1, saying(1)); }},
+                    Waiting{"LoadingAModule",
+                            [](Looper&, Handler&) { EXPECT_NE(insmod("no_such.ko", ""), 0); }},
+                    Waiting{"RemovingAModule", [](Looper&, Handler&) { EXPECT_NE(rmmod("no_such"), 0); }},
+                    Waiting{"Shutdown", [](Looper& looper, Handler&) { looper.shutdown(); }}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST(Holding, ALoopThatNoLongerServesTheConnectionWritesBeforeItSleeps) {

@@ -13,6 +13,7 @@
 
 #include "kl/backtrace.h"
 #include "kl/looper.h"
+#include "kl/utilities.h"
 #include "tests/lib/looper/fixture.h"
 #include "tests/support/calls/scripted_calls.h"
 #include "tests/support/hex.h"
@@ -807,7 +808,7 @@ TEST(LooperRun, TellsTheLoaderThatItRuns) {
 }
 
 TEST(LooperRun, InitialisesOnlyAtTheFirstStart) {
-  ::unlink("/kelo/run/looper_tests");
+  ::unlink((runFolderPath() + "/looper_tests").c_str());
   for (const char* expected : {"init", "", ""}) {
     ConnectedAs<StartedLooper> net;
     net.looper->addTimer(&*net.looper, shutDown, 0);

@@ -7,12 +7,12 @@
 namespace {
 
 TEST(Paths, TheSocketsStandWhereTheLibraryLooksForThem) {
-  EXPECT_EQ(kl::loaderSocketPath(), kl::paths::kLoaderSocket);
-  EXPECT_EQ(kl::logSocketPath(), kl::paths::kLogSocket);
+  EXPECT_EQ(kl::loaderSocketPath(), kl::underRoot(kl::paths::kLoaderSocket));
+  EXPECT_EQ(kl::logSocketPath(), kl::underRoot(kl::paths::kLogSocket));
 }
 
 TEST(Paths, TheRunFolderHoldsTheFirstStartMarkers) {
-  EXPECT_EQ(kl::runFolderPath() + "/", kl::paths::kFirstStartMarkers);
+  EXPECT_EQ(kl::runFolderPath(), kl::underRoot(kl::paths::kRunFolder));
 }
 
 }  // namespace

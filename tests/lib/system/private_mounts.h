@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -36,6 +37,14 @@ inline void takePrivateMounts() {
     writeFile("/proc/self/gid_map", group);
   }
   mustWork(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+}
+
+// May it have them?
+inline bool privateMountsAreAllowed() {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? 0 : 1);
+  int status = -1;
+  return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
 // Covers `folder` by an empty one, after takePrivateMounts().

@@ -39,8 +39,9 @@ std::string versionOf(const char* text) {
   const kl::test::ChildResult child = kl::test::runInChild([text] {
     kl::test::takePrivateMounts();
     kl::test::coverFolder("/var");
-    kl::test::makeParents(kl::paths::kVersionFile);
-    if (text != nullptr) kl::test::writeFile(kl::paths::kVersionFile, text);
+    const std::string file = kl::underRoot(kl::paths::kVersionFile);
+    kl::test::makeParents(file);
+    if (text != nullptr) kl::test::writeFile(file, text);
     const std::vector<int> before = kl::test::openDescriptors();
     std::cout << "<" << getOSVersion() << ">" << std::flush;
     kl::test::mustWork(kl::test::openDescriptors() == before, "the file is closed");

@@ -4,10 +4,12 @@
 
 #include <filesystem>
 #include <random>
+#include <string>
 
 #include "kl/services.h"
 #include "kl/store.h"
 #include "kl/table.h"
+#include "kl/utilities.h"
 #include "tests/lib/tables/route.h"
 
 namespace kl {
@@ -135,10 +137,10 @@ TEST_F(TableOrder, NextOnesAgreeWithTheWalkWhateverIsDone) {
 
 // --- In a store.
 
-constexpr char kStore[] = "/kelo/table-test/rows";
+const std::string kStore = underRoot("/kelo/table-test/rows");
 
 struct TableStore : ::testing::Test {
-  TableStore() { std::filesystem::remove_all("/kelo/table-test"); }
+  TableStore() { std::filesystem::remove_all(underRoot("/kelo/table-test")); }
   test::Connected net;
 };
 

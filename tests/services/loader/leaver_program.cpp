@@ -78,7 +78,7 @@ class Leaver {
         while (true) ::pause();
       case kEndWithStatus3: std::exit(3);
       case kWait:
-        while (!std::filesystem::exists(kGoFile)) ::usleep(2000);
+        while (!std::filesystem::exists(goFile())) ::usleep(2000);
         return react(afterwards_);
       default: return;
     }

@@ -1,8 +1,11 @@
 #pragma once
 // leaver_program.h: what kl-test-leaver and the tests that use it have to agree about.
 
+#include <string>
+
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "kl/utilities.h"
 
 namespace kl::test::leaver {
 
@@ -27,9 +30,9 @@ enum Reaction : unsigned int {
   kSaveAndCrash,
   kSaveAndStay,  // and never ends
   kEndWithStatus3,
-  kWait,  // until kGoFile is there, then kAfterwards
+  kWait,  // until goFile() is there, then kAfterwards
 };
 
-inline constexpr char kGoFile[] = "/kelo/go";
+inline std::string goFile() { return kl::underRoot("/kelo/go"); }
 
 }  // namespace kl::test::leaver

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <string>
 
+#include "kl/utilities.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/process/child.h"
 
@@ -29,7 +30,7 @@ TEST(LoaderMain, HelpVersionAndAGoodCheckEndWithStatus0) {
 }
 
 TEST(LoaderMain, AWarningEndsACheckWithStatus0) {
-  const std::string file = "/kelo/warned.toml";
+  const std::string file = kl::underRoot("/kelo/warned.toml");
   std::ofstream(file) << "[rights]\nnobodyknowsme = \"read\"\n";
   const auto loader = kl::test::runProgram({KL_BIN_DIR "/kl-loader", "--check", "--config", file});
   EXPECT_EQ(loader.exitStatus, 0);
@@ -45,7 +46,7 @@ TEST(LoaderMain, TheExampleOfThePageIsRightOnAFreshMachine) {
   const std::size_t begin = page.find(".nf\n", page.find(".SS Example\n")) + 4;
   const std::string text = page.substr(begin, page.find(".fi\n", begin) - begin);
   ASSERT_NE(text.find("[[service]]"), std::string::npos);
-  const std::string file = "/kelo/example.toml";
+  const std::string file = kl::underRoot("/kelo/example.toml");
   std::ofstream(file) << text;
   EXPECT_EQ(statusOf("--check --config " + file), 0);
 }
@@ -75,7 +76,7 @@ TEST(LoaderMain, AMistakeInTheConfigurationIsToldAndNothingIsStarted) {
 
 TEST(LoaderMain, AMarkerOfAnotherUserIsRemovedWhenItStarts) {
   constexpr uid_t kNobody = 65534;
-  const std::string marker = "/kelo/run/marked";
+  const std::string marker = kl::runFolderPath() + "/marked";
   ASSERT_TRUE(LoaderProcess().logs(""));  // the folder is there now
   std::ofstream(marker).flush();
   if (::chown(marker.c_str(), kNobody, kNobody) != 0) GTEST_SKIP() << "needs root, to give a file away";

@@ -23,6 +23,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "kl/utilities.h"
 #include "tests/services/logd/system.h"
 #include "tests/support/build/effort.h"
 
@@ -41,7 +42,8 @@ std::string textOf(unsigned int writer, unsigned int line) {
 
 std::string configuration() {
   return "[log]\nlines_per_second = 0\nmemory = 67108864\n"
-         "[[file]]\npath = \"/kelo/all.log\"\nsize = 1000000000\nfiles = 1\n";
+         "[[file]]\npath = \"" +
+         kl::underRoot("/kelo/all.log") + "\"\nsize = 1000000000\nfiles = 1\n";
 }
 
 class Writers {
@@ -76,7 +78,9 @@ class Writers {
   }
 
  private:
-  static std::string outputOf(unsigned int writer) { return "/kelo/writer." + std::to_string(writer); }
+  static std::string outputOf(unsigned int writer) {
+    return kl::underRoot("/kelo/writer.") + std::to_string(writer);
+  }
 
   void start(unsigned int writer, const std::vector<unsigned int>& numbers) {
     const pid_t pid = ::fork();
@@ -96,7 +100,7 @@ class Writers {
 // The numbers of the lines of each writer that are whole in the file, in the file's order.
 std::vector<std::vector<unsigned int>> wholeLinesInFile() {
   std::vector<std::vector<unsigned int>> found(kWriters);
-  std::istringstream file(contentOf("/kelo/all.log"));
+  std::istringstream file(contentOf(kl::underRoot("/kelo/all.log")));
   for (std::string line; std::getline(file, line);) {
     unsigned int writer = 0;
     unsigned int number = 0;
@@ -206,8 +210,8 @@ TEST(LogLoad, OfAKilledServiceOnlyWhatItHadNotReadIsLostUnreported) {
   Writers writers(kLines, 10, 2);
   pid_t pid = system.logService();
   for (unsigned int i = 0; i < kKills; ++i) {
-    const auto before = sizeOf("/kelo/all.log");
-    ASSERT_TRUE(comesTrue([&] { return sizeOf("/kelo/all.log") > before + kBetweenKills; }))
+    const auto before = sizeOf(kl::underRoot("/kelo/all.log"));
+    ASSERT_TRUE(comesTrue([&] { return sizeOf(kl::underRoot("/kelo/all.log")) > before + kBetweenKills; }))
         << "nobody writes";
     ASSERT_EQ(::kill(pid, SIGKILL), 0);
     pid = system.logService(pid);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "kl/utilities.h"
 #include "services/logd/intake/listener.h"
 #include "tests/support/process/child.h"
 
@@ -45,7 +46,7 @@ TEST(LogdMain, ASecondOneSaysThatThereIsOneAndEndsWithStatus1) {
   ASSERT_EQ(first.open(), "");
   const auto second = kl::test::runProgram({KL_BIN_DIR "/kl-logd"});
   EXPECT_EQ(second.exitStatus, 1);
-  EXPECT_EQ(second.err, "kl-logd: /kelo/logs/logsocket: a log service is running already\n");
+  EXPECT_EQ(second.err, "kl-logd: " + kl::logSocketPath() + ": a log service is running already\n");
 }
 
 }  // namespace

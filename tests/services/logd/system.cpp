@@ -32,8 +32,8 @@ bool isReadable(int fd) {
 }
 
 std::string loaderConfiguration() {
-  return "[[service]]\nname = \"log\"\ncommand = [\"" KL_BIN_DIR
-         "/kl-logd\", \"--config\", \"/kelo/kl-logd.toml\"]\nrestart = \"always\"\n";
+  return "[[service]]\nname = \"log\"\ncommand = [\"" KL_BIN_DIR "/kl-logd\", \"--config\", \"" +
+         kl::underRoot("/kelo/kl-logd.toml") + "\"]\nrestart = \"always\"\n";
 }
 
 }  // namespace
@@ -87,7 +87,7 @@ AsUser::AsUser(unsigned int uid) { EXPECT_EQ(::seteuid(uid), 0); }
 AsUser::~AsUser() { EXPECT_EQ(::seteuid(0), 0); }
 
 System::System(const std::string& logConfiguration, const std::string& loaderSettings) {
-  std::ofstream("/kelo/kl-logd.toml") << logConfiguration;
+  std::ofstream(kl::underRoot("/kelo/kl-logd.toml")) << logConfiguration;
   loader_ = std::make_unique<kl::test::LoaderProcess>(loaderSettings + loaderConfiguration());
   EXPECT_TRUE(peer_.connect());
   EXPECT_NE(peer_.registerAs(0), 0u);

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "kl/conventions.h"
+#include "kl/utilities.h"
 #include "tests/services/system/zone_file.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
@@ -14,7 +15,7 @@ namespace kl_system {
 
 class SystemProcess : public testing::Test {
  protected:
-  static constexpr char kZone[] = "/ram/zone";
+  inline static const std::string kZone = kl::underRoot("/ram/zone");
   static constexpr int kFirstOffset = 5400;
 
   SystemProcess() {
@@ -22,7 +23,7 @@ class SystemProcess : public testing::Test {
     loader_.emplace(
         "[rights]\ndefault = \"all\"\n[[service]]\nname = \"system\"\nid = 24\ncommand = [\"" KL_BIN_DIR
         "/kl-system\"]\n[service.environment]\nTZ = \":" +
-        std::string(kZone) + "\"\n");
+        kZone + "\"\n");
   }
 
   // A process with a picked id.

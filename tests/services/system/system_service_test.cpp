@@ -13,14 +13,14 @@
 
 namespace {
 
-constexpr char kHostnameFile[] = "/ram/hostname";
+std::string hostnameFile() { return kl::underRoot("/ram/hostname"); }
 
 }  // namespace
 
 // In this program the host is called what the test says.
 extern "C" int gethostname(char* name, size_t length) noexcept {
   std::string text = "unnamed";
-  std::getline(std::ifstream(kHostnameFile), text);
+  std::getline(std::ifstream(hostnameFile()), text);
   std::strncpy(name, text.c_str(), length);
   return 0;
 }
@@ -41,7 +41,7 @@ Ids idsIn(const kl::message& reply) {
   return ids;
 }
 
-void nameHost(const std::string& name) { replaceFile(kHostnameFile, name + "\n"); }
+void nameHost(const std::string& name) { replaceFile(hostnameFile(), name + "\n"); }
 
 // The service in a process of its own that looks at the figures every tenth of a second.
 class FollowedSystem : public testing::Test {

@@ -15,6 +15,7 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "kl/utilities.h"
 
 namespace kl::test {
 namespace {
@@ -128,15 +129,15 @@ ListeningLoader::ListeningLoader() {
   ::close(fd);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, "/ram/kelosock", sizeof address.sun_path - 1);
+  loaderSocketPath().copy(address.sun_path, sizeof address.sun_path - 1);
   require(::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-          "bind /ram/kelosock");
+          "bind the loader's socket");
   require(::listen(fd_, 8) == 0, "listen");
 }
 
 ListeningLoader::~ListeningLoader() {
   ::close(fd_);
-  ::unlink("/ram/kelosock");
+  ::unlink(loaderSocketPath().c_str());
 }
 
 int ListeningLoader::accept() {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kl/conventions.h"
+#include "kl/utilities.h"
 #include "tests/services/loader/leaver_program.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/process/child.h"
@@ -269,11 +270,12 @@ TEST_F(Klctl, AnOrdinaryUserReadsWhatRootsLoaderLetsHimRead) {
 }
 
 TEST_F(Klctl, ABrokenDictionaryIsToldWithFileAndLine) {
-  std::filesystem::create_directory("/ram/fields");
-  std::ofstream("/ram/fields/netif.toml") << "fields = [\n  { name = \"x\" },\n]\n";
-  EXPECT_EQ(failed(2, {"get", kLo, "--fields", "/ram/fields"}),
-            "klctl: /ram/fields/netif.toml:2: expected field = \"...\"\n");
-  std::filesystem::remove_all("/ram/fields");
+  const std::string folder = kl::underRoot("/ram/fields");
+  std::filesystem::create_directory(folder);
+  std::ofstream(folder + "/netif.toml") << "fields = [\n  { name = \"x\" },\n]\n";
+  EXPECT_EQ(failed(2, {"get", kLo, "--fields", folder}),
+            "klctl: " + folder + "/netif.toml:2: expected field = \"...\"\n");
+  std::filesystem::remove_all(folder);
 }
 
 TEST_F(Klctl, WithoutADictionaryFieldsHaveTheirExplicitNames) {
@@ -319,19 +321,21 @@ TEST(KlctlAlone, HelpAndVersionAreResults) {
 }
 
 TEST(KlctlAlone, DumpsMessagesInFilesAndFromItsInput) {
-  std::ofstream("/ram/message", std::ios::binary) << std::string("M2\x05\0\0\x09\x07", 7);
+  const std::string file = kl::underRoot("/ram/message");
+  std::ofstream(file, std::ios::binary) << std::string("M2\x05\0\0\x09\x07", 7);
   const std::string text =
       "--- kl::message --------\n u32 [global(5)]=7 0x7 0.0.0.7\n------------------------\n";
-  EXPECT_EQ(done({"dump", "/ram/message"}), text);
-  EXPECT_EQ(runProgram({"/bin/sh", "-c", "cat /ram/message | " KL_BIN_DIR "/klctl dump -"}).out, text);
-  EXPECT_EQ(doneJson({"dump", "/ram/message"})[0]["message"]["u32:5"], 7);
-  std::ofstream("/ram/message", std::ios::binary) << std::string("M2\x05\0\0\x09\x07\xff", 8);
-  const ChildResult damaged = klctl({"dump", "/ram/message"});
+  EXPECT_EQ(done({"dump", file}), text);
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "cat " + file + " | " KL_BIN_DIR "/klctl dump -"}).out, text);
+  EXPECT_EQ(doneJson({"dump", file})[0]["message"]["u32:5"], 7);
+  std::ofstream(file, std::ios::binary) << std::string("M2\x05\0\0\x09\x07\xff", 8);
+  const ChildResult damaged = klctl({"dump", file});
   EXPECT_EQ(damaged.exitStatus, 1);
   EXPECT_EQ(damaged.out, text);
-  EXPECT_EQ(damaged.err, "klctl: /ram/message: the message is damaged\n");
-  EXPECT_EQ(failed(2, {"dump", "/ram/none"}), "klctl: cannot read /ram/none: No such file or directory\n");
-  std::filesystem::remove("/ram/message");
+  EXPECT_EQ(damaged.err, "klctl: " + file + ": the message is damaged\n");
+  EXPECT_EQ(failed(2, {"dump", file + ".none"}),
+            "klctl: cannot read " + file + ".none: No such file or directory\n");
+  std::filesystem::remove(file);
 }
 
 TEST(KlctlAlone, WhetherAServiceLeavesIsInTheExitStatus) {
@@ -365,12 +369,14 @@ TEST(KlctlAlone, AServiceThatDoesNotAnswerWhetherItLeavesIsStatusThree) {
 }
 
 TEST(KlctlAlone, NoLoaderIsStatusFour) {
-  EXPECT_EQ(failed(4, {"services"}), "klctl: no loader runs at /ram/kelosock: No such file or directory\n");
+  EXPECT_EQ(failed(4, {"services"}),
+            "klctl: no loader runs at " + kl::loaderSocketPath() + ": No such file or directory\n");
   LoaderProcess past;
   past.signal(SIGKILL);
   EXPECT_EQ(past.waitForEnd(), 128 + SIGKILL);  // leaves its socket behind
-  EXPECT_EQ(failed(4, {"get", "1"}), "klctl: no loader runs at /ram/kelosock: Connection refused\n");
-  std::filesystem::remove("/ram/kelosock");
+  EXPECT_EQ(failed(4, {"get", "1"}),
+            "klctl: no loader runs at " + kl::loaderSocketPath() + ": Connection refused\n");
+  std::filesystem::remove(kl::loaderSocketPath());
 }
 
 TEST(KlctlAlone, ALoaderThatNeverConfirmsIsStatusFour) {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "kl/utilities.h"
+#include "services/common/data_file.h"
 #include "services/describe/reader.h"
 #include "services/describe/words.h"
 #include "values/failure.h"
@@ -70,9 +72,7 @@ Failure noCommand(const describe::Description& description, const std::string& s
 }  // namespace
 
 std::filesystem::path dictionaryFolder() {
-  std::error_code ignored;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-  return (program.parent_path() / KLCTL_FIELDS_FROM_PROGRAM).lexically_normal();
+  return common::findData(kl::underRoot(KLCTL_FIELDS), KLCTL_FIELDS_FROM_PROGRAM, KLCTL_FIELDS);
 }
 
 Dictionary dictionaryOf(const std::string& service, const std::filesystem::path& folder) {

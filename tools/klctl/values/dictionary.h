@@ -17,7 +17,8 @@
 
 namespace klctl {
 
-// The folder of the dictionaries: that beside the program, in the build tree as on an installed system.
+// The folder of the dictionaries: under the root of the system, beside the program (in the build tree as on an installed
+// system), or of the prefix.
 std::filesystem::path dictionaryFolder();
 
 // What is known of a service: the names of its fields, and its description where it has one.

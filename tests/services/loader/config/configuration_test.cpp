@@ -194,6 +194,8 @@ TEST(Configuration, MistakesNameFileLineAndWhatWasExpected) {
             "\"contents\", a list of rights, or a number of policy bits, found \"some\"");
   EXPECT_EQ(mistakesInService("environment = { A = 1 }\n"),
             "test.toml:4: [environment] A: expected a text, found 1");
+  EXPECT_EQ(mistakesInService("environment = { KL_ROOT = \"/tmp/x\" }\n"),
+            "test.toml:4: [service] environment: expected no KL_ROOT: services have that of the loader");
 }
 
 TEST(Configuration, WhomTheSystemDoesNotKnowIsAWarningWhereNobodyNeedsHim) {

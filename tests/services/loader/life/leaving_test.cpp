@@ -11,6 +11,7 @@
 #include <fstream>
 #include <optional>
 
+#include "kl/utilities.h"
 #include "tests/services/loader/leaver_program.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
@@ -34,8 +35,8 @@ constexpr char kOther[] =
 class Leaving : public testing::Test {
  protected:
   Leaving() {
-    std::filesystem::remove_all("/kelo/loader");
-    std::filesystem::remove(kGoFile);
+    std::filesystem::remove_all(kl::underRoot("/kelo/loader"));
+    std::filesystem::remove(goFile());
   }
 
   void begin(const std::string& configuration = kOne) {
@@ -144,7 +145,7 @@ class Leaving : public testing::Test {
     }
   }
 
-  static void go() { std::ofstream file(kGoFile); }
+  static void go() { std::ofstream file(goFile()); }
 
   // The watcher has heard of no end; it hears what is sent to it behind.
   bool heardOfNoEnd() {
@@ -365,7 +366,7 @@ TEST_F(Leaving, WhoCrashesGetsTheDataOfItsLastLeaveAndNoOther) {
 
 TEST_F(Leaving, ACrashInsteadOfAnAnswerIsNoLeave) {
   for (const Reaction crash : {kCrash, kEndWithStatus3}) {
-    std::filesystem::remove_all("/kelo/loader");
+    std::filesystem::remove_all(kl::underRoot("/kelo/loader"));
     begin();
     ASSERT_TRUE(isUp());
     ASSERT_EQ(leave(), kl::ERROR_OK);

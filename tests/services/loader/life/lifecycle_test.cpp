@@ -135,11 +135,12 @@ TEST_F(Supervision, AConfiguredServiceIsStartedWithItsConnectionAndItsSettings) 
 
 TEST_F(Supervision, FolderAndEnvironmentAreAsConfigured) {
   const LoaderProcess loader(
-      service("echo", 32, "environment", "folder = \"/kelo\"\nenvironment = { KL_TEST = \"a word\" }"));
+      service("echo", 32, "environment",
+              "folder = \"" + kl::underRoot("/kelo") + "\"\nenvironment = { KL_TEST = \"a word\" }"));
   connect();
   const auto answer = ask({32});
   ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->get_string(0x20000001, ""), "/kelo");
+  EXPECT_EQ(answer->get_string(0x20000001, ""), kl::underRoot("/kelo"));
   EXPECT_EQ(answer->get_string(0x20000002, ""), "a word");
 }
 

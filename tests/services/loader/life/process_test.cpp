@@ -97,6 +97,14 @@ TEST_F(ProcessTest, FolderAndEnvironmentAreThoseConfigured) {
   (void)status();
 }
 
+TEST_F(ProcessTest, TheRootIsPassedOn) {
+  ::setenv("KL_ROOT", "/tmp/here", 1);
+  start("echo $KL_ROOT >&3");
+  EXPECT_EQ(output(), "/tmp/here\n");
+  (void)status();
+  ::unsetenv("KL_ROOT");
+}
+
 // They may have other names by now, or none.
 TEST_F(ProcessTest, ItsUserAndGroupsAreThoseOfTheConfiguration) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";

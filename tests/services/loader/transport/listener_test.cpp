@@ -77,7 +77,7 @@ class ListenerTest : public testing::Test {
 };
 
 TEST_F(ListenerTest, FoldersAreMadeAndTheSocketIsOpenToEverybody) {
-  for (const char* folder : {"/kelo/run", "/kelo/logs"}) fs::remove_all(folder);
+  for (const std::string& folder : {kl::runFolderPath(), kl::underRoot("/kelo/logs")}) fs::remove_all(folder);
   ASSERT_EQ(listener_->open(), "");
   struct stat info {};
   ASSERT_EQ(::stat(kl::loaderSocketPath().c_str(), &info), 0);
@@ -171,10 +171,10 @@ TEST_F(ListenerTest, ClosingItRemovesItsFile) {
 }
 
 TEST_F(ListenerTest, AFolderThatCannotBeMadeIsTold) {
-  fs::remove_all("/kelo/run");
-  ASSERT_TRUE(Descriptor(::open("/kelo/run", O_CREAT | O_WRONLY, 0600)).isOpen());
-  EXPECT_EQ(listener_->open().rfind("/kelo/run: cannot be made: ", 0), 0u);
-  fs::remove("/kelo/run");
+  fs::remove_all(kl::runFolderPath());
+  ASSERT_TRUE(Descriptor(::open(kl::runFolderPath().c_str(), O_CREAT | O_WRONLY, 0600)).isOpen());
+  EXPECT_TRUE(listener_->open().starts_with(kl::runFolderPath() + ": cannot be made: "));
+  fs::remove(kl::runFolderPath());
 }
 
 TEST_F(ListenerTest, ASecondLoaderDoesNotStart) {

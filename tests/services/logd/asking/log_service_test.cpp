@@ -11,6 +11,7 @@
 #include <list>
 
 #include "kl/services.h"
+#include "kl/utilities.h"
 #include "tests/services/logd/system.h"
 #include "tests/support/hex.h"
 
@@ -20,7 +21,8 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kNames = "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
-const std::string kWithFile = kNames + "[[file]]\npath = \"/kelo/all.log\"\n";
+const std::string kAll = kl::underRoot("/kelo/all.log");
+const std::string kWithFile = kNames + "[[file]]\npath = \"" + kAll + "\"\n";
 
 // For a test that reads late what it is told: the loader drops none of it.
 constexpr char kLongQueues[] = "[loader]\nqueue_limit = 16777216\n";
@@ -223,7 +225,7 @@ class ListOfUsers {
  public:
   explicit ListOfUsers(unsigned int uidOfVisitor) {
     write(uidOfVisitor);
-    isThere_ = ::mount(kFile, "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
+    isThere_ = ::mount(file_.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
   }
   ~ListOfUsers() {
     if (isThere_) (void)::umount2("/etc/passwd", MNT_DETACH);
@@ -233,11 +235,11 @@ class ListOfUsers {
 
   bool isThere() const { return isThere_; }
   void write(unsigned int uidOfVisitor) {
-    std::ofstream(kFile) << "root:x:0:0::/:/bin/sh\nvisitor:x:" << uidOfVisitor << ":0::/:/bin/sh\n";
+    std::ofstream(file_) << "root:x:0:0::/:/bin/sh\nvisitor:x:" << uidOfVisitor << ":0::/:/bin/sh\n";
   }
 
  private:
-  static constexpr char kFile[] = "/kelo/passwd";
+  const std::string file_ = kl::underRoot("/kelo/passwd");
   bool isThere_ = false;
 };
 
@@ -351,7 +353,8 @@ TEST(LogService, NobodyPushesOutTheLinesOfOthersInMemoryOrFile) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can be another user";
   System system(kNames +
                 "memory = 200000\nlines_per_second = 0\nbytes_per_second = 0\n"
-                "[[file]]\npath = \"/kelo/all.log\"\nsize = 100000\nfiles = 2\n");
+                "[[file]]\npath = \"" +
+                kAll + "\"\nsize = 100000\nfiles = 2\n");
   LogClient root;
   EXPECT_TRUE(root.write(registration(1, {5}) + textRecord(1, "root's")));
   const auto quiet = clientOf(kOther, "quiet");
@@ -361,9 +364,9 @@ TEST(LogService, NobodyPushesOutTheLinesOfOthersInMemoryOrFile) {
   EXPECT_TRUE(system.hasLine("last of many"));
   EXPECT_TRUE(system.hasLine("root's"));
   EXPECT_TRUE(system.hasLine("quiet"));
-  EXPECT_NE(contentOf("/kelo/all.log").find("root's"), std::string::npos);
-  EXPECT_NE(contentOf("/kelo/all.log").find("quiet"), std::string::npos);
-  EXPECT_FALSE(fs::exists("/kelo/all.log.1"));
+  EXPECT_NE(contentOf(kAll).find("root's"), std::string::npos);
+  EXPECT_NE(contentOf(kAll).find("quiet"), std::string::npos);
+  EXPECT_FALSE(fs::exists(kAll + ".1"));
   EXPECT_TRUE(system.hasLine("the user 4711 has had its part"));
 }
 
@@ -389,13 +392,13 @@ TEST(LogService, ItReopensItsFilesWithSighup) {
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "first")));
   EXPECT_TRUE(system.hasLine("first"));
-  fs::rename("/kelo/all.log", "/kelo/moved.log");
+  fs::rename(kAll, kAll + ".moved");
   ASSERT_EQ(::kill(system.logService(), SIGHUP), 0);
   EXPECT_TRUE(comesTrue([&] {
     EXPECT_TRUE(client.write(textRecord(1, "second")));
-    return fs::exists("/kelo/all.log");
+    return fs::exists(kAll);
   }));
-  EXPECT_NE(contentOf("/kelo/moved.log").find("first"), std::string::npos);
+  EXPECT_NE(contentOf(kAll + ".moved").find("first"), std::string::npos);
 }
 
 TEST(LogService, ItTakesWhatWasWrittenBeforeItEnds) {
@@ -407,15 +410,16 @@ TEST(LogService, ItTakesWhatWasWrittenBeforeItEnds) {
   ASSERT_EQ(::kill(pid, SIGTERM), 0);
   ASSERT_EQ(::kill(pid, SIGCONT), 0);
   EXPECT_TRUE(client.isDisconnected());
-  EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
+  EXPECT_TRUE(contentOf(kAll).ends_with(": 999\n"));
 }
 
 // A log service that the loader has not started and that lives on without it for a moment.
 pid_t startByHand() {
-  std::ofstream("/kelo/kl-logd.toml") << kWithFile;
+  std::ofstream(kl::underRoot("/kelo/kl-logd.toml")) << kWithFile;
   const pid_t pid = ::fork();
   if (pid == 0) {
-    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", "/kelo/kl-logd.toml", nullptr);
+    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", kl::underRoot("/kelo/kl-logd.toml").c_str(),
+            nullptr);
     ::_exit(127);
   }
   return pid;
@@ -426,21 +430,23 @@ TEST(LogService, ItTakesWhatWasWrittenBeforeTheLoaderWentAway) {
   const pid_t pid = startByHand();
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "first")));
-  EXPECT_TRUE(comesTrue([] { return contentOf("/kelo/all.log").find("first") != std::string::npos; }));
+  EXPECT_TRUE(comesTrue([] { return contentOf(kAll).find("first") != std::string::npos; }));
   ASSERT_EQ(::kill(pid, SIGSTOP), 0);
   EXPECT_TRUE(client.write(manyLines(1000)));
   loader.signal(SIGKILL);
   EXPECT_EQ(loader.waitForEnd(), 128 + SIGKILL);
   EXPECT_EQ(::kill(pid, SIGCONT), 0);
   EXPECT_TRUE(client.isDisconnected());
-  EXPECT_TRUE(contentOf("/kelo/all.log").ends_with(": 999\n"));
+  EXPECT_TRUE(contentOf(kAll).ends_with(": 999\n"));
   EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
 }
 
 TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
-  fs::create_directory("/kelo/small");
-  if (::mount("none", "/kelo/small", "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no tmpfs can be mounted";
-  System system(kNames + "lines_per_second = 0\n[[file]]\npath = \"/kelo/small/all.log\"\nsize = 1000000\n");
+  const std::string small = kl::underRoot("/kelo/small");
+  fs::create_directory(small);
+  if (::mount("none", small.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no tmpfs can be mounted";
+  System system(kNames + "lines_per_second = 0\n[[file]]\npath = \"" + small +
+                "/all.log\"\nsize = 1000000\n");
   system.subscribe({kl::SERVICE_LOG});
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5})));
@@ -450,11 +456,11 @@ TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
   kl::message request;
   request.insert(kl::LOG_CONTAINS, "No space left on device");
   EXPECT_EQ(system.lines(request).size(), 1u);
-  EXPECT_EQ(contentOf("/kelo/small/all.log").back(), '\n') << "nothing half";
-  ASSERT_EQ(::mount("none", "/kelo/small", "tmpfs", MS_REMOUNT, "size=1m"), 0);
+  EXPECT_EQ(contentOf(small + "/all.log").back(), '\n') << "nothing half";
+  ASSERT_EQ(::mount("none", small.c_str(), "tmpfs", MS_REMOUNT, "size=1m"), 0);
   EXPECT_TRUE(comesTrue([&] {
     EXPECT_TRUE(client.write(textRecord(1, "and the file, too")));
-    return contentOf("/kelo/small/all.log").find("and the file, too") != std::string::npos;
+    return contentOf(small + "/all.log").find("and the file, too") != std::string::npos;
   }));
   EXPECT_TRUE(system.hasLine("lines are written again"));
 }
@@ -466,7 +472,7 @@ TEST(LogService, WhoComesBeforeTheLoaderHasLetItInIsNotMissed) {
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "early")));
   loader.signal(SIGCONT);
-  EXPECT_TRUE(comesTrue([] { return contentOf("/kelo/all.log").find("early") != std::string::npos; }));
+  EXPECT_TRUE(comesTrue([] { return contentOf(kAll).find("early") != std::string::npos; }));
   EXPECT_EQ(::kill(pid, SIGTERM), 0);
   int status = -1;
   EXPECT_EQ(::waitpid(pid, &status, 0), pid);

@@ -25,13 +25,13 @@ TEST(LogListener, EveryUserMayConnect) {
 }
 
 TEST(LogListener, TheFolderIsMadeAndTheSocketGoesWithIt) {
-  fs::remove_all("/kelo/logs");
+  fs::remove_all(kl::underRoot("/kelo/logs"));
   {
     Listener listener;
     EXPECT_EQ(listener.open(), "");
     EXPECT_TRUE(fs::exists(kl::logSocketPath()));
   }
-  EXPECT_TRUE(fs::is_empty("/kelo/logs"));
+  EXPECT_TRUE(fs::is_empty(kl::underRoot("/kelo/logs")));
 }
 
 TEST(LogListener, OneThatLivesIsNotReplaced) {

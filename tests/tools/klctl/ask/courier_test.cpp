@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "kl/conventions.h"
+#include "kl/utilities.h"
 #include "tests/support/doubles/loader_double.h"
 #include "tests/support/process/child.h"
 #include "tests/tools/klctl/scripted_loader.h"
@@ -94,7 +95,7 @@ TEST_F(Courier, AbortsOfTheLibraryLeaveNoCoreBehind) {
   loader.send(m);
   const rlimit cores{RLIM_INFINITY, RLIM_INFINITY};
   (void)::setrlimit(RLIMIT_CORE, &cores);
-  const std::string folder = "/ram/cores";
+  const std::string folder = kl::underRoot("/ram/cores");
   ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
   ASSERT_EQ(::chdir(folder.c_str()), 0);
   EXPECT_NE(run().exitStatus, 0);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "kl/conventions.h"
+#include "kl/utilities.h"
 #include "tests/support/process/child.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/scripted_loader.h"
@@ -72,20 +73,20 @@ bool isReadable(int fd) {
 TEST(Session, WithoutALoaderThereIsNone) {
   const Told told = failureOf([] { const Session session(kAmple); });
   EXPECT_EQ(told.status, 4);
-  EXPECT_EQ(told.sentence, "no loader runs at /ram/kelosock: No such file or directory");
+  EXPECT_EQ(told.sentence, "no loader runs at " + kl::loaderSocketPath() + ": No such file or directory");
 }
 
 TEST(Session, ASocketThatNobodyListensAtIsNoLoader) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::string("/ram/kelosock").copy(address.sun_path, sizeof address.sun_path - 1);
+  kl::loaderSocketPath().copy(address.sun_path, sizeof address.sun_path - 1);
   const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
   ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   ::close(fd);
   const Told told = failureOf([] { const Session session(kAmple); });
-  ::unlink("/ram/kelosock");
+  ::unlink(kl::loaderSocketPath().c_str());
   EXPECT_EQ(told.status, 4);
-  EXPECT_EQ(told.sentence, "no loader runs at /ram/kelosock: Connection refused");
+  EXPECT_EQ(told.sentence, "no loader runs at " + kl::loaderSocketPath() + ": Connection refused");
 }
 
 TEST(Session, ALoaderWithAFullBacklogIsNoLoader) {
@@ -94,7 +95,7 @@ TEST(Session, ALoaderWithAFullBacklogIsNoLoader) {
   const auto connects = [&] {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::string("/ram/kelosock").copy(address.sun_path, sizeof address.sun_path - 1);
+    kl::loaderSocketPath().copy(address.sun_path, sizeof address.sun_path - 1);
     waiting.push_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     return ::connect(waiting.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   };
@@ -103,7 +104,7 @@ TEST(Session, ALoaderWithAFullBacklogIsNoLoader) {
   const Told told = failureOf([] { const Session session(kShort); });
   for (const int fd : waiting) ::close(fd);
   EXPECT_EQ(told.status, 4);
-  EXPECT_EQ(told.sentence, "the loader at /ram/kelosock accepts no connections");
+  EXPECT_EQ(told.sentence, "the loader at " + kl::loaderSocketPath() + " accepts no connections");
 }
 
 TEST(Session, RegistersAsANobodyWhomTheLoaderNames) {
@@ -308,7 +309,7 @@ TEST(Interrupt, AfterwardsASignalEndsTheProcessAgain) {
 TEST(StreamSession, WithoutALoaderThereIsNone) {
   const Told told = failureOf([] { const StreamSession stream(kAmple, waitForEver); });
   EXPECT_EQ(told.status, 4);
-  EXPECT_EQ(told.sentence, "no loader runs at /ram/kelosock: No such file or directory");
+  EXPECT_EQ(told.sentence, "no loader runs at " + kl::loaderSocketPath() + ": No such file or directory");
 }
 
 TEST(StreamSession, BringsWhatTheJobGivesAndItsEnd) {

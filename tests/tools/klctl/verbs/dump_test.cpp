@@ -5,6 +5,7 @@
 
 #include <fstream>
 
+#include "kl/utilities.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/hostile_text.h"
 #include "tests/tools/klctl/recorded_channels.h"
@@ -27,7 +28,7 @@ class DumpVerb : public testing::Test {
   RecordedChannels channels_;
 
  private:
-  const std::string path_ = "/kelo/dump";  // nobody else sees this root
+  const std::string path_ = kl::underRoot("/kelo/dump");  // nobody else sees this root
 };
 
 const std::string kMessage("M2\x05\0\0\x09\x07", 7);

@@ -8,6 +8,7 @@
 
 #include <fstream>
 
+#include "kl/utilities.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/process/child.h"
 #include "tests/support/process/running_program.h"
@@ -21,13 +22,14 @@ using kl::test::RunningProgram;
 using kl::test::runProgram;
 
 constexpr char kKlctl[] = KL_BIN_DIR "/klctl";
-constexpr char kService[] = "[[service]]\nname = \"log\"\nrestart = \"always\"\ncommand = [\"" KL_BIN_DIR
-                            "/kl-logd\", \"--config\", \"/kelo/kl-logd.toml\"]\n";
+const std::string kConfiguration = kl::underRoot("/kelo/kl-logd.toml");
+const std::string kService = "[[service]]\nname = \"log\"\nrestart = \"always\"\ncommand = [\"" KL_BIN_DIR
+                             "/kl-logd\", \"--config\", \"" +
+                             kConfiguration + "\"]\n";
 
 struct FollowLog : testing::Test {
   FollowLog() {
-    std::ofstream("/kelo/kl-logd.toml")
-        << "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
+    std::ofstream(kConfiguration) << "[log]\ntopics = \"" KL_SOURCE_DIR "/services/logd/topics.list\"\n";
     loader = std::make_unique<LoaderProcess>(kService);
   }
 
