@@ -89,6 +89,19 @@ class InstalledTree(unittest.TestCase):
                 self.assertNotIn(str(ROOT), text, path)
                 self.assertNotIn("/staged", text, path)
 
+    def test_a_new_service_builds_and_runs(self):
+        client = self.prefix / "bin" / "klctl"
+        if not client.is_file():
+            self.skipTest("klctl was not built")
+        run(client, "new", "lamp", cwd=self.outside)
+        source, build = self.outside / "lamp", self.outside / "lamp" / "build"
+        run(options.cmake, "-S", source, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
+            f"-DCMAKE_CXX_COMPILER={options.compiler}")
+        run(options.cmake, "--build", build)
+        said = run("ctest", "--test-dir", build, "--verbose")
+        self.assertIn("lamp does what it should", said)
+        self.assertIn("100% tests passed", said)
+
     def test_installed_programs_run_where_they_are(self):
         programs = sorted((self.prefix / "bin").iterdir()) if (self.prefix / "bin").is_dir() else []
         for program in programs:

@@ -66,6 +66,7 @@ class Parser {
     addRights();
     addHelp();
     addIntrospect();
+    addNew();
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -238,6 +239,13 @@ class Parser {
     addVerb(app_, Verb::kIntrospect, "introspect", "Ask a service what it says of itself", kTimeout | kFields,
             &Parser::interpretService)
         ->add_option("SERVICE", words_.path, "A service, by its name or its number")
+        ->required()
+        ->type_name("");
+  }
+
+  void addNew() {
+    addVerb(app_, Verb::kNew, "new", "Make the beginning of a service in a folder of its name", kNoOption)
+        ->add_option("NAME", line_.file, "The name of the service")
         ->required()
         ->type_name("");
   }

@@ -13,6 +13,7 @@
 #include "verbs/introspect.h"
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
+#include "verbs/new_service.h"
 #include "verbs/request.h"
 #include "verbs/rights.h"
 #include "verbs/store.h"
@@ -54,6 +55,7 @@ constexpr Row kRows[] = {
     {Verb::kRightsList, listRights},
     {Verb::kHelp, helpService},
     {Verb::kIntrospect, introspectService},
+    {Verb::kNew, makeService},
 };
 
 static_assert(std::size(kRows) == kVerbs, "each verb has one row");
