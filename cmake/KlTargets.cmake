@@ -72,13 +72,11 @@ endfunction()
 # kl_often_runs(SOURCE...): the sources of this folder on the road of a message, a timer or a log line,
 # which are compiled to be fast, as the whole library is where several sources are compiled as one: then nothing is
 # shipped, and a source with options of its own would stay by itself.  A function that rarely runs in such a source is
-# marked [[gnu::cold]].  Nothing there gains by recursion unrolled, loops vectorised or blocks doubled.
-set(kl_plain_code $<$<CXX_COMPILER_ID:GNU>:--param=max-inline-recursive-depth-auto=0>
-  -fno-tree-vectorize -fno-tree-slp-vectorize $<$<CXX_COMPILER_ID:GNU>:-freorder-blocks-algorithm=simple>)
+# marked [[gnu::cold]].  Nothing there gains by vectors.
 function(kl_often_runs)
   if(NOT CMAKE_UNITY_BUILD)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
-      "$<${kl_is_shipped}:-O2>;${kl_plain_code}")
+      "$<${kl_is_shipped}:-O2>;-fno-tree-vectorize;-fno-tree-slp-vectorize")
   endif()
 endfunction()
 
