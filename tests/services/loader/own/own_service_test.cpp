@@ -10,6 +10,7 @@
 #include "loader.kl.h"
 
 #include "tests/services/loader/fixture.h"
+#include "tests/support/page.h"
 
 namespace {
 
@@ -441,6 +442,15 @@ TEST_F(OwnServiceTest, AHundredChangesDoNotWait) {
   EXPECT_TRUE(a_.out.empty());
   table_.setState(connected(table_, 199), kl::SVC_STATE_RUNNING);
   EXPECT_FALSE(a_.out.empty());
+}
+
+TEST(OwnServiceOnThePage, IsAsInTheCode) {
+  using kl::test::withCommas;
+  const std::string page = kl::test::pageOf("docs/security.md");
+  const std::string rows[] = {withCommas(OwnService::kMostUnread) + " bytes, then",
+                              withCommas(OwnService::kMostSubscriptions) + " of at most " +
+                                  withCommas(OwnService::kMostSubscriptionBytes) + " bytes"};
+  for (const std::string& row : rows) EXPECT_TRUE(kl::test::shows(page, "| " + row)) << row;
 }
 
 }  // namespace

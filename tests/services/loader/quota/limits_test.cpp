@@ -2,28 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/support/page.h"
 
 namespace {
 
+using kl::test::pageOf;
+using kl::test::shows;
+using kl::test::withCommas;
 using loader::kKiB;
 using loader::kResourceRows;
 using loader::Limits;
 using loader::Resource;
 using loader::ResourceRow;
-
-std::string withCommas(std::size_t number) {
-  std::string text = std::to_string(number);
-  for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, ",");
-  return text;
-}
-
-std::string textOf(const std::string& file) {
-  std::ifstream in(KL_SOURCE_DIR "/" + file);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 TEST(Limits, TheDefaultsTakeAtMost24MiBTogether) { EXPECT_LE(Limits().memory(), 24 * 1024 * kKiB); }
 
@@ -32,20 +24,20 @@ TEST(Limits, OneUserCannotTakeWhatAllHave) {
 }
 
 TEST(Limits, ThePageShowsTheDefaults) {
-  const std::string page = textOf("docs/security.md");
+  const std::string page = pageOf("docs/security.md");
   for (const ResourceRow& row : kResourceRows) {
     const std::string shown = " | " + withCommas(row.user) + " | " + withCommas(row.all) + " | " +
                               withCommas(row.reserve) + " | `" + std::string(row.key) + "` |";
-    EXPECT_NE(page.find(shown), std::string::npos) << shown;
+    EXPECT_TRUE(shows(page, shown)) << shown;
   }
 }
 
 TEST(Limits, TheManualPageShowsTheDefaults) {
-  const std::string page = textOf("docs/man/kl-loader.8");
+  const std::string page = pageOf("docs/man/kl-loader.8");
   for (const ResourceRow& row : kResourceRows) {
     const std::string shown = std::string(row.key) + "\t" + std::to_string(row.user) + "\t" +
                               std::to_string(row.all) + "\t" + std::to_string(row.reserve) + "\n";
-    EXPECT_NE(page.find(shown), std::string::npos) << shown;
+    EXPECT_TRUE(shows(page, shown)) << shown;
   }
 }
 

@@ -11,6 +11,7 @@
 #include "kl/records.h"
 #include "kl/runner.h"
 #include "services/loader/transport/connection.h"
+#include "tests/support/page.h"
 
 namespace loader {
 namespace {
@@ -284,6 +285,18 @@ TEST_F(TurnsTest, WhoIsClosedWhileItWaitsHasNoTurn) {
   EXPECT_EQ(turns_.waiting(), 1u);
   EXPECT_TRUE(of(allPasses(), 0).empty());
   EXPECT_EQ(turns_.ahead(), 0u);
+}
+
+TEST_F(TurnsTest, ThePageShowsTheShares) {
+  using kl::test::withCommas;
+  const std::string page = kl::test::pageOf("docs/security.md");
+  const std::string next = withCommas(Turns::kNext);
+  for (const std::string& size :
+       {withCommas(Turns::kFirst) + " units of about 4 ns",
+        withCommas(Turns::kAtOnce) + " units, then " + next + " each", next + " units, and one delivery more",
+        withCommas(Turns::kMostAhead + Turns::kLongRead) + " bytes and " + withCommas(Turns::kShortRead) +
+            " of each"})
+    EXPECT_TRUE(kl::test::shows(page, "| " + size)) << size;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "kl/services.h"
+#include "tests/support/page.h"
 
 namespace logd {
 namespace {
@@ -105,6 +106,24 @@ TEST_F(AccountsTest, ANumberThatIsUsedAgainHasItsNewName) {
   accounts.processOf({"new", 7, 0, {}, kNobody})->remark(book, kBegin, "remark");
   book.flush(kBegin);
   EXPECT_EQ(book.ring()[0].origin->process, "new");
+}
+
+TEST(AccountsOnThePage, AreThoseOfTheCode) {
+  using kl::test::withCommas;
+  const Limits plain;
+  const unsigned int ofUser = plain.clientsPerUser * Accounts::kAccountsPerClient;
+  const unsigned int ofAll = plain.clients * Accounts::kAccountsPerClient * Accounts::kAccountsPerClient;
+  const std::string page = kl::test::pageOf("docs/security.md");
+  for (const std::string& row :
+       {withCommas(plain.clientsPerUser) + ", never the last " + withCommas(plain.clients / 4) + " of " +
+            withCommas(plain.clients),
+        withCommas(plain.idleSeconds) + " s, if there is none",
+        withCommas(plain.linesPerSecond) + " and " + withCommas(plain.bytesPerSecond / 1024 / 1024) +
+            " MiB a second",
+        withCommas(ofUser) + ", in all " + withCommas(ofAll), withCommas(UserAccount::kMostSources) + " |",
+        withCommas(UserAccount::kMostRemarksAtOnce) + ", then " + withCommas(UserAccount::kRemarksPerSecond) +
+            " a second"})
+    EXPECT_TRUE(kl::test::shows(page, "| " + row)) << row;
 }
 
 }  // namespace
