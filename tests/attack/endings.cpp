@@ -15,19 +15,19 @@ namespace {
 
 using kl::test::LoaderProcess;
 
-constexpr unsigned int kFirst = 600;
+constexpr unsigned int kFirstService = 600;
 constexpr unsigned int kServices = 6;
 constexpr unsigned int kPeers = 10;
-constexpr unsigned int kMostRequests = 200;
+constexpr unsigned int kMostActs = 200;
 
 // Some start with the loader, some by a message, one cannot be started and one ends at once.
-std::string configuration() {
+std::string services() {
   std::string text;
   for (unsigned int i = 0; i < kServices; ++i) {
     const std::string program = i == 4   ? "/nonexistent"
                                 : i == 5 ? "/bin/false"
                                          : KL_BIN_DIR "/kl-attack-victim";
-    text += "[[service]]\nname = \"s" + std::to_string(i) + "\"\nid = " + std::to_string(kFirst + i) +
+    text += "[[service]]\nname = \"s" + std::to_string(i) + "\"\nid = " + std::to_string(kFirstService + i) +
             "\ncommand = [\"" + program + "\"]\n" + (i % 2 == 1 ? "start = \"demand\"\n" : "");
   }
   return text;
@@ -40,7 +40,7 @@ class Turmoil {
   // Leaves everything half done.
   void stir() {
     for (unsigned int n = 0; n < kPeers; ++n) addPeer();
-    for (unsigned int n = upTo(kMostRequests); n > 0; --n) act(peers_[upTo(kPeers - 1)]);
+    for (unsigned int n = upTo(kMostActs); n > 0; --n) act(peers_[upTo(kPeers - 1)]);
   }
 
   void goOn() {
@@ -62,7 +62,7 @@ class Turmoil {
 
   void act(RawPeer& peer) {
     kl::message order;
-    order.insert(kl::STD_ID, kFirst + upTo(kServices - 1));
+    order.insert(kl::STD_ID, kFirstService + upTo(kServices - 1));
     order.insert(kl::SVC_ACTION, 1 + upTo(3));
     order.merge(kl::test::request({kl::SERVICE_LOADER}, kl::CMD_SETOBJ, 1));
     kl::message follow = kl::test::request({kl::SERVICE_LOADER}, kl::CMD_SUBSCRIBE, 2);
@@ -71,14 +71,16 @@ class Turmoil {
       case 1: (void)peer.send(follow); break;
       case 2: peer.close(); break;
       case 3: killSomebody(); break;
-      default: (void)peer.send(kl::test::request({kFirst + upTo(kServices - 1), 1}, kl::CMD_GET, 3)); break;
+      default:
+        (void)peer.send(kl::test::request({kFirstService + upTo(kServices - 1), 1}, kl::CMD_GET, 3));
+        break;
     }
   }
 
   void killSomebody() {
     if (upTo(9) != 0) return;
     Client client(0);  // the loader may have ended
-    const auto pid = static_cast<pid_t>(client.row(kFirst + upTo(kServices - 1)).get(kl::SVC_PID, 0));
+    const auto pid = static_cast<pid_t>(client.row(kFirstService + upTo(kServices - 1)).get(kl::SVC_PID, 0));
     if (pid > 1) (void)::kill(pid, SIGKILL);
   }
 
@@ -92,7 +94,7 @@ Report endings(unsigned int times, unsigned int seed) {
   Report report{"The loader told to end under traffic, seed " + std::to_string(seed), {}, {}, 0};
   unsigned int inOrder = 0;
   for (unsigned int n = 0; n < times; ++n) {
-    LoaderProcess loader(configuration());
+    LoaderProcess loader(services());
     Turmoil turmoil(seed + n);
     turmoil.stir();
     loader.signal(n % 2 == 0 ? SIGTERM : SIGINT);

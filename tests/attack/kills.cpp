@@ -18,15 +18,16 @@ namespace {
 
 using kl::test::LoaderProcess;
 
-constexpr unsigned int kFirst = 600;
+constexpr unsigned int kFirstVictim = 600;
 constexpr unsigned int kVictims = 4;
 constexpr unsigned int kRequestsARound = 20;
 constexpr unsigned int kFirstRequest = 1;
 
-std::string configuration() {
+std::string victims() {
   std::string text;
   for (unsigned int i = 0; i < kVictims; ++i)
-    text += "[[service]]\nname = \"victim" + std::to_string(i) + "\"\nid = " + std::to_string(kFirst + i) +
+    text += "[[service]]\nname = \"victim" + std::to_string(i) +
+            "\"\nid = " + std::to_string(kFirstVictim + i) +
             "\ncommand = [\"" KL_BIN_DIR "/kl-attack-victim\"]\n";
   return text;
 }
@@ -96,10 +97,11 @@ bool crash(Client& client, unsigned int service) {
 
 Report kills(unsigned int times, unsigned int seed) {
   Report report{"Services killed under traffic, seed " + std::to_string(seed), {}, {}, 0};
-  LoaderProcess loader(configuration());
+  LoaderProcess loader(victims());
   Client client;
   Traffic traffic;
-  for (unsigned int i = 0; i < kVictims; ++i) (void)awaitState(client, kFirst + i, kl::SVC_STATE_RUNNING);
+  for (unsigned int i = 0; i < kVictims; ++i)
+    (void)awaitState(client, kFirstVictim + i, kl::SVC_STATE_RUNNING);
   const std::size_t memory = loader.memory();
   const std::size_t descriptors = loader.descriptors();
   std::mt19937 random(seed);
@@ -107,22 +109,22 @@ Report kills(unsigned int times, unsigned int seed) {
   unsigned int killed = 0;
   const auto begin = std::chrono::steady_clock::now();
   for (unsigned int n = 0; n < times; ++n) {
-    for (unsigned int i = 0; i < kRequestsARound; ++i) traffic.ask(kFirst + any(random));
-    killed += crash(client, kFirst + any(random)) ? 1 : 0;
+    for (unsigned int i = 0; i < kRequestsARound; ++i) traffic.ask(kFirstVictim + any(random));
+    killed += crash(client, kFirstVictim + any(random)) ? 1 : 0;
     traffic.take(0);
   }
   traffic.take(kPatienceMs);
   const auto s = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
   bool allRun = true;
   for (unsigned int i = 0; i < kVictims; ++i)
-    allRun = awaitState(client, kFirst + i, kl::SVC_STATE_RUNNING) && allRun;
+    allRun = awaitState(client, kFirstVictim + i, kl::SVC_STATE_RUNNING) && allRun;
 
   const auto rows = client.table();
   unsigned long long starts = 0;
   unsigned int open = 0;
   bool allLive = true;
   for (unsigned int i = 0; i < kVictims; ++i) {
-    const auto row = rows.find(kFirst + i);
+    const auto row = rows.find(kFirstVictim + i);
     if (row == rows.end()) continue;
     starts += row->second.get(kl::SVC_STARTS, 0);
     open += row->second.get(kl::SVC_REQUESTS, 0);

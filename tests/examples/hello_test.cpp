@@ -6,13 +6,13 @@
 namespace {
 
 constexpr unsigned int kHello = 34;
-constexpr int kPatienceTicks = 2000;
+constexpr int kHelloTicks = 2000;
 
 class HelloService : public testing::Test {
  protected:
   kl::message ask(unsigned int command, kl::message m = {}) {
     m.insert(kl::SYS_TO, {kHello, 0});
-    return client_.exchangeCmd(m, command, kPatienceTicks);
+    return client_.exchangeCmd(m, command, kHelloTicks);
   }
 
   kl::test::LoaderProcess loader_{"[[service]]\nname = \"hello\"\ncommand = [\"" KL_BIN_DIR "/hello\"]\n"};

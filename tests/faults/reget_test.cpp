@@ -14,23 +14,23 @@ using test::exposed;
 using test::FaultRun;
 using test::Process;
 
-using Ids = std::vector<unsigned int>;
+using IdsInOrder = std::vector<unsigned int>;
 
-const Ids kWholeTable = {1, 2, 3, 4, 5, 6};
-constexpr field<std::vector<unsigned char>> kFiller{0x30000001};
+const IdsInOrder kWholeTable = {1, 2, 3, 4, 5, 6};
+constexpr field<std::vector<unsigned char>> kBlob{0x30000001};
 
 // So large that a chunk takes several reads.
 message object(unsigned int id) {
   message m;
   m.insert(STD_ID, id);
-  m.insert(kFiller, std::vector<unsigned char>(id * 1500, static_cast<unsigned char>(id)));
+  m.insert(kBlob, std::vector<unsigned char>(id * 1500, static_cast<unsigned char>(id)));
   return m;
 }
 
-bool isWhole(const message& m) { return m.get(kFiller, {}) == object(m.get(STD_ID, 0)).get(kFiller, {}); }
+bool isWhole(const message& m) { return m.get(kBlob, {}) == object(m.get(STD_ID, 0)).get(kBlob, {}); }
 
 // The answers to a walk's requests, which have the numbers 0, 1 and 2.
-message chunk(unsigned int request, const Ids& to) {
+message chunk(unsigned int request, const IdsInOrder& to) {
   message m;
   std::vector<message::flat_message> objects;
   for (const unsigned int id : {2 * request + 1, 2 * request + 2}) object(id).flatten(objects.emplace_back());
@@ -43,7 +43,7 @@ message chunk(unsigned int request, const Ids& to) {
   return m;
 }
 
-void sendTable(Process& process, const Ids& to) {
+void sendTable(Process& process, const IdsInOrder& to) {
   for (unsigned int request = 0; request < 3; ++request) process.loader.send(chunk(request, to));
 }
 
@@ -76,7 +76,7 @@ TEST(RegetFaults, AWalkThatWaitsGivesTheWholeTableOrTheProcessEnds) {
         sendTable(process, {});
         FullReget reget;
         reget.setBase(request());
-        Ids ids;
+        IdsInOrder ids;
         exposed([&] {
           while (!reget.isEmpty()) {
             const message m = reget.pop();
@@ -125,7 +125,7 @@ struct Walk {
   }
 
   AsyncReget reget;
-  Ids ids;
+  IdsInOrder ids;
   unsigned int ends = 0;
 };
 
