@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "kl/conventions.h"
 #include "tests/support/process/child.h"
@@ -12,12 +15,15 @@ using kl::test::runProgram;
 
 using FileBytes = std::vector<unsigned char>;
 
-constexpr char kFile[] = "/tmp/peeked.msg";
-
+// Every test has a file of its own: all of the machine share the folder, and each numbers its processes anew.
 ChildResult peekInto(const FileBytes& bytes) {
-  std::ofstream(kFile, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  return runProgram({KL_BIN_DIR "/peek", kFile});
+  char file[] = "/tmp/peeked_XXXXXX";
+  const int fd = ::mkstemp(file);
+  EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  ::close(fd);
+  const ChildResult result = runProgram({KL_BIN_DIR "/peek", file});
+  ::unlink(file);
+  return result;
 }
 
 kl::message withId(unsigned int id) {

@@ -42,8 +42,7 @@ enum class Verb {
   kNew,
 };
 
-inline constexpr unsigned int kVerbs =
-    static_cast<unsigned int>(Verb::kNew) + 1;  // the number of verbs
+inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kNew) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {
@@ -62,7 +61,7 @@ struct CommandLine {
   bool dump = false;
   bool secrets = false;
   bool noReply = false;
-  std::string file;                        // of kDump, "-" is the standard input; of a store its path; of kNew the name
+  std::string file;  // of kDump, "-" is the standard input; of a store its path; of kNew the name
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
