@@ -4,10 +4,13 @@
 //     over the whole stream finds
 //   - through a client's socket: each line of a registered source is in the book once, with its text and its source;
 //     the first fault ends the client, and nothing behind it is taken
+//   - of a process that may write few lines or bytes a part of them is there, in their order: those of its burst, and
+//     each other one is counted
 
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 
 #include "fuzz/input.h"
@@ -80,7 +83,9 @@ class Loop : public kl::ThinRunner {
 // A client whose process has written everything and ended.
 class OneClient final {
  public:
-  explicit OneClient(const Bytes& stream) {
+  explicit OneClient(const Bytes& stream, const logd::Limits& limits = kNoLimits)
+      : account_(
+            std::make_shared<logd::ProcessAccount>(limits, std::make_shared<logd::UserAccount>(), kAbout)) {
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a socket pair");
     require(
@@ -104,6 +109,17 @@ class OneClient final {
     return lines;
   }
 
+  // As the remarks say it.
+  std::size_t dropped() const {
+    std::size_t sum = 0;
+    for (logd::Ring::Number n = book_.ring().begin(); n < book_.ring().end(); ++n) {
+      const logd::Line& line = book_.ring()[n];
+      if (line.origin->source == 0 && line.text.ends_with(" lines dropped: they came too fast"))
+        sum += std::stoul(line.text);
+    }
+    return sum;
+  }
+
  private:
   inline static const logd::Limits kNoLimits{.linesPerSecond = 0, .bytesPerSecond = 0};
   inline static const logd::Origin kAbout{"p", 812, 0, {}, 0};
@@ -111,8 +127,7 @@ class OneClient final {
   Loop loop_;
   logd::LogBook book_{logd::BookRules()};
   logd::Tally tally_;
-  std::shared_ptr<logd::ProcessAccount> account_ =
-      std::make_shared<logd::ProcessAccount>(kNoLimits, std::make_shared<logd::UserAccount>(), kAbout);
+  std::shared_ptr<logd::ProcessAccount> account_;
   std::unique_ptr<logd::Client> client_;
 };
 
@@ -132,6 +147,26 @@ std::vector<Record> expectedLines(const std::vector<Record>& records) {
   return lines;
 }
 
+bool isPartOf(const std::vector<Record>& some, const std::vector<Record>& all) {
+  auto at = all.begin();
+  for (const Record& record : some) {
+    at = std::find(at, all.end(), record);
+    if (at == all.end()) return false;
+    ++at;
+  }
+  return true;
+}
+
+// A second earns one more, so a slow machine may let more lines in than a burst.
+void requireItsPart(const Bytes& stream, const std::vector<Record>& all, const logd::Limits& limits,
+                    std::size_t least) {
+  const OneClient client(stream, limits);
+  const std::vector<Record> lines = client.lines();
+  require(isPartOf(lines, all), "lines that are taken are taken as they were written, in their order");
+  require(lines.size() >= std::min(least, all.size()), "a burst is taken");
+  require(lines.size() + client.dropped() == all.size(), "each line is taken or counted");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -144,7 +179,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool isWell = readPlainly(stream, plain);
   require(readInPieces(stream, {}, whole) == isWell && whole == plain, "one read brings every record");
   require(readInPieces(stream, sizes, split) == isWell && split == plain, "any splitting brings the same");
-  if (!stream.empty())
-    require(OneClient(stream).lines() == expectedLines(plain), "every line, as it was written");
+  if (stream.empty()) return 0;
+  const std::vector<Record> lines = expectedLines(plain);
+  require(OneClient(stream).lines() == lines, "every line, as it was written");
+  const auto burst = static_cast<unsigned int>(1 + stream.size() % 7);
+  requireItsPart(stream, lines, {.linesPerSecond = 1, .burst = burst, .bytesPerSecond = 0}, burst);
+  requireItsPart(stream, lines, {.linesPerSecond = 0, .bytesPerSecond = 1, .bytesBurst = 64 * burst}, 1);
   return 0;
 }
