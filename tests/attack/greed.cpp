@@ -168,16 +168,16 @@ Report manySubscriptions(Pace pace, unsigned int connections) {
 }
 
 Report fullQueue(unsigned int frames) {
-  constexpr unsigned int kVictim = 902;
+  constexpr unsigned int kReceiver = 902;
   constexpr unsigned int kHonest = 77777;
   Report report{"One sender fills the queue of a service", {}, {}, 0};
   kl::test::LoaderProcess loader;
   RawPeer victim;
-  report.promise(victim.connect(kPatienceMs) && victim.registerAs(kVictim) == kVictim, "no victim");
+  report.promise(victim.connect(kPatienceMs) && victim.registerAs(kReceiver) == kReceiver, "no victim");
   Attackers army;
   army.start(1, [&](unsigned int, Deeds& deeds) {
     RawPeer peer = comeIn(deeds);
-    kl::message m = kl::test::request({kVictim, 0}, kl::CMD_GET, 1);
+    kl::message m = kl::test::request({kReceiver, 0}, kl::CMD_GET, 1);
     m.insert(kBallast, Bytes(4096, 1));
     const Bytes frame = kl::test::frameOf(m);
     for (unsigned int n = 0; n < frames && peer.sendBytes(frame); ++n, ++deeds.done) readAll(peer);
@@ -185,11 +185,11 @@ Report fullQueue(unsigned int frames) {
     stay();
   });
   Client other;  // takes the table behind everything that the attacker sent
-  const auto queued = other.row(kVictim).get(kl::SVC_QUEUE, 0);
-  kl::message honest = kl::test::request({kVictim, 0}, kl::CMD_GET, kHonest);
+  const auto queued = other.row(kReceiver).get(kl::SVC_QUEUE, 0);
+  kl::message honest = kl::test::request({kReceiver, 0}, kl::CMD_GET, kHonest);
   (void)other.peer().send(honest);
   const bool isBusy = kl::isError(other.peer().receiveReply(kHonest, 0).value_or(kl::message()));
-  (void)other.row(kVictim);  // its answer comes behind an error for the request
+  (void)other.row(kReceiver);  // its answer comes behind an error for the request
   unsigned int before = 0;
   bool hasArrived = false;
   while (!hasArrived) {
