@@ -140,7 +140,8 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
     rep_.putBytes(kind, id, joined.data(), joined.size(), valueCount(*node) + count);
     return Outcome::ok;
   }
-  // Elements may be too long to be joined as bytes.
+  // Elements may be too long to be joined as bytes.  The room for all is made at once: code that lets an array grow would
+  // stand here for each kind.
   withObjectKind(kind, [&]<Kind k>() {
     if constexpr (hasLongElements(k)) {
       Object<k>& all = *node->objectIfAny<k>();

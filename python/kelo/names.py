@@ -1,8 +1,8 @@
-"""Names for fields, values, objects and commands: the descriptions of services, and objects whose fields are seen by name.
+"""Names for fields, values, objects and commands: the descriptions of services, and objects shown by them.
 
-A description is the file SERVICE.toml that klctl uses, too (docs/descriptions.md).  A field is named as klctl names it: by the dictionary
-("mtu"), as a standard or system field ("STD_DESCR", "descr"), or by its type and number ("u32:5", "string:std.9",
-"u32[]:8", "0x0a000005").
+A description is the file SERVICE.toml that klctl uses, too (docs/descriptions.md).  A field is named as klctl names it:
+by the dictionary ("mtu"), as a standard or system field ("STD_DESCR", "descr"), or by its type and number ("u32:5",
+"string:std.9", "u32[]:8", "0x0a000005").
 """
 
 from __future__ import annotations
