@@ -18,6 +18,7 @@
 
 namespace {
 
+constexpr unsigned int kMostLeases = 10000;       // some 2 MiB
 constexpr unsigned long long kLongestSleep = 60;  // in seconds, so that a clock which is set is noticed
 
 class Leases : public kl::Table<leases::Lease, kl::Looper> {
@@ -26,6 +27,7 @@ class Leases : public kl::Table<leases::Lease, kl::Looper> {
     reportTooBig(true);
     kl::setDescription(leases::kDescription);
     canUndo();
+    limitTo(kMostLeases);
     keepIn(kl::underRoot("/kelo/leases/leases"));
   }
 
