@@ -41,10 +41,13 @@ configure_file("${PROJECT_SOURCE_DIR}/cmake/fixed_paths.h.in" "${PROJECT_BINARY_
 # True where what is built may be shipped.
 set(kl_is_shipped $<CONFIG:RelWithDebInfo,Release>)
 
-# kl_component(NAME SOURCE...): one room of the library.  Its sources see the public headers, the fixed paths and, by
-# their path from lib/, the internal headers of their own room and of those below it.
+# kl_component(NAME [APART|BOTH] SOURCE...): one room of the library, or a part of one.  Its sources see the public
+# headers, the fixed paths and, by their path from lib/, the internal headers of their own room and of those below it.
+# APART: what few programs need goes into an archive, libkl_nonshared.a, of which a program takes what it uses.
+# BOTH: functions without data of their own that what lies apart shares with the library are in either.
 function(kl_component name)
-  add_library(kl_${name} OBJECT ${ARGN})
+  cmake_parse_arguments(arg "APART;BOTH" "" "" ${ARGN})
+  add_library(kl_${name} OBJECT ${arg_UNPARSED_ARGUMENTS})
   target_link_libraries(kl_${name} PRIVATE kl_build_flags)
   target_include_directories(kl_${name} PRIVATE
     "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/lib" "${PROJECT_BINARY_DIR}/generated")
@@ -66,7 +69,12 @@ function(kl_component name)
     $<$<CXX_COMPILER_ID:GNU>:-falign-labels=1>)
   set_target_properties(kl_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-  set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
+  if(NOT arg_APART)
+    set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS kl_${name})
+  endif()
+  if(arg_APART OR arg_BOTH)
+    set_property(GLOBAL APPEND PROPERTY KL_COMPONENTS_APART kl_${name})
+  endif()
 endfunction()
 
 # kl_often_runs(SOURCE...): the sources of this folder on the road of a message, a timer or a log line,

@@ -152,11 +152,11 @@ class KL_API Store {
 //
 // Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
 // Ownership: owns copies of all messages and holds no file open.
-// Threads:   any.  But it closes the lock file, which makes the process lose a lock that a Store of another thread has
-//            on it at this moment.
+// Threads:   any, but not while the process's Looper begins or ends.  It closes the lock file, which makes the process
+//            lose a lock that a Store of another thread has on it at this moment.
 // Cost:      the constructor reads the index and every blob in use, twice if nobody disturbs it; memory grows with
 //            both.
-class KL_API StoreView {
+class StoreView {
  public:
   struct Entry {
     unsigned int id;

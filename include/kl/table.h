@@ -12,7 +12,6 @@
 #include "kl/chunk.h"
 #include "kl/conventions.h"
 #include "kl/described.h"
-#include "kl/export.h"
 #include "kl/field.h"
 #include "kl/looper.h"
 #include "kl/message.h"
@@ -29,7 +28,7 @@ inline constexpr unsigned int HANDLER_KEEPER = 0xff0011;
 // Ownership: borrows the rules, which are constants.
 // Threads:   belongs to one thread.
 // Cost:      a text that grows with the problems.
-class KL_API Problems {
+class Problems {
  public:
   explicit Problems(const ObjectRules& rules) : rules_(rules) {}
 
@@ -89,7 +88,7 @@ class TableSource {
 };
 
 // The commands of a table, for objects as messages; the handler that they come to is another part of the same object.
-class KL_API TableCore {
+class TableCore {
  public:
   // An object that is larger is refused.  It fits into one part of the table and, twice, into an undo record.
   static constexpr std::size_t kMostObjectBytes = Chunk::kMostBytes;
@@ -123,7 +122,7 @@ class TableElsewhere : public TableSource, public TableCore {
 };
 
 // Of objects in memory.
-class KL_API TableMemory : public TableCore {
+class TableMemory : public TableCore {
  public:
   unsigned int size() const;
 
@@ -168,6 +167,11 @@ class TableHandler : public Base, public TableHooks, public Core {
 
   // A problem of an object that a request asks for and that keeps to the description.  The object is not there yet.
   virtual void check(const Object&, Problems&) {}
+  // Called when an object came, was changed or has gone: of a Table whoever did it, of a TableView by a request.  They
+  // may change the table.
+  virtual void added(const Object&) {}
+  virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
+  virtual void removed(const Object&) {}
   // What the undo service shows of a change by a request; "lease 4 added" where that is empty.  `done` is CMD_ADDOBJ,
   // CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
   virtual std::string describe(unsigned int done, const Object&) { return (void)done, std::string(); }
@@ -195,6 +199,11 @@ class TableHandler : public Base, public TableHooks, public Core {
   void inspect(const message& object, Problems& problems) override {
     check(Object::fromMessage(object), problems);
   }
+  void tell(const message* before, const message* now) override {
+    if (before == nullptr) added(Object::fromMessage(*now));
+    else if (now == nullptr) removed(Object::fromMessage(*before));
+    else changed(Object::fromMessage(*before), Object::fromMessage(*now));
+  }
   std::string changeText(unsigned int done, const message& object) override {
     return describe(done, Object::fromMessage(object));
   }
@@ -214,7 +223,8 @@ class TableHandler : public Base, public TableHooks, public Core {
 //     kl::Looper loop(kl::Looper::kAny, leases::SERVICE);
 //     Leases leases;
 //     leases.canUndo();
-//     leases.keepIn("/kelo/leases/leases");
+//     leases.limitTo(10000);
+//     leases.keepIn(kl::underRoot("/kelo/leases/leases"));
 //     loop.addHandler(0, &leases);
 //
 // A service that is one table and nothing else is kl::Table<leases::Lease, kl::Looper>, whose constructor takes what
@@ -256,11 +266,6 @@ class Table : public detail::TableHandler<Object, Base, detail::TableMemory> {
  public:
   using Parent::Parent;
 
-  // Called when an object came, was changed or has gone, whoever did it.  They may change the table.
-  virtual void added(const Object&) {}
-  virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
-  virtual void removed(const Object&) {}
-
   std::optional<Object> find(unsigned int id) const {
     const message* row = Parent::findRow(id);
     return row == nullptr ? std::nullopt : std::optional(Object::fromMessage(*row));
@@ -300,13 +305,6 @@ class Table : public detail::TableHandler<Object, Base, detail::TableMemory> {
   void loadPermData(const message& data) override {
     Base::loadPermData(data);
     Parent::loadRows(data);
-  }
-
- protected:
-  void tell(const message* before, const message* now) override {
-    if (before == nullptr) added(Object::fromMessage(*now));
-    else if (now == nullptr) removed(Object::fromMessage(*before));
-    else changed(Object::fromMessage(*before), Object::fromMessage(*now));
   }
 };
 
@@ -362,10 +360,6 @@ class TableView : public detail::TableHandler<Object, Base, detail::TableElsewhe
   virtual Result<Object> findChanged(unsigned int id) { return find(id); }
   // What subscribers are told of an object that is gone, beside STD_ID and STD_DEAD.
   message remains(unsigned int) override { return {}; }
-  // Called when a request changed an object.
-  virtual void added(const Object&) {}
-  virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
-  virtual void removed(const Object&) {}
 
  protected:
   message fillChunk(Chunk& chunk, unsigned int start) override {
@@ -379,11 +373,6 @@ class TableView : public detail::TableHandler<Object, Base, detail::TableElsewhe
     return put(Object::fromMessage(object)).reply();
   }
   message eraseRow(const message&, unsigned int id) override { return erase(id).reply(); }
-  void tell(const message* before, const message* now) override {
-    if (before == nullptr) added(Object::fromMessage(*now));
-    else if (now == nullptr) removed(Object::fromMessage(*before));
-    else changed(Object::fromMessage(*before), Object::fromMessage(*now));
-  }
 
  private:
   static message shown(unsigned int id, const Object& object) {

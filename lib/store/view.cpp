@@ -20,7 +20,7 @@
 #include <utility>
 
 #include "base/file_io.h"
-#include "base/held_output.h"
+#include "kl/looper.h"
 #include "kl/store.h"
 #include "store/files/format.h"
 #include "store/journal/journal_entries.h"
@@ -71,7 +71,7 @@ bool hasPendingChange(const InputFile& lockFile) {
 // Keeps writers out until the file is closed.  False if one holds the lock and does not let go of it: gives up after
 // about a second, so that a stopped writer cannot block the reader.
 bool lockOutWriters(const InputFile& lockFile) {
-  heldOutput.write();
+  if (Looper* looper = getLooper(); looper != nullptr) looper->flushMessages();
   struct flock whole = {};
   whole.l_type = F_RDLCK;
   whole.l_whence = SEEK_SET;

@@ -16,7 +16,7 @@ import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
-EXPECTED = "14 bytes, speed 7, name ab\n"
+EXPECTED = "14 bytes, speed 7, name ab\n2 files missing\n"
 STANDARD = re.compile(r"lib(?:stdc\+\+|c\+\+|c\+\+abi|gcc_s|m|c)\.so\.\d+|ld-linux.*\.so\.\d+")
 options = None
 

@@ -5,6 +5,7 @@
 
 #include "kl/field.h"
 #include "kl/message.h"
+#include "kl/store.h"
 
 namespace {
 
@@ -22,4 +23,7 @@ int main() {
   const kl::message read(bytes);
   std::printf("%zu bytes, speed %u, name %s\n", bytes.size(), read.get(kSpeed, 0),
               read.get(kName, "").c_str());
+
+  // This is not in the shared library, but in what is linked in beside it.
+  std::printf("%zu files missing\n", kl::StoreView("/nowhere/table").findings().size());
 }
