@@ -36,7 +36,8 @@ target_include_directories(kl_internal PUBLIC
 include(CMakePackageConfigHelpers)
 install(TARGETS kl kl_nonshared EXPORT klTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kl" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kl" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h"
+  PATTERN "test.h" EXCLUDE)  # that of the test kit, testkit/
 install(EXPORT klTargets NAMESPACE kl:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kl)
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/klConfig.cmake.in" "${PROJECT_BINARY_DIR}/klConfig.cmake"
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kl)

@@ -54,6 +54,7 @@ class InstalledTree(unittest.TestCase):
         self.assertTrue(found.startswith(str(self.prefix)), found)
         run(options.cmake, "--build", build)
         self.assertEqual(run(build / "outside"), EXPECTED)
+        self.assertEqual(run(build / "outside_test"), "all is well\n")  # with the test kit
 
     def test_a_program_finds_it_by_pkg_config(self):
         env = {"PKG_CONFIG_PATH": str(self.library.parent / "pkgconfig")}

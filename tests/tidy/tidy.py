@@ -19,6 +19,7 @@ import sys
 
 PROGRAMS = ("services", "tools", "examples")  # each folder below them is a program of its own
 SHARED = ("lib/base", "lib/protocol", "services/common", "services/describe")  # rooms whose headers others may see
+LENT = {"testkit": ("services/loader",)}  # a room that plays another one uses its sources
 NOT_OURS = {".git", "build", "__pycache__"}
 EXCEPTIONS = "tests/tidy/exceptions.txt"
 LONGEST_LINE = 120  # of a document, in characters
@@ -33,7 +34,7 @@ LAYERS = (
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
     {"looper", "post"},
     {"reget", "table", "client"},
-    {"watcher"},
+    {"watcher", "test"},
 )
 
 # The rooms of a house from the top to the bottom: a file includes internal headers of its own room and of rooms below.
@@ -114,7 +115,7 @@ def check_tests(tree):
                     yield EXCEPTIONS, line, f"no reason for {path}"
     files = set(tree.files)
     for path in tree.files:
-        if top(path) not in ("lib",) + PROGRAMS or not path.endswith(".cpp"):
+        if top(path) not in ("lib", "testkit") + PROGRAMS or not path.endswith(".cpp"):
             continue
         test = f"tests/{path[:-len('.cpp')]}_test.cpp"
         line = exceptions.pop(path, None)
@@ -135,7 +136,7 @@ def resolve(tree, path, included):
 
 def users_of(path):
     """The houses whose shared rooms a file may see."""
-    return {"lib": ("lib",), "services": ("services",), "tools": ("services",)}.get(top(path), ())
+    return {"lib": ("lib",), "services": ("services",), "tools": ("services",), "testkit": ("services",)}.get(top(path), ())
 
 
 def check_includes(tree):
@@ -152,7 +153,8 @@ def check_includes(tree):
             elif top(path) == "fuzz":
                 mine = True  # a target looks behind its subject's headers, and at the models of its tests
             else:
-                mine = home(path) == owner or (owner in SHARED and top(owner) in users_of(path))
+                mine = (home(path) == owner or owner in LENT.get(home(path), ()) or
+                        (owner in SHARED and top(owner) in users_of(path)))
             if not mine:
                 yield path, line, f"{target} is internal to {owner}/"
 
@@ -182,7 +184,7 @@ def check_arrows(tree):
 def check_essays(tree):
     """Each source of the library, a program or an example opens with what it does: its first line is a comment."""
     for path in tree.files:
-        if top(path) not in ("lib",) + PROGRAMS or not path.endswith(".cpp"):
+        if top(path) not in ("lib", "testkit") + PROGRAMS or not path.endswith(".cpp"):
             continue
         if not tree.text(path).startswith(("// ", "/* ", "/** ")):
             yield path, 1, "does not open with a comment that says what it does"
