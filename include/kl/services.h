@@ -52,6 +52,18 @@ inline constexpr unsigned int SVC_STOP = 2;     // SIGTERM, and SIGKILL after 2 
 inline constexpr unsigned int SVC_RESTART = 3;  // the two together
 inline constexpr unsigned int SVC_LEAVE = 4;    // asks it to save its state and end
 
+// CMD_RELOAD on the path [1] makes the loader read its configuration anew, as SIGHUP does, and needs RIGHT_CONTROL.  The
+// reply says what becomes of the services, by their names; with a mistake in the configuration it is ERROR_FAILED with
+// the mistakes, one a line, and nothing changes.  A field is absent where nothing is to be said.
+inline constexpr unsigned int CMD_RELOAD = 0x60003;
+inline constexpr field<std::vector<std::string>> RELOAD_STARTED{0xa000001c};
+inline constexpr field<std::vector<std::string>> RELOAD_ENDED{0xa000001d};
+inline constexpr field<std::vector<std::string>> RELOAD_RESTARTED{0xa000001e};
+inline constexpr field<std::vector<std::string>> RELOAD_ADJUSTED{
+    0xa000001f};                                                            // "[rights]" and "[loader]", too
+inline constexpr field<std::vector<std::string>> RELOAD_LATER{0xa0000020};  // keys: when the loader starts
+inline constexpr field<unsigned int> RELOAD_UNCHANGED{0x08000021};          // how many services
+
 // Values of SYS_CTRL in messages between the loader and a process, all of them on the path [1].  The
 // library's Looper sends and answers them for every service; a program without a Looper needs them here.
 inline constexpr unsigned int CTRL_LEAVE = 1;        // loader: please leave

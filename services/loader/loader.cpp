@@ -114,20 +114,20 @@ class Loader::Client final : private ConnectionHost {
   std::list<Client*>::iterator place_;  // in line() while the connection is pending
 };
 
-Loader::Loader(const Configuration& configuration, Log& log)
-    : configuration_(configuration),
+Loader::Loader(Configuration configuration, Log& log)
+    : configuration_(std::move(configuration)),
       log_(log),
       logSender_(loop_, log),
-      accounts_(limitsOf(configuration), ::geteuid()),
-      ids_(counterFile(configuration), log),
-      outbox_(configuration.queueLimit),
-      kept_(configuration.stateFolder + "/leave", log),
-      explainer_(configuration, table_),
+      accounts_(limitsOf(configuration_), ::geteuid()),
+      ids_(counterFile(configuration_), log),
+      outbox_(configuration_.queueLimit),
+      kept_(configuration_.stateFolder + "/leave", log),
+      explainer_(configuration_, table_),
       own_(
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { writeQueues(); }),
-      denials_(configuration, log),
+      denials_(configuration_, log),
       router_(table_, requests_, subscriptions_, outbox_,
               {[this](Service& caller, const kl::message& request) { own_.handle(caller, request); },
                [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
@@ -136,7 +136,7 @@ Loader::Loader(const Configuration& configuration, Log& log)
                       const Access& access) {
                  denials_.report(sender, e, toId, rest, access, common::secondsNow());
                }}),
-      registration_(table_, ids_, configuration),
+      registration_(table_, ids_, configuration_),
       leaving_(table_, kept_),
       idleness_(loop_, common::secondsNow, [this](Service& service) { onIdle(service); }),
       lifecycle_(loop_, table_, requests_, outbox_, router_, registration_, leaving_, idleness_, log, *this),
@@ -144,11 +144,12 @@ Loader::Loader(const Configuration& configuration, Log& log)
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
       pending_(loop_) {
   own_.setExplainer(explainer_);
+  own_.setReload([this] { return onReloadOrder(); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {
     onSubscriptionRefused(subscriber, provider);
   });
-  for (const ServiceConfiguration& service : configuration.services) addConfigured(service);
+  for (const ServiceConfiguration& service : configuration_.services) addConfigured(service);
 }
 
 Loader::~Loader() = default;
@@ -161,6 +162,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGCHLD, this, kl::bind<Loader, &Loader::onChildSignal>(), true);
   loop_.addSighandler(SIGTERM, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
   loop_.addSighandler(SIGINT, this, kl::bind<Loader, &Loader::onEndSignal>(), true);
+  loop_.addSighandler(SIGHUP, this, kl::bind<Loader, &Loader::onReloadSignal>(), true);
   loop_.addBeforeSleep(this, kl::bind<Loader, &Loader::onPassOver>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
@@ -308,6 +310,8 @@ void Loader::writeQueues() {
 }
 
 void Loader::onPassOver() {
+  if (next_ && !isEnding_) applyNext();
+  if (lifecycle_.hasDismissed() || !awaited_.empty()) addAwaited();
   turns_.serve();
   pending_.serve();
   router_.announceEnds();
@@ -329,6 +333,7 @@ void Loader::onChildSignal(int) {
 
 void Loader::onEndSignal(int sig) {
   log_.line("ends because of signal " + std::to_string(sig));
+  isEnding_ = true;
   listener_.close();
   lifecycle_.end();
   writeQueues();

@@ -1,14 +1,18 @@
 #pragma once
 // loader.h: everything together.
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "admission/denials.h"
+#include "config/difference.h"
 #include "life/lifecycle.h"
 #include "logging/log_sender.h"
 #include "own/own_service.h"
@@ -31,10 +35,16 @@ namespace loader {
 // Threads:   belongs to one thread.
 class Loader final : private LifecycleHost {
  public:
-  Loader(const Configuration& configuration, Log& log);
+  // Reads the configuration anew; what is wrong with it is added to `mistakes`.
+  using Source = std::function<Configuration(common::Mistakes& mistakes)>;
+
+  Loader(Configuration configuration, Log& log);
   Loader(const Loader&) = delete;
   Loader& operator=(const Loader&) = delete;
   ~Loader();
+
+  // SIGHUP and CMD_RELOAD read the configuration from there; without one they change nothing.
+  void setSource(Source source) { source_ = std::move(source); }
 
   // Opens the socket and starts the services; an empty text, or what went wrong.
   std::string start();
@@ -73,7 +83,16 @@ class Loader final : private LifecycleHost {
   void onChildSignal(int sig);
   void onEndSignal(int sig);
 
-  const Configuration& configuration_;
+  // reloading.cpp
+  void onReloadSignal(int sig);
+  kl::message onReloadOrder();
+  std::optional<Difference> readAnew(common::Mistakes& mistakes);
+  void applyNext();
+  void measureAnew();
+  void reconfigure(const ServiceConfiguration& former);
+  void addAwaited();
+
+  Configuration configuration_;
   Log& log_;
   Loop loop_;
   LogSender logSender_;
@@ -102,6 +121,11 @@ class Loader final : private LifecycleHost {
   std::vector<std::unique_ptr<Client>> clients_;       // closed ones are removed when a pass is over
   bool someoneClosed_ = false;
   std::optional<unsigned int> refusalReportedAt_;  // seconds
+  Source source_;
+  std::optional<Configuration> next_;  // takes the place of the other one when the pass is over
+  std::list<Configuration> former_;    // those by which services were started that are about to end
+  std::set<unsigned int> awaited_;     // configured ids that are not in the table yet: somebody else is there
+  bool isEnding_ = false;
 };
 
 }  // namespace loader

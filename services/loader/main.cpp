@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <new>
+#include <utility>
 
 #include "kl/utilities.h"
 #include "life/oom_score.h"
@@ -20,13 +21,14 @@ namespace {
   ::_exit(common::kCannotRun);
 }
 
-int run(const loader::Configuration& configuration) {
+int run(loader::Configuration configuration, const common::CommandLine& line) {
   std::set_new_handler(endWithoutMemory);
   loader::lowerOomScore();
   (void)::signal(SIGPIPE, SIG_IGN);  // a log that nobody reads must not end the loader
   loader::raiseDescriptorLimit();
   loader::Log log(STDERR_FILENO);
-  loader::Loader loader(configuration, log);
+  loader::Loader loader(std::move(configuration), log);
+  loader.setSource([&line](common::Mistakes& mistakes) { return loader::readConfiguration(line, mistakes); });
   if (const std::string problem = loader.start(); !problem.empty()) {
     log.line(problem);
     return common::kCannotRun;
@@ -46,9 +48,9 @@ int main(int argc, char** argv) {
   const auto line = common::readCommandLine(program, argc, argv, status);
   if (!line) return status;
   common::Mistakes mistakes;
-  const loader::Configuration configuration = loader::readConfiguration(*line, mistakes);
+  loader::Configuration configuration = loader::readConfiguration(*line, mistakes);
   common::report(mistakes, program.name);
   common::report(configuration.warnings, program.name);
   if (!mistakes.empty()) return common::kMistake;
-  return line->checksOnly ? 0 : run(configuration);
+  return line->checksOnly ? 0 : run(std::move(configuration), *line);
 }

@@ -94,6 +94,7 @@ std::string Registration::whyNot(const Applicant& who, unsigned int id) const {
 std::string Registration::whyNotConfigured(const Applicant& who, const Service& service) const {
   if (service.state == kl::SVC_STATE_LEAVING) return "is leaving";
   if (isProcessOf(who, service)) return {};
+  if (service.isDismissed) return "is not configured any more";
   const ServiceConfiguration* configured = configuration_.find(service.id);
   const std::string owner = "is configured for " + service.name;
   if (service.pid > 0) return owner + ", whose process runs";

@@ -90,6 +90,7 @@ CommandRights loaderCommands() {
   commands[kl::CMD_SETOBJ] = kl::RIGHT_CONTROL;
   commands[loader_service::CMD_EXPLAIN_RIGHTS] = kl::RIGHT_READ;
   commands[loader_service::CMD_LIST_RIGHTS] = kl::RIGHT_CONTROL;
+  commands[loader_service::CMD_RELOAD] = kl::RIGHT_CONTROL;
   return commands;
 }
 

@@ -16,7 +16,7 @@ namespace loader {
 // request that they have not answered.  Each is looked at when it could be idle at the earliest, never oftener.
 //
 // Errors:    none.
-// Ownership: borrows the services for good (configured ones stay in the table).
+// Ownership: borrows the services until they are forgotten.
 // Threads:   belongs to one thread.
 // Cost:      one timer for each service that is watched.
 class Idleness {
@@ -32,6 +32,9 @@ class Idleness {
   // Whether a service may leave has changed.  If it may, it is watched, and counts as idle at the earliest after
   // `limitSeconds` from now; 0: never.
   void onReadiness(Service& service, unsigned int limitSeconds);
+
+  // The service goes out of the table.
+  void forget(const Service& service) { watches_.erase(service.id); }
 
   // Calls onIdle if the service is idle now; seconds until it could be, or could be again.  Needs: it is watched.
   unsigned int look(Service& service);

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <utility>
 
+#include "config/decision.h"
 #include "life/process.h"
 
 namespace loader {
@@ -23,6 +24,7 @@ constexpr unsigned int kTicksASecond = 100;
 constexpr unsigned int kLastLookTicks = 20;
 
 constexpr char kNotMine[] = "the loader does not start this service";
+constexpr char kDismissed[] = "the service is not configured any more";
 constexpr char kEnding[] = "the loader is ending";
 constexpr char kNotThere[] = "no process that the loader started runs for this service";
 constexpr char kDoesNotRun[] = "the service does not run";
@@ -85,19 +87,78 @@ void Lifecycle::configure(Service& service, const ServiceConfiguration& configur
 
 // The saved data of a service that nobody configures any more stay for the day when somebody does.
 void Lifecycle::begin() {
-  for (const auto& child : children_) {
-    child->service.bornAt = leaving_.awaySince(child->service.id);
-    if (child->service.bornAt != 0) enter(child->service, LifeState::kLeft);
+  for (const auto& child : children_) restore(child->service);
+  for (const auto& child : children_) followStartRule(*child);
+}
+
+void Lifecycle::begin(Service& service) {
+  const Child* child = find(service);
+  table_.setState(service, service.state);
+  if (child == nullptr) return;
+  restore(service);
+  followStartRule(*child);
+}
+
+void Lifecycle::restore(Service& service) {
+  service.bornAt = leaving_.awaySince(service.id);
+  if (service.bornAt != 0) enter(service, LifeState::kLeft);
+}
+
+void Lifecycle::followStartRule(const Child& child) {
+  Service& service = child.service;
+  if (child.configuration->startsAtBoot) {
+    (void)start(service);
+  } else if (child.configuration->startsOnDemand && service.life == LifeState::kExpected) {
+    enter(service, LifeState::kOnDemand);
+    table_.setState(service, service.state);
   }
-  for (const auto& child : children_) {
-    Service& service = child->service;
-    if (child->configuration.startsAtBoot) {
-      (void)start(service);
-    } else if (child->configuration.startsOnDemand && service.life == LifeState::kExpected) {
-      enter(service, LifeState::kOnDemand);
-      table_.setState(service, service.state);
-    }
+}
+
+void Lifecycle::reconfigure(Service& service, const ServiceConfiguration& configuration, bool restarts) {
+  const ProcessOf process = rowOf(service.life).process;
+  if (process == ProcessOf::kSomebodyElse && service.uid != configuration.userId() && !isTrusted(service.uid))
+    host_.disconnect(service);
+  Child* child = find(service);
+  if (child == nullptr) return;
+  const ServiceConfiguration& former = *std::exchange(child->configuration, &configuration);
+  const bool wasStopped = service.life == LifeState::kStopping;
+  if (restarts && process == ProcessOf::kLoader && !wasStopped) (void)restart(service);
+  if (former.leaveIdleSeconds != configuration.leaveIdleSeconds) {
+    idleness_.forget(service);
+    idleness_.onReadiness(service, configuration.leaveIdleSeconds);
   }
+  const bool isExpected = service.life == LifeState::kExpected || service.life == LifeState::kOnDemand;
+  const bool hasSameRule = configuration.startsAtBoot == former.startsAtBoot &&
+                           configuration.startsOnDemand == former.startsOnDemand;
+  if (!isExpected || hasSameRule) return;
+  enter(service, LifeState::kExpected);
+  table_.setState(service, service.state);
+  followStartRule(*child);
+}
+
+void Lifecycle::dismiss(Service& service) {
+  service.isDismissed = true;
+  dismissed_.push_back(&service);
+  apply(service, LifeEvent::kStop);
+}
+
+void Lifecycle::forgetDismissed() {
+  std::vector<unsigned int> ended;
+  std::erase_if(dismissed_, [&](const Service* service) {
+    const bool hasEnded = service->life == LifeState::kStopped && !service->isConnected();
+    if (hasEnded) ended.push_back(service->id);
+    return hasEnded;
+  });
+  for (const unsigned int id : ended) forget(id);
+}
+
+void Lifecycle::forget(unsigned int id) {
+  Service& service = *table_.find(id);
+  router_.breakPathsTo(service);
+  idleness_.forget(service);
+  byId_.erase(id);
+  std::erase_if(children_, [&](const auto& child) { return &child->service == &service; });
+  table_.remove(id);
 }
 
 const char* Lifecycle::order(Service& service, unsigned int action) {
@@ -114,6 +175,7 @@ const char* Lifecycle::start(Service& service) {
   Child* child = find(service);
   if (child == nullptr) return kNotMine;
   if (isEnding_) return kEnding;
+  if (service.isDismissed) return kDismissed;
   if (rowOf(service.life).process == ProcessOf::kNobody) child->delay.reset();
   apply(service, LifeEvent::kStart);
   return nullptr;
@@ -164,7 +226,7 @@ void Lifecycle::onControl(Service& service, const Envelope& e) {
 void Lifecycle::onReadiness(Service& service, unsigned int value) {
   service.leaveValue = value;
   if (const Child* child = find(service))
-    idleness_.onReadiness(service, child->configuration.leaveIdleSeconds);
+    idleness_.onReadiness(service, child->configuration->leaveIdleSeconds);
   if (service.wantsToLeave) onWish(service);
 }
 
@@ -224,11 +286,11 @@ void Lifecycle::onProcessExit(Child& child, int status) {
 }
 
 LifeEvent Lifecycle::exitEvent(const Child& child, bool crashed) const {
-  const bool comesAgain = !isEnding_ && startsAfter(child.configuration.restart, crashed);
+  const bool comesAgain = !isEnding_ && startsAfter(child.configuration->restart, crashed);
   if (crashed) return comesAgain ? LifeEvent::kCrashedComesAgain : LifeEvent::kCrashedStaysDown;
   if (comesAgain) return LifeEvent::kExitedComesAgain;
-  return child.configuration.startsOnDemand && !isEnding_ ? LifeEvent::kExitedOnDemand
-                                                          : LifeEvent::kExitedStaysDown;
+  return child.configuration->startsOnDemand && !isEnding_ ? LifeEvent::kExitedOnDemand
+                                                           : LifeEvent::kExitedStaysDown;
 }
 
 void Lifecycle::end() {
@@ -360,7 +422,7 @@ std::string Lifecycle::launch(Child& child) {
   Descriptor mine(ends[0]);
   const Descriptor its(ends[1]);
   ++service.starts;
-  const pid_t pid = startProcess(child.configuration, its.get());
+  const pid_t pid = startProcess(*child.configuration, its.get());
   if (pid < 0) return cannotStart(service);
   service.pid = pid;
   log_.line(describe(service) + ": started");
@@ -372,8 +434,8 @@ std::string Lifecycle::launch(Child& child) {
 void Lifecycle::watchStart(Child& child) {
   child.startTimer.cancel();
   child.isLastLook = false;
-  if (child.configuration.startSeconds > 0)
-    child.startTimer.start(child.configuration.startSeconds * kTicksASecond);
+  if (child.configuration->startSeconds > 0)
+    child.startTimer.start(child.configuration->startSeconds * kTicksASecond);
 }
 
 void Lifecycle::disarm(Child& child) {

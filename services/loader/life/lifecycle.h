@@ -45,7 +45,8 @@ class LifecycleHost {
 //
 // Errors:    a process that cannot be started counts as one that crashed; each end is one line on the log.  Orders that
 //            cannot be followed say why.
-// Ownership: owns what is known of the processes; borrows the services for good (configured ones stay in the table).
+// Ownership: owns what is known of the processes; borrows the services until they have been dismissed and have
+//            ended.
 // Threads:   belongs to one thread.
 // Cost:      nothing while nothing happens; timers run only for delays and for processes that have to end.
 class Lifecycle {
@@ -64,6 +65,18 @@ class Lifecycle {
   // Puts the services that were away when the last loader ended where they were, and starts those that start with the
   // loader.  Needs: the leaves are restored.
   void begin();
+
+  // The same for a service that was configured later.
+  void begin(Service& service);
+
+  // This is what the configuration, read anew, says of a service.  The former one stays until the call is over.  With
+  // `restarts` its process is replaced if it runs; a process of a user who is not its own any more is disconnected.
+  void reconfigure(Service& service, const ServiceConfiguration& configuration, bool restarts);
+  // Nobody configures the service any more: it ends, and when it has, forgetDismissed() takes it out of the table.
+  // The configuration that it was started by has to stay until then.
+  void dismiss(Service& service);
+  void forgetDismissed();
+  bool hasDismissed() const { return !dismissed_.empty(); }
 
   // The orders that an operator may give for a service: SVC_START, SVC_STOP, SVC_RESTART or SVC_LEAVE.  Null, or why
   // it cannot be done; a leave has then an outcome, or its state says when it has.
@@ -94,7 +107,7 @@ class Lifecycle {
     Child(Lifecycle& l, Service& s, const ServiceConfiguration& c)
         : lifecycle(l),
           service(s),
-          configuration(c),
+          configuration(&c),
           delayTimer(l.runner_, *this),
           endTimer(l.runner_, *this),
           startTimer(l.runner_, *this) {}
@@ -106,7 +119,7 @@ class Lifecycle {
 
     Lifecycle& lifecycle;
     Service& service;
-    const ServiceConfiguration& configuration;
+    const ServiceConfiguration* configuration;
     unsigned int startTick = 0;
     RestartDelay delay;
     common::Timer<&Child::onDelayOver> delayTimer;
@@ -118,6 +131,9 @@ class Lifecycle {
   const char* start(Service& service);
   const char* stop(Service& service);
   const char* restart(Service& service);
+  void restore(Service& service);
+  void followStartRule(const Child& child);
+  void forget(unsigned int id);
   void endInOrder(Child& child);
   void endLogService();
   bool askToLeaveAtEnd(Child& child);
@@ -163,6 +179,7 @@ class Lifecycle {
   LifecycleHost& host_;
   std::vector<std::unique_ptr<Child>> children_;  // in the order of the configuration
   std::unordered_map<unsigned int, Child*> byId_;
+  std::vector<Service*> dismissed_;
   bool isEnding_ = false;
   bool isLogTold_ = false;  // at the end the log service is told behind all others
 };

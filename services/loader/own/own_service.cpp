@@ -123,6 +123,7 @@ void OwnService::handleForTable(Service& caller, const kl::message& request, uns
     return reply(caller, request, explainer_->explain(caller, request));
   if (explainer_ != nullptr && command == loader_service::CMD_LIST_RIGHTS)
     return reply(caller, request, explainer_->list(request));
+  if (reload_ && command == loader_service::CMD_RELOAD) return reply(caller, request, reload_());
   reply(caller, request, execute(request, command));
 }
 

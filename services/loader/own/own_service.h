@@ -51,6 +51,9 @@ class OwnService {
   // Who answers questions about rights; without one they are not implemented.
   void setExplainer(const RightsExplainer& explainer) { explainer_ = &explainer; }
 
+  // Reads the configuration anew and gives the reply; without it that is not implemented.
+  void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
+
   // `request` is as any service would get it: path without the loader's id, return path with the caller's in front.
   void handle(Service& caller, const kl::message& request);
   // A row came, changed or went.
@@ -96,6 +99,7 @@ class OwnService {
   WriteQueues writeQueues_;
   const CommandRights commands_ = loaderCommands();
   const RightsExplainer* explainer_ = nullptr;
+  std::function<kl::message()> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;

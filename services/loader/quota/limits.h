@@ -65,6 +65,8 @@ struct Limits {
 
   Limits();
 
+  friend bool operator==(const Limits&, const Limits&) = default;
+
   // The bytes that the loader takes for everybody together when all limits are reached.
   std::size_t memory() const;
 

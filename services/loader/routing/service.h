@@ -40,6 +40,7 @@ struct Service {
   unsigned int id;
   std::string name;
   bool isConfigured = false;  // else it has only connected
+  bool isDismissed = false;   // nobody configures it any more, and it ends
   pid_t pid = 0;              // 0 while no process is known
   uid_t uid = 0;
   std::string user;        // its name

@@ -46,7 +46,7 @@ std::string contentOf(const std::string& file) {
 LoaderProcess::LoaderProcess(const std::string& configuration, std::size_t mostDescriptors) {
   char folder[] = "/tmp/loader_process_XXXXXX";
   folder_ = ::mkdtemp(folder);
-  std::ofstream(folder_ + "/kl-loader.toml") << configuration;
+  configure(configuration);
   start(mostDescriptors);
   // The socket of another loader, or of one that was killed, would answer too soon or not at all: the wait ends with
   // the process as well.
@@ -74,6 +74,10 @@ void LoaderProcess::start(std::size_t mostDescriptors) {
   const rlimit most{mostDescriptors, mostDescriptors};
   if (mostDescriptors > 0) (void)::setrlimit(RLIMIT_NOFILE, &most);
   become({KL_BIN_DIR "/kl-loader", "--config", folder_ + "/kl-loader.toml"});
+}
+
+void LoaderProcess::configure(const std::string& configuration) const {
+  std::ofstream(folder_ + "/kl-loader.toml") << configuration;
 }
 
 void LoaderProcess::signal(int sig) const {

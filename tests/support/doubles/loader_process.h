@@ -23,6 +23,9 @@ class LoaderProcess {
 
   pid_t pid() const { return pid_; }
 
+  // Writes another configuration to the file; the loader reads it when it is told to.
+  void configure(const std::string& configuration) const;
+
   void signal(int sig) const;
   // Waits for its end: the exit status, 128 + the signal's number, or -1 when it does not end in time.
   int waitForEnd(int deadlineMs = 10000);

@@ -59,6 +59,7 @@ class Parser {
     addAction(Verb::kStop, "stop", "End a service");
     addAction(Verb::kRestart, "restart", "End a service and start it again");
     addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait for that");
+    addVerb(app_, Verb::kReload, "reload", "Make the loader read its configuration anew", kEveryOption);
     addDump();
     addUndo();
     addStore();

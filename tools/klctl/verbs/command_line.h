@@ -23,6 +23,7 @@ enum class Verb {
   kStop,
   kRestart,
   kLeave,
+  kReload,
   kDump,
   kUndoList,
   kUndoShow,

@@ -14,6 +14,7 @@
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
 #include "verbs/new_service.h"
+#include "verbs/reload.h"
 #include "verbs/request.h"
 #include "verbs/rights.h"
 #include "verbs/store.h"
@@ -39,6 +40,7 @@ constexpr Row kRows[] = {
     {Verb::kStop, stopService},
     {Verb::kRestart, restartService},
     {Verb::kLeave, leaveService},
+    {Verb::kReload, reloadConfiguration},
     {Verb::kDump, dumpFile},
     {Verb::kUndoList, listChanges},
     {Verb::kUndoShow, showChange},

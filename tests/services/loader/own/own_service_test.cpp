@@ -98,6 +98,22 @@ TEST_F(OwnServiceTest, TheListOfRightsIsForWhoMayControl) {
   EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK);
 }
 
+TEST_F(OwnServiceTest, TheConfigurationIsReadAnewForWhoMayControl) {
+  EXPECT_EQ(errorOf(askFor(kl::CMD_RELOAD)), kl::ERROR_NOTIMP);
+  int readings = 0;
+  own_.setReload([&] {
+    kl::message reply;
+    reply.insert(kl::RELOAD_UNCHANGED, ++readings);
+    return reply;
+  });
+  kl::message m = request({}, kl::CMD_RELOAD, 5);
+  m.insert(kl::SYS_POLICY, 64 | 128 | 1024);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_NOTALLOWED);
+  EXPECT_EQ(readings, 0);
+  m.insert(kl::SYS_POLICY, 64 | 512);
+  EXPECT_EQ(ask(m).get(kl::RELOAD_UNCHANGED, 0), 1u);
+}
+
 TEST_F(OwnServiceTest, AReplyGoesToTheAskingHandler) {
   const kl::message got = askFor(kl::CMD_NOOP);
   EXPECT_TRUE(kl::isReply(got));
