@@ -34,8 +34,8 @@ int systemPoll(pollfd* entries, nfds_t count, int timeoutMs) {
 namespace {
 
 clock_t ticks(tms* buffer) {
-  const auto real = static_cast<clock_t>(::syscall(SYS_times, buffer));
-  if (player == nullptr) return real;
+  if (player == nullptr) return static_cast<clock_t>(::syscall(SYS_times, buffer));
+  if (buffer != nullptr) (void)::syscall(SYS_times, buffer);
   const auto played = static_cast<clock_t>(player->now() - kTicksBeforeBoot);
   if (played == static_cast<clock_t>(-1)) errno = 1;  // as the C library reports this one value
   return played;

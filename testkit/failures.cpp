@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <utility>
 
 #include "kl/test.h"
@@ -12,6 +13,8 @@ namespace kl::test {
 namespace {
 
 std::function<void(const std::string&)> failureHandler;
+
+void print(const std::string& what) { (void)std::fprintf(stderr, "kl::test: %s\n", what.c_str()); }
 
 }  // namespace
 
@@ -24,13 +27,15 @@ void report(const std::string& what) {
   failureHandler(what);
 }
 
+// Where an exception is on its way, the test fails anyway.
 void reportLast(const std::string& what) {
-  if (!failureHandler) giveUp(what);
-  failureHandler(what);
+  if (failureHandler) return failureHandler(what);
+  if (std::uncaught_exceptions() == 0) giveUp(what);
+  print(what);
 }
 
 void giveUp(const std::string& what) {
-  (void)std::fprintf(stderr, "kl::test: %s\n", what.c_str());
+  print(what);
   std::exit(1);
 }
 

@@ -67,7 +67,7 @@ void setFailureHandler(std::function<void(const std::string& what)> handler);
 //            sends ends the process, with a line.
 // Ownership: owns the Looper that it makes; borrows handlers.  Descriptor 3 is the service's connection while it lives.
 // Threads:   one at a time in a process, and everything belongs to its thread.
-// Cost:      some ten microseconds for a bus; a message costs two system calls.
+// Cost:      some tenths of a millisecond for a bus; a message is a few system calls.
 class TestBus {
  public:
   // The process is this service: makes its Looper, which handlers may then be added to.
@@ -169,7 +169,8 @@ class Peer {
 
   unsigned int id() const;
 
-  // Whose requests these are from now on, and with which rights (RIGHT_READ | ...).  At first they are root's.
+  // Whose requests these are from now on, and with which rights (RIGHT_READ | ...); with none they are not delivered.  At
+  // first they are root's, who has RIGHTS_ALL and whose requests pass with what they carry.
   void setUser(const std::string& user, unsigned int rights);
 
   // --- Asking.

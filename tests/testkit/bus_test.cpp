@@ -41,6 +41,20 @@ TEST_F(BusTest, RequestsCarryTheUserAndTheRights) {
   EXPECT_EQ(errorOf(guest.ask(kPath, CMD_SET, numbered(1))), ERROR_NOTALLOWED);
 }
 
+TEST_F(BusTest, AllRightsAreStillThoseOfAUser) {
+  Peer admin(bus);
+  admin.setUser("admin", RIGHTS_ALL);
+  EXPECT_EQ(errorOf(admin.ask(kPath, CMD_SET, numbered(1))), ERROR_OK);
+  (void)admin.ask(kPath, CMD_GET);
+  EXPECT_EQ(keeper.last.get(SYS_USER, ""), "admin");
+  EXPECT_EQ(keeper.last.get(SYS_POLICY, 0), RIGHTS_ALL);
+
+  keeper.last = message();
+  admin.setUser("nobody", 0);
+  EXPECT_EQ(errorOf(admin.ask(kPath, CMD_GET)), ERROR_NOTALLOWED);
+  EXPECT_FALSE(keeper.last.has(SYS_USER));  // it was not delivered
+}
+
 TEST_F(BusTest, NobodyPretendsToBeAnother) {
   Peer guest(bus);
   guest.setUser("guest", RIGHT_READ);

@@ -18,6 +18,17 @@ TEST(Failures, AreThrownOrGivenToTheHandler) {
   EXPECT_THROW(report("four"), Failure);
 }
 
+TEST(Failures, LeaveAnExceptionThatIsOnItsWayAlone) {
+  struct Ending {
+    ~Ending() { reportLast("beside it"); }
+  };
+  const auto fail = [] {
+    const Ending ending;
+    throw std::string("first");
+  };
+  EXPECT_THROW(fail(), std::string);
+}
+
 TEST(FailuresDeathTest, TheLastOneEndsTheProcess) {
   EXPECT_EXIT(reportLast("gone"), testing::ExitedWithCode(1), "kl::test: gone");
 }
