@@ -12,6 +12,7 @@
 #include "services/common/text.h"
 #include "values/failure.h"
 #include "verbs/request.h"
+#include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
