@@ -10,6 +10,7 @@
 
 #include "kl/conventions.h"
 #include "kl/message_view.h"
+#include "services/common/new_store.h"
 #include "undo.kl.h"
 
 namespace undo {
@@ -26,7 +27,9 @@ unsigned int makerOf(const kl::message& record) {
 
 }  // namespace
 
-Records::Records(const std::string& folder) : store_(folder + "/records", kLifetime) { load(); }
+Records::Records(const std::string& folder) : store_(common::newStore(folder + "/records"), kLifetime) {
+  load();
+}
 
 void Records::load() {
   std::vector<unsigned int> unreadable;
