@@ -169,6 +169,7 @@ std::string Loader::start() {
   kept_.open();
   leaving_.restore();
   lifecycle_.begin();
+  supervisor_.tellReady();
   return {};
 }
 
@@ -334,6 +335,7 @@ void Loader::onChildSignal(int) {
 void Loader::onEndSignal(int sig) {
   log_.line("ends because of signal " + std::to_string(sig));
   isEnding_ = true;
+  supervisor_.tellStopping();
   listener_.close();
   lifecycle_.end();
   writeQueues();

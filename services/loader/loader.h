@@ -14,6 +14,7 @@
 #include "admission/denials.h"
 #include "config/difference.h"
 #include "life/lifecycle.h"
+#include "life/supervisor.h"
 #include "logging/log_sender.h"
 #include "own/own_service.h"
 #include "transport/connection.h"
@@ -95,6 +96,7 @@ class Loader final : private LifecycleHost {
   Configuration configuration_;
   Log& log_;
   Loop loop_;
+  Supervisor supervisor_{loop_};
   LogSender logSender_;
   Sockets sockets_{loop_};
   ReadArea area_;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "life/oom_score.h"
+#include "life/supervisor.h"
 #include "transport/descriptors.h"
 
 namespace loader {
@@ -74,6 +75,7 @@ void passRootOn() {
   for (const std::string& argument : service.command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
+  hideSupervisor();
   for (const auto& [name, value] : service.environment) ::setenv(name.c_str(), value.c_str(), 1);
   passRootOn();
   ::execvp(arguments[0], arguments.data());

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -83,6 +85,29 @@ TEST(LoaderMain, AMarkerOfAnotherUserIsRemovedWhenItStarts) {
   const LoaderProcess loader("[[service]]\nid = 500\nname = \"marked\"\n");
   EXPECT_TRUE(loader.logs(marker + ": is of another user (65534); removed")) << loader.log();
   EXPECT_NE(::access(marker.c_str(), F_OK), 0);
+}
+
+// What a service manager hears of a loader's life, from first to last.
+TEST(LoaderMain, TellsItsServiceManagerThatItIsReadyAndThatItEnds) {
+  const int manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const timeval patience{20, 0};
+  (void)::setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string name = kl::underRoot("/kelo/notify");
+  name.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ::setenv("NOTIFY_SOCKET", name.c_str(), 1);
+  LoaderProcess loader;
+  ::unsetenv("NOTIFY_SOCKET");
+  char words[64] = {};
+  EXPECT_GT(::recv(manager, words, sizeof words - 1, 0), 0);
+  EXPECT_STREQ(words, "READY=1\n");
+  loader.signal(SIGTERM);
+  EXPECT_EQ(loader.waitForEnd(), 0);
+  EXPECT_GT(::recv(manager, words, sizeof words - 1, 0), 0);
+  EXPECT_STREQ(words, "STOPPING=1\n");
+  ::close(manager);
 }
 
 TEST(LoaderMain, AnOrderlyEndHasStatus0) {

@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "services/loader/life/supervisor.h"
 #include "services/loader/transport/descriptors.h"
 
 namespace {
@@ -70,6 +71,14 @@ TEST_F(ProcessTest, AConnectionThatHasTheNumberAlreadyStaysOpen) {
   start("echo here >&3");
   EXPECT_EQ(output(), "here\n");
   (void)status();
+}
+
+TEST_F(ProcessTest, AServiceDoesNotSpeakForTheLoader) {
+  for (const char* const name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"}) ::setenv(name, "1", 1);
+  start("env | grep -cE '^(NOTIFY|WATCHDOG)_' >&3");
+  EXPECT_EQ(output(), "0\n");
+  (void)status();
+  loader::hideSupervisor();
 }
 
 TEST_F(ProcessTest, StandardInputIsEmptyAndTheGroupIsItsOwn) {
