@@ -12,6 +12,21 @@ namespace kl {
 template <class T>
 struct field_operations;
 
+namespace detail {
+
+[[gnu::error("the field cannot hold this constant")]] void refuseConstant();
+
+// Is it a value of T?
+template <class T, class V>
+constexpr bool canHold(V v) {
+  if constexpr (std::is_same_v<V, bool>) return true;
+  else if constexpr (std::is_same_v<T, bool>) return v == 0 || v == 1;
+  else if constexpr (std::is_signed_v<V>) return v >= 0 && static_cast<std::make_unsigned_t<V>>(v) <= T(-1);
+  else return v <= T(-1);
+}
+
+}  // namespace detail
+
 // Has no body and is never called: naming it where a constant is needed is the compile error.
 void theTypeBitsOfTheIdAreNotThoseOfTheType();
 
@@ -21,8 +36,12 @@ void theTypeBitsOfTheIdAreNotThoseOfTheType();
 //     inline constexpr kl::field<unsigned int> SPEED{0x08000007};    // other type bits do not compile
 //     m.insert(SPEED, 1000);  m.get(SPEED, 0);  m.has(SPEED);  m.remove(SPEED);
 //     m.get_u32(SPEED, 0);                                           // it is a plain id, too
+//     m.get_string(SPEED, "");                                       // does not compile
 //
-// Errors:    a mismatch of id and type is a compile error.
+// Errors:    a mismatch of id and type is a compile error; so is a value of another type (a text or a 0 for the other
+//            one, a pointer for a bool), the field in a plain operation of another type, and, where the compiler
+//            optimises, the insertion of a constant that the field cannot hold: m.insert(SPEED, -1).  What is no
+//            constant is converted as ever.
 // Ownership: a number.
 // Threads:   any.
 // Cost:      none; the calls are those of the plain operations.
@@ -77,6 +96,12 @@ KL_ARRAY_FIELD(std::vector<unsigned char>, 0xB0000000, raw_array)
 template <class T>
 void message::insert(field<T> id, const std::type_identity_t<T>& v) {
   field_operations<T>::insert(*this, id, v);
+}
+template <class T, class V>
+requires(detail::PassedNumber<T, V>) [[gnu::always_inline]] inline void message::insert(field<T> id, V&& v) {
+  const auto given = v;
+  if (__builtin_constant_p(given) && !detail::canHold<T>(given)) detail::refuseConstant();
+  field_operations<T>::insert(*this, id, static_cast<T>(given));
 }
 template <class T>
 T message::get(field<T> id, const std::type_identity_t<T>& def) const {

@@ -30,6 +30,32 @@ inline constexpr IPAddr6 IPAddr6::zero{};
 template <class T>
 class field;  // kl/field.h: a field id that knows its type
 
+namespace detail {
+
+template <class F>
+inline constexpr bool isField = false;
+template <class T>
+inline constexpr bool isField<field<T>> = true;
+
+// A typed field of a type that is none of these.
+template <class F, class... Own>
+concept OtherField = isField<F> && !(std::is_same_v<F, field<Own>> || ...);
+
+// A number that is given to a field of numbers as something else than its type, and no variable.
+template <class T, class V>
+concept PassedNumber = (std::is_same_v<T, bool> || std::is_same_v<T, unsigned int> ||
+                        std::is_same_v<T, unsigned long long>)&&std::is_integral_v<std::remove_cvref_t<V>> &&
+                       !std::is_same_v<std::remove_cvref_t<V>, T> &&
+                       (!std::is_lvalue_reference_v<V> || std::is_const_v<std::remove_reference_t<V>>);
+
+// What would become a value of the field by accident only: any pointer is a bool, and a 0 is a null text.
+template <class T, class V>
+concept Accident = (std::is_same_v<T, bool> && std::is_pointer_v<std::decay_t<V>>) ||
+                   (std::is_same_v<T, std::string> && (std::is_arithmetic_v<std::remove_cvref_t<V>> ||
+                                                       std::is_null_pointer_v<std::remove_cvref_t<V>>));
+
+}  // namespace detail
+
 class message_view;  // kl/message_view.h: a message read where its bytes lie
 template <class T>
 class array_view;
@@ -284,12 +310,73 @@ class KL_API message {
 
   template <class T>
   void insert(field<T> id, const std::type_identity_t<T>& v);
+  // The same.  A constant that the field cannot hold does not compile where the compiler optimises.
+  template <class T, class V>
+  requires(detail::PassedNumber<T, V>) void insert(field<T> id, V&& v);
   template <class T>
   T get(field<T> id, const std::type_identity_t<T>& def) const;
   template <class T>
   bool has(field<T> id) const;
   template <class T>
   void remove(field<T> id);
+
+  // What does not compile: values of other types, and a field in a plain operation of another type.
+  template <class T, class V>
+  requires(detail::Accident<T, V>) static void insert(field<T> id, V&& v) = delete;
+  template <class T, class V>
+  requires(detail::Accident<T, V>) static void get(field<T> id, V&& def) = delete;
+
+#define KL_FOR_FIELDS_OF(operation, type, ...) \
+  template <detail::OtherField<type> F>        \
+  static void operation(F __VA_OPT__(, ) __VA_ARGS__) = delete;
+#define KL_FOR_FIELDS_OF_TYPE(type, name, counted)                                     \
+  KL_FOR_FIELDS_OF(get_##name, type, const type&)                                      \
+  KL_FOR_FIELDS_OF(get_##name##_ref, type)                                             \
+  KL_FOR_FIELDS_OF(insert_##name, type, const type&)                                   \
+  KL_FOR_FIELDS_OF(get_##name##_array, std::vector<type>)                              \
+  KL_FOR_FIELDS_OF(get_##name##_array_ref, std::vector<type>)                          \
+  KL_FOR_FIELDS_OF(insert_##name##_array, std::vector<type>, const std::vector<type>&) \
+  KL_FOR_FIELDS_OF(size_##counted##_array, std::vector<type>)
+
+  KL_FOR_FIELDS_OF_TYPE(bool, bool, bool)
+  KL_FOR_FIELDS_OF_TYPE(unsigned int, u32, unsigned)
+  KL_FOR_FIELDS_OF_TYPE(unsigned long long, u64, u64)
+  KL_FOR_FIELDS_OF_TYPE(IPAddr6, addr6, addr6)
+  KL_FOR_FIELDS_OF_TYPE(std::string, string, string)
+  KL_FOR_FIELDS_OF_TYPE(std::vector<unsigned char>, raw, raw)
+  KL_FOR_FIELDS_OF_TYPE(flat_message, message, message)
+
+  KL_FOR_FIELDS_OF(get_be32, unsigned int, unsigned int)
+  KL_FOR_FIELDS_OF(insert_be32, unsigned int, unsigned int)
+  KL_FOR_FIELDS_OF(get_be32_array, std::vector<unsigned int>)
+  KL_FOR_FIELDS_OF(insert_be32_array, std::vector<unsigned int>, const std::vector<unsigned int>&)
+  KL_FOR_FIELDS_OF(get_addr6, IPAddr6)
+  KL_FOR_FIELDS_OF(insert_message, flat_message, const message&)
+  KL_FOR_FIELDS_OF(view_string, std::string, std::string_view)
+  KL_FOR_FIELDS_OF(view_raw, std::vector<unsigned char>, std::span<const unsigned char>)
+  KL_FOR_FIELDS_OF(view_message, flat_message)
+  KL_FOR_FIELDS_OF(view_u32_array, std::vector<unsigned int>)
+  KL_FOR_FIELDS_OF(remove_bool, bool)
+  KL_FOR_FIELDS_OF(remove_u32, unsigned int)
+  KL_FOR_FIELDS_OF(size_bool, bool)
+  KL_FOR_FIELDS_OF(size_u32, unsigned int)
+#undef KL_FOR_FIELDS_OF_TYPE
+#undef KL_FOR_FIELDS_OF
+
+#define KL_FOR_FIELDS_BUT(operation, ...)      \
+  template <detail::OtherField<__VA_ARGS__> F> \
+  static void operation(F) = delete;
+#define KL_LISTED unsigned long long, IPAddr6, std::string, std::vector<unsigned char>, flat_message
+#define KL_ARRAYS                                                                                      \
+  std::vector<bool>, std::vector<unsigned int>, std::vector<unsigned long long>, std::vector<IPAddr6>, \
+      std::vector<std::string>, std::vector<std::vector<unsigned char>>, std::vector<flat_message>
+  KL_FOR_FIELDS_BUT(remove_field, KL_LISTED)
+  KL_FOR_FIELDS_BUT(size_field, KL_LISTED)
+  KL_FOR_FIELDS_BUT(remove_array, KL_ARRAYS)
+  KL_FOR_FIELDS_BUT(has_array, KL_ARRAYS)
+#undef KL_ARRAYS
+#undef KL_LISTED
+#undef KL_FOR_FIELDS_BUT
 
   // --- Bytes -----------------------------------------------------------------------------------------
 

@@ -228,6 +228,30 @@ class message_view {
     return find(id) != nullptr;
   }
 
+  // What does not compile: a default of another type, and a field in a plain operation of another type.
+  template <class T, class V>
+  requires(detail::Accident<T, V>) static void get(field<T> id, V&& def) = delete;
+#define KL_FOR_FIELDS_OF(operation, type, ...) \
+  template <detail::OtherField<type> F>        \
+  static void operation(F __VA_OPT__(, ) __VA_ARGS__) = delete;
+#define KL_FOR_FIELDS_OF_TYPE(type, name)            \
+  KL_FOR_FIELDS_OF(get_##name, type, viewed_t<type>) \
+  KL_FOR_FIELDS_OF(get_##name##_array, std::vector<type>)
+
+  KL_FOR_FIELDS_OF_TYPE(bool, bool)
+  KL_FOR_FIELDS_OF_TYPE(unsigned int, u32)
+  KL_FOR_FIELDS_OF_TYPE(unsigned long long, u64)
+  KL_FOR_FIELDS_OF_TYPE(IPAddr6, addr6)
+  KL_FOR_FIELDS_OF_TYPE(std::string, string)
+  KL_FOR_FIELDS_OF_TYPE(std::vector<unsigned char>, raw)
+  KL_FOR_FIELDS_OF(get_message_array, std::vector<message::flat_message>)
+  KL_FOR_FIELDS_OF(get_be32, unsigned int, unsigned int)
+  KL_FOR_FIELDS_OF(get_addr6, IPAddr6)
+  KL_FOR_FIELDS_OF(get_message, message::flat_message)
+  KL_FOR_FIELDS_OF(get_message_bytes, message::flat_message)
+#undef KL_FOR_FIELDS_OF_TYPE
+#undef KL_FOR_FIELDS_OF
+
  private:
   template <class T>
   friend class array_view;
