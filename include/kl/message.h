@@ -54,6 +54,8 @@ concept Accident = (std::is_same_v<T, bool> && std::is_pointer_v<std::decay_t<V>
                    (std::is_same_v<T, std::string> && (std::is_arithmetic_v<std::remove_cvref_t<V>> ||
                                                        std::is_null_pointer_v<std::remove_cvref_t<V>>));
 
+enum class Nothing {};  // what {} is in an assignment
+
 }  // namespace detail
 
 class message_view;  // kl/message_view.h: a message read where its bytes lie
@@ -172,6 +174,12 @@ class KL_API message {
 
   message& operator=(const message& other);
   message& operator=(const flat_message& bytes);
+  // `m = {}` empties it.
+  template <class N = detail::Nothing>
+  requires(std::is_same_v<N, detail::Nothing>) message& operator=(N) {
+    message().swap(*this);
+    return *this;
+  }
   // The result of `*this = message(data, len)`, without the copy in between: the lists run the other way round than
   // in a message made of the bytes, and copies share.
   void assign(const unsigned char* data, unsigned int len);

@@ -67,6 +67,20 @@ TEST(Assign, LetsCopiesShare) {
   EXPECT_EQ(RepAccess::of(copy), RepAccess::of(m));
 }
 
+TEST(Assign, BracesEmptyAMessageAndNoCopyOfIt) {
+  message m;
+  m = {};
+  EXPECT_EQ(m, message());
+  m.insert_u32(0x08000009, 9);
+  const message copy(m);
+  EXPECT_EQ(&(m = {}), &m);
+  EXPECT_EQ(m, message());
+  EXPECT_EQ(RepAccess::of(m), nullptr);
+  EXPECT_EQ(copy.get_u32(0x08000009, 0), 9u);
+  m = message::flat_message(flat(copy));
+  EXPECT_EQ(m, copy);
+}
+
 TEST(Assign, AListTurnedRoundIsStillChangedInTheRightPlaces) {
   const Bytes bytes = bytesWith(40);
   message m;
