@@ -34,7 +34,7 @@ LAYERS = (
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
     {"looper", "post"},
     {"reget", "table", "client"},
-    {"watcher", "test"},
+    {"watcher", "test", "coroutine"},
 )
 
 # The rooms of a house from the top to the bottom: a file includes internal headers of its own room and of rooms below.
