@@ -146,6 +146,7 @@ class KL_API ThinRunner {
   bool stop_ = false;
 
  private:
+  friend class EmbeddedLoop;     // kl/embed.h: another loop in the place of run()
   friend class ThinRunnerProbe;  // the tests' view of the heap
 
   using SocketMap = std::map<int, SockInfo>;
