@@ -74,6 +74,8 @@ inline constexpr unsigned int CTRL_HELLO = 5;        // process: registers; its 
 inline constexpr unsigned int CTRL_RUNNING = 6;      // process: has entered its loop
 inline constexpr unsigned int CTRL_LEAVE_VALUE = 7;  // process: could leave now (SYS_CTRL_ARG not 0) or not
 inline constexpr unsigned int CTRL_READY = 8;        // loader: confirms the registration
+// process: is to be started again at the second SYS_CTRL_ARG since 1970 if it has left by then; 0: no longer
+inline constexpr unsigned int CTRL_WAKE_AT = 9;
 
 // In CTRL_HELLO: twelve values, the service id asked for (0: the loader picks one) and the version word of
 // the service in front; the others are 0.

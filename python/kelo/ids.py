@@ -100,6 +100,7 @@ CTRL_HELLO: Final = 5
 CTRL_RUNNING: Final = 6
 CTRL_LEAVE_VALUE: Final = 7
 CTRL_READY: Final = 8
+CTRL_WAKE_AT: Final = 9
 CTRL_DATA: Final = Field[bytes](0x28000004)  # in CTRL_LEFT, and as READY_DATA in CTRL_READY
 REGISTRATION_VALUES: Final = Field[list[int]](0x88000001)
 READY_ID: Final = Field[int](0x08000001)

@@ -4,6 +4,7 @@
 //     0x10000002  u64      the moment at which it was asked to leave
 //     0x88000003  u32[]    the ids of the services that were there at that moment; absent without data
 //     0x10000004  u64      the moment at which it had come; absent when it is not away
+//     0x08000005  u32      the second since 1970 at which it is to be started; absent when it named none or is not away
 
 #include "life/kept_data.h"
 
@@ -19,6 +20,7 @@ constexpr kl::field<kl::message::flat_message> kData{0x28000001};
 constexpr kl::field<unsigned long long> kSavedAt{0x10000002};
 constexpr kl::field<std::vector<unsigned int>> kKnown{0x88000003};
 constexpr kl::field<unsigned long long> kAwaySince{0x10000004};
+constexpr kl::field<unsigned int> kWakeAt{0x08000005};
 
 constexpr unsigned int kLifetime = 1;  // nothing here ever ages
 constexpr unsigned int kLongestRecord = 65533;
@@ -44,6 +46,7 @@ void KeptData::endAbsence(unsigned int id) {
   const auto found = kept_.find(id);
   if (found == kept_.end() || found->second.awaySince == 0) return;
   found->second.awaySince = 0;
+  found->second.wakeAt = 0;
   if (!found->second.data.empty()) return write(id, found->second);
   kept_.erase(found);
   if (store_) (void)store_->remove(id);
@@ -77,6 +80,7 @@ kl::message recordOf(const Kept& kept) {
   }
   record.insert(kSavedAt, kept.savedAt);
   if (kept.awaySince != 0) record.insert(kAwaySince, kept.awaySince);
+  if (kept.wakeAt != 0) record.insert(kWakeAt, kept.wakeAt);
   return record;
 }
 
@@ -86,6 +90,7 @@ Kept keptOf(const kl::message& record) {
   kept.savedAt = record.get(kSavedAt, 0);
   kept.known = record.get(kKnown, {});
   kept.awaySince = record.get(kAwaySince, 0);
+  kept.wakeAt = record.get(kWakeAt, 0);
   return kept;
 }
 

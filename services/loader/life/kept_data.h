@@ -17,7 +17,8 @@ struct Kept {
   unsigned long long savedAt = 0;   // the moment at which it was asked to leave
   std::vector<unsigned int> known;  // with data: who was there at that moment
   unsigned long long awaySince =
-      0;  // while it is away: the moment at which it had come; 0: it came again or ended
+      0;                    // while it is away: the moment at which it had come; 0: it came again or ended
+  unsigned int wakeAt = 0;  // while it is away: the second since 1970 at which it is to be started; 0: none
 
   friend bool operator==(const Kept&, const Kept&) = default;
 };

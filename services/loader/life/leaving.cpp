@@ -25,6 +25,11 @@ unsigned long long Leaving::awaySince(unsigned int id) const {
   return kept != nullptr ? kept->awaySince : 0;
 }
 
+unsigned int Leaving::wakeAt(unsigned int id) const {
+  const Kept* kept = kept_.find(id);
+  return kept != nullptr ? kept->wakeAt : 0;
+}
+
 void Leaving::onAsked(const Service& service) { asked_[service.id] = {++now_, othersOf(service)}; }
 
 // The data cover everything up to the moment the service was asked, so that moment is stored with them.
@@ -33,13 +38,13 @@ void Leaving::onSaved(const Service& service, const Envelope& e) {
   asked_.erase(service.id);
   std::vector<unsigned char> data = dataIn(e);
   if (data.empty()) asked.known.clear();
-  kept_.put(service.id, {std::move(data), asked.at, std::move(asked.known), service.bornAt});
+  kept_.put(service.id, {std::move(data), asked.at, std::move(asked.known), service.bornAt, service.wakeAt});
 }
 
 void Leaving::onLeft(const Service& service) {
   const auto asked = asked_.find(service.id);
   if (asked == asked_.end()) return;  // what it saved is kept
-  kept_.put(service.id, {{}, asked->second.at, {}, service.bornAt});
+  kept_.put(service.id, {{}, asked->second.at, {}, service.bornAt, service.wakeAt});
   asked_.erase(asked);
 }
 

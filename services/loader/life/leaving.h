@@ -31,6 +31,8 @@ class Leaving {
   void restore() { now_ = kept_.latest(); }
   // The moment at which a service that was away when the last loader ended had come; 0 when it was not away.
   unsigned long long awaySince(unsigned int id) const;
+  // The time at which it is to be started; 0: none.
+  unsigned int wakeAt(unsigned int id) const;
 
   // The service has been asked to leave.
   void onAsked(const Service& service);

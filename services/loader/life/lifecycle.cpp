@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -75,7 +76,8 @@ Lifecycle::Lifecycle(kl::ThinRunner& runner, ServiceTable& table, OpenRequests& 
       leaving_(leaving),
       idleness_(idleness),
       log_(log),
-      host_(host) {}
+      host_(host),
+      alarm_(runner) {}
 
 void Lifecycle::configure(Service& service, const ServiceConfiguration& configuration) {
   service.isConfigured = true;
@@ -89,6 +91,7 @@ void Lifecycle::configure(Service& service, const ServiceConfiguration& configur
 void Lifecycle::begin() {
   for (const auto& child : children_) restore(child->service);
   for (const auto& child : children_) followStartRule(*child);
+  setAlarm();
 }
 
 void Lifecycle::begin(Service& service) {
@@ -97,10 +100,12 @@ void Lifecycle::begin(Service& service) {
   if (child == nullptr) return;
   restore(service);
   followStartRule(*child);
+  setAlarm();
 }
 
 void Lifecycle::restore(Service& service) {
   service.bornAt = leaving_.awaySince(service.id);
+  service.wakeAt = leaving_.wakeAt(service.id);
   if (service.bornAt != 0) enter(service, LifeState::kLeft);
 }
 
@@ -219,6 +224,7 @@ void Lifecycle::onControl(Service& service, const Envelope& e) {
     case kl::CTRL_WANT_LEAVE: return onWish(service);
     case kl::CTRL_REFUSED: return onRefused(service);
     case kl::CTRL_LEFT: return onSaved(service, e);
+    case kl::CTRL_WAKE_AT: service.wakeAt = e.controlArgument; return;
     default: break;
   }
 }
@@ -248,6 +254,32 @@ void Lifecycle::onSaved(Service& service, const Envelope& e) {
   if (findTransition(service.life, LifeEvent::kSaved) == nullptr) return;
   leaving_.onSaved(service, e);
   apply(service, LifeEvent::kSaved);
+}
+
+// One that finds nobody to wake, as who has left may be started or stopped meanwhile, is set anew.
+void Lifecycle::setAlarm() {
+  unsigned int first = 0;
+  for (const auto& child : children_)
+    if (const Service& service = child->service; service.life == LifeState::kLeft && service.wakeAt != 0)
+      first = first == 0 ? service.wakeAt : std::min(first, service.wakeAt);
+  if (first == 0) return alarm_.stop();
+  const std::chrono::system_clock::time_point when{std::chrono::seconds(first)};
+  if (!alarm_.start(when, [this] { wakeServices(); }))
+    log_.line("no descriptor is left for a timer: services are not started at their times");
+}
+
+void Lifecycle::wakeServices() {
+  if (isEnding_) return;
+  using namespace std::chrono;
+  const auto now = floor<seconds>(system_clock::now().time_since_epoch()).count();
+  for (const auto& child : children_) {
+    Service& service = child->service;
+    if (service.life != LifeState::kLeft || service.wakeAt == 0 || service.wakeAt > now) continue;
+    log_.line(describe(service) + ": its time has come");
+    onNeeded(service);
+  }
+  setAlarm();
+  host_.writeQueues();
 }
 
 void Lifecycle::onNeeded(Service& service) {
@@ -331,6 +363,7 @@ void Lifecycle::apply(Service& service, LifeEvent event, const std::string& how)
   before(service, steps, how);
   enter(service, transition->to);
   const std::string failure = after(service, steps);
+  if (service.life == LifeState::kLeft) setAlarm();
   if (service.state != shownBefore) table_.setState(service, service.state);
   follow(service, steps, failure);
 }
@@ -406,6 +439,7 @@ void Lifecycle::wait(Child& child, const std::string& how) {
 // The confirmation, then what the service has missed: who died since it saved its data, then what was held.
 void Lifecycle::greet(Service& service) {
   const Kept* kept = leaving_.onRegistered(service);
+  service.wakeAt = 0;
   const std::vector<unsigned char> nothing;
   (void)outbox_.send(service, registration_.readyMessage(service, kept != nullptr ? kept->data : nothing),
                      Urgency::kNotice);

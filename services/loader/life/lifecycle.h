@@ -8,6 +8,7 @@
 
 #include "admission/registration.h"
 #include "kl/runner.h"
+#include "kl/wall_timer.h"
 #include "life/idleness.h"
 #include "life/leaving.h"
 #include "life/restart_delay.h"
@@ -159,6 +160,8 @@ class Lifecycle {
 
   void onReadiness(Service& service, unsigned int value);
   void onWish(Service& service);
+  void setAlarm();
+  void wakeServices();
   void onRefused(Service& service);
   void onSaved(Service& service, const Envelope& e);
   void onProcessExit(Child& child, int status);
@@ -180,6 +183,7 @@ class Lifecycle {
   std::vector<std::unique_ptr<Child>> children_;  // in the order of the configuration
   std::unordered_map<unsigned int, Child*> byId_;
   std::vector<Service*> dismissed_;
+  kl::WallTimer alarm_;  // for the first of those that have left and named a time
   bool isEnding_ = false;
   bool isLogTold_ = false;  // at the end the log service is told behind all others
 };

@@ -53,8 +53,9 @@ struct Service {
   unsigned int state = kl::SVC_STATE_STOPPED;
   bool isHeldFor = false;
 
-  unsigned int leaveValue = 0;    // the value of its last CTRL_LEAVE_VALUE; 0: it may not be asked to leave
-  bool wantsToLeave = false;      // it said so when it could not
+  unsigned int leaveValue = 0;  // the value of its last CTRL_LEAVE_VALUE; 0: it may not be asked to leave
+  bool wantsToLeave = false;    // it said so when it could not
+  unsigned int wakeAt = 0;  // the second since 1970 at which it wants to be started if it has left; 0: none
   unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
   unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone
 

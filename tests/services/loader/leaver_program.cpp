@@ -3,8 +3,8 @@
 //
 //     CMD_GET          is answered with the data that it was started with, as READY_DATA
 //     CMD_GETALL       is answered with everything that it got before this, as STD_OBJS
-//     CMD_SET          takes what stands in it: kReaction, kAfterwards, kValue (its leave value); kWish announces
-//                      that it wants to leave.  It is answered before anything is sent on.
+//     CMD_SET          takes what stands in it: kReaction, kAfterwards, kValue (its leave value), kWakeAt; kWish
+//                      announces that it wants to leave.  It is answered before anything is sent on.
 //     CMD_POLL         is never answered
 //     CMD_SHUTDOWN     ends it with the status in u32 0x08000001
 //
@@ -102,6 +102,7 @@ class Leaver {
     reaction_ = m.get(kReaction, reaction_);
     afterwards_ = m.get(kAfterwards, afterwards_);
     if (m.has(kValue)) tell(kl::CTRL_LEAVE_VALUE, m.get(kValue, 0));
+    if (m.has(kWakeAt)) tell(kl::CTRL_WAKE_AT, m.get(kWakeAt, 0));
     if (m.has(kSubscribe)) subscribe();
     if (m.has(kWish)) tell(kl::CTRL_WANT_LEAVE);
     if (m.has(kValueAfterWish)) tell(kl::CTRL_LEAVE_VALUE, m.get(kValueAfterWish, 0));

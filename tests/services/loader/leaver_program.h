@@ -17,6 +17,8 @@ inline constexpr field<unsigned int> kValue{0x08000012};
 inline constexpr field<unsigned int> kValueAfterWish{0x08000013};
 // In CMD_SET: it tells the loader that it wants to leave.
 inline constexpr field<bool> kWish{0x00000014};
+// In CMD_SET: the time at which it wants to be started again.
+inline constexpr field<unsigned int> kWakeAt{0x08000017};
 // In CMD_SET: it subscribes to the loader's table of services.
 inline constexpr field<bool> kSubscribe{0x00000016};
 // In its data, beside READY_DATA: the number of the start in which it saved them.

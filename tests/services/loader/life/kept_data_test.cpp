@@ -53,7 +53,7 @@ TEST_F(KeptDataTest, ALaterLeaveReplacesTheEarlierOne) {
   KeptData kept(path(), log_);
   kept.open();
   kept.put(32, someData());
-  const Kept withoutData{{}, 9, {}, 3};
+  const Kept withoutData{{}, 9, {}, 3, 1800000000};
   kept.put(32, withoutData);
   EXPECT_EQ(found().at(32), withoutData);
 }
@@ -61,7 +61,9 @@ TEST_F(KeptDataTest, ALaterLeaveReplacesTheEarlierOne) {
 TEST_F(KeptDataTest, WhoComesAgainKeepsItsDataButIsAwayNoMore) {
   KeptData kept(path(), log_);
   kept.open();
-  kept.put(32, someData());
+  Kept away = someData();
+  away.wakeAt = 1800000000;
+  kept.put(32, away);
   kept.endAbsence(32);
   kept.endAbsence(33);  // nothing to it
   Kept expected = someData();

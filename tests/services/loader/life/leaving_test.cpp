@@ -11,6 +11,7 @@
 #include <fstream>
 #include <optional>
 
+#include "kl/store.h"
 #include "kl/utilities.h"
 #include "tests/services/loader/leaver_program.h"
 #include "tests/support/doubles/loader_process.h"
@@ -113,6 +114,18 @@ class Leaving : public testing::Test {
     return errorOf(ask(m)) == kl::ERROR_OK;
   }
 
+  bool setWakeTime(unsigned int second, unsigned int id = 32) {
+    kl::message m = setting(id);
+    m.insert(kWakeAt, second);
+    return errorOf(ask(m)) == kl::ERROR_OK;
+  }
+  // Nothing starts it in some passes of the loader.
+  bool staysAway(unsigned int id = 32) {
+    for (int i = 0; i < 10; ++i)
+      if (state(id) != kl::SVC_STATE_LEFT) return false;
+    return true;
+  }
+
   // The number of the start that saved the data which the service was last started with; 0 without data.
   unsigned int dataFrom(unsigned int id = 32) {
     const auto answer = ask({id}, kl::CMD_GET);
@@ -180,6 +193,62 @@ TEST_F(Leaving, AServiceThatIsAskedLeavesAndTheNextRequestStartsItWithItsData) {
   EXPECT_EQ(dataFrom(), 1u);
   EXPECT_EQ(row().get(kl::SVC_STARTS, 0), 2u);
   EXPECT_TRUE(heardOfNoEnd());
+}
+
+// Names a time and leaves; it says so in order, so the time is there first.
+TEST_F(Leaving, WhoNamesATimeIsStartedThenAndOnlyOnce) {
+  begin();
+  ASSERT_TRUE(isUp());
+  ASSERT_TRUE(setWakeTime(1));
+  ASSERT_EQ(leave(), kl::ERROR_OK);
+  EXPECT_TRUE(loader_->logs("its time has come"));
+  EXPECT_TRUE(isUp());
+  EXPECT_EQ(dataFrom(), 1u);
+  EXPECT_EQ(row().get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_EQ(leave(), kl::ERROR_OK);
+  EXPECT_TRUE(staysAway()) << "the next life named none";
+  EXPECT_EQ(row().get(kl::SVC_STARTS, 0), 2u);
+  EXPECT_TRUE(heardOfNoEnd());
+}
+
+TEST_F(Leaving, OfSeveralTimesTheLastOneCountsAndZeroIsNone) {
+  begin(std::string(kOne) + kOther);
+  ASSERT_TRUE(isUp());
+  ASSERT_TRUE(isUp(33));
+  ASSERT_TRUE(setWakeTime(1) && setWakeTime(0));
+  ASSERT_TRUE(setWakeTime(1, 33) && setWakeTime(4000000000, 33));
+  ASSERT_EQ(leave(), kl::ERROR_OK);
+  ASSERT_EQ(leave(33), kl::ERROR_OK);
+  EXPECT_TRUE(staysAway());
+  EXPECT_TRUE(staysAway(33));
+  EXPECT_EQ(act(kl::SVC_STOP, 33), kl::ERROR_OK);
+  EXPECT_EQ(state(33), kl::SVC_STATE_STOPPED);
+}
+
+// The next loader finds the time in its store, where this test lets it come early.
+TEST_F(Leaving, ATimeOutlivesTheLoader) {
+  const std::string configuration = std::string(kOne) + "start = false\n";
+  begin(configuration);
+  ASSERT_EQ(act(kl::SVC_START), kl::ERROR_OK);
+  ASSERT_TRUE(isUp());
+  ASSERT_TRUE(setWakeTime(4000000000));
+  ASSERT_EQ(leave(), kl::ERROR_OK);
+  beginAgain(SIGKILL, configuration);
+  EXPECT_TRUE(staysAway());
+  loader_->signal(SIGTERM);
+  ASSERT_EQ(loader_->waitForEnd(), 0);
+  {
+    kl::Store store(kl::underRoot("/kelo/loader/leave"), 1);
+    kl::message record = store.get(32);
+    ASSERT_EQ(record.get_u32(0x08000005, 0), 4000000000);
+    record.insert_u32(0x08000005, 1);
+    store.set(32, record);
+  }
+  loader_.reset();
+  begin(configuration);
+  EXPECT_TRUE(isUp());
+  EXPECT_EQ(dataFrom(), 1u);
+  EXPECT_TRUE(loader_->logs("its time has come"));
 }
 
 TEST_F(Leaving, ANotificationStartsItToo) {
