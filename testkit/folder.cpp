@@ -6,10 +6,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "kl/utilities.h"
 #include "testkit/failures.h"
@@ -19,32 +22,54 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Names of sockets must fit behind it, and a process of root takes no folder that others may write in.
+// Behind a longer one the names of sockets do not fit.
+constexpr std::size_t kLongestPlace = 60;
+
+std::string given(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value != nullptr ? value : "";
+}
+
+// A process of root takes no folder that others may write in.
 std::string placeOfFolders() {
+  if (std::string root = given("KL_ROOT"); !root.empty()) return root;
   if (::geteuid() == 0) return "/run";
-  const char* const given = std::getenv("TMPDIR");
-  const std::string place = given != nullptr ? given : "/tmp";
-  return place.size() <= 60 && place.starts_with("/") ? place : "/tmp";
+  std::string place = given("TMPDIR");
+  return place.starts_with("/") && place.size() <= kLongestPlace ? place : "/tmp";
+}
+
+constexpr std::array<std::string_view, 4> kFolders{"/ram", "/kelo", "/kelo/run", "/kelo/logs"};
+
+bool isOfEverySystem(std::string_view path) {
+  return std::find(kFolders.begin(), kFolders.end(), path) != kFolders.end();
 }
 
 void makeFolders(const std::string& root) {
   std::error_code ignored;
-  for (const char* folder : {"/ram", "/kelo/run", "/kelo/logs"})
-    fs::create_directories(root + folder, ignored);
+  for (const std::string_view folder : kFolders) fs::create_directory(root + std::string(folder), ignored);
 }
 
-// The folder of this process, which ends with it; a child that was forked leaves it alone.
+// The folder of this process, which ends with it; a child that was forked leaves it alone.  None where the library has
+// another one already, or where what KL_ROOT names is too long for a folder in it.
 class Folder {
  public:
   Folder() {
-    std::string name = placeOfFolders() + "/kl-test.XXXXXX";
+    const std::string place = placeOfFolders();
+    if (place.size() > kLongestPlace) return;
+    const std::string before = given("KL_ROOT");
+    std::string name = place + "/kl-test.XXXXXX";
     if (::mkdtemp(name.data()) == nullptr) {
       report("cannot make a folder like " + name);
       return;
     }
     (void)::setenv("KL_ROOT", name.c_str(), 1);
-    if (underRoot("") == name) name_ = name;
-    else ::rmdir(name.c_str());
+    if (underRoot("") == name) {
+      name_ = name;
+      return;
+    }
+    ::rmdir(name.c_str());
+    if (before.empty()) (void)::unsetenv("KL_ROOT");
+    else (void)::setenv("KL_ROOT", before.c_str(), 1);
   }
   ~Folder() {
     std::error_code ignored;
@@ -55,9 +80,17 @@ class Folder {
 
   const std::string& name() const { return name_; }
 
+  // The folders of every system stay: to remove one takes the kernel longer than a test takes.
   void clear() const {
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(name_, ignored)) fs::remove_all(entry.path(), ignored);
+    std::vector<fs::path> left;
+    for (auto at = fs::recursive_directory_iterator(name_, ignored); at != fs::recursive_directory_iterator();
+         at.increment(ignored)) {
+      if (isOfEverySystem(at->path().string().substr(name_.size()))) continue;
+      left.push_back(at->path());
+      at.disable_recursion_pending();
+    }
+    for (const fs::path& path : left) fs::remove_all(path, ignored);
     makeFolders(name_);
   }
 
@@ -69,17 +102,13 @@ class Folder {
 }  // namespace
 
 std::string freshRoot() {
-  static const bool isGiven = std::getenv("KL_ROOT") != nullptr;
-  if (isGiven) return underRoot("");
   static const Folder folder;
-  if (folder.name().empty()) {
+  if (!folder.name().empty()) folder.clear();
+  else if (given("KL_ROOT").empty())
     report(
         "a fixed path was asked for before the bus was made, so that the test would meet the machine's own "
         "system");
-    return {};
-  }
-  folder.clear();
-  return folder.name();
+  return underRoot("");
 }
 
 }  // namespace kl::test

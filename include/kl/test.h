@@ -59,8 +59,8 @@ void setFailureHandler(std::function<void(const std::string& what)> handler);
 // Time stands still but in advance(), in Peer::ask() until the reply is there, and where the service itself waits for a
 // reply.  It then goes on from one timer to the next one, so that each fires at its tick, however long the span is.
 //
-// The folder of the fixed paths (kl::underRoot) is one of the test's own, empty when a bus is made, unless KL_ROOT names
-// one.
+// The folder of the fixed paths (kl::underRoot) is one of the test's own, empty when a bus is made: in /run for root, else
+// in TMPDIR or /tmp, or in the one that KL_ROOT names.
 //
 // Errors:    Failure, or the failure handler: a frame that the loader would end the connection for, a registration under
 //            an id that is taken, a service that does not come to rest.  One that waits without limit for what nobody
