@@ -10,7 +10,8 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 # What every file of this project is compiled with.
 add_library(kl_build_flags INTERFACE)
 target_compile_options(kl_build_flags INTERFACE
-  -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor -Werror -fno-omit-frame-pointer)
+  -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor $<$<BOOL:${KL_WARNINGS_ARE_ERRORS}>:-Werror>
+  -fno-omit-frame-pointer)
 # In tests clang looks as closely as g++ does: a list of plain numbers may be walked as sizes.
 define_property(TARGET PROPERTY KL_SIGNS_MAY_CHANGE INHERITED)
 target_compile_options(kl_build_flags INTERFACE
