@@ -90,6 +90,32 @@ class InstalledTree(unittest.TestCase):
                 self.assertNotIn(str(ROOT), text, path)
                 self.assertNotIn("/staged", text, path)
 
+    def test_each_file_belongs_to_one_package(self):
+        patterns = [(name, line.split()[0]) for name, lines in self.package_lists().items() for line in lines]
+        for path in (path for path in self.prefix.rglob("*") if not path.is_dir()):
+            place = "usr" / path.relative_to(self.prefix)
+            if place.parts[1] == "lib":  # Debian has a folder for each processor there
+                place = pathlib.Path("usr/lib/processor", *place.parts[2:])
+            owners = [name for name, pattern in patterns
+                      if any(each.match("/" + pattern) for each in ("/" / place, *("/" / place).parents))]
+            self.assertEqual(len(owners), 1, f"{place} belongs to {owners or 'no package'}")
+
+    def test_each_list_of_a_package_names_what_is_there(self):
+        packages = re.findall(r"^Package: (.*)$", (ROOT / "debian/control").read_text(), re.M)
+        self.assertEqual(sorted(self.package_lists()), sorted(packages))
+        for name, lines in self.package_lists().items():
+            for pattern in (line.split()[0] for line in lines if not line.startswith("usr/")):
+                self.assertTrue(list(ROOT.glob(pattern)), f"debian/{name}.install: no {pattern}")
+
+    def test_the_packages_have_the_version_of_the_library(self):
+        version = re.match(r"kelo \((.*)\)", (ROOT / "debian/changelog").read_text()).group(1)
+        self.assertEqual(version, options.version)
+        self.assertEqual(re.search(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.M).group(1), version)
+
+    @staticmethod
+    def package_lists():
+        return {file.stem: file.read_text().splitlines() for file in (ROOT / "debian").glob("*.install")}
+
     def test_a_new_service_builds_and_runs(self):
         client = self.prefix / "bin" / "klctl"
         if not client.is_file():

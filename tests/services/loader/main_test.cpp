@@ -41,6 +41,18 @@ TEST(LoaderMain, AWarningEndsACheckWithStatus0) {
                 ":2: [rights] nobodyknowsme: never matches: this system has nobody of that name\n");
 }
 
+// That of the packages, on a machine that has their user.
+TEST(LoaderMain, TheConfigurationOfThePackagesIsRight) {
+  std::ifstream in(KL_SOURCE_DIR "/debian/etc/kl-loader.toml");
+  std::string text((std::istreambuf_iterator<char>(in)), {});
+  ASSERT_NE(text.find("user = \"kelo\""), std::string::npos);
+  for (std::size_t at = 0; (at = text.find("\"kelo\"", at)) != std::string::npos;)
+    text.replace(at, 6, "\"daemon\"");
+  const std::string file = kl::underRoot("/kelo/packaged.toml");
+  std::ofstream(file) << text;
+  EXPECT_EQ(statusOf("--check --config " + file), 0);
+}
+
 // The text between .nf and .fi behind "Example".
 TEST(LoaderMain, TheExampleOfThePageIsRightOnAFreshMachine) {
   std::ifstream in(KL_SOURCE_DIR "/docs/man/kl-loader.8");
