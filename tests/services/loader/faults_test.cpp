@@ -154,7 +154,7 @@ void runLoader(Story& story) {
   });
   if (!problem.empty()) std::printf("cannot run");
   if (!problem.empty() && story.teller != 0) ::kill(story.teller, SIGKILL);
-  for (const int sig : {SIGCHLD, SIGTERM, SIGINT})
+  for (const int sig : {SIGCHLD, SIGTERM, SIGINT, SIGHUP})
     (void)kl::getRunner()->removeSighandler(sig, true);  // and their pipe
   exposed([&] { loader.reset(); });
   story.loaderHasEnded = true;
