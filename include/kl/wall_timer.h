@@ -45,7 +45,7 @@ class WallTimer {
     const int timer = ::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK);
     if (timer < 0) return false;
     timer_ = timer;
-    const itimerspec expiry{{}, specOf(when)};
+    const itimerspec expiry{{}, momentOf(when)};
     (void)::timerfd_settime(timer_, TFD_TIMER_ABSTIME, &expiry, nullptr);
     watch_.start(timer_, POLLIN, [this](int, unsigned int) { fire(); });
     function_ = std::move(function);
@@ -63,16 +63,16 @@ class WallTimer {
 
  private:
   // A timer of 0 would be none.
-  static timespec specOf(Clock::time_point when) {
+  static timespec momentOf(Clock::time_point when) {
     using namespace std::chrono;
     const auto since =
         std::max<nanoseconds>(duration_cast<nanoseconds>(when.time_since_epoch()), nanoseconds(1));
     const auto whole = floor<seconds>(since);
     constexpr long long kLast = std::numeric_limits<time_t>::max();
-    timespec spec{};
-    spec.tv_sec = static_cast<time_t>(std::min<long long>(whole.count(), kLast));
-    spec.tv_nsec = static_cast<long>((since - whole).count());
-    return spec;
+    timespec moment{};
+    moment.tv_sec = static_cast<time_t>(std::min<long long>(whole.count(), kLast));
+    moment.tv_nsec = static_cast<long>((since - whole).count());
+    return moment;
   }
 
   // What is called lies on the stack: it may start this anew or destroy it.
