@@ -191,6 +191,24 @@ TEST_F(Reloading, ManyUnderTrafficLoseNothing) {
   EXPECT_TRUE(goes(33));
 }
 
+TEST_F(Reloading, AnIdThatIsAnotherUsersNowIsTakenFromTheFormerOne) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const std::string guest = "[[service]]\nname = \"guest\"\nid = 40\n";
+  const LoaderProcess loader(guest + "user = \"nobody\"\n");
+  connect();
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    RawPeer peer;
+    const bool isIn = ::setuid(kOrdinary) == 0 && peer.connect() && peer.registerAs(40) == 40;
+    ::_exit(isIn && peer.isDisconnected() ? 0 : 1);
+  }
+  EXPECT_TRUE(reachesState(40, kl::SVC_STATE_REGISTERED));
+  EXPECT_EQ(reload(loader, guest + "user = \"daemon\"\n").get(kl::RELOAD_RESTARTED, {}), Names{"guest"});
+  int status = 1;
+  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(Reloading, RightsChangeFromTheNextRequestOn) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const std::string echo = service("echo", 32, "serve", "commands = { CMD_SET = \"change\" }");

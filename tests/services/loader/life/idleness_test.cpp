@@ -63,4 +63,12 @@ TEST_F(IdlenessTest, ThatItMayLeaveAgainBeginsItsTimeAnew) {
   EXPECT_EQ(service_.lastActive, 1050u);
 }
 
+TEST_F(IdlenessTest, OneThatWasForgottenIsWatchedByAnotherLimit) {
+  idleness_.forget(service_);
+  idleness_.onReadiness(service_, 5);
+  now_ = 1006;
+  EXPECT_EQ(idleness_.look(service_), 6u);
+  EXPECT_EQ(idle_, std::vector<unsigned int>{32});
+}
+
 }  // namespace
