@@ -13,7 +13,6 @@
 #include "kl/services.h"
 #include "kl/table.h"
 #include "kl/timer.h"
-#include "kl/utilities.h"
 #include "leases.kl.h"
 
 namespace {
@@ -26,9 +25,8 @@ class Leases : public kl::Table<leases::Lease, kl::Looper> {
   Leases() : Table(kAny, leases::SERVICE) {
     reportTooBig(true);
     kl::setDescription(leases::kDescription);
-    canUndo();
     limitTo(kMostLeases);
-    keepIn(kl::underRoot("/kelo/leases/leases"));
+    keep();
   }
 
  private:
@@ -63,11 +61,10 @@ class Leases : public kl::Table<leases::Lease, kl::Looper> {
     expiry_.start(std::chrono::seconds(next - now), [this] { endExpired(); });
   }
 
-  kl::message cmdUnknown(const kl::message& request, unsigned int command) override {
-    if (command != leases::CMD_RELEASE_ALL) return Table::cmdUnknown(request, command);
+  kl::Result<leases::LeaseReleaseAllReply> cmdReleaseAll(const kl::message& request) override {
     const leases::LeaseReleaseAllReply reply{.released = size()};
     clear(request);
-    return reply.toMessage();
+    return reply;
   }
 
   kl::lstream log_{leases::TOPIC_LEASES, kl::TOPIC_NOTICE, 0};

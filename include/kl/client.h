@@ -136,6 +136,18 @@ class AllReplies : public Asker::Call {
   std::vector<Object> objects_;
 };
 
+// A call for each of the description's own commands, where it has any.
+struct NoCalls {};
+template <class Object, class Client>
+struct Called {
+  using Type = NoCalls;
+};
+template <class Object, class Client>
+requires requires { typename Object::template Calls<Client>; }
+struct Called<Object, Client> {
+  using Type = typename Object::template Calls<Client>;
+};
+
 }  // namespace detail
 
 // Asks for the objects of one table, beside the loop.  Where it is, what its commands are and what they take and give
@@ -148,7 +160,10 @@ class AllReplies : public Asker::Call {
 //       else complain(lease.error().describe());        // "std failure: unknown id (4)"
 //     });
 //     leases_.add({.mac = mac, .host = "printer"}, [this](kl::Result<unsigned int> id) { ... });
-//     leases_.call<leases::LeaseReleaseAll>({}, [this](kl::Result<leases::LeaseReleaseAllReply> reply) { ... });
+//     leases_.releaseAll([this](kl::Result<leases::LeaseReleaseAllReply> reply) { ... });
+//
+// A command of the service's own, `release_all`, is a call like these: with what it takes, if it takes something, and a
+// callback.
 //
 // Each call ends in its callback, once: with the result, with an error of the service, with ERROR_BRKPATH where the
 // service is not there or ended, or with ERROR_TIMEOUT.  A callback may be left out.
@@ -160,14 +175,14 @@ class AllReplies : public Asker::Call {
 // Cost:      one allocation a call beside what a posted request takes (kl/looper.h); none for what a callback has
 //            captured, up to two words.  getAll() holds all objects.
 template <class Object>
-class Client {
+class Client : public detail::Called<Object, Client<Object>>::Type {
  public:
   template <class T>
   using Done = Callable<void(Result<T>)>;
 
   // Asks the handler of the description.  Needs: a description in which the service has a number.
   explicit Client(Handler& handler) requires(Object::kRules.service != ObjectRules::kNone)
-      : asker_(handler, describedPath()) {}
+      : asker_(handler, Object::kRules.path()) {}
   // Asks there.
   Client(Handler& handler, std::vector<unsigned int> path) : asker_(handler, std::move(path)) {}
 
@@ -212,7 +227,7 @@ class Client {
     post<NoFields>(std::move(m), CMD_MOVEOBJ, std::move(done), NoFields::fromMessage);
   }
 
-  // A command of the service's own, by its structure of the description's header.
+  // A command of the service's own, by its structure of the description's header, for code that is made for any.
   template <class Command>
   void call(const typename Command::Request& request, Done<typename Command::Reply> done = nullptr) {
     using Reply = typename Command::Reply;
@@ -226,12 +241,6 @@ class Client {
   bool isIdle() const { return asker_.isIdle(); }
 
  private:
-  static std::vector<unsigned int> describedPath() {
-    std::vector<unsigned int> path{Object::kRules.service};
-    if (Object::kRules.handler != ObjectRules::kNone) path.push_back(Object::kRules.handler);
-    return path;
-  }
-
   static message idMessage(unsigned int id) {
     message m;
     m.insert(STD_ID, id);

@@ -47,6 +47,8 @@ struct ObjectRules {
   // The command says nothing of what it takes: fields that the description does not know are taken, too.
   static constexpr unsigned int kAddsOthers = 16;
   static constexpr unsigned int kSetsOthers = 32;
+  // The undo service can take back each change that a request makes.
+  static constexpr unsigned int kUndone = 64;
   // In place of a number: the service has none, or answers itself and has no handler for them.
   static constexpr unsigned int kNone = 0xffffffff;
 
@@ -56,6 +58,14 @@ struct ObjectRules {
   unsigned int changes;
   std::span<const FieldRule> fields;
   std::span<const CommandRule> commands;  // whose rights are not those of the conventions
+  const char* store = nullptr;            // the folder of the store that keeps the objects, below /kelo
+
+  // Where the objects are.  Needs: the service has a number.
+  std::vector<unsigned int> path() const {
+    std::vector<unsigned int> numbers{service};
+    if (handler != kNone) numbers.push_back(handler);
+    return numbers;
+  }
 
   // Null where the description has no such field.
   constexpr const FieldRule* find(unsigned int id) const {

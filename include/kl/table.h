@@ -97,7 +97,7 @@ class TableCore {
   TableCore& operator=(const TableCore&) = delete;
 
   // Reports each change that a request makes to the undo service, where the description has the command that takes it
-  // back.  A change that the service makes on its own is not reported.
+  // back.  A change that the service makes on its own is not reported.  Not needed where the description says `undo`.
   void canUndo();
 
  protected:
@@ -147,6 +147,7 @@ class TableMemory : public TableCore {
       : TableCore(handler, rules, hooks, nullptr) {}
   ~TableMemory() = default;
 
+  void keepAsDescribed();
   const message* findRow(unsigned int id) const;
   void saveRows(message& data) const;
   void loadRows(const message& data);
@@ -157,13 +158,26 @@ class TableMemory : public TableCore {
   bool removeRow(unsigned int id, const message& cause);
 };
 
+// The handler below a table: with the operations of the description's own commands where it has any.
+template <class Object, class Base>
+struct Operated {
+  using Type = Base;
+};
+template <class Object, class Base>
+requires requires { typename Object::template Operations<Base>; }
+struct Operated<Object, Base> {
+  using Type = typename Object::template Operations<Base>;
+};
+
 // The handler of a table, whose objects are Core's matter.
 template <class Object, class Base, class Core>
-class TableHandler : public Base, public TableHooks, public Core {
+class TableHandler : public Operated<Object, Base>::Type, public TableHooks, public Core {
+  using Below = typename Operated<Object, Base>::Type;
+
  public:
   template <class... Args>
   explicit TableHandler(Args&&... args)
-      : Base(std::forward<Args>(args)...), Core(static_cast<Handler&>(*this), Object::kRules, *this) {}
+      : Below(std::forward<Args>(args)...), Core(static_cast<Handler&>(*this), Object::kRules, *this) {}
 
   // A problem of an object that a request asks for and that keeps to the description.  The object is not there yet.
   virtual void check(const Object&, Problems&) {}
@@ -222,9 +236,8 @@ class TableHandler : public Base, public TableHooks, public Core {
 //
 //     kl::Looper loop(kl::Looper::kAny, leases::SERVICE);
 //     Leases leases;
-//     leases.canUndo();
 //     leases.limitTo(10000);
-//     leases.keepIn(kl::underRoot("/kelo/leases/leases"));
+//     leases.keep();                              // where the description says: store = "leases"
 //     loop.addHandler(0, &leases);
 //
 // A service that is one table and nothing else is kl::Table<leases::Lease, kl::Looper>, whose constructor takes what
@@ -233,7 +246,8 @@ class TableHandler : public Base, public TableHooks, public Core {
 // It answers CMD_GETALL (in parts), CMD_GETOBJ and CMD_GETCOUNT, keeps subscribers informed, with STD_DEAD of what is
 // gone, and carries out those of CMD_ADDOBJ, CMD_SETOBJ, CMD_REMOVEOBJ and CMD_MOVEOBJ that the description has among
 // the object's commands; the others are ERROR_NOTIMP.  A command of the service's own has the right that the
-// description says, and arrives in cmdUnknown().
+// description says, and an operation to override: cmdReleaseAll() of `release_all`, as kl::Commands has them
+// (kl/commands.h).
 //
 //     CMD_ADDOBJ   an id of the request is taken if it is free (else ERROR_EXISTS); without one, or with 0, the object
 //                  gets one that was not used for long.  The reply has it in STD_ID.  With STD_NEXTID it goes in front
@@ -265,6 +279,10 @@ class Table : public detail::TableHandler<Object, Base, detail::TableMemory> {
 
  public:
   using Parent::Parent;
+
+  // Keeps the objects in the store of the description: `store = "leases"` of the object `lease` is the kl::Store
+  // /kelo/leases/lease (below KL_ROOT).  Needs what keepIn() needs.
+  void keep() requires(Object::kRules.store != nullptr) { Parent::keepAsDescribed(); }
 
   std::optional<Object> find(unsigned int id) const {
     const message* row = Parent::findRow(id);

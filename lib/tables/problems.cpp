@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "kl/commands.h"
 #include "tables/flat_fields.h"
 
 namespace kl {
@@ -68,6 +69,12 @@ void Problems::add(unsigned int field, std::string_view what, unsigned int code)
   else text_.append("field ").append(std::to_string(field));
   text_ += ": ";
   text_ += what;
+}
+
+message refusalOf(const ObjectRules& rules, const message& request) {
+  Problems problems(rules);
+  findProblems(rules, request, request, problems);
+  return problems.reply();
 }
 
 void findProblems(const ObjectRules& rules, const message& object, const message& request,

@@ -206,6 +206,7 @@ TableCore::TableCore(Handler& handler, const ObjectRules& rules, TableHooks& hoo
     : parts_(std::make_unique<TableParts>(handler, rules, hooks, source)) {
   for (const CommandRule& command : rules.commands)
     handler.accessPolicies().set_policy(command.code, command.right);
+  if ((rules.changes & ObjectRules::kUndone) != 0) canUndo();
 }
 
 TableCore::~TableCore() = default;
@@ -223,6 +224,7 @@ unsigned int TableMemory::size() const { return parts_->rows->size(); }
 std::vector<unsigned int> TableMemory::ids() const { return parts_->rows->ids(); }
 void TableMemory::limitTo(unsigned int most) { parts_->rows->limitTo(most); }
 void TableMemory::keepIn(const std::string& path) { parts_->rows->keepIn(path); }
+void TableMemory::keepAsDescribed() { parts_->rows->keepIn(parts_->commands.storePath()); }
 void TableMemory::keepOverLeave() { parts_->rows->keepOverLeave(); }
 const message* TableMemory::findRow(unsigned int id) const { return parts_->rows->find(id); }
 

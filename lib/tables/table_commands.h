@@ -1,7 +1,10 @@
 #pragma once
 // table_commands.h: the commands of a table, for objects as messages, wherever they are.
 
+#include <string>
+
 #include "kl/table.h"
+#include "kl/utilities.h"
 
 namespace kl::detail {
 
@@ -25,6 +28,10 @@ class TableCommands {
 
   bool takes(unsigned int change) const { return (rules_.changes & change) != 0; }
   Handler& handler() { return handler_; }
+  // Of the store that the description names.
+  std::string storePath() const {
+    return underRoot("/kelo/").append(rules_.store).append("/").append(rules_.name);
+  }
 
   bool canUndo = false;
 

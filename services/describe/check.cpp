@@ -37,6 +37,7 @@ class Checker {
   void checkValues(const Field& field);
   void checkObjects();
   void checkObject(const Object& object);
+  void checkKeeping(const Object& object);
   void checkCommands(const Object& object);
   void checkTopics();
   void checkKnown(const std::vector<std::string>& names, unsigned int line, const std::string& where);
@@ -129,7 +130,17 @@ void Checker::checkObject(const Object& object) {
   if (!object.key.empty() && !names.contains(object.key)) {
     mistake(object.line, "the key \"" + object.key + "\" is no field of \"" + object.name + "\"");
   }
+  checkKeeping(object);
   checkCommands(object);
+}
+
+// The folder of a store is a name, so that it leads nowhere else.
+void Checker::checkKeeping(const Object& object) {
+  if (!object.store.empty()) checkName(object.store, object.line, "store");
+  if (!object.key.empty()) return;
+  if (!object.store.empty())
+    mistake(object.line, "\"" + object.name + "\": only a table with a key has a store");
+  if (object.isUndone) mistake(object.line, "\"" + object.name + "\": only a table with a key has an undo");
 }
 
 void Checker::checkCommands(const Object& object) {

@@ -116,6 +116,8 @@ class Writer {
     if (object.handler) keys.add("handler", std::to_string(*object.handler));
     keys.addText("key", object.key);
     if (hasSentences()) keys.addText("doc", object.doc);
+    if (hasAll()) keys.addText("store", object.store);
+    if (hasAll()) keys.addTrue("undo", object.isUndone);
     keys.addTexts("fields", object.fields);
     if (!object.commands.empty())
       keys.add("commands",

@@ -52,6 +52,8 @@ struct Object {
   std::optional<unsigned int> handler;  // absent: the service itself answers
   std::string key;                      // the name of the field that tells objects apart; empty: there is one
   std::string doc;
+  std::string store;      // the folder that the table is kept in; empty: it is not kept on disk
+  bool isUndone = false;  // the undo service takes back its changes
   std::vector<std::string> fields;
   std::vector<Command> commands;
   unsigned int line = 0;

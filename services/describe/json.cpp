@@ -78,6 +78,8 @@ std::string objectJson(const Object& object) {
   json.addNumber("handler", object.handler);
   json.addText("key", object.key);
   json.addText("doc", object.doc);
+  json.addText("store", object.store);
+  json.addTrue("undo", object.isUndone);
   json.addList("fields", object.fields, quoted);
   json.addList("commands", object.commands, commandJson);
   return json.text();

@@ -150,6 +150,8 @@ void Reader::readObject(const toml::node& node) {
   if (section.find("handler") != nullptr) object.handler = section.number("handler", 0u, 0, kMostHandler);
   object.key = section.text("key", "");
   object.doc = section.text("doc", "");
+  object.store = section.text("store", "");
+  object.isUndone = section.boolean("undo", false);
   object.fields = readFieldNames(section, "fields");
   readCommands(section, object);
   finish(section);

@@ -46,6 +46,8 @@ void expectTrueQuotations(const std::string& document, std::size_t atLeast) {
 
 TEST(Guide, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/guide.md", 7); }
 
+TEST(DescriptionsPage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/descriptions.md", 1); }
+
 TEST(MessagePage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/message.md", 2); }
 
 TEST(Readme, ShowsTheSmallestServiceAsItIs) { expectTrueQuotations("README.md", 1); }

@@ -144,8 +144,8 @@ TEST_F(LeaseService, ChangesAreUndone) {
 TEST_F(LeaseService, AllAreReleasedAtOnce) {
   ASSERT_TRUE(add(lease("10.0.0.7")));
   ASSERT_TRUE(add(lease("10.0.0.8")));
-  const auto reply = result<leases::LeaseReleaseAllReply>(
-      [&](auto done) { client_.call<leases::LeaseReleaseAll>({}, std::move(done)); });
+  const auto reply =
+      result<leases::LeaseReleaseAllReply>([&](auto done) { client_.releaseAll(std::move(done)); });
   ASSERT_TRUE(reply) << reply.error().describe();
   EXPECT_EQ(reply->released, 2u);
   EXPECT_TRUE(all()->empty());

@@ -4,7 +4,6 @@
 
 #include "kl/services.h"
 #include "kl/table.h"
-#include "kl/utilities.h"
 #include "leases.kl.h"
 #include "tests/testkit/fixture.h"
 
@@ -15,10 +14,7 @@ using namespace std::chrono_literals;
 
 class Leases : public Table<leases::Lease, Looper> {
  public:
-  Leases() : Table(kAny, leases::SERVICE) {
-    canUndo();
-    keepIn(underRoot("/kelo/leases/leases"));
-  }
+  Leases() : Table(kAny, leases::SERVICE) { keep(); }
 
  private:
   void added(const leases::Lease& lease) override {

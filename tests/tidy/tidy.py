@@ -32,7 +32,7 @@ LAYERS = (
     {"field", "records", "address"},
     {"conventions", "runner", "message_view", "described"},
     {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
-    {"looper", "post", "wall_timer", "embed"},
+    {"looper", "post", "wall_timer", "embed", "commands"},
     {"reget", "table", "client"},
     {"watcher", "test", "coroutine"},
 )

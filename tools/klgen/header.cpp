@@ -7,12 +7,14 @@
 
 #include "header.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 
 #include "identifiers.h"
+#include "operations.h"
 #include "rules.h"
 #include "services/describe/compact.h"
 #include "services/describe/field_id.h"
@@ -153,6 +155,8 @@ void HeaderWriter::writeOpening() {
           ".\n//\n";
   out_ += "// Made by klgen of " + commentText(source) + "; changes belong there.\n\n";
   out_ += "#include <optional>\n#include <string>\n#include <vector>\n\n";
+  if (std::any_of(description_.objects.begin(), description_.objects.end(), hasOwnCommands))
+    out_ += "#include \"kl/commands.h\"\n";
   out_ += "#include \"kl/described.h\"\n#include \"kl/field.h\"\n";
   if (!description_.objects.empty()) out_ += kHelpers;
 }
@@ -240,8 +244,8 @@ void HeaderWriter::writeEnumerations(const std::vector<Field>& fields, const std
   }
 }
 
+// The object comes last, because its operations name the structures of its commands.
 void HeaderWriter::writeObject(const describe::Object& object) {
-  writeStructure(typeName(object.name), object.doc, object.fields, object.line, &object);
   for (const describe::Command& command : object.commands) {
     const std::string name = typeName(object.name + "_" + command.name);
     if (!command.takes.empty())
@@ -250,15 +254,18 @@ void HeaderWriter::writeObject(const describe::Object& object) {
       writeStructure(name + "Reply", command.doc, command.gives, command.line, nullptr);
     if (!command.isStandard) writeCommand(name, command);
   }
+  writeStructure(typeName(object.name), object.doc, object.fields, object.line, &object);
 }
 
-// What kl::Client calls a command by.
+// What a command is called by, and what its requests have to keep to.
 void HeaderWriter::writeCommand(const std::string& name, const describe::Command& command) {
   if (!claim(name, "command " + name, command.line)) return;
   out_ += "\nstruct " + name + " {\n";
   out_ += "  static constexpr unsigned int kCommand = " + hex(command.code) + ";\n";
   out_ += "  using Request = " + (command.takes.empty() ? "::kl::NoFields" : name + "Request") + ";\n";
-  out_ += "  using Reply = " + (command.gives.empty() ? "::kl::NoFields" : name + "Reply") + ";\n};\n";
+  out_ += "  using Reply = " + (command.gives.empty() ? "::kl::NoFields" : name + "Reply") + ";\n";
+  if (!command.takes.empty()) out_ += rulesOf(description_, command);
+  out_ += "};\n";
 }
 
 void HeaderWriter::writeStructure(const std::string& name, const std::string& doc,
@@ -275,7 +282,7 @@ void HeaderWriter::writeStructure(const std::string& name, const std::string& do
   out_ += "  ::kl::message toMessage() const {\n    ::kl::message theMessage = otherFields;\n";
   for (const std::string& field : fields) writeTransfer(*description_.findField(field), false);
   out_ += "    return theMessage;\n  }\n";
-  if (object != nullptr) out_ += rulesOf(description_, *object);
+  if (object != nullptr) out_ += rulesOf(description_, *object) + operationsOf(*object);
   out_ += "};\n";
 }
 

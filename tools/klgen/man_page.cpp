@@ -80,6 +80,8 @@ std::string objectItems(const describe::Object& object) {
   text += paragraphLine(object.doc.empty() ? "" : object.doc + ".");
   text += paragraphLine(sentence("Its fields are", object.fields));
   if (!object.key.empty()) text += paragraphLine("The key is " + object.key + ".");
+  if (!object.store.empty()) text += paragraphLine("The objects outlive the service.");
+  if (object.isUndone) text += paragraphLine("Changes can be taken back.");
   for (const describe::Command& command : object.commands) text += commandItem(command);
   return text;
 }

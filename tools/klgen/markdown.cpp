@@ -69,6 +69,8 @@ std::string objectSection(const Description& description, const describe::Object
       "\n## " + code(object.name) + "\n\nThe path is " + code(pathOf(description, object)) + ".";
   if (!object.doc.empty()) text += " " + cell(object.doc) + ".";
   if (!object.key.empty()) text += " The key is " + code(object.key) + ".";
+  if (!object.store.empty()) text += " The objects outlive the service.";
+  if (object.isUndone) text += " Changes can be taken back.";
   text += "\n";
   if (!object.fields.empty()) text += "\nFields: " + codeList(object.fields) + "\n";
   return text + (object.commands.empty() ? "" : "\n") + commandTable(object.commands);

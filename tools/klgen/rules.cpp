@@ -47,7 +47,8 @@ unsigned int changesOf(const Object& object) {
          (findCommand(object, kl::CMD_REMOVEOBJ) != nullptr ? Rules::kRemove : 0) |
          (findCommand(object, kl::CMD_MOVEOBJ) != nullptr ? Rules::kMove : 0) |
          (add != nullptr && add->takes.empty() ? Rules::kAddsOthers : 0) |
-         (set != nullptr && set->takes.empty() ? Rules::kSetsOthers : 0);
+         (set != nullptr && set->takes.empty() ? Rules::kSetsOthers : 0) |
+         (object.isUndone ? Rules::kUndone : 0);
 }
 
 // static constexpr unsigned int kValuesOfState[] = {1U, 2U};
@@ -57,12 +58,15 @@ std::string valuesOf(const Field& field) {
   return "  static constexpr unsigned int " + valuesName(field) + "[] = {" + list + "};\n";
 }
 
-// {MTU, "mtu", 6, 68, 9000, kValuesOfMtu},
-std::string fieldRule(const Object& object, const Field& field) {
+unsigned int usesOf(const Object& object, const Field& field) {
   using Rule = kl::FieldRule;
-  const unsigned int uses = (field.isRequired ? Rule::kRequired : 0) |
-                            (takes(object, kl::CMD_ADDOBJ, field) ? Rule::kAdded : 0) |
-                            (takes(object, kl::CMD_SETOBJ, field) ? Rule::kSet : 0);
+  return (field.isRequired ? Rule::kRequired : 0) |
+         (takes(object, kl::CMD_ADDOBJ, field) ? Rule::kAdded : 0) |
+         (takes(object, kl::CMD_SETOBJ, field) ? Rule::kSet : 0);
+}
+
+// {MTU, "mtu", 6, 68, 9000, kValuesOfMtu},
+std::string fieldRule(const Field& field, unsigned int uses) {
   std::string rule = "      {" + constantName(field.name) + ", \"" + field.name + "\", " + number(uses);
   rule += ", " + std::to_string(field.min.value_or(0)) + ", ";
   rule += field.max ? std::to_string(*field.max) : "~0ULL";
@@ -85,13 +89,26 @@ std::string listOf(const char* type, const char* name, const std::string& rules)
 
 }  // namespace
 
+std::string rulesOf(const describe::Description& description, const Command& command) {
+  std::string text = "\n  // What a request has to keep to (kl/described.h).\n";
+  std::string fields;
+  for (const std::string& name : command.takes) {
+    const Field& field = *description.findField(name);
+    if (hasValues(field)) text += valuesOf(field);
+    fields += fieldRule(field, field.isRequired ? kl::FieldRule::kRequired : 0);
+  }
+  const std::string none = number(kl::ObjectRules::kNone);
+  return text + listOf("FieldRule", "kFields", fields) + "  static constexpr ::kl::ObjectRules kRules{\"" +
+         command.name + "\", " + none + ", " + none + ", 0U, kFields, {}};\n";
+}
+
 std::string rulesOf(const describe::Description& description, const Object& object) {
   std::string text = "\n  // For kl::Table and kl::Client (kl/described.h).\n";
   std::string fields, commands;
   for (const std::string& name : object.fields) {
     const Field& field = *description.findField(name);
     if (hasValues(field)) text += valuesOf(field);
-    fields += fieldRule(object, field);
+    fields += fieldRule(field, usesOf(object, field));
   }
   for (const Command& command : object.commands) commands += commandRule(command);
   text += listOf("FieldRule", "kFields", fields) + listOf("CommandRule", "kCommands", commands);
@@ -100,7 +117,8 @@ std::string rulesOf(const describe::Description& description, const Object& obje
           number(description.id.value_or(kNone)) + ", " + number(object.handler.value_or(kNone)) + ", " +
           number(changesOf(object)) + ", ";
   text += fields.empty() ? "{}, " : "kFields, ";
-  return text + (commands.empty() ? "{}" : "kCommands") + "};\n";
+  text += commands.empty() ? "{}" : "kCommands";
+  return text + (object.store.empty() ? "" : ", \"" + object.store + "\"") + "};\n";
 }
 
 }  // namespace klgen

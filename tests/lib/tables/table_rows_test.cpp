@@ -174,6 +174,28 @@ TEST_F(TableStore, WithoutAnOrderToo) {
   EXPECT_EQ(table.take(), "+b");
 }
 
+// As klgen makes it of a description with `store` and `undo`.
+struct KeptRoute : test::RouteFields {
+  static KeptRoute fromMessage(const message& m) { return from<KeptRoute>(m); }
+  static constexpr ObjectRules kRules{"route", 34,        7,           kAll | ObjectRules::kUndone,
+                                      kFields, kCommands, "table-test"};
+};
+
+TEST_F(TableStore, IsWhereTheDescriptionSays) {
+  Table<KeptRoute> table;
+  table.keep();
+  table.add(KeptRoute{{.name = "a"}});
+  EXPECT_EQ(Store(underRoot("/kelo/table-test/route"), 1).get(1).get(test::NAME, ""), "a");
+}
+
+TEST_F(TableStore, ChangesAreReportedWhereTheDescriptionSaysSo) {
+  Table<KeptRoute> table;
+  net.looper->addHandler(7, &table);
+  EXPECT_FALSE(isError(table.cmdAddObj(named(asked(CMD_ADDOBJ), "a"))));
+  EXPECT_EQ(net.loader.receive().get(UNDO_DESCRIPTION, ""), "route 1 added");
+  net.looper->removeHandler(7);
+}
+
 TEST_F(TableStore, ABrokenOrderLosesNoObject) {
   {
     Store store(kStore, 1);

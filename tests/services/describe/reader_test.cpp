@@ -137,6 +137,8 @@ TEST(DescriptionReader, StandardCommandsHaveTheirCodesAndRights) {
   const Object lease = goodOne("leases.toml").objects.at(0);
   EXPECT_FALSE(lease.handler.has_value());
   EXPECT_EQ(lease.key, "id");
+  EXPECT_EQ(lease.store, "leases");
+  EXPECT_TRUE(lease.isUndone);
   ASSERT_EQ(lease.commands.size(), 4u);
   EXPECT_EQ(lease.commands[0].name, "getall");
   EXPECT_EQ(lease.commands[0].code, 0xfe0004u);

@@ -9,10 +9,12 @@ TEST(Markdown, HasATableForEachList) {
   const std::string page = markdownOf(sample());
   for (const char* part : {
            "# A sample\n\nThe service `sample`, 300, version 1.2.\n\nIt has everything.\n",
-           "## `thing`\n\nThe path is `[300]`. one of many. The key is `id`.\n",
+           "## `thing`\n\nThe path is `[300]`. one of many. The key is `id`. The objects outlive the "
+           "service. Changes can be taken back.\n",
            "## `pool`\n\nThe path is `[300, 1]`.\n",
            "| `setobj` | change |  |  | `unknownid` |  |\n",
-           "| `release_all` 393217 | change | `host` | `released` | `busy` | takes everything back |\n",
+           "| `release_all` 393217 | change | `host`, `bytes` | `released` | `busy` | takes everything back "
+           "|\n",
            "| `state` | `u32:1` | how it is; 1 stopped, 2 running, 3 delete |\n",
            "## Settings\n\n| name | field | |\n|---|---|---|\n| `limit` | `u32:1` | how many; 1 to 9; "
            "without it 5 "

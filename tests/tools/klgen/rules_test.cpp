@@ -20,6 +20,11 @@ TEST(Rules, SayWhereTheObjectsAre) {
   EXPECT_EQ(sample::Pool::kRules.handler, 1u);
 }
 
+TEST(Rules, SayWhereTheObjectsAreKept) {
+  EXPECT_STREQ(sample::Thing::kRules.store, "things");
+  EXPECT_EQ(sample::Pool::kRules.store, nullptr);
+}
+
 TEST(Rules, SayWhatAFieldMayHold) {
   EXPECT_EQ(sample::Thing::kRules.fields.size(), 18u);
   EXPECT_STREQ(rule(sample::CLASS).name, "class");
@@ -36,7 +41,8 @@ TEST(Rules, SayWhichFieldsAreRequiredAndWhichCommandsTakeThem) {
   using Rule = kl::FieldRule;
   EXPECT_EQ(rule(sample::KIND).uses, Rule::kRequired | Rule::kSet) << "setobj takes whatever there is";
   EXPECT_EQ(rule(sample::HOST).uses, unsigned{Rule::kSet});
-  EXPECT_EQ(sample::Thing::kRules.changes, kl::ObjectRules::kSet | kl::ObjectRules::kSetsOthers);
+  EXPECT_EQ(sample::Thing::kRules.changes,
+            kl::ObjectRules::kSet | kl::ObjectRules::kSetsOthers | kl::ObjectRules::kUndone);
   const auto description = described(
       "fields = [{ name = \"a\", field = \"u32:1\" }, { name = \"b\", field = \"u32:2\" }]\n"
       "[[objects]]\nname = \"x\"\nfields = [\"a\", \"b\"]\n"
