@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <regex>
 #include <utility>
 #include <vector>
 
@@ -111,8 +112,10 @@ void addPair(const std::string& name, Batch product, Batch limit) {
 }
 
 int run(int argc, char** argv) {
-  if (argc == 2 && std::strcmp(argv[1], "--instructions") == 0) {
+  if (argc >= 2 && std::strcmp(argv[1], "--instructions") == 0) {
+    const std::regex wanted(argc > 2 ? argv[2] : "");
     for (const Pair& pair : pairs()) {
+      if (!std::regex_search(pair.name, wanted)) continue;
       countInstructions(pair.product, pair.name + "/product");
       countInstructions(pair.limit, pair.name + "/limit");
     }

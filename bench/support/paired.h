@@ -31,8 +31,8 @@ struct Work {
 void addPair(const std::string& name, Work product, Work limit);
 void addPair(const std::string& name, Batch product, Batch limit);
 
-// The main program: `--instructions` runs each case a few times for a simulator that counts
-// (callgrind) and dumps the counts between the cases; everything else is Google Benchmark's.
+// The main program: `--instructions [REGEX]` runs each case, or those whose name matches, a few times for a simulator
+// that counts (callgrind) and dumps the counts between the cases; everything else is Google Benchmark's.
 int run(int argc, char** argv);
 
 }  // namespace bench
