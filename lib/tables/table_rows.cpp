@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "kl/new_store.h"
+
 namespace kl::detail {
 namespace {
 
@@ -73,7 +75,7 @@ std::vector<unsigned int> TableRows::ids() const {
 }
 
 void TableRows::keepIn(const std::string& path) {
-  store_ = std::make_unique<Store>(path, kLifetime);
+  store_ = std::make_unique<Store>(newStore(path), kLifetime);
   for (const auto& [id, entry] : store_->entries()) restore(id, store_->get(id));
   settle();
 }

@@ -10,7 +10,7 @@
 
 #include "kl/conventions.h"
 #include "kl/message_view.h"
-#include "services/common/new_store.h"
+#include "kl/new_store.h"
 #include "undo.kl.h"
 
 namespace undo {
@@ -27,7 +27,7 @@ unsigned int makerOf(const kl::message& record) {
 
 }  // namespace
 
-Records::Records(const std::string& folder) : store_(common::newStore(folder + "/records"), kLifetime) {
+Records::Records(const std::string& folder) : store_(kl::newStore(folder + "/records"), kLifetime) {
   load();
 }
 

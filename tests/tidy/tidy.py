@@ -31,10 +31,11 @@ LAYERS = (
     {"message", "description"},
     {"field", "records", "address"},
     {"conventions", "runner", "message_view", "described"},
-    {"backtrace", "services", "logger", "store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
+    {"backtrace", "services", "logger", "store", "new_store", "allocator", "utilities", "chunk", "rights", "timer", "result"},
     {"looper", "post", "wall_timer", "embed", "commands"},
     {"reget", "table", "client"},
     {"watcher", "test", "coroutine"},
+    {"follower"},
 )
 
 # The rooms of a house from the top to the bottom: a file includes internal headers of its own room and of rooms below.

@@ -11,7 +11,7 @@
 #include <algorithm>
 
 #include "kl/field.h"
-#include "services/common/new_store.h"
+#include "kl/new_store.h"
 
 namespace loader {
 namespace {
@@ -28,7 +28,7 @@ constexpr unsigned int kLongestRecord = 65533;
 }  // namespace
 
 void KeptData::open() {
-  store_.emplace(common::newStore(path_), kLifetime);
+  store_.emplace(kl::newStore(path_), kLifetime);
   for (const auto& [id, entry] : store_->entries()) kept_[id] = keptOf(store_->get(id));
 }
 

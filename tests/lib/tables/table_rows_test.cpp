@@ -188,6 +188,12 @@ TEST_F(TableStore, IsWhereTheDescriptionSays) {
   EXPECT_EQ(Store(underRoot("/kelo/table-test/route"), 1).get(1).get(test::NAME, ""), "a");
 }
 
+TEST_F(TableStore, AFirstStartIsNoFailure) {
+  testing::internal::CaptureStdout();
+  Table<Route>().keepIn(kStore);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
 TEST_F(TableStore, ChangesAreReportedWhereTheDescriptionSaysSo) {
   Table<KeptRoute> table;
   net.looper->addHandler(7, &table);

@@ -1,4 +1,4 @@
-#include "services/common/new_store.h"
+#include "kl/new_store.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include "kl/store.h"
 #include "tests/support/process/child.h"
 
-namespace common {
+namespace kl {
 namespace {
 
 namespace fs = std::filesystem;
@@ -33,7 +33,7 @@ class NewStore : public testing::Test {
 
   // What the first opening prints, of a store that is made before or not.
   std::string linesOfOpening(bool isMadeBefore) const {
-    return kl::test::runInChild([&] { kl::Store(isMadeBefore ? newStore(path_) : path_, 3); }).out;
+    return test::runInChild([&] { Store(isMadeBefore ? newStore(path_) : path_, 3); }).out;
   }
 
   std::string folder_;
@@ -51,14 +51,14 @@ TEST_F(NewStore, WithoutItTheStoreReportsThatItFindsNone) {
 }
 
 TEST_F(NewStore, KeepsWhatIsPutIntoIt) {
-  kl::message m;
+  message m;
   m.insert_u32(0x08000005, 7);
-  (void)kl::test::runInChild([&] {
-    kl::Store store(newStore(path_), 3);
+  (void)test::runInChild([&] {
+    Store store(newStore(path_), 3);
     store.set(1, m);
     store.doFlush();
   });
-  const kl::StoreView view(newStore(path_));
+  const StoreView view(newStore(path_));
   ASSERT_NE(view.find(1), nullptr);
   EXPECT_EQ(view.get(*view.find(1)), m);
 }
@@ -105,4 +105,4 @@ TEST_F(NewStore, AFolderThatCannotBeMadeIsTheStoresMatter) {
 }
 
 }  // namespace
-}  // namespace common
+}  // namespace kl
