@@ -27,9 +27,7 @@ unsigned int makerOf(const kl::message& record) {
 
 }  // namespace
 
-Records::Records(const std::string& folder) : store_(kl::newStore(folder + "/records"), kLifetime) {
-  load();
-}
+Records::Records(const std::string& folder) : store_(kl::newStore(folder + "/records"), kLifetime) { load(); }
 
 void Records::load() {
   std::vector<unsigned int> unreadable;
