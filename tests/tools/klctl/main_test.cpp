@@ -385,6 +385,16 @@ TEST(KlctlAlone, ALoaderThatNeverConfirmsIsStatusFour) {
             "klctl: the loader did not confirm the registration within 0.3 s\n");
 }
 
+// It never says a word, and the shell gets the names on the disk all the same.
+TEST(KlctlAlone, CompletionDoesNotWaitForTheLoader) {
+  const ScriptedLoader loader([](kl::test::LoaderDouble& connection) { awaitEnd(connection); });
+  EXPECT_EQ(done({"complete", "--", "start", "ne"}), "netif\tNetwork interfaces\n");
+}
+
+TEST(KlctlAlone, CompletionNeedsNoLoader) {
+  EXPECT_EQ(done({"complete", "--", "start", "ne"}), "netif\tNetwork interfaces\n");
+}
+
 TEST(KlctlAlone, ALoaderThatRefusesIsStatusFourAndNoAbort) {
   const ScriptedLoader loader([](kl::test::LoaderDouble& connection) { (void)connection.receive(); });
   EXPECT_TRUE(failed(4, {"services"}).ends_with("klctl: the loader refused the registration\n"));

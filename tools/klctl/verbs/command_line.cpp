@@ -19,6 +19,8 @@ namespace klctl {
 namespace {
 constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
+constexpr std::chrono::milliseconds kMoment(
+    90);  // for the registration, and for each answer: 200 ms all in all
 
 // The options that may stand before and after any verb, and that not every verb uses.  --json is for every verb: results,
 // if there are any, are JSON.
@@ -68,6 +70,29 @@ class Parser {
     addHelp();
     addIntrospect();
     addNew();
+    addComplete();
+  }
+
+  Place placeBehind(const std::vector<std::string>& words) const {
+    Place place;
+    const CLI::App* verb = &app_;
+    const CLI::Option* valued = nullptr;  // the option whose value the next word is
+    for (const std::string& word : words) {
+      if (valued != nullptr) {
+        valued = nullptr;
+      } else if (word.starts_with('-')) {
+        const CLI::Option* const option = optionOf(*verb, word);
+        if (option != nullptr && option->get_items_expected_max() > 0) valued = option;
+      } else if (const CLI::App* const chosen = place.arguments.empty() ? verbOf(*verb, word) : nullptr) {
+        verb = chosen;
+        place.verb += (place.verb.empty() ? "" : " ") + word;
+      } else {
+        place.arguments.push_back(word);
+      }
+    }
+    if (valued != nullptr) place.argument = valued->get_name();
+    else describe(*verb, place);
+    return place;
   }
 
   std::variant<CommandLine, std::string> parse(int argc, const char* const* argv) {
@@ -100,6 +125,38 @@ class Parser {
         "Exit status: 0 done, 1 error reply or damage, 2 usage, 3 time-out, 4 no loader, 5 refused to "
         "leave, 6 cannot be told.\n"
         "See klctl(1).");
+  }
+
+  // Also those in front of the verb, which may stand behind it.
+  static const CLI::Option* optionOf(const CLI::App& verb, const std::string& word) {
+    for (const CLI::App* app = &verb; app != nullptr; app = app->get_parent())
+      if (const CLI::Option* const option = app->get_option_no_throw(word)) return option;
+    return nullptr;
+  }
+
+  static const CLI::App* verbOf(const CLI::App& parent, const std::string& word) {
+    for (const CLI::App* verb : parent.get_subcommands(nullptr))
+      if (verb->get_name() == word) return verb;
+    return nullptr;
+  }
+
+  // The verbs, the options and the argument that may follow now.
+  static void describe(const CLI::App& verb, Place& place) {
+    if (place.arguments.empty())
+      for (const CLI::App* below : verb.get_subcommands(nullptr))
+        if (!below->get_group().empty()) place.verbs.push_back({below->get_name(), below->get_description()});
+    std::vector<const CLI::Option*> positionals;
+    for (const CLI::App* app = &verb; app != nullptr; app = app->get_parent())
+      for (const CLI::Option* option : app->get_options()) {
+        if (!option->get_positional())
+          place.options.push_back({option->get_name(), option->get_description()});
+        else if (app == &verb) positionals.push_back(option);
+      }
+    if (positionals.empty()) return;
+    const std::size_t last = positionals.size() - 1;
+    const bool isWithin = place.arguments.size() <= last;
+    if (isWithin || positionals[last]->get_items_expected_max() > 1)
+      place.argument = positionals[std::min(place.arguments.size(), last)]->get_name();
   }
 
   // Names the word that stands where a command belongs; CLI11 only reports that a command is missing.
@@ -251,6 +308,17 @@ class Parser {
         ->type_name("");
   }
 
+  // For the completions of the shells, which are patient for a moment only.
+  void addComplete() {
+    addVerb(app_, Verb::kComplete, "complete", "Say what may stand behind some words of klctl", kFields,
+            &Parser::interpretUnfinished)
+        ->group("")
+        ->add_option("WORDS", line_.unfinished, "The words, the last of them unfinished")
+        ->type_name("");
+  }
+
+  void interpretUnfinished() { line_.timeout = kMoment; }
+
   // The words of the log are given to its verbs, too, which do not use them.
   static void refuseFilter(const CLI::App& log) {
     for (const char* option : {"--follow", "--topic", "--since"})
@@ -381,5 +449,7 @@ class Parser {
 std::variant<CommandLine, std::string> parseCommandLine(int argc, const char* const* argv) {
   return Parser().parse(argc, argv);
 }
+
+Place placeBehind(const std::vector<std::string>& words) { return Parser().placeBehind(words); }
 
 }  // namespace klctl

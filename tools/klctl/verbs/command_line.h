@@ -41,9 +41,10 @@ enum class Verb {
   kHelp,
   kIntrospect,
   kNew,
+  kComplete,
 };
 
-inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kNew) + 1;  // the number of verbs
+inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kComplete) + 1;  // the number of verbs
 
 // The filter of the log.
 struct LogWords {
@@ -68,9 +69,28 @@ struct CommandLine {
   LogWords log;
   std::string user;    // whose rights kRightsExplain explains
   std::string sender;  // the service that sends for him; empty: any other process of his
+  std::vector<std::string>
+      unfinished;  // of kComplete, the words behind klctl; the cursor is at the end of the last one
 };
 
 // The words, or the text that --help or --version asked for.  Throws Failure(kUsage).
 std::variant<CommandLine, std::string> parseCommandLine(int argc, const char* const* argv);
+
+// A place in a command line, and what may stand there.
+struct Place {
+  struct Word {
+    std::string word;
+    std::string about;
+  };
+  std::vector<Word> verbs;
+  std::vector<Word> options;
+  std::string
+      argument;  // what else, as the usage text calls it: PATH, SERVICE, CMD, or the option whose value it is
+  std::string verb;                    // that the place belongs to: "log mute"; empty in front of one
+  std::vector<std::string> arguments;  // those of the verb in front of the place
+};
+
+// The place behind these words.  What is wrong among them changes nothing.
+Place placeBehind(const std::vector<std::string>& words);
 
 }  // namespace klctl

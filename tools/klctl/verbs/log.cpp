@@ -102,6 +102,12 @@ std::string LogTopics::listOf(const std::vector<unsigned int>& topics) const {
   return list.empty() ? "-" : list;
 }
 
+std::vector<std::string> LogTopics::names() const {
+  std::vector<std::string> names;
+  for (const auto& [topic, name] : names_) names.push_back(name);
+  return names;
+}
+
 kl::message logRequest(const CommandLine& line, const LogTopics& topics) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOG});

@@ -20,6 +20,7 @@ class LogTopics {
   unsigned int find(const std::string& word) const;
   // "error,netif", a topic without a name by its number.
   std::string listOf(const std::vector<unsigned int>& topics) const;
+  std::vector<std::string> names() const;
 
  private:
   std::map<unsigned int, std::string> names_;

@@ -8,6 +8,7 @@
 
 #include "values/failure.h"
 #include "verbs/action.h"
+#include "verbs/complete.h"
 #include "verbs/dump.h"
 #include "verbs/help.h"
 #include "verbs/introspect.h"
@@ -58,6 +59,7 @@ constexpr Row kRows[] = {
     {Verb::kHelp, helpService},
     {Verb::kIntrospect, introspectService},
     {Verb::kNew, makeService},
+    {Verb::kComplete, completeWords},
 };
 
 static_assert(std::size(kRows) == kVerbs, "each verb has one row");
