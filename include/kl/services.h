@@ -32,6 +32,8 @@ inline constexpr field<unsigned long long> SVC_BYTES_OUT{0x10000009};
 inline constexpr field<unsigned int> SVC_QUEUE{0x0800000a};        // bytes that wait until it reads
 inline constexpr field<unsigned int> SVC_REQUESTS{0x0800000b};     // requests that it has not answered yet
 inline constexpr field<unsigned long long> SVC_DROPS{0x1000000c};  // messages for it that its full queue lost
+// The second since 1970 at which it is started if it has left by then; absent where it named none (CTRL_WAKE_AT).
+inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
 
 // In CMD_SETOBJ: what to do with the service.
 inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};

@@ -58,6 +58,7 @@ const std::vector<Number>& numbers() {
       NUMBER(SVC_QUEUE, loader_service::QUEUE),
       NUMBER(SVC_REQUESTS, loader_service::REQUESTS),
       NUMBER(SVC_DROPS, loader_service::DROPS),
+      NUMBER(SVC_WAKE_AT, loader_service::WAKE_AT),
       NUMBER(SVC_ACTION, loader_service::ACTION),
       NUMBER(SVC_STATE_STOPPED, loader_service::State::stopped),
       NUMBER(SVC_STATE_STARTING, loader_service::State::starting),

@@ -224,9 +224,16 @@ void Lifecycle::onControl(Service& service, const Envelope& e) {
     case kl::CTRL_WANT_LEAVE: return onWish(service);
     case kl::CTRL_REFUSED: return onRefused(service);
     case kl::CTRL_LEFT: return onSaved(service, e);
-    case kl::CTRL_WAKE_AT: service.wakeAt = e.controlArgument; return;
+    case kl::CTRL_WAKE_AT: return onWakeTime(service, e.controlArgument);
     default: break;
   }
+}
+
+// Whoever follows the table hears of it.
+void Lifecycle::onWakeTime(Service& service, unsigned int second) {
+  if (service.wakeAt == second) return;
+  service.wakeAt = second;
+  table_.setState(service, service.state);
 }
 
 void Lifecycle::onReadiness(Service& service, unsigned int value) {

@@ -158,6 +158,7 @@ class Lifecycle {
   void kill(const Service& service);
   void release(Service& service);
 
+  void onWakeTime(Service& service, unsigned int second);
   void onReadiness(Service& service, unsigned int value);
   void onWish(Service& service);
   void setAlarm();

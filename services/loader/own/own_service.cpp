@@ -96,6 +96,7 @@ kl::message objectOf(const Service& s) {
   row.insert(loader_service::BYTES_IN, s.traffic.bytesIn);
   row.insert(loader_service::BYTES_OUT, s.traffic.bytesOut);
   row.insert(loader_service::DROPS, s.traffic.drops);
+  if (s.wakeAt != 0) row.insert(loader_service::WAKE_AT, s.wakeAt);
   if (s.pid > 0) row.insert(loader_service::PID, static_cast<unsigned int>(s.pid));
   return row;
 }

@@ -79,4 +79,12 @@ std::optional<unsigned long long> parseSince(const std::string& word, unsigned l
   return *seconds * kSecond;
 }
 
+std::string dateText(unsigned long long seconds) {
+  const auto moment = static_cast<std::time_t>(seconds);
+  std::tm local{};
+  char text[32];
+  if (::localtime_r(&moment, &local) == nullptr) return std::to_string(seconds);
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)};
+}
+
 }  // namespace klctl

@@ -14,4 +14,7 @@ namespace klctl {
 //     @1795241306                        seconds since 1970
 std::optional<unsigned long long> parseSince(const std::string& word, unsigned long long now);
 
+// Seconds since 1970 as "2026-11-21 06:30:00", local time.
+std::string dateText(unsigned long long seconds);
+
 }  // namespace klctl

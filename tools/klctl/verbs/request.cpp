@@ -11,15 +11,29 @@
 #include "output/show.h"
 #include "values/assignment.h"
 #include "values/json.h"
+#include "values/since.h"
 #include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
 using Objects = Channels::Objects;
 
-// The columns of `services`; `getall loader` shows all fields of the loader's table.
+// The columns of `services`, and kWakeTime where a service has one; `getall loader` shows all fields of the loader's table.
 const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
                                                   "user", "starts", "messages_in", "messages_out"};
+constexpr char kWakeTime[] = "wake_at";
+
+// The date of a wake time for people; JSON has the seconds.
+std::string servicesText(const Objects& messages, const FieldNames& names) {
+  std::vector<Json> rows = toJson(messages, names);
+  std::vector<std::string> columns = kServiceColumns;
+  for (Json& row : rows) {
+    if (!row.contains(kWakeTime) || !row[kWakeTime].is_number_unsigned()) continue;
+    if (columns.back() != kWakeTime) columns.push_back(kWakeTime);
+    row[kWakeTime] = dateText(row[kWakeTime].get<unsigned int>());
+  }
+  return objectsTable(rows, columns, lineWidth(), names);
+}
 
 std::string objectsText(const CommandLine& line, const Objects& messages, const FieldNames& names,
                         const std::vector<std::string>& columns) {
@@ -50,7 +64,10 @@ void requestTable(const CommandLine& line, const Channels& channels, const Prepa
 void listServices(const CommandLine& words, const Channels& channels) {
   CommandLine line = words;
   line.path.service = "loader";
-  requestTable(line, channels, prepareRequest(line, kl::CMD_GETALL, channels.exchange), kServiceColumns);
+  const PreparedRequest prepared = prepareRequest(line, kl::CMD_GETALL, channels.exchange);
+  if (line.dump || line.json) return requestTable(line, channels, prepared, kServiceColumns);
+  const Objects services = fetchAll(prepared.request, prepared.path, channels.exchange);
+  printTable(channels, servicesText(services, prepared.names), prepared.path + ": no objects");
 }
 
 void getObject(const CommandLine& line, const Channels& channels) {

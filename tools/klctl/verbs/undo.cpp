@@ -3,7 +3,6 @@
 
 #include "verbs/undo.h"
 
-#include <ctime>
 #include <map>
 
 #include "ask/path.h"
@@ -11,6 +10,7 @@
 #include "kl/services.h"
 #include "output/show.h"
 #include "values/rights_words.h"
+#include "values/since.h"
 #include "verbs/resolve.h"
 
 namespace klctl {
@@ -18,14 +18,6 @@ namespace {
 
 constexpr char kUndo[] = "undo";
 const std::vector<std::string> kColumns = {"id", "time", "user", "service", "description", "undone"};
-
-std::string dateText(unsigned long long seconds) {
-  const auto moment = static_cast<std::time_t>(seconds);
-  std::tm local{};
-  char text[32];
-  if (::localtime_r(&moment, &local) == nullptr) return std::to_string(seconds);
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)};
-}
 
 // Asks the loader for each name once.
 class Sources {

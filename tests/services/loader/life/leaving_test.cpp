@@ -232,9 +232,11 @@ TEST_F(Leaving, ATimeOutlivesTheLoader) {
   ASSERT_EQ(act(kl::SVC_START), kl::ERROR_OK);
   ASSERT_TRUE(isUp());
   ASSERT_TRUE(setWakeTime(4000000000));
+  EXPECT_EQ(row().get(kl::SVC_WAKE_AT, 0), 4000000000u);
   ASSERT_EQ(leave(), kl::ERROR_OK);
   beginAgain(SIGKILL, configuration);
   EXPECT_TRUE(staysAway());
+  EXPECT_EQ(row().get(kl::SVC_WAKE_AT, 0), 4000000000u);
   loader_->signal(SIGTERM);
   ASSERT_EQ(loader_->waitForEnd(), 0);
   {

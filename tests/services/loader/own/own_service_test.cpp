@@ -196,6 +196,9 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   EXPECT_EQ(row.get(kl::SVC_DROPS, 0), 5u);
   EXPECT_EQ(row.get(kl::SVC_QUEUE, 9), 0u);
   EXPECT_EQ(row.get(kl::SVC_REQUESTS, 9), 0u);
+  EXPECT_FALSE(row.has(kl::SVC_WAKE_AT));
+  s.wakeAt = 1800000000;
+  EXPECT_EQ(loader::objectOf(s).get(kl::SVC_WAKE_AT, 0), 1800000000u);
 }
 
 TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsCaller) {

@@ -36,12 +36,13 @@ class Requests : public testing::Test {
     return reply_;
   }
 
-  static kl::message loader(const kl::message& request) {
+  kl::message loader(const kl::message& request) const {
     kl::message netif;
     netif.insert(kl::STD_ID, 32);
     netif.insert(kl::SVC_NAME, "netif");
     netif.insert(kl::SVC_STATE, kl::SVC_STATE_RUNNING);
     netif.insert(kl::SVC_DROPS, 3);
+    if (wakeAt_ != 0) netif.insert(kl::SVC_WAKE_AT, wakeAt_);
     if (request.get(kl::SYS_CMD, 0) == kl::CMD_GETOBJ) return netif;
     kl::message reply;
     reply.insert(kl::STD_OBJS, {flat(netif)});
@@ -61,6 +62,7 @@ class Requests : public testing::Test {
   kl::message reply_;
   kl::message last_;  // the last request to a service other than the loader
   kl::message sent_;  // the last message that expects no reply
+  unsigned int wakeAt_ = 0;
 };
 
 }  // namespace
@@ -154,6 +156,17 @@ TEST_F(Requests, ServicesShowsTheLoadersTable) {
   const Json services = Json::parse(run({"services", "--json"}));
   EXPECT_EQ(services[0]["state"], "running");
   EXPECT_EQ(services[0]["drops"], 3);  // JSON has every field
+}
+
+TEST_F(Requests, ServicesShowsWhenOneIsToBeStarted) {
+  ::setenv("TZ", "UTC0", 1);
+  ::tzset();
+  EXPECT_EQ(run({"services"}).find("wake_at"), std::string::npos);
+  wakeAt_ = 1767225600;
+  const std::string text = run({"services"});
+  EXPECT_NE(text.find("messages_out wake_at"), std::string::npos) << text;
+  EXPECT_NE(text.find("2026-01-01 00:00:00\n"), std::string::npos) << text;
+  EXPECT_EQ(Json::parse(run({"services", "--json"}))[0]["wake_at"], 1767225600);
 }
 
 TEST_F(Requests, ANumberFindsTheServicesDictionary) {
