@@ -2,77 +2,74 @@
 //
 // Its exit status is 0 when every question was answered and 1 otherwise.
 
+#include <chrono>
 #include <iostream>
 
+#include "kl/client.h"
 #include "kl/looper.h"
-#include "kl/ticks.h"
 #include "netif.kl.h"
 
 namespace {
-constexpr kl::TickCount kTimeout = kl::inTicks(std::chrono::seconds(3));
+using netif::Interface;
+using namespace std::chrono_literals;
 
 class Ask : public kl::Looper {
  public:
-  Ask() : kl::Looper(kAny) { reportTooBig(true); }
+  Ask() : kl::Looper(kAny) {
+    reportTooBig(true);
+    interfaces_.setTimeout(3s);
+  }
 
   // Asks for the whole table, chunk by chunk, and waits for each reply: nothing else runs meanwhile.
   bool askAndWait() {
-    kl::message request = question();
+    kl::message request;
+    request.insert(kl::SYS_TO, Interface::kRules.path());
     for (;;) {
       kl::message m = request;
-      const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, kTimeout);
-      if (kl::isError(reply)) return fail(reply);
-      for (const kl::message interface : reply.get(kl::STD_OBJS, {})) note(interface);
+      const kl::message reply = exchangeCmd(m, kl::CMD_GETALL, kl::inTicks(3s));
+      if (const kl::Error error = kl::Error::of(reply)) return fail(error);
+      for (const kl::message interface : reply.get(kl::STD_OBJS, {})) note(Interface::fromMessage(interface));
       if (!reply.has(kl::STD_GETALLID)) return true;
       request.insert(kl::STD_GETALLID, reply.get(kl::STD_GETALLID, kl::BADID));
     }
   }
 
-  // Asks for every interface at once and goes on: each reply, or its time-out, arrives at onReply.
+  // Asks for every interface at once and goes on: each reply, or its time-out, arrives in the callback.
   void askAndGoOn() {
     for (const unsigned int id : ids_) {
-      kl::message m = question();
-      m.insert(kl::SYS_CMD, kl::CMD_GETOBJ);
-      m.insert(kl::STD_ID, id);
-      postMessage(m, this, kl::bind<Ask, &Ask::onReply>(), m, kTimeout);
+      interfaces_.get(id, [this](const kl::Result<Interface>& interface) {
+        if (interface) show(*interface);
+        else (void)fail(interface.error());
+        if (interfaces_.isIdle()) shutdown();
+      });
     }
-    expected_ = ids_.size();
-    if (expected_ > 0) run();
+    if (!ids_.empty()) run();
   }
 
   bool failed() const { return failed_; }
 
  private:
-  static kl::message question() {
-    kl::message m;
-    m.insert(kl::SYS_TO, {netif::SERVICE});
-    return m;
+  void note(const Interface& interface) {
+    ids_.push_back(interface.id);
+    std::cout << interface.name.value_or("?") << ": " << (interface.up.value_or(false) ? "up" : "down")
+              << ", MTU " << interface.mtu.value_or(0)
+              << ", IPv6 addresses: " << (interface.addresses ? interface.addresses->size() : 0) << "\n";
   }
 
-  void note(const kl::message& interface) {
-    ids_.push_back(interface.get(kl::STD_ID, kl::BADID));
-    std::cout << interface.get(netif::NAME, "?") << ": " << (interface.get(netif::UP, false) ? "up" : "down")
-              << ", MTU " << interface.get(netif::MTU, 0)
-              << ", IPv6 addresses: " << interface.get(netif::ADDRESSES, {}).size() << "\n";
+  static void show(const Interface& interface) {
+    std::cout << "interface " << interface.id << ": " << interface.rx_bytes.value_or(0) << " bytes in, "
+              << interface.tx_bytes.value_or(0) << " bytes out\n";
   }
 
-  void onReply(const kl::message& reply, const kl::message& asked) {
-    if (kl::isError(reply)) (void)fail(reply);
-    else
-      std::cout << "interface " << asked.get(kl::STD_ID, 0) << ": " << reply.get(netif::RX_BYTES, 0)
-                << " bytes in, " << reply.get(netif::TX_BYTES, 0) << " bytes out\n";
-    if (--expected_ == 0) shutdown();
-  }
-
-  bool fail(const kl::message& reply) {
+  bool fail(const kl::Error& error) {
     failed_ = true;
-    std::cout << "netif: " << kl::getError(reply) << "\n";
+    std::cout << "netif: " << error.describe() << "\n";
     return false;
   }
 
   std::vector<unsigned int> ids_;
-  std::size_t expected_ = 0;  // replies still to come
   bool failed_ = false;
+  kl::Client<Interface> interfaces_{*this};
 };
 
 }  // namespace

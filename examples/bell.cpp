@@ -1,17 +1,18 @@
 // bell: answers a request when the time has come that it names.
 //
-// CMD_POLL with AT gets its reply then; CMD_GETCOUNT gives the number of those who wait.
+// CMD_POLL with the field `at` gets its reply then; CMD_GETCOUNT gives the number of those who wait.
 
 #include <algorithm>
 #include <chrono>
 #include <map>
 
+#include "bell.kl.h"
+#include "kl/description.h"
 #include "kl/looper.h"
 #include "kl/wall_timer.h"
 
 namespace {
 
-constexpr kl::field<unsigned long long> AT{0x10000001};  // in milliseconds since 1970
 constexpr unsigned long long kLongestWait = 24 * 60 * 60 * 1000;
 constexpr std::size_t kMostRequests = 100;
 
@@ -30,7 +31,7 @@ class Bell : public kl::Handler {
   // A request that is kept gets no reply here; all others get theirs from the library.
   void handleCmd(const kl::message& request, unsigned int command) override {
     if (command != kl::CMD_POLL || kl::isError(refusal(request))) return Handler::handleCmd(request, command);
-    waiting_.emplace(request.get(AT, 0), request);
+    waiting_.emplace(request.get(bell::AT, 0), request);
     loop_.blockLeave();
     ring();
   }
@@ -46,8 +47,9 @@ class Bell : public kl::Handler {
   }
 
   kl::message refusal(const kl::message& request) const {
-    if (!request.has(AT)) return kl::errorMsg(kl::ERROR_MISSING, "");
-    if (request.get(AT, 0) > now() + kLongestWait) return kl::errorMsg(kl::ERROR_FAILED, "more than a day");
+    if (!request.has(bell::AT)) return kl::errorMsg(kl::ERROR_MISSING, "");
+    if (request.get(bell::AT, 0) > now() + kLongestWait)
+      return kl::errorMsg(kl::ERROR_FAILED, "more than a day");
     if (waiting_.size() >= kMostRequests) return kl::errorMsg(kl::ERROR_BUSY, "");
     return {};
   }
@@ -93,10 +95,11 @@ class Bell : public kl::Handler {
 }  // namespace
 
 int main() {
-  kl::Looper loop(kl::Looper::kAny, 36);
+  kl::Looper loop(kl::Looper::kAny, bell::SERVICE);
   loop.reportTooBig(true);
-  Bell bell(loop);
-  loop.addHandler(0, &bell);
+  kl::setDescription(bell::kDescription);
+  Bell theBell(loop);
+  loop.addHandler(bell::HANDLER_BELL, &theBell);
   loop.setupLeave(1);
   loop.run();
 }

@@ -1,18 +1,12 @@
-// The data that netif leaves with, beside the subscriptions in 0xa8000001:
-//
-//     0xa0000002   string[]   names of interfaces
-//     0xa0000003   string[]   their descriptions, in the same order
-//     0x88000004   u32[]      the indexes that subscribers know
+// The data that netif leaves with, beside the subscriptions; memory.toml has their fields.
 
 #include "memory.h"
 
 #include <algorithm>
 
-namespace {
-constexpr kl::field<std::vector<std::string>> kNames{0xa0000002};
-constexpr kl::field<std::vector<std::string>> kTexts{0xa0000003};
-constexpr kl::field<std::vector<unsigned int>> kKnown{0x88000004};
+#include "memory.kl.h"
 
+namespace {
 constexpr std::size_t kRoomBytes = 32768;
 }  // namespace
 
@@ -44,16 +38,16 @@ void Memory::savePermData(kl::message& data) {
     texts.push_back(text);
   }
   if (!names.empty()) {
-    data.insert(kNames, names);
-    data.insert(kTexts, texts);
+    data.insert(memory::NAMES, names);
+    data.insert(memory::TEXTS, texts);
   }
-  if (!known_.empty()) data.insert(kKnown, known_);
+  if (!known_.empty()) data.insert(memory::KNOWN, known_);
 }
 
 void Memory::loadPermData(const kl::message& data) {
   Handler::loadPermData(data);
-  const auto names = data.get(kNames, {});
-  const auto texts = data.get(kTexts, {});
+  const auto names = data.get(memory::NAMES, {});
+  const auto texts = data.get(memory::TEXTS, {});
   for (std::size_t i = 0; i < std::min(names.size(), texts.size()); ++i) (void)describe(names[i], texts[i]);
-  known_ = data.get(kKnown, {});
+  known_ = data.get(memory::KNOWN, {});
 }

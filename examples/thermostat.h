@@ -3,17 +3,18 @@
 
 #include <chrono>
 
+#include "kl/client.h"
 #include "kl/looper.h"
 #include "kl/timer.h"
+#include "sensor.kl.h"
+#include "thermostat.kl.h"
 
-inline constexpr kl::field<unsigned int> TEMPERATURE{0x08000001};  // of the sensor, in tenths of a degree
-inline constexpr kl::field<bool> HEATING{0x00000001};              // of the thermostat
-
-// Asks the sensor, handler 0 of service 24, once a second.  Without an answer it does not heat.
+// Asks the sensor once a second.  Without an answer it does not heat.
 class Thermostat : public kl::Handler {
  public:
   Thermostat() {
     using namespace std::chrono_literals;
+    sensor_.setTimeout(500ms);
     poll_.repeat(1s, [this] { look(); });
   }
 
@@ -22,28 +23,24 @@ class Thermostat : public kl::Handler {
   static constexpr unsigned int kHeater = 1;
 
   void look() {
-    kl::message m;
-    m.insert(kl::SYS_TO, {24, 0});
-    m.insert(kl::SYS_CMD, kl::CMD_GET);
-    postMessage(m, this, kl::bind<Thermostat, &Thermostat::onTemperature>(), kl::message(), 50);
+    sensor_.measure([this](const kl::Result<sensor::RoomMeasureReply>& measured) {
+      heat(measured && measured->temperature < kColdBelow);
+    });
   }
 
-  void onTemperature(const kl::message& reply, const kl::message&) {
-    const bool isCold = !kl::isError(reply) && reply.get(TEMPERATURE, kColdBelow) < kColdBelow;
-    if (isCold == isHeating_) return;
-    isHeating_ = isCold;
+  void heat(bool on) {
+    if (on == isHeating_) return;
+    isHeating_ = on;
     notifyChange(kHeater);
   }
 
   kl::message cmdGet(const kl::message&) override { return getObject(kHeater); }
 
   kl::message getObject(unsigned int id) override {
-    kl::message m;
-    m.insert(kl::STD_ID, id);
-    m.insert(HEATING, isHeating_);
-    return m;
+    return thermostat::Heater{.id = id, .heating = isHeating_}.toMessage();
   }
 
   bool isHeating_ = false;
+  kl::Client<sensor::Room> sensor_{*this};
   kl::Timer poll_{*kl::getLooper()};
 };

@@ -1,47 +1,42 @@
 // watch_links: prints each interface of netif as it appears, changes and disappears, until it is interrupted.
 //
-// netif need not run yet, and may crash or leave: kl::Watcher finds it again and reports the differences.
+// netif need not run yet, and may crash or leave: kl::Follower finds it again and reports the differences.
 
 #include <csignal>
 #include <cstdio>
 #include <iostream>
 
+#include "kl/follower.h"
 #include "kl/looper.h"
-#include "kl/watcher.h"
 #include "netif.kl.h"
 
 namespace {
+using netif::Interface;
+
 constexpr unsigned int kSecondsADay = 86400;
 
-class WatchLinks : public kl::Watcher {
+class WatchLinks : public kl::Follower<Interface> {
  private:
-  void objectChanged(const kl::message& link) override {
-    const Shown now{link.get(netif::NAME, "?"), textOf(link)};
-    Shown& before = shown_[link.get(kl::STD_ID, kl::BADID)];
-    if (now == before) return;  // reported again, or only its counters moved
-    before = now;
-    print(now.name + ": " + now.text);
+  void added(const Interface& link) override { print(textOf(link)); }
+
+  void changed(const Interface& before, const Interface& now) override {
+    if (textOf(before) != textOf(now)) print(textOf(now));  // else only its counters moved
   }
 
-  void objectRemoved(unsigned int id) override {
-    print(shown_[id].name + " is gone");
-    shown_.erase(id);
+  void removed(const Interface& link) override { print(link.name.value_or("?") + " is gone"); }
+
+  void complete() override { print("that is all of them: " + std::to_string(size())); }
+
+  void lost(const kl::Error& error) override {
+    print("netif is lost" + (error ? ": " + error.describe() : ""));
   }
 
-  void tableComplete() override { print("that is all of them: " + std::to_string(shown_.size())); }
-
-  void providerLost(const kl::message& reason) override { print("netif is lost" + why(reason)); }
-
-  static std::string why(const kl::message& reason) {
-    return kl::isError(reason) ? ": " + kl::getError(reason) : "";
-  }
-
-  static std::string textOf(const kl::message& link) {
+  static std::string textOf(const Interface& link) {
     const std::size_t addresses =
-        link.get(netif::ADDRESSES, {}).size() + link.get(netif::ADDRESSES4, {}).size();
-    const std::string description = link.get(kl::STD_DESCR, "");
-    return std::string(link.get(netif::UP, false) ? "up" : "down") + ", MTU " +
-           std::to_string(link.get(netif::MTU, 0)) + ", addresses: " + std::to_string(addresses) +
+        (link.addresses ? link.addresses->size() : 0) + (link.addresses4 ? link.addresses4->size() : 0);
+    const std::string description = link.descr.value_or("");
+    return link.name.value_or("?") + ": " + (link.up.value_or(false) ? "up" : "down") + ", MTU " +
+           std::to_string(link.mtu.value_or(0)) + ", addresses: " + std::to_string(addresses) +
            (description.empty() ? "" : ", " + description);
   }
 
@@ -52,14 +47,6 @@ class WatchLinks : public kl::Watcher {
     (void)std::snprintf(time, sizeof time, "%02u:%02u:%02u ", second / 3600, second / 60 % 60, second % 60);
     std::cout << time << line << std::endl;
   }
-
-  struct Shown {
-    std::string name;
-    std::string text;
-    friend bool operator==(const Shown&, const Shown&) = default;
-  };
-
-  std::map<unsigned int, Shown> shown_;  // by index
 };
 
 void endLoop(void* loop, int) { static_cast<kl::Looper*>(loop)->shutdown(); }
@@ -73,6 +60,6 @@ int main() {
   loop.addSighandler(SIGTERM, &loop, endLoop, true);
   WatchLinks links;
   loop.addHandler(1, &links);
-  links.watch({netif::SERVICE});
+  links.follow();
   loop.run();
 }

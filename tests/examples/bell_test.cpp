@@ -7,6 +7,7 @@
 
 #include <chrono>
 
+#include "bell.kl.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/support/doubles/loader_double.h"
@@ -14,8 +15,6 @@
 namespace {
 
 using kl::message;
-
-constexpr kl::field<unsigned long long> kBellAt{0x10000001};
 
 unsigned long long wallMs(std::chrono::milliseconds ahead) {
   using namespace std::chrono;
@@ -54,7 +53,7 @@ class BellService : public testing::Test {
   }
   void poll(unsigned int id, unsigned int asker, std::chrono::milliseconds ahead) {
     message m;
-    m.insert(kBellAt, wallMs(ahead));
+    m.insert(bell::AT, wallMs(ahead));
     send(kl::CMD_POLL, id, asker, m);
   }
   // "7 to 9", and its error if it is one.

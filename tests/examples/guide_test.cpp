@@ -1,4 +1,5 @@
-// The guide, the page about messages and the README quote the examples; a quotation that is no longer true must not stay.
+// The guide, its neighbours and the README quote the examples and tests, so that each listing is compiled and run; a
+// quotation that is no longer true must not stay.
 
 #include <gtest/gtest.h>
 
@@ -42,11 +43,27 @@ void expectTrueQuotations(const std::string& document, std::size_t atLeast) {
         << quotation.text;
 }
 
+// A listing in C++ that names no file is compiled by nobody.
+void expectNoLooseListings(const std::string& document) {
+  std::istringstream lines(textOf(document));
+  unsigned int number = 0;
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_NE((++number, line), "```cpp") << document << ":" << number;
+  EXPECT_GT(number, 0u) << "there is no " << document;
+}
+
 }  // namespace
 
-TEST(Guide, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/guide.md", 7); }
+TEST(Guide, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/guide.md", 40); }
 
-TEST(DescriptionsPage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/descriptions.md", 1); }
+TEST(Guide, EachListingIsCompiledAndRun) {
+  for (const char* document : {"docs/guide.md", "docs/descriptions.md", "docs/coming-from.md", "README.md"})
+    expectNoLooseListings(document);
+}
+
+TEST(DescriptionsPage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/descriptions.md", 2); }
+
+TEST(ComingFromPage, QuotesTheExamplesAsTheyAre) { expectTrueQuotations("docs/coming-from.md", 3); }
 
 TEST(MessagePage, QuotesTheExampleAsItIs) { expectTrueQuotations("docs/message.md", 2); }
 
