@@ -35,6 +35,11 @@ inline constexpr field<unsigned long long> SVC_DROPS{0x1000000c};  // messages f
 // The second since 1970 at which it is started if it has left by then; absent where it named none (CTRL_WAKE_AT).
 inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
 
+inline constexpr field<unsigned long long> SVC_OLDEST{
+    0x10000028};  // ms that the oldest of them waits; absent without
+inline constexpr field<unsigned int> SVC_SILENT{
+    0x08000029};  // seconds since it sent something; absent while it has not
+
 // In CMD_SETOBJ: what to do with the service.
 inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};
 
@@ -53,6 +58,16 @@ inline constexpr unsigned int SVC_START = 1;    // starts it now, whatever delay
 inline constexpr unsigned int SVC_STOP = 2;     // SIGTERM, and SIGKILL after 2 s
 inline constexpr unsigned int SVC_RESTART = 3;  // the two together
 inline constexpr unsigned int SVC_LEAVE = 4;    // asks it to save its state and end
+
+// CMD_GETALL and CMD_GETCOUNT on the path [1, LOADER_REQUESTS] show the requests that are not answered yet.  Who may not
+// read at the asked service sees its own alone.  STD_ID is a request's number for as long as it is open.
+inline constexpr unsigned int LOADER_REQUESTS = 10;
+inline constexpr field<unsigned int> REQUEST_ASKER{0x0800002a};
+inline constexpr field<unsigned int> REQUEST_ASKED{0x08000023};
+inline constexpr field<std::vector<unsigned int>> REQUEST_PATH{0x88000024};  // inside it: the first handlers
+inline constexpr field<unsigned int> REQUEST_COMMAND{0x08000025};
+inline constexpr field<unsigned long long> REQUEST_AGE{0x10000026};  // ms
+inline constexpr field<bool> REQUEST_HELD{0x00000027};  // the asked service gets it when it comes
 
 // CMD_RELOAD on the path [1] makes the loader read its configuration anew, as SIGHUP does, and needs RIGHT_CONTROL.  The
 // reply says what becomes of the services, by their names; with a mistake in the configuration it is ERROR_FAILED with

@@ -84,7 +84,7 @@ class Loader::Client final : private ConnectionHost {
   Connection connection;
 
  private:
-  void onBatch() override { loader_.router_.setNow(common::secondsNow()); }
+  void onBatch() override { loader_.router_.setNow(common::momentNow()); }
   const char* onFrame(std::span<const unsigned char> body) override {
     return service != nullptr ? loader_.router_.route(*service, body, progress_)
                               : loader_.registerClient(*this, body);
@@ -123,6 +123,7 @@ Loader::Loader(Configuration configuration, Log& log)
       outbox_(configuration_.queueLimit),
       kept_(configuration_.stateFolder + "/leave", log),
       explainer_(configuration_, table_),
+      openTable_(table_, requests_, common::momentNow),
       own_(
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
@@ -144,6 +145,7 @@ Loader::Loader(Configuration configuration, Log& log)
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
       pending_(loop_) {
   own_.setExplainer(explainer_);
+  own_.setRequests(openTable_);
   own_.setReload([this] { return onReloadOrder(); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {

@@ -21,6 +21,7 @@
 #include "transport/listener.h"
 #include "transport/pending_connections.h"
 #include "transport/turns.h"
+#include "watch/request_table.h"
 
 namespace loader {
 
@@ -109,6 +110,7 @@ class Loader final : private LifecycleHost {
   Turns turns_{outbox_.work()};
   KeptData kept_;
   RightsExplainer explainer_;
+  RequestTable openTable_;
   OwnService own_;
   Denials denials_;
   Router router_;

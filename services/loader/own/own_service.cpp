@@ -56,9 +56,10 @@ bool isQuestion(unsigned int command) {
   }
 }
 
-bool asksForDescription(const kl::message& request) {
+// The table of services is 0, and what no handler is named for.
+unsigned int handlerOf(const kl::message& request) {
   const auto to = request.view_u32_array(kl::SYS_TO);
-  return to.size() == 1 && to.front() == kl::HANDLER_DESCRIPTION;
+  return to.size() == 1 ? to.front() : 0;
 }
 
 kl::message describeLoader(unsigned int command) {
@@ -105,15 +106,27 @@ void OwnService::handle(Service& caller, const kl::message& request) {
   const unsigned int command = request.get(kl::SYS_CMD, kl::CMD_NOOP);
   const bool isAllowed = command == kl::CMD_GETPOLICIES || policies_.is_allowed(request);
   if (!isAllowed) return reply(caller, request, kl::errorMsg(kl::ERROR_NOTALLOWED, whyNotAllowed(request)));
-  const bool isForTable = !asksForDescription(request);
+  const unsigned int handler = handlerOf(request);
+  const bool isForTable = handler == 0;
   if (isForTable && command == kl::CMD_SUBSCRIBE) return subscribe(caller, request);
   if (isForTable && command == kl::CMD_UNSUBSCRIBE) return unsubscribe(caller, request);
   if (hasUnread(caller)) return reply(caller, request, kl::errorMsg(kl::ERROR_BUSY, ""), Urgency::kOrdinary);
   if (isQuestion(command) && readsNoAnswer(caller)) return;
   if (command == kl::CMD_GETPOLICIES) return reply(caller, request, policies_.get_policies(request));
   if (isForTable) return handleForTable(caller, request, command);
+  if (handler == kl::LOADER_REQUESTS) return handleForRequests(caller, request, command);
   outbox_.work().spend(Work::kRow);
   reply(caller, request, describeLoader(command));
+}
+
+void OwnService::handleForRequests(Service& caller, const kl::message& request, unsigned int command) {
+  const bool isKnown = requests_ != nullptr;
+  if (command == kl::CMD_NOOP) return reply(caller, request, {});
+  if (isKnown && command == kl::CMD_GETALL)
+    return reply(caller, request, requests_->chunk(caller, request, outbox_.work()));
+  if (isKnown && command == kl::CMD_GETCOUNT)
+    return reply(caller, request, requests_->count(caller, request, outbox_.work()));
+  reply(caller, request, kl::errorMsg(kl::ERROR_NOTIMP, ""));
 }
 
 void OwnService::handleForTable(Service& caller, const kl::message& request, unsigned int command) {
@@ -148,10 +161,17 @@ kl::message OwnService::execute(const kl::message& request, unsigned int command
   }
 }
 
+// With what only the open requests can say.
+kl::message OwnService::rowOf(const Service& service) const {
+  kl::message row = objectOf(service);
+  if (requests_ != nullptr) requests_->addTo(row, service);
+  return row;
+}
+
 kl::message OwnService::getObject(unsigned int id) {
   outbox_.work().spend(Work::kRow);
   const Service* service = table_.find(id);
-  return service != nullptr ? objectOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
+  return service != nullptr ? rowOf(*service) : kl::errorMsg(kl::ERROR_UNKNOWNID, "");
 }
 
 // One chunk of the table: from STD_GETALLID on (absent: from the start), at most STD_GETALLNO rows (0: as many as
@@ -164,7 +184,7 @@ kl::message OwnService::getAll(const kl::message& request) {
   kl::Chunk chunk(most);
   for (auto at = start == kl::BADID ? all.begin() : all.lower_bound(start); at != all.end(); ++at) {
     outbox_.work().spend(Work::kRow);
-    if (!chunk.add(at->first, objectOf(*at->second))) break;
+    if (!chunk.add(at->first, rowOf(*at->second))) break;
   }
   return chunk.reply();
 }
@@ -270,7 +290,7 @@ void OwnService::sendChanges() {
   std::size_t bytes = 0;
   for (const unsigned int id : ids) {
     const Service* service = table_.find(id);
-    kl::message::flat_message row = (service != nullptr ? objectOf(*service) : deadRow(id)).flattened();
+    kl::message::flat_message row = (service != nullptr ? rowOf(*service) : deadRow(id)).flattened();
     if (!objects.empty() && bytes + row.size() > kl::Chunk::kMostBytes) {
       notify(objects);
       objects.clear();

@@ -13,6 +13,7 @@
 #include "routing/service_table.h"
 #include "routing/subscriptions.h"
 #include "services/common/timer.h"
+#include "watch/request_table.h"
 
 namespace loader {
 
@@ -51,6 +52,9 @@ class OwnService {
   // Who answers questions about rights; without one they are not implemented.
   void setExplainer(const RightsExplainer& explainer) { explainer_ = &explainer; }
 
+  // Where the open requests are; without them nobody asks about any.
+  void setRequests(const RequestTable& requests) { requests_ = &requests; }
+
   // Reads the configuration anew and gives the reply; without it that is not implemented.
   void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
 
@@ -76,6 +80,8 @@ class OwnService {
 
   void onBatchTimer();
   void handleForTable(Service& caller, const kl::message& request, unsigned int command);
+  void handleForRequests(Service& caller, const kl::message& request, unsigned int command);
+  kl::message rowOf(const Service& service) const;
   std::string whyNotAllowed(const kl::message& request) const;
   kl::message execute(const kl::message& request, unsigned int command);
   kl::message getObject(unsigned int id);
@@ -99,6 +105,7 @@ class OwnService {
   WriteQueues writeQueues_;
   const CommandRights commands_ = loaderCommands();
   const RightsExplainer* explainer_ = nullptr;
+  const RequestTable* requests_ = nullptr;
   std::function<kl::message()> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;

@@ -59,6 +59,10 @@ Access decideInNameOf(const SenderRights* user, const Envelope& e, const Destina
 
 }  // namespace
 
+bool SenderRights::speaksForUser(std::string_view name) const {
+  return speaksFor != nullptr && speaksFor->find(name) != nullptr;
+}
+
 Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
 
 Access Access::ofNotification(const SenderRights& sender) {
@@ -81,6 +85,12 @@ Access Access::decide(const SenderRights& sender, const Envelope& e, const Desti
 
 Access Access::decide(const Rights& rights, unsigned int command, const DestinationRules& to) {
   return rights.none ? denied(Denial::kNoRights) : judged(rights.bits, command, to);
+}
+
+bool Access::mayRead(const SenderRights& sender, std::string_view user, const DestinationRules& to) {
+  if (sender.isTrusted) return true;
+  const Grant* grant = grantAt(sender.speaksForUser(user) ? *sender.speaksFor->find(user) : sender, to);
+  return grant != nullptr && (grant->rights.bits & kl::RIGHT_READ) != 0;
 }
 
 std::string Access::reason() const {

@@ -30,6 +30,8 @@ struct SenderRights {
   RightsRecords user;  // SYS_USER, for requests that do not bring it: those of a trusted one that name nobody
   std::vector<Grant> grants;  // by access list; the first is for destinations without a list of their own
   std::shared_ptr<const UsersSpokenFor> speaksFor = nullptr;  // whom its requests may name; null: nobody
+
+  bool speaksForUser(std::string_view name) const;
 };
 
 // The users whom the requests of a gateway may name, with what each of them may do.
@@ -86,6 +88,9 @@ struct Access {
 
   bool isDenied() const { return denial != Denial::kNone; }
   std::string reason() const;  // "lacks the right change"
+
+  // Whether `user` (empty: the sender itself) may read there when this sender asks in his name.
+  static bool mayRead(const SenderRights& sender, std::string_view user, const DestinationRules& to);
 
   // The copy passes without rights, so its receiver allows it everything.
   static Access withoutRights();

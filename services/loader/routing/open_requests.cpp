@@ -42,12 +42,13 @@ std::span<const unsigned int> KeptPath::view() const {
 }
 
 void OpenRequests::add(Service& caller, Service& callee, const Envelope& envelope, Path path,
-                       unsigned int now) {
+                       common::Moment now) {
   const unsigned int place = takeFreePlace();
   OpenRequest& request = places_[place];
   request.caller = &caller;
   request.callee = &callee;
   request.id = envelope.requestId;
+  request.command = envelope.command;
   request.expectsReply = envelope.expectsReply;
   request.isHeld = callee.isHeldFor;
   request.since = now;
@@ -87,6 +88,15 @@ const OpenRequest* OpenRequests::oldestTo(const Service& callee) const {
 }
 
 void OpenRequests::forgetOldestTo(Service& callee) { unlink(callee.requests.oldestServing); }
+
+const OpenRequest* OpenRequests::newerFrom(const OpenRequest& request) const {
+  return request.newerMade == kNone ? nullptr : &places_[request.newerMade];
+}
+
+const OpenRequest* OpenRequests::findFrom(unsigned int& place) const {
+  while (place < places_.size() && places_[place].caller == nullptr) ++place;
+  return place < places_.size() ? &places_[place] : nullptr;
+}
 
 std::size_t OpenRequests::chainOf(const Service& caller, const Service& callee, unsigned int id) const {
   const auto ends = std::uint64_t{caller.id} << 32 | callee.id;

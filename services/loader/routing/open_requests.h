@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "routing/envelope.h"
+#include "services/common/seconds.h"
 
 namespace loader {
 
@@ -35,11 +36,12 @@ struct OpenRequest {
   Service* caller = nullptr;
   Service* callee = nullptr;
   unsigned int id = 0;  // its SYS_REQID
+  unsigned int command = 0;
   bool expectsReply = false;
-  bool isHeld = false;     // the callee has not been given it yet
-  unsigned int since = 0;  // seconds
-  KeptPath returnPath;     // inside the caller
-  KeptPath path;           // inside the callee
+  bool isHeld = false;   // the callee has not been given it yet
+  common::Moment since;  // when it came by
+  KeptPath returnPath;   // inside the caller
+  KeptPath path;         // inside the callee
 
   // Links by position: the caller's requests and those of the callee in order of age, and the hash chain.
   unsigned int olderMade = 0, newerMade = 0;
@@ -75,7 +77,7 @@ class OpenRequests {
   explicit OpenRequests(std::uint64_t seed) : seed_(seed) {}
 
   // Notes a request that is delivered to `path` inside `callee`.
-  void add(Service& caller, Service& callee, const Envelope& envelope, Path path, unsigned int now);
+  void add(Service& caller, Service& callee, const Envelope& envelope, Path path, common::Moment now);
 
   // Everything that was held for the service is on its way to it.
   void release(const Service& callee);
@@ -90,6 +92,13 @@ class OpenRequests {
   // The oldest request that waits for `callee`, null without one.  Borrowed until the next change.
   const OpenRequest* oldestTo(const Service& callee) const;
   void forgetOldestTo(Service& callee);
+
+  // The request that `caller` made after this one of its own, null behind the newest.  Borrowed as the oldest is.
+  const OpenRequest* newerFrom(const OpenRequest& request) const;
+
+  // Requests stand in numbered places, and keep theirs while they are open.  The first one in `place` or behind it,
+  // whose place then is in `place`; null behind the last.  Walks over free places.
+  const OpenRequest* findFrom(unsigned int& place) const;
 
   std::size_t size() const { return used_; }
   std::size_t longestChain() const;  // walks all of them

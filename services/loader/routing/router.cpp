@@ -39,6 +39,11 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
   return m;
 }
 
+// Besides its table of services.
+bool isHandlerOfLoader(unsigned int handler) {
+  return handler == kl::HANDLER_DESCRIPTION || handler == kl::LOADER_REQUESTS;
+}
+
 bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }
 
 // Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
@@ -106,7 +111,7 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body, 
 }
 
 void Router::countFrame(Service& sender, std::size_t bytes) const {
-  sender.lastActive = now_;
+  sender.lastActive = sender.lastSent = now_.seconds;
   ++sender.traffic.messagesOut;
   sender.traffic.bytesOut += kPrefixBytes + bytes;
 }
@@ -206,20 +211,20 @@ void Router::reportNeed(Service& to, const Envelope& e) {
   calls_.onNeeded(to);
 }
 
-// Handler 0 is the loader's table, so it need not be named; its description is the only other handler.
+// Handler 0 is the loader's table of services, so it need not be named.
 void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (e.isReply() || e.isErrorNotice()) return;
   const Path inside = path.withoutFirst();
-  const bool isForDescription = inside.size() == 1 && inside[0] == kl::HANDLER_DESCRIPTION;
   const bool isForTable = inside.size() == 0 || (inside.size() == 1 && inside[0] == 0);
-  if (!isForDescription && !isForTable) return reportBrokenPath(sender, e, path);
+  const bool isForOther = inside.size() == 1 && isHandlerOfLoader(inside[0]);
+  if (!isForOther && !isForTable) return reportBrokenPath(sender, e, path);
   Service* own = table_.find(kl::SERVICE_LOADER);
   const Access access = Access::decide(sender.rights, e, own != nullptr ? own->rules : DestinationRules());
   if (access.isDenied()) return deny(sender, e, kl::SERVICE_LOADER, inside, access);
   if (e.wantsAnswer() && !outbox_.canAnswer(sender))
     return refuse(sender, e, kl::SERVICE_LOADER, inside, kl::ERROR_BUSY);
   scratch_.clear();
-  appendDelivered(scratch_, e, isForDescription ? inside : Path(), sender.id, access.mark);
+  appendDelivered(scratch_, e, isForOther ? inside : Path(), sender.id, access.mark);
   const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
   if (own != nullptr) {
     ++own->traffic.messagesIn;
@@ -237,7 +242,7 @@ void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path r
 
 // What goes to all keeps nobody from leaving.
 void Router::noteActivity(const Envelope& e, Service& to) const {
-  if (e.path()[0] != kl::PATH_ALL) to.lastActive = now_;
+  if (e.path()[0] != kl::PATH_ALL) to.lastActive = now_.seconds;
 }
 
 // A reply that its caller has no room for becomes a short one that says so.
@@ -298,7 +303,7 @@ bool Router::makeRoom(Service& caller) {
   const bool isInLimits = caller.account == nullptr || caller.account->hasRoomFor(Resource::kRequests, 1);
   if (caller.requests.madeCount < kMaxOpenRequests && isInLimits) return true;
   const OpenRequest* oldest = requests_.oldestFrom(caller);
-  if (oldest == nullptr || now_ - oldest->since <= kOldSeconds) return false;
+  if (oldest == nullptr || now_.seconds - oldest->since.seconds <= kOldSeconds) return false;
   answerOpen(*oldest, kl::ERROR_TIMEOUT);
   requests_.forgetOldestFrom(caller);
   return true;

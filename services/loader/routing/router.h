@@ -57,8 +57,8 @@ class Router {
         calls_(std::move(calls)),
         ends_(table, outbox) {}
 
-  // The time that requests are stamped with, in seconds from any beginning.
-  void setNow(unsigned int seconds) { now_ = seconds; }
+  // The time that requests are stamped with, from any beginning.
+  void setNow(common::Moment now) { now_ = now; }
 
   // How far a frame with many receivers has come, when the turn of its sender was over before it had reached all.
   struct Progress {
@@ -125,7 +125,7 @@ class Router {
   Calls calls_;
   Ends ends_;
   Buffer scratch_;
-  unsigned int now_ = 0;
+  common::Moment now_;
 };
 
 }  // namespace loader

@@ -57,6 +57,7 @@ struct Service {
   bool wantsToLeave = false;    // it said so when it could not
   unsigned int wakeAt = 0;  // the second since 1970 at which it wants to be started if it has left; 0: none
   unsigned int lastActive = 0;    // seconds: when a message for it or from it came last
+  unsigned int lastSent = 0;      // seconds: when one from it came last
   unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone
 
   Account* account = nullptr;        // what it takes is taken from there; null: nobody counts

@@ -472,4 +472,23 @@ TEST(OwnServiceOnThePage, IsAsInTheCode) {
   for (const std::string& row : rows) EXPECT_TRUE(kl::test::shows(page, "| " + row)) << row;
 }
 
+TEST_F(OwnServiceTest, TheOpenRequestsAreATableBesideThatOfTheServices) {
+  kl::message m = request({}, kl::CMD_GETCOUNT, 5);
+  const auto askAt = [&](unsigned int command) {
+    kl::message asking = request({kl::LOADER_REQUESTS}, command, 5, {10, 7});
+    own_.handle(a_, asking);
+    return takeOnly(a_);
+  };
+  EXPECT_EQ(errorOf(askAt(kl::CMD_GETALL)), kl::ERROR_NOTIMP);  // nobody knows of any
+  loader::OpenRequests requests(1);
+  const loader::RequestTable open(table_, requests, [] { return common::Moment(1); });
+  own_.setRequests(open);
+  EXPECT_EQ(askAt(kl::CMD_GETCOUNT).get(kl::STD_GETALLNO, 9), 0u);
+  EXPECT_EQ(errorOf(askAt(kl::CMD_GETALL)), kl::ERROR_OK);
+  EXPECT_EQ(errorOf(askAt(kl::CMD_NOOP)), kl::ERROR_OK);
+  for (const unsigned int command : {kl::CMD_SETOBJ, kl::CMD_RELOAD, kl::CMD_SUBSCRIBE})
+    EXPECT_EQ(errorOf(askAt(command)), kl::ERROR_NOTIMP);
+  EXPECT_EQ(self_.subscriptions.oldestAt, nullptr);
+}
+
 }  // namespace

@@ -197,4 +197,23 @@ TEST_F(AccessTest, AGatewayEndsWhatLiesBehindIt) {
   EXPECT_FALSE(decide(bob(Rights::of(64)), kl::CMD_DISCONNECTED).mark.records.empty());
 }
 
+TEST_F(AccessTest, WhoMayReadSomewhereIsAskedByHisGrantThere) {
+  EXPECT_TRUE(Access::mayRead(bob(Rights::of(64)), "bob", {}));
+  EXPECT_FALSE(Access::mayRead(bob(Rights::of(128)), "bob", {}));
+  EXPECT_FALSE(Access::mayRead(bob(Rights::nothing()), "bob", {}));
+  EXPECT_FALSE(Access::mayRead({}, "", {}));
+  SenderRights trusted;
+  trusted.isTrusted = true;
+  EXPECT_TRUE(Access::mayRead(trusted, "", {5, nullptr}));
+}
+
+TEST_F(AccessTest, WhomAGatewaySpeaksForReadsByHisOwnGrant) {
+  const SenderRights sender = gateway();
+  for (const unsigned int list : {0u, 1u, 2u})
+    EXPECT_EQ(Access::mayRead(sender, "alice", {list, nullptr}),
+              !decide(sender, inNameOf("alice"), {list, nullptr}).isDenied() &&
+                  (decide(sender, inNameOf("alice"), {list, nullptr}).bits & 64) != 0)
+        << list;
+}
+
 }  // namespace

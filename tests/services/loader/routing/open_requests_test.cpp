@@ -105,9 +105,9 @@ TEST_F(OpenRequestsTest, LongPathsAreKeptWhole) {
 TEST_F(OpenRequestsTest, OfEqualRequestsTheOldestIsAnsweredFirst) {
   ask(a_, b_, 1, {7}, 100);
   ask(a_, b_, 1, {7}, 200);
-  EXPECT_EQ(requests_.oldestFrom(a_)->since, 100u);
+  EXPECT_EQ(requests_.oldestFrom(a_)->since.seconds, 100u);
   EXPECT_TRUE(answer(a_, b_, 1, {7}));
-  EXPECT_EQ(requests_.oldestFrom(a_)->since, 200u);
+  EXPECT_EQ(requests_.oldestFrom(a_)->since.seconds, 200u);
 }
 
 TEST_F(OpenRequestsTest, TheListsRunFromTheOldestToTheNewest) {
@@ -163,6 +163,32 @@ TEST_F(OpenRequestsTest, RandomStepsAgreeWithAList) {
       ASSERT_EQ(s->requests.madeCount, asks);
     }
   }
+}
+
+TEST_F(OpenRequestsTest, AWalkOverThePlacesMeetsEachOpenRequestOnce) {
+  unsigned int place = 0;
+  EXPECT_EQ(requests_.findFrom(place), nullptr);
+  ask(a_, b_, 1, {7});
+  ask(a_, b_, 2, {7});
+  ask(c_, b_, 3, {7});
+  ASSERT_TRUE(answer(a_, b_, 2, {7}));
+  std::vector<unsigned int> met;
+  for (place = 0; const loader::OpenRequest* request = requests_.findFrom(place); ++place)
+    met.push_back(request->id);
+  EXPECT_EQ(met, (std::vector<unsigned int>{1, 3}));
+}
+
+TEST_F(OpenRequestsTest, TheRequestsOfACallerAreWalkedFromTheOldest) {
+  ask(a_, b_, 1, {7});
+  ask(c_, b_, 2, {7});
+  ask(a_, c_, 3, {7});
+  const loader::OpenRequest* request = requests_.oldestFrom(a_);
+  ASSERT_NE(request, nullptr);
+  EXPECT_EQ(request->id, 1u);
+  request = requests_.newerFrom(*request);
+  ASSERT_NE(request, nullptr);
+  EXPECT_EQ(request->id, 3u);
+  EXPECT_EQ(requests_.newerFrom(*request), nullptr);
 }
 
 }  // namespace

@@ -352,6 +352,22 @@ TEST_F(RouterTest, TheLoadersDescriptionIsAtAHandlerOfItsOwn) {
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }
 
+TEST_F(RouterTest, TheOpenRequestsAreAtAHandlerOfTheLoader) {
+  (void)route(a_, request({1, kl::LOADER_REQUESTS}, kl::CMD_GETALL, 5, {7}));
+  ASSERT_EQ(asked_.size(), 1u);
+  EXPECT_EQ(asked_[0].get(kl::SYS_TO, {}), Ids{kl::LOADER_REQUESTS});
+}
+
+TEST_F(RouterTest, AnOpenRequestRemembersWhatWasAskedAndWhen) {
+  router_.setNow({7, 250});
+  (void)route(a_, request({24, 0}, kl::CMD_GETALL, 5, {7}));
+  const loader::OpenRequest* open = requests_.oldestTo(b_);
+  ASSERT_NE(open, nullptr);
+  EXPECT_EQ(open->command, kl::CMD_GETALL);
+  EXPECT_EQ(open->since.millisecondsSince({7, 0}), 250u);
+  EXPECT_EQ(a_.lastSent, 7u);
+}
+
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
   (void)route(a_, request({1, 5}, kl::CMD_GETALL, 5, {7}));
   EXPECT_TRUE(asked_.empty());
