@@ -21,6 +21,7 @@ constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
 constexpr std::chrono::milliseconds kMoment(
     90);  // for the registration, and for each answer: 200 ms all in all
+constexpr std::chrono::milliseconds kPatienceWithTheStuck(500);
 
 // The options that may stand before and after any verb, and that not every verb uses.  --json is for every verb: results,
 // if there are any, are JSON.
@@ -62,6 +63,10 @@ class Parser {
     addAction(Verb::kRestart, "restart", "End a service and start it again");
     addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait for that");
     addVerb(app_, Verb::kReload, "reload", "Make the loader read its configuration anew", kEveryOption);
+    addVerb(app_, Verb::kRequests, "requests", "List the requests that are not answered yet",
+            kTimeout | kFields);
+    addVerb(app_, Verb::kStuck, "stuck", "Name who does not answer, and what it does instead",
+            kTimeout | kFields, &Parser::interpretStuck);
     addDump();
     addUndo();
     addStore();
@@ -388,6 +393,11 @@ class Parser {
     line_.path = parsePath(words_.path);
     if (!line_.path.handlers.empty() || !line_.path.objectName.empty() || line_.path.object)
       throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
+  }
+
+  // Who asks what is stuck does not want to wait for it.
+  void interpretStuck() {
+    if (options_[kTimeout]->count() == 0) line_.timeout = kPatienceWithTheStuck;
   }
 
   void interpretQuestion() {

@@ -24,6 +24,8 @@ enum class Verb {
   kRestart,
   kLeave,
   kReload,
+  kRequests,
+  kStuck,
   kDump,
   kUndoList,
   kUndoShow,

@@ -6,6 +6,9 @@
 
 #include "verbs/request.h"
 
+#include <limits>
+#include <sstream>
+
 #include "ask/path.h"
 #include "kl/conventions.h"
 #include "output/show.h"
@@ -19,20 +22,44 @@ namespace {
 using Objects = Channels::Objects;
 
 // The columns of `services`, and kWakeTime where a service has one; `getall loader` shows all fields of the loader's table.
-const std::vector<std::string> kServiceColumns = {"id",   "name",   "state",       "pid",
-                                                  "user", "starts", "messages_in", "messages_out"};
+// A terminal that has no room for all of them gets those that say what waits.
+using Columns = std::vector<std::string>;
+const Columns kServiceColumns = {"id",          "name",         "state", "pid",      "user",   "starts",
+                                 "messages_in", "messages_out", "queue", "requests", "oldest", "drops"};
+const Columns kFewServiceColumns = {"id",    "name",     "state",  "pid",  "user",
+                                    "queue", "requests", "oldest", "drops"};
+
+// Those of a table that fits the line; the last ones where none does.
+const Columns& fitting(const std::vector<Json>& objects, const Columns& all, const Columns& few,
+                       const FieldNames& names) {
+  constexpr std::size_t kAnyWidth = std::numeric_limits<std::size_t>::max();
+  const std::string table = objectsTable(objects, all, kAnyWidth, names);
+  std::istringstream lines(table);
+  for (std::string line; std::getline(lines, line);)
+    if (line.size() > lineWidth()) return few;
+  return all;
+}
+
 constexpr char kWakeTime[] = "wake_at";
 
-// The date of a wake time for people; JSON has the seconds.
-std::string servicesText(const Objects& messages, const FieldNames& names) {
-  std::vector<Json> rows = toJson(messages, names);
-  std::vector<std::string> columns = kServiceColumns;
+// The dates of wake times for people; JSON has the seconds.  True if there are any.
+bool addDates(std::vector<Json>& rows) {
+  bool hasDates = false;
   for (Json& row : rows) {
     if (!row.contains(kWakeTime) || !row[kWakeTime].is_number_unsigned()) continue;
-    if (columns.back() != kWakeTime) columns.push_back(kWakeTime);
     row[kWakeTime] = dateText(row[kWakeTime].get<unsigned int>());
+    hasDates = true;
   }
-  return objectsTable(rows, columns, lineWidth(), names);
+  return hasDates;
+}
+
+std::string servicesText(const Objects& messages, const FieldNames& names) {
+  std::vector<Json> rows = toJson(messages, names);
+  Columns all = kServiceColumns;
+  Columns few = kFewServiceColumns;
+  if (addDates(rows))
+    for (Columns* columns : {&all, &few}) columns->push_back(kWakeTime);
+  return objectsTable(rows, fitting(rows, all, few, names), lineWidth(), names);
 }
 
 std::string objectsText(const CommandLine& line, const Objects& messages, const FieldNames& names,

@@ -17,6 +17,7 @@
 #include "verbs/new_service.h"
 #include "verbs/reload.h"
 #include "verbs/request.h"
+#include "verbs/requests.h"
 #include "verbs/rights.h"
 #include "verbs/store.h"
 #include "verbs/undo.h"
@@ -42,6 +43,8 @@ constexpr Row kRows[] = {
     {Verb::kRestart, restartService},
     {Verb::kLeave, leaveService},
     {Verb::kReload, reloadConfiguration},
+    {Verb::kRequests, listRequests},
+    {Verb::kStuck, showStuck},
     {Verb::kDump, dumpFile},
     {Verb::kUndoList, listChanges},
     {Verb::kUndoShow, showChange},

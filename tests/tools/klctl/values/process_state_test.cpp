@@ -1,0 +1,45 @@
+#include "tools/klctl/values/process_state.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace klctl {
+
+TEST(ProcessState, IsALetterBehindTheName) {
+  EXPECT_EQ(whatItDoes("812 (leases) R 1 812", ""), "runs");
+  EXPECT_EQ(whatItDoes("812 (leases) S 1 812", "do_poll"), "is asleep in do_poll");
+  EXPECT_EQ(whatItDoes("812 (leases) S 1 812", "0"), "is asleep");
+  EXPECT_EQ(whatItDoes("812 (leases) D 1 812", "io_schedule"), "waits for a device in io_schedule");
+  EXPECT_EQ(whatItDoes("812 (leases) T 1 812", "do_signal_stop"), "is stopped");
+  EXPECT_EQ(whatItDoes("812 (leases) t 1 812", ""), "is stopped by a debugger");
+  EXPECT_EQ(whatItDoes("812 (leases) Z 1 812", ""), "has ended");
+}
+
+TEST(ProcessState, ANameMayLookLikeAState) {
+  EXPECT_EQ(whatItDoes("812 (a) Z (b) T 1 812", ""), "is stopped");
+}
+
+TEST(ProcessState, WhatTheKernelDoesNotTellIsEmpty) {
+  for (const char* stat : {"", "812", "812 (leases", "812 (leases) ", "812 (leases) ? 1"})
+    EXPECT_EQ(whatItDoes(stat, "do_poll"), "") << stat;
+}
+
+TEST(ProcessState, AStoppedProcessIsToldFromARunningOne) {
+  EXPECT_EQ(whatItDoes(::getpid()), "runs");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    (void)::raise(SIGSTOP);
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+  EXPECT_EQ(whatItDoes(child), "is stopped");
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(whatItDoes(child), "");
+}
+
+}  // namespace klctl
