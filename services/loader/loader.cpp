@@ -129,6 +129,9 @@ Loader::Loader(Configuration configuration, Log& log)
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { writeQueues(); }),
       denials_(configuration_, log),
+      deadlocks_(
+          loop_, table_, requests_, outbox_, common::momentNow,
+          [this](const std::string& line) { log_.line(line); }, [this] { writeQueues(); }),
       router_(table_, requests_, subscriptions_, outbox_,
               {[this](Service& caller, const kl::message& request) { own_.handle(caller, request); },
                [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
@@ -136,7 +139,9 @@ Loader::Loader(Configuration configuration, Log& log)
                [this](const Service& sender, const Envelope& e, unsigned int toId, Path rest,
                       const Access& access) {
                  denials_.report(sender, e, toId, rest, access, common::secondsNow());
-               }}),
+               },
+               [this] { deadlocks_.onChain(); },
+               [this](const Service& sender, unsigned int id) { deadlocks_.onAnswer(sender, id); }}),
       registration_(table_, ids_, configuration_),
       leaving_(table_, kept_),
       idleness_(loop_, common::secondsNow, [this](Service& service) { onIdle(service); }),
@@ -187,6 +192,12 @@ Service& Loader::addOwnRow() {
   own.state = kl::SVC_STATE_RUNNING;
   outbox_.setSender(own);
   return own;
+}
+
+// Neither its orders nor a word to the loader come any more.
+void Loader::forgetAwayOne(const Service& service) {
+  own_.forgetOrdersOf(service);
+  deadlocks_.forget(service);
 }
 
 void Loader::addConfigured(const ServiceConfiguration& configured) {

@@ -21,6 +21,7 @@
 #include "transport/listener.h"
 #include "transport/pending_connections.h"
 #include "transport/turns.h"
+#include "watch/deadlocks.h"
 #include "watch/request_table.h"
 
 namespace loader {
@@ -64,12 +65,13 @@ class Loader final : private LifecycleHost {
   void adopt(Service& service, Descriptor connection) override;
   void drainConnectionsOf(Service& service) override;
   void disconnect(Service& service) override;
-  void onServiceGone(Service& service) override { own_.forgetOrdersOf(service); }
-  void onServiceLeft(Service& service) override { own_.forgetOrdersOf(service); }
+  void onServiceGone(Service& service) override { forgetAwayOne(service); }
+  void onServiceLeft(Service& service) override { forgetAwayOne(service); }
   void onAllEnded() override;
   void writeQueues() override;
 
   Service& addOwnRow();
+  void forgetAwayOne(const Service& service);
   void onSubscriptionRefused(const Service& subscriber, const Service& provider);
   void addConfigured(const ServiceConfiguration& configured);
   void onConnection(Descriptor socket, common::Peer peer);
@@ -113,6 +115,7 @@ class Loader final : private LifecycleHost {
   RequestTable openTable_;
   OwnService own_;
   Denials denials_;
+  Deadlocks deadlocks_;
   Router router_;
   Registration registration_;
   Leaving leaving_;

@@ -213,6 +213,7 @@ void Router::reportNeed(Service& to, const Envelope& e) {
 
 // Handler 0 is the loader's table of services, so it need not be named.
 void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
+  if (e.isReply() && e.hasRequestId && calls_.onOwnAnswer) calls_.onOwnAnswer(sender, e.requestId);
   if (e.isReply() || e.isErrorNotice()) return;
   const Path inside = path.withoutFirst();
   const bool isForTable = inside.size() == 0 || (inside.size() == 1 && inside[0] == 0);
@@ -270,8 +271,14 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
   if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;
-  if (e.isTracked()) requests_.add(sender, to, e, rest, now_);
+  if (e.isTracked()) noteOpen(sender, e, to, rest);
   if (e.isCommand()) forgetEndedSubscriptions(sender, e, to, rest, access);
+}
+
+void Router::noteOpen(Service& sender, const Envelope& e, Service& to, Path rest) {
+  requests_.add(sender, to, e, rest, now_);
+  const bool isInChain = sender.requests.servingCount != 0 && to.requests.madeCount != 0;
+  if (isInChain && calls_.onChain) calls_.onChain();
 }
 
 // R4.  The frame is judged in this one of its copies.

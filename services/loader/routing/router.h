@@ -46,6 +46,10 @@ class Router {
     std::function<void(const Service& sender, const Envelope& e, unsigned int toId, Path rest,
                        const Access& access)>
         onDenied = {};
+    // A request was delivered by somebody who is waited for, to somebody who waits: it may have closed a circle.
+    std::function<void()> onChain = {};
+    // A service has answered a request that the loader itself has made.
+    std::function<void(const Service& sender, unsigned int requestId)> onOwnAnswer = {};
   };
 
   Router(ServiceTable& table, OpenRequests& requests, Subscriptions& subscriptions, Outbox& outbox,
@@ -103,6 +107,7 @@ class Router {
   void noteActivity(const Envelope& e, Service& to) const;
   void deliverReply(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest);
+  void noteOpen(Service& sender, const Envelope& e, Service& to, Path rest);
   void deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest, const Access& access);
   bool receiverHasSubscribed(Service& sender, const Envelope& e, Service& to, Path rest) const;
   void forgetEndedSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 
 #include "kl/description.h"
@@ -65,9 +66,14 @@ class RouterTest : public testing::Test {
                     EXPECT_EQ(sender.id, 10u);
                     codes_.push_back(e.control);
                   },
-                  [this](Service& to) { needed_.push_back(to.id); }}};
-  bool endsItsCaller_ = false;  // as a caller ends that stops itself
-  Ids callers_;                 // of the loader's own service, and what they asked
+                  [this](Service& to) { needed_.push_back(to.id); },
+                  {},
+                  [this] { ++chains_; },
+                  [this](const Service& sender, unsigned int id) { answered_[sender.id] = id; }}};
+  int chains_ = 0;                                 // requests that may have closed a circle
+  std::map<unsigned int, unsigned int> answered_;  // requests of the loader's own
+  bool endsItsCaller_ = false;                     // as a caller ends that stops itself
+  Ids callers_;                                    // of the loader's own service, and what they asked
   std::vector<kl::message> asked_;
   Ids codes_;   // of control messages
   Ids needed_;  // services that something is held for
@@ -366,6 +372,21 @@ TEST_F(RouterTest, AnOpenRequestRemembersWhatWasAskedAndWhen) {
   EXPECT_EQ(open->command, kl::CMD_GETALL);
   EXPECT_EQ(open->since.millisecondsSince({7, 0}), 250u);
   EXPECT_EQ(a_.lastSent, 7u);
+}
+
+TEST_F(RouterTest, ARequestOfOneWhoIsAskedToOneWhoAsksMayCloseACircle) {
+  (void)route(a_, request({24}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, request({30}, kl::CMD_GET, 5, {7}));  // a chain is none
+  (void)route(a_, request({30}, kl::CMD_GET, 6, {7}));
+  EXPECT_EQ(chains_, 0);
+  (void)route(other_, request({10}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(chains_, 1);
+}
+
+TEST_F(RouterTest, TheLoaderHearsWhoHasAnsweredIt) {
+  (void)route(b_, replyTo({1, kl::LOADER_REQUESTS}, 77));
+  EXPECT_EQ(answered_, (std::map<unsigned int, unsigned int>{{24, 77}}));
+  EXPECT_TRUE(takeMessages(b_).empty());
 }
 
 TEST_F(RouterTest, TheLoaderHasNoOtherHandler) {
