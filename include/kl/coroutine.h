@@ -279,6 +279,17 @@ class AwaitedReply : public Awaited {
   bool isOpen_ = false;
 };
 
+// A call for each of the description's own commands, where it has any.
+template <class Object, class Client>
+struct AwaitedCalls {
+  using Type = NoCalls;
+};
+template <class Object, class Client>
+requires requires { typename Object::template Awaits<Client>; }
+struct AwaitedCalls<Object, Client> {
+  using Type = typename Object::template Awaits<Client>;
+};
+
 class AwaitedTicks : public Awaited {
  public:
   AwaitedTicks(ThinRunner& loop, unsigned int ticks) : timer_(loop), ticks_(ticks) {}
@@ -302,6 +313,8 @@ class AwaitedTicks : public Awaited {
 //     const leases::Lease lease{.mac = mac, .host = "printer"};
 //     const kl::Result<unsigned int> id = co_await leases_.add(lease);
 //
+// A command of the service's own is such a call, too: co_await leases_.releaseAll().
+//
 // What a call is given are variables: g++ 12 mistreats braces in a co_await expression, and so they do not compile.
 //
 // Errors:    values of the results; nothing else.
@@ -310,7 +323,7 @@ class AwaitedTicks : public Awaited {
 // Threads:   as the handler.
 // Cost:      as Client.
 template <class Object>
-class TaskClient {
+class TaskClient : public detail::AwaitedCalls<Object, TaskClient<Object>>::Type {
  public:
   // As those of Client.
   explicit TaskClient(Handler& handler) requires(std::constructible_from<Client<Object>, Handler&>)

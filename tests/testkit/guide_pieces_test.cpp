@@ -140,7 +140,12 @@ class Extender : public kl::Handler {
     lease->expires = later();
     if (const auto set = co_await leases_.set(*lease); !set) complain(set.error().describe());
   }
+  kl::Task release(kl::Tasks&) {
+    const kl::Result<leases::LeaseReleaseAllReply> reply = co_await leases_.releaseAll();
+    complain(reply ? std::to_string(reply->released) + " released" : reply.error().describe());
+  }
   void start() { extend(tasks_, 4); }
+  void startRelease() { release(tasks_); }
   std::string complaint_;
 
  private:
@@ -164,6 +169,10 @@ TEST(GuidePieces, SeveralStepsAsACoroutine) {
   const auto asked = service.takeAsked();
   ASSERT_EQ(asked.size(), 2u);
   EXPECT_EQ(asked[1].get(leases::EXPIRES, 0), 4000000000u);
+  service.on(leases::CMD_RELEASE_ALL, leases::LeaseReleaseAllReply{.released = 2}.toMessage());
+  extender.startRelease();
+  bus.runUntilIdle();
+  EXPECT_EQ(extender.complaint_, "2 released");
   service.end();
   extender.start();
   bus.runUntilIdle();

@@ -19,6 +19,9 @@ std::string freed(const std::string& word) {
   return isTaken(kKeywords, word) || isTaken(kMacros, word) ? word + "_" : word;
 }
 
+// Types inside the structures of objects.
+bool isOfStructures(const std::string& word) { return isTaken(" Operations Calls Awaits ", word); }
+
 char capital(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 
 }  // namespace
@@ -31,14 +34,19 @@ std::string constantName(const std::string& name) {
   return freed(result);
 }
 
-std::string typeName(const std::string& name) {
+std::string camelName(const std::string& name) {
   std::string result;
   bool begins = true;
   for (const char c : name) {
     if (c != '_') result += begins ? capital(c) : c;
     begins = c == '_';
   }
-  return freed(result);
+  return result;
+}
+
+std::string typeName(const std::string& name) {
+  const std::string result = camelName(name);
+  return isOfStructures(result) ? result + "_" : freed(result);
 }
 
 std::string spaceName(const std::string& name) {

@@ -11,6 +11,9 @@ std::string memberName(const std::string& name);    // rx_bytes, class_
 std::string constantName(const std::string& name);  // RX_BYTES, EOF_
 std::string typeName(const std::string& name);      // RxBytes
 
+// The third form as a part of a longer name, whatever is taken.
+std::string camelName(const std::string& name);
+
 // A name space: "netif", "std_".
 std::string spaceName(const std::string& name);
 

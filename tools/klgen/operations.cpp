@@ -1,5 +1,5 @@
-// Two class templates inside the structure of an object, so that a header which nobody uses for handlers or clients needs
-// neither: Operations<Base> is a handler, Calls<Client> a base of kl::Client.
+// Class templates inside the structure of an object, so that a header which nobody uses for handlers or clients needs none
+// of them: Operations<Base> is a handler, Calls<Client> a base of kl::Client, Awaits<Client> one of kl::TaskClient.
 
 #include "operations.h"
 
@@ -27,11 +27,11 @@ std::string freed(const std::string& word, const char* taken) {
 }
 
 std::string operationName(const Command& command) {
-  return "cmd" + freed(typeName(command.name), kTakenOperations);
+  return "cmd" + freed(camelName(command.name), kTakenOperations);
 }
 
 std::string callName(const Command& command) {
-  std::string word = typeName(command.name);
+  std::string word = camelName(command.name);
   word.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(word.front())));
   return freed(memberName(word), kTakenCalls);
 }
@@ -74,6 +74,19 @@ std::string call(const Object& object, const Command& command) {
          (command.takes.empty() ? "{}" : "theRequest") + ", ::std::move(theDone));\n    }\n";
 }
 
+// What a task awaits.  As in kl::TaskClient, what is given is a variable.
+std::string awaitedCall(const Object& object, const Command& command) {
+  const std::string name = structureName(object, command);
+  const std::string request = command.takes.empty() ? "" : "const " + name + "Request& theRequest";
+  const std::string text = "    auto " + callName(command) + "(" + request +
+                           ") { return static_cast<Client&>(*this).template call<" + name + ">(" +
+                           (command.takes.empty() ? "" : "theRequest") + "); }\n";
+  return remarkOf(command) + text +
+         (command.takes.empty()
+              ? ""
+              : "    void " + callName(command) + "(const " + name + "Request&&) = delete;\n");
+}
+
 template <class ToText>
 std::string eachOf(const Object& object, ToText toText) {
   std::string text;
@@ -101,7 +114,10 @@ std::string operationsOf(const Object& object) {
          "      return Base::cmdUnknown(theRequest, theCommand);\n    }\n  };\n"
          "\n  // The same as calls of an asker (kl/client.h).\n"
          "  template <class Client>\n  class Calls {\n   public:\n" +
-         eachOf(object, call) + "  };\n";
+         eachOf(object, call) +
+         "  };\n\n  // The same for tasks (kl/coroutine.h).\n  template <class Client>\n  class Awaits {\n   "
+         "public:\n" +
+         eachOf(object, awaitedCall) + "  };\n";
 }
 
 }  // namespace klgen

@@ -227,6 +227,25 @@ TEST_F(CompiledHeader, EveryWordOfCppMayBeAField) {
                "-fsyntax-only"),
       "");
 }
+
+// The types inside the structures, and the values of a field.
+TEST_F(CompiledHeader, ObjectsMayBeCalledAsWhatIsInThem) {
+  const auto header =
+      headerFor(described("fields = [{ name = \"calls\", field = \"u32:1\", values = { a = 1 } }]\n"
+                          "[[objects]]\nname = \"operations\"\nfields = [\"calls\"]\n"
+                          "commands = [{ name = \"awaits\", code = 1, right = \"read\", takes = [\"calls\"], "
+                          "gives = [\"calls\"] }]\n"));
+  EXPECT_EQ(compiled(header,
+                     "#include \"kl/client.h\"\n#include \"kl/table.h\"\n"
+                     "struct Mine : kl::Table<svc::Operations_> {\n"
+                     "  kl::Result<svc::OperationsAwaitsReply> cmdAwaits(\n"
+                     "      const svc::OperationsAwaitsRequest& asked, const kl::message&) override {\n"
+                     "    return svc::OperationsAwaitsReply{.calls = asked.calls};\n  }\n};\n"
+                     "void ask(kl::Client<svc::Operations_>& client) { client.awaits({}); }\n"
+                     "kl::Handler* make() { return new Mine; }\n",
+                     "-fsyntax-only"),
+            "");
+}
 #endif
 
 // The limit is for this compiler and this processor.

@@ -22,6 +22,13 @@ TEST(Identifiers, WhatCppHasForItselfGetsAnUnderscore) {
   EXPECT_EQ(constantName("null"), "NULL_");
 }
 
+TEST(Identifiers, WhatStructuresHaveForThemselvesGetsAnUnderscore) {
+  EXPECT_EQ(typeName("calls"), "Calls_");
+  EXPECT_EQ(typeName("operations"), "Operations_");
+  EXPECT_EQ(typeName("call"), "Call");
+  EXPECT_EQ(memberName("calls"), "calls");
+}
+
 TEST(Identifiers, NameSpacesOfOthersAreLeftAlone) {
   EXPECT_EQ(spaceName("netif"), "netif");
   EXPECT_EQ(spaceName("std"), "std_");

@@ -85,6 +85,11 @@ TEST(Operations, NamesThatAreTakenGetAnUnderscore) {
     EXPECT_TRUE(has(text, part)) << part << " is not in\n" << text;
 }
 
+TEST(Operations, TasksAwaitThem) {
+  EXPECT_TRUE(has(textFor("{ name = \"go\", code = 1, right = \"read\" }"),
+                  "auto go() { return static_cast<Client&>(*this).template call<AGo>(); }"));
+}
+
 TEST(Operations, ACommandWithoutFieldsTakesAndGivesNothing) {
   const std::string text = textFor("{ name = \"go\", code = 1, right = \"read\", doc = \"begins\" }");
   EXPECT_TRUE(has(text, "    // begins\n    virtual ::kl::Error cmdGo(const ::kl::message&) {")) << text;
