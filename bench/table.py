@@ -38,7 +38,7 @@ SIZE_AIMS = {"kl::message": 8, "heap of an empty message": 0,
              "first block of a message with one number": 1032}
 
 STORE_AIMS = {f"{operation}, {count} of {size}": aim
-              for operation, aim in (("set new", 1.6), ("overwrite", 1.6), ("get", 1.2))
+              for operation, aim in (("set new", 1.6), ("overwrite", 1.6), ("batch of 100", 2.5), ("get", 1.2))
               for count in ("100", "10,000", "100,000") for size in ("200 B", "2 KB")}
 # How much more an operation may cost with 100,000 free slots than with 1,000; reopening for each of them.
 FREE_SLOT_AIMS = {"set new": 1.5, "reopen": 5}

@@ -67,6 +67,11 @@ class BareFiles {
     writeSlot(slot);
     giveLockBack(lock);
   }
+  void setAll(const std::vector<unsigned int>& slots) {
+    const int lock = takeLock();
+    for (const unsigned int slot : slots) writeRecord(slot), writeSlot(slot);
+    giveLockBack(lock);
+  }
   void remove(unsigned int slot) {
     const int lock = takeLock();
     writeSlot(slot);

@@ -11,6 +11,7 @@
 // of what will be written to it and its truncation.  On a file system with blocks a file that grows from nothing and
 // becomes nothing again costs more than all the rest.
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 
@@ -33,6 +34,11 @@ class Product {
     for (unsigned int id = 0; id < count; ++id) set(id);
   }
   void set(unsigned int id) { store_.set(id, message_); }
+  void setAll(const std::vector<unsigned int>& ids) {
+    kl::Store::Messages messages;
+    for (const unsigned int id : ids) messages.emplace_hint(messages.end(), id, message_);
+    bench::mustWork(store_.batch(messages), "batch");
+  }
   void get(unsigned int id) { (void)store_.get(id); }
   void remove(unsigned int id) { store_.remove(id); }
   void reopen() { (void)kl::Store(path_, 3).get(0); }
@@ -62,6 +68,12 @@ struct Systems {
         lmdb(folder, entries, value) {}
 
   unsigned int next() { return static_cast<unsigned int>((step_ += 7919) % count); }
+  std::vector<unsigned int> nextHundred() {
+    std::vector<unsigned int> ids(100);
+    for (unsigned int& id : ids) id = next();
+    std::sort(ids.begin(), ids.end());
+    return ids;
+  }
 
   unsigned int count;
   bench::Folder folder;
@@ -110,7 +122,7 @@ class Lazy {
 class Cases {
  public:
   Cases(const std::string& title, unsigned int count, unsigned int bytes)
-      : title_(title), systems_(std::make_shared<Lazy<Systems>>(count, bytes)) {}
+      : title_(title), hasBatches_(count >= 1'000), systems_(std::make_shared<Lazy<Systems>>(count, bytes)) {}
 
   void add() {
     const auto nothing = [](auto&, Systems&, unsigned) {};
@@ -126,11 +138,15 @@ class Cases {
     const auto get = [](auto& system, Systems& all, unsigned times) {
       for (unsigned i = 0; i < times; ++i) system.get(all.next());
     };
+    const auto setAll = [](auto& system, Systems& all, unsigned times) {
+      for (unsigned i = 0; i < times; ++i) system.setAll(all.nextHundred());
+    };
     const auto reopen = [](auto& system, Systems&, unsigned times) {
       for (unsigned i = 0; i < times; ++i) system.reopen();
     };
     addChange("set new", setNew, nothing, removeNew);
     addChange("overwrite", overwrite, nothing, nothing);
+    if (hasBatches_) addCase("batch of 100", setAll, nothing, nothing);
     addCase("get", get, nothing, nothing);
     addChange("remove", removeNew, setNew, nothing);
     addCase("reopen", reopen, nothing, nothing);
@@ -168,6 +184,7 @@ class Cases {
   }
 
   std::string title_;
+  bool hasBatches_;
   std::shared_ptr<Lazy<Systems>> systems_;
 };
 

@@ -37,6 +37,11 @@ class Sqlite {
     sqlite3_bind_blob(set_, 2, value_.data(), static_cast<int>(value_.size()), SQLITE_STATIC);
     step(set_, id, SQLITE_DONE);
   }
+  void setAll(const std::vector<unsigned int>& ids) {
+    run("BEGIN");
+    for (const unsigned int id : ids) set(id);
+    run("COMMIT");
+  }
   void get(unsigned int id) { step(get_, id, SQLITE_ROW); }
   void remove(unsigned int id) { step(remove_, id, SQLITE_DONE); }
   void reopen() {
@@ -93,6 +98,11 @@ class Lmdb {
   void set(unsigned int id) {
     MDB_txn* change = begin(0);
     put(change, id);
+    check(mdb_txn_commit(change));
+  }
+  void setAll(const std::vector<unsigned int>& ids) {
+    MDB_txn* change = begin(0);
+    for (const unsigned int id : ids) put(change, id);
     check(mdb_txn_commit(change));
   }
   void get(unsigned int id) {

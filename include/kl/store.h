@@ -17,6 +17,7 @@ namespace kl {
 //     kl::Store routes("/kelo/routes/table", 3);       // creates /kelo/routes, loads what is there
 //     routes.set(17, m);
 //     for (const auto& [id, entry] : routes.entries()) use(id, routes.get(id));
+//     routes.batch({{17, m}, {18, n}}, {9});           // both are set and entry 9 is removed, or nothing happens
 //     routes.age();                                    // entries whose third call this is go; touch() prevents it
 //
 // P being the path, the files are P.idx, P.dat and P.lock; docs/store.md has their bytes.  Changes go to the
@@ -82,6 +83,14 @@ class KL_API Store {
 
   // Gives an entry this many further calls of age().  Nothing happens if there is none.
   void touch(unsigned int id, unsigned int lifetime);
+
+  // Several changes as one: stores each message of `set` under its id, and removes the entries of `removed`; an id that
+  // is in both is stored.  Either all of it happens or nothing, whenever the process is killed and whichever write fails;
+  // with Durability::kPowerLoss also when power is lost, and everything is durable then.  False, and one line, if nothing
+  // happened: a message has id 0xFFFFFFFF, the disk has no room, or the lock is not to be had.
+  // Cost: what is written is written twice, once as a note; old values keep their room until the end.
+  using Messages = std::map<unsigned int, message>;
+  bool batch(const Messages& set, const std::vector<unsigned int>& removed = {});
 
   // Counts the lifetime of each entry down by one; entries that have 1 or 0 are removed.
   void age();

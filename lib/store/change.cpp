@@ -65,7 +65,7 @@ void Store::Core::Change::willFill(const Entry& hole) {
 }
 
 void Store::Core::Change::willAppend(const Entry& entry) {
-  if (!intent_) return;
+  if (!intent_ || before_) return;
   before_ = lengthsBefore(entry);
   intent_->setLengthsBefore(*before_);
   core_.journal_.noteLengths(core_.files_, *before_);
@@ -73,6 +73,19 @@ void Store::Core::Change::willAppend(const Entry& entry) {
 
 void Store::Core::Change::willWriteBlob(unsigned int offset, Bytes blob) {
   if (intent_) intent_->willWriteBlob(offset, blob);
+}
+
+[[gnu::cold]] void Store::Core::Change::willWriteOneBlob(unsigned int offset, Bytes blob) {
+  if (intent_) intent_->willWriteOneBlob(offset, blob);
+}
+
+[[gnu::cold]] bool Store::Core::Change::isWholeOrNothing() const {
+  return intent_ && core_.slots_.backlog().unwritten.empty() && core_.slots_.backlog().unfreed.empty();
+}
+
+[[gnu::cold]] bool Store::Core::Change::carryOut() {
+  isNoted_ = !core_.journal_.note(*intent_);
+  return !isNoted_ && core_.journal_.carryOut(*intent_, core_.files_);
 }
 
 void Store::Core::Change::noteIntent() {

@@ -28,9 +28,17 @@ class __attribute__((visibility("hidden"))) Store::Core::Change {
   void willFreeSlot(unsigned int id, const Entry& entry);
   // A slot that was free until now.
   void willFill(const Entry& hole);
-  // The files grow by the slot of this entry.
+  // The files grow by the slot of this entry, the first of several.
   void willAppend(const Entry& entry);
   void willWriteBlob(unsigned int offset, Bytes blob);
+
+  // One of several; the bytes are copied.
+  void willWriteOneBlob(unsigned int offset, Bytes blob);
+
+  // A change of several parts can be noted, and taken back: nothing that earlier changes could not write is left.
+  bool isWholeOrNothing() const;
+  // Makes it: all of it, or nothing and false.
+  bool carryOut();
 
   // Writes what was collected into the journal, or marks the end of the files where there is no room for that.
   void noteIntent();

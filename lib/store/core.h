@@ -27,6 +27,7 @@ class __attribute__((visibility("hidden"))) Store::Core {
   message get(unsigned int id);
   bool remove(unsigned int id);
   void touch(unsigned int id, unsigned int lifetime);
+  bool batch(const Messages& set, const std::vector<unsigned int>& removed);
   void age();
 
   // --- The store as a whole (loading.cpp)
@@ -57,6 +58,7 @@ class __attribute__((visibility("hidden"))) Store::Core {
   bool ensureConverted();
   void rewrite(unsigned int offset, const Blob& blob);
   bool moveAndWrite(unsigned int id, const Blob& blob);
+  bool writeBatch(const Messages& set, const std::vector<unsigned int>& removed);
   void takeBackAppended(const Entry& last, bool isIndexed);
 
   bool tryLoad();

@@ -66,6 +66,16 @@ void Store::Core::touch(unsigned int id, unsigned int lifetime) {
   (void)writeSlot(entry->slot, slotWith(id, *entry));
 }
 
+// A loss of power that costs earlier changes could cost a part of this one with them, so they are synced first.
+[[gnu::cold]] bool Store::Core::batch(const Messages& set, const std::vector<unsigned int>& removed) {
+  if (set.empty() && removed.empty()) return true;
+  const bool isAllowed = set.empty() || set.rbegin()->first != kFreeId;
+  if (isAllowed && journal_.survivesPowerLoss()) doFlush();
+  const bool isDone = isAllowed && ensureConverted() && writeBatch(set, removed);
+  if (isDone) checkForBloat();
+  return reportUnless(isDone, "STORE: batch failed");
+}
+
 void Store::Core::age() {
   // Each step starts from the id, because removing may compact, and a compaction may empty the store.
   for (auto at = entries().begin(); at != entries().end();) {
@@ -94,7 +104,9 @@ void Store::Core::rewrite(unsigned int offset, const Blob& blob) {
 // Gives the entry a slot, leaving the old one if it has one, and writes it there.
 bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   Change change(*this);
-  const auto [entry, left, hole] = slots_.move(id, defaultLifetime_, blob.size());
+  const Slots::Move move = slots_.move(id, defaultLifetime_, blob.size());
+  slots_.freeLeft(move);
+  const auto& [entry, left, hole] = move;
   if (left) change.willFreeSlot(id, *left);
   if (hole) change.willFill(*hole);
   else change.willAppend(entry);
@@ -110,6 +122,36 @@ bool Store::Core::moveAndWrite(unsigned int id, const Blob& blob) {
   if (hole) change.freeSlot(entry);
   else takeBackAppended(entry, isIndexed);
   slots_.drop(id);
+  return false;
+}
+
+// No slot is used that has an entry, not even one that leaves it now: until the end every old value is there.
+[[gnu::cold]] bool Store::Core::writeBatch(const Messages& set, const std::vector<unsigned int>& removed) {
+  Change change(*this);
+  if (!change.isWholeOrNothing()) return false;
+  std::vector<Slots::Move> moves;
+  for (const auto& [id, m] : set) {
+    const Blob blob(m);
+    const Slots::Move& move = moves.emplace_back(slots_.move(id, defaultLifetime_, blob.size()));
+    if (move.left) change.willFreeSlot(id, *move.left);
+    if (move.hole) change.willFill(*move.hole);
+    else change.willAppend(move.entry);
+    change.willWriteSlot(id, move.entry);
+    change.willWriteOneBlob(move.entry.offset, blob.bytes());
+  }
+  for (const Slots::Move& move : moves) slots_.freeLeft(move);
+  for (const unsigned int id : removed) {
+    const auto entry = slots_.seek(id);
+    if (entry == entries().end() || set.contains(id)) continue;
+    change.willFreeSlot(id, entry->second);
+    slots_.remove(entry);
+  }
+  if (change.carryOut()) {
+    flush();
+    return true;
+  }
+  slots_.clear();
+  (void)decodeIndex(false);
   return false;
 }
 
@@ -164,6 +206,9 @@ void Store::set(unsigned int id, const message& m) { core_->set(id, m); }
 message Store::get(unsigned int id) { return core_->get(id); }
 bool Store::remove(unsigned int id) { return core_->remove(id); }
 void Store::touch(unsigned int id, unsigned int lifetime) { core_->touch(id, lifetime); }
+bool Store::batch(const Messages& set, const std::vector<unsigned int>& removed) {
+  return core_->batch(set, removed);
+}
 void Store::age() { core_->age(); }
 void Store::deleteFiles() { core_->deleteFiles(); }
 void Store::restart() { core_->restart(); }

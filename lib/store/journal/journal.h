@@ -36,6 +36,9 @@ class Journal {
 
   // Notes what is about to be written.  False if there is no room for that.
   bool note(Intent& intent);
+  // Carries out an intent that was noted, or what was done of it is taken back, and drops it.  With durable lengths no
+  // loss of power leaves a part of it if both files were synced before; afterwards they are again.
+  bool carryOut(const Intent& intent, const StoreFiles& files);
   // The number of slots before a change that adds some, noted if there was no room for an intent.
   [[gnu::cold]] void markEnd(const FileLengths& before);
   // Drops the intent of a change that is complete, and what an incomplete note left.

@@ -151,6 +151,12 @@ void Intent::willWriteBlob(unsigned int offset, Bytes blob) {
   blob_ = blob;
 }
 
+[[gnu::cold]] void Intent::willWriteOneBlob(unsigned int offset, Bytes blob) {
+  addStep(Kind::kWriteData, offset, blob.size);
+  const auto* const bytes = static_cast<const unsigned char*>(blob.data);
+  head_.insert(head_.end(), bytes, bytes + blob.size);
+}
+
 bool Intent::write(int lockFd, std::size_t offset) {
   Checksum sum;
   sum.add(&head_[kHeaderBytes], head_.size() - kHeaderBytes);

@@ -42,9 +42,13 @@ class Intent {
   void willExtendData(unsigned long long length);
   // The last step of an intent.
   void willWriteBlob(unsigned int offset, Bytes blob);
+  // One step of several; the bytes are copied.
+  void willWriteOneBlob(unsigned int offset, Bytes blob);
 
   // Writes the intent at `offset` of the lock file.
   bool write(int lockFd, std::size_t offset);
+  // What was written, if it has no blob as its last step.
+  Bytes written() const { return {head_.data(), head_.size()}; }
 
  private:
   void addSlot(Kind kind, unsigned int slot, const IndexSlot& content);

@@ -76,12 +76,20 @@ void takeBack(const IntentReader& intent, int idx, int data) {
   cutTo(data, intent.before().data);
 }
 
+// All steps or none.
+bool redo(const IntentReader& intent, int idx, int data) {
+  for (const Intent::Step& step : intent.steps())
+    if (!carryOut(step, idx, data)) {
+      takeBack(intent, idx, data);
+      return false;
+    }
+  return true;
+}
+
 void redo(const IntentReader& intent, const std::string& basePath) {
   const Descriptor idx((basePath + ".idx").c_str(), O_RDWR);
   const Descriptor data((basePath + ".dat").c_str(), O_RDWR);
-  if (!idx || !data || !(idsOf(idx.fd(), data.fd()) == intent.ids())) return;
-  for (const Intent::Step& step : intent.steps())
-    if (!carryOut(step, idx.fd(), data.fd())) return takeBack(intent, idx.fd(), data.fd());
+  if (idx && data && idsOf(idx.fd(), data.fd()) == intent.ids()) (void)redo(intent, idx.fd(), data.fd());
 }
 
 // The slots behind the first `count` stay if the files agree and no entry is there twice.
@@ -111,6 +119,18 @@ void finishCommit(const std::string& basePath, const FileIds& fresh) {
 }
 
 }  // namespace
+
+[[gnu::cold]] bool Journal::carryOut(const Intent& intent, const StoreFiles& files) {
+  if (survivesPowerLoss_) (void)::fsync(lock_.fd());
+  IntentReader steps;
+  const bool isDone =
+      steps.read(static_cast<const unsigned char*>(intent.written().data), intent.written().size) &&
+      redo(steps, files.idx(), files.data());
+  if (survivesPowerLoss_) files.sync();
+  if (isDone && survivesPowerLoss_) dropLengths();
+  else cutDurablyBackTo(lengthsBytes_);
+  return isDone;
+}
 
 void Journal::recover(const LockGuard& guard) {
   if (guard.isOutermost()) lengthsBytes_ = lock_.isHeld() ? recoverChange() : 0;

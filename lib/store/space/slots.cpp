@@ -87,14 +87,16 @@ void Slots::append(const IndexSlot& slot) {
 Slots::Move Slots::move(unsigned int id, unsigned int lifetime, unsigned int needBytes) {
   const auto [at, isNew] = entries_.try_emplace(id, Entry{0, 0, 0, lifetime});
   Move move{at->second, std::nullopt, std::nullopt};
-  if (!isNew) {
-    move.left = move.entry;
-    free_.pushBack(move.entry, true);
-    countFreed(move.entry);
-  }
+  if (!isNew) move.left = move.entry;
   move.hole = allocate(move.entry, needBytes);
   table_.put({id, move.entry.offset, move.entry.size});
   return move;
+}
+
+void Slots::freeLeft(const Move& move) {
+  if (!move.left) return;
+  free_.pushBack(*move.left, true);
+  countFreed(*move.left);
 }
 
 // Kept on purpose: a removed entry's slot goes to the front, one that an entry grew out of or that was free in the

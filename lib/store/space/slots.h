@@ -79,9 +79,10 @@ class Slots {
     std::optional<Entry>
         hole;  // the free slot that it got, as that was; nothing if its slot is a new one at the end
   };
-  // Frees the slot of an entry, or makes it with `lifetime` if there is none.  Then gives it the first free slot of at
-  // least so many bytes, or else a new one.
+  // Gives an entry, which is made with `lifetime` if there is none, the first free slot of at least so many bytes, or
+  // else a new one.  The slot that it left stays taken until freeLeft().
   Move move(unsigned int id, unsigned int lifetime, unsigned int needBytes);
+  void freeLeft(const Move& move);
   // Forgets the entry, and frees its slot.
   void remove(Store::Entries::iterator entry);
   // The same for an entry whose slot could not be filled.

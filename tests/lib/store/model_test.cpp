@@ -49,11 +49,26 @@ class StoreModel : public kl::test::StoreFiles, public testing::WithParamInterfa
     if (choice < 92) return ageBoth();
     if (choice < 93) store->compact(false);
     if (choice < 96) store = std::make_unique<Store>(base, kLifetime);
+    else batchBoth(random);
   }
 
   void setBoth(unsigned int id, const message& m) {
     store->set(id, m);
     model.try_emplace(id, Expected{m, kLifetime}).first->second.content = m;
+  }
+
+  void batchBoth(std::mt19937& random) {
+    Store::Messages set;
+    std::vector<unsigned int> removed;
+    for (auto changes = random() % 20; changes > 0; --changes) {
+      const auto id = static_cast<unsigned int>(random() % 40);
+      if (random() % 4 == 0) removed.push_back(id);
+      else set.insert_or_assign(id, filled(static_cast<unsigned int>(random() % 200)));
+    }
+    EXPECT_TRUE(store->batch(set, removed));
+    for (const unsigned int id : removed)
+      if (!set.contains(id)) model.erase(id);
+    for (const auto& [id, m] : set) model.try_emplace(id, Expected{m, kLifetime}).first->second.content = m;
   }
 
   void removeBoth(unsigned int id) { EXPECT_EQ(store->remove(id), model.erase(id) == 1); }

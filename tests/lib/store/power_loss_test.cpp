@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -94,6 +95,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     std::size_t flushes;           // that were complete then
     std::set<unsigned int> burst;  // ids that were changed since
     bool isEmptied;                // the writer is at it
+    std::optional<Values> whole;   // what a batch that the writer is at makes of them
   };
 
   StorePowerLoss() : kept(folder + "-kept") { std::filesystem::create_directory(kept); }
@@ -122,7 +124,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     calls.watch([&](const FileCall& call) {
       if (call.kind == FileCall::kCreate && known.count(call.from) == 1) return;  // it is only opened
       if (call.kind == FileCall::kCreate) keep(call.from);
-      events.push_back({call, flushed.size() - 1, burst, isEmptied});
+      events.push_back({call, flushed.size() - 1, burst, isEmptied, whole});
     });
     for (unsigned int step = 0; step < 80; ++step) doSomething(store);
   }
@@ -132,6 +134,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     if (choice < 4) flush(store);
     else if (choice < 6) compact(store);
     else if (choice == 6) empty(store);
+    else if (choice < 10) batch(store);
     else change(store, static_cast<unsigned int>(random() % kIds));
   }
 
@@ -168,6 +171,26 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     values.clear();
     noteDurable();
     ++emptyings;
+  }
+
+  // What went before is durable with it.
+  void batch(Store& store) {
+    Values after = values;
+    Store::Messages set;
+    std::vector<unsigned int> removed;
+    for (unsigned int id = 0; id < kIds; ++id) {
+      const auto choice = random() % 4;
+      if (choice == 0 && after.erase(id) == 1) removed.push_back(id);
+      if (choice != 1) continue;
+      after.insert_or_assign(id, filled(static_cast<unsigned int>(random() % 300), 7));
+      set.insert_or_assign(id, after.at(id));
+    }
+    whole = after;
+    EXPECT_TRUE(store.batch(set, removed));
+    whole.reset();
+    values = after;
+    noteDurable();
+    ++batches;
   }
 
   void noteDurable() {
@@ -210,6 +233,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
       Store store(path, 1000);
       isEmpty = isEmptyStore(store);
       if (isEmpty && event.isEmptied) return;
+      if (event.whole && holds(store, *event.whole)) return;
       for (unsigned int id = 0; id < kIds; ++id)
         if (event.burst.count(id) == 0) expectAsFlushed(store, id, flushed[event.flushes]);
     });
@@ -221,6 +245,13 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
   static bool isEmptyStore(const Store& store) {
     return std::all_of(store.entries().begin(), store.entries().end(),
                        [](const auto& entry) { return entry.second.size == 0; });
+  }
+
+  static bool holds(Store& store, const Values& expected) {
+    bool isSame = store.entries().size() == expected.size();
+    for (const auto& [id, value] : expected)
+      isSame = isSame && store.entries().count(id) == 1 && store.get(id) == value;
+    return isSame;
   }
 
   static void expectAsFlushed(Store& store, unsigned int id, const Values& expected) {
@@ -238,7 +269,9 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
   std::vector<Values> flushed;
   std::set<unsigned int> burst;
   bool isEmptied = false;
+  std::optional<Values> whole;
   unsigned int compactions = 0;
+  unsigned int batches = 0;
   unsigned int emptyings = 0;
   Disk start;
   std::vector<Event> events;
@@ -257,6 +290,7 @@ TEST_P(StorePowerLoss, CostsAtMostWhatWasChangedSinceTheLastFlush) {
   RecordProperty("events", static_cast<int>(events.size() * 4));
   RecordProperty("compactions", static_cast<int>(compactions));
   RecordProperty("emptyings", static_cast<int>(emptyings));
+  RecordProperty("batches", static_cast<int>(batches));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, StorePowerLoss, testing::Range(1U, 9U));
