@@ -34,6 +34,8 @@ inline constexpr field<unsigned int> SVC_REQUESTS{0x0800000b};     // requests t
 inline constexpr field<unsigned long long> SVC_DROPS{0x1000000c};  // messages for it that its full queue lost
 // The second since 1970 at which it is started if it has left by then; absent where it named none (CTRL_WAKE_AT).
 inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
+// "killed by SIGSEGV in leases.cpp:175 leases::Leases::cmdGetObj", "ended with status 1"; absent before
+inline constexpr field<std::string> SVC_LAST_END{0x20000048};
 
 inline constexpr field<unsigned long long> SVC_OLDEST{
     0x10000028};  // ms that the oldest of them waits; absent without
@@ -80,6 +82,17 @@ inline constexpr field<std::vector<std::string>> RELOAD_ADJUSTED{
     0xa000001f};                                                            // "[rights]" and "[loader]", too
 inline constexpr field<std::vector<std::string>> RELOAD_LATER{0xa0000020};  // keys: when the loader starts
 inline constexpr field<unsigned int> RELOAD_UNCHANGED{0x08000021};          // how many services
+
+// The crashes of services, on the path [SERVICE_LOADER, LOADER_CRASHES]: CMD_GETALL lists them, the latest first, and
+// CMD_GETOBJ shows one with its report.  Both need RIGHT_CONTROL.  SVC_NAME and SVC_PID are those of the service.
+inline constexpr unsigned int LOADER_CRASHES = 20;
+inline constexpr field<unsigned long long> CRASH_TIME{0x10000040};  // of the last one, in ns since 1970
+inline constexpr field<std::string> CRASH_SIGNAL{0x20000042};       // "SIGSEGV"
+inline constexpr field<std::string> CRASH_WHERE{0x20000043};        // in the source, or in the program
+inline constexpr field<unsigned int> CRASH_TIMES{0x08000044};       // how often
+inline constexpr field<std::string> CRASH_PROGRAM{0x20000045};
+inline constexpr field<std::string> CRASH_BUILD_ID{0x20000046};  // of the program; absent where it has none
+inline constexpr field<std::string> CRASH_REPORT{0x20000047};    // of CMD_GETOBJ alone; without secrets
 
 // Values of SYS_CTRL in messages between the loader and a process, all of them on the path [1].  The
 // library's Looper sends and answers them for every service; a program without a Looper needs them here.

@@ -8,9 +8,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "admission/rights.h"
+#include "crashes/secrets.h"
 #include "kl/utilities.h"
 #include "life/markers.h"
 #include "services/common/seconds.h"
@@ -22,10 +24,11 @@ constexpr unsigned int kTicksPerSecond = 100;
 constexpr unsigned int kRefusalSeconds = 10;  // between two lines about refused subscriptions
 constexpr std::size_t kMostPending = 256;     // connections of one user that have not registered
 
-// One user's connections must not exhaust the descriptors.
+// One user's connections must not exhaust the descriptors, nor take those that the output of services needs.
 Limits limitsOf(const Configuration& configuration) {
   Limits limits = configuration.quota;
-  limits.fitDescriptors(descriptorLimit());
+  const std::size_t all = descriptorLimit();
+  limits.fitDescriptors(all - std::min(all, ServiceOutput::kMostDescriptors * configuration.services.size()));
   return limits;
 }
 
@@ -146,12 +149,18 @@ Loader::Loader(Configuration configuration, Log& log)
       leaving_(table_, kept_),
       idleness_(loop_, common::secondsNow, [this](Service& service) { onIdle(service); }),
       lifecycle_(loop_, table_, requests_, outbox_, router_, registration_, leaving_, idleness_, log, *this),
+      crashes_(
+          loop_, log, configuration_.stateFolder + "/crashes",
+          [this](unsigned int service) { return secretNamesOf(service); },
+          [this](const Crashed& crashed, const std::string& end) { onCrashNamed(crashed, end); }),
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
       pending_(loop_) {
   own_.setExplainer(explainer_);
   own_.setRequests(openTable_);
+  own_.setCrashes(crashTable_);
   own_.setReload([this] { return onReloadOrder(); });
+  lifecycle_.setOnCrash([this](const Crashed& crashed) { crashes_.add(crashed); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {
     onSubscriptionRefused(subscriber, provider);
@@ -174,6 +183,7 @@ std::string Loader::start() {
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   kept_.open();
+  crashes_.open();
   leaving_.restore();
   lifecycle_.begin();
   supervisor_.tellReady();
@@ -300,6 +310,26 @@ void Loader::onIdle(Service& service) {
   if (lifecycle_.askToLeave(service) == nullptr)
     log_.line(describe(service) + ": is idle and asked to leave");
   writeQueues();
+}
+
+// By the installed description; who is not configured has the name that he says.
+std::set<std::string> Loader::secretNamesOf(unsigned int service) const {
+  std::set<std::string> names;
+  const ServiceConfiguration* configured = configuration_.find(service);
+  if (configured == nullptr) return names;
+  common::Mistakes ignored;
+  for (const unsigned int field :
+       ServiceNames(configuration_.descriptions, configured->name, ignored).secretFields())
+    names.insert(nameInReport(field));
+  return names;
+}
+
+// The next process of the service may have ended meanwhile, of something else.
+void Loader::onCrashNamed(const Crashed& crashed, const std::string& end) {
+  Service* service = table_.find(crashed.serviceId);
+  if (service == nullptr || !service->isConfigured || !end.starts_with(service->lastEnd)) return;
+  service->lastEnd = end;
+  table_.setState(*service, service->state);
 }
 
 void Loader::onSubscriptionRefused(const Service& subscriber, const Service& provider) {

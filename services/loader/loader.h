@@ -13,6 +13,7 @@
 
 #include "admission/denials.h"
 #include "config/difference.h"
+#include "crashes/crashes.h"
 #include "life/lifecycle.h"
 #include "life/supervisor.h"
 #include "logging/log_sender.h"
@@ -84,6 +85,8 @@ class Loader final : private LifecycleHost {
   void onPassOver();
   void removeClosed();
   void onIdle(Service& service);
+  std::set<std::string> secretNamesOf(unsigned int service) const;
+  void onCrashNamed(const Crashed& crashed, const std::string& end);
   void onChildSignal(int sig);
   void onEndSignal(int sig);
 
@@ -121,6 +124,8 @@ class Loader final : private LifecycleHost {
   Leaving leaving_;
   Idleness idleness_;
   Lifecycle lifecycle_;
+  Crashes crashes_;
+  CrashTable crashTable_{crashes_.store()};
   Listener listener_;
   PendingConnections pending_;
   std::map<uid_t, std::list<Client*>> pendingByUser_;  // to register, the oldest first

@@ -44,7 +44,7 @@ ROOMS = {
     "lib": (("system", "store", "ids", "tables", "log"), ("looper",), ("protocol",), ("loop",), ("message",), ("base",)),
     "lib/store": (("space",), ("journal",), ("files",)),
     "services/logd": (("asking", "config"), ("intake",), ("keeping",)),
-    "services/loader": (("own",), ("watch",), ("life",), ("admission",), ("routing",), ("transport",), ("config",), ("logging",), ("quota",)),
+    "services/loader": (("own",), ("watch",), ("life",), ("admission",), ("routing",), ("transport",), ("crashes",), ("config",), ("logging",), ("quota",)),
     "tools/klctl": (("verbs",), ("output",), ("ask",), ("values",)),
 }
 

@@ -44,6 +44,15 @@ const describe::Field* ServiceNames::findField(const std::string& name) {
   return description() == nullptr ? nullptr : findIn(description()->fields, name);
 }
 
+std::vector<unsigned int> ServiceNames::secretFields() {
+  std::vector<unsigned int> ids;
+  if (description() == nullptr) return ids;
+  for (const std::vector<Field>* fields : {&description()->fields, &description()->settings})
+    for (const Field& field : *fields)
+      if (field.isSecret) ids.push_back(field.id);
+  return ids;
+}
+
 std::vector<unsigned int> ServiceNames::findCommands(const std::string& name) {
   std::vector<unsigned int> codes;
   if (description() == nullptr) return codes;

@@ -30,6 +30,9 @@ class ServiceNames {
   const describe::Field* findSetting(const std::string& name);
   const describe::Field* findField(const std::string& name);
 
+  // The ids of its fields and settings that are secret.
+  std::vector<unsigned int> secretFields();
+
   // The numbers of the commands of this name: one, or several where handlers have given it to different ones.
   std::vector<unsigned int> findCommands(const std::string& name);
 

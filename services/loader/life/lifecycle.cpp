@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "config/decision.h"
+#include "crashes/death.h"
 #include "life/process.h"
 
 namespace loader {
@@ -42,9 +43,6 @@ std::string secondsText(unsigned int ticks) {
 std::string cannotStart(const Service& service) {
   return describe(service) + ": cannot be started: " + std::strerror(errno);
 }
-
-// A crash is every end but one that the program chose and called a success.
-bool isCrash(int status) { return !WIFEXITED(status) || WEXITSTATUS(status) != 0; }
 
 bool startsAfter(RestartRule rule, bool crashed) {
   switch (rule) {
@@ -214,6 +212,8 @@ const char* Lifecycle::askToLeave(Service& service) {
 
 void Lifecycle::onRegistered(Service& service) {
   const bool isOwn = rowOf(service.life).process == ProcessOf::kLoader;
+  if (Child* child = find(service); child != nullptr && isOwn)
+    child->program = ProgramFile::ofProcess(service.pid);
   apply(service, isOwn ? LifeEvent::kRegistered : LifeEvent::kTaken);
 }
 
@@ -316,12 +316,28 @@ void Lifecycle::reap() {
 void Lifecycle::onProcessExit(Child& child, int status) {
   Service& service = child.service;
   const bool wasTold = service.life == LifeState::kStopping || service.life == LifeState::kRestarting;
-  std::string how = describe(service) + (wasTold ? ": ended as told" : ": ended with " + describeEnd(status));
   host_.drainConnectionsOf(service);
+  Caught caught = child.output.end();
+  if (!isCrash(status)) child.output.pass(std::exchange(caught.report, {}));
+  const bool endsAsTold = wasTold && caught.report.empty();
+  service.lastEnd = endsAsTold ? "ended as told" : describeEnd(status, caught);
   const LifeEvent event = exitEvent(child, isCrash(status) || child.isLate());
   const Transition* transition = findTransition(service.life, event);
-  if (transition != nullptr && transition->to == LifeState::kLeft) how = describe(service) + ": left";
+  if (transition != nullptr && transition->to == LifeState::kLeft) service.lastEnd = "left";
+  const std::string how = describe(service) + ": " + service.lastEnd;
+  if (!caught.report.empty()) report(child, std::move(caught.report));
   apply(service, event, how);
+}
+
+// One that crashed before it registered runs what its configuration says.
+void Lifecycle::report(Child& child, std::string report) const {
+  const Service& service = child.service;
+  const ServiceConfiguration& configuration = *child.configuration;
+  ProgramFile program = std::exchange(child.program, {});
+  if (program.path.empty()) program = ProgramFile::atPath(configuration.command.front());
+  if (onCrash_)
+    onCrash_({service.name, service.id, service.pid, configuration.userId(), configuration.groups,
+              std::move(program), std::move(report)});
 }
 
 LifeEvent Lifecycle::exitEvent(const Child& child, bool crashed) const {
@@ -463,7 +479,8 @@ std::string Lifecycle::launch(Child& child) {
   Descriptor mine(ends[0]);
   const Descriptor its(ends[1]);
   ++service.starts;
-  const pid_t pid = startProcess(*child.configuration, its.get());
+  child.program = {};
+  const pid_t pid = startProcess(*child.configuration, its.get(), child.output.open());
   if (pid < 0) return cannotStart(service);
   service.pid = pid;
   log_.line(describe(service) + ": started");

@@ -1,12 +1,16 @@
 #pragma once
 // lifecycle.h: starts the services, keeps them running, lets them leave and ends them.
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "admission/registration.h"
+#include "crashes/crashes.h"
+#include "crashes/service_output.h"
 #include "kl/runner.h"
 #include "kl/wall_timer.h"
 #include "life/idleness.h"
@@ -61,6 +65,10 @@ class Lifecycle {
   Lifecycle(const Lifecycle&) = delete;
   Lifecycle& operator=(const Lifecycle&) = delete;
 
+  // Who hears of a process that has crashed and left a report; without anybody those are lost.
+  using OnCrash = std::function<void(const Crashed& crashed)>;
+  void setOnCrash(OnCrash onCrash) { onCrash_ = std::move(onCrash); }
+
   // Expects a configured service from now on.  One with a command is the loader's to start, but not yet.
   void configure(Service& service, const ServiceConfiguration& configuration);
   // Puts the services that were away when the last loader ended where they were, and starts those that start with the
@@ -109,6 +117,7 @@ class Lifecycle {
         : lifecycle(l),
           service(s),
           configuration(&c),
+          output(l.runner_, l.log_, s.name),
           delayTimer(l.runner_, *this),
           endTimer(l.runner_, *this),
           startTimer(l.runner_, *this) {}
@@ -121,6 +130,8 @@ class Lifecycle {
     Lifecycle& lifecycle;
     Service& service;
     const ServiceConfiguration* configuration;
+    ServiceOutput output;
+    ProgramFile program;  // of its process, once that has registered
     unsigned int startTick = 0;
     RestartDelay delay;
     common::Timer<&Child::onDelayOver> delayTimer;
@@ -166,6 +177,7 @@ class Lifecycle {
   void onRefused(Service& service);
   void onSaved(Service& service, const Envelope& e);
   void onProcessExit(Child& child, int status);
+  void report(Child& child, std::string report) const;
   LifeEvent exitEvent(const Child& child, bool crashed) const;
 
   Child* find(const Service& service) const;
@@ -181,6 +193,7 @@ class Lifecycle {
   Idleness& idleness_;
   Log& log_;
   LifecycleHost& host_;
+  OnCrash onCrash_;
   std::vector<std::unique_ptr<Child>> children_;  // in the order of the configuration
   std::unordered_map<unsigned int, Child*> byId_;
   std::vector<Service*> dismissed_;

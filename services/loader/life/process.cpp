@@ -8,7 +8,6 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -56,6 +55,13 @@ void endWith(pid_t loader) {
   if (::getppid() != loader) ::_exit(127);
 }
 
+void arrangeStreams(const ServiceConfiguration& service, const Streams& streams) {
+  if (streams.output.isOpen() && ::dup2(streams.output.get(), STDOUT_FILENO) < 0)
+    giveUp(service, "no output");
+  if (streams.errors.isOpen() && ::dup2(streams.errors.get(), STDERR_FILENO) < 0)
+    giveUp(service, "no output");
+}
+
 void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0) giveUp(service, "no standard input");
@@ -82,10 +88,12 @@ void passRootOn() {
   giveUp(service, arguments[0]);
 }
 
-[[noreturn]] void runChild(const ServiceConfiguration& service, int connection, pid_t loader) {
+[[noreturn]] void runChild(const ServiceConfiguration& service, int connection, const Streams& streams,
+                           pid_t loader) {
   ::setpgid(0, 0);
   restoreDescriptorLimit();
   restoreOomScore();
+  arrangeStreams(service, streams);
   arrangeDescriptors(service, connection);
   becomeUser(service);
   endWith(loader);
@@ -97,24 +105,19 @@ void passRootOn() {
 
 }  // namespace
 
-pid_t startProcess(const ServiceConfiguration& service, int connection) {
+pid_t startProcess(const ServiceConfiguration& service, int connection, const Streams& streams) {
   sigset_t all;
   sigset_t before;
   ::sigfillset(&all);
   ::sigprocmask(SIG_SETMASK, &all, &before);
   const pid_t loader = ::getpid();
   const pid_t pid = ::fork();
-  if (pid == 0) runChild(service, connection, loader);
+  if (pid == 0) runChild(service, connection, streams, loader);
   const int error = errno;
   if (pid > 0) ::setpgid(pid, pid);  // both sides do it, so it holds for either from here on
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   errno = error;
   return pid;
-}
-
-std::string describeEnd(int status) {
-  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
-  return "status " + std::to_string(WEXITSTATUS(status));
 }
 
 }  // namespace loader

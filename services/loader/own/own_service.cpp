@@ -99,6 +99,7 @@ kl::message objectOf(const Service& s) {
   row.insert(loader_service::DROPS, s.traffic.drops);
   if (s.wakeAt != 0) row.insert(loader_service::WAKE_AT, s.wakeAt);
   if (s.pid > 0) row.insert(loader_service::PID, static_cast<unsigned int>(s.pid));
+  if (!s.lastEnd.empty()) row.insert(loader_service::LAST_END, s.lastEnd);
   return row;
 }
 
@@ -116,7 +117,8 @@ void OwnService::handle(Service& caller, const kl::message& request) {
   if (isForTable) return handleForTable(caller, request, command);
   if (handler == kl::LOADER_REQUESTS) return handleForRequests(caller, request, command);
   outbox_.work().spend(Work::kRow);
-  reply(caller, request, describeLoader(command));
+  const bool isForCrashes = handler == kl::LOADER_CRASHES && crashes_ != nullptr;
+  reply(caller, request, isForCrashes ? crashes_->answer(request, command) : describeLoader(command));
 }
 
 void OwnService::handleForRequests(Service& caller, const kl::message& request, unsigned int command) {

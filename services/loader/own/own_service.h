@@ -8,6 +8,7 @@
 
 #include "kl/looper.h"
 #include "kl/rights.h"
+#include "own/crash_table.h"
 #include "own/rights_explainer.h"
 #include "routing/outbox.h"
 #include "routing/service_table.h"
@@ -54,6 +55,8 @@ class OwnService {
 
   // Where the open requests are; without them nobody asks about any.
   void setRequests(const RequestTable& requests) { requests_ = &requests; }
+  // The crashes that HANDLER_CRASH shows; without them there is no such handler.
+  void setCrashes(const CrashTable& crashes) { crashes_ = &crashes; }
 
   // Reads the configuration anew and gives the reply; without it that is not implemented.
   void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
@@ -106,6 +109,7 @@ class OwnService {
   const CommandRights commands_ = loaderCommands();
   const RightsExplainer* explainer_ = nullptr;
   const RequestTable* requests_ = nullptr;
+  const CrashTable* crashes_ = nullptr;
   std::function<kl::message()> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;

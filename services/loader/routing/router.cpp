@@ -41,7 +41,8 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
 
 // Besides its table of services.
 bool isHandlerOfLoader(unsigned int handler) {
-  return handler == kl::HANDLER_DESCRIPTION || handler == kl::LOADER_REQUESTS;
+  return handler == kl::HANDLER_DESCRIPTION || handler == kl::LOADER_REQUESTS ||
+         handler == kl::LOADER_CRASHES;
 }
 
 bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }

@@ -47,6 +47,7 @@ struct Service {
   SenderRights rights;     // of its requests, from its registration on
   DestinationRules rules;  // for requests to it
   unsigned int starts = 0;
+  std::string lastEnd;  // how its last process ended; empty before
 
   // Set by the lifecycle together: the state, what the table shows of it, and whether messages for it are held.
   LifeState life{};

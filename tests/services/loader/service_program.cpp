@@ -10,6 +10,8 @@
 //     defector        as stubborn, and leaves its process group
 //     hangup          registers, closes its connection and never ends
 //     environment     serves; its replies carry its working directory and $KL_TEST
+//     fault           serves; CMD_START is a segment fault, CMD_RESET an abort, CMD_CANCEL overflows the stack
+//     chatter TEXT    writes TEXT as a line to its output and to its errors, then serves
 //     outside ID      connects to the socket, registers there under its id, and serves
 //     impostor ID     asks for another id than its own, then waits
 
@@ -21,7 +23,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "kl/backtrace.h"
 #include "kl/conventions.h"
+#include "kl/runner.h"
 #include "kl/services.h"
 #include "tests/support/doubles/raw_peer.h"
 
@@ -38,6 +42,22 @@ void addSurroundings(kl::message& m) {
   m.insert_string(0x20000002, word != nullptr ? word : "");
 }
 
+[[gnu::noinline]] void touch(const volatile int* place) { (void)*place; }
+
+// Calls itself until no stack is left.
+[[gnu::noinline]] int dig(int depth) {
+  volatile char room[4096] = {};
+  room[0] = static_cast<char>(depth);
+  return depth == INT_MAX ? 0 : dig(depth + 1) + room[0];
+}
+
+[[gnu::noinline]] void fail(const kl::message& asked, unsigned int command) {
+  const kl::MessageBacktraceInfo inHand("fail", asked);
+  if (command == kl::CMD_START) touch(nullptr);
+  if (command == kl::CMD_RESET) std::abort();
+  if (command == kl::CMD_CANCEL) std::exit(dig(0));
+}
+
 int serve(RawPeer& loader, const std::string& behaviour) {
   kl::message running;
   running.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
@@ -46,6 +66,7 @@ int serve(RawPeer& loader, const std::string& behaviour) {
   while (const auto asked = loader.receive(kForever)) {
     const unsigned int command = asked->get(kl::SYS_CMD, kl::CMD_NOOP);
     if (command == kl::CMD_SHUTDOWN) return static_cast<int>(asked->get_u32(0x08000001, 0));
+    if (behaviour == "fault") fail(*asked, command);
     if (kl::isReply(*asked) || !kl::getRequestID(*asked) || command == kl::CMD_POLL)
       continue;  // POLL is never answered
     kl::message answer = kl::test::replyTo(*asked);
@@ -82,7 +103,12 @@ int main(int argc, char** argv) {
   const std::string behaviour = argc > 1 ? argv[1] : "serve";
   const std::string argument = argc > 2 ? argv[2] : "";
   RawPeer loader(3);
+  const kl::Runner reporter;  // writes the report of a crash
   if (behaviour == "hide") waitForEver();
+  if (behaviour == "chatter") {
+    (void)!::write(STDOUT_FILENO, (argument + "\n").data(), argument.size() + 1);
+    (void)!::write(STDERR_FILENO, (argument + "\n").data(), argument.size() + 1);
+  }
   if (behaviour == "stubborn" || behaviour == "defector") (void)::signal(SIGTERM, SIG_IGN);
   if (behaviour == "defector" && !joinAnotherGroup()) return 1;
   if (behaviour == "late") ::usleep(static_cast<useconds_t>(std::atoi(argument.c_str())) * 1000);

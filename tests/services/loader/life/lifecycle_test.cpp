@@ -96,7 +96,7 @@ TEST_F(Supervision, AServiceKilledWithinAnExchangeBreaksThePathAndComesAgain) {
   ASSERT_TRUE(askUntilAnswered({32}));
   EXPECT_NE(row(32).get(kl::SVC_PID, 0), static_cast<unsigned int>(first));
   EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 2u);
-  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+  EXPECT_TRUE(loader.logs("killed by SIGKILL; starts again in 0.1 s"));
 }
 
 TEST_F(Supervision, ACrashingServiceComesAgainAfterGrowingDelays) {
@@ -183,7 +183,7 @@ TEST_F(Supervision, AServiceThatDoesNotRegisterInTimeIsEndedAndComesAgainLikeOne
   EXPECT_EQ(errorOf(a_.receiveReply(5)), kl::ERROR_BRKPATH);
   EXPECT_TRUE(loader.logs("hidden (32, pid"));
   EXPECT_TRUE(loader.logs("does not register, is told to end"));
-  EXPECT_TRUE(loader.logs("ended with signal 15; starts again in 0.1 s"));
+  EXPECT_TRUE(loader.logs("killed by SIGTERM; starts again in 0.1 s"));
   EXPECT_TRUE(loader.logs("starts again in 0.2 s"));
 }
 
@@ -268,7 +268,7 @@ TEST_F(Supervision, AnEndedServiceIsTriedAgainAtOnceWhenTold) {
 TEST_F(Supervision, AServiceThatClosesItsConnectionIsKilledAndComesAgain) {
   const LoaderProcess loader(service("odd", 32, "hangup"));
   EXPECT_TRUE(loader.logs("does not end, is killed"));
-  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+  EXPECT_TRUE(loader.logs("killed by SIGKILL; starts again in 0.1 s"));
 }
 
 TEST_F(Supervision, AConfiguredIdIsNotForAStrangerWhileItsProcessRuns) {
@@ -291,7 +291,7 @@ TEST_F(Supervision, AServiceMayRegisterAtTheSocketInsteadOfItsConnection) {
   EXPECT_EQ(told->get(kl::SYS_FROM, {}), Ids{32});
   ASSERT_TRUE(askUntilAnswered({32}));
   EXPECT_EQ(row(32).get(kl::SVC_STARTS, 0), 2u);
-  EXPECT_TRUE(loader.logs("ended with signal 9; starts again in 0.1 s"));
+  EXPECT_TRUE(loader.logs("killed by SIGKILL; starts again in 0.1 s"));
 }
 
 TEST_F(Supervision, AStoppedServicesPlaceMayBeTakenByItsUser) {

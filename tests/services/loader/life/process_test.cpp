@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "services/loader/crashes/death.h"
 #include "services/loader/life/supervisor.h"
 #include "services/loader/transport/descriptors.h"
 
@@ -62,7 +63,7 @@ TEST_F(ProcessTest, TheConnectionIsDescriptor3AndNothingElseIsOpen) {
   const Descriptor inherited(::dup2(0, 77));
   start("exec >&3; ls /proc/$$/fd");
   EXPECT_EQ(output(), "0\n1\n2\n3\n");
-  EXPECT_EQ(loader::describeEnd(status()), "status 0");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 0");
 }
 
 TEST_F(ProcessTest, AConnectionThatHasTheNumberAlreadyStaysOpen) {
@@ -122,13 +123,13 @@ TEST_F(ProcessTest, ItsUserAndGroupsAreThoseOfTheConfiguration) {
   configuration_.groups = {4242, 4343};
   start("id -u >&3; id -g >&3; id -G >&3");
   EXPECT_EQ(output(), "65534\n4242\n4242 4343\n");
-  EXPECT_EQ(loader::describeEnd(status()), "status 0");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 0");
 }
 
 TEST_F(ProcessTest, WithoutGroupsItDoesNotStart) {
   configuration_.user = "nobody of this system";
   start("true");
-  EXPECT_EQ(loader::describeEnd(status()), "status 127");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 127");
 }
 
 // Its descriptor 3 closes when it has ended.
@@ -160,15 +161,15 @@ TEST_F(ProcessTest, ItDoesNotOutliveTheLoader) {
 TEST_F(ProcessTest, WhatGoesWrongInTheNewProcessIsStatus127) {
   configuration_.folder = "/nowhere";
   start("true");
-  EXPECT_EQ(loader::describeEnd(status()), "status 127");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 127");
 }
 
 TEST_F(ProcessTest, AnEndIsDescribedByStatusOrSignal) {
   start("exit 3");
-  EXPECT_EQ(loader::describeEnd(status()), "status 3");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 3");
   SetUp();
   start("kill -9 $$");
-  EXPECT_EQ(loader::describeEnd(status()), "signal 9");
+  EXPECT_EQ(loader::describeEnd(status()), "killed by SIGKILL");
 }
 
 }  // namespace
