@@ -153,8 +153,9 @@ void Intent::willWriteBlob(unsigned int offset, Bytes blob) {
 
 [[gnu::cold]] void Intent::willWriteOneBlob(unsigned int offset, Bytes blob) {
   addStep(Kind::kWriteData, offset, blob.size);
-  const auto* const bytes = static_cast<const unsigned char*>(blob.data);
-  head_.insert(head_.end(), bytes, bytes + blob.size);
+  const std::size_t start = head_.size();
+  head_.resize(start + blob.size);
+  std::memcpy(&head_[start], blob.data, blob.size);
 }
 
 bool Intent::write(int lockFd, std::size_t offset) {
