@@ -67,6 +67,7 @@ class Parser {
             kTimeout | kFields);
     addVerb(app_, Verb::kStuck, "stuck", "Name who does not answer, and what it does instead",
             kTimeout | kFields, &Parser::interpretStuck);
+    addCrashes();
     addDump();
     addUndo();
     addStore();
@@ -210,6 +211,19 @@ class Parser {
         ->add_option("SERVICE", words_.path, "A service, by its name or its number")
         ->required()
         ->type_name("");
+  }
+
+  void addCrashes() {
+    CLI::App* crashes = app_.add_subcommand("crashes", "Show the crashes of services");
+    crashes->require_subcommand(0, 1);
+    crashes->final_callback([this, crashes] {
+      if (!crashes->get_subcommands().empty()) return;
+      line_.verb = Verb::kCrashList;
+      refuseUnusedOptions("crashes", kEveryOption);
+    });
+    addVerb(*crashes, Verb::kCrashList, "list", "List the crashes, the latest first", kEveryOption);
+    addRecordId(addVerb(*crashes, Verb::kCrashShow, "show", "Show one crash with its stack", kEveryOption),
+                "The crash");
   }
 
   void addDump() {

@@ -26,6 +26,8 @@ enum class Verb {
   kReload,
   kRequests,
   kStuck,
+  kCrashList,
+  kCrashShow,
   kDump,
   kUndoList,
   kUndoShow,

@@ -9,6 +9,7 @@
 #include "values/failure.h"
 #include "verbs/action.h"
 #include "verbs/complete.h"
+#include "verbs/crashes.h"
 #include "verbs/dump.h"
 #include "verbs/help.h"
 #include "verbs/introspect.h"
@@ -45,6 +46,8 @@ constexpr Row kRows[] = {
     {Verb::kReload, reloadConfiguration},
     {Verb::kRequests, listRequests},
     {Verb::kStuck, showStuck},
+    {Verb::kCrashList, listCrashes},
+    {Verb::kCrashShow, showCrash},
     {Verb::kDump, dumpFile},
     {Verb::kUndoList, listChanges},
     {Verb::kUndoShow, showChange},

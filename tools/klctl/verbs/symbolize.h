@@ -1,0 +1,16 @@
+#pragma once
+// symbolize.h: the report of a crash with functions and lines.
+
+#include <string>
+#include <vector>
+
+namespace klctl {
+
+// What symbolize(1), beside this program or on the search path, says of a report of this program; empty where there is no
+// symbolize, no addr2line(1), or the program is not there.
+std::string symbolized(const std::string& report, const std::string& program);
+
+// The libraries that a report names whole and that lie on this machine, each once.
+std::vector<std::string> librariesIn(const std::string& report, const std::string& program);
+
+}  // namespace klctl
