@@ -149,7 +149,8 @@ class Cases {
     addCase("get", get, nothing, nothing);
     addChange("remove", removeNew, setNew, nothing);
     addCase("reopen", reopen, nothing, nothing);
-    if (hasBatches_) addCase("batch of 100", setAll, nothing, nothing);  // the last: it leaves the slots in disorder
+    if (hasBatches_)
+      addCase("batch of 100", setAll, nothing, nothing);  // the last: it leaves the slots in disorder
   }
 
  private:

@@ -87,9 +87,10 @@ inline constexpr field<unsigned int> RELOAD_UNCHANGED{0x08000021};          // h
 // CMD_GETOBJ shows one with its report.  Both need RIGHT_CONTROL.  SVC_NAME and SVC_PID are those of the service.
 inline constexpr unsigned int LOADER_CRASHES = 20;
 inline constexpr field<unsigned long long> CRASH_TIME{0x10000040};  // of the last one, in ns since 1970
-inline constexpr field<std::string> CRASH_SIGNAL{0x20000042};       // "SIGSEGV"
-inline constexpr field<std::string> CRASH_WHERE{0x20000043};        // in the source, or in the program
-inline constexpr field<unsigned int> CRASH_TIMES{0x08000044};       // how often
+inline constexpr field<unsigned int> CRASH_SERVICE_ID{0x08000041};
+inline constexpr field<std::string> CRASH_SIGNAL{0x20000042};  // "SIGSEGV"
+inline constexpr field<std::string> CRASH_WHERE{0x20000043};   // in the source, or in the program
+inline constexpr field<unsigned int> CRASH_TIMES{0x08000044};  // how often
 inline constexpr field<std::string> CRASH_PROGRAM{0x20000045};
 inline constexpr field<std::string> CRASH_BUILD_ID{0x20000046};  // of the program; absent where it has none
 inline constexpr field<std::string> CRASH_REPORT{0x20000047};    // of CMD_GETOBJ alone; without secrets

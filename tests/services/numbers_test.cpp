@@ -71,6 +71,7 @@ const std::vector<Number>& numbers() {
       NUMBER(SVC_LAST_END, loader_service::LAST_END),
       NUMBER(LOADER_CRASHES, loader_service::HANDLER_CRASH),
       NUMBER(CRASH_TIME, loader_service::TIME),
+      NUMBER(CRASH_SERVICE_ID, loader_service::SERVICE_ID),
       NUMBER(CRASH_SIGNAL, loader_service::SIGNAL),
       NUMBER(CRASH_WHERE, loader_service::WHERE),
       NUMBER(CRASH_TIMES, loader_service::TIMES),
