@@ -212,10 +212,11 @@ class Client : public detail::Called<Object, Client<Object>>::Type {
   }
   // Sets the members that are not empty, in the object of the same id.  `clears`: fields that it is to lose, of a
   // kl::Table.
-  void set(const Object& object, Done<NoFields> done = nullptr, std::vector<unsigned int> clears = {}) {
+  void set(const Object& object, Done<NoFields> done = nullptr,
+           const std::vector<unsigned int>& clears = {}) {
     message m = object.toMessage();
     if (!clears.empty()) m.insert(TABLE_CLEARS, clears);
-    post<NoFields>(std::move(m), CMD_SETOBJ, std::move(done), NoFields::fromMessage);
+    post<NoFields>(m, CMD_SETOBJ, std::move(done), NoFields::fromMessage);
   }
   void remove(unsigned int id, Done<NoFields> done = nullptr) {
     post<NoFields>(idMessage(id), CMD_REMOVEOBJ, std::move(done), NoFields::fromMessage);
@@ -224,7 +225,7 @@ class Client : public detail::Called<Object, Client<Object>>::Type {
   void move(unsigned int id, unsigned int nextId, Done<NoFields> done = nullptr) {
     message m = idMessage(id);
     if (nextId != BADID) m.insert(STD_NEXTID, nextId);
-    post<NoFields>(std::move(m), CMD_MOVEOBJ, std::move(done), NoFields::fromMessage);
+    post<NoFields>(m, CMD_MOVEOBJ, std::move(done), NoFields::fromMessage);
   }
 
   // A command of the service's own, by its structure of the description's header, for code that is made for any.
@@ -248,8 +249,8 @@ class Client : public detail::Called<Object, Client<Object>>::Type {
   }
 
   template <class R>
-  void post(message m, unsigned int command, Done<R> done, typename detail::OneReply<R>::Read read) {
-    asker_.post(std::make_unique<detail::OneReply<R>>(std::move(done), read), std::move(m), command);
+  void post(const message& m, unsigned int command, Done<R> done, typename detail::OneReply<R>::Read read) {
+    asker_.post(std::make_unique<detail::OneReply<R>>(std::move(done), read), m, command);
   }
 
   detail::Asker asker_;

@@ -172,7 +172,7 @@ bool CrashStore::makeRoom() {
   }
   log_.line("the disk is full: crash report " + std::to_string(crashes_.back().id) + " of " +
             crashes_.back().service + " makes room");
-  drop(crashes_.end() - 1);
+  drop(crashes_.size() - 1);
   return true;
 }
 
@@ -182,14 +182,14 @@ void CrashStore::dropBeyondLimits() {
     const auto at = crashes_.begin() + static_cast<std::ptrdiff_t>(i);
     if (i >= kMost ||
         std::count_if(crashes_.begin(), at, isOfSame) >= static_cast<std::ptrdiff_t>(kMostOfService))
-      drop(at);
+      drop(i);
     else ++i;
   }
 }
 
-void CrashStore::drop(std::deque<KeptCrash>::iterator crash) {
-  (void)::unlink(fileOf(crash->id).c_str());
-  crashes_.erase(crash);
+void CrashStore::drop(std::size_t index) {
+  (void)::unlink(fileOf(crashes_[index].id).c_str());
+  crashes_.erase(crashes_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 }  // namespace loader

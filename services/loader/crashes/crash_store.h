@@ -60,7 +60,7 @@ class CrashStore {
   bool write(const KeptCrash& crash, const std::string& report);
   bool makeRoom();
   void dropBeyondLimits();
-  void drop(std::deque<KeptCrash>::iterator crash);
+  void drop(std::size_t index);
   std::string fileOf(unsigned int id) const { return folder_ + "/" + std::to_string(id); }
 
   std::string folder_;

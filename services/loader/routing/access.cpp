@@ -59,8 +59,8 @@ Access decideInNameOf(const SenderRights* user, const Envelope& e, const Destina
 
 }  // namespace
 
-bool SenderRights::speaksForUser(std::string_view name) const {
-  return speaksFor != nullptr && speaksFor->find(name) != nullptr;
+const SenderRights* SenderRights::spokenFor(std::string_view name) const {
+  return speaksFor == nullptr ? nullptr : speaksFor->find(name);
 }
 
 Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
@@ -89,7 +89,8 @@ Access Access::decide(const Rights& rights, unsigned int command, const Destinat
 
 bool Access::mayRead(const SenderRights& sender, std::string_view user, const DestinationRules& to) {
   if (sender.isTrusted) return true;
-  const Grant* grant = grantAt(sender.speaksForUser(user) ? *sender.speaksFor->find(user) : sender, to);
+  const SenderRights* const spokenFor = sender.spokenFor(user);
+  const Grant* grant = grantAt(spokenFor != nullptr ? *spokenFor : sender, to);
   return grant != nullptr && (grant->rights.bits & kl::RIGHT_READ) != 0;
 }
 

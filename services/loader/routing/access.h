@@ -31,7 +31,8 @@ struct SenderRights {
   std::vector<Grant> grants;  // by access list; the first is for destinations without a list of their own
   std::shared_ptr<const UsersSpokenFor> speaksFor = nullptr;  // whom its requests may name; null: nobody
 
-  bool speaksForUser(std::string_view name) const;
+  // The rights of a user whom its requests may name; null: they may not name him.
+  const SenderRights* spokenFor(std::string_view name) const;
 };
 
 // The users whom the requests of a gateway may name, with what each of them may do.

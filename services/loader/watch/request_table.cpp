@@ -79,7 +79,7 @@ kl::message RequestTable::rowOf(const OpenRequest& request, unsigned int place, 
 bool RequestTable::isShown(const OpenRequest& open, const Service& asker, const kl::message& request) const {
   if (asker.rights.isTrusted) return mayControl(request);
   const std::string user = userOf(request);
-  if (open.caller == &asker && !asker.rights.speaksForUser(user)) return true;
+  if (open.caller == &asker && asker.rights.spokenFor(user) == nullptr) return true;
   return Access::mayRead(asker.rights, user, open.callee->rules);
 }
 

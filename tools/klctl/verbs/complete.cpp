@@ -156,7 +156,8 @@ class Candidates {
     const Named of = named(path);
     const auto id = of.dictionary.names.find(field);
     if (!id) return;
-    for (const std::string& word : of.dictionary.names.valueWords(*id)) add(field + "=" + word, "");
+    const std::string begin = field + "=";
+    for (const std::string& word : of.dictionary.names.valueWords(*id)) add(begin + word, "");
   }
 
   // Those of the object, or else those that everybody may have.
