@@ -28,6 +28,13 @@ if(KL_SANITIZE)
   # The check of virtual tables opens a pipe each time, for which some tests leave no descriptor.
   target_compile_options(kl_build_flags INTERFACE -fno-sanitize=vptr)
 endif()
+# Of the checks of undefined behaviour three concern every pointer that is followed: with them the compiler is busy half
+# as long again with tests, and what they see there the kernel or the address sanitizer sees as well.
+define_property(TARGET PROPERTY KL_FOLLOWS_POINTERS_UNCHECKED INHERITED)
+if(KL_SANITIZE MATCHES "undefined")
+  target_compile_options(kl_build_flags INTERFACE
+    $<$<BOOL:$<TARGET_PROPERTY:KL_FOLLOWS_POINTERS_UNCHECKED>>:-fno-sanitize=null,alignment,object-size>)
+endif()
 
 # What counts which lines run: the library, and the tests that see its internals, since an inline function runs as the
 # linker meets it first.

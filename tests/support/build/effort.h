@@ -14,6 +14,13 @@ inline constexpr bool kEmulated = false;
 // `all`, and in an emulator a part of it.
 constexpr unsigned int repeated(unsigned int all) { return kEmulated ? all / 5 : all; }
 
+// False where a crash looks otherwise: a sanitizer and an emulator end the process themselves, or add to its stack.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kCrashesPlainly = false;
+#else
+inline constexpr bool kCrashesPlainly = !kEmulated;
+#endif
+
 // False where a program's memory is not its own alone: an emulator and sanitizers keep theirs in it.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kIsWeighed = false;

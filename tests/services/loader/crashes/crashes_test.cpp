@@ -13,6 +13,7 @@
 #include "kl/services.h"
 #include "kl/utilities.h"
 #include "tests/services/loader/supervision.h"
+#include "tests/support/build/effort.h"
 #include "tests/support/doubles/loader_process.h"
 
 namespace {
@@ -20,6 +21,8 @@ namespace {
 using kl::test::LoaderProcess;
 using kl::test::service;
 namespace fs = std::filesystem;
+
+constexpr char kOtherwise[] = "under a sanitizer or an emulator a crash looks otherwise";
 
 class CrashedServices : public kl::test::Supervision {
  protected:
@@ -40,6 +43,7 @@ class CrashedServices : public kl::test::Supervision {
 };
 
 TEST_F(CrashedServices, TheLogAndTheTableNameTheSignalAndThePlaceAndNotTheReport) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
   const LoaderProcess loader(service("frail", 32, "fault"));
   connect();
   crash(kl::CMD_START);
@@ -52,6 +56,7 @@ TEST_F(CrashedServices, TheLogAndTheTableNameTheSignalAndThePlaceAndNotTheReport
 }
 
 TEST_F(CrashedServices, TheLoaderShowsThemWithTheMessageThatWasInHand) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
   const LoaderProcess loader(service("frail", 32, "fault"));
   connect();
   crash(kl::CMD_START);
@@ -67,6 +72,7 @@ TEST_F(CrashedServices, TheLoaderShowsThemWithTheMessageThatWasInHand) {
 }
 
 TEST_F(CrashedServices, TheSameCrashIsCounted) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
   const LoaderProcess loader(service("frail", 32, "fault"));
   connect();
   crash(kl::CMD_RESET);
@@ -77,6 +83,7 @@ TEST_F(CrashedServices, TheSameCrashIsCounted) {
 }
 
 TEST_F(CrashedServices, AStackOverflowLeavesNoReportAndTheLoaderSaysSo) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
   const LoaderProcess loader(service("frail", 32, "fault"));
   connect();
   crash(kl::CMD_CANCEL);

@@ -117,7 +117,9 @@ class Leaving : public testing::Test {
   bool setWakeTime(unsigned int second, unsigned int id = 32) {
     kl::message m = setting(id);
     m.insert(kWakeAt, second);
-    return errorOf(ask(m)) == kl::ERROR_OK;
+    if (errorOf(ask(m)) != kl::ERROR_OK) return false;
+    return errorOf(ask(setting(id))) ==
+           kl::ERROR_OK;  // the second answer comes behind what it then has told the loader
   }
   // Nothing starts it in some passes of the loader.
   bool staysAway(unsigned int id = 32) {
