@@ -92,7 +92,8 @@ std::optional<ElfFile> ElfFile::read(int fd) {
   const bool isBig = head.number(5, 1, false) == 2;
   const std::uint64_t table = isWide ? head.number(32, 8, isBig) : head.number(28, 4, isBig);
   const auto step = static_cast<std::size_t>(head.number(isWide ? 54 : 42, 2, isBig));
-  const std::size_t count = std::min<std::size_t>(head.number(isWide ? 56 : 44, 2, isBig), kMostHeaders);
+  const auto count =
+      std::min(static_cast<std::size_t>(head.number(isWide ? 56 : 44, 2, isBig)), kMostHeaders);
   ElfFile file;
   for (std::size_t i = 0; i < count; ++i) {
     const Bytes header(fd, table + i * step, kMostHeaderBytes);
