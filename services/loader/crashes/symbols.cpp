@@ -4,7 +4,6 @@
 #include "crashes/symbols.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -17,6 +16,7 @@
 #include <utility>
 
 #include "crashes/elf_file.h"
+#include "services/common/new_process.h"
 #include "services/common/text.h"
 
 namespace loader {
@@ -26,13 +26,6 @@ constexpr std::size_t kMostText = 16 * 1024;
 constexpr std::size_t kMostName = 200;
 constexpr rlim_t kMostMemory = 1024UL * 1024 * 1024;
 
-void becomeUserOf(const Place& place) {
-  if (place.groups.empty() || place.user == ::geteuid()) return;
-  if (::setgroups(place.groups.size(), place.groups.data()) != 0 || ::setgid(place.groups.front()) != 0 ||
-      ::setuid(place.user) != 0)
-    ::_exit(1);
-}
-
 void limitItself() {
   const rlimit memory{kMostMemory, kMostMemory};
   const rlimit seconds{Symbols::kSeconds, Symbols::kSeconds};
@@ -40,10 +33,7 @@ void limitItself() {
   (void)::setrlimit(RLIMIT_AS, &memory);
   (void)::setrlimit(RLIMIT_CPU, &seconds);
   (void)::setrlimit(RLIMIT_CORE, &none);
-  for (int sig = 1; sig < 64; ++sig) ::signal(sig, SIG_DFL);
-  sigset_t empty;
-  ::sigemptyset(&empty);
-  ::sigprocmask(SIG_SETMASK, &empty, nullptr);
+  common::resetSignals();
   ::alarm(Symbols::kSeconds);
 }
 
@@ -68,7 +58,7 @@ std::string linkAddressOf(const Place& place) {
 [[noreturn]] void runAsker(const Place& place, int answers, pid_t loader) {
   limitItself();
   arrangeForAnswer(answers);
-  becomeUserOf(place);
+  if (!place.groups.empty() && !common::becomeUser(place.user, place.groups)) ::_exit(1);
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != loader) ::_exit(1);
   const std::string address = linkAddressOf(place);
@@ -141,14 +131,13 @@ bool Symbols::start(const Place& place) {
   common::Descriptor reader(ends[0]);
   const common::Descriptor writer(ends[1]);
   (void)::fcntl(reader.get(), F_SETFL, O_NONBLOCK);
-  sigset_t all;
-  sigset_t before;
-  ::sigfillset(&all);
-  ::sigprocmask(SIG_SETMASK, &all, &before);
   const pid_t loader = ::getpid();
-  const pid_t pid = ::fork();
-  if (pid == 0) runAsker(place, writer.get(), loader);
-  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  pid_t pid = -1;
+  {
+    const common::BlockedSignals blocked;
+    pid = ::fork();
+    if (pid == 0) runAsker(place, writer.get(), loader);
+  }
   if (pid < 0) return false;
   text_.clear();
   pipe_ = std::move(reader);

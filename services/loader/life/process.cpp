@@ -4,7 +4,6 @@
 #include "life/process.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -18,6 +17,7 @@
 
 #include "life/oom_score.h"
 #include "life/supervisor.h"
+#include "services/common/new_process.h"
 #include "transport/descriptors.h"
 
 namespace loader {
@@ -30,21 +30,9 @@ constexpr int kConnection = 3;
   ::_exit(127);
 }
 
-// The loader's handlers write to a pipe that the new process shares with it, so they go before signals come in.
-void resetSignals() {
-  for (int sig = 1; sig < 64; ++sig) ::signal(sig, SIG_DFL);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
 // The user and his groups are those of the time when the configuration was read: the system is not asked for names.
 void becomeUser(const ServiceConfiguration& service) {
-  const std::vector<gid_t>& groups = service.groups;
-  if (service.userId() == ::geteuid()) return;
-  if (groups.empty() || ::setgroups(groups.size(), groups.data()) != 0 || ::setgid(groups.front()) != 0 ||
-      ::setuid(service.uid) != 0)
-    giveUp(service, "cannot become its user");
+  if (!common::becomeUser(service.userId(), service.groups)) giveUp(service, "cannot become its user");
 }
 
 // A process that outlives its loader would run beside the one that the next loader starts, so the kernel kills it when
@@ -99,23 +87,19 @@ void passRootOn() {
   endWith(loader);
   if (!service.folder.empty() && ::chdir(service.folder.c_str()) != 0)
     giveUp(service, "cannot enter its folder");
-  resetSignals();
+  common::resetSignals();
   becomeProgram(service);
 }
 
 }  // namespace
 
 pid_t startProcess(const ServiceConfiguration& service, int connection, const Streams& streams) {
-  sigset_t all;
-  sigset_t before;
-  ::sigfillset(&all);
-  ::sigprocmask(SIG_SETMASK, &all, &before);
+  const common::BlockedSignals blocked;
   const pid_t loader = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) runChild(service, connection, streams, loader);
   const int error = errno;
   if (pid > 0) ::setpgid(pid, pid);  // both sides do it, so it holds for either from here on
-  ::sigprocmask(SIG_SETMASK, &before, nullptr);
   errno = error;
   return pid;
 }
