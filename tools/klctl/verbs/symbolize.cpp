@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,8 +23,13 @@ constexpr std::size_t kMostAnswer = 1024 * 1024;
 
 using common::Descriptor;
 
-bool isReadable(const std::string& path) {
-  return path.starts_with('/') && ::access(path.c_str(), R_OK) == 0;
+// A report may name any file: one that somebody else has written is not for the debugger of this user, who may be root.
+bool isTrusted(const std::string& path) {
+  struct stat facts {};
+  if (!path.starts_with('/') || ::access(path.c_str(), R_OK) != 0 || ::stat(path.c_str(), &facts) != 0)
+    return false;
+  const bool isForOthersToWrite = (facts.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return S_ISREG(facts.st_mode) && !isForOthersToWrite && (facts.st_uid == 0 || facts.st_uid == ::geteuid());
 }
 
 std::string besideThisProgram() {
@@ -87,7 +93,7 @@ std::string runSymbolize(const std::vector<std::string>& words, const std::strin
 }  // namespace
 
 std::string symbolized(const std::string& report, const std::string& program) {
-  if (!isReadable(program)) return {};
+  if (!isTrusted(program)) return {};
   std::vector<std::string> words = {"symbolize", "-", program};
   for (const std::string& library : librariesIn(report, program)) words.push_back(library);
   return runSymbolize(words, report);
@@ -102,7 +108,7 @@ std::vector<std::string> librariesIn(const std::string& report, const std::strin
     if (line.size() >= kLongestMapping || slash == std::string::npos) continue;
     const std::string path = line.substr(slash);
     const bool isNew = std::find(libraries.begin(), libraries.end(), path) == libraries.end();
-    if (path != program && isNew && isReadable(path)) libraries.push_back(path);
+    if (path != program && isNew && isTrusted(path)) libraries.push_back(path);
   }
   return libraries;
 }

@@ -7,7 +7,8 @@
 namespace klctl {
 
 // What symbolize(1), beside this program or on the search path, says of a report of this program; empty where there is no
-// symbolize, no addr2line(1), or the program is not there.
+// symbolize, no addr2line(1), or the program is not there or, as each of the files here, might be somebody else's work: it
+// belongs neither to root nor to the user, or others may write to it.
 std::string symbolized(const std::string& report, const std::string& program);
 
 // The libraries that a report names whole and that lie on this machine, each once.

@@ -1,6 +1,8 @@
 #include "tools/klctl/verbs/symbolize.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -32,6 +34,25 @@ TEST(Symbolized, LibrariesAreThoseThatTheReportNamesWholeAndThatAreThere) {
   EXPECT_EQ(librariesIn(report, "/bin/x"), std::vector<std::string>{shell});
   EXPECT_EQ(librariesIn(reportOf("/bin/x", cut + "\n"), "/bin/x"), std::vector<std::string>());
   EXPECT_EQ(librariesIn("no report", "/bin/x"), std::vector<std::string>());
+}
+
+// A report is what a process has said: with the name of a file it must not get that file read by root's debugger.
+TEST(Symbolized, AFileThatOthersMayWriteIsNotRead) {
+  char name[] = "/tmp/klctl-symbolize-XXXXXX";
+  const std::string folder = ::mkdtemp(name);
+  const std::string library = folder + "/lib.so";
+  std::filesystem::copy_file(std::filesystem::canonical("/bin/sh"), library);
+  const std::string report = reportOf("/bin/x", "00003000-00004000 r-xp 00001000 fe:00 2  " + library + "\n");
+  EXPECT_EQ(::chmod(library.c_str(), 0755), 0);
+  EXPECT_EQ(librariesIn(report, "/bin/x"), std::vector<std::string>{library});
+  EXPECT_EQ(::chmod(library.c_str(), 0757), 0);
+  EXPECT_EQ(librariesIn(report, "/bin/x"), std::vector<std::string>());
+  if (::geteuid() == 0) {
+    EXPECT_EQ(::chmod(library.c_str(), 0755), 0);
+    EXPECT_EQ(::chown(library.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(librariesIn(report, "/bin/x"), std::vector<std::string>());
+  }
+  std::filesystem::remove_all(folder);
 }
 
 }  // namespace
