@@ -37,10 +37,10 @@ inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
 // "killed by SIGSEGV in leases.cpp:175 leases::Leases::cmdGetObj", "ended with status 1"; absent before
 inline constexpr field<std::string> SVC_LAST_END{0x20000048};
 
-inline constexpr field<unsigned long long> SVC_OLDEST{
-    0x10000028};  // ms that the oldest of them waits; absent without
-inline constexpr field<unsigned int> SVC_SILENT{
-    0x08000029};  // seconds since it sent something; absent while it has not
+// The ms that the oldest of the requests waits which it has not answered; absent without one.
+inline constexpr field<unsigned long long> SVC_OLDEST{0x10000028};
+// The seconds since it sent something; absent while it has not.
+inline constexpr field<unsigned int> SVC_SILENT{0x08000029};
 
 // In CMD_SETOBJ: what to do with the service.
 inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};

@@ -6,7 +6,7 @@
 
 namespace loader {
 
-// Answers CMD_GETALL, CMD_GETOBJ and CMD_GETCOUNT at [1, HANDLER_CRASH].  A report tells what a service was at work on, so
+// Answers CMD_GETALL, CMD_GETOBJ and CMD_GETCOUNT at [1, LOADER_CRASHES].  A report tells what a service was at work on, so
 // it is for those who may control the loader: root, and who `access` gives that right.
 //
 // Errors:    answered with error replies.

@@ -55,7 +55,7 @@ class OwnService {
 
   // Where the open requests are; without them nobody asks about any.
   void setRequests(const RequestTable& requests) { requests_ = &requests; }
-  // The crashes that HANDLER_CRASH shows; without them there is no such handler.
+  // The crashes that LOADER_CRASHES shows; without them there is no such handler.
   void setCrashes(const CrashTable& crashes) { crashes_ = &crashes; }
 
   // Reads the configuration anew and gives the reply; without it that is not implemented.

@@ -12,9 +12,10 @@ namespace loader {
 
 // What the open requests say at one moment.
 struct Circle {
-  std::vector<Service*>
-      members;              // each waits for the next one, and the last for the first; none without a circle
-  bool isTooEarly = false;  // without members: some request is too young to count, and may close one
+  // Each waits for the next one, and the last for the first; none without a circle.
+  std::vector<Service*> members;
+  // Without members: some request is too young to count, and may close one.
+  bool isTooEarly = false;
 };
 
 // Finds a circle of requests that were all made at `latest` or before, among services for which `counts` holds.  A request

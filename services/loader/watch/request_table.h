@@ -14,8 +14,8 @@ namespace loader {
 
 // Answers for the path [1, LOADER_REQUESTS] (kl/services.h).  There is no second book: each row is made of the request
 // that the router has noted, when somebody asks for it.  Root and the loader's own user see all of them; everybody else
-// sees those that his service made, and those to services at which he may read.  A trusted one that takes "control" from its request
-// speaks for somebody whom nobody knows, and sees none.
+// sees those that his service made, and those to services at which he may read.  A trusted one that takes "control" from
+// its request speaks for somebody whom nobody knows, and sees none.
 //
 // Errors:    none.
 // Ownership: borrows everything that it is made with.

@@ -19,8 +19,8 @@ namespace klctl {
 namespace {
 constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
-constexpr std::chrono::milliseconds kMoment(
-    90);  // for the registration, and for each answer: 200 ms all in all
+// For the registration, and for each answer: 200 ms all in all.
+constexpr std::chrono::milliseconds kMoment(90);
 constexpr std::chrono::milliseconds kPatienceWithTheStuck(500);
 
 // The options that may stand before and after any verb, and that not every verb uses.  --json is for every verb: results,

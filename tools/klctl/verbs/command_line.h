@@ -73,8 +73,8 @@ struct CommandLine {
   LogWords log;
   std::string user;    // whose rights kRightsExplain explains
   std::string sender;  // the service that sends for him; empty: any other process of his
-  std::vector<std::string>
-      unfinished;  // of kComplete, the words behind klctl; the cursor is at the end of the last one
+  // Of kComplete, the words behind klctl; the cursor is at the end of the last one.
+  std::vector<std::string> unfinished;
 };
 
 // The words, or the text that --help or --version asked for.  Throws Failure(kUsage).
@@ -88,8 +88,8 @@ struct Place {
   };
   std::vector<Word> verbs;
   std::vector<Word> options;
-  std::string
-      argument;  // what else, as the usage text calls it: PATH, SERVICE, CMD, or the option whose value it is
+  // What else, as the usage text calls it: PATH, SERVICE, CMD, or the option whose value it is.
+  std::string argument;
   std::string verb;                    // that the place belongs to: "log mute"; empty in front of one
   std::vector<std::string> arguments;  // those of the verb in front of the place
 };

@@ -3,12 +3,11 @@
 
 #include "verbs/crashes.h"
 
-#include <ctime>
-
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
 #include "services/common/text.h"
+#include "values/since.h"
 #include "verbs/request.h"
 #include "verbs/resolve.h"
 #include "verbs/symbolize.h"
@@ -21,18 +20,10 @@ constexpr char kCrashesPath[] = "loader/20";
 constexpr unsigned long long kNanoseconds = 1000000000;
 const std::vector<std::string> kCrashColumns = {"id", "time", "service", "signal", "where", "times"};
 
-std::string momentText(unsigned long long nanoseconds) {
-  const auto moment = static_cast<std::time_t>(nanoseconds / kNanoseconds);
-  std::tm local{};
-  char text[32];
-  if (::localtime_r(&moment, &local) == nullptr) return std::to_string(nanoseconds);
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local)};
-}
-
 Json crashRow(const kl::message& crash) {
   Json row = Json::object();
   row["id"] = crash.get(kl::STD_ID, kl::BADID);
-  row["time"] = momentText(crash.get(kl::CRASH_TIME, 0));
+  row["time"] = dateText(crash.get(kl::CRASH_TIME, 0) / kNanoseconds);
   row["service"] = crash.get(kl::SVC_NAME, "");
   row["signal"] = crash.get(kl::CRASH_SIGNAL, "");
   row["where"] = crash.get(kl::CRASH_WHERE, "");
