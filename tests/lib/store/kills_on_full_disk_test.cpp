@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "tests/lib/store/killed_writer.h"
+#include "tests/support/build/effort.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ using kl::Store;
 using kl::test::ChangingCalls;
 using kl::test::filled;
 using kl::test::kIds;
+using kl::test::kStride;
 using kl::test::removal;
 using kl::test::setting;
 using kl::test::State;
@@ -20,13 +22,6 @@ using kl::test::Step;
 using kl::test::Steps;
 using kl::test::touching;
 using kl::test::When;
-
-// Each run is a process, which a sanitizer or an emulator makes slow: it looks at every seventh call.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(KL_EMULATED)
-constexpr unsigned int kStride = 7;
-#else
-constexpr unsigned int kStride = 1;
-#endif
 
 enum class Failing {
   kOneWrite,

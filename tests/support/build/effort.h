@@ -14,6 +14,13 @@ inline constexpr bool kEmulated = false;
 // `all`, and in an emulator a part of it.
 constexpr unsigned int repeated(unsigned int all) { return kEmulated ? all / 5 : all; }
 
+// A test that ends a process at each of its calls in turn looks, where each process takes its time, at every fifth.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr unsigned int kStride = 5;
+#else
+inline constexpr unsigned int kStride = kEmulated ? 5 : 1;
+#endif
+
 // False where a crash looks otherwise: a sanitizer and an emulator end the process themselves, or add to its stack.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kCrashesPlainly = false;
