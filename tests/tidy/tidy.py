@@ -51,6 +51,9 @@ ROOMS = {
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
 VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has)[A-Z]\w*)\s*\(", re.M)
+ANY_INCLUDE = re.compile(r"^#include ([<\"]\S+)", re.M)
+USING = re.compile(r"^using (?:\w+::)*(\w+|operator[^;]+);", re.M)
+CODE_COMMENT = re.compile(r"//[^\n]*")
 COMMENT = re.compile(r"^[ \t]*//[^\n]*(?:\n[ \t]*//[^\n]*)*", re.M)
 TEST_NAME = re.compile(r"\b([A-Z]\w*)\.([A-Z]\w*)\b")
 OTHER_TEST = re.compile(r"\badd_test\(\s*NAME\s+([A-Z]\w*)\.([A-Z]\w*)")  # of a CMakeLists.txt
@@ -198,6 +201,20 @@ def check_predicates(tree):
             yield path, line_of(tree.text(path), match.start()), f"{match.group(1)} asks and does not answer"
 
 
+def check_needless(tree):
+    """A name that a source takes from a namespace is used in that source, and a header is included once."""
+    for path in tree.code():
+        text = tree.text(path)
+        for match in USING.finditer(text) if path.endswith(".cpp") else ():
+            if len(re.findall(rf"\b{re.escape(match.group(1))}\b", CODE_COMMENT.sub("", text))) == 1:
+                yield path, line_of(text, match.start()), f"{match.group(1)} is not used"
+        seen = set()
+        for match in ANY_INCLUDE.finditer(text):
+            if match.group(1) in seen:
+                yield path, line_of(text, match.start()), f"{match.group(1)} is included twice"
+            seen.add(match.group(1))
+
+
 def check_programs(tree):
     """Companions, tools and examples use the public headers, their own, and those that klgen makes (NAME.kl.h)."""
     for path in tree.code():
@@ -336,6 +353,7 @@ CHECKS = {
     "arrows": check_arrows,
     "essays": check_essays,
     "predicates": check_predicates,
+    "needless": check_needless,
     "programs": check_programs,
     "layers": check_layers,
     "headers": check_headers,

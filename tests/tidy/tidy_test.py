@@ -119,6 +119,15 @@ class TidyTest(unittest.TestCase):
                           "services/loader/routing/router.h:3: isIdle asks and does not answer"])
         self.assertEqual(self.findings("predicates", {"lib/message/rep.cpp": "// not void isIdle(): it acts\n"}), [])
 
+    def test_a_name_that_is_taken_and_not_used(self):
+        self.assertEqual(self.findings("needless", {"tools/klctl/main.cpp": "using kl::message;\nusing kl::field;\nfield f;\n"
+                                                  "// message\n"}),
+                         ["tools/klctl/main.cpp:1: message is not used"])
+
+    def test_a_header_that_is_included_twice(self):
+        self.assertEqual(self.findings("needless", {"tools/klctl/main.cpp": "#include <map>\n#include <set>\n#include <map>\n"}),
+                         ["tools/klctl/main.cpp:3: <map> is included twice"])
+
     def test_a_program_that_includes_anothers_header(self):
         self.assertEqual(self.findings("includes", {"tools/klctl/main.cpp": '#include "services/loader/routing/router.h"\n'}),
                          ["tools/klctl/main.cpp:1: services/loader/routing/router.h is internal to services/loader/"])

@@ -13,9 +13,6 @@ namespace klgen {
 namespace {
 
 using describe::Description;
-using describe::Field;
-using describe::Object;
-using describe::Topic;
 using Words = std::vector<std::string>;
 
 // A name as a marker has it, "name" or "LABEL=name".

@@ -15,7 +15,6 @@ namespace {
 
 using test::Connected;
 using test::errorOf;
-using test::Ids;
 using test::replyTo;
 using test::to;
 

@@ -12,7 +12,6 @@ namespace kl {
 namespace {
 
 using test::flat;
-using test::Ids;
 using test::requestTo;
 
 // Keeps what it sends.

@@ -10,7 +10,6 @@
 namespace {
 
 using kl::container::giveBlock;
-using kl::container::kBlockBytes;
 using kl::container::takeBlock;
 
 TEST(BlockStock, ABlockGivenBackIsTheNextOneTaken) {

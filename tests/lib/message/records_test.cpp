@@ -10,7 +10,6 @@
 namespace {
 
 using kl::Record;
-using kl::RecordKind;
 using kl::RecordWalk;
 using kl::test::bytes;
 using kl::test::hex;

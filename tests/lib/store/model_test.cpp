@@ -10,7 +10,6 @@ namespace {
 
 using kl::message;
 using kl::Store;
-using kl::test::Bytes;
 using kl::test::filled;
 using kl::test::linesOf;
 using kl::test::readFile;

@@ -17,7 +17,6 @@ namespace {
 using kl::Store;
 using kl::test::filled;
 using kl::test::linesOf;
-using kl::test::number;
 
 // What both processes see.
 struct Shared {

@@ -21,7 +21,6 @@ namespace {
 using kl::test::frameOf;
 using kl::test::LoaderProcess;
 using kl::test::RawPeer;
-using kl::test::replyTo;
 using kl::test::request;
 using Bytes = std::vector<unsigned char>;
 

@@ -13,7 +13,6 @@ namespace {
 
 using kl::Journal;
 using kl::test::bytes;
-using kl::test::exists;
 using kl::test::hex;
 
 // One slot of 9 bytes, and the lock in our hands.

@@ -21,7 +21,6 @@ using loader::OwnService;
 using loader::Service;
 using loader::ServiceTable;
 using loader::Subscriptions;
-using loader::Urgency;
 
 class OwnServiceTest : public testing::Test {
  protected:

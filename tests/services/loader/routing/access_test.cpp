@@ -13,7 +13,6 @@ using loader::Access;
 using loader::CommandRights;
 using loader::DestinationRules;
 using loader::Envelope;
-using loader::Grant;
 using loader::Rights;
 using loader::SenderRights;
 

@@ -11,7 +11,6 @@
 
 namespace {
 
-using loader::Channel;
 using loader::Envelope;
 using loader::Path;
 using loader::Service;

@@ -18,8 +18,6 @@ using describe::Description;
 using describe::Field;
 using describe::Object;
 using describe::Reserved;
-using describe::Topic;
-using describe::Value;
 using Names = std::vector<std::string>;
 
 constexpr unsigned int kTypeBits[] = {0x00000000, 0x08000000, 0x08000000, 0x08000000, 0x10000000,
