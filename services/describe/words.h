@@ -1,11 +1,23 @@
 #pragma once
-// words.h: the commands, errors and rights that every service shares, by the words of descriptions.
+// words.h: the fields, commands, errors and rights that every service shares, by their names.
 
 #include <optional>
 #include <span>
 #include <string>
 
 namespace describe {
+
+// A number of the conventions, and its name.
+struct Named {
+  const char* name;
+  unsigned int number;
+};
+
+std::span<const Named> standardFields();  // "STD_ID", in the order in which people read them
+std::span<const Named> systemFields();    // "SYS_TO"
+std::span<const Named> errors();          // "unknownid"
+std::span<const Named> controls();        // "CTRL_HELLO"
+std::span<const Named> controlFields();   // "READY_ID": the fields of messages with a control
 
 // A command of the conventions, and the right that it needs unless a service says otherwise.
 struct StandardCommand {

@@ -216,13 +216,15 @@ def check_needless(tree):
 
 
 def check_programs(tree):
-    """Companions, tools and examples use the public headers, their own, and those that klgen makes (NAME.kl.h)."""
+    """Companions, tools and examples use the public headers, their own, and those that are made of NAME.toml (NAME.kl.h)
+    or of NAME.h.in."""
     for path in tree.code():
         if top(path) not in PROGRAMS:
             continue
         for line, included in tree.includes(path):
             target = resolve(tree, path, included)
-            if target is None and not included.endswith(".kl.h"):
+            made = included.endswith(".kl.h") or f"{os.path.dirname(path)}/{included}.in" in tree.files
+            if target is None and not made:
                 yield path, line, f'"{included}" is neither a public header nor one of {home(path)}/'
 
 

@@ -135,6 +135,8 @@ class TidyTest(unittest.TestCase):
     def test_a_program_that_includes_what_only_the_build_makes(self):
         self.assertEqual(self.findings("programs", {"tools/klctl/main.cpp": '#include "fixed_paths.h"\n'}),
                          ['tools/klctl/main.cpp:1: "fixed_paths.h" is neither a public header nor one of tools/klctl/'])
+        self.assertEqual(self.findings("programs", {"tools/klctl/main.cpp": '#include "text.h"\n',
+                                                    "tools/klctl/text.h.in": ""}), [])
 
     def test_a_public_header_that_includes_upwards(self):
         self.assertEqual(self.findings("layers", {"include/kl/looper.h": "",

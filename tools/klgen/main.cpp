@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "against.h"
+#include "dissector.h"
 #include "header.h"
 #include "pages.h"
 #include "regions.h"
@@ -26,6 +27,7 @@ constexpr int kMistake = common::kMistake;
 
 struct Words {
   std::string file;
+  std::vector<std::string> files;  // of several descriptions
   std::vector<std::string> pages;
   bool checks = false;
   std::string output;
@@ -65,12 +67,32 @@ bool write(const std::string& file, const std::string& text) {
   return static_cast<bool>(out << text << std::flush);
 }
 
-int make(const std::string& form, const Words& words) {
-  const auto description = load(words.file);
-  if (!description) return kMistake;
-  if (write(words.output, textOf(form, *description, words.file))) return kDone;
+int put(const Words& words, const std::string& text) {
+  if (write(words.output, text)) return kDone;
   std::cerr << "klgen: cannot write " << (words.output.empty() ? "the text" : words.output) << "\n";
   return kBroken;
+}
+
+int make(const std::string& form, const Words& words) {
+  const auto description = load(words.file);
+  return description ? put(words, textOf(form, *description, words.file)) : kMistake;
+}
+
+// One of several descriptions.
+int makeDissector(const Words& words) {
+  std::vector<describe::Description> descriptions;
+  for (const std::string& file : words.files) {
+    const auto description = load(file);
+    if (!description) return kMistake;
+    for (const describe::Description& other : descriptions)
+      if (description->id && description->id == other.id) {
+        std::cerr << "klgen: " << file << ": the number of " << description->name << " is that of "
+                  << other.name << "\n";
+        return kMistake;
+      }
+    descriptions.push_back(*description);
+  }
+  return put(words, dissectorOf(descriptions));
 }
 
 int checkFile(const Words& words) {
@@ -109,11 +131,15 @@ int updateAll(const Words& words) {
   return status;
 }
 
+void addOutput(CLI::App& command, Words& words) {
+  command.add_option("-o,--output", words.output, "The file to write; without it the standard output")
+      ->type_name("FILE");
+}
+
 void addForm(CLI::App& app, Words& words, const std::string& form, const std::string& what) {
   CLI::App* command = app.add_subcommand(form, "Makes " + what);
   command->add_option("file", words.file, "The description")->required()->type_name("FILE");
-  command->add_option("-o,--output", words.output, "The file to write; without it the standard output")
-      ->type_name("FILE");
+  addOutput(*command, words);
 }
 
 int run(int argc, char** argv) {
@@ -128,6 +154,11 @@ int run(int argc, char** argv) {
   addForm(app, words, "json", "JSON");
   addForm(app, words, "markdown", "a page in Markdown");
   addForm(app, words, "man", "a man page");
+  CLI::App* dissector = app.add_subcommand("dissector", "Makes a dissector for Wireshark and tshark");
+  dissector->add_option("file", words.files, "The descriptions of all services")
+      ->required()
+      ->type_name("FILE");
+  addOutput(*dissector, words);
   CLI::App* check = app.add_subcommand("check", "Says whether a description is right");
   check->add_option("file", words.file, "The description")->required()->type_name("FILE");
   check->add_option("--against", words.older, "Says what it breaks of an older one")->type_name("OLD");
@@ -144,6 +175,7 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& end) {
     return app.exit(end) == 0 ? kDone : kMistake;
   }
+  if (dissector->parsed()) return makeDissector(words);
   if (check->parsed()) return checkFile(words);
   if (updates->parsed()) return updateAll(words);
   return make(app.get_subcommands().front()->get_name(), words);

@@ -9,6 +9,7 @@
 #include "services/common/configuration_file.h"
 #include "services/describe/json.h"
 #include "tests/tools/klgen/described.h"
+#include "tools/klgen/dissector.h"
 #include "tools/klgen/header.h"
 #include "tools/klgen/pages.h"
 
@@ -58,6 +59,15 @@ TEST_F(KlgenProgram, EachFormGoesToTheStandardOutput) {
   EXPECT_EQ(klgen("json " + kSample).text, jsonOf(sample()));
   EXPECT_EQ(klgen("markdown " + kSample).text, markdownOf(sample()));
   EXPECT_EQ(klgen("man " + kSample).text, manPageOf(sample()));
+  EXPECT_EQ(klgen("dissector " + kSample).text, dissectorOf({sample()}));
+}
+
+TEST_F(KlgenProgram, ADissectorIsOfServicesThatCanBeToldApart) {
+  write("one.toml", "[service]\nname = \"one\"\nid = 300\n");
+  write("two.toml", "[service]\nname = \"two\"\nid = 300\n");
+  const Ended ended = klgen("dissector one.toml two.toml");
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.text, "klgen: two.toml: the number of two is that of one\n");
 }
 
 TEST_F(KlgenProgram, AFileThatIsRightAlreadyIsNotWrittenAgain) {
@@ -79,7 +89,7 @@ TEST_F(KlgenProgram, AFileThatIsRightAlreadyIsNotWrittenAgain) {
 TEST_F(KlgenProgram, NothingIsMadeOfADescriptionWithMistakes) {
   write("bad.toml",
         "fields = [\n{ name = \"a\", field = \"u33:1\" },\n{ name = \"b\", feld = \"u32:1\" }]\n");
-  for (const char* form : {"header", "json", "markdown", "man", "check"}) {
+  for (const char* form : {"header", "json", "markdown", "man", "dissector", "check"}) {
     const Ended ended =
         klgen(std::string(form) + " bad.toml" + (form == std::string("check") ? "" : " -o out"));
     EXPECT_EQ(ended.status, 2) << form;

@@ -3,10 +3,8 @@
 #include "values/field_names.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 
-#include "kl/conventions.h"
 #include "services/describe/words.h"
 #include "values/field_id.h"
 
@@ -16,53 +14,14 @@ constexpr unsigned int kBuiltInRank = 0x10000;  // every name of a dictionary co
 constexpr unsigned int kNoRank = std::numeric_limits<unsigned int>::max();
 constexpr unsigned int kMaxCommand = 0x00ffffff;
 
-struct Constant {
-  const char* name;
-  unsigned int value;
-};
-
-constexpr std::array<Constant, 12> kStandardFields = {{
-    {"STD_ID", kl::STD_ID},
-    {"STD_DESCR", kl::STD_DESCR},
-    {"STD_DYNAMIC", kl::STD_DYNAMIC},
-    {"STD_INACTIVE", kl::STD_INACTIVE},
-    {"STD_DISABLED", kl::STD_DISABLED},
-    {"STD_NEXTID", kl::STD_NEXTID},
-    {"STD_UNDOID", kl::STD_UNDOID},
-    {"STD_DEAD", kl::STD_DEAD},
-    {"STD_FINISHED", kl::STD_FINISHED},
-    {"STD_GETALLID", kl::STD_GETALLID},
-    {"STD_GETALLNO", kl::STD_GETALLNO},
-    {"STD_OBJS", kl::STD_OBJS},
-}};
-
-constexpr std::array<Constant, 16> kSystemFields = {{
-    {"SYS_TO", kl::SYS_TO},
-    {"SYS_FROM", kl::SYS_FROM},
-    {"SYS_TYPE", kl::SYS_TYPE},
-    {"SYS_STATUS", kl::SYS_STATUS},
-    {"SYS_REPLYEXP", kl::SYS_REPLYEXP},
-    {"SYS_REQID", kl::SYS_REQID},
-    {"SYS_CMD", kl::SYS_CMD},
-    {"SYS_ERRNO", kl::SYS_ERRNO},
-    {"SYS_ERRSTR", kl::SYS_ERRSTR},
-    {"SYS_USER", kl::SYS_USER},
-    {"SYS_POLICY", kl::SYS_POLICY},
-    {"SYS_CTRL", kl::SYS_CTRL},
-    {"SYS_RADDR", kl::SYS_RADDR},
-    {"SYS_CTRL_ARG", kl::SYS_CTRL_ARG},
-    {"SYS_NOTIFYCMD", kl::SYS_NOTIFYCMD},
-    {"SYS_NOTIFYPATH", kl::SYS_NOTIFYPATH},
-}};
-
 }  // namespace
 
 FieldNames::FieldNames() : nextRank_(kBuiltInRank) {
-  for (const Constant& field : kStandardFields) {
-    ids_[field.name] = field.value;
-    add(describe::shortForm(field.name), field.value);
+  for (const describe::Named& field : describe::standardFields()) {
+    ids_[field.name] = field.number;
+    add(describe::shortForm(field.name), field.number);
   }
-  for (const Constant& field : kSystemFields) add(field.name, field.value);
+  for (const describe::Named& field : describe::systemFields()) add(field.name, field.number);
   nextRank_ = 0;
 }
 

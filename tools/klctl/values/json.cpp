@@ -5,8 +5,6 @@
 
 #include "values/json.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -14,6 +12,7 @@
 #include <set>
 #include <type_traits>
 
+#include "kl/address.h"
 #include "kl/records.h"
 #include "values/failure.h"
 #include "values/field_id.h"
@@ -100,10 +99,7 @@ class Writer {
     return object(kl::message(bytes), depth + 1);
   }
 
-  static std::string text(const kl::IPAddr6& address) {
-    char buffer[INET6_ADDRSTRLEN];
-    return ::inet_ntop(AF_INET6, &address, buffer, sizeof buffer);
-  }
+  static std::string text(const kl::IPAddr6& address) { return kl::addressText(address); }
 
   const FieldNames& names_;
 };
@@ -207,10 +203,9 @@ class Reader {
   }
 
   kl::IPAddr6 address(unsigned int id, const Json& value) const {
-    kl::IPAddr6 result;
-    if (value.is_string() && ::inet_pton(AF_INET6, value.get<std::string>().c_str(), &result) == 1)
-      return result;
-    throw cannotHold(id, "an IPv6 address", value);
+    const auto result = value.is_string() ? kl::parseAddress(value.get<std::string>()) : std::nullopt;
+    if (!result) throw cannotHold(id, "an IP address", value);
+    return *result;
   }
 
   std::string string(unsigned int id, const Json& value) const {

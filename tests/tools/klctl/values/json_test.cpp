@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "kl/conventions.h"
+#include "tests/support/hex.h"
 #include "tests/tools/klctl/expect_failure.h"
 
 namespace klctl {
@@ -80,6 +81,22 @@ TEST(JsonForm, MembersAreNamedAndOrderedByTheDictionary) {
   EXPECT_TRUE(messageFrom(toJson(m, names), names) == m);
   m.insert_u32(0x08000001, 5);
   EXPECT_EQ(toJson(m, names)["state"], 5);  // a number without a word
+}
+
+// In a message it is the IPv6 address that stands for it.
+TEST(JsonForm, AnIPv4AddressIsWrittenAsPeopleWriteIt) {
+  const FieldNames names;
+  const kl::message m =
+      messageFrom(Json::parse(R"({"addr6:1": "192.0.2.1", "addr6[]:2": ["::ffff:192.0.2.2"]})"), names);
+  const kl::IPAddr6 held = m.get_addr6(0x18000001);
+  EXPECT_EQ(kl::test::hex({std::begin(held.bytes), std::end(held.bytes)}),
+            "0000 0000 0000 0000 0000 ffff c000 0201");
+  EXPECT_EQ(toJson(m, names).dump(), R"({"addr6:1":"192.0.2.1","addr6[]:2":["192.0.2.2"]})");
+}
+
+TEST(JsonForm, WhatIsNoWholeAddressIsRefused) {
+  for (const std::string text : {"192.0.2", "192.0.2.01", "192.0.2.1/24", "fe80::1%eth0", " ::1", ""})
+    EXPECT_EQ(failureOf([&] { (void)messageFrom(Json{{"addr6:1", text}}, FieldNames()); }).status, 2) << text;
 }
 
 TEST(JsonForm, NumbersMayStandInStrings) {
