@@ -31,6 +31,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 100;
 constexpr std::size_t kMostMappings = 512;
+constexpr char kBetweenPlaces[] = ", ";
 constexpr std::array<std::string_view, 4> kPlaceRegisters{"rip=0x", "eip=0x", "nip=0x", "pc=0x"};
 
 struct Mapping {
@@ -109,6 +110,16 @@ std::string baseName(const std::string& path) { return path.substr(path.rfind('/
 
 }  // namespace
 
+bool isSameCrash(const std::string& key, const std::string& other) {
+  const auto& [shorter, longer] =
+      std::minmax(key, other, [](const auto& a, const auto& b) { return a.size() < b.size(); });
+  if (shorter.size() == longer.size()) return shorter == longer;
+  const std::size_t place = shorter.find(kBetweenPlaces);
+  const bool hasCaller =
+      place != std::string::npos && shorter.find(kBetweenPlaces, place + 1) != std::string::npos;
+  return hasCaller && longer.starts_with(shorter + kBetweenPlaces);
+}
+
 std::string Frame::text() const {
   if (file.empty()) return "no file";
   char number[32];
@@ -124,7 +135,7 @@ const Frame* Crash::place() const {
 
 std::string Crash::key(const std::string& buildId) const {
   std::string key = buildId + " " + std::to_string(signal);
-  for (const Frame& frame : frames) key += " " + frame.text();
+  for (const Frame& frame : frames) key += kBetweenPlaces + frame.text();
   return key;
 }
 

@@ -25,9 +25,14 @@ struct Crash {
 
   // The first place that is the program's own, else the first one of all; null without any.
   const Frame* place() const;
-  // Equal for crashes of one program at one place, wherever it was loaded.
+  // What of a crash is the same wherever the program was loaded.
   std::string key(const std::string& buildId) const;
 };
+
+// Whether two keys are those of one crash: one of a program at a place, with the same callers.  A stack is walked up to
+// the end of the page in which the Runner was made, which is another one in each process, so either may lack the last
+// callers; all but the first are not needed.
+bool isSameCrash(const std::string& key, const std::string& other);
 
 // Errors:  what a report does not say is missing in the result.
 // Cost:    a walk over the text; at most kMostFrames places.

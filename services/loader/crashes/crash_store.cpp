@@ -114,7 +114,7 @@ void CrashStore::load(unsigned int id) {
 
 unsigned int CrashStore::add(KeptCrash crash, const std::string& report) {
   const auto former = std::find_if(crashes_.begin(), crashes_.end(), [&](const KeptCrash& other) {
-    return other.serviceId == crash.serviceId && other.key == crash.key;
+    return other.serviceId == crash.serviceId && isSameCrash(other.key, crash.key);
   });
   if (former != crashes_.end()) {
     crash.id = former->id;

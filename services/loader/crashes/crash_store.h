@@ -21,7 +21,7 @@ struct KeptCrash {
   unsigned int times = 1;
   std::string program = "";
   std::string buildId = "";
-  std::string key = "";  // equal for the same crash of the same program; not part of the message
+  std::string key = "";  // tells crashes of a program apart; not part of the message
 
   // As its file has it, and service 1 shows it, without its report.
   kl::message message() const;

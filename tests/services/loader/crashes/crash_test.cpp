@@ -7,6 +7,7 @@
 namespace {
 
 using loader::Crash;
+using loader::isSameCrash;
 using loader::ProgramFile;
 using loader::readCrash;
 
@@ -65,6 +66,18 @@ TEST(CrashTest, TheSameCrashHasTheSameKeyAtOtherAddresses) {
   EXPECT_EQ(one.key("ab"), same.key("ab"));
   EXPECT_NE(one.key("ab"), one.key("cd"));
   EXPECT_NE(one.key("ab"), other.key("ab"));
+}
+
+TEST(CrashTest, TheSameCrashMayLackItsLastCallers) {
+  const std::string whole = "ab 11, libc +0x1, leases +0x2, leases +0x3";
+  EXPECT_TRUE(isSameCrash(whole, whole));
+  EXPECT_TRUE(isSameCrash(whole, "ab 11, libc +0x1, leases +0x2"));
+  EXPECT_TRUE(isSameCrash("ab 11, libc +0x1, leases +0x2", whole));
+  EXPECT_FALSE(isSameCrash(whole, "ab 11, libc +0x1"));  // what every call of this function has
+  EXPECT_FALSE(isSameCrash(whole, "ab 11"));
+  EXPECT_FALSE(isSameCrash(whole, "ab 11, libc +0x1, leases +0x"));
+  EXPECT_FALSE(isSameCrash(whole, "ab 11, libc +0x1, leases +0x4"));
+  EXPECT_FALSE(isSameCrash("ab 11, libc +0x1", "ab 6, libc +0x1"));
 }
 
 TEST(CrashTest, EveryBeginningOfAReportIsRead) {

@@ -76,11 +76,16 @@ TEST_F(CrashedServices, TheSameCrashIsCounted) {
   if (sizeof(void*) == 4) GTEST_SKIP() << "on 32 bits a stack through libc is another one each time";
   const LoaderProcess loader(service("frail", 32, "fault"));
   connect();
-  crash(kl::CMD_RESET);
-  ASSERT_TRUE(loader.logs("killed by SIGABRT in ")) << loader.log();
-  crash(kl::CMD_RESET);
-  EXPECT_TRUE(loader.logs("; crash 1, for the 2. time\n")) << loader.log();
-  EXPECT_FALSE(fs::exists(folder() + "/2"));
+  // Of a stack that lies badly in its page fewer callers are shown than it takes to tell.
+  unsigned int crashes = 0;
+  for (; crashes < 5 && loader.log().find(", for the 2. time\n") == std::string::npos; ++crashes) {
+    ASSERT_TRUE(askUntilAnswered({32}));
+    const std::string process = "frail (32, pid " + std::to_string(row(32).get(kl::SVC_PID, 0)) + "): ";
+    crash(kl::CMD_RESET);
+    ASSERT_TRUE(loader.logs(process + "killed by SIGABRT in ")) << loader.log();
+  }
+  EXPECT_LT(crashes, 5u) << loader.log();
+  EXPECT_FALSE(fs::exists(folder() + "/" + std::to_string(crashes)));
 }
 
 TEST_F(CrashedServices, AStackOverflowLeavesNoReportAndTheLoaderSaysSo) {
