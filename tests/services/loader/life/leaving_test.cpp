@@ -269,10 +269,13 @@ TEST_F(Leaving, NeitherAReplyNorWhatIsSentToAllNorAnEndStartsIt) {
   ASSERT_TRUE(isUp());
   ASSERT_EQ(leave(), kl::ERROR_OK);
   ASSERT_TRUE(a_.send(replyTo(request({500}, kl::CMD_GET, 1, {32}))));
-  ASSERT_TRUE(a_.send(notification({kl::PATH_ALL})));  // by which a_ and the watcher know each other, too
+  kl::message toAll = notification({kl::PATH_ALL});  // by which a_ and the watcher know each other, too
+  toAll.insert(kl::SYS_CMD, kl::CMD_RESET);
+  ASSERT_TRUE(a_.send(toAll));
   kl::message ended = notification({32});
   ended.insert(kl::SYS_CMD, kl::CMD_DISCONNECTED);
   ASSERT_TRUE(a_.send(ended));
+  ASSERT_TRUE(watcher_.receiveCommand(kl::CMD_RESET));
   watcher_.close();
   ASSERT_TRUE(a_.receiveCommand(kl::CMD_DISCONNECTED));
   EXPECT_EQ(state(), kl::SVC_STATE_LEFT);

@@ -96,8 +96,8 @@ TEST(Assignment, AValueThatDoesNotFitIsToldWithWhatWould) {
   EXPECT_EQ(refusal("u32[]:1=1,x"),
             "u32[]:1 is of the type u32[] and takes a whole number from 0 to 4294967295, not \"x\"");
   EXPECT_EQ(refusal("bool:1=maybe"), "bool:1 is of the type bool and takes true or false, not \"maybe\"");
-  EXPECT_EQ(refusal("addr6:1=10.0.0.1"),
-            "addr6:1 is of the type addr6 and takes an IPv6 address, not \"10.0.0.1\"");
+  EXPECT_EQ(refusal("addr6:1=10.0.0.256"),
+            "addr6:1 is of the type addr6 and takes an IP address, not \"10.0.0.256\"");
   EXPECT_EQ(refusal("raw:1=0"),
             "raw:1 is of the type raw and takes bytes as pairs of hexadecimal digits (02:fc:00), not \"0\"");
 }
