@@ -30,4 +30,7 @@ void resetSignals();
 // The first of the groups is the user's own.  False where this process may not become the user, or no group is named.
 bool becomeUser(uid_t user, const std::vector<gid_t>& groups);
 
+// Closes this descriptor and all above it.  Kernels before 5.9 have no call for that.
+void closeFrom(int first);
+
 }  // namespace common

@@ -42,7 +42,7 @@ void arrangeForAnswer(int answers) {
   if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0 || ::dup2(nothing, STDERR_FILENO) < 0 ||
       ::dup2(answers, STDOUT_FILENO) < 0)
     ::_exit(1);
-  (void)::close_range(STDERR_FILENO + 1, ~0U, 0);
+  common::closeFrom(STDERR_FILENO + 1);
 }
 
 std::string linkAddressOf(const Place& place) {

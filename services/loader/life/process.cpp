@@ -56,7 +56,7 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   const bool isInPlace = connection == kConnection;
   if ((isInPlace ? ::fcntl(connection, F_SETFD, 0) : ::dup2(connection, kConnection)) < 0)
     giveUp(service, "no connection");
-  (void)::close_range(kConnection + 1, ~0U, 0);  // whatever the loader itself has inherited
+  common::closeFrom(kConnection + 1);  // whatever the loader itself has inherited
 }
 
 // A service lives where its loader does.  A variable that the loader may not believe would take it elsewhere.

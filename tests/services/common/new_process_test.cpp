@@ -1,7 +1,16 @@
 #include "services/common/new_process.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <vector>
 
 #include "tests/support/process/child.h"
 
@@ -11,6 +20,31 @@ using common::BlockedSignals;
 
 volatile std::sig_atomic_t seen = 0;
 void note(int) { seen = seen + 1; }
+
+// From now on the kernel knows none of these calls; false where it cannot be told so.
+bool forgetCalls(const std::vector<unsigned int>& calls) {
+  std::vector<sock_filter> program{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  for (const unsigned int call : calls) {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+// A child opens descriptors far apart, closes from 50 on, and looks.  Status 77: it could not do without the calls.
+int statusAfterClosing(const std::vector<unsigned int>& missing) {
+  return kl::test::runInChild([&missing] {
+           for (const int descriptor : {49, 50, 51, 600}) ::dup2(STDIN_FILENO, descriptor);
+           if (!missing.empty() && !forgetCalls(missing)) ::_exit(77);
+           common::closeFrom(50);
+           const auto isOpen = [](int descriptor) { return ::fcntl(descriptor, F_GETFD) >= 0; };
+           ::_exit(isOpen(STDIN_FILENO) && isOpen(49) && !isOpen(50) && !isOpen(51) && !isOpen(600) ? 0 : 1);
+         })
+      .exitStatus;
+}
 
 TEST(NewProcess, ABlockedSignalComesAfterwards) {
   ::signal(SIGUSR1, note);
@@ -46,6 +80,20 @@ TEST(NewProcess, BecomesAnotherUserWithHisGroupsAlone) {
     ::_exit(testing::Test::HasFailure() ? 1 : 0);
   });
   EXPECT_EQ(child.exitStatus, 0) << child.out;
+}
+
+TEST(NewProcess, ClosesADescriptorAndAllAbove) { EXPECT_EQ(statusAfterClosing({}), 0); }
+
+TEST(NewProcess, ClosesThemOnAKernelWithoutACallForIt) {
+  const int status = statusAfterClosing({SYS_close_range});
+  if (status == 77) GTEST_SKIP() << "no call can be taken away here";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(NewProcess, ClosesThemWhereNoListOfThemCanBeRead) {
+  const int status = statusAfterClosing({SYS_close_range, SYS_openat});
+  if (status == 77) GTEST_SKIP() << "no call can be taken away here";
+  EXPECT_EQ(status, 0);
 }
 
 TEST(NewProcess, WithoutGroupsNobodyBecomesAnother) {
