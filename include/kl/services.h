@@ -134,7 +134,9 @@ inline constexpr unsigned int TOPIC_DEBUG = 8;      // details for the search fo
 inline constexpr unsigned int TOPIC_LOADER = 16;
 inline constexpr unsigned int TOPIC_UNDO = 17;
 inline constexpr unsigned int TOPIC_SYSTEM = 18;
-inline constexpr unsigned int TOPIC_LOGD = 19;  // the log service
+inline constexpr unsigned int TOPIC_LOGD = 19;    // the log service
+inline constexpr unsigned int TOPIC_OUTPUT = 20;  // what services write to their standard output
+inline constexpr unsigned int TOPIC_ERRORS = 21;  // and to their standard error stream
 inline constexpr unsigned int TOPIC_NETIF = 32;
 
 // The log service, kl-logd.  It answers with two tables.

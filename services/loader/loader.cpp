@@ -265,6 +265,7 @@ const char* Loader::registerClient(Client& client, std::span<const unsigned char
   Service* service = registration_.admit(client.who, e, refusal_);
   if (service == nullptr) return refusal_.c_str();
   client.become(*service);
+  if (service->id == kl::SERVICE_LOG) logSender_.onServiceThere();
   lifecycle_.onRegistered(*service);
   return nullptr;
 }

@@ -100,6 +100,8 @@ const std::vector<Number>& numbers() {
       NUMBER(TOPIC_INFO, log_service::TOPIC_INFO),
       NUMBER(TOPIC_DEBUG, log_service::TOPIC_DEBUG),
       NUMBER(TOPIC_LOADER, loader_service::TOPIC_LOADER),
+      NUMBER(TOPIC_OUTPUT, loader_service::TOPIC_OUTPUT),
+      NUMBER(TOPIC_ERRORS, loader_service::TOPIC_ERRORS),
       NUMBER(TOPIC_UNDO, undo_service::TOPIC_UNDO),
       NUMBER(TOPIC_SYSTEM, system_service::TOPIC_SYSTEM),
       NUMBER(TOPIC_LOGD, log_service::TOPIC_LOGD),

@@ -42,9 +42,9 @@ common::Descriptor writerOf(const common::Descriptor& reader) {
 }  // namespace
 
 ServiceOutput::ServiceOutput(kl::ThinRunner& runner, Log& log, const std::string& service) : runner_(runner) {
-  channels_.push_back({OutputSink(STDOUT_FILENO, service, log), common::Descriptor(), false, {}});
+  channels_.emplace_back(runner, log, service, STDOUT_FILENO, Stream::kOutput);
   if (!areOneFile(STDOUT_FILENO, STDERR_FILENO))
-    channels_.push_back({OutputSink(STDERR_FILENO, service, log), common::Descriptor(), false, {}});
+    channels_.emplace_back(runner, log, service, STDERR_FILENO, Stream::kErrors);
 }
 
 ServiceOutput::~ServiceOutput() {
@@ -66,11 +66,26 @@ Caught ServiceOutput::end() {
   Caught caught;
   for (Channel& channel : channels_) {
     Caught here = channel.catcher.end();
-    channel.sink.write(here.rest);
+    channel.write(here.rest);
     if (caught.report.empty() && (caught.signal == 0 || !here.report.empty())) caught = std::move(here);
-    else channel.sink.write(here.report);
+    else channel.write(here.report);
+    channel.lines.end();
   }
   return caught;
+}
+
+void ServiceOutput::setSpeaker(const std::string& speaker) {
+  for (Channel& channel : channels_) channel.lines.setSpeaker(speaker);
+}
+
+void ServiceOutput::pass(const std::string& ordinary) {
+  channels_.front().write(ordinary);
+  channels_.front().lines.end();
+}
+
+void ServiceOutput::Channel::write(std::string_view ordinary) {
+  sink.write(ordinary);
+  lines.take(ordinary);
 }
 
 common::Descriptor ServiceOutput::openWriter(Channel& channel) {
@@ -104,7 +119,7 @@ void ServiceOutput::onReadable(int fd, unsigned int) {
 bool ServiceOutput::read(Channel& channel) {
   char bytes[kReadBytes];
   const ssize_t count = ::read(channel.reader.get(), bytes, sizeof bytes);
-  if (count > 0) channel.sink.write(channel.catcher.take({bytes, static_cast<std::size_t>(count)}));
+  if (count > 0) channel.write(channel.catcher.take({bytes, static_cast<std::size_t>(count)}));
   const bool hasFailed = count < 0 && errno != EAGAIN && errno != EINTR;
   if (count == 0 || hasFailed) unwatch(channel);
   return count > 0;

@@ -483,6 +483,7 @@ std::string Lifecycle::launch(Child& child) {
   const pid_t pid = startProcess(*child.configuration, its.get(), child.output.open());
   if (pid < 0) return cannotStart(service);
   service.pid = pid;
+  if (service.id != kl::SERVICE_LOG) child.output.setSpeaker(describe(service));
   log_.line(describe(service) + ": started");
   host_.adopt(service, std::move(mine));
   watchStart(child);

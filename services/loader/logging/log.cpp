@@ -17,6 +17,10 @@ void Log::line(const std::string& text) {
   if (sender_ != nullptr) sender_->line(text);
 }
 
+bool Log::output(Stream stream, const std::string& text) {
+  return sender_ == nullptr || sender_->output(stream, text);
+}
+
 void Log::writeLine(const std::string& text) {
   if (!takesALine()) {
     ++dropped_;

@@ -7,6 +7,9 @@ namespace loader {
 
 class LogSender;
 
+// Of a service, where it was written.
+enum class Stream { kOutput, kErrors };
+
 // Writes one line for each thing that an operator should know: "kl-loader: NAME (ID, pid PID): WHAT".
 //
 // They go to the descriptor and, while there is a LogSender, to the log service.
@@ -23,6 +26,9 @@ class Log {
   explicit Log(int fd) : fd_(fd) {}
 
   void line(const std::string& text);
+  // What a service has written, for the log service alone.  False where it is lost because it came too fast, or because
+  // nobody takes it.
+  bool output(Stream stream, const std::string& text);
   void setSender(LogSender* sender) { sender_ = sender; }
 
  private:

@@ -13,20 +13,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 #include <utility>
 
 #include "kl/services.h"
 #include "kl/utilities.h"
-#include "logging/log.h"
 #include "services/common/local_socket.h"
 #include "services/common/log_records.h"
 
 namespace loader {
 namespace {
 
-constexpr unsigned int kSource = 1;
+// The number of a source on the connection is its place here, from 1 on.
+constexpr unsigned short kTopics[] = {kl::TOPIC_LOADER, kl::TOPIC_OUTPUT, kl::TOPIC_ERRORS};
+constexpr unsigned int kOwnSource = 1;
 constexpr std::size_t kMostTextBytes = 2048;
-constexpr unsigned short kTopics[] = {kl::TOPIC_LOADER};
+
+unsigned int sourceOf(Stream stream) { return stream == Stream::kOutput ? 2 : 3; }
 
 }  // namespace
 
@@ -41,10 +44,35 @@ LogSender::~LogSender() {
 }
 
 void LogSender::line(std::string_view text) {
-  if (muted_) return;
+  if (muted_[kOwnSource - 1]) return;
   keep(text);
-  if (!isConnected() && mayTry()) tryToConnect();
-  else if (isConnected() && records_.size() == 1) sendKept();  // otherwise the socket has no room
+  push();
+}
+
+bool LogSender::output(Stream stream, std::string_view text) {
+  const unsigned int source = sourceOf(stream);
+  if (muted_[source - 1]) return true;
+  const std::size_t bytes = common::kLineHeadBytes + text.size();
+  if (dropped_ > 0 || bytesKept_ + bytes > kMostBytesKept / 2) return false;
+  if (!outputPace_.admitOne(kl::getJiffies())) return false;
+  keepRecord(source, text);
+  push();
+  return true;
+}
+
+void LogSender::onServiceThere() {
+  retryTicks_ = kShortestRetryTicks;
+  if (!isConnected() && (!records_.empty() || dropped_ > 0)) tryToConnect();
+}
+
+void LogSender::push() {
+  if (isConnected()) {
+    if (records_.size() == 1) sendKept();  // otherwise the socket has no room
+  } else if (mayTry()) {
+    tryToConnect();
+  } else if (!retry_.isRunning()) {
+    retryLater();  // N3
+  }
 }
 
 void LogSender::keep(std::string_view text) {
@@ -54,7 +82,11 @@ void LogSender::keep(std::string_view text) {
     ++dropped_;
     return;
   }
-  records_.push_back(common::lineRecord(kSource, text));
+  keepRecord(kOwnSource, text);
+}
+
+void LogSender::keepRecord(unsigned int source, std::string_view text) {
+  records_.push_back(common::lineRecord(source, text));
   bytesKept_ += records_.back().size();
 }
 
@@ -86,8 +118,10 @@ void LogSender::tryToConnect() {
 
 // A new socket has room for a few bytes.
 bool LogSender::introduce(int fd) {
-  const std::string record = common::registrationRecord(kSource, kTopics);
-  return ::send(fd, record.data(), record.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(record.size());
+  std::string records;
+  for (unsigned int source = 1; source <= kSources; ++source)
+    records += common::registrationRecord(source, std::span(&kTopics[source - 1], 1));
+  return ::send(fd, records.data(), records.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(records.size());
 }
 
 void LogSender::retryLater() {
@@ -100,7 +134,7 @@ void LogSender::disconnect() {
   socket_.close();
   sentOfFirst_ = 0;  // N2
   heard_.clear();
-  muted_ = false;
+  muted_.fill(false);
   if (!records_.empty() || dropped_ > 0) retryLater();
 }
 
@@ -144,7 +178,7 @@ bool LogSender::obeyMuteRecords() {
   for (; heard_.size() - at >= common::kMuteRecordBytes; at += common::kMuteRecordBytes) {
     const common::MuteRecord record = common::readMuteRecord(heard_.data() + at);
     if (record.length != common::kMuteRecordBytes) return false;
-    if (record.source == kSource) muted_ = record.mutes;
+    if (record.source >= 1 && record.source <= kSources) muted_[record.source - 1] = record.mutes;
   }
   heard_.erase(heard_.begin(), heard_.begin() + static_cast<std::ptrdiff_t>(at));
   return true;

@@ -149,7 +149,9 @@ const char* Client::addLine(unsigned int id, std::string_view text) {
 // C4
 Topics Client::withoutForeign(Topics topics) {
   const auto isForeign = [this](Topic topic) {
-    return topic == kl::TOPIC_LOGD || (topic == kl::TOPIC_LOADER && !isLoader_);
+    const bool isTheLoaders =
+        topic == kl::TOPIC_LOADER || topic == kl::TOPIC_OUTPUT || topic == kl::TOPIC_ERRORS;
+    return topic == kl::TOPIC_LOGD || (isTheLoaders && !isLoader_);
   };
   if (std::erase_if(topics, isForeign) > 0)
     account_->remark(book_, now_, "registered a topic that is not its own: its lines go without");

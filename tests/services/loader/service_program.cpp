@@ -12,6 +12,8 @@
 //     environment     serves; its replies carry its working directory and $KL_TEST
 //     fault           serves; CMD_START is a segment fault, CMD_RESET an abort, CMD_CANCEL overflows the stack
 //     chatter TEXT    writes TEXT as a line to its output and to its errors, then serves
+//     flood BYTES     writes so many bytes to its errors, in lines of 50, then serves
+//     junk            writes to its errors what is no text, a line of 3,000 and an unfinished one, and ends with status 0
 //     outside ID      connects to the socket, registers there under its id, and serves
 //     impostor ID     asks for another id than its own, then waits
 
@@ -83,6 +85,23 @@ int serve(RawPeer& loader, const std::string& behaviour) {
   return 1;
 }
 
+void writeErrors(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const ssize_t count = ::write(STDERR_FILENO, text.data() + at, text.size() - at);
+    if (count < 0) ::_exit(4);
+    at += static_cast<std::size_t>(count);
+  }
+}
+
+void flood(std::size_t bytes) {
+  const std::string line = std::string(49, 'f') + "\n";
+  std::string block;
+  while (block.size() < 50'000) block += line;
+  for (std::size_t written = 0; written < bytes; written += block.size()) writeErrors(block);
+}
+
+void writeJunk() { writeErrors(std::string("\xff\x1b[2J\0\n", 7) + std::string(3000, 'l') + "\nunfinished"); }
+
 [[noreturn]] void waitForEver() {
   while (true) ::pause();
 }
@@ -109,6 +128,8 @@ int main(int argc, char** argv) {
     (void)!::write(STDOUT_FILENO, (argument + "\n").data(), argument.size() + 1);
     (void)!::write(STDERR_FILENO, (argument + "\n").data(), argument.size() + 1);
   }
+  if (behaviour == "flood") flood(std::stoul(argument));
+  if (behaviour == "junk") writeJunk();
   if (behaviour == "stubborn" || behaviour == "defector") (void)::signal(SIGTERM, SIG_IGN);
   if (behaviour == "defector" && !joinAnotherGroup()) return 1;
   if (behaviour == "late") ::usleep(static_cast<useconds_t>(std::atoi(argument.c_str())) * 1000);
@@ -117,6 +138,7 @@ int main(int argc, char** argv) {
   const unsigned int id = asksForId ? static_cast<unsigned int>(std::atoi(argument.c_str())) : 0;
   if (loader.registerAs(id) == 0) waitForEver();
   if (behaviour == "crash") return 3;
+  if (behaviour == "junk") return 0;
   if (behaviour == "hangup") {
     loader.close();
     waitForEver();

@@ -14,7 +14,10 @@
 
 namespace {
 
-const std::string kRegistration = "000a 0000 0000 0001 0010";
+// Of its own lines, of the output of services and of their errors.
+const std::string kRegistrations =
+    "000a 0000 0000 0001 0010 000a 0000 0000 0002 0014 000a 0000 0000 0003 0015";
+constexpr unsigned int kPause = loader::LogSender::kShortestRetryTicks;
 constexpr unsigned int kSecond = 100;
 
 class LoaderLogSender : public testing::Test {
@@ -27,7 +30,7 @@ class LoaderLogSender : public testing::Test {
     loop.runSocks(kl::getJiffies());
   }
 
-  // The texts of what the service has received, in brackets; the registration as "+".
+  // The texts of what the service has received, in brackets; the first registration as "+", and output in braces.
   std::string lines() {
     std::string all;
     const std::vector<unsigned char> bytes = service->receive();
@@ -37,7 +40,9 @@ class LoaderLogSender : public testing::Test {
       if (at + length > bytes.size()) return all + "torn";
       const std::string text(bytes.begin() + static_cast<std::ptrdiff_t>(at + 4),
                              bytes.begin() + static_cast<std::ptrdiff_t>(at + length));
-      all += isRegistration ? "+" : "[" + text + "]";
+      const bool isOwn = (isRegistration ? bytes.at(at + 7) : bytes.at(at + 3)) == 1;
+      if (isRegistration) all += isOwn ? "+" : "";
+      else all += isOwn ? "[" + text + "]" : "{" + text + "}";
       at += length;
     }
     return all;
@@ -91,7 +96,7 @@ TEST_F(LoaderLogSender, RegistersTheLoaderAndSendsTheLine) {
   service.emplace();
   sender.line("abc");
   ASSERT_TRUE(service->accept());
-  EXPECT_EQ(service->received(), kRegistration + " 0007 0001 6162 63");
+  EXPECT_EQ(service->received(), kRegistrations + " 0007 0001 6162 63");
   sender.line("d");
   EXPECT_EQ(service->received(), "0005 0001 64");
 }
@@ -116,10 +121,10 @@ TEST_F(LoaderLogSender, AVeryLongLineIsCut) {
   EXPECT_EQ(lines(), "[" + std::string(2048, 'x') + "]");
 }
 
-TEST_F(LoaderLogSender, TriesAtMostOnceASecondHoweverMuchThereIsToSay) {
+TEST_F(LoaderLogSender, TriesAtMostOnceInAPauseHoweverMuchThereIsToSay) {
   sender.line("a");
   service.emplace();
-  clock.advance(kSecond - 1);
+  clock.advance(kPause - 1);
   sender.line("b");
   EXPECT_FALSE(service->accept());
   clock.advance(1);
@@ -128,12 +133,12 @@ TEST_F(LoaderLogSender, TriesAtMostOnceASecondHoweverMuchThereIsToSay) {
   EXPECT_EQ(lines(), "+[a][b][c]");
 }
 
-TEST_F(LoaderLogSender, TriesByItselfAfterASecond) {
+TEST_F(LoaderLogSender, TriesByItselfAfterAPause) {
   sender.line("a");
   service.emplace();
   pass();
   EXPECT_FALSE(service->accept());
-  clock.advance(kSecond);
+  clock.advance(kPause);
   pass();
   ASSERT_TRUE(service->accept());
   EXPECT_EQ(lines(), "+[a]");
@@ -141,15 +146,80 @@ TEST_F(LoaderLogSender, TriesByItselfAfterASecond) {
 
 TEST_F(LoaderLogSender, TriesMoreAndMoreSeldomByItself) {
   sender.line("a");
-  clock.advance(kSecond);
+  clock.advance(kPause);
   pass();
   service.emplace();
-  clock.advance(2 * kSecond - 1);
+  clock.advance(2 * kPause - 1);
   pass();
   EXPECT_FALSE(service->accept());
   clock.advance(1);
   pass();
   EXPECT_TRUE(service->accept());
+}
+
+TEST_F(LoaderLogSender, TriesAtOnceWhenTheServiceHasRegistered) {
+  sender.line("a");
+  service.emplace();
+  sender.onServiceThere();
+  ASSERT_TRUE(service->accept());
+  EXPECT_EQ(lines(), "+[a]");
+}
+
+TEST_F(LoaderLogSender, WithNothingToSayItDoesNotConnect) {
+  service.emplace();
+  sender.onServiceThere();
+  EXPECT_FALSE(service->accept());
+}
+
+TEST_F(LoaderLogSender, ALineSoonAfterAnEndWaitsForNoOtherOne) {
+  connect();
+  service->hangUp();
+  pass();
+  sender.line("soon");
+  clock.advance(kPause);
+  pass();
+  ASSERT_TRUE(service->accept());
+  EXPECT_EQ(lines(), "+[soon]");
+}
+
+TEST_F(LoaderLogSender, OutputGoesInOrderWithItsOwnLines) {
+  connect();
+  EXPECT_TRUE(sender.output(loader::Stream::kOutput, "out"));
+  sender.line("own");
+  EXPECT_TRUE(sender.output(loader::Stream::kErrors, "err"));
+  EXPECT_EQ(lines(), "{out}[own]{err}");
+}
+
+TEST_F(LoaderLogSender, OutputLeavesHalfOfTheRoomToItsOwnLines) {
+  const std::string text(1000, 'x');
+  std::size_t taken = 0;
+  while (sender.output(loader::Stream::kOutput, text)) ++taken;
+  EXPECT_EQ(taken, loader::LogSender::kMostBytesKept / 2 / 1004);
+  sender.line("own");
+  service.emplace();
+  sender.onServiceThere();
+  ASSERT_TRUE(service->accept());
+  EXPECT_TRUE(drain().ends_with("}[own]"));
+}
+
+TEST_F(LoaderLogSender, OutputOfAllServicesTogetherHasARate) {
+  connect();
+  unsigned int taken = 0;
+  while (sender.output(loader::Stream::kOutput, "x")) ++taken;
+  EXPECT_EQ(taken, loader::LogSender::kOutputBurst);
+  clock.advance(kSecond);
+  for (taken = 0; sender.output(loader::Stream::kOutput, "x");) ++taken;
+  EXPECT_EQ(taken, loader::LogSender::kOutputPerSecond);
+}
+
+TEST_F(LoaderLogSender, OutputThatIsMutedIsNotMissed) {
+  connect();
+  service->send("0006 0002 0001");
+  pass();
+  EXPECT_TRUE(sender.output(loader::Stream::kOutput, "out"));
+  EXPECT_TRUE(sender.output(loader::Stream::kErrors, "err"));
+  sender.line("own");
+  EXPECT_EQ(lines(), "{err}[own]");
 }
 
 TEST_F(LoaderLogSender, KeepsABoundedNumberOfLinesAndSaysHowManyItDropped) {
@@ -224,7 +294,7 @@ TEST_F(LoaderLogSender, ObeysMuting) {
 
 TEST_F(LoaderLogSender, PutsAMuteRecordTogetherAndPassesOverOtherSources) {
   connect();
-  service->send("0006 0002 0001 0006 00");
+  service->send("0006 0004 0001 0006 00");
   pass();
   sender.line("wanted");
   EXPECT_EQ(lines(), "[wanted]");

@@ -251,8 +251,9 @@ TEST_F(ClientTest, RemarksAboutAUserAreFewWhateverItDoes) {
   EXPECT_EQ(text(0), "disconnected: it wrote a record with a bad length");
 }
 
-TEST_F(ClientTest, TheLoadersTopicIsItsAlone) {
-  write(registration(1, {kl::TOPIC_LOADER, 5, kl::TOPIC_LOGD}) + textRecord(1, "a"));
+TEST_F(ClientTest, TheLoadersTopicsAreItsAlone) {
+  write(registration(1, {kl::TOPIC_LOADER, kl::TOPIC_OUTPUT, 5, kl::TOPIC_ERRORS, kl::TOPIC_LOGD}) +
+        textRecord(1, "a"));
   ASSERT_EQ(book.ring().end(), 2u);
   EXPECT_EQ(text(0), "a");
   EXPECT_EQ(book.ring()[0].origin->topics, (Topics{5}));

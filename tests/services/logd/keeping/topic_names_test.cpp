@@ -61,8 +61,10 @@ TEST(TopicNames, TheShippedListHasTheTopicsOfTheHeader) {
   EXPECT_EQ(names.find("undo"), kl::TOPIC_UNDO);
   EXPECT_EQ(names.find("system"), kl::TOPIC_SYSTEM);
   EXPECT_EQ(names.find("logd"), kl::TOPIC_LOGD);
+  EXPECT_EQ(names.find("output"), kl::TOPIC_OUTPUT);
+  EXPECT_EQ(names.find("errors"), kl::TOPIC_ERRORS);
   EXPECT_EQ(names.find("netif"), kl::TOPIC_NETIF);
-  EXPECT_EQ(names.all().size(), 13u);
+  EXPECT_EQ(names.all().size(), 15u);
 }
 
 }  // namespace
