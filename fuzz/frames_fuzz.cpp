@@ -34,14 +34,14 @@ struct Cut {
 Cut cutPlainly(const Bytes& stream) {
   Cut result;
   std::size_t at = 0;
-  while (stream.size() - at >= loader::kPrefixBytes) {
+  while (stream.size() - at >= kl::FRAME_PREFIX_BYTES) {
     const std::size_t length = kl::readLe32(stream.data() + at);
-    result.isBroken = length > loader::kMaxFrameBytes;
+    result.isBroken = length > kl::FRAME_MOST_BYTES;
     if (result.isBroken) return result;
-    if (stream.size() - at - loader::kPrefixBytes < length) break;
-    const auto body = stream.begin() + static_cast<std::ptrdiff_t>(at + loader::kPrefixBytes);
+    if (stream.size() - at - kl::FRAME_PREFIX_BYTES < length) break;
+    const auto body = stream.begin() + static_cast<std::ptrdiff_t>(at + kl::FRAME_PREFIX_BYTES);
     result.frames.emplace_back(body, body + static_cast<std::ptrdiff_t>(length));
-    at += loader::kPrefixBytes + length;
+    at += kl::FRAME_PREFIX_BYTES + length;
   }
   result.isInFrame = at < stream.size();
   return result;

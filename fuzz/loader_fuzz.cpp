@@ -108,12 +108,12 @@ template <class Queue>
 std::vector<Bytes> framesBehind(const Queue& queue, std::size_t before) {
   std::vector<Bytes> frames;
   for (auto rest = queue.bytes().subspan(before); !rest.empty();) {
-    require(rest.size() >= loader::kPrefixBytes, "queues hold whole frames");
+    require(rest.size() >= kl::FRAME_PREFIX_BYTES, "queues hold whole frames");
     const std::size_t length = kl::readLe32(rest.data());
-    require(length <= rest.size() - loader::kPrefixBytes, "queues hold whole frames");
-    const auto body = rest.subspan(loader::kPrefixBytes, length);
+    require(length <= rest.size() - kl::FRAME_PREFIX_BYTES, "queues hold whole frames");
+    const auto body = rest.subspan(kl::FRAME_PREFIX_BYTES, length);
     frames.emplace_back(body.begin(), body.end());
-    rest = rest.subspan(loader::kPrefixBytes + length);
+    rest = rest.subspan(kl::FRAME_PREFIX_BYTES + length);
   }
   return frames;
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "kl/conventions.h"
 #include "kl/records.h"
 #include "testkit/bus.h"
 #include "testkit/wire.h"
@@ -99,10 +100,10 @@ void Member::notify(const message& body) {
 }
 
 void Member::deliver(std::span<const unsigned char> frames) {
-  while (frames.size() >= kPrefixBytes) {
+  while (frames.size() >= FRAME_PREFIX_BYTES) {
     const unsigned int length = readLe32(frames.data());
-    mail_.emplace_back(frames.data() + kPrefixBytes, length);
-    frames = frames.subspan(kPrefixBytes + length);
+    mail_.emplace_back(frames.data() + FRAME_PREFIX_BYTES, length);
+    frames = frames.subspan(FRAME_PREFIX_BYTES + length);
   }
 }
 

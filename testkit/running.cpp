@@ -13,6 +13,7 @@
 #include <limits>
 #include <utility>
 
+#include "kl/conventions.h"
 #include "testkit/bus.h"
 #include "testkit/failures.h"
 #include "testkit/member.h"
@@ -33,8 +34,6 @@ bool watches(const pollfd* entries, nfds_t count, int fd) {
   return std::any_of(entries, entries + count, [fd](const pollfd& entry) { return entry.fd == fd; });
 }
 
-constexpr int kServiceSocket = 3;
-
 }  // namespace
 
 timespec Bus::wallTime() const {
@@ -51,7 +50,7 @@ void Bus::setWallClock(std::time_t seconds) {
 
 int Bus::poll(pollfd* entries, nfds_t count, int timeoutMs) {
   const bool isLoop = watches(entries, count, marker_);
-  if (!isLoop && (!wire.isOpen() || !watches(entries, count, kServiceSocket)))
+  if (!isLoop && (!wire.isOpen() || !watches(entries, count, CONNECTION_DESCRIPTOR)))
     return systemPoll(entries, count, timeoutMs);
   if (isPumping_) giveUp("a script waits for a reply, while the service waits for the script");
   Moment left = timeoutMs < 0 ? kForever : static_cast<Moment>((timeoutMs + kMsPerTick - 1) / kMsPerTick);

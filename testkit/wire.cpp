@@ -16,14 +16,13 @@
 #include <cerrno>
 #include <utility>
 
+#include "kl/conventions.h"
 #include "kl/records.h"
 #include "testkit/failures.h"
 
 namespace kl::test {
 namespace {
 
-constexpr int kInherited = 3;
-constexpr std::size_t kMostFrameBytes = 65535;
 constexpr unsigned int kMostCut = 40;  // of a piece by chance
 
 unsigned long long inodeOf(int fd) {
@@ -33,26 +32,26 @@ unsigned long long inodeOf(int fd) {
 
 // Before any static object of the program is made.
 [[gnu::constructor(101)]] void keepThePlace() {
-  if (::fcntl(kInherited, F_GETFD) >= 0) return;
+  if (::fcntl(CONNECTION_DESCRIPTOR, F_GETFD) >= 0) return;
   const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (fd >= 0 && fd != kInherited) ::close(fd);
+  if (fd >= 0 && fd != CONNECTION_DESCRIPTOR) ::close(fd);
 }
 
 }  // namespace
 
 void Wire::open() {
   close();
-  displaced_ = ::fcntl(kInherited, F_DUPFD_CLOEXEC, kAside);
+  displaced_ = ::fcntl(CONNECTION_DESCRIPTOR, F_DUPFD_CLOEXEC, kAside);
   std::array<int, 2> ends{-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
     return report("cannot make a socket pair");
   fd_ = ::fcntl(ends[0], F_DUPFD_CLOEXEC, kAside);
   const int service = ::fcntl(ends[1], F_DUPFD_CLOEXEC, kAside);
   for (const int end : ends) ::close(end);
-  (void)::dup3(service, kInherited, O_CLOEXEC);
+  (void)::dup3(service, CONNECTION_DESCRIPTOR, O_CLOEXEC);
   ::close(service);
   (void)::fcntl(fd_, F_SETFL, O_NONBLOCK);
-  inode_ = inodeOf(kInherited);
+  inode_ = inodeOf(CONNECTION_DESCRIPTOR);
 }
 
 void Wire::close() {
@@ -60,9 +59,10 @@ void Wire::close() {
   in_.clear();
   pieces_.clear();
   if (inode_ == 0) return;
-  if (inodeOf(kInherited) == std::exchange(inode_, 0)) ::close(kInherited);
+  if (inodeOf(CONNECTION_DESCRIPTOR) == std::exchange(inode_, 0)) ::close(CONNECTION_DESCRIPTOR);
   if (displaced_ < 0) return;
-  if (::fcntl(kInherited, F_GETFD) < 0) (void)::dup3(displaced_, kInherited, O_CLOEXEC);  // W2
+  if (::fcntl(CONNECTION_DESCRIPTOR, F_GETFD) < 0)
+    (void)::dup3(displaced_, CONNECTION_DESCRIPTOR, O_CLOEXEC);  // W2
   ::close(std::exchange(displaced_, -1));
 }
 
@@ -81,12 +81,12 @@ Wire::Outcome Wire::read(const std::function<void(std::span<const unsigned char>
   if (got == 0) return Outcome::kEnd;
   in_.insert(in_.end(), bytes.begin(), bytes.begin() + got);
   std::size_t done = 0;
-  while (in_.size() - done >= kPrefixBytes) {
+  while (in_.size() - done >= FRAME_PREFIX_BYTES) {
     const std::size_t length = readLe32(&in_[done]);
-    if (length > kMostFrameBytes) return Outcome::kTooLong;
-    if (in_.size() - done - kPrefixBytes < length) break;
-    const auto body = std::span(in_).subspan(done + kPrefixBytes, length);
-    done += kPrefixBytes + length;
+    if (length > FRAME_MOST_BYTES) return Outcome::kTooLong;
+    if (in_.size() - done - FRAME_PREFIX_BYTES < length) break;
+    const auto body = std::span(in_).subspan(done + FRAME_PREFIX_BYTES, length);
+    done += FRAME_PREFIX_BYTES + length;
     onFrame(body);
   }
   in_.erase(in_.begin(), in_.begin() + static_cast<std::ptrdiff_t>(done));
@@ -121,7 +121,7 @@ void Wire::disturb(unsigned int mostTicks, unsigned int seed) {
 
 void Wire::shrinkBuffers() const {
   const int size = 1;  // the kernel takes its smallest
-  for (const int fd : {fd_, kInherited}) {
+  for (const int fd : {fd_, CONNECTION_DESCRIPTOR}) {
     (void)::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     (void)::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
   }
@@ -129,7 +129,7 @@ void Wire::shrinkBuffers() const {
 
 std::size_t Wire::most() {
   if (cut_ != 0) return cut_;
-  return mostTicks_ != 0 ? 1 + chanceBelow(kMostCut) : kMostFrameBytes;
+  return mostTicks_ != 0 ? 1 + chanceBelow(kMostCut) : FRAME_MOST_BYTES;
 }
 
 // A service that is gone takes nothing.

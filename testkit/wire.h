@@ -15,8 +15,6 @@ using Moment = unsigned long long;
 
 // From here on are the descriptors of the kit's own, away from those that tests count with.
 inline constexpr int kAside = 64;
-// The length in front of a frame.
-inline constexpr std::size_t kPrefixBytes = 4;
 
 // A socket pair whose one end is descriptor 3, where a Looper looks for its connection.
 //

@@ -15,6 +15,7 @@
 // Field ids, command codes and error codes have one shape: bits 31..27 the type (field ids only),
 // bits 23..16 the name space (0x00 global, 0xfd local, 0xfe std, 0xff sys), bits 15..0 the number.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -125,6 +126,21 @@ inline constexpr field<bool> POLICY_ALLOWED{0x00000002};         // the request 
 
 // No handler, no object.
 inline constexpr unsigned int BADID = 0xffffffff;
+
+// The bits of a field id that are its name space, and the name spaces that are reserved.  0 is that of the services:
+// each of them gives its own meaning to the numbers in it.
+inline constexpr unsigned int NAMESPACE_MASK = 0x00ff0000;
+inline constexpr unsigned int NAMESPACE_LOCAL = 0x00fd0000;  // a process's own; no message brings one
+inline constexpr unsigned int NAMESPACE_STD = 0x00fe0000;
+inline constexpr unsigned int NAMESPACE_SYS = 0x00ff0000;
+
+// A connection to the loader carries frames: the length of a flattened message, the low byte first, and so many bytes.
+// A Looper does not send a longer message, and the loader disconnects a process that announces one.
+inline constexpr std::size_t FRAME_PREFIX_BYTES = 4;
+inline constexpr std::size_t FRAME_MOST_BYTES = 65535;  // behind the prefix
+
+// The descriptor at which a process that the loader starts finds its connection.
+inline constexpr int CONNECTION_DESCRIPTOR = 3;
 
 // Services that the library itself talks to.
 inline constexpr unsigned int SERVICE_LOADER = 1;

@@ -282,7 +282,7 @@ class message_view {
   void note(Seen& seen, unsigned int id, unsigned int before);
   bool standsBefore(unsigned int id, unsigned int before) const;
 
-  unsigned int idAt(unsigned int place) const { return readLe32(data_ + place) & ~0x01000000U; }
+  unsigned int idAt(unsigned int place) const { return readLe32(data_ + place) & ~kRecordFlag; }
   // 0 at a fault.
   unsigned int bytesAt(unsigned int place) const {
     return static_cast<unsigned int>(recordBytes(data_ + place, size_ - place));

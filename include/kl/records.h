@@ -22,6 +22,10 @@ namespace kl {
 // What a field holds, one value each.
 enum class RecordKind : unsigned char { kBool, kU32, kU64, kAddr6, kString, kMessage, kRaw };
 
+// The bit of an id as written that belongs to the format: it says which of two shapes the payload has, and no field's id
+// has it.
+inline constexpr unsigned int kRecordFlag = 0x01000000;
+
 // Numbers of the format on a host of any byte order.  Needs: so many bytes at `at`.  They stand here, and not with the
 // library's own, because a public header includes no internal one and its constants are computed while compiling.
 constexpr unsigned int readLe16(const unsigned char* at) {
@@ -145,8 +149,8 @@ class Record {
     const unsigned int code = kRecordShapes.codes[bytes[3]];
     const unsigned int written = readLe32(bytes.data());
     bytes_ = bytes;
-    id_ = written & ~0x01000000U;
-    flag_ = (written & 0x01000000) != 0;
+    id_ = written & ~kRecordFlag;
+    flag_ = (written & kRecordFlag) != 0;
     header_ = code <= RecordShapes::kMostBytes ? 4 : code == RecordShapes::kShortLength ? 5 : 6;
     count_ = isArray() ? readLe16(bytes.data() + 4) : 1;
   }

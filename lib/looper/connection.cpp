@@ -15,13 +15,12 @@
 #include "base/descriptor.h"
 #include "base/local_socket.h"
 #include "base/report.h"
+#include "kl/conventions.h"
 #include "kl/looper.h"
 #include "kl/utilities.h"
 
 namespace kl {
 namespace {
-
-constexpr int kInheritedSocket = 3;
 
 bool isLocalSocket(int fd) {
   sockaddr_storage address{};
@@ -41,7 +40,7 @@ int connectToLoader() {
 }
 
 int inheritOrConnect(unsigned int mode) {
-  if (mode != Looper::kConnect && isLocalSocket(kInheritedSocket)) return kInheritedSocket;
+  if (mode != Looper::kConnect && isLocalSocket(CONNECTION_DESCRIPTOR)) return CONNECTION_DESCRIPTOR;
   if (mode == Looper::kInherited) endProcess("LOOPER: didn't get connection to loader");
   return connectToLoader();
 }

@@ -25,13 +25,14 @@
 #include "base/byte_order.h"
 #include "base/held_output.h"
 #include "base/report.h"
+#include "kl/conventions.h"
 
 namespace kl {
 namespace {
 
-constexpr std::size_t kLengthBytes = 4;
-constexpr std::size_t kSmallBuffer = 16384;                        // holds what usually comes at once
-constexpr std::size_t kKeptBuffer = 2 * std::size_t{kFrameLimit};  // a buffer above that is given back
+constexpr std::size_t kSmallBuffer = 16384;  // holds what usually comes at once
+constexpr std::size_t kKeptBuffer =
+    2 * (std::size_t{FRAME_MOST_BYTES} + 1);  // a buffer above that is given back
 
 // As poll(2) answers for one descriptor.
 int waitFor(int fd, short events, int milliseconds) {
@@ -63,10 +64,10 @@ unsigned int FrameSocket::read(unsigned char* bytes, unsigned int count, Timeout
 }
 
 bool FrameSocket::readFrame(message& m, Timeout& timeout) {
-  if (!holdsBytes() && !receive(timeout, kLengthBytes)) return false;
-  complete(kLengthBytes);
+  if (!holdsBytes() && !receive(timeout, FRAME_PREFIX_BYTES)) return false;
+  complete(FRAME_PREFIX_BYTES);
   const unsigned int length = loadLe32(&buffer_[begin_]);
-  consume(kLengthBytes);
+  consume(FRAME_PREFIX_BYTES);
   complete(length);
   m.assign(buffer_.get() + begin_, length);
   consume(length);
@@ -75,7 +76,7 @@ bool FrameSocket::readFrame(message& m, Timeout& timeout) {
 
 bool FrameSocket::holdsFrame() const {
   const std::size_t held = end_ - begin_;
-  return held >= kLengthBytes && held - kLengthBytes >= loadLe32(&buffer_[begin_]);
+  return held >= FRAME_PREFIX_BYTES && held - FRAME_PREFIX_BYTES >= loadLe32(&buffer_[begin_]);
 }
 
 void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
@@ -85,11 +86,11 @@ void FrameSocket::write(const unsigned char* bytes, std::size_t count) {
 
 unsigned int FrameSocket::writeFrame(const message& m) {
   unsigned int length = m.max_length();
-  unsigned char* const frame = roomToFlatten(kLengthBytes + length);
-  m.flatten(frame + kLengthBytes, &length);
-  if (length < kFrameLimit) {
+  unsigned char* const frame = roomToFlatten(FRAME_PREFIX_BYTES + length);
+  m.flatten(frame + FRAME_PREFIX_BYTES, &length);
+  if (length <= FRAME_MOST_BYTES) {
     storeLe32(frame, length);
-    holdOrSend(frame, kLengthBytes + length);
+    holdOrSend(frame, FRAME_PREFIX_BYTES + length);
   }
   if (outCapacity_ > kKeptBuffer && heldBytes() == 0) giveRoomBack();
   return length;

@@ -20,9 +20,6 @@
 
 namespace kl {
 
-// The first length that is not sent.
-inline constexpr unsigned int kFrameLimit = 65536;
-
 // What is held back is never more than this: what would exceed one of them leaves with what is held, or right behind it.
 inline constexpr std::size_t kMostHeldBytes = 16384;
 inline constexpr unsigned int kMostHeldFrames = 32;
@@ -54,7 +51,7 @@ class FrameSocket {
   void write(const unsigned char* bytes, std::size_t count);
 
   // Writes one frame in one call, with those that are held back, and returns the length of the message; one of
-  // kFrameLimit or more is dropped.  Between beginHolding() and endHolding() it is held back while holdsFrame().
+  // more than FRAME_MOST_BYTES is dropped.  Between beginHolding() and endHolding() it is held back while holdsFrame().
   unsigned int writeFrame(const message& m);
 
   // Needs: the thread that begins comes back soon, whatever it does until then: it calls writeHeld() where holdsFrame()

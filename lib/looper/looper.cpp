@@ -198,7 +198,7 @@ void Handler::replyError(const message& request, unsigned int code, const std::s
 }
 
 bool Handler::fits(const message& m) const {
-  return m.max_length() + kSenderBytes < kFrameLimit || sentLength(m) < kFrameLimit;
+  return m.max_length() + kSenderBytes <= FRAME_MOST_BYTES || sentLength(m) <= FRAME_MOST_BYTES;
 }
 
 bool Handler::fits(const message& request, message reply) const {
@@ -400,7 +400,7 @@ void Looper::reportFullQueue() const {
 void Looper::writeMessage(const message& m) {
   if (socket_ == -1) return;
   const unsigned int length = frames_->writeFrame(m);
-  if (length >= kFrameLimit && reportsTooBig_) refuseTooBig(m, length);
+  if (length > FRAME_MOST_BYTES && reportsTooBig_) refuseTooBig(m, length);
 }
 
 void Looper::refuseTooBig(const message& m, unsigned int length) {

@@ -277,7 +277,7 @@ void Handler::sendNotify(message& m) {
   }
   if (to.empty()) return;
   const std::size_t mostBytes = m.max_length() + kSenderBytes + kArrayBytes + kElementBytes * to.size();
-  if (mostBytes >= kFrameLimit) return sendToMany(m, to);
+  if (mostBytes > FRAME_MOST_BYTES) return sendToMany(m, to);
   m.insert(SYS_TO, to);
   sendMessage(m);
 }
@@ -287,7 +287,7 @@ void Handler::sendToMany(message& m, const Path& to) {
   message part(m);
   part.remove(SYS_TO);
   const std::size_t taken = sentLength(part) + kArrayBytes;
-  const std::size_t room = taken < kFrameLimit ? (kFrameLimit - 1 - taken) / kElementBytes : 0;
+  const std::size_t room = taken <= FRAME_MOST_BYTES ? (FRAME_MOST_BYTES - taken) / kElementBytes : 0;
   if (room == 0 || countLeaving(to) <= room) {
     m.insert(SYS_TO, to);
     return sendMessage(m);

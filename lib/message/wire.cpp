@@ -33,19 +33,20 @@
 
 #include <cstdio>
 
+#include "kl/records.h"
+
 namespace kl {
 namespace container {
 namespace {
 
-constexpr unsigned int kFlag = 0x01000000;
 constexpr unsigned int kKeepMark = 0x02000000;
 constexpr unsigned int kMagic = 0x324D;
 
 // --- Writing ---------------------------------------------------------------------------------------------
 
 // W4
-unsigned char* writeId(unsigned char* to, unsigned int id) { return storeLe32(to, id & ~kFlag); }
-unsigned char* writeFlaggedId(unsigned char* to, unsigned int id) { return storeLe32(to, id | kFlag); }
+unsigned char* writeId(unsigned char* to, unsigned int id) { return storeLe32(to, id & ~kRecordFlag); }
+unsigned char* writeFlaggedId(unsigned char* to, unsigned int id) { return storeLe32(to, id | kRecordFlag); }
 
 unsigned char* writeU32(unsigned char* to, unsigned int id, unsigned int v) {
   if (v > 0xFF) return storeLe32(writeId(to, id), v);
@@ -129,11 +130,12 @@ Outcome Reader::readRecords(bool keeping) {
     const unsigned int word = loadLe32(at_);
     at_ += 4;
     if (keeping && (word & kKeepMark) != 0) {
-      if (!keepRecord(word & ~kFlag, (word & kFlag) != 0)) return Outcome::fault;
+      if (!keepRecord(word & ~kRecordFlag, (word & kRecordFlag) != 0)) return Outcome::fault;
       continue;
     }
     if (mayRunShort && !hasRoomForField(rep_, 0)) return Outcome::noRoom;
-    if (const Outcome outcome = readRecord(word & ~kFlag, (word & kFlag) != 0); outcome != Outcome::ok)
+    if (const Outcome outcome = readRecord(word & ~kRecordFlag, (word & kRecordFlag) != 0);
+        outcome != Outcome::ok)
       return outcome;
   }
   return left() == 0 ? Outcome::ok : Outcome::fault;

@@ -31,8 +31,6 @@ struct TableParts {
 
 namespace {
 
-constexpr unsigned int kNameSpace = 0x00ff0000;  // of a field's id; 0 is that of the services
-
 bool isPlace(unsigned int id) { return id == STD_ID || id == STD_NEXTID; }
 
 // Does a command take this field of its request?
@@ -40,7 +38,7 @@ bool isTaken(const ObjectRules& rules, unsigned int id, unsigned int use) {
   if (isPlace(id)) return false;
   if (const FieldRule* rule = rules.find(id)) return (rule->uses & use) != 0;
   const unsigned int others = use == FieldRule::kAdded ? ObjectRules::kAddsOthers : ObjectRules::kSetsOthers;
-  return (rules.changes & others) != 0 && (id & kNameSpace) == 0;
+  return (rules.changes & others) != 0 && (id & NAMESPACE_MASK) == 0;
 }
 
 message takenOf(const ObjectRules& rules, const message& request, unsigned int use) {

@@ -6,9 +6,10 @@
 #include <charconv>
 #include <cstdio>
 
+#include "kl/records.h"
+
 namespace describe {
 namespace {
-constexpr unsigned int kFlagBit = 0x01000000;   // belongs to the byte format, never to an id
 constexpr unsigned int kMarkBits = 0x06000000;  // may be set in an id; the short form has no place for them
 constexpr unsigned int kNumberMask = 0xffff;
 constexpr unsigned int kMaxSpace = 0xff;
@@ -64,7 +65,7 @@ std::optional<unsigned int> parseShortForm(const std::string& text) {
 std::optional<unsigned int> parseWholeId(const std::string& text) {
   if (text.size() != 10 || !text.starts_with("0x")) return {};
   const auto id = parseNumber(text, 0xffffffff);
-  if (!id || (*id & kFlagBit) != 0 || typeWord(static_cast<unsigned int>(*id)).empty()) return {};
+  if (!id || (*id & kl::kRecordFlag) != 0 || typeWord(static_cast<unsigned int>(*id)).empty()) return {};
   return static_cast<unsigned int>(*id);
 }
 

@@ -7,7 +7,6 @@
 #include "kl/message_view.h"
 #include "kl/rights.h"
 #include "kl/services.h"
-#include "name_spaces.h"
 #include "undo.kl.h"
 
 namespace undo {
@@ -84,7 +83,7 @@ bool isLetThrough(const kl::message& answer) {
 kl::message undoMessage(const kl::message& record, const kl::message& asker) {
   kl::message m(record.get(undo_service::UNDO, {}));
   const unsigned int command = m.get(kl::SYS_CMD, kl::CMD_NOOP);
-  m.removeIdMask(kSystemNameSpace, kNameSpaceMask);
+  m.removeIdMask(kl::NAMESPACE_SYS, kl::NAMESPACE_MASK);
   m.insert(kl::SYS_CMD, command);
   m.insert(kl::SYS_TO, record.get(undo_service::SOURCE, {}));
   m.insert(kl::STD_UNDOID, record.get(kl::STD_ID, kl::BADID));

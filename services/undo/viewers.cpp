@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "kl/conventions.h"
-#include "name_spaces.h"
 
 namespace undo {
 namespace {
@@ -30,7 +29,7 @@ Viewer Viewer::ofSubscription(const kl::message& record) {
 
 kl::message withViewer(const kl::message& request) {
   kl::message m(request);
-  m.removeIdMask(kLocalNameSpace, kNameSpaceMask);
+  m.removeIdMask(kl::NAMESPACE_LOCAL, kl::NAMESPACE_MASK);
   m.insert(kUser, request.get(kl::SYS_USER, ""));
   m.insert(kRights, request.get(kl::SYS_POLICY, kl::RIGHTS_ALL));
   return m;

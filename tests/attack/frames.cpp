@@ -11,9 +11,8 @@ using kl::test::flat;
 using kl::test::framed;
 using kl::test::frameOf;
 
-constexpr unsigned int kPrefixBytes = 4;
 constexpr unsigned int kHeaderBytes = 2;  // "M2"
-constexpr unsigned int kLargestFrame = 65535;
+constexpr unsigned int kFirstTooLong = kl::FRAME_MOST_BYTES + 1;
 constexpr unsigned int kIdOfNobody = 0x12345678;
 constexpr kl::field<unsigned int> kMark{0x08004141};
 
@@ -21,7 +20,7 @@ void append(Bytes& bytes, const Bytes& more) { bytes.insert(bytes.end(), more.be
 
 Bytes prefixOf(unsigned int length) {
   Bytes bytes;
-  for (unsigned int i = 0; i < kPrefixBytes; ++i)
+  for (unsigned int i = 0; i < kl::FRAME_PREFIX_BYTES; ++i)
     bytes.push_back(static_cast<unsigned char>(length >> 8 * i));
   return bytes;
 }
@@ -44,7 +43,7 @@ Frame FrameMaker::structured() {
   switch (upTo(14)) {
     case 0: return {withRepeatedField(), true, true};
     case 1: return {truncated(), true, true};
-    case 2: return {prefixOf(kLargestFrame + 1 + upTo(1U << 30)), true, true};
+    case 2: return {prefixOf(kFirstTooLong + upTo(1U << 30)), true, true};
     case 3: return {withPath(target_, 33 + upTo(100)), true, true};
     case 4: return {withPath(kl::PATH_SELF, 1 + upTo(3)), true, true};
     case 5: return {controlForSomebody(), true, true};

@@ -17,7 +17,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr std::size_t kMostFrameBytes = 65535;
 constexpr kl::field<std::vector<unsigned char>> kBallast{0x30000003};
 constexpr std::size_t kReadBytes = 65536;
 constexpr std::size_t kRecordBytes = 900;    // of one subscription: just below what the loader keeps
@@ -101,7 +100,7 @@ Report hugeFrames(Pace pace, unsigned int attackers, std::size_t bytes) {
   Siege siege("Frames of " + std::to_string(bytes / 1024) + " KiB for the loader", pace);
   Bytes frame = announced(bytes);
   kl::message m = wholeTable();
-  m.insert(kBallast, Bytes(kMostFrameBytes / 2, 1));
+  m.insert(kBallast, Bytes(kl::FRAME_MOST_BYTES / 2, 1));
   const Bytes content = kl::test::flat(m);
   frame.insert(frame.end(), content.begin(), content.end());
   frame.resize(bytes + 4);
@@ -112,8 +111,8 @@ Report hugeFrames(Pace pace, unsigned int attackers, std::size_t bytes) {
 
 Report unfinishedFrames(Pace pace, unsigned int frames) {
   Siege siege(std::to_string(frames) + " unfinished frames", pace);
-  Bytes most = announced(kMostFrameBytes);
-  most.resize(kMostFrameBytes);
+  Bytes most = announced(kl::FRAME_MOST_BYTES);
+  most.resize(kl::FRAME_MOST_BYTES);
   return siege.run(1, [&](unsigned int, Deeds& deeds) {
     std::vector<RawPeer> peers(frames);
     for (RawPeer& peer : peers) {

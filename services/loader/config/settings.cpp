@@ -13,14 +13,13 @@
 #include "kl/message.h"
 #include "kl/records.h"
 #include "services/describe/check.h"
+#include "services/describe/field_id.h"
 
 namespace loader {
 namespace {
 
 using kl::RecordKind;
 
-constexpr unsigned int kArrayBit = 0x80000000;
-constexpr unsigned int kReservedBit = 0x01000000;
 constexpr unsigned int kHighestKind = 6;
 constexpr std::size_t kMaxNestedBytes = 0xffff;  // lengths travel in 16 bits
 
@@ -32,7 +31,7 @@ std::optional<unsigned int> fieldIdOf(std::string_view key) {
   unsigned int id = 0;
   const auto [end, error] = std::from_chars(key.data() + 2, key.data() + key.size(), id, 16);
   if (error != std::errc() || end != key.data() + key.size()) return {};
-  if ((id >> 27 & 15) > kHighestKind || (id & kReservedBit) != 0 || id >= 0xfffffffe) return {};
+  if ((id >> 27 & 15) > kHighestKind || (id & kl::kRecordFlag) != 0 || id >= 0xfffffffe) return {};
   return id;
 }
 
@@ -89,7 +88,7 @@ class SettingsReader {
   bool readNamed(kl::message& m, const describe::Field& field, const toml::node& node) {
     const auto word = node.value_exact<std::string>();
     for (const describe::Value& value : field.values) {
-      if (word != value.word || (field.id & kArrayBit) != 0) continue;
+      if (word != value.word || describe::isArray(field.id)) continue;
       m.insert_u32(field.id, value.number);
       return true;
     }
@@ -119,12 +118,12 @@ class SettingsReader {
   }
 
   bool readValue(kl::message& m, unsigned int id, const toml::node& node) {
-    return (id & kArrayBit) != 0 ? readArray(m, id, node) : readSingle(m, id, node);
+    return describe::isArray(id) ? readArray(m, id, node) : readSingle(m, id, node);
   }
 
   static std::string expectation(unsigned int id) {
     const std::string one = expectedFor(kindOf(id));
-    return (id & kArrayBit) != 0 ? "a list, each of its elements " + one : one;
+    return describe::isArray(id) ? "a list, each of its elements " + one : one;
   }
 
   bool readSingle(kl::message& m, unsigned int id, const toml::node& node) {

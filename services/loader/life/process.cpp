@@ -15,6 +15,7 @@
 #include <cstring>
 #include <vector>
 
+#include "kl/conventions.h"
 #include "life/oom_score.h"
 #include "life/supervisor.h"
 #include "services/common/new_process.h"
@@ -22,8 +23,6 @@
 
 namespace loader {
 namespace {
-
-constexpr int kConnection = 3;
 
 [[noreturn]] void giveUp(const ServiceConfiguration& service, const char* what) {
   std::fprintf(stderr, "kl-loader: %s: %s: %s\n", service.name.c_str(), what, std::strerror(errno));
@@ -53,10 +52,10 @@ void arrangeStreams(const ServiceConfiguration& service, const Streams& streams)
 void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0) giveUp(service, "no standard input");
-  const bool isInPlace = connection == kConnection;
-  if ((isInPlace ? ::fcntl(connection, F_SETFD, 0) : ::dup2(connection, kConnection)) < 0)
+  const bool isInPlace = connection == kl::CONNECTION_DESCRIPTOR;
+  if ((isInPlace ? ::fcntl(connection, F_SETFD, 0) : ::dup2(connection, kl::CONNECTION_DESCRIPTOR)) < 0)
     giveUp(service, "no connection");
-  common::closeFrom(kConnection + 1);  // whatever the loader itself has inherited
+  common::closeFrom(kl::CONNECTION_DESCRIPTOR + 1);  // whatever the loader itself has inherited
 }
 
 // A service lives where its loader does.  A variable that the loader may not believe would take it elsewhere.

@@ -7,8 +7,6 @@
 namespace loader {
 namespace {
 
-constexpr unsigned int kNameSpaceMask = 0x00ff0000;
-constexpr unsigned int kSystemNameSpace = 0x00ff0000;
 constexpr unsigned int kSystemNumbers = 64;  // those from here on are beyond every system field
 
 constexpr unsigned int kSystemFields[] = {
@@ -32,7 +30,7 @@ class SeenSystemFields {
  public:
   // What is wrong with the field; null when it may be carried.
   const char* add(unsigned int id) {
-    if ((id & kNameSpaceMask) != kSystemNameSpace) return nullptr;
+    if ((id & kl::NAMESPACE_MASK) != kl::NAMESPACE_SYS) return nullptr;
     const unsigned int number = id & 0xffff;
     if (number >= kSystemNumbers) return nullptr;
     if (kSystemIds[number] != 0 && kSystemIds[number] != id) return "sent a system field of another type";

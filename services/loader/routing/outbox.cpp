@@ -8,7 +8,6 @@
 #include "kl/conventions.h"
 #include "kl/message_view.h"
 #include "services/common/byte_order.h"
-#include "transport/frame_reader.h"
 
 namespace loader {
 namespace {
@@ -112,7 +111,7 @@ bool Outbox::hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) c
 }
 
 bool Outbox::admit(Service& to, std::size_t bytes, Urgency urgency) {
-  return hasRoomFor(to, kPrefixBytes + bytes, urgency) || drop(to);
+  return hasRoomFor(to, kl::FRAME_PREFIX_BYTES + bytes, urgency) || drop(to);
 }
 
 bool Outbox::drop(Service& to) {
@@ -155,9 +154,9 @@ void Outbox::forget(Service& service) {
 
 void appendFrame(Buffer& out, const kl::message& m) {
   const unsigned int most = m.max_length();
-  unsigned char* at = out.grow(kPrefixBytes + most);
+  unsigned char* at = out.grow(kl::FRAME_PREFIX_BYTES + most);
   unsigned int length = most;
-  m.flatten(at + kPrefixBytes, &length);
+  m.flatten(at + kl::FRAME_PREFIX_BYTES, &length);
   common::storeLe32(at, length);
   out.dropBack(most - length);
 }

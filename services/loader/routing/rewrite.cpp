@@ -10,8 +10,8 @@
 #include <array>
 #include <cstring>
 
+#include "kl/conventions.h"
 #include "services/common/byte_order.h"
-#include "transport/frame_reader.h"
 
 namespace loader {
 namespace {
@@ -89,7 +89,7 @@ std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned 
     touched.add(e.policy);
   }
 
-  Writer writer(out.grow(kPrefixBytes + size));
+  Writer writer(out.grow(kl::FRAME_PREFIX_BYTES + size));
   writer.u32(static_cast<unsigned int>(size));
   const unsigned char* copied = e.body.data();
   for (const kl::Record* record : touched) {
@@ -102,7 +102,7 @@ std::size_t appendDelivered(Buffer& out, const Envelope& e, Path rest, unsigned 
   if (e.from.bytes().empty()) writer.returnPath(senderId, Path());
   writer.bytes(mark.records);
   if (mark.addsPolicy) writer.policy(mark.policy);
-  return kPrefixBytes + size;
+  return kl::FRAME_PREFIX_BYTES + size;
 }
 
 }  // namespace loader

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "kl/description.h"
-#include "transport/frame_reader.h"
 
 namespace loader {
 namespace {
@@ -114,7 +113,7 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body, 
 void Router::countFrame(Service& sender, std::size_t bytes) const {
   sender.lastActive = sender.lastSent = now_.seconds;
   ++sender.traffic.messagesOut;
-  sender.traffic.bytesOut += kPrefixBytes + bytes;
+  sender.traffic.bytesOut += kl::FRAME_PREFIX_BYTES + bytes;
 }
 
 void Router::onServiceGone(Service& gone) {
@@ -227,7 +226,7 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
     return refuse(sender, e, kl::SERVICE_LOADER, inside, kl::ERROR_BUSY);
   scratch_.clear();
   appendDelivered(scratch_, e, isForOther ? inside : Path(), sender.id, access.mark);
-  const std::span<const unsigned char> body = scratch_.bytes().subspan(kPrefixBytes);
+  const std::span<const unsigned char> body = scratch_.bytes().subspan(kl::FRAME_PREFIX_BYTES);
   if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
@@ -266,7 +265,7 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   makeAcquainted(sender, to);
   const auto hasRoom = [&] {
     return !outbox_.isFull(to, sender) && outbox_.canAnswer(sender) &&
-           outbox_.hasRoomFor(to, kPrefixBytes + e.body.size(), Urgency::kOrdinary);
+           outbox_.hasRoomFor(to, kl::FRAME_PREFIX_BYTES + e.body.size(), Urgency::kOrdinary);
   };
   if (e.wantsAnswer() && !hasRoom()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);

@@ -44,7 +44,7 @@ struct Patience {
 // C1  poll asks for POLLOUT exactly while the last write did not take everything (isBlocked_)
 // C2  the stall timer runs while the queue is at its limit, and any byte written begins it anew; and for a pending
 //     connection from its beginning
-// C3  what a process makes the loader keep of its input is at most one frame of kMaxFrameBytes, for a bounded time:
+// C3  what a process makes the loader keep of its input is at most one frame of FRAME_MOST_BYTES, for a bounded time:
 //     the frame timer runs while a frame is unfinished, and a frame that it meets twice closes the connection
 // C4  its frames are handled in their order, as many in a turn as the turn allows; the others are set aside, and
 //     nothing is read before they are handled, so the end of the stream is met behind all of them

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "kl/conventions.h"
 #include "kl/records.h"
 
 namespace loader {
@@ -40,20 +41,20 @@ FrameReader::Outcome FrameReader::readIntoArea(int fd, std::size_t most) {
 
 FrameReader::Outcome FrameReader::readIntoKept(int fd) {
   const std::size_t wanted = wantedBytes();
-  const ssize_t got = ::read(fd, kept_.grow(wanted, kPrefixBytes + kMaxFrameBytes), wanted);
+  const ssize_t got = ::read(fd, kept_.grow(wanted, kl::FRAME_PREFIX_BYTES + kl::FRAME_MOST_BYTES), wanted);
   kept_.dropBack(wanted - static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
   rest_ = kept_.bytes();
   return outcomeOf(got);
 }
 
 bool FrameReader::next(std::span<const unsigned char>& body) {
-  if (broken_ || rest_.size() < kPrefixBytes) return false;
+  if (broken_ || rest_.size() < kl::FRAME_PREFIX_BYTES) return false;
   const std::size_t length = kl::readLe32(rest_.data());
-  broken_ = length > kMaxFrameBytes;
-  if (broken_ || rest_.size() - kPrefixBytes < length) return false;
-  body = rest_.subspan(kPrefixBytes, length);
-  rest_ = rest_.subspan(kPrefixBytes + length);
-  lastBytes_ = kPrefixBytes + length;
+  broken_ = length > kl::FRAME_MOST_BYTES;
+  if (broken_ || rest_.size() - kl::FRAME_PREFIX_BYTES < length) return false;
+  body = rest_.subspan(kl::FRAME_PREFIX_BYTES, length);
+  rest_ = rest_.subspan(kl::FRAME_PREFIX_BYTES + length);
+  lastBytes_ = kl::FRAME_PREFIX_BYTES + length;
   ++frames_;
   return true;
 }
@@ -65,9 +66,9 @@ void FrameReader::putBack() {
 
 // Also true for the length of a frame that cannot be: next() finds that out.
 bool FrameReader::hasFrame() const {
-  if (kept_.size() < kPrefixBytes) return false;
+  if (kept_.size() < kl::FRAME_PREFIX_BYTES) return false;
   const std::size_t length = kl::readLe32(kept_.bytes().data());
-  return length > kMaxFrameBytes || kept_.size() - kPrefixBytes >= length;
+  return length > kl::FRAME_MOST_BYTES || kept_.size() - kl::FRAME_PREFIX_BYTES >= length;
 }
 
 void FrameReader::keepRest() {
@@ -84,7 +85,7 @@ void FrameReader::trim() {
 
 // The bytes that the unfinished frame still lacks, but no more at once than have come already.
 std::size_t FrameReader::wantedBytes() const {
-  const std::size_t frame = kPrefixBytes + kl::readLe32(kept_.bytes().data());
+  const std::size_t frame = kl::FRAME_PREFIX_BYTES + kl::readLe32(kept_.bytes().data());
   return std::clamp(frame - kept_.size(), std::size_t{4096}, kept_.size());
 }
 

@@ -7,18 +7,13 @@
 
 namespace loader {
 
-// A frame is a 4-byte little-endian length and so many bytes of a flattened message.
-inline constexpr std::size_t kPrefixBytes = 4;
-// The library sends no larger body, so nobody may.
-inline constexpr std::size_t kMaxFrameBytes = 65535;
-
 // The memory that all connections read into; only what is left of an unfinished frame is kept by its connection.
 struct ReadArea {
   static constexpr std::size_t kBytes = 64 * 1024;
   unsigned char bytes[kBytes];
 };
 
-// Reads from one socket and hands out whole frames.  The length prefix is a claim of the other side: memory grows
+// Reads from one socket and hands out whole frames (kl/conventions.h).  The length prefix is a claim of the other side: memory grows
 // with the bytes that come, not with what is announced.
 //
 //     if (reader.readFrom(fd) == FrameReader::Outcome::kBytes)
@@ -27,7 +22,7 @@ struct ReadArea {
 //
 // Who does not want all the frames of a read at once keeps the rest, and goes on with resume() and next().
 //
-// Errors:    a length above kMaxFrameBytes sets isBroken(); nothing is read out of such a stream any more.
+// Errors:    a length above FRAME_MOST_BYTES sets isBroken(); nothing is read out of such a stream any more.
 // Ownership: borrows the ReadArea for good; frames are borrowed until keepRest().
 // Threads:   belongs to one thread.
 // Cost:      one read(2) for as many frames as fit 64 KiB.  An idle connection keeps no buffer beyond what a cut

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "kl/conventions.h"
 #include "kl/message.h"
 #include "services/loader/routing/outbox.h"
 #include "services/loader/routing/service_table.h"
-#include "services/loader/transport/frame_reader.h"
 #include "tests/services/loader/silent_connection.h"
 #include "tests/support/builders.h"
 
@@ -50,11 +50,11 @@ template <class Queue>
 std::vector<std::vector<unsigned char>> takeFrames(Queue& queue) {
   std::vector<std::vector<unsigned char>> frames;
   std::span<const unsigned char> rest = queue.bytes();
-  while (rest.size() >= kPrefixBytes) {
+  while (rest.size() >= kl::FRAME_PREFIX_BYTES) {
     const std::size_t length = kl::readLe32(rest.data());
-    const auto body = rest.subspan(kPrefixBytes, length);
+    const auto body = rest.subspan(kl::FRAME_PREFIX_BYTES, length);
     frames.emplace_back(body.begin(), body.end());
-    rest = rest.subspan(kPrefixBytes + length);
+    rest = rest.subspan(kl::FRAME_PREFIX_BYTES + length);
   }
   queue.clear();
   return frames;

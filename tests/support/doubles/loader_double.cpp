@@ -20,7 +20,6 @@
 namespace kl::test {
 namespace {
 
-constexpr int kInherited = 3;
 constexpr timeval kPatience{10, 0};
 
 unsigned long long inodeOf(int fd) {
@@ -51,19 +50,19 @@ bool readAll(int fd, unsigned char* bytes, std::size_t count) {
 LoaderDouble::LoaderDouble() {
   std::array<int, 2> ends{};
   require(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "socketpair");
-  if (ends[0] == kInherited) std::swap(ends[0], ends[1]);
-  if (ends[1] != kInherited) {
-    require(::dup2(ends[1], kInherited) == kInherited, "dup2");
+  if (ends[0] == CONNECTION_DESCRIPTOR) std::swap(ends[0], ends[1]);
+  if (ends[1] != CONNECTION_DESCRIPTOR) {
+    require(::dup2(ends[1], CONNECTION_DESCRIPTOR) == CONNECTION_DESCRIPTOR, "dup2");
     ::close(ends[1]);
   }
   fd_ = ends[0];
-  inherited_ = inodeOf(kInherited);
+  inherited_ = inodeOf(CONNECTION_DESCRIPTOR);
   require(::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience) == 0, "SO_RCVTIMEO");
 }
 
 LoaderDouble::~LoaderDouble() {
   close();
-  if (inherited_ != 0 && inodeOf(kInherited) == inherited_) ::close(kInherited);
+  if (inherited_ != 0 && inodeOf(CONNECTION_DESCRIPTOR) == inherited_) ::close(CONNECTION_DESCRIPTOR);
 }
 
 void LoaderDouble::sendBytes(const std::vector<unsigned char>& bytes) {
@@ -110,7 +109,7 @@ bool LoaderDouble::isSilent() const {
 
 void LoaderDouble::shrinkBuffers() {
   const int size = 1;  // the kernel takes its smallest
-  for (const int fd : {fd_, kInherited}) {
+  for (const int fd : {fd_, CONNECTION_DESCRIPTOR}) {
     (void)::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     (void)::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
   }
@@ -125,7 +124,7 @@ void LoaderDouble::close() {
 // Its descriptor keeps clear of 3, which is not its own.
 ListeningLoader::ListeningLoader() {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  fd_ = ::fcntl(fd, F_DUPFD_CLOEXEC, kInherited + 1);
+  fd_ = ::fcntl(fd, F_DUPFD_CLOEXEC, CONNECTION_DESCRIPTOR + 1);
   ::close(fd);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

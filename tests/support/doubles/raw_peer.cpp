@@ -21,8 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kPrefixBytes = 4;
-
 class Deadline {
  public:
   explicit Deadline(int ms) : end_(Clock::now() + std::chrono::milliseconds(ms)) {}
@@ -94,10 +92,10 @@ bool RawPeer::send(const message& m) { return sendBytes(frameOf(m)); }
 
 std::optional<std::vector<unsigned char>> RawPeer::receiveBody(int deadlineMs) {
   const Deadline deadline(deadlineMs);
-  while (in_.size() < kPrefixBytes || in_.size() - kPrefixBytes < readLe32(in_.data()))
+  while (in_.size() < FRAME_PREFIX_BYTES || in_.size() - FRAME_PREFIX_BYTES < readLe32(in_.data()))
     if (!readSome(deadline.leftMs())) return {};
-  const auto end = in_.begin() + static_cast<std::ptrdiff_t>(kPrefixBytes + readLe32(in_.data()));
-  std::vector<unsigned char> body(in_.begin() + kPrefixBytes, end);
+  const auto end = in_.begin() + static_cast<std::ptrdiff_t>(FRAME_PREFIX_BYTES + readLe32(in_.data()));
+  std::vector<unsigned char> body(in_.begin() + FRAME_PREFIX_BYTES, end);
   in_.erase(in_.begin(), end);
   return body;
 }

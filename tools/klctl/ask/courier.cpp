@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "ask/pipe.h"
+#include "kl/conventions.h"
 #include "kl/utilities.h"
 #include "services/common/local_socket.h"
 
@@ -26,7 +27,6 @@ using std::chrono::steady_clock;
 
 // --- in the courier's process
 
-constexpr int kInheritedSocket = 3;   // a Looper inherits its connection here
 constexpr int kFirstFreeSocket = 10;  // above it
 
 // Drops every message that is no reply, since nobody asked for it: nothing gathers in the queue.
@@ -42,7 +42,7 @@ int prepareProcess(int loaderSocket, int klctlSocket) {
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   (void)::prctl(PR_SET_DUMPABLE, 0);
   klctlSocket = ::fcntl(klctlSocket, F_DUPFD_CLOEXEC, kFirstFreeSocket);
-  (void)::dup2(loaderSocket, kInheritedSocket);
+  (void)::dup2(loaderSocket, kl::CONNECTION_DESCRIPTOR);
   (void)::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
   return klctlSocket;
 }

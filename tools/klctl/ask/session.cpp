@@ -18,8 +18,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::size_t kLargestFrame = 65535;
-
 // The bytes of a message once the library has added what makes it a request.
 std::size_t sentBytes(kl::message m) {
   kl::setType(m, kl::TYPE_REQUEST);
@@ -38,9 +36,9 @@ Bytes withOrder(const Order& order, const Bytes& message) {
 }  // namespace
 
 void refuseOversized(const kl::message& m) {
-  if (const std::size_t size = sentBytes(m); size > kLargestFrame) {
+  if (const std::size_t size = sentBytes(m); size > kl::FRAME_MOST_BYTES) {
     throw usage("the request is too big: " + std::to_string(size) + " bytes, and a frame carries " +
-                std::to_string(kLargestFrame));
+                std::to_string(kl::FRAME_MOST_BYTES));
   }
 }
 
