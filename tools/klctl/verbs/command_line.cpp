@@ -273,6 +273,15 @@ class Parser {
            "--since", [this](const std::string& word) { readSince(word); },
            "Only lines from then on: 10m, 06:30, \"2026-11-21 06:30\"")
         ->type_name("WHEN");
+    log->add_option("--service", line_.log.service, "Only lines of this service and of the loader about it")
+        ->type_name("SERVICE");
+    log->add_option("--level", line_.log.level, "Only lines at least as severe: error, warning, notice ...")
+        ->type_name("LEVEL");
+    log->add_option("--grep", line_.log.grep, "Only lines that match this pattern (as of grep -E)")
+        ->type_name("PATTERN");
+    log->add_option("-n,--lines", line_.log.last,
+                    "Only so many lines, the newest; with -f those in front of new ones")
+        ->type_name("COUNT");
     log->require_subcommand(0, 1);
     log->final_callback([this, log, follow] {
       if (!log->get_subcommands().empty()) return refuseFilter(*log);
@@ -340,7 +349,7 @@ class Parser {
 
   // The words of the log are given to its verbs, too, which do not use them.
   static void refuseFilter(const CLI::App& log) {
-    for (const char* option : {"--follow", "--topic", "--since"})
+    for (const char* option : {"--follow", "--topic", "--since", "--service", "--level", "--grep", "--lines"})
       if (log.get_option(option)->count() > 0)
         throw usage("klctl log " + log.get_subcommands().front()->get_name() + " does not use " + option);
   }

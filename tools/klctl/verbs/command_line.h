@@ -54,6 +54,14 @@ inline constexpr unsigned int kVerbs = static_cast<unsigned int>(Verb::kComplete
 struct LogWords {
   std::vector<std::string> topics;          // the one to mute, with kLogMute and kLogUnmute
   std::optional<unsigned long long> since;  // nanoseconds since 1970
+  std::string service;
+  std::string level;
+  std::string grep;
+  std::optional<unsigned int> last;  // so many lines, the newest
+
+  bool isFilter() const {
+    return !topics.empty() || since || !service.empty() || !level.empty() || !grep.empty() || last;
+  }
 };
 
 struct CommandLine {

@@ -56,11 +56,12 @@ class Candidates {
   bool addArgument() {
     const std::string& argument = place_.argument;
     if (argument == "FILE" || argument == "--fields" || place_.verb.starts_with("store ")) return false;
-    if (argument == "SERVICE" || argument == "--sender") addServices();
+    if (argument == "SERVICE" || argument == "--sender" || argument == "--service") addServices();
     else if (argument == "PATH") addPaths();
     else if (argument == "words") addRest();
     else if (argument == "CMD") addCommands(place_.arguments.back());
     else if (argument == "TOPIC" || argument == "--topic") addTopics();
+    else if (argument == "--level") addLevels();
     else if (argument == "USER") addUsers();
     else if (argument == "--format") words_ = {{"bare", ""}, {"framed", ""}, {"store", ""}};
     return true;
@@ -168,6 +169,12 @@ class Candidates {
     } else {
       for (const auto& command : describe::standardCommands()) add(describe::shortForm(command.name), "");
     }
+  }
+
+  void addLevels() {
+    for (const char* level :
+         {"emergency", "alert", "critical", "error", "warning", "notice", "info", "debug"})
+      add(level, "");
   }
 
   void addTopics() {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
@@ -15,6 +16,7 @@
 #include "values/dictionary.h"
 #include "values/failure.h"
 #include "values/field_id.h"
+#include "verbs/log_filter.h"
 
 namespace klctl {
 namespace {
@@ -37,18 +39,6 @@ std::string timeText(Nanoseconds time) {
   (void)std::snprintf(text, sizeof text, "%s.%03u", day,
                       static_cast<unsigned int>(time % kSecond / kMillisecond));
   return text;
-}
-
-// The topic of the highest severity.
-unsigned int severityOf(const std::vector<unsigned int>& topics) {
-  unsigned int most = kl::TOPIC_INFO;
-  bool isFirst = true;
-  for (const unsigned int topic : topics) {
-    if (topic < kl::TOPIC_EMERGENCY || topic > kl::TOPIC_DEBUG || (!isFirst && topic >= most)) continue;
-    most = topic;
-    isFirst = false;
-  }
-  return most;
 }
 
 const char* colourOf(unsigned int severity) {
@@ -108,14 +98,11 @@ std::vector<std::string> LogTopics::names() const {
   return names;
 }
 
-kl::message logRequest(const CommandLine& line, const LogTopics& topics) {
+kl::message logRequest(const LogFilter& filter) {
   kl::message request;
   request.insert(kl::SYS_TO, {kl::SERVICE_LOG});
   request.insert(kl::SYS_CMD, kl::CMD_GETALL);
-  std::vector<unsigned int> wanted;
-  for (const std::string& word : line.log.topics) wanted.push_back(topics.find(word));
-  if (!wanted.empty()) request.insert(kl::LOG_TOPICS, wanted);
-  if (line.log.since) request.insert(kl::LOG_SINCE, *line.log.since);
+  filter.narrow(request);
   return request;
 }
 
@@ -144,13 +131,18 @@ bool wantsColour() { return ::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLO
 
 void showLog(const CommandLine& line, const Channels& channels) {
   const LogTopics topics(channels.exchange);
+  LogFilter filter(line.log, topics, channels.exchange);
   remarkLimits(channels);
-  const auto objects = channels.walk(logRequest(line, topics), kLog);
+  Channels::Objects objects;
+  for (auto& object : channels.walk(logRequest(filter), kLog))
+    if (filter.passes(object)) objects.push_back(std::move(object));
+  if (line.log.last && objects.size() > *line.log.last)
+    objects.erase(objects.begin(), objects.end() - static_cast<std::ptrdiff_t>(*line.log.last));
   if (line.json) return channels.print(jsonText(Json(toJson(objects, namesFor(kLog, line.fields)))));
   std::string text;
   const bool inColour = wantsColour();
   for (const kl::message object : objects) text += logLine(object, topics, inColour);
-  printTable(channels, text, "log: no lines");
+  printTable(channels, text, line.log.isFilter() ? "log: no line is so" : "log: no lines");
 }
 
 void muteTopic(const CommandLine& line, const Channels& channels) { setMuted(line, channels, true); }

@@ -10,6 +10,8 @@
 
 namespace klctl {
 
+class LogFilter;
+
 // The topics that the log service has names for.
 class LogTopics {
  public:
@@ -26,8 +28,8 @@ class LogTopics {
   std::map<unsigned int, std::string> names_;
 };
 
-// The request for the lines that the command line asks for.  Throws Failure.
-kl::message logRequest(const CommandLine& line, const LogTopics& topics);
+// The request for the lines of the filter.
+kl::message logRequest(const LogFilter& filter);
 
 // Says so where the log service shows the user its own lines alone.  Throws Failure.
 void remarkLimits(const Channels& channels);

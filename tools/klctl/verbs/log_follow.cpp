@@ -6,6 +6,11 @@
 
 #include "verbs/log_follow.h"
 
+#include <deque>
+#include <optional>
+#include <string>
+#include <utility>
+
 #include "ask/events.h"
 #include "ask/session.h"
 #include "kl/bind.h"
@@ -13,6 +18,7 @@
 #include "output/show.h"
 #include "values/dictionary.h"
 #include "values/failure.h"
+#include "verbs/log_filter.h"
 
 namespace klctl {
 namespace {
@@ -92,8 +98,13 @@ class LogFollower : public kl::Handler {
 // Prints the events.
 class LogReport {
  public:
-  LogReport(const CommandLine& line, const LogTopics& topics, const Channels& channels)
-      : topics_(topics), channels_(channels), isJson_(line.json), inColour_(wantsColour()) {
+  LogReport(const CommandLine& line, const LogTopics& topics, LogFilter& filter, const Channels& channels)
+      : topics_(topics),
+        filter_(filter),
+        channels_(channels),
+        last_(line.log.last),
+        isJson_(line.json),
+        inColour_(wantsColour()) {
     if (isJson_) names_ = namesFor("log", line.fields);
   }
 
@@ -109,10 +120,18 @@ class LogReport {
     if (!object.has(kl::STD_ID))
       return channels_.remark(std::to_string(object.get(kl::LOG_SKIPPED, 0)) +
                               " lines came too fast and are left out");
-    channels_.print(isJson_ ? jsonLine(toJson(object, names_)) : logLine(object, topics_, inColour_));
+    if (!filter_.passes(object)) return;
+    std::string text = isJson_ ? jsonLine(toJson(object, names_)) : logLine(object, topics_, inColour_);
+    if (!last_) return channels_.print(text);
+    newest_.push_back(std::move(text));
+    if (newest_.size() > *last_) newest_.pop_front();
   }
 
+  // Of the lines that were there, the newest; those that come later are all shown.
   void complete() {
+    for (const std::string& text : newest_) channels_.print(text);
+    newest_.clear();
+    last_.reset();
     if (isLost_) channels_.remark("log is back");
     isLost_ = false;
     wasThere_ = true;
@@ -128,7 +147,10 @@ class LogReport {
   }
 
   const LogTopics& topics_;
+  LogFilter& filter_;
   const Channels& channels_;
+  std::optional<unsigned int> last_;  // until what was there is complete
+  std::deque<std::string> newest_;
   FieldNames names_;
   bool isJson_;
   bool inColour_;
@@ -149,13 +171,14 @@ Job logJob(const kl::message& request, int timeoutTicks) {
 
 void followLog(const CommandLine& line, const Channels& channels) {
   const LogTopics topics(channels.exchange);
-  const kl::message request = logRequest(line, topics);
+  LogFilter filter(line.log, topics, channels.exchange);
+  const kl::message request = logRequest(filter);
   refuseOversized(request);
   remarkLimits(channels);
   channels.disconnect();
   const Interrupt interrupt;
   StreamSession stream(line.timeout, logJob(request, ticksOf(line.timeout)));
-  LogReport report(line, topics, channels);
+  LogReport report(line, topics, filter, channels);
   for (kl::message m; stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) report.take(eventOf(m));
 }
 
