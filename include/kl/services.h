@@ -32,6 +32,16 @@ inline constexpr field<unsigned long long> SVC_BYTES_OUT{0x10000009};
 inline constexpr field<unsigned int> SVC_QUEUE{0x0800000a};        // bytes that wait until it reads
 inline constexpr field<unsigned int> SVC_REQUESTS{0x0800000b};     // requests that it has not answered yet
 inline constexpr field<unsigned long long> SVC_DROPS{0x1000000c};  // messages for it that its full queue lost
+inline constexpr field<unsigned long long> SVC_DENIALS{0x10000049};  // of those it sent, by its rights
+// Of all services together, those that have gone included, in the loader's own row alone; and the connections that it
+// has taken.  They begin with the loader and never become less.
+inline constexpr field<unsigned long long> SVC_ALL_MESSAGES_IN{0x1000004a};
+inline constexpr field<unsigned long long> SVC_ALL_MESSAGES_OUT{0x1000004b};
+inline constexpr field<unsigned long long> SVC_ALL_BYTES_IN{0x1000004c};
+inline constexpr field<unsigned long long> SVC_ALL_BYTES_OUT{0x1000004d};
+inline constexpr field<unsigned long long> SVC_ALL_DROPS{0x1000004e};
+inline constexpr field<unsigned long long> SVC_ALL_DENIALS{0x1000004f};
+inline constexpr field<unsigned long long> SVC_CONNECTIONS{0x10000050};
 // The second since 1970 at which it is started if it has left by then; absent where it named none (CTRL_WAKE_AT).
 inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
 // "killed by SIGSEGV in leases.cpp:175 leases::Leases::cmdGetObj", "ended with status 1"; absent before

@@ -159,6 +159,7 @@ Loader::Loader(Configuration configuration, Log& log)
   own_.setExplainer(explainer_);
   own_.setRequests(openTable_);
   own_.setCrashes(crashTable_);
+  own_.setConnections(connections_);
   own_.setReload([this] { return onReloadOrder(); });
   lifecycle_.setOnCrash([this](const Crashed& crashed) { crashes_.add(crashed); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
@@ -251,6 +252,7 @@ void Loader::adopt(Service& service, Descriptor connection) {
 void Loader::addClient(Descriptor socket, const Applicant& who, Account& account) {
   const Patience patience{Shares::refusesFrom(configuration_.queueLimit),
                           configuration_.stallSeconds * kTicksPerSecond};
+  ++connections_;
   clients_.push_back(std::make_unique<Client>(*this, std::move(socket), who, patience, account));
 }
 

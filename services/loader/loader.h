@@ -131,6 +131,7 @@ class Loader final : private LifecycleHost {
   std::map<uid_t, std::list<Client*>> pendingByUser_;  // to register, the oldest first
   std::string refusal_;                                // text behind registerClient()'s result
   std::vector<std::unique_ptr<Client>> clients_;       // closed ones are removed when a pass is over
+  unsigned long long connections_ = 0;                 // that were taken, since it began
   bool someoneClosed_ = false;
   std::optional<unsigned int> refusalReportedAt_;  // seconds
   Source source_;

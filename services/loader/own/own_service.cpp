@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t kMostLeaveOrders = 1024;
 constexpr unsigned int kBatchTicks = 20;
 constexpr std::size_t kBatchRows = 100;
+constexpr Work::Units kSumWork = 4;  // to add one row to the sums
 
 using Objects = std::vector<kl::message::flat_message>;
 
@@ -97,6 +98,7 @@ kl::message objectOf(const Service& s) {
   row.insert(loader_service::BYTES_IN, s.traffic.bytesIn);
   row.insert(loader_service::BYTES_OUT, s.traffic.bytesOut);
   row.insert(loader_service::DROPS, s.traffic.drops);
+  row.insert(loader_service::DENIALS, s.traffic.denials);
   if (s.wakeAt != 0) row.insert(loader_service::WAKE_AT, s.wakeAt);
   if (s.pid > 0) row.insert(loader_service::PID, static_cast<unsigned int>(s.pid));
   if (!s.lastEnd.empty()) row.insert(loader_service::LAST_END, s.lastEnd);
@@ -163,11 +165,25 @@ kl::message OwnService::execute(const kl::message& request, unsigned int command
   }
 }
 
-// With what only the open requests can say.
+// With what only the open requests can say, and in the loader's own the sums.
 kl::message OwnService::rowOf(const Service& service) const {
   kl::message row = objectOf(service);
   if (requests_ != nullptr) requests_->addTo(row, service);
+  if (service.id == kl::SERVICE_LOADER) addTotals(row);
   return row;
+}
+
+// They are summed up when somebody asks, so that no frame pays for them.
+void OwnService::addTotals(kl::message& row) const {
+  outbox_.work().spend(kSumWork * static_cast<Work::Units>(table_.all().size()));
+  const Traffic all = table_.allTraffic();
+  row.insert(loader_service::ALL_MESSAGES_IN, all.messagesIn);
+  row.insert(loader_service::ALL_MESSAGES_OUT, all.messagesOut);
+  row.insert(loader_service::ALL_BYTES_IN, all.bytesIn);
+  row.insert(loader_service::ALL_BYTES_OUT, all.bytesOut);
+  row.insert(loader_service::ALL_DROPS, all.drops);
+  row.insert(loader_service::ALL_DENIALS, all.denials);
+  if (connections_ != nullptr) row.insert(loader_service::CONNECTIONS, *connections_);
 }
 
 kl::message OwnService::getObject(unsigned int id) {

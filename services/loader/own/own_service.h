@@ -58,6 +58,9 @@ class OwnService {
   // The crashes that LOADER_CRASHES shows; without them there is no such handler.
   void setCrashes(const CrashTable& crashes) { crashes_ = &crashes; }
 
+  // How many connections there have been; without it the loader's row does not say.
+  void setConnections(const unsigned long long& count) { connections_ = &count; }
+
   // Reads the configuration anew and gives the reply; without it that is not implemented.
   void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
 
@@ -85,6 +88,7 @@ class OwnService {
   void handleForTable(Service& caller, const kl::message& request, unsigned int command);
   void handleForRequests(Service& caller, const kl::message& request, unsigned int command);
   kl::message rowOf(const Service& service) const;
+  void addTotals(kl::message& row) const;
   std::string whyNotAllowed(const kl::message& request) const;
   kl::message execute(const kl::message& request, unsigned int command);
   kl::message getObject(unsigned int id);
@@ -110,6 +114,7 @@ class OwnService {
   const RightsExplainer* explainer_ = nullptr;
   const RequestTable* requests_ = nullptr;
   const CrashTable* crashes_ = nullptr;
+  const unsigned long long* connections_ = nullptr;
   std::function<kl::message()> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;

@@ -338,6 +338,7 @@ void Router::sendError(Service& to, kl::message m, const Envelope& e) {
 
 // A request without an answer is dropped without a word to its sender.
 void Router::deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access) {
+  ++sender.traffic.denials;
   if (calls_.onDenied) calls_.onDenied(sender, e, toId, rest, access);
   if (e.wantsAnswer()) refuse(sender, e, toId, rest, kl::ERROR_NOTALLOWED, access.reason());
 }

@@ -27,6 +27,17 @@ struct Traffic {
   unsigned long long bytesIn = 0;
   unsigned long long bytesOut = 0;
   unsigned long long drops = 0;
+  unsigned long long denials = 0;  // of what it sent: not delivered because of its rights
+
+  Traffic& operator+=(const Traffic& other) {
+    messagesIn += other.messagesIn;
+    messagesOut += other.messagesOut;
+    bytesIn += other.bytesIn;
+    bytesOut += other.bytesOut;
+    drops += other.drops;
+    denials += other.denials;
+    return *this;
+  }
 };
 
 // A service by its id.  Frames on their way to the process wait in `out`; those that it is not to see yet wait in

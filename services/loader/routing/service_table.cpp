@@ -12,6 +12,7 @@ Service& ServiceTable::add(unsigned int id) {
 }
 
 void ServiceTable::remove(unsigned int id) {
+  if (const Service* service = find(id)) ofRemoved_ += service->traffic;
   index_.erase(id);
   services_.erase(id);
   notifyListener(id);
@@ -20,6 +21,12 @@ void ServiceTable::remove(unsigned int id) {
 void ServiceTable::setState(Service& service, unsigned int state) {
   service.state = state;
   notifyListener(service.id);
+}
+
+Traffic ServiceTable::allTraffic() const {
+  Traffic all = ofRemoved_;
+  for (const auto& [id, service] : services_) all += service->traffic;
+  return all;
 }
 
 void ServiceTable::notifyListener(unsigned int id) {

@@ -39,12 +39,16 @@ class ServiceTable {
 
   const Map& all() const { return services_; }
 
+  // Of all services together, those that have been removed included: it never becomes less.  A look at each row.
+  Traffic allTraffic() const;
+
  private:
   void notifyListener(unsigned int id);
 
   Map services_;
   std::unordered_map<unsigned int, Service*> index_;
   Listener listener_;
+  Traffic ofRemoved_;
 };
 
 // "netif (32, pid 4711)", for the log.

@@ -176,7 +176,7 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   s.pid = 4711;
   s.user = "bob";
   s.starts = 3;
-  s.traffic = {1, 2, 3, 4, 5};
+  s.traffic = {1, 2, 3, 4, 5, 6};
   const kl::message row = ask([] {
     kl::message m = request({}, kl::CMD_GETOBJ, 5);
     m.insert(kl::STD_ID, 32);
@@ -193,11 +193,39 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   EXPECT_EQ(row.get(kl::SVC_BYTES_IN, 0), 3u);
   EXPECT_EQ(row.get(kl::SVC_BYTES_OUT, 0), 4u);
   EXPECT_EQ(row.get(kl::SVC_DROPS, 0), 5u);
+  EXPECT_EQ(row.get(kl::SVC_DENIALS, 0), 6u);
   EXPECT_EQ(row.get(kl::SVC_QUEUE, 9), 0u);
   EXPECT_EQ(row.get(kl::SVC_REQUESTS, 9), 0u);
   EXPECT_FALSE(row.has(kl::SVC_WAKE_AT));
   s.wakeAt = 1800000000;
   EXPECT_EQ(loader::objectOf(s).get(kl::SVC_WAKE_AT, 0), 1800000000u);
+}
+
+TEST_F(OwnServiceTest, TheLoadersRowHasTheSums) {
+  Service& loader = table_.add(kl::SERVICE_LOADER);
+  loader.traffic = {0, 100, 0, 1000, 0, 0};
+  table_.add(32).traffic = {1, 2, 3, 4, 5, 6};
+  table_.add(33).traffic = {10, 20, 30, 40, 50, 60};
+  table_.remove(33);
+  unsigned long long connections = 7;
+  own_.setConnections(connections);
+  const auto rowOf = [&](unsigned int id) {
+    kl::message m = request({}, kl::CMD_GETOBJ, 5);
+    m.insert(kl::STD_ID, id);
+    return ask(m);
+  };
+  const kl::message row = rowOf(kl::SERVICE_LOADER);
+  EXPECT_EQ(row.get(kl::SVC_ALL_MESSAGES_IN, 0), 11u);
+  EXPECT_EQ(row.get(kl::SVC_ALL_MESSAGES_OUT, 0), 122u);
+  EXPECT_EQ(row.get(kl::SVC_ALL_BYTES_IN, 0), 33u);
+  EXPECT_EQ(row.get(kl::SVC_ALL_BYTES_OUT, 0), 1044u);
+  EXPECT_EQ(row.get(kl::SVC_ALL_DROPS, 0), 55u);
+  EXPECT_EQ(row.get(kl::SVC_ALL_DENIALS, 0), 66u);
+  EXPECT_EQ(row.get(kl::SVC_CONNECTIONS, 0), 7u);
+  connections = 8;
+  EXPECT_EQ(rowOf(kl::SERVICE_LOADER).get(kl::SVC_CONNECTIONS, 0), 8u);
+  for (const auto& field : {kl::SVC_ALL_MESSAGES_IN, kl::SVC_ALL_DENIALS, kl::SVC_CONNECTIONS})
+    EXPECT_FALSE(rowOf(32).has(field)) << "a row of a service is about itself";
 }
 
 TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsCaller) {

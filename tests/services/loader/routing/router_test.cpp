@@ -475,6 +475,8 @@ TEST_F(RouterTest, CopiesAreDecidedForEachDestination) {
     EXPECT_EQ(errorOf(denial), kl::ERROR_NOTALLOWED);
     EXPECT_EQ(denial.get(kl::SYS_FROM, {}), (Ids{30, 4}));
   }
+  EXPECT_EQ(a_.traffic.denials, 2u);
+  EXPECT_EQ(other_.traffic.denials, 0u) << "it has sent nothing";
 }
 
 TEST_F(RouterTest, ADeniedRequestStartsNobody) {

@@ -35,6 +35,22 @@ TEST(ServiceTable, TheListenerHearsOfEveryChange) {
   EXPECT_EQ(ids, (std::vector<unsigned int>{10, 10, 10}));
 }
 
+TEST(ServiceTable, TheSumOfTheTrafficKeepsWhatRemovedOnesHad) {
+  ServiceTable table;
+  table.add(10).traffic = {1, 2, 3, 4, 5, 6};
+  table.add(20).traffic = {10, 20, 30, 40, 50, 60};
+  table.remove(10);
+  table.remove(30);  // there is none
+  table.add(10).traffic.denials = 100;
+  const loader::Traffic all = table.allTraffic();
+  EXPECT_EQ(all.messagesIn, 11u);
+  EXPECT_EQ(all.messagesOut, 22u);
+  EXPECT_EQ(all.bytesIn, 33u);
+  EXPECT_EQ(all.bytesOut, 44u);
+  EXPECT_EQ(all.drops, 55u);
+  EXPECT_EQ(all.denials, 166u);
+}
+
 TEST(ServiceTable, TheLogNamesAServiceWithItsProcess) {
   Service s(32);
   s.name = "netif";
