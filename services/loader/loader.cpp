@@ -131,6 +131,13 @@ Loader::Loader(Configuration configuration, Log& log)
           loop_, addOwnRow(), table_, subscriptions_, outbox_,
           [this](Service& service, unsigned int action) { return lifecycle_.order(service, action); },
           [this] { writeQueues(); }),
+      taps_(
+          loop_, table_, requests_, outbox_, common::momentNow,
+          [this](Witness* witness) {
+            router_.setWitness(witness);
+            outbox_.setWitness(witness);
+          },
+          [this] { writeQueues(); }),
       denials_(configuration_, log),
       deadlocks_(
           loop_, table_, requests_, outbox_, common::momentNow,
@@ -160,6 +167,7 @@ Loader::Loader(Configuration configuration, Log& log)
   own_.setRequests(openTable_);
   own_.setCrashes(crashTable_);
   own_.setConnections(connections_);
+  own_.setTaps(taps_);
   own_.setReload([this] { return onReloadOrder(); });
   lifecycle_.setOnCrash([this](const Crashed& crashed) { crashes_.add(crashed); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
@@ -205,9 +213,10 @@ Service& Loader::addOwnRow() {
   return own;
 }
 
-// Neither its orders nor a word to the loader come any more.
+// Neither its orders nor a word to the loader come any more, and it reads no tap.
 void Loader::forgetAwayOne(const Service& service) {
   own_.forgetOrdersOf(service);
+  taps_.forget(service);
   deadlocks_.forget(service);
 }
 
@@ -362,6 +371,7 @@ void Loader::onPassOver() {
   turns_.serve();
   pending_.serve();
   router_.announceEnds();
+  taps_.onPassOver();
   writeQueues();
   removeClosed();
 }

@@ -24,6 +24,7 @@
 #include "transport/turns.h"
 #include "watch/deadlocks.h"
 #include "watch/request_table.h"
+#include "watch/taps.h"
 
 namespace loader {
 
@@ -117,6 +118,7 @@ class Loader final : private LifecycleHost {
   RightsExplainer explainer_;
   RequestTable openTable_;
   OwnService own_;
+  Taps taps_;
   Denials denials_;
   Deadlocks deadlocks_;
   Router router_;

@@ -15,6 +15,7 @@
 #include "kl/looper.h"
 #include "kl/message_view.h"
 #include "loader.kl.h"
+#include "services/common/tap.h"
 #include "services/describe/check.h"
 
 namespace loader {
@@ -91,6 +92,7 @@ CommandRights loaderCommands() {
   commands[loader_service::CMD_EXPLAIN_RIGHTS] = kl::RIGHT_READ;
   commands[loader_service::CMD_LIST_RIGHTS] = kl::RIGHT_CONTROL;
   commands[loader_service::CMD_RELOAD] = kl::RIGHT_CONTROL;
+  commands[common::tap::CMD_TAP] = kl::RIGHT_CONTROL;
   return commands;
 }
 

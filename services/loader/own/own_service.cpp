@@ -9,6 +9,7 @@
 #include "kl/description.h"
 #include "kl/message_view.h"
 #include "loader.kl.h"
+#include "services/common/tap.h"
 #include "transport/connection.h"
 
 namespace loader {
@@ -141,6 +142,8 @@ void OwnService::handleForTable(Service& caller, const kl::message& request, uns
     return reply(caller, request, explainer_->explain(caller, request));
   if (explainer_ != nullptr && command == loader_service::CMD_LIST_RIGHTS)
     return reply(caller, request, explainer_->list(request));
+  if (taps_ != nullptr && command == common::tap::CMD_TAP)
+    return reply(caller, request, taps_->answer(caller, request));
   if (reload_ && command == loader_service::CMD_RELOAD) return reply(caller, request, reload_());
   reply(caller, request, execute(request, command));
 }

@@ -15,6 +15,7 @@
 #include "routing/subscriptions.h"
 #include "services/common/timer.h"
 #include "watch/request_table.h"
+#include "watch/taps.h"
 
 namespace loader {
 
@@ -60,6 +61,9 @@ class OwnService {
 
   // How many connections there have been; without it the loader's row does not say.
   void setConnections(const unsigned long long& count) { connections_ = &count; }
+
+  // Who shows the messages that pass; without it CMD_TAP is not implemented.
+  void setTaps(Taps& taps) { taps_ = &taps; }
 
   // Reads the configuration anew and gives the reply; without it that is not implemented.
   void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
@@ -115,6 +119,7 @@ class OwnService {
   const RequestTable* requests_ = nullptr;
   const CrashTable* crashes_ = nullptr;
   const unsigned long long* connections_ = nullptr;
+  Taps* taps_ = nullptr;
   std::function<kl::message()> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;

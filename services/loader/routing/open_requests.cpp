@@ -64,15 +64,28 @@ void OpenRequests::release(const Service& callee) {
 }
 
 bool OpenRequests::take(Service& caller, Service& callee, unsigned int id, Path path) {
-  if (chains_.empty()) return false;
-  unsigned int found = kNone;  // a chain runs from the newest to the oldest, so the last match is the oldest
+  const unsigned int found = placeOf(caller, callee, id, path);
+  if (found == kNone) return false;
+  unlink(found);
+  return true;
+}
+
+const OpenRequest* OpenRequests::find(const Service& caller, const Service& callee, unsigned int id,
+                                      Path path) const {
+  const unsigned int found = placeOf(caller, callee, id, path);
+  return found == kNone ? nullptr : &places_[found];
+}
+
+// A chain runs from the newest to the oldest, so the last match is the oldest.
+inline unsigned int OpenRequests::placeOf(const Service& caller, const Service& callee, unsigned int id,
+                                          Path path) const {
+  if (chains_.empty()) return kNone;
+  unsigned int found = kNone;
   for (unsigned int at = chains_[chainOf(caller, callee, id)]; at != kNone; at = places_[at].nextInChain) {
     const OpenRequest& r = places_[at];
     if (r.caller == &caller && r.callee == &callee && r.id == id && r.returnPath.equals(path)) found = at;
   }
-  if (found == kNone) return false;
-  unlink(found);
-  return true;
+  return found;
 }
 
 const OpenRequest* OpenRequests::oldestFrom(const Service& caller) const {

@@ -85,6 +85,9 @@ class OpenRequests {
   // Takes out the oldest request that a reply of `callee` to `path` inside `caller` answers; false without one.
   bool take(Service& caller, Service& callee, unsigned int id, Path path);
 
+  // That request, null without one.  Borrowed until the next change.
+  const OpenRequest* find(const Service& caller, const Service& callee, unsigned int id, Path path) const;
+
   // The caller's oldest request, null without one.  Borrowed until the next change.
   const OpenRequest* oldestFrom(const Service& caller) const;
   void forgetOldestFrom(Service& caller);
@@ -106,6 +109,7 @@ class OpenRequests {
  private:
   static constexpr unsigned int kNone = RequestLists::kNone;
 
+  unsigned int placeOf(const Service& caller, const Service& callee, unsigned int id, Path path) const;
   std::size_t chainOf(const Service& caller, const Service& callee, unsigned int id) const;
   unsigned int takeFreePlace();
   void link(unsigned int place);

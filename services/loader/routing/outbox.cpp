@@ -54,6 +54,8 @@ bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope,
 
 bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   if (!to.isConnected() && !to.isHeldFor) return false;
+  if (witness_ != nullptr) [[unlikely]]
+    witness_->onOwnMessage(to, m);
   if (!admit(to, m.max_length(), urgency)) return false;
   const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kMessage;
   const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;

@@ -7,6 +7,7 @@
 
 #include "kl/message.h"
 #include "routing/service.h"
+#include "routing/witness.h"
 #include "transport/work.h"
 
 namespace loader {
@@ -36,6 +37,9 @@ class Outbox {
 
   // Whose messages send() carries: the loader's own row, which outlives this.
   void setSender(Service& loader) { sender_ = &loader; }
+
+  // Who is told of each message of the loader's own; null: nobody.
+  void setWitness(Witness* witness) { witness_ = witness; }
 
   // The work of the deliveries is counted here.
   Work& work() { return work_; }
@@ -101,6 +105,7 @@ class Outbox {
   uid_t ownUser_;
   Work work_;
   Service* sender_ = nullptr;
+  Witness* witness_ = nullptr;
   std::vector<Service*> dirty_;
 };
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "kl/description.h"
+#include "routing/sub_paths.h"
 
 namespace loader {
 namespace {
@@ -44,34 +45,6 @@ bool isHandlerOfLoader(unsigned int handler) {
          handler == kl::LOADER_CRASHES;
 }
 
-bool isSpecial(unsigned int hop) { return hop >= kl::PATH_ALL && hop <= kl::PATH_SELF; }
-
-// Walks the sub-paths of a PATH_MULTI path: a count and so many ids, over and over.
-class SubPaths {
- public:
-  explicit SubPaths(Path path) : SubPaths(path, 1) {}
-  // From so many elements on.
-  SubPaths(Path path, unsigned int from) : rest_(path.part(from, path.size() - from)) {}
-
-  // False at the end and at the first sub-path that is not one; ok() distinguishes them.
-  bool next(Path& path) {
-    if (!ok_ || rest_.empty()) return false;
-    const unsigned int count = rest_[0];
-    ok_ = count > 0 && count <= kMaxPathLength && count < rest_.size() && !isSpecial(rest_[1]);
-    if (!ok_) return false;
-    path = rest_.part(1, count);
-    rest_ = rest_.part(1 + count, rest_.size() - 1 - count);
-    return true;
-  }
-  bool ok() const { return ok_; }
-  // The elements that are left.
-  unsigned int left() const { return rest_.size(); }
-
- private:
-  Path rest_;
-  bool ok_ = true;
-};
-
 bool isWellFormedMulti(Path path) {
   SubPaths walk(path);
   for (Path ignored; walk.next(ignored);) {
@@ -96,7 +69,7 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body) 
 const char* Router::route(Service& sender, std::span<const unsigned char> body, Progress& progress) {
   Envelope e;
   if (const char* fault = readEnvelope(body, e)) return fault;
-  if (!progress.isUnfinished) countFrame(sender, body.size());
+  if (!progress.isUnfinished) noteFrame(sender, e);
   const Path path = e.path();
   if (e.isControl) {
     const bool isForLoader = path.size() == 1 && path[0] == kl::SERVICE_LOADER;
@@ -110,10 +83,12 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body, 
   return nullptr;
 }
 
-void Router::countFrame(Service& sender, std::size_t bytes) const {
+void Router::noteFrame(Service& sender, const Envelope& e) const {
   sender.lastActive = sender.lastSent = now_.seconds;
   ++sender.traffic.messagesOut;
-  sender.traffic.bytesOut += kl::FRAME_PREFIX_BYTES + bytes;
+  sender.traffic.bytesOut += kl::FRAME_PREFIX_BYTES + e.body.size();
+  if (witness_ != nullptr) [[unlikely]]
+    witness_->onFrame(sender, e);
 }
 
 void Router::onServiceGone(Service& gone) {

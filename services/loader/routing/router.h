@@ -10,6 +10,7 @@
 #include "routing/outbox.h"
 #include "routing/service_table.h"
 #include "routing/subscriptions.h"
+#include "routing/witness.h"
 
 namespace loader {
 
@@ -64,6 +65,9 @@ class Router {
   // The time that requests are stamped with, from any beginning.
   void setNow(common::Moment now) { now_ = now; }
 
+  // Who is told of each frame; null: nobody.
+  void setWitness(Witness* witness) { witness_ = witness; }
+
   // How far a frame with many receivers has come, when the turn of its sender was over before it had reached all.
   struct Progress {
     bool isUnfinished = false;
@@ -97,7 +101,7 @@ class Router {
  private:
   void breakOldestTo(Service& callee, const OpenRequest& request);
   void forgetRequestsOf(Service& caller);
-  void countFrame(Service& sender, std::size_t bytes) const;
+  void noteFrame(Service& sender, const Envelope& e) const;
   const char* handleControl(Service& sender, const Envelope& e);
   void deliverToAll(Service& sender, const Envelope& e, Progress& progress);
   void deliverToEach(Service& sender, const Envelope& e, Progress& progress);
@@ -131,6 +135,7 @@ class Router {
   Ends ends_;
   Buffer scratch_;
   common::Moment now_;
+  Witness* witness_ = nullptr;
 };
 
 }  // namespace loader

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "kl/conventions.h"
+#include "services/common/tap.h"
 
 namespace {
 
@@ -33,6 +34,7 @@ TEST_F(CommandsTest, StandardCommandsNeedWhatTheLibrarySays) {
 
 TEST_F(CommandsTest, ToOrderAtTheLoaderIsToControl) {
   EXPECT_EQ(loader::loaderCommands().at(kl::CMD_SETOBJ), kl::RIGHT_CONTROL);
+  EXPECT_EQ(loader::loaderCommands().at(common::tap::CMD_TAP), kl::RIGHT_CONTROL);
   EXPECT_EQ(loader::loaderCommands().at(kl::CMD_GETALL), kl::RIGHT_READ);
 }
 

@@ -8,6 +8,7 @@
 #include "kl/description.h"
 #include "kl/rights.h"
 #include "loader.kl.h"
+#include "services/common/tap.h"
 
 #include "tests/services/loader/fixture.h"
 #include "tests/support/page.h"
@@ -111,6 +112,21 @@ TEST_F(OwnServiceTest, TheConfigurationIsReadAnewForWhoMayControl) {
   EXPECT_EQ(readings, 0);
   m.insert(kl::SYS_POLICY, 64 | 512);
   EXPECT_EQ(ask(m).get(kl::RELOAD_UNCHANGED, 0), 1u);
+}
+
+TEST_F(OwnServiceTest, ATapIsForWhoMayControl) {
+  EXPECT_EQ(errorOf(askFor(common::tap::CMD_TAP)), kl::ERROR_NOTIMP);
+  loader::OpenRequests requests(1);
+  loader::Taps taps(
+      runner_, table_, requests, outbox_, [] { return common::Moment(1); }, [](loader::Witness*) {}, [] {});
+  own_.setTaps(taps);
+  kl::message m = request({}, common::tap::CMD_TAP, 5);
+  m.insert(kl::SYS_POLICY, 64 | 128 | 1024);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_NOTALLOWED);
+  EXPECT_EQ(taps.size(), 0u);
+  m.insert(kl::SYS_POLICY, 64 | 512);
+  EXPECT_EQ(errorOf(ask(m)), kl::ERROR_OK);
+  EXPECT_EQ(taps.size(), 1u);
 }
 
 TEST_F(OwnServiceTest, AReplyGoesToTheAskingHandler) {
