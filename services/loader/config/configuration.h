@@ -8,6 +8,7 @@
 
 #include "config/access_list.h"
 #include "config/commands.h"
+#include "config/process_limits.h"
 #include "quota/limits.h"
 #include "services/common/command_line.h"
 
@@ -39,9 +40,10 @@ struct ServiceConfiguration {
   std::optional<CommandRights> commands;  // what its commands need; none: it decides about each itself
   RestartRule restart = RestartRule::kAfterCrash;
   bool startsAtBoot = true;
-  bool startsOnDemand = false;          // the first message for it starts it
-  unsigned int startSeconds = 60;       // a process that does not register in that time has to end; 0: never
-  unsigned int leaveIdleSeconds = 0;    // after so long without work it is asked to leave; 0: never
+  bool startsOnDemand = false;        // the first message for it starts it
+  unsigned int startSeconds = 60;     // a process that does not register in that time has to end; 0: never
+  unsigned int leaveIdleSeconds = 0;  // after so long without work it is asked to leave; 0: never
+  ProcessLimits limits;
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
 
   // Who it runs as; kUnknownUser when the system does not know the user.

@@ -68,7 +68,8 @@ bool needsRestart(const ServiceConfiguration& former, const ServiceConfiguration
   const bool isOtherUser =
       former.userId() != now.userId() || (now.userId() != ::geteuid() && former.groups != now.groups);
   return isOtherUser || former.command != now.command || former.folder != now.folder ||
-         former.environment != now.environment || former.settings != now.settings;
+         former.environment != now.environment || former.settings != now.settings ||
+         former.limits != now.limits;
 }
 
 Difference differenceOf(const Configuration& former, const Configuration& now) {

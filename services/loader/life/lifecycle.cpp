@@ -506,8 +506,8 @@ void Lifecycle::arm(Child& child) {
   if (!child.endTimer.isRunning()) child.endTimer.start(kEndTicks);
 }
 
-// The whole group, so that what a stuck service has started goes with it; and the process, which may have joined
-// another group.
+// The whole group, so that what a stuck service has started goes with it; and the process, which may not have made its
+// group yet.
 void Lifecycle::kill(const Service& service) {
   log_.line(describe(service) + ": does not end, is killed");
   (void)::kill(-service.pid, SIGKILL);

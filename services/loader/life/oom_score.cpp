@@ -41,4 +41,6 @@ void lowerOomScore() {
 
 void restoreOomScore() { (void)writeScore(std::max(inherited, 0)); }
 
+bool setOomScore(int score) { return writeScore(score); }
+
 }  // namespace loader

@@ -10,4 +10,7 @@ void lowerOomScore();
 // process.  Needs nothing that is unsafe between fork and exec.
 void restoreOomScore();
 
+// Gives it to the calling process.  Only root may give less than the process has.
+bool setOomScore(int score);
+
 }  // namespace loader

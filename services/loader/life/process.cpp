@@ -7,9 +7,12 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -58,6 +61,40 @@ void arrangeDescriptors(const ServiceConfiguration& service, int connection) {
   common::closeFrom(kl::CONNECTION_DESCRIPTOR + 1);  // whatever the loader itself has inherited
 }
 
+// The resources are numbers in one C library, and a type of their own in another.
+bool setLimit(auto resource, rlim_t most) {
+  const rlimit limit{most, most};
+  return ::setrlimit(resource, &limit) == 0;
+}
+
+// The loader's own bound holds as well.
+bool bound(auto resource, std::uint64_t most) {
+  rlimit own{};
+  return ::getrlimit(resource, &own) == 0 &&
+         setLimit(resource, static_cast<rlim_t>(std::min<std::uint64_t>(most, own.rlim_max)));
+}
+
+// Some of it only root may give.
+void arrangeLimits(const ServiceConfiguration& service) {
+  const ProcessLimits& limits = service.limits;
+  if (limits.files && !setLimit(RLIMIT_NOFILE, *limits.files))
+    giveUp(service, "cannot have its number of files");
+  if (limits.nice && ::setpriority(PRIO_PROCESS, 0, *limits.nice) != 0)
+    giveUp(service, "cannot have its nice value");
+  if (limits.oomScore && !setOomScore(*limits.oomScore)) giveUp(service, "cannot have its oom_score");
+  if (limits.umask) ::umask(*limits.umask);
+}
+
+// These bind the process at once, so they come when it is its user's, and last.
+void bindItself(const ServiceConfiguration& service) {
+  const ProcessLimits& limits = service.limits;
+  if (!limits.mayGainPrivileges && ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+    giveUp(service, "cannot give up new privileges");
+  if (limits.tasks && !bound(RLIMIT_NPROC, *limits.tasks)) giveUp(service, "cannot have its number of tasks");
+  if (limits.memory && !bound(RLIMIT_DATA, *limits.memory))
+    giveUp(service, "cannot have its amount of memory");
+}
+
 // A service lives where its loader does.  A variable that the loader may not believe would take it elsewhere.
 void passRootOn() {
   if (::secure_getenv("KL_ROOT") == nullptr) ::unsetenv("KL_ROOT");
@@ -71,17 +108,19 @@ void passRootOn() {
   hideSupervisor();
   for (const auto& [name, value] : service.environment) ::setenv(name.c_str(), value.c_str(), 1);
   passRootOn();
+  bindItself(service);
   ::execvp(arguments[0], arguments.data());
   giveUp(service, arguments[0]);
 }
 
 [[noreturn]] void runChild(const ServiceConfiguration& service, int connection, const Streams& streams,
                            pid_t loader) {
-  ::setpgid(0, 0);
+  (void)::setsid();
   restoreDescriptorLimit();
   restoreOomScore();
   arrangeStreams(service, streams);
   arrangeDescriptors(service, connection);
+  arrangeLimits(service);
   becomeUser(service);
   endWith(loader);
   if (!service.folder.empty() && ::chdir(service.folder.c_str()) != 0)
@@ -97,9 +136,6 @@ pid_t startProcess(const ServiceConfiguration& service, int connection, const St
   const pid_t loader = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) runChild(service, connection, streams, loader);
-  const int error = errno;
-  if (pid > 0) ::setpgid(pid, pid);  // both sides do it, so it holds for either from here on
-  errno = error;
   return pid;
 }
 

@@ -7,7 +7,6 @@
 //     crash           registers and ends with status 3
 //     hide            never registers and never ends
 //     stubborn        serves, and ignores SIGTERM
-//     defector        as stubborn, and leaves its process group
 //     hangup          registers, closes its connection and never ends
 //     environment     serves; its replies carry its working directory and $KL_TEST
 //     fault           serves; CMD_START is a segment fault, CMD_RESET an abort, CMD_CANCEL overflows the stack
@@ -18,7 +17,6 @@
 //     impostor ID     asks for another id than its own, then waits
 
 #include <signal.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <climits>
@@ -106,16 +104,6 @@ void writeJunk() { writeErrors(std::string("\xff\x1b[2J\0\n", 7) + std::string(3
   while (true) ::pause();
 }
 
-// The group of a process made for that; it ends with this one.
-bool joinAnotherGroup() {
-  const pid_t other = ::fork();
-  if (other == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    waitForEver();
-  }
-  return other > 0 && ::setpgid(other, other) == 0 && ::setpgid(0, other) == 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -130,8 +118,7 @@ int main(int argc, char** argv) {
   }
   if (behaviour == "flood") flood(std::stoul(argument));
   if (behaviour == "junk") writeJunk();
-  if (behaviour == "stubborn" || behaviour == "defector") (void)::signal(SIGTERM, SIG_IGN);
-  if (behaviour == "defector" && !joinAnotherGroup()) return 1;
+  if (behaviour == "stubborn") (void)::signal(SIGTERM, SIG_IGN);
   if (behaviour == "late") ::usleep(static_cast<useconds_t>(std::atoi(argument.c_str())) * 1000);
   if (behaviour == "outside" && !loader.connect()) return 1;
   const bool asksForId = behaviour == "impostor" || behaviour == "outside";

@@ -399,16 +399,6 @@ TEST_F(Supervision, AStubbornServiceIsKilledAfterTwoSeconds) {
   EXPECT_TRUE(loader.logs("is killed"));
 }
 
-TEST_F(Supervision, AStubbornServiceIsKilledInWhateverGroupItIs) {
-  LoaderProcess loader(service("rock", 32, "defector"));
-  connect();
-  ASSERT_TRUE(askUntilAnswered({32}));
-  loader.signal(SIGTERM);
-  ASSERT_TRUE(loader.logs("ends because of signal 15"));
-  loader.signal(SIGTERM);
-  EXPECT_EQ(loader.waitForEnd(), 0);
-}
-
 // Only time tells an end at once from one after the two seconds of the first signal.  A loader that waits never ends
 // earlier, and a busy machine does not hold up every attempt.
 TEST_F(Supervision, ASecondSignalDoesNotWait) {

@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 
 #include "services/loader/crashes/death.h"
 #include "services/loader/life/supervisor.h"
 #include "services/loader/transport/descriptors.h"
+#include "tests/support/process/child.h"
 
 namespace {
 
@@ -82,11 +84,14 @@ TEST_F(ProcessTest, AServiceDoesNotSpeakForTheLoader) {
   loader::hideSupervisor();
 }
 
-TEST_F(ProcessTest, StandardInputIsEmptyAndTheGroupIsItsOwn) {
-  start("wc -c >&3; ps -o pgid= -p $$ >&3");
-  const std::string text = output();
-  EXPECT_EQ(text.substr(0, 2), "0\n");
-  EXPECT_EQ(std::stoi(text.substr(2)), pid_);
+TEST_F(ProcessTest, StandardInputIsEmptyAndTheSessionIsItsOwn) {
+  start("wc -c >&3; ps -o pgid= -p $$ >&3; ps -o sid= -p $$ >&3");
+  std::istringstream text(output());
+  int bytes = -1, group = 0, session = 0;
+  text >> bytes >> group >> session;
+  EXPECT_EQ(bytes, 0);
+  EXPECT_EQ(group, pid_);
+  EXPECT_EQ(session, pid_);
   (void)status();
 }
 
@@ -160,6 +165,77 @@ TEST_F(ProcessTest, ItDoesNotOutliveTheLoader) {
 
 TEST_F(ProcessTest, WhatGoesWrongInTheNewProcessIsStatus127) {
   configuration_.folder = "/nowhere";
+  start("true");
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 127");
+}
+
+TEST_F(ProcessTest, WithoutLimitsItHasThoseOfTheLoader) {
+  const std::string script = "ulimit -Hn; ulimit -Hd; umask; nice";
+  start("(" + script + ") >&3");
+  EXPECT_EQ(output(), kl::test::runProgram({"/bin/sh", "-c", script}).out);
+  (void)status();
+}
+
+TEST_F(ProcessTest, MoreMemoryThanItsLimitIsRefused) {
+  const std::string script = "dd if=/dev/zero of=/dev/null bs=32M count=1 2>/dev/null; echo $? >&3";
+  start(script);
+  EXPECT_EQ(output(), "0\n");
+  (void)status();
+  SetUp();
+  configuration_.limits.memory = 16 << 20;
+  start(script);
+  EXPECT_EQ(output(), "1\n");
+  (void)status();
+}
+
+TEST_F(ProcessTest, MoreFilesThanItsLimitAreRefused) {
+  const std::string script =
+      "exec 4</dev/null 5</dev/null; exec cat";  // which opens its libraries
+  configuration_.limits.files = 7;
+  start(script);
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 0");
+  SetUp();
+  configuration_.limits.files = 6;
+  start(script);
+  EXPECT_EQ(loader::describeEnd(status()), "ended with status 127");
+}
+
+// A user of the test's own, who has no other process.  Root is not bound.
+TEST_F(ProcessTest, MoreTasksThanItsLimitAreRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process as another user";
+  configuration_.user = "nobody of this system";
+  configuration_.uid = 54321;
+  configuration_.groups = {54321};
+  configuration_.limits.tasks = 2;
+  start("exec >&3; (echo two; (echo three); true); true");
+  EXPECT_EQ(output(), "two\n");
+  (void)status();
+}
+
+TEST_F(ProcessTest, ItStartsWithItsNiceValueItsScoreAndItsMask) {
+  configuration_.limits.nice = 7;
+  configuration_.limits.oomScore = 321;
+  configuration_.limits.umask = 027;
+  start("nice >&3; cat /proc/$$/oom_score_adj >&3; umask >&3");
+  EXPECT_EQ(output(), "7\n321\n0027\n");
+  (void)status();
+}
+
+TEST_F(ProcessTest, ItGainsNoPrivilegesUnlessItMay) {
+  const std::string script = "grep -c 'NoNewPrivs:.*1' /proc/$$/status >&3";
+  start(script);
+  EXPECT_EQ(output(), "1\n");
+  (void)status();
+  SetUp();
+  configuration_.limits.mayGainPrivileges = true;
+  start(script);
+  EXPECT_EQ(output(),
+            kl::test::runProgram({"/bin/sh", "-c", "grep -c 'NoNewPrivs:.*1' /proc/$$/status"}).out);
+  (void)status();
+}
+
+TEST_F(ProcessTest, ALimitThatCannotBeGivenIsStatus127) {
+  configuration_.limits.files = 1U << 31;  // more than the kernel has
   start("true");
   EXPECT_EQ(loader::describeEnd(status()), "ended with status 127");
 }

@@ -1,0 +1,30 @@
+#pragma once
+// process_limits.h: what the process of a service may take of the machine.
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "services/common/section.h"
+
+namespace loader {
+
+// What is not given is as the loader has it.
+struct ProcessLimits {
+  std::optional<std::uint64_t> memory;  // bytes that it can write and shares with nobody
+  std::optional<unsigned int> files;    // descriptors
+  std::optional<unsigned int> tasks;    // processes and threads of its user, wherever they come from
+  std::optional<int> nice;
+  std::optional<int> oomScore;
+  std::optional<mode_t> umask;
+  bool mayGainPrivileges = false;  // by a program with the set-user-ID bit, or with capabilities
+
+  friend bool operator==(const ProcessLimits&, const ProcessLimits&) = default;
+};
+
+// Reads the keys of a service.  What this process could not give to another one, or what would not bind it, is added to
+// `warnings`: the loader may run with other rights.
+ProcessLimits readProcessLimits(common::Section& section, bool isForRoot, common::Mistakes& warnings);
+
+}  // namespace loader
