@@ -10,8 +10,8 @@
 namespace klctl {
 namespace {
 
-std::vector<kl::message::flat_message> tableAt(const std::vector<unsigned int>& path, const std::string& name,
-                                               const Exchange& exchange) {
+ServiceRows tableAt(const std::vector<unsigned int>& path, const std::string& name,
+                    const Exchange& exchange) {
   kl::message request;
   request.insert(kl::SYS_CMD, kl::CMD_GETALL);
   request.insert(kl::SYS_TO, path);
@@ -37,9 +37,23 @@ const OpenRequest* OpenRequests::oldestOf(unsigned int asker) const {
   return found == requests.end() ? nullptr : &*found;
 }
 
+const OpenRequest* OpenRequests::oldestTo(unsigned int asked) const {
+  const auto found = std::find_if(requests.begin(), requests.end(),
+                                  [asked](const OpenRequest& request) { return request.asked == asked; });
+  return found == requests.end() ? nullptr : &*found;
+}
+
+ServiceRows fetchServices(const Exchange& exchange) {
+  return tableAt({kl::SERVICE_LOADER}, "loader", exchange);
+}
+
 OpenRequests fetchOpenRequests(const Exchange& exchange) {
+  return fetchOpenRequests(fetchServices(exchange), exchange);
+}
+
+OpenRequests fetchOpenRequests(const ServiceRows& services, const Exchange& exchange) {
   OpenRequests open;
-  for (const kl::message row : tableAt({kl::SERVICE_LOADER}, "loader", exchange))
+  for (const kl::message row : services)
     open.services[row.get(kl::STD_ID, kl::BADID)] = {row.get(kl::SVC_NAME, ""),
                                                      static_cast<pid_t>(row.get(kl::SVC_PID, 0))};
   for (const kl::message row : tableAt({kl::SERVICE_LOADER, kl::LOADER_REQUESTS}, "loader/request", exchange))

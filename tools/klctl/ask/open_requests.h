@@ -35,9 +35,17 @@ struct OpenRequests {
   std::string nameOf(unsigned int service) const;
   // Null when it makes none.
   const OpenRequest* oldestOf(unsigned int asker) const;
+  // Null when none waits for it.
+  const OpenRequest* oldestTo(unsigned int asked) const;
 };
 
-// Two tables, one after the other.  Throws Failure.
+using ServiceRows = std::vector<kl::message::flat_message>;
+
+// The loader's table of services.  Throws Failure.
+ServiceRows fetchServices(const Exchange& exchange);
+
+// Two tables, one after the other, or the second one behind a first that is known.  Throws Failure.
 OpenRequests fetchOpenRequests(const Exchange& exchange);
+OpenRequests fetchOpenRequests(const ServiceRows& services, const Exchange& exchange);
 
 }  // namespace klctl

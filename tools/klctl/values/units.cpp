@@ -4,6 +4,7 @@
 #include "values/units.h"
 
 #include <array>
+#include <cstdio>
 
 #include "values/field_id.h"
 
@@ -14,6 +15,10 @@ using Number = unsigned long long;
 
 constexpr Number kMostNumber = ~0ull;
 constexpr char kFraction[] = "1/";
+
+constexpr Number kSecondMs = 1000;
+constexpr Number kMinuteMs = 60 * kSecondMs;
+constexpr Number kHourMs = 60 * kMinuteMs;
 
 enum class Kind { kTime, kMemory };
 
@@ -90,6 +95,18 @@ std::string withUnit(const std::string& number, const std::string& unit) {
   if (unit.empty()) return number;
   if (isFraction(unit)) return number + unit.substr(1);
   return number + (isDigit(unit.front()) ? " x " : " ") + unit;
+}
+
+std::string ageText(unsigned long long milliseconds) {
+  char text[32];
+  if (milliseconds < kSecondMs) (void)std::snprintf(text, sizeof text, "%llu ms", milliseconds);
+  else if (milliseconds < kMinuteMs)
+    (void)std::snprintf(text, sizeof text, "%llu.%llu s", milliseconds / kSecondMs,
+                        milliseconds % kSecondMs / 100);
+  else if (milliseconds < kHourMs)
+    (void)std::snprintf(text, sizeof text, "%llu min", milliseconds / kMinuteMs);
+  else (void)std::snprintf(text, sizeof text, "%llu h", milliseconds / kHourMs);
+  return text;
 }
 
 bool saysUnit(const std::string& name, const std::string& unit) {

@@ -9,6 +9,9 @@ namespace klctl {
 // A number as people read it: "1500 bytes"; of the unit "1/100" "42/100", of "10 ms" "500 x 10 ms".
 std::string withUnit(const std::string& number, const std::string& unit);
 
+// How long something waits: "4.2 s", "35 ms", "3 min".
+std::string ageText(unsigned long long milliseconds);
+
 // True when the name of a field says its unit already: rx_bytes, in bytes.
 bool saysUnit(const std::string& name, const std::string& unit);
 

@@ -14,11 +14,15 @@
 #include "values/field_names.h"
 #include "values/similar.h"
 #include "values/since.h"
+#include "values/units.h"
 
 namespace klctl {
 namespace {
 constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
+constexpr unsigned int kMostTables = 1'000'000'000;
+constexpr unsigned long long kShortestIntervalMs = 100;
+constexpr unsigned long long kLongestIntervalMs = 86'400'000;
 // For the registration, and for each answer: 200 ms all in all.
 constexpr std::chrono::milliseconds kMoment(90);
 constexpr std::chrono::milliseconds kPatienceWithTheStuck(500);
@@ -67,6 +71,7 @@ class Parser {
             kTimeout | kFields);
     addVerb(app_, Verb::kStuck, "stuck", "Name who does not answer, and what it does instead",
             kTimeout | kFields, &Parser::interpretStuck);
+    addTop();
     addCrashes();
     addDump();
     addUndo();
@@ -211,6 +216,22 @@ class Parser {
         ->add_option("SERVICE", words_.path, "A service, by its name or its number")
         ->required()
         ->type_name("");
+  }
+
+  void addTop() {
+    CLI::App* top =
+        addVerb(app_, Verb::kTop, "top", "Show what the services do, again and again", kTimeout | kFields);
+    top->add_option("-n,--count", line_.top.count, "End after so many tables")
+        ->type_name("COUNT")
+        ->check(CLI::Range(1u, kMostTables));
+    top->add_option_function<std::string>(
+           "--interval", [this](const std::string& word) { readInterval(word); },
+           "The time between two tables (default 2s)")
+        ->type_name("TIME");
+    top->add_option_function<std::string>(
+           "--sort", [this](const std::string& word) { readOrder(word); },
+           "What the lines are sorted by (default id)")
+        ->type_name("COLUMN");
   }
 
   void addCrashes() {
@@ -388,6 +409,20 @@ class Parser {
     line_.log.since = parseSince(word, static_cast<unsigned long long>(now.count()));
     if (!line_.log.since)
       throw usage("--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not '" + word + "'");
+  }
+
+  void readInterval(const std::string& word) {
+    const auto interval = parseQuantity(word, "ms", kLongestIntervalMs);
+    if (!interval || *interval < kShortestIntervalMs)
+      throw usage("--interval takes a time from 100ms to 1d, as 2s, not '" + word + "'");
+    line_.top.interval = std::chrono::milliseconds(*interval);
+  }
+
+  void readOrder(const std::string& word) {
+    const auto order = loadOrderOf(word);
+    if (!order)
+      throw usage("--sort takes no '" + word + "'" + didYouMean(word, loadOrderWords()) + " (klctl(1))");
+    line_.top.order = *order;
   }
 
   void readFormat(const std::string& word) {

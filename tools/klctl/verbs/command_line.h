@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ask/path.h"
+#include "output/load_table.h"
 #include "values/message_file.h"
 
 namespace klctl {
@@ -26,6 +27,7 @@ enum class Verb {
   kReload,
   kRequests,
   kStuck,
+  kTop,
   kCrashList,
   kCrashShow,
   kDump,
@@ -64,6 +66,13 @@ struct LogWords {
   }
 };
 
+// What top shows.
+struct TopWords {
+  std::chrono::milliseconds interval{2000};
+  unsigned int count = 0;  // tables; 0: until the user has enough
+  LoadOrder order = LoadOrder::kId;
+};
+
 struct CommandLine {
   Verb verb = Verb::kServices;
   NamedPath path;                       // object included, whether it stood in the path or behind --id
@@ -79,6 +88,7 @@ struct CommandLine {
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
+  TopWords top;
   std::string user;    // whose rights kRightsExplain explains
   std::string sender;  // the service that sends for him; empty: any other process of his
   // Of kComplete, the words behind klctl; the cursor is at the end of the last one.

@@ -63,6 +63,7 @@ class Candidates {
     else if (argument == "TOPIC" || argument == "--topic") addTopics();
     else if (argument == "--level") addLevels();
     else if (argument == "USER") addUsers();
+    else if (argument == "--sort") addOrders();
     else if (argument == "--format") words_ = {{"bare", ""}, {"framed", ""}, {"store", ""}};
     return true;
   }
@@ -76,6 +77,10 @@ class Candidates {
     } catch (const Failure&) {
       return {};
     }
+  }
+
+  void addOrders() {
+    for (const std::string& word : loadOrderWords()) add(word, "");
   }
 
   void addServices() {

@@ -2,17 +2,12 @@
 
 #include "verbs/requests.h"
 
-#include <cstdio>
-
 #include "output/show.h"
+#include "values/units.h"
 #include "verbs/resolve.h"
 
 namespace klctl {
 namespace {
-
-constexpr unsigned long long kSecondMs = 1000;
-constexpr unsigned long long kMinuteMs = 60 * kSecondMs;
-constexpr unsigned long long kHourMs = 60 * kMinuteMs;
 
 const std::vector<std::string> kRequestColumns = {"asker", "asked", "command", "age", "state"};
 
@@ -51,18 +46,6 @@ std::string CommandNames::of(const OpenRequests& open, const OpenRequest& reques
   if (found == dictionaries_.end())
     found = dictionaries_.emplace(service, dictionaryFor(line_, service)).first;
   return commandText(found->second, request.command);
-}
-
-std::string ageText(unsigned long long milliseconds) {
-  char text[32];
-  if (milliseconds < kSecondMs) (void)std::snprintf(text, sizeof text, "%llu ms", milliseconds);
-  else if (milliseconds < kMinuteMs)
-    (void)std::snprintf(text, sizeof text, "%llu.%llu s", milliseconds / kSecondMs,
-                        milliseconds % kSecondMs / 100);
-  else if (milliseconds < kHourMs)
-    (void)std::snprintf(text, sizeof text, "%llu min", milliseconds / kMinuteMs);
-  else (void)std::snprintf(text, sizeof text, "%llu h", milliseconds / kHourMs);
-  return text;
 }
 
 void listRequests(const CommandLine& line, const Channels& channels) {

@@ -26,7 +26,4 @@ class CommandNames {
   std::map<std::string, Dictionary> dictionaries_;  // by service
 };
 
-// "4.2 s", "35 ms", "3 min".
-std::string ageText(unsigned long long milliseconds);
-
 }  // namespace klctl

@@ -13,6 +13,7 @@
 #include "services/common/text.h"
 #include "values/failure.h"
 #include "values/process_state.h"
+#include "values/units.h"
 #include "verbs/requests.h"
 
 namespace klctl {

@@ -21,6 +21,7 @@
 #include "verbs/requests.h"
 #include "verbs/rights.h"
 #include "verbs/store.h"
+#include "verbs/top.h"
 #include "verbs/undo.h"
 #include "verbs/watch.h"
 
@@ -46,6 +47,7 @@ constexpr Row kRows[] = {
     {Verb::kReload, reloadConfiguration},
     {Verb::kRequests, listRequests},
     {Verb::kStuck, showStuck},
+    {Verb::kTop, showTop},
     {Verb::kCrashList, listCrashes},
     {Verb::kCrashShow, showCrash},
     {Verb::kDump, dumpFile},

@@ -57,4 +57,13 @@ TEST(Units, ANameMaySayItsUnit) {
   EXPECT_FALSE(saysUnit("kilobytes", "bytes"));
 }
 
+TEST(Ages, AgesAreShownAsPeopleSayThem) {
+  EXPECT_EQ(ageText(0), "0 ms");
+  EXPECT_EQ(ageText(999), "999 ms");
+  EXPECT_EQ(ageText(1000), "1.0 s");
+  EXPECT_EQ(ageText(59'999), "59.9 s");
+  EXPECT_EQ(ageText(60'000), "1 min");
+  EXPECT_EQ(ageText(3'600'000), "1 h");
+}
+
 }  // namespace klctl
