@@ -139,9 +139,15 @@ Loader::Loader(Configuration configuration, Log& log)
           },
           [this] { writeQueues(); }),
       denials_(configuration_, log),
+      probes_(outbox_),
       deadlocks_(
-          loop_, table_, requests_, outbox_, common::momentNow,
+          loop_, table_, requests_, probes_, common::momentNow,
           [this](const std::string& line) { log_.line(line); }, [this] { writeQueues(); }),
+      watchdog_(
+          loop_, table_, requests_, probes_, common::momentNow,
+          [this](const std::string& line) { log_.line(line); },
+          [this](Service& service, const std::string& why) { lifecycle_.endHung(service, why); },
+          [this] { writeQueues(); }),
       router_(table_, requests_, subscriptions_, outbox_,
               {[this](Service& caller, const kl::message& request) { own_.handle(caller, request); },
                [this](Service& sender, const Envelope& e) { lifecycle_.onControl(sender, e); },
@@ -151,7 +157,7 @@ Loader::Loader(Configuration configuration, Log& log)
                  denials_.report(sender, e, toId, rest, access, common::secondsNow());
                },
                [this] { deadlocks_.onChain(); },
-               [this](const Service& sender, unsigned int id) { deadlocks_.onAnswer(sender, id); }}),
+               [this](Service& sender, unsigned int id) { onProbeAnswer(sender, id); }}),
       registration_(table_, ids_, configuration_),
       leaving_(table_, kept_),
       idleness_(loop_, common::secondsNow, [this](Service& service) { onIdle(service); }),
@@ -213,10 +219,15 @@ Service& Loader::addOwnRow() {
   return own;
 }
 
+void Loader::onProbeAnswer(Service& service, unsigned int requestId) {
+  if (probes_.onAnswer(service, requestId)) deadlocks_.onAnswer(service);
+}
+
 // Neither its orders nor a word to the loader come any more, and it reads no tap.
 void Loader::forgetAwayOne(const Service& service) {
   own_.forgetOrdersOf(service);
   taps_.forget(service);
+  probes_.forget(service);
   deadlocks_.forget(service);
 }
 
@@ -227,6 +238,7 @@ void Loader::addConfigured(const ServiceConfiguration& configured) {
   service.user = configured.user.empty() ? configuration_.users.nameOf(::geteuid()) : configured.user;
   service.rules = rulesFor(configuration_, configured.id);
   lifecycle_.configure(service, configured);
+  watchdog_.watch(configured.id, configured.watchdogSeconds);
 }
 
 void Loader::onConnection(Descriptor socket, common::Peer peer) {

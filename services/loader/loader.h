@@ -25,6 +25,7 @@
 #include "watch/deadlocks.h"
 #include "watch/request_table.h"
 #include "watch/taps.h"
+#include "watch/watchdog.h"
 
 namespace loader {
 
@@ -73,6 +74,7 @@ class Loader final : private LifecycleHost {
   void writeQueues() override;
 
   Service& addOwnRow();
+  void onProbeAnswer(Service& service, unsigned int requestId);
   void forgetAwayOne(const Service& service);
   void onSubscriptionRefused(const Service& subscriber, const Service& provider);
   void addConfigured(const ServiceConfiguration& configured);
@@ -120,7 +122,9 @@ class Loader final : private LifecycleHost {
   OwnService own_;
   Taps taps_;
   Denials denials_;
+  Probes probes_;
   Deadlocks deadlocks_;
+  Watchdog watchdog_;
   Router router_;
   Registration registration_;
   Leaving leaving_;

@@ -123,7 +123,11 @@ void Loader::reconfigure(const ServiceConfiguration& former) {
   if (row == nullptr || !row->isConfigured || row->isDismissed) return;  // it waits for the id
   Service& service = *row;
   const ServiceConfiguration* now = configuration_.find(former.id);
-  if (now == nullptr || !isSuccessor(former, *now)) return lifecycle_.dismiss(service);
+  if (now == nullptr || !isSuccessor(former, *now)) {
+    watchdog_.watch(former.id, 0);
+    return lifecycle_.dismiss(service);
+  }
+  watchdog_.watch(former.id, now->watchdogSeconds);
   const bool isRenamed = service.name != now->name;
   service.name = now->name;
   if (!service.isConnected()) service.user = configuration_.users.nameOf(now->userId());

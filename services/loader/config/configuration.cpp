@@ -78,6 +78,7 @@ void refuseWithoutCommand(Section& section, const ServiceConfiguration& service)
   if (!service.command.empty()) return;
   if (service.startsOnDemand) section.mistake("expected a command: start is \"demand\"");
   if (service.leaveIdleSeconds > 0) section.mistake("expected a command: leave_idle_seconds is not 0");
+  if (service.watchdogSeconds > 0) section.mistake("expected a command: watchdog_seconds is not 0");
   if (service.limits != ProcessLimits())
     section.mistake("expected a command: a process that the loader does not start has no limits of it");
 }
@@ -118,6 +119,7 @@ ServiceConfiguration readService(Section& section, Configuration& whole) {
   readStart(section, service);
   service.startSeconds = section.number("start_seconds", whole.startSeconds, 0, 86400);
   service.leaveIdleSeconds = section.number("leave_idle_seconds", 0u, 0, 86400);
+  service.watchdogSeconds = section.number("watchdog_seconds", 0u, 0, 86400);
   service.limits = readProcessLimits(section, service.userId() == 0, whole.warnings);
   refuseWithoutCommand(section, service);
   if (const toml::node* settings = section.find("settings"))

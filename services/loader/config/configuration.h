@@ -43,6 +43,8 @@ struct ServiceConfiguration {
   bool startsOnDemand = false;        // the first message for it starts it
   unsigned int startSeconds = 60;     // a process that does not register in that time has to end; 0: never
   unsigned int leaveIdleSeconds = 0;  // after so long without work it is asked to leave; 0: never
+  unsigned int watchdogSeconds =
+      0;  // one that could have run and does not answer for so long is ended; 0: none
   ProcessLimits limits;
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
 

@@ -20,7 +20,8 @@ bool isSameForLoader(const ServiceConfiguration& one, const ServiceConfiguration
   return one.name == other.name && one.rights == other.rights && one.speaksFor == other.speaksFor &&
          isSame(one.access, other.access) && one.commands == other.commands && one.restart == other.restart &&
          one.startsAtBoot == other.startsAtBoot && one.startsOnDemand == other.startsOnDemand &&
-         one.startSeconds == other.startSeconds && one.leaveIdleSeconds == other.leaveIdleSeconds;
+         one.startSeconds == other.startSeconds && one.leaveIdleSeconds == other.leaveIdleSeconds &&
+         one.watchdogSeconds == other.watchdogSeconds;
 }
 
 // What a loader that runs goes by until its end.

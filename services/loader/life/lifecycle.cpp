@@ -53,6 +53,13 @@ bool startsAfter(RestartRule rule, bool crashed) {
   return false;
 }
 
+// The whole group, so that what a stuck service has started goes with it; and the process, which may not have made its
+// group yet.
+void killGroupOf(const Service& service) {
+  (void)::kill(-service.pid, SIGKILL);
+  (void)::kill(service.pid, SIGKILL);
+}
+
 kl::message leaveRequest() {
   kl::message m;
   m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
@@ -302,6 +309,13 @@ void Lifecycle::onConnectionClosed(Service& service) {
   apply(service, LifeEvent::kClosed, describe(service) + ": the one that took its place is gone");
 }
 
+void Lifecycle::endHung(Service& service, const std::string& why) {
+  Child* child = find(service);
+  if (child == nullptr || !child->isAlive()) return;
+  child->verdict = why;
+  killGroupOf(service);
+}
+
 void Lifecycle::reap() {
   int status = 0;
   for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;)
@@ -321,6 +335,7 @@ void Lifecycle::onProcessExit(Child& child, int status) {
   if (!isCrash(status)) child.output.pass(std::exchange(caught.report, {}));
   const bool endsAsTold = wasTold && caught.report.empty();
   service.lastEnd = endsAsTold ? "ended as told" : describeEnd(status, caught);
+  if (isCrash(status) && !wasTold && !child.verdict.empty()) service.lastEnd = child.verdict;
   const LifeEvent event = exitEvent(child, isCrash(status) || child.isLate());
   const Transition* transition = findTransition(service.life, event);
   if (transition != nullptr && transition->to == LifeState::kLeft) service.lastEnd = "left";
@@ -480,6 +495,7 @@ std::string Lifecycle::launch(Child& child) {
   const Descriptor its(ends[1]);
   ++service.starts;
   child.program = {};
+  child.verdict.clear();
   const pid_t pid = startProcess(*child.configuration, its.get(), child.output.open());
   if (pid < 0) return cannotStart(service);
   service.pid = pid;
@@ -506,12 +522,9 @@ void Lifecycle::arm(Child& child) {
   if (!child.endTimer.isRunning()) child.endTimer.start(kEndTicks);
 }
 
-// The whole group, so that what a stuck service has started goes with it; and the process, which may not have made its
-// group yet.
 void Lifecycle::kill(const Service& service) {
   log_.line(describe(service) + ": does not end, is killed");
-  (void)::kill(-service.pid, SIGKILL);
-  (void)::kill(service.pid, SIGKILL);
+  killGroupOf(service);
 }
 
 void Lifecycle::release(Service& service) {

@@ -103,6 +103,9 @@ class Lifecycle {
   // The process that the loader started has closed its connection and had not registered.
   void onHungUp(Service& service) { apply(service, LifeEvent::kHungUp); }
 
+  // The service runs and does not answer: its process is killed, which counts as a crash.  `why` is told of its end.
+  void endHung(Service& service, const std::string& why);
+
   // Collects the processes that have ended.
   void reap();
 
@@ -131,6 +134,7 @@ class Lifecycle {
     Service& service;
     const ServiceConfiguration* configuration;
     ServiceOutput output;
+    std::string verdict;  // why the loader has killed its process as it ran; empty: it has not
     ProgramFile program;  // of its process, once that has registered
     unsigned int startTick = 0;
     RestartDelay delay;

@@ -50,7 +50,7 @@ class Router {
     // A request was delivered by somebody who is waited for, to somebody who waits: it may have closed a circle.
     std::function<void()> onChain = {};
     // A service has answered a request that the loader itself has made.
-    std::function<void(const Service& sender, unsigned int requestId)> onOwnAnswer = {};
+    std::function<void(Service& sender, unsigned int requestId)> onOwnAnswer = {};
   };
 
   Router(ServiceTable& table, OpenRequests& requests, Subscriptions& subscriptions, Outbox& outbox,

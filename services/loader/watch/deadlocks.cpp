@@ -7,8 +7,6 @@
 #include <utility>
 
 #include "config/commands.h"
-#include "kl/conventions.h"
-#include "kl/services.h"
 #include "watch/circles.h"
 
 namespace loader {
@@ -23,10 +21,10 @@ common::Moment before(common::Moment now, unsigned int milliseconds) {
 }  // namespace
 
 Deadlocks::Deadlocks(kl::ThinRunner& runner, const ServiceTable& services, const OpenRequests& requests,
-                     Outbox& outbox, Clock clock, Tell tell, WriteQueues writeQueues)
+                     Probes& probes, Clock clock, Tell tell, WriteQueues writeQueues)
     : services_(services),
       requests_(requests),
-      outbox_(outbox),
+      probes_(probes),
       clock_(std::move(clock)),
       tell_(std::move(tell)),
       writeQueues_(std::move(writeQueues)),
@@ -39,16 +37,9 @@ void Deadlocks::onChain() {
   timer_.start(pauseTicks_);
 }
 
-void Deadlocks::onAnswer(const Service& service, unsigned int requestId) {
-  const auto found = open_.find(service.id);
-  if (found == open_.end() || found->second != requestId) return;
+void Deadlocks::onAnswer(const Service& service) {
   forget(service);
   answered_.insert(service.id);
-}
-
-void Deadlocks::forget(const Service& service) {
-  open_.erase(service.id);
-  named_.erase(service.id);
 }
 
 void Deadlocks::onTimer() {
@@ -80,15 +71,7 @@ void Deadlocks::probe(const std::vector<Service*>& members) {
   unreached_.clear();
   for (Service* member : members) {
     circle_.push_back(member->id);
-    if (open_.contains(member->id)) continue;  // D1
-    kl::message question;
-    question.insert(kl::SYS_TO, std::vector<unsigned int>());
-    question.insert(kl::SYS_FROM, {kl::SERVICE_LOADER, kl::LOADER_REQUESTS});
-    question.insert(kl::SYS_CMD, kl::CMD_NOOP);
-    question.insert(kl::SYS_REPLYEXP, true);
-    kl::setRequestID(question, ++lastProbe_);
-    if (outbox_.send(*member, question, Urgency::kOrdinary)) open_[member->id] = lastProbe_;
-    else unreached_.insert(member->id);
+    if (!probes_.ask(*member)) unreached_.insert(member->id);  // D1
   }
   state_ = State::kProbing;
   timer_.start(kAnswerTicks);
@@ -103,7 +86,7 @@ void Deadlocks::judge() {
 }
 
 void Deadlocks::name(const std::vector<unsigned int>& circle) {
-  for (const unsigned int id : circle) (open_.contains(id) ? named_ : answered_).insert(id);
+  for (const unsigned int id : circle) (probes_.isOpen(id) ? named_ : answered_).insert(id);
   if (!takeLine()) {
     ++untold_;
     return;

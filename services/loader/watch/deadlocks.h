@@ -2,17 +2,15 @@
 // deadlocks.h: circles of services that wait for each other and will do so for ever.
 
 #include <functional>
-#include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "routing/open_requests.h"
-#include "routing/outbox.h"
 #include "routing/service_table.h"
 #include "services/common/seconds.h"
 #include "services/common/timer.h"
+#include "watch/probes.h"
 
 namespace loader {
 
@@ -47,14 +45,14 @@ class Deadlocks {
   static constexpr std::size_t kMostNames = 32;     // in a line
 
   Deadlocks(kl::ThinRunner& runner, const ServiceTable& services, const OpenRequests& requests,
-            Outbox& outbox, Clock clock, Tell tell, WriteQueues writeQueues);
+            Probes& probes, Clock clock, Tell tell, WriteQueues writeQueues);
 
   // A request was delivered to somebody who waits himself, by somebody who is waited for.
   void onChain();
-  // The service has answered a request of the loader's own.
-  void onAnswer(const Service& service, unsigned int requestId);
+  // The service has answered its probe.
+  void onAnswer(const Service& service);
   // The service is gone or has left.
-  void forget(const Service& service);
+  void forget(const Service& service) { named_.erase(service.id); }
 
   bool isAtRest() const { return state_ == State::kAtRest; }
   // What is done when the time has come.
@@ -67,7 +65,7 @@ class Deadlocks {
   void lookOn();
   void probe(const std::vector<Service*>& members);
   bool isSilent(unsigned int service) const {
-    return open_.contains(service) || unreached_.contains(service);
+    return probes_.isOpen(service) || unreached_.contains(service);
   }
   void judge();
   void name(const std::vector<unsigned int>& circle);
@@ -77,21 +75,19 @@ class Deadlocks {
 
   const ServiceTable& services_;
   const OpenRequests& requests_;
-  Outbox& outbox_;
+  Probes& probes_;
   Clock clock_;
   Tell tell_;
   WriteQueues writeQueues_;
   common::Timer<&Deadlocks::onTimer> timer_;
   State state_ = State::kAtRest;
-  unsigned int pauseTicks_ = kSettleTicks;     // before the next look
-  std::map<unsigned int, unsigned int> open_;  // the probe that a service has not answered
-  std::set<unsigned int> unreached_;           // whose queue had no room for one
-  std::set<unsigned int> answered_;            // in this look
+  unsigned int pauseTicks_ = kSettleTicks;  // before the next look
+  std::set<unsigned int> unreached_;        // whose queue had no room for a probe
+  std::set<unsigned int> answered_;         // in this look
   std::set<unsigned int> named_;
   bool wantsLook_ = false;            // who has answered may have asked since
   std::vector<unsigned int> circle_;  // that is probed
-  unsigned int lastProbe_ = 0;
-  unsigned int lines_ = kMostLines;  // that may still be written
+  unsigned int lines_ = kMostLines;   // that may still be written
   common::Moment linesSince_;
   unsigned int untold_ = 0;
 };

@@ -10,6 +10,7 @@
 //     hangup          registers, closes its connection and never ends
 //     environment     serves; its replies carry its working directory and $KL_TEST
 //     fault           serves; CMD_START is a segment fault, CMD_RESET an abort, CMD_CANCEL overflows the stack
+//     hang [ID]       serves; CMD_START never comes back, CMD_RESET waits for the answer of service ID to CMD_START
 //     chatter TEXT    writes TEXT as a line to its output and to its errors, then serves
 //     flood BYTES     writes so many bytes to its errors, in lines of 50, then serves
 //     junk            writes to its errors what is no text, a line of 3,000 and an unfinished one, and ends with status 0
@@ -22,16 +23,20 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "kl/backtrace.h"
 #include "kl/conventions.h"
 #include "kl/runner.h"
 #include "kl/services.h"
+#include "tests/support/builders.h"
 #include "tests/support/doubles/raw_peer.h"
 
 namespace {
 
 using kl::test::RawPeer;
+
+using Ids = std::vector<unsigned int>;
 
 constexpr int kForever = INT_MAX;
 
@@ -58,7 +63,16 @@ void addSurroundings(kl::message& m) {
   if (command == kl::CMD_CANCEL) std::exit(dig(0));
 }
 
-int serve(RawPeer& loader, const std::string& behaviour) {
+// With `other` it waits as a service does that asks from a handler: it reads, but answers nobody.
+void hang(RawPeer& loader, unsigned int command, unsigned int other) {
+  if (command == kl::CMD_START)
+    for (volatile unsigned int turns = 0;;) turns = turns + 1;
+  if (command != kl::CMD_RESET || !loader.send(kl::test::request({other}, kl::CMD_START, 1, {7}))) return;
+  while (const auto m = loader.receive(kForever))
+    if (kl::isReply(*m) && m->get(kl::SYS_FROM, {}) != Ids{kl::SERVICE_LOADER}) return;
+}
+
+int serve(RawPeer& loader, const std::string& behaviour, const std::string& argument) {
   kl::message running;
   running.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   running.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
@@ -67,6 +81,7 @@ int serve(RawPeer& loader, const std::string& behaviour) {
     const unsigned int command = asked->get(kl::SYS_CMD, kl::CMD_NOOP);
     if (command == kl::CMD_SHUTDOWN) return static_cast<int>(asked->get_u32(0x08000001, 0));
     if (behaviour == "fault") fail(*asked, command);
+    if (behaviour == "hang") hang(loader, command, static_cast<unsigned int>(std::atoi(argument.c_str())));
     if (kl::isReply(*asked) || !kl::getRequestID(*asked) || command == kl::CMD_POLL)
       continue;  // POLL is never answered
     kl::message answer = kl::test::replyTo(*asked);
@@ -130,5 +145,5 @@ int main(int argc, char** argv) {
     loader.close();
     waitForEver();
   }
-  return serve(loader, behaviour);
+  return serve(loader, behaviour, argument);
 }

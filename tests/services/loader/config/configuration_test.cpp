@@ -261,6 +261,8 @@ TEST(Configuration, WhatTheLoaderDoesNotStartCannotWaitToBeStarted) {
             "test.toml:1: [service]: expected a command: start is \"demand\"");
   EXPECT_EQ(mistakesIn("[[service]]\nname = \"x\"\nid = 3\nleave_idle_seconds = 5\n"),
             "test.toml:1: [service]: expected a command: leave_idle_seconds is not 0");
+  EXPECT_EQ(mistakesIn("[[service]]\nname = \"x\"\nid = 3\nwatchdog_seconds = 5\n"),
+            "test.toml:1: [service]: expected a command: watchdog_seconds is not 0");
 }
 
 TEST(Configuration, SomeIdsCannotBeConfigured) {

@@ -75,9 +75,9 @@ TEST(Difference, WhoItRunsAsRestartsIt) {
 }
 
 TEST(Difference, WhatConcernsTheLoaderAloneRestartsNobody) {
-  for (const char* key :
-       {"restart = \"never\"", "start = false", "start = \"demand\"", "start_seconds = 3",
-        "leave_idle_seconds = 4", "access = { root = \"all\" }", "commands = { CMD_GET = \"none\" }"})
+  for (const char* key : {"restart = \"never\"", "start = false", "start = \"demand\"", "start_seconds = 3",
+                          "leave_idle_seconds = 4", "watchdog_seconds = 3", "access = { root = \"all\" }",
+                          "commands = { CMD_GET = \"none\" }"})
     EXPECT_EQ(between(kNetif, kNetif + key).adjusted, Names{"netif"}) << key;
   EXPECT_EQ(between(kNetif, "[[service]]\nname = \"lan\"\nid = 32\ncommand = [\"/bin/netif\"]\n").adjusted,
             Names{"lan"});

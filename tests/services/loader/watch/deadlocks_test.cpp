@@ -33,10 +33,19 @@ class DeadlocksTest : public testing::Test {
     return probe.get(kl::SYS_REQID, 0);
   }
 
+  void answer(Service& service, unsigned int probe) {
+    if (probes_.onAnswer(service, probe)) deadlocks_.onAnswer(service);
+  }
+  void forget(const Service& service) {
+    probes_.forget(service);
+    deadlocks_.forget(service);
+  }
+
   kl::ThinRunner runner_;
   loader::ServiceTable services_;
   loader::OpenRequests requests_{1};
   loader::Outbox outbox_{1 << 20};
+  loader::Probes probes_{outbox_};
   common::Moment now_{100};
   std::vector<std::string> told_;
   int written_ = 0;
@@ -44,7 +53,7 @@ class DeadlocksTest : public testing::Test {
   Deadlocks deadlocks_{runner_,
                        services_,
                        requests_,
-                       outbox_,
+                       probes_,
                        [this] { return now_; },
                        [this](const std::string& line) { told_.push_back(line); },
                        [this] { ++written_; }};
@@ -82,7 +91,7 @@ TEST_F(DeadlocksTest, ACircleInWhichNobodyAnswersIsNamedWithAllItsMembers) {
 TEST_F(DeadlocksTest, OneAnswerSuffices) {
   closeCircle();
   deadlocks_.onTimer();
-  deadlocks_.onAnswer(b_, probeOf(b_));
+  answer(b_, probeOf(b_));
   deadlocks_.onTimer();
   EXPECT_TRUE(told_.empty());
   EXPECT_TRUE(deadlocks_.isAtRest());
@@ -91,7 +100,7 @@ TEST_F(DeadlocksTest, OneAnswerSuffices) {
 TEST_F(DeadlocksTest, WhoHasAnsweredAndThenWaitsIsLookedAtOnceMore) {
   closeCircle();
   deadlocks_.onTimer();
-  deadlocks_.onAnswer(b_, probeOf(b_));
+  answer(b_, probeOf(b_));
   wait(b_, a_);
   deadlocks_.onTimer();
   EXPECT_FALSE(deadlocks_.isAtRest());
@@ -105,8 +114,8 @@ TEST_F(DeadlocksTest, WhoHasAnsweredAndThenWaitsIsLookedAtOnceMore) {
 TEST_F(DeadlocksTest, AnotherNumberIsNoAnswer) {
   closeCircle();
   deadlocks_.onTimer();
-  deadlocks_.onAnswer(b_, probeOf(b_) + 1);
-  deadlocks_.onAnswer(a_, probeOf(b_));
+  answer(b_, probeOf(b_) + 1);
+  answer(a_, probeOf(b_));
   deadlocks_.onTimer();
   EXPECT_EQ(told_.size(), 1u);
 }
@@ -127,7 +136,7 @@ TEST_F(DeadlocksTest, WhoHasNotAnsweredAProbeGetsNoSecondOne) {
   closeCircle();
   deadlocks_.onTimer();
   const unsigned int ofB = probeOf(b_);
-  deadlocks_.onAnswer(a_, probeOf(a_));  // no deadlock, and b still has its probe
+  answer(a_, probeOf(a_));  // no deadlock, and b still has its probe
   deadlocks_.onTimer();
   requests_.forgetOldestFrom(a_);
   wait(b_, c);
@@ -147,8 +156,8 @@ TEST_F(DeadlocksTest, ACircleThatComesAgainIsNamedAgain) {
   const unsigned int ofA = probeOf(a_);
   const unsigned int ofB = probeOf(b_);
   deadlocks_.onTimer();
-  deadlocks_.onAnswer(a_, ofA);  // something has ended it
-  deadlocks_.onAnswer(b_, ofB);
+  answer(a_, ofA);  // something has ended it
+  answer(b_, ofB);
   wait(a_, b_);
   now_.seconds += 1;
   deadlocks_.onTimer();
@@ -163,7 +172,7 @@ TEST_F(DeadlocksTest, BehindWhoAnswersAnotherCircleMayStand) {
   wait(c, b_);
   now_.seconds += 1;
   deadlocks_.onTimer();
-  deadlocks_.onAnswer(a_, probeOf(a_));
+  answer(a_, probeOf(a_));
   deadlocks_.onTimer();
   EXPECT_NE(probeOf(c), 0u);
   deadlocks_.onTimer();
@@ -188,7 +197,7 @@ TEST_F(DeadlocksTest, AMemberThatIsGoneIsNoMember) {
   requests_.forgetOldestFrom(a_);
   requests_.forgetOldestFrom(b_);
   a_.connection = nullptr;
-  deadlocks_.forget(a_);
+  forget(a_);
   deadlocks_.onTimer();
   EXPECT_TRUE(told_.empty());
 }
