@@ -15,6 +15,7 @@
 #include "values/similar.h"
 #include "values/since.h"
 #include "values/units.h"
+#include "verbs/trace.h"
 
 namespace klctl {
 namespace {
@@ -72,6 +73,7 @@ class Parser {
     addVerb(app_, Verb::kStuck, "stuck", "Name who does not answer, and what it does instead",
             kTimeout | kFields, &Parser::interpretStuck);
     addTop();
+    addTrace();
     addCrashes();
     addDump();
     addUndo();
@@ -232,6 +234,21 @@ class Parser {
            "--sort", [this](const std::string& word) { readOrder(word); },
            "What the lines are sorted by (default id)")
         ->type_name("COLUMN");
+  }
+
+  void addTrace() {
+    CLI::App* trace = addVerb(app_, Verb::kTrace, "trace", "Show the messages that pass", kTimeout | kFields);
+    trace->add_option("SERVICE", line_.trace.service, "Only those from or to this service")->type_name("");
+    trace->add_option("PEER", line_.trace.peer, "Only those between it and this one")->type_name("");
+    trace->add_option("--command", line_.trace.command, "Only those with this command, and replies to them")
+        ->type_name("CMD");
+    trace->add_flag("--errors", line_.trace.errorsOnly, "Only errors");
+    trace
+        ->add_option_function<std::string>(
+            "--slow", [this](const std::string& word) { line_.trace.slowMs = millisecondsOf(word); },
+            "Only replies that took as long: 10ms, 2s")
+        ->type_name("TIME");
+    trace->add_option("-n,--count", line_.trace.count, "End after so many messages")->type_name("COUNT");
   }
 
   void addCrashes() {

@@ -28,6 +28,7 @@ enum class Verb {
   kRequests,
   kStuck,
   kTop,
+  kTrace,
   kCrashList,
   kCrashShow,
   kDump,
@@ -73,6 +74,16 @@ struct TopWords {
   LoadOrder order = LoadOrder::kId;
 };
 
+// Which messages kTrace shows.
+struct TraceWords {
+  std::string service;  // one end; empty: any
+  std::string peer;     // the other end
+  std::string command;
+  bool errorsOnly = false;
+  unsigned int slowMs = 0;       // replies that took as long; 0: everything
+  unsigned long long count = 0;  // after which it ends; 0: never
+};
+
 struct CommandLine {
   Verb verb = Verb::kServices;
   NamedPath path;                       // object included, whether it stood in the path or behind --id
@@ -89,6 +100,7 @@ struct CommandLine {
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
   TopWords top;
+  TraceWords trace;
   std::string user;    // whose rights kRightsExplain explains
   std::string sender;  // the service that sends for him; empty: any other process of his
   // Of kComplete, the words behind klctl; the cursor is at the end of the last one.

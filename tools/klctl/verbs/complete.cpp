@@ -56,10 +56,12 @@ class Candidates {
   bool addArgument() {
     const std::string& argument = place_.argument;
     if (argument == "FILE" || argument == "--fields" || place_.verb.starts_with("store ")) return false;
-    if (argument == "SERVICE" || argument == "--sender" || argument == "--service") addServices();
+    if (argument == "SERVICE" || argument == "PEER" || argument == "--sender" || argument == "--service")
+      addServices();
     else if (argument == "PATH") addPaths();
     else if (argument == "words") addRest();
     else if (argument == "CMD") addCommands(place_.arguments.back());
+    else if (argument == "--command") addCommands(place_.arguments.empty() ? "" : place_.arguments.front());
     else if (argument == "TOPIC" || argument == "--topic") addTopics();
     else if (argument == "--level") addLevels();
     else if (argument == "USER") addUsers();

@@ -22,6 +22,7 @@
 #include "verbs/rights.h"
 #include "verbs/store.h"
 #include "verbs/top.h"
+#include "verbs/trace.h"
 #include "verbs/undo.h"
 #include "verbs/watch.h"
 
@@ -48,6 +49,7 @@ constexpr Row kRows[] = {
     {Verb::kRequests, listRequests},
     {Verb::kStuck, showStuck},
     {Verb::kTop, showTop},
+    {Verb::kTrace, traceMessages},
     {Verb::kCrashList, listCrashes},
     {Verb::kCrashShow, showCrash},
     {Verb::kDump, dumpFile},

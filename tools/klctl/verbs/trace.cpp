@@ -1,0 +1,242 @@
+// The courier asks the loader for a tap and emits what it shows; names are those that services have at the beginning.
+
+#include "verbs/trace.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+
+#include "ask/events.h"
+#include "ask/session.h"
+#include "output/show.h"
+#include "services/common/tap.h"
+#include "services/common/text.h"
+#include "values/failure.h"
+#include "values/similar.h"
+#include "verbs/resolve.h"
+
+namespace klctl {
+namespace {
+
+namespace tap = common::tap;
+
+constexpr unsigned int kOwnNumber = 1;
+constexpr std::size_t kEndsWidth = 28;
+
+// Asks for the tap and emits what it shows.
+class TapFollower : public kl::Handler {
+ public:
+  explicit TapFollower(const Emit& emit) : emit_(emit) {}
+
+  // Needs: to be one of the Looper's handlers.
+  void begin(kl::message request, int timeoutTicks) {
+    const kl::message reply = exchangeCmd(request, tap::CMD_TAP, timeoutTicks);
+    emit_(toMessage(kl::isError(reply) ? EventKind::kLost : EventKind::kComplete, reply));
+  }
+
+ private:
+  // What comes was asked for.
+  bool checkPolicy(const kl::message&) override { return true; }
+
+  void handleCmd(const kl::message& m, unsigned int command) override {
+    if (command != tap::CMD_TAP) return Handler::handleCmd(m, command);
+    for (const kl::message object : m.get(kl::STD_OBJS, {})) emit_(toMessage(EventKind::kObject, object));
+  }
+
+  const Emit& emit_;
+};
+
+Job traceJob(const kl::message& request, int timeoutTicks) {
+  return [=](JobLooper& looper, const Emit& emit) {
+    TapFollower follower(emit);
+    looper.addHandler(kOwnNumber, &follower);
+    follower.begin(request, timeoutTicks);
+    looper.run();
+  };
+}
+
+std::string timeText(unsigned long long microseconds) {
+  const auto seconds = static_cast<std::time_t>(microseconds / 1'000'000);
+  std::tm parts{};
+  (void)::localtime_r(&seconds, &parts);
+  char text[32];
+  (void)std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03u", parts.tm_hour, parts.tm_min, parts.tm_sec,
+                      static_cast<unsigned int>(microseconds / 1000 % 1000));
+  return text;
+}
+
+std::string errorText(unsigned int code) { return kl::getError(kl::errorMsg(code, "")); }
+
+// Those of the description of a service, by name.
+void addCommands(const CommandLine& line, const std::string& service,
+                 std::map<std::string, unsigned int>& all) {
+  if (service.empty()) return;
+  const auto description = dictionaryFor(line, service).description;
+  if (!description) return;
+  for (const auto& object : description->objects)
+    for (const auto& command : object.commands) all.emplace(command.name, command.code);
+}
+
+unsigned int commandFor(const CommandLine& line) {
+  if (const auto known = parseCommand(line.trace.command)) return *known;
+  std::map<std::string, unsigned int> described;
+  addCommands(line, line.trace.service, described);
+  addCommands(line, line.trace.peer, described);
+  const auto found = described.find(line.trace.command);
+  if (found != described.end()) return found->second;
+  std::vector<std::string> names;
+  for (const auto& [name, code] : described) names.push_back(name);
+  throw usage("there is no command '" + line.trace.command + "'" + didYouMean(line.trace.command, names));
+}
+
+kl::message requestFor(const CommandLine& line, const Exchange& exchange) {
+  kl::message m;
+  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  if (!line.trace.command.empty()) m.insert(tap::COMMAND, commandFor(line));
+  if (!line.trace.service.empty()) m.insert(tap::SERVICES, {resolveId(line.trace.service, exchange)});
+  if (!line.trace.peer.empty()) m.insert(tap::PEER, resolveId(line.trace.peer, exchange));
+  if (line.trace.errorsOnly) m.insert(tap::ERRORS, true);
+  if (line.trace.slowMs != 0) m.insert(tap::SLOW, line.trace.slowMs);
+  return m;
+}
+
+std::string wishText(const CommandLine& line) {
+  const TraceWords& words = line.trace;
+  std::string text = words.errorsOnly ? "errors" : words.slowMs != 0 ? "replies" : "messages";
+  if (words.service.empty()) text += " of all services";
+  else if (words.peer.empty()) text += " of " + words.service;
+  else text += " between " + words.service + " and " + words.peer;
+  if (!words.command.empty()) text += ", command " + words.command;
+  if (words.slowMs != 0) text += ", " + std::to_string(words.slowMs) + " ms and slower";
+  return text;
+}
+
+std::string countText(const TraceReport& report) {
+  return std::to_string(report.messages()) + " messages, " + std::to_string(report.lost()) + " lost";
+}
+
+std::string exactAge(unsigned long long microseconds) {
+  if (microseconds >= 1'000'000) return ageText(microseconds / 1000);
+  char text[32];
+  (void)std::snprintf(text, sizeof text, "%llu.%llu ms", microseconds / 1000, microseconds % 1000 / 100);
+  return text;
+}
+
+}  // namespace
+
+unsigned int millisecondsOf(const std::string& word) {
+  double value = 0;
+  const char* const end = word.data() + word.size();
+  const auto [rest, fault] = std::from_chars(word.data(), end, value);
+  const std::string unit(rest, end);
+  const double factor = unit == "ms" ? 1 : unit == "s" || unit.empty() ? 1000 : 0;
+  const double milliseconds = value * factor;
+  if (fault != std::errc() || factor == 0 || !(milliseconds >= 1 && milliseconds <= 1e9))
+    throw usage("--slow: '" + word + "' is no duration of at least 1 ms; as 10ms or 2s");
+  return static_cast<unsigned int>(milliseconds);
+}
+
+std::string TraceReport::lineOf(const kl::message& shown) {
+  if (shown.has(tap::LOST)) return lostText(shown.get(tap::LOST, 0));
+  ++messages_;
+  Json row = rowOf(shown);
+  addAge(row, shown);
+  if (line_.json) return jsonLine(row);
+  std::string ends = row["from"].get<std::string>() + " -> " + receiversOf(shown);
+  ends.resize(std::max(ends.size(), kEndsWidth), ' ');
+  std::string text = timeText(shown.get(tap::AT, 0)) + "  " + ends + "  ";
+  if (shown.get(tap::ANSWER, false)) text += "reply ";
+  text += commandOf(shown);
+  if (shown.has(tap::ERROR)) text += "  error: " + errorText(shown.get(tap::ERROR, 0));
+  else text += ", " + std::to_string(shown.get(tap::LENGTH, 0)) + " bytes";
+  if (shown.get(tap::BY_LOADER, false)) text += " (by the loader)";
+  if (row.contains("age_us")) text += "  " + exactAge(row["age_us"].get<unsigned long long>());
+  else if (row.contains("age_ms")) text += "  " + ageText(row["age_ms"].get<unsigned long long>());
+  if (shown.has(tap::NUMBER)) text += "  #" + std::to_string(shown.get(tap::NUMBER, 0));
+  return common::printable(text) + "\n";
+}
+
+std::string TraceReport::lostText(unsigned long long count) {
+  lost_ += count;
+  if (line_.json) return jsonLine(Json{{"lost", count}});
+  return std::to_string(count) + " messages came too fast and are left out\n";
+}
+
+Json TraceReport::rowOf(const kl::message& shown) {
+  const std::vector<unsigned int> receivers = shown.get(tap::RECEIVERS, {});
+  Json row{{"time_us", shown.get(tap::AT, 0)},
+           {"from", nameOf(shown.get(tap::SENDER, 0))},
+           {"from_id", shown.get(tap::SENDER, 0)},
+           {"to", receiversOf(shown)},
+           {"to_ids", receivers},
+           {"reply", shown.get(tap::ANSWER, false)},
+           {"by_loader", shown.get(tap::BY_LOADER, false)},
+           {"bytes", shown.get(tap::LENGTH, 0)}};
+  if (shown.has(tap::COMMAND)) row["command"] = commandOf(shown);
+  if (shown.has(tap::COMMAND)) row["command_code"] = shown.get(tap::COMMAND, 0);
+  if (shown.has(tap::CONTROL)) row["control"] = shown.get(tap::CONTROL, 0);
+  if (shown.has(tap::NUMBER)) row["number"] = shown.get(tap::NUMBER, 0);
+  if (shown.has(tap::ERROR)) row["error"] = errorText(shown.get(tap::ERROR, 0));
+  if (shown.has(tap::ERROR)) row["error_code"] = shown.get(tap::ERROR, 0);
+  if (shown.has(tap::AGE)) row["age_ms"] = shown.get(tap::AGE, 0);
+  return row;
+}
+
+// The loader's clock for ages goes in steps; that of the messages does not.
+void TraceReport::addAge(Json& row, const kl::message& shown) {
+  const std::vector<unsigned int> receivers = shown.get(tap::RECEIVERS, {});
+  if (!shown.has(tap::NUMBER) || receivers.size() != 1) return;
+  const unsigned int from = shown.get(tap::SENDER, 0);
+  const unsigned int number = shown.get(tap::NUMBER, 0);
+  const unsigned long long at = shown.get(tap::AT, 0);
+  if (!shown.get(tap::ANSWER, false)) {
+    if (seenAt_.size() >= kMostRemembered) seenAt_.clear();
+    seenAt_[{from, receivers.front(), number}] = at;
+    return;
+  }
+  const auto request = seenAt_.find({receivers.front(), from, number});
+  if (request == seenAt_.end()) return;
+  if (at >= request->second) row["age_us"] = at - request->second;
+  seenAt_.erase(request);
+}
+
+// By the description of the service that executes it.
+std::string TraceReport::commandOf(const kl::message& shown) {
+  if (shown.has(tap::CONTROL)) return "control " + std::to_string(shown.get(tap::CONTROL, 0));
+  if (!shown.has(tap::COMMAND)) return shown.has(tap::ERROR) ? "notice" : "message";
+  const std::vector<unsigned int> receivers = shown.get(tap::RECEIVERS, {});
+  OpenRequest request;
+  request.command = shown.get(tap::COMMAND, 0);
+  if (shown.get(tap::ANSWER, false) || receivers.empty()) request.asked = shown.get(tap::SENDER, 0);
+  else request.asked = receivers.front();
+  return names_.of(services_, request);
+}
+
+std::string TraceReport::receiversOf(const kl::message& shown) const {
+  const std::vector<unsigned int> receivers = shown.get(tap::RECEIVERS, {});
+  if (receivers.size() != 1)
+    return std::to_string(shown.get(tap::RECEIVER_COUNT, static_cast<unsigned int>(receivers.size()))) +
+           " services";
+  return receivers.front() == kl::PATH_ALL ? "all" : nameOf(receivers.front());
+}
+
+std::string TraceReport::nameOf(unsigned int service) const { return services_.nameOf(service); }
+
+void traceMessages(const CommandLine& line, const Channels& channels) {
+  const kl::message request = requestFor(line, channels.exchange);
+  TraceReport report(line, fetchOpenRequests(channels.exchange));
+  channels.disconnect();
+  const Interrupt interrupt;
+  StreamSession stream(line.timeout, traceJob(request, ticksOf(line.timeout)));
+  const auto isEnough = [&] { return line.trace.count != 0 && report.messages() >= line.trace.count; };
+  for (kl::message m; !isEnough() && stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) {
+    const Event event = eventOf(m);
+    if (event.kind == EventKind::kLost) throw refused("loader", kl::message(event.content), tap::CMD_TAP);
+    if (event.kind == EventKind::kComplete) channels.remark(wishText(line));
+    else channels.print(report.lineOf(kl::message(event.content)));
+  }
+  channels.remark(countText(report));
+}
+
+}  // namespace klctl
