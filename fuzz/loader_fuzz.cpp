@@ -21,7 +21,6 @@
 #include "fuzz/input.h"
 #include "own/own_service.h"
 #include "routing/router.h"
-#include "tests/services/loader/silent_connection.h"
 #include "transport/frame_reader.h"
 
 namespace {
@@ -209,7 +208,7 @@ class System {
     require((service == nullptr) != refusal.empty(), "a refusal says why");
     if (service == nullptr) return;
     require(!service->isConnected() && loader::isConfigurable(service->id), "an id that nobody has");
-    service->connection = &loader::test::SilentConnection::get();
+    service->connect();
     service->bornAt = 1;
     service->isHeldFor = false;
     if (service->account == nullptr) service->chargeTo(account);
@@ -230,7 +229,7 @@ class System {
     });
     std::erase(services_, &service);
     connections_.erase(&service);
-    service.connection = nullptr;
+    service.disconnect();
     own_.forgetOrdersOf(service);
     router_.onServiceGone(service);
     require(service.requests.madeCount == 0 && service.requests.servingCount == 0, "no open requests");

@@ -38,9 +38,6 @@ bool isHello(const loader::Envelope& e) {
   return e.isControl && e.control == CTRL_HELLO && e.path().size() == 1 && e.path()[0] == SERVICE_LOADER;
 }
 
-// A row counts as connected while this is not null.  Nobody in the router looks behind it.
-loader::Connection* connectionOf(loader::Service& row) { return reinterpret_cast<loader::Connection*>(&row); }
-
 message controlOf(unsigned int code) {
   message m;
   m.insert(SYS_TO, {SERVICE_LOADER});
@@ -135,7 +132,7 @@ void Bus::registerService(std::span<const unsigned char> body) {
     service_ = &addRow(id, "service");
     service_->isConfigured = !isPicked;
   }
-  service_->connection = connectionOf(*service_);
+  service_->connect();
   service_->leaveValue = 0;
   service_->wantsToLeave = false;
   service_->state = SVC_STATE_REGISTERED;
@@ -220,7 +217,7 @@ TestBus::Leave Bus::askToLeave() {
 // Its process would end now: it has left, or nothing is to be heard of it any more.
 void Bus::onServiceEnd() {
   if (service_ == nullptr || !service_->isConnected()) return;
-  service_->connection = nullptr;
+  service_->disconnect();
   if (asked_ == Asked::kAsked) return onServiceLeft();
   service_->isHeldFor = false;
   service_->state = SVC_STATE_STOPPED;
@@ -274,7 +271,7 @@ loader::Service& Bus::join(Member& member, unsigned int id) {
   router_.announceEnds();
   loader::Service& row = addRow(id, textOf("peer ", id));
   row.isConfigured = id < kFirstPicked;
-  row.connection = connectionOf(row);
+  row.connect();
   row.state = SVC_STATE_RUNNING;
   row.bornAt = ++births_;
   members_[id] = &member;
@@ -283,7 +280,7 @@ loader::Service& Bus::join(Member& member, unsigned int id) {
 
 void Bus::part(loader::Service& row) {
   members_.erase(row.id);
-  row.connection = nullptr;
+  row.disconnect();
   router_.onServiceGone(row);
   table_.remove(row.id);
 }

@@ -55,7 +55,7 @@ class Loader::Client final : private ConnectionHost {
     if (registered.account == nullptr) registered.chargeTo(account());
     chargeTo(*registered.account);
     service = &registered;
-    registered.connection = &connection;
+    registered.connect(&connection);
     connection.attach(registered.out);
   }
 
@@ -64,7 +64,7 @@ class Loader::Client final : private ConnectionHost {
     leavePending();
     connection.close();
     charge_.bind(nullptr, Resource::kConnections);
-    if (service != nullptr) service->connection = nullptr;
+    if (service != nullptr) service->disconnect();
     return std::exchange(service, nullptr);
   }
 
@@ -373,7 +373,7 @@ void Loader::onAllEnded() {
 
 void Loader::writeQueues() {
   outbox_.eachDirty([](Service& service) {
-    if (service.isConnected()) service.connection->onOutput();
+    if (service.connection != nullptr) service.connection->onOutput();
   });
 }
 

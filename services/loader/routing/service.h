@@ -73,7 +73,7 @@ struct Service {
   unsigned long long bornAt = 0;  // the moment at which it came; a leave does not end it.  0: it is gone
 
   Account* account = nullptr;        // what it takes is taken from there; null: nobody counts
-  Connection* connection = nullptr;  // from its registration until it closes
+  Connection* connection = nullptr;  // what it is connected by; null where somebody else empties `out`
   Buffer out;
   HeldQueue held;
   Shares shares;         // in both
@@ -91,8 +91,21 @@ struct Service {
     shares.chargeTo(account);
   }
 
-  bool isConnected() const { return connection != nullptr; }
+  // From its registration until its connection closes.
+  void connect(Connection* by = nullptr) {
+    isConnected_ = true;
+    connection = by;
+  }
+  void disconnect() {
+    isConnected_ = false;
+    connection = nullptr;
+  }
+  bool isConnected() const { return isConnected_; }
+
   std::size_t waiting() const { return out.size() + held.size(); }
+
+ private:
+  bool isConnected_ = false;
 };
 
 }  // namespace loader

@@ -8,7 +8,6 @@
 #include "kl/message.h"
 #include "services/loader/routing/outbox.h"
 #include "services/loader/routing/service_table.h"
-#include "tests/services/loader/silent_connection.h"
 #include "tests/support/builders.h"
 
 namespace loader::test {
@@ -23,7 +22,7 @@ using kl::test::request;
 inline Service& connected(ServiceTable& table, unsigned int id) {
   Service& service = table.add(id);
   service.name = "s" + std::to_string(id);
-  service.connection = &SilentConnection::get();
+  service.connect();
   service.state = kl::SVC_STATE_RUNNING;
   service.bornAt = 1;
   service.rights.isTrusted = true;

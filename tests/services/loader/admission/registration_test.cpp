@@ -35,12 +35,10 @@ class RegistrationTest : public testing::Test {
     loader::Envelope e;
     EXPECT_EQ(readEnvelope(body_, e), nullptr);
     Service* service = registration_.admit(who, e, refusal_);
-    if (service != nullptr) connect(*service);
+    if (service != nullptr) service->connect();
     return service;
   }
   Service* admit(const Applicant& who, unsigned int id) { return admit(who, hello(id)); }
-
-  static void connect(Service& service) { service.connection = &SilentConnection::get(); }
 
   // What a service that was admitted may do at a destination without a list of its own.
   static Rights grantOf(const Service* service) {
@@ -93,7 +91,7 @@ TEST_F(RegistrationTest, ANewProcessHasYetToSayThatItMayLeave) {
   ASSERT_NE(service, nullptr);
   service->leaveValue = 5;
   service->wantsToLeave = true;
-  service->connection = nullptr;
+  service->disconnect();
   service->pid = 0;
   ASSERT_EQ(admit(me_, 500u), service);
   EXPECT_EQ(service->leaveValue, 0u);
@@ -138,7 +136,7 @@ TEST_F(RegistrationTest, AnIdThatNobodyIsConfiguredForIsForRootAndTheLoadersOwnU
     EXPECT_EQ(refusal_, "asks for the id " + std::to_string(id) + ", which nobody is configured for");
     Service* service = admit(me_, id);
     ASSERT_NE(service, nullptr) << id;
-    service->connection = nullptr;  // it has ended, and its row waits to be removed
+    service->disconnect();  // it has ended, and its row waits to be removed
     EXPECT_EQ(admit(stranger_, id), nullptr) << id;
     EXPECT_NE(admit({{::getpid(), 0}, nullptr}, id), nullptr) << id;
   }

@@ -47,12 +47,12 @@ class LifecycleRules : public testing::Test {
   // A process has registered as this service.
   void registers(Service& service) {
     service.pid = 4711;
-    service.connection = &SilentConnection::get();
+    service.connect();
     lifecycle_.onRegistered(service);
     (void)takeMessages(service.out);
   }
   void closes(Service& service) {
-    service.connection = nullptr;
+    service.disconnect();
     lifecycle_.onConnectionClosed(service);
   }
 

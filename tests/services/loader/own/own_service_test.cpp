@@ -16,7 +16,6 @@
 namespace {
 
 using namespace loader::test;
-using loader::Connection;
 using loader::Outbox;
 using loader::OwnService;
 using loader::Service;
@@ -246,7 +245,7 @@ TEST_F(OwnServiceTest, TheLoadersRowHasTheSums) {
 
 TEST_F(OwnServiceTest, TheNextProcessGetsNoReplyToAnOrderThatEndedItsCaller) {
   onOrder_ = [this] {  // a restart: messages are held for the process that comes
-    a_.connection = nullptr;
+    a_.disconnect();
     a_.isHeldFor = true;
   };
   kl::message m = request({}, kl::CMD_SETOBJ, 5);
@@ -459,11 +458,11 @@ TEST_F(OwnServiceTest, WhoUnsubscribesOrEndsHearsNothing) {
 
 TEST_F(OwnServiceTest, WhoIsAwayHearsNothingAndHearsAgainWhenItIsBack) {
   subscribe();
-  Connection* const connection = std::exchange(a_.connection, nullptr);
+  a_.disconnect();
   table_.setState(connected(table_, 40), kl::SVC_STATE_RUNNING);
   own_.sendChanges();
   EXPECT_EQ(a_.waiting(), 0u);
-  a_.connection = connection;
+  a_.connect();
   table_.setState(*table_.find(40), kl::SVC_STATE_STOPPED);
   own_.sendChanges();
   EXPECT_EQ(takeMessages(a_).size(), 1u);

@@ -163,7 +163,7 @@ TEST_F(RightsExplainerTest, AServiceHasTheRightsOfItsOwnKey) {
 
 TEST_F(RightsExplainerTest, AServiceThatDoesNotRunHasTheRightsThatItWillHave) {
   Service& shop = *table_.find(501);
-  shop.connection = nullptr;
+  shop.disconnect();
   shop.uid = 0;
   kl::message m = question("bin", {24});
   m.insert(kl::RIGHTS_SENDER, 501);

@@ -16,7 +16,7 @@ class EndsTest : public testing::Test {
  protected:
   // As the lifecycle does it with a service that nobody configured.
   void ends(Service& service) {
-    service.connection = nullptr;
+    service.disconnect();
     ends_.add(service);
     if (!service.isConfigured) table_.remove(service.id);
   }
@@ -102,7 +102,7 @@ TEST_F(EndsTest, WhoIsNotThereHearsOfItBehindAHeldMessageOnly) {
 TEST_F(EndsTest, TwoThousandThatEndTogetherCostEachWitnessOneNoticeEachAndNoneAmongThem) {
   constexpr unsigned int kMany = 2000;
   Service& own = connected(table_, 1);
-  own.connection = nullptr;
+  own.disconnect();
   outbox_.setSender(own);
   for (unsigned int id = 1000; id < 1000 + kMany; ++id) {
     Service& s = connected(table_, id);

@@ -267,7 +267,7 @@ TEST_F(OutboxTest, WhatIsHeldCountsTowardsTheLimit) {
 }
 
 TEST_F(OutboxTest, NothingIsQueuedForAServiceThatIsNotThere) {
-  a_.connection = nullptr;
+  a_.disconnect();
   EXPECT_FALSE(outbox_.send(a_, ofBytes(100), Urgency::kReply));
   EXPECT_EQ(a_.waiting(), 0u);
 }

@@ -60,7 +60,7 @@ class RouterTest : public testing::Test {
                  {[this](Service& caller, const kl::message& m) {
                     callers_.push_back(caller.id);
                     asked_.push_back(m);
-                    if (endsItsCaller_) caller.connection = nullptr;
+                    if (endsItsCaller_) caller.disconnect();
                   },
                   [this](Service& sender, const loader::Envelope& e) {
                     EXPECT_EQ(sender.id, 10u);
@@ -217,7 +217,7 @@ TEST_F(RouterTest, ANoticeWithARequestIdIsNoRequest) {
   (void)route(a_, notice);
   EXPECT_EQ(takeMessages(b_).size(), 1u);
   EXPECT_EQ(requests_.size(), 0u);
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceGone(b_);
   router_.announceEnds();
   EXPECT_EQ(takeOnly(a_).get(kl::SYS_CMD, 0), kl::CMD_DISCONNECTED);  // and no error
@@ -229,7 +229,7 @@ TEST_F(RouterTest, WhoHasEndedIsABrokenPathForThoseWhoWaitAndThenNews) {
   kl::message silent = request({24, 0}, kl::CMD_GET, 6, {7});
   silent.remove(kl::SYS_REPLYEXP);
   (void)route(a_, silent);
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceGone(b_);
   EXPECT_TRUE(other_.out.empty());
   router_.announceEnds();
@@ -252,7 +252,7 @@ TEST_F(RouterTest, WhoSentToTheEndedOrGotFromItHearsOfItAndNobodyElse) {
   (void)route(a_, notification({24}));
   (void)route(b_, notification({30}));
   for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceGone(b_);
   router_.announceEnds();
   for (Service* s : {&a_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{24});
@@ -263,7 +263,7 @@ TEST_F(RouterTest, WhatIsSentToAllMakesAnAcquaintanceOfEverybodyThere) {
   (void)route(a_, notification({kl::PATH_ALL}));
   Service& late = connected(table_, 31);
   for (Service* s : {&b_, &other_}) (void)takeMessages(*s);
-  a_.connection = nullptr;
+  a_.disconnect();
   router_.onServiceGone(a_);
   router_.announceEnds();
   for (Service* s : {&b_, &other_}) EXPECT_EQ(takeOnly(*s).get(kl::SYS_FROM, {}), Ids{10});
@@ -274,7 +274,7 @@ TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
   (void)route(a_, request({99}, kl::CMD_GET, 5, {7}));
   Service& late = connected(table_, 99);
   (void)takeMessages(a_);
-  late.connection = nullptr;
+  late.disconnect();
   router_.onServiceGone(late);
   router_.announceEnds();
   EXPECT_TRUE(a_.out.empty());
@@ -282,7 +282,7 @@ TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
 
 TEST_F(RouterTest, WhoHasEndedIsNotAnswered) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
-  a_.connection = nullptr;
+  a_.disconnect();
   router_.onServiceGone(a_);
   EXPECT_EQ(requests_.size(), 0u);
   (void)takeMessages(b_);
@@ -648,7 +648,7 @@ TEST_F(RouterTest, WhatIsHeldForANextProcessCountsForItsSenders) {
   setLeaving(b_, true);
   fillPart(b_, other_);
   EXPECT_FALSE(outbox_.isFull(b_, a_));
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceLeft(b_);
   EXPECT_TRUE(outbox_.isFull(b_, other_));
   EXPECT_FALSE(outbox_.isFull(b_, a_));
@@ -954,9 +954,9 @@ TEST_F(NotificationTest, AfterUnsubscribingItNeedsRights) {
 
 TEST_F(NotificationTest, TheSubscriptionsOfOneThatIsGoneAreForgotten) {
   const auto endOf = [this](Service& gone) {
-    loader::Connection* const connection = std::exchange(gone.connection, nullptr);
+    gone.disconnect();
     router_.onServiceGone(gone);
-    gone.connection = connection;
+    gone.connect();
     (void)takeMessages(a_), (void)takeMessages(b_), (void)takeMessages(other_);
   };
   endOf(b_);  // the provider
@@ -971,9 +971,9 @@ TEST_F(NotificationTest, TheSubscriptionsOfOneThatIsGoneAreForgotten) {
 
 TEST_F(NotificationTest, TheSubscriptionsOfOneThatLeavesHoldOn) {
   const auto leaveOf = [this](Service& leaver) {
-    loader::Connection* const connection = std::exchange(leaver.connection, nullptr);
+    leaver.disconnect();
     router_.onServiceLeft(leaver);
-    leaver.connection = connection;
+    leaver.connect();
   };
   leaveOf(b_);
   EXPECT_TRUE(passesWithoutRights(told()));
@@ -1142,7 +1142,7 @@ TEST_F(RouterTest, NothingElseStartsAServiceThatLeft) {
   notice.insert(kl::SYS_TO, {40});
   for (const kl::message& m : {replyTo({40}, 5), notification({kl::PATH_ALL}), ended, notice})
     EXPECT_EQ(route(a_, m), "");
-  other_.connection = nullptr;
+  other_.disconnect();
   router_.onServiceGone(other_);
   EXPECT_TRUE(needed_.empty());
   EXPECT_EQ(takeHeld(left).size(), 1u);  // what another service said of an end, for whoever comes
@@ -1156,7 +1156,7 @@ TEST_F(RouterTest, ALeaveBreaksWhatWasDeliveredKeepsWhatIsHeldAndTellsNobody) {
   (void)route(a_, request({24, 0}, kl::CMD_GET, 6, {7}));
   (void)route(other_, replyTo({24, 3}, 9));
   EXPECT_TRUE(a_.out.empty());
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceLeft(b_);
   const kl::message broken = takeOnly(a_);
   EXPECT_EQ(errorOf(broken), kl::ERROR_BRKPATH);
@@ -1172,7 +1172,7 @@ TEST_F(RouterTest, WhoIsNotThereYetHearsOfAnEndBehindWhatTheGoneOneSaid) {
   Service& left = heldFor(table_, 40, kl::SVC_STATE_LEFT);
   (void)route(a_, request({40}, kl::CMD_SUBSCRIBE, 5, {7}));
   for (Service* gone : {&a_, &other_}) {
-    gone->connection = nullptr;
+    gone->disconnect();
     router_.onServiceGone(*gone);
   }
   router_.announceEnds();
@@ -1189,7 +1189,7 @@ TEST_F(RouterTest, WhatWasHeldAndReleasedIsBrokenByTheNextLeave) {
   setLeaving(b_, false);
   outbox_.release(b_);
   requests_.release(b_);
-  b_.connection = nullptr;
+  b_.disconnect();
   router_.onServiceLeft(b_);
   EXPECT_EQ(errorOf(takeOnly(a_)), kl::ERROR_BRKPATH);
 }

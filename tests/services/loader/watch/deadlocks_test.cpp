@@ -196,7 +196,7 @@ TEST_F(DeadlocksTest, AMemberThatIsGoneIsNoMember) {
   deadlocks_.onTimer();
   requests_.forgetOldestFrom(a_);
   requests_.forgetOldestFrom(b_);
-  a_.connection = nullptr;
+  a_.disconnect();
   forget(a_);
   deadlocks_.onTimer();
   EXPECT_TRUE(told_.empty());
