@@ -178,7 +178,10 @@ T& htable<T>::probedRef(unsigned int slot, std::uint32_t key) {
 template <class T>
 T& htable<T>::largeRef(std::uint32_t key) {
   const unsigned int slot = findLarge(key);
-  return slot == kNoSlot ? value(placeLarge(key)) = T{} : value(slot);
+  if (slot != kNoSlot) return value(slot);
+  T& added = value(placeLarge(key));
+  added = T{};
+  return added;
 }
 
 // H3

@@ -70,13 +70,18 @@ using Link = Subscription* Subscription::*;
 
 void appendTo(Subscription*& oldest, Subscription*& newest, Subscription& one, Link older, Link newer) {
   one.*older = newest;
-  (newest == nullptr ? oldest : newest->*newer) = &one;
+  if (newest == nullptr) oldest = &one;
+  else newest->*newer = &one;
   newest = &one;
 }
 
 void takeFrom(Subscription*& oldest, Subscription*& newest, Subscription& one, Link older, Link newer) {
-  (one.*older == nullptr ? oldest : (one.*older)->*newer) = one.*newer;
-  (one.*newer == nullptr ? newest : (one.*newer)->*older) = one.*older;
+  Subscription* const before = one.*older;
+  Subscription* const behind = one.*newer;
+  if (before == nullptr) oldest = behind;
+  else before->*newer = behind;
+  if (behind == nullptr) newest = before;
+  else behind->*older = before;
 }
 
 template <class Map, class Value>

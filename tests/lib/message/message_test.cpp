@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "kl/records.h"
 #include "message/rep.h"
 #include "tests/lib/message/allocation_count.h"
 #include "tests/support/hex.h"
@@ -250,8 +251,11 @@ TEST(Size, KeysThatAllCollideCostNoMoreThanOthers) {
   // The most keys that one home slot has at every capacity up to 22,528.
   message m;
   unsigned int keys = 0;
-  for (unsigned long long id = 0x08000000 / 22528 * 22528ULL + 22528; id < 0x10000000; id += 22528)
-    if ((id & 0x01000000) == 0) m.insert_u32(static_cast<unsigned int>(id), 1), ++keys;
+  for (unsigned long long id = 0x08000000 / 22528 * 22528ULL + 22528; id < 0x10000000; id += 22528) {
+    if ((id & kl::kRecordFlag) != 0) continue;
+    m.insert_u32(static_cast<unsigned int>(id), 1);
+    ++keys;
+  }
   EXPECT_GT(keys, 2500u);
   EXPECT_EQ(RepAccess::read(m).u32s.count(), keys);
 }

@@ -155,22 +155,28 @@ void Life::readBytes() {
   expected_[i].unflatten(bytes);
 }
 
+void Life::assign(unsigned int i, const message& m, const ModelMessage& model) {
+  actual_[i] = m;
+  expected_[i] = model;
+}
+
 void Life::handleStep() {
   const unsigned int i = upTo(kMessages - 1);
   const unsigned int k = upTo(kMessages - 1);
   switch (upTo(6)) {
-    case 0: actual_[i] = actual_[k], expected_[i] = expected_[k]; break;
-    case 1: actual_[i].merge(actual_[k]), expected_[i].merge(expected_[k]); break;
-    case 2: actual_[i].clone(), expected_[i].clone(); break;
-    case 3: {
-      const message copy(actual_[k]);
-      const ModelMessage model(expected_[k]);
-      actual_[i] = copy, expected_[i] = model;
+    case 0: assign(i, actual_[k], expected_[k]); break;
+    case 1:
+      actual_[i].merge(actual_[k]);
+      expected_[i].merge(expected_[k]);
       break;
-    }
+    case 2:
+      actual_[i].clone();
+      expected_[i].clone();
+      break;
+    case 3: assign(i, message(actual_[k]), ModelMessage(expected_[k])); break;
     case 4: readBytes(); break;
     case 5:
-      if (upTo(5) == 0) actual_[i] = message(), expected_[i] = ModelMessage();
+      if (upTo(5) == 0) assign(i, message(), ModelMessage());
       break;
     default: removeByMask(); break;
   }

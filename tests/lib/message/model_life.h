@@ -44,6 +44,7 @@ class Life {
   void removeByMask();
   void handleStep();
   void readBytes();
+  void assign(unsigned int i, const message& m, const ModelMessage& model);
   template <class T>
   static void checkSlots(const ModelTable& expected, const htable<T>& actual);
 
