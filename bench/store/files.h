@@ -43,7 +43,7 @@ inline std::vector<unsigned char> flat(const kl::message& m) {
   return bytes;
 }
 
-inline void mustWork(bool works, const char* what) {
+inline void require(bool works, const char* what) {
   if (works) return;
   std::perror(what);
   std::exit(1);
@@ -84,25 +84,25 @@ class BareFiles {
     writeIntent(lock, record_.size() + (slot < count_ ? kIntentBytes : kIntentBytes + kSlotStepBytes));
     if (slot >= count_) writeSlot(slot);
     writeRecord(slot);
-    mustWork(::ftruncate(lock, 0) == 0, "ftruncate");
+    require(::ftruncate(lock, 0) == 0, "ftruncate");
     giveLockBack(lock);
   }
   void removeWithIntent(unsigned int slot) {
     const int lock = takeLock();
     writeIntent(lock, kIntentBytes + kSlotStepBytes);
     writeSlot(slot);
-    mustWork(::ftruncate(lock, 0) == 0, "ftruncate");
+    require(::ftruncate(lock, 0) == 0, "ftruncate");
     giveLockBack(lock);
   }
   void get(unsigned int slot) {
-    mustWork(::pread(data_, record_.data(), record_.size(), place(slot)) > 0, "pread");
+    require(::pread(data_, record_.data(), record_.size(), place(slot)) > 0, "pread");
   }
   // Everything that is asked for later is in the index.
   void reopen() {
     close();
     open();
     std::vector<unsigned char> index(std::size_t{12} * count_);
-    mustWork(::pread(index_, index.data(), index.size(), 0) > 0, "pread");
+    require(::pread(index_, index.data(), index.size(), 0) > 0, "pread");
     get(0);
   }
 
@@ -110,7 +110,7 @@ class BareFiles {
   void open() {
     data_ = ::open((name_ + ".dat").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     index_ = ::open((name_ + ".idx").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    mustWork(data_ >= 0 && index_ >= 0, "bare files");
+    require(data_ >= 0 && index_ >= 0, "bare files");
   }
   void close() { ::close(data_), ::close(index_); }
   static bool change(int fd, short type) {
@@ -121,27 +121,27 @@ class BareFiles {
   }
   int takeLock() const {
     const int fd = ::open((name_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    mustWork(fd >= 0 && change(fd, F_WRLCK), "lock");
+    require(fd >= 0 && change(fd, F_WRLCK), "lock");
     return fd;
   }
   static void giveLockBack(int fd) {
-    mustWork(change(fd, F_UNLCK), "unlock");
+    require(change(fd, F_UNLCK), "unlock");
     ::close(fd);
   }
   void writeIntent(int lock, std::size_t bytes) {
-    mustWork(::lseek(lock, 0, SEEK_END) == 0, "lseek");  // nobody was killed in the middle of a change
+    require(::lseek(lock, 0, SEEK_END) == 0, "lseek");  // nobody was killed in the middle of a change
     intent_.resize(bytes);
-    mustWork(::pwrite(lock, intent_.data(), bytes, 0) > 0, "pwrite");
+    require(::pwrite(lock, intent_.data(), bytes, 0) > 0, "pwrite");
   }
   off_t place(unsigned int slot) const {
     return static_cast<off_t>(slot) * static_cast<off_t>(record_.size());
   }
   void writeRecord(unsigned int slot) {
-    mustWork(::pwrite(data_, record_.data(), record_.size(), place(slot)) > 0, "pwrite");
+    require(::pwrite(data_, record_.data(), record_.size(), place(slot)) > 0, "pwrite");
   }
   void writeSlot(unsigned int slot) {
     const unsigned char bytes[12] = {static_cast<unsigned char>(slot)};
-    mustWork(::pwrite(index_, bytes, sizeof bytes, static_cast<off_t>(slot) * 12) > 0, "pwrite");
+    require(::pwrite(index_, bytes, sizeof bytes, static_cast<off_t>(slot) * 12) > 0, "pwrite");
   }
 
   static constexpr std::size_t kIntentBytes = 60;    // of a store's, beside the bytes that will be written

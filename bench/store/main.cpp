@@ -37,7 +37,7 @@ class Product {
   void setAll(const std::vector<unsigned int>& ids) {
     kl::Store::Messages messages;
     for (const unsigned int id : ids) messages.emplace_hint(messages.end(), id, message_);
-    bench::mustWork(store_.batch(messages), "batch");
+    bench::require(store_.batch(messages), "batch");
   }
   void get(unsigned int id) { (void)store_.get(id); }
   void remove(unsigned int id) { store_.remove(id); }

@@ -98,7 +98,7 @@ class TableCore {
 
   // Reports each change that a request makes to the undo service, where the description has the command that takes it
   // back.  A change that the service makes on its own is not reported.  Not needed where the description says `undo`.
-  void canUndo();
+  void makeUndoable();
 
  protected:
   // Null `source`: the objects are in memory.
@@ -298,7 +298,7 @@ class Table : public detail::TableHandler<Object, Base, detail::TableMemory> {
   }
 
   // The service's own changes.  Nothing is checked.  `cause` is the request behind a change: its sender is not
-  // notified, and what it did can be undone (canUndo()); without one, all subscribers are told and nobody undoes it.
+  // notified, and what it did can be undone (makeUndoable()); without one, all subscribers are told and nobody undoes it.
 
   // Adds an object under its id, or under a free one if that is absent or 0.  Gives the id; BADID if it is taken or
   // there is no room.

@@ -204,12 +204,12 @@ TableCore::TableCore(Handler& handler, const ObjectRules& rules, TableHooks& hoo
     : parts_(std::make_unique<TableParts>(handler, rules, hooks, source)) {
   for (const CommandRule& command : rules.commands)
     handler.accessPolicies().set_policy(command.code, command.right);
-  if ((rules.changes & ObjectRules::kUndone) != 0) canUndo();
+  if ((rules.changes & ObjectRules::kUndone) != 0) makeUndoable();
 }
 
 TableCore::~TableCore() = default;
 
-void TableCore::canUndo() { parts_->commands.canUndo = true; }
+void TableCore::makeUndoable() { parts_->commands.isUndoable = true; }
 
 message TableCore::carryOut(unsigned int command, const message& request, unsigned int id,
                             unsigned int count) {

@@ -33,7 +33,7 @@ class TableCommands {
     return underRoot("/kelo/").append(rules_.store).append("/").append(rules_.name);
   }
 
-  bool canUndo = false;
+  bool isUndoable = false;
 
  private:
   message getObj(unsigned int id);
@@ -43,7 +43,7 @@ class TableCommands {
   message setObj(const message& request, unsigned int id);
   message removeObj(const message& request, unsigned int id);
   message refusalOf(const message& object, const message& request, unsigned int use);
-  bool isReported(const message& cause) const { return canUndo && cause.has(SYS_CMD); }
+  bool isReported(const message& cause) const { return isUndoable && cause.has(SYS_CMD); }
 
   Handler& handler_;
   const ObjectRules& rules_;

@@ -50,7 +50,7 @@ ROOMS = {
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
-VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has)[A-Z]\w*)\s*\(", re.M)
+VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has|can|must|may)[A-Z]\w*)\s*\(", re.M)
 ANY_INCLUDE = re.compile(r"^#include ([<\"]\S+)", re.M)
 USING = re.compile(r"^using (?:\w+::)*(\w+|operator[^;]+);", re.M)
 CODE_COMMENT = re.compile(r"//[^\n]*")

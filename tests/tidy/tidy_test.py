@@ -118,6 +118,11 @@ class TidyTest(unittest.TestCase):
                          ["lib/message/rep.cpp:1: hasNews asks and does not answer",
                           "services/loader/routing/router.h:3: isIdle asks and does not answer"])
         self.assertEqual(self.findings("predicates", {"lib/message/rep.cpp": "// not void isIdle(): it acts\n"}), [])
+        self.assertEqual(self.findings("predicates", {"include/kl/table.h": "  void canUndo();\n  void mayLeave();\n"
+                                                      "  void mustAnswer();\n  void cancel();\n  void mayor();\n"}),
+                         ["include/kl/table.h:1: canUndo asks and does not answer",
+                          "include/kl/table.h:2: mayLeave asks and does not answer",
+                          "include/kl/table.h:3: mustAnswer asks and does not answer"])
 
     def test_a_name_that_is_taken_and_not_used(self):
         self.assertEqual(self.findings("needless", {"tools/klctl/main.cpp": "using kl::message;\nusing kl::field;\nfield f;\n"

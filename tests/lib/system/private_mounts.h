@@ -14,7 +14,7 @@
 
 namespace kl::test {
 
-inline void mustWork(bool works, const std::string& what) {
+inline void require(bool works, const std::string& what) {
   if (works) return;
   std::perror(what.c_str());
   std::_Exit(99);
@@ -22,7 +22,7 @@ inline void mustWork(bool works, const std::string& what) {
 
 inline void writeFile(const std::string& path, const std::string& text) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  mustWork(fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()), path);
+  require(fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()), path);
   (void)::close(fd);
 }
 
@@ -31,12 +31,12 @@ inline void takePrivateMounts() {
   const std::string user = "0 " + std::to_string(::geteuid()) + " 1";
   const std::string group = "0 " + std::to_string(::getegid()) + " 1";
   if (::unshare(CLONE_NEWNS) != 0) {
-    mustWork(::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0, "unshare");
+    require(::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0, "unshare");
     writeFile("/proc/self/uid_map", user);
     writeFile("/proc/self/setgroups", "deny");
     writeFile("/proc/self/gid_map", group);
   }
-  mustWork(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+  require(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
 }
 
 // May it have them?
@@ -49,7 +49,7 @@ inline bool privateMountsAreAllowed() {
 
 // Covers `folder` by an empty one, after takePrivateMounts().
 inline void coverFolder(const std::string& folder) {
-  mustWork(::mount("tmpfs", folder.c_str(), "tmpfs", 0, nullptr) == 0, "mount on " + folder);
+  require(::mount("tmpfs", folder.c_str(), "tmpfs", 0, nullptr) == 0, "mount on " + folder);
 }
 
 // "/a/b/c" makes /a and /a/b.

@@ -21,12 +21,12 @@ std::string figureOf(Figure figure, const std::string& text) {
     kl::test::coverFolder("/tmp");
     kl::test::writeFile("/tmp/meminfo", text);
     const int bound = ::mount("/tmp/meminfo", "/proc/meminfo", nullptr, MS_BIND, nullptr);
-    kl::test::mustWork(bound == 0, "mount on /proc/meminfo");
+    kl::test::require(bound == 0, "mount on /proc/meminfo");
     const std::vector<int> before = kl::test::openDescriptors();
     unsigned int total = 7;
     const unsigned int result = figure(&total);
-    kl::test::mustWork(kl::test::openDescriptors() == before, "the file is closed");
-    kl::test::mustWork(figure(nullptr) == result, "without a total");
+    kl::test::require(kl::test::openDescriptors() == before, "the file is closed");
+    kl::test::require(figure(nullptr) == result, "without a total");
     std::cout << result << " of " << total << std::flush;
   });
   EXPECT_EQ(child.exitStatus, 0) << child.err;

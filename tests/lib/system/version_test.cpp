@@ -44,7 +44,7 @@ std::string versionOf(const char* text) {
     if (text != nullptr) kl::test::writeFile(file, text);
     const std::vector<int> before = kl::test::openDescriptors();
     std::cout << "<" << getOSVersion() << ">" << std::flush;
-    kl::test::mustWork(kl::test::openDescriptors() == before, "the file is closed");
+    kl::test::require(kl::test::openDescriptors() == before, "the file is closed");
   });
   EXPECT_EQ(child.exitStatus, 0) << child.err;
   return child.out;

@@ -91,7 +91,7 @@ TEST_F(TableOrder, SubscribersHearOfAllWhoseNextIsAnother) {
 
 TEST_F(TableOrder, AMoveCanBeUndone) {
   for (const char* name : {"a", "b", "c"}) steps.put(name);
-  steps.canUndo();
+  steps.makeUndoable();
   steps.move(1);
   message undo(net.loader.receive().get(UNDO_MESSAGE, {}));
   EXPECT_EQ(undo.get(SYS_CMD, 0), CMD_MOVEOBJ);
@@ -101,7 +101,7 @@ TEST_F(TableOrder, AMoveCanBeUndone) {
 
 TEST_F(TableOrder, ARemovedOneComesBackToItsPlace) {
   for (const char* name : {"a", "b", "c"}) steps.put(name);
-  steps.canUndo();
+  steps.makeUndoable();
   steps.cmdRemoveObj(asked(CMD_REMOVEOBJ, 2), 2);
   steps.cmdAddObj(message(net.loader.receive().get(UNDO_MESSAGE, {})));
   EXPECT_EQ(listOf(steps), "1:a 2:b 3:c");

@@ -219,7 +219,7 @@ TEST_F(TableTest, IsWalkedWhileItChanges) {
 }
 
 TEST_F(TableTest, EachChangeCanBeUndoneAndDoneAgain) {
-  table.canUndo();
+  table.makeUndoable();
   message first = named(asked(CMD_ADDOBJ), "a");
   first.insert(test::HOPS, {1, 2});
   table.cmdAddObj(first);
@@ -249,7 +249,7 @@ TEST_F(TableTest, EachChangeCanBeUndoneAndDoneAgain) {
 }
 
 TEST_F(TableTest, AnUndoLeavesWhatWasChangedSince) {
-  table.canUndo();
+  table.makeUndoable();
   add("a");
   (void)undo();
   message fields;
@@ -264,7 +264,7 @@ TEST_F(TableTest, AnUndoLeavesWhatWasChangedSince) {
 }
 
 TEST_F(TableTest, WhatIsNotAskedForIsNotReported) {
-  table.canUndo();
+  table.makeUndoable();
   table.add(Route{{.name = "a"}});
   table.remove(1);
   EXPECT_TRUE(net.loader.isSilent());

@@ -347,12 +347,12 @@ TEST_F(KlctlStore, CompactLeavesAStoreAloneThatHasNoRoomForItsNewFiles) {
   const kl::test::ChildResult child = kl::test::runInChild([this] {
     kl::test::takePrivateMounts();
     const std::string folder = std::filesystem::path(path).parent_path();
-    kl::test::mustWork(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=16k") == 0, "mount");
+    kl::test::require(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=16k") == 0, "mount");
     write(".idx", kIndex);
     write(".dat", kData);
     std::cout << failureOf([this] { run({"compact"}); }).sentence << std::flush;
-    kl::test::mustWork(digits(".dat") == kl::test::hex(kl::test::bytes(kData)), "the old data file");
-    kl::test::mustWork(std::distance(std::filesystem::directory_iterator(folder), {}) == 2, "nothing else");
+    kl::test::require(digits(".dat") == kl::test::hex(kl::test::bytes(kData)), "the old data file");
+    kl::test::require(std::distance(std::filesystem::directory_iterator(folder), {}) == 2, "nothing else");
   });
   EXPECT_EQ(child.exitStatus, 0) << child.err;
   EXPECT_EQ(child.out, "cannot write beside " + path + ".idx: No space left on device");

@@ -71,7 +71,8 @@ class Editor {
   void removeField(Description& d, std::size_t at);
   void renameField(Description& d, Field& field);
   void changeBounds(Field& field);
-  void mayReserve(Description& d, Reserved::Kind kind, unsigned int number, const std::string& scope = {}) {
+  void reservePerhaps(Description& d, Reserved::Kind kind, unsigned int number,
+                      const std::string& scope = {}) {
     if (!oneIn(3)) d.reserved.push_back({kind, scope, number});
   }
 
@@ -201,7 +202,7 @@ void Editor::removeField(Description& d, std::size_t at) {
   for (Object& object : d.objects)
     if (object.key == field.name) object.key.clear();
   removeAt(d.fields, at);
-  mayReserve(d, Reserved::Kind::kField, field.id);
+  reservePerhaps(d, Reserved::Kind::kField, field.id);
 }
 
 void Editor::renameField(Description& d, Field& field) {
@@ -250,7 +251,7 @@ void Editor::editValues(Description& d) {
     case 0: field.values[at].word = fresh("v"); return;
     case 1: field.values[at].number = 1 + below(12); return;
     default:
-      mayReserve(d, Reserved::Kind::kValue, field.values[at].number, field.name);
+      reservePerhaps(d, Reserved::Kind::kValue, field.values[at].number, field.name);
       removeAt(field.values, at);
   }
 }
@@ -263,7 +264,7 @@ void Editor::editObject(Description& d) {
     case 0: object.handler = below(10); return;
     case 1: object.key = object.fields.empty() || oneIn(3) ? "" : any(object.fields); return;
     case 2:
-      if (object.handler) mayReserve(d, Reserved::Kind::kObject, *object.handler);
+      if (object.handler) reservePerhaps(d, Reserved::Kind::kObject, *object.handler);
       return removeAt(d.objects, at);
     default:
       for (Reserved& reserved : d.reserved)
@@ -288,7 +289,7 @@ void Editor::editCommand(Description& d) {
       if (!command.isStandard) command.name = fresh("c");
       return;
     default:
-      mayReserve(d, Reserved::Kind::kCommand, command.code, object.name);
+      reservePerhaps(d, Reserved::Kind::kCommand, command.code, object.name);
       removeAt(object.commands, at);
   }
 }
@@ -302,7 +303,7 @@ void Editor::editSettings(Description& d) {
     case 1: setting.id = (setting.id & ~kTypeless) | (30 + below(20)); return;
     case 2: setting.initial = oneIn(2) || (setting.id & 0xf8000000) != kU32 ? "" : "7"; return;
     case 3: return changeBounds(setting);
-    default: mayReserve(d, Reserved::Kind::kSetting, setting.id); removeAt(d.settings, at);
+    default: reservePerhaps(d, Reserved::Kind::kSetting, setting.id); removeAt(d.settings, at);
   }
 }
 
@@ -312,7 +313,7 @@ void Editor::editTopics(Description& d) {
   switch (below(3)) {
     case 0: d.topics[at].name = fresh("t"); return;
     case 1: d.topics[at].number = 320 + below(20); return;
-    default: mayReserve(d, Reserved::Kind::kTopic, d.topics[at].number); removeAt(d.topics, at);
+    default: reservePerhaps(d, Reserved::Kind::kTopic, d.topics[at].number); removeAt(d.topics, at);
   }
 }
 

@@ -65,7 +65,7 @@ struct Made<kl::message::flat_message> {
 };
 
 template <class T>
-void mayFill(Random& random, kl::message& m, kl::field<T> field, bool must = false) {
+void fillPerhaps(Random& random, kl::message& m, kl::field<T> field, bool must = false) {
   if (must || random() % 2 == 0) m.insert(field, Made<T>::by(random));
 }
 
@@ -73,31 +73,31 @@ void mayFill(Random& random, kl::message& m, kl::field<T> field, bool must = fal
 kl::message commonMessage(Random& random) {
   using namespace sample;
   kl::message m;
-  mayFill(random, m, ID, true);
-  mayFill(random, m, KIND, true);
-  mayFill(random, m, STATE);
-  mayFill(random, m, UP);
-  mayFill(random, m, BYTES);
-  mayFill(random, m, ADDRESS);
-  mayFill(random, m, HOST);
-  mayFill(random, m, REQUEST);
-  mayFill(random, m, MAC);
-  mayFill(random, m, FLAGS);
-  mayFill(random, m, HOPS);
-  mayFill(random, m, TOTALS);
-  mayFill(random, m, ADDRESSES);
-  mayFill(random, m, NAMES);
-  mayFill(random, m, PARTS);
-  mayFill(random, m, KEYS);
-  mayFill(random, m, CLASS);
+  fillPerhaps(random, m, ID, true);
+  fillPerhaps(random, m, KIND, true);
+  fillPerhaps(random, m, STATE);
+  fillPerhaps(random, m, UP);
+  fillPerhaps(random, m, BYTES);
+  fillPerhaps(random, m, ADDRESS);
+  fillPerhaps(random, m, HOST);
+  fillPerhaps(random, m, REQUEST);
+  fillPerhaps(random, m, MAC);
+  fillPerhaps(random, m, FLAGS);
+  fillPerhaps(random, m, HOPS);
+  fillPerhaps(random, m, TOTALS);
+  fillPerhaps(random, m, ADDRESSES);
+  fillPerhaps(random, m, NAMES);
+  fillPerhaps(random, m, PARTS);
+  fillPerhaps(random, m, KEYS);
+  fillPerhaps(random, m, CLASS);
   return m;
 }
 
 // What one version has beside that.
-void fillOlder(Random& random, kl::message& m) { mayFill(random, m, sample::EOF_); }
+void fillOlder(Random& random, kl::message& m) { fillPerhaps(random, m, sample::EOF_); }
 void fillNewer(Random& random, kl::message& m) {
-  mayFill(random, m, sample_next::COLOUR);
-  mayFill(random, m, sample_next::MORE_NAMES);
+  fillPerhaps(random, m, sample_next::COLOUR);
+  fillPerhaps(random, m, sample_next::MORE_NAMES);
 }
 
 bool areSame(const sample::Thing& a, const sample_next::Thing& b) {
