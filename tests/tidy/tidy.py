@@ -23,6 +23,7 @@ LENT = {"testkit": ("services/loader",)}  # a room that plays another one uses i
 NOT_OURS = {".git", "build", "__pycache__"}
 EXCEPTIONS = "tests/tidy/exceptions.txt"
 LONGEST_LINE = 120  # of a document, in characters
+LONGEST_FUNCTION = 29  # in lines between its braces
 MADE_REGION = ("<!-- klgen ", ".\\\" klgen ")  # begins where a table of a description begins or ends
 
 # Public headers include only headers of a layer below their own.
@@ -50,6 +51,7 @@ ROOMS = {
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 TEST = re.compile(r"^\s*(?:TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P)\(\s*(\w+)\s*,\s*(\w+)\s*\)", re.M)
+NO_FUNCTION = re.compile(r"\s*(?:namespace|class|struct|union|enum|extern)\b")
 VOID_PREDICATE = re.compile(r"^(?!\s*//)[^\n\"]*\bvoid\s+(?:\w+::)*((?:is|has|can|must|may)[A-Z]\w*)\s*\(", re.M)
 ANY_INCLUDE = re.compile(r"^#include ([<\"]\S+)", re.M)
 USING = re.compile(r"^using (?:\w+::)*(\w+|operator[^;]+);", re.M)
@@ -199,6 +201,29 @@ def check_predicates(tree):
     for path in tree.code():
         for match in VOID_PREDICATE.finditer(tree.text(path)):
             yield path, line_of(tree.text(path), match.start()), f"{match.group(1)} asks and does not answer"
+
+
+def check_functions(tree):
+    """A function has at most 29 lines between its braces, where each brace stands as clang-format puts it."""
+    for path in tree.code():
+        if top(path) not in ("include", "lib", "testkit") + PROGRAMS:
+            continue
+        lines = tree.text(path).splitlines()
+        for end, text in enumerate(lines):
+            if not re.fullmatch(r" *}", text):
+                continue
+            begin = next((at for at in range(end - 1, -1, -1)
+                          if lines[at] and not lines[at].startswith("#") and indentation(lines[at]) < len(text)), 0)
+            if NO_FUNCTION.match(lines[begin]):
+                continue
+            # Parameters and what a constructor initialises are indented further than its body.
+            body = next(at for at in range(begin + 1, end + 1) if at == end or indentation(lines[at]) == len(text) + 1)
+            if end - body > LONGEST_FUNCTION:
+                yield path, begin + 1, f"{end - body} lines, and a function has at most {LONGEST_FUNCTION}"
+
+
+def indentation(line):
+    return len(line) - len(line.lstrip())
 
 
 def check_needless(tree):
@@ -355,6 +380,7 @@ CHECKS = {
     "arrows": check_arrows,
     "essays": check_essays,
     "predicates": check_predicates,
+    "functions": check_functions,
     "needless": check_needless,
     "programs": check_programs,
     "layers": check_layers,

@@ -124,6 +124,18 @@ class TidyTest(unittest.TestCase):
                           "include/kl/table.h:2: mayLeave asks and does not answer",
                           "include/kl/table.h:3: mustAnswer asks and does not answer"])
 
+    def test_a_function_that_is_too_long(self):
+        def of(lines, indent=""):
+            body = ["  x();"] * (lines - 4) + ["", "  if (a) {", "    y();", "  }"]
+            head = ["C::C(int a,", "     int b)", "    : c_([] {", "        a();", "      }) {"]
+            return "".join(f"{indent}{line}\n" for line in [*head, *body, "}"])
+        longest = of(29) + "struct S {\n" + of(29, "  ") + of(29, "  ") + "};\n"
+        self.assertEqual(self.findings("functions", {"lib/loop/a.cpp": f"namespace kl {{\n{longest}}}\n"}), [])
+        self.assertEqual(self.findings("functions", {"lib/loop/a.cpp": of(30), "tests/lib/loop/a_test.cpp": of(30)}),
+                         ["lib/loop/a.cpp:1: 30 lines, and a function has at most 29"])
+        self.assertEqual(self.findings("functions", {"lib/loop/a.h": "struct S {\n" + of(30, "  ") + "};\n"}),
+                         ["lib/loop/a.h:2: 30 lines, and a function has at most 29"])
+
     def test_a_name_that_is_taken_and_not_used(self):
         self.assertEqual(self.findings("needless", {"tools/klctl/main.cpp": "using kl::message;\nusing kl::field;\nfield f;\n"
                                                   "// message\n"}),

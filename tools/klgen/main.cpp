@@ -142,6 +142,34 @@ void addForm(CLI::App& app, Words& words, const std::string& form, const std::st
   addOutput(*command, words);
 }
 
+CLI::App* addDissector(CLI::App& app, Words& words) {
+  CLI::App* dissector = app.add_subcommand("dissector", "Makes a dissector for Wireshark and tshark");
+  dissector->add_option("file", words.files, "The descriptions of all services")
+      ->required()
+      ->type_name("FILE");
+  addOutput(*dissector, words);
+  return dissector;
+}
+
+CLI::App* addCheck(CLI::App& app, Words& words) {
+  CLI::App* check = app.add_subcommand("check", "Says whether a description is right");
+  check->add_option("file", words.file, "The description")->required()->type_name("FILE");
+  check->add_option("--against", words.older, "Says what it breaks of an older one")->type_name("OLD");
+  check->add_option("--level", words.level, "What counts as broken: programs that run, or also their sources")
+      ->check(CLI::IsMember({"wire", "source"}))
+      ->capture_default_str();
+  return check;
+}
+
+CLI::App* addUpdate(CLI::App& app, Words& words) {
+  CLI::App* updates = app.add_subcommand("update", "Writes tables of descriptions into pages");
+  updates->add_option("page", words.pages, "Pages with regions, in Markdown or for man")
+      ->required()
+      ->type_name("PAGE");
+  updates->add_flag("--check", words.checks, "Writes nothing, and says which pages are not current");
+  return updates;
+}
+
 int run(int argc, char** argv) {
   Words words;
   CLI::App app("Makes headers and pages of the description of a service, and checks it.", "klgen");
@@ -154,22 +182,9 @@ int run(int argc, char** argv) {
   addForm(app, words, "json", "JSON");
   addForm(app, words, "markdown", "a page in Markdown");
   addForm(app, words, "man", "a man page");
-  CLI::App* dissector = app.add_subcommand("dissector", "Makes a dissector for Wireshark and tshark");
-  dissector->add_option("file", words.files, "The descriptions of all services")
-      ->required()
-      ->type_name("FILE");
-  addOutput(*dissector, words);
-  CLI::App* check = app.add_subcommand("check", "Says whether a description is right");
-  check->add_option("file", words.file, "The description")->required()->type_name("FILE");
-  check->add_option("--against", words.older, "Says what it breaks of an older one")->type_name("OLD");
-  check->add_option("--level", words.level, "What counts as broken: programs that run, or also their sources")
-      ->check(CLI::IsMember({"wire", "source"}))
-      ->capture_default_str();
-  CLI::App* updates = app.add_subcommand("update", "Writes tables of descriptions into pages");
-  updates->add_option("page", words.pages, "Pages with regions, in Markdown or for man")
-      ->required()
-      ->type_name("PAGE");
-  updates->add_flag("--check", words.checks, "Writes nothing, and says which pages are not current");
+  const CLI::App* const dissector = addDissector(app, words);
+  const CLI::App* const check = addCheck(app, words);
+  const CLI::App* const update = addUpdate(app, words);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& end) {
@@ -177,7 +192,7 @@ int run(int argc, char** argv) {
   }
   if (dissector->parsed()) return makeDissector(words);
   if (check->parsed()) return checkFile(words);
-  if (updates->parsed()) return updateAll(words);
+  if (update->parsed()) return updateAll(words);
   return make(app.get_subcommands().front()->get_name(), words);
 }
 

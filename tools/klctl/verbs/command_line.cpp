@@ -54,15 +54,7 @@ class Parser {
     app_.set_version_flag("--version", "klctl " KLCTL_VERSION);
     addOptions();
     addVerb(app_, Verb::kServices, "services", "List the services", kEveryOption);
-    addRequest(Verb::kGet, "get", "Read settings, or one object");
-    addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
-    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it",
-               &Parser::interpretTable);
-    addRequest(Verb::kSet, "set", "Change settings, or one object");
-    CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
-    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply")
-        ->excludes(json_)
-        ->excludes(options_[kDump]);
+    addRequests();
     addAction(Verb::kStart, "start", "Start a service");
     addAction(Verb::kStop, "stop", "End a service");
     addAction(Verb::kRestart, "restart", "End a service and start it again");
@@ -211,6 +203,18 @@ class Parser {
             "--id", [this](const std::string& text) { readId("--id", text); }, "The object, as in PATH:ID")
         ->type_name("ID");
     return verbApp;
+  }
+
+  void addRequests() {
+    addRequest(Verb::kGet, "get", "Read settings, or one object");
+    addRequest(Verb::kGetAll, "getall", "Read a whole table of objects");
+    addRequest(Verb::kWatch, "watch", "Show a table of objects and every change of it",
+               &Parser::interpretTable);
+    addRequest(Verb::kSet, "set", "Change settings, or one object");
+    CLI::App* send = addRequest(Verb::kSend, "send", "Send any command (CMD_NOOP if none is given)");
+    send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply")
+        ->excludes(json_)
+        ->excludes(options_[kDump]);
   }
 
   void addAction(Verb verb, const char* name, const char* about) {
