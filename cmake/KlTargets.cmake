@@ -7,6 +7,12 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 
+# The version as companions register with it: major and minor number, 'f' for a final release, and its number, a byte each.
+math(EXPR kl_version_word
+  "${PROJECT_VERSION_MAJOR} << 24 | ${PROJECT_VERSION_MINOR} << 16 | 0x66 << 8 | ${PROJECT_VERSION_PATCH}"
+  OUTPUT_FORMAT HEXADECIMAL)
+set(kl_version_word ${kl_version_word}u)
+
 # What every file of this project is compiled with.
 add_library(kl_build_flags INTERFACE)
 target_compile_options(kl_build_flags INTERFACE

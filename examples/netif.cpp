@@ -22,11 +22,11 @@
 #include "memory.h"
 
 namespace {
-constexpr unsigned int kVersion = 0x01006600;
-constexpr unsigned int kMemory = 1;           // the number of the handler with the lasting data
-constexpr unsigned int kMayLeave = 1;         // any value but 0 says so
-constexpr unsigned int kRetryTicks = 100;     // until the kernel is asked again that did not answer
-constexpr std::size_t kAddressesShown = 512;  // of one interface and kind, or a reply would grow too large
+constexpr unsigned int kVersion = 0x01006600;  // of this service: it counts its own
+constexpr unsigned int kMemory = 1;            // the number of the handler with the lasting data
+constexpr unsigned int kMayLeave = 1;          // any value but 0 says so
+constexpr unsigned int kRetryTicks = 100;      // until the kernel is asked again that did not answer
+constexpr std::size_t kAddressesShown = 512;   // of one interface and kind, or a reply would grow too large
 
 using netif::Interface;
 

@@ -18,12 +18,6 @@ bool read(message& m, const Bytes& bytes) {
   return m.unflatten(bytes.data(), static_cast<unsigned int>(bytes.size()), message::normal);
 }
 
-Bytes flat(const message& m) {
-  Bytes bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 void makeObject(message& m, const kl::Record& record) {
   switch (record.kind()) {
     case kl::RecordKind::kBool: (void)m.get_bool_array_ref(record.id()); break;
@@ -45,21 +39,21 @@ unsigned int elementsOf(const message& m, const kl::Record& record) {
 }
 
 void checkReadingTwice(const message& once, const Bytes& bytes, bool asObjects) {
-  const Bytes before = flat(once);
+  const Bytes before = once.flattened();
   message twice(once);
   kl::RecordWalk objects(before);
   for (kl::Record record; asObjects && objects.next(record);)
     if (record.isArray()) makeObject(twice, record);
   (void)read(twice, bytes);
   kl::RepAccess::read(twice).check();
-  require(flat(twice).size() <= twice.max_length(), "max_length() bounds the flattened form");
+  require(twice.flattened().size() <= twice.max_length(), "max_length() bounds the flattened form");
   kl::RecordWalk walk(before);
   std::size_t fields = 0;
   for (kl::Record record; walk.next(record); ++fields)
     if (record.isArray())
       require(elementsOf(twice, record) == 2 * record.count(), "elements join those there");
   require(walk.ok(), "what is written is well-formed");
-  const Bytes after = flat(twice);
+  const Bytes after = twice.flattened();
   kl::RecordWalk all(after);
   for (kl::Record record; all.next(record);) --fields;
   require(fields == 0, "no field comes or goes");
@@ -75,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   (void)read(m, bytes);
   kl::RepAccess::read(m).check();
   message again;
-  require(read(again, flat(m)), "what was read can be written and read");
+  require(read(again, m.flattened()), "what was read can be written and read");
   require(again == m, "it reads as an equal message");
   checkReadingTwice(m, bytes, false);
   checkReadingTwice(m, bytes, true);

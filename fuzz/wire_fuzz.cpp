@@ -26,12 +26,6 @@ bool read(message& m, const Bytes& bytes, message::flatten_type type) {
   return m.unflatten(bytes.data(), sizeOf(bytes), type);
 }
 
-Bytes flat(const message& m) {
-  Bytes bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 bool hasValueOf(const message& m, const kl::Record& record) {
   const unsigned int id = record.id();
   if (record.isArray()) return m.has_array(id);
@@ -54,12 +48,12 @@ bool walkAll(const Bytes& bytes, Function f) {
 
 void checkRoundTrip(const message& m) {
   kl::RepAccess::read(m).check();
-  const Bytes bytes = flat(m);
+  const Bytes bytes = m.flattened();
   require(bytes.size() <= m.max_length(), "max_length() bounds the flattened form");
   message again;
   require(read(again, bytes, message::normal), "what is written can be read");
   require(again == m && m == again, "what is written reads as an equal message");
-  require(flat(again).size() == bytes.size(), "equal messages take equally many bytes");
+  require(again.flattened().size() == bytes.size(), "equal messages take equally many bytes");
   message clone(m);
   clone.clone();
   clone.merge(m);
@@ -74,7 +68,7 @@ void checkAgainstWalk(const Bytes& bytes, const message& m, bool wasRead) {
   require(isWellFormed == wasRead, "reader and walk agree on what is well-formed");
   if (!wasRead) return;
   std::size_t fields = 0;
-  (void)walkAll(flat(m), [&](const kl::Record& record) {
+  (void)walkAll(m.flattened(), [&](const kl::Record& record) {
     require(ids.contains(record.id()), "no field that was not there");
     ++fields;
   });

@@ -37,12 +37,6 @@ inline kl::message messageOf(unsigned int bytes) {
   return m;
 }
 
-inline std::vector<unsigned char> flat(const kl::message& m) {
-  std::vector<unsigned char> bytes;
-  m.flatten(bytes);
-  return bytes;
-}
-
 inline void require(bool works, const char* what) {
   if (works) return;
   std::perror(what);

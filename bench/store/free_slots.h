@@ -18,7 +18,7 @@ class StoreWithFreeSlots {
  public:
   StoreWithFreeSlots(const std::string& path, unsigned int tooSmall, unsigned int large, unsigned int bytes)
       : path_(path), message_(messageOf(bytes)), large_(large) {
-    const auto largeBytes = static_cast<unsigned int>(flat(message_).size() + 2);
+    const auto largeBytes = static_cast<unsigned int>(message_.flattened().size() + 2);
     std::ofstream index(path_ + ".idx", std::ios::binary);
     writeSlots(index, tooSmall, kSmallBytes);
     writeSlots(index, large, largeBytes);

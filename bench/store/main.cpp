@@ -60,7 +60,7 @@ class Product {
 struct Systems {
   Systems(unsigned int entries, unsigned int bytes)
       : count(entries),
-        value(bench::flat(bench::messageOf(bytes))),
+        value(bench::messageOf(bytes).flattened()),
         bare(folder, entries, value),
         bareWithIntent(bare),
         product(folder, entries, bytes),
@@ -94,7 +94,7 @@ struct FreeSlotSystems {
   FreeSlotSystems(unsigned int count, unsigned int bytes)
       : toSet(folder.file("set"), count, 4096, bytes),
         toReopen(folder.file("reopen"), count, 0, bytes),
-        bare(folder, count, bench::flat(bench::messageOf(bytes))),
+        bare(folder, count, bench::messageOf(bytes).flattened()),
         bareWithIntent(bare) {}
 
   bench::Folder folder;

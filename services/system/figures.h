@@ -25,7 +25,8 @@ struct Figures {
 Figures readFigures();
 
 // Reads the lines of /proc/meminfo.  If the kernel does not report the available memory, it is the sum of what is
-// free and what could be freed.
+// free and what could be freed.  The library reads that file as well (kl/utilities.h), but its figures are KiB in 32
+// bits; these are bytes.
 Memory memoryFrom(std::istream& lines);
 
 // Has an object of the table (SYSTEM_OBJECT_...) changed so much that its followers are sent the change?  The host,

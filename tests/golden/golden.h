@@ -16,10 +16,6 @@ Bytes file(const std::string& name);
 // Any file; empty if there is none.
 Bytes contents(const std::string& path);
 
-inline Bytes flat(const kl::message& m) {
-  Bytes out;
-  m.flatten(out);
-  return out;
-}
+inline Bytes flat(const kl::message& m) { return m.flattened(); }
 
 }  // namespace golden

@@ -54,11 +54,7 @@ inline message replyTo(const message& asked) {
   return replyTo(asked.get(SYS_FROM, {}), asked.get(SYS_REQID, 0));
 }
 
-inline message::flat_message flat(const message& m) {
-  message::flat_message bytes;
-  m.flatten(bytes);
-  return bytes;
-}
+inline message::flat_message flat(const message& m) { return m.flattened(); }
 
 // A frame: the length, little-endian, and the bytes of a message, or of what is none.
 inline std::vector<unsigned char> framed(std::span<const unsigned char> body) {

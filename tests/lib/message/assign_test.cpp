@@ -10,12 +10,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes flat(const message& m) {
-  Bytes out;
-  m.flatten(out);
-  return out;
-}
-
 // A message with every list longer than `strings`, so that both the walked and the indexed list are met.
 Bytes bytesWith(unsigned int strings) {
   message m;
@@ -25,7 +19,7 @@ Bytes bytesWith(unsigned int strings) {
   m.insert_u32_array(0x88000001, {1, 2});
   m.insert_string_array(0xA0000001, {"a", "bc"});
   for (unsigned int i = 0; i < strings; ++i) m.insert_string(0x20000000 + i, std::string(i, 'x'));
-  return flat(m);
+  return m.flattened();
 }
 
 void expectTheSame(const Bytes& bytes) {
@@ -35,7 +29,7 @@ void expectTheSame(const Bytes& bytes) {
   message assigned;
   assigned.insert_u32(9, 9);
   assigned.assign(bytes.data(), len);
-  EXPECT_EQ(test::hex(flat(assigned)), test::hex(flat(copied)));
+  EXPECT_EQ(test::hex(assigned.flattened()), test::hex(copied.flattened()));
   ASSERT_EQ(RepAccess::of(assigned)->unshareable, RepAccess::of(copied)->unshareable);
   EXPECT_EQ(assigned.max_length(), copied.max_length());
   RepAccess::of(assigned)->check();
@@ -55,8 +49,8 @@ TEST(Assign, TurnsTheListsRound) {
   message m;
   const Bytes bytes = test::bytes("4d32 01000021 01 61  02000021 01 62");
   m.assign(bytes.data(), static_cast<unsigned int>(bytes.size()));
-  EXPECT_EQ(flat(m), bytes);
-  EXPECT_EQ(test::hex(flat(message(bytes))), "4d32 0200 0021 0162 0100 0021 0161");
+  EXPECT_EQ(m.flattened(), bytes);
+  EXPECT_EQ(test::hex(message(bytes).flattened()), "4d32 0200 0021 0162 0100 0021 0161");
 }
 
 TEST(Assign, LetsCopiesShare) {
@@ -77,7 +71,7 @@ TEST(Assign, BracesEmptyAMessageAndNoCopyOfIt) {
   EXPECT_EQ(m, message());
   EXPECT_EQ(RepAccess::of(m), nullptr);
   EXPECT_EQ(copy.get_u32(0x08000009, 0), 9u);
-  m = message::flat_message(flat(copy));
+  m = copy.flattened();
   EXPECT_EQ(m, copy);
 }
 

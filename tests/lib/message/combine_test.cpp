@@ -24,11 +24,7 @@ message u32s(std::vector<std::pair<unsigned int, unsigned int>> values) {
   return m;
 }
 
-std::string flatHex(const message& m) {
-  Bytes out;
-  m.flatten(out);
-  return hex(out);
-}
+std::string flatHex(const message& m) { return hex(m.flattened()); }
 
 // --- Comparing -------------------------------------------------------------------------------------------------
 

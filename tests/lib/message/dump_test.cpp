@@ -39,12 +39,6 @@ std::string onDumper(const message& m, unsigned int capacity = 100000) {
 
 std::string framed(const std::string& lines) { return kBanner + lines + kRule; }
 
-Flat flat(const message& m) {
-  Flat out;
-  m.flatten(out);
-  return out;
-}
-
 // A message with one message field in it, and so on, `depth` times.
 message nestedTo(unsigned int depth) {
   message m;
@@ -159,7 +153,7 @@ TEST(Dump, NestedMessagesAreIndentedByOne) {
   inner.insert_u32(0x08000005, 7);
   message m;
   m.insert_message(0x28000001, inner);
-  m.insert_message_array(0xA8000002, {flat(inner), flat(message())});
+  m.insert_message_array(0xA8000002, {inner.flattened(), message().flattened()});
   EXPECT_EQ(onStream(m, "| "),
             "| --- kl::message --------\n"
             "|  message [global(1)]...\n"
@@ -304,7 +298,7 @@ TEST(Dump, DumperTakesNothingFromTheHeap) {
   for (unsigned int i = 0; i < 30; ++i) inner.insert_u32(0x08000000 + i, i), inner.insert_bool(i, true);
   message m;
   m.insert_message(0x28000001, inner);
-  m.insert_message_array(0xA8000001, {flat(inner), flat(nestedTo(300))});
+  m.insert_message_array(0xA8000001, {inner.flattened(), nestedTo(300).flattened()});
   m.insert_message(0x28000002, Flat(bytes("0200 02 0700 00 00 0200 0000 01000000 02000000"
                                           "02 0700 00 00 0200 0000 03000000 04000000")));
   static char room[400000];
@@ -320,7 +314,7 @@ TEST(Dump, DumperShowsWhatAStreamShows) {
   inner.insert_string(0x20000001, "text");
   inner.insert_bool(1, true);
   message m;
-  m.insert_message_array(0xA8000001, {flat(inner), flat(inner)});
+  m.insert_message_array(0xA8000001, {inner.flattened(), inner.flattened()});
   m.insert_message(0x28000001, inner);
   m.insert_u32(kl::SYS_CMD, kl::CMD_GETALL);
   EXPECT_EQ(onDumper(m), onStream(m));
@@ -334,7 +328,7 @@ TEST(Dump, EveryPrefixOfNestedBytesIsShownOnBothOutputs) {
   inner.insert_string_array(0xA0000001, {"a", "bc"});
   inner.insert_raw(0x30000001, std::vector<unsigned char>(300));
   inner.insert_addr6_array(0x98000001, {kl::IPAddr6::zero, kl::IPAddr6::zero});
-  const Flat whole = flat(inner);
+  const Flat whole = inner.flattened();
   for (std::size_t n = 0; n <= whole.size(); ++n) {
     message m;
     m.insert_message(0x28000001,

@@ -27,11 +27,7 @@ IPAddr6 address(unsigned char last) {
   return v;
 }
 
-std::string flatHex(const message& m) {
-  Bytes out;
-  m.flatten(out);
-  return hex(out);
-}
+std::string flatHex(const message& m) { return hex(m.flattened()); }
 
 // --- Presence ----------------------------------------------------------------------------------------------
 

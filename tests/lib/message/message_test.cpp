@@ -28,12 +28,6 @@ const bool earlyIsEmpty = madeEarly.max_length() == 2;
 
 bool share(const message& a, const message& b) { return RepAccess::of(a) == RepAccess::of(b); }
 
-Flat flat(const message& m) {
-  Flat out;
-  m.flatten(out);
-  return out;
-}
-
 // --- Value ---------------------------------------------------------------------------------------------------
 
 TEST(Message, IsOnePointerAndEmptyWithoutAllocation) {
@@ -172,7 +166,7 @@ TEST(Sharing, ReadingNeverUnshares) {
   a.insert_string(0x20000001, "a");
   const message b(a);
   (void)b.get_string_ref(0x20000001);
-  (void)flat(b);
+  (void)b.flattened();
   EXPECT_TRUE(share(a, b));
 }
 
@@ -199,11 +193,11 @@ TEST(Clone, ReversesTheListsAndThereforeTheirRecords) {
   m.insert_u32(0x08000001, 1);
   for (unsigned int i = 0; i < 3; ++i)
     m.insert_raw(0x30000000 + i, {}), m.insert_u32_array(0x88000000 + i, {});
-  EXPECT_EQ(hex(flat(m)), hex(bytes("4d32 01000009 01 02000031 00 01000031 00 00000031 00"
-                                    "02000088 0000 01000088 0000 00000088 0000")));
+  EXPECT_EQ(hex(m.flattened()), hex(bytes("4d32 01000009 01 02000031 00 01000031 00 00000031 00"
+                                          "02000088 0000 01000088 0000 00000088 0000")));
   m.clone();
-  EXPECT_EQ(hex(flat(m)), hex(bytes("4d32 01000009 01 00000031 00 01000031 00 02000031 00"
-                                    "00000088 0000 01000088 0000 02000088 0000")));
+  EXPECT_EQ(hex(m.flattened()), hex(bytes("4d32 01000009 01 00000031 00 01000031 00 02000031 00"
+                                          "00000088 0000 01000088 0000 02000088 0000")));
 }
 
 TEST(Clone, KeepsSlotsAndErasedSlots) {
@@ -240,7 +234,7 @@ TEST(Size, ThousandLevelsAreCopiedComparedAndDestroyed) {
   message copy(m);
   copy.clone();
   EXPECT_TRUE(copy == m);
-  const Flat out = flat(m);
+  const Flat out = m.flattened();
   // A level takes 7 bytes around a form of up to 255 bytes, which the first 37 levels are, and then 8.
   EXPECT_EQ(out.size(), 2 + 37 * 7 + (1000 - 37) * 8u);
   EXPECT_TRUE(message(out) == m);
@@ -284,7 +278,7 @@ TEST(Allocations, OneParsesAMessageOfOrdinarySize) {
   for (unsigned int i = 0; i < 4; ++i) m.insert_string(0x20000000 + i, std::string(8 + 10 * i, 'x'));
   m.insert_u64(0x10000000, 1);
   m.insert_raw(0x30000000, Bytes(64));
-  const Flat out = flat(m);
+  const Flat out = m.flattened();
   std::vector<message> many;
   many.reserve(50);
   const AllocationCount before;

@@ -21,11 +21,7 @@ using Bytes = std::vector<unsigned char>;
 using Flat = message::flat_message;
 
 // In the grouping of the expectations below.
-std::string flatHex(const message& m) {
-  Bytes out;
-  m.flatten(out);
-  return hex(out);
-}
+std::string flatHex(const message& m) { return hex(m.flattened()); }
 
 std::string grouped(const char* text) { return hex(bytes(text)); }
 
