@@ -20,7 +20,7 @@ class FreeRanges;  // the ordered ranges, of which one is the current one
 //
 // It knows the free ranges, in ascending order, and which of them is the current one.  New identifiers come from
 // the low end of the current range; once it is used up the next one is current, and after the highest the
-// lowest.  What is freed beside the current range is never joined to its low end.
+// lowest.  An identifier freed beside the current range is never joined to its low end.
 //
 // Errors:    misuse is a bug of the caller: one line on standard output, then abort().
 // Ownership: owns its ranges; a resource, not a value, so it is not copied.

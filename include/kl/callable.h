@@ -65,7 +65,7 @@ class Callable<Result(Args...)> {
   }
 
  private:
-  // What is done with the kept object, whose type only this table knows.
+  // The operations on the kept object, whose type only this table knows.
   struct Work {
     Result (*call)(void* words, Args&&... args);
     void (*move)(void* from, void* to) noexcept;  // and destroys what is left

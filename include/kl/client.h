@@ -150,8 +150,8 @@ struct Called<Object, Client> {
 
 }  // namespace detail
 
-// Asks for the objects of one table, beside the loop.  Where it is, what its commands are and what they take and give
-// is known from the description:
+// Asks for the objects of one table, beside the loop.  The description tells where it is, which commands it has,
+// and what they take and give:
 //
 //     kl::Client<leases::Lease> leases_{*this};         // a member of a handler, which the replies come to
 //
@@ -196,7 +196,7 @@ class Client : public detail::Called<Object, Client<Object>>::Type {
   void get(unsigned int id, Done<Object> done) {
     post<Object>(idMessage(id), CMD_GETOBJ, std::move(done), detail::fieldsOf<Object>);
   }
-  // The whole table, in its order.  What changes meanwhile is in it as it was before or as it is afterwards.
+  // The whole table, in its order.  An object that changes meanwhile is in it as it was before or as it is afterwards.
   void getAll(Done<std::vector<Object>> done) {
     asker_.post(std::make_unique<detail::AllReplies<Object>>(std::move(done)), message(), CMD_GETALL);
   }

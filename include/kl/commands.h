@@ -12,8 +12,8 @@ namespace kl {
 
 class Handler;
 
-// What a request gives that the rules do not allow, as an error with the names of the fields: "host: at most 63 bytes".
-// An empty message where it keeps to them.
+// The error reply to a request that breaks the rules, with the names of the fields: "host: at most 63 bytes".  Empty
+// for one that keeps to them.
 message refusalOf(const ObjectRules& rules, const message& request);
 
 namespace detail {
@@ -32,7 +32,7 @@ void setRights(Policies& policies) {
 
 }  // namespace detail
 
-// A handler for what is no table.  Of a command `release_all` that takes `host` and gives `released`,
+// A handler for commands that are no table's.  For a command `release_all` that takes `host` and gives `released`,
 //
 //     class Pool : public kl::Commands<leases::Pool> {
 //       kl::Result<leases::PoolReleaseAllReply> cmdReleaseAll(const leases::PoolReleaseAllRequest& asked,
@@ -43,9 +43,9 @@ void setRights(Policies& policies) {
 //     };
 //
 // A command that takes nothing has the request alone, one that gives nothing returns a kl::Error, `{}` where it was
-// carried out.  What an operation is given keeps to the description: `required`, `min`, `max` and `values` of the fields
-// that the command takes.  The rights are those of the description.  An operation that is not overridden answers
-// ERROR_NOTIMP.  kl::Table and kl::TableView have these operations, too.
+// carried out.  A request that reaches an operation keeps to the description: `required`, `min`, `max` and `values` of
+// the fields that the command takes.  The rights are those of the description.  An operation that is not overridden
+// answers ERROR_NOTIMP.  kl::Table and kl::TableView have these operations, too.
 //
 // Base is kl::Handler, or kl::Looper where the service itself is the handler; its constructor's arguments are passed on.
 //

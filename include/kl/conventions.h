@@ -39,9 +39,9 @@ inline constexpr field<unsigned int> SYS_POLICY{0x08ff000b};    // the rights of
 inline constexpr field<unsigned int> SYS_CTRL{0x08ff000d};      // control code between process and loader
 inline constexpr unsigned int SYS_RADDR = 0x00ff000e;           // reserved; its type is its users' choice
 inline constexpr field<unsigned int> SYS_CTRL_ARG{0x08ff000f};  // argument of a control message
-// In a subscribe or unsubscribe request: the command that notifications for it carry.
+// The command that notifications carry, in the request that subscribes or unsubscribes.
 inline constexpr field<unsigned int> SYS_NOTIFYCMD{0x08ff0011};
-// In a notification: SYS_FROM of the request that caused the change.  That sender gets no notification.
+// SYS_FROM of the request that caused the change, in the notification.  That sender gets none.
 inline constexpr field<std::vector<unsigned int>> SYS_NOTIFYPATH{0x88ff0012};
 
 // Standard fields of services that show a table of objects.

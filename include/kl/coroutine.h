@@ -69,7 +69,7 @@ class TaskLink {
   std::coroutine_handle<> waiting_;
 };
 
-// What a task waits for.  It lies in the frame of the task from before the wait until after it.
+// The thing that a task waits for.  It lies in the frame of the task from before the wait until after it.
 class Awaited {
  public:
   Awaited() = default;
@@ -156,7 +156,7 @@ class Tasks {
 // this header makes, and only in the expression that makes it: a call of a TaskClient, ask(), after().
 //
 // Errors:    what went wrong elsewhere is a kl::Result.  An exception that leaves the coroutine ends the process.
-// Ownership: its frame is its own and ends with its return, or with its Tasks, whichever comes first.  What it is given
+// Ownership: its frame is its own and ends with its return, or with its Tasks, whichever comes first.  An argument
 //            by reference has to live as long: take parameters by value, and no captures in a lambda.
 // Threads:   runs on the thread of the loop: from its call to the first co_await there, then in callbacks.
 // Cost:      one allocation for the frame; waiting needs none beside those of what it waits for.
@@ -315,7 +315,7 @@ class AwaitedTicks : public Awaited {
 //
 // A command of the service's own is such a call, too: co_await leases_.releaseAll().
 //
-// What a call is given are variables: g++ 12 mistreats braces in a co_await expression, and so they do not compile.
+// The arguments of a call are variables: g++ 12 mistreats braces in a co_await expression, so they do not compile.
 //
 // Errors:    values of the results; nothing else.
 // Ownership: as Client.  Its end, and cancel(), end the tasks that wait for it.  The reply to a task that ended is
@@ -371,7 +371,7 @@ class TaskClient : public detail::AwaitedCalls<Object, TaskClient<Object>>::Type
     return call<Command>(nothing);
   }
 
-  // What is built in the co_await itself: g++ 12 destroys it twice.
+  // Not an object that is built in the co_await itself: g++ 12 destroys it twice.
   void add(const Object&& object) = delete;
   void set(const Object&& object, const std::vector<unsigned int>& clears = {}) = delete;
   template <class Command>

@@ -12,10 +12,10 @@
 
 namespace kl {
 
-// In CMD_SETOBJ to a kl::Table: ids of fields that the object is to have no longer.
+// The ids of fields that an object is to lose, in CMD_SETOBJ to a kl::Table.
 inline constexpr field<std::vector<unsigned int>> TABLE_CLEARS{0x88fd0001};
 
-// What a field may hold, and which requests may give it.
+// The values that a field may hold, and the requests that may give it.
 struct FieldRule {
   // Uses, as bits.
   static constexpr unsigned int kRequired = 1;  // every object has it
@@ -49,7 +49,7 @@ struct ObjectRules {
   static constexpr unsigned int kSetsOthers = 32;
   // The undo service can take back each change that a request makes.
   static constexpr unsigned int kUndone = 64;
-  // In place of a number: the service has none, or answers itself and has no handler for them.
+  // Stands for a number where the service has none, or where it answers itself and has no handler for the objects.
   static constexpr unsigned int kNone = 0xffffffff;
 
   const char* name;      // of one object
@@ -60,7 +60,7 @@ struct ObjectRules {
   std::span<const CommandRule> commands;  // whose rights are not those of the conventions
   const char* store = nullptr;            // the folder of the store that keeps the objects, below /kelo
 
-  // Where the objects are.  Needs: the service has a number.
+  // The path to the objects.  Needs: the service has a number.
   std::vector<unsigned int> path() const {
     std::vector<unsigned int> numbers{service};
     if (handler != kNone) numbers.push_back(handler);

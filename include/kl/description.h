@@ -12,8 +12,8 @@
 //     }
 //
 // Whoever may read at the service can then ask for it: CMD_GET to [service, HANDLER_DESCRIPTION] gives the text as
-// STD_DESCR.  klctl introspect does.  What a process says of itself proves nothing: it names things, and decides about no
-// right and no secret.
+// STD_DESCR.  klctl introspect does.  A description proves nothing about its process: it names things, and decides
+// about no right and no secret.
 
 #include "kl/export.h"
 

@@ -23,21 +23,22 @@ namespace kl {
 //     });
 //     foreign.run();
 //
-// The descriptor is readable when a pass has something to do, timers included.  What is called, and in which order, is
-// what run() calls: one poll, the timers that are due, the sockets that are ready, then the hooks of the next pass.  pass()
-// never waits.  Code outside of a pass may use the loop and its handlers, too, and calls pass() afterwards: only then does
-// the descriptor know of new timers and sockets, and what was sent to this process itself is on its way.
+// The descriptor is readable when a pass has something to do, timers included.  A pass makes the
+// calls of run() in their order: one poll, the timers that are due, the sockets that are ready, then the hooks of the
+// next pass.  pass() never waits.  Code outside of a pass may use the loop and its handlers, too, and calls pass()
+// afterwards: only then does the descriptor know of new timers and sockets, and what was sent to this process itself
+// is on its way.
 //
 // Errors:    descriptor() is -1 where the kernel has none left.
 // Ownership: owns its descriptors; borrows the loop, which outlives it.  The foreign loop forgets the descriptor before
 //            this is destroyed.  A resource, so it is not copied.  Needs: nobody calls run() of the loop.
 // Threads:   belongs to one thread, which is that of the loop.
 // Cost:      nothing before descriptor() is called first: then two descriptors.  A pass costs three system calls more than
-//            one of run(), and one for each watched socket.  What run() of a Looper holds back to write it together is
-//            written at once.
+//            one of run(), and one for each watched socket.  Messages that run() of a Looper holds back, to write
+//            them together, are written at once.
 class EmbeddedLoop {
  public:
-  // What run() does before its first pass; a Looper says that it runs.
+  // Does what run() does before its first pass; a Looper says that it runs.
   explicit EmbeddedLoop(ThinRunner& loop) : loop_(loop) {
     const bool wasEmpty = loop_.polls_.empty();
     loop_.stop_ = true;  // no pass
@@ -113,7 +114,7 @@ class EmbeddedLoop {
     return true;
   }
 
-  // In so many milliseconds; 0: now, below 0: never.
+  // Becomes readable in so many milliseconds; 0: now, below 0: never.
   void arm(int ms) {
     itimerspec expiry{};
     expiry.it_value.tv_sec = std::max(ms, 0) / 1000;

@@ -8,7 +8,7 @@
 
 namespace kl {
 
-// What a type's ids look like and which operations of the container serve it.
+// The type bits of a type's ids, and the operations of the container that serve it.
 template <class T>
 struct field_operations;
 
@@ -40,8 +40,8 @@ void theTypeBitsOfTheIdAreNotThoseOfTheType();
 //
 // Errors:    a mismatch of id and type is a compile error; so is a value of another type (a text or a 0 for the other
 //            one, a pointer for a bool), the field in a plain operation of another type, and, where the compiler
-//            optimises, the insertion of a constant that the field cannot hold: m.insert(SPEED, -1).  What is no
-//            constant is converted as ever.
+//            optimises, the insertion of a constant that the field cannot hold: m.insert(SPEED, -1).  A value that is
+//            no constant is converted as ever.
 // Ownership: a number.
 // Threads:   any.
 // Cost:      none; the calls are those of the plain operations.

@@ -32,12 +32,12 @@ namespace kl {
 // The copy stays meanwhile: lost() and complete() say when it is out of date and when it is not, and what changed in
 // between is told as if it had changed then.
 //
-// Of an object that is told again without a difference nothing is said.  A handler gets no notification of a change that
-// it asked for itself: a program that changes the table asks from another handler.
+// An object that is reported again without a difference causes no call.  A handler gets no notification of a change
+// that it asked for itself: a program that changes the table asks from another handler.
 //
 // Errors:    an error of the service is one call of lost() and a retry (kl/watcher.h).
 // Ownership: a handler, and owned as one.  Owns its copy, as messages.
-// Threads:   as any handler.  What is called back may do everything but destroy the follower.
+// Threads:   as any handler.  A callback may do everything but destroy the follower.
 // Cost:      a message for each object, in a map; its structure is made when it is asked for or told.
 template <class Object>
 class Follower : public Watcher {

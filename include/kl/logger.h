@@ -200,12 +200,12 @@ class KL_API lstream : public std::ostream {
   lstream(std::ostream& echo, std::initializer_list<LogTopic> topics);
 
 #ifdef KL_KEPT_SYMBOLS
-  // What programs of earlier builds call.
+  // Programs of earlier builds call these.
   lstream(unsigned int topic, unsigned int next, ...);
   lstream(std::ostream& echo, unsigned int topic, unsigned int next, ...);
 #else
-  // Several topics closed by a 0, of which the low 16 bits count.  The first one may be 0.  Where the compiler
-  // optimises and sees that the last one is another number, it warns; such a list ends with it.
+  // Several topics closed by a 0, of which the low 16 bits count.  The first one may be 0.  An optimising
+  // compiler warns where it sees that the last one is another number; such a list ends with it.
   template <class Topic, class... Rest>
   requires(std::convertible_to<Topic, unsigned int> && sizeof...(Rest) > 0 &&
            (std::convertible_to<Rest, unsigned int> && ...))

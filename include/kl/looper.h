@@ -189,8 +189,8 @@ class KL_API Handler {
   // May the request be carried out?  Asks the policies.
   virtual bool checkPolicy(const message& request);
 
-  // Puts this handler's number in front of SYS_FROM and sends the message on its way.  What fits() says no to is lost.
-  // Needs: a Looper.
+  // Puts this handler's number in front of SYS_FROM and sends the message on its way.  A message is lost for which
+  // fits() says no.  Needs: a Looper.
   virtual void sendMessage(message& m);
 
   // The same, and waits for the reply.  Nothing else runs meanwhile; what arrives is kept for later, at most
@@ -223,7 +223,7 @@ class KL_API Handler {
   void replyError(const message& request, unsigned int code, const std::string& text);
 
   // Will the message, or the reply to a request, be short enough for a frame when this handler sends it?  The paths and
-  // what else sending adds are counted.  What stays in this process (PATH_SELF) may have any length.
+  // what else sending adds are counted.  A message that stays in this process (PATH_SELF) may have any length.
   bool fits(const message& m) const;
   bool fits(const message& request, message reply) const;
 
@@ -269,7 +269,7 @@ class KL_API Handler {
   // The number that addHandler gave; BADID before.
   unsigned int getHandlerID() const { return id_; }
 
-  // What this handler's commands need.
+  // The rights that this handler's commands need.
   policies& accessPolicies() { return policies_; }
   const policies& accessPolicies() const { return policies_; }
 
@@ -284,7 +284,7 @@ class KL_API Handler {
 
   // How many subscriptions cmdSubscribe accepts; BADID, as at first, is no limit.  One beyond it is dropped without
   // notice: as no subscription is answered, its sender gets neither an error nor notifications, and subscribed() is not
-  // called.  What is there stays, and so does what comes back with the persistent data.
+  // called.  Subscriptions that exist stay, and so do those that come back with the persistent data.
   void setSubscriptionLimit(unsigned int most);
   unsigned int getSubscriptionLimit() const;
 
@@ -441,7 +441,7 @@ class KL_API Looper : public Handler, public Runner {
   // Local time in seconds since 1970.
   unsigned int getLocaltime();
 
-  // What came with the confirmation: READY_ID, READY_VERSION and READY_STARTS as values 1 to 3 (0 where the loader gave
+  // The values of the confirmation: READY_ID, READY_VERSION and READY_STARTS as values 1 to 3 (0 where the loader gave
   // none, and for any other n), and READY_CONFIGURATION.
   unsigned int getLoaderValue(unsigned int n) const;
   const message& getLoaderData() const { return loaderData_; }

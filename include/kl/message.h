@@ -48,7 +48,7 @@ concept PassedNumber = (std::is_same_v<T, bool> || std::is_same_v<T, unsigned in
                        !std::is_same_v<std::remove_cvref_t<V>, T> &&
                        (!std::is_lvalue_reference_v<V> || std::is_const_v<std::remove_reference_t<V>>);
 
-// What would become a value of the field by accident only: any pointer is a bool, and a 0 is a null text.
+// A type that converts to the field's value by accident only: any pointer is a bool, and a 0 is a null text.
 template <class T, class V>
 concept Accident = (std::is_same_v<T, bool> && std::is_pointer_v<std::decay_t<V>>) ||
                    (std::is_same_v<T, std::string> && (std::is_arithmetic_v<std::remove_cvref_t<V>> ||
@@ -63,7 +63,7 @@ template <class T>
 class array_view;
 
 // An output stream over memory of the caller's: it never allocates, formats no locale and is therefore
-// fit for a crash report.  What does not fit is dropped without notice.
+// fit for a crash report.  Text beyond the end is dropped without notice.
 //
 //     char text[1600];
 //     kl::Dumper out(text, sizeof text);
@@ -139,7 +139,7 @@ KL_API Dumper& doEndl<Dumper>(Dumper& out);
 // Ownership: owns its values.  Getters by value give copies; for pointers see the reference getters.
 // Threads:   copies of one message may be read, changed and destroyed in different threads at once, whatever they
 //            share.  One message object belongs to one thread at a time; several may read it, which copying and
-//            flattening are, while none changes it.  What a reference getter points to is part of its object:
+//            flattening are, while none changes it.  A reference getter points into its object:
 //            writing through the pointer changes the message, as a non-const getter itself does.
 // Cost:      a copy is one atomic increment, or a deep copy of an unshareable message; fields are found in
 //            constant time however many there are; values lie as bytes in one block.
@@ -153,7 +153,7 @@ class KL_API message {
     explicit flat_message(const std::vector<unsigned char>& bytes) : std::vector<unsigned char>(bytes) {}
   };
 
-  // What unflatten expects.  Any other value behaves as normal.
+  // The format that unflatten expects.  Any other value behaves as normal.
   enum flatten_type : unsigned int {
     normal = 0,       // magic and records, or the older format
     keep_marked = 1,  // as normal; records whose id has bit 25 go to kept() instead
@@ -164,7 +164,7 @@ class KL_API message {
 
   message() noexcept = default;
   message(const message& other);
-  // From bytes: the fields before a fault stay, and the fault is not reported (unflatten reports it).
+  // Reads bytes: the fields before a fault stay, and the fault is not reported (unflatten reports it).
   message(const flat_message& bytes);
   explicit message(const std::vector<unsigned char>& bytes);
   message(const unsigned char* data, unsigned int len);
@@ -328,7 +328,7 @@ class KL_API message {
   template <class T>
   void remove(field<T> id);
 
-  // What does not compile: values of other types, and a field in a plain operation of another type.
+  // These do not compile: values of other types, and a field in a plain operation of another type.
   template <class T, class V>
   requires(detail::Accident<T, V>) static void insert(field<T> id, V&& v) = delete;
   template <class T, class V>

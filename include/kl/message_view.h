@@ -23,7 +23,7 @@ class message_view;
 template <class T>
 class array_view;
 
-// What a view gives for the value of a field<T>: numbers and addresses as they are, everything else in place.
+// The type of a field<T>'s value in a view: numbers and addresses as they are, everything else in place.
 template <class T>
 struct viewed {
   using type = T;
@@ -131,7 +131,7 @@ class array_view {
 //     const unsigned int command = request.get(kl::SYS_CMD, 0);
 //     const std::string_view name = request.get_string(0x20000001, "");  // lies in `bytes`
 //
-// Of the bytes it says what a kl::message made of them says, by each operation that has the same name: the same fields
+// It says of the bytes what a kl::message made of them says, by each operation that has the same name: the same fields
 // with the same values and defaults, the last value of a field that stands twice, the fields before a fault and, of an
 // array that a fault cuts off, its whole elements.  All records are checked in constructing, and those of a nested
 // message when a view of it is made; ok() is what unflatten() returns.  It differs from a message in this:
@@ -228,7 +228,7 @@ class message_view {
     return find(id) != nullptr;
   }
 
-  // What does not compile: a default of another type, and a field in a plain operation of another type.
+  // These do not compile: a default of another type, and a field in a plain operation of another type.
   template <class T, class V>
   requires(detail::Accident<T, V>) static void get(field<T> id, V&& def) = delete;
 #define KL_FOR_FIELDS_OF(operation, type, ...) \
@@ -267,7 +267,7 @@ class message_view {
 
   using Place = const unsigned char*;
 
-  // What was seen of the ids of a long message so far.
+  // The ids of a long message that were seen so far.
   struct Seen {
     std::uint64_t bits[1024];
     unsigned int mask;
@@ -588,8 +588,8 @@ inline bool message_view::standsBefore(unsigned int id, unsigned int before) con
 
 // --- Finding fields ------------------------------------------------------------------------------------------
 
-// Most are asked for in the order of the records or, as lists are written, in its reverse.  Of a message in which an id
-// stands twice the window counts as empty.
+// Most are asked for in the order of the records or, as lists are written, in its reverse.  The window of a message in
+// which an id stands twice counts as empty.
 [[gnu::noinline]] inline message_view::Place message_view::find(unsigned int id) const {
   unsigned int i = next_;
   if (i == filled_ || ids_[i] != id) {

@@ -21,8 +21,8 @@ namespace kl {
 //       inbox_.post([this, result] { publish(result); });                 // runs on the loop's thread
 //     });
 //
-// What is posted runs in the order of the posts, in the loop's next pass, after the timers.  What one of them posts
-// runs in a later pass, so the loop does not starve.
+// Posted functions run in the order of the posts, in the loop's next pass, after the timers.  A function that one of
+// them posts runs in a later pass, so the loop does not starve.
 //
 // Errors:    isOpen() is false where the kernel has no descriptor left: then nothing runs that is posted, and post()
 //            says so.

@@ -19,7 +19,7 @@
 
 namespace kl {
 
-// What a field holds, one value each.
+// The kinds of values that fields hold.
 enum class RecordKind : unsigned char { kBool, kU32, kU64, kAddr6, kString, kMessage, kRaw };
 
 // The bit of an id as written that belongs to the format: it says which of two shapes the payload has, and no field's id
@@ -36,9 +36,9 @@ constexpr unsigned long long readLe64(const unsigned char* at) {
   return readLe32(at) | static_cast<unsigned long long>(readLe32(at + 4)) << 32;
 }
 
-// What follows the id of a record, by the last byte of the id as written, in which bits 31..27 tell the type and bit 24
-// is the flag: so many bytes; a length of one byte or of two, and so many bytes; a count of two bytes and elements of one
-// size, or elements with a length each.
+// The payload behind the id of a record, by the last byte of the id as written, in which bits 31..27 tell the type and
+// bit 24 is the flag: so many bytes; a length of one byte or of two, and so many bytes; a count of two bytes and
+// elements of one size, or elements with a length each.
 struct RecordShapes {
   static constexpr unsigned char kMostBytes = 16, kShortLength = 17, kLongLength = 18, kElements = 19,
                                  kPrefixedElements = 64, kUnknown = 65;
@@ -116,7 +116,7 @@ class Record {
   std::span<const unsigned char> bytes() const { return bytes_; }
 
   // The value alone: 1 or 4 bytes of a u32, the 8 or 16 of a u64 or an address, the bytes of a string, a
-  // nested message or raw data without their length, nothing for a bool.  Of an array what follows its count.
+  // nested message or raw data without their length, nothing for a bool.  An array's is what follows its count.
   std::span<const unsigned char> payload() const { return bytes_.subspan(header_); }
 
   // Elements of an array; 1 for a single value.

@@ -11,7 +11,7 @@
 
 namespace kl {
 
-// In requests for a table and in the objects that pop() gives: the value of setFilter().
+// The value of setFilter(), in requests for a table and in the objects that pop() gives.
 inline constexpr field<unsigned int> REGET_FILTER{0x08fe000c};
 
 // Objects, one after the other, from a source that a derived class knows.

@@ -138,7 +138,7 @@ class KL_API ThinRunner {
   // A hook added by a hook is first called in the next pass.
   void addBeforeSleep(void* data, HookCallback fn);
 
-  // Removes the hooks with this pair.  Of two that lie next to each other only the first goes.
+  // Removes the hooks with this pair.  Where two lie next to each other only the first goes.
   void removeBeforeSleep(void* data, HookCallback fn);
 
  protected:
@@ -208,7 +208,7 @@ class KL_API ThinRunner {
 
 using TimerPtr = ThinRunner::TimerPtr;
 
-// What a signal does to the process.  Any other value counts as SIGACTION_DEFAULT for the kernel.
+// The effect of a signal on the process.  Any other value counts as SIGACTION_DEFAULT for the kernel.
 enum RunnerSigaction : unsigned int {
   SIGACTION_IGNORE = 0,
   SIGACTION_DEFAULT = 1,

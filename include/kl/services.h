@@ -52,7 +52,7 @@ inline constexpr field<unsigned long long> SVC_OLDEST{0x10000028};
 // The seconds since it sent something; absent while it has not.
 inline constexpr field<unsigned int> SVC_SILENT{0x08000029};
 
-// In CMD_SETOBJ: what to do with the service.
+// The action on the service, in CMD_SETOBJ.
 inline constexpr field<unsigned int> SVC_ACTION{0x0800000d};
 
 // Values of SVC_STATE.
@@ -71,8 +71,8 @@ inline constexpr unsigned int SVC_STOP = 2;     // SIGTERM, and SIGKILL after 2 
 inline constexpr unsigned int SVC_RESTART = 3;  // the two together
 inline constexpr unsigned int SVC_LEAVE = 4;    // asks it to save its state and end
 
-// CMD_GETALL and CMD_GETCOUNT on the path [1, LOADER_REQUESTS] show the requests that are not answered yet.  Who may not
-// read at the asked service sees its own alone.  STD_ID is a request's number for as long as it is open.
+// CMD_GETALL and CMD_GETCOUNT on the path [1, LOADER_REQUESTS] show the requests that are not answered yet.  An asker
+// that may not read at the asked service sees its own alone.  STD_ID is a request's number for as long as it is open.
 inline constexpr unsigned int LOADER_REQUESTS = 10;
 inline constexpr field<unsigned int> REQUEST_ASKER{0x0800002a};
 inline constexpr field<unsigned int> REQUEST_ASKED{0x08000023};
@@ -118,15 +118,15 @@ inline constexpr unsigned int CTRL_READY = 8;        // loader: confirms the reg
 // process: is to be started again at the second SYS_CTRL_ARG since 1970 if it has left by then; 0: no longer
 inline constexpr unsigned int CTRL_WAKE_AT = 9;
 
-// In CTRL_HELLO: twelve values, the service id asked for (0: the loader picks one) and the version word of
-// the service in front; the others are 0.
+// Field of CTRL_HELLO: twelve values, the service id asked for (0: the loader picks one) and the version word
+// of the service in front; the others are 0.
 inline constexpr field<std::vector<unsigned int>> REGISTRATION_VALUES{0x88000001};
 
-// In CTRL_READY.
+// Fields of CTRL_READY.
 inline constexpr field<unsigned int> READY_ID{0x08000001};       // the service id given
 inline constexpr field<unsigned int> READY_VERSION{0x08000002};  // the loader's version word
 inline constexpr field<unsigned int> READY_STARTS{0x08000003};   // the number of this start, from 1
-// What the service saved with its last CTRL_LEFT, absent if that was nothing.
+// The data that the service saved with its last CTRL_LEFT, absent if it saved none.
 inline constexpr field<message::flat_message> READY_DATA{0x28000004};
 // The settings of the service, absent if it has none.
 inline constexpr field<message::flat_message> READY_CONFIGURATION{0x28000005};
@@ -184,12 +184,12 @@ inline constexpr field<unsigned int> LOG_SOURCE{0x08000004};  // its number in i
 inline constexpr field<std::vector<unsigned int>> LOG_TOPICS{0x88000005};
 inline constexpr field<std::string> LOG_TEXT{0x20000006};
 
-// In a request, beside fields of the line: the filter.
+// The filter of a request, beside fields of the line.
 inline constexpr field<unsigned long long> LOG_SINCE{0x10000007};  // LOG_TIME is not before this
 inline constexpr field<std::string> LOG_CONTAINS{0x20000008};      // LOG_TEXT has this in it
 
-// In a notification: the number of lines that passed the filter and were not sent since the last notification,
-// because more came than a notification takes.  CMD_GETALL has them while they are in memory.
+// The number of lines, in a notification, that passed the filter and were not sent since the last one, because
+// more came than a notification takes.  CMD_GETALL has them while they are in memory.
 inline constexpr field<unsigned int> LOG_SKIPPED{0x08000009};
 
 // Fields of a rule: of a topic,
@@ -203,7 +203,7 @@ inline constexpr field<unsigned int> LOG_FILE_SYNC{0x0800000f};         // LOG_S
 inline constexpr field<std::string> LOG_FILE_FAILURE{0x20000010};  // why it takes no lines; absent: it does
 inline constexpr field<unsigned long long> LOG_FILE_LOST{0x10000011};  // lines that were not written
 
-// In the reply to CMD_GET.
+// Fields of the reply to CMD_GET.
 inline constexpr field<unsigned int> LOG_CLIENTS{0x08000012};        // connected now
 inline constexpr field<unsigned long long> LOG_LINES{0x10000013};    // taken since the start
 inline constexpr field<unsigned long long> LOG_DROPPED{0x10000014};  // not taken: their client wrote too fast
@@ -243,7 +243,7 @@ inline constexpr field<message::flat_message> UNDO_MESSAGE{0x28000002};  // what
 inline constexpr field<std::string> UNDO_DESCRIPTION{0x20000003};        // for people
 inline constexpr field<unsigned int> UNDO_RIGHTS{0x08000005};            // what the request needed
 inline constexpr field<std::string> UNDO_USER{0x20000006};               // who asked; may be empty
-// What the undo service adds.
+// The undo service adds these.
 inline constexpr field<unsigned long long> UNDO_TIME{0x10000007};           // seconds since 1970, UTC
 inline constexpr field<std::vector<unsigned int>> UNDO_SOURCE{0x88000008};  // the path of who made the record
 inline constexpr field<bool> UNDO_UNDONE{0x00000009};  // it is undone now; UNDO_MESSAGE does it again

@@ -12,7 +12,7 @@
 
 namespace kl {
 
-// A set of messages, each under a 32-bit id, in two files.  What is set is there again after a restart:
+// A set of messages, each under a 32-bit id, in two files.  A message that was set is there again after a restart:
 //
 //     kl::Store routes("/kelo/routes/table", 3);       // creates /kelo/routes, loads what is there
 //     routes.set(17, m);
@@ -23,8 +23,8 @@ namespace kl {
 // P being the path, the files are P.idx, P.dat and P.lock; docs/store.md has their bytes.  Changes go to the
 // files at once and are made durable by one pair of fsync(2) half a second later (50 ticks); space that
 // removed and grown messages leave behind is used again, and given back by a compaction a minute (6000 ticks)
-// after the store became bloated: at least nine free slots that take more than an eighth of the data.  In a
-// process without a Runner both happen at once.
+// after the store became bloated: at least nine free slots that take more than an eighth of the data.  Without a
+// Runner in the process both happen at once.
 //
 // Each entry has a lifetime counter that only age() counts; how often that is called is the owner's choice.
 //
@@ -35,8 +35,8 @@ namespace kl {
 // waits.  The lock keeps each write whole; what another process changed is seen when a store is constructed, so two
 // that both add entries write over each other's.
 //
-// Errors:    nothing is thrown.  What fails prints one line that begins with "STORE: " on standard output and
-//            gives a neutral result: false, an empty message, or nothing.
+// Errors:    nothing is thrown.  An operation that fails prints one line that begins with "STORE: " on standard output
+//            and gives a neutral result: false, an empty message, or nothing.
 // Ownership: owns its descriptors and its timers; the timers borrow the Store until it is destroyed.  A
 //            resource, so it is not copied.
 // Threads:   one thread uses a store; with a Runner the thread that runs it.
@@ -44,7 +44,7 @@ namespace kl {
 //            entries and of free slots.  Memory: some 110 bytes an entry, some 40 a free slot.
 class KL_API Store {
  public:
-  // Where an entry lies.  There is one for every slot, free or not.
+  // The place of an entry.  There is one for every slot, free or not.
   struct Entry {
     unsigned int offset = 0;    // of the slot in the data file, in bytes
     unsigned int size = 0;      // of the slot in bytes; the blob in it may be shorter
@@ -53,7 +53,7 @@ class KL_API Store {
   };
   using Entries = std::map<unsigned int, Entry>;
 
-  // What a loss of power may cost.
+  // The cost of a loss of power.
   enum class Durability {
     kFlushed,  // unsynced changes, and the whole store if the two lengths end up inconsistent
     kPowerLoss,  // what was changed since the last flush, never the store.  One more sync with the first new slot
@@ -66,7 +66,7 @@ class KL_API Store {
   Store(const std::string& path, unsigned int lifetime, Durability durability = Durability::kFlushed);
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
-  // Closes the files.  What was changed last is in them, but not made durable.
+  // Closes the files.  The last changes are in them, but not made durable.
   ~Store();
 
   // Stores `m`, or replaces what is stored under `id`; the lifetime of an entry that is there stays.
@@ -147,7 +147,7 @@ class KL_API Store {
   std::unique_ptr<Core> core_;
 };
 
-// What the files of a store hold, for those who look at a store that is not theirs.  Nothing is printed or changed,
+// The contents of a store's files, for those who look at a store that is not theirs.  Nothing is printed or changed,
 // files of the older layout included:
 //
 //     const kl::StoreView view("/kelo/routes/table");
@@ -159,7 +159,7 @@ class KL_API Store {
 // a writer does not let go of that for a second, the view is what was read, and what does not fit is taken for the change
 // that is under way: only missing files are findings then.
 //
-// Errors:    nothing is thrown.  What cannot be read is missing, and findings() says why.
+// Errors:    nothing is thrown.  Unreadable entries are missing, and findings() says why.
 // Ownership: owns copies of all messages and holds no file open.
 // Threads:   any, but not while the process's Looper begins or ends.  It closes the lock file, which makes the process
 //            lose a lock that a Store of another thread has on it at this moment.
@@ -206,7 +206,7 @@ class StoreView {
   // Reads the store P = `path`.
   explicit StoreView(const std::string& path);
 
-  // In the order of the slots.
+  // These are in the order of the slots.
   const std::vector<Entry>& entries() const { return state_.entries; }
   const std::vector<FreeSlot>& freeSlots() const { return state_.freeSlots; }
   const std::vector<Finding>& findings() const { return state_.findings; }
@@ -222,7 +222,7 @@ class StoreView {
   message get(const Entry& entry) const;
 
  private:
-  // What one reading of the files finds.
+  // The result of one reading of the files.
   struct State {
     std::vector<Entry> entries;
     std::vector<FreeSlot> freeSlots;

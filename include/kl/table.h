@@ -22,7 +22,7 @@ namespace kl {
 // The handler under which a Looper that is a table itself keeps its objects over a leave.
 inline constexpr unsigned int HANDLER_KEEPER = 0xff0011;
 
-// What is wrong with an object that somebody asks for, by the names of its fields.
+// The faults of an object that somebody asks for, by the names of its fields.
 //
 // Errors:    none.
 // Ownership: borrows the rules, which are constants.
@@ -50,7 +50,7 @@ namespace detail {
 
 struct TableParts;  // the library's part of a table
 
-// What a table is asked and told beside its commands.
+// The calls that a table gets beside its commands.
 class TableHooks {
  public:
   virtual void inspect(const message& object, Problems& problems) = 0;
@@ -63,7 +63,7 @@ class TableHooks {
   ~TableHooks() = default;
 };
 
-// Where the objects of a table are, as messages.  The messages that are given are errors, or empty.
+// The objects of a table as messages, wherever they are.  A message that an operation returns is an error, or empty.
 class TableSource {
  public:
   // Objects from `start` on go into the chunk until it is full.
@@ -72,7 +72,7 @@ class TableSource {
   virtual bool readRow(unsigned int id, message& object) = 0;
   // The same for a notification.
   virtual bool readChanged(unsigned int id, message& object) { return readRow(id, object); }
-  // What subscribers are told of an object that is gone, beside its id.
+  // The fields that subscribers get of an object that is gone, beside its id.
   virtual message remains(unsigned int) { return {}; }
   virtual Result<unsigned int> countRows() = 0;
   // BADID where there is none.
@@ -113,7 +113,7 @@ class TableCore {
   std::unique_ptr<TableParts> parts_;
 };
 
-// Of objects elsewhere.
+// The core of a table with its objects elsewhere.
 class TableElsewhere : public TableSource, public TableCore {
  protected:
   TableElsewhere(Handler& handler, const ObjectRules& rules, TableHooks& hooks)
@@ -121,12 +121,12 @@ class TableElsewhere : public TableSource, public TableCore {
   ~TableElsewhere() = default;
 };
 
-// Of objects in memory.
+// The core of a table with its objects in memory.
 class TableMemory : public TableCore {
  public:
   unsigned int size() const;
 
-  // In the order of the table: ascending, or its own.
+  // The ids in the order of the table: ascending, or its own.
   std::vector<unsigned int> ids() const;
 
   // An object more than so many is refused; any number at first.
@@ -186,8 +186,8 @@ class TableHandler : public Operated<Object, Base>::Type, public TableHooks, pub
   virtual void added(const Object&) {}
   virtual void changed(const Object& before, const Object& now) { (void)before, (void)now; }
   virtual void removed(const Object&) {}
-  // What the undo service shows of a change by a request; "lease 4 added" where that is empty.  `done` is CMD_ADDOBJ,
-  // CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
+  // The text that the undo service shows of a change by a request; "lease 4 added" where that is empty.  `done` is
+  // CMD_ADDOBJ, CMD_SETOBJ, CMD_REMOVEOBJ or CMD_MOVEOBJ.
   virtual std::string describe(unsigned int done, const Object&) { return (void)done, std::string(); }
 
   message cmdGetObj(const message& request, unsigned int id) override {
@@ -225,7 +225,7 @@ class TableHandler : public Operated<Object, Base>::Type, public TableHooks, pub
 
 }  // namespace detail
 
-// A table whose objects are in memory.  What a description says of them is all that it needs:
+// A table whose objects are in memory.  It needs nothing but what a description says of them:
 //
 //     class Leases : public kl::Table<leases::Lease> {
 //       void check(const leases::Lease& lease, kl::Problems& problems) override {
@@ -257,10 +257,10 @@ class TableHandler : public Operated<Object, Base>::Type, public TableHooks, pub
 //     CMD_MOVEOBJ  puts the object in front of STD_NEXTID, or at the end.  A table whose description has this command
 //                  has an order: its objects name the next one in STD_NEXTID.
 //
-// Of a request a command takes the fields that the description says it takes; where it says nothing of that, all of the
+// A command takes those fields of a request that the description names; where the description names none, all of the
 // object's fields and those that the description does not know, which newer programs may.  They must keep to the
-// description: `required`, `min`, `max`, and one of the `values` where the field has words for them.  What does not is
-// refused with the names of the fields: "mac: missing; mtu: at least 68".
+// description: `required`, `min`, `max`, and one of the `values` where the field has words for them.  A request that
+// does not is refused with the names of the fields: "mac: missing; mtu: at least 68".
 //
 // Errors:    ERROR_UNKNOWNID, ERROR_EXISTS, ERROR_UNKNOWNNEXTID; ERROR_MISSING for a required field, ERROR_TOOBIG for
 //            one that is too long and for an object of more than kMostObjectBytes, ERROR_FAILED with a text for the
@@ -376,7 +376,7 @@ class TableView : public detail::TableHandler<Object, Base, detail::TableElsewhe
   unsigned int freeId() override { return BADID; }
   // As find(), for a notification: one call for each object of a batch, notifiesSent() after the last.
   virtual Result<Object> findChanged(unsigned int id) { return find(id); }
-  // What subscribers are told of an object that is gone, beside STD_ID and STD_DEAD.
+  // The fields that subscribers get of an object that is gone, beside STD_ID and STD_DEAD.
   message remains(unsigned int) override { return {}; }
 
  protected:

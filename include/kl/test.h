@@ -36,7 +36,7 @@ namespace kl::test {
 class Bus;
 class Member;
 
-// What the kit itself found wrong; its text is one line.
+// A fault that the kit itself found; its text is one line.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -82,7 +82,7 @@ class TestBus {
   void add(unsigned int number, Handler& handler);
   // The number of the service; 0 before its registration.
   unsigned int service() const;
-  // What the loader's configuration says of the service, for registrations from now on.
+  // Sets what the loader's configuration says of the service, for registrations from now on.
   void setSettings(const message& settings);
   // Answers requests to the loader's own service, [1]; without a script they are ERROR_NOTIMP.
   void onLoader(unsigned int command, std::function<message(const message& request)> script);
@@ -111,12 +111,12 @@ class TestBus {
   // --- Leaving and ends of the service.
 
   enum class Leave { kLeft, kRefused, kMayNot, kNoAnswer };
-  // Asks it to leave, if it said that it may.  What is for it waits from then on until it is there again.
+  // Asks it to leave, if it said that it may.  Messages for it wait from then on until it is there again.
   Leave askToLeave();
   // Said that it may leave (Looper::setupLeave); wishes to be asked (Looper::tellLeave).
   bool mayLeave() const;
   bool wantsToLeave() const;
-  // What it saved when it last left, and what it finds when it registers next.
+  // The data that it saved when it last left, and those that it finds when it registers next.
   const message& leaveData() const;
   void setLeaveData(const message& data);
   // Makes way for the next process of the service, after a leave or an end.  The Looper of a bus that was made with a
@@ -125,9 +125,9 @@ class TestBus {
 
   // --- Faults.
 
-  // What is for the service arrives so many ticks later from now on, in its order.
+  // Messages for the service arrive so many ticks later from now on, in its order.
   void delay(unsigned int ticks);
-  // It arrives in pieces of so many bytes; 0: in one.
+  // They arrive in pieces of so many bytes; 0: in one.
   void cut(unsigned int bytes);
   // The service's writes meet a full socket soon, and go out in pieces.
   void shrinkBuffers();
@@ -186,13 +186,13 @@ class Peer {
   void subscribe(const Path& to, unsigned int command = CMD_NOTIFY, const message& filter = {});
   void unsubscribe(const Path& to, unsigned int command = CMD_NOTIFY, const message& filter = {});
 
-  // What has come since the last call, each in its order: notifications and other commands without a request number,
+  // Takes what has come since the last call, each in its order: notifications, other commands without a request number,
   // services that have ended, notices about paths that lead nowhere.
   std::vector<message> takeNotified();
   std::vector<unsigned int> takeDeaths();
   std::vector<message> takeNotices();
 
-  // --- Answering.  What has no script is ERROR_NOTIMP, as of a handler, but CMD_NOOP.
+  // --- Answering.  A command without a script gets ERROR_NOTIMP, as from a handler, but CMD_NOOP.
 
   void on(unsigned int command, Script script);
   void on(unsigned int command, const message& reply);
@@ -204,7 +204,7 @@ class Peer {
   std::vector<message> takeAsked();
   void reply(const message& request, const message& body);
 
-  // Who has subscribed here; notifies all of them, under their commands.
+  // The number of subscribers here; notifies all of them, under their commands.
   unsigned int subscribers() const;
   void notify(const message& body);
 
@@ -245,7 +245,7 @@ class RealBus {
   void signal(int number);
   // Waits for its end: its exit status, or 128 and the signal; -1 when it does not end in time.
   int waitForEnd(int deadlineMs = 10000);
-  // What it has logged so far; waits until that holds a text.
+  // The lines that it has logged so far; waits until they hold a text.
   std::string log() const;
   bool logs(const std::string& text, int deadlineMs = 5000) const;
 

@@ -12,7 +12,7 @@
 namespace kl {
 namespace detail {
 
-// What a timer or a watch calls.  While it is called it lies on the stack, so that the callback may give its owner
+// The function that a timer or a watch calls.  Meanwhile it lies on the stack, so that the callback may give its owner
 // another one or destroy it: the owner's part is told by a flag.
 template <class Signature>
 class Call;

@@ -75,7 +75,7 @@ class WallTimer {
     return moment;
   }
 
-  // What is called lies on the stack: it may start this anew or destroy it.
+  // The function lies on the stack: it may start this anew or destroy it.
   void fire() {
     std::uint64_t count;
     if (::read(timer_, &count, sizeof count) != sizeof count) return;
