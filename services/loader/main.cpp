@@ -14,7 +14,7 @@
 
 namespace {
 
-// What strangers make the loader keep is bounded, so this is somebody else's fault; and nobody could go on from here.
+// Strangers cannot make the loader keep more than is bounded, so another process has it; and nobody could go on here.
 [[noreturn]] void endWithoutMemory() {
   constexpr char kLine[] = "kl-loader: ends because no memory is left\n";
   (void)!::write(STDERR_FILENO, kLine, sizeof kLine - 1);

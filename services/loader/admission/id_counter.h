@@ -15,7 +15,7 @@ namespace loader {
 // up, none comes again within a day.
 //
 // The file holds the first id that no loader has given out yet, as text.  Ids are claimed in blocks, so that
-// picking one rarely touches the disk.  What is left of a block is given back at an orderly end; after any other the
+// picking one rarely touches the disk.  The rest of a block is given back at an orderly end; after any other the
 // next loader skips it.
 //
 // Errors:    a file that cannot be read or written costs a line on the log; counting goes on in memory.

@@ -14,7 +14,7 @@ RightsRecords rightsRecords(const std::string& user, const Rights& rights);
 // What a sender may do at each destination; its grants are in the order of the access lists.
 SenderRights senderRights(const Configuration& configuration, const Sender& sender);
 
-// What the requests to a service are measured by.
+// The rules that requests to a service are measured by.
 DestinationRules rulesFor(const Configuration& configuration, unsigned int id);
 
 // The rights of root and of the loader's own user.

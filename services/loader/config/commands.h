@@ -9,7 +9,7 @@
 
 namespace loader {
 
-// What each command needs, in policy bits.
+// The policy bits that each command needs.
 using CommandRights = std::unordered_map<unsigned int, unsigned int>;
 
 // The commands that the library knows a policy for, with what they need unless a handler says otherwise.

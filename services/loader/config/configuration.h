@@ -48,7 +48,7 @@ struct ServiceConfiguration {
   ProcessLimits limits;
   std::vector<unsigned char> settings;  // a flattened message; empty without settings
 
-  // Who it runs as; kUnknownUser when the system does not know the user.
+  // The user it runs as; kUnknownUser when the system does not know the user.
   uid_t userId() const;
 };
 

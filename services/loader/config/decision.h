@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// Where a decision comes from.
+// The entry that a decision comes from.
 struct RuleReference {
   std::string table;      // "access of log", "rights", "rights of netif" or "built in"
   std::string key;        // "bob", "@wheel", "default"; "root" and "default" of what is built in
@@ -34,7 +34,7 @@ struct Sender {
 bool isTrusted(uid_t uid);
 
 // Asks the `access` of the destination before [rights]; in each the user, then groups in the order of lines, then the
-// default.  Who is covered by nothing may read.  BADID stands for any destination without an `access` of its own.
+// default.  A sender that nothing covers may read.  BADID stands for any destination without an `access` of its own.
 Decision explain(const Configuration& configuration, const Sender& sender, unsigned int destination);
 
 }  // namespace loader

@@ -24,7 +24,7 @@ bool isSameForLoader(const ServiceConfiguration& one, const ServiceConfiguration
          one.watchdogSeconds == other.watchdogSeconds;
 }
 
-// What a loader that runs goes by until its end.
+// The keys that a running loader goes by until its end.
 std::vector<std::string> keysForLater(const Configuration& former, const Configuration& now) {
   std::vector<std::string> keys;
   if (former.stateFolder != now.stateFolder) keys.emplace_back("loader.state_folder");

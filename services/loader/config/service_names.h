@@ -39,7 +39,7 @@ class ServiceNames {
   // False where no file could have names.
   bool mayHaveNames() const { return !folder_.empty() && !service_.empty(); }
 
-  // What somebody who wrote `name` has to know: which names there are, or that there is no description.
+  // For somebody who wrote an unknown name: the names there are, or that there is no description.
   std::string settingsThereAre();
   std::string fieldsThereAre();
   std::string commandsThereAre();

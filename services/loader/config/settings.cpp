@@ -95,7 +95,7 @@ class SettingsReader {
     return isWithin(field, node) && readValue(m, field.id, node);
   }
 
-  // Of a number its value is bounded, of a text, of bytes and of a list their length.
+  // The bounds are those of a number's value, and of the length of a text, of bytes and of a list.
   static bool isWithin(const describe::Field& field, const toml::node& node) {
     std::uint64_t measure = 0;
     if (const toml::array* list = node.as_array()) measure = list->size();

@@ -27,7 +27,7 @@ struct Pool {
   bool isReserve = false;
 };
 
-// What one user, or one configured service, takes.
+// The resources that one user, or one configured service, takes.
 //
 // Q1  what a pool's accounts take is what the pool counts as taken
 //

@@ -44,7 +44,7 @@ Access judged(unsigned int bits, unsigned int command, const DestinationRules& t
 }
 
 // The request names a user: he may do what he may do himself at the destination, as far as the bits of the request go.
-// Where he may do everything, nobody speaks for him.
+// Nobody speaks for a user who may do everything there.
 Access decideInNameOf(const SenderRights* user, const Envelope& e, const DestinationRules& to) {
   if (user == nullptr) return denied(Access::Denial::kForeignUser);
   const Grant* grant = grantAt(*user, to);
@@ -73,7 +73,7 @@ Access Access::decide(const SenderRights& sender, const Envelope& e, const Desti
   if (!e.isCommand()) return {};
   if (sender.isTrusted) return passedAsItIs(sender, e);
   if (sender.speaksFor != nullptr) {
-    // What lies behind a gateway ends by its word.
+    // A gateway alone knows when something behind it ends.
     if (e.command == kl::CMD_DISCONNECTED) return withoutRights();
     if (!e.user.bytes().empty()) return decideInNameOf(sender.speaksFor->find(e.user.text()), e, to);
   }

@@ -16,7 +16,7 @@
 
 namespace loader {
 
-// What the requests of one sender may do at the destinations of one access list.
+// The rights of one sender's requests at the destinations of one access list.
 struct Grant {
   Rights rights;
   RightsRecords records;  // SYS_USER and SYS_POLICY, as its requests carry them

@@ -7,7 +7,7 @@
 namespace loader {
 
 // The services that sent something to one service or got something from it, by their ids: they are told when it ends.
-// Who exchanges with more than kMost others counts as known to everybody, so that the memory is bounded.
+// A service that exchanges with more than kMost others counts as known to everybody, so that the memory is bounded.
 //
 // Errors:    memory that cannot be had ends the process.
 // Ownership: owns its ids; an id stays until it is forgotten, whatever becomes of its service.
@@ -23,7 +23,7 @@ class Acquaintances {
   void forget(unsigned int id);
 
   bool isEverybody() const { return isEverybody_; }
-  // In order; empty when it is everybody.
+  // The ids in order; none when it is everybody.
   const std::vector<unsigned int>& ids() const { return ids_; }
 
  private:

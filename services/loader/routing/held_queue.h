@@ -36,7 +36,7 @@ class HeldQueue {
     bytes_.chargeTo(account, Resource::kQueueBytes);
     charge_.bind(account, Resource::kQueueBytes);
   }
-  // What it takes of it, and what one more frame of `count` bytes would take.
+  // The memory that it takes of it, and that one more frame of `count` bytes would take.
   std::size_t charged() const { return bytes_.charged() + memoryOf(frames_.capacity()); }
   std::size_t growthFor(std::size_t count) const {
     return bytes_.growthFor(count) + memoryOf(capacityForOneMore()) - memoryOf(frames_.capacity());

@@ -101,9 +101,9 @@ void Outbox::countSent(std::size_t bytes) {
   sender_->traffic.bytesOut += bytes;
 }
 
-// A queue below its limit takes the whole frame, or a large one might never get through.  What counts of an account is
-// memory: of the queue, and of what is noted about its frames.  A frame is taken in any case where no more of it is
-// needed.
+// A queue below its limit takes the whole frame, or a large one might never get through.  An account is charged
+// memory: that of the queue, and of what is noted about its frames.  A frame is taken in any case where no more of it
+// is needed.
 bool Outbox::hasRoomFor(const Service& to, std::size_t bytes, Urgency urgency) const {
   if (urgency == Urgency::kOrdinary && isFull(to)) return false;
   if (to.account == nullptr) return true;

@@ -21,8 +21,8 @@ enum class Urgency : unsigned char {
 };
 
 // Puts messages into the queues of services and marks those with new bytes, so that everything that one read brought
-// leaves with one write for each destination.  Of a queue that is not short each sender may fill its share only
-// (shares.h); replies count for who asked for them, and what the loader says for the loader.
+// leaves with one write for each destination.  Each sender may fill its share only of a queue that is not short
+// (shares.h); replies count for who asked for them, and the loader's own messages for the loader.
 //
 // Errors:    what a full queue cannot take is dropped and counted in the service's traffic.
 // Ownership: borrows services; forget() one before it goes.

@@ -138,7 +138,7 @@ const char* Router::handleControl(Service& sender, const Envelope& e) {
   return nullptr;
 }
 
-// Who registers while the frame is on its way gets a copy if its turn is still to come.
+// A service that registers while the frame is on its way gets a copy if its turn is still to come.
 void Router::deliverToAll(Service& sender, const Envelope& e, Progress& progress) {
   const Path rest = e.path().withoutFirst();
   const ServiceTable::Map& all = table_.all();
@@ -216,7 +216,7 @@ void Router::deliverCopy(Service& sender, const Envelope& e, Service& to, Path r
   else deliverRequest(sender, e, to, rest);
 }
 
-// What goes to all keeps nobody from leaving.
+// A message to all keeps nobody from leaving.
 void Router::noteActivity(const Envelope& e, Service& to) const {
   if (e.path()[0] != kl::PATH_ALL) to.lastActive = now_.seconds;
 }
@@ -261,7 +261,7 @@ bool Router::receiverHasSubscribed(Service& sender, const Envelope& e, Service& 
   return e.mayNotify() && subscriptions_.has({sender, e.returnPath(), to, rest, e.command});
 }
 
-// What is refused is not delivered either: its subscriber would be notified and never heard of again.
+// A refused subscription is not delivered either: its provider would know a subscriber that the table does not.
 void Router::deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest,
                               const Access& access) {
   const auto outcome = subscriptions_.add(to, rest, sender, e.returnPath(), e.body);
@@ -271,7 +271,7 @@ void Router::deliverSubscribe(Service& sender, const Envelope& e, Service& to, P
     subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);
 }
 
-// What ends subscriptions at their provider ends them here.
+// A message that ends subscriptions at their provider ends them here.
 void Router::forgetEndedSubscriptions(Service& sender, const Envelope& e, Service& to, Path rest,
                                       const Access& access) {
   if (e.command == kl::CMD_UNSUBSCRIBE) subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);

@@ -10,8 +10,8 @@
 
 namespace loader {
 
-// What each sender has waiting in the queue of one receiver.  Bytes leave a queue at its front, in any number, so the
-// senders are kept in the order of their bytes, and what is missing since the last look has left.
+// The bytes that each sender has waiting in the queue of one receiver.  Bytes leave a queue at its front, in any number, so
+// the senders are kept in the order of their bytes, and what is missing since the last look has left.
 //
 // S1  bytes that came while the queue was short (isShort) and nothing was counted are nobody's
 // S2  nobody's bytes and the counted runs, in this order, make up the whole queue as it was at the last update()
@@ -41,7 +41,7 @@ class Shares {
 
   // From now on its memory is taken from `account`.
   void chargeTo(Account* account) { charge_.bind(account, Resource::kQueueBytes); }
-  // What one more frame may take of it, in a queue of `before` bytes.
+  // The memory that one more frame may take of it, in a queue of `before` bytes.
   std::size_t growth(std::size_t before, std::size_t floor) const {
     if (!counts_) return before < floor ? 0 : chargedFor(1, 1);
     return chargedFor(counts_->runs.size() + 1, counts_->bytes.size() + 1) - charged();
@@ -61,7 +61,7 @@ class Shares {
 
   bool isCounting() const { return counts_ != nullptr; }
 
-  // What waits is nobody's from now on.
+  // The waiting bytes are nobody's from now on.
   void clear() {
     counts_.reset();
     charge_.set(0);

@@ -15,7 +15,7 @@ namespace loader {
 class SubPaths {
  public:
   explicit SubPaths(Path path) : SubPaths(path, 1) {}
-  // From so many elements on.
+  // Those behind the first `from` elements.
   SubPaths(Path path, unsigned int from) : rest_(path.part(from, path.size() - from)) {}
 
   bool next(Path& path) {

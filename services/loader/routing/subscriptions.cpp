@@ -20,7 +20,7 @@ namespace {
 
 constexpr unsigned char kMagic[2] = {0x4d, 0x32};
 
-// What a provider leaves out of the request that it keeps, and what a channel has of it.
+// The fields that a provider leaves out of the request that it keeps, and that a channel has of it.
 constexpr bool isOfChannel(unsigned int id) {
   constexpr std::array<unsigned int, 12> kIds{
       kl::SYS_TO,  kl::SYS_FROM,  kl::SYS_TYPE, kl::SYS_STATUS, kl::SYS_REPLYEXP, kl::SYS_REQID,

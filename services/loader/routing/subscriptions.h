@@ -115,15 +115,15 @@ class Subscriptions {
   // A service is gone: as a provider, as a subscriber.
   void forgetProvider(Service& provider);
   void forgetSubscriber(Service& subscriber);
-  // What lies behind a subscriber's return path is gone, and the handler has been told; without a path all handlers of
-  // the provider have.
+  // The subscriptions behind a subscriber's return path are gone, and the handler has been told; without a path all
+  // handlers of the provider have.
   void forgetBehind(Service& provider, Path handler, Service& subscriber, Path returnPath);
 
   std::size_t size() const { return subscriptions_.size(); }
   std::size_t channels() const { return channels_.size(); }
 
  private:
-  // What a request to subscribe says beside its paths.
+  // The fields of a request to subscribe beside its paths.
   struct Wish {
     unsigned int command = kl::CMD_NOTIFY;
     bool namesCommand = false;

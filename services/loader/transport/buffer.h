@@ -15,7 +15,7 @@ namespace loader {
 // B1  what an account is charged is the memory of the buffer, when that is above kFreeBytes
 //
 // Errors:    memory that cannot be had ends the process.
-// Ownership: owns its bytes; moved, not copied.  What is moved into a buffer is charged to that buffer's account.
+// Ownership: owns its bytes; moved, not copied.  Bytes that are moved into a buffer are charged to its account.
 // Threads:   belongs to one thread.
 // Cost:      amortized constant time a byte; no allocation while the bytes fit what the buffer held before.
 //            A buffer that runs empty keeps its memory up to kKeptBytes and gives the rest back; one that runs nearly
@@ -32,7 +32,7 @@ class Buffer {
   // From now on the memory is charged to `account`; to nobody when it is null.
   void chargeTo(Account* account, Resource resource) { charge_.bind(account, resource); }
   Account* account() const { return charge_.account(); }
-  // What `count` more bytes would be charged.
+  // The charge for `count` more bytes.
   std::size_t growthFor(std::size_t count) const;
   // The memory that it has, and what of it is charged.
   std::size_t memory() const { return capacity_; }

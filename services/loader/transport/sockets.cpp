@@ -77,7 +77,7 @@ void Sockets::watchEach(const Entry& entry) {
   if (entry.holdsBytes) runner_.setReadAhead(entry.fd, true);
 }
 
-// What the kernel refuses now is tried again when there are twice as many.
+// A step that the kernel refuses now is tried again when there are twice as many.
 void Sockets::gather() {
   const auto isIn = [this](const Entry& entry) { return control(EPOLL_CTL_ADD, entry); };
   if (!std::all_of(sockets_.begin(), sockets_.end(), isIn)) {
@@ -91,7 +91,7 @@ void Sockets::gather() {
   runner_.setReadAhead(epoll_.get(), !ahead_.empty());
 }
 
-// Who was ready and not called yet is called in the next pass.
+// An entry that was ready and not called yet is called in the next pass.
 void Sockets::part() {
   areTogether_ = false;
   gatherFrom_ = kMany;

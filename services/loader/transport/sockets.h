@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// A few sockets are watched by the loop's poll, each for itself, which takes the fewest calls.  What poll costs grows
+// A few sockets are watched by the loop's poll, each for itself, which takes the fewest calls.  The cost of poll grows
 // with what it watches, so many sockets are watched by one epoll descriptor, and the loop watches that: a pass costs
 // what is ready, however many are not.  Whose callback comes first is the same either way: that of the last entry, and
 // the last entry takes the place of a removed one, as in kl::ThinRunner.

@@ -39,12 +39,12 @@ class Turns {
   };
   using Queue = std::list<Waiting>;
 
-  // What the rooms above spend is counted in `work`.
+  // `work` counts what the rooms above spend.
   explicit Turns(Work& work) : work_(work) {}
 
   Work& work() { return work_; }
 
-  // What a first turn may cost now, and how much it may read.
+  // The most that a first turn may cost now, and that it may read.
   Work::Units firstTurn() const { return firstSpent_ < kAtOnce ? kFirst : kNext; }
   std::size_t firstRead() const { return ahead_ < kMostAhead ? kLongRead : kShortRead; }
   void addFirst(Work::Units spent) { firstSpent_ += spent; }
