@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "fuzz/input.h"
+#include "kl/conventions.h"
 #include "kl/records.h"
 
 namespace {
