@@ -189,8 +189,7 @@ TEST_F(ProcessTest, MoreMemoryThanItsLimitIsRefused) {
 }
 
 TEST_F(ProcessTest, MoreFilesThanItsLimitAreRefused) {
-  const std::string script =
-      "exec 4</dev/null 5</dev/null; exec cat";  // which opens its libraries
+  const std::string script = "exec 4</dev/null 5</dev/null; exec cat";  // which opens its libraries
   configuration_.limits.files = 7;
   start(script);
   EXPECT_EQ(loader::describeEnd(status()), "ended with status 0");
