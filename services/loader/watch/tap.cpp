@@ -160,7 +160,7 @@ bool Tap::sendBatch(Outbox& outbox) {
   m.insert(kl::SYS_CMD, common::tap::CMD_TAP);
   m.insert(kl::SYS_TO, path_);
   m.insert(kl::SYS_FROM, {kl::SERVICE_LOADER});
-  m.insert(kl::STD_OBJS, std::move(objects));
+  m.insert(kl::STD_OBJS, objects);
   if (!outbox.hasRoomFor(*reader_, m.max_length(), Urgency::kOrdinary)) return false;
   if (!outbox.send(*reader_, m, Urgency::kOrdinary)) return false;
   queue_.dropFront(taken);
