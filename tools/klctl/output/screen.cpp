@@ -22,8 +22,10 @@ bool canMoveItsCursor() {
   int error = 0;
   if (::setupterm(name, STDOUT_FILENO, &error) != OK) return false;
   const char* const move = ::tigetstr("cup");
-  return move != nullptr &&
-         move != reinterpret_cast<const char*>(-1);  // what it says of a name that it does not know
+  // It says -1 of a name that it does not know.
+  const bool canMove = move != nullptr && move != reinterpret_cast<const char*>(-1);
+  (void)::del_curterm(cur_term);  // newterm makes its own
+  return canMove;
 }
 
 }  // namespace
