@@ -121,25 +121,37 @@ void Watchdog::await(Service& service, Watched& watched) {
   if (!watched.isReached) watched.isReached = probes_.ask(service);
   const auto time = look_(service.pid);
   if (!time) return;
-  const bool isAlive =
-      service.traffic.messagesOut != watched.messagesOut || service.out.size() < watched.waiting;
-  if (time->isStopped()) excuse(service, watched, "is stopped, or traced");
-  if (isAlive || time->isStopped()) return beginAnew(service, watched, *time);
-  const unsigned long long most = 2ULL * ticksBetweenLooks(watched.seconds) * kMsPerTick;
-  const unsigned long long passed = std::min(most, passedSince(watched.lookedAt));
-  const unsigned long long couldRun =
-      time->waitsForDisk() ? 0 : couldHaveRunMs(watched.time, *time, passed);  // W1
-  const unsigned long long ran = time->ranMs - std::min(time->ranMs, watched.time.ranMs);
-  if (ran * 2 < couldRun && waitsFor(service) != nullptr) {  // W2
-    excuse(service, watched, "waits for " + chainFrom(service));
+  if (hasMoved(service, watched) || isExcused(service, watched, *time))
     return beginAnew(service, watched, *time);
-  }
-  watched.couldRunMs += couldRun;
-  watched.ranMs += ran;
+  const Stretch stretch = stretchUntil(*time, watched);
+  watched.couldRunMs += stretch.couldRunMs;
+  watched.ranMs += stretch.ranMs;
   watched.time = *time;
   watched.lookedAt = clock_();
   watched.waiting = service.out.size();
   if (watched.couldRunMs + kClockMs >= watched.seconds * 1000ULL) judge(service, watched);
+}
+
+bool Watchdog::hasMoved(const Service& service, const Watched& watched) {
+  return service.traffic.messagesOut != watched.messagesOut || service.out.size() < watched.waiting;
+}
+
+// W1
+Watchdog::Stretch Watchdog::stretchUntil(const ProcessTime& time, const Watched& watched) const {
+  const unsigned long long most = 2ULL * ticksBetweenLooks(watched.seconds) * kMsPerTick;
+  const unsigned long long passed = std::min(most, passedSince(watched.lookedAt));
+  return {time.waitsForDisk() ? 0 : couldHaveRunMs(watched.time, time, passed),
+          time.ranMs - std::min(time.ranMs, watched.time.ranMs)};
+}
+
+bool Watchdog::isExcused(const Service& service, Watched& watched, const ProcessTime& time) const {
+  const Stretch stretch = stretchUntil(time, watched);
+  const bool sleeps = stretch.ranMs * 2 < stretch.couldRunMs;
+  if (time.isStopped()) excuse(service, watched, "is stopped, or traced");
+  else if (sleeps && waitsFor(service) != nullptr)
+    excuse(service, watched, "waits for " + chainFrom(service));  // W2
+  else return false;
+  return true;
 }
 
 void Watchdog::excuse(const Service& service, Watched& watched, const std::string& why) const {

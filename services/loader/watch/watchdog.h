@@ -72,12 +72,20 @@ class Watchdog {
     bool isExcuseTold = false;
   };
 
+  struct Stretch {  // between two looks
+    unsigned long long couldRunMs;
+    unsigned long long ranMs;
+  };
+
   static void forgetProcess(Watched& watched);
+  static bool hasMoved(const Service& service, const Watched& watched);
   void look(unsigned int id, Watched& watched);
   void ask(Service& service, Watched& watched);
   void await(Service& service, Watched& watched);
   void judge(Service& service, Watched& watched);
   void finish(Service& service, Watched& watched);
+  Stretch stretchUntil(const ProcessTime& time, const Watched& watched) const;
+  bool isExcused(const Service& service, Watched& watched, const ProcessTime& time) const;
   void excuse(const Service& service, Watched& watched, const std::string& why) const;
   void beginAnew(const Service& service, Watched& watched, const ProcessTime& time) const;
   unsigned long long passedSince(common::Moment moment) const { return clock_().millisecondsSince(moment); }
