@@ -15,7 +15,6 @@
 #include "values/similar.h"
 #include "values/since.h"
 #include "values/units.h"
-#include "verbs/trace.h"
 
 namespace klctl {
 namespace {
@@ -23,7 +22,7 @@ constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
 constexpr unsigned int kMostTables = 1'000'000'000;
 constexpr unsigned long long kShortestIntervalMs = 100;
-constexpr unsigned long long kLongestIntervalMs = 86'400'000;
+constexpr unsigned long long kLongestTimeMs = 86'400'000;
 // For the registration, and for each answer: 200 ms all in all.
 constexpr std::chrono::milliseconds kMoment(90);
 constexpr std::chrono::milliseconds kPatienceWithTheStuck(500);
@@ -249,7 +248,10 @@ class Parser {
     trace->add_flag("--errors", line_.trace.errorsOnly, "Only errors");
     trace
         ->add_option_function<std::string>(
-            "--slow", [this](const std::string& word) { line_.trace.slowMs = millisecondsOf(word); },
+            "--slow",
+            [this](const std::string& word) {
+              line_.trace.slowMs = static_cast<unsigned int>(millisecondsOf("--slow", word, 1, "1ms"));
+            },
             "Only replies that took as long: 10ms, 2s")
         ->type_name("TIME");
     trace->add_option("-n,--count", line_.trace.count, "End after so many messages")->type_name("COUNT");
@@ -432,11 +434,17 @@ class Parser {
       throw usage("--since takes 10m, 06:30, \"2026-11-21 06:30\" or the like, not '" + word + "'");
   }
 
+  static unsigned long long millisecondsOf(const char* option, const std::string& word,
+                                           unsigned long long least, const char* leastText) {
+    const auto time = parseQuantity(word, "ms", kLongestTimeMs);
+    if (time && *time >= least) return *time;
+    throw usage(std::string(option) + " takes a time from " + leastText + " to 1d, as 2s, not '" + word +
+                "'");
+  }
+
   void readInterval(const std::string& word) {
-    const auto interval = parseQuantity(word, "ms", kLongestIntervalMs);
-    if (!interval || *interval < kShortestIntervalMs)
-      throw usage("--interval takes a time from 100ms to 1d, as 2s, not '" + word + "'");
-    line_.top.interval = std::chrono::milliseconds(*interval);
+    line_.top.interval =
+        std::chrono::milliseconds(millisecondsOf("--interval", word, kShortestIntervalMs, "100ms"));
   }
 
   void readOrder(const std::string& word) {

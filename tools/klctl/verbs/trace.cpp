@@ -3,7 +3,6 @@
 #include "verbs/trace.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <ctime>
 
@@ -124,18 +123,6 @@ std::string exactAge(unsigned long long microseconds) {
 }
 
 }  // namespace
-
-unsigned int millisecondsOf(const std::string& word) {
-  double value = 0;
-  const char* const end = word.data() + word.size();
-  const auto [rest, fault] = std::from_chars(word.data(), end, value);
-  const std::string unit(rest, end);
-  const double factor = unit == "ms" ? 1 : unit == "s" || unit.empty() ? 1000 : 0;
-  const double milliseconds = value * factor;
-  if (fault != std::errc() || factor == 0 || !(milliseconds >= 1 && milliseconds <= 1e9))
-    throw usage("--slow: '" + word + "' is no duration of at least 1 ms; as 10ms or 2s");
-  return static_cast<unsigned int>(milliseconds);
-}
 
 std::string TraceReport::lineOf(const kl::message& shown) {
   if (shown.has(tap::LOST)) return lostText(shown.get(tap::LOST, 0));

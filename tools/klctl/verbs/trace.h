@@ -12,9 +12,6 @@
 
 namespace klctl {
 
-// "10ms", "2s" or a number of seconds, in ms.  Throws Failure(kUsage).
-unsigned int millisecondsOf(const std::string& word);
-
 // Turns what a tap shows into lines.  A request that was seen gives its reply an exact age.
 //
 // Errors:    none.

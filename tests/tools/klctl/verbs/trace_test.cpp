@@ -105,22 +105,28 @@ TEST_F(Trace, ANameCannotSteerTheTerminal) {
 }
 
 TEST_F(Trace, RequestsWithoutAReplyAreNotRememberedForEver) {
-  for (unsigned int number = 0; number < 3 * TraceReport::kMostRemembered; ++number) {
-    kl::message m = message(28, 32, 1);
+  const auto numbered = [](kl::message m, unsigned int number) {
     m.insert(tap::NUMBER, number);
-    (void)report.lineOf(m);
-  }
-  EXPECT_EQ(report.messages(), 3 * TraceReport::kMostRemembered);
+    return m;
+  };
+  for (unsigned int number = 0; number < 3 * TraceReport::kMostRemembered; ++number)
+    (void)report.lineOf(numbered(message(28, 32, 1'000'000), number));
+  const std::string last =
+      report.lineOf(numbered(reply(32, 28, 1'018'900), 3 * TraceReport::kMostRemembered - 1));
+  EXPECT_NE(last.find("  18.9 ms  "), std::string::npos) << last;
+  const std::string first = report.lineOf(numbered(reply(32, 28, 1'018'900), 0));
+  EXPECT_NE(first.find("  20 ms  "), std::string::npos) << "the loader's own age: " << first;
 }
 
 TEST_F(Trace, DurationsAreAsPeopleWriteThem) {
-  EXPECT_EQ(millisecondsOf("10ms"), 10u);
-  EXPECT_EQ(millisecondsOf("1.5s"), 1500u);
-  EXPECT_EQ(millisecondsOf("2"), 2000u);
-  for (const char* wrong : {"", "ms", "-1s", "0", "10m", "nan", "1e30s"})
-    EXPECT_NE(failureOf([&] { (void)millisecondsOf(wrong); }).sentence.find("is no duration"),
-              std::string::npos)
-        << wrong;
+  EXPECT_EQ(parsed({"trace", "--slow", "10ms"}).trace.slowMs, 10u);
+  EXPECT_EQ(parsed({"trace", "--slow", "2s"}).trace.slowMs, 2000u);
+  for (const char* wrong : {"", "2", "ms", "-1s", "0ms", "2d", "nan", "1e30s"}) {
+    const Told told = failureOf([&] { (void)parsed({"trace", "--slow", wrong}); });
+    EXPECT_EQ(told.status, 2) << wrong;
+    EXPECT_TRUE(told.sentence.starts_with("--slow takes a time from 1ms to 1d, as 2s, not '"))
+        << told.sentence;
+  }
 }
 
 struct TraceProgram : testing::Test {
