@@ -25,7 +25,8 @@ class WatchdogScenario : public kl::test::Supervision {
   pid_t pidOf(unsigned int id) { return static_cast<pid_t>(row(id).get(kl::SVC_PID, 0)); }
 };
 
-// It shows its stack, in which the function stands where it hangs.
+// It shows its stack, in which the function stands where it hangs.  The thread sanitizer holds a signal back until the
+// program's next call, which never comes here.
 TEST_F(WatchdogScenario, AnEndlessLoopIsShownAndEndsAndTheServiceIsBack) {
   kl::test::LogService log;
   const LoaderProcess loader(service("spinner", 32, "hang", kOneSecond));
@@ -34,7 +35,9 @@ TEST_F(WatchdogScenario, AnEndlessLoopIsShownAndEndsAndTheServiceIsBack) {
   const pid_t before = pidOf(32);
   tell(32, kl::CMD_START);
   ASSERT_TRUE(loader.logs("; shows its stack and is ended", 20000)) << loader.log();
+#ifndef __SANITIZE_THREAD__
   EXPECT_TRUE(log.awaits("spinner (32, pid " + std::to_string(before) + "): --- signal=12"));
+#endif
   ASSERT_TRUE(loader.logs(" and was ended; starts again in ")) << loader.log();
   ASSERT_TRUE(askUntilAnswered({32}));
   EXPECT_NE(pidOf(32), before);
