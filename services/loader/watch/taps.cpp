@@ -29,6 +29,19 @@ PassingMessage passing(const Envelope& e, unsigned int from, Path path) {
   return message;
 }
 
+// As a service would have written it: its path begins with the receiver, and who sends it does not name itself.
+kl::message::flat_message asWritten(const kl::message& m, unsigned int receiver) {
+  kl::message written(m);
+  std::vector<unsigned int> to = m.get(kl::SYS_TO, {});
+  to.insert(to.begin(), receiver);
+  written.insert(kl::SYS_TO, to);
+  std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
+  if (!from.empty()) from.erase(from.begin());
+  written.remove(kl::SYS_FROM);
+  if (!from.empty()) written.insert(kl::SYS_FROM, from);
+  return written.flattened();
+}
+
 }  // namespace
 
 kl::message Taps::answer(Service& asker, const kl::message& request) {
@@ -84,6 +97,8 @@ void Taps::onOwnMessage(const Service& to, const kl::message& m) {
   const Path from = e.returnPath();
   const unsigned int sender = from.empty() ? kl::SERVICE_LOADER : from[0];
   if (sender == kl::SERVICE_LOADER && isReader(to)) return;  // T1
+  const kl::message::flat_message written = asWritten(m, to.id);
+  e.body = written;
   PassingMessage message = passing(e, sender, Path());
   message.receiver = to.id;
   message.isByLoader = true;

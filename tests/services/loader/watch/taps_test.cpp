@@ -162,6 +162,26 @@ TEST_F(TapsTest, ContentsAreTheFirstBytesAsTheSenderWroteThem) {
   EXPECT_EQ(shown().at(0).get(common::tap::CONTENTS, {}), std::vector<unsigned char>(sent));
 }
 
+TEST_F(TapsTest, WhatTheLoaderSaysIsShownAsAServiceWouldHaveWrittenIt) {
+  (void)tapContents(0xffffffff);
+  route(a_, request({99, 0}, kl::CMD_GET, 5, {7}));
+  const kl::message sent = takeMessages(a_).at(0);
+  (void)outbox_.send(b_, kl::message(), loader::Urgency::kNotice);
+  const Messages all = shown();
+  ASSERT_EQ(all.size(), 3u);
+  kl::message expected(sent);
+  expected.insert(kl::SYS_TO, {10, 7});
+  expected.insert(kl::SYS_FROM, {0});
+  const kl::message answer(all[1].get(common::tap::CONTENTS, {}));
+  EXPECT_EQ(sent.get(kl::SYS_TO, {}), Ids{7});
+  EXPECT_EQ(sent.get(kl::SYS_FROM, {}), (Ids{99, 0}));
+  EXPECT_EQ(answer, expected);
+  EXPECT_EQ(all[1].get(common::tap::LENGTH, 0), flat(expected).size());
+  const kl::message pathless(all[2].get(common::tap::CONTENTS, {}));
+  EXPECT_EQ(pathless.get(kl::SYS_TO, {}), Ids{24});
+  EXPECT_FALSE(pathless.has(kl::SYS_FROM));
+}
+
 TEST_F(TapsTest, TheLargestMessageIsShownByAsMuchAsAFrameTakes) {
   kl::message m = notification({24, 0});
   m.insert(kl::field<std::string>(0x20000001), std::string(65'000, 'x'));
