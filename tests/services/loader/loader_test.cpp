@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "kl/conventions.h"
@@ -10,6 +9,7 @@
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -243,26 +243,20 @@ TEST_F(Frames, WhoComesAndGoesInOrderHoldsNobodyUp) {
 // A child has them all, each knows everybody, and the loader meets their ends in one pass.
 TEST_F(Frames, ThoseWhoEndTogetherAreAnnouncedToWhoStaysAndNotToEachOther) {
   constexpr unsigned int kMany = 60;
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  kl::test::Pipe ready;
+  kl::test::ChildProcess child([&] {
     std::vector<RawPeer> peers(kMany);
     for (RawPeer& peer : peers)
       if (!peer.connect() || peer.registerAs(0) == 0) ::_exit(1);
     for (RawPeer& peer : peers) (void)peer.send(notification({kl::PATH_ALL}));
-    (void)!::write(ready[1], "r", 1);
+    ready.say('!');
     ::pause();
-  }
-  ::close(ready[1]);
-  char byte = 0;
-  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-  ::close(ready[0]);
+  });
+  ASSERT_TRUE(ready.hear<char>());
   for (unsigned int i = 0; i < kMany; ++i) ASSERT_TRUE(witness_.receiveCommand(kl::CMD_NOTIFY)) << i;
   const unsigned long long before = sentByLoader();
   loader_.signal(SIGSTOP);
-  ::kill(child, SIGKILL);
-  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  ASSERT_EQ(child.end(SIGKILL), 128 + SIGKILL);
   loader_.signal(SIGCONT);
   for (unsigned int i = 0; i < kMany; ++i) ASSERT_TRUE(witness_.receiveCommand(kl::CMD_DISCONNECTED)) << i;
   EXPECT_LT(sentByLoader(), before + 10 * kMany);

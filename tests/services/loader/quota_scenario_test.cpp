@@ -1,9 +1,7 @@
 // What an ordinary user can take of the loader, and that the others do not feel it.
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -15,11 +13,14 @@
 #include "tests/support/build/effort.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
+using kl::test::ChildProcess;
 using kl::test::frameOf;
 using kl::test::LoaderProcess;
+using kl::test::Pipe;
 using kl::test::RawPeer;
 using kl::test::request;
 using Bytes = std::vector<unsigned char>;
@@ -34,30 +35,21 @@ bool hasGrownByLessThan(std::size_t mebibytes, const LoaderProcess& loader, std:
 // A process of another user that does its part, says how often that worked, and keeps what it has until it is ended.
 class Stranger {
  public:
-  explicit Stranger(const std::function<unsigned int()>& part, uid_t user = kStranger) {
-    int ends[2];
-    EXPECT_EQ(::pipe(ends), 0);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      const unsigned int count = ::setuid(user) == 0 ? part() : 0;
-      (void)!::write(ends[1], &count, sizeof count);
-      for (;;) ::pause();
-    }
-    ::close(ends[1]);
-    if (::read(ends[0], &count_, sizeof count_) != sizeof count_) ADD_FAILURE() << "it has ended";
-    ::close(ends[0]);
+  explicit Stranger(const std::function<unsigned int()>& part, uid_t user = kStranger)
+      : process_([&] {
+          result_.say(::setuid(user) == 0 ? part() : 0);
+          for (;;) ::pause();
+        }) {
+    const auto count = result_.hear<unsigned int>();
+    EXPECT_TRUE(count) << "it has ended";
+    count_ = count.value_or(0);
   }
-  ~Stranger() {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  Stranger(const Stranger&) = delete;
-  Stranger& operator=(const Stranger&) = delete;
 
   unsigned int count() const { return count_; }
 
  private:
-  pid_t pid_ = -1;
+  Pipe result_;
+  ChildProcess process_;
   unsigned int count_ = 0;
 };
 

@@ -1,8 +1,6 @@
 // Who comes, under which id, and with which rights.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -11,10 +9,12 @@
 #include "kl/services.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
 using kl::test::hello;
+using kl::test::holdsAs;
 using kl::test::LoaderProcess;
 using kl::test::notification;
 using kl::test::RawPeer;
@@ -23,14 +23,6 @@ using kl::test::request;
 using Ids = std::vector<unsigned int>;
 
 constexpr uid_t kNobody = 65534;
-
-// Runs a part of a test as another user, in a process of its own; its result is what `part` returns.
-bool holdsFor(uid_t user, const std::function<bool()>& part) {
-  const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(::setuid(user) == 0 && part() ? 0 : 1);
-  int status = 0;
-  return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
 
 TEST(RegistrationScenario, ARegistrationIsConfirmed) {
   const LoaderProcess loader;
@@ -149,7 +141,7 @@ TEST(RegistrationScenario, ForgedRightsOfAnOrdinaryUserAreReplaced) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const LoaderProcess loader;
   RawPeer b = RawPeer::registered(501);
-  EXPECT_TRUE(holdsFor(kNobody, [] {
+  EXPECT_TRUE(holdsAs(kNobody, [] {
     RawPeer a;
     if (!a.connect() || a.registerAs(0) == 0) return false;
     kl::message forged = request({501}, kl::CMD_SET, 1, {7});
@@ -172,7 +164,7 @@ TEST(RegistrationScenario, ForgedRightsOfAnOrdinaryUserAreReplaced) {
 TEST(RegistrationScenario, AnOrdinaryUserMayReadTheTableButNotStopAService) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   const LoaderProcess loader;
-  EXPECT_TRUE(holdsFor(kNobody, [] {
+  EXPECT_TRUE(holdsAs(kNobody, [] {
     RawPeer a;
     if (!a.connect() || a.registerAs(0) == 0) return false;
     kl::message stop = request({1}, kl::CMD_SETOBJ, 2);
@@ -195,7 +187,7 @@ TEST(RegistrationScenario, AConfiguredIdIsForItsUserAlone) {
   ASSERT_TRUE(root.connect());
   EXPECT_EQ(root.registerAs(40), 0u);
   EXPECT_TRUE(loader.logs("asks for the id 40, which is configured for lab and not for this user"));
-  EXPECT_TRUE(holdsFor(kNobody, [] {
+  EXPECT_TRUE(holdsAs(kNobody, [] {
     RawPeer a;
     return a.connect() && a.registerAs(40) == 40;
   }));

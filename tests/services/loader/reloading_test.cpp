@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "kl/conventions.h"
@@ -10,10 +9,13 @@
 #include "tests/services/loader/supervision.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
+using kl::test::ChildProcess;
 using kl::test::LoaderProcess;
+using kl::test::Pipe;
 using kl::test::RawPeer;
 using kl::test::request;
 using kl::test::service;
@@ -196,17 +198,14 @@ TEST_F(Reloading, AnIdThatIsAnotherUsersNowIsTakenFromTheFormerOne) {
   const std::string guest = "[[service]]\nname = \"guest\"\nid = 40\n";
   const LoaderProcess loader(guest + "user = \"nobody\"\n");
   connect();
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+  ChildProcess formerOne([] {
     RawPeer peer;
     const bool isIn = ::setuid(kOrdinary) == 0 && peer.connect() && peer.registerAs(40) == 40;
     ::_exit(isIn && peer.isDisconnected() ? 0 : 1);
-  }
+  });
   EXPECT_TRUE(reachesState(40, kl::SVC_STATE_REGISTERED));
   EXPECT_EQ(reload(loader, guest + "user = \"daemon\"\n").get(kl::RELOAD_RESTARTED, {}), Names{"guest"});
-  int status = 1;
-  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(formerOne.waitForEnd(), 0);
 }
 
 TEST_F(Reloading, RightsChangeFromTheNextRequestOn) {
@@ -215,25 +214,20 @@ TEST_F(Reloading, RightsChangeFromTheNextRequestOn) {
   const LoaderProcess loader("[rights]\ndefault = \"read\"\n" + echo);
   connect();
   ASSERT_TRUE(askUntilAnswered({32, 3}));
-  int go[2];
-  int said[2];
-  ASSERT_EQ(::pipe(go) + ::pipe(said), 0);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::close(go[1]);
+  Pipe questions;
+  Pipe answers;
+  const ChildProcess user([&] {
     RawPeer peer;
     bool isIn = ::setuid(kOrdinary) == 0 && peer.connect() && peer.registerAs(0) != 0;
-    for (char word = 0; isIn && ::read(go[0], &word, 1) == 1 && word == '?';) {
+    while (isIn && questions.hear<char>()) {
       isIn = peer.send(request({32, 3}, kl::CMD_SET, 8));
-      const unsigned int answer = errorOf(peer.receiveReply(8));
-      (void)!::write(said[1], &answer, sizeof answer);
+      answers.say(errorOf(peer.receiveReply(8)));
     }
-    ::_exit(0);
-  }
+  });
   const auto isRefused = [&] {
-    unsigned int answer = kl::ERROR_OK;
-    EXPECT_EQ(::write(go[1], "?", 1), 1);
-    EXPECT_EQ(::read(said[0], &answer, sizeof answer), static_cast<ssize_t>(sizeof answer));
+    questions.say('?');
+    const auto answer = answers.hear<unsigned int>();
+    EXPECT_TRUE(answer);
     return answer == kl::ERROR_NOTALLOWED;
   };
   EXPECT_TRUE(isRefused());
@@ -243,9 +237,6 @@ TEST_F(Reloading, RightsChangeFromTheNextRequestOn) {
   EXPECT_FALSE(isRefused());
   (void)reload(loader, "[rights]\ndefault = \"read\"\n" + echo);
   EXPECT_TRUE(isRefused());
-  ::close(go[1]);
-  EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
-  for (const int fd : {go[0], said[0], said[1]}) ::close(fd);
 }
 
 }  // namespace

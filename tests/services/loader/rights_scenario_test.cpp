@@ -1,7 +1,6 @@
 // What real users may do with real services.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -13,6 +12,7 @@
 #include "kl/services.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -32,14 +32,10 @@ class RightsScenario : public testing::Test {
 
   // Runs a part of a test as an ordinary user, in a process of its own, with a peer that has registered.
   static bool holdsForNobody(const std::function<bool(RawPeer& peer)>& part, unsigned int id = 0) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+    return kl::test::holdsAs(kOrdinary, [&] {
       RawPeer peer;
-      const bool isIn = ::setuid(kOrdinary) == 0 && peer.connect() && peer.registerAs(id) != 0;
-      ::_exit(isIn && part(peer) ? 0 : 1);
-    }
-    int status = 0;
-    return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+      return peer.connect() && peer.registerAs(id) != 0 && part(peer);
+    });
   }
 
   // True when the request is answered with this error and this text.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -35,6 +34,11 @@ bool comesTrue(const std::function<bool()>& condition, int deadlineMs) {
   return true;
 }
 
+std::string newFolder() {
+  char folder[] = "/tmp/loader_process_XXXXXX";
+  return ::mkdtemp(folder);
+}
+
 std::string contentOf(const std::string& file) {
   std::ostringstream text;
   text << std::ifstream(file).rdbuf();
@@ -54,33 +58,29 @@ void awaitItsFirstPass() {
 
 }  // namespace
 
-LoaderProcess::LoaderProcess(const std::string& configuration, std::size_t mostDescriptors) {
-  char folder[] = "/tmp/loader_process_XXXXXX";
-  folder_ = ::mkdtemp(folder);
-  configure(configuration);
-  start(mostDescriptors);
+LoaderProcess::LoaderProcess(const std::string& configuration, std::size_t mostDescriptors)
+    : folder_(newFolder()), process_([&] {
+        configure(configuration);
+        run(mostDescriptors);
+      }) {
   // The socket of another loader, or of one that was killed, would answer too soon or not at all: the wait ends with
   // the process as well.
-  EXPECT_TRUE(comesTrue([this] { return hasEnded() || RawPeer().connect(0); }, kPatienceMs)) << log();
+  EXPECT_TRUE(comesTrue([this] { return process_.hasEnded() || RawPeer().connect(0); }, kPatienceMs))
+      << log();
   awaitItsFirstPass();
 }
 
 LoaderProcess::~LoaderProcess() {
-  if (pid_ > 0) {
-    signal(SIGTERM);
+  signal(SIGTERM);
+  if (pid() > 0) {
     EXPECT_EQ(waitForEnd(kPatienceMs), 0) << log();
   }
-  if (pid_ > 0) {
-    signal(SIGKILL);
-    (void)waitForEnd(kPatienceMs);
-  }
+  if (pid() > 0) (void)process_.end(SIGKILL);
   std::error_code ignored;
   fs::remove_all(folder_, ignored);
 }
 
-void LoaderProcess::start(std::size_t mostDescriptors) {
-  pid_ = ::fork();
-  if (pid_ != 0) return;
+void LoaderProcess::run(std::size_t mostDescriptors) const {
   const int log = ::open((folder_ + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
   ::dup2(log, STDERR_FILENO);
   const rlimit most{mostDescriptors, mostDescriptors};
@@ -92,24 +92,6 @@ void LoaderProcess::configure(const std::string& configuration) const {
   std::ofstream(folder_ + "/kl-loader.toml") << configuration;
 }
 
-void LoaderProcess::signal(int sig) const {
-  if (pid_ > 0) ::kill(pid_, sig);
-}
-
-int LoaderProcess::waitForEnd(int deadlineMs) {
-  int status = 0;
-  if (pid_ <= 0 || !comesTrue([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, deadlineMs))
-    return -1;
-  pid_ = -1;
-  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-bool LoaderProcess::hasEnded() const {
-  siginfo_t info{};
-  return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-         info.si_pid == pid_;
-}
-
 std::string LoaderProcess::log() const { return contentOf(folder_ + "/log"); }
 
 bool LoaderProcess::logs(const std::string& text, int deadlineMs) const {
@@ -117,12 +99,12 @@ bool LoaderProcess::logs(const std::string& text, int deadlineMs) const {
 }
 
 std::size_t LoaderProcess::descriptors() const {
-  const fs::directory_iterator all("/proc/" + std::to_string(pid_) + "/fd");
+  const fs::directory_iterator all("/proc/" + std::to_string(pid()) + "/fd");
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
 std::size_t LoaderProcess::memory() const {
-  std::ifstream in("/proc/" + std::to_string(pid_) + "/statm");
+  std::ifstream in("/proc/" + std::to_string(pid()) + "/statm");
   std::size_t total = 0;
   std::size_t resident = 0;
   std::size_t shared = 0;

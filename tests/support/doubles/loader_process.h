@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string>
 
+#include "tests/support/process/child_process.h"
+
 namespace kl::test {
 
 // A loader with a configuration of the test's choice.  The destructor ends it unless the test has done so, and fails the
@@ -21,14 +23,14 @@ class LoaderProcess {
   LoaderProcess& operator=(const LoaderProcess&) = delete;
   ~LoaderProcess();
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return process_.pid(); }
 
   // Writes another configuration to the file; the loader reads it when it is told to.
   void configure(const std::string& configuration) const;
 
-  void signal(int sig) const;
+  void signal(int sig) const { process_.signal(sig); }
   // Waits for its end: the exit status, 128 + the signal's number, or -1 when it does not end in time.
-  int waitForEnd(int deadlineMs = 10000);
+  int waitForEnd(int deadlineMs = 10000) { return process_.waitForEnd(deadlineMs); }
 
   // What it has written to its standard error stream so far.
   std::string log() const;
@@ -40,11 +42,10 @@ class LoaderProcess {
   std::size_t memory() const;
 
  private:
-  void start(std::size_t mostDescriptors);
-  bool hasEnded() const;
+  [[noreturn]] void run(std::size_t mostDescriptors) const;
 
   std::string folder_;
-  pid_t pid_ = -1;
+  ChildProcess process_;
 };
 
 }  // namespace kl::test

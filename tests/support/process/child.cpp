@@ -14,10 +14,10 @@
 namespace kl::test {
 namespace {
 
-using Pipe = std::array<int, 2>;
+using Ends = std::array<int, 2>;
 
-Pipe makePipe() {
-  Pipe ends{};
+Ends makePipe() {
+  Ends ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     std::perror("pipe2");
     std::abort();
@@ -66,8 +66,8 @@ void removeEmulatorsLine(std::string& text) {
 ChildResult runInChild(const std::function<void()>& body) {
   std::cout.flush();
   std::fflush(nullptr);
-  const Pipe out = makePipe();
-  const Pipe err = makePipe();
+  const Ends out = makePipe();
+  const Ends err = makePipe();
   const pid_t pid = ::fork();
   if (pid == 0) becomeChild(body, out[1], err[1]);
   ::close(out[1]);

@@ -15,6 +15,7 @@
 #include "services/loader/life/supervisor.h"
 #include "services/loader/transport/descriptors.h"
 #include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -145,17 +146,15 @@ TEST_F(ProcessTest, ItDoesNotOutliveTheLoader) {
     configuration_.user = user;
     configuration_.uid = kOtherUser;
     configuration_.groups = {kOtherUser};
-    const pid_t loader = ::fork();
-    if (loader == 0) {
+    kl::test::ChildProcess loader([this] {
       mine_.close();
       start("echo >&3; exec sleep 1000");
       ::pause();
-    }
+    });
     its_.close();
     char byte = 0;
     ASSERT_EQ(::read(mine_.get(), &byte, 1), 1);
-    ASSERT_EQ(::kill(loader, SIGKILL), 0);
-    ASSERT_EQ(::waitpid(loader, nullptr, 0), loader);
+    ASSERT_EQ(loader.end(SIGKILL), 128 + SIGKILL);
     pollfd end{mine_.get(), POLLIN, 0};
     EXPECT_EQ(::poll(&end, 1, 5000), 1) << user;
     EXPECT_EQ(::read(mine_.get(), &byte, 1), 0) << user;

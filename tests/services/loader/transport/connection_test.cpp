@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +15,7 @@
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -411,20 +411,16 @@ TEST_F(Peers, APeerThatSendsHalfAFrameHoldsNobodyUp) {
 TEST_F(Peers, AFloodReachesItsBoundAndNotTheOthers) {
   const LoaderProcess loader(kSmallQueues);
   connectAll();
-  const pid_t flooder = ::fork();
-  if (flooder == 0) {
+  const kl::test::ChildProcess flooder([] {
     RawPeer peer;
     if (!peer.connect() || peer.registerAs(600) != 600) ::_exit(1);
     const std::vector<unsigned char> frame = frameOf(large(notification({502})));
     while (peer.sendBytes(frame)) {
     }
-    ::_exit(0);
-  }
+  });
   while (row(502, kl::SVC_DROPS) < 1000) ASSERT_FALSE(HasFatalFailure());
   for (unsigned int i = 0; i < 50; ++i) roundTrip(i);  // each fails after seconds without its reply
   EXPECT_LT(loader.memory(), 64u << 20);
-  ::kill(flooder, SIGKILL);
-  ::waitpid(flooder, nullptr, 0);
 }
 
 TEST_F(Peers, AFloodOfRequestsIsAnsweredBusyUpToABound) {

@@ -3,14 +3,15 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 
+#include "tests/support/process/child_process.h"
+
 namespace {
 
+using kl::test::ChildProcess;
 using loader::couldHaveRunMs;
 using loader::parseProcessTime;
 using loader::ProcessTime;
@@ -52,26 +53,19 @@ TEST(ProcessTimeTest, WithoutACountWhoWantsToRunCouldWhenItDid) {
 }
 
 TEST(ProcessTimeTest, AStoppedProcessIsSeen) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    (void)::raise(SIGSTOP);
-    ::_exit(0);
-  }
-  ASSERT_EQ(::waitpid(pid, nullptr, WUNTRACED), pid);
+  ChildProcess process([] { (void)::raise(SIGSTOP); });
+  const pid_t pid = process.pid();
+  ASSERT_TRUE(process.stops());
   const auto time = loader::processTimeOf(pid);
   ASSERT_TRUE(time);
   EXPECT_TRUE(time->isStopped());
-  ASSERT_EQ(::kill(pid, SIGKILL), 0);
-  ASSERT_EQ(::waitpid(pid, nullptr, 0), pid);
+  ASSERT_EQ(process.end(SIGKILL), 128 + SIGKILL);
   EXPECT_FALSE(loader::processTimeOf(pid));
   EXPECT_FALSE(loader::catchesSignal(pid, SIGUSR2));
 }
 
 // Runs for ever on the first processor that there is for this process; of the two policies the idle one comes last.
-pid_t spinner(int policy) {
-  const pid_t pid = ::fork();
-  if (pid != 0) return pid;
-  (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+[[noreturn]] void spin(int policy) {
   cpu_set_t all, one;
   (void)::sched_getaffinity(0, sizeof all, &all);
   int first = 0;
@@ -87,19 +81,15 @@ pid_t spinner(int policy) {
 TEST(ProcessTimeTest, ABusyProcessorIsNotTheFaultOfWhoWaitsForIt) {
   constexpr unsigned long long kWaitedMs = 200;
   const auto begin = std::chrono::steady_clock::now();
-  const pid_t starved = spinner(SCHED_IDLE);
-  const pid_t greedy = spinner(SCHED_OTHER);
+  const ChildProcess starved([] { spin(SCHED_IDLE); });
+  const ChildProcess greedy([] { spin(SCHED_OTHER); });
   ProcessTime now;
   do {
     ::usleep(10'000);
-    now = loader::processTimeOf(starved).value_or(ProcessTime());
+    now = loader::processTimeOf(starved.pid()).value_or(ProcessTime());
   } while (now.state != '?' && (!now.waitedMs || *now.waitedMs < kWaitedMs) &&
            std::chrono::steady_clock::now() - begin < std::chrono::seconds(30));
   const auto passed = std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
-  for (const pid_t pid : {starved, greedy}) {
-    (void)::kill(pid, SIGKILL);
-    (void)::waitpid(pid, nullptr, 0);
-  }
   if (now.ranMs > 0 && !now.waitedMs) GTEST_SKIP() << "this kernel does not count";
   const auto all = static_cast<unsigned long long>(passed.count());
   EXPECT_LE(couldHaveRunMs({'R', 0, 0}, now, all) + kWaitedMs, all);
