@@ -46,7 +46,7 @@ struct Command {
   unsigned int line = 0;
 };
 
-// What one handler shows: a table of objects, or one object.
+// The objects that one handler shows: a table of them, or one.
 struct Object {
   std::string name;
   std::optional<unsigned int> handler;  // absent: the service itself answers

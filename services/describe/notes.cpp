@@ -1,4 +1,4 @@
-// What every kind of page says of a field.
+// The notes on a field, the same on every kind of page.
 
 #include "services/describe/notes.h"
 

@@ -7,7 +7,7 @@
 
 namespace describe {
 
-// What stands beside the name and type of a field: "what it means; in s; 1 to 10; secret; since 1.1".
+// The notes beside the name and type of a field: "what it means; in s; 1 to 10; secret; since 1.1".
 std::string notesOf(const Field& field);
 
 }  // namespace describe

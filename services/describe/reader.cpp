@@ -72,7 +72,7 @@ class Reader {
   Description result_;
 };
 
-// What a file without a word in it describes.
+// The description that a file without a word in it stands for.
 Description unnamed(const std::string& file) {
   Description nothing;
   nothing.name = nothing.nameSpace = std::filesystem::path(file).stem().string();

@@ -1,5 +1,5 @@
-// A client is a connection and who stands at its end: nobody known yet, or a service.  Whatever arrows of the rooms
-// below would point up ends here: frames go from a connection to the router or to the registration, ends of
+// A client is a connection and its other end: nobody known yet, or a service.  Arrows of the rooms below that would
+// point up end here: frames go from a connection to the router or to the registration, ends of
 // connections and of processes to the lifecycle, changes of the table to the loader's own service.
 
 #include "loader.h"

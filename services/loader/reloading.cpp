@@ -135,7 +135,7 @@ void Loader::reconfigure(const ServiceConfiguration& former) {
   if (isRenamed) table_.setState(service, service.state);
 }
 
-// RL3.  Whoever has the id of a service without being configured makes room for it.
+// RL3.  An unconfigured process that has the id of a service makes room for it.
 void Loader::addAwaited() {
   lifecycle_.forgetDismissed();
   if (!lifecycle_.hasDismissed()) former_.clear();

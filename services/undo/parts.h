@@ -16,8 +16,8 @@ struct Origin {
   friend bool operator==(const Origin&, const Origin&) = default;
 };
 
-// The room is divided twice: among the reporters, and inside a reporter's part among the users whom it names.  Who has
-// no more than an equal part loses nothing, however much the others report.
+// The room is divided twice: among the reporters, and inside a reporter's part among the users whom it names.  A
+// reporter or user with no more than an equal part loses nothing, however much the others report.
 //
 // Errors:    none.
 // Ownership: owns its copies of the names.

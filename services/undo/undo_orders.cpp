@@ -16,7 +16,7 @@ constexpr int kRightsTicks = 500;
 
 }  // namespace
 
-// What the asker may do here says nothing about the maker of the record, so the loader is asked.
+// The asker's rights here say nothing about the maker of the record, so the loader is asked.
 void UndoOrders::start(const kl::message& request) {
   const unsigned int id = request.get(kl::STD_ID, kl::BADID);
   if (!records_.makers().contains(id)) return looper_.replyError(request, kl::ERROR_UNKNOWNID, "");

@@ -198,7 +198,7 @@ bool UndoService::isHidden(unsigned int id, const kl::message& request) const {
   return !Viewer::of(request).sees(records_.originOf(id).user);
 }
 
-// U5.  What has gathered about another user's records goes out first.
+// U5.  Changes gathered about another user's records go out first.
 void UndoService::tell(unsigned int id, const Origin& origin, const std::vector<unsigned int>& cause) {
   if (origin.user != told_) sendChanges();
   told_ = origin.user;

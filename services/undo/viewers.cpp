@@ -1,5 +1,5 @@
 // The library keeps a subscription without its system fields, so the sender's user and rights are copied to fields of
-// this process's own.  What a request brings under their numbers goes first.
+// this process's own.  Fields that a request brings under their numbers go first.
 
 #include "viewers.h"
 

@@ -30,7 +30,7 @@ std::string senderOption(const ServiceConfiguration* sender) {
   return "--sender " + (isPlainWord(sender->name) ? sender->name : std::to_string(sender->id)) + " ";
 }
 
-// Whom a gateway asks for, and to what its request limits him.
+// The user whom a gateway asks for, and the rights to which its request limits him.
 std::string inWhoseName(const Envelope& e) {
   std::string text = " in the name of " + std::string(e.user.text());
   if (!e.policy.bytes().empty()) text += ", limited to " + wordsOf(e.policy.u32());

@@ -11,7 +11,7 @@ namespace loader {
 // The records that replace SYS_USER and SYS_POLICY in the requests of a sender.
 RightsRecords rightsRecords(const std::string& user, const Rights& rights);
 
-// What a sender may do at each destination; its grants are in the order of the access lists.
+// The rights of a sender at each destination; its grants are in the order of the access lists.
 SenderRights senderRights(const Configuration& configuration, const Sender& sender);
 
 // The rules that requests to a service are measured by.

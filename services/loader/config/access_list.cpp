@@ -61,7 +61,7 @@ std::vector<std::string> keysInOrderOfLines(Section& section) {
   return keys;
 }
 
-// Whom a key names; none when the system does not know that name.
+// The users that a key names; none when the system does not know that name.
 std::optional<std::vector<uid_t>> usersNamed(const std::string& key, Users& users) {
   if (kindOf(key) == Kind::kDefault) return std::vector<uid_t>();
   if (kindOf(key) == Kind::kGroup) return users.findGroup(key.substr(1));

@@ -24,7 +24,7 @@ struct Decision {
   std::vector<RuleReference> passed;  // those before it, which do not cover the user, in the order of asking
 };
 
-// Who sends: a user, or the process of a configured service, whose key `rights` stands in the place of [rights].
+// The sender: a user, or the process of a configured service, whose key `rights` stands in the place of [rights].
 struct Sender {
   uid_t uid = 0;
   const ServiceConfiguration* service = nullptr;

@@ -38,7 +38,7 @@ std::optional<mode_t> readUmask(Section& section) {
   return {};
 }
 
-// What a process that is not root's may not give to others.
+// Warns of limits that a process which is not root's may not give to others.
 void warnOfRights(Section& section, const ProcessLimits& limits, common::Mistakes& warnings) {
   if (::geteuid() == 0) return;
   rlimit files{};

@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// What is not given is as the loader has it.
+// A limit that is not given is as the loader has it.
 struct ProcessLimits {
   std::optional<std::uint64_t> memory;  // bytes that it can write and shares with nobody
   std::optional<unsigned int> files;    // descriptors
@@ -23,8 +23,8 @@ struct ProcessLimits {
   friend bool operator==(const ProcessLimits&, const ProcessLimits&) = default;
 };
 
-// Reads the keys of a service.  What this process could not give to another one, or what would not bind it, is added to
-// `warnings`: the loader may run with other rights.
+// Reads the keys of a service.  Limits that this process could not give to another one, or that would not bind it, are
+// added to `warnings`: the loader may run with other rights.
 ProcessLimits readProcessLimits(common::Section& section, bool isForRoot, common::Mistakes& warnings);
 
 }  // namespace loader

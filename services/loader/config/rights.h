@@ -7,7 +7,7 @@
 
 namespace loader {
 
-// What the requests of a sender may do.
+// The rights of a sender's requests.
 struct Rights {
   bool all = false;
   bool none = false;                   // its requests are not even delivered

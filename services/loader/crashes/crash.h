@@ -25,7 +25,7 @@ struct Crash {
 
   // The first place that is the program's own, else the first one of all; null without any.
   const Frame* place() const;
-  // What of a crash is the same wherever the program was loaded.
+  // The part of a crash that is the same wherever the program was loaded.
   std::string key(const std::string& buildId) const;
 };
 

@@ -1,5 +1,5 @@
-// A file has the number of its crash for a name, and comes into its place whole, by its renaming.  Which crashes are the
-// same is not written down: the reports say it, when the loader starts.
+// A file has the number of its crash for a name, and comes into its place whole, by its renaming.  It is not
+// written down which crashes are the same: the reports say it, when the loader starts.
 
 #include "crashes/crash_store.h"
 

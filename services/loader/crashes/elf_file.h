@@ -19,7 +19,7 @@ class ElfFile {
   static std::optional<ElfFile> read(int fd);
 
   const std::string& buildId() const { return buildId_; }  // hexadecimal digits; empty: it has none
-  // What the linker called the byte at this offset of the file; none where that is no code.
+  // The linker's address of the byte at this offset of the file; none where that is no code.
   std::optional<std::uint64_t> linkAddress(std::uint64_t offset) const;
 
  private:

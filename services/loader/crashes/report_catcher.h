@@ -7,7 +7,7 @@
 
 namespace loader {
 
-// What a process has left behind.
+// The output that a process has left behind.
 struct Caught {
   std::string report;       // from the line of the program on; empty without one
   unsigned int signal = 0;  // that its report, or its last line, names; 0: none

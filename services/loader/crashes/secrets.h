@@ -8,7 +8,7 @@
 
 namespace loader {
 
-// What the text of a message calls a field with this id: "global(7)".
+// The name of a field with this id in the text of a message: "global(7)".
 std::string nameInReport(unsigned int field);
 
 // The services that sent what the messages in a report are made of, each once.

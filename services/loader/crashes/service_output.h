@@ -47,7 +47,7 @@ class ServiceOutput {
   // The name of the process before its lines on the log.  Without one, nothing is logged: what the log service writes
   // must not come back to it.
   void setSpeaker(const std::string& speaker);
-  // Reads what the process still said.  Whoever finds that this was no crash passes the report on.
+  // Reads what the process still said.  A caller that finds no crash in it passes the report on.
   Caught end();
   void pass(const std::string& ordinary);
 

@@ -236,7 +236,7 @@ void Lifecycle::onControl(Service& service, const Envelope& e) {
   }
 }
 
-// Whoever follows the table hears of it.
+// Subscribers of the table hear of it.
 void Lifecycle::onWakeTime(Service& service, unsigned int second) {
   if (service.wakeAt == second) return;
   service.wakeAt = second;

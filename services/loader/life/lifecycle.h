@@ -65,7 +65,7 @@ class Lifecycle {
   Lifecycle(const Lifecycle&) = delete;
   Lifecycle& operator=(const Lifecycle&) = delete;
 
-  // Who hears of a process that has crashed and left a report; without anybody those are lost.
+  // The function hears of a process that has crashed and left a report; without one those are lost.
   using OnCrash = std::function<void(const Crashed& crashed)>;
   void setOnCrash(OnCrash onCrash) { onCrash_ = std::move(onCrash); }
 

@@ -26,8 +26,8 @@ class Log {
   explicit Log(int fd) : fd_(fd) {}
 
   void line(const std::string& text);
-  // What a service has written, for the log service alone.  False where it is lost because it came too fast, or because
-  // nobody takes it.
+  // Sends what a service has written, to the log service alone.  False where it is lost because it came too fast, or
+  // because nobody takes it.
   bool output(Stream stream, const std::string& text);
   void setSender(LogSender* sender) { sender_ = sender; }
 

@@ -45,7 +45,7 @@ Path returnPathIn(const kl::message::flat_message& request) {
   return {};
 }
 
-// What it asks for is shown, and nothing is done.
+// A question only shows something; it changes nothing.
 bool isQuestion(unsigned int command) {
   switch (command) {
     case kl::CMD_GET:

@@ -51,7 +51,7 @@ class OwnService {
     for (const auto& [command, bits] : commands_) policies_.set_policy(command, bits);
   }
 
-  // Who answers questions about rights; without one they are not implemented.
+  // The explainer answers questions about rights; without one they are not implemented.
   void setExplainer(const RightsExplainer& explainer) { explainer_ = &explainer; }
 
   // Where the open requests are; without them nobody asks about any.
@@ -62,7 +62,7 @@ class OwnService {
   // How many connections there have been; without it the loader's row does not say.
   void setConnections(const unsigned long long& count) { connections_ = &count; }
 
-  // Who shows the messages that pass; without it CMD_TAP is not implemented.
+  // The taps show the messages that pass; without them CMD_TAP is not implemented.
   void setTaps(Taps& taps) { taps_ = &taps; }
 
   // Reads the configuration anew and gives the reply; without it that is not implemented.

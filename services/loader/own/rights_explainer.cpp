@@ -54,7 +54,7 @@ void addRules(kl::message& reply, const Decision& decision) {
   if (!passed.empty()) reply.insert(loader_service::PASSED, passed);
 }
 
-// Whose process it is; one that does not run now will be that of its configured user.
+// The user of its process; one that does not run now will be that of its configured user.
 uid_t userOf(const Service& service, const ServiceConfiguration* configured) {
   return service.isConnected() || configured == nullptr ? service.uid : configured->userId();
 }

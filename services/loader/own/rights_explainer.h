@@ -11,7 +11,7 @@
 
 namespace loader {
 
-// Answers CMD_EXPLAIN_RIGHTS and CMD_LIST_RIGHTS (kl/rights.h).  What it says is what the router does: both ask the
+// Answers CMD_EXPLAIN_RIGHTS and CMD_LIST_RIGHTS (kl/rights.h).  Its answers are what the router does: both ask the
 // same functions.  Everybody may ask about his own requests; the rights of others and the list are for who may control
 // the loader.
 //
@@ -29,7 +29,7 @@ class RightsExplainer {
   kl::message list(const kl::message& request) const;
 
  private:
-  // Whose requests are explained, and as which process they come.
+  // The user whose requests are explained, and the process as which they come.
   struct Subject {
     std::string user;
     Sender sender;

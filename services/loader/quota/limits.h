@@ -7,7 +7,7 @@
 
 namespace loader {
 
-// What an account counts.
+// The resources that an account counts.
 enum class Resource : unsigned char {
   kConnections,        // at the socket, registered or not
   kFrameBytes,         // memory of frames that have not come whole

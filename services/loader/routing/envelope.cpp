@@ -28,7 +28,7 @@ constexpr std::array<unsigned int, kSystemNumbers> kSystemIds = byNumber();
 // receiver adds the field itself and sends the message on.
 class SeenSystemFields {
  public:
-  // What is wrong with the field; null when it may be carried.
+  // The fault of the field; null when it may be carried.
   const char* add(unsigned int id) {
     if ((id & kl::NAMESPACE_MASK) != kl::NAMESPACE_SYS) return nullptr;
     const unsigned int number = id & 0xffff;

@@ -35,10 +35,10 @@ class Outbox {
 
   explicit Outbox(std::size_t queueLimit) : queueLimit_(queueLimit), ownUser_(::geteuid()) {}
 
-  // Whose messages send() carries: the loader's own row, which outlives this.
+  // The sender of the messages that send() carries: the loader's own row, which outlives this.
   void setSender(Service& loader) { sender_ = &loader; }
 
-  // Who is told of each message of the loader's own; null: nobody.
+  // The witness is told of each message of the loader's own; null: nobody.
   void setWitness(Witness* witness) { witness_ = witness; }
 
   // The work of the deliveries is counted here.

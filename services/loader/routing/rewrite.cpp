@@ -2,7 +2,7 @@
 //
 //     length | M2 ... | SYS_TO, first hop cut | ... | SYS_FROM, sender in front | ... | rights
 //
-// What is removed is left out between two pieces, what is missing is appended at the end.
+// Records to remove are left out between two pieces, missing ones are appended at the end.
 
 #include "routing/rewrite.h"
 

@@ -11,7 +11,7 @@ namespace loader {
 // Records of SYS_USER and SYS_POLICY, as they stand in a frame.
 using RightsRecords = std::vector<unsigned char>;
 
-// What becomes of the rights in a frame: these records are added, and SYS_USER and SYS_POLICY of the sender go.
+// The change to the rights in a frame: these records are added, and SYS_USER and SYS_POLICY of the sender go.
 // Without either the frame keeps what it carries.  A SYS_POLICY that was worked out for this frame alone stands in
 // `policy`, and not among the records.
 struct RightsMark {

@@ -1,4 +1,4 @@
-// Which way a frame goes:
+// The way of a frame:
 //
 //     route --control frame for [1]--> handleControl
 //           --PATH_ALL--> deliverToAll ----.
@@ -229,8 +229,8 @@ void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path 
   sendError(to, errorAbout(inFrontOf(sender.id, idsOf(e.returnPath())), idsOf(rest), kl::ERROR_BUSY), e);
 }
 
-// A request is refused before it is worked on when there is no room for it, or for its reply.  Whoever gets a reply has
-// asked before, so requests and notifications alone make acquaintances.
+// A request is refused before it is worked on when there is no room for it, or for its reply.  The receiver of a reply
+// has asked before, so requests and notifications alone make acquaintances.
 void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Path rest) {
   const bool isWanted = receiverHasSubscribed(sender, e, to, rest);
   const Access access =

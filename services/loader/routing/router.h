@@ -65,7 +65,7 @@ class Router {
   // The time that requests are stamped with, from any beginning.
   void setNow(common::Moment now) { now_ = now; }
 
-  // Who is told of each frame; null: nobody.
+  // The witness is told of each frame; null: nobody.
   void setWitness(Witness* witness) { witness_ = witness; }
 
   // How far a frame with many receivers has come, when the turn of its sender was over before it had reached all.

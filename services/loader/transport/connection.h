@@ -74,7 +74,7 @@ class Connection {
   // Its turn, as it had to wait for it; what that cost.  It may be gone afterwards.
   Work::Units serveNext(Work::Units units);
 
-  // Whose account it takes what it keeps from; null: nobody's.
+  // The account that pays for what it keeps; null: none.
   Account* account() const { return account_; }
   void chargeTo(Account* account) {
     account_ = account;

@@ -20,7 +20,7 @@ struct ReadArea {
 //       for (std::span<const unsigned char> body; reader.next(body);) route(body);
 //     reader.keepRest();
 //
-// Who does not want all the frames of a read at once keeps the rest, and goes on with resume() and next().
+// A caller that does not want all the frames of a read at once keeps the rest, and goes on with resume() and next().
 //
 // Errors:    a length above FRAME_MOST_BYTES sets isBroken(); nothing is read out of such a stream any more.
 // Ownership: borrows the ReadArea for good; frames are borrowed until keepRest().

@@ -12,7 +12,7 @@ namespace loader {
 
 // A few sockets are watched by the loop's poll, each for itself, which takes the fewest calls.  The cost of poll grows
 // with what it watches, so many sockets are watched by one epoll descriptor, and the loop watches that: a pass costs
-// what is ready, however many are not.  Whose callback comes first is the same either way: that of the last entry, and
+// what is ready, however many are not.  The order of callbacks is the same either way: the last entry's is first, and
 // the last entry takes the place of a removed one, as in kl::ThinRunner.
 //
 // P1  sockets_[placeOf_[fd]] is the entry of a watched descriptor; placeOf_ of any other is kNowhere

@@ -10,7 +10,7 @@
 
 namespace loader {
 
-// What the open requests say at one moment.
+// The circle that the open requests make at one moment.
 struct Circle {
   // Each waits for the next one, and the last for the first; none without a circle.
   std::vector<Service*> members;

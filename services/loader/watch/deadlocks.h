@@ -55,7 +55,7 @@ class Deadlocks {
   void forget(const Service& service) { named_.erase(service.id); }
 
   bool isAtRest() const { return state_ == State::kAtRest; }
-  // What is done when the time has come.
+  // Called when the time has come.
   void onTimer();
 
  private:

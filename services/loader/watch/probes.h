@@ -23,8 +23,8 @@ class Probes {
  public:
   explicit Probes(Outbox& outbox) : outbox_(outbox) {}
 
-  // True when the service has now a probe that it has not answered; false when its queue has no room for one.  What it
-  // was asked before is not asked again.
+  // True when the service has now a probe that it has not answered; false when its queue has no room for one.  A
+  // probe that is open is not sent again.
   bool ask(Service& service);
   bool isOpen(const Service& service) const { return open_.contains(service.id); }
   bool isOpen(unsigned int service) const { return open_.contains(service); }

@@ -28,7 +28,7 @@ unsigned long long couldHaveRunMs(const ProcessTime& before, const ProcessTime& 
 // Whether the process has a handler for this signal; false when it has ended.
 bool catchesSignal(pid_t pid, int signal);
 
-// What the files of the kernel say, for tests.
+// The parsers of the kernel's files, for tests.
 std::optional<ProcessTime> parseProcessTime(std::string_view stat, std::string_view schedstat,
                                             unsigned long long ticksPerSecond);
 bool parseCaught(std::string_view status, int signal);

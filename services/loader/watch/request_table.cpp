@@ -13,7 +13,7 @@
 namespace loader {
 namespace {
 
-// Whom the request is made for.  The sender's own name is nobody that it speaks for.
+// The user whom the request is made for.  The sender's own name is nobody that it speaks for.
 std::string userOf(const kl::message& request) { return request.get(kl::SYS_USER, ""); }
 
 // A request that is looked at, shown or not, and how many free places are passed for a unit.

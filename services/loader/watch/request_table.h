@@ -31,7 +31,7 @@ class RequestTable {
   RequestTable(const ServiceTable& services, const OpenRequests& requests, Clock clock)
       : services_(services), requests_(requests), clock_(std::move(clock)) {}
 
-  // One chunk, as CMD_GETALL asks for it, and the number of rows.  What they cost is spent of `work`.
+  // One chunk, as CMD_GETALL asks for it, and the number of rows.  Their cost is spent of `work`.
   kl::message chunk(const Service& asker, const kl::message& request, Work& work) const;
   kl::message count(const Service& asker, const kl::message& request, Work& work) const;
 

@@ -144,7 +144,7 @@ void Tap::send(Outbox& outbox) {
     if (!sendBatch(outbox)) return;
 }
 
-// What is lost while the queue is full is told behind what is in it, as soon as it has been sent.
+// Losses while the queue is full are told behind its messages, as soon as these have been sent.
 bool Tap::sendBatch(Outbox& outbox) {
   if (queue_.empty()) addLost();
   Objects objects;

@@ -9,8 +9,8 @@
 
 namespace loader {
 
-// A queue of its own for each tap.  What finds no room in it is lost, and the number of the lost stands in the queue
-// where they would.
+// A queue of its own for each tap.  Messages that find no room in it are lost, and the number of the lost stands in the
+// queue where they would.
 //
 // Errors:    none.
 // Ownership: borrows the row of its reader.

@@ -1,4 +1,4 @@
-// What costs least is looked at first: the ends of a message with many receivers come last.
+// The cheapest comparison comes first: the ends of a message with many receivers come last.
 
 #include "watch/tap_filter.h"
 
@@ -53,7 +53,7 @@ bool TapFilter::matches(const PassingMessage& message) const {
   return matchesEnds(message);
 }
 
-// What goes to all goes to whoever is named.
+// A message to all goes to every service that is named.
 bool TapFilter::matchesEnds(const PassingMessage& message) const {
   if (services_.empty() && !peer_) return true;
   const bool isFromNamed = isNamed(message.from);

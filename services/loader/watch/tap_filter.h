@@ -40,7 +40,7 @@ class Receivers {
   Kind kind_;
 };
 
-// What CMD_TAP asks for.  All that it says must be so; what it does not say is not looked at.
+// The conditions of CMD_TAP.  All that are given must hold; the others are not looked at.
 //
 // Errors:    read() says what is wrong with a request.
 // Ownership: a value.

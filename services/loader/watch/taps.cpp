@@ -20,7 +20,7 @@ std::vector<unsigned int> pathInside(const kl::message& request) {
   return path;
 }
 
-// What is replied to is not what a reply's own command says.
+// A reply's own command does not say which command it answers.
 PassingMessage passing(const Envelope& e, unsigned int from, Path path) {
   PassingMessage message(e);
   message.from = from;

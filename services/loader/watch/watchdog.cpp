@@ -183,7 +183,7 @@ void Watchdog::finish(Service& service, Watched& watched) {
   }
 }
 
-// What is held for somebody who is not there is waited for like what he was given.
+// A request held for an absent service is waited for like one that was delivered.
 const OpenRequest* Watchdog::waitsFor(const Service& service) const {
   const OpenRequest* request = requests_.oldestFrom(service);
   while (request != nullptr && !request->expectsReply) request = requests_.newerFrom(*request);

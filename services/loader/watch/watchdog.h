@@ -51,7 +51,7 @@ class Watchdog {
 
   // The time of a service; 0: it is not watched.
   void watch(unsigned int service, unsigned int seconds);
-  // What is done when the time has come.
+  // Called when the time has come.
   void onTimer();
 
  private:

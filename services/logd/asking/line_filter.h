@@ -15,7 +15,7 @@ class LineFilter {
   explicit LineFilter(const kl::message& request);
 
   bool passes(const Line& line) const;
-  // Whose lines alone it lets through; nothing: anybody's.
+  // The user whose lines alone it lets through; nothing: any user's.
   std::optional<unsigned int> uid() const { return uid_; }
 
   bool operator==(const LineFilter&) const = default;

@@ -92,7 +92,7 @@ bool LogService::isFull(const kl::message& request) const {
          std::count_if(records.begin(), records.end(), isOfUser) >= std::ptrdiff_t{kMostOfUser};
 }
 
-// Who sees the lines of one user alone learns whose.
+// A viewer who sees the lines of one user alone learns whose.
 kl::message LogService::cmdGet(const kl::message& request) {
   kl::message reply;
   if (const auto uid = viewers_.onlyOf(request)) reply.insert(log_service::UID, *uid);

@@ -1,4 +1,4 @@
-// What is read becomes lines of their sources; what is written are mute records (services/common/log_records.h).
+// Bytes that are read become lines of their sources; mute records are written (services/common/log_records.h).
 //
 // C1  at most 42 of them are under way: a client takes what one read of 256 bytes brings, and a record that such a
 //     read cuts in two makes it disconnect.  While the last ones are not read, the next wait.

@@ -36,7 +36,7 @@ class RecordReader {
   void add(std::span<const unsigned char> bytes);
   // The next whole record; false where there is none.
   bool next(Record& record);
-  // What is wrong with the bytes; null: nothing so far.
+  // The fault of the bytes; null: none so far.
   const char* fault() const { return fault_; }
 
   // Bytes that are in no record yet.

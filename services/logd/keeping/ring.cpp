@@ -2,8 +2,8 @@
 //     kPartBytes for each part, and at most mostBytes_
 // R2  the lines of a part are chained by Kept::next from Part::first to Part::last; a part without lines is none
 // R3  of n users beside the system each keeps (mostBytes_ - S) / n bytes whatever the others do, and the system S:
-//     a quarter or, where that is more, what each would have if the system were one of them.  What somebody does not
-//     use the others may have until it is needed
+//     a quarter or, where that is more, what each would have if the system were one of them.  A part that is not
+//     used the others may have until it is needed
 
 #include "keeping/ring.h"
 
