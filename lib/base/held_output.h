@@ -1,7 +1,7 @@
 #pragma once
 // held_output.h: what the process holds back for its loader, so that several frames leave in one write.
 //
-// Another process may wait for what is held.  Whatever is about to wait, anywhere in the library, therefore calls
+// Another process may wait for what is held.  All code of the library that is about to wait therefore calls
 // heldOutput.write() first.  A process has one connection to its loader, and so there is one of this.
 
 #include <pthread.h>

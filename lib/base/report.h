@@ -1,7 +1,7 @@
 #pragma once
 // report.h: the lines by which the library reports what went wrong.
 //
-// Which of the two streams a line goes to is fixed with its text.  A line leaves in one piece and at once, so that
+// The stream that a line goes to, of the two, is fixed with its text.  A line leaves in one piece and at once, so that
 // lines of several processes do not mix on one console and a process that dies loses none.
 
 #include <string>

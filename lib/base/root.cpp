@@ -1,6 +1,6 @@
 // The folder in front of the fixed paths: what the environment variable KL_ROOT names, or what the library was built with.
 //
-// Whoever may choose it chooses which loader a process talks to and which markers and stores it believes.
+// A user who may choose it chooses which loader a process talks to and which markers and stores it believes.
 //
 // R1  a program with more rights than its caller ignores the variable
 // R2  it is read once: all paths of a process stand under one folder

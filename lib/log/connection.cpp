@@ -2,7 +2,7 @@
 //
 //     disconnected (socket_ == -1) --connectToLog--> connected --closeConnection--> disconnected
 //
-// Whatever ends a connection, the next record tries to begin another one.
+// After a connection's end, whatever its reason, the next record tries to begin another one.
 //
 // C1  a connected socket is watched by the runner, a disconnected Logger has no socket there
 // C2  besides, there is at most one descriptor: the one whose connecting failed is used for the next attempt, so

@@ -3,7 +3,7 @@
 
 namespace kl {
 
-// The tick now.  What was held back at an earlier one is written.
+// The tick now.  Frames that were held back at an earlier one are written.
 unsigned int readTick();
 
 }  // namespace kl

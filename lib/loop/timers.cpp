@@ -156,7 +156,7 @@ std::size_t ThinRunner::siftDown(const HeapEntry& entry, std::size_t hole, unsig
   const std::size_t size = heap_.size();
   std::size_t child = rightChildOf(hole);
   for (; child < size; child = rightChildOf(child)) {
-    // Which of the two is earlier is a coin's throw, so it is computed and not branched on.
+    // Either of the two may be earlier, like a coin's throw, so that is computed and not branched on.
     child -= static_cast<std::size_t>(isLater(heap_[child].expiry, heap_[child - 1].expiry, reference));
     if (isLater(heap_[child].expiry, entry.expiry, reference)) return hole;
     put(heap_[child], hole);

@@ -9,7 +9,7 @@
 // served from the buffer.  A length is a claim and not a fact: the buffer grows with the bytes that
 // come, never with what a length promises.
 //
-// Holding back: while a whole frame that was read ahead waits, somebody will soon read it and send more.  What is
+// Holding back: while a whole frame that was read ahead waits, somebody will soon read it and send more.  Frames
 // written meanwhile may be held back and leave with it.
 
 #include <cstddef>
@@ -20,7 +20,7 @@
 
 namespace kl {
 
-// What is held back is never more than this: what would exceed one of them leaves with what is held, or right behind it.
+// No more than this is held back: a frame that would exceed one of them leaves with the held ones, or right behind.
 inline constexpr std::size_t kMostHeldBytes = 16384;
 inline constexpr unsigned int kMostHeldFrames = 32;
 

@@ -111,7 +111,7 @@ Looper* getLooper() { return theLooper; }
 
 Handler::Handler() = default;
 
-// Whatever points to the handler goes with it: the timers of open requests and of gathered changes, and an entry in the
+// All pointers to the handler go with it: the timers of open requests and of gathered changes, and an entry in the
 // table that its owner forgot to remove.  H1
 Handler::~Handler() {
   Liveness::end(*this);

@@ -44,7 +44,7 @@ constexpr std::size_t kElementBytes = 4;  // of an array of numbers
 
 constexpr field<std::vector<message::flat_message>> kSavedSubscriptions{0xa8000001};
 
-// What a handler keeps of a request to subscribe.
+// The record that a handler keeps of a request to subscribe.
 message recordOf(const message& request) {
   message record(request);
   cleanSys(record);

@@ -9,7 +9,7 @@
 namespace kl {
 namespace {
 
-// What stands in front of the four bytes of an IPv4 address.
+// The bytes in front of the four of an IPv4 address.
 constexpr unsigned char kIPv4Prefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
 
 }  // namespace

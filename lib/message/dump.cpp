@@ -68,7 +68,7 @@ class Output {
   virtual void text(const char* s) = 0;
   virtual void number(unsigned int v) = 0;
   virtual void number(unsigned long long v) = 0;
-  // What is written next may be a number.
+  // The next write may be a number.
   virtual void decimal() {}
   virtual void endLine() = 0;
   // Null where there is no room.

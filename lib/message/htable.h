@@ -1,7 +1,7 @@
 #pragma once
 // htable.h: the open-addressing table that holds the bools and the u32 values of a message.
 //
-// Slots carry keys in linear probing from the home slot, key modulo capacity.  Which slot a key gets is
+// Slots carry keys in linear probing from the home slot, key modulo capacity.  The slot of a key is
 // visible: slot order is the order in which a message is written.
 //
 // H1  a key lies in the first slot, from its home slot on, that was not live when it came; a slot that was

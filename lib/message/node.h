@@ -71,7 +71,7 @@ inline Node* takeNode(Memory& memory, Kind kind, unsigned int id, std::size_t va
 void giveNode(Memory& memory, Node* node);
 void destroyObject(Node& node);
 
-// What is done with an object of this kind, which rarely is.
+// The operations on an object of this kind, which are rare.
 void* decodedObject(Kind kind, const unsigned char* at, std::size_t bytes, std::size_t count);
 void deleteObject(Kind kind, void* object);
 void* copyOfObject(Kind kind, const void* object);

@@ -1,4 +1,4 @@
-// What a description asks of an object, and what an error says of one that does not keep to it.
+// The demands of a description on an object, and the error for one that does not meet them.
 //
 //     required   the field is there
 //     min, max   of a number its value; of a text, of bytes and of an array the length
@@ -21,7 +21,7 @@ bool isNumber(const Record& record) {
   return !record.isArray() && (record.kind() == RecordKind::kU32 || record.kind() == RecordKind::kU64);
 }
 
-// What the bounds are about.
+// The number that the bounds are about.
 unsigned long long amountOf(const Record& record) {
   if (record.isArray()) return record.count();
   if (record.kind() == RecordKind::kU32) return record.u32();

@@ -45,7 +45,7 @@ message takenOf(const ObjectRules& rules, const message& request, unsigned int u
   return pick(request, [&](const Record& record) { return isTaken(rules, record.id(), use); });
 }
 
-// What makes the later object the earlier one again.
+// The fields that make the later object the earlier one again.
 message difference(const message& before, const message& now) {
   const message::flat_message early = before.flattened();
   const message::flat_message late = now.flattened();

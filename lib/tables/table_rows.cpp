@@ -7,7 +7,7 @@
 // A change of the order concerns the objects that name another one behind it, too: the store gets and subscribers are
 // told of each object whose STD_NEXTID became another.
 //
-// What a process leaves with:
+// The data that a process leaves with:
 //
 //     0xa8000002   message[]   the objects with STD_ID, in the order of the table
 

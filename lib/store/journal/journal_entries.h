@@ -47,7 +47,7 @@ class Intent {
 
   // Writes the intent at `offset` of the lock file.
   bool write(int lockFd, std::size_t offset);
-  // What was written, if it has no blob as its last step.
+  // The bytes that were written, if it has no blob as its last step.
   Bytes written() const { return {head_.data(), head_.size()}; }
 
  private:
