@@ -1,7 +1,7 @@
 # Shows the library's values in gdb as people read them: messages field by field, ids of fields, paths, timers and the
 # loader's open requests.  gdb loads this file by itself when it loads the library (share/gdb/auto-load).
 #
-# What is printed may be garbage: memory that was freed, or never written.  So each read is bounded, lists end after
+# Printed memory may be garbage: it was freed, or never written.  So each read is bounded, lists end after
 # so many steps whatever their links say, text is escaped, and whatever cannot be read says so in place of its value.
 
 import itertools
@@ -27,7 +27,7 @@ OBJECTS = {
 
 
 def guarded(function):
-    """What gdb cannot read is an answer, too."""
+    """Memory that gdb cannot read is an answer, too."""
 
     def call(self):
         try:

@@ -1,5 +1,5 @@
 // Things of two descriptions are the same where their names are; where a name is gone, where their numbers are, and then
-// only programs that use the name are broken.  What is gone without a trace may come back as something else, so it
+// only programs that use the name are broken.  A thing gone without a trace may come back as something else, so it
 // breaks programs too, unless its number is reserved.
 
 #include "against.h"
@@ -51,7 +51,7 @@ class Comparison {
   void compareNames(const Names& olds, const Names& news, unsigned int line, const std::string& where);
   void compareTopics();
 
-  // What a field of the older description is called now; null when it is gone.
+  // The field of the older description as it is now; null when it is gone.
   const Field* nowOf(const std::string& oldName) const;
   bool isReserved(Reserved::Kind kind, unsigned int number, const std::string& scope = {}) const;
   void renamed(const std::string& old, const std::string& now, unsigned int line) {
@@ -96,7 +96,7 @@ void Comparison::compareReserved() {
   }
 }
 
-// What the scope of a reserved number is called now; none when it is gone, and the number with it.
+// The present name of a reserved number's scope; none when it is gone, and the number with it.
 std::optional<std::string> Comparison::scopeNow(const Reserved& reserved) const {
   const auto nameNow = [&](const auto& olds, const auto& news, auto number) -> std::optional<std::string> {
     const auto named = [&](const auto& thing) { return thing.name == reserved.scope; };

@@ -8,7 +8,7 @@
 
 namespace klgen {
 
-// What is broken.
+// The things that a difference breaks.
 enum class Level {
   kWire,    // a program made of one description, and a program made of the other, misunderstand each other
   kSource,  // a program does not compile any more, or somebody's names stand for nothing

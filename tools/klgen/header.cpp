@@ -2,8 +2,8 @@
 // unnoticed.
 //
 // A structure keeps the message that it was made of, and puts its members into a copy of that: fields that it does not
-// know stay as they were.  What reads and writes one member is a function for each type of field that is never inlined,
-// and stands in each header once for all: a program has one of it.
+// know stay as they were.  For each type of field a function reads and writes one member; it is never inlined, and
+// stands in each header once for all: a program has one of it.
 
 #include "header.h"
 
@@ -161,7 +161,7 @@ void HeaderWriter::writeOpening() {
   if (!description_.objects.empty()) out_ += kHelpers;
 }
 
-// What kl::setDescription takes.  Its name is like no other, as these are all capitals or begin with one.
+// The argument of kl::setDescription.  Its name is like no other, as these are all capitals or begin with one.
 void HeaderWriter::writeDescription() {
   const std::string text = describe::compactOf(description_);
   if (text.empty()) {
@@ -204,7 +204,7 @@ void HeaderWriter::writeFields(const std::vector<Field>& fields, const std::stri
   }
 }
 
-// What a setting is without a value, and the bounds of a number.
+// The default of each setting, and the bounds of a number.
 void HeaderWriter::writeDefaults() {
   for (const Field& field : description_.settings) {
     const std::string name = "setting_" + field.name;
@@ -257,7 +257,7 @@ void HeaderWriter::writeObject(const describe::Object& object) {
   writeStructure(typeName(object.name), object.doc, object.fields, object.line, &object);
 }
 
-// What a command is called by, and what its requests have to keep to.
+// The name of a command, and the rules for its requests.
 void HeaderWriter::writeCommand(const std::string& name, const describe::Command& command) {
   if (!claim(name, "command " + name, command.line)) return;
   out_ += "\nstruct " + name + " {\n";

@@ -5,7 +5,7 @@
 
 namespace klgen {
 
-// "rx_bytes" in three forms.  What C++ or the headers that every program includes have for themselves gets an underscore
+// "rx_bytes" in three forms.  A name that C++ or the headers of every program have for themselves gets an underscore
 // behind it, which no name of a description has.
 std::string memberName(const std::string& name);    // rx_bytes, class_
 std::string constantName(const std::string& name);  // RX_BYTES, EOF_

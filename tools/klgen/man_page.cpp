@@ -51,7 +51,7 @@ std::string fieldItems(const std::string& heading, const std::vector<describe::F
   return text;
 }
 
-// What stands behind "name =" in a configuration.
+// The word behind "name =" in a configuration.
 std::string valueWord(unsigned int id) {
   const std::string word = [id] {
     switch (describe::elementType(id)) {

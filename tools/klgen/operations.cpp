@@ -74,7 +74,7 @@ std::string call(const Object& object, const Command& command) {
          (command.takes.empty() ? "{}" : "theRequest") + ", ::std::move(theDone));\n    }\n";
 }
 
-// What a task awaits.  As in kl::TaskClient, what is given is a variable.
+// The call that a task awaits.  As in kl::TaskClient, its argument is a variable.
 std::string awaitedCall(const Object& object, const Command& command) {
   const std::string name = structureName(object, command);
   const std::string request = command.takes.empty() ? "" : "const " + name + "Request& theRequest";

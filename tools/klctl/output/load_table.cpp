@@ -41,7 +41,7 @@ constexpr LoadColumn kLoadColumns[] = {
 
 constexpr std::size_t kWidestName = 24;
 
-// What is compared; absent ones are the least.
+// The number that is compared; absent ones are the least.
 Count valueFor(const ServiceLoad& service, LoadOrder order) {
   const auto plusOne = [](const std::optional<Count>& value) { return value ? *value + 1 : 0; };
   switch (order) {

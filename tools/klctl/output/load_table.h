@@ -10,7 +10,8 @@
 
 namespace klctl {
 
-// What the lines are sorted by: texts and numbers of services ascending, what grows with trouble descending.
+// The column that the lines are sorted by: texts and numbers of services ascending, those that grow with trouble
+// descending.
 enum class LoadOrder { kId, kName, kCpu, kMemory, kIn, kOut, kQueue, kOldest, kDrops };
 
 // "cpu" and the like; nothing for another word.

@@ -1,4 +1,4 @@
-// What stands in the place of screen.cpp where klctl is built without ncurses: no terminal can be taken.
+// Stands in the place of screen.cpp where klctl is built without ncurses: no terminal can be taken.
 
 #include "output/screen.h"
 

@@ -21,7 +21,7 @@ namespace klctl {
 // system), or of the prefix.
 std::filesystem::path dictionaryFolder();
 
-// What is known of a service: the names of its fields, and its description where it has one.
+// The knowledge of a service: the names of its fields, and its description where it has one.
 struct Dictionary {
   FieldNames names;
   std::optional<describe::Description> description;

@@ -39,7 +39,7 @@ class FieldNames {
   // The field is not shown unless the secrets are.
   void setSecret(unsigned int id) { secrets_.insert(id); }
 
-  // What is shown of secret fields: nothing at first.
+  // The part of secret fields that is shown: nothing at first.
   enum class Secrets { kLeftOut, kMarked, kShown };
   void showSecrets(Secrets how) { showsSecrets_ = how; }
 

@@ -14,7 +14,7 @@ std::string kernelText(pid_t pid, const char* name) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Who may not know where a process sleeps reads "0".
+// A user who may not know where a process sleeps reads "0".
 std::string sleepingPlace(const std::string& wchan) {
   return wchan.empty() || wchan == "0" ? "" : " in " + wchan;
 }

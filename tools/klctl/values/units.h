@@ -15,7 +15,7 @@ std::string ageText(unsigned long long milliseconds);
 // True when the name of a field says its unit already: rx_bytes, in bytes.
 bool saysUnit(const std::string& name, const std::string& unit);
 
-// What withUnit writes, and a number in another unit of the same kind, as a number of `unit`:
+// Reads a text of withUnit, or a number in another unit of the same kind, as a number of `unit`:
 //
 //     time    ns us ms s min h d          "90min" is 5400 of the unit "s", and "5s" 500 of "10 ms"
 //     memory  bytes B KiB MiB GiB         "2KiB" is 2048 of the unit "bytes"

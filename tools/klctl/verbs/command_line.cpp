@@ -482,7 +482,7 @@ class Parser {
       throw usage("'" + words_.path + "' is no service: handlers and objects have no life of their own");
   }
 
-  // Who asks what is stuck does not want to wait for it.
+  // A user who asks what is stuck does not want to wait for it.
   void interpretStuck() {
     if (options_[kTimeout]->count() == 0) line_.timeout = kPatienceWithTheStuck;
   }

@@ -67,14 +67,14 @@ struct LogWords {
   }
 };
 
-// What top shows.
+// The table that top shows.
 struct TopWords {
   std::chrono::milliseconds interval{2000};
   unsigned int count = 0;  // tables; 0: until the user has enough
   LoadOrder order = LoadOrder::kId;
 };
 
-// Which messages kTrace shows.
+// The messages that kTrace shows.
 struct TraceWords {
   std::string service;  // one end; empty: any
   std::string peer;     // the other end
@@ -118,13 +118,13 @@ struct Place {
   };
   std::vector<Word> verbs;
   std::vector<Word> options;
-  // What else, as the usage text calls it: PATH, SERVICE, CMD, or the option whose value it is.
+  // The other words, as the usage text calls them: PATH, SERVICE, CMD, or the option whose value it is.
   std::string argument;
   std::string verb;                    // that the place belongs to: "log mute"; empty in front of one
   std::vector<std::string> arguments;  // those of the verb in front of the place
 };
 
-// The place behind these words.  What is wrong among them changes nothing.
+// The place behind these words.  Mistakes among them change nothing.
 Place placeBehind(const std::vector<std::string>& words);
 
 }  // namespace klctl

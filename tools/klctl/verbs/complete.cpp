@@ -145,7 +145,7 @@ class Candidates {
         if (path.objectName.empty() ? !object.handler : object.name == path.objectName)
           found.object = &object;
     } catch (const Failure&) {
-      // What is no path has no names.
+      // A word that is no path has no names.
     }
     return found;
   }

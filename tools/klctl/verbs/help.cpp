@@ -61,7 +61,7 @@ Json commandRow(const std::string& name, const std::string& right, const std::st
   return row;
 }
 
-// What a command takes, gives and may answer stands below its sentence, each on a line of its own.
+// The fields that a command takes, gives and may answer stand below its sentence, each on a line of its own.
 void addCommand(std::vector<Json>& rows, const Command& command) {
   std::string notes = command.doc;
   add(notes, "since ", command.since);

@@ -13,7 +13,7 @@ namespace klctl {
 std::string helpText(const describe::Description& description, const std::string& service,
                      const std::string& objectName);
 
-// What the installed description of a service says.  No loader is needed, unless the service is a number.
+// Shows what the installed description of a service says.  No loader is needed, unless the service is a number.
 void helpService(const CommandLine& line, const Channels& channels);
 
 }  // namespace klctl

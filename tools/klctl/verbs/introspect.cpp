@@ -1,5 +1,5 @@
-// A process is believed what it calls things.  What is secret, and which rights commands need, is said by the installed
-// description alone.
+// A process is believed what it calls things.  The installed description alone says what is secret, and which rights
+// commands need.
 
 #include "verbs/introspect.h"
 
@@ -24,7 +24,7 @@ using describe::Description;
 
 constexpr std::size_t kMostRemarks = 20;
 
-// What the process gives: a text, or why there is none.
+// The process's answer: a text, or why there is none.
 struct Answer {
   std::string text;
   std::string fault;

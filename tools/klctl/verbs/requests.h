@@ -13,7 +13,7 @@ namespace klctl {
 void listRequests(const CommandLine& line, const Channels& channels);
 void showStuck(const CommandLine& line, const Channels& channels);
 
-// What is asked for, by the name that the description of the asked service has: "CMD_GETALL", "release_all".  Each
+// The commands of requests, by the names in the description of the asked service: "CMD_GETALL", "release_all".  Each
 // description is read once.
 class CommandNames {
  public:

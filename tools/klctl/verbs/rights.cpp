@@ -1,6 +1,6 @@
 // Two decide about a request.  The loader gives it the rights of its user for the destination, and may know what the
 // command needs; then the handler asks its own table.  The first is explained by the loader, the second is read by
-// CMD_GETPOLICIES in that user's name.  What a handler decides beyond its table cannot be read.
+// CMD_GETPOLICIES in that user's name.  A handler's decisions beyond its table cannot be read.
 
 #include "verbs/rights.h"
 
@@ -25,7 +25,7 @@ const std::vector<std::string> kListColumns = {"table", "key", "line", "rights"}
 
 enum class Verdict { kYes, kNo, kUnknown };
 
-// What is known about one question.
+// The facts known about one question.
 struct Inquiry {
   std::string user;
   std::string place;                    // as the user called it
@@ -67,7 +67,7 @@ kl::message askLoader(const CommandLine& line, const std::vector<unsigned int>& 
   return reply;
 }
 
-// What the handler's table says about the command; one that it does not name is for root alone.
+// Asks what the handler's table says about the command; one that it does not name is for root alone.
 void askHandler(Inquiry& inquiry, const std::vector<unsigned int>& to, const Exchange& exchange) {
   kl::message request;
   request.insert(kl::SYS_TO, to);
@@ -108,7 +108,7 @@ std::string wordOf(Verdict verdict) {
   return "unknown";
 }
 
-// Who asks for more decides.
+// The one that asks for more decides.
 std::optional<unsigned int> neededBits(const Inquiry& inquiry) {
   const bool isListed = inquiry.explained.has(kl::RIGHTS_NEEDED);
   if (!isListed && !inquiry.needed) return {};

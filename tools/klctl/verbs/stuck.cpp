@@ -1,7 +1,7 @@
-// Who is to blame that requests are not answered.
+// The service that is to blame that requests are not answered.
 //
 // From each request that is old enough the way goes on to the oldest request of its asked service, and so on: at the end
-// stands a service that waits for nobody, the culprit, or the way comes back to itself, a circle.  Who stands there is
+// stands a service that waits for nobody, the culprit, or the way comes back to itself, a circle.  A service there is
 // asked for CMD_NOOP.  One that answers is not stuck; it is named only when a request has been with it for so long that it
 // may have forgotten it.  A circle in which somebody answers is none: he waits with patience.
 

@@ -6,7 +6,7 @@
 
 namespace klctl {
 
-// What symbolize(1), beside this program or on the search path, says of a report of this program; empty where there is no
+// The report of this program as symbolize(1), beside it or on the search path, writes it; empty where there is no
 // symbolize, no addr2line(1), or the program is not there or, as each of the files here, might be somebody else's work: it
 // belongs neither to root nor to the user, or others may write to it.
 std::string symbolized(const std::string& report, const std::string& program);

@@ -81,7 +81,7 @@ void nameOldest(SystemState& state, const ServiceRows& rows, const CommandLine& 
       service.oldest = commands.of(open, *request) + " of " + open.nameOf(request->asker);
 }
 
-// What shows the loads.
+// Shows the loads.
 class View {
  public:
   View(const CommandLine& line, const Channels& channels) : line_(line), channels_(channels) {

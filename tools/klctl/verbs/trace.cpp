@@ -35,7 +35,7 @@ class TapFollower : public kl::Handler {
   }
 
  private:
-  // What comes was asked for.
+  // Every message that comes was asked for.
   bool checkPolicy(const kl::message&) override { return true; }
 
   void handleCmd(const kl::message& m, unsigned int command) override {
