@@ -18,7 +18,7 @@ COUNTED_RUNS = 4  # of each case of `--instructions`
 
 
 def total_of(dump):
-    """What a dump counted: 0 for that of a process that was replaced before it executed anything."""
+    """The count of a dump: 0 for that of a process that was replaced before it executed anything."""
     found = re.search(r"^(?:summary|totals): (\d+)", dump, re.M)
     return int(found.group(1)) if found else 0
 
@@ -59,7 +59,7 @@ def write_kept(path, counts):
 
 
 def judge(counts, kept):
-    """What is to be said of the counts; the second result tells whether they pass."""
+    """The findings on the counts; the second result tells whether they pass."""
     said, passes = [], True
     for name in sorted(counts.keys() | kept.keys()):
         now, before = counts.get(name), kept.get(name)

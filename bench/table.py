@@ -17,7 +17,7 @@ import sys
 
 MISSED = "<-"
 
-# What the product aims at, as a ratio to the limit, and in allocations for one operation.
+# The aims of the product, as a ratio to the limit, and in allocations for one operation.
 MESSAGE_AIMS = {
     "W1/build+flatten": 16, "W1/parse": 4, "W1/parse+read": 4, "W1/parse+read by reference": 4,
     "W2/build+flatten": 12, "W2/parse+read": 5, "W2/parse+read by reference": 5,

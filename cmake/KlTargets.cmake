@@ -13,7 +13,7 @@ math(EXPR kl_version_word
   OUTPUT_FORMAT HEXADECIMAL)
 set(kl_version_word ${kl_version_word}u)
 
-# What every file of this project is compiled with.
+# The flags that every file of this project is compiled with.
 add_library(kl_build_flags INTERFACE)
 target_compile_options(kl_build_flags INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor $<$<BOOL:${KL_WARNINGS_ARE_ERRORS}>:-Werror>
@@ -42,8 +42,8 @@ if(KL_SANITIZE MATCHES "undefined")
     $<$<BOOL:$<TARGET_PROPERTY:KL_FOLLOWS_POINTERS_UNCHECKED>>:-fno-sanitize=null,alignment,object-size>)
 endif()
 
-# What counts which lines run: the library, and the tests that see its internals, since an inline function runs as the
-# linker meets it first.
+# Lines that run are counted in the library, and in the tests that see its internals, since an inline function runs as
+# the linker meets it first.
 set(kl_coverage_flags)
 if(KL_COVERAGE)
   set(kl_coverage_flags --coverage -fprofile-update=atomic -fprofile-abs-path)
@@ -69,7 +69,7 @@ function(kl_component name)
   # It throws nothing and lets no exception pass, so it carries no code to clean up after one and no tables to find its way.
   target_compile_options(kl_${name} PRIVATE
     -fno-semantic-interposition -fno-exceptions -fno-unwind-tables -fno-asynchronous-unwind-tables ${kl_coverage_flags})
-  # What the linker finds unused goes.
+  # Sections that the linker finds unused go.
   target_compile_options(kl_${name} PRIVATE -ffunction-sections)
   # Memory counts for more than time in most of the library: of some 100 sources about 30 run for each message
   # (kl_often_runs).  Even in those only the starts of loops are worth being aligned for.

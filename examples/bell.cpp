@@ -74,7 +74,7 @@ class Bell : public kl::Handler {
     return waiting_.erase(request);
   }
 
-  // Who has ended waits no more.
+  // A client that has ended waits no more.
   void cmdDisconnected(const kl::message& notice) override {
     Handler::cmdDisconnected(notice);
     const auto gone = notice.get(kl::SYS_FROM, {});

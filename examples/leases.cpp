@@ -1,7 +1,7 @@
 // leases: keeps DHCP leases, on disk as well, and ends each when its time comes.
 //
 // The table itself is the library's (kl/table.h), made of the description leases.toml: its commands, bounds, errors,
-// notifications and undo records.  What is left are the rules that no description says.
+// notifications and undo records.  The rest are the rules that no description says.
 
 #include <algorithm>
 #include <ctime>

@@ -5,7 +5,7 @@
 
 #include "links.h"
 
-// What the messages of a buffer said beside that.
+// The other news in the messages of a buffer.
 struct LinkNews {
   bool isEnd = false;           // the answer to a question is complete
   bool isError = false;         // the kernel refused

@@ -1,6 +1,6 @@
 // netif: serves the machine's network interfaces to other services, and notifies them of changes.
 //
-// What its messages are made of stands in netif.toml, of which klgen makes netif.kl.h for the service and its clients.
+// The fields of its messages stand in netif.toml, of which klgen makes netif.kl.h for the service and its clients.
 //
 // The whole service is one Looper that is a table (kl/table.h), on the path [32].  Its objects are the kernel's: each
 // request is answered from the kernel's own tables, read anew, and the kernel's notifications (link_monitor.h) become

@@ -26,7 +26,7 @@ constexpr unsigned int kStrides[] = {1, 3, 64, 1000};
 
 constexpr unsigned int kStepsBetweenChecks = 16;
 
-// What dump() prints goes here while this lives.
+// The output of dump() goes here while this lives.
 class Captured {
  public:
   Captured() : before_(std::cout.rdbuf(text_.rdbuf())) {}

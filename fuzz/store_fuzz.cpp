@@ -29,7 +29,7 @@ using kl::StoreView;
 
 constexpr unsigned int kLifetime = 3;
 
-// What the process prints on its standard output.
+// The lines that the process prints on its standard output.
 class Lines {
  public:
   Lines() {

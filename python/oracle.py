@@ -214,7 +214,7 @@ def parse(data: bytes, steps: int) -> Result:
 
 
 def result_of(steps: list[Step]) -> Result:
-    """What the driver has to say about this case."""
+    """The driver's words about this case."""
     message = Message()
     good = bytearray()
     for what, field, data in steps:

@@ -1,4 +1,4 @@
-// What the loader does for the service and its peers: registrations, routing, leaving, ends.
+// The loader's work for the service and its peers: registrations, routing, leaving, ends.
 //
 // Frames take the loader's router, so what a peer gets is what it would get anywhere.  The rest follows the loader's
 // lifecycle for a service that its configuration names: it is greeted with what it saved, with the ends that it has
@@ -313,7 +313,7 @@ void Bus::pump() {
   isPumping_ = false;
 }
 
-// What members have put off.
+// Sends what members have put off.
 bool Bus::sendDue() {
   bool moved = false;
   while (!later_.empty() && later_.begin()->first <= elapsed_) {

@@ -20,7 +20,7 @@
 namespace kl::test {
 
 // Carries frames between the service under test, which stands behind a Wire, and the members, by the loader's own router.
-// What the loader does beside that (registrations, leaving, ends) is played here, in the same order.
+// The other work of the loader (registrations, leaving, ends) is played here, in the same order.
 //
 //     the service --Wire--> pump --route--> queues --distribute--> Wire, mail of the members
 //                            ^                                       |

@@ -1,4 +1,4 @@
-// What a peer does with its mail: it files replies and notifications, and lets its scripts answer requests.
+// A peer and its mail: it files replies and notifications, and lets its scripts answer requests.
 
 #include "testkit/member.h"
 

@@ -18,7 +18,7 @@ struct Service;
 
 namespace kl::test {
 
-// What a Peer stands for at the bus: its row among the services, its mail, and its scripts.
+// The bus's side of a Peer: its row among the services, its mail, and its scripts.
 //
 // M1  mail is handled in its order, and one message at a time: a script may send, and what comes of that waits
 // M2  a member that has ended handles nothing and sends nothing

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kSteps = std::size_t{1} << 20;
 
-// Which of the identifiers 0, distance, 2 * distance and so on are free, as the allocator leaves them.
+// Knows which of the identifiers 0, distance, 2 * distance and so on are free, as the allocator leaves them.
 class State {
  public:
   State(unsigned int idCount, unsigned int distance) : isFree_(idCount), distance_(distance), random_(4711) {

@@ -85,8 +85,7 @@ class Cursor {
   const unsigned char* end_;
 };
 
-// What becomes of the bytes of a nested message: decoded in its place of the struct, or kept as they
-// are.
+// The treatment of a nested message's bytes: decoded in its place of the struct, or kept as they are.
 struct Decode {
   template <class Struct>
   bool operator()(Struct& out, const unsigned char* bytes, std::size_t size) {

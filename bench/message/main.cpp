@@ -28,7 +28,7 @@ struct Readers {
 template <class Value, class Reference, class View, class InPlace>
 Readers(Value, Reference, View, InPlace) -> Readers<Value, Reference, View, InPlace>;
 
-// What the operations of one workload share, made once and kept to the end.
+// The things that the operations of one workload share, made once and kept to the end.
 template <class Struct, class Source>
 struct Workload {
   Source source;

@@ -1,4 +1,4 @@
-// The limit: the same roles on bare sockets, moving opaque frames.  Whoever waits polls; each frame and
+// The limit: the same roles on bare sockets, moving opaque frames.  A waiting peer polls; each frame and
 // hop then costs one read and one write.  Frames of one direction have one size.
 //
 // usage: raw_peers client CONNECTION ALL-ARRIVED REQUEST-BYTES REPLY-BYTES

@@ -25,7 +25,7 @@ class System {
   Child client_;
 };
 
-// What a fan-out's members share with its sender; see members.h.
+// The things that a fan-out's members share with its sender; see members.h.
 struct Meeting {
   explicit Meeting(unsigned int members);
   std::vector<std::string> memberArguments() const;

@@ -149,7 +149,7 @@ class BareFiles {
   int index_ = -1;
 };
 
-// What nobody who keeps such files safe against being killed in the middle of a change can do without.
+// The least that keeps such files safe against being killed in the middle of a change.
 class BareFilesWithIntent {
  public:
   explicit BareFilesWithIntent(BareFiles& files) : files_(files) {}

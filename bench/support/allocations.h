@@ -14,7 +14,7 @@ struct Allocations {
 // Starts counting from nothing.
 void restartAllocations();
 
-// What was taken since the last restart.
+// The memory taken since the last restart.
 Allocations allocations();
 
 }  // namespace bench

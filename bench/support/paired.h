@@ -17,7 +17,7 @@ Batch repeated(Operation operation) {
   };
 }
 
-// What is measured is `run`.  What has to be there for it, and what it leaves behind, is the business of `before` and
+// Only `run` is measured.  The things that it needs, and those that it leaves behind, are the business of `before` and
 // `after`, which are told the same number and are not measured.
 struct Work {
   Batch run;

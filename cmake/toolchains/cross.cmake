@@ -1,4 +1,4 @@
-# What every cross build has in common, for a toolchain file that has set KL_MACHINE.  The libraries are those
+# The common part of every cross build, for a toolchain file that has set KL_MACHINE.  The libraries are those
 # that come with the compiler and those that scripts/cross-libraries puts together.
 set(CMAKE_C_COMPILER ${KL_MACHINE}-gcc)
 set(CMAKE_CXX_COMPILER ${KL_MACHINE}-g++)

@@ -53,7 +53,7 @@ class Completer:
         return found
 
     def complete(self, text: str, state: int) -> Optional[str]:
-        """What readline calls."""
+        """Called by readline."""
         if state == 0:
             import readline
 

@@ -60,7 +60,7 @@ class _Loop:
 
 
 class Stream(Generic[T]):
-    """What comes, one after the other: `for each in stream`."""
+    """The items that come, one after the other: `for each in stream`."""
 
     def __init__(self, loop: _Loop, source: _Source[T]) -> None:
         self._loop = loop

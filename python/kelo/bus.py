@@ -220,7 +220,7 @@ class Bus:
     # The services that come with the loader
 
     async def services(self) -> list[Object]:
-        """What the loader knows of its services."""
+        """The loader's table of its services."""
         return await self.get_all(ids.SERVICE_LOADER)
 
     async def start(self, service: str | int) -> None:
@@ -237,7 +237,7 @@ class Bus:
         await self._act(service, "leave")
 
     async def undo_records(self) -> list[Object]:
-        """What services have reported of changes, the newest first."""
+        """The changes that services have reported, the newest first."""
         return await self.get_all(ids.SERVICE_UNDO)
 
     async def undo(self, id: int) -> None:

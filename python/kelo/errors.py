@@ -1,4 +1,4 @@
-"""What goes wrong, as exceptions.  Everything that this package raises of its own is a KeloError."""
+"""Failures, as exceptions.  Everything that this package raises of its own is a KeloError."""
 
 from __future__ import annotations
 
@@ -81,7 +81,7 @@ _SPACES = {0x00: "global", 0xFD: "local", 0xFE: "std", 0xFF: "sys"}
 
 
 def describe(code: int, text: str = "") -> str:
-    """What klctl says about an error: "std failure: timeout (13)", or the text with the number behind it."""
+    """The words of klctl about an error: "std failure: timeout (13)", or the text with the number behind it."""
     space, number = code >> 16 & 0xFF, code & 0xFFFF
     if text:
         return f"{text} ({number})"

@@ -33,7 +33,7 @@ _PEER = struct.Struct("iII")  # SO_PEERCRED: process, user, group
 
 
 class Receiver(Protocol):
-    """Whoever has a number of its own in a process."""
+    """A receiver with a number of its own in a process."""
 
     def receive(self, message: Message) -> None:
         """Takes a message whose path ended here, replies excepted."""
@@ -292,7 +292,7 @@ class Process:
             for receiver in list(self._receivers.values()):
                 receiver.disconnected(message)
             return
-        # What names nobody is for whoever has the number of the process itself.
+        # A path that names nobody is for the receiver with the number of the process itself.
         receiver_or_none = self._receivers.get(path[0] if path else ids.BADID)
         if receiver_or_none is None or len(path) > 1:
             return self._break_path(message)

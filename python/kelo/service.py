@@ -84,7 +84,7 @@ _CLEANED: frozenset[int] = frozenset(
 
 
 def without_system_fields(message: Message) -> Message:
-    """What of a message is its sender's."""
+    """The part of a message that is its sender's."""
     rest = Message()
     # From the back, so that lists keep their order.
     for field, value in reversed(list(message.items())):

@@ -99,7 +99,7 @@ class Watch:
         self._stale: set[int] = set()
         self._lost = False
         self._broken: asyncio.Future[Optional[ServiceError]] = asyncio.get_running_loop().create_future()
-        # What waits to be read, in order: the objects by their ids, the table by a Change.
+        # The news that wait to be read, in order: the objects by their ids, the table by a Change.
         self._waiting: dict[int | Change, Optional[Message]] = {}
         self._wake = asyncio.Event()
         self._failure: Optional[KeloError] = None

@@ -55,7 +55,7 @@ class Examples(LoaderTest):
             subprocess.run, example("report"), stdout=subprocess.PIPE, text=True, timeout=SECONDS, check=True
         )
         self.assertIn("netif (32): running\n    id=1, name=lo, up=True, running=True, mtu=65536, descr=\n", run.stdout)
-        # What it has to say is said by its handler 0; nothing answers for the service itself.
+        # Its handler 0 answers; nothing answers for the service itself.
         self.assertIn("hello (34): running\n    std failure: not implemented (3)\n", run.stdout)
 
 

@@ -25,7 +25,7 @@ def listing(beginning: str) -> str:
 
 
 async def run(code: str, **names: Any) -> str:
-    """What a listing prints."""
+    """The output of a listing."""
     scope: dict[str, Any] = {"kelo": kelo, "asyncio": asyncio, **names}
     exec("async def listing():\n" + textwrap.indent(code, "    "), scope)
     out = io.StringIO()

@@ -1,4 +1,4 @@
-"""Services in Python.  What a handler does is tried on the fake loader and on the real one."""
+"""Services in Python.  The work of handlers is tried on the fake loader and on the real one."""
 
 from __future__ import annotations
 

@@ -19,7 +19,7 @@ COMMAND = (sys.executable, "-B", "-m", "kelo", "--fields", str(FIELDS[0]))
 
 
 def typed(lines: str, **variables: str) -> subprocess.CompletedProcess[str]:
-    """What the shell says to these lines."""
+    """The answers of the shell to these lines."""
     environment = dict(os.environ, PYTHONPATH=str(ROOT / "python"), **variables)
     return subprocess.run(COMMAND, input=lines, capture_output=True, text=True, timeout=SECONDS, env=environment)
 

@@ -41,7 +41,7 @@ def folders(compiler, kernel):
 
 
 def options(compiler, kernel):
-    """What turns a command of the build into one for musl."""
+    """The options that turn a command of the build into one for musl."""
     taken = ["-fsyntax-only", "-nostdinc", "-nostdinc++", "-D__locale_t=locale_t"]
     return taken + [part for folder in folders(compiler, kernel) for part in ("-isystem", str(folder))]
 
@@ -54,7 +54,7 @@ def musl_command(command, extra):
 
 
 def complaints(command, folder):
-    """What the compiler has to say; nothing if all is well."""
+    """The complaints of the compiler; none if all is well."""
     done = subprocess.run(command, cwd=folder, capture_output=True, text=True, check=False)
     return done.stderr if done.returncode != 0 or done.stderr else ""
 

@@ -190,7 +190,7 @@ def public_headers():
 
 
 def judge(before, now):
-    """What breaks compiled programs, and what is only more."""
+    """The changes that break compiled programs, and those that only add."""
     gone = sorted(before - now)
     known = {line.split(": ")[0] for line in before}
     breaks, adds = [f"gone: {line}" for line in gone], []

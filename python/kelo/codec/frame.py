@@ -6,7 +6,7 @@ from kelo.codec.message import Buffer, Message
 from kelo.errors import FrameError
 
 MAX_SENT_BODY = 0xFFFF
-# What the loader adds on the way comes on top; nobody knows how much that is, so there is room for plenty.
+# The loader's additions on the way come on top; nobody knows how much that is, so there is room for plenty.
 MAX_BODY = 1024 * 1024
 _HEAD = 4
 

@@ -39,7 +39,7 @@ class Registration:
 
 @dataclass(frozen=True)
 class Line:
-    """What a source says."""
+    """One line of a source."""
 
     source: int
     text: bytes

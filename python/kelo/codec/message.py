@@ -54,7 +54,7 @@ class Kind(enum.IntEnum):
 
 
 class Mode(enum.IntEnum):
-    """What bytes to read hold."""
+    """The content of bytes to read."""
 
     NORMAL = 0  # "M2" and records, or the older format
     KEEP_MARKED = 1  # the same; records whose id has bit 25 are kept as bytes
@@ -93,7 +93,7 @@ class _Fault(Exception):
 
 
 def kind_of(field: int) -> Kind:
-    """What a field holds, one value each."""
+    """The content of a field, one value each."""
     return Kind(_checked(field) & 15)
 
 

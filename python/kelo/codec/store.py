@@ -22,7 +22,7 @@ _READINGS = 5
 
 
 class Fault(enum.Enum):
-    """What may be wrong with the files."""
+    """The faults that the files may have."""
 
     NO_INDEX = "there is no index, or it cannot be read"
     NO_DATA = "there is no data file, or it cannot be read"
@@ -59,7 +59,7 @@ class FreeSlot:
 
 
 class Pending(enum.Enum):
-    """What the lock file holds."""
+    """The content of the lock file."""
 
     NOTHING = "nothing"
     INTENT = "an intent"
@@ -87,7 +87,7 @@ def checksum(data: bytes) -> int:
 
 
 def pending_of(lock: bytes) -> tuple[Pending, ...]:
-    """What a lock file holds, one record behind the other."""
+    """The records of a lock file, one behind the other."""
     names = {b"KLIN": Pending.INTENT, b"KLCO": Pending.COMMIT, b"KLDU": Pending.DURABLE}
     found = []
     while lock:
@@ -107,7 +107,7 @@ def pending_of(lock: bytes) -> tuple[Pending, ...]:
 
 
 class StoreView:
-    """What an index and a data file hold.  A record that is damaged is an entry all the same."""
+    """The content of an index and a data file.  A record that is damaged is an entry all the same."""
 
     def __init__(self, index: bytes | None, data: bytes | None, lock: bytes = b"") -> None:
         self.entries: list[Entry] = []  # in the order of the slots

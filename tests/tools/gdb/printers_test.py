@@ -15,7 +15,7 @@ SKIPPED = 77
 
 
 def gdb(*commands):
-    """What gdb says to the commands, in main() while everything is there."""
+    """The answers of gdb to the commands, in main() while everything is there."""
     words = ["gdb", "-batch", "-nx", "-iex", "set auto-load safe-path /", "-ex", "break everythingIsMade", "-ex", "run"]
     for command in ("up",) + commands:
         words += ["-ex", command]

@@ -81,7 +81,7 @@ class Dissector(unittest.TestCase):
         cls.folder.cleanup()
 
     def tshark(self, packets, *options):
-        """What it prints, and nothing on its standard error stream but that it is run by root."""
+        """Its output, with nothing on its standard error stream but that it is run by root."""
         file = self.folder.name + "/x.pcapng"
         pathlib.Path(file).write_bytes(capture([p if len(p) == 3 else (*p, len(p[1])) for p in packets]))
         ended = subprocess.run(["tshark", "-r", file, "-X", "lua_script:" + self.script, *options],
