@@ -41,7 +41,7 @@ TEST(Attack, EveryRequestToAKilledServiceEndsOnce) { EXPECT_TRUE(keepsItsPromise
 
 TEST(Attack, TheLoaderEndsInOrderInTheMidstOfEverything) { EXPECT_TRUE(keepsItsPromises(endings(5, kSeed))); }
 
-// What follows needs attackers who are somebody else than the loader.
+// For attackers who are somebody else than the loader.
 class AttackOfNobody : public testing::Test {
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";

@@ -25,9 +25,9 @@ class Bystanders {
     unsigned int wrong;  // messages that were not for who got them
     unsigned int ends;   // of which they were told: those of others that they had nothing to do with
   };
-  // What there was since the last call.
+  // The figures since the last call.
   Figures take();
-  // What there is in so much time from now on, with this process asleep or at work all the time.
+  // The figures of so much time from now on, with this process asleep or at work all the time.
   Figures takeQuiet(int ms);
   Figures takeBeside(int ms);
 

@@ -27,7 +27,7 @@ constexpr const char* kLateConfiguration =
     "[[service]]\nname = \"late\"\nid = 600\nstart = \"demand\"\ncommand = [\"" KL_BIN_DIR
     "/kl-attack-victim\"]\n";
 
-// What another process has done cannot be awaited but by looking.
+// The deeds of another process cannot be awaited but by looking.
 bool comesTrue(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
   while (!condition()) {

@@ -83,7 +83,7 @@ bool sendWhole(int fd, const Bytes& bytes) {
   }
 }
 
-// What root logs meanwhile, at an even pace.
+// Logs for root meanwhile, at an even pace.
 unsigned int logHonestly(int fd, unsigned int first, unsigned int count) {
   unsigned int sent = 0;
   for (unsigned int n = 0; n < count; ++n) {

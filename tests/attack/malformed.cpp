@@ -2,9 +2,9 @@
 //
 // Each frame has a connection of its own, because nearly each of them costs its sender the connection: a peer connects,
 // registers if the frame wants that, sends the frame in the same write, waits until the loader has closed the connection,
-// and comes again.  What need not be garbage is followed by the peer's own end.
+// and comes again.  A frame that need not be garbage is followed by the peer's own end.
 //
-// The attackers need a processor of their own, and whoever connects is work for the loader.  What that alone costs the two
+// The attackers need a processor of their own, and whoever connects is work for the loader.  Their mere cost to the two
 // others is measured as well: beside a process that only counts the time, and beside as many peers that come and go
 // without a word.  And what the loader's own work for the attackers costs is seen when these use the processor only where
 // nobody else wants it.
@@ -53,7 +53,7 @@ bool attackWith(Peers& peers, unsigned int random, unsigned int structured, unsi
   });
 }
 
-// What the others measure while peers come with such frames for a time.
+// The round trips of the others while peers come with such frames for a time.
 template <class Make>
 Bystanders::Figures takeBesidePeers(Bystanders& bystanders, int policy, int ms, unsigned int seed,
                                     Make make) {

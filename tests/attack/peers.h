@@ -13,7 +13,7 @@ class Peers {
  public:
   static constexpr unsigned int kCount = 50;
 
-  // What all of them have done.
+  // The deeds of all of them.
   struct Tally {
     std::atomic<unsigned int> sent;
     std::atomic<unsigned int> sentBytes;

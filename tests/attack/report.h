@@ -12,7 +12,7 @@ struct Report {
   std::string title;
   std::vector<std::pair<std::string, std::string>> figures;
   std::vector<std::string> broken;
-  // What the loader's memory became more than once it was warm.  Only an ordinary build is judged by it: sanitizers and
+  // The growth of the loader's memory since it was warm.  Only an ordinary build is judged by it: sanitizers and
   // emulators keep memory of their own.
   std::size_t grownBytes = 0;
 

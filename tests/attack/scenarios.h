@@ -8,7 +8,7 @@
 
 namespace attack {
 
-// Frames that are none from 50 peers, while two others measure their round trips.  What they have without an attack is
+// Frames that are none from 50 peers, while two others measure their round trips.  Those without an attack are
 // measured for `compareMs` in each way.
 Report malformedFrames(unsigned int random, unsigned int structured, unsigned int seed, int compareMs);
 
@@ -31,7 +31,7 @@ Report kills(unsigned int times, unsigned int seed);
 // The loader is told to end while services start, leave, are asked and die, and peers register by halves.
 Report endings(unsigned int times, unsigned int seed);
 
-// What follows is done by processes of user nobody, while two others measure their round trips (siege.h).
+// The following attacks are made by processes of user nobody, while two others measure their round trips (siege.h).
 
 // How long each part of such a scenario takes.
 struct Pace {

@@ -41,7 +41,7 @@ void become(uid_t user) {
   if (user != 0 && ::setuid(user) != 0) ::_exit(2);
 }
 
-// What another process has done cannot be awaited but by looking.
+// The deeds of another process cannot be awaited but by looking.
 bool comesAbout(const std::function<bool()>& condition) {
   const auto begin = Clock::now();
   while (!condition()) {
@@ -63,7 +63,7 @@ std::size_t mostResidentBytes(pid_t pid) {
   return 0;
 }
 
-// What a login or an init gives: the loader has to raise its own limit, if it wants to.
+// The limit that a login or an init gives: the loader has to raise its own limit, if it wants to.
 const std::string& withUsualDescriptors(const std::string& configuration) {
   rlimit limit{};
   (void)::getrlimit(RLIMIT_NOFILE, &limit);

@@ -12,7 +12,7 @@
 
 namespace attack {
 
-// What the attackers have done, in memory that they share with whoever waits for them.
+// The deeds of the attackers, in memory that they share with the process that waits for them.
 struct Deeds {
   std::atomic<unsigned int> inPlace;        // attackers that have begun
   std::atomic<unsigned long long> done;     // units of the attack: frames, registrations, lines
@@ -86,7 +86,7 @@ class Siege {
   Report report_;
 };
 
-// What the loader may take at most, in an ordinary build.
+// The most memory that the loader may take, in an ordinary build.
 inline constexpr std::size_t kMostLoaderBytes = 32 * 1024 * 1024;
 
 // Until the process is killed.

@@ -1,6 +1,6 @@
 // One of many readers does not read.
 //
-// A sender tells all of them something, at an even pace.  What is sent carries the time and a number: each reader but one
+// A sender tells all of them something, at an even pace.  Messages carry the time and a number: each reader but one
 // must get every number in its order.  More is sent than is kept for a reader that does not read, so the loader
 // disconnects it in the end.
 

@@ -33,7 +33,7 @@ class Monitor : public testing::Test {
     return ::poll(&entry, 1, 0) > 0 && (entry.revents & POLLERR) != 0;
   }
 
-  // What it knows is what the kernel says now.
+  // True when it knows what the kernel says now.
   bool isCurrent() const {
     const auto now = readLinks();
     if (!now || now->size() != monitor_->links().size()) return false;

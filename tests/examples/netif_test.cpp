@@ -9,7 +9,7 @@
 
 namespace {
 
-// What happens to a request when netif ends.
+// A request that is open when netif ends.
 class KilledNetif : public NetifService {
  protected:
   // Kills netif while a request to it is open, and gives back how the request ended.

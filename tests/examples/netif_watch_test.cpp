@@ -1,4 +1,4 @@
-// What netif tells others without being asked: changes to subscribers, and undo records.
+// The messages that netif sends without being asked: changes to subscribers, and undo records.
 
 #include <gtest/gtest.h>
 

@@ -24,7 +24,7 @@ using kl::test::FaultRun;
 using kl::test::filled;
 using kl::test::linesOf;
 
-// What may be under each number: more than one value once a step told a failure, an empty message for none.
+// The values that may be under each number: more than one once a step told a failure, an empty message for none.
 class Model {
  public:
   void set(unsigned int id, const message& m, bool isCertain) { change(id, m, isCertain); }

@@ -31,7 +31,7 @@ void expectWritten(const message& m, const std::string& name) {
   EXPECT_TRUE(m == read(name)) << name;
 }
 
-// What was read has its lists turned round, so it takes two turns to come out as it went in.
+// A message that was read has its lists turned round, so it takes two turns to come out as it went in.
 void expectTwoTurns(const std::string& name) {
   const Bytes once = flat(read(name));
   EXPECT_EQ(once.size(), file(name).size());

@@ -18,7 +18,7 @@ ROOT = HERE.parents[1]
 LIST = HERE / "exported_symbols.txt"
 HEAD = "# What libkl.so exports. Written by: tests/install/exports.py --refresh [LIBRARY]\n"
 
-# What the demangler says in front of a name.
+# The demangler's words in front of a name.
 SPECIAL = re.compile(r"^(?:vtable for|typeinfo for|typeinfo name for|VTT for|construction vtable for|"
                      r"guard variable for|non-virtual thunk to|virtual thunk to|reference temporary #\d+ for) ")
 STRING = re.compile(r"std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> ?>")

@@ -25,7 +25,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// The steps of one case, from front to back.  What is beyond the end reads as zeros.
+// The steps of one case, from front to back.  Bytes beyond the end read as zeros.
 class Steps {
  public:
   explicit Steps(const Bytes& bytes) : bytes_(bytes) {}

@@ -15,8 +15,8 @@ constexpr unsigned int kStoppedService = 700;
 
 constexpr unsigned int kObjects = 1000;
 constexpr unsigned int kChanges = 10000;
-// What one round sends to a process is less than the half of a queue that one sender fills, so that nobody who reads,
-// however slowly, loses anything; all rounds together are more than that even for the process with one subscriber.
+// One round sends less to a process than the half of a queue that one sender fills, so that nobody who reads, however
+// slowly, loses anything; all rounds together are more than that even for the process with one subscriber.
 constexpr unsigned int kChangesInRound = 200;
 constexpr std::size_t kPayloadBytes = 160;
 

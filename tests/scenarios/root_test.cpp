@@ -53,7 +53,7 @@ class System {
   const std::string& root() const { return root_; }
   bool has(const std::string& path) const { return fs::exists(root_ + path); }
 
-  // What its service says of itself, after it was told to say something else if that is not empty.
+  // The words of its service about itself, after it was told to say something else if that is not empty.
   std::string text(const std::string& fresh = "") const {
     return runInChild([&] {
              ::setenv("KL_ROOT", root_.c_str(), 1);

@@ -50,7 +50,7 @@ kl::message withoutFilter(const kl::message& object) {
   return m;
 }
 
-// What stays the same when nobody touches the interface.
+// The fields that stay the same when nobody touches the interface.
 kl::message withoutCounters(const kl::message& object) {
   kl::message m;
   m.insert(kl::STD_ID, object.get(kl::STD_ID, kl::BADID));

@@ -1,4 +1,4 @@
-// What the companions' descriptions name and what the public headers name is the same: each number stands in both, because
+// The companions' descriptions and the public headers name the same numbers: each stands in both, because
 // headers are read by services that have no description at hand, and the compiler compares them.
 
 #include <gtest/gtest.h>

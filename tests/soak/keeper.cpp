@@ -14,7 +14,7 @@ constexpr unsigned int kLifetime = 3;
 
 class Keeper : public kl::Handler {
  public:
-  // What changed last is told before the process leaves: the next one does not know of it.
+  // The latest changes are told before the process leaves: the next one does not know of them.
   void savePermData(kl::message& data) override {
     sendChanges();
     Handler::savePermData(data);

@@ -1,5 +1,5 @@
 // The loader's protocol, scenario by scenario, on the bus of the kit and on the real loader: a process that speaks in bytes,
-// and other members beside it.  What passes here on one of them and not on the other is a fault of the kit.
+// and other members beside it.  A test that passes on one of them and not on the other shows a fault of the kit.
 
 #include <unistd.h>
 
@@ -94,7 +94,7 @@ class BothBuses : public testing::Test {
     ready_ = heard();
   }
 
-  // What the process says, and what it hears next.
+  // Lets the process say this, and gives what it hears next.
   void say(const message& m) {
     EXPECT_TRUE(bus_.process.send(m));
     bus_.settle();
@@ -104,7 +104,7 @@ class BothBuses : public testing::Test {
     return bus_.process.receive().value_or(message());
   }
   Other other() { return Other(bus_); }
-  // Whatever was not delivered before this is not delivered at all.
+  // A message that was not delivered before this is not delivered at all.
   void expectNothingBefore(Other& asker) {
     asker.send(request(kPath, CMD_RESET, 99));
     EXPECT_EQ(heard().get(SYS_CMD, 0), CMD_RESET);

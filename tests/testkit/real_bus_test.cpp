@@ -44,8 +44,8 @@ TEST_F(RealBusTest, AnEndThatIsNotOrderlyIsAFailure) {
 
 TEST_F(RealBusTest, ALoaderThatCannotRunIsAFailure) { EXPECT_THROW(RealBus("nonsense = 3\n"), Failure); }
 
-// What a process at descriptor 3, or at the loader's socket, gets to see of its registration, of a peer's request,
-// of a reply, of a path that leads nowhere and of the peer's end: all bytes.
+// All bytes that a process at descriptor 3, or at the loader's socket, gets to see of its registration, of a peer's
+// request, of a reply, of a path that leads nowhere and of the peer's end.
 struct Seen {
   std::vector<std::vector<unsigned char>> frames;
   void take(RawPeer& process) {

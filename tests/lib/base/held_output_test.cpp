@@ -46,7 +46,7 @@ class HeldOutput : public testing::Test {
     heldOutput.hold(bytesOf(kTwo), 11);
   }
 
-  // What came through the socket, which nobody but attempt() writes to.
+  // The bytes that came through the socket, which nobody but attempt() writes to.
   std::string received() const {
     std::array<char, 100> text;
     const ssize_t got = ::recv(ends_[1], text.data(), text.size(), MSG_DONTWAIT);

@@ -25,7 +25,7 @@ using kl::test::runInChild;
 constexpr uid_t kNobody = 65534;
 constexpr uid_t kSomebody = 12345;
 
-// What a process with this variable makes of a path, or the line with which it ends.
+// The path that a process with this variable makes of one, or the line with which it ends.
 ChildResult answer(const std::string& root, const std::string& path = "/kelo/x") {
   return runInChild([&] {
     ::setenv("KL_ROOT", root.c_str(), 1);

@@ -62,7 +62,7 @@ TEST(LargestRange, ARangeThatIsCutBetweenTwoLeavesCountsInBoth) {
   EXPECT_EQ(findLargestRange(ranges.words().root()), 2034U);
 }
 
-// What is known of the first leaf is worthless then, whether or not anything was known of the second.
+// The knowledge of the first leaf is worthless then, whether or not anything was known of the second.
 TEST(LargestRange, ARangeThatGrowsInTheLeafBehindItsOwnHasAnotherSize) {
   FreeRanges ranges;
   for (unsigned int word = 0; word < 64; ++word) ranges.giveBack(64 * word + 40);

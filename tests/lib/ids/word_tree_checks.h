@@ -5,7 +5,7 @@
 
 namespace kl::test {
 
-// Whatever does not hold is a failed expectation that names the invariant.
+// Each breach is a failed expectation that names the invariant.
 void checkWordTree(const words::WordTree& tree);
 
 inline words::Place insert(words::WordTree& tree, int number, words::Word word) {

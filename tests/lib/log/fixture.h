@@ -24,7 +24,7 @@ class LogClient : public ::testing::Test {
   LogClient() { ::testing::internal::CaptureStdout(); }
   ~LogClient() override { (void)::testing::internal::GetCapturedStdout(); }
 
-  // What came on standard output since the last call.
+  // The text on standard output since the last call.
   std::string output() {
     std::string text = ::testing::internal::GetCapturedStdout();
     ::testing::internal::CaptureStdout();

@@ -1,4 +1,4 @@
-// What programs call that were built when lists of topics went through variable arguments.
+// Functions for programs that were built when lists of topics went through variable arguments.
 
 #include <sstream>
 

@@ -16,7 +16,7 @@ class ScriptedSocket {
   ScriptedSocket(const ScriptedSocket&) = delete;
   ScriptedSocket& operator=(const ScriptedSocket&) = delete;
 
-  // What the next writes do: take so many bytes, or fail with the errno of this negative number.  Those behind
+  // The next writes do this: take so many bytes, or fail with the errno of this negative number.  Those behind
   // them are real.
   void nextWrites(std::deque<int> results);
   void failSocket(int errorNumber);                 // 0: works again

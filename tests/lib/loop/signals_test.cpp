@@ -56,7 +56,7 @@ class Signals : public ::testing::Test {
     static_cast<Signals*>(data)->journal.note(std::to_string(sig));
   }
 
-  // What lies in the pipe; never waits.
+  // Delivers what lies in the pipe; never waits.
   void deliver() {
     loop.addDelayedTimer(
         nullptr, [](void*) {}, 0);

@@ -186,7 +186,7 @@ struct Step {
   unsigned int amount;
 };
 
-// What a timer does when it fires is drawn from its own number, so both sides do the same.
+// The action of a timer that fires is drawn from its own number, so both sides do the same.
 template <class Timers>
 class Player {
  public:

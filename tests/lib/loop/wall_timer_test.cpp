@@ -24,7 +24,7 @@ class WallTimers : public ::testing::Test {
     pass();
   }
 
-  // What the kernel says of the only timer of this process: which clock it goes by, and whether its time is one of that
+  // The kernel's words on the only timer of this process: which clock it goes by, and whether its time is one of that
   // clock.
   static std::string kindOfTimer() {
     std::string kind;

@@ -1,4 +1,4 @@
-// What a process says of itself: the requests for HANDLER_DESCRIPTION.
+// A process describes itself: the requests for HANDLER_DESCRIPTION.
 
 #include "lib/looper/description.h"
 

@@ -29,7 +29,7 @@ struct ExchangeTest : ::testing::Test {
     net.looper->addHandler(8, &bystander);
   }
 
-  // What handler 7 hears when it asks service 24.
+  // The answer to handler 7 when it asks service 24.
   message ask(int timeout) {
     message m = to({24, 0});
     return handler.exchangeMessage(m, timeout);

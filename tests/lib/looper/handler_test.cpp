@@ -60,7 +60,7 @@ struct HandlerTest : ::testing::Test {
   HandlerTest() { net.looper->addHandler(7, &handler); }
   ~HandlerTest() override { net.looper->removeHandler(7); }
 
-  // What the handler is asked, and what the asker hears.
+  // The handler gets the request; the result is what the asker hears.
   message ask(message request) {
     handler.handle(request);
     return net.loader.receive();
@@ -78,7 +78,7 @@ message objectRequest(unsigned int command, unsigned int id) {
   return m;
 }
 
-// What the process says that does this, and that it ends with it.
+// The last words of the process that does this, with which it ends.
 std::string assertionOf(const std::function<void()>& body) {
   const test::ChildResult result = test::runInChild([&] {
     (void)std::signal(SIGABRT, SIG_DFL);

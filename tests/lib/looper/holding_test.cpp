@@ -1,4 +1,4 @@
-// What run() holds back while frames that were read ahead wait, and when it leaves at the latest.
+// Frames that run() holds back while others that were read ahead wait, and when they leave at the latest.
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -461,7 +461,7 @@ TEST(Holding, ALoaderThatIsLostAtAnExitEndsTheProcessWithItsLine) {
 
 // --- The ends of a process
 
-// Runs a service in a child: event 1 is answered, then `end` happens while event 3 waits.  What came of it is left at
+// Runs a service in a child: event 1 is answered, then `end` happens while event 3 waits.  The outcome is left at
 // the loader's end.
 struct ServiceThatEnds {
   explicit ServiceThatEnds(const std::function<void(Looper&)>& end) {

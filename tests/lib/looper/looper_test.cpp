@@ -376,7 +376,7 @@ struct TooBig : ::testing::Test {
   TooBig() { net.looper->addHandler(7, &handler); }
   ~TooBig() override { net.looper->removeHandler(7); }
 
-  // What the process writes to the standard error stream while it does that.
+  // The text that the process writes to the standard error stream while it does that.
   static std::string errorsOf(const std::function<void()>& body) {
     ::testing::internal::CaptureStderr();
     body();

@@ -18,7 +18,7 @@ using test::errorOf;
 using test::replyTo;
 using test::to;
 
-// What callbacks were called with.
+// The arguments that callbacks were called with.
 struct Heard {
   static void callback(void* context, const message& reply, const message& data) {
     auto& self = *static_cast<Heard*>(context);

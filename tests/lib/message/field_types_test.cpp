@@ -1,4 +1,4 @@
-// Which fields the compiler lets into which operation.
+// The compiler lets fields into the operations of their type only.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What operations on large messages cost, counted in steps: the library's message room is compiled into this program once
+// Operations on large messages, counted in steps: the library's message room is compiled into this program once
 // more, with a call in each of its basic blocks.  The secret factor of the hash, which the kernel's random bytes make, is
 // the same in each run here, and so are the steps.
 

@@ -139,7 +139,7 @@ message large() {  // its tables and lists have indices
 
 // --- What a thread does ---------------------------------------------------------------------------------------
 
-// What a message holds beside its version.
+// The content of a message beside its version.
 enum class Content { kNothing, kValues, kArraysToo, kMany };
 
 struct Versioned {

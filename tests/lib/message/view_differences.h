@@ -6,7 +6,7 @@
 
 namespace kl::test {
 
-// What a view says of the bytes otherwise than a message does, in words, or nothing: whether they were read to their
+// The differences between a view of the bytes and a message, in words, or nothing: whether they were read to their
 // end, each field by each operation and in several orders, fields that are absent or of another type, nested messages.
 std::string viewDifferences(const std::vector<unsigned char>& bytes);
 

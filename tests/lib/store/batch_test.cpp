@@ -86,7 +86,7 @@ class StoreBatch : public kl::test::KilledWriter {
     return result.exitStatus == ChangingCalls::kEndStatus;
   }
 
-  // Which of both the files hold now.
+  // The one of both that the files hold now.
   enum class Found { kOld, kNew, kOther };
   Found found() {
     const Values values = valuesOf(*opened());

@@ -1,4 +1,4 @@
-// Which free slots make a store bloated, and when it looks.  Without a Runner what is bloated is compacted at once, so that
+// Bloated stores: the free slots that make one, and when it looks.  Without a Runner one is compacted at once, so that
 // the index tells.
 
 #include <cerrno>

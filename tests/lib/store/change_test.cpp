@@ -18,7 +18,7 @@ using kl::test::filled;
 using kl::test::linesOf;
 using kl::test::number;
 
-// What a change does to the files, with the timers of a Runner so that nothing is synced at once.
+// The effect of a change on the files, with the timers of a Runner so that nothing is synced at once.
 class StoreChange : public kl::test::StoreFiles {
  protected:
   void SetUp() override {

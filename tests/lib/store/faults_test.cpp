@@ -1,4 +1,4 @@
-// What a store does when its files take no more: the size of files is limited for the length of one call.
+// A store whose files take no more: the size of files is limited for the length of one call.
 // The limit holds for captured lines, too, so it is never a small one.
 
 #include <sched.h>

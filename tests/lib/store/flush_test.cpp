@@ -86,7 +86,7 @@ TEST_F(StoreFlushWithRunner, OpeningAndReadingSyncNothing) {
             "");
 }
 
-// What comes behind a compaction, which syncs its files itself, has its own half second.
+// A change behind a compaction, which syncs its files itself, has its own half second.
 TEST_F(StoreFlushWithRunner, ACompactionTakesThePendingFlushWithIt) {
   Store store(path, 3);
   store.set(1, number(1));

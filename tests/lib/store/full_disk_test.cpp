@@ -39,7 +39,7 @@ class StoreFullDisk : public kl::test::StoreFiles, public testing::WithParamInte
     for (unsigned int id = 0; id < kEntries; ++id) follow(id, step, wasThere[id], isTold);
   }
 
-  // What is not in memory may still be in the files, until something is set.
+  // A value that is not in memory may still be in the files, until something is set.
   void follow(unsigned int id, const Step& step, bool wasThere, bool isTold) {
     const bool isSetting = step.onEntry(id, {}).has_value();
     std::vector<State> next;
@@ -65,7 +65,7 @@ class StoreFullDisk : public kl::test::StoreFiles, public testing::WithParamInte
       ASSERT_TRUE(isAllowed(id, kl::test::stateOf(*store, id))) << "id " << id;
   }
 
-  // Needs: nothing hinders.  What is found then is what is there.
+  // Needs: nothing hinders.  The store then finds what is there.
   void expectFiles() {
     store->set(kEntries, number(1));
     Store opened(path, kLifetime);

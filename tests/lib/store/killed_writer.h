@@ -14,7 +14,7 @@ namespace kl::test {
 constexpr unsigned int kLifetime = 5;
 constexpr unsigned int kIds = 100;  // entries have lower ones
 
-// What a store holds under one id: nothing, or this.
+// The content of a store under one id: nothing, or this.
 struct Value {
   message content;
   unsigned int lifetime;

@@ -176,7 +176,7 @@ TEST_P(StoreKills, AKilledOpenerLeavesTheWorkToTheNext) {
 
 INSTANTIATE_TEST_SUITE_P(Moments, StoreKills, testing::Values(When::kBefore, When::kInside, When::kAfter));
 
-// Whoever comes after a killed writer cannot write everything.  Where a blob was half written over another one,
+// The process after a killed writer cannot write everything.  Where a blob was half written over another one,
 // nothing helps; everywhere else the change is taken back.
 class StoreKillsAndFaults : public WriterKilledEverywhere {
  protected:

@@ -31,7 +31,7 @@ class NewStore : public testing::Test {
   }
   bool has(const std::string& suffix) const { return fs::exists(path_ + suffix); }
 
-  // What the first opening prints, of a store that is made before or not.
+  // The lines that the first opening prints, of a store that is made before or not.
   std::string linesOfOpening(bool isMadeBefore) const {
     return test::runInChild([&] { Store(isMadeBefore ? newStore(path_) : path_, 3); }).out;
   }

@@ -1,7 +1,7 @@
 // A loss of power, simulated: of what was not synced any part is dropped, and of a write some bytes.  With durable
 // lengths the store opens, and every entry that was not changed since the last flush is as it was.
 //
-// A file is what has its inode; its names are durable when the folder is synced.  Whatever was there once is kept under
+// A file is what has its inode; its names are durable when the folder is synced.  Every former file is kept under
 // another name, so that each inode can be given back its names and its bytes.
 
 #include <sys/stat.h>
@@ -37,7 +37,7 @@ struct Disk {
   std::map<Inode, Bytes> files;
 };
 
-// Which bytes of a write are there.
+// The bytes of a write that are there.
 enum class Part { kAll, kFirst, kSomeSectors };
 
 void write(Bytes& file, const FileCall& call, std::size_t from, std::size_t end) {
@@ -173,7 +173,7 @@ class StorePowerLoss : public kl::test::StoreFiles, public testing::WithParamInt
     ++emptyings;
   }
 
-  // What went before is durable with it.
+  // Everything before it is durable with it.
   void batch(Store& store) {
     Values after = values;
     Store::Messages set;

@@ -18,7 +18,7 @@ using kl::Store;
 using kl::test::filled;
 using kl::test::linesOf;
 
-// What both processes see.
+// The memory that both processes see.
 struct Shared {
   std::atomic<bool> mayEnd{false};
   std::atomic<unsigned int> rounds{0};

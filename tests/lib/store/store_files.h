@@ -38,7 +38,7 @@ class StoreFiles : public testing::Test {
   StoreFiles();
   ~StoreFiles() override;
 
-  // What the files hold, in hexadecimal digits as tests/support/hex.h groups them.
+  // The bytes of the files, in hexadecimal digits as tests/support/hex.h groups them.
   std::string idx() const;
   std::string dat() const;
   // Of the index, free ones included.

@@ -16,7 +16,7 @@ using kl::test::number;
 constexpr unsigned int kFlushDelay = 50;
 constexpr unsigned int kCompactionDelay = 6000;
 
-// What becomes of a store's timers when somebody is quicker than they are.
+// The fate of a store's timers when somebody is quicker than they are.
 class StoreTimers : public kl::test::StoreFiles {
  protected:
   void SetUp() override {

@@ -54,7 +54,7 @@ extern "C" long syscall(long number, ...) noexcept {
 
 namespace {
 
-// What insmod() does where the running kernel has the module file "example.ko".
+// The effect of insmod() where the running kernel has the module file "example.ko".
 std::string loading(const std::string& name, long result) {
   const kl::test::ChildResult child = kl::test::runInChild([&name, result] {
     scriptedResult = result;

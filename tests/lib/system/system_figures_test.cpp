@@ -14,7 +14,7 @@ namespace {
 
 using Figure = unsigned int (*)(unsigned int*);
 
-// What `figure` gives where /proc/meminfo holds `text`: the result and the total, which was 7 before.
+// The answer of `figure` where /proc/meminfo holds `text`: the result and the total, which was 7 before.
 std::string figureOf(Figure figure, const std::string& text) {
   const kl::test::ChildResult child = kl::test::runInChild([figure, &text] {
     kl::test::takePrivateMounts();

@@ -34,7 +34,7 @@ TEST(Version, AnUnknownKindHasNoTag) {
   EXPECT_EQ(version2string(0), "0.0");
 }
 
-// What getOSVersion() gives where the version file holds `text`; no file for a null pointer.
+// The result of getOSVersion() where the version file holds `text`; no file for a null pointer.
 std::string versionOf(const char* text) {
   const kl::test::ChildResult child = kl::test::runInChild([text] {
     kl::test::takePrivateMounts();

@@ -25,7 +25,7 @@ inline message chunk(const Ids& ids, unsigned int next = BADID) {
   return m;
 }
 
-// What a service sends back for a request that it received as `request`.
+// The answer of a service to a request that it received as `request`.
 inline message answerTo(const message& request, message body) {
   setType(body, TYPE_REPLY);
   setRequestID(body, request.get(SYS_REQID, BADID));

@@ -227,7 +227,7 @@ TEST_F(TableStore, ABrokenOrderLosesNoObject) {
   EXPECT_NE(listOf(steps).find("5:5 4:4"), std::string::npos) << listOf(steps);
 }
 
-// What comes back may go at once.
+// An object that comes back may go at once.
 TEST_F(TableStore, MayBeChangedWhileItComesBack) {
   struct Picky : Table<Route> {
     void added(const Route& route) override {

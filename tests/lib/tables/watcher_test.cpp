@@ -28,7 +28,7 @@ message dead(unsigned int id) {
   return m;
 }
 
-// What a service tells its subscribers.
+// A service's message to its subscribers.
 message notification(const std::vector<message>& objects, const Ids& from = {32}) {
   message m = test::to({7});
   m.insert(SYS_FROM, from);

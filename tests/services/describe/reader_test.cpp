@@ -29,7 +29,7 @@ std::string mistakesOf(const std::filesystem::path& file) {
   return all;
 }
 
-// What the lines of a bad file that begin with #! say of it.
+// The mistakes that the lines of a bad file that begin with #! expect.
 std::string expectedOf(const std::filesystem::path& file) {
   common::Mistakes mistakes;
   const std::string text = common::readFile(file.string(), mistakes).value_or("");

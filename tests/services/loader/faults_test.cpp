@@ -35,7 +35,7 @@ constexpr unsigned int kNapsBetweenSignals = 50;
 constexpr unsigned int kHaste = 10;  // the loader waits for seconds where a signal was lost
 constexpr char kState[] = "/ram/loader-faults";
 
-// What the processes beside the loader tell it, in memory that they share.
+// The words of the processes beside the loader for it, in memory that they share.
 struct Story {
   pid_t teller = 0;
   unsigned int disconnected = 0;  // conversations that had to begin anew

@@ -1,4 +1,4 @@
-// What comes in at the loader's socket: whole frames, cut frames and garbage.
+// Bytes at the loader's socket: whole frames, cut frames and garbage.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -30,7 +30,7 @@ class Frames : public testing::Test {
     ASSERT_EQ(witness_.registerAs(500), 500u);
   }
   void TearDown() override {
-    // Whatever came in, the loader still routes.
+    // The loader still routes, whatever came in.
     RawPeer late = RawPeer::registered();
     ASSERT_TRUE(late.send(request({500, 1}, kl::CMD_GET, 77)));
     const auto asked = witness_.receiveCommand(kl::CMD_GET);

@@ -99,7 +99,7 @@ TEST(LoaderMain, AMarkerOfAnotherUserIsRemovedWhenItStarts) {
   EXPECT_NE(::access(marker.c_str(), F_OK), 0);
 }
 
-// What a service manager hears of a loader's life, from first to last.
+// The words that a service manager hears of a loader's life, from first to last.
 TEST(LoaderMain, TellsItsServiceManagerThatItIsReadyAndThatItEnds) {
   const int manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const timeval patience{20, 0};

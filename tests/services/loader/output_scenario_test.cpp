@@ -1,4 +1,4 @@
-// What services write, under the loader as it runs, at a log service that the test plays.
+// The output of services, under the loader as it runs, at a log service that the test plays.
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-// What an ordinary user can take of the loader, and that the others do not feel it.
+// An ordinary user can take so much of the loader, and the others do not feel it.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-// Who comes, under which id, and with which rights.
+// Processes that come: under which id, and with which rights.
 
 #include <gtest/gtest.h>
 #include <unistd.h>

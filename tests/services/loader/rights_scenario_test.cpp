@@ -1,4 +1,4 @@
-// What real users may do with real services.
+// The rights of real users at real services.
 
 #include <gtest/gtest.h>
 #include <unistd.h>

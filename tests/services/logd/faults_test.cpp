@@ -95,7 +95,7 @@ class Writer {
   std::vector<unsigned char> heard_;
 };
 
-// What whoever follows the log has been told, and whether the order to mute was answered.
+// The lines that a follower of the log has been told, and whether the order to mute was answered.
 struct Follower {
   void order(kl::test::LoaderDouble& loader) {
     kl::message m;
@@ -202,14 +202,14 @@ class Stage {
     ::raise(SIGTERM);
   }
 
-  // What the machine's own log got.
+  // Reads what the machine's own log got.
   void readLog() {
     char text[1000];
     for (ssize_t n; (n = ::recv(log_.get(), text, sizeof text, 0)) > 0;)
       exported_.append(text, static_cast<std::size_t>(n)) += '\n';
   }
 
-  // What has not come where it should be by now.
+  // The lines that have not come where they should be by now.
   std::string missing() {
     const std::string ring = contentOfRing(book_->ring());
     const std::string files = contentOfAllFiles();

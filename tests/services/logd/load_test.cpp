@@ -1,6 +1,6 @@
 // Many processes that log through the library, and a log service that is killed under them.
 //
-// What may be lost when the log service is killed: the lines that a process had written to its socket and the service
+// Lines may be lost when the log service is killed: those that a process had written to its socket and the service
 // had not yet read, and those of the one read in hand.  The process cannot know of them.  They follow each other
 // without a gap, once for each kill, and are no more than the process's socket buffer and one read hold.  There is one
 // exception: a service that is being ended can lose its connections before the socket it listens on.  The process then

@@ -39,7 +39,7 @@ class Writer {
     if (!isDone()) (void)loop_.addTimer(this, kl::bind<Writer, &Writer::onTurn>(), pause_);
   }
 
-  // What the library says on the standard output while it takes the line tells whether it dropped it.
+  // The library's words on the standard output while it takes the line tell whether it dropped it.
   void writeLine() {
     std::ostringstream said;
     std::streambuf* const out = std::cout.rdbuf(said.rdbuf());

@@ -122,7 +122,7 @@ class Others {
     else sendNext();
   }
 
-  // What cannot be stored is told to who reports it; a record whose report cannot be stored is dropped.
+  // A failure to store is told to the reporter; a record whose report cannot be stored is dropped.
   void note(unsigned int command, unsigned int id, const kl::message& reply) {
     const bool isDone = !kl::isError(reply);
     if (command == kl::CMD_ADDOBJ && isDone) expected_[reply.get(kl::STD_ID, 0)] = "1";

@@ -54,7 +54,7 @@ class Undoing : public UndoProcess {
 
   bool isUndone(unsigned int id) { return ask(user_, kl::CMD_GETOBJ, id).get(kl::UNDO_UNDONE, false); }
 
-  // What klctl prints, or its complaint; the exit status must be the given one.
+  // The output of klctl, or its complaint; the exit status must be the given one.
   static std::string klctl(int status, std::vector<std::string> words) {
     words.insert(words.begin(), KL_BIN_DIR "/klctl");
     const auto result = kl::test::runProgram(words);

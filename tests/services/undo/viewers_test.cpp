@@ -16,7 +16,7 @@ kl::message requestOf(const std::string& user, std::optional<unsigned int> right
   return m;
 }
 
-// What the library keeps of a subscription.
+// The record that the library keeps of a subscription.
 kl::message kept(const kl::message& request) {
   kl::message record = withViewer(request);
   kl::cleanSys(record);
@@ -53,7 +53,7 @@ TEST(UndoViewer, AUserWithoutANameSeesNoRecordWithoutAName) {
   EXPECT_FALSE(Viewer::of(requestOf("", kl::RIGHT_READ)).sees(""));
 }
 
-// Whoever can subscribe can put any field into the request.
+// Every subscriber can put any field into the request.
 TEST(UndoViewer, ASubscriptionCannotNameAnotherViewer) {
   kl::message forged = kept(requestOf("alice", kl::RIGHTS_ALL));
   forged.insert_u64(0x10fd0001, 1);

@@ -32,7 +32,7 @@ bool isNetlink(int fd) {
 
 std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; }
 
-// What stands between the head of a message and its attributes.
+// The bytes between the head of a message and its attributes.
 std::size_t bodyBytes(unsigned int type) {
   if (type == RTM_NEWLINK || type == RTM_DELLINK) return sizeof(ifinfomsg);
   if (type == RTM_NEWADDR || type == RTM_DELADDR) return sizeof(ifaddrmsg);

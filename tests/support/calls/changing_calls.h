@@ -13,7 +13,7 @@ namespace kl::test {
 
 enum class When { kBefore, kInside, kAfter };
 
-// What a call did to a file, for a test that replays it.
+// The change that a call made to a file, for a test that replays it.
 struct FileCall {
   enum Kind { kWrite, kTruncate, kSync, kRename, kUnlink, kCreate } kind;
   unsigned long long inode;          // of the file, or of the folder that is synced; of an unlink 0

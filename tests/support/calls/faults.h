@@ -19,7 +19,7 @@
 
 namespace kl::test {
 
-// What a call does instead of its work: fail with an errno, or transfer half of the bytes that it was asked to.
+// A call does this instead of its work: fail with an errno, or transfer half of the bytes that it was asked to.
 constexpr int kFallsShort = -1;
 
 struct FaultKind {

@@ -329,7 +329,7 @@ int fstat64(int fd, struct stat64* status) noexcept {
 }
 
 #if __SIZEOF_POINTER__ == 4
-// What fstat() is called where times have 64 bits on a 32-bit processor, as the log service's have.
+// The name of fstat() where times have 64 bits on a 32-bit processor, as the log service's have.
 int __fstat64_time64(int fd, void* status) noexcept {
   static auto* const next = realCall<int(int, void*)>("__fstat64_time64");
   return mustFail("fstat") ? -1 : next(fd, status);

@@ -32,7 +32,7 @@ class LoaderProcess {
   // Waits for its end: the exit status, 128 + the signal's number, or -1 when it does not end in time.
   int waitForEnd(int deadlineMs = 10000) { return process_.waitForEnd(deadlineMs); }
 
-  // What it has written to its standard error stream so far.
+  // The lines that it has written to its standard error stream so far.
   std::string log() const;
   // Waits until the log holds the text.
   bool logs(const std::string& text, int deadlineMs = 5000) const;

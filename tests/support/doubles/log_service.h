@@ -19,7 +19,7 @@ class LogService {
   bool accept();
   // The same with the last of the connections that clients have made; the others end.
   bool acceptNewest();
-  // What has come since the last call, as bytes or in hexadecimal digits.
+  // The bytes that have come since the last call, as they are or in hexadecimal digits.
   std::vector<unsigned char> receive();
   std::string received();
   // Takes a connection if there is none yet, and waits until the text has come in what it awaited since it began; false

@@ -48,7 +48,7 @@ class ChildProcess {
   pid_t pid_;
 };
 
-// What one process says and another hears, in the same order.  Needs: it is made before the fork, and each of the two
+// Carries values from one process to another, in their order.  Needs: it is made before the fork, and each of the two
 // does the same from then on.
 class Pipe {
  public:

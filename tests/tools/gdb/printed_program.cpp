@@ -1,4 +1,4 @@
-// What printers_test.py looks at with gdb: values of each kind at one place.
+// The program that printers_test.py looks at with gdb: values of each kind at one place.
 
 #include <string>
 #include <vector>

@@ -36,7 +36,7 @@ ChildResult klctl(std::vector<std::string> words) {
   return runProgram(words);
 }
 
-// What ended without a result: nothing on the standard output.
+// The complaint of a run without a result: nothing on the standard output.
 std::string failed(int status, const std::vector<std::string>& words) {
   const ChildResult result = klctl(words);
   EXPECT_EQ(result.exitStatus, status) << result.err;

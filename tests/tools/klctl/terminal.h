@@ -26,7 +26,7 @@ class Terminal {
     ::close(slave_);
   }
   int fd() const { return slave_; }
-  // What has been written and not been read.
+  // The text that has been written and not been read.
   std::string text() const {
     std::string text;
     pollfd watched{master_, POLLIN, 0};

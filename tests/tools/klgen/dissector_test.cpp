@@ -4,7 +4,7 @@
 
 #include "tests/tools/klgen/described.h"
 
-// What it does in tshark is tried by dissector_test.py.
+// Its work in tshark is tried by dissector_test.py.
 
 namespace klgen {
 namespace {

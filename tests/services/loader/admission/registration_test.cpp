@@ -40,7 +40,7 @@ class RegistrationTest : public testing::Test {
   }
   Service* admit(const Applicant& who, unsigned int id) { return admit(who, hello(id)); }
 
-  // What a service that was admitted may do at a destination without a list of its own.
+  // The rights of an admitted service at a destination without a list of its own.
   static Rights grantOf(const Service* service) {
     if (service == nullptr || service->rights.isTrusted || service->rights.grants.empty())
       return Rights::nothing();

@@ -1,4 +1,4 @@
-// What becomes of the services when the configuration is read anew.
+// The fate of services when the configuration is read anew.
 
 #include "services/loader/config/difference.h"
 

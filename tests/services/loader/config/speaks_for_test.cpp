@@ -80,7 +80,7 @@ TEST_F(SpeaksForTest, NobodySpeaksForThePowerful) {
   EXPECT_NE(spokenBy(c)->find("sys"), nullptr);
 }
 
-// What a request in his name may do is worked out as for the service itself, which may have more than he.
+// The rights of a request in his name are worked out as for the service itself, which may have more than he.
 TEST_F(SpeaksForTest, ItsOwnUserNeedsNobodyToSpeakForHim) {
   const Configuration c = read("user = \"daemon\"\nspeaks_for = [\"daemon\", \"@daemon\", \"bin\"]\n");
   EXPECT_EQ(mistakes_, "");

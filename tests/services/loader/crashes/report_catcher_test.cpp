@@ -12,7 +12,7 @@ using loader::ReportCatcher;
 const std::string kHeadLine = "--- signal=11 --------------------------------------------\n";
 const std::string kWholeReport = "/usr/sbin/leases\n" + kHeadLine + "\nrip=0x00000001\n\n\n";
 
-// What passes when the text comes in pieces of this size.
+// The output that passes when the text comes in pieces of this size.
 std::string inPieces(ReportCatcher& catcher, const std::string& text, std::size_t size) {
   std::string passed;
   for (std::size_t at = 0; at < text.size(); at += size) passed += catcher.take(text.substr(at, size));

@@ -19,7 +19,7 @@ class KeptDataTest : public testing::Test {
   void SetUp() override { ASSERT_NE(::mkdtemp(folder_), nullptr); }
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
-  // What a loader finds that starts now.
+  // The data that a loader finds when it starts now.
   std::map<unsigned int, Kept> found() const {
     loader::Log log(-1);
     KeptData fresh(path(), log);

@@ -135,7 +135,7 @@ class Leaving : public testing::Test {
     return kl::message(answer->get(kl::READY_DATA, {})).get(kStart, 0);
   }
 
-  // What the service has got since it started: the ids of services that ended, negative, and request ids.
+  // The messages that the service has got since it started: the ids of services that ended, negative, and request ids.
   std::vector<int> story(unsigned int id = 32) {
     std::vector<int> result;
     const auto answer = ask({id}, kl::CMD_GETALL);
@@ -149,7 +149,7 @@ class Leaving : public testing::Test {
     return result;
   }
 
-  // What its subscriptions tell comes to it when it comes to others, or a little later.
+  // The news of its subscriptions come to it when they come to others, or a little later.
   bool getsNotification() {
     const auto end = Clock::now() + std::chrono::seconds(10);
     for (;;) {

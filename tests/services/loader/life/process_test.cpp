@@ -41,7 +41,7 @@ class ProcessTest : public testing::Test {
     its_.close();
   }
 
-  // What the script wrote to its descriptor 3 until it closed it.
+  // The bytes that the script wrote to its descriptor 3 until it closed it.
   std::string output() {
     std::string text;
     char bytes[256];

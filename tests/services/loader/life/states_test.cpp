@@ -138,7 +138,7 @@ TEST(LifeStates, EveryStateMeetsEveryEventAsThePageSays) {
   EXPECT_EQ(met, page.size());
 }
 
-// What must hold of any such table.
+// Rules that hold of any such table.
 TEST(LifeStates, StepsAndTargetsFitTogether) {
   for (std::size_t s = 0; s < loader::kLifeStates; ++s)
     for (std::size_t e = 0; e < loader::kLifeEvents; ++e) {

@@ -33,7 +33,7 @@ class ServiceManager {
 
   int fd() const { return socket_.get(); }
 
-  // What has come, a datagram's words behind the other's.
+  // The datagrams that have come, the words of one behind the other's.
   std::string heard() const {
     std::string words;
     char bytes[256];

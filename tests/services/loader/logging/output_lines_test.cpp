@@ -34,7 +34,7 @@ class OutputLinesTest : public testing::Test {
     pass();
   }
 
-  // What comes to the log service under the topic of output, a line each.
+  // The lines that come to the log service under the topic of output.
   std::string logged() {
     if (!isConnected_) isConnected_ = service_.accept();
     std::string all;

@@ -28,7 +28,7 @@ class OwnServiceTest : public testing::Test {
     table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   }
 
-  // What the loader answers to a request of service 10's handler 7.
+  // The loader's answer to a request of service 10's handler 7.
   kl::message ask(kl::message m) {
     m.insert(kl::SYS_TO, Ids());
     m.insert(kl::SYS_FROM, Ids{10, 7});

@@ -61,7 +61,7 @@ class RightsExplainerTest : public testing::Test {
     return m;
   }
 
-  // What root is told.
+  // The answer that root gets.
   kl::message explain(const kl::message& m) { return explainer_.explain(root_, m); }
 
   // The question as the loader gets it from an ordinary user.

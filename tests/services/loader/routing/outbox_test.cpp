@@ -145,8 +145,8 @@ TEST_F(AccountedOutbox, WhatIsHeldCountsAndStaysCountedForTheNextProcess) {
   EXPECT_EQ(alice_.used(loader::Resource::kQueueBytes), 0u);
 }
 
-// Whatever the sizes of frames, and whatever is added to them on their way, an account has what it is charged for, and
-// never more than its limit.
+// An account has what it is charged for, and never more than its limit, whatever the sizes of frames are and whatever
+// is added to them on their way.
 class OutboxLimit : public testing::Test {
  protected:
   static constexpr std::size_t kMost = 256 * 1024;

@@ -19,7 +19,7 @@ constexpr char kCommand[] = "0700ff08 0d00fe00";
 // SYS_USER "bob" and SYS_POLICY 64, as the loader writes them: u32 values first.
 constexpr char kBob[] = "0b00ff09 40 0a00ff21 03 626f62";
 
-// What a frame with this body becomes on its way from service 0x20.
+// The frame that one with this body becomes on its way from service 0x20.
 std::string delivered(const std::string& hexBody, const std::string& rights = "") {
   const std::vector<unsigned char> body = bytes(hexBody);
   Envelope e;

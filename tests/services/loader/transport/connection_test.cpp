@@ -359,7 +359,7 @@ TEST_F(Peers, FramesThatFollowEachOtherInPiecesAreFinishedFrames) {
   EXPECT_EQ(loader.log().find("disconnected"), std::string::npos) << loader.log();
 }
 
-// What is sent while the loader stands still counts as sent in time.
+// Bytes that are sent while the loader stands still count as sent in time.
 TEST_F(Peers, APeerThatEndedItsFrameWhileTheLoaderStoodStillIsHeard) {
   const LoaderProcess loader(kImpatient);
   connectAll();

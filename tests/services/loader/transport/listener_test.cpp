@@ -49,7 +49,7 @@ class NoDescriptorLeft {
 class ListenerTest : public testing::Test {
  protected:
   void onePass() { runner_.runSocks(kl::getJiffies()); }
-  // What the log has said since the last call.
+  // The lines of the log since the last call.
   std::string logged() {
     std::string text(4096, 0);
     const ssize_t got = ::read(logEnd_.get(), text.data(), text.size());

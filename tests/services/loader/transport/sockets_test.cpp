@@ -61,7 +61,7 @@ class World {
   }
   void say(unsigned int name) { ASSERT_EQ(::write(watched_.at(name)->other.get(), "x", 1), 1); }
 
-  // What the callback of `name` does when it comes next.
+  // The callback of `name` does this when it comes next.
   void tell(unsigned int name, std::function<void(World&)> action) { told_[name] = std::move(action); }
 
   // One pass that does not sleep: the names of who was called.
@@ -105,7 +105,7 @@ class World {
   std::vector<unsigned int> heard_;
 };
 
-// What poll is asked in each pass.
+// The descriptors and events that poll is asked for in each pass.
 class SocketsTest : public testing::Test {
  protected:
   void addMany(unsigned int count) {
@@ -226,7 +226,7 @@ TEST_F(SocketsTest, WithoutADescriptorLeftPollWatchesAll) {
   for (int fd = 1000; fd < 1000 + static_cast<int>(Sockets::kMany); ++fd) sockets.remove(fd);
 }
 
-// Whoever watches them, callbacks come in the same order, also where they change who is watched.
+// Callbacks come in the same order whoever watches the sockets, also where they change which are watched.
 TEST(SocketsOrder, IsThatOfPollWhateverCallbacksDo) {
   const unsigned int seed = std::random_device{}();
   std::mt19937 random(seed);

@@ -138,7 +138,7 @@ TEST_F(TapFilterTest, TooManyServicesAreRefusedAndChangeNothing) {
   EXPECT_FALSE(lets({25}));
 }
 
-// Whoever may control the loader chooses the bytes: a field of another type is none, and no wish is left half read.
+// A user who may control the loader chooses the bytes: a field of another type is none, and no wish is left half read.
 TEST_F(TapFilterTest, AWishOfAnotherTypeIsNone) {
   kl::message m;
   m.insert(kl::field<std::string>((common::tap::SERVICES & 0xffffff) | 0x20000000), "24");

@@ -23,7 +23,7 @@ class TapTest : public testing::Test {
     tap_.add(message);
   }
 
-  // What the reader gets when it has read all.
+  // The messages that the reader gets when it has read all.
   Messages sent() {
     Messages all;
     tap_.send(outbox_);

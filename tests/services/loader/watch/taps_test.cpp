@@ -37,7 +37,7 @@ class TapsTest : public testing::Test {
 
   void route(Service& sender, const kl::message& m) { EXPECT_EQ(router_.route(sender, flat(m)), nullptr); }
 
-  // What was shown since, once the time of a batch is over.
+  // The messages shown since, once the time of a batch is over.
   Messages shown(Service* reader = nullptr) {
     taps_.onTimer();
     return takeShown(reader != nullptr ? *reader : reader_);

@@ -44,7 +44,7 @@ TEST_F(ViewersTest, WhoHasNoNumberSeesNothing) {
   EXPECT_EQ(viewers.onlyOf(nameless), Viewers::kNobody);
 }
 
-// Which the system would know.
+// A name that the system would know.
 TEST_F(ViewersTest, WhoIsNotListedIsNotLookedUp) {
   EXPECT_EQ(onlyOf("root", kl::RIGHT_READ), Viewers::kNobody);
   EXPECT_EQ(onlyOf("nobody", kl::RIGHT_READ), Viewers::kNobody);

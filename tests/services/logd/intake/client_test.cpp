@@ -51,7 +51,7 @@ struct ClientTest : testing::Test {
     loop.pass();
   }
 
-  // What the process reads with one read of 256 bytes, as it does.
+  // The bytes that the process reads with one read of 256 bytes, as it does.
   Bytes readOnce() {
     Bytes bytes(256);
     const ssize_t n = ::recv(process.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);

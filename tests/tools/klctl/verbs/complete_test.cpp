@@ -47,7 +47,7 @@ class Completion : public testing::Test {
     std::ofstream(folder_ / (service + ".toml")) << text;
   }
 
-  // What may follow; the last word is unfinished.
+  // The words that may follow; the last word is unfinished.
   std::string behind(std::vector<const char*> words) {
     words.insert(words.begin(), {"--fields", folder_.c_str(), "complete", "--"});
     return RecordedChannels([this](const kl::message& request) { return answer(request); })

@@ -57,7 +57,7 @@ class KlctlStore : public testing::Test {
     return kl::test::hex({std::istreambuf_iterator<char>(file), {}});
   }
 
-  // What was printed, and what was wrong.
+  // The printed text, and the fault.
   struct Shown {
     std::string text;
     std::string fault;
@@ -323,7 +323,7 @@ TEST_F(KlctlStoreOfAnybody, CompactNeedsItsFolder) {
   EXPECT_EQ(refused("compact").sentence, "cannot write beside " + path + ".idx: Permission denied");
 }
 
-// Who compacts it does not become its owner, or the service that it belongs to could not open it.
+// The user who compacts it does not become its owner, or the service that it belongs to could not open it.
 TEST_F(KlctlStoreOfAnybody, OnlyRootAndTheOwnerCompactIt) {
   struct stat before {};
   ASSERT_EQ(::stat((path + ".idx").c_str(), &before), 0);

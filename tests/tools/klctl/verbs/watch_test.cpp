@@ -1,4 +1,4 @@
-// What is said about events; the program as a whole is watched in main_test.cpp.
+// The lines about events; the program as a whole is watched in main_test.cpp.
 
 #include "tools/klctl/verbs/watch.h"
 

@@ -27,7 +27,7 @@ using Texts = std::map<std::string, std::string>;  // by meaning
 
 constexpr unsigned int kNoHandler = ~0u;
 
-// What only an ancestor or only a successor has is like nothing else.
+// A thing that only an ancestor or only a successor has is like nothing else.
 bool isUnique(const std::string& name) { return name.starts_with("gone_") || name.starts_with("come_"); }
 
 unsigned int numberOf(const Field& field) { return field.id; }
@@ -54,7 +54,7 @@ const Thing* withNumber(const std::vector<Thing>& things, unsigned int number) {
   return found == things.end() ? nullptr : &*found;
 }
 
-// What each thing of the newer list means.
+// The meaning of each thing in the newer list.
 template <class Thing>
 std::string meaningOf(const Thing& thing, const std::vector<Thing>& olds, const std::vector<Thing>& news) {
   if (withName(olds, nameOf(thing)) != nullptr || isUnique(nameOf(thing))) return nameOf(thing);

@@ -14,7 +14,7 @@ namespace edits {
 //     an ancestor    the older version with everything that it reserves, as it was before that was gone
 //     a successor    the newer version with something new at each number that these used and that it leaves free
 //
-// What is the same thing in both versions has the same name, or the same number where the older name is gone.
+// The same thing has the same name in both versions, or the same number where the older name is gone.
 std::string misunderstanding(const describe::Description& older, const describe::Description& newer);
 
 // Two structures of the headers that are made of the same list: of an object, or of what a command takes or gives.

@@ -8,7 +8,7 @@
 
 namespace edits {
 
-// What klgen check says of a pair.
+// The verdict of klgen check on a pair.
 enum class Verdict { kFine, kSource, kWire };
 Verdict verdictOf(const Pair& pair);
 

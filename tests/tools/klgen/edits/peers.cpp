@@ -1,4 +1,4 @@
-// Each message is filled field by field, each field there or absent.  What comes back must be the message that went out.
+// Each message is filled field by field, each field there or absent.  The same message must come back.
 
 #include "tests/tools/klgen/edits/peers.h"
 
@@ -69,7 +69,7 @@ void fillPerhaps(Random& random, kl::message& m, kl::field<T> field, bool must =
   if (must || random() % 2 == 0) m.insert(field, Made<T>::by(random));
 }
 
-// What both versions know.
+// The fields that both versions know.
 kl::message commonMessage(Random& random) {
   using namespace sample;
   kl::message m;
@@ -93,7 +93,7 @@ kl::message commonMessage(Random& random) {
   return m;
 }
 
-// What one version has beside that.
+// The fields that one version has beside those.
 void fillOlder(Random& random, kl::message& m) { fillPerhaps(random, m, sample::EOF_); }
 void fillNewer(Random& random, kl::message& m) {
   fillPerhaps(random, m, sample_next::COLOUR);

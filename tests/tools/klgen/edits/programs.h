@@ -18,7 +18,7 @@ std::string exchangeProgram(const describe::Description& older, const std::strin
                             const describe::Description& newer, const std::string& newPrefix,
                             const std::string& name);
 
-// What exchange programs need above them.
+// The helpers that exchange programs need above them.
 extern const char* const kExchangeHelpers;
 
 }  // namespace edits
