@@ -2,15 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
+#include <optional>
 
 #include "bell.kl.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "tests/support/doubles/loader_double.h"
+#include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -26,20 +27,17 @@ class BellService : public testing::Test {
  protected:
   BellService() {
     loader_.sendReady();
-    pid_ = ::fork();
-    if (pid_ == 0) {
+    bell_.emplace([this] {
       (void)::fcntl(loader_.fd(), F_SETFD, FD_CLOEXEC);
-      ::execl(KL_BIN_DIR "/bell", "bell", nullptr);
-      ::_exit(127);
-    }
+      kl::test::become({KL_BIN_DIR "/bell"});
+    });
     EXPECT_EQ(nextCtrl(), kl::CTRL_HELLO);
     EXPECT_EQ(nextCtrl(), kl::CTRL_RUNNING);
     EXPECT_EQ(nextCtrl(), kl::CTRL_LEAVE_VALUE);
   }
   ~BellService() override {
     loader_.close();
-    int status = 0;
-    (void)::waitpid(pid_, &status, 0);
+    EXPECT_NE(bell_->waitForEnd(), -1);
   }
 
   unsigned int nextCtrl() {
@@ -75,7 +73,7 @@ class BellService : public testing::Test {
   }
 
   kl::test::LoaderDouble loader_;
-  pid_t pid_ = -1;
+  std::optional<kl::test::ChildProcess> bell_;
   message last_;
 };
 

@@ -1,11 +1,11 @@
 #include "examples/links.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/examples/kernel_view.h"
 #include "tests/examples/own_network.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -69,14 +69,14 @@ TEST(Links, CountersLieBetweenAReadingBeforeAndOneAfter) {
 
 TEST(Links, OfATableThatNeverStandsStillAreThoseThatWereLastSeen) {
   if (!network::enter()) GTEST_SKIP() << "the kernel refuses a network namespace";
-  const pid_t changer = ::fork();
-  if (changer == 0) ::_exit(kl::test::runProgram({"/bin/sh", "-c", kRestless}).exitStatus);
-  int status = 0;
-  while (::waitpid(changer, &status, WNOHANG) == 0) {
+  kl::test::ChildProcess changer([] {
+    ::_exit(kl::test::runProgram({"/bin/sh", "-c", kRestless}).exitStatus);
+  });
+  while (!changer.hasEnded()) {
     const auto links = readLinks();
     ASSERT_TRUE(links && links->contains(1)) << "lo is always there";
   }
-  EXPECT_EQ(status, 0) << "it changed addresses to its end";
+  EXPECT_EQ(changer.waitForEnd(), 0) << "it changed addresses to its end";
 }
 
 TEST(Links, ReadingLeavesNoDescriptorOpen) {

@@ -2,9 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <optional>
 #include <set>
 
 #include "kl/conventions.h"
@@ -12,6 +11,8 @@
 #include "netif.kl.h"
 #include "tests/examples/kernel_view.h"
 #include "tests/support/doubles/loader_double.h"
+#include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -29,20 +30,17 @@ class Life {
     data.flatten(bytes);
     if (data != message()) ready.insert(kl::READY_DATA, message::flat_message(bytes));
     loader_.sendReady(ready);
-    pid_ = ::fork();
-    if (pid_ == 0) {
+    netif_.emplace([this] {
       (void)::fcntl(loader_.fd(), F_SETFD, FD_CLOEXEC);
-      ::execl(KL_BIN_DIR "/netif", "netif", nullptr);
-      ::_exit(127);
-    }
+      kl::test::become({KL_BIN_DIR "/netif"});
+    });
     EXPECT_TRUE(nextCtrl(kl::CTRL_HELLO).has(kl::REGISTRATION_VALUES));
     nextCtrl(kl::CTRL_RUNNING);
     EXPECT_NE(nextCtrl(kl::CTRL_LEAVE_VALUE).get(kl::SYS_CTRL_ARG, 0), 0u);
   }
   ~Life() {
     loader_.close();
-    int status = 0;
-    if (pid_ > 0) (void)::waitpid(pid_, &status, 0);
+    (void)netif_->waitForEnd();
   }
   Life(const Life&) = delete;
   Life& operator=(const Life&) = delete;
@@ -78,10 +76,7 @@ class Life {
     m.insert(kl::SYS_CTRL, kl::CTRL_LEAVE);
     loader_.send(m);
     message left(nextCtrl(kl::CTRL_LEFT).get(kl::READY_DATA, {}));
-    int status = -1;
-    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-    EXPECT_EQ(status, 0);
-    pid_ = -1;
+    EXPECT_EQ(netif_->waitForEnd(), 0);
     return left;
   }
 
@@ -94,7 +89,7 @@ class Life {
   }
 
   kl::test::LoaderDouble loader_;
-  pid_t pid_ = -1;
+  std::optional<kl::test::ChildProcess> netif_;
 };
 
 message object(unsigned int id, const std::string& description = "") {

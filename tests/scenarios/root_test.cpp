@@ -3,14 +3,13 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <string>
 
 #include "kl/conventions.h"
@@ -18,6 +17,7 @@
 #include "tests/support/builders.h"
 #include "tests/support/doubles/raw_peer.h"
 #include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -38,13 +38,13 @@ class System {
     fs::create_directories(root_ + KL_ETC);
     std::ofstream(root_ + KL_ETC "/kl-loader.toml")
         << "[[service]]\nname = \"hello\"\nid = 34\ncommand = [\"" KL_BIN_DIR "/hello\"]\n";
-    pid_ = ::fork();
-    if (pid_ != 0) return;
-    ::setenv("KL_ROOT", root_.c_str(), 1);
-    kl::test::become({KL_BIN_DIR "/kl-loader"});
+    loader_.emplace([this] {
+      ::setenv("KL_ROOT", root_.c_str(), 1);
+      kl::test::become({KL_BIN_DIR "/kl-loader"});
+    });
   }
   ~System() {
-    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(loader_->end(SIGTERM), 0);
     fs::remove_all(root_);
   }
   System(const System&) = delete;
@@ -69,15 +69,8 @@ class System {
   }
 
  private:
-  int end() const {
-    int status = -1;
-    ::kill(pid_, SIGTERM);
-    (void)::waitpid(pid_, &status, 0);
-    return status;
-  }
-
   std::string root_;
-  pid_t pid_ = -1;
+  std::optional<kl::test::ChildProcess> loader_;
 };
 
 TEST(RootScenario, TwoSystemsLiveBesideEachOther) {

@@ -1,11 +1,11 @@
 // Services of ordinary users, which have no rights at each other.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 
 #include "tests/scenarios/fixture.h"
+#include "tests/support/process/child_process.h"
 #include "tests/support/process/open_folder.h"
 
 namespace scenarios {
@@ -58,15 +58,10 @@ kl::message wish(unsigned int command, unsigned int handler) {
 
 // Runs the gateway to its end, as its user.
 bool holdsForGateway(bool (*part)(RawPeer& gateway)) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+  return kl::test::holdsAs(65534, [part] {
     RawPeer gateway;
-    const bool isIn =
-        ::setuid(65534) == 0 && gateway.connect(kPatienceMs) && gateway.registerAs(kGateway) != 0;
-    ::_exit(isIn && part(gateway) ? 0 : 1);
-  }
-  int status = 0;
-  return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return gateway.connect(kPatienceMs) && gateway.registerAs(kGateway) != 0 && part(gateway);
+  });
 }
 
 }  // namespace

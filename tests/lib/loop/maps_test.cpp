@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/lib/loop/report_reader.h"
+#include "tests/support/process/child_process.h"
 
 namespace kl {
 namespace {
@@ -60,11 +61,10 @@ TEST(Maps, ShortReadsMakeNoDifference) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   const std::string text = test::reportOf([&](ReportText& out) {
-    if (::fork() == 0) {
+    const test::ChildProcess writer([&] {
       for (const char c : std::string("1-2 r-xp a\n2-3 rw-p b\n3-4 r-xp c\n"))
         if (::write(ends[1], &c, 1) != 1) ::_exit(1);
-      ::_exit(0);
-    }
+    });
     ::close(ends[1]);
     writeExecutableMaps(ends[0], out);
   });

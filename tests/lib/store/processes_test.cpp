@@ -1,7 +1,6 @@
 // Two processes with one store.
 
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,10 +10,12 @@
 #include "kl/store.h"
 #include "tests/lib/store/store_files.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
 using kl::Store;
+using kl::test::ChildProcess;
 using kl::test::filled;
 using kl::test::linesOf;
 
@@ -40,26 +41,24 @@ class StoreProcesses : public kl::test::StoreFiles {
 
   // A process that runs `round` until it is told to end.
   template <class Body>
-  pid_t startWriter(Store::Durability durability, Body round) {
-    const pid_t pid = ::fork();
-    if (pid != 0) return pid;
-    Store store(path, 3, durability);
-    while (!shared->mayEnd) {
-      round(store, shared->rounds);
-      ++shared->rounds;
-    }
-    ::_exit(0);
+  ChildProcess startWriter(Store::Durability durability, Body round) {
+    return ChildProcess([&] {
+      Store store(path, 3, durability);
+      while (!shared->mayEnd) {
+        round(store, shared->rounds);
+        ++shared->rounds;
+      }
+      ::_exit(0);
+    });
   }
 
-  int end(pid_t writer) {
+  int end(ChildProcess& writer) {
     shared->mayEnd = true;
-    int status = -1;
-    (void)::waitpid(writer, &status, 0);
-    return status;
+    return writer.waitForEnd();
   }
 
   // Opens the store a thousand times beside a writer of entries 100 and up.
-  void openBeside(pid_t writer) {
+  void openBeside(ChildProcess writer) {
     while (shared->rounds < 1) {
     }
     const std::string lines = linesOf([&] {
@@ -109,7 +108,7 @@ TEST_F(StoreProcesses, BlobsOfTwoWritersStayWhole) {
   const auto rewrite = [](Store& store, unsigned int round) {
     store.set(3, filled(53, static_cast<unsigned char>(round)));
   };
-  const pid_t other = startWriter(Store::Durability::kFlushed, rewrite);
+  ChildProcess other = startWriter(Store::Durability::kFlushed, rewrite);
   Store store(path, 3);
   for (unsigned int i = 0; i < 500; ++i) {
     store.set(3, filled(53, static_cast<unsigned char>(i)));

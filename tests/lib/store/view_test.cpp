@@ -1,19 +1,19 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <new>
+#include <optional>
 
 #include "kl/store.h"
 #include "store/journal/journal.h"
 #include "tests/lib/store/store_files.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -206,8 +206,6 @@ TEST_F(StoreViewTest, ItKeepsWhatItHasRead) {
 // A writer that sets entry 5 in a slot of its own: it has written the index, and the data file comes later or never.
 class StoreViewBesideAChange : public StoreViewTest {
  protected:
-  ~StoreViewBesideAChange() override { endWriter(); }
-
   void SetUp() override {
     writeExample();
     kl::test::writeFile(path + ".lock", {});
@@ -215,21 +213,14 @@ class StoreViewBesideAChange : public StoreViewTest {
 
   template <class Body>
   void startWriter(Body meanwhile) {
-    int begun[2];
-    ASSERT_EQ(::pipe(begun), 0);
-    writer = ::fork();
-    if (writer == 0) {
-      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    kl::test::Pipe begun;
+    writer.emplace([&] {
       change([&] {
-        (void)!::write(begun[1], "!", 1);
+        begun.say('!');
         meanwhile();
       });
-      ::_exit(0);
-    }
-    char byte = 0;
-    ASSERT_EQ(::read(begun[0], &byte, 1), 1);
-    ::close(begun[0]);
-    ::close(begun[1]);
+    });
+    ASSERT_TRUE(begun.hear<char>());
   }
 
   template <class Body>
@@ -250,14 +241,7 @@ class StoreViewBesideAChange : public StoreViewTest {
     journal.withdraw();
   }
 
-  void endWriter() {
-    if (writer <= 0) return;
-    (void)::kill(writer, SIGKILL);
-    (void)::waitpid(writer, nullptr, 0);
-    writer = -1;
-  }
-
-  pid_t writer = -1;
+  std::optional<kl::test::ChildProcess> writer;
 };
 
 TEST_F(StoreViewBesideAChange, AWriterInMidChangeIsWaitedFor) {
@@ -272,7 +256,7 @@ TEST_F(StoreViewBesideAChange, AWriterThatIsStoppedInMidChangeIsNoFault) {
   const StoreView view(path);
   EXPECT_TRUE(view.findings().empty());
   EXPECT_EQ(numberOf(view, 17), "6");
-  endWriter();
+  EXPECT_EQ(writer->end(SIGKILL), 128 + SIGKILL);
   const std::vector<Fault> found = faults();
   EXPECT_EQ(std::count(found.begin(), found.end(), Fault::kPendingChange), 1);
 }
@@ -302,7 +286,6 @@ bool isRight(const std::string& path) {
 
 // Changes, removes, uses slots again and compacts without a pause, and counts that.
 [[noreturn]] void changeAllTheTime(const std::string& path, std::atomic<unsigned int>& changes) {
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   kl::Store store(path, 3);
   for (unsigned int i = 0;; ++i) {
     store.set(i % kBusyIds, markedWith(i % kBusyIds, 10 + i % 97));
@@ -318,12 +301,10 @@ TEST_F(StoreViewTest, AWriterBesideItIsNoFault) {
                               MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(shared, MAP_FAILED);
   auto& changes = *new (shared) std::atomic<unsigned int>(0);
-  const pid_t writer = ::fork();
-  if (writer == 0) changeAllTheTime(path, changes);
+  kl::test::ChildProcess writer([&] { changeAllTheTime(path, changes); });
   unsigned int views = 0;
   for (; views < 200 || changes < kChanges; ++views) ASSERT_TRUE(isRight(path)) << "view " << views;
-  ASSERT_EQ(::kill(writer, SIGKILL), 0);
-  ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
+  EXPECT_EQ(writer.end(SIGKILL), 128 + SIGKILL);
   ::munmap(shared, sizeof(std::atomic<unsigned int>));
 }
 

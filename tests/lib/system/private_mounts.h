@@ -5,12 +5,13 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+
+#include "tests/support/process/child_process.h"
 
 namespace kl::test {
 
@@ -41,10 +42,9 @@ inline void takePrivateMounts() {
 
 // May it have them?
 inline bool privateMountsAreAllowed() {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? 0 : 1);
-  int status = -1;
-  return ::waitpid(child, &status, 0) == child && status == 0;
+  ChildProcess child(
+      [] { ::_exit(::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? 0 : 1); });
+  return child.waitForEnd() == 0;
 }
 
 // Covers `folder` by an empty one, after takePrivateMounts().

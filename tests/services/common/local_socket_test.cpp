@@ -1,4 +1,5 @@
 #include "services/common/local_socket.h"
+#include "tests/support/process/child_process.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +8,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -100,29 +100,20 @@ TEST_F(LocalSocket, WhatAKilledOneLeftIsReplaced) {
 }
 
 TEST_F(LocalSocket, OneThatOnlyAChildOfAKilledOneHoldsIsReplaced) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  const pid_t killed = ::fork();
-  if (killed == 0) {
+  kl::test::Pipe words;
+  kl::test::ChildProcess killed([&] {
     if (!open().empty()) ::_exit(1);
-    const pid_t child = ::fork();
-    if (child == 0) {
-      char end = 0;
-      ::close(ends[1]);
-      (void)!::read(ends[0], &end, 1);  // until the test has looked
+    if (::fork() == 0) {
+      (void)words.hear<char>();  // until the test has looked
       ::_exit(0);
     }
     ::kill(::getpid(), SIGKILL);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(killed, &status, 0), killed);
-  ASSERT_TRUE(WIFSIGNALED(status));
+  });
+  ASSERT_EQ(killed.waitForEnd(), 128 + SIGKILL);
   ASSERT_TRUE(connects()) << "the child has the socket";
   EXPECT_EQ(open(), "");
   EXPECT_TRUE(connects());
   EXPECT_TRUE(socket.accept().isOpen());
-  ::close(ends[1]);
-  ::close(ends[0]);
 }
 
 TEST_F(LocalSocket, WhereNoneCanBeMadeNothingIsLeft) {

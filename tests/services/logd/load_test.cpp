@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +25,8 @@
 #include "kl/utilities.h"
 #include "tests/services/logd/system.h"
 #include "tests/support/build/effort.h"
+#include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace logd::test {
 namespace {
@@ -51,19 +52,10 @@ class Writers {
   Writers(unsigned int count, unsigned int batch, unsigned int pause) {
     for (unsigned int i = 0; i < kWriters; ++i) start(i, {count, batch, pause});
   }
-  ~Writers() {
-    for (const pid_t pid : pids_) (void)::kill(pid, SIGKILL);
-  }
-  Writers(const Writers&) = delete;
-  Writers& operator=(const Writers&) = delete;
 
   bool end() {
     bool allDone = true;
-    for (const pid_t pid : pids_) {
-      int status = -1;
-      allDone = ::waitpid(pid, &status, 0) == pid && status == 0 && allDone;
-    }
-    pids_.clear();
+    for (kl::test::ChildProcess& writer : writers_) allDone = writer.waitForEnd() == 0 && allDone;
     return allDone;
   }
 
@@ -83,18 +75,15 @@ class Writers {
   }
 
   void start(unsigned int writer, const std::vector<unsigned int>& numbers) {
-    const pid_t pid = ::fork();
-    if (pid != 0) return pids_.push_back(pid);
-    ::dup2(::open(outputOf(writer).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDOUT_FILENO);
-    const std::string name = std::to_string(writer);
-    std::vector<std::string> words;
-    for (const unsigned int number : numbers) words.push_back(std::to_string(number));
-    ::execl(KL_BIN_DIR "/kl-test-writer", "kl-test-writer", name.c_str(), words[0].c_str(), words[1].c_str(),
-            words[2].c_str(), nullptr);
-    ::_exit(127);
+    writers_.emplace_back([&] {
+      ::dup2(::open(outputOf(writer).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDOUT_FILENO);
+      std::vector<std::string> words = {KL_BIN_DIR "/kl-test-writer", std::to_string(writer)};
+      for (const unsigned int number : numbers) words.push_back(std::to_string(number));
+      kl::test::become(words);
+    });
   }
 
-  std::vector<pid_t> pids_;
+  std::vector<kl::test::ChildProcess> writers_;
 };
 
 // The numbers of the lines of each writer that are whole in the file, in the file's order.

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
+#include <optional>
 
 #include "tests/services/system/fixture.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -50,15 +50,7 @@ class FollowedSystem : public testing::Test {
       : loader_("[rights]\ndefault = \"all\"\n[[service]]\nname = \"system\"\nid = 24\nuser = \"" +
                 std::string(::getpwuid(::geteuid())->pw_name) + "\"\n[service.settings]\n0x08000001 = 10\n") {
     nameHost("first");
-    service_ = ::fork();
-    if (service_ == 0) {
-      SystemService().run();
-      ::_exit(0);
-    }
-  }
-  ~FollowedSystem() override {
-    ::kill(service_, SIGKILL);
-    ::waitpid(service_, nullptr, 0);
+    service_.emplace([] { SystemService().run(); });
   }
 
   // The service may still be on its way to the loader.
@@ -84,7 +76,7 @@ class FollowedSystem : public testing::Test {
   }
 
   kl::test::LoaderProcess loader_;
-  pid_t service_ = -1;
+  std::optional<kl::test::ChildProcess> service_;
 };
 
 kl::message subscribe() {

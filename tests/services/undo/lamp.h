@@ -1,11 +1,8 @@
 #pragma once
 // lamp.h: a service that reports its changes as any service does, in a process of its own.  Needs: a private root.
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "kl/looper.h"
+#include "tests/support/process/child_process.h"
 
 namespace undo {
 
@@ -49,25 +46,17 @@ class Lamp : public kl::Handler {
 };
 
 // Service 500, whose handler 3 is a lamp, for as long as it lives.
-class LampProcess {
+class LampProcess : public kl::test::ChildProcess {
  public:
-  LampProcess() : pid_(::fork()) {
-    if (pid_ != 0) return;
+  LampProcess() : ChildProcess(run) {}
+
+ private:
+  static void run() {
     kl::Looper loop(kl::Looper::kConnect, Lamp::kService);
     Lamp lamp;
     loop.addHandler(Lamp::kHandler, &lamp);
     loop.run();
-    ::_exit(0);
   }
-  ~LampProcess() {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  LampProcess(const LampProcess&) = delete;
-  LampProcess& operator=(const LampProcess&) = delete;
-
- private:
-  pid_t pid_;
 };
 
 }  // namespace undo

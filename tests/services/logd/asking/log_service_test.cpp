@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <list>
@@ -14,6 +13,8 @@
 #include "kl/utilities.h"
 #include "tests/services/logd/system.h"
 #include "tests/support/hex.h"
+#include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace logd::test {
 namespace {
@@ -414,31 +415,27 @@ TEST(LogService, ItTakesWhatWasWrittenBeforeItEnds) {
 }
 
 // A log service that the loader has not started and that lives on without it for a moment.
-pid_t startByHand() {
+kl::test::ChildProcess startByHand() {
   std::ofstream(kl::underRoot("/kelo/kl-logd.toml")) << kWithFile;
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::execl(KL_BIN_DIR "/kl-logd", "kl-logd", "--config", kl::underRoot("/kelo/kl-logd.toml").c_str(),
-            nullptr);
-    ::_exit(127);
-  }
-  return pid;
+  return kl::test::ChildProcess([] {
+    kl::test::become({KL_BIN_DIR "/kl-logd", "--config", kl::underRoot("/kelo/kl-logd.toml")});
+  });
 }
 
 TEST(LogService, ItTakesWhatWasWrittenBeforeTheLoaderWentAway) {
   kl::test::LoaderProcess loader;
-  const pid_t pid = startByHand();
+  kl::test::ChildProcess service = startByHand();
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "first")));
   EXPECT_TRUE(comesTrue([] { return contentOf(kAll).find("first") != std::string::npos; }));
-  ASSERT_EQ(::kill(pid, SIGSTOP), 0);
+  service.signal(SIGSTOP);
   EXPECT_TRUE(client.write(manyLines(1000)));
   loader.signal(SIGKILL);
   EXPECT_EQ(loader.waitForEnd(), 128 + SIGKILL);
-  EXPECT_EQ(::kill(pid, SIGCONT), 0);
+  service.signal(SIGCONT);
   EXPECT_TRUE(client.isDisconnected());
   EXPECT_TRUE(contentOf(kAll).ends_with(": 999\n"));
-  EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
+  EXPECT_NE(service.waitForEnd(), -1);
 }
 
 TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
@@ -468,15 +465,12 @@ TEST(LogService, AFullDiskStopsTheFileAloneAndItGoesOnByItself) {
 TEST(LogService, WhoComesBeforeTheLoaderHasLetItInIsNotMissed) {
   kl::test::LoaderProcess loader;
   loader.signal(SIGSTOP);
-  const pid_t pid = startByHand();
+  kl::test::ChildProcess service = startByHand();
   LogClient client;
   EXPECT_TRUE(client.write(registration(1, {5}) + textRecord(1, "early")));
   loader.signal(SIGCONT);
   EXPECT_TRUE(comesTrue([] { return contentOf(kAll).find("early") != std::string::npos; }));
-  EXPECT_EQ(::kill(pid, SIGTERM), 0);
-  int status = -1;
-  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(service.end(SIGTERM), 0);
 }
 
 }  // namespace

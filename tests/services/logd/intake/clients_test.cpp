@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <list>
@@ -14,6 +12,7 @@
 #include "kl/utilities.h"
 #include "services/common/local_socket.h"
 #include "tests/services/logd/system.h"
+#include "tests/support/process/child_process.h"
 
 namespace logd::test {
 namespace {
@@ -128,37 +127,24 @@ TEST_F(ClientsTest, WhatWasWrittenIsTakenBeforeTheEndEvenOfThoseWhoWait) {
 // A process of another user at the log socket, for as long as the test lives.
 class Stranger {
  public:
-  explicit Stranger(unsigned int connections, uid_t uid = 4711) {
-    int ends[2];
-    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    const common::Descriptor done(ends[0]);
-    common::Descriptor isDone(ends[1]);
-    pid_ = ::fork();
-    if (pid_ == 0) play(connections, uid, isDone.get());
-    isDone.close();
-    char word = 0;
-    EXPECT_EQ(::read(done.get(), &word, 1), 1);
+  explicit Stranger(unsigned int connections, uid_t uid = 4711) : process_([&] { play(connections, uid); }) {
+    EXPECT_TRUE(done_.hear<char>());
   }
-  ~Stranger() {
-    (void)::kill(pid_, SIGKILL);
-    (void)::waitpid(pid_, nullptr, 0);
-  }
-  Stranger(const Stranger&) = delete;
-  Stranger& operator=(const Stranger&) = delete;
 
  private:
-  [[noreturn]] static void play(unsigned int connections, uid_t uid, int isDone) {
+  [[noreturn]] void play(unsigned int connections, uid_t uid) const {
     std::vector<common::Descriptor> all(connections);
     if (::setresuid(uid, uid, uid) != 0) ::_exit(1);
     for (common::Descriptor& one : all) {
       one = common::newStreamSocket();
       if (!common::connectTo(one.get(), kl::logSocketPath())) ::_exit(1);
     }
-    (void)!::write(isDone, "d", 1);
+    done_.say('!');
     for (;;) ::pause();
   }
 
-  pid_t pid_;
+  kl::test::Pipe done_;
+  kl::test::ChildProcess process_;
 };
 
 TEST_F(ClientsTest, AUserHasItsNumberOfClientsAndTheLastQuarterIsRootsAlone) {
