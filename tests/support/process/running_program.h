@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/process/child.h"
+#include "tests/support/process/child_process.h"
 
 namespace kl::test {
 
@@ -24,29 +24,15 @@ class RunningProgram {
  public:
   static constexpr int kPatienceMs = 20000;  // without one more byte
 
-  explicit RunningProgram(const std::vector<std::string>& words) {
-    int out[2];
-    int err[2];
-    EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
-    EXPECT_EQ(::pipe2(err, O_CLOEXEC), 0);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::dup2(out[1], STDOUT_FILENO);
-      ::dup2(err[1], STDERR_FILENO);
-      become(words);
-    }
-    ::close(out[1]);
-    ::close(err[1]);
-    out_.fd = out[0];
-    err_.fd = err[0];
+  explicit RunningProgram(const std::vector<std::string>& words)
+      : process_([&] {
+          ::dup2(out_.writeEnd, STDOUT_FILENO);
+          ::dup2(err_.writeEnd, STDERR_FILENO);
+          become(words);
+        }) {
+    ::close(out_.writeEnd);
+    ::close(err_.writeEnd);
   }
-  ~RunningProgram() {
-    if (pid_ > 0) (void)end(SIGKILL);
-    ::close(out_.fd);
-    ::close(err_.fd);
-  }
-  RunningProgram(const RunningProgram&) = delete;
-  RunningProgram& operator=(const RunningProgram&) = delete;
 
   // Waits until the program has written the text to its standard output, or standard error stream, and forgets everything
   // up to its end.  False, and a failed test, when that does not come.
@@ -64,17 +50,22 @@ class RunningProgram {
   }
 
   // Sends the signal and waits for the end: the exit status, or 128 and the signal's number.
-  int end(int signal) {
-    (void)::kill(pid_, signal);
-    int status = 0;
-    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
+  int end(int signal) { return process_.end(signal); }
 
  private:
   struct Stream {
-    int fd = -1;
+    Stream() {
+      int ends[2] = {-1, -1};
+      EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+      fd = ends[0];
+      writeEnd = ends[1];
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { ::close(fd); }
+
+    int fd;
+    int writeEnd;  // the program's
     std::string text;
   };
 
@@ -95,9 +86,9 @@ class RunningProgram {
     return got > 0;
   }
 
-  pid_t pid_ = -1;
   Stream out_;
   Stream err_;
+  ChildProcess process_;
 };
 
 }  // namespace kl::test

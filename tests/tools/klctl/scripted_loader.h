@@ -3,13 +3,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
 
 #include "tests/support/doubles/loader_double.h"
+#include "tests/support/process/child_process.h"
 
 namespace klctl {
 
@@ -19,27 +19,20 @@ class ScriptedLoader {
  public:
   using Script = std::function<void(kl::test::LoaderDouble&)>;
 
-  explicit ScriptedLoader(const Script& script) : pid_(::fork()) {
-    if (pid_ != 0) return;
-    {
-      kl::test::LoaderDouble connection(listening_.accept());
-      script(connection);
-    }
-    ::_exit(testing::Test::HasFailure() ? 1 : 0);
-  }
+  explicit ScriptedLoader(const Script& script)
+      : process_([&] {
+          kl::test::LoaderDouble connection(listening_.accept());
+          script(connection);
+        }) {}
 
   // Waits for the end of the script.
-  ~ScriptedLoader() {
-    int status = 0;
-    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-    EXPECT_EQ(status, 0);
-  }
+  ~ScriptedLoader() { EXPECT_EQ(process_.waitForEnd(), 0); }
   ScriptedLoader(const ScriptedLoader&) = delete;
   ScriptedLoader& operator=(const ScriptedLoader&) = delete;
 
  private:
   kl::test::ListeningLoader listening_;
-  pid_t pid_;
+  kl::test::ChildProcess process_;
 };
 
 // For scripts: takes the registration and confirms it.

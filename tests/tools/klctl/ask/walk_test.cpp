@@ -1,11 +1,10 @@
 #include "tools/klctl/ask/walk.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "kl/conventions.h"
+#include "tests/support/process/child_process.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/scripted_loader.h"
 #include "tests/tools/klctl/terminal.h"
@@ -133,30 +132,23 @@ TEST(Walk, ALoaderThatGoesAwayIsNoLoader) {
 }
 
 TEST(Walk, OnATerminalALongWalkShowsHowFarItIs) {
-  int goOn[2];
-  ASSERT_EQ(::pipe2(goOn, O_CLOEXEC), 0);
+  kl::test::Pipe goOn;
   const ScriptedLoader loader([&](LoaderDouble& connection) {
     confirm(connection);
     (void)answer(connection, chunk(1, 2, 7));
-    char byte;
-    EXPECT_EQ(::read(goOn[0], &byte, 1), 1);
+    EXPECT_TRUE(goOn.hear<char>());
     (void)answer(connection, chunk(7, 1, 0));
     awaitEnd(connection);
   });
   const Terminal terminal;
-  const pid_t user = ::fork();
-  if (user == 0) {
+  kl::test::ChildProcess user([&] {
     ::dup2(terminal.fd(), STDERR_FILENO);
-    ::_exit(walked().size() == 3 ? 0 : 1);
-  }
+    EXPECT_EQ(walked().size(), 3u);
+  });
   EXPECT_TRUE(terminal.shows("\r\x1b[Knetif: 2 objects ..."));
-  EXPECT_EQ(::write(goOn[1], "!", 1), 1);
+  goOn.say('!');
   EXPECT_TRUE(terminal.shows("\r\x1b[K"));
-  int status = -1;
-  EXPECT_EQ(::waitpid(user, &status, 0), user);
-  EXPECT_EQ(status, 0);
-  ::close(goOn[0]);
-  ::close(goOn[1]);
+  EXPECT_EQ(user.waitForEnd(), 0);
 }
 
 TEST(Walk, ARequestThatNoFrameCarriesIsNotSent) {

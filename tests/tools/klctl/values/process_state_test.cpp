@@ -1,7 +1,7 @@
 #include "tools/klctl/values/process_state.h"
+#include "tests/support/process/child_process.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -29,17 +29,12 @@ TEST(ProcessState, WhatTheKernelDoesNotTellIsEmpty) {
 
 TEST(ProcessState, AStoppedProcessIsToldFromARunningOne) {
   EXPECT_EQ(whatItDoes(::getpid()), "runs");
-  const pid_t child = ::fork();
-  if (child == 0) {
-    (void)::raise(SIGSTOP);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
-  EXPECT_EQ(whatItDoes(child), "is stopped");
-  ASSERT_EQ(::kill(child, SIGKILL), 0);
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(whatItDoes(child), "");
+  kl::test::ChildProcess child([] { (void)::raise(SIGSTOP); });
+  const pid_t pid = child.pid();
+  ASSERT_TRUE(child.stops());
+  EXPECT_EQ(whatItDoes(pid), "is stopped");
+  ASSERT_EQ(child.end(SIGKILL), 128 + SIGKILL);
+  EXPECT_EQ(whatItDoes(pid), "");
 }
 
 }  // namespace klctl

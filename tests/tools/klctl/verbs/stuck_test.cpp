@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
+#include "tests/support/process/child_process.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tests/tools/klctl/waiting_services.h"
 #include "tools/klctl/values/json.h"
@@ -110,20 +110,13 @@ TEST_F(Stuck, AServiceMayWaitForItself) {
 }
 
 TEST_F(Stuck, AStoppedProcessIsNotAsked) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    (void)::raise(SIGSTOP);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
-  loader_.add(40, "lab", static_cast<unsigned int>(child));
+  const kl::test::ChildProcess child([] { (void)::raise(SIGSTOP); });
+  ASSERT_TRUE(child.stops());
+  loader_.add(40, "lab", static_cast<unsigned int>(child.pid()));
   loader_.setAlive(40);
   loader_.wait(28, 40, 3000);
   EXPECT_NE(run().find("; it is stopped\n"), std::string::npos) << printed_;
   EXPECT_EQ(status_, 1);
-  ASSERT_EQ(::kill(child, SIGKILL), 0);
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
 }
 
 TEST_F(Stuck, OneThatIsNotThereDoesNotRun) {
