@@ -2,8 +2,8 @@
 //
 // From each request that is old enough the way goes on to the oldest request of its asked service, and so on: at the end
 // stands a service that waits for nobody, the culprit, or the way comes back to itself, a circle.  A service there is
-// asked for CMD_NOOP.  One that answers is not stuck; it is named only when a request has been with it for so long that it
-// may have forgotten it.  A circle in which somebody answers is none: he waits with patience.
+// asked for CMD_NOOP.  One that answers is not stuck; it is named only when a request has been with it for so long, or so
+// many are with it, that it may have forgotten them.  A circle in which somebody answers is none: he waits with patience.
 
 #include <algorithm>
 #include <set>
@@ -21,6 +21,7 @@ namespace {
 
 constexpr unsigned long long kOldMs = 500;
 constexpr unsigned long long kForgottenMs = 10'000;  // by a service that answers others
+constexpr std::ptrdiff_t kForgottenCount = 16;
 
 using Ids = std::vector<unsigned int>;
 
@@ -127,7 +128,8 @@ class Report {
     const pid_t pid = pidOf(open_, service);
     const std::string does = pid > 0 ? whatItDoes(pid) : "does not run";
     const bool isAlive = pid > 0 && does != "is stopped" && answers(service, channels_);
-    if (isAlive && oldest.ageMs < kForgottenMs) return;
+    const bool mayHaveForgotten = oldest.ageMs >= kForgottenMs || countTo(service) >= kForgottenCount;
+    if (isAlive && !mayHaveForgotten) return;
     if (!isAlive) ++stuck_;
     say(sentenceAbout(oldest, isAlive ? "answers others" : does));
     rows_.push_back({{"stuck", !isAlive},

@@ -133,8 +133,7 @@ std::string TraceReport::lineOf(const kl::message& shown) {
   std::string ends = row["from"].get<std::string>() + " -> " + receiversOf(shown);
   ends.resize(std::max(ends.size(), kEndsWidth), ' ');
   std::string text = timeText(shown.get(tap::AT, 0)) + "  " + ends + "  ";
-  if (shown.get(tap::ANSWER, false)) text += "reply ";
-  text += commandOf(shown);
+  text += kindOf(shown);
   if (shown.has(tap::ERROR)) text += "  error: " + errorText(shown.get(tap::ERROR, 0));
   else text += ", " + std::to_string(shown.get(tap::LENGTH, 0)) + " bytes";
   if (shown.get(tap::BY_LOADER, false)) text += " (by the loader)";
@@ -186,6 +185,12 @@ void TraceReport::addAge(Json& row, const kl::message& shown) {
   if (request == seenAt_.end()) return;
   if (at >= request->second) row["age_us"] = at - request->second;
   seenAt_.erase(request);
+}
+
+// A request that the loader refuses is not delivered, so the command that its reply answers is not known.
+std::string TraceReport::kindOf(const kl::message& shown) {
+  if (!shown.get(tap::ANSWER, false)) return commandOf(shown);
+  return shown.has(tap::COMMAND) ? "reply " + commandOf(shown) : "reply";
 }
 
 // By the description of the service that executes it.

@@ -37,6 +37,7 @@ class TraceReport {
   std::string lostText(unsigned long long count);
   void addAge(Json& row, const kl::message& shown);
   Json rowOf(const kl::message& shown);
+  std::string kindOf(const kl::message& shown);
   std::string commandOf(const kl::message& shown);
   std::string receiversOf(const kl::message& shown) const;
   std::string nameOf(unsigned int service) const;

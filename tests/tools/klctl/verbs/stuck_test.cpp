@@ -87,6 +87,17 @@ TEST_F(Stuck, WhoAnswersOthersMayHaveForgottenARequest) {
   EXPECT_EQ(status_, 0);
 }
 
+TEST_F(Stuck, WhoLetsManyWaitMayHaveForgottenThemSooner) {
+  loader_.setAlive(300);
+  for (unsigned int i = 0; i < 15; ++i) loader_.wait(28, 300, 700);
+  EXPECT_EQ(run(), "");
+  loader_.wait(28, 300, 600);
+  EXPECT_EQ(run(),
+            "leases (300, " + self() +
+                " has not answered for 700 ms: CMD_GETALL of web (28), 15 more wait; it answers others\n");
+  EXPECT_EQ(status_, 0);
+}
+
 TEST_F(Stuck, ACircleIsNamedOnceWithAllItsMembers) {
   loader_.wait(300, 32, 3000, kl::CMD_GET);
   loader_.wait(32, 300, 2900);

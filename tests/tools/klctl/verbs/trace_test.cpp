@@ -55,6 +55,14 @@ struct Trace : testing::Test {
   TraceReport report{line, services()};
 };
 
+TEST_F(Trace, ARefusalDoesNotSayWhatWasAsked) {
+  kl::message refusal = reply(32, 28, 7'412'000);
+  refusal.remove(tap::COMMAND);
+  refusal.insert(tap::ERROR, kl::ERROR_BUSY);
+  const std::string text = report.lineOf(refusal);
+  EXPECT_NE(text.find("  reply  error: std failure: busy (12)"), std::string::npos) << text;
+}
+
 TEST_F(Trace, ALineSaysWhoSendsWhatToWhom) {
   const std::string text = report.lineOf(message(28, 32, 7'412'000));
   EXPECT_NE(text.find(":07.412  web -> netif  "), std::string::npos) << text;
