@@ -11,6 +11,7 @@
 //     environment     serves; its replies carry its working directory and $KL_TEST
 //     fault           serves; CMD_START is a segment fault, CMD_RESET an abort, CMD_CANCEL overflows the stack
 //     hang [ID]       serves; CMD_START never comes back, CMD_RESET waits for the answer of service ID to CMD_START
+//     circle ID       serves; CMD_RESET waits for the answer of service ID to CMD_RESET
 //     chatter TEXT    writes TEXT as a line to its output and to its errors, then serves
 //     flood BYTES     writes so many bytes to its errors, in lines of 50, then serves
 //     junk            writes to its errors what is no text, a line of 3,000 and an unfinished one, and ends with status 0
@@ -63,13 +64,17 @@ void addSurroundings(kl::message& m) {
   if (command == kl::CMD_CANCEL) std::exit(dig(0));
 }
 
-// With `other` it waits as a service does that asks from a handler: it reads, but answers nobody.
+// It waits as a service does that asks from a handler: it reads, but answers nobody.
+void waitFor(RawPeer& loader, unsigned int other, unsigned int command) {
+  if (!loader.send(kl::test::request({other}, command, 1, {7}))) return;
+  while (const auto m = loader.receive(kForever))
+    if (kl::isReply(*m) && m->get(kl::SYS_FROM, {}) != Ids{kl::SERVICE_LOADER}) return;
+}
+
 void hang(RawPeer& loader, unsigned int command, unsigned int other) {
   if (command == kl::CMD_START)
     for (volatile unsigned int turns = 0;;) turns = turns + 1;
-  if (command != kl::CMD_RESET || !loader.send(kl::test::request({other}, kl::CMD_START, 1, {7}))) return;
-  while (const auto m = loader.receive(kForever))
-    if (kl::isReply(*m) && m->get(kl::SYS_FROM, {}) != Ids{kl::SERVICE_LOADER}) return;
+  if (command == kl::CMD_RESET) waitFor(loader, other, kl::CMD_START);
 }
 
 int serve(RawPeer& loader, const std::string& behaviour, const std::string& argument) {
@@ -77,11 +82,13 @@ int serve(RawPeer& loader, const std::string& behaviour, const std::string& argu
   running.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
   running.insert(kl::SYS_CTRL, kl::CTRL_RUNNING);
   (void)loader.send(running);
+  const auto other = static_cast<unsigned int>(std::atoi(argument.c_str()));
   while (const auto asked = loader.receive(kForever)) {
     const unsigned int command = asked->get(kl::SYS_CMD, kl::CMD_NOOP);
     if (command == kl::CMD_SHUTDOWN) return static_cast<int>(asked->get_u32(0x08000001, 0));
     if (behaviour == "fault") fail(*asked, command);
-    if (behaviour == "hang") hang(loader, command, static_cast<unsigned int>(std::atoi(argument.c_str())));
+    if (behaviour == "hang") hang(loader, command, other);
+    if (behaviour == "circle" && command == kl::CMD_RESET) waitFor(loader, other, command);
     if (kl::isReply(*asked) || !kl::getRequestID(*asked) || command == kl::CMD_POLL)
       continue;  // POLL is never answered
     kl::message answer = kl::test::replyTo(*asked);
