@@ -1,9 +1,7 @@
 #include "tests/attack/bystanders.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,23 +109,22 @@ void answer(RawPeer& peer, const kl::message& m, Counter& counter) {
 }
 
 // A process that runs the function once it has registered.
-pid_t startPeer(unsigned int id, int& control, void (*run)(int, RawPeer&)) {
+kl::test::ChildProcess startPeer(unsigned int id, int& control, void (*run)(int, RawPeer&)) {
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+  kl::test::ChildProcess process([&] {
     ::close(ends[0]);
     RawPeer peer;
     if (!peer.connect(kPatienceMs) || peer.registerAs(id) != id) ::_exit(1);
     const char ready = 1;
     if (::write(ends[1], &ready, 1) == 1) run(ends[1], peer);
     ::_exit(1);
-  }
+  });
   ::close(ends[1]);
   control = ends[0];
   char ready = 0;
   if (::read(control, &ready, 1) != 1) std::abort();
-  return pid;
+  return process;
 }
 
 Figures ask(int control) {
@@ -141,16 +138,11 @@ Figures ask(int control) {
 
 }  // namespace
 
-Bystanders::Bystanders() {
-  pids_[1] = startPeer(kEchoId, control_[1], runEcho);
-  pids_[0] = startPeer(kAskerId, control_[0], runAsker);
-}
+Bystanders::Bystanders()
+    : echo_(startPeer(kEchoId, control_[1], runEcho)), asker_(startPeer(kAskerId, control_[0], runAsker)) {}
 
 Bystanders::~Bystanders() {
   for (const int control : control_) ::close(control);
-  ::kill(pids_[0], SIGKILL);
-  ::kill(pids_[1], SIGKILL);
-  for (const pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
 }
 
 Bystanders::Figures Bystanders::take() {

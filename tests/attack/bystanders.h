@@ -1,7 +1,7 @@
 #pragma once
 // bystanders.h: two processes that go on talking to each other, whatever others do.
 
-#include <sys/types.h>
+#include "tests/support/process/child_process.h"
 
 namespace attack {
 
@@ -33,7 +33,7 @@ class Bystanders {
 
  private:
   int control_[2];  // the asker's, the echo's
-  pid_t pids_[2];
+  kl::test::ChildProcess echo_, asker_;
 };
 
 }  // namespace attack

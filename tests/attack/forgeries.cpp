@@ -4,7 +4,6 @@
 // rights.  With the same user what it says about rights is passed on, and only its path is checked.
 
 #include <grp.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <random>
@@ -12,6 +11,7 @@
 #include "tests/attack/client.h"
 #include "tests/attack/scenarios.h"
 #include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child_process.h"
 
 namespace attack {
 namespace {
@@ -107,18 +107,15 @@ Report forgeries(unsigned int frames, unsigned int seed) {
   RawPeer victim;
   report.promise(victim.connect(kPatienceMs) && victim.registerAs(kVictim) == kVictim, "no victim");
   const bool isOther = ::geteuid() == 0;
-  const pid_t pid = ::fork();
-  if (pid == 0) runLiar(frames, seed);
+  kl::test::ChildProcess liar([&] { runLiar(frames, seed); });
   const Arrived arrived = receiveAll(victim, isOther);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
 
   report.figure("frames", frames);
   report.figure("  arrived, as what they are", arrived.frames);
   report.figure("  with a foreign path", arrived.foreignPaths);
   if (isOther) report.figure("  with foreign rights", arrived.foreignRights);
   report.figure("  replies that nobody asked for", arrived.replies);
-  report.promise(WIFEXITED(status) && WEXITSTATUS(status) == 0, "the liar was disconnected");
+  report.promise(liar.waitForEnd() == 0, "the liar was disconnected");
   report.promise(arrived.frames > frames / 2, "too little arrived");
   report.promise(arrived.foreignPaths == 0, "a path did not begin with its sender");
   report.promise(arrived.foreignRights == 0, "rights were not those of the sender");

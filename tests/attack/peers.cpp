@@ -2,13 +2,15 @@
 
 #include <sched.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <new>
 #include <vector>
 
+#include "tests/support/process/child_process.h"
+
 namespace attack {
+
+constexpr int kLongestLifeMs = 3'600'000;
 
 Peers::Peers() {
   void* const memory =
@@ -19,22 +21,16 @@ Peers::Peers() {
 Peers::~Peers() { (void)::munmap(tally_, sizeof(Tally)); }
 
 bool Peers::live(int policy, const std::function<void(unsigned int, Tally&)>& life) {
-  std::vector<pid_t> pids;
-  for (unsigned int peer = 0; peer < kCount; ++peer) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+  std::vector<kl::test::ChildProcess> peers;
+  for (unsigned int peer = 0; peer < kCount; ++peer)
+    peers.emplace_back([&] {
       const sched_param none{};
       (void)::sched_setscheduler(0, policy, &none);
       life(peer, *tally_);
-      ::_exit(0);
-    }
-    pids.push_back(pid);
-  }
+    });
   bool allCameToTheEnd = true;
-  for (const pid_t pid : pids) {
-    int status = -1;
-    allCameToTheEnd = pid > 0 && ::waitpid(pid, &status, 0) == pid && status == 0 && allCameToTheEnd;
-  }
+  for (kl::test::ChildProcess& peer : peers)
+    allCameToTheEnd = peer.waitForEnd(kLongestLifeMs) == 0 && allCameToTheEnd;
   return allCameToTheEnd;
 }
 

@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -100,23 +99,15 @@ void takeManyDescriptors() {
 }
 
 int registrationMs(uid_t user) {
-  int ends[2];
-  if (::pipe(ends) != 0) return -1;
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+  kl::test::Pipe answer;
+  const kl::test::ChildProcess process([&] {
     become(user);
     const auto begin = Clock::now();
     RawPeer peer;
     const bool isIn = peer.connect(kComingMs) && peer.registerAs(0) != 0;
-    const int ms = isIn ? msSince(begin) : -1;
-    ::_exit(::write(ends[1], &ms, sizeof ms) == static_cast<ssize_t>(sizeof ms) ? 0 : 1);
-  }
-  ::close(ends[1]);
-  int ms = -1;
-  if (::read(ends[0], &ms, sizeof ms) != static_cast<ssize_t>(sizeof ms)) ms = -1;
-  ::close(ends[0]);
-  ::waitpid(pid, nullptr, 0);
-  return ms;
+    answer.say(isIn ? msSince(begin) : -1);
+  });
+  return answer.hear<int>().value_or(-1);
 }
 
 Attackers::Attackers() {
@@ -132,32 +123,24 @@ Attackers::~Attackers() {
 
 void Attackers::start(unsigned int processes, const Life& life) {
   for (unsigned int number = 0; number < processes; ++number) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+    processes_.emplace_back([&] {
       takeManyDescriptors();
       become(kNobody);
       life(number, *deeds_);
-      ::_exit(0);
-    }
-    pids_.push_back(pid);
+    });
   }
   (void)comesAbout([this] { return areInPlace(); });
 }
 
 bool Attackers::areInPlace() const {
-  std::size_t ended = 0;
-  for (const pid_t pid : pids_) {
-    siginfo_t info{};
-    const int result = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
-    ended += result == 0 && info.si_pid == pid ? 1 : 0;
-  }
-  return deeds_->inPlace + ended >= pids_.size();
+  const auto ended = std::count_if(processes_.begin(), processes_.end(),
+                                   [](const kl::test::ChildProcess& process) { return process.hasEnded(); });
+  return deeds_->inPlace + static_cast<std::size_t>(ended) >= processes_.size();
 }
 
 void Attackers::kill() {
-  for (const pid_t pid : pids_) (void)::kill(pid, SIGKILL);
-  for (const pid_t pid : pids_) (void)::waitpid(pid, nullptr, 0);
-  pids_.clear();
+  for (const kl::test::ChildProcess& process : processes_) process.signal(SIGKILL);
+  processes_.clear();
 }
 
 Siege::Siege(const std::string& title, Pace pace, unsigned int mostDeeds, const std::string& configuration,

@@ -9,6 +9,7 @@
 #include "tests/attack/bystanders.h"
 #include "tests/attack/scenarios.h"
 #include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child_process.h"
 
 namespace attack {
 
@@ -40,7 +41,7 @@ class Attackers {
   bool areInPlace() const;
 
   Deeds* deeds_;
-  std::vector<pid_t> pids_;
+  std::vector<kl::test::ChildProcess> processes_;
 };
 
 // A loader, two others that talk to each other, and attackers.
