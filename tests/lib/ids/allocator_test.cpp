@@ -7,6 +7,7 @@
 #include <random>
 
 #include "tests/lib/ids/allocator_model.h"
+#include "tests/support/build/effort.h"
 #include "tests/support/process/child.h"
 
 namespace {
@@ -297,13 +298,13 @@ std::string dumpOf(const Allocator& ids) {
 }
 
 // Random steps against the model, over `span` identifiers from 100 on; `stepsADump` of them between comparisons.
-void walkAtRandom(unsigned int span, int steps, int stepsADump, unsigned int seed) {
+void walkAtRandom(unsigned int span, unsigned int steps, unsigned int stepsADump, unsigned int seed) {
   SCOPED_TRACE("span " + std::to_string(span) + ", seed " + std::to_string(seed));
   const Ids pairs{100, 100 + span / 2, 102 + span / 2, 99 + span};
   Allocator ids(pairs);
   kl::test::AllocatorModel model(pairs);
   std::mt19937 random(seed);
-  for (int step = 0; step < steps; ++step) {
+  for (unsigned int step = 0; step < kl::test::inOneThread(steps); ++step) {
     const unsigned int id = 100 + static_cast<unsigned int>(random() % span);
     const unsigned int kind = static_cast<unsigned int>(random() % 64);
     const bool isFree = model.free().count(id) != 0;

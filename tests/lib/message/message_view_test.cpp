@@ -13,6 +13,7 @@
 
 #include "tests/lib/message/allocation_count.h"
 #include "tests/lib/message/view_differences.h"
+#include "tests/support/build/effort.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -367,7 +368,7 @@ TEST(MessageView, RandomMessagesReadAsMessagesDo) {
   const unsigned int seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  for (int i = 0; i < 60; ++i) {
+  for (unsigned int i = 0; i < kl::test::inOneThread(60); ++i) {
     Numbers ids;
     const unsigned int range = 1U << random() % 12;
     for (auto n = random() % 400; n > 0; --n)
@@ -381,7 +382,7 @@ TEST(MessageView, DamagedMessagesReadAsMessagesDo) {
   const unsigned int seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  for (int i = 0; i < 1500; ++i) {
+  for (unsigned int i = 0; i < kl::test::inOneThread(1500); ++i) {
     Bytes damaged = whole;
     for (unsigned int n = random() % 4 + 1; n > 0; --n)
       damaged[random() % damaged.size()] = static_cast<unsigned char>(random());

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "tests/lib/message/model_life.h"
+#include "tests/support/build/effort.h"
 
 namespace kl::test {
 namespace {
@@ -17,7 +18,7 @@ TEST_P(Model, RandomStepsAgreeWithThePlainRules) {
   std::mt19937 random(seed);
   Life life([&](unsigned int n) { return std::uniform_int_distribution<unsigned int>(0, n)(random); },
             GetParam());
-  for (int i = 0; i < 600; ++i) {
+  for (unsigned int i = 0; i < inOneThread(600); ++i) {
     life.step();
     if (i % 3 == 0) life.check();
     if (testing::Test::HasFailure()) return;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/build/effort.h"
 #include "tests/support/hex.h"
 
 namespace {
@@ -192,7 +193,7 @@ TEST(Records, AnAnnouncedCountThatTheBytesCannotHoldEndsTheWalk) {
 TEST(Records, BytesChangedAtRandomAreNeverReadPastTheirEnd) {
   const Bytes flat = bytes(kEveryKind);
   unsigned int seed = 4711;
-  for (int round = 0; round < 20000; ++round) {
+  for (unsigned int round = 0; round < kl::test::inOneThread(20000); ++round) {
     Bytes mutant = flat;
     for (int change = 0; change < 3; ++change) {
       seed = seed * 1664525 + 1013904223;

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "tests/services/loader/fixture.h"
+#include "tests/support/build/effort.h"
 
 namespace {
 
@@ -143,7 +144,7 @@ TEST_F(OpenRequestsTest, RandomStepsAgreeWithAList) {
   std::deque<Model> model;
   std::mt19937 random(4711);
   Service* services[] = {&a_, &b_, &c_};
-  for (int step = 0; step < 30000; ++step) {
+  for (unsigned int step = 0; step < kl::test::inOneThread(30000); ++step) {
     const auto upTo = [&](unsigned int end) { return static_cast<unsigned int>(random() % end); };
     Model m{services[upTo(3)], services[upTo(3)], upTo(40), upTo(3)};
     if (random() % 2 == 0 && model.size() < 500) {

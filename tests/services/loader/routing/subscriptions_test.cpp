@@ -8,6 +8,7 @@
 
 #include "services/loader/quota/accounts.h"
 #include "tests/services/loader/fixture.h"
+#include "tests/support/build/effort.h"
 
 namespace {
 
@@ -245,7 +246,7 @@ TEST_F(SubscriptionsTest, RandomStepsKeepTheTableAndItsAccountsTrue) {
   std::set<Key> model;
   std::minstd_rand random(4711);
   const auto below = [&](unsigned int end) { return static_cast<unsigned int>(random() % end); };
-  for (int step = 0; step < 20000; ++step) {
+  for (unsigned int step = 0; step < kl::test::inOneThread(20000); ++step) {
     Service* const at = services[below(5)];
     Service* const of = services[below(5)];
     const Key key{at, of, below(3), below(3), below(3)};
