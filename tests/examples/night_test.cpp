@@ -23,6 +23,7 @@
 #include "tests/services/loader/supervision.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/page.h"
+#include "tests/support/process/child_process.h"
 
 namespace {
 
@@ -124,17 +125,14 @@ constexpr unsigned int kReportsId = 301;
 // A request of an ordinary user is answered with "not allowed".
 bool nobodyIsRefused() {
   constexpr uid_t kNobody = 65534;
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+  return kl::test::holdsAs(kNobody, [] {
     kl::test::RawPeer web;
-    const bool isIn = ::setuid(kNobody) == 0 && web.connect() && web.registerAs(kWebId) == kWebId &&
+    const bool isIn = web.connect() && web.registerAs(kWebId) == kWebId &&
                       web.send(kl::test::request({netif::SERVICE}, kl::CMD_SETOBJ, 17, {7}));
     const auto answer = isIn ? web.receiveReply(17) : std::nullopt;
     unsigned int code = kl::ERROR_OK;
-    ::_exit(answer && kl::isError(*answer, &code) && code == kl::ERROR_NOTALLOWED ? 0 : 1);
-  }
-  int status = 0;
-  return ::waitpid(pid, &status, 0) == pid && status == 0;
+    return answer && kl::isError(*answer, &code) && code == kl::ERROR_NOTALLOWED;
+  });
 }
 
 std::string failing(const std::string& name, unsigned int id) {
