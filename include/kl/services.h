@@ -42,6 +42,7 @@ inline constexpr field<unsigned long long> SVC_ALL_BYTES_OUT{0x1000004d};
 inline constexpr field<unsigned long long> SVC_ALL_DROPS{0x1000004e};
 inline constexpr field<unsigned long long> SVC_ALL_DENIALS{0x1000004f};
 inline constexpr field<unsigned long long> SVC_CONNECTIONS{0x10000050};
+inline constexpr field<bool> SVC_CONFIGURED{0x00000051};  // else it has only connected
 // The second since 1970 at which it is started if it has left by then; absent where it named none (CTRL_WAKE_AT).
 inline constexpr field<unsigned int> SVC_WAKE_AT{0x08000022};
 // "killed by SIGSEGV in leases.cpp:175 leases::Leases::cmdGetObj", "ended with status 1"; absent before

@@ -3,7 +3,9 @@
 
 #include "services/common/metrics.h"
 
+#include <initializer_list>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "services/common/text.h"

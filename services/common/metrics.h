@@ -1,6 +1,7 @@
 #pragma once
 // metrics.h: the figures of the whole bus as OpenMetrics text.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>

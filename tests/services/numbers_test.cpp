@@ -66,6 +66,7 @@ const std::vector<Number>& numbers() {
       NUMBER(SVC_ALL_DROPS, loader_service::ALL_DROPS),
       NUMBER(SVC_ALL_DENIALS, loader_service::ALL_DENIALS),
       NUMBER(SVC_CONNECTIONS, loader_service::CONNECTIONS),
+      NUMBER(SVC_CONFIGURED, loader_service::CONFIGURED),
       NUMBER(SVC_WAKE_AT, loader_service::WAKE_AT),
       NUMBER(SVC_OLDEST, loader_service::OLDEST),
       NUMBER(SVC_SILENT, loader_service::SILENT),

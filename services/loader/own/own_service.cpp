@@ -100,6 +100,7 @@ kl::message objectOf(const Service& s) {
   row.insert(loader_service::BYTES_OUT, s.traffic.bytesOut);
   row.insert(loader_service::DROPS, s.traffic.drops);
   row.insert(loader_service::DENIALS, s.traffic.denials);
+  if (s.isConfigured) row.insert(loader_service::CONFIGURED, true);
   if (s.wakeAt != 0) row.insert(loader_service::WAKE_AT, s.wakeAt);
   if (s.pid > 0) row.insert(loader_service::PID, static_cast<unsigned int>(s.pid));
   if (!s.lastEnd.empty()) row.insert(loader_service::LAST_END, s.lastEnd);

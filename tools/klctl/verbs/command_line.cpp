@@ -65,6 +65,8 @@ class Parser {
             kTimeout | kFields, &Parser::interpretStuck);
     addTop();
     addTrace();
+    addVerb(app_, Verb::kMetrics, "metrics", "Print the figures of the bus as OpenMetrics text", kTimeout,
+            &Parser::interpretMetrics);
     addCrashes();
     addDump();
     addUndo();
@@ -485,6 +487,11 @@ class Parser {
   // A user who asks what is stuck does not want to wait for it.
   void interpretStuck() {
     if (options_[kTimeout]->count() == 0) line_.timeout = kPatienceWithTheStuck;
+  }
+
+  void interpretMetrics() {
+    if (line_.json)
+      throw usage("metrics has a format of its own; klctl --json getall loader has the figures");
   }
 
   void interpretQuestion() {

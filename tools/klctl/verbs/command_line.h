@@ -29,6 +29,7 @@ enum class Verb {
   kStuck,
   kTop,
   kTrace,
+  kMetrics,
   kCrashList,
   kCrashShow,
   kDump,

@@ -15,6 +15,7 @@
 #include "verbs/introspect.h"
 #include "verbs/log.h"
 #include "verbs/log_follow.h"
+#include "verbs/metrics.h"
 #include "verbs/new_service.h"
 #include "verbs/reload.h"
 #include "verbs/request.h"
@@ -50,6 +51,7 @@ constexpr Row kRows[] = {
     {Verb::kStuck, showStuck},
     {Verb::kTop, showTop},
     {Verb::kTrace, traceMessages},
+    {Verb::kMetrics, showMetrics},
     {Verb::kCrashList, listCrashes},
     {Verb::kCrashShow, showCrash},
     {Verb::kDump, dumpFile},

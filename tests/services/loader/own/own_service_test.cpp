@@ -212,6 +212,9 @@ TEST_F(OwnServiceTest, ARowTellsAllOfAService) {
   EXPECT_EQ(row.get(kl::SVC_QUEUE, 9), 0u);
   EXPECT_EQ(row.get(kl::SVC_REQUESTS, 9), 0u);
   EXPECT_FALSE(row.has(kl::SVC_WAKE_AT));
+  EXPECT_FALSE(row.get(kl::SVC_CONFIGURED, false));
+  s.isConfigured = true;
+  EXPECT_TRUE(loader::objectOf(s).get(kl::SVC_CONFIGURED, false));
   s.wakeAt = 1800000000;
   EXPECT_EQ(loader::objectOf(s).get(kl::SVC_WAKE_AT, 0), 1800000000u);
 }
