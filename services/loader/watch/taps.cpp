@@ -29,10 +29,12 @@ PassingMessage passing(const Envelope& e, unsigned int from, Path path) {
   return message;
 }
 
-// As a service would have written it: its path begins with the receiver, and who sends it does not name itself.
+// As a service would have written it: its path begins with the receiver, and who sends it does not name itself.  Between
+// the loader and a process the path is [1] for both.
 kl::message::flat_message asWritten(const kl::message& m, unsigned int receiver) {
   kl::message written(m);
-  std::vector<unsigned int> to = m.get(kl::SYS_TO, {});
+  std::vector<unsigned int> to;
+  if (!m.has(kl::SYS_CTRL)) to = m.get(kl::SYS_TO, {});
   to.insert(to.begin(), receiver);
   written.insert(kl::SYS_TO, to);
   std::vector<unsigned int> from = m.get(kl::SYS_FROM, {});
@@ -57,7 +59,8 @@ kl::message Taps::answer(Service& asker, const kl::message& request) {
   if (const std::string fault = filter.read(request); !fault.empty())
     return kl::errorMsg(kl::ERROR_FAILED, fault);
   if (filter.contents() > 0 && !mayReadContents(asker, request))
-    return kl::errorMsg(kl::ERROR_NOTALLOWED, "the contents of messages are for root alone");
+    return kl::errorMsg(kl::ERROR_NOTALLOWED,
+                        "the contents of messages are for root alone, their headers are not");
   if (former == taps_.end() && taps_.size() >= kMost)
     return kl::errorMsg(kl::ERROR_BUSY, "there are " + std::to_string(kMost) + " taps already");
   if (former != taps_.end()) taps_.erase(former);

@@ -180,6 +180,11 @@ TEST_F(TapsTest, WhatTheLoaderSaysIsShownAsAServiceWouldHaveWrittenIt) {
   const kl::message pathless(all[2].get(common::tap::CONTENTS, {}));
   EXPECT_EQ(pathless.get(kl::SYS_TO, {}), Ids{24});
   EXPECT_FALSE(pathless.has(kl::SYS_FROM));
+  kl::message control;
+  control.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
+  control.insert(kl::SYS_CTRL, kl::CTRL_READY);
+  (void)outbox_.send(b_, control, loader::Urgency::kNotice);
+  EXPECT_EQ(kl::message(shown().at(0).get(common::tap::CONTENTS, {})).get(kl::SYS_TO, {}), Ids{24});
 }
 
 TEST_F(TapsTest, TheLargestMessageIsShownByAsMuchAsAFrameTakes) {
