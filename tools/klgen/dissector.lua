@@ -2,11 +2,19 @@
 -- is of what the senders wrote; the interface of a packet is its sender, "netif (32)".  Of frames that were cut by the
 -- capture the part that is there is shown.
 
+-- Wireshark takes a protocol once: a second script adds its services to those of the first.
+if _G.kelo_names then
+  for number, service in pairs(names.services) do _G.kelo_names.services[number] = service end
+  return
+end
+_G.kelo_names = names
+
 local kTypes = { [0] = "bool", "u32", "u64", "addr6", "string", "message", "raw" }
 local kSpaces = { [0x00] = "", [0xfd] = "local.", [0xfe] = "std.", [0xff] = "sys." }
 local kFixed = { bool = 0, u32 = 4, u64 = 8, addr6 = 16 }
 local kShort = { u32 = true, string = true, message = true, raw = true }
 local kDeepest = 16
+local kReply = 2
 
 local kelo = Proto("kelo", "Kelo message")
 local shown = {
@@ -137,6 +145,13 @@ local function commandText(code, owner, handler)
   return own and own[code] or names.commands[code] or string.format("0x%x", code)
 end
 
+-- From where a reply finds its way; it begins inside the sender.
+local function insideText(values)
+  local hops = {}
+  for index, value in ipairs(values) do hops[index] = value[1] end
+  return table.concat(hops, ".")
+end
+
 local function pathText(values)
   local hops = {}
   for index, value in ipairs(values) do
@@ -165,6 +180,8 @@ end
 
 local function numberIn(value) return value and value[2] end
 
+local function isReply(head) return numberIn(head.SYS_TYPE) == kReply end
+
 local function valueOf(records, name)
   for _, record in ipairs(records) do
     local field = names.controlFields[record.id]
@@ -180,7 +197,7 @@ local function ownersOf(head, sender, records)
     return { { fields = names.controlFields, commands = {} }, service and { fields = service.settings } }
   end
   local receiver = head.SYS_TO and numberIn(head.SYS_TO[1])
-  local isRequest = not head.SYS_TYPE and (head.SYS_REQID or head.SYS_REPLYEXP)
+  local isRequest = not isReply(head) and (head.SYS_REQID or head.SYS_REPLYEXP)
   local owners = {}
   for _, id in ipairs(isRequest and { receiver or -1, sender or -1 } or { sender or -1, receiver or -1 }) do
     owners[#owners + 1] = names.services[id]
@@ -226,7 +243,7 @@ end
 local function kindOf(head, isRequest)
   if head.SYS_CTRL then return "control" end
   if head.SYS_STATUS and numberIn(head.SYS_STATUS) == 2 then return "error" end
-  if head.SYS_TYPE then return "reply" end
+  if isReply(head) then return "reply" end
   return isRequest and "request" or "message"
 end
 
@@ -270,7 +287,7 @@ function kelo.dissector(buffer, packet, root)
   add(shown.service, owners[1] and owners[1].name)
   add(shown.kind, kind)
   add(shown.to, head.SYS_TO and pathText(head.SYS_TO))
-  add(shown.from, head.SYS_FROM and pathText(head.SYS_FROM))
+  add(shown.from, head.SYS_FROM and insideText(head.SYS_FROM))
   add(shown.command, (kind == "request" or kind == "message") and command or nil)
   add(shown.request, numberIn(head.SYS_REQID))
   add(shown.error, kind == "error" and (names.errors[numberIn(head.SYS_ERRNO) or 0] or "unknown") or nil)

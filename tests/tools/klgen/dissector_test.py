@@ -100,10 +100,21 @@ class Dissector(unittest.TestCase):
         return [row[0] != "" for row in self.fields(packets, "kelo.malformed")]
 
     def test_a_request_is_shown_by_the_names_of_its_receiver(self):
-        request = message(SYS_TO=[32, 0], SYS_FROM=[7], SYS_REPLYEXP=True, SYS_REQID=5, SYS_CMD=CMD_GETOBJ, STD_ID=2)
+        request = message(SYS_TO=[32, 0], SYS_FROM=[1], SYS_TYPE=1, SYS_REPLYEXP=True, SYS_REQID=5, SYS_CMD=CMD_GETOBJ, STD_ID=2)
         rows = self.fields([("web (65540)", frame(request))], "kelo.sender", "kelo.service", "kelo.kind", "kelo.to",
                            "kelo.from", "kelo.command", "kelo.request", "_ws.col.Info", "kelo.malformed")
-        self.assertEqual(rows, [["web (65540)", "netif", "request", "netif.0", "7", "GETOBJ", "5", "GETOBJ id=2", ""]])
+        self.assertEqual(rows, [["web (65540)", "netif", "request", "netif.0", "1", "GETOBJ", "5", "GETOBJ id=2", ""]])
+
+    def test_a_second_script_adds_its_services_to_the_first(self):
+        second = self.folder.name + "/second.lua"
+        description = pathlib.Path(self.folder.name, "leases.toml")
+        description.write_text('fields = [{ name = "mac", field = "string:1" }]\n'
+                               '[service]\nname = "leases"\nid = 601\ntitle = "L"\nversion = "1.0"\ndoc = "d"\n')
+        subprocess.run([*KLGEN, "dissector", "-o", second, str(description)], check=True)
+        sent = message(SYS_TO=[601], SYS_TYPE=1, SYS_REQID=5)
+        text = self.tshark([("netif (32)", frame(sent))], "-X", "lua_script:" + second, "-T", "fields",
+                           "-e", "kelo.to", "-e", "kelo.service", "-e", "kelo.field")
+        self.assertTrue(text.startswith("leases\tleases\t"), text)
 
     def test_what_is_no_request_is_shown_by_the_names_of_its_sender(self):
         lo = message(STD_ID=1)
