@@ -5,9 +5,6 @@
 // disconnects it in the end.
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,6 +13,7 @@
 #include "tests/attack/client.h"
 #include "tests/attack/scenarios.h"
 #include "tests/support/doubles/loader_process.h"
+#include "tests/support/process/child_process.h"
 
 namespace attack {
 namespace {
@@ -23,6 +21,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using kl::test::LoaderProcess;
 
+constexpr int kLongestReadMs = 3'600'000;
 constexpr char kStuck[] = "reads nothing while its queue is full";
 constexpr kl::field<unsigned int> kNumber{0x08000001};
 constexpr kl::field<unsigned long long> kSentAt{0x10000002};
@@ -84,21 +83,15 @@ class Readers {
   Seen seen_{};
 };
 
-pid_t startReaders(unsigned int count, int& result) {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return -1;
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+// The result is heard when all of them have read.
+kl::test::ChildProcess startReaders(unsigned int count, kl::test::Pipe& result) {
+  kl::test::ChildProcess process([&] {
     Readers readers(count);
-    const char ready = 1;
-    (void)!::write(ends[1], &ready, 1);
-    const Seen seen = readers.read();
-    ::_exit(::write(ends[1], &seen, sizeof seen) == static_cast<ssize_t>(sizeof seen) ? 0 : 1);
-  }
-  ::close(ends[1]);
-  result = ends[0];
-  char ready = 0;
-  return ::read(result, &ready, 1) == 1 ? pid : -1;
+    result.say('!');
+    result.say(readers.read());
+  });
+  (void)result.hear<char>();
+  return process;
 }
 
 kl::message news(unsigned int number, unsigned int payloadBytes, bool isLast) {
@@ -116,8 +109,8 @@ Report stuckReader(unsigned int readers, unsigned int deliveriesASecond, unsigne
                    unsigned int seconds) {
   Report report{"One stuck reader among " + std::to_string(readers), {}, {}, 0};
   LoaderProcess loader("[loader]\nqueue_limit = 262144\nstall_seconds = 1\n");
-  int result = -1;
-  const pid_t pid = startReaders(readers - 1, result);
+  kl::test::Pipe result;
+  const kl::test::ChildProcess process = startReaders(readers - 1, result);
   RawPeer stuck;
   if (stuck.connect(kPatienceMs)) (void)stuck.registerAs(0);
   Client sender;
@@ -135,11 +128,9 @@ Report stuckReader(unsigned int readers, unsigned int deliveriesASecond, unsigne
     if (n % rate == 0) peak = std::max(peak, loader.memory());
   }
   const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
-  Seen seen{};
-  report.promise(::read(result, &seen, sizeof seen) == static_cast<ssize_t>(sizeof seen),
-                 "the readers failed");
-  ::waitpid(pid, nullptr, 0);
-  ::close(result);
+  const auto heard = result.hear<Seen>(kLongestReadMs);
+  report.promise(heard.has_value(), "the readers failed");
+  const Seen seen = heard.value_or(Seen{});
 
   report.figure("deliveries", seen.deliveries);
   report.figure("  a second",

@@ -91,10 +91,9 @@ Pipe::~Pipe() {
 void Pipe::write(const void* bytes, std::size_t count) const { (void)!::write(ends_[1], bytes, count); }
 
 // Without the own end for writing the other's end is seen.
-bool Pipe::read(void* bytes, std::size_t count) {
+bool Pipe::read(void* bytes, std::size_t count, int deadlineMs) {
   if (ends_[1] >= 0) ::close(std::exchange(ends_[1], -1));
-  return isReadable(ends_[0], ChildProcess::kPatienceMs) &&
-         ::read(ends_[0], bytes, count) == static_cast<ssize_t>(count);
+  return isReadable(ends_[0], deadlineMs) && ::read(ends_[0], bytes, count) == static_cast<ssize_t>(count);
 }
 
 bool holdsAs(uid_t user, const std::function<bool()>& part) {

@@ -65,14 +65,14 @@ class Pipe {
 
   // Waits for the next value; nothing when the other process has ended, or nothing comes in time.
   template <class T>
-  std::optional<T> hear() {
+  std::optional<T> hear(int deadlineMs = ChildProcess::kPatienceMs) {
     T value;
-    return read(&value, sizeof value) ? std::optional(value) : std::nullopt;
+    return read(&value, sizeof value, deadlineMs) ? std::optional(value) : std::nullopt;
   }
 
  private:
   void write(const void* bytes, std::size_t count) const;
-  bool read(void* bytes, std::size_t count);
+  bool read(void* bytes, std::size_t count, int deadlineMs);
 
   std::array<int, 2> ends_;
 };
