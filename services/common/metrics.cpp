@@ -103,7 +103,7 @@ constexpr ServiceFamily kServiceGauges[] = {
      [](const ServiceMetrics& s) { return seconds(s.oldestMs); }},
 };
 
-// What a quoted label needs.  printable() has left no newline.
+// The label as it stands between quotes.  printable() has left no newline.
 std::string quoted(const std::string& text) {
   std::string result = "\"";
   for (const char c : text) {

@@ -8,7 +8,7 @@
 
 namespace common {
 
-// What passed between the loader and a service, or all services, since the loader began.  None becomes less.
+// The traffic between the loader and a service, or all services, since the loader began.  No figure becomes less.
 struct TrafficMetrics {
   unsigned long long messagesIn = 0;  // delivered
   unsigned long long messagesOut = 0;
@@ -44,8 +44,8 @@ struct BusMetrics {
   void add(ServiceMetrics service, bool hasOwnLines);
 };
 
-// The text, counters first, then gauges, in base units, with "# EOF" behind it.  What of a service is seldom other than
-// 0 (drops, denials, queue, requests) is left out while it is, for the sake of those who read a hundred services.
+// The text, counters first, then gauges, in base units, with "# EOF" behind it.  A figure that is seldom other than 0
+// (drops, denials, queue, requests) is left out while it is 0, for the sake of those who read a hundred services.
 //
 //     # TYPE kelo_in_messages counter
 //     # HELP kelo_in_messages Messages delivered to the service.

@@ -43,7 +43,7 @@ kl::message loaderRow() {
   return row;
 }
 
-// What klctl prints of a loader with a configured service and a stranger, and whether it has each of the lines.
+// The output of klctl for a loader with a configured service and a stranger, and whether it has each of the lines.
 class MetricsVerb : public testing::Test {
  protected:
   std::string run() {
