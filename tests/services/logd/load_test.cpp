@@ -32,6 +32,7 @@ namespace logd::test {
 namespace {
 
 constexpr unsigned int kWriters = 20;
+constexpr int kLongestMs = 3'600'000;  // for the writers: a hang ends with the time of the test
 constexpr std::size_t kReadBytes = 65536;
 constexpr std::size_t kRecordHead = 4;
 
@@ -55,7 +56,7 @@ class Writers {
 
   bool end() {
     bool allDone = true;
-    for (kl::test::ChildProcess& writer : writers_) allDone = writer.waitForEnd() == 0 && allDone;
+    for (kl::test::ChildProcess& writer : writers_) allDone = writer.waitForEnd(kLongestMs) == 0 && allDone;
     return allDone;
   }
 
