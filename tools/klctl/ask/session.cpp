@@ -73,10 +73,10 @@ Bytes Session::carry(Order::Kind kind, const kl::message& m) {
   throw noLoader("the loader went away");
 }
 
-Interrupt::Interrupt() {
+Interrupt::Interrupt(std::initializer_list<int> signals) {
   sigset_t interrupt;
   ::sigemptyset(&interrupt);
-  ::sigaddset(&interrupt, SIGINT);
+  for (const int signal : signals) ::sigaddset(&interrupt, signal);
   fd_ = ::signalfd(-1, &interrupt, SFD_CLOEXEC | SFD_NONBLOCK);
   if (fd_ >= 0) (void)::sigprocmask(SIG_BLOCK, &interrupt, &before_);
 }

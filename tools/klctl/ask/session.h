@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <initializer_list>
 
 #include "ask/courier.h"
 #include "ask/pipe.h"
@@ -43,21 +44,21 @@ class Session {
 // Throws Failure(kUsage) for a request that no frame can carry.
 void refuseOversized(const kl::message& m);
 
-// While it lives, SIGINT does not end klctl but makes a descriptor readable.  A courier that is started meanwhile
-// does not get the signal.
+// While it lives, SIGINT, or each of the signals that are named, does not end klctl but makes a descriptor readable.  A
+// courier that is started meanwhile does not get the signal.
 //
-// Errors:    where no descriptor can be made, SIGINT keeps its effect and fd() is -1.
-// Ownership: owns the descriptor; the destructor gives SIGINT its effect back.
+// Errors:    where no descriptor can be made, the signals keep their effect and fd() is -1.
+// Ownership: owns the descriptor; the destructor gives the signals their effect back.
 // Threads:   make it before there are others.
 // Cost:      one descriptor.
 class Interrupt {
  public:
-  Interrupt();
+  explicit Interrupt(std::initializer_list<int> signals = {SIGINT});
   ~Interrupt();
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  // Readable from the first SIGINT on.
+  // Readable from the first such signal on.
   int fd() const { return fd_; }
 
  private:

@@ -21,6 +21,7 @@ namespace {
 constexpr double kShortestTimeout = 0.01;
 constexpr double kLongestTimeout = 1e6;
 constexpr unsigned int kMostTables = 1'000'000'000;
+constexpr unsigned int kMostCaptured = kl::FRAME_MOST_BYTES;
 constexpr unsigned long long kShortestIntervalMs = 100;
 constexpr unsigned long long kLongestTimeMs = 86'400'000;
 // For the registration, and for each answer: 200 ms all in all.
@@ -67,6 +68,7 @@ class Parser {
     addTrace();
     addVerb(app_, Verb::kMetrics, "metrics", "Print the figures of the bus as OpenMetrics text", kTimeout,
             &Parser::interpretMetrics);
+    addCapture();
     addCrashes();
     addDump();
     addUndo();
@@ -242,21 +244,41 @@ class Parser {
   }
 
   void addTrace() {
-    CLI::App* trace = addVerb(app_, Verb::kTrace, "trace", "Show the messages that pass", kTimeout | kFields);
-    trace->add_option("SERVICE", line_.trace.service, "Only those from or to this service")->type_name("");
-    trace->add_option("PEER", line_.trace.peer, "Only those between it and this one")->type_name("");
-    trace->add_option("--command", line_.trace.command, "Only those with this command, and replies to them")
+    addTapWords(addVerb(app_, Verb::kTrace, "trace", "Show the messages that pass", kTimeout | kFields));
+  }
+
+  void addCapture() {
+    CLI::App* capture = addVerb(app_, Verb::kCapture, "capture", "Keep the messages that pass, for Wireshark",
+                                kTimeout | kFields);
+    capture->add_option("-o,--output", line_.file, "The file, a new one; - is the standard output")
+        ->required()
+        ->type_name("FILE");
+    addTapWords(capture);
+    CLI::Option* bytes =
+        capture->add_option("-s,--bytes", line_.captureBytes, "Only the first bytes of each message");
+    bytes->type_name("COUNT")->check(CLI::Range(1u, kMostCaptured))->default_val(kMostCaptured);
+    capture
+        ->add_flag_callback(
+            "--headers", [this] { line_.captureBytes = 0; },
+            "Nothing of what is in the messages, but what trace shows of each")
+        ->excludes(bytes);
+  }
+
+  // The words that say which messages, and how many.
+  void addTapWords(CLI::App* verb) {
+    verb->add_option("SERVICE", line_.trace.service, "Only those from or to this service")->type_name("");
+    verb->add_option("PEER", line_.trace.peer, "Only those between it and this one")->type_name("");
+    verb->add_option("--command", line_.trace.command, "Only those with this command, and replies to them")
         ->type_name("CMD");
-    trace->add_flag("--errors", line_.trace.errorsOnly, "Only errors");
-    trace
-        ->add_option_function<std::string>(
+    verb->add_flag("--errors", line_.trace.errorsOnly, "Only errors");
+    verb->add_option_function<std::string>(
             "--slow",
             [this](const std::string& word) {
               line_.trace.slowMs = static_cast<unsigned int>(millisecondsOf("--slow", word, 1, "1ms"));
             },
             "Only replies that took as long: 10ms, 2s")
         ->type_name("TIME");
-    trace->add_option("-n,--count", line_.trace.count, "End after so many messages")->type_name("COUNT");
+    verb->add_option("-n,--count", line_.trace.count, "End after so many messages")->type_name("COUNT");
   }
 
   void addCrashes() {

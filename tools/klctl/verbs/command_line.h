@@ -30,6 +30,7 @@ enum class Verb {
   kTop,
   kTrace,
   kMetrics,
+  kCapture,
   kCrashList,
   kCrashShow,
   kDump,
@@ -75,7 +76,7 @@ struct TopWords {
   LoadOrder order = LoadOrder::kId;
 };
 
-// The messages that kTrace shows.
+// The messages that kTrace shows and kCapture keeps.
 struct TraceWords {
   std::string service;  // one end; empty: any
   std::string peer;     // the other end
@@ -96,14 +97,16 @@ struct CommandLine {
   bool dump = false;
   bool secrets = false;
   bool noReply = false;
-  std::string file;  // of kDump, "-" is the standard input; of a store its path; of kNew the name
+  std::string file;  // of kDump, "-" is the standard input; of a store its path; of kNew the name;
+                     // of kCapture where it goes, "-" is the standard output
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
   std::string fields;                      // --fields, else the folder beside the program
   LogWords log;
   TopWords top;
   TraceWords trace;
-  std::string user;    // whose rights kRightsExplain explains
-  std::string sender;  // the service that sends for him; empty: any other process of his
+  unsigned int captureBytes = 0;  // of each message, 0: none
+  std::string user;               // whose rights kRightsExplain explains
+  std::string sender;             // the service that sends for him; empty: any other process of his
   // Of kComplete, the words behind klctl; the cursor is at the end of the last one.
   std::vector<std::string> unfinished;
 };

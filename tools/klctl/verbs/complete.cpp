@@ -55,7 +55,9 @@ class Candidates {
  private:
   bool addArgument() {
     const std::string& argument = place_.argument;
-    if (argument == "FILE" || argument == "--fields" || place_.verb.starts_with("store ")) return false;
+    if (argument == "FILE" || argument == "--fields" || argument == "--output" ||
+        place_.verb.starts_with("store "))
+      return false;
     if (argument == "SERVICE" || argument == "PEER" || argument == "--sender" || argument == "--service")
       addServices();
     else if (argument == "PATH") addPaths();

@@ -1,4 +1,4 @@
-// The courier asks the loader for a tap and emits what it shows; names are those that services have at the beginning.
+// Names are those that services have at the beginning.
 
 #include "verbs/trace.h"
 
@@ -6,54 +6,17 @@
 #include <cstdio>
 #include <ctime>
 
-#include "ask/events.h"
-#include "ask/session.h"
 #include "output/show.h"
 #include "services/common/tap.h"
 #include "services/common/text.h"
-#include "values/failure.h"
-#include "values/similar.h"
-#include "verbs/resolve.h"
+#include "verbs/tapping.h"
 
 namespace klctl {
 namespace {
 
 namespace tap = common::tap;
 
-constexpr unsigned int kOwnNumber = 1;
 constexpr std::size_t kEndsWidth = 28;
-
-// Asks for the tap and emits what it shows.
-class TapFollower : public kl::Handler {
- public:
-  explicit TapFollower(const Emit& emit) : emit_(emit) {}
-
-  // Needs: to be one of the Looper's handlers.
-  void begin(kl::message request, int timeoutTicks) {
-    const kl::message reply = exchangeCmd(request, tap::CMD_TAP, timeoutTicks);
-    emit_(toMessage(kl::isError(reply) ? EventKind::kLost : EventKind::kComplete, reply));
-  }
-
- private:
-  // Every message that comes was asked for.
-  bool checkPolicy(const kl::message&) override { return true; }
-
-  void handleCmd(const kl::message& m, unsigned int command) override {
-    if (command != tap::CMD_TAP) return Handler::handleCmd(m, command);
-    for (const kl::message object : m.get(kl::STD_OBJS, {})) emit_(toMessage(EventKind::kObject, object));
-  }
-
-  const Emit& emit_;
-};
-
-Job traceJob(const kl::message& request, int timeoutTicks) {
-  return [=](JobLooper& looper, const Emit& emit) {
-    TapFollower follower(emit);
-    looper.addHandler(kOwnNumber, &follower);
-    follower.begin(request, timeoutTicks);
-    looper.run();
-  };
-}
 
 std::string timeText(unsigned long long microseconds) {
   const auto seconds = static_cast<std::time_t>(microseconds / 1'000'000);
@@ -66,54 +29,6 @@ std::string timeText(unsigned long long microseconds) {
 }
 
 std::string errorText(unsigned int code) { return kl::getError(kl::errorMsg(code, "")); }
-
-// Those of the description of a service, by name.
-void addCommands(const CommandLine& line, const std::string& service,
-                 std::map<std::string, unsigned int>& all) {
-  if (service.empty()) return;
-  const auto description = dictionaryFor(line, service).description;
-  if (!description) return;
-  for (const auto& object : description->objects)
-    for (const auto& command : object.commands) all.emplace(command.name, command.code);
-}
-
-unsigned int commandFor(const CommandLine& line) {
-  if (const auto known = parseCommand(line.trace.command)) return *known;
-  std::map<std::string, unsigned int> described;
-  addCommands(line, line.trace.service, described);
-  addCommands(line, line.trace.peer, described);
-  const auto found = described.find(line.trace.command);
-  if (found != described.end()) return found->second;
-  std::vector<std::string> names;
-  for (const auto& [name, code] : described) names.push_back(name);
-  throw usage("there is no command '" + line.trace.command + "'" + didYouMean(line.trace.command, names));
-}
-
-kl::message requestFor(const CommandLine& line, const Exchange& exchange) {
-  kl::message m;
-  m.insert(kl::SYS_TO, {kl::SERVICE_LOADER});
-  if (!line.trace.command.empty()) m.insert(tap::COMMAND, commandFor(line));
-  if (!line.trace.service.empty()) m.insert(tap::SERVICES, {resolveId(line.trace.service, exchange)});
-  if (!line.trace.peer.empty()) m.insert(tap::PEER, resolveId(line.trace.peer, exchange));
-  if (line.trace.errorsOnly) m.insert(tap::ERRORS, true);
-  if (line.trace.slowMs != 0) m.insert(tap::SLOW, line.trace.slowMs);
-  return m;
-}
-
-std::string wishText(const CommandLine& line) {
-  const TraceWords& words = line.trace;
-  std::string text = words.errorsOnly ? "errors" : words.slowMs != 0 ? "replies" : "messages";
-  if (words.service.empty()) text += " of all services";
-  else if (words.peer.empty()) text += " of " + words.service;
-  else text += " between " + words.service + " and " + words.peer;
-  if (!words.command.empty()) text += ", command " + words.command;
-  if (words.slowMs != 0) text += ", " + std::to_string(words.slowMs) + " ms and slower";
-  return text;
-}
-
-std::string countText(const TraceReport& report) {
-  return std::to_string(report.messages()) + " messages, " + std::to_string(report.lost()) + " lost";
-}
 
 std::string exactAge(unsigned long long microseconds) {
   if (microseconds >= 1'000'000) return ageText(microseconds / 1000);
@@ -215,20 +130,19 @@ std::string TraceReport::receiversOf(const kl::message& shown) const {
 
 std::string TraceReport::nameOf(unsigned int service) const { return services_.nameOf(service); }
 
+std::string TraceReport::countText() const {
+  return std::to_string(messages_) + " messages, " + std::to_string(lost_) + " lost";
+}
+
 void traceMessages(const CommandLine& line, const Channels& channels) {
-  const kl::message request = requestFor(line, channels.exchange);
+  const kl::message request = tapRequest(line, channels.exchange);
   TraceReport report(line, fetchOpenRequests(channels.exchange));
   channels.disconnect();
-  const Interrupt interrupt;
-  StreamSession stream(line.timeout, traceJob(request, ticksOf(line.timeout)));
-  const auto isEnough = [&] { return line.trace.count != 0 && report.messages() >= line.trace.count; };
-  for (kl::message m; !isEnough() && stream.next(m, {}, interrupt.fd()) == StreamSession::kArrived;) {
-    const Event event = eventOf(m);
-    if (event.kind == EventKind::kLost) throw refused("loader", kl::message(event.content), tap::CMD_TAP);
-    if (event.kind == EventKind::kComplete) channels.remark(wishText(line));
-    else channels.print(report.lineOf(kl::message(event.content)));
-  }
-  channels.remark(countText(report));
+  followTap(request, line,
+            {.begin = [&] { channels.remark(tapWish(line)); },
+             .take = [&](const kl::message& shown) { channels.print(report.lineOf(shown)); },
+             .isEnough = [&] { return line.trace.count != 0 && report.messages() >= line.trace.count; }});
+  channels.remark(report.countText());
 }
 
 }  // namespace klctl

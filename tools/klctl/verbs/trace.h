@@ -30,6 +30,11 @@ class TraceReport {
 
   unsigned long long messages() const { return messages_; }
   unsigned long long lost() const { return lost_; }
+  // "17 messages, 0 lost"
+  std::string countText() const;
+
+  // Of a service: as the loader called it in the beginning, or its number.
+  std::string nameOf(unsigned int service) const;
 
  private:
   using Request = std::tuple<unsigned int, unsigned int, unsigned int>;  // asker, asked, number
@@ -40,7 +45,6 @@ class TraceReport {
   std::string kindOf(const kl::message& shown);
   std::string commandOf(const kl::message& shown);
   std::string receiversOf(const kl::message& shown) const;
-  std::string nameOf(unsigned int service) const;
 
   const CommandLine& line_;
   OpenRequests services_;

@@ -8,6 +8,7 @@
 
 #include "values/failure.h"
 #include "verbs/action.h"
+#include "verbs/capture.h"
 #include "verbs/complete.h"
 #include "verbs/crashes.h"
 #include "verbs/dump.h"
@@ -52,6 +53,7 @@ constexpr Row kRows[] = {
     {Verb::kTop, showTop},
     {Verb::kTrace, traceMessages},
     {Verb::kMetrics, showMetrics},
+    {Verb::kCapture, captureMessages},
     {Verb::kCrashList, listCrashes},
     {Verb::kCrashShow, showCrash},
     {Verb::kDump, dumpFile},
