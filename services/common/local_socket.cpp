@@ -1,4 +1,4 @@
-// A socket that listens comes to its place by rename(): bound beside it, given its mode, made to listen, and only
+// A socket that listens comes to its place by rename(): bound beside it, given its group and its mode, made to listen, and only
 // then moved over what stands there.  A client that connects finds the old socket or the new one, and never one that
 // is not ready.
 
@@ -16,7 +16,6 @@
 namespace common {
 namespace {
 
-constexpr mode_t kSocketMode = 0666;
 constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 const sockaddr* generic(const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); }
@@ -32,9 +31,15 @@ bool somebodyListens(const std::string& path) {
   return !hasEnded(peerOf(probe.get()).pid);
 }
 
-bool listenAt(int fd, const sockaddr_un& address, int backlog) {
+bool admit(const char* path, const SocketAccess& access) {
+  const bool hasGroup =
+      access.group == SocketAccess::kOwnGroup || ::chown(path, static_cast<uid_t>(-1), access.group) == 0;
+  return hasGroup && ::chmod(path, access.mode) == 0;
+}
+
+bool listenAt(int fd, const sockaddr_un& address, int backlog, const SocketAccess& access) {
   (void)::unlink(address.sun_path);
-  return ::bind(fd, generic(address), sizeof address) == 0 && ::chmod(address.sun_path, kSocketMode) == 0 &&
+  return ::bind(fd, generic(address), sizeof address) == 0 && admit(address.sun_path, access) &&
          ::listen(fd, backlog) == 0;
 }
 
@@ -64,12 +69,13 @@ Peer peerOf(int fd) {
   return {who.pid, who.uid};
 }
 
-std::string ListeningSocket::open(const std::string& path, int backlog, const std::string& owner) {
+std::string ListeningSocket::open(const std::string& path, int backlog, const std::string& owner,
+                                  const SocketAccess& access) {
   sockaddr_un fresh;
   if (!fillAddress(path + ".new", fresh)) return path + ": too long for a socket";
   if (somebodyListens(path)) return path + ": " + owner + " is running already";
   Descriptor socket = newStreamSocket();
-  if (!socket.isOpen() || !listenAt(socket.get(), fresh, backlog) ||
+  if (!socket.isOpen() || !listenAt(socket.get(), fresh, backlog, access) ||
       std::rename(fresh.sun_path, path.c_str()) != 0) {
     const std::string reason = std::strerror(errno);
     (void)::unlink(fresh.sun_path);

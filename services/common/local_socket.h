@@ -28,8 +28,16 @@ struct Peer {
 };
 Peer peerOf(int fd);
 
-// A socket at its place in the file system that processes of every user may connect to.  It takes the place of one that
-// a killed process left in one step, so that there is no moment without one; one that somebody listens at is not
+// Who may connect: all users, unless it is said otherwise.
+struct SocketAccess {
+  static constexpr gid_t kOwnGroup = static_cast<gid_t>(-1);
+
+  mode_t mode = 0666;
+  gid_t group = kOwnGroup;
+};
+
+// A socket at its place in the file system that processes of other users may connect to.  It takes the place of one
+// that a killed process left in one step, so that there is no moment without one; one that somebody listens at is not
 // replaced.
 //
 //     common::ListeningSocket socket;
@@ -50,7 +58,8 @@ class ListeningSocket {
   // Opens the socket, with room for `backlog` pending connections; an empty text, or "PATH: what went wrong".
   // `owner` is the name that the text gives to a process that listens already.  Needs: the folder exists, the socket
   // is not open.
-  std::string open(const std::string& path, int backlog, const std::string& owner);
+  std::string open(const std::string& path, int backlog, const std::string& owner,
+                   const SocketAccess& access = {});
   void close();
 
   bool isOpen() const { return socket_.isOpen(); }

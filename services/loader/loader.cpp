@@ -16,10 +16,13 @@
 #include "kl/utilities.h"
 #include "life/markers.h"
 #include "services/common/seconds.h"
+#include "watch/bus_metrics.h"
 
 namespace loader {
 namespace {
 
+constexpr char kMetricsSocket[] = "/ram/kelometrics";
+constexpr mode_t kMetricsMode = 0660;
 constexpr unsigned int kTicksPerSecond = 100;
 constexpr unsigned int kRefusalSeconds = 10;  // between two lines about refused subscriptions
 constexpr std::size_t kMostPending = 256;     // connections of one user that have not registered
@@ -168,7 +171,10 @@ Loader::Loader(Configuration configuration, Log& log)
           [this](const Crashed& crashed, const std::string& end) { onCrashNamed(crashed, end); }),
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
-      pending_(loop_) {
+      pending_(loop_),
+      metrics_(loop_, log, [this] {
+        return common::metricsText(metricsOf(table_, requests_, connections_, common::momentNow()));
+      }) {
   own_.setExplainer(explainer_);
   own_.setRequests(openTable_);
   own_.setCrashes(crashTable_);
@@ -196,6 +202,7 @@ std::string Loader::start() {
   loop_.addSighandler(SIGHUP, this, kl::bind<Loader, &Loader::onReloadSignal>(), true);
   loop_.addBeforeSleep(this, kl::bind<Loader, &Loader::onPassOver>());
   if (std::string problem = listener_.open(); !problem.empty()) return problem;
+  openMetrics();
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   kept_.open();
   crashes_.open();
@@ -206,6 +213,15 @@ std::string Loader::start() {
 }
 
 void Loader::run() { loop_.run(); }
+
+// No system goes without its services because nobody can be shown how they are.
+void Loader::openMetrics() {
+  metrics_.close();
+  if (!configuration_.metrics.isOn) return;
+  const std::string problem =
+      metrics_.open(kl::underRoot(kMetricsSocket), {kMetricsMode, configuration_.metrics.group});
+  if (!problem.empty()) log_.line(problem + "; there are no metrics");
+}
 
 Service& Loader::addOwnRow() {
   Service& own = table_.add(kl::SERVICE_LOADER);
@@ -384,6 +400,7 @@ void Loader::onPassOver() {
   pending_.serve();
   router_.announceEnds();
   taps_.onPassOver();
+  metrics_.onPassOver();
   writeQueues();
   removeClosed();
 }

@@ -21,6 +21,7 @@
 #include "transport/connection.h"
 #include "transport/listener.h"
 #include "transport/pending_connections.h"
+#include "transport/text_socket.h"
 #include "transport/turns.h"
 #include "watch/deadlocks.h"
 #include "watch/request_table.h"
@@ -90,6 +91,7 @@ class Loader final : private LifecycleHost {
   void onIdle(Service& service);
   std::set<std::string> secretNamesOf(unsigned int service) const;
   void onCrashNamed(const Crashed& crashed, const std::string& end);
+  void openMetrics();
   void onChildSignal(int sig);
   void onEndSignal(int sig);
 
@@ -134,6 +136,7 @@ class Loader final : private LifecycleHost {
   CrashTable crashTable_{crashes_.store()};
   Listener listener_;
   PendingConnections pending_;
+  TextSocket metrics_;
   std::map<uid_t, std::list<Client*>> pendingByUser_;  // to register, the oldest first
   std::string refusal_;                                // text behind registerClient()'s result
   std::vector<std::unique_ptr<Client>> clients_;       // closed ones are removed when a pass is over

@@ -101,6 +101,7 @@ void Loader::applyNext() {
   next_.reset();
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   measureAnew();
+  if (former_.back().metrics != configuration_.metrics) openMetrics();
   for (const ServiceConfiguration& former : former_.back().services) reconfigure(former);
   for (const ServiceConfiguration& service : configuration_.services) {
     const Service* row = table_.find(service.id);

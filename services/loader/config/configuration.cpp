@@ -141,6 +141,19 @@ void readServices(Section& file, Configuration& configuration) {
   }
 }
 
+void readMetrics(Section& section, Configuration& configuration) {
+  MetricsSocket& metrics = configuration.metrics;
+  metrics.isOn = section.boolean("metrics_socket", metrics.isOn);
+  const std::string group = section.text("metrics_group", "");
+  if (group.empty()) return;
+  const auto gid = configuration.users.findGroupId(group);
+  if (!gid) return section.expected("metrics_group", "the name of a group of this system");
+  metrics.group = *gid;
+  if (!metrics.isOn)
+    configuration.warnings.push_back(
+        section.remark("metrics_group", "there is no socket for it: metrics_socket is not true"));
+}
+
 void readLoader(Section& file, Configuration& configuration) {
   Section section = file.table("loader");
   configuration.stateFolder = section.text("state_folder", configuration.stateFolder);
@@ -149,6 +162,7 @@ void readLoader(Section& file, Configuration& configuration) {
   configuration.startSeconds = section.number("start_seconds", configuration.startSeconds, 0, 86400);
   configuration.stallSeconds = section.number("stall_seconds", configuration.stallSeconds, 0, 86400);
   configuration.access = readAccess(section, "loader", configuration);
+  readMetrics(section, configuration);
   section.refuseOthers();
 }
 

@@ -52,13 +52,24 @@ struct ServiceConfiguration {
   uid_t userId() const;
 };
 
+// The socket that gives the figures of the bus.
+struct MetricsSocket {
+  static constexpr gid_t kOwnGroup = static_cast<gid_t>(-1);
+
+  bool isOn = false;
+  gid_t group = kOwnGroup;  // who may connect, beside the loader's user
+
+  bool operator==(const MetricsSocket&) const = default;
+};
+
 struct Configuration {
   std::string file;                      // where it was read; empty without a file
   std::string stateFolder;               // where the loader keeps what must survive it
   std::string descriptions;              // the folder of the descriptions of services
   std::size_t queueLimit = 1024 * 1024;  // bytes that wait for one service before it counts as busy
   unsigned int startSeconds = 60;        // of each service that has none of its own
-  unsigned int stallSeconds = 10;   // a busy service that reads nothing for so long is disconnected; 0: never
+  unsigned int stallSeconds = 10;  // a busy service that reads nothing for so long is disconnected; 0: never
+  MetricsSocket metrics;
   Limits quota;                     // what users may take of the loader
   AccessList rights{"rights", {}};  // what users may do everywhere
   AccessList access;                // who may do what with the loader itself; empty: what `rights` says

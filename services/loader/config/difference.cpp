@@ -80,7 +80,8 @@ Difference differenceOf(const Configuration& former, const Configuration& now) {
     if (successor == nullptr || !isSuccessor(service, *successor)) difference.ended.push_back(service.name);
   }
   if (!isSame(former.rights, now.rights)) difference.adjusted.emplace_back("[rights]");
-  if (!isSame(former.access, now.access)) difference.adjusted.emplace_back("[loader]");
+  if (!isSame(former.access, now.access) || former.metrics != now.metrics)
+    difference.adjusted.emplace_back("[loader]");
   for (const ServiceConfiguration& service : now.services)
     addService(difference, former.find(service.id), service);
   difference.later = keysForLater(former, now);

@@ -46,18 +46,29 @@ std::optional<uid_t> Users::find(const std::string& name) {
   return user->uid;
 }
 
-std::optional<std::vector<uid_t>> Users::findGroup(const std::string& name) {
-  if (common::isNumber(name)) return {};
+// One that the system knows but does not list is asked for, and kept.
+const Users::Group* Users::groupNamed(const std::string& name) {
+  if (common::isNumber(name)) return nullptr;
   if (!groups_.contains(name))
     if (const group* entry = ::getgrnam(name.c_str())) groups_[name] = groupOf(*entry);
   const auto found = groups_.find(name);
-  if (found == groups_.end()) return {};
-  const std::vector<std::string> members = found->second.members;
+  return found == groups_.end() ? nullptr : &found->second;
+}
+
+std::optional<gid_t> Users::findGroupId(const std::string& name) {
+  const Group* const found = groupNamed(name);
+  return found == nullptr ? std::nullopt : std::optional<gid_t>(found->gid);
+}
+
+std::optional<std::vector<uid_t>> Users::findGroup(const std::string& name) {
+  const Group* const found = groupNamed(name);
+  if (found == nullptr) return {};
+  const std::vector<std::string> members = found->members;
   std::set<uid_t> uids;
   for (const std::string& member : members)
     if (const auto uid = find(member)) uids.insert(*uid);
   for (const auto& [user, about] : users_.byName())
-    if (about.group == found->second.gid) uids.insert(about.uid);
+    if (about.group == found->gid) uids.insert(about.uid);
   return std::vector<uid_t>(uids.begin(), uids.end());
 }
 

@@ -39,11 +39,14 @@ class Users {
   std::optional<uid_t> find(const std::string& name);
   // The groups that a process of this user is in, his primary one first; none when he has not been found.
   std::vector<gid_t> groupsOf(const std::string& name) const;
+  // The number of a group.
+  std::optional<gid_t> findGroupId(const std::string& name);
   // The numbers of a group's members, in order and each once.
   std::optional<std::vector<uid_t>> findGroup(const std::string& name);
 
  private:
   void addGroups(const std::vector<Group>& groups);
+  const Group* groupNamed(const std::string& name);
 
   common::KnownUsers users_;
   std::map<std::string, Group> groups_;

@@ -36,7 +36,11 @@ std::string makeFolders() {
 
 std::string Listener::open() {
   if (std::string problem = makeFolders(); !problem.empty()) return problem;
-  if (std::string problem = socket_.open(kl::loaderSocketPath(), kBacklog, "a loader"); !problem.empty())
+  return openAt(kl::loaderSocketPath(), {});
+}
+
+std::string Listener::openAt(const std::string& path, const common::SocketAccess& access) {
+  if (std::string problem = socket_.open(path, kBacklog, "a loader", access); !problem.empty())
     return problem;
   runner_.addSocket(socket_.fd(), this, kl::bind<Listener, &Listener::onConnect>(), POLLIN);
   return {};

@@ -1,5 +1,5 @@
 #pragma once
-// listener.h: the socket that processes connect to.
+// listener.h: a socket that processes connect to.
 
 #include <functional>
 #include <string>
@@ -13,7 +13,7 @@
 
 namespace loader {
 
-// The loader's socket, and the folders that the system's fixed paths lie in.
+// The loader's socket with the folders that the system's fixed paths lie in, or another one of the loader's.
 //
 // A pass takes at most kMostInAPass connections, so that whoever has to be turned away is turned away soon and those who
 // have registered have the rest of the pass for themselves.
@@ -39,6 +39,8 @@ class Listener {
   // Opens the socket; an empty text, or what went wrong.  A file that a killed loader left behind is replaced, a
   // loader that lives is not.
   std::string open();
+  // The same for a socket at another path.  Needs: the folder exists.
+  std::string openAt(const std::string& path, const common::SocketAccess& access);
   void close();
 
   // A descriptor has become free.

@@ -46,6 +46,17 @@ TEST_F(LocalSocket, EveryUserMayConnect) {
   EXPECT_TRUE(connects());
 }
 
+TEST_F(LocalSocket, OneForAGroupIsForNobodyElse) {
+  constexpr gid_t kSomeGroup = 7;
+  const gid_t group = ::geteuid() == 0 ? kSomeGroup : ::getegid();
+  EXPECT_EQ(socket.open(path, 16, "an x", {0660, group}), "");
+  struct stat about {};
+  ASSERT_EQ(::stat(path.c_str(), &about), 0);
+  EXPECT_EQ(about.st_mode & 07777, 0660u);
+  EXPECT_EQ(about.st_gid, group);
+  EXPECT_EQ(about.st_uid, ::geteuid());
+}
+
 TEST_F(LocalSocket, ConnectionsComeInOrderAndNobodyIsWaitedFor) {
   EXPECT_EQ(open(), "");
   const Descriptor client = newStreamSocket();

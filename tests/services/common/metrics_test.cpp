@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -131,6 +132,27 @@ kelo_requests{service="leases"} 12
 kelo_oldest_request_seconds{service="leases"} 4.020
 # EOF
 )");
+}
+
+// "counter" and "gauge" with what they are of.
+using Kinds = std::set<std::pair<std::string, std::string>>;
+
+TEST(MetricsPage, HasEachMetricAndNoOther) {
+  Kinds written, described;
+  for (const std::string& line : linesOf(metricsText(example()))) {
+    std::istringstream words(line);
+    std::string hash, type, name, kind;
+    if (words >> hash >> type >> name >> kind && type == "TYPE") written.emplace(name, kind);
+  }
+  std::ifstream page(KL_SOURCE_DIR "/docs/metrics.md");
+  for (std::string line; std::getline(page, line);) {
+    std::istringstream words(line);
+    std::string bar, name, second, kind;
+    if (words >> bar >> name >> second >> kind && name.starts_with("`kelo_"))
+      described.emplace(name.substr(1, name.size() - 2), kind);
+  }
+  EXPECT_FALSE(written.empty());
+  EXPECT_EQ(written, described);
 }
 
 TEST(Metrics, AnAgeHasThreePlaces) {

@@ -50,6 +50,7 @@ TEST(Configuration, AnEmptyFileIsTheBuiltInConfiguration) {
   EXPECT_EQ(c.queueLimit, 1024u * 1024);
   EXPECT_EQ(c.stallSeconds, 10u);
   EXPECT_EQ(c.startSeconds, 60u);
+  EXPECT_FALSE(c.metrics.isOn);
   EXPECT_TRUE(c.rights.empty());
   EXPECT_TRUE(c.destinationsWithAccess().empty());
   EXPECT_TRUE(c.services.empty());
@@ -215,15 +216,28 @@ TEST(Configuration, OwnRightsOfWhoMayDoEverythingAreAWarning) {
   EXPECT_EQ(warningsIn(std::string(kService) + "user = \"daemon\"\nrights = \"read\"\n"), "");
 }
 
+TEST(Configuration, TheSocketOfMetricsIsForTheLoaderAloneOrForAGroup) {
+  EXPECT_EQ(read("[loader]\nmetrics_socket = true\n").metrics,
+            (loader::MetricsSocket{true, loader::MetricsSocket::kOwnGroup}));
+  EXPECT_EQ(read("[loader]\nmetrics_socket = true\nmetrics_group = \"root\"\n").metrics,
+            (loader::MetricsSocket{true, 0}));
+  EXPECT_EQ(mistakesIn("[loader]\nmetrics_socket = true\nmetrics_group = \"nobodyknowsus\"\n"),
+            "test.toml:3: [loader] metrics_group: expected the name of a group of this system, found "
+            "\"nobodyknowsus\"");
+  EXPECT_EQ(warningsIn("[loader]\nmetrics_group = \"root\"\n"),
+            "test.toml:2: [loader] metrics_group: there is no socket for it: metrics_socket is not true");
+}
+
 TEST(Configuration, ASyntaxMistakeHasItsLine) {
   const std::string text = mistakesIn("[loader]\nqueue_limit = \n");
   EXPECT_EQ(text.rfind("test.toml:2: expected TOML: ", 0), 0u) << text;
 }
 
 TEST(Configuration, AnUnknownKeyIsAMistake) {
-  EXPECT_EQ(mistakesIn("[loader]\nqueue_limits = 4096\n"),
-            "test.toml:2: [loader] queue_limits: expected one of the keys access, descriptions, queue_limit, "
-            "stall_seconds, start_seconds, state_folder");
+  EXPECT_EQ(
+      mistakesIn("[loader]\nqueue_limits = 4096\n"),
+      "test.toml:2: [loader] queue_limits: expected one of the keys access, descriptions, metrics_group, "
+      "metrics_socket, queue_limit, stall_seconds, start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
             "test.toml:2: services: expected one of the keys loader, quota, rights, service");
   EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")

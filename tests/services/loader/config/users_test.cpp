@@ -54,6 +54,9 @@ TEST(Users, MembersAreThoseOfTheListAndThoseWhosePrimaryGroupItIs) {
               {{"wheel_", 7100, {"bob_", "nobody of that name", "bob_"}}, {"empty_", 7400, {}}});
   EXPECT_EQ(users.findGroup("wheel_"), (Uids{7001, 7003}));
   EXPECT_EQ(users.findGroup("empty_"), Uids());
+  EXPECT_EQ(users.findGroupId("wheel_"), 7100u);
+  EXPECT_FALSE(users.findGroupId("no such group"));
+  EXPECT_FALSE(users.findGroupId("7100"));
 }
 
 }  // namespace
