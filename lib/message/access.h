@@ -1,7 +1,7 @@
 #pragma once
 // access.h: how the operations on fields and arrays reach a value.
 
-#include "message/rep.h"
+#include "message/values.h"
 
 namespace kl {
 
@@ -19,22 +19,15 @@ inline message::Rep& ownForGood(message& m) {
 template <container::Kind k>
 container::Object<k> valueOr(const message& m, unsigned int id, const container::Object<k>& def) {
   const container::Node* node = RepAccess::read(m).find(k, id);
-  if (node != nullptr) return container::valueOf<k>(*node);
-  return container::decoded<k>(container::asBytes(def), def.size(), 0);
-}
-
-inline const container::Node& nodeOf(const message& m, container::Kind kind, unsigned int id) {
-  const container::Node* node = RepAccess::read(m).find(kind, id);
-  if (node == nullptr) reportMissing(id);
-  return *node;
+  if (node == nullptr) return container::copied(def);
+  return container::valueOf<k>(*node);
 }
 
 // Needs: an object kind.  The value in place.
+const void* objectOf(const message& m, container::Kind kind, unsigned int id);
 template <container::Kind k>
 const container::Object<k>* constRef(const message& m, unsigned int id) {
-  const container::Node& node = nodeOf(m, k, id);
-  RepAccess::read(m).hasObjects.store(true, std::memory_order_relaxed);
-  return container::objectOf<k>(node);
+  return static_cast<const container::Object<k>*>(objectOf(m, k, id));
 }
 
 template <container::Kind k>

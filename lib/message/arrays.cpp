@@ -120,6 +120,8 @@ void message::insert_raw_array(unsigned int id, const std::vector<std::vector<un
   putArray<Kind::rawArray>(*this, id, v);
 }
 
+void message::insert_be32(unsigned int id, unsigned int v) { insert_u32(id, byteReversed(v)); }
+
 void message::insert_be32_array(unsigned int id, const std::vector<unsigned int>& v) {
   std::vector<unsigned int> reversed = v;
   reverseBytes(reversed);

@@ -117,7 +117,7 @@ bool message::includes_arrays(const Rep* other, unsigned int& count) const {
   return includesList(RepAccess::read(*this).arrays, other->arrays, count);
 }
 
-void message::merge(const message& other) {
+[[gnu::cold]] void message::merge(const message& other) {
   if (rep_ == other.rep_ || other.rep_ == nullptr) return;
   if (rep_ == nullptr) {
     *this = other;
@@ -131,7 +131,7 @@ void message::merge(const message& other) {
   mergeList(mine, theirs.arrays);
 }
 
-void message::removeIdMask(unsigned int id, unsigned int mask) {
+[[gnu::cold]] void message::removeIdMask(unsigned int id, unsigned int mask) {
   if (rep_ == nullptr) return;
   Rep& rep = RepAccess::own(*this);
   const unsigned int pattern = id & mask;

@@ -16,13 +16,25 @@ constexpr bool kSharedFalse = false;
 
 // The scratch value of a reference getter for the two ids that no table holds.
 template <class T>
-T* scratchValue() {
+[[gnu::cold]] T* scratchValue() {
   thread_local T scratch;
   scratch = T{};
   return &scratch;
 }
 
+const Node& nodeOf(const message& m, Kind kind, unsigned int id) {
+  const Node* node = RepAccess::read(m).find(kind, id);
+  if (node == nullptr) reportMissing(id);
+  return *node;
+}
+
 }  // namespace
+
+const void* objectOf(const message& m, Kind kind, unsigned int id) {
+  const Node& node = nodeOf(m, kind, id);
+  RepAccess::read(m).hasObjects.store(true, std::memory_order_relaxed);
+  return container::objectIn(node);
+}
 
 void reportMissing(unsigned int id) {
   std::fprintf(stderr, "message: const reference to field 0x%08x, which the message does not hold\n", id);
@@ -42,7 +54,7 @@ unsigned int message::get_u32(unsigned int id, unsigned int def) const {
 }
 
 unsigned int message::get_be32(unsigned int id, unsigned int def) const {
-  const unsigned int* v = get_u32_ref(id);
+  const unsigned int* v = RepAccess::read(*this).u32s.get(id);
   return v != nullptr ? byteReversed(*v) : def;
 }
 
@@ -89,7 +101,7 @@ const bool* message::get_bool_ref(unsigned int id) const {
   return v != nullptr ? v : &kSharedFalse;
 }
 
-const unsigned int* message::get_u32_ref(unsigned int id) const {
+[[gnu::noinline]] const unsigned int* message::get_u32_ref(unsigned int id) const {
   return RepAccess::read(*this).u32s.get(id);
 }
 
@@ -156,8 +168,6 @@ void message::insert_u32(unsigned int id, unsigned int v) {
   Rep& rep = RepAccess::own(*this);
   if (!isReservedKey(id)) rep.u32Ref(id) = v;
 }
-
-void message::insert_be32(unsigned int id, unsigned int v) { insert_u32(id, byteReversed(v)); }
 
 void message::insert_u64(unsigned int id, unsigned long long v) {
   *RepAccess::own(*this).nodeRef(Kind::u64, id).u64() = v;

@@ -25,6 +25,15 @@ void KeySlots::copySlots(const KeySlots& source, std::size_t valueBytes, contain
   for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i)) bits_.large->index.add({key(i), i});
 }
 
+unsigned int KeySlots::nextLarge(unsigned int from) const {
+  for (unsigned int word = from / 64; word * 64 < capacity_; ++word) {
+    std::uint64_t live = bits_.large->live()[word];
+    if (word == from / 64) live = live >> from % 64 << from % 64;
+    if (live != 0) return word * 64 + static_cast<unsigned int>(std::countr_zero(live));
+  }
+  return capacity_;
+}
+
 void KeySlots::removeIdMask(std::uint32_t id, std::uint32_t mask) {
   for (unsigned int i = next(kNoSlot); i < capacity_; i = next(i))
     if ((key(i) & mask) == id) eraseSlot(i);
@@ -94,17 +103,19 @@ unsigned int KeySlots::firstWordWithRoom(unsigned int from) const {
 }
 
 void KeySlots::eraseSlot(unsigned int slot) {
-  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
-  if (isSmall()) {
-    bits_.small.live &= ~bit;
-    bits_.small.erased |= bit;
-  } else {
-    bits_.large->live()[slot / 64] &= ~bit;
-    bits_.large->erased()[slot / 64] |= bit;
-    bits_.large->full()[slot / 4096] &= ~(std::uint64_t{1} << slot / 64 % 64);
-    bits_.large->index.remove(bits_.large->index.find(keys_[slot]));
-  }
   --count_;
+  if (!isSmall()) return eraseLarge(slot);
+  const std::uint64_t bit = std::uint64_t{1} << slot;
+  bits_.small.live &= ~bit;
+  bits_.small.erased |= bit;
+}
+
+void KeySlots::eraseLarge(unsigned int slot) {
+  const std::uint64_t bit = std::uint64_t{1} << slot % 64;
+  bits_.large->live()[slot / 64] &= ~bit;
+  bits_.large->erased()[slot / 64] |= bit;
+  bits_.large->full()[slot / 4096] &= ~(std::uint64_t{1} << slot / 64 % 64);
+  bits_.large->index.remove(bits_.large->index.find(keys_[slot]));
 }
 
 void KeySlots::takeSlots(unsigned int capacity, std::size_t valueBytes, container::Memory& memory) {
@@ -128,6 +139,17 @@ void KeySlots::giveSlots(std::size_t valueBytes, container::Memory& memory) {
   else memory.giveAsRegion(block, bytes);
 }
 
+void KeySlots::enterAll(const KeySlots& old, std::size_t valueBytes) {
+  auto* const values = reinterpret_cast<unsigned char*>(keys_ + capacity_);
+  const auto* const before = reinterpret_cast<const unsigned char*>(old.keys_ + old.capacity_);
+  count_ = 0;
+  for (unsigned int i = old.next(kNoSlot); i < old.capacity_; i = old.next(i)) {
+    const unsigned int slot = placeLarge(old.key(i));
+    if (valueBytes == 1) values[slot] = before[i];
+    else std::memcpy(values + 4 * std::size_t{slot}, before + 4 * std::size_t{i}, 4);
+  }
+}
+
 template <class T>
 bool htable<T>::includes(const htable& other) const {
   for (unsigned int i = other.next(kNoSlot); i < other.capacity_; i = other.next(i)) {
@@ -138,7 +160,7 @@ bool htable<T>::includes(const htable& other) const {
 }
 
 template <class T>
-[[gnu::cold]] void htable<T>::merge(const htable& other, container::Memory& memory) {
+void htable<T>::merge(const htable& other, container::Memory& memory) {
   for (unsigned int i = other.next(kNoSlot); i < other.capacity_; i = other.next(i))
     get_ref(other.key(i), memory) = other.value(i);
 }
@@ -198,9 +220,7 @@ void htable<T>::rehash(container::Memory& memory) {
     enterAllOfSmall(old);
   } else {
     takeSlots(2 * capacity_, sizeof(T), memory);
-    count_ = 0;
-    for (unsigned int i = old.next(kNoSlot); i < old.capacity_; i = old.next(i))
-      value(placeLarge(old.key(i))) = old.value(i);
+    enterAll(old, sizeof(T));
   }
   old.giveSlots(sizeof(T), memory);
 }

@@ -45,17 +45,14 @@ class KeySlots {
   unsigned int count() const { return count_; }
 
   void erase(std::uint32_t key);
-  void removeIdMask(std::uint32_t id, std::uint32_t mask);
+  [[gnu::cold]] void removeIdMask(std::uint32_t id, std::uint32_t mask);
 
-  // The least live slot above `slot`, or capacity().  Walks begin at next(kNoSlot).
+  // The least live slot above `slot`, or capacity().  Walks begin at next(kNoSlot).  Needs: kNoSlot or a slot.
   unsigned int next(unsigned int slot) const {
     const unsigned int from = slot + 1;
-    for (unsigned int word = from / 64; word * 64 < capacity_; ++word) {
-      std::uint64_t live = liveWord(word);
-      if (word == from / 64) live &= ~std::uint64_t{0} << from % 64;
-      if (live != 0) return word * 64 + static_cast<unsigned int>(std::countr_zero(live));
-    }
-    return capacity_;
+    if (!isSmall()) return nextLarge(from);
+    const std::uint64_t live = bits_.small.live >> from;  // a small table has fewer than 63 slots
+    return live != 0 ? from + static_cast<unsigned int>(std::countr_zero(live)) : capacity_;
   }
   // Needs: a live slot.
   std::uint32_t key(unsigned int slot) const { return keys_[slot]; }
@@ -116,9 +113,6 @@ class KeySlots {
   }
 
   bool isSmall() const { return isSmallCapacity(capacity_); }
-  std::uint64_t liveWord(unsigned int word) const {
-    return isSmall() ? bits_.small.live : bits_.large->live()[word];
-  }
   unsigned int growthThreshold() const { return (capacity_ >> 1) + (capacity_ >> 4); }  // H2
 
   // Mostly a key lies in its home slot.
@@ -142,6 +136,8 @@ class KeySlots {
   // All slots are empty afterwards; the count is left to the caller.
   void takeSlots(unsigned int capacity, std::size_t valueBytes, container::Memory& memory);
   void giveSlots(std::size_t valueBytes, container::Memory& memory);
+  // H3.  Needs: as takeSlots() left it, large, and with room for all of the other.
+  void enterAll(const KeySlots& old, std::size_t valueBytes);
 
   std::uint32_t* keys_ = nullptr;
   unsigned int capacity_ = kFirstCapacity;
@@ -149,10 +145,12 @@ class KeySlots {
   Bits bits_{Small{0, 0}};
 
  private:
+  unsigned int nextLarge(unsigned int from) const;
   unsigned int firstFreeSlot(unsigned int home) const;
   std::uint64_t freeSlotsOf(unsigned int word) const;
   unsigned int firstWordWithRoom(unsigned int from) const;
   void eraseSlot(unsigned int slot);
+  [[gnu::cold]] void eraseLarge(unsigned int slot);
   void makeLarge(unsigned char* bytes, std::size_t bytesOfSlots);
 };
 
@@ -190,7 +188,7 @@ class htable : public KeySlots {
   const T& value(unsigned int slot) const { return values()[slot]; }
 
   bool includes(const htable& other) const;
-  void merge(const htable& other, container::Memory& memory);
+  [[gnu::cold]] void merge(const htable& other, container::Memory& memory);
 
   // The most that the next get_ref() takes from an arena.
   std::size_t growthCost() const {

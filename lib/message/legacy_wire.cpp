@@ -142,16 +142,18 @@ Outcome LegacyReader::append(Kind kind, unsigned int id, std::size_t bytes, std:
   }
   // Elements may be too long to be joined as bytes.  The room for all is made at once: code that lets an array grow would
   // stand here for each kind.
+  void* const added = decodedObject(kind, at_, bytes, count);
   withObjectKind(kind, [&]<Kind k>() {
     if constexpr (hasLongElements(k)) {
       Object<k>& all = *node->objectIfAny<k>();
-      Object<k> more = decoded<k>(at_, bytes, count);
+      Object<k>& more = *static_cast<Object<k>*>(added);
       Object<k> joined(all.size() + count);
       std::move(more.begin(), more.end(), std::move(all.begin(), all.end(), joined.begin()));
       all.swap(joined);
       rep_.putObject<k>(id, all);  // its length is counted anew
     }
   });
+  deleteObject(kind, added);
   return Outcome::ok;
 }
 

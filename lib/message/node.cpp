@@ -15,6 +15,10 @@ void destroyObject(Node& node) {
   if (node.hasObject()) deleteObject(node.kind, node.object.exchange(nullptr, std::memory_order_relaxed));
 }
 
+std::vector<kl::message::flat_message> decodedMessages(const unsigned char* at, std::size_t count) {
+  return decodedElements<kl::message::flat_message>(at, count);
+}
+
 KL_COMMON_VALUES(template)
 
 Span bytesOf(const Node& node) {

@@ -88,12 +88,7 @@ Object<k>* objectOf(const Node& node) {
   return static_cast<Object<k>*>(objectIn(node));
 }
 
-// Each of these two exists for every kind that may become an object.
-//
-// The object of a value in bytes and, of an array, the number of its elements.
-template <Kind k>
-Object<k> decoded(const unsigned char* at, std::size_t bytes, std::size_t count);
-// A copy of the value.
+// A copy of the value.  It exists for every kind that may become an object.
 template <Kind k>
 Object<k> valueOf(const Node& node);
 

@@ -32,7 +32,7 @@ struct __attribute__((visibility("hidden"))) message::Rep {
   // Empty, unshared, on the heap.
   static Rep* make();
   // Empty, in an arena that has room for arenaBytes().
-  static Rep* make(container::Arena& arena);
+  [[gnu::cold]] static Rep* make(container::Arena& arena);
   static std::size_t arenaBytes();
   // A deep copy with the lists reversed.
   static Rep* copyOf(const Rep& source);
@@ -57,7 +57,7 @@ struct __attribute__((visibility("hidden"))) message::Rep {
     for (unsigned int i = bools->next(bools->kNoSlot); i < bools->capacity(); i = bools->next(i))
       f(bools->key(i), bools->value(i));
   }
-  void makeBoolTable();
+  [[gnu::cold]] void makeBoolTable();
 
   unsigned int& u32Ref(unsigned int id) { return u32s.get_ref(id, memory); }
 
@@ -100,12 +100,12 @@ struct __attribute__((visibility("hidden"))) message::Rep {
   }
 
   void remove(NodeList& list, unsigned int id);
-  void removeIdMask(NodeList& list, unsigned int id, unsigned int mask);
+  [[gnu::cold]] void removeIdMask(NodeList& list, unsigned int id, unsigned int mask);
 
   std::size_t maxLength() const;
 
   // The most that one more field takes from an arena, its value aside.
-  std::size_t arenaCostOfField() const;
+  [[gnu::cold]] std::size_t arenaCostOfField() const;
 
   void check() const;
 
@@ -146,7 +146,7 @@ struct __attribute__((visibility("hidden"))) message::Rep {
   void copyList(NodeList& to, const NodeList& from);
   void pushCopy(NodeList& to, const Node& source);
   void destroyObjects(const NodeList& list) noexcept;
-  static Rep* makeIn(void* block, std::size_t bytes, container::Arena* arena);
+  [[gnu::noinline]] static Rep* makeIn(void* block, std::size_t bytes, container::Arena* arena);
 };
 
 // Lets the container's files and their tests see behind a message.

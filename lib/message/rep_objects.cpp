@@ -5,6 +5,16 @@
 
 namespace kl::container {
 
+template <class Value>
+Value copied(const Value& object) {
+  return object;
+}
+template Object<Kind::string> copied(const Object<Kind::string>&);
+template Object<Kind::message> copied(const Object<Kind::message>&);
+template Object<Kind::raw> copied(const Object<Kind::raw>&);
+template Object<Kind::u32Array> copied(const Object<Kind::u32Array>&);
+template Object<Kind::messageArray> copied(const Object<Kind::messageArray>&);
+
 KL_OTHER_VALUES(template)
 
 // N3: the winner's object is the one that everybody gets.
@@ -19,7 +29,7 @@ void* objectIn(const Node& node) {
 
 void* decodedObject(Kind kind, const unsigned char* at, std::size_t bytes, std::size_t count) {
   void* object = nullptr;
-  withObjectKind(kind, [&]<Kind k>() { object = new Object<k>(decoded<k>(at, bytes, count)); });
+  withObjectKind(kind, [&]<Kind k>() { object = new Object<k>(Decoded<Object<k>>::from(at, bytes, count)); });
   return object;
 }
 
@@ -35,9 +45,9 @@ void* copyOfObject(Kind kind, const void* object) {
 
 void assignObject(Kind kind, void* to, const void* from) {
   if (to == from) return;
-  withObjectKind(kind, [&]<Kind k>() {
-    *static_cast<Object<k>*>(to) = Object<k>(*static_cast<const Object<k>*>(from));
-  });
+  void* const copy = copyOfObject(kind, from);
+  withObjectKind(kind, [&]<Kind k>() { static_cast<Object<k>*>(to)->swap(*static_cast<Object<k>*>(copy)); });
+  deleteObject(kind, copy);
 }
 
 bool objectFitsBytes(Kind kind, const void* object) {

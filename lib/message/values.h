@@ -38,6 +38,7 @@ class NumberIterator {
   const unsigned char* at_;
 };
 
+// The object of a value in bytes and, of an array, the number of its elements.
 template <class Value>
 struct Decoded;
 template <>
@@ -80,35 +81,45 @@ struct Decoded<std::vector<IPAddr6>> {
   }
 };
 template <class Element>
+std::vector<Element> decodedElements(const unsigned char* at, std::size_t count) {
+  std::vector<Element> v(count);
+  for (Element& element : v) {
+    const std::size_t bytes = loadLe16(at);
+    if constexpr (std::is_same_v<Element, std::string>)
+      element.assign(reinterpret_cast<const char*>(at + 2), bytes);
+    else element = Element(at + 2, at + 2 + bytes);
+    at += 2 + bytes;
+  }
+  return v;
+}
+template <class Element>
 requires requires(Element e) { e.size(); }
 struct Decoded<std::vector<Element>> {
   static std::vector<Element> from(const unsigned char* at, std::size_t, std::size_t count) {
-    std::vector<Element> v(count);
-    for (Element& element : v) {
-      const std::size_t bytes = loadLe16(at);
-      if constexpr (std::is_same_v<Element, std::string>)
-        element.assign(reinterpret_cast<const char*>(at + 2), bytes);
-      else element = Element(at + 2, at + 2 + bytes);
-      at += 2 + bytes;
-    }
-    return v;
+    return decodedElements<Element>(at, count);
+  }
+};
+// Compiled to be fast for the reference getter too.
+std::vector<kl::message::flat_message> decodedMessages(const unsigned char* at, std::size_t count);
+template <>
+struct Decoded<std::vector<kl::message::flat_message>> {
+  static std::vector<kl::message::flat_message> from(const unsigned char* at, std::size_t,
+                                                     std::size_t count) {
+    return decodedMessages(at, count);
   }
 };
 
-template <Kind k>
-Object<k> decoded(const unsigned char* at, std::size_t bytes, std::size_t count) {
-  return Decoded<Object<k>>::from(at, bytes, count);
-}
+// A copy of a whole object.  No getter of a value that lies in bytes has the code for it.
+template <class Value>
+[[gnu::cold]] Value copied(const Value& object);
 
 template <Kind k>
 Object<k> valueOf(const Node& node) {
-  if (const Object<k>* object = node.objectIfAny<k>(); object != nullptr) return *object;
-  return decoded<k>(node.content(), node.size, node.count);
+  if (const Object<k>* object = node.objectIfAny<k>(); object != nullptr) return copied(*object);
+  return Decoded<Object<k>>::from(node.content(), node.size, node.count);
 }
 
-#define KL_VALUES_OF(how, kind)                                                   \
-  how Object<kind> decoded<kind>(const unsigned char*, std::size_t, std::size_t); \
-  how Object<kind> valueOf<kind>(const Node&);
+#define KL_VALUES_OF(how, kind) how Object<kind> valueOf<kind>(const Node&);
 #define KL_COMMON_VALUES(how)       \
   KL_VALUES_OF(how, Kind::string)   \
   KL_VALUES_OF(how, Kind::message)  \

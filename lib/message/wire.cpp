@@ -106,10 +106,8 @@ class Reader {
   bool takeLength(bool isShort, std::size_t& length);
   Outcome store(Kind kind, unsigned int id, std::size_t bytes, std::size_t count);
 
-  // Both are called when the id has been read.
-  bool keepRecord(unsigned int id, bool flag);
-  bool skipPayload(unsigned int id, bool flag);
-  bool skip(std::size_t bytes);
+  // Called when the id has been read.
+  bool keepRecord(unsigned int word);
 
   message::Rep& rep_;
   const unsigned char* at_;
@@ -130,7 +128,7 @@ Outcome Reader::readRecords(bool keeping) {
     const unsigned int word = loadLe32(at_);
     at_ += 4;
     if (keeping && (word & kKeepMark) != 0) {
-      if (!keepRecord(word & ~kRecordFlag, (word & kRecordFlag) != 0)) return Outcome::fault;
+      if (!keepRecord(word)) return Outcome::fault;
       continue;
     }
     if (mayRunShort && !hasRoomForField(rep_, 0)) return Outcome::noRoom;
@@ -235,19 +233,27 @@ Outcome Reader::store(Kind kind, unsigned int id, std::size_t bytes, std::size_t
 
 // --- Keeping marked records ------------------------------------------------------------------------------
 
-// Every byte is kept at most once, so as many bytes as the input has are room enough.
-bool Reader::keepRecord(unsigned int id, bool flag) {
-  const unsigned char* const begin = at_ - 4;
-  const bool isWhole = skipPayload(id, flag);
-  const auto bytes = static_cast<std::size_t>(at_ - begin);
-  copyBytes(rep_.kept->data() + keptBytes_, begin, bytes);
-  keptBytes_ += bytes;
-  return isWhole;
-}
+// Passes over the payload of a record.  It is no part of the reader, whose place stays in a register then.
+class Skipper {
+ public:
+  Skipper(const unsigned char* at, const unsigned char* end) : at_(at), end_(end) {}
+
+  const unsigned char* at() const { return at_; }
+  // False where the payload is not all there; what of it was understood has been passed then.
+  bool skipPayload(unsigned int id, bool flag);
+
+ private:
+  std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+  bool takeLength(bool isShort, std::size_t& length);
+  bool skip(std::size_t bytes);
+
+  const unsigned char* at_;
+  const unsigned char* end_;
+};
 
 // Kept on purpose: of a marked u64, addr6 or addr6 array only the id is kept, and its payload is read as
 // the next record.  Such ids must not be marked.  Held by Kept.CopiesOnlyTheIdOfAMarkedU64.
-bool Reader::skipPayload(unsigned int id, bool flag) {
+bool Skipper::skipPayload(unsigned int id, bool flag) {
   std::size_t count;
   switch (kindOf(id)) {
     case Kind::u32: return skip(flag ? 1 : 4);
@@ -270,18 +276,47 @@ bool Reader::skipPayload(unsigned int id, bool flag) {
   }
 }
 
-bool Reader::skip(std::size_t bytes) {
+bool Skipper::takeLength(bool isShort, std::size_t& length) {
+  const unsigned char* const lengthAt = at_;
+  if (!skip(isShort ? 1 : 2)) return false;
+  length = isShort ? *lengthAt : loadLe16(lengthAt);
+  return true;
+}
+
+bool Skipper::skip(std::size_t bytes) {
   if (left() < bytes) return false;
   at_ += bytes;
   return true;
 }
 
-void beginKeeping(message::Rep& rep, std::size_t len) {
+struct Passed {
+  const unsigned char* end;
+  bool isWhole;
+};
+
+// Appends the record with that first word to the kept bytes.  Every byte is kept at most once, so as many bytes as the
+// input has are room enough.
+[[gnu::cold]] Passed copyRecord(unsigned char* to, unsigned int word, const unsigned char* payload,
+                                const unsigned char* end) {
+  Skipper skipper(payload, end);
+  const bool isWhole = skipper.skipPayload(word & ~kRecordFlag, (word & kRecordFlag) != 0);
+  copyBytes(to, payload - 4, static_cast<std::size_t>(skipper.at() - (payload - 4)));
+  return {skipper.at(), isWhole};
+}
+
+bool Reader::keepRecord(unsigned int word) {
+  const Passed record = copyRecord(rep_.kept->data() + keptBytes_, word, at_, end_);
+  keptBytes_ += static_cast<std::size_t>(record.end - (at_ - 4));
+  at_ = record.end;
+  return record.isWhole;
+}
+
+[[gnu::cold]] void beginKeeping(message::Rep& rep, std::size_t len) {
   if (rep.kept == nullptr) rep.kept = new std::vector<unsigned char>;
   rep.kept->assign(len, 0);
 }
 
-void endKeeping(message::Rep& rep, bool keeping, std::size_t keptBytes) {
+[[gnu::cold]] void endKeeping(message::Rep& rep, bool keeping, std::size_t keptBytes) {
   if (keeping) return rep.kept->resize(keptBytes);
   delete rep.kept;
   rep.kept = nullptr;
@@ -311,7 +346,7 @@ Outcome readFormat(message::Rep& rep, const unsigned char* data, std::size_t len
     return readLegacy(rep, data, len, reading);
   }
   const Outcome outcome = reader.readRecords(keeping);
-  if (outcome == Outcome::ok) endKeeping(rep, keeping, reader.keptBytes());
+  if (outcome == Outcome::ok && rep.kept != nullptr) endKeeping(rep, keeping, reader.keptBytes());
   return outcome;
 }
 
