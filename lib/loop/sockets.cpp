@@ -25,7 +25,7 @@ short pollBits(unsigned int events) { return static_cast<short>(static_cast<unsi
 
 [[gnu::cold]] void ThinRunner::addSocket(int fd, void* data, SocketCallback cb, unsigned int events) {
   const auto index = static_cast<unsigned int>(polls_.size());
-  const auto [place, isNew] = sockets_.try_emplace(fd, SockInfo{fd, data, cb, index, false});
+  const auto [place, isNew] = sockets_.insert({fd, SockInfo{fd, data, cb, index, false}});
   if (!isNew) {
     return printLine("WARNING: could not add socket fd=", fd, " becouse of dup");
   }
@@ -107,19 +107,12 @@ void ThinRunner::dispatchSockets(int ready) {
   for (std::size_t i = polls_.size(); ready > 0 && i-- > 0;) {
     const auto revents = static_cast<unsigned short>(polls_[i].revents);
     if (revents == 0) continue;
-    polls_[i].revents = 0;  // S3
-    const SockInfo socket = pollSockets_[i]->second;
+    polls_[i].revents = 0;                             // S3
+    const SockInfo& socket = pollSockets_[i]->second;  // the call is the last look at it
     socket.callback(socket.data, socket.fd, revents);
     --ready;
     i = std::min(i, polls_.size());  // the callback may have removed any of them
   }
-}
-
-[[gnu::cold]] void ThinRunner::dropSockets() {
-  polls_.clear();
-  pollSockets_.clear();
-  sockets_.clear();
-  readAheadCount_ = 0;
 }
 
 }  // namespace kl

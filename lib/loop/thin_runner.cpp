@@ -56,12 +56,19 @@ unsigned int readTick() {
 
 ThinRunner::ThinRunner() : ownSleepTime_(sleepTimeOf(this)) {}
 
-[[gnu::cold]] ThinRunner::~ThinRunner() { ThinRunner::shutdown(); }
+ThinRunner::~ThinRunner() { ThinRunner::shutdown(); }
 
 void ThinRunner::shutdown() {
   dropTimers();
   dropSockets();
   dropHooks();
+}
+
+void ThinRunner::dropSockets() {
+  polls_.clear();
+  pollSockets_.clear();
+  sockets_.clear();
+  readAheadCount_ = 0;
 }
 
 void ThinRunner::run() {

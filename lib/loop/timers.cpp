@@ -43,10 +43,17 @@ std::size_t parentOf(std::size_t position) { return (position - 1) / 2; }
 
 std::size_t rightChildOf(std::size_t position) { return 2 * position + 2; }
 
-Ticks limitedDelay(Ticks delay) {
-  if (delay <= kLongestDelay) return delay;
+[[gnu::cold]] Ticks longestDelay() {
   printLine("WARNING: limiting timer timeout to ", kLongestDelay, "cs");
   return kLongestDelay;
+}
+
+Ticks limitedDelay(Ticks delay) { return delay <= kLongestDelay ? delay : longestDelay(); }
+
+// One function for both lists.
+template <class List, class Timer>
+[[gnu::noinline]] void append(List& list, Timer* timer) {
+  list.push_back(timer);
 }
 
 }  // namespace
@@ -61,14 +68,15 @@ int ThinRunner::sleepTime(unsigned int now) {
 ThinRunner::TimerPtr ThinRunner::addTimer(void* data, TimerCallback cb, unsigned int delay) {
   const Ticks now = readTick();
   TimerInfo* timer = newTimer(data, cb, now + limitedDelay(delay));
-  if (inRunTimers_) pending_.push_back(timer);  // T3
+  if (inRunTimers_) append(pending_, timer);  // T3
   else pushTimer(timer, now);
   return TimerPtr(timer);
 }
 
-ThinRunner::TimerPtr ThinRunner::addDelayedTimer(void* data, TimerCallback cb, unsigned int delay) {
+[[gnu::cold]] ThinRunner::TimerPtr ThinRunner::addDelayedTimer(void* data, TimerCallback cb,
+                                                               unsigned int delay) {
   TimerInfo* timer = newTimer(data, cb, limitedDelay(delay));
-  delayed_.push_back(timer);
+  append(delayed_, timer);
   return TimerPtr(timer);
 }
 
@@ -127,7 +135,7 @@ void ThinRunner::freeTimer(TimerInfo* timer) {
   freeTimers_ = timer;
 }
 
-void ThinRunner::pushTimer(TimerInfo* timer, unsigned int now) {
+[[gnu::noinline]] void ThinRunner::pushTimer(TimerInfo* timer, unsigned int now) {
   heapTime_ = now;
   heap_.push_back({timer, timer->expiry});
   placeTimerInHeap(timer, static_cast<unsigned int>(heap_.size() - 1), now);
