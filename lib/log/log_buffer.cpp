@@ -34,7 +34,7 @@ int lstreambuf::overflow(int c) {
 
 int lstreambuf::sync() { return flushBuffer() ? 0 : -1; }
 
-bool lstreambuf::flushBuffer() {
+[[gnu::noinline]] bool lstreambuf::flushBuffer() {
   auto count = static_cast<unsigned int>(pptr() - pbase());
   if (count == 0) return true;
   if (logger_ == nullptr) {
@@ -48,7 +48,7 @@ bool lstreambuf::flushBuffer() {
   return true;
 }
 
-void lstreambuf::copyToEcho(unsigned int count) {
+[[gnu::cold]] void lstreambuf::copyToEcho(unsigned int count) {
   echo_->sputn(text_, count);
   echo_->sputc('\n');
   echo_->pubsync();
