@@ -40,4 +40,13 @@ void endProcess(const std::string& line) {
   std::exit(EXIT_FAILURE);
 }
 
+void endProcess(const char* text) { endProcess(std::string(text)); }
+
+void endProcess(const char* text, long long number) { endProcess(text + decimal(number)); }
+
+void endProcessAfterCall(const char* text, long long result) {
+  const int error = errno;
+  endProcess(text + decimal(result) + ", errno: " + decimal(error));
+}
+
 }  // namespace kl

@@ -24,5 +24,9 @@ void printErrorLine(const std::string& line);
 
 // The last line of a process, on the standard error stream; the process ends with status 1.
 [[noreturn]] void endProcess(const std::string& line);
+[[noreturn]] void endProcess(const char* text);
+[[noreturn]] void endProcess(const char* text, long long number);
+// The same with the result of a system call and its errno behind the text.
+[[noreturn]] void endProcessAfterCall(const char* text, long long result);
 
 }  // namespace kl

@@ -40,10 +40,6 @@ int waitFor(int fd, short events, int milliseconds) {
   return ::poll(&entry, 1, milliseconds);
 }
 
-[[gnu::cold]] std::string describe(ssize_t result, int error) {
-  return decimal(result) + ", errno: " + decimal(error);
-}
-
 }  // namespace
 
 FrameSocket::~FrameSocket() {
@@ -141,7 +137,7 @@ void FrameSocket::send(const unsigned char* bytes, std::size_t count) {
     } else if (errno == EAGAIN) {
       awaitRoom();
     } else if (errno != EINTR) {
-      endProcess("LOOPER: write_raw write failed: " + describe(written, errno));
+      endProcessAfterCall("LOOPER: write_raw write failed: ", written);
     }
   }
 }
@@ -171,7 +167,7 @@ bool FrameSocket::receive(Timeout& timeout, std::size_t wanted) {
       drained_ = true;
       if (!timeout.waits() || !awaitBytes(timeout)) return false;
     } else if (errno != EINTR) {
-      endProcess("LOOPER: read_raw read failed: " + describe(got, errno));
+      endProcessAfterCall("LOOPER: read_raw read failed: ", got);
     }
   }
 }
@@ -180,7 +176,7 @@ bool FrameSocket::awaitBytes(Timeout& timeout) {
   while (true) {
     const int ready = waitFor(fd_, POLLIN, timeout.milliseconds());
     if (ready >= 0) return ready > 0;
-    if (errno != EINTR) endProcess("LOOPER:: read_raw pool failed: errno=" + decimal(errno));
+    if (errno != EINTR) endProcess("LOOPER:: read_raw pool failed: errno=", errno);
   }
 }
 

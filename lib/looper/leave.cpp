@@ -108,7 +108,7 @@ void Looper::loadPermData(const message& data) {
   const auto ids = data.get(kHandlerIDs, {});
   const auto handlerData = data.get(kHandlerData, {});
   for (std::size_t i = 0; i < std::min(ids.size(), handlerData.size()); ++i)
-    pendingPermData_.emplace(ids[i], handlerData[i]);
+    pendingPermData_.insert({ids[i], handlerData[i]});
 }
 
 int Looper::getTimezone() {

@@ -316,7 +316,7 @@ unsigned int Looper::getLoaderValue(unsigned int n) const {
 
 bool Looper::addHandler(unsigned int id, Handler* handler) {
   KL_ASSERT(handler != nullptr);
-  if (!handlers_.emplace(id, handler).second) return false;
+  if (!handlers_.insert({id, handler}).second) return false;
   handler->id_ = id;
   const auto data = pendingPermData_.extract(id);
   if (!data) return true;

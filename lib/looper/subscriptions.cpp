@@ -72,19 +72,23 @@ bool isOrdered(const std::vector<message>& objects) {
 // each other in a ring.  Held by Subscriptions.ObjectsThatTheOrderDoesNotPlaceAreNotSent.
 std::vector<message> orderBySuccessor(const std::vector<message>& objects,
                                       const std::set<unsigned int>& ids) {
-  std::map<unsigned int, const message*> bySuccessor;
-  std::vector<const message*> ends;
-  for (const message& object : objects) {
-    const unsigned int successor = object.get(STD_NEXTID, BADID);
-    if (ids.contains(successor)) bySuccessor.emplace(successor, &object);
-    else ends.push_back(&object);
+  std::map<unsigned int, unsigned int> bySuccessor;  // places of objects
+  std::vector<unsigned int> ends;
+  for (unsigned int i = 0; i < objects.size(); ++i) {
+    const unsigned int successor = objects[i].get(STD_NEXTID, BADID);
+    if (ids.contains(successor)) bySuccessor.insert({successor, i});
+    else ends.push_back(i);
   }
   std::vector<message> ordered;
   ordered.reserve(objects.size());
-  for (const message* object : ends) {
-    ordered.push_back(*object);
-    while (const auto before = bySuccessor.extract(ordered.back().get(STD_ID, BADID)))
-      ordered.push_back(*before.mapped());
+  for (unsigned int place : ends) {
+    while (true) {
+      ordered.push_back(objects[place]);
+      const auto before = bySuccessor.find(objects[place].get(STD_ID, BADID));
+      if (before == bySuccessor.end()) break;
+      place = before->second;
+      bySuccessor.erase(before);
+    }
   }
   return ordered;
 }
