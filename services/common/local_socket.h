@@ -28,7 +28,7 @@ struct Peer {
 };
 Peer peerOf(int fd);
 
-// Who may connect: all users, unless it is said otherwise.
+// The users who may connect: all of them, unless it is said otherwise.
 struct SocketAccess {
   static constexpr gid_t kOwnGroup = static_cast<gid_t>(-1);
 

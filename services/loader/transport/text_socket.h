@@ -14,7 +14,7 @@
 
 namespace loader {
 
-// Who connects gets a text and the end of the stream; what he says is not read.
+// A socket at which whoever connects gets a text and the end of the stream.  Nothing is read there.
 //
 //     TextSocket metrics(runner, log, [] { return describeAll(); });
 //     if (const std::string problem = metrics.open(path, {0660, group}); !problem.empty()) ...
@@ -44,7 +44,7 @@ class TextSocket {
   std::string open(const std::string& path, const common::SocketAccess& access);
   void close();
 
-  // The next who connects gets a text that is new.
+  // A text is made anew for the next who connects.
   void onPassOver() { text_.reset(); }
 
   std::size_t readers() const { return readers_.size(); }
@@ -52,7 +52,7 @@ class TextSocket {
  private:
   using Text = std::shared_ptr<const std::string>;
 
-  // One whose text the kernel has not taken as a whole.
+  // A connection whose text the kernel has not taken as a whole.
   class Reader;
 
   void serve(Descriptor socket);

@@ -8,7 +8,7 @@
 
 namespace loader {
 
-// What the table says at this moment, the same as its rows say to who asks the own service.  A look at each row.
+// The table at this moment, with the figures that its rows show to who asks the own service.  A look at each row.
 common::BusMetrics metricsOf(const ServiceTable& services, const OpenRequests& requests,
                              unsigned long long connections, common::Moment now);
 

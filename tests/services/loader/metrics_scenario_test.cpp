@@ -27,7 +27,7 @@ class MetricsScenario : public kl::test::Supervision {
  protected:
   static std::string path() { return kl::underRoot("/ram/kelometrics"); }
 
-  // All that it says until the end; nothing where nobody is.
+  // The text until its end; none where nobody gives one.
   static std::string metrics() {
     const common::Descriptor socket = common::newStreamSocket();
     if (!common::connectTo(socket.get(), path())) return {};
