@@ -5,6 +5,8 @@ quarter of the run, when everything is warm, is compared with the least of its l
 """
 
 import csv
+import itertools
+import re
 import typing
 
 WARM = 0.25  # the part of the run in which everything may still grow
@@ -54,6 +56,36 @@ def growths(samples, seconds):
                          (min(s.descriptors for s in early), min(s.descriptors for s in late)))
 
 
+# --- the traffic, of the metrics that the loader gives
+
+
+class Traffic(typing.NamedTuple):
+    seconds: float
+    service: str
+    pid: int  # 0: one line goes on over all processes of the service
+    messages: float  # in a second, both ways
+    queue_bytes: int
+
+
+def metrics_in(text):
+    """What an OpenMetrics text says of each service: {service: {metric: value}}."""
+    services = {}
+    for metric, service, value in re.findall(r'^(\w+)\{service="([^"\\]*)"\} (\S+)$', text, re.MULTILINE):
+        services.setdefault(service, {})[metric] = float(value)
+    return services
+
+
+def traffic(looks):
+    """Of two looks (seconds, services) each, what passed between them; nothing where the counters began anew."""
+    messages = lambda one: one["kelo_in_messages_total"] + one["kelo_out_messages_total"]
+    for (earlier, before), (seconds, now) in itertools.pairwise(looks):
+        for service in now.keys() & before.keys():
+            passed = messages(now[service]) - messages(before[service])
+            if passed >= 0 and seconds > earlier:
+                yield Traffic(seconds, service, 0, passed / (seconds - earlier),
+                              int(now[service].get("kelo_queue_bytes", 0)))
+
+
 # --- the picture
 
 COLOURS = ("#1b6ca8", "#c0392b", "#1e8449", "#8e44ad", "#b9770e", "#117a65", "#7f8c8d", "#2c3e50", "#d35400")
@@ -94,11 +126,22 @@ def panel(samples, seconds, top, title, value):
                f'fill="{COLOURS[n % len(COLOURS)]}">{service}</text>')
 
 
-def svg(samples, seconds):
-    height = TOP + 2 * PANEL + GAP + 30
+def picture(samples, seconds, panels):
+    """A panel below the other for each title and what it shows of a sample."""
+    height = TOP + len(panels) * PANEL + (len(panels) - 1) * GAP + 30
     lines = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{WIDTH}" height="{height}" '
              'font-family="sans-serif" font-size="12">',
              f'<rect width="{WIDTH}" height="{height}" fill="white"/>']
-    lines += panel(samples, seconds, TOP, "Private memory, KiB", lambda s: s.private_kib)
-    lines += panel(samples, seconds, TOP + PANEL + GAP, "Descriptors", lambda s: s.descriptors)
+    for n, (title, value) in enumerate(panels):
+        lines += panel(samples, seconds, TOP + n * (PANEL + GAP), title, value)
     return "\n".join([*lines, "</svg>", ""])
+
+
+def svg(samples, seconds):
+    return picture(samples, seconds, [("Private memory, KiB", lambda s: s.private_kib),
+                                      ("Descriptors", lambda s: s.descriptors)])
+
+
+def traffic_svg(looks, seconds):
+    return picture(list(traffic(looks)), seconds, [("Messages per second", lambda s: s.messages),
+                                                   ("Waits until the service reads, bytes", lambda s: s.queue_bytes)])

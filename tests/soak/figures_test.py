@@ -42,6 +42,33 @@ class Growth(unittest.TestCase):
         self.assertEqual(list(figures.growths(run(lambda t: t, lambda t: t)[:60], 100)), [])
 
 
+def look(seconds, messages, queue=""):
+    return seconds, figures.metrics_in(f"""# TYPE kelo_in_messages counter
+kelo_in_messages_total{{service="log"}} {messages}
+# TYPE kelo_out_messages counter
+kelo_out_messages_total{{service="log"}} 10
+{queue}
+# EOF
+""")
+
+
+class Traffic(unittest.TestCase):
+    def test_rates_are_those_of_the_time_that_passed(self):
+        looks = [look(0, 100), look(5, 350, 'kelo_queue_bytes{service="log"} 77'), look(6, 350)]
+        self.assertEqual(list(figures.traffic(looks)),
+                         [figures.Traffic(5, "log", 0, 50, 77), figures.Traffic(6, "log", 0, 0, 0)])
+
+    def test_a_loader_that_began_anew_has_no_rate(self):
+        self.assertEqual(list(figures.traffic([look(0, 100), look(5, 3)])), [])
+
+    def test_a_service_is_there_from_its_second_look_on(self):
+        self.assertEqual(list(figures.traffic([(0, {}), look(5, 3)])), [])
+
+    def test_its_picture_has_a_line_in_each_panel(self):
+        tree = xml.etree.ElementTree.fromstring(figures.traffic_svg([look(t, t * t) for t in range(100)], 100))
+        self.assertEqual(len([e for e in tree.iter() if e.tag.endswith("polyline")]), 2)
+
+
 class Picture(unittest.TestCase):
     def test_each_process_is_a_line_and_each_service_a_name(self):
         samples = run(lambda t: t, lambda t: 5) + run(lambda t: t, lambda t: 6, "log", lambda t: t // 50)

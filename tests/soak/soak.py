@@ -3,10 +3,9 @@
 
 usage: soak.py BIN MINUTES SEED OUT     in a private root; scripts/soak starts it
 
-BIN holds the programs; soak.csv and soak.svg go to the folder OUT.  For the first eighth of the run every service is killed
-now and then; later the loader and the long-living services stay, because they are judged, and the others go on being
-killed.  Exit status: 0 nothing is wrong, 1 something is, which is
-printed.
+BIN holds the programs; soak.csv, soak.svg and traffic.svg go to the folder OUT.  For the first eighth of the run every
+service is killed now and then; later the loader and the long-living services stay, because they are judged, and the
+others go on being killed.  Exit status: 0 nothing is wrong, 1 something is, which is printed.
 """
 
 import collections
@@ -15,6 +14,7 @@ import os
 import pathlib
 import random
 import signal
+import socket
 import subprocess
 import sys
 import time
@@ -31,6 +31,7 @@ SHORT_LIVED = ("keeper", "netif", "follower")
 CONFIGURATION = """
 [loader]
 state_folder = "/kelo/loader"
+metrics_socket = true
 
 [[service]]
 name = "log"
@@ -87,6 +88,7 @@ class Soak:
         self.random = random.Random(seed)
         self.seed = seed
         self.samples = []
+        self.looks = []  # at the metrics
         self.counts = collections.Counter()
         self.wrong = []
 
@@ -215,11 +217,22 @@ class Soak:
     # --- what is seen of it
 
     def sample(self, seconds):
+        self.looks.append((round(seconds, 1), figures.metrics_in(self.metrics())))
         for name, row in self.table().items():
             try:
                 self.samples.append(self.look_at(seconds, name, row["pid"]))
             except (KeyError, OSError):
                 pass  # there is no process at the moment
+
+    @staticmethod
+    def metrics():
+        """The loader's text, or none where there is no loader, which is judged at the end."""
+        with socket.socket(socket.AF_UNIX) as connection:
+            try:
+                connection.connect("/ram/kelometrics")
+                return b"".join(iter(lambda: connection.recv(65536), b"")).decode()
+            except OSError:
+                return ""
 
     @staticmethod
     def look_at(seconds, name, pid):
@@ -305,6 +318,7 @@ def main():
         soak.judge()
     figures.write_csv(out / "soak.csv", soak.samples)
     (out / "soak.svg").write_text(figures.svg(soak.samples, soak.seconds), encoding="utf-8")
+    (out / "traffic.svg").write_text(figures.traffic_svg(soak.looks, soak.seconds), encoding="utf-8")
     for what, count in soak.counts.items():
         print(f"{count:10}  {what}")
     for what in soak.wrong:
