@@ -31,6 +31,8 @@ class OutputOfServices : public kl::test::Supervision {
   kl::test::LogService log_;
 };
 
+class LinesOfTheLoader : public kl::test::Supervision {};
+
 TEST_F(OutputOfServices, GoesToTheLogBehindTheNameOfItsProcess) {
   const LoaderProcess loader(service("talker", 32, "chatter hello"));
   connect();
@@ -69,6 +71,17 @@ TEST_F(OutputOfServices, WhatTheLogServiceWritesDoesNotComeBackToIt) {
   const std::string all = logged();
   EXPECT_NE(all.find("log (18, pid "), std::string::npos) << all;
   EXPECT_EQ(all.find("hello"), std::string::npos) << all;
+}
+
+// A line waits for the log service, whose socket is there before it registers.
+TEST_F(LinesOfTheLoader, AreOnTheirWayToTheLogWhenItsServiceIsConfirmed) {
+  const LoaderProcess loader(service("echo", 32, "serve"));
+  connect();
+  ASSERT_TRUE(askUntilAnswered({32}));
+  kl::test::LogService log;
+  const auto service = kl::test::RawPeer::registered(kl::SERVICE_LOG);
+  EXPECT_TRUE(log.accept());
+  EXPECT_TRUE(log.awaits("echo (32"));
 }
 
 }  // namespace
