@@ -84,7 +84,8 @@ inline constexpr field<bool> REQUEST_HELD{0x00000027};  // the asked service get
 
 // CMD_RELOAD on the path [1] makes the loader read its configuration anew, as SIGHUP does, and needs RIGHT_CONTROL.  The
 // reply says what becomes of the services, by their names; with a mistake in the configuration it is ERROR_FAILED with
-// the mistakes, one a line, and nothing changes.  A field is absent where nothing is to be said.
+// the mistakes, one a line, and nothing changes.  A field is absent where nothing is to be said.  With RELOAD_CANDIDATE, the
+// text of a configuration, the reply says what this one would change, and nothing changes either way.
 inline constexpr unsigned int CMD_RELOAD = 0x60003;
 inline constexpr field<std::vector<std::string>> RELOAD_STARTED{0xa000001c};
 inline constexpr field<std::vector<std::string>> RELOAD_ENDED{0xa000001d};
@@ -93,6 +94,10 @@ inline constexpr field<std::vector<std::string>> RELOAD_ADJUSTED{
     0xa000001f};                                                            // "[rights]" and "[loader]", too
 inline constexpr field<std::vector<std::string>> RELOAD_LATER{0xa0000020};  // keys: when the loader starts
 inline constexpr field<unsigned int> RELOAD_UNCHANGED{0x08000021};          // how many services
+inline constexpr field<std::vector<std::string>> RELOAD_RESTARTED_KEYS{
+    0xa0000052};  // of each: "command, memory"
+inline constexpr field<std::vector<std::string>> RELOAD_ADJUSTED_KEYS{0xa0000053};
+inline constexpr field<std::string> RELOAD_CANDIDATE{0x20000054};
 
 // The crashes of services, on the path [SERVICE_LOADER, LOADER_CRASHES]: CMD_GETALL lists them, the latest first, and
 // CMD_GETOBJ shows one with its report.  Both need RIGHT_CONTROL.  SVC_NAME and SVC_PID are those of the service.

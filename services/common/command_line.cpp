@@ -15,6 +15,13 @@ void addConfiguration(CLI::App& app, const Program& program, CommandLine& line) 
              " cannot run, 2 after a mistake in the\ncommand line or in the configuration file.");
 }
 
+void addChoice(CLI::App& app, const Choice& choice) {
+  app.add_option(choice.name, *choice.word, choice.help)
+      ->type_name("WHAT")
+      ->check(CLI::IsMember(choice.words))
+      ->needs("--check");
+}
+
 }  // namespace
 
 std::optional<std::string> CommandLine::readFile(Mistakes& mistakes) const {
@@ -22,13 +29,15 @@ std::optional<std::string> CommandLine::readFile(Mistakes& mistakes) const {
 }
 
 std::optional<CommandLine> readCommandLine(const Program& program, int argc, const char* const* argv,
-                                           int& status, const std::vector<Flag>& flags) {
+                                           int& status, const std::vector<Flag>& flags,
+                                           const std::vector<Choice>& choices) {
   CommandLine line;
   CLI::App app(program.purpose, program.name);
   app.set_version_flag("--version", program.name + " " KL_VERSION);
   const bool isConfigured = !program.configurationFile.empty();
   if (isConfigured) addConfiguration(app, program, line);
   for (const Flag& flag : flags) app.add_flag(flag.name, *flag.isGiven, flag.help);
+  for (const Choice& choice : choices) addChoice(app, choice);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& end) {

@@ -28,6 +28,14 @@ struct Flag {
   bool* isGiven;
 };
 
+// The same with a value, which is one of these words; needed beside it is --check.
+struct Choice {
+  std::string name;
+  std::string help;
+  std::vector<std::string> words;
+  std::string* word;
+};
+
 struct CommandLine {
   std::string file;      // of the configuration
   bool isGiven = false;  // the file was named, so it must exist
@@ -38,8 +46,9 @@ struct CommandLine {
 };
 
 // Reads --help and --version, for a program with a configuration --config FILE and --check, and the program's own
-// flags.  None when the program is to end at once with `status`: after --help and --version, or after a mistake.
+// flags and choices.  None when the program is to end at once with `status`: after --help and --version, or after a mistake.
 std::optional<CommandLine> readCommandLine(const Program& program, int argc, const char* const* argv,
-                                           int& status, const std::vector<Flag>& flags = {});
+                                           int& status, const std::vector<Flag>& flags = {},
+                                           const std::vector<Choice>& choices = {});
 
 }  // namespace common

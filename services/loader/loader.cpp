@@ -180,7 +180,7 @@ Loader::Loader(Configuration configuration, Log& log)
   own_.setCrashes(crashTable_);
   own_.setConnections(connections_);
   own_.setTaps(taps_);
-  own_.setReload([this] { return onReloadOrder(); });
+  own_.setReload([this](const kl::message& request) { return onReloadOrder(request); });
   lifecycle_.setOnCrash([this](const Crashed& crashed) { crashes_.add(crashed); });
   table_.setListener([this](unsigned int id) { own_.onRowChanged(id); });
   subscriptions_.setOnRefused([this](const Service& subscriber, const Service& provider) {

@@ -97,7 +97,8 @@ class Loader final : private LifecycleHost {
 
   // reloading.cpp
   void onReloadSignal(int sig);
-  kl::message onReloadOrder();
+  kl::message onReloadOrder(const kl::message& request);
+  kl::message compare(const std::string& candidate) const;
   std::optional<Difference> readAnew(common::Mistakes& mistakes);
   void applyNext();
   void measureAnew();

@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "comparing.h"
 #include "kl/utilities.h"
 #include "life/oom_score.h"
 #include "loader.h"
@@ -45,12 +46,15 @@ int main(int argc, char** argv) {
                                 "Starts the services of the system and carries the messages between them.",
                                 kl::underRoot(KL_CONFIGURATION_FILE), "the loader"};
   int status = 0;
-  const auto line = common::readCommandLine(program, argc, argv, status);
+  std::string against;
+  const auto line =
+      common::readCommandLine(program, argc, argv, status, {}, {loader::againstOption(against)});
   if (!line) return status;
   common::Mistakes mistakes;
   loader::Configuration configuration = loader::readConfiguration(*line, mistakes);
   common::report(mistakes, program.name);
   common::report(configuration.warnings, program.name);
   if (!mistakes.empty()) return common::kMistake;
+  if (!against.empty()) return loader::compareWithRunning(*line);
   return line->checksOnly ? 0 : run(std::move(configuration), *line);
 }

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "admission/rights.h"
+#include "config/missing_programs.h"
 #include "kl/conventions.h"
 #include "kl/utilities.h"
 #include "life/markers.h"
@@ -34,7 +35,9 @@ kl::message replyOf(const Difference& difference) {
   insert(reply, loader_service::STARTED, difference.started);
   insert(reply, loader_service::ENDED, difference.ended);
   insert(reply, loader_service::RESTARTED, difference.restarted);
+  insert(reply, loader_service::RESTARTED_KEYS, difference.restartedKeys);
   insert(reply, loader_service::ADJUSTED, difference.adjusted);
+  insert(reply, loader_service::ADJUSTED_KEYS, difference.adjustedKeys);
   insert(reply, loader_service::LATER, difference.later);
   reply.insert(loader_service::UNCHANGED, difference.unchanged);
   return reply;
@@ -47,6 +50,10 @@ std::string textOf(const common::Mistakes& mistakes) {
     text += mistake.describe();
   }
   return text;
+}
+
+void limitMistakes(common::Mistakes& mistakes) {
+  if (mistakes.size() > kMostMistakes) mistakes.resize(kMostMistakes);
 }
 
 // A loader that runs goes by these until its end.
@@ -64,10 +71,21 @@ void Loader::onReloadSignal(int) {
   (void)readAnew(mistakes);
 }
 
-kl::message Loader::onReloadOrder() {
+kl::message Loader::onReloadOrder(const kl::message& request) {
+  if (request.has(loader_service::CANDIDATE)) return compare(request.get(loader_service::CANDIDATE, ""));
   common::Mistakes mistakes;
   const auto difference = readAnew(mistakes);
   return difference ? replyOf(*difference) : kl::errorMsg(kl::ERROR_FAILED, textOf(mistakes));
+}
+
+// Nothing is changed here, and nothing is a line on the log.
+kl::message Loader::compare(const std::string& candidate) const {
+  common::Mistakes mistakes;
+  Configuration next = parseConfiguration(candidate, "the candidate", mistakes);
+  if (mistakes.empty()) addMissingPrograms(next, mistakes);
+  limitMistakes(mistakes);
+  if (!mistakes.empty()) return kl::errorMsg(kl::ERROR_FAILED, textOf(mistakes));
+  return replyOf(differenceOf(configuration_, next));
 }
 
 // RL1
@@ -79,7 +97,7 @@ std::optional<Difference> Loader::readAnew(common::Mistakes& mistakes) {
   Configuration next = source_(mistakes);
   if (next.file.empty() && !configuration_.file.empty())
     mistakes.push_back({configuration_.file, 0, "is not there any more"});
-  if (mistakes.size() > kMostMistakes) mistakes.resize(kMostMistakes);
+  limitMistakes(mistakes);
   for (const common::Mistake& mistake : mistakes) log_.line(mistake.describe());
   if (!mistakes.empty()) {
     log_.line("keeps its configuration, as the new one has mistakes");

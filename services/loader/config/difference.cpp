@@ -16,12 +16,54 @@ bool isSame(const AccessList& one, const AccessList& other) {
                     });
 }
 
-bool isSameForLoader(const ServiceConfiguration& one, const ServiceConfiguration& other) {
-  return one.name == other.name && one.rights == other.rights && one.speaksFor == other.speaksFor &&
-         isSame(one.access, other.access) && one.commands == other.commands && one.restart == other.restart &&
-         one.startsAtBoot == other.startsAtBoot && one.startsOnDemand == other.startsOnDemand &&
-         one.startSeconds == other.startSeconds && one.leaveIdleSeconds == other.leaveIdleSeconds &&
-         one.watchdogSeconds == other.watchdogSeconds;
+struct Key {
+  const char* name;
+  bool differs;
+};
+
+std::string namesOf(std::initializer_list<Key> keys) {
+  std::string names;
+  for (const Key& key : keys)
+    if (key.differs) names += (names.empty() ? "" : ", ") + std::string(key.name);
+  return names;
+}
+
+bool isOtherUser(const ServiceConfiguration& one, const ServiceConfiguration& other) {
+  return one.userId() != other.userId() || (other.userId() != ::geteuid() && one.groups != other.groups);
+}
+
+// Those that concern the process.
+std::string keysOfProcess(const ServiceConfiguration& one, const ServiceConfiguration& other) {
+  const ProcessLimits& a = one.limits;
+  const ProcessLimits& b = other.limits;
+  return namesOf({{"user", isOtherUser(one, other)},
+                  {"command", one.command != other.command},
+                  {"folder", one.folder != other.folder},
+                  {"environment", one.environment != other.environment},
+                  {"settings", one.settings != other.settings},
+                  {"memory", a.memory != b.memory},
+                  {"files", a.files != b.files},
+                  {"tasks", a.tasks != b.tasks},
+                  {"nice", a.nice != b.nice},
+                  {"oom_score", a.oomScore != b.oomScore},
+                  {"umask", a.umask != b.umask},
+                  {"new_privileges", a.mayGainPrivileges != b.mayGainPrivileges}});
+}
+
+// Those that concern the loader alone.
+std::string keysOfLoader(const ServiceConfiguration& one, const ServiceConfiguration& other) {
+  const bool isOtherStart =
+      one.startsAtBoot != other.startsAtBoot || one.startsOnDemand != other.startsOnDemand;
+  return namesOf({{"name", one.name != other.name},
+                  {"rights", one.rights != other.rights},
+                  {"speaks_for", one.speaksFor != other.speaksFor},
+                  {"access", !isSame(one.access, other.access)},
+                  {"commands", one.commands != other.commands},
+                  {"restart", one.restart != other.restart},
+                  {"start", isOtherStart},
+                  {"start_seconds", one.startSeconds != other.startSeconds},
+                  {"leave_idle_seconds", one.leaveIdleSeconds != other.leaveIdleSeconds},
+                  {"watchdog_seconds", one.watchdogSeconds != other.watchdogSeconds}});
 }
 
 // The keys that a running loader goes by until its end.
@@ -34,11 +76,28 @@ std::vector<std::string> keysForLater(const Configuration& former, const Configu
   return keys;
 }
 
+void addChange(Difference& difference, const ServiceConfiguration& former, const ServiceConfiguration& now) {
+  const std::string process = keysOfProcess(former, now);
+  const std::string loader = keysOfLoader(former, now);
+  if (!process.empty()) {
+    difference.restarted.push_back(now.name);
+    difference.restartedKeys.push_back(process + (loader.empty() ? "" : ", ") + loader);
+  } else if (!loader.empty()) {
+    difference.adjusted.push_back(now.name);
+    difference.adjustedKeys.push_back(loader);
+  } else {
+    ++difference.unchanged;
+  }
+}
+
 void addService(Difference& difference, const ServiceConfiguration* former, const ServiceConfiguration& now) {
-  if (former == nullptr || !isSuccessor(*former, now)) difference.started.push_back(now.name);
-  else if (needsRestart(*former, now)) difference.restarted.push_back(now.name);
-  else if (!isSameForLoader(*former, now)) difference.adjusted.push_back(now.name);
-  else ++difference.unchanged;
+  if (former == nullptr || !isSuccessor(*former, now)) return difference.started.push_back(now.name);
+  addChange(difference, *former, now);
+}
+
+void addSection(Difference& difference, const char* name) {
+  difference.adjusted.emplace_back(name);
+  difference.adjustedKeys.emplace_back();
 }
 
 void append(std::string& text, std::size_t count, const char* what) {
@@ -66,11 +125,7 @@ bool isSuccessor(const ServiceConfiguration& former, const ServiceConfiguration&
 }
 
 bool needsRestart(const ServiceConfiguration& former, const ServiceConfiguration& now) {
-  const bool isOtherUser =
-      former.userId() != now.userId() || (now.userId() != ::geteuid() && former.groups != now.groups);
-  return isOtherUser || former.command != now.command || former.folder != now.folder ||
-         former.environment != now.environment || former.settings != now.settings ||
-         former.limits != now.limits;
+  return !keysOfProcess(former, now).empty();
 }
 
 Difference differenceOf(const Configuration& former, const Configuration& now) {
@@ -79,9 +134,8 @@ Difference differenceOf(const Configuration& former, const Configuration& now) {
     const ServiceConfiguration* successor = now.find(service.id);
     if (successor == nullptr || !isSuccessor(service, *successor)) difference.ended.push_back(service.name);
   }
-  if (!isSame(former.rights, now.rights)) difference.adjusted.emplace_back("[rights]");
-  if (!isSame(former.access, now.access) || former.metrics != now.metrics)
-    difference.adjusted.emplace_back("[loader]");
+  if (!isSame(former.rights, now.rights)) addSection(difference, "[rights]");
+  if (!isSame(former.access, now.access) || former.metrics != now.metrics) addSection(difference, "[loader]");
   for (const ServiceConfiguration& service : now.services)
     addService(difference, former.find(service.id), service);
   difference.later = keysForLater(former, now);

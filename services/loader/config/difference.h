@@ -19,6 +19,10 @@ struct Difference {
   std::vector<std::string> later;  // keys that the loader reads when it starts
   unsigned int unchanged = 0;      // how many services
 
+  // Of each in `restarted` and `adjusted`, the keys that changed: "command, memory"; empty for [rights] and [loader].
+  std::vector<std::string> restartedKeys;
+  std::vector<std::string> adjustedKeys;
+
   // "1 started, 2 ended, 7 unchanged".
   std::string describe() const;
 };

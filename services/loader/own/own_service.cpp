@@ -145,7 +145,7 @@ void OwnService::handleForTable(Service& caller, const kl::message& request, uns
     return reply(caller, request, explainer_->list(request));
   if (taps_ != nullptr && command == common::tap::CMD_TAP)
     return reply(caller, request, taps_->answer(caller, request));
-  if (reload_ && command == loader_service::CMD_RELOAD) return reply(caller, request, reload_());
+  if (reload_ && command == loader_service::CMD_RELOAD) return reply(caller, request, reload_(request));
   reply(caller, request, execute(request, command));
 }
 

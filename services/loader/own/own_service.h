@@ -66,7 +66,9 @@ class OwnService {
   void setTaps(Taps& taps) { taps_ = &taps; }
 
   // Reads the configuration anew and gives the reply; without it that is not implemented.
-  void setReload(std::function<kl::message()> reload) { reload_ = std::move(reload); }
+  void setReload(std::function<kl::message(const kl::message& request)> reload) {
+    reload_ = std::move(reload);
+  }
 
   // `request` is as any service would get it: path without the loader's id, return path with the caller's in front.
   void handle(Service& caller, const kl::message& request);
@@ -120,7 +122,7 @@ class OwnService {
   const CrashTable* crashes_ = nullptr;
   const unsigned long long* connections_ = nullptr;
   Taps* taps_ = nullptr;
-  std::function<kl::message()> reload_;
+  std::function<kl::message(const kl::message& request)> reload_;
   kl::policies policies_;
   std::vector<LeaveOrder> leaveOrders_;
   std::set<unsigned int> changed_;

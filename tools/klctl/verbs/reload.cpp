@@ -25,12 +25,14 @@ struct Group {
   kl::field<Names> field;
   char sign;
   const char* word;
+  const kl::field<Names>* keys = nullptr;
 };
 
-constexpr Group kGroups[] = {{kl::RELOAD_STARTED, '+', "started"},
-                             {kl::RELOAD_ENDED, '-', "ended"},
-                             {kl::RELOAD_RESTARTED, '~', "restarted"},
-                             {kl::RELOAD_ADJUSTED, '~', "changed without a restart"}};
+constexpr Group kGroups[] = {
+    {kl::RELOAD_STARTED, '+', "started"},
+    {kl::RELOAD_ENDED, '-', "ended"},
+    {kl::RELOAD_RESTARTED, '~', "restarted", &kl::RELOAD_RESTARTED_KEYS},
+    {kl::RELOAD_ADJUSTED, '~', "changed without a restart", &kl::RELOAD_ADJUSTED_KEYS}};
 
 std::size_t widthOf(const kl::message& reply) {
   std::size_t width = 0;
@@ -40,14 +42,23 @@ std::size_t widthOf(const kl::message& reply) {
   return width;
 }
 
+// The keys of the service that changed; an older loader names none.
+std::string keysText(const kl::message& reply, const Group& group, std::size_t index) {
+  const Names keys = group.keys != nullptr ? reply.get(*group.keys, {}) : Names();
+  return index < keys.size() && !keys[index].empty() ? ": " + common::printable(keys[index]) : "";
+}
+
 std::string changesText(const kl::message& reply) {
   const std::size_t width = widthOf(reply);
   std::ostringstream text;
-  for (const Group& group : kGroups)
-    for (const std::string& name : reply.get(group.field, {})) {
-      const std::string shown = common::printable(name);
-      text << group.sign << ' ' << shown << std::string(width - shown.size() + 2, ' ') << group.word << '\n';
+  for (const Group& group : kGroups) {
+    const Names names = reply.get(group.field, {});
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const std::string shown = common::printable(names[i]);
+      text << group.sign << ' ' << shown << std::string(width - shown.size() + 2, ' ') << group.word
+           << keysText(reply, group, i) << '\n';
     }
+  }
   const unsigned int unchanged = reply.get(kl::RELOAD_UNCHANGED, 0);
   text << "  " << unchanged << (unchanged == 1 ? " service" : " services") << " unchanged\n";
   for (const std::string& key : reply.get(kl::RELOAD_LATER, {}))

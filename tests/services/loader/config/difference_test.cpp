@@ -56,6 +56,16 @@ TEST(Difference, WhoStartsAServiceMakesItAnotherOne) {
   EXPECT_EQ(difference.ended, Names{"other"});
 }
 
+TEST(Difference, TheKeysThatChangedAreNamed) {
+  const Difference difference = between("[rights]\nroot = \"all\"\n" + kNetif + kOther,
+                                        kNetif + "memory = 2097152\nrestart = \"never\"\nfolder = \"/\"\n" +
+                                            kOther + "access = { root = 64 }\n");
+  EXPECT_EQ(difference.restarted, Names{"netif"});
+  EXPECT_EQ(difference.restartedKeys, Names{"folder, memory, restart"});
+  EXPECT_EQ(difference.adjusted, (Names{"[rights]", "other"}));
+  EXPECT_EQ(difference.adjustedKeys, (Names{"", "access"}));
+}
+
 TEST(Difference, WhatTheProcessIsGivenRestartsIt) {
   for (const char* key :
        {"command = [\"/bin/netif\", \"-v\"]", "folder = \"/tmp\"", "environment = { A = \"b\" }",

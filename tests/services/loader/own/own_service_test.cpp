@@ -100,7 +100,7 @@ TEST_F(OwnServiceTest, TheListOfRightsIsForWhoMayControl) {
 TEST_F(OwnServiceTest, TheConfigurationIsReadAnewForWhoMayControl) {
   EXPECT_EQ(errorOf(askFor(kl::CMD_RELOAD)), kl::ERROR_NOTIMP);
   int readings = 0;
-  own_.setReload([&] {
+  own_.setReload([&](const kl::message&) {
     kl::message reply;
     reply.insert(kl::RELOAD_UNCHANGED, ++readings);
     return reply;

@@ -47,6 +47,18 @@ TEST_F(Reload, EachServiceThatChangesHasALine) {
             "quota changes when the loader starts again\n");
 }
 
+TEST_F(Reload, TheKeysThatChangedAreNamed) {
+  reply_.insert(kl::RELOAD_RESTARTED, Names{"leases"});
+  reply_.insert(kl::RELOAD_RESTARTED_KEYS, Names{"memory, folder"});
+  reply_.insert(kl::RELOAD_ADJUSTED, Names{"[rights]", "netif"});
+  reply_.insert(kl::RELOAD_ADJUSTED_KEYS, Names{"", "access"});
+  EXPECT_EQ(run(),
+            "~ leases    restarted: memory, folder\n"
+            "~ [rights]  changed without a restart\n"
+            "~ netif     changed without a restart: access\n"
+            "  0 services unchanged\n");
+}
+
 TEST_F(Reload, HostileNamesDoNotReachTheTerminal) {
   reply_.insert(kl::RELOAD_STARTED, Names{"a\x1b[2Jb"});
   reply_.insert(kl::RELOAD_LATER, Names{"c\x1b]0;d"});
