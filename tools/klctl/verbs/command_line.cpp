@@ -55,10 +55,7 @@ class Parser {
     addOptions();
     addVerb(app_, Verb::kServices, "services", "List the services", kEveryOption);
     addRequests();
-    addAction(Verb::kStart, "start", "Start a service");
-    addAction(Verb::kStop, "stop", "End a service");
-    addAction(Verb::kRestart, "restart", "End a service and start it again");
-    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait for that");
+    addActions();
     addVerb(app_, Verb::kReload, "reload", "Make the loader read its configuration anew", kEveryOption);
     addVerb(app_, Verb::kRequests, "requests", "List the requests that are not answered yet",
             kTimeout | kFields);
@@ -218,6 +215,13 @@ class Parser {
     send->add_flag("--no-reply", line_.noReply, "Do not ask for a reply")
         ->excludes(json_)
         ->excludes(options_[kDump]);
+  }
+
+  void addActions() {
+    addAction(Verb::kStart, "start", "Start a service");
+    addAction(Verb::kStop, "stop", "End a service");
+    addAction(Verb::kRestart, "restart", "End a service and start it again");
+    addAction(Verb::kLeave, "leave", "Ask a service to save its state and end, and wait for that");
   }
 
   void addAction(Verb verb, const char* name, const char* about) {
