@@ -34,9 +34,14 @@ bool comesTrue(const std::function<bool()>& condition, int deadlineMs) {
   return true;
 }
 
-std::string newFolder() {
+void write(const std::string& folder, const std::string& configuration) {
+  std::ofstream(folder + "/kl-loader.toml") << configuration;
+}
+
+std::string folderWith(const std::string& configuration) {
   char folder[] = "/tmp/loader_process_XXXXXX";
-  return ::mkdtemp(folder);
+  write(::mkdtemp(folder), configuration);
+  return folder;
 }
 
 std::string contentOf(const std::string& file) {
@@ -59,10 +64,7 @@ void awaitItsFirstPass() {
 }  // namespace
 
 LoaderProcess::LoaderProcess(const std::string& configuration, std::size_t mostDescriptors)
-    : folder_(newFolder()), process_([&] {
-        configure(configuration);
-        run(mostDescriptors);
-      }) {
+    : folder_(folderWith(configuration)), process_([&] { run(mostDescriptors); }) {
   // The socket of another loader, or of one that was killed, would answer too soon or not at all: the wait ends with
   // the process as well.
   EXPECT_TRUE(comesTrue([this] { return process_.hasEnded() || RawPeer().connect(0); }, kPatienceMs))
@@ -88,9 +90,7 @@ void LoaderProcess::run(std::size_t mostDescriptors) const {
   become({KL_BIN_DIR "/kl-loader", "--config", folder_ + "/kl-loader.toml"});
 }
 
-void LoaderProcess::configure(const std::string& configuration) const {
-  std::ofstream(folder_ + "/kl-loader.toml") << configuration;
-}
+void LoaderProcess::configure(const std::string& configuration) const { write(folder_, configuration); }
 
 std::string LoaderProcess::log() const { return contentOf(folder_ + "/log"); }
 

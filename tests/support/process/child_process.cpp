@@ -12,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <utility>
@@ -19,31 +21,62 @@
 namespace kl::test {
 namespace {
 
+// A signal that the test handles begins the wait anew.
 bool isReadable(int fd, int deadlineMs) {
   const timespec deadline{deadlineMs / 1000, deadlineMs % 1000 * 1000000L};
   pollfd watched{fd, POLLIN, 0};
-  return ::ppoll(&watched, 1, &deadline, nullptr) == 1;
+  int ready = -1;
+  do {
+    ready = ::ppoll(&watched, 1, &deadline, nullptr);
+  } while (ready < 0 && errno == EINTR);
+  return ready == 1;
 }
 
-// A kernel that has no descriptors for processes gives no bound either.
+int statusOf(pid_t pid) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
+  return status;
+}
+
+bool isOver(pid_t pid) {
+  siginfo_t info{};
+  return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == pid;
+}
+
+// For a kernel that has no descriptors for processes.
+bool isOverWithin(pid_t pid, int deadlineMs) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(deadlineMs);
+  while (!isOver(pid)) {
+    if (std::chrono::steady_clock::now() >= end) return false;
+    ::usleep(2000);
+  }
+  return true;
+}
+
 bool endsWithin(pid_t pid, int deadlineMs) {
   const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-  const bool ends = fd < 0 || isReadable(fd, deadlineMs);
-  if (fd >= 0) ::close(fd);
+  if (fd < 0) return isOverWithin(pid, deadlineMs);
+  const bool ends = isReadable(fd, deadlineMs);
+  ::close(fd);
   return ends;
 }
 
-// An exception ends the child here: it must not go on with the test.
-[[noreturn]] void run(const std::function<void()>& body) noexcept {
+// An exception ends the child here: it must not go on with the test.  The parent may have ended before the signal of its
+// end was asked for.
+[[noreturn]] void run(const std::function<void()>& body, pid_t parent) noexcept {
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(1);
   body();
   ::_exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::function<void()>& body) : pid_(::fork()) {
-  if (pid_ == 0) run(body);
+ChildProcess::ChildProcess(const std::function<void()>& body) {
+  const pid_t parent = ::getpid();
+  pid_ = ::fork();
+  if (pid_ == 0) run(body, parent);
   EXPECT_GT(pid_, 0);
 }
 
@@ -57,11 +90,7 @@ void ChildProcess::signal(int number) const {
   if (pid_ > 0) (void)::kill(pid_, number);
 }
 
-bool ChildProcess::hasEnded() const {
-  siginfo_t info{};
-  return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-         info.si_pid == pid_;
-}
+bool ChildProcess::hasEnded() const { return pid_ <= 0 || isOver(pid_); }
 
 bool ChildProcess::stops() const {
   siginfo_t info{};
@@ -70,9 +99,8 @@ bool ChildProcess::stops() const {
 }
 
 int ChildProcess::waitForEnd(int deadlineMs) {
-  int status = 0;
-  if (pid_ <= 0 || !endsWithin(pid_, deadlineMs) || ::waitpid(pid_, &status, 0) != pid_) return -1;
-  pid_ = -1;
+  if (pid_ <= 0 || !endsWithin(pid_, deadlineMs)) return -1;
+  const int status = statusOf(std::exchange(pid_, -1));
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 

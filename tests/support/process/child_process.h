@@ -45,7 +45,7 @@ class ChildProcess {
   int end(int number);
 
  private:
-  pid_t pid_;
+  pid_t pid_ = -1;
 };
 
 // Carries values from one process to another, in their order.  Needs: it is made before the fork, and each of the two
