@@ -73,7 +73,7 @@ Bytes Session::carry(Order::Kind kind, const kl::message& m) {
   throw noLoader("the loader went away");
 }
 
-Interrupt::Interrupt(std::initializer_list<int> signals) {
+Interrupt::Interrupt(const std::vector<int>& signals) {
   sigset_t interrupt;
   ::sigemptyset(&interrupt);
   for (const int signal : signals) ::sigaddset(&interrupt, signal);

@@ -4,7 +4,7 @@
 
 #include <chrono>
 #include <csignal>
-#include <initializer_list>
+#include <vector>
 
 #include "ask/courier.h"
 #include "ask/pipe.h"
@@ -53,7 +53,7 @@ void refuseOversized(const kl::message& m);
 // Cost:      one descriptor.
 class Interrupt {
  public:
-  explicit Interrupt(std::initializer_list<int> signals = {SIGINT});
+  explicit Interrupt(const std::vector<int>& signals = {SIGINT});
   ~Interrupt();
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;

@@ -3,6 +3,7 @@
 #include "output/capture_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,10 +78,17 @@ void CaptureFile::flush() {
   while (file_.isOpen() && done < pending_.size()) {
     const ssize_t count = ::write(file_.get(), pending_.data() + done, pending_.size() - done);
     if (count > 0) done += static_cast<std::size_t>(count);
+    else if (errno == EAGAIN) awaitRoom();
     else if (errno != EINTR) giveUp(done, errno);
   }
   written_ += done;
   pending_.clear();
+}
+
+// A standard output may have been made not to wait.
+void CaptureFile::awaitRoom() const {
+  pollfd watched{file_.get(), POLLOUT, 0};
+  (void)::poll(&watched, 1, -1);
 }
 
 void CaptureFile::giveUp(std::size_t done, int error) {

@@ -15,8 +15,8 @@ namespace klctl {
 //     file.add(pcapng::section("klctl", ""));
 //     file.flush();
 //
-// Errors:    Failure(kRefused) for a file that cannot be made, and when something cannot be written.  What there is ends
-//            behind a whole block then, and add() and flush() do nothing any more.
+// Errors:    Failure(kRefused) for a file that cannot be made, and when something cannot be written.  A file that was made
+//            here ends behind a whole block then, and add() and flush() do nothing any more.
 // Ownership: owns the descriptor.  A file of its own without a single byte is removed.
 // Threads:   belongs to one thread.
 // Cost:      blocks are gathered up to 64 KiB; then, and when flush() says so, they are written at once.
@@ -36,6 +36,7 @@ class CaptureFile {
  private:
   void takeStandardOutput();
   bool make();
+  void awaitRoom() const;
   void openStream();
   [[noreturn]] void giveUp(std::size_t done, int error);
   [[noreturn]] void fail(const std::string& why) const;

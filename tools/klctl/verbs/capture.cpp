@@ -3,6 +3,7 @@
 #include "verbs/capture.h"
 
 #include <algorithm>
+#include <csignal>
 #include <utility>
 #include <vector>
 
@@ -57,7 +58,8 @@ void capture(const CommandLine& line, const Channels& channels, const kl::messag
            },
        .take = [&](const kl::message& shown) { file.add(report.blocksOf(shown)); },
        .pause = [&] { file.flush(); },
-       .isEnough = [&] { return line.trace.count != 0 && report.trace().messages() >= line.trace.count; }});
+       .isEnough = [&] { return line.trace.count != 0 && report.trace().messages() >= line.trace.count; },
+       .signals = {SIGINT, SIGTERM}});
 }
 
 // Also of a capture that has failed: what there is becomes a whole file.
@@ -125,10 +127,10 @@ std::string CaptureReport::commentOf(const kl::message& shown, const std::string
 void captureMessages(const CommandLine& line, const Channels& channels) {
   if (line.file == CaptureFile::kStandardOutput && channels.isTerminal)
     throw usage("a capture is nothing for a terminal: name a file, or a program behind | that reads it");
-  CaptureFile file(line.file);
   const kl::message request = requestFor(line, channels.exchange);
   CaptureReport report(line, fetchOpenRequests(channels.exchange));
   channels.disconnect();
+  CaptureFile file(line.file);  // as late as this: a signal while the loader is asked leaves no empty file
   try {
     capture(line, channels, request, report, file);
   } catch (const Failure&) {

@@ -128,7 +128,7 @@ class Report {
     const pid_t pid = pidOf(open_, service);
     const std::string does = pid > 0 ? whatItDoes(pid) : "does not run";
     const bool isAlive = pid > 0 && does != "is stopped" && answers(service, channels_);
-    const bool mayHaveForgotten = oldest.ageMs >= kForgottenMs || countTo(service) >= kForgottenCount;
+    const bool mayHaveForgotten = oldest.ageMs >= kForgottenMs || oldTo(service) >= kForgottenCount;
     if (isAlive && !mayHaveForgotten) return;
     if (!isAlive) ++stuck_;
     say(sentenceAbout(oldest, isAlive ? "answers others" : does));
@@ -156,6 +156,12 @@ class Report {
   std::ptrdiff_t countTo(unsigned int service) const {
     return std::count_if(open_.requests.begin(), open_.requests.end(),
                          [service](const OpenRequest& request) { return request.asked == service; });
+  }
+  // A service that has much to do has many requests, and none of them for long.
+  std::ptrdiff_t oldTo(unsigned int service) const {
+    return std::count_if(open_.requests.begin(), open_.requests.end(), [service](const OpenRequest& request) {
+      return request.asked == service && isOld(&request);
+    });
   }
   const OpenRequest& oldestTo(unsigned int service) const {
     return *std::find_if(open_.requests.begin(), open_.requests.end(),

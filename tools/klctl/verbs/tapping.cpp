@@ -2,7 +2,6 @@
 
 #include "verbs/tapping.h"
 
-#include <csignal>
 #include <map>
 #include <vector>
 
@@ -20,6 +19,7 @@ namespace {
 namespace tap = common::tap;
 
 constexpr std::chrono::milliseconds kBatch(100);  // twice what the loader gathers
+constexpr std::chrono::milliseconds kMostRest(1000);
 
 // Those of the description of a service, by name.
 void addCommands(const CommandLine& line, const std::string& service,
@@ -49,10 +49,13 @@ void takeEvent(const Event& event, const TapReader& reader) {
   else reader.take(kl::message(event.content));
 }
 
-// Messages that passed before the user had enough may still wait for the end of their batch.
+// Messages that passed before the user had enough may still wait for the end of their batch.  In a flood there is always
+// another one.
 void takeRest(StreamSession& stream, const TapReader& reader) {
-  const Deadline deadline = std::chrono::steady_clock::now() + kBatch;
-  for (kl::message m; !reader.isEnough() && stream.next(m, deadline) == StreamSession::kArrived;)
+  const auto begin = std::chrono::steady_clock::now();
+  const Deadline deadline = begin + kBatch;
+  const auto hasTime = [&] { return std::chrono::steady_clock::now() < begin + kMostRest; };
+  for (kl::message m; !reader.isEnough() && hasTime() && stream.next(m, deadline) == StreamSession::kArrived;)
     takeEvent(eventOf(m), reader);
 }
 
@@ -81,7 +84,7 @@ std::string tapWish(const CommandLine& line) {
 }
 
 void followTap(const kl::message& request, const CommandLine& line, const TapReader& reader) {
-  const Interrupt interrupt({SIGINT, SIGTERM});
+  const Interrupt interrupt(reader.signals);
   StreamSession stream(line.timeout, tapJob(request, ticksOf(line.timeout)));
   bool hasPaused = true;
   while (!reader.isEnough()) {
