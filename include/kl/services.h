@@ -85,7 +85,8 @@ inline constexpr field<bool> REQUEST_HELD{0x00000027};  // the asked service get
 // CMD_RELOAD on the path [1] makes the loader read its configuration anew, as SIGHUP does, and needs RIGHT_CONTROL.  The
 // reply says what becomes of the services, by their names; with a mistake in the configuration it is ERROR_FAILED with
 // the mistakes, one a line, and nothing changes.  A field is absent where nothing is to be said.  With RELOAD_CANDIDATE, the
-// text of a configuration, the reply says what this one would change, and nothing changes either way.
+// text of a configuration, the reply says what this one would change, and nothing changes either way; only root and the
+// loader's own user may ask that.
 inline constexpr unsigned int CMD_RELOAD = 0x60003;
 inline constexpr field<std::vector<std::string>> RELOAD_STARTED{0xa000001c};
 inline constexpr field<std::vector<std::string>> RELOAD_ENDED{0xa000001d};

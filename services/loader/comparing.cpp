@@ -45,23 +45,26 @@ kl::message ask(const std::string& text) {
   return looper.exchangeCmd(request, kl::CMD_RELOAD, kPatienceTicks);
 }
 
-void print(const kl::message& reply, kl::field<Names> services, const char* what,
-           const kl::field<Names>* keysOfEach = nullptr) {
+// "would restart echo: memory".
+void print(const std::string& sentence, const std::string& keys = "") {
+  std::printf("%s\n", common::printable(sentence + (keys.empty() ? "" : ": ") + keys).c_str());
+}
+
+void printEach(const kl::message& reply, kl::field<Names> services, kl::field<Names> keysOfEach,
+               const std::string& before, const std::string& after = "") {
   const Names names = reply.get(services, {});
-  const Names keys = keysOfEach != nullptr ? reply.get(*keysOfEach, {}) : Names();
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const std::string which = i < keys.size() && !keys[i].empty() ? ": " + keys[i] : "";
-    std::printf("%s\n", common::printable(what + std::string(" ") + names[i] + which).c_str());
-  }
+  Names keys = reply.get(keysOfEach, {});
+  keys.resize(names.size());
+  for (std::size_t i = 0; i < names.size(); ++i) print(before + names[i] + after, keys[i]);
 }
 
 int printChanges(const kl::message& reply) {
-  print(reply, kl::RELOAD_STARTED, "would start");
-  print(reply, kl::RELOAD_ENDED, "would end");
-  print(reply, kl::RELOAD_RESTARTED, "would restart", &kl::RELOAD_RESTARTED_KEYS);
-  print(reply, kl::RELOAD_ADJUSTED, "would change without a restart", &kl::RELOAD_ADJUSTED_KEYS);
+  for (const std::string& name : reply.get(kl::RELOAD_STARTED, {})) print("would add " + name);
+  for (const std::string& name : reply.get(kl::RELOAD_ENDED, {})) print("would remove " + name);
+  printEach(reply, kl::RELOAD_RESTARTED, kl::RELOAD_RESTARTED_KEYS, "would restart ");
+  printEach(reply, kl::RELOAD_ADJUSTED, kl::RELOAD_ADJUSTED_KEYS, "would change ", " without a restart");
   for (const std::string& key : reply.get(kl::RELOAD_LATER, {}))
-    std::printf("%s would change when the loader starts again\n", common::printable(key).c_str());
+    print("would change " + key + " when the loader starts again");
   for (const auto& field :
        {kl::RELOAD_STARTED, kl::RELOAD_ENDED, kl::RELOAD_RESTARTED, kl::RELOAD_ADJUSTED, kl::RELOAD_LATER})
     if (reply.has(field)) return kWouldChange;

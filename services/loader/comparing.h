@@ -12,7 +12,7 @@ inline constexpr int kWouldChange = 3;  // beside the exit statuses of every com
 // --against running
 common::Choice againstOption(std::string& word);
 
-// Asks the loader that runs, and prints a line for each service that a reload would start, end, restart or adjust, with
+// Asks the loader that runs, and prints a line for each service that a reload would add, remove, restart or adjust, with
 // the keys that differ.  0: there is none; kWouldChange: there are some; kMistake: a mistake that only the machine shows, as
 // a program that is not there; kCannotRun: no loader answers, or it refuses.  Needs: the file has no mistakes.
 int compareWithRunning(const common::CommandLine& line);

@@ -422,6 +422,7 @@ void Loader::onEndSignal(int sig) {
   isEnding_ = true;
   supervisor_.tellStopping();
   listener_.close();
+  metrics_.close();  // for the loader that comes next
   lifecycle_.end();
   writeQueues();
 }

@@ -22,7 +22,8 @@
 namespace loader {
 namespace {
 
-constexpr std::size_t kMostMistakes = 16;  // that are told at once
+constexpr std::size_t kMostMistakes = 16;             // that are told at once
+constexpr std::size_t kMostMistakeBytes = 32 * 1024;  // of a reply
 
 using Names = std::vector<std::string>;
 
@@ -49,6 +50,7 @@ std::string textOf(const common::Mistakes& mistakes) {
     if (!text.empty()) text += '\n';
     text += mistake.describe();
   }
+  if (text.size() > kMostMistakeBytes) text.replace(kMostMistakeBytes, text.npos, "...");
   return text;
 }
 
@@ -119,7 +121,8 @@ void Loader::applyNext() {
   next_.reset();
   removeStrangeMarkers(configuration_, kl::runFolderPath(), log_);
   measureAnew();
-  if (former_.back().metrics != configuration_.metrics) openMetrics();
+  const MetricsSocket& metrics = configuration_.metrics;
+  if (former_.back().metrics != metrics || metrics_.isOpen() != metrics.isOn) openMetrics();
   for (const ServiceConfiguration& former : former_.back().services) reconfigure(former);
   for (const ServiceConfiguration& service : configuration_.services) {
     const Service* row = table_.find(service.id);

@@ -147,7 +147,12 @@ void readMetrics(Section& section, Configuration& configuration) {
   const std::string group = section.text("metrics_group", "");
   if (group.empty()) return;
   const auto gid = configuration.users.findGroupId(group);
-  if (!gid) return section.expected("metrics_group", "the name of a group of this system");
+  if (!gid) {
+    metrics.isOn = false;  // rather than for another group
+    configuration.warnings.push_back(
+        section.remark("metrics_group", "this system has no such group, so there is no socket"));
+    return;
+  }
   metrics.group = *gid;
   if (!metrics.isOn)
     configuration.warnings.push_back(

@@ -95,6 +95,12 @@ void addService(Difference& difference, const ServiceConfiguration* former, cons
   addChange(difference, *former, now);
 }
 
+// But for the keys that it reads when it starts.
+bool isSameLoader(const Configuration& former, const Configuration& now) {
+  return isSame(former.access, now.access) && former.metrics == now.metrics &&
+         former.descriptions == now.descriptions;
+}
+
 void addSection(Difference& difference, const char* name) {
   difference.adjusted.emplace_back(name);
   difference.adjustedKeys.emplace_back();
@@ -135,7 +141,7 @@ Difference differenceOf(const Configuration& former, const Configuration& now) {
     if (successor == nullptr || !isSuccessor(service, *successor)) difference.ended.push_back(service.name);
   }
   if (!isSame(former.rights, now.rights)) addSection(difference, "[rights]");
-  if (!isSame(former.access, now.access) || former.metrics != now.metrics) addSection(difference, "[loader]");
+  if (!isSameLoader(former, now)) addSection(difference, "[loader]");
   for (const ServiceConfiguration& service : now.services)
     addService(difference, former.find(service.id), service);
   difference.later = keysForLater(former, now);

@@ -95,7 +95,7 @@ const describe::Description* ServiceNames::description() {
     const std::string file = fileOf(folder_, service_);
     std::error_code ignored;
     common::Mistakes mistakes;
-    if (std::filesystem::exists(file, ignored))
+    if (std::filesystem::is_regular_file(file, ignored))
       description_ = describe::readFile(file, describe::OtherKeys::kIgnored, mistakes);
     if (!mistakes.empty()) description_.reset();
     mistakes_->insert(mistakes_->end(), mistakes.begin(), mistakes.end());

@@ -145,8 +145,17 @@ void OwnService::handleForTable(Service& caller, const kl::message& request, uns
     return reply(caller, request, explainer_->list(request));
   if (taps_ != nullptr && command == common::tap::CMD_TAP)
     return reply(caller, request, taps_->answer(caller, request));
-  if (reload_ && command == loader_service::CMD_RELOAD) return reply(caller, request, reload_(request));
+  if (reload_ && command == loader_service::CMD_RELOAD) return handleReload(caller, request);
   reply(caller, request, execute(request, command));
+}
+
+// A candidate names files and users, which the loader looks for with rights of its own, and what it finds is told.
+void OwnService::handleReload(Service& caller, const kl::message& request) {
+  const bool isCandidate = request.has(loader_service::CANDIDATE);
+  if (isCandidate && !isUnlimited(caller.rights, request))
+    return reply(caller, request,
+                 kl::errorMsg(kl::ERROR_NOTALLOWED, "a configuration is compared for root alone"));
+  reply(caller, request, reload_(request));
 }
 
 // Of the trusted, who may send fewer rights than they have; the router sees to all others.

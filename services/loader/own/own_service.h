@@ -92,6 +92,7 @@ class OwnService {
 
   void onBatchTimer();
   void handleForTable(Service& caller, const kl::message& request, unsigned int command);
+  void handleReload(Service& caller, const kl::message& request);
   void handleForRequests(Service& caller, const kl::message& request, unsigned int command);
   kl::message rowOf(const Service& service) const;
   void addTotals(kl::message& row) const;

@@ -63,6 +63,10 @@ const SenderRights* SenderRights::spokenFor(std::string_view name) const {
   return speaksFor == nullptr ? nullptr : speaksFor->find(name);
 }
 
+bool isUnlimited(const SenderRights& sender, const kl::message& request) {
+  return sender.isTrusted && request.get(kl::SYS_POLICY, kl::RIGHTS_ALL) == kl::RIGHTS_ALL;
+}
+
 Access Access::withoutRights() { return passed({}, true, kl::RIGHTS_ALL); }
 
 Access Access::ofNotification(const SenderRights& sender) {

@@ -35,6 +35,10 @@ struct SenderRights {
   const SenderRights* spokenFor(std::string_view name) const;
 };
 
+// Whether a request is one of root or of the loader's own user, who speak for nobody else and have laid down no right: they
+// may read all of this machine anyway.
+bool isUnlimited(const SenderRights& sender, const kl::message& request);
+
 // The users whom the requests of a gateway may name, with what each of them may do.
 //
 // Errors:    none.

@@ -42,6 +42,7 @@ class Listener {
   // The same for a socket at another path.  Needs: the folder exists.
   std::string openAt(const std::string& path, const common::SocketAccess& access);
   void close();
+  bool isOpen() const { return socket_.isOpen(); }
 
   // A descriptor has become free.
   void resume();

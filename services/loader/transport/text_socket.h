@@ -43,6 +43,7 @@ class TextSocket {
   // Opens the socket; an empty text, or what went wrong.  Needs: the folder exists, the socket is not open.
   std::string open(const std::string& path, const common::SocketAccess& access);
   void close();
+  bool isOpen() const { return listener_.isOpen(); }
 
   // A text is made anew for the next who connects.
   void onPassOver() { text_.reset(); }

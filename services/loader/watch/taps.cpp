@@ -9,11 +9,6 @@
 namespace loader {
 namespace {
 
-// Root and the loader's own user, who speak for nobody else.
-bool mayReadContents(const Service& asker, const kl::message& request) {
-  return asker.rights.isTrusted && request.get(kl::SYS_POLICY, kl::RIGHTS_ALL) == kl::RIGHTS_ALL;
-}
-
 std::vector<unsigned int> pathInside(const kl::message& request) {
   std::vector<unsigned int> path = request.get(kl::SYS_FROM, {});
   if (!path.empty()) path.erase(path.begin());
@@ -58,7 +53,7 @@ kl::message Taps::answer(Service& asker, const kl::message& request) {
   TapFilter filter;
   if (const std::string fault = filter.read(request); !fault.empty())
     return kl::errorMsg(kl::ERROR_FAILED, fault);
-  if (filter.contents() > 0 && !mayReadContents(asker, request))
+  if (filter.contents() > 0 && !isUnlimited(asker.rights, request))
     return kl::errorMsg(kl::ERROR_NOTALLOWED,
                         "the contents of messages are for root alone, their headers are not");
   if (former == taps_.end() && taps_.size() >= kMost)

@@ -50,11 +50,11 @@ TEST_F(Comparing, EachServiceThatWouldChangeIsALineAndNoneChanges) {
               service("new", 35, "serve") + service("quick", 34, "serve", "start_seconds = 3"));
   EXPECT_EQ(compared.exitStatus, 3);
   EXPECT_EQ(compared.out,
-            "would start new\n"
-            "would end old\n"
+            "would add new\n"
+            "would remove old\n"
             "would restart echo: memory, restart\n"
-            "would change without a restart quick: start_seconds\n"
-            "loader.queue_limit would change when the loader starts again\n");
+            "would change quick without a restart: start_seconds\n"
+            "would change loader.queue_limit when the loader starts again\n");
   EXPECT_EQ(compared.err, "");
   EXPECT_EQ(row(32).get(kl::SVC_PID, 0), before.get(kl::SVC_PID, 1));
   EXPECT_EQ(errorOf(ask({35})), kl::ERROR_BRKPATH);
@@ -67,6 +67,22 @@ TEST_F(Comparing, AProgramThatIsNotThereIsAMistake) {
   EXPECT_EQ(compared.exitStatus, 2);
   EXPECT_EQ(compared.out, "");
   EXPECT_EQ(compared.err, "kl-loader: the candidate: echo: command: there is no program '/nowhere/echo'\n");
+}
+
+TEST_F(Comparing, MistakesThatNoFrameHoldsAreCut) {
+  const LoaderProcess loader;
+  connect();
+  std::string candidate = "[loader]\ndescriptions = \"/" + std::string(4000, 'x') +
+                          "\"\n[[service]]\nname = \"lab\"\nid = 32\n[service.commands]\n";
+  for (char name = 'a'; name <= 'p'; ++name) candidate += std::string(1, name) + " = \"read\"\n";
+  kl::message asked = kl::test::request({kl::SERVICE_LOADER}, kl::CMD_RELOAD, 1, {7});
+  asked.insert(kl::RELOAD_CANDIDATE, candidate);
+  ASSERT_TRUE(a_.send(asked));
+  const auto reply = a_.receiveReply(1);
+  ASSERT_EQ(errorOf(reply), kl::ERROR_FAILED);
+  const std::string text = reply->get(kl::SYS_ERRSTR, "");
+  EXPECT_EQ(text.size(), 32'768U + 3);
+  EXPECT_TRUE(text.ends_with("..."));
 }
 
 TEST_F(Comparing, WithoutALoaderItCannotBeTold) {

@@ -104,6 +104,17 @@ TEST_F(RightsScenario, EachOrderAtTheLoaderNeedsControl) {
                   "nobody loader CMD_SETOBJ"));
 }
 
+// It would look for the files and users that are named there, and say what it finds.
+TEST_F(RightsScenario, TheLoaderComparesAConfigurationForRootAlone) {
+  const LoaderProcess loader("[rights]\nnobody = [\"read\", \"control\"]\n");
+  EXPECT_TRUE(holdsForNobody([](RawPeer& peer) {
+    kl::message candidate = request({kl::SERVICE_LOADER}, kl::CMD_RELOAD, 8);
+    candidate.insert(kl::RELOAD_CANDIDATE, "");
+    return isAnswered(peer, candidate, kl::ERROR_NOTALLOWED, "a configuration is compared for root alone") &&
+           isAnswered(peer, request({kl::SERVICE_LOADER}, kl::CMD_RELOAD, 9), kl::ERROR_OK);
+  }));
+}
+
 TEST_F(RightsScenario, AccessOfTheLoaderSaysWhoMayOrderAndWhoMayLook) {
   {
     const LoaderProcess loader("[loader]\naccess = { nobody = [\"read\", \"control\"] }\n");

@@ -98,6 +98,7 @@ TEST(Difference, RightsOfUsersAndOfTheLoaderAreNamedByTheirTables) {
       between("", "[loader]\naccess = { root = \"all\" }\n[rights]\ndefault = \"none\"\n");
   EXPECT_EQ(difference.adjusted, (Names{"[rights]", "[loader]"}));
   EXPECT_EQ(between("", "[loader]\nmetrics_socket = true\n").adjusted, Names{"[loader]"});
+  EXPECT_EQ(between("", "[loader]\ndescriptions = \"/nowhere\"\n").adjusted, Names{"[loader]"});
 }
 
 TEST(Difference, WhatTheLoaderGoesByUntilItsEndIsForLater) {
