@@ -55,7 +55,11 @@ void printEach(const kl::message& reply, kl::field<Names> services, kl::field<Na
   const Names names = reply.get(services, {});
   Names keys = reply.get(keysOfEach, {});
   keys.resize(names.size());
-  for (std::size_t i = 0; i < names.size(); ++i) print(before + names[i] + after, keys[i]);
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    std::string sentence = before + names[i];
+    sentence += after;
+    print(sentence, keys[i]);
+  }
 }
 
 int printChanges(const kl::message& reply) {
