@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "services/loader/life/states.h"
 #include "tests/services/loader/fixture.h"
 
@@ -19,10 +21,12 @@ class WatchdogTest : public testing::Test {
   void SetUp() override {
     for (Service* const service : {&a_, &b_}) {
       service->life = loader::LifeState::kRunning;
-      service->pid = ::getpid();  // which has no handler of SIGUSR2
+      service->pid = ::getpid();
     }
     watchdog_.watch(10, 4);
+    former_ = ::signal(SIGUSR2, SIG_IGN);  // an emulator catches what nobody ignores
   }
+  void TearDown() override { (void)::signal(SIGUSR2, former_); }
 
   void look(unsigned int seconds = 1) {
     now_.seconds += seconds;
@@ -53,6 +57,7 @@ class WatchdogTest : public testing::Test {
     requests_.add(asker, asked, e, e.path(), now_);
   }
 
+  void (*former_)(int) = SIG_DFL;
   kl::ThinRunner runner_;
   loader::ServiceTable services_;
   loader::OpenRequests requests_{1};
