@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "kl/services.h"
 #include "tests/services/loader/fixture.h"
 
@@ -9,6 +11,13 @@ namespace {
 
 using namespace loader::test;
 using loader::Service;
+
+using Counts = std::vector<unsigned long long>;
+
+// In the order of the members.
+Counts countsOf(const common::TrafficMetrics& t) {
+  return {t.messagesIn, t.messagesOut, t.bytesIn, t.bytesOut, t.drops, t.denials};
+}
 
 class BusMetricsTest : public testing::Test {
  protected:
@@ -38,12 +47,7 @@ TEST_F(BusMetricsTest, AConfiguredServiceHasAllThatItsRowHas) {
   EXPECT_EQ(netif.name, "netif");
   EXPECT_EQ(netif.state, kl::SVC_STATE_RUNNING);
   EXPECT_EQ(netif.starts, 3u);
-  EXPECT_EQ(netif.traffic.messagesIn, 1u);
-  EXPECT_EQ(netif.traffic.messagesOut, 2u);
-  EXPECT_EQ(netif.traffic.bytesIn, 3u);
-  EXPECT_EQ(netif.traffic.bytesOut, 4u);
-  EXPECT_EQ(netif.traffic.drops, 5u);
-  EXPECT_EQ(netif.traffic.denials, 6u);
+  EXPECT_EQ(countsOf(netif.traffic), (Counts{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(netif.queueBytes, 0u);
   EXPECT_EQ(netif.requests, 1u);
   EXPECT_EQ(netif.oldestMs, 1900u);
@@ -55,12 +59,7 @@ TEST_F(BusMetricsTest, SumsKeepWhoHasGoneAndStrangersAreCounted) {
   connected(services_, 0x10001).traffic = {1, 2, 3, 4, 5, 6};
   services_.remove(0x10001);
   const common::BusMetrics bus = metrics();
-  EXPECT_EQ(bus.all.messagesIn, 2u);
-  EXPECT_EQ(bus.all.messagesOut, 14u);
-  EXPECT_EQ(bus.all.bytesIn, 6u);
-  EXPECT_EQ(bus.all.bytesOut, 8u);
-  EXPECT_EQ(bus.all.drops, 10u);
-  EXPECT_EQ(bus.all.denials, 12u);
+  EXPECT_EQ(countsOf(bus.all), (Counts{2, 14, 6, 8, 10, 12}));
   EXPECT_EQ(bus.connections, 7u);
   EXPECT_EQ(bus.others, 1u);
   ASSERT_EQ(bus.services.size(), 1u);
