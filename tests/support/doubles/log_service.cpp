@@ -18,10 +18,19 @@
 namespace kl::test {
 namespace {
 
-bool isReadable(int fd) {
-  constexpr int kPatienceMs = 20000;
-  pollfd entry{fd, POLLIN, 0};
-  return ::poll(&entry, 1, kPatienceMs) > 0;
+constexpr int kPatienceMs = 20000;
+
+std::vector<unsigned char> receivedFrom(int fd) {
+  std::vector<unsigned char> all;
+  std::vector<unsigned char> some(1 << 16);
+  for (ssize_t count; (count = ::recv(fd, some.data(), some.size(), 0)) > 0;)
+    all.insert(all.end(), some.begin(), some.begin() + count);
+  return all;
+}
+
+bool hasEnded(int fd) {
+  unsigned char byte = 0;
+  return ::recv(fd, &byte, 1, MSG_PEEK) == 0;
 }
 
 }  // namespace
@@ -46,50 +55,60 @@ LogService::~LogService() {
   ::unlink(logSocketPath().c_str());
 }
 
+bool LogService::acceptNext() {
+  const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (fd >= 0) connections_.push_back({fd, {}});
+  return fd >= 0;
+}
+
 bool LogService::accept() {
   hangUp();
-  connection_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  return connection_ >= 0;
+  return acceptNext();
 }
 
 bool LogService::acceptNewest() {
   const bool found = accept();
-  for (int newer; (newer = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
-    hangUp();
-    connection_ = newer;
+  while (acceptNext()) {
+    ::close(connections_.front().fd);
+    connections_.erase(connections_.begin());
   }
   return found;
 }
 
-std::vector<unsigned char> LogService::receive() {
-  std::vector<unsigned char> all;
-  std::vector<unsigned char> some(1 << 16);
-  for (ssize_t count; (count = ::recv(connection_, some.data(), some.size(), 0)) > 0;)
-    all.insert(all.end(), some.begin(), some.begin() + count);
-  return all;
-}
+std::vector<unsigned char> LogService::receive() { return receivedFrom(connection()); }
 
 std::string LogService::received() { return hex(receive()); }
 
 bool LogService::awaits(const std::string& text) {
-  if (connection_ < 0 && (!isReadable(listener_) || !accept())) return false;
-  while (awaited_.find(text) == std::string::npos) {
-    if (!isReadable(connection_)) return false;
-    const std::vector<unsigned char> more = receive();
-    if (more.empty()) return false;
-    awaited_.append(more.begin(), more.end());
+  const auto hasCome = [&](const Connection& one) { return one.awaited.find(text) != std::string::npos; };
+  while (std::none_of(connections_.begin(), connections_.end(), hasCome)) {
+    if (!awaitSomething()) return false;
+    while (acceptNext()) {
+    }
+    for (Connection& one : connections_) read(one);
   }
   return true;
 }
 
-bool LogService::isLeft() {
-  unsigned char byte = 0;
-  return ::recv(connection_, &byte, 1, 0) == 0;
+bool LogService::awaitSomething() const {
+  std::vector<pollfd> entries{{listener_, POLLIN, 0}};
+  for (const Connection& one : connections_) entries.push_back({one.fd, POLLIN, 0});
+  return ::poll(entries.data(), entries.size(), kPatienceMs) > 0;
 }
+
+void LogService::read(Connection& connection) {
+  const std::vector<unsigned char> more = receivedFrom(connection.fd);
+  connection.awaited.append(more.begin(), more.end());
+  if (!hasEnded(connection.fd)) return;
+  ::close(connection.fd);
+  connection.fd = -1;
+}
+
+bool LogService::isLeft() { return hasEnded(connection()); }
 
 void LogService::send(const std::string& digits) {
   const std::vector<unsigned char> record = bytes(digits);
-  if (::send(connection_, record.data(), record.size(), MSG_NOSIGNAL) !=
+  if (::send(connection(), record.data(), record.size(), MSG_NOSIGNAL) !=
       static_cast<ssize_t>(record.size())) {
     std::perror("send");
     std::abort();
@@ -97,8 +116,9 @@ void LogService::send(const std::string& digits) {
 }
 
 void LogService::hangUp() {
-  if (connection_ >= 0) ::close(connection_);
-  connection_ = -1;
+  for (const Connection& one : connections_)
+    if (one.fd >= 0) ::close(one.fd);
+  connections_.clear();
 }
 
 }  // namespace kl::test

@@ -22,8 +22,8 @@ class LogService {
   // The bytes that have come since the last call, as they are or in hexadecimal digits.
   std::vector<unsigned char> receive();
   std::string received();
-  // Takes a connection if there is none yet, and waits until the text has come in what it awaited since it began; false
-  // when 20 s pass without one more byte.
+  // Waits until the text has come from one of its clients, in what it awaited since it began; false when 20 s pass
+  // without one more byte.  Takes every connection that comes meanwhile: beside a service that logs, the loader does.
   bool awaits(const std::string& text);
   // True when the client has ended the connection and nothing of it is left to read.
   bool isLeft();
@@ -32,9 +32,22 @@ class LogService {
   void hangUp();
 
  private:
+  struct Connection {
+    int fd;
+    std::string awaited;
+  };
+
+  // Takes the next connection, beside those that it has.
+  bool acceptNext();
+  // The one connection where there is no other; -1 where there is none.
+  int connection() const { return connections_.empty() ? -1 : connections_.front().fd; }
+  // False when nothing comes from anybody in time.
+  bool awaitSomething() const;
+  // Adds what has come to what was awaited; a connection that has ended has no descriptor any more.
+  static void read(Connection& connection);
+
   int listener_ = -1;
-  int connection_ = -1;
-  std::string awaited_;
+  std::vector<Connection> connections_;
 };
 
 }  // namespace kl::test
