@@ -12,7 +12,8 @@ namespace {
 std::vector<User> usersOfThisSystem() {
   std::vector<User> users;
   ::setpwent();
-  while (const passwd* entry = ::getpwent()) users.push_back({entry->pw_name, entry->pw_uid, entry->pw_gid});
+  while (const passwd* entry = ::getpwent())
+    users.push_back({entry->pw_name, entry->pw_uid, entry->pw_gid, entry->pw_dir});
   ::endpwent();
   return users;
 }

@@ -13,7 +13,8 @@ namespace common {
 struct User {
   std::string name;
   uid_t uid = 0;
-  gid_t group = 0;  // the primary one
+  gid_t group = 0;        // the primary one
+  std::string home = {};  // where the own files are; empty: nowhere
 };
 
 // Users as the system lists them when the configuration is read.  The system may have to ask others for its list, so

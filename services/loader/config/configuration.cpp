@@ -26,6 +26,7 @@ constexpr long long kMostOfAResource = 1 << 30;
 // Somebody who starts a service must know its user; without one a service that comes by itself cannot come.
 void readUser(Section& section, ServiceConfiguration& service, Configuration& whole) {
   service.user = section.text("user", "");
+  service.login = service.user.empty() ? whole.users.nameOf(::geteuid()) : service.user;
   if (service.user.empty()) return;
   if (const auto uid = whole.users.find(service.user)) {
     service.uid = *uid;
@@ -106,6 +107,7 @@ ServiceConfiguration readService(Section& section, Configuration& whole) {
   service.id = readId(section, service.name);
   service.command = section.texts("command", "a list of texts: the program and its arguments");
   readUser(section, service, whole);
+  service.home = whole.users.homeOf(service.login);
   service.folder = section.text("folder", "");
   service.environment = section.textTable("environment");
   if (service.environment.contains("KL_ROOT"))

@@ -31,8 +31,10 @@ struct ServiceConfiguration {
   std::string user;                  // who it runs as and who may claim its id; empty: the loader's own user
   uid_t uid = kUnknownUser;          // the number of `user`
   std::vector<gid_t> groups;         // of `user`, his primary one first
+  std::string login;                 // the name of who it runs as
+  std::string home = "/";            // and his folder
   std::string folder;                // its working directory; empty: the loader's own
-  std::map<std::string, std::string> environment;  // beside what the loader has
+  std::map<std::string, std::string> environment;  // beside what each service has
   std::optional<Rights> rights;  // of its own requests, in the place of what [rights] gives to its user
   unsigned int rightsLine = 0;
   std::vector<uid_t> speaksFor;           // the users whom its requests may name

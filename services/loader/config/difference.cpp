@@ -29,7 +29,8 @@ std::string namesOf(std::initializer_list<Key> keys) {
 }
 
 bool isOtherUser(const ServiceConfiguration& one, const ServiceConfiguration& other) {
-  return one.userId() != other.userId() || (other.userId() != ::geteuid() && one.groups != other.groups);
+  return one.userId() != other.userId() || one.login != other.login || one.home != other.home ||
+         (other.userId() != ::geteuid() && one.groups != other.groups);
 }
 
 // Those that concern the process.
@@ -47,6 +48,7 @@ std::string keysOfProcess(const ServiceConfiguration& one, const ServiceConfigur
                   {"nice", a.nice != b.nice},
                   {"oom_score", a.oomScore != b.oomScore},
                   {"umask", a.umask != b.umask},
+                  {"capabilities", a.capabilities != b.capabilities},
                   {"new_privileges", a.mayGainPrivileges != b.mayGainPrivileges}});
 }
 

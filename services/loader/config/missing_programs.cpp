@@ -5,8 +5,9 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <sstream>
+
+#include "config/environment.h"
 
 namespace loader {
 namespace {
@@ -23,12 +24,7 @@ std::string from(const std::string& folder, const std::string& file) {
   return file.starts_with('/') || folder.empty() ? file : folder + "/" + file;
 }
 
-std::string searchPathOf(const ServiceConfiguration& service) {
-  const auto own = service.environment.find("PATH");
-  if (own != service.environment.end()) return own->second;
-  const char* path = std::getenv("PATH");
-  return path != nullptr ? path : "/bin:/usr/bin";
-}
+std::string searchPathOf(const ServiceConfiguration& service) { return environmentOf(service).at("PATH"); }
 
 bool isThere(const ServiceConfiguration& service) {
   const std::string& program = service.command.front();

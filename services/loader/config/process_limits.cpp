@@ -61,6 +61,7 @@ ProcessLimits readProcessLimits(Section& section, bool isForRoot, common::Mistak
   limits.nice = number<int>(section, "nice", -20, 19);
   limits.oomScore = number<int>(section, "oom_score", -1000, 1000);
   limits.umask = readUmask(section);
+  limits.capabilities = readCapabilities(section, warnings);
   limits.mayGainPrivileges = section.boolean("new_privileges", false);
   warnOfRights(section, limits, warnings);
   if (limits.tasks && isForRoot)

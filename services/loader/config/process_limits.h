@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "config/capabilities.h"
 #include "services/common/section.h"
 
 namespace loader {
@@ -18,6 +19,7 @@ struct ProcessLimits {
   std::optional<int> nice;
   std::optional<int> oomScore;
   std::optional<mode_t> umask;
+  std::optional<Capabilities> capabilities;
   bool mayGainPrivileges = false;  // by a program with the set-user-ID bit, or with capabilities
 
   friend bool operator==(const ProcessLimits&, const ProcessLimits&) = default;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kUsualGroups = 64;
 
-common::User userOf(const passwd& entry) { return {entry.pw_name, entry.pw_uid, entry.pw_gid}; }
+common::User userOf(const passwd& entry) { return {entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir}; }
 
 Users::Group groupOf(const group& entry) {
   Users::Group result{entry.gr_name, entry.gr_gid, {}};
@@ -70,6 +70,11 @@ std::optional<std::vector<uid_t>> Users::findGroup(const std::string& name) {
   for (const auto& [user, about] : users_.byName())
     if (about.group == found->gid) uids.insert(about.uid);
   return std::vector<uid_t>(uids.begin(), uids.end());
+}
+
+std::string Users::homeOf(const std::string& name) const {
+  const User* user = users_.find(name);
+  return user == nullptr || user->home.empty() ? "/" : user->home;
 }
 
 std::vector<gid_t> Users::groupsOf(const std::string& name) const {

@@ -37,6 +37,8 @@ class Users {
 
   // The number of a user.  One whom the system knows but does not list is asked for by his name, and kept.
   std::optional<uid_t> find(const std::string& name);
+  // Where the files of this user are; the root folder where the system names none.
+  std::string homeOf(const std::string& name) const;
   // The groups that a process of this user is in, his primary one first; none when he has not been found.
   std::vector<gid_t> groupsOf(const std::string& name) const;
   // The number of a group.

@@ -16,11 +16,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <vector>
 
+#include "config/environment.h"
 #include "kl/conventions.h"
+#include "life/capabilities.h"
 #include "life/oom_score.h"
-#include "life/supervisor.h"
 #include "services/common/new_process.h"
 #include "transport/descriptors.h"
 
@@ -32,9 +34,23 @@ namespace {
   ::_exit(127);
 }
 
+// Root has what the loader has, and everybody else has none; none here means that the former stays as it is.
+std::optional<Capabilities> capabilitiesOf(const ServiceConfiguration& service) {
+  if (service.limits.capabilities || service.userId() == 0) return service.limits.capabilities;
+  return Capabilities{0};
+}
+
+// Without new privileges nobody has again what was given up; elsewhere the bound alone keeps what was configured.
+bool arrangeBound(const ServiceConfiguration& service, Capabilities set) {
+  return boundCapabilities(set) || !service.limits.capabilities || !service.limits.mayGainPrivileges;
+}
+
 // The user and his groups are those of the time when the configuration was read: the system is not asked for names.
 void becomeUser(const ServiceConfiguration& service) {
+  const auto capabilities = capabilitiesOf(service);
+  if (capabilities && !arrangeBound(service, *capabilities)) giveUp(service, "cannot bound its capabilities");
   if (!common::becomeUser(service.userId(), service.groups)) giveUp(service, "cannot become its user");
+  if (capabilities && !takeCapabilities(*capabilities)) giveUp(service, "cannot have its capabilities");
 }
 
 // A process that outlives its loader would run beside the one that the next loader starts, so the kernel kills it when
@@ -95,9 +111,10 @@ void bindItself(const ServiceConfiguration& service) {
     giveUp(service, "cannot have its amount of memory");
 }
 
-// A service lives where its loader does.  A variable that the loader may not believe would take it elsewhere.
-void passRootOn() {
-  if (::secure_getenv("KL_ROOT") == nullptr) ::unsetenv("KL_ROOT");
+void arrangeEnvironment(const ServiceConfiguration& service) {
+  const Environment environment = environmentOf(service);
+  (void)::clearenv();
+  for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
 }
 
 [[noreturn]] void becomeProgram(const ServiceConfiguration& service) {
@@ -105,9 +122,7 @@ void passRootOn() {
   for (const std::string& argument : service.command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
-  hideSupervisor();
-  for (const auto& [name, value] : service.environment) ::setenv(name.c_str(), value.c_str(), 1);
-  passRootOn();
+  arrangeEnvironment(service);
   bindItself(service);
   ::execvp(arguments[0], arguments.data());
   giveUp(service, arguments[0]);

@@ -1,5 +1,5 @@
-// The protocol is one datagram of lines NAME=VALUE to a socket whose name stands in the environment.  The variables stay
-// in the loader's own environment and are taken out of each child's.
+// The protocol is one datagram of lines NAME=VALUE to a socket whose name stands in the environment.  The variables are
+// the loader's own: no service gets them (config/environment.cpp).
 
 #include "life/supervisor.h"
 
@@ -74,11 +74,6 @@ void Supervisor::tell(const char* words, int flags) {
 void Supervisor::tellAlive() {
   tell("WATCHDOG=1\n", MSG_DONTWAIT);
   alive_.start(aliveTicks_);
-}
-
-void hideSupervisor() {
-  for (const char* const variable : {kSocketVariable, kWatchdogVariable, kWatchedVariable})
-    ::unsetenv(variable);
 }
 
 }  // namespace loader

@@ -40,8 +40,4 @@ class Supervisor {
   common::Timer<&Supervisor::tellAlive> alive_;
 };
 
-// Takes these variables out of the environment of the calling process, which the loader has just forked: a service must
-// not speak for the loader.
-void hideSupervisor();
-
 }  // namespace loader

@@ -26,6 +26,13 @@ TEST(Users, TheGroupsOfAUserBeginWithHisPrimaryOne) {
   EXPECT_TRUE(users.groupsOf("no such user").empty());
 }
 
+TEST(Users, WhoHasNoFolderIsAtHomeAtTheRoot) {
+  EXPECT_EQ(Users().homeOf("root"), "/root");
+  EXPECT_EQ(Users({{"toor", 7000, 7100, "/srv/toor"}}, {}).homeOf("toor"), "/srv/toor");
+  EXPECT_EQ(Users({{"toor", 7000, 7100}}, {}).homeOf("toor"), "/");
+  EXPECT_EQ(Users().homeOf("no such user"), "/");
+}
+
 TEST(Users, ANumberIsNeverAName) {
   Users users({{"0", 4711, 4711}, {"4712", 4712, 4712}}, {{"10", 10, {"4712"}}});
   EXPECT_EQ(users.nameOf(4711), "4711");

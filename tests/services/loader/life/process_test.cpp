@@ -12,7 +12,6 @@
 #include <string>
 
 #include "services/loader/crashes/death.h"
-#include "services/loader/life/supervisor.h"
 #include "services/loader/transport/descriptors.h"
 #include "tests/support/build/effort.h"
 #include "tests/support/process/child.h"
@@ -83,7 +82,7 @@ TEST_F(ProcessTest, AServiceDoesNotSpeakForTheLoader) {
   start("env | grep -cE '^(NOTIFY|WATCHDOG)_' >&3");
   EXPECT_EQ(output(), "0\n");
   (void)status();
-  loader::hideSupervisor();
+  for (const char* const name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"}) ::unsetenv(name);
 }
 
 TEST_F(ProcessTest, StandardInputIsEmptyAndTheSessionIsItsOwn) {
@@ -108,10 +107,19 @@ TEST_F(ProcessTest, SignalsAreAsInAFreshProcess) {
 TEST_F(ProcessTest, FolderAndEnvironmentAreThoseConfigured) {
   configuration_.folder = "/usr";
   configuration_.environment = {{"KL_A", "one two"}, {"PATH", "/bin"}};
-  start("echo \"$(pwd) $KL_A $PATH $HOME\" >&3");
-  const char* home = std::getenv("HOME");
-  EXPECT_EQ(output(), std::string("/usr one two /bin ") + (home != nullptr ? home : "") + "\n");
+  start("echo \"$(pwd) $KL_A $PATH\" >&3");
+  EXPECT_EQ(output(), "/usr one two /bin\n");
   (void)status();
+}
+
+TEST_F(ProcessTest, ItHasTheUsersEnvironmentAndNotTheLoaders) {
+  ::setenv("A_SECRET", "1", 1);
+  configuration_.login = "somebody";
+  configuration_.home = "/srv/somebody";
+  start("env | grep -E '^(A_SECRET|HOME|USER|LOGNAME)=' | LC_ALL=C sort >&3");
+  EXPECT_EQ(output(), "HOME=/srv/somebody\nLOGNAME=somebody\nUSER=somebody\n");
+  (void)status();
+  ::unsetenv("A_SECRET");
 }
 
 TEST_F(ProcessTest, TheRootIsPassedOn) {
