@@ -112,6 +112,18 @@ inline constexpr field<std::string> CRASH_PROGRAM{0x20000045};
 inline constexpr field<std::string> CRASH_BUILD_ID{0x20000046};  // of the program; absent where it has none
 inline constexpr field<std::string> CRASH_REPORT{0x20000047};    // of CMD_GETOBJ alone; without secrets
 
+// Who sends to whom and how much, on the path [SERVICE_LOADER, LOADER_TRAFFIC]: CMD_GETALL and CMD_GETOBJ show for each
+// service (STD_ID, SVC_NAME) who sent to it and who has subscribed at it, to who may read there.  The service 0 is all that
+// are not told apart: those that have gone, and those that came when there were many others.
+inline constexpr unsigned int LOADER_TRAFFIC = 30;
+inline constexpr field<std::vector<message::flat_message>> TRAFFIC_SENDERS{
+    0xa8000055};  // of each: TRAFFIC_SERVICE, SVC_MESSAGES_IN, SVC_BYTES_IN
+inline constexpr field<std::vector<message::flat_message>> TRAFFIC_SUBSCRIBERS{
+    0xa8000056};  // of each: TRAFFIC_SERVICE, REQUEST_PATH, REQUEST_COMMAND, TRAFFIC_TIMES
+inline constexpr field<unsigned int> TRAFFIC_SERVICE{0x08000041};
+inline constexpr field<unsigned int> TRAFFIC_TIMES{
+    0x08000044};  // subscriptions that differ in nothing of this
+
 // Values of SYS_CTRL in messages between the loader and a process, all of them on the path [1].  The
 // library's Looper sends and answers them for every service; a program without a Looper needs them here.
 inline constexpr unsigned int CTRL_LEAVE = 1;        // loader: please leave

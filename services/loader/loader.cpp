@@ -178,6 +178,7 @@ Loader::Loader(Configuration configuration, Log& log)
   own_.setExplainer(explainer_);
   own_.setRequests(openTable_);
   own_.setCrashes(crashTable_);
+  own_.setTraffic(trafficTable_);
   own_.setConnections(connections_);
   own_.setTaps(taps_);
   own_.setReload([this](const kl::message& request) { return onReloadOrder(request); });

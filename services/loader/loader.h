@@ -122,6 +122,7 @@ class Loader final : private LifecycleHost {
   KeptData kept_;
   RightsExplainer explainer_;
   RequestTable openTable_;
+  TrafficTable trafficTable_{table_};
   OwnService own_;
   Taps taps_;
   Denials denials_;

@@ -120,6 +120,8 @@ void OwnService::handle(Service& caller, const kl::message& request) {
   if (command == kl::CMD_GETPOLICIES) return reply(caller, request, policies_.get_policies(request));
   if (isForTable) return handleForTable(caller, request, command);
   if (handler == kl::LOADER_REQUESTS) return handleForRequests(caller, request, command);
+  if (handler == kl::LOADER_TRAFFIC && traffic_ != nullptr)
+    return reply(caller, request, traffic_->answer(caller, request, command, outbox_.work()));
   outbox_.work().spend(Work::kRow);
   const bool isForCrashes = handler == kl::LOADER_CRASHES && crashes_ != nullptr;
   reply(caller, request, isForCrashes ? crashes_->answer(request, command) : describeLoader(command));

@@ -16,6 +16,7 @@
 #include "services/common/timer.h"
 #include "watch/request_table.h"
 #include "watch/taps.h"
+#include "watch/traffic_table.h"
 
 namespace loader {
 
@@ -58,6 +59,9 @@ class OwnService {
   void setRequests(const RequestTable& requests) { requests_ = &requests; }
   // The crashes that LOADER_CRASHES shows; without them there is no such handler.
   void setCrashes(const CrashTable& crashes) { crashes_ = &crashes; }
+
+  // Who sends to whom, at LOADER_TRAFFIC; without it there is no such handler.
+  void setTraffic(const TrafficTable& traffic) { traffic_ = &traffic; }
 
   // How many connections there have been; without it the loader's row does not say.
   void setConnections(const unsigned long long& count) { connections_ = &count; }
@@ -121,6 +125,7 @@ class OwnService {
   const RightsExplainer* explainer_ = nullptr;
   const RequestTable* requests_ = nullptr;
   const CrashTable* crashes_ = nullptr;
+  const TrafficTable* traffic_ = nullptr;
   const unsigned long long* connections_ = nullptr;
   Taps* taps_ = nullptr;
   std::function<kl::message(const kl::message& request)> reload_;

@@ -1,4 +1,5 @@
-// An end is kept as the id and the acquaintances of the service, whose row may be gone when the pass is over.
+// An end is kept as the id and the acquaintances of the service, whose row may be gone when the pass is over.  What it sent
+// is forgotten at once: who got anything from a stranger is its acquaintance, or the loader.
 
 #include "routing/ends.h"
 
@@ -6,6 +7,7 @@
 #include <utility>
 
 #include "kl/conventions.h"
+#include "kl/services.h"
 
 namespace loader {
 namespace {
@@ -25,6 +27,7 @@ kl::message noticeOf(unsigned int endedId) {
 void Ends::add(const Service& ended) {
   const bool isForAll = ended.isConfigured || ended.acquaintances.isEverybody();
   ended_.push_back({ended.id, ended.isConfigured, isForAll, isForAll ? Ids() : ended.acquaintances.ids()});
+  if (!ended.isConfigured) forgetSent(ended);
 }
 
 void Ends::announce() {
@@ -44,6 +47,14 @@ void Ends::announce() {
 
 void Ends::report(Service& to, unsigned int endedId) {
   (void)outbox_.send(to, noticeOf(endedId), Urgency::kNotice);
+}
+
+void Ends::forgetSent(const Service& ended) const {
+  if (Service* loader = table_.find(kl::SERVICE_LOADER)) loader->senders.forget(ended.id);
+  if (ended.acquaintances.isEverybody())
+    for (const auto& [id, service] : table_.all()) service->senders.forget(ended.id);
+  for (const unsigned int id : ended.acquaintances.ids())
+    if (Service* to = table_.find(id)) to->senders.forget(ended.id);
 }
 
 std::vector<Service*> Ends::everybody() const {

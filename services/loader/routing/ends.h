@@ -19,7 +19,8 @@ namespace loader {
 // Errors:    none.
 // Ownership: borrows everything that it is made with; of the ended service nothing.
 // Threads:   belongs to one thread.
-// Cost:      a notice for each that is told, and one walk over the table when all are.
+// Cost:      a notice for each that is told, and one walk over the table when all are; one more for each stranger whom
+//            everybody may know.
 class Ends {
  public:
   Ends(ServiceTable& table, Outbox& outbox) : table_(table), outbox_(outbox) {}
@@ -38,6 +39,7 @@ class Ends {
     std::vector<unsigned int> acquaintances;
   };
 
+  void forgetSent(const Service& ended) const;
   std::vector<Service*> everybody() const;
   void notify(Service& to, const Ended& ended, const kl::message& notice);
 

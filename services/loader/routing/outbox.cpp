@@ -47,8 +47,10 @@ bool Outbox::deliver(Service& to, const Service& from, const Envelope& envelope,
   if (urgency == Urgency::kOrdinary && isFull(to, from)) return drop(to);
   if (!admit(to, mostDelivered(envelope, mark), urgency)) return false;
   const unsigned int share = urgency == Urgency::kReply ? shareOf(to) : shareOf(from);
-  (void)append(to, from.id, share, kindOf(envelope),
-               [&](Buffer& queue) { (void)appendDelivered(queue, envelope, rest, from.id, mark); });
+  const std::size_t bytes = append(to, from.id, share, kindOf(envelope), [&](Buffer& queue) {
+    (void)appendDelivered(queue, envelope, rest, from.id, mark);
+  });
+  to.senders.add(from.id, bytes);
   return true;
 }
 
@@ -60,7 +62,10 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kMessage;
   const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;
   work_.spend(Work::kMessage);
-  countSent(append(to, sender, kl::SERVICE_LOADER, kind, [&](Buffer& queue) { appendFrame(queue, m); }));
+  const std::size_t bytes =
+      append(to, sender, kl::SERVICE_LOADER, kind, [&](Buffer& queue) { appendFrame(queue, m); });
+  to.senders.add(kl::SERVICE_LOADER, bytes);
+  countSent(bytes);
   return true;
 }
 

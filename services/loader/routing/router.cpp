@@ -42,7 +42,7 @@ kl::message errorAbout(const Ids& unreached, const Ids& returnPath, unsigned int
 // Besides its table of services.
 bool isHandlerOfLoader(unsigned int handler) {
   return handler == kl::HANDLER_DESCRIPTION || handler == kl::LOADER_REQUESTS ||
-         handler == kl::LOADER_CRASHES;
+         handler == kl::LOADER_CRASHES || handler == kl::LOADER_TRAFFIC;
 }
 
 bool isWellFormedMulti(Path path) {
@@ -205,6 +205,7 @@ void Router::deliverToLoader(Service& sender, const Envelope& e, Path path) {
   if (own != nullptr) {
     ++own->traffic.messagesIn;
     own->traffic.bytesIn += scratch_.size();
+    own->senders.add(sender.id, scratch_.size());
     if (e.command == kl::CMD_DISCONNECTED && isForTable)
       forgetEndedSubscriptions(sender, e, *own, Path(), access);
   }

@@ -11,6 +11,7 @@
 #include "routing/acquaintances.h"
 #include "routing/held_queue.h"
 #include "routing/open_requests.h"
+#include "routing/senders.h"
 #include "routing/shares.h"
 #include "routing/subscriptions.h"
 #include "transport/buffer.h"
@@ -79,6 +80,7 @@ struct Service {
   Shares shares;         // in both
   bool isDirty = false;  // something was put into `out` since the last write
   Traffic traffic;
+  Senders senders;  // of the messages in
   RequestLists requests;
   SubscriptionLists subscriptions;
   Acquaintances acquaintances;  // of one that is not configured

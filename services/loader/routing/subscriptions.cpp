@@ -48,6 +48,12 @@ bool beginsWith(std::span<const unsigned char> path, std::span<const unsigned ch
   return path.size() >= beginning.size() && isSame(path.first(beginning.size()), beginning);
 }
 
+std::vector<unsigned int> idsIn(std::span<const unsigned char> path) {
+  std::vector<unsigned int> ids;
+  for (; !path.empty(); path = path.subspan(sizeof(std::uint32_t))) ids.push_back(kl::readLe32(path.data()));
+  return ids;
+}
+
 bool areEqualFilters(const std::vector<unsigned char>& a, const std::vector<unsigned char>& b) {
   if (a == b) return true;
   return a.size() == b.size() && kl::message(a) == kl::message(b);
@@ -93,12 +99,9 @@ void eraseFrom(Map& map, std::uint64_t hash, const Value& value) {
 
 }  // namespace
 
-std::vector<unsigned int> KeptChannel::returnPathIds() const {
-  std::vector<unsigned int> ids;
-  for (auto rest = returnPath(); !rest.empty(); rest = rest.subspan(sizeof(std::uint32_t)))
-    ids.push_back(kl::readLe32(rest.data()));
-  return ids;
-}
+std::vector<unsigned int> KeptChannel::handlerIds() const { return idsIn(handler()); }
+
+std::vector<unsigned int> KeptChannel::returnPathIds() const { return idsIn(returnPath()); }
 
 Subscriptions::Subscriptions() : Subscriptions(drawSeed()) {}
 

@@ -49,6 +49,7 @@ struct KeptChannel {
 
   std::span<const unsigned char> handler() const { return std::span(paths).first(handlerBytes); }
   std::span<const unsigned char> returnPath() const { return std::span(paths).subspan(handlerBytes); }
+  std::vector<unsigned int> handlerIds() const;
   std::vector<unsigned int> returnPathIds() const;
 };
 

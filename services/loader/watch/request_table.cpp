@@ -77,10 +77,14 @@ kl::message RequestTable::rowOf(const OpenRequest& request, unsigned int place, 
 }
 
 bool RequestTable::isShown(const OpenRequest& open, const Service& asker, const kl::message& request) const {
+  return maySee(asker, request, *open.caller, *open.callee);
+}
+
+bool maySee(const Service& asker, const kl::message& request, const Service& own, const Service& asked) {
   if (asker.rights.isTrusted) return mayControl(request);
   const std::string user = userOf(request);
-  if (open.caller == &asker && asker.rights.spokenFor(user) == nullptr) return true;
-  return Access::mayRead(asker.rights, user, open.callee->rules);
+  if (&own == &asker && asker.rights.spokenFor(user) == nullptr) return true;
+  return Access::mayRead(asker.rights, user, asked.rules);
 }
 
 }  // namespace loader

@@ -49,4 +49,7 @@ class RequestTable {
   Clock clock_;
 };
 
+// Whether who asks so is shown what `own` asks `asked`, or who sends to it.
+bool maySee(const Service& asker, const kl::message& request, const Service& own, const Service& asked);
+
 }  // namespace loader

@@ -508,6 +508,20 @@ TEST_F(OwnServiceTest, AHundredChangesDoNotWait) {
   EXPECT_FALSE(a_.out.empty());
 }
 
+TEST_F(OwnServiceTest, TheTrafficIsATableBesideThatOfTheServices) {
+  const auto ask = [&](unsigned int command) {
+    kl::message asking = request({kl::LOADER_TRAFFIC}, command, 5, {10, 7});
+    own_.handle(a_, asking);
+    return takeOnly(a_);
+  };
+  EXPECT_EQ(errorOf(ask(kl::CMD_GETALL)), kl::ERROR_NOTIMP);  // nobody knows of any
+  const loader::TrafficTable traffic(table_);
+  own_.setTraffic(traffic);
+  EXPECT_EQ(ask(kl::CMD_GETALL).get(kl::STD_OBJS, {}).size(), table_.all().size());
+  EXPECT_EQ(errorOf(ask(kl::CMD_SUBSCRIBE)), kl::ERROR_NOTIMP);
+  EXPECT_EQ(self_.subscriptions.oldestAt, nullptr);
+}
+
 TEST(OwnServiceOnThePage, IsAsInTheCode) {
   using kl::test::withCommas;
   const std::string page = kl::test::pageOf("docs/security.md");

@@ -41,6 +41,17 @@ class RouterTest : public testing::Test {
     while (!outbox_.isFull(service, sender)) ASSERT_EQ(route(sender, m), "");
   }
 
+  static unsigned long long messagesFrom(unsigned int sender, const Service& to) {
+    for (const loader::Senders::Sent& one : to.senders.all())
+      if (one.sender == sender) return one.messages;
+    return 0;
+  }
+  static unsigned long long bytesOfSenders(const Service& to) {
+    unsigned long long bytes = to.senders.others().bytes;
+    for (const loader::Senders::Sent& one : to.senders.all()) bytes += one.bytes;
+    return bytes;
+  }
+
   static loader::Limits small() {
     loader::Limits limits;
     limits.user[loader::Resource::kQueueBytes] = 256 * 1024;
@@ -270,6 +281,48 @@ TEST_F(RouterTest, WhatIsSentToAllMakesAnAcquaintanceOfEverybodyThere) {
   EXPECT_TRUE(late.out.empty());
 }
 
+TEST_F(RouterTest, WhatIsDeliveredIsCountedForItsSender) {
+  Service& loader = connected(table_, 1);
+  outbox_.setSender(loader);
+  (void)route(a_, notification({24}));
+  (void)route(a_, request({24, 0}, kl::CMD_GET, 5, {7}));
+  (void)route(b_, replyTo({10, 7}, 5));
+  (void)route(b_, replyTo({10, 7}, 5));  // nobody waits for it
+  (void)route(a_, request({99}, kl::CMD_GET, 6, {7}));
+  (void)route(b_, request({1}, kl::CMD_GETALL, 5, {7}));
+  EXPECT_EQ(messagesFrom(10, b_), 2u);
+  EXPECT_EQ(messagesFrom(24, a_), 1u);
+  EXPECT_EQ(messagesFrom(1, a_), 1u) << "that nobody is there";
+  EXPECT_EQ(messagesFrom(24, loader), 1u);
+  for (const Service* to : {&a_, &b_, &loader}) EXPECT_EQ(bytesOfSenders(*to), to->traffic.bytesIn) << to->id;
+}
+
+TEST_F(RouterTest, WhatAStrangerSentCountsAmongTheOthersWhenItHasGone) {
+  Service& loader = connected(table_, 1);
+  Service& known = connected(table_, 31);
+  b_.isConfigured = true;
+  (void)route(a_, notification({kl::PATH_ALL}));
+  (void)route(a_, request({1}, kl::CMD_GETALL, 5, {7}));
+  (void)route(known, notification({24}));
+  for (unsigned int id = 1000; !known.acquaintances.isEverybody(); ++id) known.acquaintances.add(id);
+  for (Service* gone : {&a_, &known}) {
+    gone->disconnect();
+    router_.onServiceGone(*gone);
+  }
+  for (const Service* to : {&loader, &b_, &other_}) {
+    EXPECT_TRUE(to->senders.all().empty()) << to->id;
+    EXPECT_EQ(bytesOfSenders(*to), to->traffic.bytesIn) << to->id;
+  }
+}
+
+TEST_F(RouterTest, WhatAConfiguredServiceSentIsRememberedForItsNextProcess) {
+  a_.isConfigured = true;
+  (void)route(a_, notification({24}));
+  a_.disconnect();
+  router_.onServiceGone(a_);
+  EXPECT_EQ(messagesFrom(10, b_), 1u);
+}
+
 TEST_F(RouterTest, WhoseMessageWasRefusedIsNoAcquaintance) {
   (void)route(a_, request({99}, kl::CMD_GET, 5, {7}));
   Service& late = connected(table_, 99);
@@ -362,6 +415,12 @@ TEST_F(RouterTest, TheOpenRequestsAreAtAHandlerOfTheLoader) {
   (void)route(a_, request({1, kl::LOADER_REQUESTS}, kl::CMD_GETALL, 5, {7}));
   ASSERT_EQ(asked_.size(), 1u);
   EXPECT_EQ(asked_[0].get(kl::SYS_TO, {}), Ids{kl::LOADER_REQUESTS});
+}
+
+TEST_F(RouterTest, TheTrafficIsAtAHandlerOfTheLoader) {
+  (void)route(a_, request({1, kl::LOADER_TRAFFIC}, kl::CMD_GETALL, 5, {7}));
+  ASSERT_EQ(asked_.size(), 1u);
+  EXPECT_EQ(asked_[0].get(kl::SYS_TO, {}), Ids{kl::LOADER_TRAFFIC});
 }
 
 TEST_F(RouterTest, AnOpenRequestRemembersWhatWasAskedAndWhen) {
