@@ -56,7 +56,7 @@ TEST_F(OutputOfServices, WhateverItIsItComesAsLinesBeforeTheEndOfItsProcessIsTol
 
 // Nobody reads what the loader has for the log until the service, which has written everything, answers.
 TEST_F(OutputOfServices, AFloodWaitsForNobodyAndItsLossIsTold) {
-  const LoaderProcess loader(service("flood", 32, "flood 20000000"));
+  const LoaderProcess loader(service("flood", 32, "flood 4000000"));
   connect();
   ASSERT_TRUE(askUntilAnswered({32}));
   EXPECT_TRUE(log_.awaits(speaker("flood", 32) + std::string(49, 'f')));

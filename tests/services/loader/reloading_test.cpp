@@ -37,7 +37,7 @@ class Reloading : public kl::test::Supervision {
   }
 
   bool goes(unsigned int id) {
-    const auto end = Clock::now() + std::chrono::seconds(5);
+    const auto end = Clock::now() + std::chrono::seconds(20);
     while (errorOf(row(id)) != kl::ERROR_UNKNOWNID) {
       if (Clock::now() >= end) return false;
       ::usleep(2000);

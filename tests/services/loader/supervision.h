@@ -51,7 +51,7 @@ class Supervision : public testing::Test {
 
   // Asks until the answer is no error.
   std::optional<kl::message> askUntilAnswered(const Ids& to) {
-    const auto end = Clock::now() + std::chrono::seconds(5);
+    const auto end = Clock::now() + std::chrono::seconds(20);
     while (Clock::now() < end) {
       const auto answer = ask(to);
       if (answer && !kl::isError(*answer)) return answer;
@@ -74,7 +74,7 @@ class Supervision : public testing::Test {
   }
 
   bool reachesState(unsigned int id, unsigned int state) {
-    const auto end = Clock::now() + std::chrono::seconds(5);
+    const auto end = Clock::now() + std::chrono::seconds(20);
     while (row(id).get(kl::SVC_STATE, 0) != state) {
       if (Clock::now() >= end) return false;
       ::usleep(2000);
@@ -84,7 +84,7 @@ class Supervision : public testing::Test {
 
   // A process that nobody has waited for yet has ended, too.
   static bool endsInTime(pid_t pid) {
-    const auto end = Clock::now() + std::chrono::seconds(5);
+    const auto end = Clock::now() + std::chrono::seconds(20);
     while (Clock::now() < end) {
       std::ifstream in("/proc/" + std::to_string(pid) + "/status");
       const std::string text((std::istreambuf_iterator<char>(in)), {});

@@ -22,11 +22,16 @@ constexpr unsigned int inOneThread(unsigned int all) { return all / 10; }
 constexpr unsigned int inOneThread(unsigned int all) { return all; }
 #endif
 
-// A test that ends a process at each of its calls in turn looks, where each process takes its time, at a part of them.
+// A test that ends a process at each of its calls in turn looks, where each process takes its time, at a part of them;
+// where every two calls are tried, at a part of the first ones, too.  So does a test that lets each call fail.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr unsigned int kStride = 11;
+inline constexpr unsigned int kStride = 29;
+inline constexpr unsigned int kFirstStride = 3;
+inline constexpr unsigned int kFaultStride = 3;
 #else
 inline constexpr unsigned int kStride = kEmulated ? 5 : 1;
+inline constexpr unsigned int kFirstStride = 1;
+inline constexpr unsigned int kFaultStride = kEmulated ? 4 : 1;
 #endif
 
 // False where a crash looks otherwise: a sanitizer and an emulator end the process themselves, or add to its stack.

@@ -19,7 +19,7 @@ namespace kl::test {
 namespace {
 
 constexpr unsigned int kPatienceSeconds = 20;
-constexpr unsigned int kStep = kEmulated ? 4 : 1;  // from one call that is hit to the next
+constexpr unsigned int kStep = kFaultStride;  // from one call that is hit to the next
 constexpr int kLeakStatus = 91;
 constexpr int kExpectationStatus = 92;
 

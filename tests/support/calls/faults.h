@@ -55,7 +55,7 @@ void hurry(unsigned int times);
 
 // Runs the scenario once without a fault, and then with each fault of each kind; `check` judges each run that was hit.
 // The others must end as the one without a fault did.  Returns how many were hit, and says so in a line;
-// in an emulator only each fourth call is hit, and stands for four.
+// only each kFaultStride-th call is hit, and stands for as many.
 unsigned int forEachFault(const std::vector<FaultKind>& kinds, const std::function<void()>& scenario,
                           const std::function<void(const FaultRun&)>& check);
 
