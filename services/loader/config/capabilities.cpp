@@ -14,55 +14,55 @@ namespace {
 using common::Section;
 
 // In the order of their numbers.
-constexpr std::string_view kNames[] = {"CHOWN",
-                                       "DAC_OVERRIDE",
-                                       "DAC_READ_SEARCH",
-                                       "FOWNER",
-                                       "FSETID",
-                                       "KILL",
-                                       "SETGID",
-                                       "SETUID",
-                                       "SETPCAP",
-                                       "LINUX_IMMUTABLE",
-                                       "NET_BIND_SERVICE",
-                                       "NET_BROADCAST",
-                                       "NET_ADMIN",
-                                       "NET_RAW",
-                                       "IPC_LOCK",
-                                       "IPC_OWNER",
-                                       "SYS_MODULE",
-                                       "SYS_RAWIO",
-                                       "SYS_CHROOT",
-                                       "SYS_PTRACE",
-                                       "SYS_PACCT",
-                                       "SYS_ADMIN",
-                                       "SYS_BOOT",
-                                       "SYS_NICE",
-                                       "SYS_RESOURCE",
-                                       "SYS_TIME",
-                                       "SYS_TTY_CONFIG",
-                                       "MKNOD",
-                                       "LEASE",
-                                       "AUDIT_WRITE",
-                                       "AUDIT_CONTROL",
-                                       "SETFCAP",
-                                       "MAC_OVERRIDE",
-                                       "MAC_ADMIN",
-                                       "SYSLOG",
-                                       "WAKE_ALARM",
-                                       "BLOCK_SUSPEND",
-                                       "AUDIT_READ",
-                                       "PERFMON",
-                                       "BPF",
-                                       "CHECKPOINT_RESTORE"};
-constexpr std::string_view kBeginning = "CAP_";
+constexpr std::string_view kCapabilityNames[] = {"CHOWN",
+                                                 "DAC_OVERRIDE",
+                                                 "DAC_READ_SEARCH",
+                                                 "FOWNER",
+                                                 "FSETID",
+                                                 "KILL",
+                                                 "SETGID",
+                                                 "SETUID",
+                                                 "SETPCAP",
+                                                 "LINUX_IMMUTABLE",
+                                                 "NET_BIND_SERVICE",
+                                                 "NET_BROADCAST",
+                                                 "NET_ADMIN",
+                                                 "NET_RAW",
+                                                 "IPC_LOCK",
+                                                 "IPC_OWNER",
+                                                 "SYS_MODULE",
+                                                 "SYS_RAWIO",
+                                                 "SYS_CHROOT",
+                                                 "SYS_PTRACE",
+                                                 "SYS_PACCT",
+                                                 "SYS_ADMIN",
+                                                 "SYS_BOOT",
+                                                 "SYS_NICE",
+                                                 "SYS_RESOURCE",
+                                                 "SYS_TIME",
+                                                 "SYS_TTY_CONFIG",
+                                                 "MKNOD",
+                                                 "LEASE",
+                                                 "AUDIT_WRITE",
+                                                 "AUDIT_CONTROL",
+                                                 "SETFCAP",
+                                                 "MAC_OVERRIDE",
+                                                 "MAC_ADMIN",
+                                                 "SYSLOG",
+                                                 "WAKE_ALARM",
+                                                 "BLOCK_SUSPEND",
+                                                 "AUDIT_READ",
+                                                 "PERFMON",
+                                                 "BPF",
+                                                 "CHECKPOINT_RESTORE"};
+constexpr std::string_view kCapability = "CAP_";
 
 // None for a text that is no name.
 std::optional<Capabilities> bitOf(std::string_view name) {
-  if (!name.starts_with(kBeginning)) return {};
-  const auto* const found = std::ranges::find(kNames, name.substr(kBeginning.size()));
-  if (found == std::end(kNames)) return {};
-  return Capabilities{1} << (found - std::begin(kNames));
+  if (!name.starts_with(kCapability)) return {};
+  const auto* const found = std::ranges::find(kCapabilityNames, name.substr(kCapability.size()));
+  if (found == std::end(kCapabilityNames)) return {};
+  return Capabilities{1} << (found - std::begin(kCapabilityNames));
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ TEST(CapabilityNames, WhatIsNoneIsAMistakeInItsLine) {
 
 TEST(CapabilityNames, WhatOnlyRootMayGiveIsTold) {
   const auto result = kl::test::runInChild([] {
-    if (::geteuid() == 0 && ::setuid(54321) != 0) ::_exit(2);
+    if (::geteuid() == 0 && ::setuid(54322) != 0) ::_exit(2);
     std::string mistake, none, some;
     (void)capabilitiesIn("capabilities = []", mistake, none);
     (void)capabilitiesIn("capabilities = [\"CAP_KILL\"]", mistake, some);

@@ -241,9 +241,10 @@ TEST(Configuration, AnUnknownKeyIsAMistake) {
       "metrics_socket, queue_limit, stall_seconds, start_seconds, state_folder");
   EXPECT_EQ(mistakesIn("\n[services]\n"),
             "test.toml:2: services: expected one of the keys loader, quota, rights, service");
-  EXPECT_NE(mistakesInService("comand = [\"/bin/x\"]\n")
-                .find("test.toml:4: [service] comand: expected one of the keys access, command, "),
-            std::string::npos);
+  EXPECT_NE(
+      mistakesInService("comand = [\"/bin/x\"]\n")
+          .find("test.toml:4: [service] comand: expected one of the keys access, capabilities, command, "),
+      std::string::npos);
 }
 
 TEST(Configuration, EveryMistakeIsReported) {

@@ -87,7 +87,7 @@ TEST(ProcessLimitsTest, WhatDoesNotBindRootIsTold) {
 
 TEST(ProcessLimitsTest, WhatOnlyRootMayGiveIsTold) {
   const auto result = kl::test::runInChild([] {
-    if (::geteuid() == 0 && ::setuid(54321) != 0) ::_exit(2);
+    if (::geteuid() == 0 && ::setuid(54323) != 0) ::_exit(2);
     Mistakes mistakes;
     const std::string told = textOf(
         parsed(kService + std::string("nice = -3\noom_score = -5\nfiles = 1048576\n"), mistakes).warnings);
