@@ -53,7 +53,7 @@ class Parser {
     app_.fallthrough();
     app_.set_version_flag("--version", "klctl " KLCTL_VERSION);
     addOptions();
-    addVerb(app_, Verb::kServices, "services", "List the services", kEveryOption);
+    addServices();
     addRequests();
     addActions();
     addVerb(app_, Verb::kReload, "reload", "Make the loader read its configuration anew", kEveryOption);
@@ -61,6 +61,7 @@ class Parser {
             kTimeout | kFields);
     addVerb(app_, Verb::kStuck, "stuck", "Name who does not answer, and what it does instead",
             kTimeout | kFields, &Parser::interpretStuck);
+    addGraph();
     addTop();
     addTrace();
     addVerb(app_, Verb::kMetrics, "metrics", "Print the figures of the bus as OpenMetrics text", kTimeout,
@@ -203,6 +204,25 @@ class Parser {
             "--id", [this](const std::string& text) { readId("--id", text); }, "The object, as in PATH:ID")
         ->type_name("ID");
     return verbApp;
+  }
+
+  void addServices() {
+    addVerb(app_, Verb::kServices, "services", "List the services", kEveryOption)
+        ->add_flag("--subscriptions", line_.subscriptions, "List who has subscribed where instead")
+        ->excludes(options_[kDump]);
+  }
+
+  void addGraph() {
+    CLI::App* graph =
+        addVerb(app_, Verb::kGraph, "graph", "Show who talks to whom, and how much", kTimeout | kFields);
+    const auto addFormat = [&](const char* option, GraphFormat format, const char* about) {
+      return graph
+          ->add_flag_callback(
+              option, [this, format] { line_.graph = format; }, about)
+          ->excludes(json_);
+    };
+    CLI::Option* dot = addFormat("--dot", GraphFormat::kDot, "For the programs of Graphviz");
+    addFormat("--svg", GraphFormat::kSvg, "As a picture")->excludes(dot);
   }
 
   void addRequests() {

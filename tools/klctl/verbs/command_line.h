@@ -27,6 +27,7 @@ enum class Verb {
   kReload,
   kRequests,
   kStuck,
+  kGraph,
   kTop,
   kTrace,
   kMetrics,
@@ -86,6 +87,9 @@ struct TraceWords {
   unsigned long long count = 0;  // after which it ends; 0: never
 };
 
+// What kGraph prints, unless that is JSON.
+enum class GraphFormat { kTable, kDot, kSvg };
+
 struct CommandLine {
   Verb verb = Verb::kServices;
   NamedPath path;                       // object included, whether it stood in the path or behind --id
@@ -104,6 +108,8 @@ struct CommandLine {
   LogWords log;
   TopWords top;
   TraceWords trace;
+  GraphFormat graph = GraphFormat::kTable;
+  bool subscriptions = false;     // of kServices: those instead
   unsigned int captureBytes = 0;  // of each message, 0: none
   std::string user;               // whose rights kRightsExplain explains
   std::string sender;             // the service that sends for him; empty: any other process of his

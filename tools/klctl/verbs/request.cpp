@@ -15,6 +15,7 @@
 #include "values/assignment.h"
 #include "values/json.h"
 #include "values/since.h"
+#include "verbs/graph.h"
 #include "verbs/resolve.h"
 
 namespace klctl {
@@ -89,6 +90,7 @@ void requestTable(const CommandLine& line, const Channels& channels, const Prepa
 }  // namespace
 
 void listServices(const CommandLine& words, const Channels& channels) {
+  if (words.subscriptions) return listSubscriptions(words, channels);
   CommandLine line = words;
   line.path.service = "loader";
   const PreparedRequest prepared = prepareRequest(line, kl::CMD_GETALL, channels.exchange);

@@ -12,6 +12,7 @@
 #include "verbs/complete.h"
 #include "verbs/crashes.h"
 #include "verbs/dump.h"
+#include "verbs/graph.h"
 #include "verbs/help.h"
 #include "verbs/introspect.h"
 #include "verbs/log.h"
@@ -50,6 +51,7 @@ constexpr Row kRows[] = {
     {Verb::kReload, reloadConfiguration},
     {Verb::kRequests, listRequests},
     {Verb::kStuck, showStuck},
+    {Verb::kGraph, showGraph},
     {Verb::kTop, showTop},
     {Verb::kTrace, traceMessages},
     {Verb::kMetrics, showMetrics},
