@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -106,6 +107,22 @@ TEST_F(CaptureFiles, WhereThereIsNoMoreRoomTheFileEndsBehindAWholeBlock) {
   });
   EXPECT_EQ(child.out, path.string() + ": File too large");
   EXPECT_EQ(content(), block + block);
+}
+
+TEST_F(CaptureFiles, AStandardOutputThatDoesNotWaitGetsEverything) {
+  constexpr std::size_t kMoreThanAPipeTakes = 4 << 20;
+  const auto child = kl::test::runInChild([&] {
+    (void)::fcntl(STDOUT_FILENO, F_SETFL, O_WRONLY | O_NONBLOCK);
+    CaptureFile file(CaptureFile::kStandardOutput);
+    try {
+      file.add(std::string(kMoreThanAPipeTakes, 'x'));
+      file.flush();
+    } catch (const Failure& failure) {
+      (void)!::write(STDERR_FILENO, failure.what(), std::strlen(failure.what()));
+    }
+  });
+  EXPECT_EQ(child.out.size(), kMoreThanAPipeTakes);
+  EXPECT_EQ(child.err, "");
 }
 
 TEST_F(CaptureFiles, AFullDeviceSaysSo) {
