@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured, as tables with the aims beside the figures.
 
-usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--log JSON] [--store JSON] [--allocator JSON]
+usage: table.py [--message JSON] [--counts DIR] [--loop JSON] [--loop-counts DIR] [--log JSON] [--store JSON] [--allocator JSON]
                 [--router JSON] [--sizes FILE] [--text BYTES]
 
-JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`.
+JSON files are Google Benchmark's; DIR holds callgrind's dumps of `message_bench --instructions`
+or of the loop's.
 A figure that misses its aim is marked with "<-".
 """
 
@@ -82,6 +83,18 @@ def instruction_counts(folder):
     return counts
 
 
+def split_peers(measured):
+    """What is the product's own, and what "CASE: PEER" says of its cases, as {PEER: {CASE: figures}}."""
+    own, peers = {}, {}
+    for name, figures in measured.items():
+        case, _, peer = name.rpartition(": ")
+        if case in measured:
+            peers.setdefault(peer, {})[case] = figures
+        else:
+            own[name] = figures
+    return own, peers
+
+
 def number(value, digits=3):
     if value is None:
         return ""
@@ -121,6 +134,25 @@ def print_pairs(title, measured, aims, counts):
     repetitions = max(figures["repetitions"] for figures in measured.values())
     print_table(f"{title}: cost of one operation, beside a hand-written limit "
                 f"(medians of {repetitions:.0f} repetitions)", head, rows)
+
+
+def print_peers(title, own, peers, counts):
+    """One row for each case that a peer has: ratio, allocations and instructions of the product and of each of them."""
+    sides = {"kl": own, **peers}
+    head = ["case", *sides, "allocations:", *sides]
+    head += ["instructions:", *sides] if counts else []
+    rows = []
+    for case in own:
+        if not any(case in figures for figures in peers.values()):
+            continue
+        of = lambda figure: [number(measured.get(case, {}).get(figure)) for measured in sides.values()]
+        row = [case, *of("ratio"), "", *of("allocations")]
+        if counts:
+            names = [case, *(f"{case}: {peer}" for peer in peers)]
+            row += ["", *(number(counts.get(f"{name}/product")) for name in names)]
+        rows.append(row)
+    if rows:
+        print_table(f"{title}, beside others: ratios to the limit", head, rows)
 
 
 def print_beside_peers(title, measured, aims):
@@ -208,6 +240,7 @@ def main():
     parser.add_argument("--message")
     parser.add_argument("--counts")
     parser.add_argument("--loop")
+    parser.add_argument("--loop-counts")
     parser.add_argument("--log")
     parser.add_argument("--store")
     parser.add_argument("--allocator")
@@ -218,10 +251,15 @@ def main():
     if options.message:
         measured = medians(options.message)
         counts = instruction_counts(options.counts) if options.counts else {}
-        print_pairs("Messages", measured, MESSAGE_AIMS, counts)
-        print_growth(measured)
+        own, peers = split_peers(measured)
+        print_pairs("Messages", own, MESSAGE_AIMS, counts)
+        print_growth(own)
+        print_peers("Messages", own, peers, counts)
     if options.loop:
-        print_pairs("Event loop", medians(options.loop), {}, {})
+        own, peers = split_peers(medians(options.loop))
+        counts = instruction_counts(options.loop_counts) if options.loop_counts else {}
+        print_pairs("Event loop", own, {}, counts)
+        print_peers("Event loop", own, peers, counts)
     if options.log:
         print_log(medians(options.log))
     if options.store:

@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "bench/message/limit.h"
+#include "bench/message/peers/peer.h"
 #include "bench/message/product.h"
 #include "bench/support/paired.h"
 
@@ -77,6 +78,41 @@ void verify(const std::string& name, Work& work, const Read& read) {
 }
 
 template <class Work>
+bench::Batch limitBuildAndFlatten(Work& work) {
+  return bench::repeated([&work] {
+    bench::limit::build(*work.scratch, work.source);
+    DoNotOptimize(bench::limit::flatten(*work.scratch, work.buffer.get()));
+    benchmark::ClobberMemory();
+  });
+}
+
+template <class Work>
+bench::Batch limitParse(Work& work) {
+  return bench::repeated([&work] {
+    DoNotOptimize(
+        bench::limit::parseOuter(*work.scratch, work.bytes.data(), work.bytes.size(), work.buffer.get()));
+    benchmark::ClobberMemory();
+  });
+}
+
+template <class Work>
+bench::Batch limitParseAndRead(Work& work) {
+  return bench::repeated([&work] {
+    DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
+    DoNotOptimize(bench::limit::read(*work.scratch));
+  });
+}
+
+template <class Work>
+bench::Batch limitCopy(Work& work) {
+  return bench::repeated([&work] {
+    const auto copy = bench::limit::copy(*work.plain);
+    DoNotOptimize(copy.get());
+    benchmark::ClobberMemory();
+  });
+}
+
+template <class Work>
 void addBuilding(const std::string& name, Work& work) {
   bench::addPair(name + "/build", bench::repeated([&work] {
                    kl::message built;
@@ -94,49 +130,38 @@ void addBuilding(const std::string& name, Work& work) {
                    DoNotOptimize(flat.data());
                    benchmark::ClobberMemory();
                  }),
-                 bench::repeated([&work] {
-                   bench::limit::build(*work.scratch, work.source);
-                   DoNotOptimize(bench::limit::flatten(*work.scratch, work.buffer.get()));
-                   benchmark::ClobberMemory();
-                 }));
+                 limitBuildAndFlatten(work));
 }
 
 template <class Work, class Read>
 void addParsing(const std::string& name, Work& work, const Read& read) {
-  const auto limitParseAndRead = bench::repeated([&work] {
-    DoNotOptimize(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()));
-    DoNotOptimize(bench::limit::read(*work.scratch));
-  });
+  const bench::Batch parseAndRead = limitParseAndRead(work);
   bench::addPair(name + "/parse", bench::repeated([&work] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(parsed);
                  }),
-                 bench::repeated([&work] {
-                   DoNotOptimize(bench::limit::parseOuter(*work.scratch, work.bytes.data(), work.bytes.size(),
-                                                          work.buffer.get()));
-                   benchmark::ClobberMemory();
-                 }));
+                 limitParse(work));
   bench::addPair(name + "/parse+read", bench::repeated([&work, readValue = read.byValue] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(readValue(parsed));
                  }),
-                 limitParseAndRead);
+                 parseAndRead);
   bench::addPair(name + "/parse+read by reference",
                  bench::repeated([&work, readReference = read.byReference] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(readReference(parsed));
                  }),
-                 limitParseAndRead);
+                 parseAndRead);
   bench::addPair(name + "/parse+read by view", bench::repeated([&work, readView = read.byView] {
                    const kl::message parsed(work.bytes);
                    DoNotOptimize(readView(parsed));
                  }),
-                 limitParseAndRead);
+                 parseAndRead);
   bench::addPair(name + "/parse+read in place", bench::repeated([&work, readInPlace = read.inPlace] {
                    const kl::message_view view(work.bytes);
                    DoNotOptimize(readInPlace(view));
                  }),
-                 limitParseAndRead);
+                 parseAndRead);
 }
 
 template <class Work>
@@ -147,14 +172,45 @@ void addCopyAndCompare(const std::string& name, Work& work) {
                    const kl::message copy(*parsed);
                    DoNotOptimize(copy);
                  }),
-                 bench::repeated([&work] {
-                   const auto copy = bench::limit::copy(*work.plain);
-                   DoNotOptimize(copy.get());
-                   benchmark::ClobberMemory();
-                 }));
+                 limitCopy(work));
   bench::addPair(name + "/compare", bench::repeated([parsed, other] { DoNotOptimize(*parsed == *other); }),
                  bench::repeated([&work] { DoNotOptimize(bench::limit::equal(*work.plain, *work.other)); }));
 }
+
+// A peer that reads another sum than the limit does other work.
+template <class Work>
+void verifyPeer(const std::string& name, Work& work, bench::PeerWork& peer) {
+  require(bench::limit::parse(*work.scratch, work.bytes.data(), work.bytes.size()), name,
+          "what can be parsed");
+  const unsigned long long sum = bench::limit::read(*work.scratch);
+  require(peer.buildAndFlatten() > 0 && peer.parse(), name, "what can be parsed");
+  require(peer.parseAndRead() == sum, name, "the sum of the values read");
+  peer.parseAndKeep();
+  require(peer.copyAndRead() == sum, name, "the sum of the values of a copy");
+}
+
+template <class Work>
+void addPeers(const std::string& name, Work& work) {
+  for (const bench::Peer* peer : bench::peers()) {
+    const std::shared_ptr<bench::PeerWork> with = peer->work(work.source);
+    verifyPeer(name + ", " + peer->name(), work, *with);
+    const auto add = [&](const char* operation, const auto& run, const bench::Batch& limit) {
+      bench::addPair(name + operation + ": " + peer->name(), bench::repeated(run), limit);
+    };
+    add(
+        "/build+flatten", [with] { DoNotOptimize(with->buildAndFlatten()); }, limitBuildAndFlatten(work));
+    add(
+        "/parse", [with] { DoNotOptimize(with->parse()); }, limitParse(work));
+    add(
+        "/parse+read", [with] { DoNotOptimize(with->parseAndRead()); }, limitParseAndRead(work));
+    add(
+        "/copy of a parsed message", [with] { with->copy(); }, limitCopy(work));
+  }
+}
+
+// None of them has a message of any number of texts.
+template <class Source>
+void addPeers(const std::string& /*name*/, Workload<bench::limit::Flat, Source>& /*work*/) {}
 
 template <class Struct, class Source, class Read>
 void add(const std::string& name, const Source& source, const Read& read) {
@@ -163,6 +219,7 @@ void add(const std::string& name, const Source& source, const Read& read) {
   addBuilding(name, work);
   addParsing(name, work, read);
   addCopyAndCompare(name, work);
+  addPeers(name, work);
 }
 
 // Of the functions that have one name, one that reads messages and one that reads views.
@@ -190,5 +247,6 @@ int main(int argc, char** argv) {
   add<bench::limit::W2>("W2", bench::w2Source(1), readersOf(readW2, readW2ByReference, readW2ByView, readW2));
   add<bench::limit::W3>("W3", bench::w3Source(), readersOf(readW3, readW3ByReference, readW3ByView, readW3));
   for (const unsigned int fields : {10U, 100U, 1000U, 5000U}) addFlat(fields);
+  for (const bench::Peer* peer : bench::peers()) bench::notePeer(peer->name(), peer->version());
   return bench::run(argc, argv);
 }

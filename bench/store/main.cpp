@@ -218,5 +218,7 @@ int main(int argc, char** argv) {
   Cases("100,000 of 2 KB", 100000, 2048).add();
   addFreeSlots("1,000 free slots", 1000);
   addFreeSlots("100,000 free slots", 100000);
+  bench::notePeer("SQLite", sqlite3_libversion());
+  bench::notePeer("LMDB", bench::Lmdb::version());
   return bench::run(argc, argv);
 }

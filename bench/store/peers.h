@@ -95,6 +95,12 @@ class Lmdb {
   Lmdb(const Lmdb&) = delete;
   Lmdb& operator=(const Lmdb&) = delete;
 
+  static std::string version() {
+    int numbers[3];
+    mdb_version(&numbers[0], &numbers[1], &numbers[2]);
+    return std::to_string(numbers[0]) + "." + std::to_string(numbers[1]) + "." + std::to_string(numbers[2]);
+  }
+
   void set(unsigned int id) {
     MDB_txn* change = begin(0);
     put(change, id);

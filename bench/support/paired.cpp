@@ -111,6 +111,10 @@ void addPair(const std::string& name, Batch product, Batch limit) {
   addPair(name, Work{std::move(product)}, Work{std::move(limit)});
 }
 
+void notePeer(const std::string& name, const std::string& version) {
+  benchmark::AddCustomContext("peer " + name, version);
+}
+
 int run(int argc, char** argv) {
   if (argc >= 2 && std::strcmp(argv[1], "--instructions") == 0) {
     const std::regex wanted(argc > 2 ? argv[2] : "");

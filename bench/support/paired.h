@@ -31,6 +31,9 @@ struct Work {
 void addPair(const std::string& name, Work product, Work limit);
 void addPair(const std::string& name, Batch product, Batch limit);
 
+// Tells the reader of the figures which version of a peer was measured.
+void notePeer(const std::string& name, const std::string& version);
+
 // The main program: `--instructions [REGEX]` runs each case, or those whose name matches, a few times for a simulator
 // that counts (callgrind) and dumps the counts between the cases; everything else is Google Benchmark's.
 int run(int argc, char** argv);
