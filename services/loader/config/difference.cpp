@@ -49,7 +49,8 @@ std::string keysOfProcess(const ServiceConfiguration& one, const ServiceConfigur
                   {"oom_score", a.oomScore != b.oomScore},
                   {"umask", a.umask != b.umask},
                   {"capabilities", a.capabilities != b.capabilities},
-                  {"new_privileges", a.mayGainPrivileges != b.mayGainPrivileges}});
+                  {"new_privileges", a.mayGainPrivileges != b.mayGainPrivileges},
+                  {"profile", a.profile != b.profile}});
 }
 
 // Those that concern the loader alone.

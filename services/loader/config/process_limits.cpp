@@ -63,6 +63,7 @@ ProcessLimits readProcessLimits(Section& section, bool isForRoot, common::Mistak
   limits.umask = readUmask(section);
   limits.capabilities = readCapabilities(section, warnings);
   limits.mayGainPrivileges = section.boolean("new_privileges", false);
+  limits.profile = readProfile(section, limits.mayGainPrivileges, warnings);
   warnOfRights(section, limits, warnings);
   if (limits.tasks && isForRoot)
     warnings.push_back(section.remark("tasks", "never binds: root may have any number of them"));

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "config/capabilities.h"
+#include "config/profiles.h"
 #include "services/common/section.h"
 
 namespace loader {
@@ -21,6 +22,7 @@ struct ProcessLimits {
   std::optional<mode_t> umask;
   std::optional<Capabilities> capabilities;
   bool mayGainPrivileges = false;  // by a program with the set-user-ID bit, or with capabilities
+  Profile profile = Profile::kNone;
 
   friend bool operator==(const ProcessLimits&, const ProcessLimits&) = default;
 };

@@ -21,6 +21,7 @@
 
 #include "config/environment.h"
 #include "kl/conventions.h"
+#include "life/call_filter.h"
 #include "life/capabilities.h"
 #include "life/oom_score.h"
 #include "services/common/new_process.h"
@@ -117,6 +118,23 @@ void arrangeEnvironment(const ServiceConfiguration& service) {
   for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
 }
 
+void warn(const ServiceConfiguration& service, const char* what) {
+  std::fprintf(stderr, "kl-loader: %s: runs without its profile: %s\n", service.name.c_str(), what);
+}
+
+// Last of all, since a step before may need what is refused.  A service is not kept from its work by a machine that lacks
+// filters.
+void refuseCalls(const ServiceConfiguration& service) {
+  if (service.limits.profile == Profile::kNone) return;
+  const CallFilter& filter = filterOf(service.limits.profile);
+  if (filter.isEmpty()) return warn(service, "this loader can make none");
+  switch (filter.enforce()) {
+    case CallFilter::Result::kEnforced: return;
+    case CallFilter::Result::kUnknownToKernel: return warn(service, "the kernel filters no calls");
+    case CallFilter::Result::kFailed: giveUp(service, "cannot have its profile");
+  }
+}
+
 [[noreturn]] void becomeProgram(const ServiceConfiguration& service) {
   std::vector<char*> arguments;
   for (const std::string& argument : service.command)
@@ -124,6 +142,7 @@ void arrangeEnvironment(const ServiceConfiguration& service) {
   arguments.push_back(nullptr);
   arrangeEnvironment(service);
   bindItself(service);
+  refuseCalls(service);
   ::execvp(arguments[0], arguments.data());
   giveUp(service, arguments[0]);
 }
@@ -147,6 +166,7 @@ void arrangeEnvironment(const ServiceConfiguration& service) {
 }  // namespace
 
 pid_t startProcess(const ServiceConfiguration& service, int connection, const Streams& streams) {
+  (void)filterOf(service.limits.profile);  // made here, so that the child finds it
   const common::BlockedSignals blocked;
   const pid_t loader = ::getpid();
   const pid_t pid = ::fork();

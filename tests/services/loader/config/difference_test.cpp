@@ -67,10 +67,10 @@ TEST(Difference, TheKeysThatChangedAreNamed) {
 }
 
 TEST(Difference, WhatTheProcessIsGivenRestartsIt) {
-  for (const char* key :
-       {"command = [\"/bin/netif\", \"-v\"]", "folder = \"/tmp\"", "environment = { A = \"b\" }",
-        "settings = { 0x08000007 = 1 }", "memory = 67108864", "files = 100", "tasks = 10", "nice = 3",
-        "oom_score = 5", "umask = \"027\"", "capabilities = []", "new_privileges = true"}) {
+  for (const char* key : {"command = [\"/bin/netif\", \"-v\"]", "folder = \"/tmp\"",
+                          "environment = { A = \"b\" }", "settings = { 0x08000007 = 1 }", "memory = 67108864",
+                          "files = 100", "tasks = 10", "nice = 3", "oom_score = 5", "umask = \"027\"",
+                          "capabilities = []", "new_privileges = true", "profile = \"plain\""}) {
     const std::string now =
         "[[service]]\nname = \"netif\"\nid = 32\n" +
         (std::string(key).starts_with("command") ? "" : std::string("command = [\"/bin/netif\"]\n")) + key;

@@ -71,6 +71,16 @@ TEST_F(CrashedServices, TheLoaderShowsThemWithTheMessageThatWasInHand) {
   EXPECT_NE(report.find(" u32 [SYS_CMD]=CMD_START\n"), std::string::npos) << report;
 }
 
+TEST_F(CrashedServices, AProfileKeepsNoneOfThatBack) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
+  const LoaderProcess loader(service("frail", 32, "fault", "profile = \"quiet\"\n"));
+  connect();
+  crash(kl::CMD_START);
+  EXPECT_TRUE(loader.logs("killed by SIGSEGV in ")) << loader.log();
+  EXPECT_TRUE(loader.logs(" (anonymous namespace)::touch; crash 1\n")) << loader.log();
+  ASSERT_TRUE(askUntilAnswered({32}));  // it is started again
+}
+
 TEST_F(CrashedServices, TheSameCrashIsCounted) {
   if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
   if (sizeof(void*) == 4) GTEST_SKIP() << "on 32 bits a stack through libc is another one each time";
