@@ -7,11 +7,14 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "kl/records.h"
+#include "kl/utilities.h"
 #include "services/common/tap.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
@@ -20,6 +23,7 @@
 #include "tests/support/process/running_program.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/recorded_channels.h"
+#include "tests/tools/klctl/scripted_loader.h"
 
 namespace klctl {
 namespace {
@@ -181,6 +185,49 @@ TEST_F(CaptureProgram, SignalsEndTheFile) {
     EXPECT_EQ(klctl.end(signal), 0);
     EXPECT_EQ(blocks(), (std::vector<unsigned int>{kSection, kInterface, kStatistics}));
   }
+}
+
+// The messages do not end before the program does.
+TEST_F(CaptureProgram, AnInterruptEndsItInTheMidstOfAFlood) {
+  RunningProgram klctl({kKlctl, "capture", "-o", file.string()});
+  EXPECT_TRUE(klctl.remarks("messages of all services\n"));
+  std::atomic<unsigned int> asked = 0;
+  std::atomic<bool> isOver = false;
+  std::thread flood([&] {
+    for (unsigned int i = 1; !isOver; ++i, asked = i, asked.notify_one())
+      if (!a.send(kl::test::request({kl::SERVICE_LOADER}, kl::CMD_NOOP, i, {7})) || !a.receiveReply(i)) break;
+  });
+  asked.wait(0);
+  EXPECT_EQ(klctl.end(SIGINT), 0);
+  isOver = true;
+  flood.join();
+  EXPECT_EQ(blocks().back(), kStatistics);
+}
+
+// A loader that answers no request for a tap.
+TEST(CaptureAlone, InterruptedBeforeItsTapItLeavesNoFile) {
+  const fs::path file = kl::underRoot("/early.pcapng");
+  kl::test::ListeningLoader listening;
+  kl::test::Pipe hasAsked;
+  kl::test::ChildProcess loader([&] {
+    kl::test::LoaderDouble forTables(listening.accept());
+    confirm(forTables);
+    for (int table = 0; table < 2; ++table) {
+      kl::message reply;
+      kl::setType(reply, kl::TYPE_REPLY);
+      kl::setRequestID(reply, forTables.receive().get(kl::SYS_REQID, 0));
+      forTables.send(reply);
+    }
+    kl::test::LoaderDouble forTap(listening.accept());
+    confirm(forTap);
+    if (forTap.receive().get(kl::SYS_CMD, 0) == tap::CMD_TAP) hasAsked.say('!');
+    awaitEnd(forTap);
+  });
+  RunningProgram klctl({kKlctl, "capture", "-o", file.string()});
+  ASSERT_TRUE(hasAsked.hear<char>());
+  (void)klctl.end(SIGINT);
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_EQ(loader.waitForEnd(), 0);
 }
 
 TEST_F(CaptureProgram, WhatPassesIsInAPipeAtOnce) {

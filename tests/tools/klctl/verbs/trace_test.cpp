@@ -6,6 +6,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
+
 #include "services/common/tap.h"
 #include "tests/support/doubles/loader_process.h"
 #include "tests/support/doubles/raw_peer.h"
@@ -158,6 +161,22 @@ TEST_F(TraceProgram, ARoundTripIsTwoLines) {
   EXPECT_NE(klctl.line().find("CMD_GET"), std::string::npos);
   EXPECT_NE(klctl.line().find("reply CMD_GET"), std::string::npos);
   EXPECT_EQ(klctl.end(SIGINT), 0);
+}
+
+// The messages do not end before the program does.
+TEST_F(TraceProgram, AnInterruptEndsItInTheMidstOfAFlood) {
+  RunningProgram klctl({"/bin/sh", "-c", "exec " + std::string(kKlctl) + " trace >/dev/null"});
+  EXPECT_TRUE(klctl.remarks("messages of all services\n"));
+  std::atomic<unsigned int> asked = 0;
+  std::atomic<bool> isOver = false;
+  std::thread flood([&] {
+    for (unsigned int i = 1; !isOver; ++i, asked = i, asked.notify_one())
+      if (!a.send(request({kl::SERVICE_LOADER}, kl::CMD_NOOP, i, {7})) || !a.receiveReply(i)) break;
+  });
+  asked.wait(0);
+  EXPECT_EQ(klctl.end(SIGINT), 0);
+  isOver = true;
+  flood.join();
 }
 
 TEST_F(TraceProgram, AsJsonAMessageIsALineAndACountEndsIt) {
