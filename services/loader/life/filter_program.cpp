@@ -120,7 +120,7 @@ class FilterRules {
     const auto allowed = socketFamilies(profile_);
     for (int family = 0; family < kMostFamilies; ++family)
       add(std::ranges::find(allowed, family) != allowed.end() ? SCMP_ACT_ALLOW : kRefusedCall, call,
-          SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+          SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family), 0));
   }
 
   void add(std::uint32_t action, int call) {
