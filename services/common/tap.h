@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "kl/field.h"
+#include "kl/message.h"
 
 namespace common::tap {
 
@@ -43,5 +44,11 @@ inline constexpr kl::field<unsigned int> COMMAND{
     0x08000025};  // and in the request; of a reply that of its request
 inline constexpr kl::field<unsigned long long> AGE{
     0x10000026};  // ms since the request of a reply was delivered
+
+// Of the last messages before a crash, which CMD_GETOBJ of the crashes shows.
+inline constexpr kl::field<std::vector<kl::message::flat_message>> MESSAGES{
+    0xa8000062};                                            // the last ones of the service, the oldest first
+inline constexpr kl::field<unsigned int> FATE{0x08000063};  // what became of it; absent: it was passed on
+enum FateWord : unsigned int { HELD = 1, DENIED = 2, REFUSED = 3, DROPPED = 4, UNASKED = 5, NO_RECEIVER = 6 };
 
 }  // namespace common::tap

@@ -24,8 +24,9 @@ namespace {
 constexpr char kMetricsSocket[] = "/ram/kelometrics";
 constexpr mode_t kMetricsMode = 0660;
 constexpr unsigned int kTicksPerSecond = 100;
-constexpr unsigned int kRefusalSeconds = 10;  // between two lines about refused subscriptions
-constexpr std::size_t kMostPending = 256;     // connections of one user that have not registered
+constexpr unsigned int kRefusalSeconds = 10;   // between two lines about refused subscriptions
+constexpr std::size_t kMostLastMessages = 64;  // that are kept with a crash
+constexpr std::size_t kMostPending = 256;      // connections of one user that have not registered
 
 // One user's connections must not exhaust the descriptors, nor take those that the output of services needs.
 Limits limitsOf(const Configuration& configuration) {
@@ -168,6 +169,7 @@ Loader::Loader(Configuration configuration, Log& log)
       crashes_(
           loop_, log, configuration_.stateFolder + "/crashes",
           [this](unsigned int service) { return secretNamesOf(service); },
+          [this](unsigned int service) { return ring_.messagesOf(service, kMostLastMessages); },
           [this](const Crashed& crashed, const std::string& end) { onCrashNamed(crashed, end); }),
       listener_(loop_, log,
                 [this](Descriptor socket, common::Peer peer) { onConnection(std::move(socket), peer); }),
@@ -175,6 +177,8 @@ Loader::Loader(Configuration configuration, Log& log)
       metrics_(loop_, log, [this] {
         return common::metricsText(metricsOf(table_, requests_, connections_, common::momentNow()));
       }) {
+  router_.setRing(&ring_);
+  outbox_.setRing(&ring_);
   own_.setExplainer(explainer_);
   own_.setRequests(openTable_);
   own_.setCrashes(crashTable_);

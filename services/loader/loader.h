@@ -14,6 +14,7 @@
 #include "admission/denials.h"
 #include "config/difference.h"
 #include "crashes/crashes.h"
+#include "crashes/frame_ring.h"
 #include "life/lifecycle.h"
 #include "life/supervisor.h"
 #include "logging/log_sender.h"
@@ -117,6 +118,7 @@ class Loader final : private LifecycleHost {
   ServiceTable table_;
   OpenRequests requests_;
   Subscriptions subscriptions_;
+  FrameRing ring_;
   Outbox outbox_;
   Turns turns_{outbox_.work()};
   KeptData kept_;

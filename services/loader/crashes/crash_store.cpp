@@ -19,11 +19,14 @@
 #include "kl/conventions.h"
 #include "loader.kl.h"
 #include "services/common/descriptor.h"
+#include "services/common/tap.h"
 
 namespace loader {
 namespace {
 
 constexpr std::size_t kMostFileBytes = 65535;
+constexpr std::size_t kMostContentBytes = std::size_t{60} * 1024;
+constexpr std::size_t kLengthBytes = 2;  // in front of a message in a list
 constexpr char kUnfinished[] = "/unfinished";
 
 unsigned int idFrom(const std::string& name) {
@@ -72,6 +75,18 @@ KeptCrash crashOf(unsigned int id, const kl::message& m) {
   return crash;
 }
 
+// One frame carries it as well, on the way to who asks for it.
+std::vector<unsigned char> bytesOf(const KeptCrash& crash, const CrashContents& contents) {
+  kl::message m = crash.message();
+  m.insert(loader_service::REPORT, contents.report);
+  std::size_t room = kMostContentBytes - std::min<std::size_t>(m.max_length(), kMostContentBytes);
+  auto first = contents.messages.end();
+  for (; first != contents.messages.begin() && room >= (first - 1)->size() + kLengthBytes; --first)
+    room -= (first - 1)->size() + kLengthBytes;
+  if (first != contents.messages.end()) m.insert(common::tap::MESSAGES, {first, contents.messages.end()});
+  return m.flattened();
+}
+
 }  // namespace
 
 kl::message KeptCrash::message() const {
@@ -112,7 +127,7 @@ void CrashStore::load(unsigned int id) {
   lastId_ = std::max(lastId_, id);
 }
 
-unsigned int CrashStore::add(KeptCrash crash, const std::string& report) {
+unsigned int CrashStore::add(KeptCrash crash, const CrashContents& contents) {
   const auto former = std::find_if(crashes_.begin(), crashes_.end(), [&](const KeptCrash& other) {
     return other.serviceId == crash.serviceId && isSameCrash(other.key, crash.key);
   });
@@ -124,7 +139,7 @@ unsigned int CrashStore::add(KeptCrash crash, const std::string& report) {
   } else {
     crash.id = ++lastId_;
   }
-  const bool isWritten = write(crash, report);
+  const bool isWritten = write(crash, contents);
   if (!isWritten) {
     (void)::unlink(fileOf(crash.id).c_str());
     return 0;
@@ -140,8 +155,9 @@ void CrashStore::setWhere(unsigned int id, const std::string& where) {
   if (found == crashes_.end()) return;
   found->where = where;
   const KeptCrash crash = *found;  // making room may drop it
-  const std::string report = read(id).get(loader_service::REPORT, "");
-  if (!report.empty()) (void)write(crash, report);
+  const kl::message kept = read(id);
+  const CrashContents contents{kept.get(loader_service::REPORT, ""), kept.get(common::tap::MESSAGES, {})};
+  if (!contents.report.empty()) (void)write(crash, contents);
 }
 
 const KeptCrash* CrashStore::find(unsigned int id) const {
@@ -152,12 +168,11 @@ const KeptCrash* CrashStore::find(unsigned int id) const {
 
 kl::message CrashStore::read(unsigned int id) const { return readKept(fileOf(id)); }
 
-bool CrashStore::write(const KeptCrash& crash, const std::string& report) {
-  kl::message m = crash.message();
-  m.insert(loader_service::REPORT, report);
+bool CrashStore::write(const KeptCrash& crash, const CrashContents& contents) {
+  const std::vector<unsigned char> bytes = bytesOf(crash, contents);
   const std::string unfinished = folder_ + kUnfinished;
-  bool isWritten = writeKept(unfinished, m.flattened());
-  while (!isWritten && errno == ENOSPC && makeRoom()) isWritten = writeKept(unfinished, m.flattened());
+  bool isWritten = writeKept(unfinished, bytes);
+  while (!isWritten && errno == ENOSPC && makeRoom()) isWritten = writeKept(unfinished, bytes);
   if (isWritten && ::rename(unfinished.c_str(), fileOf(crash.id).c_str()) == 0) return true;
   log_.line("the crash report of " + crash.service + " cannot be kept: " + std::strerror(errno));
   (void)::unlink(unfinished.c_str());

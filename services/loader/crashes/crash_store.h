@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <deque>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kl/message.h"
 #include "logging/log.h"
@@ -27,6 +29,13 @@ struct KeptCrash {
   kl::message message() const;
 };
 
+// What a crash leaves behind, besides what the list shows.
+struct CrashContents {
+  std::string report;
+  std::vector<kl::message::flat_message> messages =
+      {};  // the last ones of the service (services/common/tap.h)
+};
+
 // A folder that nobody but the loader's user can read, with a file for each crash: the message that shows it.  A crash
 // that happened before at the same place takes the place of the former one, under its id, and is counted.  When there
 // are too many, of one service or in all, or the disk is full, the oldest go.
@@ -46,18 +55,18 @@ class CrashStore {
   void open();
 
   // The id under which it is kept; 0: it is not.
-  unsigned int add(KeptCrash crash, const std::string& report);
+  unsigned int add(KeptCrash crash, const CrashContents& contents);
   // The place has got a name.
   void setWhere(unsigned int id, const std::string& where);
 
   const std::deque<KeptCrash>& all() const { return crashes_; }  // the latest first
   const KeptCrash* find(unsigned int id) const;                  // borrowed until the next change
-  // With its report; an empty message when its file cannot be read.
+  // With what it left behind; an empty message when its file cannot be read.
   kl::message read(unsigned int id) const;
 
  private:
   void load(unsigned int id);
-  bool write(const KeptCrash& crash, const std::string& report);
+  bool write(const KeptCrash& crash, const CrashContents& contents);
   bool makeRoom();
   void dropBeyondLimits();
   void drop(std::size_t index);

@@ -37,7 +37,8 @@ void Crashes::add(const Crashed& crashed) {
                  .program = crashed.program.path,
                  .buildId = crashed.program.buildId,
                  .key = crash.key(crashed.program.buildId)};
-  const unsigned int id = store_.add(std::move(kept), withoutSecrets(crashed));
+  const unsigned int id =
+      store_.add(std::move(kept), {withoutSecrets(crashed), lastMessages_(crashed.serviceId)});
   const KeptCrash* const stored = store_.find(id);
   const std::string known = stored != nullptr ? stored->where : "";
   if (!known.empty() || place == nullptr || !place->isInProgram)

@@ -25,7 +25,7 @@ struct Crashed {
   std::string report;
 };
 
-// Reads the report of a crash, masks what is secret in it, keeps it, and looks for the place in the source.  One line of
+// Reads the report of a crash, masks what is secret in it, keeps it with the last messages of the service, and looks for the place in the source.  One line of
 // the log says all of that, and whoever shows the service is told how it ended.
 //
 // Errors:    one line on the log.
@@ -36,14 +36,18 @@ class Crashes {
  public:
   // The names that fields of this service, as reports have them, are secret under.
   using Secrets = std::function<std::set<std::string>(unsigned int service)>;
+  // The last messages that this service has sent or got, as CrashContents has them.
+  using LastMessages = std::function<std::vector<kl::message::flat_message>(unsigned int service)>;
   // "killed by SIGSEGV in leases.cpp:175 leases::Leases::cmdGetObj".
   using OnNamed = std::function<void(const Crashed& crashed, const std::string& end)>;
 
-  Crashes(kl::ThinRunner& runner, Log& log, const std::string& folder, Secrets secrets, OnNamed onNamed)
+  Crashes(kl::ThinRunner& runner, Log& log, const std::string& folder, Secrets secrets,
+          LastMessages lastMessages, OnNamed onNamed)
       : log_(log),
         store_(folder, log),
         symbols_(runner),
         secrets_(std::move(secrets)),
+        lastMessages_(std::move(lastMessages)),
         onNamed_(std::move(onNamed)) {}
 
   void open() { store_.open(); }
@@ -58,6 +62,7 @@ class Crashes {
   CrashStore store_;
   Symbols symbols_;
   Secrets secrets_;
+  LastMessages lastMessages_;
   OnNamed onNamed_;
 };
 

@@ -52,6 +52,7 @@ void note(const kl::Record& record, Envelope& e) {
     case kl::SYS_POLICY: e.policy = record; break;
     case kl::SYS_TYPE: e.type = record.u32(); break;
     case kl::SYS_STATUS: e.status = record.u32(); break;
+    case kl::SYS_ERRNO: e.error = record.u32(); break;
     case kl::SYS_REPLYEXP:
       e.expectsReply = record.boolean();
       e.hasReplyMark = true;

@@ -60,6 +60,7 @@ struct Envelope {
   unsigned int type = kl::TYPE_REQUEST;
   unsigned int status = kl::STATUS_OK;
   unsigned int command = kl::CMD_NOOP;
+  unsigned int error = kl::ERROR_UNKNOWN;  // of an error
   unsigned int requestId = 0;
   unsigned int control = 0;
   unsigned int controlArgument = 0;

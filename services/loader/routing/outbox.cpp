@@ -7,6 +7,7 @@
 
 #include "kl/conventions.h"
 #include "kl/message_view.h"
+#include "routing/frame_headers.h"
 #include "services/common/byte_order.h"
 
 namespace loader {
@@ -58,6 +59,7 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   if (!to.isConnected() && !to.isHeldFor) return false;
   if (witness_ != nullptr) [[unlikely]]
     witness_->onOwnMessage(to, m);
+  noteOwn(to, m);
   if (!admit(to, m.max_length(), urgency)) return false;
   const HeldKind kind = to.isHeldFor ? kindOf(m) : HeldKind::kMessage;
   const unsigned int sender = to.isHeldFor ? senderOf(m) : kl::BADID;
@@ -67,6 +69,13 @@ bool Outbox::send(Service& to, const kl::message& m, Urgency urgency) {
   to.senders.add(kl::SERVICE_LOADER, bytes);
   countSent(bytes);
   return true;
+}
+
+// Nothing may have been read for a while, so the moment is asked for.
+void Outbox::noteOwn(const Service& to, const kl::message& m) const {
+  if (ring_ == nullptr) return;
+  ring_->setNow(common::momentNow());
+  (void)ring_->add(headerOf(m, to.id));
 }
 
 void Outbox::release(Service& to) {

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "crashes/frame_ring.h"
 #include "kl/message.h"
 #include "routing/service.h"
 #include "routing/witness.h"
@@ -40,6 +41,9 @@ class Outbox {
 
   // The witness is told of each message of the loader's own; null: nobody.
   void setWitness(Witness* witness) { witness_ = witness; }
+
+  // The ring keeps the headers of each message of the loader's own; null: nobody does.
+  void setRing(FrameRing* ring) { ring_ = ring; }
 
   // The work of the deliveries is counted here.
   Work& work() { return work_; }
@@ -93,6 +97,7 @@ class Outbox {
 
  private:
   void countSent(std::size_t bytes);
+  void noteOwn(const Service& to, const kl::message& m) const;
   bool admit(Service& to, std::size_t bytes, Urgency urgency);
   bool isShareUsed(Service& to, const Service& from) const;
   unsigned int shareOf(const Service& service) const;
@@ -106,6 +111,7 @@ class Outbox {
   Work work_;
   Service* sender_ = nullptr;
   Witness* witness_ = nullptr;
+  FrameRing* ring_ = nullptr;
   std::vector<Service*> dirty_;
 };
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "kl/description.h"
+#include "routing/frame_headers.h"
 #include "routing/sub_paths.h"
 
 namespace loader {
@@ -71,6 +72,8 @@ const char* Router::route(Service& sender, std::span<const unsigned char> body, 
   if (const char* fault = readEnvelope(body, e)) return fault;
   if (!progress.isUnfinished) noteFrame(sender, e);
   const Path path = e.path();
+  if (!progress.isUnfinished && path[0] != kl::PATH_MULTI) keepHeader(sender, e, path[0]);
+  else noted_ = FrameRing::kNone;
   if (e.isControl) {
     const bool isForLoader = path.size() == 1 && path[0] == kl::SERVICE_LOADER;
     return isForLoader ? handleControl(sender, e) : "sent a control message for somebody else";
@@ -89,6 +92,10 @@ void Router::noteFrame(Service& sender, const Envelope& e) const {
   sender.traffic.bytesOut += kl::FRAME_PREFIX_BYTES + e.body.size();
   if (witness_ != nullptr) [[unlikely]]
     witness_->onFrame(sender, e);
+}
+
+void Router::keepHeader(const Service& sender, const Envelope& e, unsigned int to) {
+  if (ring_ != nullptr) noted_ = ring_->add(headerOf(e, sender.id, to));
 }
 
 void Router::onServiceGone(Service& gone) {
@@ -160,8 +167,10 @@ void Router::deliverToEach(Service& sender, const Envelope& e, Progress& progres
   if (!progress.isUnfinished && !isWellFormedMulti(all)) return;
   SubPaths walk(all, std::max(1U, progress.next));
   for (Path path; sender.isConnected() && walk.next(path);) {
-    if (path[0] != kl::SERVICE_LOADER || !std::exchange(progress.hasReachedLoader, true))
+    if (path[0] != kl::SERVICE_LOADER || !std::exchange(progress.hasReachedLoader, true)) {
+      keepHeader(sender, e, path[0]);
       deliver(sender, e, path);
+    }
     if (!outbox_.work().isSpent() || walk.left() == 0) continue;
     progress.isUnfinished = true;  // R5
     progress.next = all.size() - walk.left();
@@ -177,7 +186,9 @@ void Router::deliver(Service& sender, const Envelope& e, Path path) {
   const bool isTaken = to != nullptr && (to->isConnected() || (isHeld && !e.isReply() && !e.isErrorNotice()));
   if (!isTaken) return reportBrokenPath(sender, e, path);
   deliverCopy(sender, e, *to, path.withoutFirst());
-  if (isHeld) reportNeed(*to, e);
+  if (!isHeld) return;
+  noteFate(Fate::kHeld);
+  reportNeed(*to, e);
 }
 
 // Replies, notices of deaths and what is sent to all wait until somebody needs the service.
@@ -225,8 +236,9 @@ void Router::noteActivity(const Envelope& e, Service& to) const {
 // A reply that its caller has no room for becomes a short one that says so.
 void Router::deliverReply(Service& sender, const Envelope& e, Service& to, Path rest) {
   noteActivity(e, to);
-  if (!e.hasRequestId || !requests_.take(to, sender, e.requestId, rest)) return;  // R2
+  if (!e.hasRequestId || !requests_.take(to, sender, e.requestId, rest)) return noteFate(Fate::kStray);  // R2
   if (outbox_.deliver(to, sender, e, rest, Urgency::kReply)) return;
+  noteFate(Fate::kLost);
   sendError(to, errorAbout(inFrontOf(sender.id, idsOf(e.returnPath())), idsOf(rest), kl::ERROR_BUSY), e);
 }
 
@@ -246,7 +258,7 @@ void Router::deliverRequest(Service& sender, const Envelope& e, Service& to, Pat
   if (e.wantsAnswer() && !hasRoom()) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isTracked() && !makeRoom(sender)) return refuse(sender, e, to.id, rest, kl::ERROR_BUSY);
   if (e.isSubscribe()) return deliverSubscribe(sender, e, to, rest, access);
-  if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return;
+  if (!outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark)) return noteFate(Fate::kLost);
   if (e.isTracked()) noteOpen(sender, e, to, rest);
   if (e.isCommand()) forgetEndedSubscriptions(sender, e, to, rest, access);
 }
@@ -266,8 +278,9 @@ bool Router::receiverHasSubscribed(Service& sender, const Envelope& e, Service& 
 void Router::deliverSubscribe(Service& sender, const Envelope& e, Service& to, Path rest,
                               const Access& access) {
   const auto outcome = subscriptions_.add(to, rest, sender, e.returnPath(), e.body);
-  if (outcome == Subscriptions::Outcome::kRefused) return;
+  if (outcome == Subscriptions::Outcome::kRefused) return noteFate(Fate::kBusy);
   const bool isDelivered = outbox_.deliver(to, sender, e, rest, Urgency::kOrdinary, access.mark);
+  if (!isDelivered) noteFate(Fate::kLost);
   if (!isDelivered && outcome == Subscriptions::Outcome::kAdded)
     subscriptions_.remove(to, rest, sender, e.returnPath(), e.body);
 }
@@ -293,6 +306,7 @@ bool Router::makeRoom(Service& caller) {
 }
 
 void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
+  noteFate(Fate::kNobody);
   if (e.isReply() || e.isErrorNotice()) return;  // R3
   kl::message m = errorAbout(idsOf(path), idsOf(e.returnPath()), kl::ERROR_BRKPATH);
   if (e.expectsReply) m.insert(kl::SYS_TYPE, kl::TYPE_REPLY);
@@ -302,6 +316,7 @@ void Router::reportBrokenPath(Service& sender, const Envelope& e, Path path) {
 
 void Router::refuse(Service& sender, const Envelope& e, unsigned int toId, Path rest, unsigned int code,
                     const std::string& text) {
+  noteFate(Fate::kBusy);
   sendError(sender, errorAbout(inFrontOf(toId, idsOf(rest)), idsOf(e.returnPath()), code, text), e);
 }
 
@@ -314,6 +329,7 @@ void Router::sendError(Service& to, kl::message m, const Envelope& e) {
 
 // A request without an answer is dropped without a word to its sender.
 void Router::deny(Service& sender, const Envelope& e, unsigned int toId, Path rest, const Access& access) {
+  noteFate(Fate::kDenied);
   ++sender.traffic.denials;
   if (calls_.onDenied) calls_.onDenied(sender, e, toId, rest, access);
   if (e.wantsAnswer()) refuse(sender, e, toId, rest, kl::ERROR_NOTALLOWED, access.reason());

@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "crashes/frame_ring.h"
 #include "routing/ends.h"
 #include "routing/open_requests.h"
 #include "routing/outbox.h"
@@ -63,7 +64,14 @@ class Router {
         ends_(table, outbox) {}
 
   // The time that requests are stamped with, from any beginning.
-  void setNow(common::Moment now) { now_ = now; }
+  void setNow(common::Moment now) {
+    now_ = now;
+    if (ring_ != nullptr) ring_->setNow(now);
+  }
+
+  // The ring keeps the headers of each frame, and what became of it: of one to several services for each of them.  Null:
+  // nobody does.
+  void setRing(FrameRing* ring) { ring_ = ring; }
 
   // The witness is told of each frame; null: nobody.
   void setWitness(Witness* witness) { witness_ = witness; }
@@ -102,6 +110,10 @@ class Router {
   void breakOldestTo(Service& callee, const OpenRequest& request);
   void forgetRequestsOf(Service& caller);
   void noteFrame(Service& sender, const Envelope& e) const;
+  void keepHeader(const Service& sender, const Envelope& e, unsigned int to);
+  void noteFate(Fate fate) {
+    if (ring_ != nullptr) ring_->setFate(noted_, fate);
+  }
   const char* handleControl(Service& sender, const Envelope& e);
   void deliverToAll(Service& sender, const Envelope& e, Progress& progress);
   void deliverToEach(Service& sender, const Envelope& e, Progress& progress);
@@ -136,6 +148,8 @@ class Router {
   Buffer scratch_;
   common::Moment now_;
   Witness* witness_ = nullptr;
+  FrameRing* ring_ = nullptr;
+  FrameRing::Number noted_ = FrameRing::kNone;  // the frame that is being carried
 };
 
 }  // namespace loader

@@ -73,14 +73,6 @@ class ObjectWriter {
   unsigned char* at_;
 };
 
-// Only errors have one, so it is looked for in them alone.
-unsigned int errorOf(const Envelope& e) {
-  kl::RecordWalk walk(e.body);
-  for (kl::Record record; walk.next(record);)
-    if (record.id() == kl::SYS_ERRNO) return record.u32();
-  return kl::ERROR_UNKNOWN;
-}
-
 void writeReceivers(ObjectWriter& writer, const PassingMessage& message) {
   std::array<unsigned int, kMostReceivers> shown{};
   unsigned int count = 0;
@@ -102,7 +94,7 @@ void writeHeaders(ObjectWriter& writer, const PassingMessage& message) {
   if (e.isReply()) writer.flag(common::tap::ANSWER);
   if (e.hasRequestId) writer.number(common::tap::NUMBER, e.requestId);
   if (message.age) writer.longNumber(common::tap::AGE, *message.age);
-  if (e.status == kl::STATUS_ERROR) writer.number(common::tap::ERROR, errorOf(e));
+  if (e.status == kl::STATUS_ERROR) writer.number(common::tap::ERROR, e.error);
   if (message.isByLoader) writer.flag(common::tap::BY_LOADER);
 }
 

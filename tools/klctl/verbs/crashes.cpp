@@ -3,14 +3,19 @@
 
 #include "verbs/crashes.h"
 
+#include <algorithm>
+
+#include "ask/open_requests.h"
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "output/show.h"
+#include "services/common/tap.h"
 #include "services/common/text.h"
 #include "values/since.h"
 #include "verbs/request.h"
 #include "verbs/resolve.h"
 #include "verbs/symbolize.h"
+#include "verbs/trace.h"
 
 namespace klctl {
 namespace {
@@ -44,7 +49,36 @@ std::string recordsIn(const std::string& report) {
   return records == std::string::npos ? "" : report.substr(records + 1);
 }
 
-std::string crashText(const kl::message& crash) {
+// What the service has sent and got; its names are those that services have now.
+class LastMessages {
+ public:
+  LastMessages(const kl::message& crash, const CommandLine& line, const Channels& channels)
+      : messages_(crash.get(common::tap::MESSAGES, {})),
+        report_(line, messages_.empty() ? OpenRequests() : fetchOpenRequests(channels.exchange)) {}
+
+  std::string text() {
+    std::string lines;
+    const std::size_t left = messages_.size() - std::min(messages_.size(), kMostShown);
+    for (std::size_t i = 0; i < messages_.size(); ++i) {
+      const std::string line = report_.lineOf(kl::message(messages_[i]));  // also for the age of later ones
+      if (i >= left) lines += line;
+    }
+    return lines;
+  }
+  Json json() {
+    Json all = Json::array();
+    for (const kl::message shown : messages_) all.push_back(report_.objectOf(shown));
+    return all;
+  }
+
+ private:
+  static constexpr std::size_t kMostShown = 20;
+
+  const std::vector<kl::message::flat_message> messages_;
+  TraceReport report_;
+};
+
+std::string crashText(const kl::message& crash, const std::string& messages) {
   Json row = crashRow(crash);
   row["pid"] = crash.get(kl::SVC_PID, 0);
   row["program"] = crash.get(kl::CRASH_PROGRAM, "");
@@ -55,6 +89,7 @@ std::string crashText(const kl::message& crash) {
   std::string text = stack.empty() ? "\nits report, as nothing could be found of its symbols:\n" + report
                                    : "\nits stack:\n" + stack;
   if (!stack.empty() && !records.empty()) text += "\nwhat it was at work on:\n" + records;
+  if (!messages.empty()) text += "\nits last messages:\n" + messages;
   text.resize(text.find_last_not_of('\n') + 1);
   return objectTable(row) + common::printable(text, common::Newline::kKept) + "\n";
 }
@@ -84,9 +119,13 @@ void showCrash(const CommandLine& line, const Channels& channels) {
   const std::string path = kCrashesPath + (":" + std::to_string(*line.path.object));
   kl::message crash = fetch(crashRequest(line, kl::CMD_GETOBJ), path, channels.exchange);
   if (line.dump) return channels.print(dumpText(crash));
-  if (!line.json) return channels.print(crashText(crash));
+  LastMessages messages(crash, line, channels);
+  if (!line.json) return channels.print(crashText(crash, messages.text()));
   kl::cleanSys(crash);
-  channels.print(jsonText(klctl::toJson(crash, names)));
+  crash.remove(common::tap::MESSAGES);
+  Json object = klctl::toJson(crash, names);
+  object["messages"] = messages.json();
+  channels.print(jsonText(object));
 }
 
 }  // namespace klctl

@@ -37,13 +37,24 @@ std::string exactAge(unsigned long long microseconds) {
   return text;
 }
 
+std::string fateText(unsigned int fate) {
+  switch (fate) {
+    case tap::HELD: return "held";
+    case tap::DENIED: return "denied";
+    case tap::REFUSED: return "refused";
+    case tap::DROPPED: return "dropped";
+    case tap::UNASKED: return "nobody waits for it";
+    case tap::NO_RECEIVER: return "no receiver";
+    default: return "fate " + std::to_string(fate);
+  }
+}
+
 }  // namespace
 
 std::string TraceReport::lineOf(const kl::message& shown) {
   if (shown.has(tap::LOST)) return lostText(shown.get(tap::LOST, 0));
   ++messages_;
-  Json row = rowOf(shown);
-  addAge(row, shown);
+  const Json row = objectOf(shown);
   if (line_.json) return jsonLine(row);
   std::string ends = row["from"].get<std::string>() + " -> " + receiversOf(shown);
   ends.resize(std::max(ends.size(), kEndsWidth), ' ');
@@ -51,11 +62,18 @@ std::string TraceReport::lineOf(const kl::message& shown) {
   text += kindOf(shown);
   if (shown.has(tap::ERROR)) text += "  error: " + errorText(shown.get(tap::ERROR, 0));
   else text += ", " + std::to_string(shown.get(tap::LENGTH, 0)) + " bytes";
+  if (row.contains("fate")) text += ", " + row["fate"].get<std::string>();
   if (shown.get(tap::BY_LOADER, false)) text += " (by the loader)";
   if (row.contains("age_us")) text += "  " + exactAge(row["age_us"].get<unsigned long long>());
   else if (row.contains("age_ms")) text += "  " + ageText(row["age_ms"].get<unsigned long long>());
   if (shown.has(tap::NUMBER)) text += "  #" + std::to_string(shown.get(tap::NUMBER, 0));
   return common::printable(text) + "\n";
+}
+
+Json TraceReport::objectOf(const kl::message& shown) {
+  Json row = rowOf(shown);
+  addAge(row, shown);
+  return row;
 }
 
 std::string TraceReport::lostText(unsigned long long count) {
@@ -80,6 +98,7 @@ Json TraceReport::rowOf(const kl::message& shown) {
   if (shown.has(tap::NUMBER)) row["number"] = shown.get(tap::NUMBER, 0);
   if (shown.has(tap::ERROR)) row["error"] = errorText(shown.get(tap::ERROR, 0));
   if (shown.has(tap::ERROR)) row["error_code"] = shown.get(tap::ERROR, 0);
+  if (shown.has(tap::FATE)) row["fate"] = fateText(shown.get(tap::FATE, 0));
   if (shown.has(tap::AGE)) row["age_ms"] = shown.get(tap::AGE, 0);
   return row;
 }

@@ -27,6 +27,8 @@ class TraceReport {
 
   // A whole line, also for a number of lost messages.
   std::string lineOf(const kl::message& shown);
+  // The same of a message as JSON.
+  Json objectOf(const kl::message& shown);
 
   unsigned long long messages() const { return messages_; }
   unsigned long long lost() const { return lost_; }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "loader.kl.h"
+#include "services/common/tap.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ class CrashStoreTest : public testing::Test {
   unsigned int add(unsigned int service, const std::string& key, unsigned long long time) {
     return store_.add(
         {.time = time, .service = "s", .serviceId = service, .pid = 7, .signal = "SIGSEGV", .key = key},
-        "report " + key);
+        {"report " + key});
   }
   static std::vector<unsigned int> idsOf(const CrashStore& store) {
     std::vector<unsigned int> ids;
@@ -77,7 +78,38 @@ TEST_F(CrashStoreTest, TheNextLoaderFindsWhatWasKept) {
   next.open();
   EXPECT_EQ(idsOf(next), (Ids{2, 1}));
   EXPECT_EQ(next.find(2)->where, "b.cpp:7 main");
-  EXPECT_EQ(next.add({.time = 5, .serviceId = 32, .key = "c"}, "c"), 3u);
+  EXPECT_EQ(next.add({.time = 5, .serviceId = 32, .key = "c"}, {"c"}), 3u);
+}
+
+std::vector<kl::message::flat_message> messagesOf(unsigned int count, std::size_t bytes) {
+  std::vector<kl::message::flat_message> messages;
+  for (unsigned int i = 0; i < count; ++i) {
+    kl::message m;
+    m.insert(common::tap::NUMBER, i);
+    m.insert(common::tap::CONTENTS, std::vector<unsigned char>(bytes));
+    messages.push_back(m.flattened());
+  }
+  return messages;
+}
+
+TEST_F(CrashStoreTest, TheLastMessagesStayWhenThePlaceGetsAName) {
+  const auto messages = messagesOf(3, 10);
+  const unsigned int id = store_.add({.time = 1, .serviceId = 32, .key = "a"}, {"report", messages});
+  store_.setWhere(id, "a.cpp:7 main");
+  EXPECT_EQ(store_.read(id).get(common::tap::MESSAGES, {}), messages);
+  EXPECT_EQ(store_.read(id).get(loader_service::REPORT, ""), "report");
+}
+
+TEST_F(CrashStoreTest, OfMoreMessagesThanAFileTakesTheOldestAreLeftOut) {
+  const std::string report(48 * 1024, 'r');
+  const unsigned int id =
+      store_.add({.time = 1, .serviceId = 32, .key = "a"}, {report, messagesOf(64, 1000)});
+  const kl::message kept = store_.read(id);
+  EXPECT_EQ(kept.get(loader_service::REPORT, ""), report);
+  const auto messages = kept.get(common::tap::MESSAGES, {});
+  ASSERT_GT(messages.size(), 5u);
+  ASSERT_LT(messages.size(), 64u);
+  EXPECT_EQ(kl::message(messages.back()).get(common::tap::NUMBER, 0), 63u);
 }
 
 TEST_F(CrashStoreTest, OneServiceDoesNotPushTheOthersOut) {

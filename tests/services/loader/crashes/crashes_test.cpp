@@ -12,6 +12,7 @@
 #include "kl/conventions.h"
 #include "kl/services.h"
 #include "kl/utilities.h"
+#include "services/common/tap.h"
 #include "tests/services/loader/supervision.h"
 #include "tests/support/build/effort.h"
 #include "tests/support/doubles/loader_process.h"
@@ -21,6 +22,7 @@ namespace {
 using kl::test::LoaderProcess;
 using kl::test::service;
 namespace fs = std::filesystem;
+namespace tap = common::tap;
 
 constexpr char kOtherwise[] = "under a sanitizer or an emulator a crash looks otherwise";
 
@@ -79,6 +81,24 @@ TEST_F(CrashedServices, AProfileKeepsNoneOfThatBack) {
   EXPECT_TRUE(loader.logs("killed by SIGSEGV in ")) << loader.log();
   EXPECT_TRUE(loader.logs(" (anonymous namespace)::touch; crash 1\n")) << loader.log();
   ASSERT_TRUE(askUntilAnswered({32}));  // it is started again
+}
+
+TEST_F(CrashedServices, TheLastMessagesOfTheServiceAreKeptWithIt) {
+  if (!kl::test::kCrashesPlainly) GTEST_SKIP() << kOtherwise;
+  const LoaderProcess loader(service("frail", 32, "fault"));
+  connect();
+  crash(kl::CMD_START);
+  ASSERT_TRUE(loader.logs("; crash 1\n")) << loader.log();
+  kl::message request = kl::test::request({1, kl::LOADER_CRASHES}, kl::CMD_GETOBJ, 77, {7});
+  request.insert(kl::STD_ID, 1);
+  ASSERT_TRUE(a_.send(request));
+  const kl::message shown = a_.receiveReply(77).value_or(kl::message());
+  std::vector<unsigned int> commands;
+  for (const kl::message m : shown.get(tap::MESSAGES, {}))
+    if (!m.get(tap::ANSWER, false) && m.get(tap::RECEIVERS, {}) == std::vector<unsigned int>{32})
+      commands.push_back(m.get(tap::COMMAND, 0));
+  ASSERT_FALSE(commands.empty());
+  EXPECT_EQ(commands.back(), kl::CMD_START);
 }
 
 TEST_F(CrashedServices, TheSameCrashIsCounted) {

@@ -23,7 +23,7 @@ class CrashTableTest : public testing::Test {
 
   unsigned int add(unsigned int service, const std::string& report) {
     return store_.add(
-        {.time = service, .service = "s", .serviceId = service, .signal = "SIGBUS", .key = report}, report);
+        {.time = service, .service = "s", .serviceId = service, .signal = "SIGBUS", .key = report}, {report});
   }
   kl::message ask(unsigned int command, unsigned int id = 0) const {
     kl::message request;

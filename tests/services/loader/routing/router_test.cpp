@@ -6,7 +6,9 @@
 #include <random>
 
 #include "kl/description.h"
+#include "services/common/tap.h"
 #include "services/loader/admission/rights.h"
+#include "services/loader/crashes/frame_ring.h"
 #include "services/loader/quota/accounts.h"
 #include "tests/services/loader/fixture.h"
 
@@ -20,6 +22,8 @@ using loader::Router;
 using loader::Service;
 using loader::ServiceTable;
 using loader::Subscriptions;
+
+namespace tap = common::tap;
 
 constexpr std::size_t kLimit = 4000;
 
@@ -1261,6 +1265,83 @@ TEST_F(RouterTest, TrafficIsCountedOnBothSides) {
   EXPECT_EQ(b_.traffic.messagesIn, 1u);
   EXPECT_EQ(b_.traffic.bytesIn, b_.out.size());
   EXPECT_EQ(b_.requests.servingCount, 1u);
+}
+
+// What the ring says of each message of a service: the service at the other end, and what became of it.
+class KeptHeaders : public RouterTest {
+ protected:
+  KeptHeaders() {
+    router_.setRing(&ring_);
+    outbox_.setRing(&ring_);
+  }
+  std::vector<std::pair<unsigned int, unsigned int>> of(unsigned int service) const {
+    std::vector<std::pair<unsigned int, unsigned int>> fates;
+    for (const kl::message m : ring_.messagesOf(service, 64)) {
+      const unsigned int sender = m.get(tap::SENDER, 0);
+      const unsigned int other = sender == service ? m.get(tap::RECEIVERS, {}).at(0) : sender;
+      fates.emplace_back(other, m.get(tap::FATE, 0));
+    }
+    return fates;
+  }
+
+  loader::FrameRing ring_;
+};
+
+using Fates = std::vector<std::pair<unsigned int, unsigned int>>;
+
+TEST_F(KeptHeaders, ARequestAndItsReplyAreKeptWithTheirNumbers) {
+  (void)route(a_, request({24, 0}, kl::CMD_GETALL, 5, {7}));
+  (void)route(b_, replyTo({10, 7}, 5));
+  ASSERT_EQ(of(10), (Fates{{24, 0}, {24, 0}}));
+  const kl::message asked = ring_.messagesOf(10, 64).at(0);
+  EXPECT_EQ(asked.get(tap::COMMAND, 0), kl::CMD_GETALL);
+  EXPECT_EQ(asked.get(tap::NUMBER, 0), 5u);
+  EXPECT_EQ(asked.get(tap::LENGTH, 0), flat(request({24, 0}, kl::CMD_GETALL, 5, {7})).size());
+  const kl::message answered = ring_.messagesOf(10, 64).at(1);
+  EXPECT_TRUE(answered.get(tap::ANSWER, false));
+  EXPECT_EQ(answered.get(tap::COMMAND, 0), kl::CMD_GETALL);
+}
+
+TEST_F(KeptHeaders, WhatIsNotPassedOnSaysWhyAndTheLoadersAnswerFollows) {
+  (void)route(a_, request({99}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(of(99).front(), (Fates::value_type{10, tap::NO_RECEIVER}));
+  EXPECT_EQ(of(kl::SERVICE_LOADER).size(), 0u);  // it answers in the name of who is not there
+  const auto last = ring_.messagesOf(10, 1);
+  EXPECT_TRUE(kl::message(last.at(0)).get(tap::BY_LOADER, false));
+  EXPECT_EQ(kl::message(last.at(0)).get(tap::ERROR, 0), kl::ERROR_BRKPATH);
+  (void)route(b_, replyTo({30, 7}, 5));
+  EXPECT_EQ(of(30), (Fates{{24, tap::UNASKED}}));
+}
+
+TEST_F(KeptHeaders, ADeniedRequestIsNoBusyOne) {
+  a_.rights = loader::equalRights("bob", Rights::nothing());
+  (void)route(a_, request({24}, kl::CMD_GET, 5, {7}));
+  ASSERT_FALSE(of(24).empty());
+  EXPECT_EQ(of(24).front(), (Fates::value_type{10, tap::DENIED}));
+}
+
+TEST_F(KeptHeaders, AFullReceiverRefusesRequestsAndLosesTheRest) {
+  fill(b_);
+  (void)route(a_, request({24}, kl::CMD_GET, 5, {7}));
+  (void)route(a_, notification({24}));
+  const Fates fates = of(10);
+  EXPECT_EQ(fates.front(), (Fates::value_type{24, tap::REFUSED}));
+  EXPECT_EQ(fates.back(), (Fates::value_type{24, tap::DROPPED}));
+}
+
+TEST_F(KeptHeaders, AMessageForOneThatIsToComeIsHeld) {
+  heldFor(table_, 40, kl::SVC_STATE_STARTING);
+  (void)route(a_, request({40}, kl::CMD_GET, 5, {7}));
+  EXPECT_EQ(of(40), (Fates{{10, tap::HELD}}));
+}
+
+TEST_F(KeptHeaders, OfAMessageToSeveralThereIsOneForEach) {
+  (void)route(a_, notification({kl::PATH_MULTI, 1, 24, 1, 99, 1, 30}));
+  EXPECT_EQ(of(24), (Fates{{10, 0}}));
+  EXPECT_EQ(of(99).front(), (Fates::value_type{10, tap::NO_RECEIVER}));
+  EXPECT_EQ(of(30), (Fates{{10, 0}}));
+  (void)route(a_, notification({kl::PATH_ALL}));
+  EXPECT_EQ(of(24).size(), 2u);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -9,12 +10,15 @@
 
 #include "kl/conventions.h"
 #include "kl/services.h"
+#include "services/common/tap.h"
 #include "tests/tools/klctl/expect_failure.h"
 #include "tests/tools/klctl/recorded_channels.h"
 #include "tools/klctl/values/json.h"
 
 namespace klctl {
 namespace {
+
+namespace tap = common::tap;
 
 class CrashesVerb : public testing::Test {
  protected:
@@ -80,6 +84,57 @@ TEST_F(CrashesVerb, OneIsShownWithItsReportWhereNobodyKnowsItsSymbols) {
     EXPECT_NE(text.find(part), std::string::npos) << text;
   EXPECT_EQ(text.find('\x1b'), std::string::npos);
   EXPECT_EQ(asked_.get(kl::STD_ID, 0), 7u);
+}
+
+// A request, and the reply that nobody waited for.
+std::vector<kl::message::flat_message> lastMessages() {
+  kl::message request;
+  request.insert(tap::AT, 1763706584000000ULL);
+  request.insert(tap::SENDER, 500);
+  request.insert(tap::RECEIVERS, {300});
+  request.insert(tap::COMMAND, kl::CMD_GETALL);
+  request.insert(tap::NUMBER, 17);
+  request.insert(tap::LENGTH, 61);
+  kl::message reply;
+  reply.insert(tap::AT, 1763706584002300ULL);
+  reply.insert(tap::SENDER, 300);
+  reply.insert(tap::RECEIVERS, {500});
+  reply.insert(tap::ANSWER, true);
+  reply.insert(tap::COMMAND, kl::CMD_GETALL);
+  reply.insert(tap::NUMBER, 17);
+  reply.insert(tap::LENGTH, 4012);
+  reply.insert(tap::FATE, tap::UNASKED);
+  return {request.flattened(), reply.flattened()};
+}
+
+TEST_F(CrashesVerb, TheLastMessagesOfTheServiceStandBehindTheReport) {
+  reply_ = crash(7, "leases");
+  reply_.insert(kl::CRASH_REPORT, "leases\n--- signal=11 ---\n");
+  reply_.insert(tap::MESSAGES, lastMessages());
+  const std::string text = run({"crashes", "show", "7"});
+  EXPECT_NE(
+      text.find(
+          "\nits last messages:\n"
+          "06:29:44.000  500 -> 300                    CMD_GETALL, 61 bytes  #17\n"
+          "06:29:44.002  300 -> 500                    reply CMD_GETALL, 4012 bytes, nobody waits for it"
+          "  2.3 ms  #17\n"),
+      std::string::npos)
+      << text;
+}
+
+TEST_F(CrashesVerb, OfManyMessagesTheLastTwentyAreShownAndJsonHasAll) {
+  reply_ = crash(7, "leases");
+  std::vector<kl::message::flat_message> many;
+  for (int i = 0; i < 15; ++i)
+    for (const auto& m : lastMessages()) many.push_back(m);
+  reply_.insert(tap::MESSAGES, many);
+  const std::string text = run({"crashes", "show", "7"});
+  const std::string shown = text.substr(text.find("its last messages:\n"));
+  EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 1 + 20);
+  const Json json = Json::parse(run({"crashes", "show", "7", "--json"}));
+  ASSERT_EQ(json["messages"].size(), 30u);
+  EXPECT_EQ(json["messages"][1]["fate"], "nobody waits for it");
+  EXPECT_EQ(json["messages"][1]["command"], "CMD_GETALL");
 }
 
 TEST_F(CrashesVerb, JsonHasTheFieldsByName) {
