@@ -26,7 +26,8 @@ SECONDS = 30
 
 def service(name: str, id: int, *command: str) -> str:
     words = ", ".join(f'"{word}"' for word in command)
-    return f'[[service]]\nname = "{name}"\nid = {id}\ncommand = [{words}]\n'
+    environment = f'{{ PYTHONPATH = "{ROOT / "python"}" }}'  # a service has none of the loader's
+    return f'[[service]]\nname = "{name}"\nid = {id}\ncommand = [{words}]\nenvironment = {environment}\n'
 
 
 def program(name: str) -> str:
@@ -49,10 +50,9 @@ class Loader:
     def __enter__(self) -> Loader:
         file = Path(self._folder.name, "kl-loader.toml")
         file.write_text(self._configuration)
-        environment = dict(os.environ, PYTHONPATH=str(ROOT / "python"))
         self._log = open(Path(self._folder.name, "log"), "wb")
         self._process = subprocess.Popen(
-            [program("kl-loader"), "--config", str(file)], stdout=self._log, stderr=self._log, env=environment
+            [program("kl-loader"), "--config", str(file)], stdout=self._log, stderr=self._log
         )
         return self
 
