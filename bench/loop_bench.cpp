@@ -7,26 +7,27 @@
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/times.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "bench/loop/peer.h"
 #include "bench/support/paired.h"
 #include "kl/runner.h"
 
 namespace {
 
+using bench::Delays;
+using bench::kTimers;
 using Ticks = unsigned int;
-
-constexpr std::size_t kTimers = 1000;
-constexpr Ticks kLongestDelay = 1000;
 
 bool kernelClock = false;
 Ticks scriptedTicks = 100000;
@@ -40,20 +41,6 @@ extern "C" clock_t times(struct tms* buffer) noexcept {
 }
 
 namespace {
-
-// The same delays for both sides.
-class Delays {
- public:
-  Delays() : delays_(4096) {
-    std::mt19937 random(4711);
-    for (Ticks& delay : delays_) delay = 1 + static_cast<Ticks>(random() % kLongestDelay);
-  }
-  Ticks next() { return delays_[at_++ % delays_.size()]; }
-
- private:
-  std::vector<Ticks> delays_;
-  std::size_t at_ = 0;
-};
 
 // A binary heap of (key, number of a timer); where each timer stands is kept in a table, for cancelling.
 class BareHeap {
@@ -200,6 +187,64 @@ class HeapTick {
   Ticks now_ = scriptedTicks;
 };
 
+// --- A whole pass: a tick passes, timers fire and start again, and a socket is ready.
+
+class LoopTickAndPoll {
+ public:
+  LoopTickAndPoll(int ready, unsigned long long* fired) : state_(std::make_shared<State>()) {
+    state_->fired = fired;
+    state_->loop.addSocket(
+        ready, nullptr, [](void*, int, unsigned int) {}, POLLIN);
+    for (std::size_t i = 0; i < kTimers; ++i) start(state_.get());
+  }
+  void operator()() {
+    scriptedTicks = ++now_;
+    state_->loop.runSocks(now_);
+  }
+
+ private:
+  struct State {
+    kl::ThinRunner loop;
+    Delays delays;
+    unsigned long long* fired = nullptr;
+  };
+  static void onTimer(void* data) {
+    ++*static_cast<State*>(data)->fired;
+    start(data);
+  }
+  static void start(void* data) {
+    auto* state = static_cast<State*>(data);
+    state->loop.addTimer(data, onTimer, state->delays.next());
+  }
+  std::shared_ptr<State> state_;
+  Ticks now_ = scriptedTicks;
+};
+
+class HeapTickAndPoll {
+ public:
+  HeapTickAndPoll(int ready, unsigned long long* fired) : heap_(kTimers), ready_(ready), fired_(fired) {
+    for (unsigned int i = 0; i < kTimers; ++i) start(i);
+  }
+  void operator()() {
+    scriptedTicks = ++now_;
+    const auto now = static_cast<Ticks>(::times(nullptr));
+    while (heap_.isDue(now)) {
+      ++*fired_;
+      start(heap_.takeFirst());
+    }
+    pollfd ready{ready_, POLLIN, 0};
+    benchmark::DoNotOptimize(::poll(&ready, 1, -1));
+  }
+
+ private:
+  void start(unsigned int timer) { heap_.add(static_cast<Ticks>(::times(nullptr)) + delays_.next(), timer); }
+  BareHeap heap_;
+  Delays delays_;
+  int ready_;
+  unsigned long long* fired_;
+  Ticks now_ = scriptedTicks;
+};
+
 // --- A pass over watched descriptors, of which some are ready.
 
 std::vector<int> openDescriptors(std::size_t count, std::size_t ready) {
@@ -257,20 +302,78 @@ bench::Batch withKernelClock(Operation operation) {
   };
 }
 
+void require(bool holds, const std::string& what) {
+  if (holds) return;
+  (void)std::fprintf(stderr, "loop_bench: %s differs\n", what.c_str());
+  std::exit(1);
+}
+
+// The loops of a thousand sockets are several, and each has descriptors of its own.
+void allowDescriptors() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 void addPass(std::size_t count, std::size_t ready) {
   const std::vector<int> fds = openDescriptors(count, ready);
-  bench::addPair("pass/" + std::to_string(count) + " sockets, " + std::to_string(ready) + " ready",
-                 bench::repeated(LoopPass(fds)), bench::repeated(BarePass(fds)));
+  const std::string name = "pass/" + std::to_string(count) + " sockets, " + std::to_string(ready) + " ready";
+  bench::addPair(name, bench::repeated(LoopPass(fds)), bench::repeated(BarePass(fds)));
+  for (const bench::LoopPeer* peer : bench::loopPeers()) {
+    auto& calls = *new unsigned long long(0);  // as long as the case
+    const bench::Batch pass = peer->pass(fds, &calls);
+    pass(10);  // some learn how many events there may be
+    calls = 0;
+    pass(1);
+    require(calls == ready, name + ": the number of calls by " + peer->name());
+    bench::addPair(name + ": " + peer->name(), pass, bench::repeated(BarePass(fds)));
+  }
+}
+
+// The number of timers that fire in a thousand ticks, which is a matter of the delays alone.
+unsigned long long firedBy(const bench::Batch& ticks, const unsigned long long& fired) {
+  const unsigned long long before = fired;
+  ticks(1000);
+  return fired - before;
+}
+
+void addExchange() {
+  const std::string name = "timer/cancel and add";
+  bench::addPair(name, bench::repeated(LoopExchange()), bench::repeated(HeapExchange()));
+  for (const bench::LoopPeer* peer : bench::loopPeers())
+    bench::addPair(name + ": " + peer->name(), peer->exchange(), bench::repeated(HeapExchange()));
+}
+
+void addTickAndPoll() {
+  const std::string name = "pass/a tick: timers fire and start again, a socket is ready";
+  const int ready = openDescriptors(1, 1).front();
+  static unsigned long long fired = 0;
+  const bench::Batch product = bench::repeated(LoopTickAndPoll(ready, &fired));
+  const bench::Batch limit = bench::repeated(HeapTickAndPoll(ready, &fired));
+  const unsigned long long expected = firedBy(limit, fired);
+  require(firedBy(product, fired) == expected, name + ": the number of timers that fire");
+  bench::addPair(name, product, limit);
+  for (const bench::LoopPeer* peer : bench::loopPeers()) {
+    const bench::Batch ticks = peer->tick(ready, &fired);
+    require(firedBy(ticks, fired) == expected, name + ": the number of timers that fire by " + peer->name());
+    bench::addPair(name + ": " + peer->name(), ticks, limit);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bench::addPair("timer/cancel and add", bench::repeated(LoopExchange()), bench::repeated(HeapExchange()));
+  allowDescriptors();
+  addExchange();
   bench::addPair("timer/cancel and add, kernel's clock", withKernelClock(LoopExchange()),
                  withKernelClock(HeapExchange()));
   bench::addPair("timer/a tick: fire and add", bench::repeated(LoopTick()), bench::repeated(HeapTick()));
+  addTickAndPoll();
   addPass(10, 1);
   addPass(100, 100);
+  addPass(1000, 1);
+  addPass(1000, 1000);
+  for (const bench::LoopPeer* peer : bench::loopPeers()) bench::notePeer(peer->name(), peer->version());
   return bench::run(argc, argv);
 }

@@ -59,3 +59,7 @@ if(flatbuffers)
 endif()
 
 kl_bench_peer(msgpack message_bench message/peers/msgpack.cpp msgpack.hpp)
+
+kl_bench_peer(libev loop_bench loop/libev.cpp ev.h LIBRARY ev)
+kl_bench_peer(libuv loop_bench loop/libuv.cpp uv.h LIBRARY uv)
+target_sources(loop_bench PRIVATE loop/clock.cpp)
