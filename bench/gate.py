@@ -49,7 +49,7 @@ def differences_of(folders):
 
 
 def read_kept(path):
-    lines = (line.rstrip("\n") for line in path.open() if not line.startswith("#"))
+    lines = (line for line in path.read_text().splitlines() if not line.startswith("#"))
     return {name: int(count.replace(",", "")) for count, name in (line.split(None, 1) for line in lines if line)}
 
 
