@@ -280,10 +280,10 @@ def sizes_page(results, _):
     return ["## Sizes", rows_of(["what", "bytes"], rows)] if rows else []
 
 
-def kept_page(path):
-    """The counts that a change is compared with; those of messages and of the loop stand above already."""
-    kept = {name: count for name, count in gate.read_kept(path).items() if not name.startswith(("message", "loop"))}
-    return ["## Instructions of the others", "Those that `scripts/bench --gate` holds:",
+def kept_page(path, counted):
+    """The counts that a change is compared with; those of the programs `counted` stand above already."""
+    kept = {name: count for name, count in gate.read_kept(path).items() if name.partition(": ")[0] not in counted}
+    return ["## Instructions", "Those that `scripts/bench --gate` holds:",
             rows_of(["case", "instructions"], [[name, f"{count:,}"] for name, count in kept.items()])] if kept else []
 
 
@@ -316,7 +316,8 @@ def make(results, kept):
     parts = head(results)
     for part in (message_page, loop_page, store_page, log_page, allocator_page, router_page, sizes_page):
         parts += part(results, pictures)
-    parts += kept_page(kept)
+    parts += kept_page(kept, {name for name, folder in (("message", "counts"), ("loop", "loop-counts"))
+                              if results.counts(folder)})
     return "\n\n".join(part for part in parts if part) + "\n", pictures
 
 

@@ -70,6 +70,14 @@ class Page(unittest.TestCase):
         self.assertIn("| round trip | 1,234 |\n", page)
         self.assertEqual(pictures, {})
 
+    def test_kept_instructions_stand_once(self):
+        self.kept.write_text("     1,234 round trip\n       500 message: W1/parse\n")
+        self.assertIn("| message: W1/parse | 500 |\n", self.make()[0])
+        counts = self.results / "counts"
+        counts.mkdir()
+        (counts / "dump").write_text("desc: Trigger: Client Request: W1/parse/product\nsummary: 4000\n")
+        self.assertNotIn("| message: W1/parse | 500 |\n", self.make()[0])
+
     def test_every_picture_is_on_the_page_and_well_formed(self):
         (self.results / "message.json").write_text(benchmarks(MESSAGES, {}))
         page, pictures = self.make()
