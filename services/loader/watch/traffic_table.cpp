@@ -43,7 +43,9 @@ struct Kind {
   std::vector<unsigned int> path;
   unsigned int command;
 
-  auto operator<=>(const Kind&) const = default;
+  bool operator<(const Kind& other) const {
+    return std::tie(subscriber, path, command) < std::tie(other.subscriber, other.path, other.command);
+  }
 };
 
 Kind kindOf(const KeptChannel& channel) {
