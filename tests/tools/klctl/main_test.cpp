@@ -278,8 +278,16 @@ TEST_F(Klctl, ABrokenDictionaryIsToldWithFileAndLine) {
   std::filesystem::remove_all(folder);
 }
 
-TEST_F(Klctl, WithoutADictionaryFieldsHaveTheirExplicitNames) {
-  EXPECT_EQ(doneJson({"get", kLo, "--fields", "/nowhere"})["string:1"], "lo");
+TEST_F(Klctl, ADictionaryOfOnesOwnIsBeforeTheInstalledOne) {
+  char folder[] = "/tmp/klctl-fields-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder), nullptr);
+  EXPECT_EQ(doneJson({"get", kLo, "--fields", folder})["name"], "lo");
+  std::ofstream(std::string(folder) + "/netif.toml")
+      << "fields = [ { name = \"title\", field = \"string:1\" } ]\n";
+  EXPECT_EQ(doneJson({"get", kLo, "--fields", folder})["title"], "lo");
+  std::ofstream(std::string(folder) + "/netif.toml") << "fields = []\n";
+  EXPECT_EQ(doneJson({"get", kLo, "--fields", folder})["string:1"], "lo");
+  std::filesystem::remove_all(folder);
 }
 
 TEST(KlctlAlone, AsksAServiceWhatItSaysOfItself) {

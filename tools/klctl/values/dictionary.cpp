@@ -2,7 +2,9 @@
 
 #include "values/dictionary.h"
 
-#include <algorithm>
+#include <cstdlib>
+#include <set>
+#include <sstream>
 
 #include "kl/utilities.h"
 #include "services/common/data_file.h"
@@ -32,6 +34,18 @@ void addNames(const describe::Description& description, FieldNames& names) {
     if (!field.unit.empty()) names.setUnit(field.id, field.unit);
     if (field.isSecret) names.setSecret(field.id);
   }
+}
+
+std::string variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+std::optional<std::filesystem::path> find(const std::string& file, const Folders& folders) {
+  std::error_code ignored;
+  for (const std::filesystem::path& folder : folders)
+    if (std::filesystem::exists(folder / file, ignored)) return folder / file;
+  return std::nullopt;
 }
 
 bool isPlainName(const std::string& service) {
@@ -71,31 +85,39 @@ Failure noCommand(const describe::Description& description, const std::string& s
 
 }  // namespace
 
-std::filesystem::path dictionaryFolder() {
-  return common::findData(kl::underRoot(KLCTL_FIELDS), KLCTL_FIELDS_FROM_PROGRAM, KLCTL_FIELDS);
+Folders dictionaryFolders(const std::filesystem::path& own) {
+  Folders folders;
+  if (!own.empty()) folders.push_back(own);
+  std::istringstream named(variable("KL_FIELDS"));
+  for (std::string folder; std::getline(named, folder, ':');)
+    if (!folder.empty()) folders.emplace_back(folder);
+  const std::filesystem::path home = variable("HOME");
+  if (home.is_absolute()) folders.push_back(home / ".config/kl");
+  folders.emplace_back(
+      common::findData(kl::underRoot(KLCTL_FIELDS), KLCTL_FIELDS_FROM_PROGRAM, KLCTL_FIELDS));
+  return folders;
 }
 
-Dictionary dictionaryOf(const std::string& service, const std::filesystem::path& folder) {
+Dictionary dictionaryOf(const std::string& service, const Folders& folders) {
   Dictionary dictionary;
-  const std::filesystem::path file = folder / (service + ".toml");
-  std::error_code ignored;
-  if (!isPlainName(service) || !std::filesystem::exists(file, ignored)) return dictionary;
-  dictionary.description = read(file);
+  const auto file = isPlainName(service) ? find(service + ".toml", folders) : std::nullopt;
+  if (!file) return dictionary;
+  dictionary.description = read(*file);
   addNames(*dictionary.description, dictionary.names);
   return dictionary;
 }
 
-FieldNames namesFor(const std::string& service, const std::filesystem::path& folder) {
-  return dictionaryOf(service, folder).names;
+FieldNames namesFor(const std::string& service, const Folders& folders) {
+  return dictionaryOf(service, folders).names;
 }
 
-std::vector<std::string> describedServices(const std::filesystem::path& folder) {
-  std::vector<std::string> services;
+std::vector<std::string> describedServices(const Folders& folders) {
+  std::set<std::string> services;
   std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
-    if (entry.path().extension() == ".toml") services.push_back(entry.path().stem().string());
-  std::sort(services.begin(), services.end());
-  return services;
+  for (const std::filesystem::path& folder : folders)
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
+      if (entry.path().extension() == ".toml") services.insert(entry.path().stem().string());
+  return {services.begin(), services.end()};
 }
 
 std::vector<unsigned int> handlersOf(const Dictionary& dictionary, const std::string& service,

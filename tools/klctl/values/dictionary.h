@@ -17,9 +17,12 @@
 
 namespace klctl {
 
-// The folder of the dictionaries: under the root of the system, beside the program (in the build tree as on an installed
-// system), or of the prefix.
-std::filesystem::path dictionaryFolder();
+// Folders of dictionaries.  Of several dictionaries of one service that in the first folder counts.
+using Folders = std::vector<std::filesystem::path>;
+
+// `own`, unless it is empty; those that KL_FIELDS names, separated by colons; .config/kl of the user; and the installed one:
+// under the root of the system, beside the program (in the build tree as on an installed system), or of the prefix.
+Folders dictionaryFolders(const std::filesystem::path& own);
 
 // The knowledge of a service: the names of its fields, and its description where it has one.
 struct Dictionary {
@@ -27,16 +30,16 @@ struct Dictionary {
   std::optional<describe::Description> description;
 };
 
-// That of FOLDER/SERVICE.toml, if there is such a file.  A service name that is no plain file name (empty, hidden, with a
+// That of SERVICE.toml in the first folder where there is such a file.  A service name that is no plain file name (empty, hidden, with a
 // slash) has no description.  Throws Failure(kUsage), naming file, line and what was expected, when the file is not what
 // it should be.
-Dictionary dictionaryOf(const std::string& service, const std::filesystem::path& folder);
+Dictionary dictionaryOf(const std::string& service, const Folders& folders);
 
 // Its names alone.
-FieldNames namesFor(const std::string& service, const std::filesystem::path& folder);
+FieldNames namesFor(const std::string& service, const Folders& folders);
 
-// The services that have a description in the folder, in the order of the alphabet.
-std::vector<std::string> describedServices(const std::filesystem::path& folder);
+// The services that have a description in one of the folders, in the order of the alphabet.
+std::vector<std::string> describedServices(const Folders& folders);
 
 // The handlers of an object by its name, none where the service itself answers.  Throws Failure(kUsage) when there is no
 // such object, naming those that there are.

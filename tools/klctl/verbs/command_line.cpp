@@ -41,6 +41,7 @@ enum Use : unsigned int {
 
 struct Words {
   std::string path;
+  std::string fields;
   std::vector<std::string> rest;  // [CMD] [field=value ...]
   std::optional<unsigned int> id;
   double timeoutSeconds = 5;
@@ -124,7 +125,8 @@ class Parser {
     json_ = app_.add_flag("--json", line_.json, "Print JSON");
     options_[kDump] = app_.add_flag("--dump", line_.dump, "Print replies field by field, as they came");
     options_[kDump]->excludes(json_);
-    options_[kFields] = app_.add_option("--fields", line_.fields, "The folder of the field dictionaries");
+    options_[kFields] =
+        app_.add_option("--fields", words_.fields, "A folder of dictionaries, which count first");
     options_[kFields]->type_name("DIR");
     options_[kSecrets] = app_.add_flag("--secrets", line_.secrets, "Show the values of secret fields");
     app_.footer(
@@ -520,7 +522,7 @@ class Parser {
       throw usage("--timeout takes seconds, from 0.01 to 1000000");
     }
     line_.timeout = std::chrono::milliseconds(std::llround(words_.timeoutSeconds * 1000));
-    if (line_.fields.empty()) line_.fields = dictionaryFolder();
+    line_.fields = dictionaryFolders(words_.fields);
     if (interpretation_ != nullptr) (this->*interpretation_)();
   }
 

@@ -9,6 +9,7 @@
 
 #include "ask/path.h"
 #include "output/load_table.h"
+#include "values/dictionary.h"
 #include "values/message_file.h"
 
 namespace klctl {
@@ -104,7 +105,7 @@ struct CommandLine {
   std::string file;  // of kDump, "-" is the standard input; of a store its path; of kNew the name;
                      // of kCapture where it goes, "-" is the standard output
   FileFormat format = FileFormat::kGuess;  // what is in the file of kDump
-  std::string fields;                      // --fields, else the folder beside the program
+  Folders fields;                          // where dictionaries are looked for
   LogWords log;
   TopWords top;
   TraceWords trace;

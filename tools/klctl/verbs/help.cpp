@@ -128,7 +128,8 @@ Description descriptionOf(const CommandLine& line, const std::string& service) {
   Dictionary dictionary = dictionaryFor(line, service);
   if (dictionary.description) return std::move(*dictionary.description);
   const std::vector<std::string> described = describedServices(line.fields);
-  throw Failure(Status::kRefused, "there is no description of " + line.path.service + " in " + line.fields +
+  throw Failure(Status::kRefused, "there is no description of " + line.path.service + " in " +
+                                      joined({line.fields.begin(), line.fields.end()}) +
                                       (described.empty() ? "" : "; there are those of " + joined(described)));
 }
 

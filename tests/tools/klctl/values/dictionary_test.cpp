@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <optional>
+#include <utility>
 
 #include "kl/conventions.h"
 #include "kl/services.h"
@@ -24,13 +27,32 @@ class Dictionaries : public testing::Test {
 
   std::string refusal(const std::string& text) {
     write("svc.toml", text);
-    const Told told = failureOf([&] { (void)namesFor("svc", folder_); });
+    const Told told = failureOf([&] { (void)namesFor("svc", {folder_}); });
     EXPECT_EQ(told.status, 2);
     EXPECT_TRUE(told.sentence.starts_with((folder_ / "svc.toml").string() + ":")) << told.sentence;
     return told.sentence.substr((folder_ / "svc.toml").string().size() + 1);
   }
 
   std::filesystem::path folder_;
+};
+
+// A variable of the environment, as long as this lives.
+class Variable {
+ public:
+  Variable(std::string name, const std::string& value) : name_(std::move(name)) {
+    if (const char* const former = std::getenv(name_.c_str())) former_ = former;
+    ::setenv(name_.c_str(), value.c_str(), 1);
+  }
+  ~Variable() {
+    if (former_) ::setenv(name_.c_str(), former_->c_str(), 1);
+    else ::unsetenv(name_.c_str());
+  }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
+
+ private:
+  std::string name_;
+  std::optional<std::string> former_;
 };
 
 const std::filesystem::path kShipped = std::filesystem::path(KL_SOURCE_DIR) / "tools/fields";
@@ -43,7 +65,7 @@ TEST_F(Dictionaries, NamesFieldsInItsOrder) {
         "  { name = \"size\", field = \"u64:2\" },\n"
         "  { name = \"state\", field = \"u32:1\", values = { idle = 1, busy = 2 } },\n"
         "]\n");
-  const FieldNames names = namesFor("svc", folder_);
+  const FieldNames names = namesFor("svc", {folder_});
   EXPECT_EQ(names.find("size"), 0x10000002u);
   EXPECT_EQ(names.valueWord(0x08000001, 2), "busy");
   std::vector<unsigned int> ids = {0x08000001, 0x10000002};
@@ -57,7 +79,7 @@ TEST_F(Dictionaries, UnitsAndSecretsAreOfTheFields) {
         "  { name = \"size\", field = \"u64:2\", unit = \"bytes\" },\n"
         "  { name = \"pin\", field = \"string:1\", secret = true },\n"
         "]\n");
-  const FieldNames names = namesFor("svc", folder_);
+  const FieldNames names = namesFor("svc", {folder_});
   EXPECT_EQ(names.unitOf(0x10000002), "bytes");
   EXPECT_EQ(names.unitOf(0x20000001), "");
   EXPECT_TRUE(names.isHidden(0x20000001));
@@ -68,8 +90,36 @@ TEST_F(Dictionaries, ServicesWithADescriptionAreListed) {
   write("b.toml", "");
   write("a.toml", "");
   write("c.txt", "");
-  EXPECT_EQ(describedServices(folder_), (std::vector<std::string>{"a", "b"}));
-  EXPECT_TRUE(describedServices(folder_ / "missing").empty());
+  EXPECT_EQ(describedServices({folder_}), (std::vector<std::string>{"a", "b"}));
+  EXPECT_TRUE(describedServices({folder_ / "missing"}).empty());
+}
+
+TEST_F(Dictionaries, OfSeveralFoldersTheFirstThatHasTheServiceCounts) {
+  std::filesystem::create_directories(folder_ / "own");
+  write("own/svc.toml", "fields = [ { name = \"mine\", field = \"u32:1\" } ]\n");
+  write("svc.toml", "fields = [ { name = \"theirs\", field = \"u32:1\" } ]\n");
+  write("other.toml", "fields = [ { name = \"else\", field = \"u32:1\" } ]\n");
+  const Folders folders = {folder_ / "missing", folder_ / "own", folder_};
+  EXPECT_EQ(namesFor("svc", folders).find("mine"), 0x08000001u);
+  EXPECT_FALSE(namesFor("svc", folders).find("theirs").has_value());
+  EXPECT_EQ(namesFor("other", folders).find("else"), 0x08000001u);
+  EXPECT_EQ(describedServices(folders), (std::vector<std::string>{"other", "svc"}));
+}
+
+TEST_F(Dictionaries, OnesOwnAreBeforeTheInstalledOnes) {
+  const Variable named("KL_FIELDS", "/one::/two");
+  const Variable home("HOME", "/my/home");
+  const Folders folders = dictionaryFolders("own");
+  ASSERT_EQ(folders.size(), 5u);
+  EXPECT_EQ(Folders(folders.begin(), folders.end() - 1),
+            (Folders{"own", "/one", "/two", "/my/home/.config/kl"}));
+  EXPECT_EQ(dictionaryFolders({}).front(), "/one");
+}
+
+TEST_F(Dictionaries, WithoutAHomeThereIsNoFolderInIt) {
+  const Variable named("KL_FIELDS", "");
+  const Variable home("HOME", "");
+  EXPECT_EQ(dictionaryFolders({}).size(), 1u);
 }
 
 TEST_F(Dictionaries, CommandsHaveNamesAtTheirHandlers) {
@@ -77,7 +127,7 @@ TEST_F(Dictionaries, CommandsHaveNamesAtTheirHandlers) {
       "svc.toml",
       "[[objects]]\nname = \"a\"\ncommands = [\"getobj\", { name = \"go\", code = 7, right = \"read\" }]\n"
       "[[objects]]\nname = \"b\"\nhandler = 2\ncommands = [{ name = \"go\", code = 8, right = \"read\" }]\n");
-  const Dictionary dictionary = dictionaryOf("svc", folder_);
+  const Dictionary dictionary = dictionaryOf("svc", {folder_});
   EXPECT_EQ(commandOf(dictionary, "svc", {}, "go"), 7u);
   EXPECT_EQ(commandOf(dictionary, "svc", {2}, "CMD_GO"), 8u);
   EXPECT_EQ(handlersOf(dictionary, "svc", "b"), std::vector<unsigned int>{2});
@@ -87,16 +137,16 @@ TEST_F(Dictionaries, CommandsHaveNamesAtTheirHandlers) {
 }
 
 TEST_F(Dictionaries, AServiceWithoutOneHasTheCommonNames) {
-  EXPECT_TRUE(namesFor("svc", folder_).find("descr").has_value());
-  EXPECT_TRUE(namesFor("svc", folder_ / "missing").find("descr").has_value());
+  EXPECT_TRUE(namesFor("svc", {folder_}).find("descr").has_value());
+  EXPECT_TRUE(namesFor("svc", {folder_ / "missing"}).find("descr").has_value());
 }
 
 TEST_F(Dictionaries, ANameThatLeadsElsewhereIsNotFollowed) {
   write("outside.toml", "this is no TOML");
   std::filesystem::create_directory(folder_ / "in");
-  EXPECT_TRUE(namesFor("../outside", folder_ / "in").find("descr").has_value());
-  EXPECT_TRUE(namesFor("", folder_).find("descr").has_value());
-  EXPECT_TRUE(namesFor(".hidden", folder_).find("descr").has_value());
+  EXPECT_TRUE(namesFor("../outside", {folder_ / "in"}).find("descr").has_value());
+  EXPECT_TRUE(namesFor("", {folder_}).find("descr").has_value());
+  EXPECT_TRUE(namesFor(".hidden", {folder_}).find("descr").has_value());
 }
 
 TEST_F(Dictionaries, MistakesNameTheLineAndWhatWasExpected) {
@@ -117,7 +167,7 @@ TEST_F(Dictionaries, MistakesNameTheLineAndWhatWasExpected) {
 }
 
 TEST(ShippedDictionaries, TheLoadersAgreeWithItsHeader) {
-  const FieldNames names = namesFor("loader", kShipped);
+  const FieldNames names = namesFor("loader", {kShipped});
   EXPECT_EQ(names.find("id"), kl::STD_ID);
   EXPECT_EQ(names.find("name"), kl::SVC_NAME);
   EXPECT_EQ(names.find("pid"), kl::SVC_PID);
@@ -147,7 +197,7 @@ TEST(ShippedDictionaries, TheLoadersAgreeWithItsHeader) {
 }
 
 TEST(ShippedDictionaries, TheLogServicesAgreeWithItsHeader) {
-  const FieldNames names = namesFor("log", kShipped);
+  const FieldNames names = namesFor("log", {kShipped});
   EXPECT_EQ(names.find("time"), kl::LOG_TIME);
   EXPECT_EQ(names.find("process"), kl::LOG_PROCESS);
   EXPECT_EQ(names.find("pid"), kl::LOG_PID);
