@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -107,7 +108,8 @@ TEST_F(FilterProgramTest, SocketsAreThoseOfTheProfile) {
 
 TEST_F(FilterProgramTest, ANumberThatIsTooLongDoesNotSlipThrough) {
   if (sizeof(long) == 4) GTEST_SKIP() << "there is none in 32 bits";
-  const auto ask = [] { return errorOf(::syscall(SYS_socket, AF_INET + (1L << 31) * 2, SOCK_DGRAM, 0)); };
+  const auto family = static_cast<long>(AF_INET + (std::uint64_t{1} << 32));
+  const auto ask = [=] { return errorOf(::syscall(SYS_socket, family, SOCK_DGRAM, 0)); };
   EXPECT_EQ(under(Profile::kQuiet, ask), ENOSYS);
 }
 
