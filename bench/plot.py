@@ -1,4 +1,4 @@
-"""Pictures of figures, as SVG: bars in groups, and lines over a number that grows.  The same figures give the same bytes."""
+"""Pictures of figures, as SVG: bars in groups, lines over a growing number.  The same figures give the same bytes."""
 
 import html
 import math
@@ -23,7 +23,7 @@ def decades(values):
 
 
 def panel(title, levels, series):
-    """Title, the lines of the powers of ten, and the names of the series; with the place of a value above the ground."""
+    """Title, the lines of the powers of ten and the names of the series; and where a value stands."""
     low, high = levels
     span = HEIGHT - TOP - BOTTOM
     y = lambda value: TOP + span * (1 - (math.log10(value) - low) / (high - low))

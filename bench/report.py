@@ -3,9 +3,9 @@
 
 usage: report.py RESULTS DOCS
 
-RESULTS holds the JSON files of the benchmarks (message.json, loop.json, ...), callgrind's dumps (counts/,
-loop-counts/), and the files `sizes`, `text` and `machine`.  What is not there is left out of the page.  The same results make the same
-page: nothing is written by hand, also no sentence about who needs the least.
+RESULTS holds the JSON files of the benchmarks (message.json, loop.json, ...), callgrind's dumps (counts/, loop-
+counts/), and the files `sizes`, `text` and `machine`. What is not there is left out of the page. The same results
+make the same page: nothing is written by hand, also no sentence about who needs the least.
 """
 
 import json
@@ -20,6 +20,7 @@ import table  # noqa: E402
 
 LEVEL = 1.1  # closer together than that, two figures count as equal
 WIDTH = 120
+PROGRAMS = ("message", "loop", "store", "log", "allocator", "router")
 MESSAGES = ("W1", "W2", "W3")
 FLAT = (10, 100, 1000, 5000)
 ENTRIES = (100, 10_000, 100_000)
@@ -44,7 +45,7 @@ def joined(parts):
 
 
 def leaders(cases):
-    """{CASE: {SIDE: cost}} in words: where the product costs least, whose sides begin with kl, and where another does."""
+    """Where the product, whose sides begin with kl, costs least of {CASE: {SIDE: cost}} and where not, in words."""
     least, level, beaten = [], [], []
     for case, sides in cases.items():
         own = min((value for side, value in sides.items() if side.startswith("kl")), default=None)
@@ -87,11 +88,18 @@ class Results:
         path = self.folder / name
         return [line.split("\t") for line in path.read_text().splitlines()] if path.exists() else []
 
+    def contexts(self):
+        """What each program said of itself and of the machine."""
+        return [json.loads(path.read_text())["context"] for path in sorted(self.folder.glob("*.json"))]
+
+    def loads(self):
+        """The number of processes that were ready to run when a program began."""
+        return [context["load_avg"][0] for context in self.contexts() if context.get("load_avg")]
+
     def peers(self):
         """{PEER: version}, as the programs gave them."""
         found = {}
-        for path in sorted(self.folder.glob("*.json")):
-            context = json.loads(path.read_text())["context"]
+        for context in self.contexts():
             found |= {key[5:]: value for key, value in context.items() if key.startswith("peer ")}
         return dict(sorted(found.items(), key=lambda item: item[0].lower()))
 
@@ -125,10 +133,11 @@ def message_page(results, pictures):
                    {case.partition("/")[2]: ratios[case] for case in cases if case.startswith(message)})
          for message in MESSAGES if any(case.startswith(message) for case in cases)])
     page = ["## Messages", paragraph(
-        "W1 is a small request of ten fields, W2 an object of twenty with a W1 inside, W3 a table of a hundred W2. The limit "
-        "fills and reads a plain struct that knows every field. kl reads by values; by views, which leave texts and "
-        "nested messages where they are; or in place, from the bytes without a message. A peer that decodes nested "
-        "messages at once pays for them in parse, where kl leaves them bytes; parse+read is the row that compares."),
+        "W1 is a small request of ten fields, W2 an object of twenty with a W1 inside, W3 a table of a hundred W2."
+        " The limit fills and reads a plain struct that knows every field. kl reads by values; by views, which "
+        "leave texts and nested messages where they are; or in place, from the bytes without a message. A peer "
+        "that decodes nested messages at once pays for them in parse, where kl leaves them bytes; parse+read is "
+        "the row that compares."),
         leaders(ratios), "![bars](performance-messages.svg)", "Ratios to the limit:",
         rows_of(["case", "limit, ns", *names],
                 [[case, FIGURE(own[case]["limit_ns"]), *(FIGURE(ratios[case].get(name)) for name in names)]
@@ -198,9 +207,9 @@ def loop_page(results, pictures):
         [plot.bars("A pass: ratio to bare poll; less is better",
                    {case.removeprefix("pass/"): sides for case, sides in with_peers.items()})])
     return ["## Event loop", paragraph(
-        "Timers: a thousand wait. The limit is a bare binary heap and bare poll. Where no kernel's clock is named it is a "
-        "variable for everybody. kl asks poll, the others epoll: poll looks at every socket, so what it needs grows with "
-        "their number, and epoll needs no more for quiet ones and more for those that are ready."),
+        "Timers: a thousand wait. The limit is a bare binary heap and bare poll. Where no kernel's clock is named "
+        "it is a variable for everybody. kl asks poll, the others epoll: poll looks at every socket, so what it "
+        "needs grows with their number, and epoll needs no more for quiet ones and more for those that are ready."),
         *beside_page(own, peers, list(own), results.counts("loop-counts")), "![bars](performance-loop.svg)"]
 
 
@@ -221,9 +230,9 @@ def store_page(results, pictures):
     if panels:
         pictures["performance-store.svg"] = plot.page(panels)
     page = ["## Store", paragraph(
-        "The limit is two bare writes, or one read, in one bracket of a lock. Nobody syncs. kl answers for what a kill at "
-        "any moment leaves; what that costs at least is the column \"announced\": the same bracket with the change "
-        "written to the lock file before and taken from it after.")]
+        "The limit is two bare writes, or one read, in one bracket of a lock. Nobody syncs. kl answers for what a "
+        "kill at any moment leaves; what that costs at least is the column \"announced\": the same bracket with "
+        "the change written to the lock file before and taken from it after.")]
     page += beside_page(own, peers, cases, {}, {"announced": bare} if bare else {})
     if panels:
         page.append("![curves](performance-store.svg)")
@@ -262,8 +271,8 @@ def router_page(results, pictures):
               for side, key in (("kl", "product"), ("relay", "limit"))}
     page = ["## Router", paragraph(
         "W1, typed on both ends and decoded by the service, through the loader; all processes on one core. The relay "
-        "moves frames of the same size through three processes on bare sockets and looks at nothing. Of times less is "
-        "better; of \"64 outstanding\", messages in a second, more is."),
+        "moves frames of the same size through three processes on bare sockets and looks at nothing. Of times less"
+        " is better; of \"64 outstanding\", messages in a second, more is."),
         rows_of(["case", "kl", "relay", "ratio", "low to high"],
                 [[case, FIGURE(f.get("product")), FIGURE(f.get("limit")), FIGURE(f.get("ratio")),
                   f'{FIGURE(f["low"])} to {FIGURE(f["high"])}' if "low" in f else ""] for case, f in own.items()])]
@@ -292,20 +301,30 @@ def machine_words(results):
     if not machine:
         return []
     peers = ", ".join(f"{name} {version}" for name, version in results.peers().items())
+    loads = results.loads()
+    busy = ("" if not loads or max(loads) <= int(machine["cores"]) else
+            f" Other work kept the machine busy (load {min(loads):.0f} to {max(loads):.0f}): a ratio of times that is "
+            "not far from another one's says little here.")
     return [paragraph(f"Measured on {machine['day']} at commit {machine['commit']}: {machine['cores']} cores "
-                      f"({machine['processor']}), {machine['kernel']}, {machine['compiler']}. Beside it: {peers}.")]
+                      f"({machine['processor']}), {machine['kernel']}, {machine['compiler']}. "
+                      f"Beside it: {peers}.{busy}")]
 
 
 def head(results):
-    measured = [results.measured(name) for name in ("message", "loop", "store")]
-    repetitions = max((figures["repetitions"] for cases in measured for figures in cases.values()), default=0)
+    counted = [figures["repetitions"] for name in PROGRAMS for figures in results.measured(name).values()]
+    least, most = min(counted, default=0), max(counted, default=0)
+    some = f"{least:.0f} to {most:.0f}" if least < most else f"{most:.0f}"
+    taken = "they were measured once" if most == 1 else f"they are medians of {some} repetitions"
+    missing = [name for name in PROGRAMS if not results.measured(name)]
     return ["# Performance", paragraph(
-        "What kl costs, beside a hand-written limit (the least work that does the same) and beside other libraries on the "
-        "same work in the same run. Figures are ratios to the limit unless they name a unit; they are medians of "
-        f"{repetitions:.0f} repetitions, measured in turns with the limit, and carry over to other machines better than "
-        "nanoseconds do. Two that differ by less than a tenth count as equal. Instructions and calls are counted and do "
-        "not depend on what else the machine does. Every side's values are read and summed before anything is timed."),
+        "What kl costs, beside a hand-written limit (the least work that does the same) and beside other libraries"
+        " on the same work in the same run. Figures are ratios to the limit unless they name a unit; "
+        f"{taken}, in turns with the limit, and carry over to other machines better than "
+        "nanoseconds do. Two that differ by less than a tenth count as equal. Instructions and calls are counted "
+        "and do not depend on what else the machine does. Every side's values are read and summed before anything "
+        "is timed."),
         *machine_words(results),
+        f"Not measured in this run: {', '.join(missing)}." if missing else "",
         "This page is made by a program from one run. To make it again:",
         "```\nscripts/bench --peers      # installs the peers, measures, and writes this page\n```"]
 

@@ -64,9 +64,17 @@ class Page(unittest.TestCase):
         self.assertIn("2 cores (x86_64), Linux 6, g++ 12. Beside it: slow 7, swift 1.2.", page)
         self.assertNotIn("secret", page)
 
+    def test_a_busy_machine_is_called_one(self):
+        machine = "day\t1\ncommit\tabc\ncores\t2\nprocessor\tp\nkernel\tk\ncompiler\tc\n"
+        (self.results / "machine").write_text(machine)
+        for load, said in (1.5, False), (8, True):
+            (self.results / "message.json").write_text(benchmarks(MESSAGES, {"load_avg": [load, 0, 0]}))
+            self.assertEqual("kept the machine busy" in self.make()[0], said)
+
     def test_what_was_not_measured_is_not_on_the_page(self):
         page, pictures = self.make()
         self.assertNotIn("## Messages", page)
+        self.assertIn("Not measured in this run: message, loop, store, log, allocator, router.\n", page)
         self.assertIn("| round trip | 1,234 |\n", page)
         self.assertEqual(pictures, {})
 
