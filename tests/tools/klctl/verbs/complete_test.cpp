@@ -49,9 +49,10 @@ class Completion : public testing::Test {
 
   // The words that may follow; the last word is unfinished.
   std::string behind(std::vector<const char*> words) {
-    words.insert(words.begin(), {"--fields", folder_.c_str(), "complete", "--"});
-    return RecordedChannels([this](const kl::message& request) { return answer(request); })
-        .perform(parsed(words));
+    words.insert(words.begin(), {"complete", "--"});
+    CommandLine line = parsed(words);
+    line.fields = {folder_};  // alone, without the installed ones
+    return RecordedChannels([this](const kl::message& request) { return answer(request); }).perform(line);
   }
 
   kl::message answer(const kl::message& request) const {
